@@ -1,0 +1,16 @@
+# The flags that every target of this project is built with.
+add_library(zul_build_options INTERFACE)
+target_compile_options(zul_build_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)
+if(ZUL_WARNINGS_AS_ERRORS)
+  target_compile_options(zul_build_options INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(zul_build_options INTERFACE -Wthread-safety)
+endif()
+if(ZUL_SANITIZE)
+  add_compile_options(-fsanitize=${ZUL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${ZUL_SANITIZE})
+  add_compile_definitions(ZUL_SANITIZED=1)
+endif()
+target_include_directories(zul_build_options INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/src)

@@ -1,0 +1,94 @@
+// The serial queue, and the queue-specific data of both kinds.
+#include "platform/dispatch/Queue.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace zul {
+
+struct Queue::Specifics {
+    std::map<const void*, const void*> values;
+};
+
+namespace {
+thread_local const void* currentSpecifics = nullptr; // a Queue::Specifics; the type is private to Queue
+std::atomic<int> liveThreadCount{0};
+} // namespace
+
+Queue::Queue() : _specifics(std::make_shared<Specifics>()) {}
+Queue::~Queue() = default;
+
+void Queue::setSpecific(const void* key, const void* value) { _specifics->values[key] = value; }
+
+const void* Queue::currentSpecific(const void* key) {
+    const auto* specifics = static_cast<const Specifics*>(currentSpecifics);
+    if (specifics == nullptr) return nullptr;
+    const auto found = specifics->values.find(key);
+    return found == specifics->values.end() ? nullptr : found->second;
+}
+
+void Queue::setCurrent(const Specifics* specifics) { currentSpecifics = specifics; }
+
+// The thread owns the state together with the queue object, so that either may end first.
+struct SerialQueue::State {
+    State(std::string queueLabel, Clock& queueClock, std::shared_ptr<Specifics> queueSpecifics)
+        : label(std::move(queueLabel)), clock(queueClock), specifics(std::move(queueSpecifics)) {}
+
+    const std::string label;
+    Clock& clock;
+    const std::shared_ptr<Specifics> specifics;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Block> blocks;
+    bool started = false;
+    bool released = false;
+
+    static void run(const std::shared_ptr<State>& state) {
+        setCurrent(state->specifics.get());
+        std::unique_lock lock(state->mutex);
+        for (;;) {
+            state->changed.wait(lock, [&] { return !state->blocks.empty() || state->released; });
+            if (state->blocks.empty()) break;
+            Block block = std::move(state->blocks.front());
+            state->blocks.pop_front();
+            lock.unlock();
+            block();
+            block = nullptr; // may release the queue itself: the state lives on in this thread
+            state->clock.workDone();
+            lock.lock();
+        }
+        lock.unlock();
+        --liveThreadCount;
+    }
+};
+
+SerialQueue::SerialQueue(std::string label, Clock& clock)
+    : _state(std::make_shared<State>(std::move(label), clock, _specifics)) {}
+
+SerialQueue::~SerialQueue() {
+    const std::scoped_lock lock(_state->mutex);
+    _state->released = true;
+    _state->changed.notify_all();
+}
+
+void SerialQueue::async(Block block) {
+    const std::scoped_lock lock(_state->mutex);
+    _state->clock.workAdded();
+    _state->blocks.push_back(std::move(block));
+    if (!_state->started) {
+        _state->started = true;
+        ++liveThreadCount;
+        std::thread([state = _state] { State::run(state); }).detach();
+    }
+    _state->changed.notify_all();
+}
+
+const std::string& SerialQueue::label() const { return _state->label; }
+
+int SerialQueue::liveThreads() { return liveThreadCount; }
+
+} // namespace zul

@@ -1,0 +1,31 @@
+// Bytes, as they come from files and wires.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zul {
+
+using Data = std::vector<std::uint8_t>;
+
+inline Data dataFromText(std::string_view text) { return Data(text.begin(), text.end()); }
+
+/// The bytes up to the first NUL as UTF-8 text; nothing when they are not valid UTF-8.
+std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data);
+/// The same for a length that counts: no NUL needed, none looked for.
+std::optional<std::string> stringFromUTF8(std::string_view bytes);
+
+/// White space and line ends removed at both ends.
+std::string trimmedWhitespaceAndNewlines(const std::string& text);
+
+/// Leading digits (after white space and a sign), the rest ignored; 0 when there are none.
+std::int64_t integerValue(const std::string& text);
+/// Leading number with one point, the rest ignored; 0.0 when there is none. Independent of the locale.
+double doubleValue(const std::string& text);
+/// YES for leading Y, y, T, t or a number other than 0.
+bool boolValue(const std::string& text);
+
+} // namespace zul

@@ -1,0 +1,42 @@
+// The user's settings: one JSON file, read once, written at each change (to a new file that replaces the old one, so a
+// crash loses nothing). Any thread.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace zul {
+
+class UserDefaults {
+  public:
+    /// An empty path keeps everything in memory (tests).
+    explicit UserDefaults(std::filesystem::path file = {});
+
+    /// $XDG_CONFIG_HOME (or ~/.config) /zul-printer-utility/defaults.json
+    static std::filesystem::path standardFile();
+
+    /// Numbers and booleans read as text too ("1", "true").
+    std::optional<std::string> stringForKey(const std::string& key) const;
+    /// NO when absent.
+    bool boolForKey(const std::string& key) const;
+    /// False when the file could not be written; the value counts for this run all the same. lastError() says why.
+    bool setString(const std::string& key, const std::string& value);
+    bool setBool(const std::string& key, bool value);
+    /// False when there was no such key.
+    bool remove(const std::string& key);
+    std::map<std::string, std::string> all() const;
+    /// Why the file could not be read or written, with its name and what to do; empty when all is well.
+    std::string lastError() const;
+
+  private:
+    bool write();
+    mutable std::mutex _mutex;
+    const std::filesystem::path _file;
+    std::map<std::string, std::string> _values; // booleans as "true" / "false"
+    std::string _lastError;
+};
+
+} // namespace zul

@@ -1,0 +1,115 @@
+// The handles through which the engine talks to one USB device: the interface (pipes) and the device (resets, string
+// indices). Every bus implements both; so does the scripted handle of the unit tests. All calls block the caller and
+// are made on the printer's command queue (or inline on the creating thread while no queue exists yet); an
+// implementation need not lock against concurrent calls on one handle.
+#pragma once
+
+#include "platform/usb/IOReturn.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace zul {
+
+/// Token of one USB interface on the bus: allocated per (arrival, interface number), never reused while the process
+/// lives, so the same port after a restart has another token. 0 is none.
+using ServiceToken = std::uint32_t;
+
+/// One control request. pData holds wLength bytes; wLenDone is filled by the call.
+struct IOUSBDevRequestTO {
+    std::uint8_t bmRequestType = 0;
+    std::uint8_t bRequest = 0;
+    std::uint16_t wValue = 0;
+    std::uint16_t wIndex = 0;
+    std::uint16_t wLength = 0;
+    void* pData = nullptr;
+    std::uint32_t wLenDone = 0;
+    std::uint32_t noDataTimeout = 0;     // ms
+    std::uint32_t completionTimeout = 0; // ms; 0 = the bus's default
+};
+
+enum class PipeDirection : std::uint8_t { out = 0, in = 1 };
+constexpr std::uint8_t kUSBBulk = 2; // transfer type of a bulk pipe
+
+struct PipeProperties {
+    PipeDirection direction = PipeDirection::out;
+    std::uint8_t number = 0; // endpoint number without the direction bit
+    std::uint8_t transferType = 0;
+    std::uint16_t maxPacketSize = 0; // bytes
+    std::uint8_t interval = 0;
+};
+
+/// What can be asked of an interface without opening the device node: it stands in the descriptors.
+class IOUSBInterfaceDescription {
+  public:
+    virtual ~IOUSBInterfaceDescription() = default;
+
+    virtual IOReturn GetInterfaceClass(std::uint8_t& interfaceClass) = 0;
+    virtual IOReturn GetInterfaceSubClass(std::uint8_t& interfaceSubClass) = 0;
+    virtual IOReturn GetDeviceVendor(std::uint16_t& vendor) = 0;
+    virtual IOReturn GetDeviceProduct(std::uint16_t& product) = 0;
+    virtual IOReturn GetDeviceReleaseNumber(std::uint16_t& releaseNumber) = 0;
+    /// Bus number in the top byte, port path in nibbles below; the same before and after a restart on the same port.
+    virtual IOReturn GetLocationID(std::uint32_t& locationID) = 0;
+    virtual IOReturn GetInterfaceNumber(std::uint8_t& number) = 0;
+    virtual IOReturn GetAlternateSetting(std::uint8_t& alternate) = 0;
+    virtual IOReturn GetConfigurationValue(std::uint8_t& configuration) = 0;
+    /// Endpoints of the active alternate setting, the control pipe not counted.
+    virtual IOReturn GetNumEndpoints(std::uint8_t& count) = 0;
+    /// pipe counts from 1 to GetNumEndpoints.
+    virtual IOReturn GetPipeProperties(std::uint8_t pipe, PipeProperties& properties) = 0;
+};
+
+class IOUSBDeviceInterface;
+
+/// A usable interface: the device node is open from creation to destruction; "interface open" means claimed.
+class IOUSBInterfaceInterface : public IOUSBInterfaceDescription {
+  public:
+    /// Claims the interface, taking it from the kernel's own driver if that holds it. kIOReturnExclusiveAccess when
+    /// another program holds it; success when this handle already holds it.
+    virtual IOReturn USBInterfaceOpenSeize() = 0;
+    /// Releases the claim. Bytes of a read that were kept back are dropped.
+    virtual IOReturn USBInterfaceClose() = 0;
+
+    /// Reads up to size bytes in one transfer; size receives the count read (never more than asked).
+    virtual IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
+                                std::uint32_t completionTimeout) = 0;
+    /// Writes all size bytes; one overall deadline of completionTimeout ms. No zero-length packet is appended.
+    virtual IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size,
+                                 std::uint32_t noDataTimeout, std::uint32_t completionTimeout) = 0;
+    /// pipe is 0, the control pipe. Works without the claim where the system lets it.
+    virtual IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) = 0;
+
+    /// The device that this interface belongs to; null device on failure.
+    virtual IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) = 0;
+
+    /// Tells how far the write under way has come, on the thread that writes. Nothing may depend on being called.
+    using WriteProgress = std::function<void(std::uint32_t bytesDone, std::uint32_t bytesTotal)>;
+    virtual void setWriteProgress(WriteProgress progress) = 0;
+
+    /// While another program holds the interface: asks the bus to call mayBeFree on the main queue each time the
+    /// holder may have let go (also as a slow fallback poll). Null ends the watch. Never called for own closes.
+    virtual void watchHolder(std::function<void()> mayBeFree) = 0;
+    /// Claims and releases without any other effect; success when nobody else holds the interface. Command queue.
+    virtual IOReturn tryClaim() = 0;
+};
+
+/// The whole device, for what is not tied to one interface.
+class IOUSBDeviceInterface {
+  public:
+    virtual ~IOUSBDeviceInterface() = default;
+
+    virtual IOReturn USBDeviceOpen() = 0;
+    virtual IOReturn USBDeviceClose() = 0;
+    virtual IOReturn ResetDevice() = 0;
+    /// The device leaves and returns as a new service: departure and arrival are delivered afterwards, on the main
+    /// queue, even where the system resets in place.
+    virtual IOReturn USBDeviceReEnumerate(std::uint32_t options) = 0;
+    virtual IOReturn USBGetManufacturerStringIndex(std::uint8_t& index) = 0;
+    virtual IOReturn USBGetProductStringIndex(std::uint8_t& index) = 0;
+    virtual IOReturn USBGetSerialNumberStringIndex(std::uint8_t& index) = 0;
+};
+
+} // namespace zul

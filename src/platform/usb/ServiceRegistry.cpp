@@ -1,0 +1,124 @@
+// The registry and its notification ports. Callbacks may add or remove registrations while they run, so every walk is
+// over a copy.
+#include "platform/usb/ServiceRegistry.h"
+
+#include <algorithm>
+
+namespace zul {
+
+namespace {
+
+bool matches(const ServiceMatching& matching, USBService& service) {
+    std::uint8_t interfaceClass = 0;
+    std::uint8_t interfaceSubClass = 0;
+    // A service whose class cannot be read is handed on: whoever looks at it logs why.
+    if (service.GetInterfaceClass(interfaceClass) != kIOReturnSuccess) return true;
+    if (service.GetInterfaceSubClass(interfaceSubClass) != kIOReturnSuccess) return true;
+    return interfaceClass == matching.bInterfaceClass && interfaceSubClass == matching.bInterfaceSubClass;
+}
+
+} // namespace
+
+ServiceToken ServiceIterator::next() {
+    if (_pending.empty()) {
+        _armed = true;
+        return 0;
+    }
+    const ServiceToken token = _pending.front();
+    _pending.pop_front();
+    return token;
+}
+
+NotificationPort::NotificationPort(ServiceRegistry& registry) : _registry(registry) {
+    _registry._ports.push_back(this);
+}
+
+NotificationPort::~NotificationPort() { std::erase(_registry._ports, this); }
+
+std::shared_ptr<ServiceIterator> NotificationPort::addMatchingNotification(ServiceNotification kind,
+                                                                           const ServiceMatching& matching,
+                                                                           MatchCallback callback) {
+    auto match = std::make_shared<Match>(
+        Match{kind, matching, std::move(callback), std::make_shared<ServiceIterator>()});
+    if (kind == ServiceNotification::matched) {
+        for (const auto& [token, service] : _registry._services) {
+            if (matches(matching, *service)) match->iterator->_pending.push_back(token);
+        }
+    }
+    _matches.push_back(match);
+    return match->iterator;
+}
+
+std::uint32_t NotificationPort::addInterest(ServiceToken service, const void* context, InterestCallback callback) {
+    _interests.push_back({_nextInterest, service, context, std::move(callback)});
+    return _nextInterest++;
+}
+
+bool NotificationPort::removeInterest(std::uint32_t interest) {
+    return std::erase_if(_interests, [&](const Interest& entry) { return entry.id == interest; }) > 0;
+}
+
+void NotificationPort::deliver(ServiceToken service, IOMessage message, void* argument) {
+    const std::vector<Interest> interests = _interests;
+    std::vector<const void*> told;
+    for (const Interest& interest : interests) {
+        if (interest.service != service || std::ranges::count(told, interest.context) > 0) continue;
+        told.push_back(interest.context);
+        interest.callback(service, message, argument);
+    }
+}
+
+void NotificationPort::announce(ServiceNotification kind, ServiceToken token, USBService& service) {
+    const auto registered = _matches;
+    for (const auto& match : registered) {
+        if (match->kind != kind || !matches(match->matching, service)) continue;
+        match->iterator->_pending.push_back(token);
+        if (!match->iterator->_armed) continue;
+        match->iterator->_armed = false;
+        match->callback(*match->iterator);
+    }
+}
+
+ServiceToken ServiceRegistry::serviceArrived(std::shared_ptr<USBService> service) {
+    const ServiceToken token = _nextToken++;
+    USBService& arrived = *service;
+    _services.emplace(token, std::move(service));
+    const auto ports = _ports;
+    for (NotificationPort* port : ports) {
+        // A callback may destroy a port; only those still registered may be told.
+        if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::matched, token, arrived);
+    }
+    return token;
+}
+
+void ServiceRegistry::serviceTerminated(ServiceToken token) {
+    const auto found = _services.find(token);
+    if (found == _services.end()) return;
+    const std::shared_ptr<USBService> service = found->second;
+    serviceMessage(token, kIOMessageServiceIsTerminated, nullptr);
+    const auto ports = _ports;
+    for (NotificationPort* port : ports) {
+        if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::terminated, token, *service);
+    }
+    _services.erase(token);
+}
+
+void ServiceRegistry::serviceMessage(ServiceToken token, IOMessage message, void* argument) {
+    const auto ports = _ports;
+    for (NotificationPort* port : ports) {
+        if (std::ranges::count(_ports, port) > 0) port->deliver(token, message, argument);
+    }
+}
+
+std::shared_ptr<USBService> ServiceRegistry::service(ServiceToken token) const {
+    const auto found = _services.find(token);
+    return found == _services.end() ? nullptr : found->second;
+}
+
+std::vector<ServiceToken> ServiceRegistry::services() const {
+    std::vector<ServiceToken> tokens;
+    for (const auto& [token, service] : _services) tokens.push_back(token);
+    return tokens;
+}
+
+} // namespace zul

@@ -1,0 +1,135 @@
+// What is on the bus, as the engine sees it: services (one per USB interface), and the notification port through which
+// their arrival, departure and messages reach the engine. A bus feeds the registry; everything here is main queue only.
+#pragma once
+
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+/// One USB interface on a bus, before anything of it is opened.
+class USBService : public IOUSBInterfaceDescription {
+  public:
+    /// Opens the device node and makes a handle. kIOReturnNotPrivileged when the node may not be opened.
+    virtual IOReturn createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) = 0;
+
+    /// The port in the system's notation, for example "1-2.4"; for messages to people.
+    virtual std::string locationText() const = 0;
+    /// The device node, for example "/dev/bus/usb/001/004"; empty when the bus has none.
+    virtual std::string nodePath() const = 0;
+    virtual bool isVirtual() const = 0;
+};
+
+enum class ServiceNotification { matched, terminated };
+
+/// The services that a notification has not handed out yet, in bus order. Must be drained to arm its notification.
+class ServiceIterator {
+  public:
+    bool isValid() const { return true; }
+    void reset() {}
+    /// The next service's token; 0 at the end, and from then on the notification is armed.
+    ServiceToken next();
+
+  private:
+    friend class NotificationPort;
+    std::list<ServiceToken> _pending;
+    bool _armed = false;
+};
+
+/// Which interfaces a notification is about.
+struct ServiceMatching {
+    std::string className = "IOUSBInterface";
+    std::int32_t bInterfaceClass = 0;
+    std::int32_t bInterfaceSubClass = 0;
+};
+
+class ServiceRegistry;
+
+/// Delivers the registry's events on the main queue until it is destroyed.
+class NotificationPort {
+  public:
+    using MatchCallback = std::function<void(ServiceIterator& iterator)>;
+    using InterestCallback = std::function<void(ServiceToken service, IOMessage message, void* argument)>;
+
+    explicit NotificationPort(ServiceRegistry& registry);
+    ~NotificationPort();
+    NotificationPort(const NotificationPort&) = delete;
+    NotificationPort& operator=(const NotificationPort&) = delete;
+
+    /// Registers for arrivals or departures. The returned iterator already holds the matching services (for
+    /// departures: none) and must be drained to arm the notification.
+    std::shared_ptr<ServiceIterator> addMatchingNotification(ServiceNotification kind, const ServiceMatching& matching,
+                                                             MatchCallback callback);
+
+    /// Registers for messages of one service. A context that is registered twice for a service hears each message
+    /// once. Returns an id for removeInterest, never 0.
+    std::uint32_t addInterest(ServiceToken service, const void* context, InterestCallback callback);
+    /// False when there is no such registration.
+    bool removeInterest(std::uint32_t interest);
+
+    /// Delivers a message to every context registered for the service.
+    void deliver(ServiceToken service, IOMessage message, void* argument);
+
+    ServiceRegistry& registry() { return _registry; }
+
+  private:
+    friend class ServiceRegistry;
+    struct Match {
+        ServiceNotification kind;
+        ServiceMatching matching;
+        MatchCallback callback;
+        std::shared_ptr<ServiceIterator> iterator;
+    };
+    struct Interest {
+        std::uint32_t id;
+        ServiceToken service;
+        const void* context;
+        InterestCallback callback;
+    };
+    void announce(ServiceNotification kind, ServiceToken token, USBService& service);
+
+    ServiceRegistry& _registry;
+    std::vector<std::shared_ptr<Match>> _matches;
+    std::vector<Interest> _interests;
+    std::uint32_t _nextInterest = 1;
+};
+
+class ServiceRegistry {
+  public:
+    /// For the bus: a new interface is there. Tells the ports. Returns its token.
+    ServiceToken serviceArrived(std::shared_ptr<USBService> service);
+    /// For the bus: the interface has left. Interested contexts hear "terminated" first, then the removal
+    /// notifications run; afterwards the token is unknown. Unknown tokens are ignored.
+    void serviceTerminated(ServiceToken token);
+    /// For the bus: any other message about a service.
+    void serviceMessage(ServiceToken token, IOMessage message, void* argument);
+
+    /// Null when the token is not on the bus (any more).
+    std::shared_ptr<USBService> service(ServiceToken token) const;
+    std::vector<ServiceToken> services() const;
+
+  private:
+    friend class NotificationPort;
+    std::map<ServiceToken, std::shared_ptr<USBService>> _services;
+    std::vector<NotificationPort*> _ports;
+    ServiceToken _nextToken = 0x101; // a recognisable first value in log lines; counts up, never reused
+};
+
+/// A source of services. start() reports what is attached before it returns and goes on reporting, always on the main
+/// queue; stop() ends that without waiting for anybody.
+class USBBus {
+  public:
+    virtual ~USBBus() = default;
+    /// Main queue. kIOReturnSuccess, or why the bus cannot be watched.
+    virtual IOReturn start(ServiceRegistry& registry) = 0;
+    virtual void stop() = 0;
+};
+
+} // namespace zul

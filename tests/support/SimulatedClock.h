@@ -1,0 +1,59 @@
+// A clock that is moved by hand. Threads are real, time is not: when every queue is at rest or waits for time, the clock
+// jumps to the next moment that somebody waits for. So a journey of minutes runs in milliseconds, in a fixed order of
+// moments, and a wait that never ends shows as "at rest" instead of hanging the test.
+#pragma once
+
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <set>
+#include <vector>
+
+namespace zul {
+
+class SimulatedClock final : public Clock {
+  public:
+    SimulatedClock();
+    ~SimulatedClock() override;
+
+    TimePoint now() override;
+    std::chrono::system_clock::time_point wallTime() override;
+    void sleepFor(Duration duration) override;
+    std::unique_ptr<ClockEvent> makeEvent() override;
+    TimerId callAt(TimePoint time, Block block) override;
+    void cancel(TimerId timer) override;
+    void workAdded() override;
+    void workDone() override;
+
+    /// Main thread. Runs the main queue and lets all queues run until nothing is left to do at this moment.
+    void settle(MainQueue& mainQueue);
+    /// Main thread. settle(), then moves from one awaited moment to the next, settling each time, until the given
+    /// span has passed or nobody waits for anything. Returns true when all is at rest with nobody waiting for time.
+    bool drain(MainQueue& mainQueue, Duration limit = std::chrono::hours(1));
+    /// Time that has passed since the clock was made.
+    Duration elapsed();
+
+  private:
+    class Event;
+    struct Waiter {
+        TimePoint deadline;
+        bool signalled = false;
+        bool released = false;
+        std::condition_variable wake;
+    };
+    bool wait(Event* event, TimePoint deadline);
+    bool stepTo(TimePoint limit);
+
+    std::mutex _mutex;
+    std::condition_variable _quiet;
+    TimePoint _now;
+    int _work = 0; // blocks waiting or running in any queue, less the threads that wait for time
+    std::set<Waiter*> _waiters;
+    std::multimap<TimePoint, std::pair<TimerId, Block>> _timers;
+    TimerId _nextTimer = 1;
+};
+
+} // namespace zul
