@@ -1,6 +1,8 @@
 #include "support/SimulatedClock.h"
 
+#include <algorithm>
 #include <optional>
+#include <thread>
 
 namespace zul {
 
@@ -49,6 +51,10 @@ bool SimulatedClock::wait(Event* event, TimePoint deadline) {
         return true;
     }
     if (deadline <= _now) return false;
+    if (std::this_thread::get_id() == _owner) {
+        lock.unlock();
+        return waitOnOwner(event, deadline);
+    }
     Waiter waiter;
     waiter.deadline = deadline;
     _waiters.insert(&waiter);
@@ -59,6 +65,31 @@ bool SimulatedClock::wait(Event* event, TimePoint deadline) {
     if (event != nullptr) event->waiter = nullptr;
     _waiters.erase(&waiter);
     return waiter.signalled;
+}
+
+// The thread that moves the clock waits itself: nobody else would move it, so it does, up to its own deadline.
+bool SimulatedClock::waitOnOwner(Event* event, TimePoint deadline) {
+    for (;;) {
+        {
+            const std::scoped_lock lock(_mutex);
+            if (event != nullptr && event->pending) {
+                event->pending = false;
+                return true;
+            }
+            if (_now >= deadline) return false;
+        }
+        if (!stepTo(deadline)) {
+            const std::scoped_lock lock(_mutex);
+            if (event == nullptr || !event->pending) _now = std::max(_now, deadline);
+        }
+    }
+}
+
+void SimulatedClock::advance(MainQueue& mainQueue, Duration span) {
+    const TimePoint end = now() + span;
+    drain(mainQueue, span);
+    const std::scoped_lock lock(_mutex);
+    _now = std::max(_now, end);
 }
 
 void SimulatedClock::sleepFor(Duration duration) { wait(nullptr, now() + duration); }

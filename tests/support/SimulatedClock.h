@@ -10,6 +10,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <vector>
 
 namespace zul {
@@ -33,6 +34,8 @@ class SimulatedClock final : public Clock {
     /// Main thread. settle(), then moves from one awaited moment to the next, settling each time, until the given
     /// span has passed or nobody waits for anything. Returns true when all is at rest with nobody waiting for time.
     bool drain(MainQueue& mainQueue, Duration limit = std::chrono::hours(1));
+    /// drain() for exactly the span: the clock stands at its end afterwards.
+    void advance(MainQueue& mainQueue, Duration span);
     /// Time that has passed since the clock was made.
     Duration elapsed();
 
@@ -45,8 +48,10 @@ class SimulatedClock final : public Clock {
         std::condition_variable wake;
     };
     bool wait(Event* event, TimePoint deadline);
+    bool waitOnOwner(Event* event, TimePoint deadline);
     bool stepTo(TimePoint limit);
 
+    const std::thread::id _owner = std::this_thread::get_id();
     std::mutex _mutex;
     std::condition_variable _quiet;
     TimePoint _now;

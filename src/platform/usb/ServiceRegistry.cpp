@@ -50,16 +50,22 @@ std::shared_ptr<ServiceIterator> NotificationPort::addMatchingNotification(Servi
 }
 
 std::uint32_t NotificationPort::addInterest(ServiceToken service, const void* context, InterestCallback callback) {
+    const std::scoped_lock lock(_interestsMutex);
     _interests.push_back({_nextInterest, service, context, std::move(callback)});
     return _nextInterest++;
 }
 
 bool NotificationPort::removeInterest(std::uint32_t interest) {
+    const std::scoped_lock lock(_interestsMutex);
     return std::erase_if(_interests, [&](const Interest& entry) { return entry.id == interest; }) > 0;
 }
 
 void NotificationPort::deliver(ServiceToken service, IOMessage message, void* argument) {
-    const std::vector<Interest> interests = _interests;
+    std::vector<Interest> interests;
+    {
+        const std::scoped_lock lock(_interestsMutex);
+        interests = _interests;
+    }
     std::vector<const void*> told;
     for (const Interest& interest : interests) {
         if (interest.service != service || std::ranges::count(told, interest.context) > 0) continue;

@@ -9,6 +9,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -69,9 +70,9 @@ class NotificationPort {
                                                              MatchCallback callback);
 
     /// Registers for messages of one service. A context that is registered twice for a service hears each message
-    /// once. Returns an id for removeInterest, never 0.
+    /// once. Returns an id for removeInterest, never 0. Any thread; the callbacks run on the main queue.
     std::uint32_t addInterest(ServiceToken service, const void* context, InterestCallback callback);
-    /// False when there is no such registration.
+    /// False when there is no such registration. Any thread; a message being delivered may still arrive.
     bool removeInterest(std::uint32_t interest);
 
     /// Delivers a message to every context registered for the service.
@@ -97,6 +98,7 @@ class NotificationPort {
 
     ServiceRegistry& _registry;
     std::vector<std::shared_ptr<Match>> _matches;
+    std::mutex _interestsMutex; // printers register and withdraw on their own queues
     std::vector<Interest> _interests;
     std::uint32_t _nextInterest = 1;
 };

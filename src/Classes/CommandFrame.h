@@ -1,0 +1,42 @@
+// The vendor's command frames as bytes: pure functions, no printer needed.
+#pragma once
+
+#include "platform/foundation/Data.h"
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace zul {
+
+// Command codes by name, for those that the program sends.
+enum CommandCode : std::uint32_t {
+    kCommandStatus = 0,
+    kCommandFirmwareVersion = 1,
+    kCommandSerialNumber = 2,
+    kCommandTableClear = 19,
+    kCommandTableWrite = 20,
+    kCommandTableVersion = 21,
+    kCommandTableName = 22,
+    kCommandTableChecksum = 23,
+    kCommandLifetimeCounter = 32,
+    kCommandCounterClear = 35,
+    kCommandEnterLoader = 40,
+    kCommandProgramFlash = 41,
+    kCommandSetISerial = 42,
+    kCommandGetISerial = 43,
+};
+
+constexpr std::size_t kFrameHeaderSize = 32; // bytes before the payload
+
+/// Text of the command; nothing for the numbers that are reserved or beyond the last.
+std::optional<std::string_view> commandText(std::uint32_t code);
+
+/// How many payload bytes the frame of this command announces and carries, when given this many.
+std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize);
+
+/// The whole frame: escape, "P", text, eight-digit payload size (blank when 0), payload. A payload that does not fit a
+/// fixed size leaves blanks.
+Data commandFrame(std::uint32_t code, const Data* payload);
+
+} // namespace zul

@@ -1,0 +1,327 @@
+// One attached USB printer: its identity, its interface and bulk pipes, and the serial queue on which every exchange
+// with it runs. It knows nothing of the vendor's command language; the vendor subclass does.
+//
+// Queues: an object is made on the main queue. Its command queue exists once its IEEE 1284 device ID has been read and
+// decoded; until then every queue operation runs inline on the caller. Observed facts that describe the object's state
+// change on the main queue; the facts in deviceInfoDict change on the command queue, bracketed by change notices.
+#pragma once
+
+#include "Classes/Environment.h"
+#include "Classes/PrinterEvents.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/DeviceInfo.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/ServiceRegistry.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace zul {
+
+/// Values of state; interfaceStatus takes the same numbers.
+enum TBPrinterState : std::int64_t {
+    kTBPrinterClosed = 1,  // set by every close
+    kTBPrinterOpen = 2,    // the interface is open by this program
+    kTBPrinterOpening = 4, // an open is under way; stays while another program holds the interface
+    kTBPrinterProbed = 8,  // the device object was set, opened and closed once without being refused
+};
+
+/// Where a reply is delivered.
+class ReplyQueue {
+  public:
+    /// The main queue, as when no queue is named.
+    static ReplyQueue mainQueue() { return ReplyQueue(Kind::main, nullptr); }
+    /// The printer's own command queue: delivered inline. Can be named while no queue object exists yet.
+    static ReplyQueue commandQueue() { return ReplyQueue(Kind::command, nullptr); }
+    static ReplyQueue on(std::shared_ptr<Queue> queue) { return ReplyQueue(Kind::other, std::move(queue)); }
+
+  private:
+    friend class TBUSBPrinter;
+    enum class Kind { main, command, other };
+    ReplyQueue(Kind kind, std::shared_ptr<Queue> queue) : _kind(kind), _queue(std::move(queue)) {}
+    Kind _kind;
+    std::shared_ptr<Queue> _queue;
+};
+
+/// Recipient of the printer-class soft reset.
+enum class Recipient { interface, other };
+
+class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_this<TBUSBPrinter> {
+  public:
+    using CommandBlock = Block;
+    using ReplyBlock = std::function<void(const std::optional<Data>& reply)>;
+    using CodeCompletion = std::function<void(IOReturn code)>;
+    using InterfacePtr = std::shared_ptr<IOUSBInterfaceInterface>;
+    using DevicePtr = std::shared_ptr<IOUSBDeviceInterface>;
+
+    // ---- creation -------------------------------------------------------------------------------------------------
+
+    /// init: everything empty, state closed. Make it through std::make_shared, then call one initialiser.
+    explicit TBUSBPrinter(Environment& environment);
+    ~TBUSBPrinter() override;
+
+    /// Marks the main queue, so that isMainQueue can tell it. Once per main queue, before the first printer.
+    static void initialize(MainQueue& mainQueue);
+
+    /// initWithInterfaceInterface:forDeviceObject:  Reads the identity, makes the command queue, sets the device
+    /// object. Main queue; blocks it for at most a few control requests. Never fails: a printer that does not tell its
+    /// ID simply has no queue. deviceObject is the token of the interface's service.
+    virtual void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject);
+    /// initWithDeviceObject:
+    void initWithDeviceObject(ServiceToken deviceObject);
+
+    // ---- queues ---------------------------------------------------------------------------------------------------
+
+    std::shared_ptr<SerialQueue> printerCommandQueue() const { return _printerCommandQueue; }
+    static const void* printerCommandQueueKey();
+    static const void* mainQueueSpecificKey();
+    /// True on this printer's command queue, and everywhere while there is none. Any thread.
+    bool isPrinterCommandQueue() const;
+    static bool isMainQueue();
+    /// Runs block at once on the command queue, else posts it there. Never waits, despite its name. Any thread.
+    void performInlineOnCommandQueue(Block block);
+    /// Runs block at once on the main queue, else posts it there and waits. False when the program is ending and the
+    /// block has not run. Never while holding a lock.
+    bool performSyncOnMainQueue(Block block);
+    /// Runs commandBlock on the command queue, inline when already there. A missing block is a programming error.
+    void sendNoReplyPrinterCommand(CommandBlock commandBlock);
+    /// sendPrinterCommand:replyQueue:reply:  Runs commandBlock on the command queue, then hands printerReply() to
+    /// reply (if given) on the reply queue.
+    void sendPrinterCommand(CommandBlock commandBlock, ReplyQueue replyQueue, ReplyBlock reply);
+    /// The reply of the last command. Command queue. Nothing in this class.
+    virtual std::optional<Data> printerReply() { return std::nullopt; }
+
+    // ---- interface ------------------------------------------------------------------------------------------------
+
+    /// Claims the interface and finds its pipes; 0 at once when it is open already. Command queue. Codes:
+    /// kIOReturnExclusiveAccess (another program holds it; the open stays pending), kIOReturnNoDevice (no handle, or
+    /// the device has left), and whatever the bus reports.
+    IOReturn openInterface();
+    /// openInterface:  The same on the command queue; completion (if any) gets the code there.
+    void openInterface(CodeCompletion completion);
+    /// closeInterface:  Always posted to the command queue, so it lies behind what is queued. There is no open count:
+    /// one close closes for all. Completion gets the close's code, 0 when nothing was open.
+    void closeInterface(CodeCompletion completion);
+    /// Finds the bulk pipes. Command queue.
+    void getPipes();
+    /// True for "open by this program" and for "held by another".
+    bool isOwned() const { return _isOwned != 0; }
+    /// 0 not open by this program, 1 open by this program, -1 held by another program.
+    std::int64_t ownership() const { return _isOwned; }
+    /// Opens when value is not 0 and nobody owns the interface; otherwise closes. Any thread.
+    void setIsOwned(int value);
+    /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
+    bool writeToInterfaceWithData(const Data& data);
+    /// One bulk read (time-outs 5000 ms). Command queue. Always size bytes, zero-padded; nothing on failure: the code
+    /// is in _readStatus.
+    std::optional<Data> interfaceReadDataOfSize(std::uint32_t size);
+    bool isInterfaceOpen() const;
+    bool willOpenInterface() const;
+    bool didOpenInterface() const;
+    std::int32_t interfaceStatus() const { return _interfaceStatus; }
+    std::int64_t state() const { return _state; }
+    void setState(std::int64_t state);
+
+    // ---- facts ----------------------------------------------------------------------------------------------------
+
+    /// Stores the text under "printerStatus", on the main queue, with notices; waits for that.
+    void setPrinterStatus(const std::string& status);
+    std::optional<std::string> printerStatus() const;
+    std::optional<std::string> printerSerialNumber() const;
+    std::optional<std::string> firmwareVersion() const;
+    DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
+
+    using Text = std::optional<std::string>;
+    Text statusString() const { return text(_printerStatusString); }
+    void setStatusString(const Text& value) { setText("statusString", _printerStatusString, value); }
+    Text raw1284DeviceID() const { return text(_raw1284DeviceID); }
+    void setRaw1284DeviceID(const Text& value) { setText("raw1284DeviceID", _raw1284DeviceID, value); }
+    Text deviceID() const { return text(_deviceID); }
+    void setDeviceID(const Text& value) { setText("deviceID", _deviceID, value); }
+    Text manufacturer() const { return text(_manufacturer); }
+    void setManufacturer(const Text& value) { setText("manufacturer", _manufacturer, value); }
+    Text model() const { return text(_model); }
+    void setModel(const Text& value) { setText("model", _model, value); }
+    Text vendorUSB() const { return text(_vendorUSB); }
+    void setVendorUSB(const Text& value) { setText("vendorUSB", _vendorUSB, value); }
+    Text productUSB() const { return text(_productUSB); }
+    void setProductUSB(const Text& value) { setText("productUSB", _productUSB, value); }
+    Text serialNumberUSB() const { return text(_serialNumberUSB); }
+    void setSerialNumberUSB(const Text& value) { setText("serialNumberUSB", _serialNumberUSB, value); }
+    Text status() const { return text(_status); }
+    void setStatus(const Text& value) { setText("status", _status, value); }
+    /// Name of the picture; nothing in this class.
+    virtual Text image() const { return text(_image); }
+    void setImage(const Text& value) { setText("image", _image, value); }
+    bool inFirmwareUpdate() const { return _isBusy; }
+    /// Main queue.
+    void setInFirmwareUpdate(bool inUpdate);
+
+    // ---- identity -------------------------------------------------------------------------------------------------
+
+    std::string keyUSBdevice() const;
+    std::string idLocation() const;
+    std::string idVendor() const;
+    std::string idProduct() const;
+    std::uint16_t vendorNumber() const { return _idVendor; }
+    std::uint16_t productNumber() const { return _idProduct; }
+    std::uint32_t locationNumber() const { return _locationID; }
+    /// Manufacturer, model and USB serial number, for every log line that names the printer.
+    std::string descriptionUTF8() const;
+
+    using DeviceIDCompletion = std::function<void(bool found, const Text& deviceID)>;
+    using DecodedBlock =
+        std::function<void(const Text& manufacturer, const Text& model, const Text& serialNumber, const Text& des)>;
+    /// Reads the IEEE 1284 device ID. Command queue.
+    void update1284DeviceID(DeviceIDCompletion completion);
+    /// decodeDeviceID:decoded:
+    void decodeDeviceID(const std::string& deviceID, const DecodedBlock& decoded) const;
+    /// Shorter names of known vendors; others unchanged.
+    static Text normalizedVendorString(const Text& vendor);
+    /// Languages of the string descriptors, read once; nothing while they cannot be read. Command queue.
+    std::optional<std::set<std::uint16_t>> langIds();
+    /// The chosen language; 0 while the table cannot be read. Command queue.
+    std::uint16_t langId();
+    /// Ignored unless langIds contains it.
+    void setLangId(std::uint16_t langId);
+    /// Command queue; time-outs 500 ms / 1000 ms.
+    Text descriptorStringAtIndex(std::uint8_t index);
+    void getUSBVendorString();
+    void getUSBProductString();
+    void getUSBSerialNumberString();
+
+    /// What is known about a device, by keyUSBdevice, for the life of the process. Main queue. The same object at every
+    /// call; an empty one is made and kept when there is none.
+    static DeviceInfoPtr deviceInfoForKey(const std::string& key);
+    /// setDeviceInfo:forKey:  Keeps this very object; an immutable one is ignored. Main queue.
+    static void setDeviceInfo(DeviceInfoPtr info, const std::string& key);
+    /// Forgets every device; for tests that begin afresh.
+    static void forgetDeviceInfo();
+
+    // ---- life cycle -----------------------------------------------------------------------------------------------
+
+    /// The service that messages are taken from; 0 releases. Posted to the command queue.
+    void setDeviceObject(ServiceToken deviceObject);
+    void setInterfaceInterface(InterfacePtr interfaceInterface);
+    void setDeviceInterface(DevicePtr device);
+    ServiceToken deviceObject() const { return _deviceObject; }
+    /// The service the object was made for: known from the first moment and never changed.
+    ServiceToken creationToken() const { return _creationToken; }
+    /// Command queue.
+    InterfacePtr interfaceInterface() const { return _iInterface; }
+    /// Obtained when first asked for; null when there is none. Command queue.
+    DevicePtr deviceInterface();
+
+    /// Messages about the service. Main queue.
+    static void usbInterfaceInterestCallback(const std::shared_ptr<TBUSBPrinter>& printer, ServiceToken service,
+                                             IOMessage message, void* argument);
+    /// Asks the printer for its facts. Called on the main queue; the work is posted and not waited for.
+    void probe();
+    /// Command queue. Nothing in this class.
+    virtual void getDeviceCustomInfo() {}
+    void updateInfo();
+    void hotPlug();
+    /// Printer-class soft reset. Command queue.
+    IOReturn resetUSBPrinter(Recipient recipient = Recipient::interface);
+    /// Command queue; kIOReturnError without a device handle.
+    IOReturn resetUSBDevice();
+    IOReturn reEnumerateUSBDevice();
+    /// Main queue: posts the release of all handles, ends waits, and waits for nothing.
+    void prepareForRelease();
+
+    Environment& environment() const { return _environment; }
+    /// Where the printer is attached ("1-2"), for messages; set by whoever makes the object.
+    std::string locationText() const { return text(_locationText).value_or(""); }
+    void setLocationText(const std::string& location) { setText("locationText", _locationText, location); }
+    bool isVirtual() const { return _isVirtual; }
+    void setIsVirtual(bool isVirtual) { _isVirtual = isVirtual; }
+    /// Retired: its service has left and prepareForRelease was called.
+    bool isReleased() const { return _released; }
+
+  protected:
+    Text text(const Text& member) const;
+    void setText(const char* key, Text& member, const Text& value);
+    /// Stores a fact with change notices around it, on the calling thread; nothing removes the key.
+    void storeFact(const std::string& key, const Text& value);
+    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
+    void emit(PrinterEvent event) const;
+    template <class Self> std::shared_ptr<Self> sharedSelf() {
+        return std::static_pointer_cast<Self>(shared_from_this());
+    }
+
+    Environment& _environment;
+    mutable std::mutex _textMutex; // the identity strings: set on main, read on every queue
+
+    Text _raw1284DeviceID;
+    Text _deviceID;
+    Text _manufacturer;
+    Text _model;
+    Text _vendorUSB;
+    Text _productUSB;
+    Text _serialNumberUSB;
+    Text _status;
+    std::optional<std::set<std::uint16_t>> _langIds;
+    Text _printerStatusString;
+    Text _image;
+    std::atomic<std::int64_t> _state{kTBPrinterClosed};
+    std::atomic<std::int64_t> _isOwned{0};
+    const DeviceInfoPtr _deviceInfoDict = std::make_shared<DeviceInfo>();
+    std::shared_ptr<SerialQueue> _printerCommandQueue;
+    InterfacePtr _iInterface;
+    DevicePtr _dInterface;
+    std::uint32_t _locationID = 0;
+    std::uint16_t _idVendor = 0;
+    std::uint16_t _idProduct = 0;
+    std::uint16_t _langId = 0;
+    std::atomic<bool> _isBusy{false};
+    std::weak_ptr<NotificationPort> _notifyPort; // the program may end first
+    std::uint32_t _interestNotification = 0;
+    std::uint32_t _busyNotification = 0; // released with the first; never registered
+    std::atomic<ServiceToken> _deviceObject{0};
+    std::atomic<std::int32_t> _interfaceStatus{kTBPrinterClosed};
+    std::uint8_t _bulkIN = 0;
+    std::uint8_t _bulkOUT = 0;
+    std::uint8_t _configurationIndex = 0; // this and the next eight: part of the object's record, used by no operation
+    std::uint8_t _interfaceProtocol = 0;
+    std::uint8_t _interfaceNumber = 0;
+    std::uint8_t _interfaceAlternate = 0;
+    std::uint32_t _deviceProperties = 0;
+    std::uint32_t _readByteCount = 0;
+    std::uint32_t _writeByteCount = 0;
+    std::uint32_t _completedCount = 0;
+    IOReturn _USBReadStatus = kIOReturnSuccess;
+    std::atomic<IOReturn> _readStatus{kIOReturnSuccess};
+    std::atomic<IOReturn> _writeStatus{kIOReturnSuccess};
+
+    std::atomic<bool> _released{false};
+
+  private:
+    void finishOpen(IOReturn code);
+    void closeNow(const CodeCompletion& completion);
+    void setOwnershipOnMain(std::int64_t ownership);
+    void watchForHolder();
+    void holderMayHaveLetGo();
+    void makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);
+    void handleInterestMessage(ServiceToken service, IOMessage message);
+    void otherHolderClosed();
+    void attemptingOpen();
+    void showStatus(const char* key);
+    using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
+    Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked);
+    IOReturn readDescriptor(std::uint16_t value, std::uint16_t index, std::uint32_t completionTimeout, Data& buffer);
+    IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action);
+
+    ServiceToken _creationToken = 0;
+    std::uint32_t _creationInterest = 0;
+    Text _locationText;
+    std::atomic<bool> _isVirtual{false};
+};
+
+} // namespace zul

@@ -1,0 +1,247 @@
+// One attached ZUL printer: the vendor's commands, the facts it can be asked for, and the update of its firmware and
+// colour tables. The update runs in halves separated by restarts of the printer; each restart gives a new object, and
+// the progress value in the device-info dictionary tells the new one where the update stands.
+//
+// Unless a comment says otherwise the operations may be called from any thread, return at once, and do their work on
+// the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
+#pragma once
+
+#include "Classes/TBUSBPrinter.h"
+#include "platform/appkit/Outlets.h"
+
+#include <array>
+#include <vector>
+
+namespace zul {
+
+// Keys of deviceInfoDict.
+inline constexpr const char* HOLVEN_TBPrinterManufacturer = "manufacturer";
+inline constexpr const char* HOLVEN_TBPrinterModel = "model";
+inline constexpr const char* HOLVEN_TBPrinterStatus = "printerStatus";
+inline constexpr const char* HOLVEN_TBPrinterFirmwareVersion = "firmwareVersion";
+inline constexpr const char* HOLVEN_TBPrinterFirmwareVersionPrevious = "firmwareVersionPrevious";
+inline constexpr const char* HOLVEN_TBPrinterSerialNumber = "printerSerialNumber";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion = "colorTableVersion"; // also of the 300 table
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion600 = "colorTableVersion600";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion610 = "colorTableVersion610";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion620 = "colorTableVersion620";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion300HD = "colorTableVersion300HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion600HD = "colorTableVersion600HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion610HD = "colorTableVersion610HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableVersion620HD = "colorTableVersion620HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum300 = "colorTableChecksum300"; // also of the only table
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum600 = "colorTableChecksum600";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum610 = "colorTableChecksum610";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum620 = "colorTableChecksum620";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum300HD = "colorTableChecksum300HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum600HD = "colorTableChecksum600HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum610HD = "colorTableChecksum610HD";
+inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum620HD = "colorTableChecksum620HD";
+inline constexpr const char* HOLVEN_TBPrinterLifetimeCounter = "TBPrinterLifetimeCounter";
+inline constexpr const char* HOLVEN_ZUL_USB_ISerialisSet = "HOLVEN_ZUL_USB_ISerialisSet";
+inline constexpr const char* HOLVEN_TBPrinterDeviceFirmwareStatus = "deviceFirmwareStatus";
+inline constexpr const char* cFirmwareFilenames = "firmwareFilenames";
+inline constexpr const char* cFirmwareFileHashes = "firmwareFileHash"; // singular in the text, plural in the name
+
+// User defaults.
+inline constexpr const char* kInstallOlderFirmwareVersion = "installOlderFirmwareVersion";
+inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZUL_USB_SuppressPowerCycleAlert";
+
+/// Values of "deviceFirmwareStatus".
+enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
+
+struct CustomAlert {
+    std::optional<std::string> title;
+    std::optional<std::string> message;
+    std::vector<std::string> buttonTitles;
+    std::shared_ptr<CheckBox> accessoryView;
+    AlertStyle alertStyle = AlertStyle::warning;
+    std::function<void(AlertLayout&)> customLayout;
+    std::function<void(int answer)> completion;
+};
+
+class TBUSBPrinterZUL : public TBUSBPrinter {
+  public:
+    using StatusCompletion = std::function<void(const Text& rawStatus)>;
+    using TableCompletion = std::function<void(const std::vector<std::string>& values)>;
+    using TBUSBPrinter::sendPrinterCommand;
+    using TBUSBPrinter::TBUSBPrinter;
+
+    // ---- creation and probe ---------------------------------------------------------------------------------------
+
+    static std::set<std::uint16_t> supportedVendorIDs();
+    /// What this build accepts; a run may admit more (Environment::admittedProductIDs).
+    static std::set<std::uint16_t> supportedProductIDs();
+    void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) override;
+    /// Carries on what the saved dictionary says. Called by the initialiser only.
+    void probeAtInit();
+    /// Name of the model's picture; nothing for an unknown product.
+    Text image() const override;
+    /// The name that keys the digests; a subclass that overrides it means to be another product.
+    virtual std::string className() const { return "TBUSBPrinterZUL"; }
+
+    // ---- frame and reply ------------------------------------------------------------------------------------------
+
+    /// The command's text; nothing for numbers that name no command.
+    static Text stringForCommandCode(std::uint32_t code);
+    /// sendPrinterCommand:withPayload:  Builds one frame and writes it. Command queue, interface open. The write's
+    /// result is in _writeStatus.
+    void sendPrinterCommand(std::uint32_t code, const Data* payload);
+    /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. Nothing on failure.
+    std::optional<Data> printerReply() override;
+    /// The protocol's one error sink: deliberately without effect.
+    void errorWithString(const std::string& message, int code);
+
+    // ---- status and facts -----------------------------------------------------------------------------------------
+
+    static std::string stringForVKStatusString(const Text& rawStatus);
+    /// Asks for the status; completion gets the raw text on the command queue, and is not called when the interface
+    /// cannot be opened or no reply came.
+    void getPrinterStatus(StatusCompletion completion);
+    void updatePrinterStatus();
+
+    void getPrinterFirmwareVersion();
+    /// Command queue with the interface open: the version at once, nothing when the printer does not answer.
+    Text inlineGetFirmwareString();
+    void updatePrinterSerialNumber();
+    /// The completion (may be empty) gets all values of the model's tables, in the order asked.
+    void getPrinterColorTableVersion(TableCompletion completion);
+    void getPrinterColorTableChecksum(TableCompletion completion);
+    void getPrinterLifetimeCounter();
+    /// 'A', 'B' or 'M'; any other letter sends nothing.
+    void resetCounter(char letter);
+    void resetCounterA() { resetCounter('A'); }
+    void resetCounterB() { resetCounter('B'); }
+    void resetCounterM() { resetCounter('M'); }
+    static Data commandPayloadForMediaSD();
+    static Data commandPayloadForMediaPP();
+    void getDeviceCustomInfo() override;
+
+    Text fact(const char* key) const { return _deviceInfoDict->string(key); }
+    Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
+    Text colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
+    Text colorTableVersion610() const { return fact(HOLVEN_TBPrinterColorTableVersion610); }
+    Text colorTableVersion620() const { return fact(HOLVEN_TBPrinterColorTableVersion620); }
+    Text colorTableVersion300HD() const { return fact(HOLVEN_TBPrinterColorTableVersion300HD); }
+    Text colorTableVersion600HD() const { return fact(HOLVEN_TBPrinterColorTableVersion600HD); }
+    Text colorTableVersion610HD() const { return fact(HOLVEN_TBPrinterColorTableVersion610HD); }
+    Text colorTableVersion620HD() const { return fact(HOLVEN_TBPrinterColorTableVersion620HD); }
+    Text colorTableChecksum300() const { return fact(HOLVEN_TBPrinterColorTableChecksum300); }
+    Text colorTableChecksum600() const { return fact(HOLVEN_TBPrinterColorTableChecksum600); }
+    Text colorTableChecksum610() const { return fact(HOLVEN_TBPrinterColorTableChecksum610); }
+    Text colorTableChecksum620() const { return fact(HOLVEN_TBPrinterColorTableChecksum620); }
+    Text colorTableChecksum300HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum300HD); }
+    Text colorTableChecksum600HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum600HD); }
+    Text colorTableChecksum610HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum610HD); }
+    Text colorTableChecksum620HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum620HD); }
+    Text lifetimeCounter() const { return fact(HOLVEN_TBPrinterLifetimeCounter); }
+
+    // ---- USB serial-number setting --------------------------------------------------------------------------------
+
+    bool hasISerialSupport() const;
+    void getUSB_ISerial();
+    void setUSB_ISerial(bool enabled);
+    /// Asks for the setting to be applied when it differs from the stored one.
+    void setUsbISerial(bool enabled);
+    bool usbISerial() const;
+    /// "Unavailable", "Enabled" or "Disabled".
+    std::string usbISerialString() const;
+    void setEnabledUSBSerial(bool enabled);
+    void deleteExistingPrinterQueues();
+    /// Replaces the shell that runs the queue clean-up; for tests.
+    using Shell = std::function<int(const std::string& commandLine)>;
+    static void setShell(Shell shell);
+
+    // ---- firmware archive -----------------------------------------------------------------------------------------
+
+    /// Checks the model's files against their digests. Any thread; reads the files there. True when the last file that
+    /// could be read matched.
+    bool verifyFirmwareArchive();
+    /// verifyBlob:  The 66-character keyed digest; nothing for empty data.
+    Text verifyBlob(const Data& data) const;
+    static std::string asciiHexForData(const Data& data);
+    /// Stores the list; at once when on the main queue, else at once as well and once more with notices from there.
+    void setFilenames(const std::vector<std::string>& filenames);
+    /// The firmware file, padded; nothing when it cannot be read.
+    std::optional<Data> firmwareBlob();
+    std::optional<Data> firmwareBlobForKey(const std::string& key);
+    Text newFirmwareVersion();
+    double availableFirmwareVersion();
+    double installedFirmwareVersion() const;
+    std::vector<std::string> colorTableNames() const;
+    std::optional<Data> paddedColorDataForVersion(const std::string& name) const;
+
+    // ---- update ---------------------------------------------------------------------------------------------------
+
+    /// The operator's action. Main queue.
+    void updateFirmware();
+    /// Version and readiness checks. Main queue.
+    void proceedWithUpdateWhenReady();
+    void updateFirmwareReady();
+    /// First half: into the loader. Main queue.
+    void updateFirmwareAndColorTables();
+    /// Second half: the image.
+    void uploadFirmware();
+    /// After the second restart: the colour tables and the report.
+    void finishFirmwareUpdate();
+    /// updateColorTables:  The completion gets whether at least one table was sent; not called when the archive is
+    /// damaged, the interface cannot be opened or the wait was given up.
+    void updateColorTables(std::function<void(bool anyTable)> completion);
+    /// Polls every 0.5 s until the printer shows the status; no limit. Command queue. False only when the wait was
+    /// superseded (the printer has left, or the operator started an upload): the caller then sends nothing more.
+    [[nodiscard]] bool waitForPrinterStatusCode(const std::string& code);
+    void setOverridePrinterStatus(const std::string& text);
+    void setFirmwareUpdateStatus(int progress);
+
+    // ---- alerts ---------------------------------------------------------------------------------------------------
+
+    /// showAlertWithTitle:message:buttonTitles:completion:
+    void showAlertWithTitle(const Text& title, const Text& message,
+                            const std::optional<std::vector<std::string>>& buttonTitles,
+                            std::function<void(int answer)> completion);
+    void showCustomAlertWithTitle(CustomAlert alert);
+    /// An earlier form of showAlertWithTitle that nothing calls: builds the alert on the main queue.
+    void old_showAlertWithTitle(const Text& title, const Text& message,
+                                const std::optional<std::vector<std::string>>& buttonTitles,
+                                std::function<void(int answer)> completion);
+    void ShowRZ7Warning();
+    std::string RZ7UpdateWarningText() const;
+    std::string genericUpdateWarningText();
+    /// Only a check box counts as sender.
+    void setToggleAgreed(const CheckBox* sender);
+    bool customerDidAgree() const { return _customerDidAgree; }
+    void showPowerCycleAlert();
+    void showPrinterBusyAlert();
+
+  private:
+    struct TableQuery;
+    enum class EmptyReply { ignored, isNULL };
+    void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
+    void queryTables(const std::vector<TableQuery>& plan, TableCompletion completion);
+    void storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
+                         const std::shared_ptr<std::vector<std::string>>& results);
+    void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion);
+    void handleISerialReply(const std::optional<Data>& reply);
+    void probeKnownPrinter();
+    void loaderFoundUnexpectedly();
+    void probeWaitingForLoader();
+    void probeRestartedPrinter(const Text& version);
+    void checkReadiness(IOReturn openResult);
+    void showRetryAlert(const char* title, const std::string& message);
+    void enterFirmwareUpdateMode();
+    void writeFirmwareImage();
+    void writeColorTables(const std::function<void(bool)>& completion);
+    void reportUpdate(bool anyTable);
+    void setProgress(UpdateProgress progress);
+    void supersedeWait() { ++_waitGeneration; }
+    bool statusEquals(const std::string& code);
+    std::optional<Data> archiveFile(const std::string& filename) const;
+    AlertDescription descriptionFor(CustomAlert alert) const;
+    void postModalAlert(const std::string& messageText, std::function<void(int)> completion);
+    bool readBackchannel(void* buffer, std::uint32_t& size);
+
+    std::atomic<bool> _customerDidAgree{false}; // changed on main only
+    std::atomic<int> _waitGeneration{0};
+};
+
+} // namespace zul
