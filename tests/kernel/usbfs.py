@@ -1,0 +1,131 @@
+"""A USB client of a few ioctls on the kernel's device nodes.
+
+It shares no code with the programs under test, so what it sees of a gadget is what the kernel sees. It also plays the
+other program that holds a printer.
+"""
+import ctypes
+import fcntl
+import os
+import pathlib
+import time
+
+DEVICES = pathlib.Path("/sys/bus/usb/devices")
+
+_CONTROL, _BULK = 0xC0185500, 0xC0185502
+_CLAIM, _RELEASE, _CLEAR_HALT = 0x8004550F, 0x80045510, 0x80045515
+_DRIVER_IOCTL, _DISCONNECT = 0xC0105512, 0x5516
+
+
+class _Control(ctypes.Structure):
+    _fields_ = [("type", ctypes.c_uint8), ("request", ctypes.c_uint8), ("value", ctypes.c_uint16),
+                ("index", ctypes.c_uint16), ("length", ctypes.c_uint16), ("timeout", ctypes.c_uint32),
+                ("data", ctypes.c_void_p)]
+
+
+class _Bulk(ctypes.Structure):
+    _fields_ = [("endpoint", ctypes.c_uint), ("length", ctypes.c_uint), ("timeout", ctypes.c_uint),
+                ("data", ctypes.c_void_p)]
+
+
+class _DriverIoctl(ctypes.Structure):
+    _fields_ = [("interface", ctypes.c_int), ("code", ctypes.c_int), ("data", ctypes.c_void_p)]
+
+
+def attribute(device, name):
+    try:
+        return (DEVICES / device / name).read_text().strip()
+    except OSError:
+        return None
+
+
+def printers():
+    """The sysfs names (such as 1-1) of the devices whose first interface is a printer, in order."""
+    return sorted(path.name.split(":")[0] for path in DEVICES.glob("*:1.0")
+                  if attribute(path.name, "bInterfaceClass") == "07")
+
+
+def wait_for(condition, seconds, what):
+    """The first true result of condition."""
+    deadline = time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        result = condition()
+        if result:
+            return result
+        time.sleep(0.02)
+    raise AssertionError(f"after {seconds} s still not: {what}")
+
+
+def node(device):
+    return f"/dev/bus/usb/{int(attribute(device, 'busnum')):03}/{int(attribute(device, 'devnum')):03}"
+
+
+def driver(device):
+    """The driver bound to the printer interface, or nothing."""
+    link = DEVICES / f"{device}:1.0" / "driver"
+    return os.path.basename(os.readlink(link)) if link.is_symlink() else None
+
+
+class Printer:
+    """An open printer; claimed after claim()."""
+
+    def __init__(self, device):
+        self.device = device
+        self._fd = os.open(node(device), os.O_RDWR | os.O_CLOEXEC)
+        self.endpoints = sorted(int(path.name[3:], 16) for path in (DEVICES / f"{device}:1.0").glob("ep_*"))
+        self._out = next(address for address in self.endpoints if not address & 0x80)
+        self._in = next(address for address in self.endpoints if address & 0x80)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        if self._fd >= 0:
+            os.close(self._fd)
+            self._fd = -1
+
+    def claim(self):
+        if driver(self.device):
+            fcntl.ioctl(self._fd, _DRIVER_IOCTL, _DriverIoctl(0, _DISCONNECT, None))
+        fcntl.ioctl(self._fd, _CLAIM, ctypes.c_uint(0))
+
+    def release(self):
+        fcntl.ioctl(self._fd, _RELEASE, ctypes.c_uint(0))
+
+    def control_in(self, request_type, request, value, index, length, timeout=1000):
+        buffer = ctypes.create_string_buffer(length)
+        got = fcntl.ioctl(self._fd, _CONTROL, _Control(request_type, request, value, index, length, timeout,
+                                                       ctypes.addressof(buffer)))
+        return buffer.raw[:got]
+
+    def device_id(self):
+        return self.control_in(0xA1, 0, 0, 0, 1024)
+
+    def _bulk(self, endpoint, buffer, length, timeout):
+        return fcntl.ioctl(self._fd, _BULK, _Bulk(endpoint, length, timeout, ctypes.addressof(buffer)))
+
+    def write(self, data, timeout=5000):
+        """One transfer per 16 KiB; the number of bytes that went."""
+        sent = 0
+        while sent < len(data):
+            piece = data[sent:sent + 16384]
+            sent += self._bulk(self._out, ctypes.create_string_buffer(piece, len(piece)), len(piece), timeout)
+        return sent
+
+    def read(self, length=4096, timeout=3000):
+        """One transfer: ends with a short or an empty packet, or when length bytes are there."""
+        buffer = ctypes.create_string_buffer(length)
+        got = self._bulk(self._in, buffer, length, timeout)
+        return buffer.raw[:got]
+
+    def clear_halt(self):
+        for address in self.endpoints:
+            fcntl.ioctl(self._fd, _CLEAR_HALT, ctypes.c_uint(address))
+
+
+def frame(text, payload=b""):
+    """A command as it goes over the wire: escape, P, the command text to byte 23, the payload's size."""
+    size = f"{len(payload):08}" if payload else " " * 8
+    return b"\x1bP" + text.ljust(22).encode() + size.encode() + payload
