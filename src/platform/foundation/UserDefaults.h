@@ -1,9 +1,11 @@
 // The user's settings: one JSON file, read once, written at each change (to a new file that replaces the old one, so a
-// crash loses nothing). Any thread.
+// crash loses nothing). A file that cannot be understood is kept under another name, one that cannot be read is left
+// alone; values of kinds that this program does not use are written back as they were. Any thread.
 #pragma once
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -14,11 +16,12 @@ class UserDefaults {
   public:
     /// An empty path keeps everything in memory (tests).
     explicit UserDefaults(std::filesystem::path file = {});
+    ~UserDefaults();
 
     /// $XDG_CONFIG_HOME (or ~/.config) /zul-printer-utility/defaults.json
     static std::filesystem::path standardFile();
 
-    /// Numbers and booleans read as text too ("1", "true").
+    /// Numbers and booleans read as text too ("1", "true"). Nothing for an absent key, a list or a dictionary.
     std::optional<std::string> stringForKey(const std::string& key) const;
     /// NO when absent.
     bool boolForKey(const std::string& key) const;
@@ -32,11 +35,16 @@ class UserDefaults {
     std::string lastError() const;
 
   private:
+    struct Values;
+    void read();
     bool write();
+
     mutable std::mutex _mutex;
     const std::filesystem::path _file;
-    std::map<std::string, std::string> _values; // booleans as "true" / "false"
-    std::string _lastError;
+    std::unique_ptr<Values> _values;
+    bool _mayWrite = true;   // not over a file that could not be read
+    std::string _readError;  // stays: it tells what became of the settings
+    std::string _writeError; // of the latest change
 };
 
 } // namespace zul

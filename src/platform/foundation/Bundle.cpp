@@ -1,0 +1,80 @@
+#include "platform/foundation/Bundle.h"
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace zul {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::atomic<Bundle::Translator> currentTranslator{nullptr};
+
+std::optional<fs::path> regularFile(const fs::path& path) {
+    std::error_code error;
+    return fs::is_regular_file(path, error) ? std::optional(path) : std::nullopt;
+}
+
+} // namespace
+
+Bundle::Bundle(fs::path resources, fs::path archive) : _resources(std::move(resources)), _archive(std::move(archive)) {
+    setInfo("CFBundleName", "ZUL Printer Utility");
+    setInfo("CFBundleShortVersionString", ZUL_BUNDLE_SHORT_VERSION);
+    setInfo("CFBundleVersion", ZUL_BUNDLE_VERSION);
+}
+
+Bundle Bundle::mainBundle(const fs::path& namedArchive) {
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    const fs::path resources = (program.parent_path() / "../share/zul-printer-utility").lexically_normal();
+    return Bundle(resources, namedArchive.empty() ? resources / "firmware" : namedArchive);
+}
+
+std::optional<std::string> Bundle::objectForInfoDictionaryKey(const std::string& key) const {
+    const auto found = _info.find(key);
+    return found == _info.end() ? std::nullopt : std::optional(found->second);
+}
+
+void Bundle::setInfo(const std::string& key, const std::optional<std::string>& value) {
+    if (value) {
+        _info[key] = *value;
+    } else {
+        _info.erase(key);
+    }
+}
+
+std::optional<fs::path> Bundle::pathForResource(const std::string& name, const std::string& type) const {
+    const std::string file = type.empty() ? name : name + '.' + type;
+    if (file.empty()) return std::nullopt;
+    for (const fs::path& folder : {_archive, _resources}) {
+        if (const auto path = regularFile(folder / file)) return path;
+    }
+    return std::nullopt;
+}
+
+std::optional<Data> Bundle::contentsOfFile(const fs::path& path) {
+    if (!regularFile(path)) return std::nullopt; // a folder opens as a stream, too
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return std::nullopt;
+    Data contents{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    if (file.bad()) return std::nullopt;
+    return contents;
+}
+
+std::string Bundle::localizedString(const std::string& key, const std::string& value) const {
+    if (const Translator translator = currentTranslator) {
+        // A catalogue without the text answers with the key: then the default counts.
+        const std::string translated = translator(key.c_str());
+        if (translated != key) return translated;
+    }
+    return value.empty() ? key : value;
+}
+
+void Bundle::setTranslator(Translator translator) {
+    currentTranslator = translator;
+}
+
+} // namespace zul
