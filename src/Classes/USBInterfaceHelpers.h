@@ -1,0 +1,55 @@
+// Plain functions over an open USB interface: standard descriptors, serial-number text, re-enumeration; and cutting a
+// value out of a text such as a device ID. They hold no state; nothing is thrown, failures are return codes and log
+// lines. A printer calls them on its command queue.
+#pragma once
+
+#include "holven_Base/HOLVEN_NSStringAdditions.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace zul {
+
+/// Reads length bytes of the device descriptor. kIOReturnUnderrun when fewer came, kIOReturnBadArgument for a null or
+/// 0.
+IOReturn usbInterfaceGetDeviceDescriptor(IOUSBInterfaceInterface* interfaceInterface, void* buffer,
+                                         std::uint16_t length);
+
+/// String indices of the device; each out may be null and is 0 on failure (but untouched for a null interface).
+IOReturn usbInterfaceGetiDeviceIndices(IOUSBInterfaceInterface* interfaceInterface, std::uint8_t* manufacturer,
+                                       std::uint8_t* product, std::uint8_t* serialNumber);
+
+/// The string under a descriptor index (not 0) in the device's first language. Nothing, with success, for a string
+/// without characters.
+IOReturn usbInterfaceGetDescriptorStringCopy(IOUSBInterfaceInterface* interfaceInterface, std::uint32_t index,
+                                             std::optional<std::string>* string);
+
+/// The device's serial number; for one without, a text made of vendor, product, release and location.
+IOReturn usbInterfaceCreateSerialNumberString(IOUSBInterfaceInterface* interfaceInterface,
+                                              std::optional<std::string>* string);
+
+/// Makes the device leave and return: a re-enumeration, whatever the name says.
+IOReturn usbInterfaceResetUSBDevice(IOUSBInterfaceInterface* interfaceInterface);
+
+/// Whether a cut-out text keeps the marks around it.
+enum class Marks { excluded, included };
+
+/// The text from the prefix (or the start) to the terminator after it (or the end). Nothing when a mark is missing in
+/// the text, or for a null text.
+std::optional<std::string> TBCFStringCreateSubstringFromPrefixToTerminatorWithOptions(
+    const std::optional<std::string>& string, const std::optional<std::string>& prefix,
+    const std::optional<std::string>& terminator, CompareOptions options, Marks marks);
+
+/// The same, ignoring case, without the marks.
+std::optional<std::string>
+TBCFStringCreateSubstringFromPrefixToTerminator(const std::optional<std::string>& string,
+                                                const std::optional<std::string>& prefix,
+                                                const std::optional<std::string>& terminator);
+
+constexpr std::uint16_t OSSwapInt16(std::uint16_t value) {
+    return static_cast<std::uint16_t>(value << 8 | value >> 8);
+}
+
+} // namespace zul
