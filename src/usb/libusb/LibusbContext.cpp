@@ -1,0 +1,27 @@
+#include "usb/libusb/LibusbContext.h"
+
+#include "usb/libusb/LibusbResult.h"
+
+#include <libusb.h>
+
+namespace zul {
+
+IOReturn LibusbContext::create(bool debug, std::shared_ptr<LibusbContext>& context) {
+    libusb_context* made = nullptr;
+    if (const int result = libusb_init(&made); result != 0) return ioReturnFromLibusb(result);
+    if (debug) libusb_set_option(made, LIBUSB_OPTION_LOG_LEVEL, LIBUSB_LOG_LEVEL_DEBUG);
+    context.reset(new LibusbContext(made));
+    return kIOReturnSuccess;
+}
+
+LibusbContext::~LibusbContext() {
+    libusb_exit(_context);
+}
+
+DeviceReference::DeviceReference(libusb_device* device) : _device(libusb_ref_device(device)) {}
+
+DeviceReference::~DeviceReference() {
+    if (_device != nullptr) libusb_unref_device(_device);
+}
+
+} // namespace zul

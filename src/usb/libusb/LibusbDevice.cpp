@@ -1,0 +1,49 @@
+#include "usb/libusb/LibusbDevice.h"
+
+#include "usb/libusb/LibusbResult.h"
+
+#include <libusb.h>
+
+namespace zul {
+
+IOReturn LibusbDevice::ResetDevice() {
+    if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
+    const DeviceConnection::Transfer transfer(*_connection);
+    return ioReturnFromLibusb(libusb_reset_device(_connection->handle()));
+}
+
+IOReturn LibusbDevice::USBDeviceReEnumerate(std::uint32_t /*options*/) {
+    if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
+    const DeviceConnection::Transfer transfer(*_connection);
+    // Claims go first: the library would take them again after the reset and report its own failure to do so with the
+    // same code as a device that has become another one.
+    _connection->releaseAll();
+    const int result = libusb_reset_device(_connection->handle());
+    // The device came back as a different one, or has left: the system's own events follow.
+    if (result == LIBUSB_ERROR_NOT_FOUND || result == LIBUSB_ERROR_NO_DEVICE) return kIOReturnSuccess;
+    if (result != 0) return ioReturnFromLibusb(result);
+    _connection->device()->restartExpected = true; // until the new service has been announced
+    _attachment->gone = true;
+    _attachment->reenumerated(_attachment);
+    return kIOReturnSuccess;
+}
+
+IOReturn LibusbDevice::answer(std::uint8_t& index, std::uint8_t value) const {
+    const IOReturn code = present();
+    if (code == kIOReturnSuccess) index = value;
+    return code;
+}
+
+IOReturn LibusbDevice::USBGetManufacturerStringIndex(std::uint8_t& index) {
+    return answer(index, _connection->device()->facts().manufacturerIndex);
+}
+
+IOReturn LibusbDevice::USBGetProductStringIndex(std::uint8_t& index) {
+    return answer(index, _connection->device()->facts().productIndex);
+}
+
+IOReturn LibusbDevice::USBGetSerialNumberStringIndex(std::uint8_t& index) {
+    return answer(index, _connection->device()->facts().serialNumberIndex);
+}
+
+} // namespace zul

@@ -1,0 +1,59 @@
+// The handle of one printer interface on the real bus.
+#pragma once
+
+#include "usb/libusb/Attachment.h"
+#include "usb/libusb/HolderWatch.h"
+
+namespace zul {
+
+class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
+  public:
+    LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,
+                    const InterfaceFacts& facts);
+    /// Ends the watch and drops the claim; with the device's last handle the node closes.
+    ~LibusbInterface() override;
+
+    IOReturn USBInterfaceOpenSeize() override;
+    IOReturn USBInterfaceClose() override;
+
+    /// Asks the device for whole packets, because a packet longer than the request would be lost; what the caller did
+    /// not ask for waits for the next read. size 0 returns at once.
+    IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
+                        std::uint32_t completionTimeout) override;
+    /// In pieces under one deadline. size 0 sends nothing. A time-out after the last byte has gone is success.
+    IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,
+                         std::uint32_t completionTimeout) override;
+    /// IN requests are cut to what the kernel takes. The library has one time-out: completionTimeout, or the bus's own
+    /// where that is 0; noDataTimeout is not used.
+    IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) override;
+
+    IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) override;
+    void setWriteProgress(WriteProgress progress) override { _writeProgress = std::move(progress); }
+    void watchHolder(std::function<void()> mayBeFree) override;
+    IOReturn tryClaim() override;
+
+  protected:
+    IOReturn present() const override { return _attachment->gone ? kIOReturnNoDevice : kIOReturnSuccess; }
+
+  private:
+    struct Surplus {
+        std::vector<unsigned char> bytes;
+        bool goesOn = false; // the transfer it came from did not end with a short packet: more belongs to it
+    };
+
+    IOReturn checkPipe(std::uint8_t pipe, PipeDirection direction) const;
+    IOReturn result(int libusbResult) const;
+    IOReturn transferResult(int libusbResult, unsigned char endpoint) const;
+    std::uint32_t takeSurplus(Surplus& surplus, unsigned char* buffer, std::uint32_t size);
+    IOReturn readPackets(const PipeProperties& pipe, Surplus& surplus, std::uint32_t wanted,
+                         std::chrono::milliseconds timeout);
+
+    const std::shared_ptr<Attachment> _attachment;
+    const std::shared_ptr<DeviceConnection> _connection;
+    std::map<std::uint8_t, Surplus> _surplus; // by pipe
+    WriteProgress _writeProgress;
+    std::mutex _watchMutex; // asked for on the command queue, ended on main as well
+    std::shared_ptr<HolderWatch> _watch;
+};
+
+} // namespace zul

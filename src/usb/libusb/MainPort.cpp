@@ -1,0 +1,25 @@
+#include "usb/libusb/MainPort.h"
+
+namespace zul {
+
+bool MainPort::post(Block block) {
+    // Posting under the lock: once close() has returned, the queue is not touched again and may be destroyed.
+    const std::scoped_lock lock(_mutex);
+    if (!*_open) return false;
+    _mainQueue.async([open = _open, block = std::move(block)] {
+        if (*open) block();
+    });
+    return true;
+}
+
+void MainPort::close() {
+    const std::scoped_lock lock(_mutex);
+    *_open = false;
+}
+
+bool MainPort::isClosed() const {
+    const std::scoped_lock lock(_mutex);
+    return !*_open;
+}
+
+} // namespace zul

@@ -1,0 +1,101 @@
+#include "usb/libusb/NodeWatcher.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace zul {
+
+struct NodeWatcher::State {
+    struct Watch {
+        int descriptor = -1; // the system's: the same for all watches of one file
+        Callback closed;
+    };
+
+    const int inotify = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    std::mutex mutex;
+    std::map<std::uint64_t, Watch> watches;
+    std::uint64_t nextId = 1;
+    bool running = false;
+
+    ~State() {
+        if (inotify >= 0) ::close(inotify);
+        if (wake >= 0) ::close(wake);
+    }
+
+    std::vector<Callback> callbacksOf(int descriptor) {
+        const std::scoped_lock lock(mutex);
+        std::vector<Callback> callbacks;
+        for (const auto& [id, watch] : watches) {
+            if (watch.descriptor == descriptor) callbacks.push_back(watch.closed);
+        }
+        return callbacks;
+    }
+
+    void readEvents() {
+        alignas(inotify_event) std::array<char, 4096> buffer{};
+        const ssize_t length = ::read(inotify, buffer.data(), buffer.size());
+        for (ssize_t offset = 0; offset + static_cast<ssize_t>(sizeof(inotify_event)) <= length;) {
+            inotify_event event{};
+            std::memcpy(&event, buffer.data() + offset, sizeof event);
+            offset += static_cast<ssize_t>(sizeof event + event.len);
+            if ((event.mask & (IN_CLOSE_WRITE | IN_CLOSE_NOWRITE)) == 0) continue;
+            for (const Callback& closed : callbacksOf(event.wd)) closed();
+        }
+    }
+
+    static void run(const std::shared_ptr<State>& state) {
+        for (;;) {
+            std::array<pollfd, 2> entries{{{state->inotify, POLLIN, 0}, {state->wake, POLLIN, 0}}};
+            if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) return;
+            if (entries[1].revents != 0) return;
+            if (entries[0].revents != 0) state->readEvents();
+        }
+    }
+};
+
+NodeWatcher::NodeWatcher() : _state(std::make_shared<State>()) {}
+
+NodeWatcher::~NodeWatcher() {
+    const std::uint64_t one = 1;
+    while (::write(_state->wake, &one, sizeof one) < 0 && errno == EINTR) {
+    }
+}
+
+std::uint64_t NodeWatcher::add(const std::string& path, Callback closed) {
+    const std::scoped_lock lock(_state->mutex);
+    const int descriptor = inotify_add_watch(_state->inotify, path.c_str(), IN_CLOSE_WRITE | IN_CLOSE_NOWRITE);
+    if (descriptor < 0) return 0;
+    const std::uint64_t id = _state->nextId++;
+    _state->watches.emplace(id, State::Watch{descriptor, std::move(closed)});
+    if (!_state->running) {
+        _state->running = true;
+        std::thread([state = _state] { State::run(state); }).detach();
+    }
+    return id;
+}
+
+void NodeWatcher::remove(std::uint64_t watch) {
+    Callback dropped; // destroyed after the lock: what it holds may come back here
+    const std::scoped_lock lock(_state->mutex);
+    const auto found = _state->watches.find(watch);
+    if (found == _state->watches.end()) return;
+    const int descriptor = found->second.descriptor;
+    dropped = std::move(found->second.closed);
+    _state->watches.erase(found);
+    for (const auto& [id, other] : _state->watches) {
+        if (other.descriptor == descriptor) return;
+    }
+    inotify_rm_watch(_state->inotify, descriptor);
+}
+
+} // namespace zul

@@ -1,0 +1,31 @@
+// Tells when somebody closes a device node: the only sign that the system gives of another program letting go of a
+// printer.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace zul {
+
+/// Watches files on a private thread, made with the first watch, ended without joining when the watcher goes.
+class NodeWatcher {
+  public:
+    NodeWatcher();
+    ~NodeWatcher();
+    NodeWatcher(const NodeWatcher&) = delete;
+    NodeWatcher& operator=(const NodeWatcher&) = delete;
+
+    using Callback = std::function<void()>;
+    /// Runs closed on the private thread each time a process closes the file; it may only post. Returns an id for
+    /// remove(), 0 when the system refuses the watch. Any thread.
+    std::uint64_t add(const std::string& path, Callback closed);
+    /// A callback that already runs is not waited for. Any thread.
+    void remove(std::uint64_t watch);
+
+  private:
+    struct State;
+    std::shared_ptr<State> _state;
+};
+
+} // namespace zul
