@@ -42,8 +42,8 @@ class TBPrinters : public KeyValueObservable,
     ~TBPrinters() override;
     void init();
 
-    /// The port of the process, made on first use for the given registry; null when it could not be made.
-    static std::shared_ptr<NotificationPort> sharedNotificationPort(ServiceRegistry& registry);
+    /// The port of the process, made on first use.
+    static std::shared_ptr<NotificationPort> sharedNotificationPort(Environment& environment);
 
     // ---- start ----------------------------------------------------------------------------------------------------
 
@@ -92,7 +92,9 @@ class TBPrinters : public KeyValueObservable,
 
   private:
     void handleMatchedService(ServiceToken token);
-    bool isSupported(USBService& service, bool& readable) const;
+    bool isSupported(USBService& service) const;
+    void reportUnusable(USBService& service, IOReturn code);
+    static std::shared_ptr<NotificationPort>& sharedPort();
     void makePrinter(USBService& service, ServiceToken token);
     void insertOnMain(const Printer& printer);
     void removeOnMain(const Printer& printer);

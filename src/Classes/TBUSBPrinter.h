@@ -8,6 +8,7 @@
 
 #include "Classes/Environment.h"
 #include "Classes/PrinterEvents.h"
+#include "Classes/USBInterfaceHelpers.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/DeviceInfo.h"
@@ -183,6 +184,12 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void update1284DeviceID(DeviceIDCompletion completion);
     /// decodeDeviceID:decoded:
     void decodeDeviceID(const std::string& deviceID, const DecodedBlock& decoded) const;
+    /// substringFromString:fromPrefix:toTerminator:options:inclusive:  Nothing for an empty text, a missing prefix or a
+    /// missing terminator.
+    static Text substringFromString(const std::string& text, const Text& prefix, const Text& terminator,
+                                    CompareOptions options, Marks inclusive);
+    static Text noninclusiveCaseInsensitiveSubstringFromString(const std::string& text, const Text& prefix,
+                                                               const Text& terminator);
     /// Shorter names of known vendors; others unchanged.
     static Text normalizedVendorString(const Text& vendor);
     /// Languages of the string descriptors, read once; nothing while they cannot be read. Command queue.
@@ -196,6 +203,11 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void getUSBVendorString();
     void getUSBProductString();
     void getUSBSerialNumberString();
+
+    /// The USB identifiers that the object's class stands for; none in this class. (The subclass has class operations of
+    /// the plain names.)
+    virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const;
+    virtual std::set<std::uint16_t> supportedProductIDsOfClass() const;
 
     /// What is known about a device, by keyUSBdevice, for the life of the process. Main queue. The same object at every
     /// call; an empty one is made and kept when there is none.
@@ -309,11 +321,16 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void watchForHolder();
     void holderMayHaveLetGo();
     void makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);
+    void releaseNotification(std::uint32_t notification, int line);
+    void registerForMessages(ServiceToken deviceObject);
+    void readNumbers(IOUSBInterfaceInterface& handle);
     void handleInterestMessage(ServiceToken service, IOMessage message);
     void otherHolderClosed();
     void attemptingOpen();
     void showStatus(const char* key);
     using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
+    Text read1284DeviceID();
+    static Text textOf1284DeviceID(Data& buffer, std::uint32_t received);
     Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked);
     IOReturn readDescriptor(std::uint16_t value, std::uint16_t index, std::uint32_t completionTimeout, Data& buffer);
     IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action);
@@ -321,6 +338,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     ServiceToken _creationToken = 0;
     std::uint32_t _creationInterest = 0;
     Text _locationText;
+    std::uint32_t _descriptorBytes = 0; // count of the last descriptor read
     std::atomic<bool> _isVirtual{false};
 };
 

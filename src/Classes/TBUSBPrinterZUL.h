@@ -72,6 +72,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     static std::set<std::uint16_t> supportedVendorIDs();
     /// What this build accepts; a run may admit more (Environment::admittedProductIDs).
     static std::set<std::uint16_t> supportedProductIDs();
+    std::set<std::uint16_t> supportedVendorIDsOfClass() const override { return supportedVendorIDs(); }
+    std::set<std::uint16_t> supportedProductIDsOfClass() const override { return supportedProductIDs(); }
     void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) override;
     /// Carries on what the saved dictionary says. Called by the initialiser only.
     void probeAtInit();
@@ -215,7 +217,12 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
   private:
     struct TableQuery;
-    enum class EmptyReply { ignored, isNULL };
+    std::vector<TableQuery> versionPlan() const;
+    std::vector<TableQuery> checksumPlan() const;
+    void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
+    Text versionFromReply(const Data& reply) const;
+    void reportInternalError(int number);
+    std::optional<Data> readReplyBody(Data buffer, std::uint32_t length);
     void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
     void queryTables(const std::vector<TableQuery>& plan, TableCompletion completion);
     void storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
@@ -223,21 +230,31 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion);
     void handleISerialReply(const std::optional<Data>& reply);
     void probeKnownPrinter();
+    void probeUpdatedPrinter(std::int64_t progress);
+    void clearProgress();
     void loaderFoundUnexpectedly();
     void probeWaitingForLoader();
     void probeRestartedPrinter(const Text& version);
     void checkReadiness(IOReturn openResult);
-    void showRetryAlert(const char* title, const std::string& message);
+    void showRetryAlert(const std::string& title, const std::string& message);
+    void showPrinterError();
+    void showDamagedFileAlert();
+    bool isNewerThanOffered();
     void enterFirmwareUpdateMode();
     void writeFirmwareImage();
     void writeColorTables(const std::function<void(bool)>& completion);
+    void writeColorTable(const std::string& name);
+    void announceColorTable(const std::string& name, std::int64_t number, std::int64_t total);
     void reportUpdate(bool anyTable);
     void setProgress(UpdateProgress progress);
     void supersedeWait() { ++_waitGeneration; }
     bool statusEquals(const std::string& code);
+    bool verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable);
     std::optional<Data> archiveFile(const std::string& filename) const;
+    std::string localized(const char* key) const;
     AlertDescription descriptionFor(CustomAlert alert) const;
-    void postModalAlert(const std::string& messageText, std::function<void(int)> completion);
+    void postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
+                        std::function<void(int answer)> completion);
     bool readBackchannel(void* buffer, std::uint32_t& size);
 
     std::atomic<bool> _customerDidAgree{false}; // changed on main only

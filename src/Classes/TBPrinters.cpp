@@ -1,0 +1,194 @@
+// The controller's start, its list and table, and its end. How printers are found is in TBPrinters_Discovery.cpp.
+// Main queue throughout.
+#include "Classes/TBPrinters.h"
+
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/UserDefaults.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace zul {
+
+namespace {
+
+const char mainQueueKey = 0; // its address is the key
+
+constexpr const char* kShortVersionKey = "CFBundleShortVersionString";
+constexpr const char* kVersionKey = "CFBundleVersion";
+constexpr const char* kDisplayVersionKey = "prefDisplayVersionString";
+constexpr const char* kPrintersKey = "printers";
+constexpr const char* kFirmwareVersionKey = "firmwareVersion";
+constexpr const char* kDiagnosticName = "newPrivateAPI_Imp";
+
+// Facts change on the printers' queues by design; this shows which do, while one looks for the cause of a flicker.
+void logChange(const std::string& key) {
+    if (TBPrinters::isMainQueue()) {
+        logText("%s @#@#@#@#@#@#@#@#@#@#@#@# %s %s %s", kDiagnosticName, key, "(null)", "(null)");
+        return;
+    }
+    if (key == "printerStatus") logText("setting printerStatus off Main QUEUE!");
+    logText("%s &&&&&&&&&&&&&&&&&&&&&&&& %s %s %s", kDiagnosticName, key, "(null)", "(null)");
+}
+
+} // namespace
+
+void TBPrinters::initialize(MainQueue& mainQueue) {
+    mainQueue.setSpecific(&mainQueueKey, &mainQueue);
+    TBUSBPrinter::initialize(mainQueue);
+}
+
+const void* TBPrinters::mainQueueSpecificKey() { return &mainQueueKey; }
+
+bool TBPrinters::isMainQueue() { return Queue::currentSpecific(&mainQueueKey) != nullptr; }
+
+TBPrinters::TBPrinters(Environment& environment, Outlets outlets)
+    : _environment(environment), _outlets(std::move(outlets)) {}
+
+TBPrinters::~TBPrinters() {
+    prepareForTermination();
+    logText("about to call [super dealloc] in %s\n", "-[TBPrinters dealloc]");
+}
+
+void TBPrinters::init() {
+    _environment.application.setDelegate(this);
+    _printers.reset();
+    _notifyPort = sharedNotificationPort(_environment);
+    _printerIterator = nullptr;
+}
+
+// ---- start ----------------------------------------------------------------------------------------------------------
+
+void TBPrinters::awakeFromNib() {
+    const Bundle& bundle = _environment.mainBundle;
+    const std::string display = formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
+                                          textOrNull(bundle.objectForInfoDictionaryKey(kVersionKey)));
+    logText("display string is %s", display);
+    _environment.userDefaults.setString(kDisplayVersionKey, display);
+    logText("%s", "-[TBPrinters awakeFromNib]");
+    getPrintingDevices();
+    if (_outlets.controller == nullptr) return;
+    _outlets.controller->setPreservesSelection(false);
+    _outlets.controller->setAvoidsEmptySelection(true);
+    _outlets.controller->setSelectsInsertedObjects(true);
+}
+
+void TBPrinters::applicationDidFinishLaunching() {
+    if (_outlets.mainMenu) localizeItemsInMenu(*_outlets.mainMenu);
+    if (const auto version = _environment.mainBundle.objectForInfoDictionaryKey(kShortVersionKey)) {
+        _environment.userDefaults.setString(kShortVersionKey, *version);
+    }
+    localizeWindow();
+}
+
+void TBPrinters::localizeWindow() {
+    const Bundle& bundle = _environment.mainBundle;
+    if (_outlets.window != nullptr) {
+        _outlets.window->setTitle(bundle.localizedString(_outlets.window->title()));
+        // The process name is what stays: the same window carries several product names.
+        _outlets.window->setTitle(_environment.application.processName());
+    }
+    if (_outlets.tableview == nullptr) return;
+    for (std::size_t column = 0; column < _outlets.tableview->numberOfColumns(); ++column) {
+        _outlets.tableview->setColumnTitle(column, bundle.localizedString(_outlets.tableview->columnTitle(column)));
+    }
+    _outlets.tableview->setNeedsDisplay();
+}
+
+void TBPrinters::localizeItemsInMenu(Menu& menu) {
+    const auto localize = [this](std::string& text) {
+        std::string localized = _environment.mainBundle.localizedString(text);
+        if (localized != text) text = std::move(localized);
+    };
+    for (MenuItem& item : menu.items) {
+        if (item.isSeparator) continue;
+        if (item.submenu) localizeItemsInMenu(*item.submenu);
+        localize(item.title);
+        if (!item.toolTip.empty()) localize(item.toolTip);
+    }
+    localize(menu.title);
+}
+
+// ---- the list -------------------------------------------------------------------------------------------------------
+
+TBPrinters::PrinterList TBPrinters::printers() const { return _printers.value_or(PrinterList{}); }
+
+void TBPrinters::setPrinters(const PrinterList& /*printers*/) { logText("inside %s", "-[TBPrinters setPrinters:]"); }
+
+void TBPrinters::insertOnMain(const Printer& printer) {
+    std::erase(_awaitingInsertion, printer);
+    {
+        const KeyChange change(*this, kPrintersKey);
+        if (!_printers) _printers.emplace(); // termination may have come between
+        _printers->push_back(printer);
+    }
+    if (_outlets.tableview != nullptr && _outlets.tableview->selectedRow() == 0) _outlets.tableview->selectRow(0);
+}
+
+void TBPrinters::removeOnMain(const Printer& printer) {
+    const KeyChange change(*this, kPrintersKey);
+    if (_printers) std::erase(*_printers, printer);
+}
+
+// ---- table and observing --------------------------------------------------------------------------------------------
+
+void TBPrinters::tableViewSelectionDidChange(TableOutlet* sender) {
+    if (sender == nullptr) return;
+    logText("rows = %d; selected row = %d", sender->numberOfRows(), sender->selectedRow());
+    if (sender->numberOfRows() > 0 && sender->selectedRow() < 0) {
+        logText("selecting row 0");
+        sender->selectRow(0);
+    }
+    // In every case: the first printer is the one that an operator's click ends at.
+    logText("really selecting row 0");
+    sender->selectRow(0);
+}
+
+void TBPrinters::observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& /*object*/, void* context) {
+    logText("%s %s", "-[TBPrinters observeValueForKeyPath:ofObject:change:context:]", keyPath);
+    if (keyPath != kFirmwareVersionKey) return;
+    const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
+    _environment.mainQueue.async([self = shared_from_this(), printer] {
+        if (self->_outlets.controller == nullptr) return;
+        self->_outlets.controller->setSelectedObjects({std::static_pointer_cast<TBUSBPrinterZUL>(printer)});
+    });
+}
+
+// ---- termination ----------------------------------------------------------------------------------------------------
+
+bool TBPrinters::applicationShouldTerminateAfterLastWindowClosed(const ApplicationOutlet* sender) const {
+    return sender == &_environment.application;
+}
+
+TerminateReply TBPrinters::applicationShouldTerminate() {
+    logText("inside %s\n", "-[TBPrinters applicationShouldTerminate:]");
+    prepareForTermination();
+    return TerminateReply::now; // a printer in the middle of an update is not waited for
+}
+
+void TBPrinters::prepareForTermination() {
+    logText("inside %s\n", "-[TBPrinters prepareForTermination]");
+    if (_printers) {
+        // May never run, because the program ends at once; nothing depends on it. From the destructor nobody is left
+        // to run it for.
+        if (const auto self = weak_from_this().lock()) {
+            _environment.mainQueue.async([self] {
+                if (!self->_printers) return;
+                const KeyChange change(*self, kPrintersKey);
+                self->_printers.reset();
+            });
+        }
+    }
+    if (sharedPort()) sharedPort().reset();
+    _notifyPort.reset();
+    _printerIterator.reset(); // the removal iterator stays: it goes with the port
+}
+
+void TBPrinters::swapImpsforPrivateAPI() {
+    static std::atomic_flag done = ATOMIC_FLAG_INIT;
+    if (!done.test_and_set()) KeyValueObservable::setChangeDiagnostic(logChange);
+}
+
+} // namespace zul

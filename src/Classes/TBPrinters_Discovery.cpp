@@ -1,0 +1,179 @@
+// Which printers are there: registration for arrivals and departures, one printer object per accepted interface, and
+// its retirement. Main queue throughout.
+#include "Classes/TBPrinters.h"
+
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Format.h"
+
+#include <algorithm>
+
+namespace zul {
+
+namespace {
+
+constexpr std::uint8_t kPrinterClass = 7;
+constexpr std::uint8_t kPrinterSubClass = 1;
+constexpr const char* kFirmwareVersionKey = "firmwareVersion";
+
+void logFailedRead(const char* what, IOReturn code) { logText("%s() returned [%d]\n", what, asSigned(code)); }
+
+} // namespace
+
+std::shared_ptr<NotificationPort>& TBPrinters::sharedPort() {
+    static auto* const port = new std::shared_ptr<NotificationPort>; // outlives main(): queues may still ask
+    return *port;
+}
+
+std::shared_ptr<NotificationPort> TBPrinters::sharedNotificationPort(Environment& environment) {
+    auto& port = sharedPort();
+    if (port) return port;
+    port = std::make_shared<NotificationPort>(environment.registry);
+    if (environment.mainQueue.eventDescriptor() < 0) {
+        logText("failed to add a runloop source for device notifications\n");
+    }
+    return port;
+}
+
+void TBPrinters::getPrintingDevices() {
+    if (!_notifyPort) return;
+    ServiceMatching matching;
+    matching.bInterfaceClass = kPrinterClass;
+    matching.bInterfaceSubClass = kPrinterSubClass;
+    // Held weakly: the port may deliver after the controller is gone.
+    const auto weak = weak_from_this();
+    _printerIterator = _notifyPort->addMatchingNotification(ServiceNotification::matched, matching,
+                                                            [weak](ServiceIterator& iterator) {
+                                                                if (const auto self = weak.lock())
+                                                                    self->newPrinterCallback(iterator);
+                                                            });
+    if (_printerIterator) newPrinterCallback(*_printerIterator); // the attached ones, and arms it
+    _removedIterator = _notifyPort->addMatchingNotification(ServiceNotification::terminated, matching,
+                                                            [weak](ServiceIterator& iterator) {
+                                                                if (const auto self = weak.lock())
+                                                                    self->deviceRemovedCallback(iterator);
+                                                            });
+    if (_removedIterator) deviceRemovedCallback(*_removedIterator);
+}
+
+void TBPrinters::newPrinterCallback(ServiceIterator& iterator) {
+    for (;;) {
+        if (!iterator.isValid()) iterator.reset();
+        const ServiceToken token = iterator.next();
+        if (token == 0) return;
+        handleMatchedService(token);
+    }
+}
+
+void TBPrinters::deviceRemovedCallback(ServiceIterator& iterator) {
+    for (;;) {
+        if (!iterator.isValid()) iterator.reset();
+        const ServiceToken token = iterator.next();
+        if (token == 0) return;
+        removedDeviceObject(token);
+    }
+}
+
+// ---- arrival --------------------------------------------------------------------------------------------------------
+
+void TBPrinters::handleMatchedService(ServiceToken token) {
+    const auto service = _environment.registry.service(token);
+    // What can be told from the descriptors comes first: foreign printers' nodes are never opened.
+    if (service && isSupported(*service)) makePrinter(*service, token);
+}
+
+bool TBPrinters::isSupported(USBService& service) const {
+    std::uint8_t interfaceClass = 0;
+    std::uint8_t interfaceSubClass = 0;
+    std::uint16_t vendor = 0;
+    std::uint16_t product = 0;
+    IOReturn code = service.GetInterfaceClass(interfaceClass);
+    if (code != kIOReturnSuccess) return logFailedRead("GetInterfaceClass", code), false;
+    code = service.GetInterfaceSubClass(interfaceSubClass);
+    if (code != kIOReturnSuccess) return logFailedRead("GetInterfaceSubClass", code), false;
+    code = service.GetDeviceVendor(vendor);
+    if (code != kIOReturnSuccess) return logFailedRead("GetDeviceVendor", code), false;
+    code = service.GetDeviceProduct(product);
+    if (code != kIOReturnSuccess) return logFailedRead("GetDeviceProduct", code), false;
+
+    if (interfaceClass != kPrinterClass) return false;
+    if (interfaceSubClass != kPrinterSubClass) {
+        logText("Found a device that is a printer by class, but not by subclass; subClass=%d\n", interfaceSubClass);
+        return false;
+    }
+    return TBUSBPrinterZUL::supportedVendorIDs().contains(vendor) &&
+           (TBUSBPrinterZUL::supportedProductIDs().contains(product) ||
+            _environment.admittedProductIDs.contains(product));
+}
+
+void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
+    std::shared_ptr<IOUSBInterfaceInterface> handle;
+    const IOReturn code = service.createInterfaceInterface(handle);
+    if (code != kIOReturnSuccess || !handle) {
+        standardErrorLog(formatted("ERROR: IOCreatePlugInInterfaceForService() returned [%d]\n", asSigned(code)));
+        standardErrorLog(formatted("ERROR: QueryInterface() returned [%d]\n", asSigned(code)));
+        reportUnusable(service, code);
+        return;
+    }
+    auto printer = std::make_shared<TBUSBPrinterZUL>(_environment);
+    printer->setLocationText(service.locationText());
+    printer->setIsVirtual(service.isVirtual());
+    printer->initWithInterfaceInterface(std::move(handle), token);
+    addPrinter(printer);
+}
+
+void TBPrinters::reportUnusable(USBService& service, IOReturn code) {
+    if (_environment.events == nullptr) return;
+    PrinterEvent event;
+    event.kind =
+        code == kIOReturnNotPrivileged ? PrinterEvent::Kind::notPermitted : PrinterEvent::Kind::openFailed;
+    event.location = service.locationText();
+    event.code = code;
+    event.text = service.nodePath();
+    _environment.events->printerEvent(event);
+}
+
+void TBPrinters::addPrinter(const Printer& printer) {
+    if (!_printers) _printers.emplace();
+    printer->probe();
+    printer->addObserver(weak_from_this(), kFirmwareVersionKey, printer.get());
+    _awaitingInsertion.push_back(printer);
+    _environment.mainQueue.async([self = shared_from_this(), printer] { self->insertOnMain(printer); });
+}
+
+// ---- departure ------------------------------------------------------------------------------------------------------
+
+void TBPrinters::removedDeviceObject(ServiceToken service) {
+    const auto madeForService = [service](const Printer& printer) { return printer->creationToken() == service; };
+    const PrinterList waiting = _awaitingInsertion;
+    const bool isListed = _printers && std::ranges::any_of(*_printers, madeForService);
+    if (!isListed && std::ranges::any_of(waiting, madeForService)) {
+        // It left before its add block ran: look again behind that block, or the row would stay for ever.
+        _environment.mainQueue.async([self = shared_from_this(), service] { self->removedDeviceObject(service); });
+        return;
+    }
+    logText("a printer object was removed ... checking for matching device");
+    const PrinterList listed = printers();
+    const auto found = std::ranges::find_if(listed, madeForService);
+    if (found == listed.end()) {
+        logText("failed to match a printer object for device %x", service);
+        return;
+    }
+    retire(*found);
+}
+
+void TBPrinters::retire(const Printer& printer) {
+    logText("removing %s", printer->descriptionUTF8());
+    printer->removeObserver(weak_from_this(), kFirmwareVersionKey, printer.get());
+    printer->prepareForRelease();
+    // Through the printer's queue: the row leaves only after every command that is queued for it has finished.
+    Block removeFromMain = [self = shared_from_this(), printer] {
+        self->_environment.mainQueue.async([self, printer] { self->removeOnMain(printer); });
+    };
+    if (const auto queue = printer->printerCommandQueue()) {
+        queue->async(std::move(removeFromMain));
+    } else {
+        removeFromMain();
+    }
+}
+
+} // namespace zul

@@ -1,0 +1,191 @@
+// The printer object's life and its queues: creation, what runs where, release. The members that touch the device live
+// in the files beside this one.
+#include "Classes/TBUSBPrinter.h"
+
+#include "Classes/TBPrinters.h"
+#include "platform/foundation/Format.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace zul {
+
+namespace {
+
+// Only the addresses count: they are the keys of the queues' specific data.
+const char commandQueueKey = 0;
+const char mainQueueKey = 0;
+
+constexpr const char* kQueueLabelPrefix = "de.zul-imaging.printer-utility.";
+
+// A command without a block is a mistake in this program, never in its input.
+void requireCommandBlock(const Block& block, const char* file, int line) {
+    if (block) return;
+    std::fprintf(stderr, "%s:%d: you must supply a commandBlock\n", file, line);
+    std::abort();
+}
+
+} // namespace
+
+TBUSBPrinter::TBUSBPrinter(Environment& environment) : _environment(environment) {
+    _notifyPort = TBPrinters::sharedNotificationPort(environment);
+}
+
+TBUSBPrinter::~TBUSBPrinter() = default;
+
+void TBUSBPrinter::initialize(MainQueue& mainQueue) { mainQueue.setSpecific(&mainQueueKey, &mainQueue); }
+
+const void* TBUSBPrinter::printerCommandQueueKey() { return &commandQueueKey; }
+const void* TBUSBPrinter::mainQueueSpecificKey() { return &mainQueueKey; }
+
+void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
+    _creationToken = deviceObject;
+    // The departure must reach this object from its first moment, long before its queue gets to setDeviceObject.
+    if (const auto port = _notifyPort.lock()) {
+        _creationInterest = port->addInterest(
+            deviceObject, this, [weak = weak_from_this()](ServiceToken service, IOMessage message, void* argument) {
+                if (const auto printer = weak.lock()) usbInterfaceInterestCallback(printer, service, message, argument);
+            });
+    }
+    setInterfaceInterface(std::move(interfaceInterface));
+    PrinterEvent event;
+    event.kind = PrinterEvent::Kind::arrived;
+    emit(event);
+    update1284DeviceID([&](bool found, const Text& deviceID) {
+        if (!found || !deviceID) return;
+        decodeDeviceID(*deviceID, [&](const Text& manufacturer, const Text& model, const Text& serialNumber,
+                                      const Text& /*description*/) {
+            _deviceInfoDict->setString("manufacturer", manufacturer);
+            _deviceInfoDict->setString("model", model);
+            performSyncOnMainQueue([&] {
+                if (!this->manufacturer()) setManufacturer(manufacturer);
+                if (!this->model()) setModel(model);
+            });
+            makeCommandQueue(manufacturer, model, serialNumber);
+            setDeviceObject(deviceObject);
+        });
+    });
+}
+
+void TBUSBPrinter::makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber) {
+    const Text serial = serialNumber ? serialNumber : serialNumberUSB();
+    const std::string label = kQueueLabelPrefix + formatted("printer.%s.%s.%s", textOrNull(manufacturer),
+                                                            textOrNull(model), textOrNull(serial));
+    auto queue = std::make_shared<SerialQueue>(label, _environment.clock);
+    queue->setSpecific(&commandQueueKey, queue.get());
+    _printerCommandQueue = std::move(queue);
+    logText("printer command queue:%s", label);
+}
+
+void TBUSBPrinter::initWithDeviceObject(ServiceToken deviceObject) {
+    _creationToken = deviceObject;
+    setDeviceObject(deviceObject);
+}
+
+bool TBUSBPrinter::isPrinterCommandQueue() const {
+    return _printerCommandQueue == nullptr ||
+           Queue::currentSpecific(&commandQueueKey) == _printerCommandQueue.get();
+}
+
+bool TBUSBPrinter::isMainQueue() {
+    // The marker's value is the main queue itself; no other queue carries the key.
+    return Queue::currentSpecific(&mainQueueKey) != nullptr;
+}
+
+void TBUSBPrinter::performInlineOnCommandQueue(Block block) {
+    if (!block) return;
+    if (isPrinterCommandQueue()) {
+        block();
+        return;
+    }
+    _printerCommandQueue->async(std::move(block));
+}
+
+bool TBUSBPrinter::performSyncOnMainQueue(Block block) {
+    if (isMainQueue()) {
+        block();
+        return true;
+    }
+    return _environment.mainQueue.sync(std::move(block));
+}
+
+void TBUSBPrinter::sendNoReplyPrinterCommand(CommandBlock commandBlock) {
+    requireCommandBlock(commandBlock, __FILE__, __LINE__);
+    performInlineOnCommandQueue(std::move(commandBlock));
+}
+
+void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue replyQueue, ReplyBlock reply) {
+    requireCommandBlock(commandBlock, __FILE__, __LINE__);
+    performInlineOnCommandQueue(
+        [self = shared_from_this(), commandBlock = std::move(commandBlock), replyQueue, reply = std::move(reply)] {
+            commandBlock();
+            std::optional<Data> answer = self->printerReply();
+            if (!reply) return;
+            switch (replyQueue._kind) {
+            case ReplyQueue::Kind::command: reply(answer); return;
+            case ReplyQueue::Kind::main:
+                self->_environment.mainQueue.async([reply, answer = std::move(answer)] { reply(answer); });
+                return;
+            case ReplyQueue::Kind::other:
+                if (replyQueue._queue == self->_printerCommandQueue) {
+                    reply(answer);
+                } else {
+                    replyQueue._queue->async([reply, answer = std::move(answer)] { reply(answer); });
+                }
+                return;
+            }
+        });
+}
+
+void TBUSBPrinter::prepareForRelease() {
+    _released = true; // at once: a wait that runs now must give up before the queue can get to the release
+    if (const auto port = _notifyPort.lock(); port && _creationInterest != 0) port->removeInterest(_creationInterest);
+    _creationInterest = 0;
+    Block release = [self = shared_from_this()] {
+        self->setInterfaceInterface(nullptr);
+        self->setDeviceInterface(nullptr);
+        self->setDeviceObject(0);
+    };
+    if (_printerCommandQueue) {
+        _printerCommandQueue->async(std::move(release));
+    } else {
+        release(); // nothing else could run it
+    }
+}
+
+TBUSBPrinter::Text TBUSBPrinter::text(const Text& member) const {
+    const std::scoped_lock lock(_textMutex);
+    return member;
+}
+
+void TBUSBPrinter::setText(const char* key, Text& member, const Text& value) {
+    const KeyChange change(*this, key);
+    const std::scoped_lock lock(_textMutex);
+    member = value;
+}
+
+void TBUSBPrinter::setState(std::int64_t state) {
+    const KeyChange change(*this, "state");
+    _state = state;
+}
+
+void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
+    const KeyChange change(*this, "inFirmwareUpdate");
+    _isBusy = inUpdate;
+}
+
+void TBUSBPrinter::storeFact(const std::string& key, const Text& value) { storeFact(key, value, key); }
+
+void TBUSBPrinter::storeFact(const std::string& key, const Text& value, const std::string& noticeKey) {
+    const KeyChange change(*this, noticeKey);
+    _deviceInfoDict->setString(key, value);
+}
+
+void TBUSBPrinter::emit(PrinterEvent event) const {
+    if (_environment.events == nullptr) return;
+    event.key = keyUSBdevice();
+    event.location = locationText();
+    _environment.events->printerEvent(event);
+}
+
+} // namespace zul

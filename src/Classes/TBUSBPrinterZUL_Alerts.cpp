@@ -1,0 +1,167 @@
+// What the operator is asked and told. An alert is described where the need arises, on any thread; it is shown on the
+// main queue, and nobody waits for the answer.
+#include "Classes/LocalizedFormat.h"
+#include "Classes/ProductTable.h"
+#include "Classes/TBUSBPrinterZUL.h"
+
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/UserDefaults.h"
+
+namespace zul {
+
+namespace {
+
+constexpr const char* kShowCustomAlert = "-[TBUSBPrinterZUL showCustomAlertWithTitle:message:buttonTitles:"
+                                         "accessoryView:alertStyle:customLayout:completion:]";
+constexpr const char* kAgreedKey = "customerDidAgree";
+constexpr double kFirstRZ7VersionForAnyMedia = 2.04;
+constexpr int kAgreeBoxWidth = 72;
+constexpr int kAgreeBoxHeight = 18;
+constexpr std::size_t kContinueButton = 1;
+
+} // namespace
+
+std::string TBUSBPrinterZUL::localized(const char* key) const { return _environment.mainBundle.localizedString(key); }
+
+// ---- the alert routine ----------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::showAlertWithTitle(const Text& title, const Text& message,
+                                         const std::optional<std::vector<std::string>>& buttonTitles,
+                                         std::function<void(int answer)> completion) {
+    showCustomAlertWithTitle({.title = title ? title : localized("Alert"),
+                              .message = message.value_or(""),
+                              .buttonTitles = buttonTitles.value_or(std::vector<std::string>{localized("OK")}),
+                              .accessoryView = nullptr,
+                              .alertStyle = AlertStyle::warning,
+                              .customLayout = {},
+                              .completion = std::move(completion)});
+}
+
+void TBUSBPrinterZUL::showCustomAlertWithTitle(CustomAlert alert) {
+    logText("%s", kShowCustomAlert);
+    if (alert.title.value_or("").empty() && alert.message.value_or("").empty()) return;
+    AlertDescription description = descriptionFor(std::move(alert));
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), description = std::move(description)] {
+        self->_environment.alerts.beginAlert(description);
+    });
+}
+
+void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& message,
+                                             const std::optional<std::vector<std::string>>& buttonTitles,
+                                             std::function<void(int answer)> completion) {
+    const std::string shownTitle = title ? *title : localized("Alert");
+    if (shownTitle.empty() && message.value_or("").empty()) return;
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), shownTitle, message, buttonTitles, completion] {
+        CustomAlert alert;
+        alert.title = shownTitle;
+        alert.message = message;
+        alert.buttonTitles = buttonTitles.value_or(std::vector<std::string>{});
+        alert.completion = completion;
+        self->_environment.alerts.beginAlert(self->descriptionFor(std::move(alert)));
+    });
+}
+
+AlertDescription TBUSBPrinterZUL::descriptionFor(CustomAlert alert) const {
+    AlertDescription description;
+    const std::string title = alert.title.value_or("");
+    description.messageText = title.empty() ? localized("Alert") : title;
+    description.informativeText = alert.message.value_or("");
+    description.buttons = std::move(alert.buttonTitles);
+    if (description.buttons.empty()) description.buttons = {localized("OK")};
+    description.style = alert.alertStyle;
+    description.iconName = image().value_or("");
+    description.accessory = std::move(alert.accessoryView);
+    description.layout = std::move(alert.customLayout);
+    description.completion = std::move(alert.completion);
+    description.printerKey = keyUSBdevice();
+    description.printerName = descriptionUTF8();
+    return description;
+}
+
+// ---- agreement ------------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::ShowRZ7Warning() {
+    const auto self = sharedSelf<TBUSBPrinterZUL>();
+    const auto agree = std::make_shared<CheckBox>();
+    agree->width = kAgreeBoxWidth;
+    agree->height = kAgreeBoxHeight;
+    agree->title = localized("I Agree");
+    agree->action = [self](CheckBox& sender) { self->setToggleAgreed(&sender); };
+    _customerDidAgree = false;
+
+    showCustomAlertWithTitle(
+        {.title = localized("Attention:"),
+         .message = _idProduct == kProductVKRZ7 ? RZ7UpdateWarningText() : genericUpdateWarningText(),
+         .buttonTitles = {localized("Quit"), localized("Continue")},
+         .accessoryView = agree,
+         .alertStyle = AlertStyle::critical,
+         .customLayout =
+             [self](AlertLayout& alert) {
+                 if (alert.buttonCount() <= kContinueButton) return;
+                 alert.bindButtonEnabled(kContinueButton, self, kAgreedKey, [self] { return self->customerDidAgree(); });
+             },
+         .completion =
+             [self, agree](int answer) {
+                 if (answer == kAlertSecondButton && agree->state == 1) self->proceedWithUpdateWhenReady();
+                 if (answer == kAlertFirstButton) self->_environment.application.terminate();
+             }});
+}
+
+void TBUSBPrinterZUL::setToggleAgreed(const CheckBox* sender) {
+    if (sender == nullptr) return;
+    const KeyChange change(*this, kAgreedKey);
+    _customerDidAgree = sender->state == 1;
+}
+
+std::string TBUSBPrinterZUL::RZ7UpdateWarningText() const {
+    const char* extra = " Please use up all RZ7 media before using this update tool.";
+    // The program's own version, which this printer's owners know their update by; not the firmware file's.
+    return localizedFormat(_environment.mainBundle,
+                           "This update tool is for the ZUL RZ7 printer. It will upgrade the printer to %@.\n\nOnce "
+                           "updated, the RZ7 printer will REQUIRE the use of RZ7HS media packs.%s This process cannot "
+                           "be undone.",
+                           textOrNull(_environment.mainBundle.objectForInfoDictionaryKey("CFBundleShortVersionString")),
+                           installedFirmwareVersion() < kFirstRZ7VersionForAnyMedia ? localized(extra) : std::string());
+}
+
+std::string TBUSBPrinterZUL::genericUpdateWarningText() {
+    return localizedFormat(_environment.mainBundle,
+                           "This update tool will upgrade the printer firmware to version %@. This process cannot be "
+                           "undone",
+                           textOrNull(newFirmwareVersion()));
+}
+
+// ---- modal alerts ---------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::showPowerCycleAlert() {
+    const bool isSuppressed = false; // the setting is kept, but never keeps this alert away
+    if (isSuppressed) return;
+    if (usbISerial() == serialNumberUSB().has_value()) return; // the device already shows what was set
+    const auto suppression = std::make_shared<CheckBox>();
+    postModalAlert("Please power-cycle the selected printer now to complete the process!", suppression,
+                   [self = sharedSelf<TBUSBPrinterZUL>(), suppression](int /*answer*/) {
+                       if (suppression->state != 1) return;
+                       self->_environment.userDefaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true);
+                   });
+}
+
+void TBUSBPrinterZUL::showPrinterBusyAlert() {
+    postModalAlert("The Selected Printer is Unavailable. (Busy)", nullptr, {});
+}
+
+void TBUSBPrinterZUL::postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
+                                     std::function<void(int answer)> completion) {
+    CustomAlert alert;
+    alert.title = localized(messageKey);
+    alert.completion = std::move(completion);
+    AlertDescription description = descriptionFor(std::move(alert));
+    description.suppression = std::move(suppression);
+    description.isModal = true;
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), description = std::move(description)] {
+        self->_environment.alerts.beginAlert(description);
+    });
+}
+
+} // namespace zul

@@ -1,0 +1,83 @@
+// The colour tables: the printer's are cleared and the archive's are written, a name and its contents each. Command
+// queue.
+#include "Classes/CommandFrame.h"
+#include "Classes/SRecord.h"
+#include "Classes/StatusTexts.h"
+#include "Classes/TBUSBPrinterZUL.h"
+
+#include "platform/foundation/Format.h"
+
+namespace zul {
+
+namespace {
+
+constexpr std::size_t kShortestList = 3; // a model has a firmware file and at least two tables
+
+// The archive's names are ASCII; nothing here may depend on the user's language.
+std::string uppercase(std::string name) {
+    for (char& character : name) {
+        if (character >= 'a' && character <= 'z') character = static_cast<char>(character - 'a' + 'A');
+    }
+    return name;
+}
+
+} // namespace
+
+std::vector<std::string> TBUSBPrinterZUL::colorTableNames() const {
+    auto names = _deviceInfoDict->strings(cFirmwareFilenames).value_or(std::vector<std::string>{});
+    if (names.size() < kShortestList) return {};
+    names.erase(names.begin());
+    return names;
+}
+
+std::optional<Data> TBUSBPrinterZUL::paddedColorDataForVersion(const std::string& name) const {
+    std::optional<Data> contents = archiveFile(name);
+    logText("got data of length %lu for file at path %s", contents ? contents->size() : 0, name);
+    return contents; // as it is: the printers take tables of any length
+}
+
+void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> completion) {
+    if (!verifyFirmwareArchive()) {
+        logText("failed to verify firmware archive");
+        return;
+    }
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](IOReturn code) {
+        if (code == kIOReturnSuccess) self->writeColorTables(completion);
+    });
+}
+
+void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completion) {
+    if (!waitForPrinterStatusCode(kReadyStatus)) return;
+    setOverridePrinterStatus("Updating color tables ...");
+    sendPrinterCommand(kCommandTableClear, /*payload=*/nullptr);
+    getPrinterColorTableVersion({});
+    getPrinterColorTableChecksum({});
+    const std::vector<std::string> names = colorTableNames();
+    for (std::size_t index = 0; index < names.size(); ++index) {
+        announceColorTable(names[index], static_cast<std::int64_t>(index + 1), static_cast<std::int64_t>(names.size()));
+        writeColorTable(names[index]);
+        getPrinterColorTableVersion({});
+        getPrinterColorTableChecksum({});
+    }
+    setProgress(UpdateProgress::finished);
+    if (completion) completion(!names.empty());
+}
+
+// Counted as written once both commands are sent: what became of them is shown by whoever watches the update.
+void TBUSBPrinterZUL::writeColorTable(const std::string& name) {
+    const Data nameRecord = paddedData(dataFromText(uppercase(name)));
+    const std::optional<Data> table = paddedColorDataForVersion(name);
+    sendPrinterCommand(kCommandTableName, &nameRecord);
+    sendPrinterCommand(kCommandTableWrite, table ? &*table : nullptr);
+}
+
+void TBUSBPrinterZUL::announceColorTable(const std::string& name, std::int64_t number, std::int64_t total) {
+    PrinterEvent event;
+    event.kind = PrinterEvent::Kind::colorTable;
+    event.value = number;
+    event.total = total;
+    event.text = name;
+    emit(event);
+}
+
+} // namespace zul

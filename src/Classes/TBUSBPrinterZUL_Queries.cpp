@@ -1,0 +1,212 @@
+// What a printer can be asked for, and where the answers are kept. Requests run one after another on the command queue;
+// answers are stored there, with change notices.
+#include "Classes/CommandFrame.h"
+#include "Classes/ProductTable.h"
+#include "Classes/StatusTexts.h"
+#include "Classes/TBUSBPrinterZUL.h"
+
+#include "platform/foundation/Format.h"
+
+#include <string_view>
+
+namespace zul {
+
+namespace {
+constexpr const char* kMissingText = "NULL"; // shown where a printer did not answer
+enum class Media { none, SD, PP };
+} // namespace
+
+// One table of a model: how it is asked for, where the answer is kept, how it is logged.
+struct TBUSBPrinterZUL::TableQuery {
+    std::uint32_t command;
+    Media media;
+    const char* key;
+    const char* logFormat;
+};
+
+// clang-format off
+std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::versionPlan() const {
+    switch (_idProduct) {
+    case kProductVK14: case kProductVK18: case kProductVKRZ7: case kProductVK18DUP:
+        return {{21, Media::none, HOLVEN_TBPrinterColorTableVersion, "printer color table version: %s"}};
+    case kProductVK26:
+        return {{26, Media::none, HOLVEN_TBPrinterColorTableVersion610, "printer color table version 610: %s"},
+                {25, Media::none, HOLVEN_TBPrinterColorTableVersion600, "printer color table version 600: %s"},
+                {24, Media::none, HOLVEN_TBPrinterColorTableVersion,    "printer color table version 300: %s"}};
+    case kProductVK28:
+        return {{27, Media::SD, HOLVEN_TBPrinterColorTableVersion620,   "printer color table version 620: %s"},
+                {26, Media::SD, HOLVEN_TBPrinterColorTableVersion610,   "printer color table version 610: %s"},
+                {25, Media::SD, HOLVEN_TBPrinterColorTableVersion600,   "printer color table version 600: %s"},
+                {24, Media::SD, HOLVEN_TBPrinterColorTableVersion,      "printer color table version 300: %s"},
+                {27, Media::PP, HOLVEN_TBPrinterColorTableVersion620HD, "printer color table version 620HD: %s"},
+                {26, Media::PP, HOLVEN_TBPrinterColorTableVersion610HD, "printer color table version 610HD: %s"},
+                {25, Media::PP, HOLVEN_TBPrinterColorTableVersion600HD, "printer color table version 600HD: %s"},
+                {24, Media::PP, HOLVEN_TBPrinterColorTableVersion300HD, "printer color table version 300HD: %s"}};
+    default: return {};
+    }
+}
+
+std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::checksumPlan() const {
+    switch (_idProduct) {
+    case kProductVK14: case kProductVK18: case kProductVKRZ7: case kProductVK18DUP:
+        return {{23, Media::none, HOLVEN_TBPrinterColorTableChecksum300, "printer color table checksum: %s"}};
+    case kProductVK26:
+        return {{30, Media::none, HOLVEN_TBPrinterColorTableChecksum610, "printer color table CHECKSUM 610: %s"},
+                {29, Media::none, HOLVEN_TBPrinterColorTableChecksum600, "printer color table CHECKSUM 600: %s"},
+                // Labelled as a version: log readers know this line.
+                {28, Media::none, HOLVEN_TBPrinterColorTableChecksum300, "printer color table version 300: %s"}};
+    case kProductVK28:
+        return {{31, Media::SD, HOLVEN_TBPrinterColorTableChecksum620,   "printer color table CHECKSUM 620: %s"},
+                {30, Media::SD, HOLVEN_TBPrinterColorTableChecksum610,   "printer color table CHECKSUM 610: %s"},
+                {29, Media::SD, HOLVEN_TBPrinterColorTableChecksum600,   "printer color table CHECKSUM 600: %s"},
+                {28, Media::SD, HOLVEN_TBPrinterColorTableChecksum300,   "printer color table CHECKSUM 300: %s"},
+                {31, Media::PP, HOLVEN_TBPrinterColorTableChecksum620HD, "printer color table CHECKSUM 620HD: %s"},
+                {30, Media::PP, HOLVEN_TBPrinterColorTableChecksum610HD, "printer color table CHECKSUM 610HD: %s"},
+                {29, Media::PP, HOLVEN_TBPrinterColorTableChecksum600HD, "printer color table CHECKSUM 600HD: %s"},
+                {28, Media::PP, HOLVEN_TBPrinterColorTableChecksum300HD, "printer color table CHECKSUM 300HD: %s"}};
+    default: return {};
+    }
+}
+// clang-format on
+
+Data TBUSBPrinterZUL::commandPayloadForMediaSD() { return dataFromText("0001"); }
+Data TBUSBPrinterZUL::commandPayloadForMediaPP() { return dataFromText("0003"); }
+
+// ---- one question ---------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply) {
+    sendPrinterCommand(
+        [self = sharedSelf<TBUSBPrinterZUL>(), command, payload = std::move(payload)] {
+            self->sendPrinterCommand(command, payload ? &*payload : nullptr);
+        },
+        ReplyQueue::commandQueue(), std::move(reply));
+}
+
+void TBUSBPrinterZUL::queryAtOpenInterface(std::uint32_t command, ReplyBlock reply) {
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>(), command, reply = std::move(reply)](IOReturn code) {
+        if (code == kIOReturnSuccess) self->queueQuery(command, std::nullopt, reply);
+    });
+}
+
+void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
+    queryAtOpenInterface(
+        kCommandFirmwareVersion, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+            if (!reply || reply->empty()) return;
+            const Text version = self->versionFromReply(*reply);
+            if (!version) return; // not text: the earlier value stays
+            self->storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
+            logText("printer firmware version: %s", *version);
+        });
+}
+
+TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
+    sendPrinterCommand(kCommandFirmwareVersion, /*payload=*/nullptr);
+    const auto reply = printerReply();
+    return reply && !reply->empty() ? versionFromReply(*reply) : std::nullopt;
+}
+
+TBUSBPrinter::Text TBUSBPrinterZUL::versionFromReply(const Data& reply) const {
+    const Text text = stringFromNulTerminatedUTF8(reply);
+    const Text version = text ? Text(trimmedWhitespaceAndNewlines(*text)) : std::nullopt;
+    PrinterEvent event;
+    event.kind = PrinterEvent::Kind::firmwareVersion;
+    event.text = version;
+    emit(event);
+    return version;
+}
+
+void TBUSBPrinterZUL::updatePrinterSerialNumber() {
+    queryAtOpenInterface(
+        kCommandSerialNumber, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+            const Text serial = reply && !reply->empty() ? stringFromNulTerminatedUTF8(*reply) : Text(kMissingText);
+            if (!serial) return;
+            logText("%s: %s", HOLVEN_TBPrinterSerialNumber, *serial);
+            self->storeFact(HOLVEN_TBPrinterSerialNumber, serial);
+        });
+}
+
+void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
+    static constexpr std::string_view kPrefix = "CL";
+    queryAtOpenInterface(
+        kCommandLifetimeCounter, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+            if (!reply || reply->empty()) return;
+            Text counter = stringFromNulTerminatedUTF8(*reply);
+            if (!counter) return;
+            if (counter->starts_with(kPrefix)) {
+                counter = std::to_string(integerValue(counter->substr(kPrefix.size())));
+            }
+            self->storeFact(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
+            logText("lifetime counter value: %s", *counter);
+        });
+}
+
+// ---- colour tables --------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::getPrinterColorTableVersion(TableCompletion completion) {
+    queryTables(versionPlan(), std::move(completion));
+}
+
+void TBUSBPrinterZUL::getPrinterColorTableChecksum(TableCompletion completion) {
+    queryTables(checksumPlan(), std::move(completion));
+}
+
+// The interface is not opened here: whoever asks for tables has it open already.
+void TBUSBPrinterZUL::queryTables(const std::vector<TableQuery>& plan, TableCompletion completion) {
+    const auto results = std::make_shared<std::vector<std::string>>();
+    const std::size_t expected = plan.size();
+    const Data payloadSD = commandPayloadForMediaSD();
+    const Data payloadPP = commandPayloadForMediaPP();
+    for (const TableQuery& query : plan) {
+        std::optional<Data> payload;
+        if (query.media == Media::SD) payload = payloadSD;
+        if (query.media == Media::PP) payload = payloadPP;
+        queueQuery(query.command, std::move(payload),
+                   [self = sharedSelf<TBUSBPrinterZUL>(), query, results, expected,
+                    completion](const std::optional<Data>& reply) {
+                       self->storeTableReply(query, reply, results);
+                       if (results->size() == expected && completion) completion(*results);
+                   });
+    }
+}
+
+void TBUSBPrinterZUL::storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
+                                      const std::shared_ptr<std::vector<std::string>>& results) {
+    Text value = kMissingText;
+    if (reply && !reply->empty()) value = stringFromNulTerminatedUTF8(*reply);
+    if (value) {
+        value = trimmedWhitespaceAndNewlines(*value);
+        storeFact(query.key, value);
+    } else {
+        value = fact(query.key); // not text: the earlier value stays, and counts
+    }
+    logText(query.logFormat, textOrNull(value));
+    results->push_back(value.value_or(kMissingText));
+}
+
+// ---- everything -----------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::resetCounter(char letter) {
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>(), letter](IOReturn code) {
+        if (code != kIOReturnSuccess || (letter != 'A' && letter != 'B' && letter != 'M')) return;
+        const Data payload = {'C', static_cast<std::uint8_t>(letter), '\r', 0};
+        self->sendPrinterCommand(kCommandCounterClear, &payload);
+    });
+}
+
+void TBUSBPrinterZUL::getDeviceCustomInfo() {
+    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
+        if (rawStatus == kLoaderStatus) return; // a loader answers nothing else
+        self->openInterface([self](IOReturn code) {
+            if (code != kIOReturnSuccess) return;
+            self->getPrinterFirmwareVersion();
+            self->getPrinterLifetimeCounter();
+            self->getPrinterColorTableVersion({});
+            self->getPrinterColorTableChecksum({});
+            self->updatePrinterSerialNumber();
+            self->getUSB_ISerial();
+            self->closeInterface(nullptr);
+        });
+    });
+}
+
+} // namespace zul

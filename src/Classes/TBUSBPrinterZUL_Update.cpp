@@ -1,0 +1,247 @@
+// The halves of an update and the restarts between them. Actions and answers arrive on the main queue; everything that
+// talks to the printer runs on its command queue.
+#include "Classes/CommandFrame.h"
+#include "Classes/LocalizedFormat.h"
+#include "Classes/StatusTexts.h"
+#include "Classes/TBUSBPrinterZUL.h"
+
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/UserDefaults.h"
+
+namespace zul {
+
+namespace {
+
+constexpr auto kStatusPollPause = std::chrono::milliseconds(500);
+constexpr const char* kCorruptionTitle = "-- File corruption --\n\nThere is a problem with the firmware files.";
+constexpr const char* kContactSupport = "Contact customer support.";
+
+} // namespace
+
+// ---- before the update ----------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::updateFirmware() {
+    if (!printerCommandQueue()) {
+        showPrinterError(); // it never told its ID: nothing can be queued for it
+        return;
+    }
+    if (verifyFirmwareArchive() && firmwareBlob()) {
+        ShowRZ7Warning();
+        return;
+    }
+    showAlertWithTitle(localized(kCorruptionTitle), localized(kContactSupport),
+                       std::vector<std::string>{localized("Quit")},
+                       [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) {
+                           self->_environment.application.terminate();
+                       });
+}
+
+void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
+    if (!printerCommandQueue()) {
+        showPrinterError();
+        return;
+    }
+    if (printerStatus() == stringForVKStatusString(kLoaderStatus)) {
+        // A wait for "Idle" may hold the queue: the operator's request is what counts now.
+        supersedeWait();
+        uploadFirmware();
+        return;
+    }
+    if (isNewerThanOffered() && !_environment.userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
+        showAlertWithTitle(localized("Firmware update not needed"),
+                           localizedFormat(_environment.mainBundle, "This printer has firmware version %.2f installed.",
+                                           installedFirmwareVersion()),
+                           std::vector<std::string>{localized("OK")}, {});
+        return;
+    }
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) { self->checkReadiness(code); });
+}
+
+// Equal versions are not newer: the same version is installed again.
+bool TBUSBPrinterZUL::isNewerThanOffered() { return installedFirmwareVersion() > availableFirmwareVersion(); }
+
+void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
+    if (openResult == kIOReturnExclusiveAccess) {
+        showRetryAlert(
+            localized("Printer Busy"),
+            localized(
+                "Another application is using the printer. Please proceed when the printer becomes available."));
+        return;
+    }
+    if (openResult != kIOReturnSuccess) {
+        showPrinterError();
+        return;
+    }
+    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
+        if (rawStatus == kReadyStatus) {
+            self->updateFirmwareReady();
+            return;
+        }
+        self->showRetryAlert(self->localized("Printer Not Ready"),
+                             localizedFormat(self->_environment.mainBundle,
+                                             "Please correct the following issue: %@",
+                                             stringForVKStatusString(rawStatus)));
+    });
+}
+
+void TBUSBPrinterZUL::showPrinterError() {
+    showRetryAlert(
+        localized("Printer Error"),
+        localized("The printer is not responding properly. Please power-cycle the printer and try again."));
+}
+
+void TBUSBPrinterZUL::showRetryAlert(const std::string& title, const std::string& message) {
+    showAlertWithTitle(title, message, std::vector<std::string>{localized("Proceed"), localized("Cancel")},
+                       [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
+                           if (answer == kAlertFirstButton) self->proceedWithUpdateWhenReady();
+                       });
+}
+
+void TBUSBPrinterZUL::updateFirmwareReady() {
+    const std::string update = localizedFormat(_environment.mainBundle, "Update Firmware to %@",
+                                               textOrNull(newFirmwareVersion()));
+    // "Cancel" first: Return must not start what cannot be undone.
+    showAlertWithTitle(
+        localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
+        localized(
+            "The printer may be permanently damaged if it is unplugged or loses power during the update process."),
+        std::vector<std::string>{localized("Cancel"), update}, [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
+            if (answer == kAlertSecondButton) self->updateFirmwareAndColorTables();
+        });
+}
+
+// ---- first half -----------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
+    if (!firmwareVersion()) {
+        // Never read: the update is started again once the printer is back.
+        performInlineOnCommandQueue(
+            [self = sharedSelf<TBUSBPrinterZUL>()] { static_cast<void>(self->reEnumerateUSBDevice()); });
+        return;
+    }
+    if (!verifyFirmwareArchive() || !firmwareBlob()) {
+        showAlertWithTitle(localized(kCorruptionTitle), localized(kContactSupport),
+                           std::vector<std::string>{localized("OK")}, {});
+        return;
+    }
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
+        if (code == kIOReturnSuccess) self->enterFirmwareUpdateMode();
+    });
+}
+
+void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
+    if (!waitForPrinterStatusCode(kReadyStatus)) return;
+    setOverridePrinterStatus("Updating firmware ...");
+    // Both before the command: the printer may leave before the next line runs, and what is stored then is what its
+    // successor finds.
+    _deviceInfoDict->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, firmwareVersion());
+    setProgress(UpdateProgress::waitingForLoader);
+    sendPrinterCommand(kCommandEnterLoader, /*payload=*/nullptr);
+    closeInterface(nullptr);
+}
+
+// ---- second half ----------------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::showDamagedFileAlert() {
+    showAlertWithTitle(localized("There was a problem with the firmware file!"),
+                       localized("This application may be damaged. Please download a new copy."),
+                       std::vector<std::string>{localized("OK")}, {});
+}
+
+void TBUSBPrinterZUL::uploadFirmware() {
+    if (!verifyFirmwareArchive()) {
+        logText("failed to verify firmware archive");
+        showDamagedFileAlert();
+        return;
+    }
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
+        if (code == kIOReturnSuccess) self->writeFirmwareImage();
+    });
+}
+
+void TBUSBPrinterZUL::writeFirmwareImage() {
+    setOverridePrinterStatus("Writing firmware ...");
+    logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
+    if (const auto blob = firmwareBlob()) {
+        logText("Uploading firmware to printer");
+        setProgress(UpdateProgress::waitingForFirmware);
+        sendPrinterCommand(kCommandProgramFlash, &*blob);
+    } else {
+        logText("FAILED Uploading firmware to printer (bad file)");
+        showDamagedFileAlert();
+    }
+    closeInterface(nullptr);
+}
+
+// ---- after the restarts ---------------------------------------------------------------------------------------------
+
+void TBUSBPrinterZUL::finishFirmwareUpdate() {
+    logText("%s", "-[TBUSBPrinterZUL finishFirmwareUpdate]");
+    updateColorTables([self = sharedSelf<TBUSBPrinterZUL>()](bool anyTable) {
+        logText("%s", "-[TBUSBPrinterZUL finishFirmwareUpdate]_block_invoke");
+        self->reportUpdate(anyTable);
+    });
+}
+
+// The tables alone decide what the operator is told; comparing versions is left to whoever watches the update.
+void TBUSBPrinterZUL::reportUpdate(bool anyTable) {
+    const std::string previous = textOrNull(fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
+    const std::string current = textOrNull(firmwareVersion());
+    if (anyTable) {
+        showAlertWithTitle(
+            localized("Firmware update was successful!"),
+            localizedFormat(_environment.mainBundle, "Firmware version updated from %@ to %@", previous, current),
+            std::vector<std::string>{localized("Finish")}, {});
+    } else {
+        showAlertWithTitle(localized("There was a problem with the firmware update!"),
+                           localizedFormat(_environment.mainBundle,
+                                           "Previous firmware version: %@ current version: %@", previous, current),
+                           std::vector<std::string>{localized("OK")}, {});
+    }
+    PrinterEvent event;
+    event.kind = PrinterEvent::Kind::finished;
+    event.value = anyTable ? 1 : 0;
+    event.text = firmwareVersion();
+    emit(event);
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(false); });
+    updatePrinterStatus();
+}
+
+// ---- helpers of every half ------------------------------------------------------------------------------------------
+
+bool TBUSBPrinterZUL::waitForPrinterStatusCode(const std::string& code) {
+    const int generation = _waitGeneration;
+    for (;;) {
+        if (openInterface() == kIOReturnSuccess && statusEquals(code)) return true;
+        if (_released || _waitGeneration != generation) return false;
+        _environment.clock.sleepFor(kStatusPollPause);
+    }
+}
+
+// The shown texts are compared: two codes that read the same are the same to the operator. No answer is not equal.
+bool TBUSBPrinterZUL::statusEquals(const std::string& code) {
+    bool equal = false;
+    getPrinterStatus([&equal, &code](const Text& rawStatus) { // inline: this is the command queue
+        equal = stringForVKStatusString(rawStatus) == stringForVKStatusString(code);
+    });
+    return equal;
+}
+
+void TBUSBPrinterZUL::setOverridePrinterStatus(const std::string& text) {
+    logText("forcing printer status string to \"%s\"", text);
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), text] { self->setPrinterStatus(text); });
+}
+
+void TBUSBPrinterZUL::setFirmwareUpdateStatus(int progress) {
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), progress] {
+        const std::string key = self->keyUSBdevice();
+        self->_deviceInfoDict->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{progress});
+        logText("writing key:%s for dict:%s", key, self->_deviceInfoDict->description());
+        setDeviceInfo(self->_deviceInfoDict, key);
+    });
+}
+
+} // namespace zul

@@ -1,0 +1,175 @@
+// The printer's USB interface: open, close, pipes, bulk transfers, ownership. Everything here runs on the command queue
+// unless its name ends in OnMain; what others observe is changed on the main queue, which the command queue may wait
+// for (never the other way round).
+#include "Classes/TBUSBPrinter.h"
+
+#include "StatusCodeNames.h"
+#include "platform/foundation/Format.h"
+
+namespace zul {
+
+namespace {
+constexpr std::uint32_t kBulkTimeout = 5000; // ms, both time-outs of every bulk transfer
+}
+
+bool TBUSBPrinter::isInterfaceOpen() const {
+    return _state == kTBPrinterOpen && _interfaceStatus == kTBPrinterOpen;
+}
+
+bool TBUSBPrinter::willOpenInterface() const {
+    return _state == kTBPrinterOpening && _interfaceStatus == kTBPrinterOpening;
+}
+
+bool TBUSBPrinter::didOpenInterface() const {
+    return _state == kTBPrinterOpening && _interfaceStatus == kTBPrinterOpen;
+}
+
+IOReturn TBUSBPrinter::openInterface() {
+    if (_state == kTBPrinterOpen) return kIOReturnSuccess;
+    _interfaceStatus = kTBPrinterOpening;
+    setState(kTBPrinterOpening);
+    // A retired printer has given its handle back; an alert of it may still be answered.
+    const IOReturn code = _iInterface ? _iInterface->USBInterfaceOpenSeize() : kIOReturnNoDevice;
+    finishOpen(code);
+    PrinterEvent event;
+    event.kind = PrinterEvent::Kind::opened;
+    event.code = code;
+    emit(event);
+    return code;
+}
+
+void TBUSBPrinter::finishOpen(IOReturn code) {
+    if (code == kIOReturnExclusiveAccess) {
+        logText("Another app has the printer USB interface open for exclusive access.\n");
+        logText("Waiting for USB interface on device %.8x to be closed...\n", deviceObject());
+        logText("The printer is busy.\n");
+        setPrinterStatus("In use by other application");
+        performSyncOnMainQueue([this] { setOwnershipOnMain(-1); });
+        watchForHolder();
+        return;
+    }
+    if (code != kIOReturnSuccess) return;
+    performSyncOnMainQueue([this] {
+        _interfaceStatus = kTBPrinterOpen;
+        setState(kTBPrinterOpen);
+        setOwnershipOnMain(1);
+    });
+    logText("The %s is open.\n", descriptionUTF8());
+    getPipes();
+}
+
+void TBUSBPrinter::openInterface(CodeCompletion completion) {
+    performInlineOnCommandQueue([self = shared_from_this(), completion = std::move(completion)] {
+        const IOReturn code = self->openInterface();
+        if (completion) completion(code);
+    });
+}
+
+void TBUSBPrinter::closeInterface(CodeCompletion completion) {
+    Block close = [self = shared_from_this(), completion = std::move(completion)] { self->closeNow(completion); };
+    if (_printerCommandQueue) {
+        _printerCommandQueue->async(std::move(close)); // even from that queue: it lies behind what is queued
+    } else {
+        close();
+    }
+}
+
+void TBUSBPrinter::closeNow(const CodeCompletion& completion) {
+    IOReturn code = kIOReturnSuccess;
+    if (_interfaceStatus == kTBPrinterOpen) {
+        code = _iInterface ? _iInterface->USBInterfaceClose() : kIOReturnNoDevice;
+        if (code == kIOReturnSuccess) {
+            logText("The %s was closed.\n", descriptionUTF8());
+        } else {
+            logText("close interface returned error %s\n", strForIOReturn(code));
+        }
+    }
+    if (_iInterface) _iInterface->watchHolder(nullptr); // no open is pending any more
+    _interfaceStatus = kTBPrinterClosed;
+    setState(kTBPrinterClosed);
+    performSyncOnMainQueue([this] {
+        if (_isOwned != 0) setOwnershipOnMain(0);
+    });
+    if (completion) completion(code);
+}
+
+void TBUSBPrinter::getPipes() {
+    performInlineOnCommandQueue([self = shared_from_this()] {
+        if (!self->_iInterface) return;
+        std::uint8_t count = 0;
+        if (const IOReturn code = self->_iInterface->GetNumEndpoints(count); code != kIOReturnSuccess) {
+            logText("failure for GetNumEndpoints on the open USB device; error=[%d]\n", asSigned(code));
+            return;
+        }
+        for (unsigned pipe = 1; pipe <= count; ++pipe) { // pipe 0 is the control pipe
+            PipeProperties properties;
+            const auto index = static_cast<std::uint8_t>(pipe);
+            if (self->_iInterface->GetPipeProperties(index, properties) != kIOReturnSuccess) continue;
+            if (properties.transferType != kUSBBulk) continue;
+            (properties.direction == PipeDirection::out ? self->_bulkOUT : self->_bulkIN) = index;
+        }
+    });
+}
+
+void TBUSBPrinter::setOwnershipOnMain(std::int64_t ownership) {
+    const KeyChange change(*this, "isOwned");
+    _isOwned = ownership;
+}
+
+void TBUSBPrinter::setIsOwned(int value) {
+    if (value != 0 && _isOwned == 0) {
+        openInterface(CodeCompletion{});
+        return;
+    }
+    const bool replayAttempt = value == 1 && _isOwned == -1;
+    closeInterface(nullptr);
+    if (replayAttempt) {
+        usbInterfaceInterestCallback(shared_from_this(), deviceObject(), kIOMessageServiceIsAttemptingOpen, nullptr);
+    }
+}
+
+// While another program holds the interface nobody tells when it lets go: the bus watches the device node, and each
+// hint is checked with a silent claim on the command queue. Only a claim that succeeds counts as "was closed".
+void TBUSBPrinter::watchForHolder() {
+    _iInterface->watchHolder([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->performInlineOnCommandQueue([self] { self->holderMayHaveLetGo(); });
+        }
+    });
+}
+
+void TBUSBPrinter::holderMayHaveLetGo() {
+    if (_isOwned != -1 || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
+    _iInterface->watchHolder(nullptr); // once
+    _environment.mainQueue.async([self = shared_from_this()] {
+        usbInterfaceInterestCallback(self, self->deviceObject(), kIOMessageServiceWasClosed, nullptr);
+    });
+}
+
+bool TBUSBPrinter::writeToInterfaceWithData(const Data& data) {
+    logText("writing to %s interface with %lu byte payload", descriptionUTF8(), data.size());
+    const auto size = static_cast<std::uint32_t>(data.size());
+    _writeStatus.store(_iInterface ? _iInterface->WritePipeTO(_bulkOUT, data.data(), size, kBulkTimeout, kBulkTimeout)
+                                   : kIOReturnNoDevice);
+    return _writeStatus.load() == kIOReturnSuccess;
+}
+
+std::optional<Data> TBUSBPrinter::interfaceReadDataOfSize(std::uint32_t size) {
+    Data buffer(size, 0);
+    std::uint32_t count = size;
+    _readStatus.store(_iInterface ? _iInterface->ReadPipeTO(_bulkIN, buffer.data(), count, kBulkTimeout, kBulkTimeout)
+                                  : kIOReturnNoDevice);
+    if (_readStatus.load() != kIOReturnSuccess) return std::nullopt;
+    // The reply keeps the requested size: a short read stays padded with zeros, and callers rely on it.
+    return buffer;
+}
+
+void TBUSBPrinter::setPrinterStatus(const std::string& status) {
+    performSyncOnMainQueue([&] { storeFact("printerStatus", status); });
+}
+
+TBUSBPrinter::Text TBUSBPrinter::printerStatus() const { return _deviceInfoDict->string("printerStatus"); }
+TBUSBPrinter::Text TBUSBPrinter::printerSerialNumber() const { return _deviceInfoDict->string("printerSerialNumber"); }
+TBUSBPrinter::Text TBUSBPrinter::firmwareVersion() const { return _deviceInfoDict->string("firmwareVersion"); }
+
+} // namespace zul
