@@ -1,4 +1,8 @@
 # The flags that every target of this project is built with.
+find_program(ZUL_CCACHE ccache)
+if(ZUL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${ZUL_CCACHE})
+endif()
 add_library(zul_build_options INTERFACE)
 target_compile_options(zul_build_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)

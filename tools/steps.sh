@@ -1,0 +1,61 @@
+# The steps that ./run, ./test and .ci/run share; to be sourced, with $root set to the top of the tree.
+# Every function answers by its status, so that callers decide what a failure means.
+
+say() { printf '==> %s\n' "$*"; }
+
+# quietly LOG COMMAND...: the output goes to LOG, and is shown only when the command fails.
+quietly() {
+    log=$1
+    shift
+    if "$@" >"$log" 2>&1 </dev/null; then return 0; else status=$?; fi
+    sed 's/^/    /' "$log"
+    say "Failed: $*"
+    return $status
+}
+
+# folder_of PRESET: where the preset builds.
+folder_of() {
+    case $1 in
+    release) echo "$root/build" ;;
+    *) echo "$root/build-$1" ;;
+    esac
+}
+
+# build_preset PRESET [TARGET...]: configures and builds; without a target what the preset names.
+build_preset() {
+    preset=$1
+    shift
+    folder=$(folder_of "$preset")
+    mkdir -p "$folder" || return 1
+    fresh=
+    # A tree that was moved or copied brings a cache that CMake refuses.
+    if [ -f "$folder/CMakeCache.txt" ] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$folder/CMakeCache.txt"
+    then
+        fresh=--fresh
+    fi
+    say "Building ($preset)"
+    (
+        cd "$root" || exit 1
+        quietly "$folder/configure.log" cmake --preset "$preset" $fresh || exit 1
+        quietly "$folder/build.log" cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+    )
+}
+
+# test_preset PRESET: runs the preset's tests. The verdict of every case is left in test-results.xml and test-status of
+# the build folder for tools/count-tests. The output is indented, so that no line of a test passes for ours.
+test_preset() {
+    folder=$(folder_of "$1")
+    rm -f "$folder/test-results.xml" "$folder/test-status"
+    say "Testing ($1)"
+    (
+        cd "$root" || exit 1
+        {
+            status=0
+            # The whole output is kept, as the summaries stand at its end.
+            ctest --preset "$1" --parallel "$(nproc)" --output-junit "$folder/test-results.xml" \
+                --test-output-size-passed 100000000 --test-output-size-failed 100000000 </dev/null 2>&1 || status=$?
+            echo $status >"$folder/test-status"
+        } | sed -u 's/^/    /'
+    )
+    [ "$(cat "$folder/test-status" 2>/dev/null)" = 0 ]
+}

@@ -1,0 +1,145 @@
+"""The house rules, each on a small tree that breaks it and on one that keeps it."""
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TOOL = pathlib.Path(__file__).resolve().parent.parent / "check-project"
+
+
+class CheckProject(unittest.TestCase):
+    def setUp(self):
+        self._folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self._folder.cleanup)
+        self.root = pathlib.Path(self._folder.name)
+
+    def check(self, files):
+        for name, content in files.items():
+            path = self.root / name
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_bytes(content if isinstance(content, bytes) else content.encode())
+        result = subprocess.run([sys.executable, TOOL, "--root", self.root], capture_output=True, text=True, check=False)
+        self.assertEqual(result.stderr, "")
+        findings = [line for line in result.stdout.splitlines() if ": warning: " not in line]
+        self.assertEqual(result.returncode, 1 if findings else 0)
+        return result.stdout
+
+    def assert_clean(self, files):
+        self.assertEqual(self.check(files), "")
+
+    def assert_finding(self, files, text):
+        output = self.check(files)
+        self.assertIn(text, output)
+        self.assertEqual(len(output.splitlines()), 1, output)
+
+    # Floors
+
+    def test_lets_a_floor_include_the_floors_below(self):
+        self.assert_clean({"src/Classes/A.cpp": '#include "platform/usb/IOReturn.h"\n#include <openssl/hmac.h>\n'
+                                                '#include "holven_log/HOLVEN_Log.h"\n#include "Classes/A.h"\n',
+                           "src/cli/List.cpp": '#include "usb/libusb/Bus.h"\n#include <CLI/CLI.hpp>\n'})
+
+    def test_refuses_an_include_from_a_floor_above(self):
+        self.assert_finding({"src/platform/A.cpp": '\n#include "Classes/SRecord.h"\n'}, "src/platform/A.cpp:2: includes")
+
+    def test_refuses_the_engine_in_the_virtual_printers(self):
+        self.assert_finding({"src/virtual_printer/A.cpp": '#include "Classes/SRecord.h"\n'}, "above it")
+
+    def test_refuses_a_neighbour_that_is_not_named_from_the_source_folder(self):
+        self.assert_finding({"src/cli/A.cpp": '#include "List.h"\n'}, "not named from src/")
+
+    def test_refuses_the_usb_library_outside_its_bus(self):
+        self.assert_finding({"src/Classes/A.cpp": "#include <libusb-1.0/libusb.h>\n"}, "does not belong on this floor")
+
+    def test_refuses_qt_in_the_engine(self):
+        self.assert_finding({"src/Classes/A.cpp": "#include <QString>\n"}, "does not belong on this floor")
+
+    def test_refuses_a_heavy_include_in_a_header(self):
+        self.assert_finding({"src/platform/A.h": "#include <fmt/printf.h>\n"}, "is a header and includes")
+
+    def test_takes_no_notice_of_an_include_in_a_comment(self):
+        self.assert_clean({"src/platform/A.cpp": '// #include "Classes/A.h"\n/*\n#include <QString>\n*/\n'})
+
+    def test_refuses_a_folder_that_has_no_floor(self):
+        self.assert_finding({"src/misc/A.cpp": "int a;\n"}, "no row in the table of floors")
+
+    # Lengths
+
+    def test_refuses_a_long_file(self):
+        self.assert_finding({"tests/A.cpp": "int a;\n" * 601}, "601 lines")
+
+    def test_warns_of_a_file_that_grows_long(self):
+        self.assertIn("tests/A.cpp:501: warning: 501 lines", self.check({"tests/A.cpp": "int a;\n" * 501}))
+
+    def function(self, lines, head="void Printer::send(int a)", statement="    if (a) { call(); }"):
+        return f"namespace zul {{\n{head} {{\n" + f"{statement}\n" * (lines - 2) + "}\n}\n"
+
+    def test_refuses_a_long_function(self):
+        self.assert_finding({"tests/A.cpp": self.function(61)}, "tests/A.cpp:2: Printer::send has 61 lines")
+
+    def test_lets_a_function_reach_the_limit(self):
+        self.assert_clean({"tests/A.cpp": self.function(60) * 2})
+
+    def test_sees_functions_behind_initialisers_templates_and_braces_in_texts(self):
+        heads = ("Printer::Printer(int a) : _a{a}, _b{2}", "template <typename T> T first(const T& a)",
+                 'TEST_CASE("a brace { in a text")', "bool operator==(const A& a, const A& b)",
+                 "auto name(int a = f({1})) const noexcept -> int")
+        for head in heads:
+            with self.subTest(head):
+                text = self.function(61, head, "    call('{', \"}\", 1'000); // }")
+                self.assertIn("has 61 lines", self.check({"tests/A.cpp": text}))
+
+    def test_excepts_tables(self):
+        rows = self.function(90, "const char* name(int a)", '    case 1: return "one";')
+        table = "constexpr auto kRows = std::to_array<Row>({\n" + '    {1, "one"},\n' * 200 + "});\n"
+        self.assert_clean({"tests/A.cpp": rows + table})
+
+    def test_refuses_a_long_function_in_python(self):
+        self.assert_finding({"tests/a.py": "def long():\n" + "    call()\n" * 60}, "long has 61 lines")
+
+    # Words
+
+    def test_refuses_words_that_point_outside_the_tree(self):
+        for words in ("as the sp" + "ec says", "Sp" + "ecification", "see Part " + "4.1", "conflict C" + "04",
+                      "the app" + "endix", "/wo" + "rk/main", "/tmp/bui" + "ld-x", "deb." + "debian.org"):
+            for name in ("docs/a.md", "src/platform/A.cpp", "CMakeLists.txt"):
+                with self.subTest(words=words, name=name):
+                    self.assertIn('" ', self.check({name: f"// {words}\n"}))
+                    (self.root / name).unlink()
+
+    def test_refuses_such_a_word_in_a_file_name(self):
+        self.assert_finding({"docs/printer-sp" + "ec.md": "text\n"}, "says where")
+
+    def test_lets_ordinary_words_pass(self):
+        self.assert_clean({"docs/a.md": "special, specific, unspecified, part of it, 0xC04, network/main, C++20\n"})
+
+    def test_refuses_unfinished_work_without_a_reason(self):
+        self.assert_finding({"src/cli/A.cpp": "// TO" + "DO\n"}, "without a reason")
+
+    def test_lets_unfinished_work_with_a_reason_pass(self):
+        self.assert_clean({"src/cli/A.cpp": "// TO" + "DO: wait for the window's own outlet\n"})
+
+    # Tests, headers, binaries
+
+    def test_refuses_sleeping_in_unit_and_flow_tests(self):
+        for name in ("tests/unit/A.cpp", "tests/flow/A.cpp"):
+            with self.subTest(name):
+                self.assertIn("sleeps", self.check({name: "void f() { std::this_thread::sleep_for(1s); }\n"}))
+
+    def test_lets_the_simulated_clock_and_program_tests_sleep(self):
+        self.assert_clean({"tests/unit/A.cpp": "void f() { clock.sleepFor(1s); } // no sleep() here\n",
+                           "tests/program/a.py": "time.sleep(1)\n"})
+
+    def test_wants_the_queue_in_headers_of_the_engine(self):
+        self.assert_finding({"src/Classes/A.h": "int a();\n"}, "on which queue")
+
+    def test_takes_a_header_that_says_its_queue(self):
+        self.assert_clean({"src/Classes/A.h": "// Any thread.\nint a();\n"})
+
+    def test_refuses_binary_files(self):
+        self.assert_finding({"resources/a.png": b"\x89PNG\0\1"}, "binary file")
+
+
+if __name__ == "__main__":
+    unittest.main()
