@@ -1,0 +1,63 @@
+// How calls show in the journal, how requests are recognised, and bytes as a device sends them.
+#include "support/ScriptedInterface.h"
+
+#include <fmt/printf.h>
+
+namespace zul {
+
+namespace {
+constexpr std::uint8_t kStandardIn = 0x80;
+constexpr std::uint8_t kGetDescriptor = 6;
+constexpr std::uint8_t kClassInterfaceIn = 0xA1;
+} // namespace
+
+std::string JournalEntry::text() const {
+    if (call == "WritePipeTO" || call == "ReadPipeTO") {
+        return fmt::sprintf("%s pipe %u, %u bytes, %u/%u ms", call, pipe, size, noDataTimeout, completionTimeout);
+    }
+    if (call == "ControlRequestTO") {
+        return fmt::sprintf("%s %.2x %.2x %.4x %.4x, %u bytes, %u/%u ms", call, request.bmRequestType, request.bRequest,
+                            request.wValue, request.wIndex, size, noDataTimeout, completionTimeout);
+    }
+    return call;
+}
+
+RequestMatcher getDescriptor(std::uint16_t value) {
+    return [value](const IOUSBDevRequestTO& request) {
+        return request.bmRequestType == kStandardIn && request.bRequest == kGetDescriptor && request.wValue == value;
+    };
+}
+
+RequestMatcher getDescriptor(std::uint16_t value, std::uint16_t language) {
+    return [matches = getDescriptor(value), language](const IOUSBDevRequestTO& request) {
+        return matches(request) && request.wIndex == language;
+    };
+}
+
+RequestMatcher getDeviceID() {
+    return [](const IOUSBDevRequestTO& request) {
+        return request.bmRequestType == kClassInterfaceIn && request.bRequest == 0;
+    };
+}
+
+RequestMatcher anyRequest() {
+    return [](const IOUSBDevRequestTO&) { return true; };
+}
+
+Data stringDescriptor(const std::u16string& text) {
+    Data bytes{static_cast<std::uint8_t>(2 + 2 * text.size()), 3};
+    for (const char16_t character : text) {
+        bytes.push_back(static_cast<std::uint8_t>(character & 0xFF));
+        bytes.push_back(static_cast<std::uint8_t>(character >> 8));
+    }
+    return bytes;
+}
+
+Data deviceIDReply(const std::string& text) {
+    const std::size_t length = text.size() + 2;
+    Data bytes{static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length & 0xFF)};
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    return bytes;
+}
+
+} // namespace zul
