@@ -1,0 +1,71 @@
+// The three threads that keep a gadget's endpoints moving: control requests, host to printer, printer to host.
+#pragma once
+
+#include "virtual_printer/gadget/FunctionFs.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace zul {
+
+/// Each handler is called on a thread of its own kind, never two of the same kind at once.
+struct EndpointHandlers {
+    /// Bytes that the host sent, in order, in pieces of any size.
+    std::function<void(const Data& bytes)> received;
+    /// The host has configured the device (true), or configured it away, reset it or lost it (false).
+    std::function<void(bool configured)> configured;
+    /// The answer to a control request; nothing refuses it.
+    std::function<std::optional<Data>(const SetupRequest& request)> control;
+};
+
+class EndpointThreads {
+  public:
+    EndpointThreads(FunctionFs& function, EndpointHandlers handlers);
+    ~EndpointThreads() { stop(); }
+    EndpointThreads(const EndpointThreads&) = delete;
+    EndpointThreads& operator=(const EndpointThreads&) = delete;
+
+    void start();
+    /// Ends the threads, also those that wait for the host. Not from a handler.
+    void stop();
+
+    /// Queues one transfer to the host: it waits until the host asks for it. Any thread.
+    void send(Data transfer);
+    /// Queues a stall of the endpoint that the host reads from. Any thread.
+    void stall();
+    /// Forgets what the host has not fetched yet; what it is fetching goes on. Any thread.
+    void dropTransfers();
+
+  private:
+    struct Outgoing {
+        Data data;
+        bool isStall = false;
+    };
+    struct Worker {
+        std::thread thread;
+        std::atomic<bool> finished{false};
+    };
+
+    void run(Worker& worker, void (EndpointThreads::*loop)());
+    void controlLoop();
+    void outLoop();
+    void inLoop();
+    void handleSetup(const SetupRequest& request);
+    std::optional<Outgoing> nextOutgoing();
+
+    FunctionFs& _function;
+    EndpointHandlers _handlers;
+    std::atomic<bool> _stopping{false};
+    std::atomic<std::size_t> _packetSize{512};
+    std::mutex _outgoingMutex;
+    std::condition_variable _outgoingChanged;
+    std::deque<Outgoing> _outgoing;
+    Worker _workers[3];
+};
+
+} // namespace zul

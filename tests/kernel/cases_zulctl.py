@@ -1,0 +1,107 @@
+"""zulctl on the real USB stack: finding, reading and updating a printer, and what it says when something is in the way."""
+import contextlib
+import fcntl
+import os
+import subprocess
+
+import usbfs
+from lab import case, expect, expect_equal
+from usbfs import wait_for
+
+DONE, NO_PRINTER, BUSY, NOT_BACK = 0, 4, 5, 8
+
+
+def update(lab, *more, timeout=90):
+    return lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", *more, timeout=timeout)
+
+
+def installed_version(lab):
+    """What a fresh zulctl reads from the printer."""
+    result = lab.zulctl("info")
+    expect_equal(result.returncode, DONE, "exit status of info")
+    return result.stdout
+
+
+@case("zulctl says that no printer is attached and exits with 4")
+def _(lab):
+    expect_equal(usbfs.printers(), [], "printers on the bus")
+    expect_equal(lab.zulctl("info").returncode, NO_PRINTER, "exit status")
+
+
+@case("zulctl list shows a printer on the bus with its versions")
+def _(lab):
+    with lab.gadget() as gadget:
+        result = lab.zulctl("list")
+        expect_equal(result.returncode, DONE, "exit status")
+        expect("VK14" in result.stdout and "01.60" in result.stdout, "model and installed version are shown")
+
+
+@case("zulctl info shows what the printer answers")
+def _(lab):
+    with lab.gadget():
+        text = installed_version(lab)
+        for wanted in ("VK14 01.60", "Idle"):
+            expect(wanted in text, f"{wanted} is shown")
+
+
+@case("zulctl takes the interface from usblp and gives it back when it ends")
+def _(lab):
+    with lab.gadget() as gadget:
+        wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 10, "usblp is bound")
+        expect_equal(lab.zulctl("status").returncode, DONE, "exit status")
+        wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 5, "usblp is bound again")
+
+
+@case("zulctl exits with 5 while another program holds the printer")
+def _(lab):
+    with lab.gadget() as gadget:
+        with gadget.open():
+            result = lab.zulctl("status")
+            expect_equal(result.returncode, BUSY, "exit status")
+        expect_equal(lab.zulctl("status").returncode, DONE, "exit status when it is free again")
+
+
+@case("zulctl updates a printer through both restarts and reports success")
+def _(lab):
+    with lab.gadget() as gadget:
+        result = update(lab)
+        expect_equal(result.returncode, DONE, "exit status")
+        expect("01.61" in result.stdout, "the new version is reported")
+        expect("VK14 01.61" in installed_version(lab), "the printer has the new version")
+        expect_equal(gadget.process.poll(), None, "the gadget still runs")
+
+
+@case("a printer unplugged in the middle of the image is updated by the next run")
+def _(lab):
+    with lab.gadget(fault="unplug@FW_UPDFLASH_PROGRAM:1") as gadget:
+        result = update(lab, "--stall-timeout", "4", "--give-up", "8")
+        expect_equal(result.returncode, NOT_BACK, "exit status of the interrupted update")
+        wait_for(gadget.present, 20, "the printer is plugged in again")
+        result = update(lab)
+        expect_equal(result.returncode, DONE, "exit status of the second update")
+        expect("VK14 01.61" in installed_version(lab), "the printer has the new version")
+
+
+@case("two printers are updated in one run")
+def _(lab):
+    with lab.gadget(0), lab.gadget(1):
+        expect_equal(update(lab, "--all").returncode, DONE, "exit status")
+        expect(lab.zulctl("list").stdout.count("01.60") == 0, "no printer has the old version")
+
+
+@case("the udev rule hands printers of both vendors to the person at the machine")
+def _(lab):
+    with lab.gadget() as gadget:
+        result = lab.run("udevadm", "info", "--query=property", usbfs.node(gadget.device))
+        tags = [line for line in result.stdout.splitlines() if line.startswith("TAGS=")]
+        expect(tags and ":uaccess:" in tags[0], f"the node is tagged: {tags}")
+
+
+@case("without rights on the node zulctl names the node and the udev rule")
+def _(lab):
+    with lab.gadget() as gadget:
+        node = usbfs.node(gadget.device)
+        os.chmod(node, 0o600)
+        result = lab.zulctl("list", user=65534, group=65534, extra_groups=[])
+        text = result.stdout + result.stderr
+        expect(node in text and "70-zul-printer-utility.rules" in text, "both are named")

@@ -1,0 +1,140 @@
+"""What the cases of the test guest share: naming and running them, gadgets on numbered ports, programs with a log."""
+import argparse
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import time
+import traceback
+
+import usbfs
+
+CASES = []
+
+
+def case(sentence):
+    """Registers a function of one argument (the lab) under the behaviour that it proves."""
+    def register(function):
+        CASES.append((sentence, function))
+        return function
+    return register
+
+
+def expect(condition, what):
+    if not condition:
+        raise AssertionError(what)
+
+
+def expect_equal(got, wanted, what):
+    expect(got == wanted, f"{what}: got {got!r}, wanted {wanted!r}")
+
+
+class Gadget:
+    """A running vkgadget on dummy_udc.<port>, seen by the host as self.device."""
+
+    def __init__(self, lab, port, model, settings, options):
+        self.udc = f"dummy_udc.{port}"
+        self.journal = lab.folder / f"gadget-{port}.journal"
+        self.journal.unlink(missing_ok=True)
+        bus = next(pathlib.Path(f"/sys/bus/platform/devices/dummy_hcd.{port}").glob("usb*")).name[3:]
+        self.device = f"{bus}-1"
+        self.port_switch = usbfs.DEVICES / f"{bus}-0:1.0" / f"usb{bus}-port1" / "disable"
+        text = ",".join([model] + [f"{key}={value}" for key, value in settings.items()])
+        command = [lab.vkgadget, text, "--udc", self.udc, "--journal", self.journal, *options]
+        lab.log(f"$ {' '.join(map(str, command))} &")
+        self.process = subprocess.Popen(list(map(str, command)), stdout=lab.log_file, stderr=lab.log_file)
+
+    def __enter__(self):
+        usbfs.wait_for(lambda: self.present() or self.process.poll() is not None, 10, f"{self.device} is on the bus")
+        expect(self.process.poll() is None, "vkgadget ended at once")
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+
+    def present(self):
+        return self.device in usbfs.printers() and os.path.exists(usbfs.node(self.device))
+
+    def stop(self, how=signal.SIGTERM):
+        """Its exit status."""
+        if self.process.poll() is None:
+            self.process.send_signal(how)
+        try:
+            return self.process.wait(10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise AssertionError("vkgadget did not end within 10 s of being told") from None
+
+    def address(self):
+        return usbfs.attribute(self.device, "devnum")
+
+    def open(self):
+        printer = usbfs.Printer(self.device)
+        printer.claim()
+        return printer
+
+
+class Lab:
+    def __init__(self, arguments):
+        self.vkgadget, self.zulctl_path = arguments.vkgadget, arguments.zulctl
+        self.archive = arguments.firmware_archive
+        self.rules = arguments.udev_rules
+        self.folder = pathlib.Path.cwd()
+        self.log_file = None
+
+    def log(self, text):
+        self.log_file.write((text + "\n").encode())
+        self.log_file.flush()
+
+    def gadget(self, port=0, model="VK14", options=(), **settings):
+        return Gadget(self, port, model, settings, options)
+
+    def run(self, *command, timeout=30, **options):
+        """A finished process with its output as text; all of it in the log."""
+        command = list(map(str, command))
+        self.log(f"$ {' '.join(command)}")
+        started = time.monotonic()
+        result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace",
+                                stdin=subprocess.DEVNULL, timeout=timeout, **options)
+        self.log(f"{result.stdout}{result.stderr}[exit status {result.returncode}, {time.monotonic() - started:.1f} s]")
+        return result
+
+    def zulctl(self, *arguments, timeout=60, **options):
+        return self.run(self.zulctl_path, *arguments, timeout=timeout, **options)
+
+
+def run_case(lab, number, sentence, function):
+    path = lab.folder / f"case-{number:02}.log"
+    started = time.monotonic()
+    with open(path, "wb") as lab.log_file:
+        try:
+            function(lab)
+            passed = True
+        except Exception:  # whatever went wrong belongs to this case, and the next one starts afresh
+            lab.log(traceback.format_exc())
+            passed = False
+    print(f"{'ok' if passed else 'not ok'} {number} - {sentence} ({time.monotonic() - started:.1f} s)", flush=True)
+    if not passed:
+        for line in path.read_text(errors="replace").splitlines():
+            print(f"    {line}", flush=True)
+    return passed
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--vkgadget", required=True)
+    parser.add_argument("--zulctl", required=True)
+    parser.add_argument("--firmware-archive", required=True)
+    parser.add_argument("--udev-rules", required=True)
+    parser.add_argument("--only", type=int, action="append", help="number of a case; repeatable")
+    arguments = parser.parse_args()
+    lab = Lab(arguments)
+    results = [run_case(lab, number, *chosen) for number, chosen in enumerate(CASES, 1)
+               if not arguments.only or number in arguments.only]
+    print(f"kernel: {sum(results)} passed, {len(results) - sum(results)} failed", flush=True)
+    return 0 if results and all(results) else 1
+
+
+if __name__ == "__main__":
+    sys.exit("run cases.py")
