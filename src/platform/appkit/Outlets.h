@@ -50,6 +50,8 @@ struct AlertDescription {
     std::shared_ptr<CheckBox> accessory; // may be null
     std::function<void(AlertLayout& alert)> layout; // called once when the buttons exist; may be empty
     std::function<void(int answer)> completion;     // kAlertFirstButton …; may be empty; main queue
+    std::shared_ptr<CheckBox> suppression; // "do not ask again", where there is one
+    bool isSuppressionHidden = true;
     bool isModal = false;                // application-modal; otherwise a sheet on the main window
     std::string printerKey;              // which printer asks (keyUSBdevice)
     std::string printerName;             // how it is called (manufacturer, model, serial number)
