@@ -1,3 +1,5 @@
+# Targets that gather others.
+
 # The target "programs": everything but the tests, for who only wants to run them.
 function(zul_collect_targets folder result)
   set(found)
@@ -27,6 +29,17 @@ function(zul_add_programs_target)
   foreach(program zulctl zul-printer-utility)
     if(TARGET ${program})
       install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    endif()
+  endforeach()
+endfunction()
+
+# The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers.
+# To be called after the tests are added.
+function(zul_add_sanitized_tests_target)
+  add_custom_target(sanitized_tests)
+  foreach(target unit_tests flow_tests gadget_tests)
+    if(TARGET ${target})
+      add_dependencies(sanitized_tests ${target})
     endif()
   endforeach()
 endfunction()

@@ -180,6 +180,12 @@ class Scripts(unittest.TestCase):
         self.install("sanitizers")
         self.assertEqual([line.endswith(" update") for line in self.calls("apt-get")], [True, False])
 
+    def test_fetches_the_package_lists_for_the_guest_even_when_nothing_is_missing(self):
+        (self.lists / "mirror_Packages").unlink()
+        self.assertEqual(self.install("build").stdout, "")
+        self.assertEqual(self.install("kernel-test").returncode, 0)
+        self.assertEqual([line.endswith(" update") for line in self.calls("apt-get")], [True])
+
     def test_tries_once_more_with_new_lists_and_then_says_what_apt_said(self):
         self.installed.write_text("")
         result = self.install("sanitizers", APT_FAILS="1")
