@@ -1,0 +1,25 @@
+#include "holven_Base/HOLVEN_NSDateAdditions.h"
+
+#include <memory>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+
+namespace zul {
+
+std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_point date, const std::string& format,
+                                               const std::string& timeZone) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::SimpleDateFormat formatter(icu::UnicodeString::fromUTF8(format), status);
+    if (U_FAILURE(status)) return std::nullopt;
+    if (!timeZone.empty()) {
+        formatter.adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZone)));
+    }
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch());
+    icu::UnicodeString text;
+    icu::FieldPosition wholeText(icu::FieldPosition::DONT_CARE);
+    formatter.format(static_cast<UDate>(sinceEpoch.count()), text, wholeText);
+    std::string utf8;
+    return text.toUTF8String(utf8);
+}
+
+} // namespace zul

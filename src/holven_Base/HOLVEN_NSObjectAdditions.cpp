@@ -1,0 +1,20 @@
+#include "holven_Base/HOLVEN_NSObjectAdditions.h"
+
+#include "holven_Base/HOLVEN_NSStringAdditions.h"
+#include "holven_Base/HostProbe.h"
+#include "platform/foundation/Format.h"
+
+namespace zul {
+
+std::optional<std::string> pathToSelf() {
+    const auto told = HostProbe::current().executablePath();
+    if (!told || told->empty()) return std::nullopt;
+    const auto path = stringWithCString(told->c_str(), told->size(), StringEncoding::utf8);
+    // Three times on purpose: the line is looked for as a group of three.
+    for (int line = 0; line < 3; ++line) {
+        logText("2010-04-23tavik pathToSelf will return: %s", textOrNull(path));
+    }
+    return path;
+}
+
+} // namespace zul

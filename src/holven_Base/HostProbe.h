@@ -1,0 +1,37 @@
+// Where the facts about this machine come from. Each is a function of its own, so that a host that refuses a query can
+// be played in tests.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+enum class HostByteOrder { unknown, littleEndian, bigEndian };
+
+struct HostProbe {
+    std::function<std::optional<std::uint64_t>()> pageSize; // bytes
+    /// Memory counters in pages, the free ones first; none when the host refuses.
+    std::function<std::vector<std::uint32_t>()> vmStatistics;
+    std::function<std::optional<std::string>()> model;   // of the machine
+    std::function<std::optional<std::string>()> machine; // its architecture
+    std::function<std::string()> operatingSystemVersion;
+    std::function<double()> foundationVersion;     // of the library that stands for the text and date facilities
+    std::function<std::uint64_t()> physicalMemory; // bytes
+    std::function<unsigned long()> activeProcessorCount;
+    std::function<HostByteOrder()> byteOrder;
+    std::function<std::string()> processName;
+    std::function<std::optional<std::string>()> executablePath;
+    std::function<std::optional<std::string>(const char* name)> environment;
+
+    /// This machine.
+    static HostProbe system();
+    /// The probe in use: system() unless replaced. Replace it before other threads run.
+    static const HostProbe& current();
+    static void setCurrent(HostProbe probe);
+};
+
+} // namespace zul

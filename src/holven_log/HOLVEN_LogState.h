@@ -1,0 +1,27 @@
+// The state of the log, for its own source files.
+#pragma once
+
+#include "holven_log/HOLVEN_Log.h"
+
+#include <cstdio>
+#include <mutex>
+#include <vector>
+
+namespace zul {
+
+struct HOLVEN_Log::State {
+    std::recursive_mutex mutex; // an outlet may log itself
+    Outside outside;
+    std::string applicationName;
+    std::optional<std::string> logFilePath;
+    std::FILE* file = nullptr;
+    std::optional<std::string> pending = std::string{}; // gone for good once a file is open
+    std::size_t pendingCharacters = 0;
+    bool notifiesForUpdates = false;
+    bool logsToStandardError = true;
+    bool logsApplicationName = false;
+    std::vector<std::pair<std::uint32_t, Observer>> observers;
+    std::uint32_t nextObserver = 1;
+};
+
+} // namespace zul

@@ -1,0 +1,120 @@
+// The log file: opening it, and rolling it when it has grown.
+#include "holven_log/HOLVEN_LogState.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace zul {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint64_t kUsualRollSize = 0x100000; // bytes
+constexpr std::size_t kMostOldBytes = 0xA00000;
+constexpr mode_t kLogFileMode = 0664;
+
+std::string standardized(const std::string& path) {
+    const char* home = std::getenv("HOME");
+    const bool inHome = path == "~" || path.starts_with("~/");
+    std::string standard = fs::path(inHome && home != nullptr ? home + path.substr(1) : path).lexically_normal();
+    if (standard.size() > 1 && standard.back() == '/') standard.pop_back();
+    return standard;
+}
+
+void createFolderOf(const std::string& path) {
+    const fs::path folder = fs::path(path).parent_path();
+    if (folder.empty()) return;
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) logText("error with createDirectoryAtPath for [%s]:\nERROR = %s", path, error.message());
+}
+
+// The newest whole lines of at most 10 MiB.
+void keepNewestLines(Data& lines) {
+    if (lines.size() <= kMostOldBytes) return;
+    const auto from = lines.begin() + static_cast<std::ptrdiff_t>(lines.size() - kMostOldBytes - 1);
+    const auto lineEnd = std::find(from, lines.end(), std::uint8_t{'\n'});
+    lines.erase(lines.begin(), lineEnd == lines.end() ? lineEnd : lineEnd + 1);
+}
+
+bool writeFile(const std::string& path, const Data& contents) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(contents.data()), static_cast<std::streamsize>(contents.size()));
+    file.close();
+    return file.good();
+}
+
+} // namespace
+
+bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
+    State& log = state();
+    int error = 0;
+    {
+        const std::scoped_lock lock(log.mutex);
+        log.logFilePath = path ? std::optional(standardized(*path)) : std::nullopt;
+        if (path) {
+            createFolderOf(*path);
+            rollLogFileIfNecessary(*path);
+        }
+        // An open file stays the log file, although another path has been noted.
+        if (log.file != nullptr || !path) return false;
+        log.file = std::fopen(log.logFilePath->c_str(), "ae");
+        if (log.file == nullptr) {
+            error = errno;
+        } else {
+            (void)::fchmod(::fileno(log.file), kLogFileMode); // a file of another owner keeps its rights
+            std::setvbuf(log.file, nullptr, _IONBF, 0);       // every line is in the file at once
+            std::fwrite(log.pending->data(), 1, log.pending->size(), log.file);
+            log.pending.reset();
+            log.pendingCharacters = 0;
+            if (!log.logsToStandardError) log.outside.reopenStandardError(*log.logFilePath);
+            return true;
+        }
+    }
+    debug(formatted("Failed to open log file at %s; error %d \"%s\"", *path, error,
+                    std::generic_category().message(error)));
+    return false;
+}
+
+void HOLVEN_Log::rollLogFileIfNecessary(const std::string& path) {
+    rollLogFile(path, std::nullopt, kUsualRollSize);
+}
+
+void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::string>& oldPath, std::uint64_t size) {
+    std::error_code error;
+    const std::uintmax_t currentSize = fs::file_size(path, error);
+    if (error || size > currentSize) return; // a file whose size is unknown is left alone
+    logText("Rolling log file.");
+    const fs::path current(path);
+    const std::string extension = current.has_extension() ? current.extension().string().substr(1) : "log";
+    const std::string withoutExtension = (current.parent_path() / current.stem()).string();
+    const std::string old = oldPath.value_or(withoutExtension + formatted("_old.%s", extension));
+    const auto lines = Bundle::contentsOfFile(current);
+    if (!lines) return; // what cannot be read is not cut off either
+    Data kept = Bundle::contentsOfFile(old).value_or(Data{});
+    kept.insert(kept.end(), lines->begin(), lines->end());
+    keepNewestLines(kept);
+    if (writeFile(old, kept)) {
+        logText("Rolled previous log file into %s", old);
+        fs::permissions(old, static_cast<fs::perms>(kLogFileMode), error);
+    } else {
+        logText("Error writing old log file to %s", old);
+    }
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (descriptor > 0) {
+        logText("Starting new log file at %s", path);
+        ::close(descriptor);
+    }
+}
+
+} // namespace zul
