@@ -1,4 +1,4 @@
-// The vendor's command frames as bytes: pure functions, no printer needed.
+// The vendor's command frames as bytes: pure functions, no printer needed. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"

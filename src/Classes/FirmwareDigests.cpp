@@ -1,7 +1,6 @@
 #include "Classes/FirmwareDigests.h"
 
-#include <fstream>
-#include <nlohmann/json.hpp>
+#include "platform/foundation/JsonFile.h"
 
 namespace zul {
 
@@ -10,43 +9,21 @@ constexpr const char* kSampleKey = "sample";
 }
 
 FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder) {
+    const JsonFile file = readJsonFile(archiveFolder / kDigestFileName);
     FirmwareDigests result;
-    const std::filesystem::path file = archiveFolder / kDigestFileName;
-    std::ifstream stream(file);
-    if (!stream) {
-        result.problem = "there is no digest file " + file.string();
-        return result;
-    }
-    const auto json = nlohmann::json::parse(stream, nullptr, /*allow_exceptions=*/false);
-    if (!json.is_object()) {
-        result.problem = "the digest file " + file.string() + " is damaged";
-        return result;
-    }
-    for (const auto& [name, value] : json.items()) {
-        if (name == kSampleKey) {
-            result.isSample = value.is_boolean() && value.get<bool>();
-        } else if (value.is_string()) {
-            result.digests[name] = value.get<std::string>();
-        }
+    result.problem = file.problem;
+    for (const auto& [name, value] : file.values) {
+        if (const auto* digest = std::get_if<std::string>(&value)) result.digests[name] = *digest;
+        if (name == kSampleKey && std::holds_alternative<bool>(value)) result.isSample = std::get<bool>(value);
     }
     return result;
 }
 
 bool writeFirmwareDigests(const std::filesystem::path& archiveFolder, const FirmwareDigests& digests) {
-    nlohmann::json json = nlohmann::json::object();
-    for (const auto& [name, digest] : digests.digests) json[name] = digest;
-    if (digests.isSample) json[kSampleKey] = true;
-    const std::filesystem::path file = archiveFolder / kDigestFileName;
-    const std::filesystem::path next = archiveFolder / (std::string(kDigestFileName) + ".new");
-    {
-        std::ofstream stream(next, std::ios::trunc);
-        stream << json.dump(2) << '\n';
-        stream.flush();
-        if (!stream) return false;
-    }
-    std::error_code error;
-    std::filesystem::rename(next, file, error); // replaces the old file in one step
-    return !error;
+    JsonFile file;
+    for (const auto& [name, digest] : digests.digests) file.values[name] = digest;
+    if (digests.isSample) file.values[kSampleKey] = true;
+    return writeJsonFile(archiveFolder / kDigestFileName, file);
 }
 
 } // namespace zul

@@ -1,4 +1,4 @@
-// The digests that the archive's files must have: supplied with the files, in one file beside them.
+// The digests that the archive's files must have: supplied with the files, in one file beside them. Any thread.
 #pragma once
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// Operator texts with values in them. Only for source files.
+// Operator texts with values in them. Only for source files. Any thread.
 #pragma once
 
 #include "platform/foundation/Bundle.h"

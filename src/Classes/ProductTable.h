@@ -1,4 +1,4 @@
-// What is fixed about each model, by USB product ID: name, picture, firmware archive row.
+// What is fixed about each model, by USB product ID: name, picture, firmware archive row. Any thread.
 #pragma once
 
 #include <cstdint>

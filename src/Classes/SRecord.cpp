@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <string_view>
-#include <unicode/utf8.h>
 
 namespace zul {
 

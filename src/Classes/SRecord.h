@@ -1,4 +1,4 @@
-// Motorola S-record text, padding and checksum: pure functions of their input. They log at the ordinary level.
+// Motorola S-record text, padding and checksum: pure functions of their input. They log at the ordinary level. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"

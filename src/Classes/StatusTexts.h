@@ -1,4 +1,4 @@
-// What a printer's status code means, in the words that the operator reads.
+// What a printer's status code means, in the words that the operator reads. Any thread.
 #pragma once
 
 #include <optional>

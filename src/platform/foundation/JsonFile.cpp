@@ -1,0 +1,44 @@
+#include "platform/foundation/JsonFile.h"
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+namespace zul {
+
+JsonFile readJsonFile(const std::filesystem::path& file) {
+    JsonFile result;
+    std::ifstream stream(file);
+    if (!stream) {
+        result.problem = "there is no file " + file.string();
+        return result;
+    }
+    const auto json = nlohmann::json::parse(stream, nullptr, /*allow_exceptions=*/false);
+    if (!json.is_object()) {
+        result.problem = "the file " + file.string() + " is damaged";
+        return result;
+    }
+    for (const auto& [name, value] : json.items()) {
+        if (value.is_boolean()) result.values[name] = value.get<bool>();
+        if (value.is_string()) result.values[name] = value.get<std::string>();
+    }
+    return result;
+}
+
+bool writeJsonFile(const std::filesystem::path& file, const JsonFile& contents) {
+    nlohmann::json json = nlohmann::json::object();
+    for (const auto& [name, value] : contents.values) {
+        std::visit([&json, key = name](const auto& held) { json[key] = held; }, value);
+    }
+    const std::filesystem::path next = file.string() + ".new";
+    {
+        std::ofstream stream(next, std::ios::trunc);
+        stream << json.dump(2) << '\n';
+        stream.flush();
+        if (!stream) return false;
+    }
+    std::error_code error;
+    std::filesystem::rename(next, file, error);
+    return !error;
+}
+
+} // namespace zul
