@@ -1,13 +1,11 @@
 #include "platform/foundation/UserDefaults.h"
 
-#include "platform/foundation/Data.h"
+#include "platform/foundation/Bundle.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <pwd.h>
 #include <string_view>
@@ -111,15 +109,14 @@ void UserDefaults::read() {
         }
         return;
     }
-    std::ifstream stream(_file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    if (!stream.is_open() || stream.bad() || fs::is_directory(_file, error)) {
+    const auto contents = Bundle::contentsOfFile(_file);
+    if (!contents) {
         _mayWrite = false;
         _readError = "The settings file " + _file.string() +
                      " cannot be read. Check its rights; until then changes last for this run only.";
         return;
     }
-    json root = json::parse(text, nullptr, /*allow_exceptions=*/false);
+    json root = json::parse(*contents, nullptr, /*allow_exceptions=*/false);
     if (root.is_object()) {
         _values->root = std::move(root);
         return;
