@@ -16,8 +16,8 @@ std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_p
     }
     const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch());
     icu::UnicodeString text;
-    icu::FieldPosition wholeText(icu::FieldPosition::DONT_CARE);
-    formatter.format(static_cast<UDate>(sinceEpoch.count()), text, wholeText);
+    formatter.format(static_cast<UDate>(sinceEpoch.count()), text, /*posIter=*/nullptr, status);
+    if (U_FAILURE(status)) return std::nullopt;
     std::string utf8;
     return text.toUTF8String(utf8);
 }

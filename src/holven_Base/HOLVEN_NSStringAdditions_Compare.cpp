@@ -43,12 +43,15 @@ enum class Digits { asCharacters, asNumbers };
 
 std::weak_ordering collated(const std::string& text, const std::string& other, const icu::Locale& locale,
                             Digits digits) {
+    // Folded first: the plain "C" language compares characters as they are, whatever the strength.
+    const icu::UnicodeString one = icu::UnicodeString::fromUTF8(text).foldCase();
+    const icu::UnicodeString two = icu::UnicodeString::fromUTF8(other).foldCase();
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(locale, status));
-    if (U_FAILURE(status)) return text <=> other;
+    if (U_FAILURE(status)) return one.compare(two) <=> 0;
     collator->setStrength(icu::Collator::SECONDARY); // accents count, case does not
     if (digits == Digits::asNumbers) collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
-    const UCollationResult result = collator->compareUTF8(text, other, status);
+    const UCollationResult result = collator->compare(one, two, status);
     if (result == UCOL_EQUAL) return std::weak_ordering::equivalent;
     return result == UCOL_LESS ? std::weak_ordering::less : std::weak_ordering::greater;
 }

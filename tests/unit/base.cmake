@@ -1,1 +1,6 @@
-# target_sources(unit_tests PRIVATE …) of this area
+target_sources(unit_tests PRIVATE
+  base/HostTests.cpp
+  base/LogTests.cpp
+  base/StatusCodeNamesTests.cpp
+  base/StringAdditionsTests.cpp
+  base/USBInterfaceHelpersTests.cpp)

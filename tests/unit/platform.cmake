@@ -1,1 +1,6 @@
-# target_sources(unit_tests PRIVATE …) of this area
+target_sources(unit_tests PRIVATE
+  platform/DataTests.cpp
+  platform/KeyValueObservingTests.cpp
+  platform/QueueTests.cpp
+  platform/ServiceRegistryTests.cpp
+  platform/SettingsTests.cpp)

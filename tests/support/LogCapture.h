@@ -1,0 +1,32 @@
+// Collects what goes to the system log and to standard error while it lives.
+#pragma once
+
+#include "platform/foundation/SystemLog.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+/// Sinks run one at a time, so the lists need no lock; read them when the queues are at rest.
+class LogCapture {
+  public:
+    LogCapture() {
+        setSystemLogSink([this](const std::string& text) { systemLog.push_back(text); });
+        setStandardErrorSink([this](const std::string& text) { standardError.push_back(text); });
+    }
+    ~LogCapture() {
+        setSystemLogSink(nullptr);
+        setStandardErrorSink(nullptr);
+    }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    bool hasLogged(const std::string& text) const { return std::ranges::count(systemLog, text) > 0; }
+
+    std::vector<std::string> systemLog;
+    std::vector<std::string> standardError;
+};
+
+} // namespace zul
