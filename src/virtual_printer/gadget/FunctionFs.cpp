@@ -110,7 +110,7 @@ void FunctionFs::answer(const SetupRequest& request, const Data& reply) {
 }
 
 void FunctionFs::refuse(const SetupRequest& request) {
-    // Going against the request's direction is FunctionFS's way of saying "stall".
+    // As on the endpoints: the wrong direction is a stall.
     std::uint8_t none = 0;
     [[maybe_unused]] const ssize_t result =
         request.isDeviceToHost() ? ::read(_control.get(), &none, 0) : ::write(_control.get(), &none, 0);
@@ -128,13 +128,9 @@ int FunctionFs::writeIn(const Data& data, std::size_t packetSize) {
 }
 
 void FunctionFs::haltIn() {
+    // Going against the endpoint's direction is FunctionFS's way of saying "stall".
     std::uint8_t none = 0;
     [[maybe_unused]] const ssize_t result = ::read(_in.get(), &none, 1);
-}
-
-void FunctionFs::haltOut() {
-    const std::uint8_t none = 0;
-    [[maybe_unused]] const ssize_t result = ::write(_out.get(), &none, 1);
 }
 
 std::size_t FunctionFs::packetSize() const {

@@ -55,11 +55,10 @@ class FunctionFs {
     /// Writes data as one transfer and an empty packet when nothing else would end it; returns when the host has it.
     /// 0, or a negative errno (EAGAIN without a host).
     int writeIn(const Data& data, std::size_t packetSize);
-    /// Halts an endpoint until the host clears it; the host's transfers on it fail at once.
+    /// Halts the endpoint that the host reads from until the host clears it; its transfers there fail at once.
     void haltIn();
-    void haltOut();
 
-    /// The number of the host's current choice of packet size, from the speed; asked after an enable event.
+    /// Bytes per packet of the bulk endpoints at the speed in use; known from the enable event on.
     std::size_t packetSize() const;
 
   private:
