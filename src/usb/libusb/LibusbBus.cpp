@@ -53,6 +53,10 @@ void LibusbBus::setRestartExpected(std::uint32_t locationID, bool expected) {
     if (_core != nullptr) _core->setRestartExpected(locationID, expected);
 }
 
+int LibusbBus::liveSessions() {
+    return LibusbContext::live();
+}
+
 IOReturn LibusbBus::Core::start(const LibusbBusOptions& options) {
     const IOReturn code = LibusbContext::create(options.libusbDebug, _context);
     if (code != kIOReturnSuccess) return code;

@@ -33,6 +33,10 @@ class LibusbBus final : public USBBus {
     /// that location leaves. A re-enumeration asked for through a handle needs no call. Main queue.
     void setRestartExpected(std::uint32_t locationID, bool expected);
 
+    /// libusb sessions not yet ended, in the whole process: a stopped bus leaves its session to its handles and to its
+    /// event thread. For tests and soak runs.
+    static int liveSessions();
+
   private:
     class Core;
     MainQueue& _mainQueue;

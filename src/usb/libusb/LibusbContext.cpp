@@ -2,9 +2,22 @@
 
 #include "usb/libusb/LibusbResult.h"
 
+#include <atomic>
 #include <libusb.h>
 
 namespace zul {
+
+namespace {
+std::atomic<int> liveContexts{0};
+}
+
+LibusbContext::LibusbContext(libusb_context* context) : _context(context) {
+    ++liveContexts;
+}
+
+int LibusbContext::live() {
+    return liveContexts;
+}
 
 IOReturn LibusbContext::create(bool debug, std::shared_ptr<LibusbContext>& context) {
     libusb_context* made = nullptr;
@@ -16,6 +29,7 @@ IOReturn LibusbContext::create(bool debug, std::shared_ptr<LibusbContext>& conte
 
 LibusbContext::~LibusbContext() {
     libusb_exit(_context);
+    --liveContexts;
 }
 
 DeviceReference::DeviceReference(libusb_device* device) : _device(libusb_ref_device(device)) {}

@@ -20,13 +20,14 @@ class LibusbContext {
     LibusbContext(const LibusbContext&) = delete;
     LibusbContext& operator=(const LibusbContext&) = delete;
 
+    static int live();
     libusb_context* get() const { return _context; }
     /// Keeps what callbacks were given until the session has ended: a callback may still run on some thread after it
     /// was deregistered. Before the first callback only.
     void keep(std::shared_ptr<void> argument) { _kept.push_back(std::move(argument)); }
 
   private:
-    explicit LibusbContext(libusb_context* context) : _context(context) {}
+    explicit LibusbContext(libusb_context* context);
     libusb_context* _context;
     std::vector<std::shared_ptr<void>> _kept;
 };

@@ -1,0 +1,93 @@
+// A printer behind a mocked usbfs node: answers the kernel's calls from a script and writes down what it was asked.
+#pragma once
+
+#include "MockUrbs.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+/// All functions may be called while the bus works with the printer.
+class MockPrinter {
+  public:
+    MockPrinter(UMockdevTestbed* testbed, const std::string& node);
+    ~MockPrinter();
+    MockPrinter(const MockPrinter&) = delete;
+    MockPrinter& operator=(const MockPrinter&) = delete;
+
+    // ---- the script ------------------------------------------------------------------------------------------------
+
+    /// As a status: the transfer does that much and then waits until it is given up.
+    static constexpr int kNeverEnds = 1;
+    /// The next bulk-in transfer ends so; without a script it waits until it is given up. status is 0, -errno, or
+    /// kNeverEnds.
+    void sends(const std::string& bytes, int status = 0);
+    /// The next bulk-out transfer ends so, having taken that many bytes; without a script it takes everything.
+    void takes(std::size_t bytes, int status = 0);
+    /// From the script's end on, bulk-out transfers wait until they are given up.
+    void takesNothingMore();
+    /// The next control transfer ends so; without a script it waits until it is given up.
+    void answersControl(const std::string& bytes, int status = 0);
+    /// Every call of this ioctl fails with error; 0 ends that.
+    void refuses(unsigned long request, int error);
+    /// The kernel's own driver holds the interface.
+    void bindKernelDriver(const std::string& name);
+    /// Another program holds the interface.
+    void holdByOther(bool held);
+    /// Leaves the bus, as far as the kernel's calls tell; transfers under way end with that.
+    void vanish();
+    /// Leaves as soon as a transfer on this endpoint is asked for; the transfer ends with status.
+    void vanishAtTransfer(std::uint8_t endpoint, int status);
+
+    // ---- what was seen ---------------------------------------------------------------------------------------------
+
+    /// For example "claim 0", "in 81 64", "out 02 8", "control a1 00 0000 0000 4096", "halt 81", "reset".
+    std::vector<std::string> journal();
+    /// What bulk-out transfers carried.
+    std::string received();
+    std::string kernelDriver();
+
+  private:
+    struct Reply {
+        int status = 0;
+        std::string bytes;
+        std::size_t count = 0;
+    };
+    static int onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, MockPrinter* self);
+    void handle(UMockdevIoctlClient* client, UMockdevIoctlData* argument, unsigned long request);
+    /// Result or -errno of the calls that are no transfers.
+    int simpleCall(UMockdevIoctlData* argument, unsigned long request);
+    int claim(unsigned interface);
+    int driverCall(UMockdevIoctlData* argument);
+    int submit(UMockdevIoctlData* argument);
+    int reap(UMockdevIoctlData* argument, std::unique_lock<std::mutex>& lock);
+    void play(MockUrb& urb);
+    void playAll();
+    void note(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    UMockdevTestbed* const _testbed;
+    const std::string _node;
+    UMockdevIoctlBase* const _handler;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    std::vector<std::string> _journal;
+    std::string _received;
+    std::deque<Reply> _in, _out, _control;
+    bool _outBlocked = false;
+    std::map<unsigned long, int> _refused;
+    std::string _kernelDriver;
+    bool _claimed = false;
+    bool _heldByOther = false;
+    bool _gone = false;
+    int _vanishEndpoint = -1;
+    int _vanishStatus = 0;
+    std::deque<MockUrb> _urbs;
+};
+
+} // namespace zul

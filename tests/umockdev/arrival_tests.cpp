@@ -1,0 +1,269 @@
+// What the bus tells of devices that come, go, come twice, or may not be opened yet.
+#include "Bench.h"
+#include "support/SimulatedClock.h"
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct TimedBench {
+    SimulatedClock clock;
+    Bench bench{&clock};
+    void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
+    /// Plugs, and waits until the event is on the main queue and handled.
+    MockPrinter& plug(const Plug& plug) {
+        MockPrinter& printer = bench.plug(plug);
+        bench.mainQueue.waitForWork();
+        bench.mainQueue.runPending();
+        return printer;
+    }
+};
+
+} // namespace
+
+TEST_CASE("a bus that is started tells of an attached printer before start returns") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    CHECK(bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a second start of a running bus tells nothing twice") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    bench.start();
+    CHECK(bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a printer that is plugged in while the bus runs is told of") {
+    Bench bench;
+    bench.start();
+    CHECK(bench.told.empty());
+    bench.plug();
+    CHECK(bench.until([&] { return bench.tale() == "arrived 1-2"; }));
+}
+
+TEST_CASE("a printer that is unplugged is terminated first and removed then") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    bench.unplug();
+    CHECK(bench.until([&] { return bench.told.size() == 3; }));
+    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2");
+    CHECK(bench.registry.services().empty());
+}
+
+TEST_CASE("a printer that returns at the same port has a new token and the same location") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    const ServiceToken before = bench.token();
+    std::uint32_t locationBefore = 0;
+    REQUIRE(bench.service()->GetLocationID(locationBefore) == kIOReturnSuccess);
+    bench.unplug();
+    bench.plug({.address = 5});
+    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
+    CHECK(bench.token() != before);
+    std::uint32_t locationAfter = 0;
+    REQUIRE(bench.service()->GetLocationID(locationAfter) == kIOReturnSuccess);
+    CHECK(locationAfter == locationBefore);
+    CHECK(bench.service()->nodePath() == "/dev/bus/usb/001/005");
+}
+
+TEST_CASE("an arrival and a departure that wait together are told in their order") {
+    Bench bench;
+    bench.start();
+    bench.plug();
+    bench.mainQueue.waitForWork();
+    bench.leave();
+    bench.plug({.port = "1-3", .address = 6});
+    CHECK(bench.until([&] { return !bench.told.empty() && bench.told.back() == "arrived 1-3"; }));
+    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-3");
+}
+
+TEST_CASE("a printer that has left before its arrival was handled is never told of") {
+    Bench bench;
+    bench.start();
+    bench.plug();
+    bench.mainQueue.waitForWork();
+    bench.unplug();
+    bench.settle();
+    CHECK(bench.told.empty());
+}
+
+TEST_CASE("a device that is reported twice is told of once") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    bench.announceAgain();
+    bench.settle();
+    CHECK(bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("the departure of a device that was never told of is silent") {
+    Bench bench;
+    bench.plug({.interfaceClass = 3});
+    bench.start();
+    bench.unplug();
+    bench.settle();
+    CHECK(bench.told.empty());
+}
+
+TEST_CASE("a device without a printer interface is no service") {
+    Bench bench;
+    bench.plug({.interfaceClass = 8});
+    bench.start();
+    CHECK(bench.registry.services().empty());
+}
+
+TEST_CASE("a printer interface of another subclass is a service that says so") {
+    Bench bench;
+    bench.plug({.interfaceSubClass = 2});
+    bench.start();
+    std::uint8_t subClass = 0;
+    CHECK(bench.service()->GetInterfaceSubClass(subClass) == kIOReturnSuccess);
+    CHECK(subClass == 2);
+}
+
+TEST_CASE("every printer interface of a device is a service of its own") {
+    Bench bench;
+    bench.plug({.interfaces = 2});
+    bench.start();
+    CHECK(bench.tale() == "arrived 1-2, arrived 1-2/1");
+    bench.unplug();
+    REQUIRE(bench.until([&] { return bench.told.size() == 6; }));
+    CHECK(bench.tale() == "arrived 1-2, arrived 1-2/1, terminated 1-2, removed 1-2, terminated 1-2/1, removed 1-2/1");
+}
+
+TEST_CASE("alternate settings of one interface are one service") {
+    Bench bench;
+    bench.plug({.secondSetting = true});
+    bench.start();
+    CHECK(bench.tale() == "arrived 1-2");
+    std::uint8_t alternate = 9;
+    CHECK(bench.service()->GetAlternateSetting(alternate) == kIOReturnSuccess);
+    CHECK(alternate == 0);
+}
+
+TEST_CASE("a service answers from the descriptors without opening the node") {
+    Bench bench;
+    bench.plug({.mode = 0});
+    bench.start();
+    const auto service = bench.service();
+    std::uint8_t byte = 0;
+    std::uint16_t word = 0;
+    std::uint32_t location = 0;
+    PipeProperties pipe;
+    CHECK((service->GetInterfaceClass(byte) == kIOReturnSuccess && byte == 7));
+    CHECK((service->GetInterfaceNumber(byte) == kIOReturnSuccess && byte == 0));
+    CHECK((service->GetConfigurationValue(byte) == kIOReturnSuccess && byte == 1));
+    CHECK((service->GetNumEndpoints(byte) == kIOReturnSuccess && byte == 2));
+    CHECK((service->GetDeviceVendor(word) == kIOReturnSuccess && word == 0x2A71));
+    CHECK((service->GetDeviceProduct(word) == kIOReturnSuccess && word == 3));
+    CHECK((service->GetDeviceReleaseNumber(word) == kIOReturnSuccess && word == 0x0207));
+    CHECK((service->GetLocationID(location) == kIOReturnSuccess && location == 0x01200000));
+    REQUIRE(service->GetPipeProperties(kPipeIn, pipe) == kIOReturnSuccess);
+    CHECK(pipe.direction == PipeDirection::in);
+    CHECK(pipe.number == 1);
+    CHECK(pipe.transferType == kUSBBulk);
+    CHECK(pipe.maxPacketSize == kPacket);
+    CHECK(service->GetPipeProperties(0, pipe) == kIOUSBUnknownPipeErr);
+    CHECK(service->GetPipeProperties(3, pipe) == kIOUSBUnknownPipeErr);
+    CHECK(service->locationText() == "1-2");
+    CHECK(service->nodePath() == "/dev/bus/usb/001/004");
+    CHECK_FALSE(service->isVirtual());
+    CHECK(bench.nodeOpens() == 0);
+}
+
+TEST_CASE("a printer behind a hub has one digit of its location for each port on the way") {
+    Bench bench;
+    bench.plug({.port = "1-2.4", .address = 7});
+    bench.start();
+    std::uint32_t location = 0;
+    CHECK(bench.service()->GetLocationID(location) == kIOReturnSuccess);
+    CHECK(location == 0x01240000);
+    CHECK(bench.service()->locationText() == "1-2.4");
+}
+
+TEST_CASE("a new printer whose node may not be opened is told of as soon as it may") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.plug({.mode = 0});
+    timed.advance(500ms);
+    CHECK(timed.bench.told.empty());
+    timed.bench.setMode(4, 0644);
+    timed.advance(100ms);
+    CHECK(timed.bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a new printer whose node stays closed is told of after two seconds all the same") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.plug({.mode = 0});
+    timed.advance(1999ms);
+    CHECK(timed.bench.told.empty());
+    timed.advance(1ms);
+    CHECK(timed.bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a printer that leaves while its node may not be opened is never told of") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.plug({.mode = 0});
+    timed.bench.unplug();
+    timed.bench.mainQueue.waitForWork();
+    timed.advance(5s);
+    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.registry.services().empty());
+}
+
+TEST_CASE("a printer attached before the start is told of at once even when its node may not be opened") {
+    TimedBench timed;
+    timed.bench.plug({.mode = 0});
+    timed.bench.start();
+    CHECK(timed.bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a printer that is reported before it is configured is told of when it is") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.plug({.configuration = ""});
+    timed.advance(300ms);
+    CHECK(timed.bench.told.empty());
+    timed.bench.configure("1-2", "1");
+    timed.advance(100ms);
+    CHECK(timed.bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a device that is never configured is no service") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.plug({.configuration = ""});
+    timed.advance(5s);
+    CHECK(timed.bench.told.empty());
+}
+
+TEST_CASE("a stopped bus tells nothing more, not even what waits already") {
+    Bench bench;
+    bench.start();
+    bench.plug();
+    bench.mainQueue.waitForWork();
+    bench.bus.stop();
+    bench.plug({.port = "1-3", .address = 6});
+    bench.mainQueue.runPending();
+    CHECK(bench.told.empty());
+}
+
+TEST_CASE("a stopped bus that is started again tells of what is attached") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    bench.bus.stop();
+    bench.registry.serviceTerminated(bench.token());
+    bench.told.clear();
+    bench.start();
+    CHECK(bench.tale() == "arrived 1-2");
+}

@@ -1,0 +1,142 @@
+// The handle of the whole device: resets, re-enumeration, string indices.
+#include "Bench.h"
+
+#include <cerrno>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+
+using namespace zul;
+
+namespace {
+
+using Journal = std::vector<std::string>;
+
+struct Resetter {
+    Bench bench;
+    MockPrinter& printer = bench.plug();
+    std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.openHandle());
+    std::shared_ptr<IOUSBDeviceInterface> device = get();
+
+    std::shared_ptr<IOUSBDeviceInterface> get() {
+        std::shared_ptr<IOUSBDeviceInterface> got;
+        REQUIRE(handle->GetDevice(got) == kIOReturnSuccess);
+        REQUIRE(got->USBDeviceOpen() == kIOReturnSuccess);
+        return got;
+    }
+};
+
+} // namespace
+
+TEST_CASE("a device tells its string indices from the descriptor") {
+    Resetter resetter;
+    std::uint8_t index = 0;
+    CHECK((resetter.device->USBGetManufacturerStringIndex(index) == kIOReturnSuccess && index == 1));
+    CHECK((resetter.device->USBGetProductStringIndex(index) == kIOReturnSuccess && index == 2));
+    CHECK((resetter.device->USBGetSerialNumberStringIndex(index) == kIOReturnSuccess && index == 3));
+}
+
+TEST_CASE("a reset keeps the claim and tells nobody") {
+    Resetter resetter;
+    CHECK(resetter.device->ResetDevice() == kIOReturnSuccess);
+    CHECK(resetter.device->USBDeviceClose() == kIOReturnSuccess);
+    CHECK(resetter.handle->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
+    resetter.bench.settle();
+    CHECK(resetter.bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a reset that the system refuses gives an error") {
+    Resetter resetter;
+    resetter.printer.refuses(USBDEVFS_RESET, EIO);
+    CHECK(resetter.device->ResetDevice() == kIOReturnError);
+}
+
+TEST_CASE("a reset of a device that comes back as another one gives not found") {
+    Resetter resetter;
+    resetter.printer.refuses(USBDEVFS_RESET, ENODEV);
+    CHECK(resetter.device->ResetDevice() == kIOReturnNotFound);
+}
+
+TEST_CASE("a re-enumeration in place is told as a departure and an arrival with a new token") {
+    Resetter resetter;
+    Bench& bench = resetter.bench;
+    const ServiceToken before = bench.token();
+    CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
+    CHECK(bench.tale() == "arrived 1-2"); // nothing before the main queue runs
+    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
+    CHECK(bench.token() != before);
+    CHECK(bench.registry.services().size() == 1);
+}
+
+TEST_CASE("after a re-enumeration in place the old handles have no device and a new one works") {
+    Resetter resetter;
+    Bench& bench = resetter.bench;
+    REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
+    CHECK(resetter.device->USBDeviceClose() == kIOReturnNoDevice);
+    CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnNoDevice);
+    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    const auto renewed = bench.openHandle();
+    resetter.handle = nullptr; // the old handle goes while the new one is in use
+    CHECK(renewed->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
+    CHECK(resetter.printer.journal() == Journal{"claim 0", "release 0", "reset", "claim 0", "out 02 5"});
+}
+
+TEST_CASE("a re-enumeration does not give the printer to the kernel's driver, the end of the new handle does") {
+    Bench bench;
+    MockPrinter& printer = bench.plug();
+    printer.bindKernelDriver("usblp");
+    bench.start();
+    auto handle = bench.openHandle();
+    std::shared_ptr<IOUSBDeviceInterface> device;
+    REQUIRE(handle->GetDevice(device) == kIOReturnSuccess);
+    REQUIRE(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
+    device = nullptr;
+    handle = nullptr; // the node is closed before the new service is known
+    CHECK(printer.kernelDriver().empty());
+    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    auto renewed = bench.openHandle();
+    renewed = nullptr;
+    CHECK(printer.kernelDriver() == "usblp");
+}
+
+TEST_CASE("a re-enumeration after which the system brings the device back itself is success and invents no events") {
+    Resetter resetter;
+    resetter.printer.refuses(USBDEVFS_RESET, ENODEV);
+    CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
+    resetter.bench.settle();
+    CHECK(resetter.bench.tale() == "arrived 1-2");
+}
+
+TEST_CASE("a re-enumeration that the system refuses gives an error and changes nothing") {
+    Resetter resetter;
+    resetter.printer.refuses(USBDEVFS_RESET, EIO);
+    CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnError);
+    resetter.bench.settle();
+    CHECK(resetter.bench.tale() == "arrived 1-2");
+    CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+}
+
+TEST_CASE("a device that leaves after a re-enumeration in place is told of as its new service") {
+    Resetter resetter;
+    Bench& bench = resetter.bench;
+    REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
+    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    bench.unplug();
+    REQUIRE(bench.until([&] { return bench.told.size() == 6; }));
+    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2, terminated 1-2, removed 1-2");
+}
+
+TEST_CASE("every call on a device handle whose device has left gives no device") {
+    Resetter resetter;
+    Bench& bench = resetter.bench;
+    bench.unplug();
+    REQUIRE(bench.until([&] { return bench.told.size() == 3; }));
+    std::uint8_t index = 0;
+    CHECK(resetter.device->USBDeviceOpen() == kIOReturnNoDevice);
+    CHECK(resetter.device->USBDeviceClose() == kIOReturnNoDevice);
+    CHECK(resetter.device->ResetDevice() == kIOReturnNoDevice);
+    CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnNoDevice);
+    CHECK(resetter.device->USBGetManufacturerStringIndex(index) == kIOReturnNoDevice);
+    CHECK(resetter.device->USBGetProductStringIndex(index) == kIOReturnNoDevice);
+    CHECK(resetter.device->USBGetSerialNumberStringIndex(index) == kIOReturnNoDevice);
+}
