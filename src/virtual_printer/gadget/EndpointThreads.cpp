@@ -1,7 +1,6 @@
 #include "virtual_printer/gadget/EndpointThreads.h"
 
-#include "virtual_printer/gadget/ReadAhead.h"
-
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -27,6 +26,10 @@ void installInterruptHandler() {
 }
 
 } // namespace
+
+std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize) {
+    return std::max(std::min(bytesWanted, kLargestRead) / packetSize * packetSize, packetSize);
+}
 
 EndpointThreads::EndpointThreads(FunctionFs& function, EndpointHandlers handlers)
     : _function(function), _handlers(std::move(handlers)) {}
@@ -68,7 +71,7 @@ void EndpointThreads::send(Data transfer) {
     _outgoingChanged.notify_all();
 }
 
-void EndpointThreads::stall() {
+void EndpointThreads::stallIn() {
     const std::lock_guard lock(_outgoingMutex);
     _outgoing.push_back({.data = {}, .isStall = true});
     _outgoingChanged.notify_all();
@@ -111,17 +114,16 @@ void EndpointThreads::handleSetup(const SetupRequest& request) {
 }
 
 void EndpointThreads::outLoop() {
-    ReadAhead readAhead;
+    std::size_t bytesWanted = 0;
     Data buffer;
     while (!_stopping) {
-        buffer.resize(readAhead.nextReadSize(_packetSize, kLargestRead));
+        buffer.resize(readSize(bytesWanted, _packetSize));
         const int got = _function.readOut(buffer);
         if (got > 0) {
             buffer.resize(static_cast<std::size_t>(got));
-            readAhead.received(buffer);
-            _handlers.received(buffer);
+            bytesWanted = _handlers.received(buffer);
         }
-        if (got == -ESHUTDOWN) readAhead.restart();
+        if (got == -ESHUTDOWN) bytesWanted = 0; // a new host begins with a new command
         if (got < 0 && got != -EINTR) std::this_thread::sleep_for(kErrorPause);
     }
 }

@@ -15,13 +15,19 @@ namespace zul {
 
 /// Each handler is called on a thread of its own kind, never two of the same kind at once.
 struct EndpointHandlers {
-    /// Bytes that the host sent, in order, in pieces of any size.
-    std::function<void(const Data& bytes)> received;
+    /// Bytes that the host sent, in order, in pieces of any size. Answers how many more the command under way needs.
+    /// The host waits while this takes its time.
+    std::function<std::size_t(const Data& bytes)> received;
     /// The host has configured the device (true), or configured it away, reset it or lost it (false).
     std::function<void(bool configured)> configured;
     /// The answer to a control request; nothing refuses it.
     std::function<std::optional<Data>(const SetupRequest& request)> control;
 };
+
+/// How much to ask for when so many bytes are wanted. A read ends at a short packet or when it is full, and a host ends
+/// nothing with an empty packet: a read for more than still comes would wait for ever, and one packet at a time would
+/// take minutes for a firmware image.
+std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize);
 
 class EndpointThreads {
   public:
@@ -37,7 +43,9 @@ class EndpointThreads {
     /// Queues one transfer to the host: it waits until the host asks for it. Any thread.
     void send(Data transfer);
     /// Queues a stall of the endpoint that the host reads from. Any thread.
-    void stall();
+    void stallIn();
+    /// Stalls the endpoint that the host writes to. Only inside the handler of received bytes.
+    void stallOut() { _function.haltOut(); }
     /// Forgets what the host has not fetched yet; what it is fetching goes on. Any thread.
     void dropTransfers();
 

@@ -133,6 +133,11 @@ void FunctionFs::haltIn() {
     [[maybe_unused]] const ssize_t result = ::read(_in.get(), &none, 1);
 }
 
+void FunctionFs::haltOut() {
+    const std::uint8_t none = 0;
+    [[maybe_unused]] const ssize_t result = ::write(_out.get(), &none, 1);
+}
+
 std::size_t FunctionFs::packetSize() const {
     usb_endpoint_descriptor descriptor{};
     if (::ioctl(_in.get(), FUNCTIONFS_ENDPOINT_DESC, &descriptor) < 0) return kHighSpeedPacketSize;

@@ -55,8 +55,10 @@ class FunctionFs {
     /// Writes data as one transfer and an empty packet when nothing else would end it; returns when the host has it.
     /// 0, or a negative errno (EAGAIN without a host).
     int writeIn(const Data& data, std::size_t packetSize);
-    /// Halts the endpoint that the host reads from until the host clears it; its transfers there fail at once.
+    /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears it; its
+    /// transfers there fail at once. On the thread that uses the endpoint, since a call in progress holds it.
     void haltIn();
+    void haltOut();
 
     /// Bytes per packet of the bulk endpoints at the speed in use; known from the enable event on.
     std::size_t packetSize() const;

@@ -20,8 +20,8 @@ constexpr std::uint8_t kSelectedNoError = 0x18;
 
 } // namespace
 
-GadgetPort::GadgetPort(MainQueue& mainQueue, std::string name, const GadgetIdentity& identity, PortHandlers handlers)
-    : _mainQueue(mainQueue), _handlers(std::move(handlers)), _name(std::move(name)), _gadget(_name, identity),
+GadgetPort::GadgetPort(std::string name, const GadgetIdentity& identity, PortHandlers handlers)
+    : _handlers(std::move(handlers)), _name(std::move(name)), _gadget(_name, identity),
       _function(_name) {}
 
 void GadgetPort::open() {
@@ -29,13 +29,16 @@ void GadgetPort::open() {
     _gadget.create();
     _function.open();
     EndpointHandlers handlers;
-    handlers.received = [this](const Data& bytes) { _mainQueue.async([this, bytes] { _handlers.received(bytes); }); };
+    handlers.received = _handlers.received;
     handlers.configured = [this](bool configured) {
         if (!configured) _threads->dropTransfers();
-        _mainQueue.async([this, configured] { _handlers.configured(configured); });
+        _handlers.configured(configured);
     };
-    // The host waits for this answer, so it is not sent round by the queue.
-    handlers.control = [this](const SetupRequest& request) { return answerTo(request); };
+    handlers.control = [this](const SetupRequest& request) {
+        auto answer = answerTo(request);
+        _handlers.controlled(request, answer.has_value());
+        return answer;
+    };
     _threads = std::make_unique<EndpointThreads>(_function, std::move(handlers));
     _threads->start();
 }
@@ -43,6 +46,7 @@ void GadgetPort::open() {
 void GadgetPort::close() {
     // The kernel lets go of the function's files only when nobody waits in them, and of the gadget after the function.
     if (_threads) _threads->stop();
+    const std::lock_guard lock(_plugMutex);
     try {
         _gadget.unplug();
     } catch (const GadgetError&) {
@@ -54,19 +58,27 @@ void GadgetPort::close() {
 
 void GadgetPort::setDeviceID(const std::string& text) {
     const std::size_t length = text.size() + 2;
-    Data answer{static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length)};
+    Data answer;
+    if (!text.empty()) answer = {static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length)};
     answer.insert(answer.end(), text.begin(), text.end());
     const std::lock_guard lock(_deviceIDMutex);
     _deviceID = std::move(answer);
 }
 
 void GadgetPort::plugInto(const std::string& udc) {
+    const std::lock_guard lock(_plugMutex);
     _gadget.plug(udc);
 }
 
 void GadgetPort::unplug() {
+    const std::lock_guard lock(_plugMutex);
     _gadget.unplug();
     _threads->dropTransfers();
+}
+
+bool GadgetPort::isPlugged() const {
+    const std::lock_guard lock(_plugMutex);
+    return _gadget.isPlugged();
 }
 
 std::optional<Data> GadgetPort::answerTo(const SetupRequest& request) {

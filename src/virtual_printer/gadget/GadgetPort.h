@@ -1,7 +1,6 @@
 // A USB device controller with a printer's plug in it: what the printer says goes to the host, and the other way round.
 #pragma once
 
-#include "platform/dispatch/Queue.h"
 #include "virtual_printer/gadget/ConfigfsGadget.h"
 #include "virtual_printer/gadget/EndpointThreads.h"
 #include "virtual_printer/gadget/FunctionFs.h"
@@ -15,18 +14,20 @@
 
 namespace zul {
 
-/// Called on the main queue.
+/// Each is called on a thread of its own.
 struct PortHandlers {
-    /// Bytes from the host, in order.
-    std::function<void(const Data& bytes)> received;
+    /// Bytes from the host, in order. Answers how many more the command under way needs; the host waits meanwhile.
+    std::function<std::size_t(const Data& bytes)> received;
     /// The host has configured the device (true) or has reset, left or lost it (false).
     std::function<void(bool configured)> configured;
+    /// A control request came and was answered, or not.
+    std::function<void(const SetupRequest& request, bool answered)> controlled;
 };
 
-/// Main queue only, except where noted. Everything that fails throws GadgetError.
+/// open, close and setSerialNumber on one thread; the others on any. What fails throws GadgetError.
 class GadgetPort {
   public:
-    GadgetPort(MainQueue& mainQueue, std::string name, const GadgetIdentity& identity, PortHandlers handlers);
+    GadgetPort(std::string name, const GadgetIdentity& identity, PortHandlers handlers);
     ~GadgetPort() { close(); }
     GadgetPort(const GadgetPort&) = delete;
     GadgetPort& operator=(const GadgetPort&) = delete;
@@ -36,28 +37,32 @@ class GadgetPort {
     /// Takes it out of the system. Not an error when it was not open.
     void close();
 
-    /// The text with its two bytes of length in front; answered from now on. Any thread.
+    /// Answered from now on, with its two bytes of length in front; empty: the request is refused.
     void setDeviceID(const std::string& text);
-    /// Shown from the next plug-in on.
+    /// Shown from the next plug-in on; empty for none.
     void setSerialNumber(const std::string& serialNumber) { _gadget.setSerialNumber(serialNumber); }
 
     void plugInto(const std::string& udc);
     /// What the host has not fetched is lost.
     void unplug();
-    bool isPlugged() const { return _gadget.isPlugged(); }
+    bool isPlugged() const;
 
     /// One transfer to the host, ended by a short packet.
     void send(Data transfer) { _threads->send(std::move(transfer)); }
     /// The host's next read fails at once, and all others until it clears the halt.
-    void stallReads() { _threads->stall(); }
+    void stallReads() { _threads->stallIn(); }
+    /// The host's write fails when more of it is still to come, otherwise its next one. Only inside received.
+    void stallWrites() { _threads->stallOut(); }
+    /// Forgets what the host has not fetched.
+    void dropTransfers() { _threads->dropTransfers(); }
 
   private:
     std::optional<Data> answerTo(const SetupRequest& request);
 
-    MainQueue& _mainQueue;
     PortHandlers _handlers;
     ScopedFd _nameLock;
     std::string _name;
+    mutable std::mutex _plugMutex;
     ConfigfsGadget _gadget;
     FunctionFs _function;
     std::unique_ptr<EndpointThreads> _threads;

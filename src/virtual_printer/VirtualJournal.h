@@ -1,0 +1,53 @@
+// Everything that virtual printers saw, in one list in order: arrivals, claims, commands, reads, departures. For tests,
+// and as JSON lines for people. Any thread.
+#pragma once
+
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Data.h"
+
+#include <chrono>
+#include <cstdint>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+struct VirtualJournalEntry {
+    std::chrono::milliseconds time{0}; // since the journal began
+    std::string printer;               // serial number
+    std::string event;                 // arrive, leave, open, refuse, close, control, command, read, reset
+    std::string command;               // text of a command; recipient and request of a control request
+    std::uint32_t length = 0;          // payload of a command, bytes of a read
+    std::string sha256;                // of a payload; empty when there is none
+    Data header;                       // of a command: the frame's bytes before the payload; not written to files
+    std::string result;                // of a read that failed: "timeout", "stall", "gone"; otherwise empty
+};
+
+class VirtualJournal {
+  public:
+    explicit VirtualJournal(Clock& clock) : _clock(clock), _begin(clock.now()) {}
+
+    /// Also writes each entry to the file, flushed line by line. False when it cannot be opened.
+    bool writeTo(const std::string& file);
+    void add(VirtualJournalEntry entry);
+
+    std::vector<VirtualJournalEntry> entries() const;
+    /// Texts of the commands, of all printers or of one.
+    std::vector<std::string> commands(const std::string& printer = {}) const;
+    /// From here on the list is empty; a file goes on.
+    void clear();
+
+  private:
+    Clock& _clock;
+    const Clock::TimePoint _begin;
+    mutable std::mutex _mutex;
+    std::vector<VirtualJournalEntry> _entries;
+    std::ofstream _file;
+};
+
+/// Lower-case hexadecimal SHA-256 of the bytes.
+std::string sha256Of(const Data& data);
+
+} // namespace zul

@@ -1,0 +1,86 @@
+// One port of the embedded bus with the printer that belongs to it, and one stay of that printer on the bus. The port
+// outlives all stays; each stay has its own services and handles. What is shared between the printers' queues and the
+// main queue is guarded by the port's lock; nothing is called back while it is held.
+#pragma once
+
+#include "platform/dispatch/Queue.h"
+#include "platform/usb/ServiceRegistry.h"
+#include "virtual_printer/VirtualJournal.h"
+#include "virtual_printer/VirtualPrinter.h"
+
+#include <atomic>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace zul {
+
+/// From an arrival to the departure that follows it.
+struct VirtualStay {
+    std::vector<ServiceToken> tokens; // main queue only
+    std::atomic<bool> isGone{false};
+    // The rest is guarded by the port's lock.
+    std::deque<VirtualTransfer> transfers; // ready to be read
+    std::unique_ptr<ClockEvent> changed;   // a transfer became ready, or the stay ended
+    const void* owner = nullptr;           // the handle that holds the claim
+    std::map<const void*, std::function<void()>> holderWatches;
+};
+
+class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
+  public:
+    VirtualPort(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal,
+                VirtualPrinterSettings settings, std::uint8_t bus, std::uint8_t port);
+
+    // ---- main queue ----
+    void setRegistry(ServiceRegistry* registry) { _registry = registry; }
+    void attach();
+    /// The printer leaves now; it returns if the departure says so.
+    void depart(const std::shared_ptr<VirtualStay>& stay, const VirtualDeparture& departure);
+    void unplug();
+    void setHeldByOther(bool isHeld);
+
+    // ---- any thread ----
+    void inspect(const std::function<void(const VirtualPrinter&)>& inspect);
+    /// Ends the stay for its handles at once and posts the rest to the main queue.
+    void leave(const std::shared_ptr<VirtualStay>& stay, const VirtualDeparture& departure);
+    void journal(const char* event, const std::string& command = {}, std::uint32_t length = 0,
+                 const std::string& result = {});
+    Clock& clock() { return _clock; }
+    std::uint32_t locationID() const;
+    std::string locationText() const;
+
+    // ---- for the handles, on the printers' queues ----
+    IOReturn claim(VirtualStay& stay, const void* owner);
+    IOReturn release(VirtualStay& stay, const void* owner);
+    bool isFree(const VirtualStay& stay);
+    void watchHolder(VirtualStay& stay, const void* watcher, std::function<void()> mayBeFree);
+    IOReturn read(VirtualStay& stay, std::uint8_t* buffer, std::uint32_t& size, Clock::TimePoint deadline);
+    IOReturn write(const std::shared_ptr<VirtualStay>& stay, const std::uint8_t* bytes, std::uint32_t size,
+                   Clock::TimePoint deadline, const IOUSBInterfaceInterface::WriteProgress& progress);
+    void resetPrinter(VirtualStay& stay);
+
+    const VirtualPrinterSettings settings;
+
+  private:
+    void schedule(VirtualDeparture departure, const std::shared_ptr<VirtualStay>& stay);
+    void deliver(const std::shared_ptr<VirtualStay>& stay, std::vector<VirtualTransfer> transfers);
+    bool isHeldByOther() const { return _heldByOther > 0; }
+    void holdFor(std::chrono::milliseconds time);
+
+    MainQueue& _mainQueue;
+    Clock& _clock;
+    const std::shared_ptr<VirtualJournal> _journal;
+    ServiceRegistry* _registry = nullptr;
+    std::shared_ptr<VirtualStay> _stay; // main queue only
+    bool _isPulled = false;             // main queue only: unplugged by hand, so restarts do not bring it back
+
+    std::mutex _mutex;
+    VirtualPrinter _printer;
+    int _heldByOther = 0;
+    const std::uint8_t _bus;
+    std::atomic<std::uint8_t> _port;
+};
+
+} // namespace zul

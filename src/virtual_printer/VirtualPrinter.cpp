@@ -1,0 +1,153 @@
+// Frames in: gathering them, and the faults that happen while they come. What a complete command does is in
+// VirtualPrinter_Commands.cpp.
+#include "virtual_printer/VirtualPrinter.h"
+
+#include "virtual_printer/VirtualModels.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace zul {
+
+namespace {
+
+constexpr std::size_t kHeaderSize = 32;
+constexpr std::size_t kTextOffset = 2;
+constexpr std::size_t kTextSize = 22;
+constexpr std::size_t kSizeOffset = 24;
+constexpr std::size_t kSizeSize = 8;
+constexpr std::uint8_t kEscape = 0x1B;
+constexpr auto kDefaultHold = std::chrono::milliseconds(3000);
+
+std::string textOf(const Data& frame, std::size_t offset, std::size_t size) {
+    std::string text(frame.begin() + static_cast<std::ptrdiff_t>(offset),
+                     frame.begin() + static_cast<std::ptrdiff_t>(offset + size));
+    text.resize(text.find_last_not_of(' ') + 1);
+    return text;
+}
+
+bool hasAnswer(const std::string& command) {
+    return command == "STATUS" || command.starts_with("INFO") || command.starts_with("TBL_RD") ||
+           command.starts_with("MNT_RD");
+}
+
+} // namespace
+
+VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<void(const VirtualCommand&)> sawCommand)
+    : _settings(std::move(settings)), _sawCommand(std::move(sawCommand)), _faults(_settings.faults),
+      _isLoader(_settings.startsInLoader), _nextIsLoader(_settings.startsInLoader), _firmware(_settings.firmware),
+      _nextFirmware(_settings.firmware), _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
+      _tellsSerial(_settings.hasUSBSerial),
+      _counters{{'A', 12}, {'B', 34}, {'M', 56}, {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
+      _tables(*_settings.model) {}
+
+VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
+    VirtualEffects effects;
+    while (!bytes.empty()) {
+        // Outside a frame only the escape that begins one means anything.
+        if (_frame.empty() && bytes.front() != kEscape) {
+            bytes = bytes.subspan(1);
+            continue;
+        }
+        std::size_t count = std::min(bytes.size(), bytesWanted());
+        if (_unplugAt > _frame.size()) count = std::min(count, _unplugAt - _frame.size());
+        _frame.insert(_frame.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        bytes = bytes.subspan(count);
+        if (_frame.size() == kHeaderSize) takeHeader(effects);
+        if (effects.stallsOut) return effects;
+        if (_unplugAt != 0 && _frame.size() >= _unplugAt) {
+            effects.departure = restart(std::chrono::milliseconds(0));
+            reset();
+            return effects;
+        }
+        if (_frame.size() >= kHeaderSize && bytesWanted() == 0) finishFrame(effects);
+    }
+    return effects;
+}
+
+std::size_t VirtualPrinter::bytesWanted() const {
+    if (_frame.size() < kHeaderSize) return kHeaderSize - _frame.size();
+    return kHeaderSize + _payloadSize - _frame.size();
+}
+
+void VirtualPrinter::takeHeader(VirtualEffects& effects) {
+    if (_frame[1] != 'P') {
+        reset(); // not a command: wait for the next escape
+        return;
+    }
+    _text = textOf(_frame, kTextOffset, kTextSize);
+    const std::string size = textOf(_frame, kSizeOffset, kSizeSize);
+    _payloadSize = std::strtoul(size.c_str(), nullptr, 10);
+    _fault = faultFor(_text);
+    if (hasFault(VirtualFaultKind::stall) && !hasAnswer(_text)) {
+        effects.stallsOut = true;
+        reset();
+        return;
+    }
+    if (hasFault(VirtualFaultKind::unplug)) {
+        const std::size_t half = (kHeaderSize + _payloadSize) / 2;
+        _unplugAt = std::max<std::size_t>(_fault->value.value_or(static_cast<std::uint32_t>(half)), 1);
+    }
+}
+
+void VirtualPrinter::finishFrame(VirtualEffects& effects) {
+    VirtualCommand command{_text, Data(_frame.begin() + kHeaderSize, _frame.end()),
+                           Data(_frame.begin(), _frame.begin() + kHeaderSize)};
+    _frame.clear();
+    _payloadSize = 0;
+    _unplugAt = 0;
+    if (_sawCommand) _sawCommand(command);
+    handle(command, effects);
+    _fault.reset();
+}
+
+void VirtualPrinter::reset() {
+    _frame.clear();
+    _payloadSize = 0;
+    _unplugAt = 0;
+    _fault.reset();
+}
+
+std::optional<VirtualFault> VirtualPrinter::faultFor(const std::string& command) {
+    std::optional<VirtualFault> due;
+    for (auto fault = _faults.begin(); fault != _faults.end();) {
+        const bool matches = fault->kind != VirtualFaultKind::holder && command.find(fault->word) != std::string::npos;
+        if (matches && --fault->occurrence == 0) {
+            due = *fault;
+            fault = _faults.erase(fault);
+        } else {
+            ++fault;
+        }
+    }
+    return due;
+}
+
+std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {
+    for (auto fault = _faults.begin(); fault != _faults.end(); ++fault) {
+        if (fault->kind != VirtualFaultKind::holder || --fault->occurrence > 0) continue;
+        const auto value = fault->value;
+        _faults.erase(fault);
+        return value ? std::chrono::milliseconds(*value) : kDefaultHold;
+    }
+    return std::nullopt;
+}
+
+std::uint32_t VirtualPrinter::counter(char letter) const {
+    const auto found = _counters.find(letter);
+    return found == _counters.end() ? 0 : found->second;
+}
+
+std::string VirtualPrinter::deviceID() const {
+    return "MFG:" + manufacturerText() + ";MDL:" + std::string(_settings.model->name) + ";SERN:" + _settings.serial +
+           ";";
+}
+
+std::string VirtualPrinter::productText() const { return std::string(_settings.model->name); }
+
+std::optional<std::string> VirtualPrinter::serialText() const {
+    return _tellsSerial ? std::optional(_settings.serial) : std::nullopt;
+}
+
+std::uint16_t VirtualPrinter::productID() const { return _settings.model->productID; }
+
+} // namespace zul

@@ -1,0 +1,157 @@
+// What a command does: answers, counters, settings, tables, and the two that lead to restarts.
+#include "virtual_printer/FirmwareImage.h"
+#include "virtual_printer/VirtualModels.h"
+#include "virtual_printer/VirtualPrinter.h"
+
+#include "platform/foundation/Format.h"
+
+namespace zul {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char* kLoaderStatusText = "FU00001";
+constexpr const char* kEnterLoader = "FW_UPDFLASH_REWRITE";
+constexpr const char* kProgramFlash = "FW_UPDFLASH_PROGRAM";
+// Long enough for the host to close the interface behind the command, as real printers leave it.
+constexpr auto kLeaveForLoader = milliseconds(50);
+// How long an intermediate firmware runs before it restarts by itself.
+constexpr auto kIntermediateRun = milliseconds(3000);
+constexpr auto kLate = milliseconds(7000);
+
+} // namespace
+
+void VirtualPrinter::attach() {
+    reset();
+    _isLoader = _nextIsLoader;
+    _firmware = _nextFirmware;
+    _tellsSerial = _serialSetting; // the setting takes effect with a restart
+    _statuses = _isUpdated && !_settings.statusesAfterUpdate.empty() ? _settings.statusesAfterUpdate
+                                                                     : _settings.statuses;
+    _statusIndex = 0;
+}
+
+VirtualDeparture VirtualPrinter::restart(milliseconds after) const {
+    VirtualDeparture departure;
+    departure.after = after;
+    departure.away = _settings.restartTime;
+    departure.comesBack = !hasFault(VirtualFaultKind::neverBack);
+    departure.elsewhere = hasFault(VirtualFaultKind::elsewhere);
+    return departure;
+}
+
+void VirtualPrinter::handle(const VirtualCommand& command, VirtualEffects& effects) {
+    if (_isLoader) {
+        handleInLoader(command, effects);
+        return;
+    }
+    if (command.text == kEnterLoader) {
+        enterLoader(effects);
+    } else if (const auto body = answerTo(command)) {
+        answer(*body, effects);
+    } else {
+        handleWrite(command);
+    }
+}
+
+// A loader tells its status and takes an image; it reads everything else and does nothing about it.
+void VirtualPrinter::handleInLoader(const VirtualCommand& command, VirtualEffects& effects) {
+    if (command.text == "STATUS") {
+        answer(kLoaderStatusText, effects);
+    } else if (command.text == kProgramFlash) {
+        programFlash(command.payload, effects);
+    }
+}
+
+void VirtualPrinter::enterLoader(VirtualEffects& effects) {
+    _nextIsLoader = true;
+    effects.departure = restart(kLeaveForLoader);
+}
+
+void VirtualPrinter::programFlash(const Data& image, VirtualEffects& effects) {
+    const auto version = versionOfFirmwareImage(image);
+    effects.departure = restart(_settings.programTime);
+    if (!version || hasFault(VirtualFaultKind::stayInLoader)) return; // comes back as it is: its loader
+    _nextIsLoader = false;
+    _isUpdated = true;
+    if (_settings.model->intermediateFirmware.empty()) {
+        _nextFirmware = *version;
+    } else {
+        _nextFirmware = _settings.model->intermediateFirmware;
+        _finalFirmware = *version;
+    }
+}
+
+std::optional<VirtualDeparture> VirtualPrinter::departureAfterAttach() {
+    if (_finalFirmware.empty() || _isLoader || _firmware != _settings.model->intermediateFirmware) return std::nullopt;
+    _nextFirmware = _finalFirmware;
+    _finalFirmware.clear();
+    return restart(kIntermediateRun);
+}
+
+void VirtualPrinter::handleWrite(const VirtualCommand& command) {
+    if (command.text == "TBL_CL") {
+        _tables.clear();
+    } else if (command.text == "TBL_WTVersion") {
+        _tables.setName(command.payload);
+    } else if (command.text == "TBL_WTCTRLD_UPDATE_CW") {
+        _tables.write(command.payload);
+    } else if (command.text == "MNT_WTCOUNTER_CLR" && command.payload.size() >= 2 && command.payload[0] == 'C') {
+        const auto counted = _counters.find(static_cast<char>(command.payload[1]));
+        if (counted != _counters.end() && counted->first != 'L') counted->second = 0;
+    } else if (command.text == "MNT_WTUSB_ISERI_SET" && command.payload.size() >= 2) {
+        _serialSetting = command.payload[1] == '1';
+    }
+}
+
+std::string VirtualPrinter::nextStatus() {
+    const std::string status = _statuses[_statusIndex];
+    if (_statusIndex + 1 < _statuses.size()) ++_statusIndex;
+    return status;
+}
+
+std::optional<std::string> VirtualPrinter::answerTo(const VirtualCommand& command) {
+    const std::string& text = command.text;
+    if (text == "STATUS") return nextStatus();
+    if (text == "INFO  FVER") return _firmware;
+    if (text == "INFO  SERIAL_NUMBER") return _settings.serial;
+    if (text == "INFO  MEDIA") return "MEDIA600";
+    if (text == "INFO  FREE_PBUFFER") return "FBP02";
+    if (text == "INFO  MQTY") return "MN0400";
+    if (text == "MNT_RDUSB_ISERI_SET") return _serialSetting ? "0001" : "0000";
+    if (text.starts_with("MNT_RDCOUNTER_")) return counterAnswer(text);
+    if (text.starts_with("TBL_RD") || text == "MNT_RDCTRLD_CHKSUM") {
+        return _tables.answerTo(text, std::string(command.payload.begin(), command.payload.end()));
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> VirtualPrinter::counterAnswer(const std::string& text) const {
+    const std::string name = text.substr(std::string("MNT_RDCOUNTER_").size());
+    if (name == "LIFE") return formatted("CL%07u", counter('L'));
+    if (name == "MATTE") return formatted("CT%07u", counter('T'));
+    if (name.size() != 1 || !_counters.contains(name[0])) return std::nullopt;
+    return formatted("C%c%07u", name[0], counter(name[0]));
+}
+
+// Header and body are two transfers, each ended by its own short packet.
+void VirtualPrinter::answer(const std::string& body, VirtualEffects& effects) {
+    if (hasFault(VirtualFaultKind::silence)) return;
+    if (hasFault(VirtualFaultKind::stall)) {
+        effects.transfers.push_back({{}, /*isStall=*/true, milliseconds(0)});
+        return;
+    }
+    const std::string whole = hasFault(VirtualFaultKind::noReturn) ? body : body + '\r';
+    std::string header = formatted("%08u", whole.size());
+    std::string sent = whole;
+    if (hasFault(VirtualFaultKind::longHeader)) header = "00004097";
+    if (hasFault(VirtualFaultKind::garbage)) header = "????????";
+    if (hasFault(VirtualFaultKind::shortReply)) sent.resize(whole.size() / 2);
+    milliseconds delay(0);
+    if (hasFault(VirtualFaultKind::late)) delay = _fault->value ? milliseconds(*_fault->value) : kLate;
+    effects.transfers.push_back({dataFromText(header), false, delay});
+    effects.transfers.push_back({dataFromText(sent), false, delay});
+}
+
+} // namespace zul

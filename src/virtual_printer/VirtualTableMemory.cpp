@@ -1,0 +1,72 @@
+#include "virtual_printer/VirtualTableMemory.h"
+
+#include "platform/foundation/Format.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace zul {
+
+namespace {
+
+constexpr const char* kNumbers[] = {"300", "600", "610", "620"};
+
+std::uint16_t checksumOf(const Data& contents) {
+    return static_cast<std::uint16_t>(std::accumulate(contents.begin(), contents.end(), 0U));
+}
+
+} // namespace
+
+VirtualTableMemory::VirtualTableMemory(const VirtualModel& model) : _model(model) {
+    std::uint16_t checksum = 0x1200;
+    for (const char* number : kNumbers) {
+        _tables[number] = {std::string(model.tableVersion), ++checksum};
+        _tables[std::string("PP") + number] = {std::string(model.tableVersion), ++checksum};
+    }
+    _last = "600";
+}
+
+void VirtualTableMemory::clear() {
+    for (auto& [key, table] : _tables) table = {};
+    _writtenNames.clear();
+}
+
+// "VK28_PP_600_0101.CWD" is the table PP600; the media is only in names of models that have both.
+std::string VirtualTableMemory::keyOfName(const std::string& name) {
+    for (const char* number : kNumbers) {
+        if (name.find(std::string("_") + number + "_") == std::string::npos) continue;
+        return (name.find("_PP_") != std::string::npos ? "PP" : "") + std::string(number);
+    }
+    return {};
+}
+
+void VirtualTableMemory::setName(const Data& record) {
+    _name.assign(record.begin(), std::ranges::find(record, std::uint8_t{0}));
+}
+
+void VirtualTableMemory::write(const Data& contents) {
+    const std::string key = keyOfName(_name);
+    if (key.empty()) return;
+    const auto underscore = _name.rfind('_');
+    _tables[key] = {_name.substr(underscore + 1, 4), checksumOf(contents)};
+    _last = key;
+    _writtenNames.push_back(_name);
+}
+
+std::optional<std::string> VirtualTableMemory::answerTo(const std::string& command, const std::string& media) const {
+    const bool isChecksum = command.ends_with("CHKSUM") || command.ends_with("Checksum");
+    std::string key;
+    if (command == "TBL_RDVersion" || command == "MNT_RDCTRLD_CHKSUM") {
+        if (_model.tables != VirtualTables::single) return std::nullopt;
+        key = _last;
+    } else if (command.starts_with("TBL_RDCWD") && command.size() > 12) {
+        if (_model.tables == VirtualTables::single) return std::nullopt;
+        key = command.substr(9, 3);
+        if (_model.tables == VirtualTables::byNumberAndMedia && media == "0003") key = "PP" + key;
+    }
+    const auto table = _tables.find(key);
+    if (table == _tables.end()) return std::nullopt;
+    return isChecksum ? formatted("%.4X", table->second.checksum) : table->second.version;
+}
+
+} // namespace zul

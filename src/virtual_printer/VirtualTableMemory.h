@@ -1,0 +1,44 @@
+// The colour tables that a virtual printer holds. Not thread-safe: part of its printer.
+#pragma once
+
+#include "platform/foundation/Data.h"
+#include "virtual_printer/VirtualModels.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+class VirtualTableMemory {
+  public:
+    explicit VirtualTableMemory(const VirtualModel& model);
+
+    void clear();
+    /// The name of the table whose contents come next; zero bytes behind it are padding.
+    void setName(const Data& record);
+    void write(const Data& contents);
+
+    /// The answer to a question for a version or checksum; nothing for a question that this model does not know.
+    /// media is the payload's text: "0001", "0003" or empty.
+    std::optional<std::string> answerTo(const std::string& command, const std::string& media) const;
+
+    /// Names in the order written since the last clear.
+    const std::vector<std::string>& writtenNames() const { return _writtenNames; }
+
+  private:
+    struct Table {
+        std::string version = "0000";
+        std::uint16_t checksum = 0;
+    };
+    static std::string keyOfName(const std::string& name);
+
+    const VirtualModel& _model;
+    std::map<std::string, Table> _tables; // by "600" or "PP600"
+    std::string _last;                    // key of the table written last
+    std::string _name;
+    std::vector<std::string> _writtenNames;
+};
+
+} // namespace zul
