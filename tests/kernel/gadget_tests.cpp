@@ -1,86 +1,41 @@
 // The parts of the gadget that need no kernel.
 #define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
 #include "virtual_printer/gadget/Descriptors.h"
-#include "virtual_printer/gadget/ReadAhead.h"
+#include "virtual_printer/gadget/EndpointThreads.h"
+#include "virtual_printer/gadget/GadgetPrinter.h"
 
 #include <doctest/doctest.h>
-#include <string>
+#include <utility>
 
 using namespace zul;
 
-namespace {
-
-constexpr std::size_t kPacket = 512;
-constexpr std::size_t kLimit = 64 * 1024;
-
-Data header(const std::string& size) {
-    std::string text = "\x1BPFW_UPDFLASH_PROGRAM";
-    text.resize(24, ' ');
-    return dataFromText(text + size);
+TEST_CASE("one packet is asked for while less than a packet is known to come") {
+    CHECK(readSize(0, 512) == 512);
+    CHECK(readSize(32, 512) == 512);
+    CHECK(readSize(511, 512) == 512);
 }
 
-std::size_t nextRead(const ReadAhead& readAhead) {
-    return readAhead.nextReadSize(kPacket, kLimit);
+TEST_CASE("no read asks for more than the command still brings") {
+    CHECK(readSize(512, 512) == 512);
+    CHECK(readSize(1023, 512) == 512);
+    CHECK(readSize(2000, 512) == 1536);
+    CHECK(readSize(2000, 64) == 1984);
 }
 
-} // namespace
-
-TEST_CASE("between two commands one packet is asked for") {
-    ReadAhead readAhead;
-    CHECK(nextRead(readAhead) == kPacket);
-    readAhead.received(header("        "));
-    CHECK(nextRead(readAhead) == kPacket);
+TEST_CASE("a large payload is read in moderate pieces of whole packets") {
+    CHECK(readSize(2000000, 512) == 65536);
+    CHECK(readSize(2000000, 64) == 65536);
 }
 
-TEST_CASE("no read asks for more than the payload still brings") {
-    ReadAhead readAhead;
-    readAhead.received(header("00002000"));
-    CHECK(nextRead(readAhead) == 3 * kPacket);
-    readAhead.received(Data(3 * kPacket));
-    CHECK(nextRead(readAhead) == kPacket); // 464 bytes are left: they come as one short packet
-    readAhead.received(Data(464));
-    readAhead.received(header("00001024"));
-    CHECK(nextRead(readAhead) == 2 * kPacket);
-}
-
-TEST_CASE("a large payload is read in pieces of the limit") {
-    ReadAhead readAhead;
-    readAhead.received(header("02000000"));
-    CHECK(nextRead(readAhead) == kLimit);
-}
-
-TEST_CASE("a header that comes byte by byte counts as one") {
-    ReadAhead readAhead;
-    for (const auto byte : header("00001024")) {
-        CHECK(nextRead(readAhead) == kPacket);
-        readAhead.received({byte});
+TEST_CASE("a gadget refuses settings that only an embedded printer can have") {
+    for (const char* text : {"VK14,interfaces=2", "VK14,location=1-3", "VK14,fault=holder#1"}) {
+        const auto parsed = parseVirtualPrinter(text);
+        REQUIRE(parsed.settings);
+        CHECK(problemOfGadget(*parsed.settings) != "");
     }
-    CHECK(nextRead(readAhead) == 2 * kPacket);
-}
-
-TEST_CASE("a payload and the next header in one piece are told apart") {
-    ReadAhead readAhead;
-    Data bytes = header("00000010");
-    bytes.resize(bytes.size() + 10);
-    const Data next = header("00005120");
-    bytes.insert(bytes.end(), next.begin(), next.end());
-    readAhead.received(bytes);
-    CHECK(nextRead(readAhead) == 10 * kPacket);
-}
-
-TEST_CASE("bytes that are no command announce nothing") {
-    ReadAhead readAhead;
-    Data bytes = header("00001024");
-    bytes[0] = 'X';
-    readAhead.received(bytes);
-    CHECK(nextRead(readAhead) == kPacket);
-}
-
-TEST_CASE("after a restart of the bus the rest of a payload is no longer waited for") {
-    ReadAhead readAhead;
-    readAhead.received(header("00001024"));
-    readAhead.restart();
-    CHECK(nextRead(readAhead) == kPacket);
+    const auto parsed = parseVirtualPrinter("VK14,restart=500,fault=unplug@FW_UPDFLASH_PROGRAM");
+    REQUIRE(parsed.settings);
+    CHECK(problemOfGadget(*parsed.settings) == "");
 }
 
 TEST_CASE("the descriptors' block announces its own length and three descriptors for each of two speeds") {

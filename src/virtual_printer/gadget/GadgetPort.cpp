@@ -21,8 +21,7 @@ constexpr std::uint8_t kSelectedNoError = 0x18;
 } // namespace
 
 GadgetPort::GadgetPort(std::string name, const GadgetIdentity& identity, PortHandlers handlers)
-    : _handlers(std::move(handlers)), _name(std::move(name)), _gadget(_name, identity),
-      _function(_name) {}
+    : _handlers(std::move(handlers)), _name(std::move(name)), _gadget(_name, identity), _function(_name) {}
 
 void GadgetPort::open() {
     _nameLock = lockName(_name);

@@ -1,0 +1,204 @@
+#include "virtual_printer/gadget/GadgetPrinter.h"
+
+#include "platform/foundation/Format.h"
+#include "virtual_printer/VirtualModels.h"
+#include "virtual_printer/gadget/Descriptors.h"
+#include "virtual_printer/gadget/Host.h"
+
+#include <algorithm>
+#include <iostream>
+
+namespace zul {
+
+namespace {
+
+GadgetIdentity identityOf(const VirtualPrinter& printer) {
+    return {.vendorID = printer.vendorID(),
+            .productID = printer.productID(),
+            .manufacturer = printer.manufacturerText(),
+            .product = printer.productText(),
+            .serialNumber = printer.serialText().value_or("")};
+}
+
+} // namespace
+
+std::string problemOfGadget(const VirtualPrinterSettings& settings) {
+    if (settings.interfaces != 1) return "a gadget has one printer interface";
+    if (settings.location) return "a gadget's place on the bus is given by --udc, not by \"location\"";
+    const auto isHolder = [](const VirtualFault& fault) { return fault.kind == VirtualFaultKind::holder; };
+    if (std::any_of(settings.faults.begin(), settings.faults.end(), isHolder)) {
+        return "the fault \"holder\" is another program on the host, which a device cannot play";
+    }
+    return {};
+}
+
+GadgetPrinter::GadgetPrinter(MainQueue& mainQueue, Clock& clock, VirtualPrinterSettings settings,
+                             const std::string& name, std::shared_ptr<VirtualJournal> journal)
+    : _mainQueue(mainQueue), _clock(clock), _settings(std::move(settings)), _journal(std::move(journal)),
+      _printer(_settings, [this](const VirtualCommand& command) { sawCommand(command); }),
+      _port(name, identityOf(_printer),
+            {.received = [this](const Data& bytes) { return received(bytes); },
+             .configured = [this](bool isConfigured) { configured(isConfigured); },
+             .controlled = [this](const SetupRequest& request, bool answered) { controlled(request, answered); }}) {}
+
+void GadgetPrinter::start(const std::string& udc) {
+    _udc = udc;
+    _port.open();
+    attach();
+}
+
+void GadgetPrinter::stop() {
+    {
+        const std::lock_guard lock(_mutex);
+        _stopping = true;
+    }
+    _stopped.notify_all();
+    _port.close();
+}
+
+// ---- on the threads of the port -------------------------------------------------------------------------------------
+
+std::size_t GadgetPrinter::received(const Data& bytes) {
+    takeTime(bytes.size());
+    VirtualEffects effects;
+    std::size_t wanted = 0;
+    {
+        const std::lock_guard lock(_mutex);
+        effects = _printer.receive(bytes);
+        wanted = _printer.bytesWanted();
+    }
+    for (const VirtualTransfer& transfer : effects.transfers) send(transfer);
+    if (effects.stallsOut) _port.stallWrites();
+    if (effects.departure) schedule(*effects.departure);
+    return wanted;
+}
+
+void GadgetPrinter::takeTime(std::size_t bytes) {
+    // Commands are over before anybody could tell the time; only what fills packets takes any.
+    if (bytes < kHighSpeedPacketSize) return;
+    std::unique_lock lock(_mutex);
+    _stopped.wait_for(lock, std::chrono::microseconds(1000000LL * static_cast<long long>(bytes) / _settings.speed),
+                      [this] { return _stopping; });
+}
+
+void GadgetPrinter::send(const VirtualTransfer& transfer) {
+    if (transfer.isStall) {
+        _port.stallReads();
+    } else if (transfer.delay.count() == 0) {
+        _port.send(transfer.bytes);
+    } else {
+        _clock.callAt(_clock.now() + transfer.delay,
+                      [this, bytes = transfer.bytes] { _mainQueue.async([this, bytes] { _port.send(bytes); }); });
+    }
+}
+
+void GadgetPrinter::configured(bool configured) {
+    if (configured) return;
+    const std::lock_guard lock(_mutex);
+    _printer.reset();
+}
+
+void GadgetPrinter::controlled(const SetupRequest& request, bool answered) {
+    journal("control", formatted("%02x %u", unsigned{request.requestType}, unsigned{request.request}),
+            answered ? "" : "stall");
+    if (!answered || request.isDeviceToHost()) return;
+    const std::lock_guard lock(_mutex);
+    _printer.reset();
+}
+
+void GadgetPrinter::sawCommand(const VirtualCommand& command) {
+    VirtualJournalEntry entry;
+    entry.printer = _settings.serial;
+    entry.event = "command";
+    entry.command = command.text;
+    entry.length = static_cast<std::uint32_t>(command.payload.size());
+    if (!command.payload.empty()) entry.sha256 = sha256Of(command.payload);
+    _journal->add(std::move(entry));
+}
+
+void GadgetPrinter::journal(const std::string& event, const std::string& command, const std::string& result) {
+    VirtualJournalEntry entry;
+    entry.printer = _settings.serial;
+    entry.event = event;
+    entry.command = command;
+    entry.result = result;
+    _journal->add(std::move(entry));
+}
+
+// ---- coming and going -----------------------------------------------------------------------------------------------
+
+void GadgetPrinter::attach() {
+    std::optional<VirtualDeparture> restartsByItself;
+    {
+        const std::lock_guard lock(_mutex);
+        _printer.attach();
+        restartsByItself = _printer.departureAfterAttach();
+        ++_stay;
+    }
+    _port.setDeviceID(_settings.answersDeviceID ? _printer.deviceID() : "");
+    _port.setSerialNumber(_printer.serialText().value_or(""));
+    journal("arrive");
+    _port.plugInto(_udc);
+    const std::string what = _printer.isLoader() ? "in its loader" : "with firmware " + _printer.firmware();
+    tell("on " + _udc + " " + what);
+    if (restartsByItself) schedule(*restartsByItself);
+}
+
+void GadgetPrinter::schedule(const VirtualDeparture& departure) {
+    unsigned stay = 0;
+    {
+        const std::lock_guard lock(_mutex);
+        stay = _stay;
+    }
+    if (departure.after.count() == 0) {
+        leave(stay, departure); // at once: the host must not get rid of the rest of what it is sending
+        return;
+    }
+    _clock.callAt(_clock.now() + departure.after,
+                  [this, stay, departure] { _mainQueue.async([this, stay, departure] { leave(stay, departure); }); });
+}
+
+void GadgetPrinter::leave(unsigned stay, const VirtualDeparture& departure) {
+    {
+        const std::lock_guard lock(_mutex);
+        if (stay != _stay || _stopping) return;
+        ++_stay;
+    }
+    try {
+        _port.unplug();
+    } catch (const GadgetError& error) {
+        fail(error);
+        return;
+    }
+    journal("leave");
+    tell(departure.comesBack ? formatted("left the bus, back in %d ms", departure.away.count())
+                             : std::string("left the bus for good"));
+    if (!departure.comesBack) return;
+    _clock.callAt(_clock.now() + departure.away,
+                  [this, departure] { _mainQueue.async([this, departure] { comeBack(departure); }); });
+}
+
+void GadgetPrinter::comeBack(const VirtualDeparture& departure) {
+    try {
+        if (departure.elsewhere) {
+            auto others = freeUdcs();
+            std::erase(others, _udc);
+            if (others.empty()) throw GadgetError("no other USB device controller is free to come back on");
+            _udc = others.front();
+        }
+        attach();
+    } catch (const GadgetError& error) {
+        fail(error);
+    }
+}
+
+void GadgetPrinter::fail(const GadgetError& error) {
+    std::cerr << "vkgadget: " << error.what() << std::endl;
+    _mainQueue.quit(1);
+}
+
+void GadgetPrinter::tell(const std::string& text) const {
+    std::cout << "vkgadget: " << _settings.model->name << " " << _settings.serial << " " << text << std::endl;
+}
+
+} // namespace zul

@@ -1,0 +1,95 @@
+// vkgadget: a virtual printer as a real USB device, on a device controller of this machine.
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "virtual_printer/VirtualJournal.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+#include "virtual_printer/gadget/GadgetError.h"
+#include "virtual_printer/gadget/GadgetPrinter.h"
+#include "virtual_printer/gadget/Host.h"
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
+#include <pthread.h>
+#include <thread>
+
+namespace {
+
+using namespace zul;
+
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+
+struct Options {
+    std::string printer;
+    std::string udc;
+    std::string name;
+    std::string journal;
+};
+
+/// Nothing to do with the answer but to return it; no value: go on.
+std::optional<int> parse(int argc, char** argv, Options& options) {
+    CLI::App app("A virtual printer as a real USB device. Needs root, configfs and a USB device controller.");
+    app.add_option("printer", options.printer, "MODEL[,key=value...]; \"help\" lists models and keys")->required();
+    app.add_option("--udc", options.udc, "USB device controller to plug into (default: the first that is free)");
+    app.add_option("--name", options.name, "name of the gadget in configfs (default: from the controller)");
+    app.add_option("--journal", options.journal, "file that gets a JSON line for everything that the printer sees");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kWrongUsage;
+    }
+    if (options.printer != "help") return std::nullopt;
+    std::cout << virtualPrinterHelp();
+    return 0;
+}
+
+/// Blocks the signals in every thread that is made from now on; one thread waits for them.
+void quitAtSignals(MainQueue& mainQueue) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([&mainQueue, signals] {
+        int signal = 0;
+        if (::sigwait(&signals, &signal) == 0) mainQueue.quit(0);
+    }).detach();
+}
+
+int plugIn(const VirtualPrinterSettings& settings, const Options& options) {
+    checkHost();
+    const std::string udc = chooseUdc(options.udc);
+    // Never destroyed: the thread that waits for signals outlives every scope.
+    static RealClock clock;
+    static MainQueue mainQueue(clock);
+    quitAtSignals(mainQueue);
+    const auto journal = std::make_shared<VirtualJournal>(clock);
+    if (!options.journal.empty() && !journal->writeTo(options.journal)) {
+        throw GadgetError("cannot write to " + options.journal);
+    }
+    const std::string name = options.name.empty() ? "vkgadget-" + udc : options.name;
+    GadgetPrinter printer(mainQueue, clock, settings, name, journal);
+    printer.start(udc);
+    const int status = mainQueue.run();
+    printer.stop();
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (const auto status = parse(argc, argv, options)) return *status;
+    const VirtualPrinterParse parsed = parseVirtualPrinter(options.printer);
+    const std::string problem = parsed.settings ? problemOfGadget(*parsed.settings) : parsed.problem;
+    if (!problem.empty()) {
+        std::cerr << "vkgadget: " << problem << '\n';
+        return kWrongUsage;
+    }
+    try {
+        return plugIn(*parsed.settings, options);
+    } catch (const GadgetError& error) {
+        std::cerr << "vkgadget: " << error.what() << '\n';
+        return kFailed;
+    }
+}
