@@ -83,7 +83,7 @@ void VirtualPort::leave(const std::shared_ptr<VirtualStay>& stay, const VirtualD
     _mainQueue.async([self = shared_from_this(), stay, departure] { self->depart(stay, departure); });
 }
 
-void VirtualPort::depart(const std::shared_ptr<VirtualStay>& stay, const VirtualDeparture& departure) {
+void VirtualPort::depart(std::shared_ptr<VirtualStay> stay, const VirtualDeparture& departure) {
     if (_stay != stay) return; // it has left already
     {
         const std::scoped_lock lock(_mutex);

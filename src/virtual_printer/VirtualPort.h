@@ -37,7 +37,7 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
     void setRegistry(ServiceRegistry* registry) { _registry = registry; }
     void attach();
     /// The printer leaves now; it returns if the departure says so.
-    void depart(const std::shared_ptr<VirtualStay>& stay, const VirtualDeparture& departure);
+    void depart(std::shared_ptr<VirtualStay> stay, const VirtualDeparture& departure);
     void unplug();
     void setHeldByOther(bool isHeld);
 

@@ -39,8 +39,8 @@ class Clock {
     /// A timer that already runs, or ran, is not an error.
     virtual void cancel(TimerId timer) = 0;
 
-    /// Queues tell the clock about work that is waiting or running, so that a clock moved by hand knows when all is
-    /// at rest. The real clock does not care.
+    /// Queues tell the clock when they become busy and when they are at rest again (the main queue: of each block), so
+    /// that a clock moved by hand knows when nothing runs. The real clock does not care.
     virtual void workAdded() {}
     virtual void workDone() {}
 };

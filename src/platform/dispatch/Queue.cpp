@@ -45,6 +45,8 @@ struct SerialQueue::State {
     std::condition_variable changed;
     std::deque<Block> blocks;
     bool started = false;
+    bool busy = false; // a block runs or waits; told to the clock once, not per block: a thread that waits for time is
+                       // at rest whatever waits behind it
     bool released = false;
 
     static void run(const std::shared_ptr<State>& state) {
@@ -58,8 +60,11 @@ struct SerialQueue::State {
             lock.unlock();
             block();
             block = nullptr; // may release the queue itself: the state lives on in this thread
-            state->clock.workDone();
             lock.lock();
+            if (state->blocks.empty()) {
+                state->busy = false;
+                state->clock.workDone();
+            }
         }
         lock.unlock();
         --liveThreadCount;
@@ -77,7 +82,10 @@ SerialQueue::~SerialQueue() {
 
 void SerialQueue::async(Block block) {
     const std::scoped_lock lock(_state->mutex);
-    _state->clock.workAdded();
+    if (!_state->busy) {
+        _state->busy = true;
+        _state->clock.workAdded();
+    }
     _state->blocks.push_back(std::move(block));
     if (!_state->started) {
         _state->started = true;

@@ -1,0 +1,3 @@
+#include "Lab.h"
+
+#include <doctest/doctest.h>
