@@ -1,9 +1,10 @@
 """vkgadget as the kernel and an independent USB client see it."""
 import errno
+import hashlib
+import json
 import os
 import pathlib
 import signal
-import subprocess
 import time
 
 import usbfs
@@ -42,7 +43,8 @@ def _(lab):
 def _(lab):
     with lab.gadget() as gadget:
         wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 10, "usblp is bound")
-        text = usbfs.attribute(f"{gadget.device}:1.0", "ieee1284_id") or ""
+        # The kernel adds the attribute a moment after the link.
+        text = wait_for(lambda: usbfs.attribute(f"{gadget.device}:1.0", "ieee1284_id"), 5, "usblp shows an ID")
         expect("MDL:VK14" in text, f"usblp read {text!r}")
 
 
@@ -105,6 +107,125 @@ def _(lab):
             except OSError as error:
                 expect_equal(error.errno, errno.ETIMEDOUT, "silence")
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status after the silence")
+
+
+def image(lab):
+    """The sample firmware of a VK14, as the loader takes it."""
+    data = (pathlib.Path(lab.archive) / "VK14 01.61.fw").read_bytes()
+    return data + bytes(-len(data) % 4)
+
+
+def enter_loader(gadget):
+    before = gadget.address()
+    with gadget.open() as printer:
+        printer.write(frame("FW_UPDFLASH_REWRITE"))
+    wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the loader is there")
+
+
+@case("a loader takes a whole image, tells its status meanwhile and comes back with the new firmware")
+def _(lab):
+    with lab.gadget() as gadget:
+        enter_loader(gadget)
+        before = gadget.address()
+        with gadget.open() as printer:
+            printer.write(frame("FW_UPDFLASH_PROGRAM", image(lab)))
+            expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status while it programs")
+        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the new firmware is there")
+        with gadget.open() as printer:
+            expect_equal(ask(printer, "INFO  FVER"), b"VK14 01.61\r", "version")
+
+
+@case("a printer unplugged in the middle of an image fails the host's write and is a loader again afterwards")
+def _(lab):
+    with lab.gadget(fault="unplug@FW_UPDFLASH_PROGRAM") as gadget:
+        enter_loader(gadget)
+        before = gadget.address()
+        with gadget.open() as printer:
+            try:
+                printer.write(frame("FW_UPDFLASH_PROGRAM", image(lab)))
+                raise AssertionError("the whole image was taken")
+            except OSError as error:
+                expect(error.errno in (errno.ENODEV, errno.EIO, errno.ESHUTDOWN), f"write: {error}")
+        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "it is plugged in again")
+        with gadget.open() as printer:
+            expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status")
+
+
+@case("a reply of exactly one packet is ended by an empty one")
+def _(lab):
+    with lab.gadget(firmware="V" * 511) as gadget, gadget.open() as printer:
+        printer.write(frame("INFO  FVER"))
+        expect_equal(printer.read(4096), b"00000512", "header")
+        expect_equal(len(printer.read(4096)), 512, "body")
+        expect_equal(ask(printer, "STATUS"), b"00000\r", "the next reply is in step")
+
+
+@case("faults of the printer show on the bus: a stalled pipe, silence, a late answer")
+def _(lab):
+    faults = {"fault": "stall@STATUS#1,fault=silence@STATUS#2,fault=late@STATUS#3:300"}
+    with lab.gadget(**faults) as gadget, gadget.open() as printer:
+        printer.write(frame("STATUS"))
+        expect_equal(failure(printer), errno.EPIPE, "read of a stalled pipe")
+        printer.clear_halt()
+        printer.write(frame("STATUS"))
+        expect_equal(failure(printer), errno.ETIMEDOUT, "read in silence")
+        started = time.monotonic()
+        expect_equal(ask(printer, "STATUS"), b"00000\r", "late answer")
+        expect(time.monotonic() - started >= 0.3, "it is late")
+
+
+def failure(printer):
+    try:
+        return printer.read(4096, timeout=500)
+    except OSError as error:
+        return error.errno
+
+
+@case("a printer whose restart never ends stays away and its gadget can still be stopped")
+def _(lab):
+    with lab.gadget(fault="never-back@REWRITE") as gadget:
+        with gadget.open() as printer:
+            printer.write(frame("FW_UPDFLASH_REWRITE"))
+        wait_for(lambda: not gadget.present(), 5, "gone")
+        time.sleep(1)
+        expect(not gadget.present(), "it stays away")
+        expect_equal(gadget.stop(), 0, "exit status")
+
+
+@case("a printer can come back from a restart on another port")
+def _(lab):
+    with lab.gadget(fault="elsewhere@REWRITE") as gadget:
+        with gadget.open() as printer:
+            printer.write(frame("FW_UPDFLASH_REWRITE"))
+        place = wait_for(lambda: [device for device in usbfs.printers() if device != gadget.device], 10, "elsewhere")
+        expect(not gadget.present(), "the old port is empty")
+        wait_for(lambda: os.path.exists(usbfs.node(place[0])), 5, "the node is there")
+
+
+@case("the USB serial number appears and goes with the printer's setting, from the next restart on")
+def _(lab):
+    with lab.gadget(**{"serial": "ZUL0042", "usb-serial": "off"}) as gadget:
+        expect(not usbfs.attribute(gadget.device, "serial"), "none at first")
+        with gadget.open() as printer:
+            printer.write(frame("MNT_WTUSB_ISERI_SET", b"01\r\0"))
+        enter_loader(gadget)
+        expect_equal(usbfs.attribute(gadget.device, "serial"), "ZUL0042", "serial number")
+
+
+@case("the journal tells arrivals, commands with the image's digest, and departures in order")
+def _(lab):
+    with lab.gadget() as gadget:
+        enter_loader(gadget)
+        with gadget.open() as printer:
+            payload = image(lab)
+            printer.write(frame("FW_UPDFLASH_PROGRAM", payload))
+            ask(printer, "STATUS")
+        entries = [json.loads(line) for line in gadget.journal.read_text().splitlines()]
+    shown = [(entry["event"], entry.get("command")) for entry in entries if entry["event"] != "control"]
+    expect_equal(shown, [("arrive", None), ("command", "FW_UPDFLASH_REWRITE"), ("leave", None), ("arrive", None),
+                         ("command", "FW_UPDFLASH_PROGRAM"), ("command", "STATUS")], "events")
+    digest = [entry["sha256"] for entry in entries if entry.get("length", 0) > 1000]
+    expect_equal(digest, [hashlib.sha256(payload).hexdigest()], "digest")
 
 
 @case("two gadgets on two controllers are two printers that answer for themselves")

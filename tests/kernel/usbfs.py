@@ -56,7 +56,9 @@ def wait_for(condition, seconds, what):
 
 
 def node(device):
-    return f"/dev/bus/usb/{int(attribute(device, 'busnum')):03}/{int(attribute(device, 'devnum')):03}"
+    """The device node's path; a path of nothing when the device is not there (any more)."""
+    bus, address = attribute(device, "busnum"), attribute(device, "devnum")
+    return f"/dev/bus/usb/{int(bus or 0):03}/{int(address or 0):03}"
 
 
 def driver(device):
