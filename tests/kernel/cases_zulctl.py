@@ -1,8 +1,5 @@
 """zulctl on the real USB stack: finding, reading and updating a printer, and what it says when something is in the way."""
-import contextlib
-import fcntl
 import os
-import subprocess
 
 import usbfs
 from lab import case, expect, expect_equal
@@ -73,7 +70,7 @@ def _(lab):
 
 @case("a printer unplugged in the middle of the image is updated by the next run")
 def _(lab):
-    with lab.gadget(fault="unplug@FW_UPDFLASH_PROGRAM:1") as gadget:
+    with lab.gadget(fault="unplug@FW_UPDFLASH_PROGRAM") as gadget:
         result = update(lab, "--stall-timeout", "4", "--give-up", "8")
         expect_equal(result.returncode, NOT_BACK, "exit status of the interrupted update")
         wait_for(gadget.present, 20, "the printer is plugged in again")
@@ -87,14 +84,6 @@ def _(lab):
     with lab.gadget(0), lab.gadget(1):
         expect_equal(update(lab, "--all").returncode, DONE, "exit status")
         expect(lab.zulctl("list").stdout.count("01.60") == 0, "no printer has the old version")
-
-
-@case("the udev rule hands printers of both vendors to the person at the machine")
-def _(lab):
-    with lab.gadget() as gadget:
-        result = lab.run("udevadm", "info", "--query=property", usbfs.node(gadget.device))
-        tags = [line for line in result.stdout.splitlines() if line.startswith("TAGS=")]
-        expect(tags and ":uaccess:" in tags[0], f"the node is tagged: {tags}")
 
 
 @case("without rights on the node zulctl names the node and the udev rule")

@@ -80,7 +80,6 @@ class Lab:
     def __init__(self, arguments):
         self.vkgadget, self.zulctl_path = arguments.vkgadget, arguments.zulctl
         self.archive = arguments.firmware_archive
-        self.rules = arguments.udev_rules
         self.folder = pathlib.Path.cwd()
         self.log_file = None
 
@@ -122,14 +121,16 @@ def run_case(lab, number, sentence, function):
     return passed
 
 
-def main():
+def parsed_arguments():
     parser = argparse.ArgumentParser()
     parser.add_argument("--vkgadget", required=True)
-    parser.add_argument("--zulctl", required=True)
+    parser.add_argument("--zulctl", help="without it the cases of zulctl are left out")
     parser.add_argument("--firmware-archive", required=True)
-    parser.add_argument("--udev-rules", required=True)
     parser.add_argument("--only", type=int, action="append", help="number of a case; repeatable")
-    arguments = parser.parse_args()
+    return parser.parse_args()
+
+
+def main(arguments):
     lab = Lab(arguments)
     results = [run_case(lab, number, *chosen) for number, chosen in enumerate(CASES, 1)
                if not arguments.only or number in arguments.only]
