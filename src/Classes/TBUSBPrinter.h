@@ -123,6 +123,8 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// One bulk read (time-outs 5000 ms). Command queue. Always size bytes, zero-padded; nothing on failure: the code
     /// is in _readStatus.
     std::optional<Data> interfaceReadDataOfSize(std::uint32_t size);
+    /// Result of the last bulk write, for whoever watches. Any thread.
+    IOReturn writeStatus() const { return _writeStatus; }
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;

@@ -62,6 +62,7 @@ struct CustomAlert {
 
 class TBUSBPrinterZUL : public TBUSBPrinter {
   public:
+    static constexpr const char* kProductClassName = "TBUSBPrinterZUL";
     using StatusCompletion = std::function<void(const Text& rawStatus)>;
     using TableCompletion = std::function<void(const std::vector<std::string>& values)>;
     using TBUSBPrinter::sendPrinterCommand;
@@ -80,7 +81,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Name of the model's picture; nothing for an unknown product.
     Text image() const override;
     /// The name that keys the digests; a subclass that overrides it means to be another product.
-    virtual std::string className() const { return "TBUSBPrinterZUL"; }
+    virtual std::string className() const { return kProductClassName; }
 
     // ---- frame and reply ------------------------------------------------------------------------------------------
 
@@ -161,6 +162,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     bool verifyFirmwareArchive();
     /// verifyBlob:  The 66-character keyed digest; nothing for empty data.
     Text verifyBlob(const Data& data) const;
+    /// The same with the product's own name as key, for programs that make digest files.
+    static Text digestOfBlob(const Data& data);
     static std::string asciiHexForData(const Data& data);
     /// Stores the list; at once when on the main queue, else at once as well and once more with notices from there.
     void setFilenames(const std::vector<std::string>& filenames);
@@ -249,6 +252,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void setProgress(UpdateProgress progress);
     void supersedeWait() { ++_waitGeneration; }
     bool statusEquals(const std::string& code);
+    static std::string keyedDigest(const std::string& key, const Data& data);
     bool verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable);
     std::optional<Data> archiveFile(const std::string& filename) const;
     std::string localized(const char* key) const;

@@ -44,8 +44,15 @@ std::string TBUSBPrinterZUL::asciiHexForData(const Data& data) {
 
 TBUSBPrinter::Text TBUSBPrinterZUL::verifyBlob(const Data& data) const {
     if (data.empty()) return std::nullopt;
-    const std::string key = className();
-    logText("keyed on %s", key);
+    logText("keyed on %s", className());
+    return keyedDigest(className(), data);
+}
+
+TBUSBPrinter::Text TBUSBPrinterZUL::digestOfBlob(const Data& data) {
+    return data.empty() ? std::nullopt : Text(keyedDigest(kProductClassName, data));
+}
+
+std::string TBUSBPrinterZUL::keyedDigest(const std::string& key, const Data& data) {
     Data digest(kDigestSize + 1, 0); // the closing zero byte belongs to every digest text
     unsigned length = 0;
     HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), data.data(), data.size(), digest.data(), &length);

@@ -1,0 +1,216 @@
+// Commands that ask printers, set them or reset them. Main queue; what blocks runs on the printer's own queue.
+#include "cli/Commands.h"
+
+#include "StatusCodeNames.h"
+#include "cli/ExitStatus.h"
+#include "cli/PrinterFacts.h"
+#include "cli/Program.h"
+#include "platform/foundation/Format.h"
+
+#include <nlohmann/json.hpp>
+
+namespace zul::cli {
+
+namespace {
+
+using nlohmann::json;
+
+void tellOpenFailure(Program& program, const Program::Printer& printer, IOReturn code) {
+    const bool busy = code == kIOReturnExclusiveAccess;
+    const int status = busy ? kBusy : kFailed;
+    const std::string name = printer->descriptionUTF8() + " (" + printer->locationText() + ")";
+    program.output.problem(
+        busy ? name + " is held by another program. Close that program or wait until it has finished, then try again."
+             : name + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)),
+        status);
+    program.quit(status);
+}
+
+// Runs work on the printer's queue with the interface open; done afterwards on main, with the interface closed again.
+void withOpenPrinter(Program& program, const Program::Printer& printer, std::function<void()> work, Block done) {
+    printer->openInterface([&program, printer, work = std::move(work), done = std::move(done)](IOReturn code) {
+        if (code == kIOReturnSuccess) work();
+        printer->closeInterface([&program, printer, code, done](IOReturn) {
+            program.mainQueue.async([&program, printer, code, done] {
+                if (code == kIOReturnSuccess) {
+                    done();
+                } else {
+                    tellOpenFailure(program, printer, code);
+                }
+            });
+        });
+    });
+}
+
+void showStatus(Program& program, const Program::Printer& printer, const std::optional<std::string>& rawStatus) {
+    if (!rawStatus) {
+        program.output.problem(printer->descriptionUTF8() +
+                                   " does not answer. Switch it off and on, then try again.",
+                               kNotBack);
+        program.quit(kNotBack);
+        return;
+    }
+    const std::string text = TBUSBPrinterZUL::stringForVKStatusString(rawStatus);
+    if (program.output.isJson()) {
+        program.output.document({{"key", printer->keyUSBdevice()}, {"code", *rawStatus}, {"status", text}});
+    } else {
+        program.output.line(*rawStatus + "  " + text);
+    }
+    program.quit(kDone);
+}
+
+} // namespace
+
+void runList(Program& program) {
+    for (const std::string& message : program.unusable) program.output.note(message);
+    const auto printers = program.printers();
+    json list = json::array();
+    std::vector<std::vector<std::string>> rows = {
+        {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "OFFERED", "LOCATION"}};
+    for (const auto& printer : printers) {
+        const json facts = summaryOf(*printer);
+        list.push_back(facts);
+        std::vector<std::string> row = {std::to_string(rows.size())};
+        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber", "status", "firmwareInstalled",
+                                "firmwareOffered", "location"}) {
+            row.push_back(textOf(facts[key]));
+        }
+        rows.push_back(row);
+    }
+    if (program.output.isJson()) {
+        program.output.document(list);
+    } else if (printers.empty()) {
+        program.output.line("No printer is attached. Connect a ZUL printer by USB and switch it on.");
+    } else {
+        program.output.table(rows);
+    }
+    // A printer that is there but may not be used is a failure for a script; none at all is an answer.
+    program.quit(printers.empty() && !program.unusable.empty() ? kFailed : kDone);
+}
+
+void runInfo(Program& program) {
+    int status = kDone;
+    const auto printer = program.findOnly(program.options.arguments, status);
+    if (!printer) {
+        program.quit(status);
+        return;
+    }
+    const json facts = factsOf(*printer);
+    if (program.output.isJson()) {
+        program.output.document(facts);
+        program.quit(kDone);
+        return;
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& [key, value] : facts.items()) {
+        if (key != "deviceInfo") rows.push_back({key, textOf(value)});
+    }
+    for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, textOf(value)});
+    program.output.table(rows);
+    program.quit(kDone);
+}
+
+void runStatus(Program& program) {
+    int status = kDone;
+    const auto printer = program.findOnly(program.options.arguments, status);
+    if (!printer) {
+        program.quit(status);
+        return;
+    }
+    const auto answer = std::make_shared<std::optional<std::string>>();
+    withOpenPrinter(
+        program, printer,
+        [printer, answer] {
+            printer->getPrinterStatus([answer](const TBUSBPrinter::Text& rawStatus) { *answer = rawStatus; });
+        },
+        [&program, printer, answer] { showStatus(program, printer, *answer); });
+}
+
+void runResetCounter(Program& program) {
+    const auto printer = program.find(program.options.arguments.at(1));
+    if (!printer) {
+        program.quit(kNoPrinter);
+        return;
+    }
+    const char letter = program.options.arguments.at(0).front();
+    withOpenPrinter(
+        program, printer, [printer, letter] { printer->resetCounter(letter); },
+        [&program, printer, letter] {
+            const IOReturn code = printer->writeStatus();
+            if (code != kIOReturnSuccess) {
+                program.output.problem(formatted("the printer did not take the command (%s).", strForIOReturn(code)),
+                                       kFailed);
+                program.quit(kFailed);
+                return;
+            }
+            if (program.output.isJson()) {
+                program.output.document({{"key", printer->keyUSBdevice()}, {"counterReset", std::string(1, letter)}});
+            } else {
+                program.output.line(formatted("Counter %c of %s is reset.", letter, printer->descriptionUTF8()));
+            }
+            program.quit(kDone);
+        });
+}
+
+void runUSBSerial(Program& program) {
+    const auto printer = program.find(program.options.arguments.at(1));
+    if (!printer) {
+        program.quit(kNoPrinter);
+        return;
+    }
+    if (!printer->hasISerialSupport()) {
+        program.output.problem(printer->descriptionUTF8() + " has no such setting.", kFailed);
+        program.quit(kFailed);
+        return;
+    }
+    const bool enabled = program.options.arguments.at(0) == "on";
+    withOpenPrinter(
+        program, printer, [printer, enabled] { printer->setUSB_ISerial(enabled); },
+        [&program, printer, enabled] {
+            if (printer->usbISerial() != enabled) {
+                program.output.problem("the printer did not take the setting.", kFailed);
+                program.quit(kFailed);
+                return;
+            }
+            if (program.output.isJson()) {
+                program.output.document({{"key", printer->keyUSBdevice()}, {"usbSerialNumberSetting", printer->usbISerialString()}});
+            } else {
+                program.output.line("USB serial number: " + printer->usbISerialString());
+            }
+            if (enabled != printer->serialNumberUSB().has_value()) {
+                program.output.note("Please power-cycle the printer now to complete the process!");
+            }
+            printer->deleteExistingPrinterQueues();
+            program.quit(kDone);
+        });
+}
+
+void runReset(Program& program) {
+    const auto printer = program.find(program.options.arguments.at(0));
+    if (!printer) {
+        program.quit(kNoPrinter);
+        return;
+    }
+    const std::string command = program.options.command;
+    const auto code = std::make_shared<IOReturn>(kIOReturnSuccess);
+    const auto work = [printer, command, code] {
+        if (command == "soft-reset") *code = printer->resetUSBPrinter();
+        if (command == "reset") *code = printer->resetUSBDevice();
+        if (command == "reenumerate") *code = printer->reEnumerateUSBDevice();
+    };
+    withOpenPrinter(program, printer, work, [&program, printer, command, code] {
+        const IOReturn result = *code;
+        if (result == kIOReturnSuccess) {
+            if (program.output.isJson()) {
+                program.output.document({{"key", printer->keyUSBdevice()}, {"done", command}});
+            } else {
+                program.output.line(printer->descriptionUTF8() + ": " + command + " done.");
+            }
+        } else {
+            program.output.problem(formatted("%s failed (%s).", command, strForIOReturn(result)), kFailed);
+        }
+        program.quit(result == kIOReturnSuccess ? kDone : kFailed);
+    });
+}
+
+} // namespace zul::cli

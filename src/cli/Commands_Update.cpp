@@ -1,0 +1,165 @@
+// update: which printers, one job each, and the end of the run when all jobs are over.
+#include "cli/Commands.h"
+
+#include "Classes/FirmwareDigests.h"
+#include "cli/UpdateJob.h"
+#include "platform/foundation/Format.h"
+
+#include <algorithm>
+#include <iostream>
+#include <unistd.h>
+#include <utility>
+
+namespace zul::cli {
+
+namespace {
+
+class UpdateRun {
+  public:
+    explicit UpdateRun(Program& program) : _program(program), _display(program.output), _questions(program.mainQueue) {}
+
+    void begin() {
+        if (!hasAnswers() || !choosePrinters() || !isArchiveFit()) return;
+        _program.alerts.handler = [this](AlertDescription alert) { route(std::move(alert)); };
+        _program.updateChanged = [this](const std::string& key) { changed(key); };
+        _program.onInterrupt([this] { interrupt(); });
+        for (const auto& job : _jobs) job->begin();
+        tick();
+    }
+
+  private:
+    // Without anybody to ask, the answers must stand on the command line.
+    bool hasAnswers() {
+        const auto& options = _program.options;
+        if (!options.json && ::isatty(STDIN_FILENO) == 1) return true;
+        std::string missing;
+        if (!options.agree) missing = "--agree";
+        if (!options.yes) missing += missing.empty() ? "--yes" : " and --yes";
+        if (missing.empty()) return true;
+        return refuse("nobody can be asked here, so update needs its answers on the command line; missing: " + missing,
+                      kWrongUsage);
+    }
+
+    bool refuse(const std::string& message, int status) {
+        _program.output.problem(message + ".", status);
+        _program.quit(status);
+        return false;
+    }
+
+    bool choosePrinters() {
+        const auto& names = _program.options.arguments;
+        std::vector<Program::Printer> chosen;
+        if (_program.options.all) {
+            chosen = _program.printers();
+            if (!names.empty()) return refuse("name printers or give --all, not both", kWrongUsage);
+            if (chosen.empty()) {
+                _program.tellNoPrinter(kNoPrinter);
+                _program.quit(kNoPrinter);
+                return false;
+            }
+        } else if (names.size() <= 1) {
+            int status = kNoPrinter;
+            const auto printer = _program.findOnly(names, status);
+            if (!printer) {
+                _program.quit(status);
+                return false;
+            }
+            chosen.push_back(printer);
+        } else {
+            for (const std::string& name : names) {
+                const auto printer = _program.find(name);
+                if (!printer) {
+                    _program.quit(kNoPrinter);
+                    return false;
+                }
+                // Named twice is meant once: a second update of the same printer would spoil the first.
+                if (std::ranges::count(chosen, printer) == 0) chosen.push_back(printer);
+            }
+        }
+        for (const auto& printer : chosen) {
+            _jobs.push_back(std::make_unique<UpdateJob>(_program, _display, _questions, printer));
+        }
+        _printers = chosen;
+        return true;
+    }
+
+    // The sample archive fits no real printer; naming it is how a test bench says that it knows.
+    bool isArchiveFit() {
+        if (!_program.options.firmwareArchive.empty()) return true;
+        if (!readFirmwareDigests(_program.bundle.archiveFolder()).isSample) return true;
+        if (std::ranges::all_of(_printers, [](const auto& printer) { return printer->isVirtual(); })) return true;
+        return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "
+                      "files: zulctl --firmware-archive DIR update. Nothing was sent",
+                      kFailed);
+    }
+
+    void route(AlertDescription alert) {
+        for (const auto& job : _jobs) {
+            if (job->key() != alert.printerKey || job->isOver()) continue;
+            job->handleAlert(std::move(alert));
+            endIfOver();
+            return;
+        }
+        // Of a printer that nobody asked to be updated: left as it is.
+        if (alert.completion) alert.completion(kAlertFirstButton);
+    }
+
+    void changed(const std::string& key) {
+        for (const auto& job : _jobs) {
+            if (job->key() == key) job->check();
+        }
+        endIfOver();
+    }
+
+    void tick() {
+        for (const auto& job : _jobs) job->check();
+        if (endIfOver()) return;
+        _program.clock.callAt(_program.clock.now() + std::chrono::seconds(1),
+                              [this] { _program.mainQueue.async([this] { tick(); }); });
+    }
+
+    bool endIfOver() {
+        if (!std::ranges::all_of(_jobs, [](const auto& job) { return job->isOver(); })) return false;
+        const auto failed = std::ranges::find_if(_jobs, [](const auto& job) { return job->exitStatus() != kDone; });
+        const int status = failed == _jobs.end() ? static_cast<int>(kDone) : (*failed)->exitStatus();
+        if (std::exchange(_isEnding, true)) return true;
+        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone.
+        if (status == kInterrupted || status == kNotBack) {
+            _program.quit(status);
+        } else {
+            _program.afterQueues(_program.printers(), [this, status] { _program.quit(status); });
+        }
+        return true;
+    }
+
+    void interrupt() {
+        const bool isDelicate = std::ranges::any_of(_jobs, [](const auto& job) { return job->isDelicate(); });
+        if (isDelicate && !std::exchange(_isWarned, true)) {
+            _display.breakLine();
+            std::cerr << "zulctl: a printer is in the middle of its update and may be unusable until the update is "
+                         "repeated. Interrupt once more to end all the same."
+                      << std::endl;
+            return;
+        }
+        for (const auto& job : _jobs) job->interrupt();
+        _program.quit(kInterrupted);
+    }
+
+    Program& _program;
+    UpdateDisplay _display;
+    Questions _questions;
+    std::vector<Program::Printer> _printers;
+    std::vector<std::unique_ptr<UpdateJob>> _jobs;
+    bool _isWarned = false;
+    bool _isEnding = false;
+};
+
+} // namespace
+
+void runUpdate(Program& program) {
+    static std::unique_ptr<UpdateRun> run; // as long as the program runs
+    run = std::make_unique<UpdateRun>(program);
+    run->begin();
+}
+
+} // namespace zul::cli

@@ -1,0 +1,104 @@
+// watch: arrivals, departures and every changed fact, as they come.
+#include "cli/Commands.h"
+
+#include "cli/ExitStatus.h"
+#include "cli/PrinterFacts.h"
+#include "cli/Program.h"
+#include "platform/foundation/Format.h"
+
+#include <nlohmann/json.hpp>
+#include <set>
+
+namespace zul::cli {
+
+namespace {
+
+using nlohmann::json;
+
+class Watcher final : public KeyValueObserver, public std::enable_shared_from_this<Watcher> {
+  public:
+    explicit Watcher(Program& program) : _program(program) {}
+
+    void begin() {
+        _program.controller->addObserver(weak_from_this(), "printers", nullptr);
+        compareList();
+    }
+
+    // On whatever thread the change is made; what is shown is shown on main.
+    void observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& /*object*/, void* context) override {
+        const auto weak = weak_from_this();
+        if (context == nullptr) {
+            _program.mainQueue.async([weak] {
+                if (const auto self = weak.lock()) self->compareList();
+            });
+            return;
+        }
+        const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
+        const auto value = static_cast<TBUSBPrinterZUL*>(context)->deviceInfoDict()->entries();
+        const std::string key = keyPath == "lifetimeCounter" ? HOLVEN_TBPrinterLifetimeCounter : keyPath;
+        const auto fact = value.find(key);
+        if (fact == value.end()) return; // a state of the object, not a fact about the printer
+        _program.mainQueue.async([weak, printer, key, held = fact->second] {
+            if (const auto self = weak.lock()) self->showFact(*printer, key, jsonOf(held));
+        });
+    }
+
+  private:
+    void compareList() {
+        const auto now = _program.printers();
+        for (auto shown = _shown.begin(); shown != _shown.end();) {
+            if (std::find(now.begin(), now.end(), *shown) == now.end()) {
+                (*shown)->removeObserver(weak_from_this(), KeyValueObservable::kEveryKey, shown->get());
+                show(**shown, "departed", "", nullptr);
+                shown = _shown.erase(shown);
+            } else {
+                ++shown;
+            }
+        }
+        for (const auto& printer : now) {
+            if (!_shown.insert(printer).second) continue;
+            show(*printer, "arrived", "", nullptr);
+            for (const auto& [key, value] : printer->deviceInfoDict()->entries()) showFact(*printer, key, jsonOf(value));
+            printer->addObserver(weak_from_this(), KeyValueObservable::kEveryKey, printer.get());
+        }
+    }
+
+    // A fact that was read again and is the same is no change.
+    void showFact(const TBUSBPrinter& printer, const std::string& key, const json& value) {
+        json& last = _last[printer.keyUSBdevice()][key];
+        if (last == value) return;
+        last = value;
+        show(printer, "changed", key, value);
+    }
+
+    void show(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
+        if (_program.output.isJson()) {
+            json line = {{"event", event}, {"printer", printer.keyUSBdevice()}, {"location", printer.locationText()}};
+            if (!key.empty()) {
+                line["key"] = key;
+                line["value"] = value;
+            }
+            _program.output.object(line);
+            return;
+        }
+        std::string text = printer.keyUSBdevice() + "  " + event;
+        text += key.empty() ? "  " + printer.descriptionUTF8() + " at " + printer.locationText()
+                            : "  " + key + " = " + textOf(value);
+        _program.output.line(text);
+    }
+
+    Program& _program;
+    std::set<Program::Printer> _shown;
+    std::map<std::string, std::map<std::string, json>> _last;
+};
+
+} // namespace
+
+void runWatch(Program& program) {
+    static std::shared_ptr<Watcher> watcher; // as long as the program runs
+    watcher = std::make_shared<Watcher>(program);
+    program.onInterrupt([&program] { program.quit(kInterrupted); });
+    watcher->begin();
+}
+
+} // namespace zul::cli

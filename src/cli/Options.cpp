@@ -1,0 +1,173 @@
+#include "cli/Options.h"
+
+#include "cli/ExitStatus.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+
+namespace zul::cli {
+
+namespace {
+
+const char* kFooter = "\nPRINTER is a key, a printer serial number, a USB location or a position in the list.\n"
+                      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 update not needed, 4 no such printer, 5 busy,\n"
+                      "6 not ready, 7 damaged firmware files, 8 did not come back or answer, 130 interrupted.\n"
+                      "With several printers it is that of the first one, in the order of the list, that failed.";
+
+std::optional<std::uint16_t> productNumber(const std::string& text) {
+    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
+    const std::string digits = isHex ? text.substr(2) : text;
+    std::uint16_t number = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, isHex ? 16 : 10);
+    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+    return number;
+}
+
+void addGlobalOptions(CLI::App& app, Options& options) {
+    app.add_option("--virtual", options.virtualPrinters,
+                   "Use a virtual printer instead of the bus; may be repeated; \"help\" explains")
+        ->type_name("MODEL[,key=value...]")
+        ->allow_extra_args(false);
+    app.add_option("--firmware-archive", options.firmwareArchive, "Folder with firmware files and their digests.json")
+        ->type_name("DIR");
+    app.add_option_function<std::vector<std::string>>(
+           "--admit-product",
+           [&options](const std::vector<std::string>& texts) {
+               for (const std::string& text : texts) {
+                   const auto number = productNumber(text);
+                   if (!number) throw CLI::ValidationError("--admit-product", text + " is no USB product ID");
+                   options.admittedProducts.insert(*number);
+               }
+           },
+           "Admit a further USB product ID for this run; may be repeated")
+        ->type_name("ID")
+        ->allow_extra_args(false);
+    app.add_flag("--json", options.json, "Machine-readable output; nothing prompts");
+    app.add_option("--log", options.logFile, "Append the log to a file")->type_name("FILE");
+    app.add_option("--virtual-journal", options.journalFile, "What the virtual printers saw, as JSON lines")
+        ->type_name("FILE");
+    app.add_flag("-v,--verbose", options.verbose, "Repeat the system log on standard error");
+    app.set_version_flag("--version", "zulctl " ZUL_VERSION);
+}
+
+CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const char* help) {
+    CLI::App* command = app.add_subcommand(name, help);
+    command->final_callback([&options, name] {
+        options.command = options.command.empty() ? name : std::string(name) + ' ' + options.command;
+    });
+    return command;
+}
+
+void addPrinterCommands(CLI::App& app, Options& options) {
+    addCommand(app, options, "list", "The attached printers");
+    auto optionalPrinter = [&](const char* name, const char* help) {
+        addCommand(app, options, name, help)->add_option("PRINTER", options.arguments, "Which printer")->expected(0, 1);
+    };
+    optionalPrinter("info", "Everything that is known about a printer");
+    optionalPrinter("status", "Ask a printer for its status now");
+    addCommand(app, options, "watch", "Arrivals, departures and every changed fact, until interrupted");
+    auto onePrinter = [&](const char* name, const char* help) {
+        addCommand(app, options, name, help)->add_option("PRINTER", options.arguments, "Which printer")
+            ->required()
+            ->expected(1);
+    };
+    onePrinter("soft-reset", "Printer-class soft reset");
+    onePrinter("reset", "Reset the USB device");
+    onePrinter("reenumerate", "Make the USB device leave and return");
+    auto twoWords = [&](const char* name, const char* help, const char* first, std::set<std::string> choices) {
+        CLI::App* command = addCommand(app, options, name, help);
+        command->add_option_function<std::string>(
+                   first, [&options](const std::string& word) { options.arguments.insert(options.arguments.begin(), word); },
+                   "What")
+            ->required()
+            ->check(CLI::IsMember(std::move(choices)));
+        command->add_option_function<std::string>(
+                   "PRINTER", [&options](const std::string& word) { options.arguments.push_back(word); }, "Which printer")
+            ->required();
+    };
+    twoWords("reset-counter", "Set a counter to 0", "COUNTER", {"A", "B", "M"});
+    twoWords("usb-serial", "Let the printer tell its USB serial number, or not", "SETTING", {"on", "off"});
+}
+
+void addUpdateCommand(CLI::App& app, Options& options) {
+    CLI::App* update = addCommand(app, options, "update", "Update firmware and color tables");
+    update->add_option("PRINTER", options.arguments, "Which printers");
+    update->add_flag("--all", options.all, "All attached printers");
+    update->add_flag("--agree", options.agree, "Tick \"I Agree\"");
+    update->add_flag("--yes", options.yes, "Confirm the update");
+    update->add_flag("--not-needed-ok", options.notNeededOk, "Exit with 0 when the installed version is newer");
+    update->add_option("--stall-timeout", options.stallTimeout, "Seconds of silence before advice is given")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    update->add_option("--give-up", options.giveUp, "Seconds without progress before it ends")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+}
+
+void addOfflineCommands(CLI::App& app, Options& options) {
+    CLI::App* archive = addCommand(app, options, "archive", "The firmware archive");
+    archive->require_subcommand(1);
+    for (const auto& [name, help] : {std::pair{"list", "The files of each model, found or missing"},
+                                     std::pair{"verify", "The same, checked against the digests"},
+                                     std::pair{"digest", "Write the digest file for a folder of vendor files"},
+                                     std::pair{"path", "The folder in use"}}) {
+        addCommand(*archive, options, name, help)->add_option("DIR", options.arguments, "Folder")->expected(0, 1);
+    }
+    CLI::App* srecord = addCommand(app, options, "srecord", "Motorola S-record files");
+    srecord->require_subcommand(1);
+    addCommand(*srecord, options, "verify", "Check files; says which line is bad and why")
+        ->add_option("FILE", options.arguments, "Files")
+        ->required();
+    CLI::App* defaults = addCommand(app, options, "defaults", "Settings");
+    defaults->require_subcommand(1);
+    addCommand(*defaults, options, "read", "One setting, or all")
+        ->add_option("KEY", options.arguments, "Key")
+        ->expected(0, 1);
+    addCommand(*defaults, options, "write", "Change a setting")
+        ->add_option("KEY VALUE", options.arguments, "Key and value")
+        ->required()
+        ->expected(2);
+    addCommand(*defaults, options, "delete", "Forget a setting")
+        ->add_option("KEY", options.arguments, "Key")
+        ->required()
+        ->expected(1);
+    addCommand(app, options, "hostinfo", "The machine that this runs on");
+}
+
+} // namespace
+
+ParsedOptions parseOptions(int argc, const char* const* argv) {
+    Options options;
+    CLI::App app{"Keeps ZUL photo printers up to date.", "zulctl"};
+    app.footer(kFooter);
+    app.fallthrough();
+    app.require_subcommand(0, 1);
+    addGlobalOptions(app, options);
+    addPrinterCommands(app, options);
+    addUpdateCommand(app, options);
+    addOfflineCommands(app, options);
+    ParsedOptions parsed;
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) { // help or version
+        std::ostringstream output;
+        app.exit(success, output, output);
+        parsed.output = output.str();
+        return parsed;
+    } catch (const CLI::ParseError& error) {
+        parsed.exitStatus = kWrongUsage;
+        parsed.problem = std::string(error.what()) + ". Try zulctl --help.";
+        return parsed;
+    }
+    const bool asksForVirtualHelp =
+        std::find(options.virtualPrinters.begin(), options.virtualPrinters.end(), "help") != options.virtualPrinters.end();
+    if (options.command.empty() && !asksForVirtualHelp) {
+        parsed.exitStatus = kWrongUsage;
+        parsed.problem = "Name a command, for example: zulctl list. Try zulctl --help.";
+        return parsed;
+    }
+    parsed.options = std::move(options);
+    return parsed;
+}
+
+} // namespace zul::cli

@@ -1,0 +1,42 @@
+// The command line as data. No queue: read once, before anything starts.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace zul::cli {
+
+struct Options {
+    std::string command; // "list", "info", … ; "archive list" and the like with their second word
+    std::vector<std::string> arguments;
+
+    std::vector<std::string> virtualPrinters;
+    std::string firmwareArchive;
+    std::set<std::uint16_t> admittedProducts;
+    bool json = false;
+    std::string logFile;
+    std::string journalFile;
+    bool verbose = false;
+
+    // update
+    bool all = false;
+    bool agree = false;
+    bool yes = false;
+    bool notNeededOk = false;
+    int stallTimeout = 120; // seconds
+    int giveUp = 900;       // seconds
+};
+
+struct ParsedOptions {
+    std::optional<Options> options;
+    int exitStatus = 0;  // when there are none: help was asked for, or the usage was wrong
+    std::string output;  // help, for standard output
+    std::string problem; // what is wrong, and what to do
+};
+
+ParsedOptions parseOptions(int argc, const char* const* argv);
+
+} // namespace zul::cli

@@ -1,0 +1,62 @@
+#include "cli/Output.h"
+
+#include <algorithm>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace zul::cli {
+
+namespace {
+
+// Facts come from printers and may be any bytes: what is no text is replaced rather than ending the program.
+std::string dumped(const nlohmann::json& value, int indent) {
+    return value.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// Columns are counted in characters, not bytes.
+std::size_t width(const std::string& text) {
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+} // namespace
+
+void Output::line(const std::string& text) const { std::cout << text << std::endl; }
+void Output::document(const nlohmann::json& value) const { std::cout << dumped(value, 2) << std::endl; }
+void Output::object(const nlohmann::json& value) const { std::cout << dumped(value, -1) << std::endl; }
+
+void Output::problem(const std::string& text, int exitStatus) const {
+    if (_json) {
+        object({{"error", {{"message", text}, {"exit", exitStatus}}}});
+    } else {
+        std::cerr << "zulctl: " << text << std::endl;
+    }
+}
+
+void Output::note(const std::string& text) const {
+    if (_json) {
+        object({{"note", text}});
+    } else {
+        std::cerr << "zulctl: " << text << std::endl;
+    }
+}
+
+void Output::table(const std::vector<std::vector<std::string>>& rows) const {
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            widths[column] = std::max(widths[column], width(row[column]));
+        }
+    }
+    for (const auto& row : rows) {
+        std::string text;
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            text += row[column];
+            if (column + 1 < row.size()) text.append(widths[column] - width(row[column]) + 2, ' ');
+        }
+        line(text);
+    }
+}
+
+} // namespace zul::cli

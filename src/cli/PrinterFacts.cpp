@@ -1,0 +1,67 @@
+#include "cli/PrinterFacts.h"
+
+#include "platform/foundation/Format.h"
+
+#include <nlohmann/json.hpp>
+
+namespace zul::cli {
+
+namespace {
+
+using nlohmann::json;
+
+json orNull(const std::optional<std::string>& text) { return text ? json(*text) : json(nullptr); }
+
+const char* nameOfOwnership(std::int64_t ownership) {
+    if (ownership < 0) return "another program";
+    return ownership > 0 ? "this program" : "nobody";
+}
+
+} // namespace
+
+json summaryOf(TBUSBPrinterZUL& printer) {
+    return {{"key", printer.keyUSBdevice()},
+            {"model", orNull(printer.model())},
+            {"manufacturer", orNull(printer.manufacturer())},
+            {"printerSerialNumber", orNull(printer.printerSerialNumber())},
+            {"status", orNull(printer.printerStatus())},
+            {"firmwareInstalled", orNull(printer.firmwareVersion())},
+            {"firmwareOffered", orNull(printer.newFirmwareVersion())},
+            {"location", printer.locationText()}};
+}
+
+json jsonOf(const DeviceInfo::Value& value) {
+    return std::visit([](const auto& held) { return json(held); }, value);
+}
+
+json factsOf(TBUSBPrinterZUL& printer) {
+    json facts = summaryOf(printer);
+    facts["vendorID"] = formatted("0x%.4X", printer.vendorNumber());
+    facts["productID"] = formatted("0x%.4X", printer.productNumber());
+    facts["locationID"] = formatted("0x%.8X", printer.locationNumber());
+    facts["usbVendor"] = orNull(printer.vendorUSB());
+    facts["usbProduct"] = orNull(printer.productUSB());
+    facts["usbSerialNumber"] = orNull(printer.serialNumberUSB());
+    facts["usbSerialNumberSetting"] = printer.usbISerialString();
+    facts["deviceID1284"] = orNull(printer.raw1284DeviceID());
+    facts["heldBy"] = nameOfOwnership(printer.ownership());
+    facts["state"] = printer.state();
+    facts["inFirmwareUpdate"] = printer.inFirmwareUpdate();
+    facts["isVirtual"] = printer.isVirtual();
+    json info = json::object();
+    for (const auto& [key, value] : printer.deviceInfoDict()->entries()) info[key] = jsonOf(value);
+    facts["deviceInfo"] = std::move(info);
+    return facts;
+}
+
+std::string textOf(const json& value) {
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_null()) return "-";
+    if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+    if (!value.is_array()) return value.dump();
+    std::string text;
+    for (const json& item : value) text += (text.empty() ? "" : ", ") + textOf(item);
+    return text;
+}
+
+} // namespace zul::cli

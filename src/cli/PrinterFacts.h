@@ -1,0 +1,20 @@
+// What is known about a printer, as JSON and as lines. Main queue.
+#pragma once
+
+#include "Classes/TBUSBPrinterZUL.h"
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+namespace zul::cli {
+
+/// The short form of list.
+nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
+/// Everything.
+nlohmann::json factsOf(TBUSBPrinterZUL& printer);
+/// A fact of the device-information dictionary as JSON.
+nlohmann::json jsonOf(const DeviceInfo::Value& value);
+/// Any JSON value as one line of text.
+std::string textOf(const nlohmann::json& value);
+
+} // namespace zul::cli

@@ -1,0 +1,105 @@
+// One run of zulctl with printers: the environment that the engine lives in, its start, and the ways to wait for it.
+// Main queue.
+#pragma once
+
+#include "Classes/Environment.h"
+#include "Classes/TBPrinters.h"
+#include "Classes/UpdateMonitor.h"
+#include "cli/Options.h"
+#include "cli/Output.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/UserDefaults.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zul {
+class VirtualBus;
+}
+
+namespace zul::cli {
+
+class Program;
+
+/// Terminates nothing but this run: "Quit" in an alert ends the update that asked.
+class ApplicationEnd final : public ApplicationOutlet {
+  public:
+    void setDelegate(TBPrinters*) override {}
+    void terminate() override {}
+    std::string processName() const override { return "zulctl"; }
+};
+
+/// What alerts lead to; none is shown outside updates and settings.
+class AlertRouter final : public AlertOutlet {
+  public:
+    std::function<void(AlertDescription)> handler;
+    void beginAlert(AlertDescription alert) override {
+        if (handler) handler(std::move(alert));
+    }
+};
+
+/// Passes events on and remembers printers that could not be used.
+class EventRouter final : public PrinterEventsOutlet {
+  public:
+    explicit EventRouter(Program& program) : _program(program) {}
+    void printerEvent(const PrinterEvent& event) override;
+
+  private:
+    Program& _program;
+};
+
+class Program {
+  public:
+    using Printer = std::shared_ptr<TBUSBPrinterZUL>;
+
+    explicit Program(Options options);
+    ~Program();
+    /// Gives the printers back to the system's own driver; what is in the middle of something is left alone.
+    void endBus();
+
+    /// The bus, the controller, and the first round of questions to every attached printer; then ready runs. An exit
+    /// status other than 0 when the bus could not be started.
+    int start(std::function<void()> ready);
+    /// Runs until quit; the exit status.
+    int run() { return mainQueue.run(); }
+    void quit(int status) { mainQueue.quit(status); }
+
+    std::vector<Printer> printers() const { return controller->printers(); }
+    /// By key, serial number, location or position from 1; null when there is none. Tells the problem itself.
+    Printer find(const std::string& name);
+    /// The one that is named, or the only one that is attached; null after telling the problem.
+    Printer findOnly(const std::vector<std::string>& names, int& exitStatus);
+    /// Runs block on main once everything that is queued for the printer now is done.
+    void afterQueue(const Printer& printer, Block block);
+    /// The same for all printers.
+    void afterQueues(const std::vector<Printer>& all, Block block);
+    /// Runs block on main at each interrupt of the user (Ctrl-C, or SIGTERM).
+    void onInterrupt(Block block);
+    void tellNoPrinter(int exitStatus);
+
+    const Options options;
+    const Output output;
+    RealClock clock;
+    MainQueue mainQueue{clock};
+    ServiceRegistry registry;
+    UserDefaults defaults;
+    Bundle bundle;
+    AlertRouter alerts;
+    ApplicationEnd application;
+    std::function<void(const std::string& key)> updateChanged; // main queue
+    UpdateMonitor monitor;
+    EventRouter events{*this};
+    Environment environment;
+    std::shared_ptr<TBPrinters> controller;
+    std::vector<std::string> unusable; // messages about printers that may not be opened
+
+  private:
+    std::string listed() const;
+    int makeVirtualBus();
+    std::unique_ptr<USBBus> _bus;
+};
+
+} // namespace zul::cli

@@ -1,0 +1,40 @@
+// Questions on the terminal: one at a time, in the order asked, without ever blocking the main queue. Main queue.
+#pragma once
+
+#include "platform/appkit/Outlets.h"
+#include "platform/dispatch/Queue.h"
+
+#include <deque>
+#include <functional>
+#include <string>
+
+namespace zul::cli {
+
+class Questions {
+  public:
+    explicit Questions(MainQueue& mainQueue) : _mainQueue(mainQueue) {}
+
+    /// Shows the alert as it is given (title, message, buttons in order, the first is the default) and calls its
+    /// completion with the answer. answered is called before that with the button's index.
+    void ask(AlertDescription alert, std::function<void(std::size_t button)> answered);
+    /// Shows an alert that needs no answer from here.
+    static void show(const AlertDescription& alert);
+    bool isAsking() const { return !_waiting.empty(); }
+
+  private:
+    struct Question {
+        AlertDescription alert;
+        std::function<void(std::size_t)> answered;
+    };
+    void showFirst();
+    void readLines();
+    void handleLine(const std::string& line);
+    void answer(std::size_t button);
+    bool isContinueBlocked(std::size_t button) const;
+
+    MainQueue& _mainQueue;
+    std::deque<Question> _waiting;
+    bool _isReading = false;
+};
+
+} // namespace zul::cli

@@ -1,0 +1,93 @@
+#include "cli/UpdateDisplay.h"
+
+#include "platform/foundation/Format.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace zul::cli {
+
+namespace {
+
+constexpr unsigned kPlainStep = 10; // per cent between plain lines of a write
+
+std::size_t terminalWidth() {
+    winsize size{};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 10 ? size.ws_col : 80;
+}
+
+double secondsOf(Clock::Duration span) { return std::chrono::duration<double>(span).count(); }
+
+} // namespace
+
+UpdateDisplay::UpdateDisplay(const Output& output)
+    : _output(output), _isLive(!output.isJson() && ::isatty(STDOUT_FILENO) == 1) {}
+
+void UpdateDisplay::show(const std::string& name, const UpdateState& state, Clock::TimePoint now) {
+    if (_isLive) {
+        _live[state.key] = formatted("%s: %s [%.0f s]", name, describeState(state, now), secondsOf(now - state.begun));
+        showLive();
+    } else if (isNews(state)) {
+        _output.isJson() ? showObject(state, now) : showPlain(name, state, now);
+    }
+}
+
+// One line for all printers: a second line could not be taken back on every terminal.
+void UpdateDisplay::showLive() {
+    std::string line;
+    for (const auto& [key, text] : _live) line += (line.empty() ? "" : " | ") + text;
+    const std::size_t width = terminalWidth() - 1;
+    if (line.size() > width) line.resize(width);
+    std::cout << "\r\033[K" << line << std::flush;
+    _lineIsOpen = true;
+}
+
+void UpdateDisplay::breakLine() {
+    if (_lineIsOpen) std::cout << "\r\033[K" << std::flush;
+    _lineIsOpen = false;
+}
+
+bool UpdateDisplay::isNews(const UpdateState& state) {
+    std::string told = std::to_string(static_cast<int>(state.phase)) + '/' + std::to_string(state.table);
+    if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
+        told += '/' + std::to_string(100ULL * state.bytesDone / state.bytesTotal / kPlainStep);
+    }
+    if (state.phase == UpdatePhase::restarted) told += '/' + state.rawStatus;
+    return std::exchange(_shown[state.key], told) != told;
+}
+
+void UpdateDisplay::showPlain(const std::string& name, const UpdateState& state, Clock::TimePoint now) {
+    _output.line(formatted("[%5.1f s] %s: %s", secondsOf(now - state.begun), name, describeState(state, now)));
+}
+
+void UpdateDisplay::showObject(const UpdateState& state, Clock::TimePoint now) {
+    nlohmann::json line = {{"event", "phase"},
+                           {"printer", state.key},
+                           {"phase", nameOfPhase(state.phase)},
+                           {"elapsed", secondsOf(now - state.begun)},
+                           {"text", describeState(state, now)}};
+    if (state.phase == UpdatePhase::writing) {
+        line["bytes"] = state.bytesDone;
+        line["bytesTotal"] = state.bytesTotal;
+    }
+    if (state.phase == UpdatePhase::colorTables) {
+        line["table"] = state.table;
+        line["tables"] = state.tables;
+        line["tableName"] = state.tableName;
+    }
+    _output.object(line);
+}
+
+void UpdateDisplay::tell(const std::string& key, const std::string& text, const char* event) {
+    breakLine();
+    if (_output.isJson()) {
+        _output.object({{"event", event}, {"printer", key}, {"text", text}});
+    } else {
+        _output.line(text);
+    }
+}
+
+} // namespace zul::cli

@@ -1,0 +1,37 @@
+// How an update shows while it runs: a live line on a terminal, plain lines otherwise, one object per line with --json.
+// Main queue.
+#pragma once
+
+#include "Classes/UpdateMonitor.h"
+#include "cli/Output.h"
+
+#include <map>
+#include <string>
+
+namespace zul::cli {
+
+class UpdateDisplay {
+  public:
+    explicit UpdateDisplay(const Output& output);
+
+    /// Called at every change and every second.
+    void show(const std::string& name, const UpdateState& state, Clock::TimePoint now);
+    /// A line that stays, whatever is live.
+    void tell(const std::string& key, const std::string& text, const char* event);
+    /// Ends the live line, so that something else can be written.
+    void breakLine();
+
+  private:
+    void showLive();
+    void showPlain(const std::string& name, const UpdateState& state, Clock::TimePoint now);
+    void showObject(const UpdateState& state, Clock::TimePoint now);
+    bool isNews(const UpdateState& state);
+
+    const Output& _output;
+    const bool _isLive;
+    std::map<std::string, std::string> _live;  // by key: the line's text
+    std::map<std::string, std::string> _shown; // by key: what the last plain line told
+    bool _lineIsOpen = false;
+};
+
+} // namespace zul::cli

@@ -1,0 +1,100 @@
+// zulctl: ZUL printers from the command line.
+#include "cli/Commands.h"
+#include "cli/ExitStatus.h"
+#include "cli/Options.h"
+#include "cli/Program.h"
+#include "holven_log/HOLVEN_Log.h"
+#include "platform/foundation/SystemLog.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <map>
+#include <unistd.h>
+
+namespace zul::cli {
+
+namespace {
+
+// Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
+[[noreturn]] void leave(int status) {
+    std::cout << std::flush;
+    std::cerr << std::flush;
+    std::fflush(nullptr);
+    _exit(status);
+}
+
+bool wantsJson(int argc, char** argv) {
+    return std::any_of(argv, argv + argc, [](const char* word) { return std::strcmp(word, "--json") == 0; });
+}
+
+using PrinterCommand = void (*)(Program&);
+
+const std::map<std::string, PrinterCommand>& printerCommands() {
+    static const std::map<std::string, PrinterCommand> commands = {
+        {"list", runList},         {"info", runInfo},
+        {"status", runStatus},     {"watch", runWatch},
+        {"update", runUpdate},     {"reset-counter", runResetCounter},
+        {"soft-reset", runReset},  {"usb-serial", runUSBSerial},
+        {"reset", runReset},       {"reenumerate", runReset},
+    };
+    return commands;
+}
+
+bool openLogs(const Options& options, const Output& output) {
+    setSystemLogVerbose(options.verbose);
+    HOLVEN_Log::setApplicationName("zulctl");
+    HOLVEN_Log::setShouldLogToStdErr(options.verbose);
+    if (!options.verbose) setStandardErrorSink([](const std::string& text) { systemLog(text); });
+    if (options.logFile.empty() || HOLVEN_Log::setLogFile(options.logFile)) return true;
+    output.problem("cannot write the log " + options.logFile + ". Name a file that can be written.", kFailed);
+    return false;
+}
+
+int runOffline(const Options& options, const Output& output, bool& isOffline) {
+    isOffline = true;
+    if (options.command.starts_with("archive ")) return runArchive(options, output);
+    if (options.command.starts_with("srecord ")) return runSRecord(options, output);
+    if (options.command.starts_with("defaults ")) return runDefaults(options, output);
+    if (options.command == "hostinfo") return runHostInfo(output);
+    isOffline = false;
+    return kDone;
+}
+
+int runWithPrinters(const Options& options) {
+    static Program* program = nullptr; // kept: queues may use it until the process is gone
+    program = new Program(options);
+    const PrinterCommand command = printerCommands().at(options.command);
+    if (const int status = program->start([command] { command(*program); }); status != kDone) return status;
+    const int status = program->run();
+    program->endBus();
+    return status;
+}
+
+int run(int argc, char** argv) {
+    const ParsedOptions parsed = parseOptions(argc, argv);
+    if (!parsed.options) {
+        std::cout << parsed.output;
+        if (!parsed.problem.empty()) Output(wantsJson(argc, argv)).problem(parsed.problem, parsed.exitStatus);
+        return parsed.exitStatus;
+    }
+    const Options& options = *parsed.options;
+    const Output output(options.json);
+    const auto& virtuals = options.virtualPrinters;
+    if (std::find(virtuals.begin(), virtuals.end(), "help") != virtuals.end()) {
+        std::cout << virtualPrinterHelp();
+        return kDone;
+    }
+    if (!openLogs(options, output)) return kFailed;
+    bool isOffline = false;
+    const int status = runOffline(options, output, isOffline);
+    return isOffline ? status : runWithPrinters(options);
+}
+
+} // namespace
+
+} // namespace zul::cli
+
+int main(int argc, char** argv) { zul::cli::leave(zul::cli::run(argc, argv)); }
