@@ -182,6 +182,8 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         if (state.phase > UpdatePhase::loaderBack && !state.isFinished) enter(state, UpdatePhase::restarting);
         break;
     case Kind::writeProgress:
+        // Questions are written too; only the image and the tables bring the end nearer.
+        if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) break;
         state.bytesDone = event.bytesDone;
         state.bytesTotal = event.bytesTotal;
         state.lastProgress = _clock.now();
