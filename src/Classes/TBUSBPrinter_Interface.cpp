@@ -25,10 +25,10 @@ bool TBUSBPrinter::didOpenInterface() const {
 }
 
 IOReturn TBUSBPrinter::openInterface() {
-    if (_state == kTBPrinterOpen) return kIOReturnSuccess;
+    // A retired printer has given its handle back, perhaps while it was open; an alert of it may still be answered.
+    if (_state == kTBPrinterOpen && _iInterface) return kIOReturnSuccess;
     _interfaceStatus = kTBPrinterOpening;
     setState(kTBPrinterOpening);
-    // A retired printer has given its handle back; an alert of it may still be answered.
     const IOReturn code = _iInterface ? _iInterface->USBInterfaceOpenSeize() : kIOReturnNoDevice;
     finishOpen(code);
     PrinterEvent event;
