@@ -84,11 +84,15 @@ std::optional<std::string_view> commandText(std::uint32_t code) {
 std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize) {
     const Command* command = commandWithCode(code);
     switch (command == nullptr ? Payload::none : command->payload) {
-    case Payload::none: return 0;
-    case Payload::four: return 4;
+    case Payload::none:
+        return 0;
+    case Payload::four:
+        return 4;
     case Payload::eight:
-    case Payload::eightExactly: return 8;
-    case Payload::asGiven: return givenSize;
+    case Payload::eightExactly:
+        return 8;
+    case Payload::asGiven:
+        return givenSize;
     }
     return 0;
 }

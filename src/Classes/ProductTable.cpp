@@ -33,16 +33,22 @@ static_assert(std::ranges::is_sorted(kProducts, {}, &Product::productID));
 
 } // namespace
 
-std::span<const Product> allProducts() { return kProducts; }
+std::span<const Product> allProducts() {
+    return kProducts;
+}
 
 const Product* productWithID(std::uint16_t productID) {
     const auto found = std::ranges::lower_bound(kProducts, productID, {}, &Product::productID);
     return found == kProducts.end() || found->productID != productID ? nullptr : &*found;
 }
 
-std::set<std::uint16_t> productVendorIDs() { return {0x2A71, 0x2B84}; }
+std::set<std::uint16_t> productVendorIDs() {
+    return {0x2A71, 0x2B84};
+}
 
 // The other models' rows are complete, but this build attaches the VK14 only.
-std::set<std::uint16_t> acceptedProductIDs() { return {kProductVK14}; }
+std::set<std::uint16_t> acceptedProductIDs() {
+    return {kProductVK14};
+}
 
 } // namespace zul

@@ -56,7 +56,9 @@ std::size_t separatorLength(std::string_view text, std::size_t at) {
     return 0;
 }
 
-void logOrdinary(const std::string& text) { HOLVEN_Log::debug(text); }
+void logOrdinary(const std::string& text) {
+    HOLVEN_Log::debug(text);
+}
 
 } // namespace
 
@@ -85,9 +87,13 @@ std::optional<SRecordFault> findSRecordFault(const Data& data) {
     return std::nullopt;
 }
 
-bool verifySRecData(const Data& data) { return !findSRecordFault(data); }
+bool verifySRecData(const Data& data) {
+    return !findSRecordFault(data);
+}
 
-bool verifyMotorolaSFile(const Data& data) { return verifySRecData(data); }
+bool verifyMotorolaSFile(const Data& data) {
+    return verifySRecData(data);
+}
 
 bool verifyMotorolaSFile(const std::filesystem::path& pathOrURL) {
     constexpr std::string_view kFileScheme = "file://";

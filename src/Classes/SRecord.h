@@ -1,4 +1,5 @@
-// Motorola S-record text, padding and checksum: pure functions of their input. They log at the ordinary level. Any thread.
+// Motorola S-record text, padding and checksum: pure functions of their input. They log at the ordinary level. Any
+// thread.
 #pragma once
 
 #include "platform/foundation/Data.h"

@@ -40,9 +40,13 @@ void TBPrinters::initialize(MainQueue& mainQueue) {
     TBUSBPrinter::initialize(mainQueue);
 }
 
-const void* TBPrinters::mainQueueSpecificKey() { return &mainQueueKey; }
+const void* TBPrinters::mainQueueSpecificKey() {
+    return &mainQueueKey;
+}
 
-bool TBPrinters::isMainQueue() { return Queue::currentSpecific(&mainQueueKey) != nullptr; }
+bool TBPrinters::isMainQueue() {
+    return Queue::currentSpecific(&mainQueueKey) != nullptr;
+}
 
 TBPrinters::TBPrinters(Environment& environment, Outlets outlets)
     : _environment(environment), _outlets(std::move(outlets)) {}
@@ -63,8 +67,9 @@ void TBPrinters::init() {
 
 void TBPrinters::awakeFromNib() {
     const Bundle& bundle = _environment.mainBundle;
-    const std::string display = formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
-                                          textOrNull(bundle.objectForInfoDictionaryKey(kVersionKey)));
+    const std::string display =
+        formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
+                  textOrNull(bundle.objectForInfoDictionaryKey(kVersionKey)));
     logText("display string is %s", display);
     _environment.userDefaults.setString(kDisplayVersionKey, display);
     logText("%s", "-[TBPrinters awakeFromNib]");
@@ -113,9 +118,13 @@ void TBPrinters::localizeItemsInMenu(Menu& menu) {
 
 // ---- the list -------------------------------------------------------------------------------------------------------
 
-TBPrinters::PrinterList TBPrinters::printers() const { return _printers.value_or(PrinterList{}); }
+TBPrinters::PrinterList TBPrinters::printers() const {
+    return _printers.value_or(PrinterList{});
+}
 
-void TBPrinters::setPrinters(const PrinterList& /*printers*/) { logText("inside %s", "-[TBPrinters setPrinters:]"); }
+void TBPrinters::setPrinters(const PrinterList& /*printers*/) {
+    logText("inside %s", "-[TBPrinters setPrinters:]");
+}
 
 void TBPrinters::insertOnMain(const Printer& printer) {
     std::erase(_awaitingInsertion, printer);

@@ -17,9 +17,7 @@ namespace zul {
 
 enum class TerminateReply { now };
 
-class TBPrinters : public KeyValueObservable,
-                   public KeyValueObserver,
-                   public std::enable_shared_from_this<TBPrinters> {
+class TBPrinters : public KeyValueObservable, public KeyValueObserver, public std::enable_shared_from_this<TBPrinters> {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
     using PrinterList = std::vector<Printer>;

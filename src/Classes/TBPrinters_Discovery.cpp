@@ -15,7 +15,9 @@ constexpr std::uint8_t kPrinterClass = 7;
 constexpr std::uint8_t kPrinterSubClass = 1;
 constexpr const char* kFirmwareVersionKey = "firmwareVersion";
 
-void logFailedRead(const char* what, IOReturn code) { logText("%s() returned [%d]\n", what, asSigned(code)); }
+void logFailedRead(const char* what, IOReturn code) {
+    logText("%s() returned [%d]\n", what, asSigned(code));
+}
 
 } // namespace
 
@@ -41,11 +43,10 @@ void TBPrinters::getPrintingDevices() {
     matching.bInterfaceSubClass = kPrinterSubClass;
     // Held weakly: the port may deliver after the controller is gone.
     const auto weak = weak_from_this();
-    _printerIterator = _notifyPort->addMatchingNotification(ServiceNotification::matched, matching,
-                                                            [weak](ServiceIterator& iterator) {
-                                                                if (const auto self = weak.lock())
-                                                                    self->newPrinterCallback(iterator);
-                                                            });
+    _printerIterator =
+        _notifyPort->addMatchingNotification(ServiceNotification::matched, matching, [weak](ServiceIterator& iterator) {
+            if (const auto self = weak.lock()) self->newPrinterCallback(iterator);
+        });
     if (_printerIterator) newPrinterCallback(*_printerIterator); // the attached ones, and arms it
     _removedIterator = _notifyPort->addMatchingNotification(ServiceNotification::terminated, matching,
                                                             [weak](ServiceIterator& iterator) {
@@ -124,8 +125,7 @@ void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
 void TBPrinters::reportUnusable(USBService& service, IOReturn code) {
     if (_environment.events == nullptr) return;
     PrinterEvent event;
-    event.kind =
-        code == kIOReturnNotPrivileged ? PrinterEvent::Kind::notPermitted : PrinterEvent::Kind::openFailed;
+    event.kind = code == kIOReturnNotPrivileged ? PrinterEvent::Kind::notPermitted : PrinterEvent::Kind::openFailed;
     event.location = service.locationText();
     event.code = code;
     event.text = service.nodePath();

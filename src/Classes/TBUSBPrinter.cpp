@@ -33,10 +33,16 @@ TBUSBPrinter::TBUSBPrinter(Environment& environment) : _environment(environment)
 
 TBUSBPrinter::~TBUSBPrinter() = default;
 
-void TBUSBPrinter::initialize(MainQueue& mainQueue) { mainQueue.setSpecific(&mainQueueKey, &mainQueue); }
+void TBUSBPrinter::initialize(MainQueue& mainQueue) {
+    mainQueue.setSpecific(&mainQueueKey, &mainQueue);
+}
 
-const void* TBUSBPrinter::printerCommandQueueKey() { return &commandQueueKey; }
-const void* TBUSBPrinter::mainQueueSpecificKey() { return &mainQueueKey; }
+const void* TBUSBPrinter::printerCommandQueueKey() {
+    return &commandQueueKey;
+}
+const void* TBUSBPrinter::mainQueueSpecificKey() {
+    return &mainQueueKey;
+}
 
 void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
     _creationToken = deviceObject;
@@ -83,8 +89,7 @@ void TBUSBPrinter::initWithDeviceObject(ServiceToken deviceObject) {
 }
 
 bool TBUSBPrinter::isPrinterCommandQueue() const {
-    return _printerCommandQueue == nullptr ||
-           Queue::currentSpecific(&commandQueueKey) == _printerCommandQueue.get();
+    return _printerCommandQueue == nullptr || Queue::currentSpecific(&commandQueueKey) == _printerCommandQueue.get();
 }
 
 bool TBUSBPrinter::isMainQueue() {
@@ -122,7 +127,9 @@ void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue repl
             std::optional<Data> answer = self->printerReply();
             if (!reply) return;
             switch (replyQueue._kind) {
-            case ReplyQueue::Kind::command: reply(answer); return;
+            case ReplyQueue::Kind::command:
+                reply(answer);
+                return;
             case ReplyQueue::Kind::main:
                 self->_environment.mainQueue.async([reply, answer = std::move(answer)] { reply(answer); });
                 return;
@@ -174,7 +181,9 @@ void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
     _isBusy = inUpdate;
 }
 
-void TBUSBPrinter::storeFact(const std::string& key, const Text& value) { storeFact(key, value, key); }
+void TBUSBPrinter::storeFact(const std::string& key, const Text& value) {
+    storeFact(key, value, key);
+}
 
 void TBUSBPrinter::storeFact(const std::string& key, const Text& value, const std::string& noticeKey) {
     const KeyChange change(*this, noticeKey);

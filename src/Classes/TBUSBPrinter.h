@@ -206,8 +206,8 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void getUSBProductString();
     void getUSBSerialNumberString();
 
-    /// The USB identifiers that the object's class stands for; none in this class. (The subclass has class operations of
-    /// the plain names.)
+    /// The USB identifiers that the object's class stands for; none in this class. (The subclass has class operations
+    /// of the plain names.)
     virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const;
     virtual std::set<std::uint16_t> supportedProductIDsOfClass() const;
 

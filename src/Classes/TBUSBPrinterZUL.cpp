@@ -18,8 +18,12 @@ const std::string kSeparator(64, '+');
 
 } // namespace
 
-std::set<std::uint16_t> TBUSBPrinterZUL::supportedVendorIDs() { return productVendorIDs(); }
-std::set<std::uint16_t> TBUSBPrinterZUL::supportedProductIDs() { return acceptedProductIDs(); }
+std::set<std::uint16_t> TBUSBPrinterZUL::supportedVendorIDs() {
+    return productVendorIDs();
+}
+std::set<std::uint16_t> TBUSBPrinterZUL::supportedProductIDs() {
+    return acceptedProductIDs();
+}
 
 TBUSBPrinter::Text TBUSBPrinterZUL::image() const {
     const Product* product = productWithID(_idProduct);
@@ -73,8 +77,7 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
     showCustomAlertWithTitle(
         {.title = "Attention:",
-         .message =
-             "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? ",
+         .message = "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? ",
          .buttonTitles = {"Ignore", "Update Firmware"},
          .accessoryView = nullptr,
          .alertStyle = AlertStyle::critical,

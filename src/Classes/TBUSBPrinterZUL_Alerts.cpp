@@ -23,7 +23,9 @@ constexpr std::size_t kContinueButton = 1;
 
 } // namespace
 
-std::string TBUSBPrinterZUL::localized(const char* key) const { return _environment.mainBundle.localizedString(key); }
+std::string TBUSBPrinterZUL::localized(const char* key) const {
+    return _environment.mainBundle.localizedString(key);
+}
 
 // ---- the alert routine ----------------------------------------------------------------------------------------------
 
@@ -100,7 +102,8 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
          .customLayout =
              [self](AlertLayout& alert) {
                  if (alert.buttonCount() <= kContinueButton) return;
-                 alert.bindButtonEnabled(kContinueButton, self, kAgreedKey, [self] { return self->customerDidAgree(); });
+                 alert.bindButtonEnabled(kContinueButton, self, kAgreedKey,
+                                         [self] { return self->customerDidAgree(); });
              },
          .completion =
              [self, agree](int answer) {

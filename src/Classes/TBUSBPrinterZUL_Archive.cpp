@@ -146,8 +146,12 @@ TBUSBPrinter::Text TBUSBPrinterZUL::newFirmwareVersion() {
     return std::filesystem::path(names->front()).stem().string();
 }
 
-double TBUSBPrinterZUL::availableFirmwareVersion() { return versionNumber(newFirmwareVersion()); }
+double TBUSBPrinterZUL::availableFirmwareVersion() {
+    return versionNumber(newFirmwareVersion());
+}
 
-double TBUSBPrinterZUL::installedFirmwareVersion() const { return versionNumber(firmwareVersion()); }
+double TBUSBPrinterZUL::installedFirmwareVersion() const {
+    return versionNumber(firmwareVersion());
+}
 
 } // namespace zul

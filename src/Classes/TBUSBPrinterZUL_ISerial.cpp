@@ -36,13 +36,18 @@ void TBUSBPrinterZUL::setShell(Shell replacement) {
 bool TBUSBPrinterZUL::hasISerialSupport() const {
     switch (_idProduct) {
     case kProductVK26:
-    case kProductVK28: return true;
-    case kProductVKRZ7: return installedFirmwareVersion() >= kFirstRZ7VersionWithSetting;
-    default: return false;
+    case kProductVK28:
+        return true;
+    case kProductVKRZ7:
+        return installedFirmwareVersion() >= kFirstRZ7VersionWithSetting;
+    default:
+        return false;
     }
 }
 
-bool TBUSBPrinterZUL::usbISerial() const { return boolValue(fact(HOLVEN_ZUL_USB_ISerialisSet).value_or("0")); }
+bool TBUSBPrinterZUL::usbISerial() const {
+    return boolValue(fact(HOLVEN_ZUL_USB_ISerialisSet).value_or("0"));
+}
 
 std::string TBUSBPrinterZUL::usbISerialString() const {
     if (!hasISerialSupport()) return "Unavailable";
@@ -97,6 +102,8 @@ void TBUSBPrinterZUL::setEnabledUSBSerial(bool enabled) {
     });
 }
 
-void TBUSBPrinterZUL::deleteExistingPrinterQueues() { static_cast<void>(shell()(kDeleteQueuesCommand)); }
+void TBUSBPrinterZUL::deleteExistingPrinterQueues() {
+    static_cast<void>(shell()(kDeleteQueuesCommand));
+}
 
 } // namespace zul

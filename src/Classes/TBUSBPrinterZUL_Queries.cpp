@@ -69,8 +69,12 @@ std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::checksumPlan() const {
 }
 // clang-format on
 
-Data TBUSBPrinterZUL::commandPayloadForMediaSD() { return dataFromText("0001"); }
-Data TBUSBPrinterZUL::commandPayloadForMediaPP() { return dataFromText("0003"); }
+Data TBUSBPrinterZUL::commandPayloadForMediaSD() {
+    return dataFromText("0001");
+}
+Data TBUSBPrinterZUL::commandPayloadForMediaPP() {
+    return dataFromText("0003");
+}
 
 // ---- one question ---------------------------------------------------------------------------------------------------
 
@@ -89,14 +93,14 @@ void TBUSBPrinterZUL::queryAtOpenInterface(std::uint32_t command, ReplyBlock rep
 }
 
 void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
-    queryAtOpenInterface(
-        kCommandFirmwareVersion, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
-            if (!reply || reply->empty()) return;
-            const Text version = self->versionFromReply(*reply);
-            if (!version) return; // not text: the earlier value stays
-            self->storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
-            logText("printer firmware version: %s", *version);
-        });
+    queryAtOpenInterface(kCommandFirmwareVersion,
+                         [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+                             if (!reply || reply->empty()) return;
+                             const Text version = self->versionFromReply(*reply);
+                             if (!version) return; // not text: the earlier value stays
+                             self->storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
+                             logText("printer firmware version: %s", *version);
+                         });
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
@@ -127,17 +131,17 @@ void TBUSBPrinterZUL::updatePrinterSerialNumber() {
 
 void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
     static constexpr std::string_view kPrefix = "CL";
-    queryAtOpenInterface(
-        kCommandLifetimeCounter, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
-            if (!reply || reply->empty()) return;
-            Text counter = stringFromNulTerminatedUTF8(*reply);
-            if (!counter) return;
-            if (counter->starts_with(kPrefix)) {
-                counter = std::to_string(integerValue(counter->substr(kPrefix.size())));
-            }
-            self->storeFact(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
-            logText("lifetime counter value: %s", *counter);
-        });
+    queryAtOpenInterface(kCommandLifetimeCounter,
+                         [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+                             if (!reply || reply->empty()) return;
+                             Text counter = stringFromNulTerminatedUTF8(*reply);
+                             if (!counter) return;
+                             if (counter->starts_with(kPrefix)) {
+                                 counter = std::to_string(integerValue(counter->substr(kPrefix.size())));
+                             }
+                             self->storeFact(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
+                             logText("lifetime counter value: %s", *counter);
+                         });
 }
 
 // ---- colour tables --------------------------------------------------------------------------------------------------

@@ -7,15 +7,18 @@
 
 namespace zul {
 
-std::string TBUSBPrinterZUL::stringForVKStatusString(const Text& rawStatus) { return textForStatus(rawStatus); }
+std::string TBUSBPrinterZUL::stringForVKStatusString(const Text& rawStatus) {
+    return textForStatus(rawStatus);
+}
 
-void TBUSBPrinterZUL::updatePrinterStatus() { getPrinterStatus({}); }
+void TBUSBPrinterZUL::updatePrinterStatus() {
+    getPrinterStatus({});
+}
 
 void TBUSBPrinterZUL::getPrinterStatus(StatusCompletion completion) {
-    queryAtOpenInterface(kCommandStatus, [self = sharedSelf<TBUSBPrinterZUL>(),
-                                          completion = std::move(completion)](const std::optional<Data>& reply) {
-        self->handleStatusReply(reply, completion);
-    });
+    queryAtOpenInterface(kCommandStatus,
+                         [self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](
+                             const std::optional<Data>& reply) { self->handleStatusReply(reply, completion); });
 }
 
 void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion) {

@@ -31,11 +31,9 @@ void TBUSBPrinterZUL::updateFirmware() {
         ShowRZ7Warning();
         return;
     }
-    showAlertWithTitle(localized(kCorruptionTitle), localized(kContactSupport),
-                       std::vector<std::string>{localized("Quit")},
-                       [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) {
-                           self->_environment.application.terminate();
-                       });
+    showAlertWithTitle(
+        localized(kCorruptionTitle), localized(kContactSupport), std::vector<std::string>{localized("Quit")},
+        [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) { self->_environment.application.terminate(); });
 }
 
 void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
@@ -60,14 +58,15 @@ void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
 }
 
 // Equal versions are not newer: the same version is installed again.
-bool TBUSBPrinterZUL::isNewerThanOffered() { return installedFirmwareVersion() > availableFirmwareVersion(); }
+bool TBUSBPrinterZUL::isNewerThanOffered() {
+    return installedFirmwareVersion() > availableFirmwareVersion();
+}
 
 void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
     if (openResult == kIOReturnExclusiveAccess) {
         showRetryAlert(
             localized("Printer Busy"),
-            localized(
-                "Another application is using the printer. Please proceed when the printer becomes available."));
+            localized("Another application is using the printer. Please proceed when the printer becomes available."));
         return;
     }
     if (openResult != kIOReturnSuccess) {
@@ -80,16 +79,14 @@ void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
             return;
         }
         self->showRetryAlert(self->localized("Printer Not Ready"),
-                             localizedFormat(self->_environment.mainBundle,
-                                             "Please correct the following issue: %@",
+                             localizedFormat(self->_environment.mainBundle, "Please correct the following issue: %@",
                                              stringForVKStatusString(rawStatus)));
     });
 }
 
 void TBUSBPrinterZUL::showPrinterError() {
-    showRetryAlert(
-        localized("Printer Error"),
-        localized("The printer is not responding properly. Please power-cycle the printer and try again."));
+    showRetryAlert(localized("Printer Error"),
+                   localized("The printer is not responding properly. Please power-cycle the printer and try again."));
 }
 
 void TBUSBPrinterZUL::showRetryAlert(const std::string& title, const std::string& message) {
@@ -100,8 +97,8 @@ void TBUSBPrinterZUL::showRetryAlert(const std::string& title, const std::string
 }
 
 void TBUSBPrinterZUL::updateFirmwareReady() {
-    const std::string update = localizedFormat(_environment.mainBundle, "Update Firmware to %@",
-                                               textOrNull(newFirmwareVersion()));
+    const std::string update =
+        localizedFormat(_environment.mainBundle, "Update Firmware to %@", textOrNull(newFirmwareVersion()));
     // "Cancel" first: Return must not start what cannot be undone.
     showAlertWithTitle(
         localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
@@ -197,8 +194,8 @@ void TBUSBPrinterZUL::reportUpdate(bool anyTable) {
             std::vector<std::string>{localized("Finish")}, {});
     } else {
         showAlertWithTitle(localized("There was a problem with the firmware update!"),
-                           localizedFormat(_environment.mainBundle,
-                                           "Previous firmware version: %@ current version: %@", previous, current),
+                           localizedFormat(_environment.mainBundle, "Previous firmware version: %@ current version: %@",
+                                           previous, current),
                            std::vector<std::string>{localized("OK")}, {});
     }
     PrinterEvent event;

@@ -96,8 +96,7 @@ TBUSBPrinter::DevicePtr TBUSBPrinter::deviceInterface() {
     if (_dInterface || !_iInterface) return _dInterface;
     DevicePtr device;
     if (const IOReturn code = _iInterface->GetDevice(device); code != kIOReturnSuccess) {
-        standardErrorLog(
-            formatted("ERROR: IOCreatePlugInInterfaceForService() returned (%s)\n", strForIOReturn(code)));
+        standardErrorLog(formatted("ERROR: IOCreatePlugInInterfaceForService() returned (%s)\n", strForIOReturn(code)));
         return nullptr;
     }
     if (!device) {
@@ -130,9 +129,14 @@ void TBUSBPrinter::handleInterestMessage(ServiceToken service, IOMessage message
         emit(event);
         return;
     }
-    case kIOMessageServiceWasClosed: otherHolderClosed(); return;
-    case kIOMessageServiceIsAttemptingOpen: attemptingOpen(); return;
-    case kIOMessageServiceBusyStateChange: return;
+    case kIOMessageServiceWasClosed:
+        otherHolderClosed();
+        return;
+    case kIOMessageServiceIsAttemptingOpen:
+        attemptingOpen();
+        return;
+    case kIOMessageServiceBusyStateChange:
+        return;
     }
     if (!inFirmwareUpdate()) setStatus("OK");
 }

@@ -37,7 +37,9 @@ std::optional<std::string> valueInDeviceID(const std::string& deviceID, const ch
     return TBCFStringCreateSubstringFromPrefixToTerminator(deviceID, prefix, ";");
 }
 
-bool isEnglish(std::uint16_t language) { return (language & 0x3FF) == 9; }
+bool isEnglish(std::uint16_t language) {
+    return (language & 0x3FF) == 9;
+}
 
 // A language seen later is preferred when it is the first English one, or an English with a smaller sub-language.
 bool isPreferred(std::uint16_t candidate, std::uint16_t choice) {
@@ -52,9 +54,15 @@ bool isPreferred(std::uint16_t candidate, std::uint16_t choice) {
 std::string TBUSBPrinter::keyUSBdevice() const {
     return formatted("%.4X%.4X%.8X", _idVendor, _idProduct, _locationID);
 }
-std::string TBUSBPrinter::idLocation() const { return formatted("%x", _locationID); }
-std::string TBUSBPrinter::idVendor() const { return formatted("%d", _idVendor); }
-std::string TBUSBPrinter::idProduct() const { return formatted("%d", _idProduct); }
+std::string TBUSBPrinter::idLocation() const {
+    return formatted("%x", _locationID);
+}
+std::string TBUSBPrinter::idVendor() const {
+    return formatted("%d", _idVendor);
+}
+std::string TBUSBPrinter::idProduct() const {
+    return formatted("%d", _idProduct);
+}
 
 std::string TBUSBPrinter::descriptionUTF8() const {
     const std::scoped_lock lock(_textMutex);
@@ -261,8 +269,8 @@ void TBUSBPrinter::getUSBVendorString() {
 void TBUSBPrinter::getUSBProductString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         bool asked = false;
-        const Text product = self->readUSBString(&IOUSBDeviceInterface::USBGetProductStringIndex,
-                                                 "USBGetProductStringIndex", asked);
+        const Text product =
+            self->readUSBString(&IOUSBDeviceInterface::USBGetProductStringIndex, "USBGetProductStringIndex", asked);
         if (!asked) return;
         self->performSyncOnMainQueue([&] { self->setProductUSB(product); });
         logText("got USB product:%s", textOrNull(product));
@@ -295,9 +303,15 @@ void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
     if (info && info->isMutable()) deviceInfoStore()[key] = std::move(info);
 }
 
-void TBUSBPrinter::forgetDeviceInfo() { deviceInfoStore().clear(); }
+void TBUSBPrinter::forgetDeviceInfo() {
+    deviceInfoStore().clear();
+}
 
-std::set<std::uint16_t> TBUSBPrinter::supportedVendorIDsOfClass() const { return {}; }
-std::set<std::uint16_t> TBUSBPrinter::supportedProductIDsOfClass() const { return {}; }
+std::set<std::uint16_t> TBUSBPrinter::supportedVendorIDsOfClass() const {
+    return {};
+}
+std::set<std::uint16_t> TBUSBPrinter::supportedProductIDsOfClass() const {
+    return {};
+}
 
 } // namespace zul

@@ -168,8 +168,14 @@ void TBUSBPrinter::setPrinterStatus(const std::string& status) {
     performSyncOnMainQueue([&] { storeFact("printerStatus", status); });
 }
 
-TBUSBPrinter::Text TBUSBPrinter::printerStatus() const { return _deviceInfoDict->string("printerStatus"); }
-TBUSBPrinter::Text TBUSBPrinter::printerSerialNumber() const { return _deviceInfoDict->string("printerSerialNumber"); }
-TBUSBPrinter::Text TBUSBPrinter::firmwareVersion() const { return _deviceInfoDict->string("firmwareVersion"); }
+TBUSBPrinter::Text TBUSBPrinter::printerStatus() const {
+    return _deviceInfoDict->string("printerStatus");
+}
+TBUSBPrinter::Text TBUSBPrinter::printerSerialNumber() const {
+    return _deviceInfoDict->string("printerSerialNumber");
+}
+TBUSBPrinter::Text TBUSBPrinter::firmwareVersion() const {
+    return _deviceInfoDict->string("firmwareVersion");
+}
 
 } // namespace zul

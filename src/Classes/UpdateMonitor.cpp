@@ -36,20 +36,28 @@ constexpr auto kPhases = std::to_array<PhaseFacts>({
 });
 static_assert(kPhases.size() == static_cast<std::size_t>(UpdatePhase::done) + 1);
 
-const PhaseFacts& factsOf(UpdatePhase phase) { return kPhases[static_cast<std::size_t>(phase)]; }
+const PhaseFacts& factsOf(UpdatePhase phase) {
+    return kPhases[static_cast<std::size_t>(phase)];
+}
 
-long long wholeSeconds(Clock::Duration span) { return std::chrono::duration_cast<seconds>(span).count(); }
+long long wholeSeconds(Clock::Duration span) {
+    return std::chrono::duration_cast<seconds>(span).count();
+}
 
 } // namespace
 
-const char* nameOfPhase(UpdatePhase phase) { return factsOf(phase).name; }
+const char* nameOfPhase(UpdatePhase phase) {
+    return factsOf(phase).name;
+}
 
 std::optional<Clock::Duration> expectedDuration(UpdatePhase phase) {
     const int expected = factsOf(phase).expectedSeconds;
     return expected == 0 ? std::nullopt : std::optional<Clock::Duration>(seconds(expected));
 }
 
-bool UpdateState::hasSucceeded() const { return isFinished && reasonOfFailure(*this).empty(); }
+bool UpdateState::hasSucceeded() const {
+    return isFinished && reasonOfFailure(*this).empty();
+}
 
 // ---- words ----------------------------------------------------------------------------------------------------------
 
@@ -86,7 +94,8 @@ std::string adviceForStall(const UpdateState& state) {
                "away, switch it off and on: the update goes on when it appears.";
     case UpdatePhase::loaderBack:
     case UpdatePhase::writing:
-        return "The printer is in firmware update mode and does not take the firmware. Leave it switched on. If nothing "
+        return "The printer is in firmware update mode and does not take the firmware. Leave it switched on. If "
+               "nothing "
                "happens, switch it off and on and start the update again.";
     case UpdatePhase::programming:
         return "The printer has the firmware and has not restarted yet. Leave it switched on.";
@@ -97,7 +106,8 @@ std::string adviceForStall(const UpdateState& state) {
     case UpdatePhase::colorTables:
         return "The printer has new firmware and does not answer. Its color tables are not complete yet. Leave it "
                "switched on. If nothing happens, switch it off and on: the update goes on when it appears.";
-    case UpdatePhase::done: return "";
+    case UpdatePhase::done:
+        return "";
     }
     return "";
 }
@@ -167,7 +177,8 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
     case Kind::replyMissing:
     case Kind::opened:
     case Kind::notPermitted:
-    case Kind::openFailed: return false; // no sign of life
+    case Kind::openFailed:
+        return false; // no sign of life
     case Kind::arrived:
         state.isAttached = true;
         if (state.phase == UpdatePhase::loaderGone) enter(state, UpdatePhase::loaderBack);
@@ -188,7 +199,9 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         state.bytesTotal = event.bytesTotal;
         state.lastProgress = _clock.now();
         break;
-    case Kind::commandSent: applyCommand(state, event); break;
+    case Kind::commandSent:
+        applyCommand(state, event);
+        break;
     case Kind::progressValue:
         // Stored just before the image goes out; the bytes follow.
         if (event.value != static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) return false;
@@ -197,9 +210,14 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         state.currentVersion = std::nullopt; // the version that counts is the one read behind the image
         enter(state, UpdatePhase::writing);
         break;
-    case Kind::replyRead: break;
-    case Kind::status: applyStatus(state, event); break;
-    case Kind::firmwareVersion: state.currentVersion = event.text; break;
+    case Kind::replyRead:
+        break;
+    case Kind::status:
+        applyStatus(state, event);
+        break;
+    case Kind::firmwareVersion:
+        state.currentVersion = event.text;
+        break;
     case Kind::colorTable:
         enter(state, UpdatePhase::colorTables);
         state.table = event.value;

@@ -51,8 +51,8 @@ struct UpdateState {
     std::string rawStatus;           // last status that came
     std::optional<IOReturn> failure; // of the last write that failed since the update began
     bool isAttached = true;
-    bool isFinished = false; // the engine has reported
-    bool anyTable = false;   // as the engine reported
+    bool isFinished = false;        // the engine has reported
+    bool anyTable = false;          // as the engine reported
     std::int64_t tablesWritten = 0; // tables whose name and contents the bus both took
     bool isBackInLoader = false;    // in firmware update mode again although the image was sent
 

@@ -83,7 +83,8 @@ int writeDigests(const Options& options, const Output& output) {
         }
     }
     if (digests.digests.empty()) {
-        output.problem("no firmware files in " + folder.string() + ". \"zulctl archive list\" names the files.", kFailed);
+        output.problem("no firmware files in " + folder.string() + ". \"zulctl archive list\" names the files.",
+                       kFailed);
         return kFailed;
     }
     if (!writeFirmwareDigests(folder, digests)) {

@@ -44,8 +44,7 @@ void withOpenPrinter(Program& program, const Program::Printer& printer, std::fun
 
 void showStatus(Program& program, const Program::Printer& printer, const std::optional<std::string>& rawStatus) {
     if (!rawStatus) {
-        program.output.problem(printer->descriptionUTF8() +
-                                   " does not answer. Switch it off and on, then try again.",
+        program.output.problem(printer->descriptionUTF8() + " does not answer. Switch it off and on, then try again.",
                                kNotBack);
         program.quit(kNotBack);
         return;
@@ -173,7 +172,8 @@ void runUSBSerial(Program& program) {
                 return;
             }
             if (program.output.isJson()) {
-                program.output.document({{"key", printer->keyUSBdevice()}, {"usbSerialNumberSetting", printer->usbISerialString()}});
+                program.output.document(
+                    {{"key", printer->keyUSBdevice()}, {"usbSerialNumberSetting", printer->usbISerialString()}});
             } else {
                 program.output.line("USB serial number: " + printer->usbISerialString());
             }

@@ -58,7 +58,8 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
         for (const auto& printer : now) {
             if (!_shown.insert(printer).second) continue;
             show(*printer, "arrived", "", nullptr);
-            for (const auto& [key, value] : printer->deviceInfoDict()->entries()) showFact(*printer, key, jsonOf(value));
+            for (const auto& [key, value] : printer->deviceInfoDict()->entries())
+                showFact(*printer, key, jsonOf(value));
             printer->addObserver(weak_from_this(), KeyValueObservable::kEveryKey, printer.get());
         }
     }

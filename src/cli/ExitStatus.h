@@ -7,12 +7,12 @@ enum ExitStatus : int {
     kDone = 0,
     kFailed = 1,
     kWrongUsage = 2,
-    kNotNeeded = 3,   // the installed version is newer than the offered one
-    kNoPrinter = 4,   // no such printer
-    kBusy = 5,        // another program holds it
-    kNotReady = 6,    // its status says why
-    kCorruption = 7,  // the firmware files are damaged
-    kNotBack = 8,     // it did not come back, or stopped answering
+    kNotNeeded = 3,  // the installed version is newer than the offered one
+    kNoPrinter = 4,  // no such printer
+    kBusy = 5,       // another program holds it
+    kNotReady = 6,   // its status says why
+    kCorruption = 7, // the firmware files are damaged
+    kNotBack = 8,    // it did not come back, or stopped answering
     kInterrupted = 130,
 };
 

@@ -67,7 +67,8 @@ void addPrinterCommands(CLI::App& app, Options& options) {
     optionalPrinter("status", "Ask a printer for its status now");
     addCommand(app, options, "watch", "Arrivals, departures and every changed fact, until interrupted");
     auto onePrinter = [&](const char* name, const char* help) {
-        addCommand(app, options, name, help)->add_option("PRINTER", options.arguments, "Which printer")
+        addCommand(app, options, name, help)
+            ->add_option("PRINTER", options.arguments, "Which printer")
             ->required()
             ->expected(1);
     };
@@ -76,13 +77,16 @@ void addPrinterCommands(CLI::App& app, Options& options) {
     onePrinter("reenumerate", "Make the USB device leave and return");
     auto twoWords = [&](const char* name, const char* help, const char* first, std::set<std::string> choices) {
         CLI::App* command = addCommand(app, options, name, help);
-        command->add_option_function<std::string>(
-                   first, [&options](const std::string& word) { options.arguments.insert(options.arguments.begin(), word); },
-                   "What")
+        command
+            ->add_option_function<std::string>(
+                first,
+                [&options](const std::string& word) { options.arguments.insert(options.arguments.begin(), word); },
+                "What")
             ->required()
             ->check(CLI::IsMember(std::move(choices)));
-        command->add_option_function<std::string>(
-                   "PRINTER", [&options](const std::string& word) { options.arguments.push_back(word); }, "Which printer")
+        command
+            ->add_option_function<std::string>(
+                "PRINTER", [&options](const std::string& word) { options.arguments.push_back(word); }, "Which printer")
             ->required();
     };
     twoWords("reset-counter", "Set a counter to 0", "COUNTER", {"A", "B", "M"});
@@ -159,8 +163,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         parsed.problem = std::string(error.what()) + ". Try zulctl --help.";
         return parsed;
     }
-    const bool asksForVirtualHelp =
-        std::find(options.virtualPrinters.begin(), options.virtualPrinters.end(), "help") != options.virtualPrinters.end();
+    const bool asksForVirtualHelp = std::find(options.virtualPrinters.begin(), options.virtualPrinters.end(), "help") !=
+                                    options.virtualPrinters.end();
     if (options.command.empty() && !asksForVirtualHelp) {
         parsed.exitStatus = kWrongUsage;
         parsed.problem = "Name a command, for example: zulctl list. Try zulctl --help.";

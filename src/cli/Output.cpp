@@ -21,9 +21,15 @@ std::size_t width(const std::string& text) {
 
 } // namespace
 
-void Output::line(const std::string& text) const { std::cout << text << std::endl; }
-void Output::document(const nlohmann::json& value) const { std::cout << dumped(value, 2) << std::endl; }
-void Output::object(const nlohmann::json& value) const { std::cout << dumped(value, -1) << std::endl; }
+void Output::line(const std::string& text) const {
+    std::cout << text << std::endl;
+}
+void Output::document(const nlohmann::json& value) const {
+    std::cout << dumped(value, 2) << std::endl;
+}
+void Output::object(const nlohmann::json& value) const {
+    std::cout << dumped(value, -1) << std::endl;
+}
 
 void Output::problem(const std::string& text, int exitStatus) const {
     if (_json) {

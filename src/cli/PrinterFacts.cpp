@@ -10,7 +10,9 @@ namespace {
 
 using nlohmann::json;
 
-json orNull(const std::optional<std::string>& text) { return text ? json(*text) : json(nullptr); }
+json orNull(const std::optional<std::string>& text) {
+    return text ? json(*text) : json(nullptr);
+}
 
 const char* nameOfOwnership(std::int64_t ownership) {
     if (ownership < 0) return "another program";

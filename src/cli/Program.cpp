@@ -50,13 +50,12 @@ void EventRouter::printerEvent(const PrinterEvent& event) {
 
 Program::Program(Options runOptions)
     : options(std::move(runOptions)), output(options.json), defaults(UserDefaults::standardFile()),
-      bundle(Bundle::mainBundle(options.firmwareArchive)),
-      monitor(clock,
-              [this](const std::string& key) {
-                  mainQueue.async([this, key] {
-                      if (updateChanged) updateChanged(key);
-                  });
-              }),
+      bundle(Bundle::mainBundle(options.firmwareArchive)), monitor(clock,
+                                                                   [this](const std::string& key) {
+                                                                       mainQueue.async([this, key] {
+                                                                           if (updateChanged) updateChanged(key);
+                                                                       });
+                                                                   }),
       environment{.mainQueue = mainQueue,
                   .clock = clock,
                   .registry = registry,
@@ -67,7 +66,9 @@ Program::Program(Options runOptions)
                   .events = &events,
                   .admittedProductIDs = options.admittedProducts} {}
 
-Program::~Program() { endBus(); }
+Program::~Program() {
+    endBus();
+}
 
 void Program::endBus() {
     if (_bus) _bus->stop();
@@ -76,7 +77,8 @@ void Program::endBus() {
 int Program::makeVirtualBus() {
     auto journal = std::make_shared<VirtualJournal>(clock);
     if (!options.journalFile.empty() && !journal->writeTo(options.journalFile)) {
-        output.problem("cannot write the journal " + options.journalFile + ". Name a file that can be written.", kFailed);
+        output.problem("cannot write the journal " + options.journalFile + ". Name a file that can be written.",
+                       kFailed);
         return kFailed;
     }
     auto bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
@@ -106,9 +108,9 @@ int Program::start(std::function<void()> ready) {
     controller = std::make_shared<TBPrinters>(environment, TBPrinters::Outlets{});
     controller->init();
     if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
-        output.problem(formatted("cannot watch the USB bus (%s). Is USB available on this machine?",
-                                 strForIOReturn(code)),
-                       kFailed);
+        output.problem(
+            formatted("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code)),
+            kFailed);
         return kFailed;
     }
     controller->awakeFromNib();
@@ -168,7 +170,9 @@ Program::Printer Program::findOnly(const std::vector<std::string>& names, int& e
     return nullptr;
 }
 
-void Program::afterQueue(const Printer& printer, Block block) { afterQueues({printer}, std::move(block)); }
+void Program::afterQueue(const Printer& printer, Block block) {
+    afterQueues({printer}, std::move(block));
+}
 
 void Program::afterQueues(const std::vector<Printer>& all, Block block) {
     auto left = std::make_shared<std::size_t>(1);

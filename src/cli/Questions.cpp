@@ -41,8 +41,9 @@ void Questions::ask(AlertDescription alert, std::function<void(std::size_t)> ans
 void Questions::showFirst() {
     const AlertDescription& alert = _waiting.front().alert;
     show(alert);
-    if (alert.accessory) std::cout << "  [" << (alert.accessory->state == 1 ? 'x' : ' ') << "] " << alert.accessory->title
-                                   << "  (type \"agree\" to tick it)\n";
+    if (alert.accessory)
+        std::cout << "  [" << (alert.accessory->state == 1 ? 'x' : ' ') << "] " << alert.accessory->title
+                  << "  (type \"agree\" to tick it)\n";
     for (std::size_t index = 0; index < alert.buttons.size(); ++index) {
         std::cout << "  " << index + 1 << ") " << alert.buttons[index] << (index == 0 ? "  (Return)" : "") << '\n';
     }

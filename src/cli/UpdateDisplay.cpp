@@ -19,7 +19,9 @@ std::size_t terminalWidth() {
     return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 10 ? size.ws_col : 80;
 }
 
-double secondsOf(Clock::Duration span) { return std::chrono::duration<double>(span).count(); }
+double secondsOf(Clock::Duration span) {
+    return std::chrono::duration<double>(span).count();
+}
 
 } // namespace
 

@@ -14,7 +14,9 @@ using std::chrono::seconds;
 constexpr std::size_t kFirst = 0;
 constexpr std::size_t kSecond = 1;
 
-bool startsWith(const std::string& text, const char* start) { return text.rfind(start, 0) == 0; }
+bool startsWith(const std::string& text, const char* start) {
+    return text.rfind(start, 0) == 0;
+}
 
 } // namespace
 
@@ -64,7 +66,9 @@ void UpdateJob::begin() {
     _printer->updateFirmware();
 }
 
-bool UpdateJob::isInteractive() const { return !_program.output.isJson() && ::isatty(STDIN_FILENO) == 1; }
+bool UpdateJob::isInteractive() const {
+    return !_program.output.isJson() && ::isatty(STDIN_FILENO) == 1;
+}
 
 bool UpdateJob::isDelicate() const {
     const auto state = _program.monitor.state(_key);
@@ -97,20 +101,36 @@ void UpdateJob::handleAlert(AlertDescription alert) {
         alert.layout = nullptr;
     }
     switch (kindOf(alert)) {
-    case AlertKind::agreement: agree(std::move(alert)); return;
+    case AlertKind::agreement:
+        agree(std::move(alert));
+        return;
     case AlertKind::confirmation:
-    case AlertKind::loaderFound: confirm(std::move(alert)); return;
-    case AlertKind::notReady: retryOrEnd(std::move(alert), kNotReady); return;
-    case AlertKind::busy: retryOrEnd(std::move(alert), kBusy); return;
-    case AlertKind::error: retryOrEnd(std::move(alert), kFailed); return;
+    case AlertKind::loaderFound:
+        confirm(std::move(alert));
+        return;
+    case AlertKind::notReady:
+        retryOrEnd(std::move(alert), kNotReady);
+        return;
+    case AlertKind::busy:
+        retryOrEnd(std::move(alert), kBusy);
+        return;
+    case AlertKind::error:
+        retryOrEnd(std::move(alert), kFailed);
+        return;
     case AlertKind::corruption:
-    case AlertKind::damagedFile: acknowledge(alert, kCorruption); return;
-    case AlertKind::notNeeded: acknowledge(alert, _program.options.notNeededOk ? kDone : kNotNeeded); return;
+    case AlertKind::damagedFile:
+        acknowledge(alert, kCorruption);
+        return;
+    case AlertKind::notNeeded:
+        acknowledge(alert, _program.options.notNeededOk ? kDone : kNotNeeded);
+        return;
     case AlertKind::report:
         showAlert(alert);
         press(alert, kFirst); // the result is judged from the facts, not from this report
         return;
-    case AlertKind::other: acknowledge(alert, kFailed); return;
+    case AlertKind::other:
+        acknowledge(alert, kFailed);
+        return;
     }
 }
 
@@ -209,11 +229,8 @@ void UpdateJob::end(int status, const std::string& message) {
     const double spent = std::chrono::duration<double>(elapsed).count();
     _display.breakLine();
     if (_program.output.isJson()) {
-        _program.output.object({{"event", "result"},
-                                {"printer", _key},
-                                {"exit", status},
-                                {"message", message},
-                                {"elapsed", spent}});
+        _program.output.object(
+            {{"event", "result"}, {"printer", _key}, {"exit", status}, {"message", message}, {"elapsed", spent}});
     } else {
         _program.output.line(formatted("%s: %s (%.1f s)", _name, message, spent));
     }

@@ -34,11 +34,11 @@ using PrinterCommand = void (*)(Program&);
 
 const std::map<std::string, PrinterCommand>& printerCommands() {
     static const std::map<std::string, PrinterCommand> commands = {
-        {"list", runList},         {"info", runInfo},
-        {"status", runStatus},     {"watch", runWatch},
-        {"update", runUpdate},     {"reset-counter", runResetCounter},
-        {"soft-reset", runReset},  {"usb-serial", runUSBSerial},
-        {"reset", runReset},       {"reenumerate", runReset},
+        {"list", runList},        {"info", runInfo},
+        {"status", runStatus},    {"watch", runWatch},
+        {"update", runUpdate},    {"reset-counter", runResetCounter},
+        {"soft-reset", runReset}, {"usb-serial", runUSBSerial},
+        {"reset", runReset},      {"reenumerate", runReset},
     };
     return commands;
 }
@@ -97,4 +97,6 @@ int run(int argc, char** argv) {
 
 } // namespace zul::cli
 
-int main(int argc, char** argv) { zul::cli::leave(zul::cli::run(argc, argv)); }
+int main(int argc, char** argv) {
+    zul::cli::leave(zul::cli::run(argc, argv));
+}

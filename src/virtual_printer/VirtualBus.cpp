@@ -13,7 +13,9 @@ constexpr std::uint8_t kDefaultBus = 1;
 VirtualBus::VirtualBus(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal)
     : _mainQueue(mainQueue), _clock(clock), _journal(std::move(journal)) {}
 
-VirtualBus::~VirtualBus() { stop(); }
+VirtualBus::~VirtualBus() {
+    stop();
+}
 
 std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
     const auto next = static_cast<std::uint8_t>(_ports.size() + 1);
@@ -26,10 +28,16 @@ std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
     return _ports.size() - 1;
 }
 
-void VirtualBus::unplug(std::size_t printer) { _ports.at(printer)->unplug(); }
-void VirtualBus::plug(std::size_t printer) { _ports.at(printer)->attach(); }
+void VirtualBus::unplug(std::size_t printer) {
+    _ports.at(printer)->unplug();
+}
+void VirtualBus::plug(std::size_t printer) {
+    _ports.at(printer)->attach();
+}
 
-void VirtualBus::setHeldByOther(std::size_t printer, bool isHeld) { _ports.at(printer)->setHeldByOther(isHeld); }
+void VirtualBus::setHeldByOther(std::size_t printer, bool isHeld) {
+    _ports.at(printer)->setHeldByOther(isHeld);
+}
 
 void VirtualBus::inspect(std::size_t printer, const std::function<void(const VirtualPrinter&)>& inspect) {
     _ports.at(printer)->inspect(inspect);

@@ -1,5 +1,5 @@
-// The embedded printers as a bus: in this process, without hardware, through the same seam as the real one. Printers are
-// added, plugged and unplugged on the main queue; their handles are used on the printers' queues. Restarts, late
+// The embedded printers as a bus: in this process, without hardware, through the same seam as the real one. Printers
+// are added, plugged and unplugged on the main queue; their handles are used on the printers' queues. Restarts, late
 // answers and slow flashes take their time on the injected clock.
 #pragma once
 

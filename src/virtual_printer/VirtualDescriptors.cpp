@@ -8,14 +8,20 @@ namespace {
 
 constexpr std::uint8_t kGetDescriptor = 6;
 
-bool isGetDeviceID(const IOUSBDevRequestTO& request) { return request.bmRequestType == 0xA1 && request.bRequest == 0; }
+bool isGetDeviceID(const IOUSBDevRequestTO& request) {
+    return request.bmRequestType == 0xA1 && request.bRequest == 0;
+}
 
 bool isGetDescriptor(const IOUSBDevRequestTO& request) {
     return request.bmRequestType == 0x80 && request.bRequest == kGetDescriptor;
 }
 
-std::uint8_t low(std::uint16_t value) { return static_cast<std::uint8_t>(value); }
-std::uint8_t high(std::uint16_t value) { return static_cast<std::uint8_t>(value >> 8); }
+std::uint8_t low(std::uint16_t value) {
+    return static_cast<std::uint8_t>(value);
+}
+std::uint8_t high(std::uint16_t value) {
+    return static_cast<std::uint8_t>(value >> 8);
+}
 
 Data deviceDescriptor(const VirtualPrinter& printer) {
     const std::uint16_t vendor = printer.vendorID();
@@ -44,13 +50,17 @@ Data stringDescriptor(const std::string& ascii) {
 // The language that the host asks for does not matter: there is only one set of texts.
 std::optional<Data> stringAnswer(const VirtualPrinter& printer, std::uint8_t index) {
     switch (index) {
-    case 0: return Data{4, 3, 0x09, 0x04}; // English (United States)
-    case kVirtualManufacturerIndex: return stringDescriptor(printer.manufacturerText());
-    case kVirtualProductIndex: return stringDescriptor(printer.productText());
+    case 0:
+        return Data{4, 3, 0x09, 0x04}; // English (United States)
+    case kVirtualManufacturerIndex:
+        return stringDescriptor(printer.manufacturerText());
+    case kVirtualProductIndex:
+        return stringDescriptor(printer.productText());
     case kVirtualSerialIndex:
         if (const auto serial = printer.serialText()) return stringDescriptor(*serial);
         return std::nullopt;
-    default: return std::nullopt;
+    default:
+        return std::nullopt;
     }
 }
 

@@ -120,8 +120,8 @@ IOReturn VirtualInterface::WritePipeTO(std::uint8_t pipe, const void* buffer, st
     if (_stay->isGone) return kIOReturnNoDevice;
     if (pipe != kOutPipe) return kIOUSBUnknownPipeErr;
     if (!isClaimed()) return kIOReturnError;
-    return _port->write(_stay, static_cast<const std::uint8_t*>(buffer), size,
-                        deadlineAfter(*_port, completionTimeout), _progress);
+    return _port->write(_stay, static_cast<const std::uint8_t*>(buffer), size, deadlineAfter(*_port, completionTimeout),
+                        _progress);
 }
 
 IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) {

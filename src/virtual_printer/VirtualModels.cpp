@@ -23,12 +23,13 @@ bool sameLetter(char one, char other) {
 
 } // namespace
 
-std::span<const VirtualModel> virtualModels() { return kModels; }
+std::span<const VirtualModel> virtualModels() {
+    return kModels;
+}
 
 const VirtualModel* virtualModelNamed(std::string_view name) {
-    const auto found = std::ranges::find_if(kModels, [&](const VirtualModel& model) {
-        return std::ranges::equal(model.name, name, sameLetter);
-    });
+    const auto found = std::ranges::find_if(
+        kModels, [&](const VirtualModel& model) { return std::ranges::equal(model.name, name, sameLetter); });
     return found == kModels.end() ? nullptr : &*found;
 }
 

@@ -1,5 +1,5 @@
-// What the virtual printers know about themselves: one row per model. Any thread. Kept apart from the program's own table on
-// purpose: a printer that learned its facts from the program could not show that the program has them wrong.
+// What the virtual printers know about themselves: one row per model. Any thread. Kept apart from the program's own
+// table on purpose: a printer that learned its facts from the program could not show that the program has them wrong.
 #pragma once
 
 #include <cstdint>

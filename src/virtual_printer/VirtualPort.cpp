@@ -25,7 +25,9 @@ std::uint32_t VirtualPort::locationID() const {
     return static_cast<std::uint32_t>(_bus) << 24 | static_cast<std::uint32_t>(_port.load()) << 20;
 }
 
-std::string VirtualPort::locationText() const { return std::to_string(_bus) + '-' + std::to_string(_port.load()); }
+std::string VirtualPort::locationText() const {
+    return std::to_string(_bus) + '-' + std::to_string(_port.load());
+}
 
 void VirtualPort::journal(const char* event, const std::string& command, std::uint32_t length,
                           const std::string& result) {
@@ -162,9 +164,8 @@ void VirtualPort::watchHolder(VirtualStay& stay, const void* watcher, std::funct
 }
 
 void VirtualPort::holdFor(std::chrono::milliseconds time) {
-    _clock.callAt(_clock.now() + time, [self = shared_from_this()] {
-        self->_mainQueue.async([self] { self->setHeldByOther(false); });
-    });
+    _clock.callAt(_clock.now() + time,
+                  [self = shared_from_this()] { self->_mainQueue.async([self] { self->setHeldByOther(false); }); });
 }
 
 void VirtualPort::setHeldByOther(bool isHeld) {

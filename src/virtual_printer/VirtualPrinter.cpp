@@ -37,8 +37,8 @@ VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<vo
     : _settings(std::move(settings)), _sawCommand(std::move(sawCommand)), _faults(_settings.faults),
       _isLoader(_settings.startsInLoader), _nextIsLoader(_settings.startsInLoader), _firmware(_settings.firmware),
       _nextFirmware(_settings.firmware), _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
-      _tellsSerial(_settings.hasUSBSerial),
-      _counters{{'A', 12}, {'B', 34}, {'M', 56}, {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
+      _tellsSerial(_settings.hasUSBSerial), _counters{{'A', 12}, {'B', 34}, {'M', 56},
+                                                      {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
       _tables(*_settings.model) {}
 
 VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
@@ -142,12 +142,16 @@ std::string VirtualPrinter::deviceID() const {
            ";";
 }
 
-std::string VirtualPrinter::productText() const { return std::string(_settings.model->name); }
+std::string VirtualPrinter::productText() const {
+    return std::string(_settings.model->name);
+}
 
 std::optional<std::string> VirtualPrinter::serialText() const {
     return _tellsSerial ? std::optional(_settings.serial) : std::nullopt;
 }
 
-std::uint16_t VirtualPrinter::productID() const { return _settings.model->productID; }
+std::uint16_t VirtualPrinter::productID() const {
+    return _settings.model->productID;
+}
 
 } // namespace zul

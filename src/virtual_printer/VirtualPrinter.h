@@ -99,13 +99,13 @@ class VirtualPrinter {
 
     const VirtualPrinterSettings _settings;
     const std::function<void(const VirtualCommand&)> _sawCommand;
-    std::vector<VirtualFault> _faults; // those that have not happened yet; occurrence counts down
+    std::vector<VirtualFault> _faults;  // those that have not happened yet; occurrence counts down
     std::optional<VirtualFault> _fault; // of the frame under way
 
-    Data _frame;                   // header and payload as far as they have come
-    std::size_t _payloadSize = 0;  // as the header announced it
-    std::size_t _unplugAt = 0;     // leave when the frame has this many bytes; 0: no
-    std::string _text;             // of the frame under way
+    Data _frame;                  // header and payload as far as they have come
+    std::size_t _payloadSize = 0; // as the header announced it
+    std::size_t _unplugAt = 0;    // leave when the frame has this many bytes; 0: no
+    std::string _text;            // of the frame under way
 
     bool _isLoader = false;
     bool _nextIsLoader = false;

@@ -27,8 +27,8 @@ void VirtualPrinter::attach() {
     _isLoader = _nextIsLoader;
     _firmware = _nextFirmware;
     _tellsSerial = _serialSetting; // the setting takes effect with a restart
-    _statuses = _isUpdated && !_settings.statusesAfterUpdate.empty() ? _settings.statusesAfterUpdate
-                                                                     : _settings.statuses;
+    _statuses =
+        _isUpdated && !_settings.statusesAfterUpdate.empty() ? _settings.statusesAfterUpdate : _settings.statuses;
     _statusIndex = 0;
 }
 

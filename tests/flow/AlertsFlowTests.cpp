@@ -184,8 +184,7 @@ TEST_CASE("switching the USB serial number asks for a power cycle and cleans the
     CHECK(lab.operatorDesk.title() == "Please power-cycle the selected printer now to complete the process!");
     CHECK(lab.operatorDesk.alert().isModal);
     CHECK(commandLines ==
-          std::vector<std::string>{
-              "for q in $(lpstat -v|awk '/QP-VK26[?]/ {print $3}');do lpadmin -x ${q%:};done"});
+          std::vector<std::string>{"for q in $(lpstat -v|awk '/QP-VK26[?]/ {print $3}');do lpadmin -x ${q%:};done"});
 }
 
 TEST_CASE("switching the USB serial number of a busy printer reports that it is busy") {

@@ -30,8 +30,12 @@ void Operator::beginAlert(AlertDescription alert) {
     _bindings.push_back(std::move(binding));
 }
 
-std::string Operator::title() const { return _alerts.empty() ? "" : _alerts.front().messageText; }
-std::string Operator::message() const { return _alerts.empty() ? "" : _alerts.front().informativeText; }
+std::string Operator::title() const {
+    return _alerts.empty() ? "" : _alerts.front().messageText;
+}
+std::string Operator::message() const {
+    return _alerts.empty() ? "" : _alerts.front().informativeText;
+}
 std::vector<std::string> Operator::buttons() const {
     return _alerts.empty() ? std::vector<std::string>{} : _alerts.front().buttons;
 }
@@ -76,7 +80,9 @@ struct Lab::LogLines {
     std::vector<std::string> lines;
 };
 
-fs::path Lab::sampleArchive() { return ZUL_SAMPLE_ARCHIVE; }
+fs::path Lab::sampleArchive() {
+    return ZUL_SAMPLE_ARCHIVE;
+}
 
 Lab::Lab(const fs::path& archive)
     : bundle({}, archive), environment{.mainQueue = mainQueue,
@@ -128,9 +134,13 @@ void Lab::start() {
     rest();
 }
 
-bool Lab::rest(Clock::Duration limit) { return clock.drain(mainQueue, limit); }
+bool Lab::rest(Clock::Duration limit) {
+    return clock.drain(mainQueue, limit);
+}
 
-void Lab::advance(Clock::Duration span) { clock.advance(mainQueue, span); }
+void Lab::advance(Clock::Duration span) {
+    clock.advance(mainQueue, span);
+}
 
 void Lab::startWithVK14(const std::string& settings) {
     attach("VK14" + (settings.empty() ? "" : "," + settings));
@@ -161,7 +171,9 @@ std::shared_ptr<TBUSBPrinterZUL> Lab::printer(std::size_t row) const {
     return printers[row];
 }
 
-std::string Lab::fact(const char* key, std::size_t row) const { return printer(row)->fact(key).value_or("(none)"); }
+std::string Lab::fact(const char* key, std::size_t row) const {
+    return printer(row)->fact(key).value_or("(none)");
+}
 
 std::int64_t Lab::progress(std::size_t row) const {
     return printer(row)->deviceInfoDict()->integer(HOLVEN_TBPrinterDeviceFirmwareStatus).value_or(0);
@@ -183,7 +195,9 @@ int Lab::timesLogged(const std::string& part) const {
         _log->lines, [&](const std::string& line) { return line.find(part) != std::string::npos; }));
 }
 
-bool Lab::logged(const std::string& part) const { return timesLogged(part) > 0; }
+bool Lab::logged(const std::string& part) const {
+    return timesLogged(part) > 0;
+}
 
 // ---- archive --------------------------------------------------------------------------------------------------------
 
@@ -201,7 +215,9 @@ ChangedArchive::~ChangedArchive() {
     fs::remove_all(_folder, error);
 }
 
-void ChangedArchive::remove(const std::string& file) { REQUIRE(fs::remove(_folder / file)); }
+void ChangedArchive::remove(const std::string& file) {
+    REQUIRE(fs::remove(_folder / file));
+}
 
 void ChangedArchive::own(const std::string& file) {
     remove(file);
@@ -223,8 +239,7 @@ void ChangedArchive::empty(const std::string& file) {
 // ---- what a VK14 sees -----------------------------------------------------------------------------------------------
 
 Wire attachWire() {
-    return {"STATUS",        "INFO  FVER",         "MNT_RDCOUNTER_LIFE",
-            "TBL_RDVersion", "MNT_RDCTRLD_CHKSUM", "INFO  SERIAL_NUMBER"};
+    return {"STATUS", "INFO  FVER", "MNT_RDCOUNTER_LIFE", "TBL_RDVersion", "MNT_RDCTRLD_CHKSUM", "INFO  SERIAL_NUMBER"};
 }
 
 Wire tablesWire() {

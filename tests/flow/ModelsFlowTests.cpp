@@ -47,7 +47,8 @@ TEST_CASE("each model is updated to the version of its own archive row, with its
         CHECK(lab.operatorDesk.message() ==
               std::string("Firmware version updated from ") + model.previous + " to " + model.offered);
         CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == model.offered);
-        lab.bus.inspect(0, [&](const VirtualPrinter& printer) { CHECK(printer.tables().writtenNames() == model.tables); });
+        lab.bus.inspect(0,
+                        [&](const VirtualPrinter& printer) { CHECK(printer.tables().writtenNames() == model.tables); });
     }
 }
 

@@ -1,5 +1,5 @@
-// Printers that leave at the wrong moment, come back late, stay in their loader or answer badly: what is lost, what goes
-// on by itself, and what the operator can do.
+// Printers that leave at the wrong moment, come back late, stay in their loader or answer badly: what is lost, what
+// goes on by itself, and what the operator can do.
 #include "Lab.h"
 
 #include <algorithm>

@@ -11,7 +11,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-void append(Wire& wire, const Wire& more) { wire.insert(wire.end(), more.begin(), more.end()); }
+void append(Wire& wire, const Wire& more) {
+    wire.insert(wire.end(), more.begin(), more.end());
+}
 
 Wire wholeUpdateWire() {
     Wire wire = {"STATUS", "STATUS", "FW_UPDFLASH_REWRITE", "leave", "arrive"};
@@ -62,8 +64,7 @@ TEST_CASE("an update ends with the new version, new tables and the report of bot
     CHECK(lab.printer()->ownership() == 0);
     lab.bus.inspect(0, [](const VirtualPrinter& printer) {
         CHECK(printer.firmware() == "VK14 01.61");
-        CHECK(printer.tables().writtenNames() ==
-              std::vector<std::string>{"VK14_300_0161.CWD", "VK14_600_0161.CWD"});
+        CHECK(printer.tables().writtenNames() == std::vector<std::string>{"VK14_300_0161.CWD", "VK14_600_0161.CWD"});
     });
 }
 

@@ -42,7 +42,9 @@ std::chrono::system_clock::time_point SimulatedClock::wallTime() {
            std::chrono::duration_cast<std::chrono::system_clock::duration>(elapsed());
 }
 
-Clock::Duration SimulatedClock::elapsed() { return now() - (TimePoint{} + std::chrono::hours(1000)); }
+Clock::Duration SimulatedClock::elapsed() {
+    return now() - (TimePoint{} + std::chrono::hours(1000));
+}
 
 bool SimulatedClock::wait(Event* event, TimePoint deadline) {
     std::unique_lock lock(_mutex);
@@ -92,9 +94,13 @@ void SimulatedClock::advance(MainQueue& mainQueue, Duration span) {
     _now = std::max(_now, end);
 }
 
-void SimulatedClock::sleepFor(Duration duration) { wait(nullptr, now() + duration); }
+void SimulatedClock::sleepFor(Duration duration) {
+    wait(nullptr, now() + duration);
+}
 
-std::unique_ptr<ClockEvent> SimulatedClock::makeEvent() { return std::make_unique<Event>(*this); }
+std::unique_ptr<ClockEvent> SimulatedClock::makeEvent() {
+    return std::make_unique<Event>(*this);
+}
 
 Clock::TimerId SimulatedClock::callAt(TimePoint time, Block block) {
     const std::scoped_lock lock(_mutex);

@@ -1,6 +1,6 @@
-// A clock that is moved by hand. Threads are real, time is not: when every queue is at rest or waits for time, the clock
-// jumps to the next moment that somebody waits for. So a journey of minutes runs in milliseconds, in a fixed order of
-// moments, and a wait that never ends shows as "at rest" instead of hanging the test.
+// A clock that is moved by hand. Threads are real, time is not: when every queue is at rest or waits for time, the
+// clock jumps to the next moment that somebody waits for. So a journey of minutes runs in milliseconds, in a fixed
+// order of moments, and a wait that never ends shows as "at rest" instead of hanging the test.
 #pragma once
 
 #include "platform/dispatch/Clock.h"

@@ -42,19 +42,19 @@ class AlertLayout {
 
 /// Everything that a presenter needs to build and show one alert. Plain data, made on any thread.
 struct AlertDescription {
-    std::string messageText;             // the title, in bold
-    std::string informativeText;         // may be empty
-    std::vector<std::string> buttons;    // in order; the first is the default button; never empty
+    std::string messageText;          // the title, in bold
+    std::string informativeText;      // may be empty
+    std::vector<std::string> buttons; // in order; the first is the default button; never empty
     AlertStyle style = AlertStyle::warning;
-    std::string iconName;                // picture of the printer; empty when there is none
-    std::shared_ptr<CheckBox> accessory; // may be null
+    std::string iconName;                           // picture of the printer; empty when there is none
+    std::shared_ptr<CheckBox> accessory;            // may be null
     std::function<void(AlertLayout& alert)> layout; // called once when the buttons exist; may be empty
     std::function<void(int answer)> completion;     // kAlertFirstButton …; may be empty; main queue
-    std::shared_ptr<CheckBox> suppression; // "do not ask again", where there is one
+    std::shared_ptr<CheckBox> suppression;          // "do not ask again", where there is one
     bool isSuppressionHidden = true;
-    bool isModal = false;                // application-modal; otherwise a sheet on the main window
-    std::string printerKey;              // which printer asks (keyUSBdevice)
-    std::string printerName;             // how it is called (manufacturer, model, serial number)
+    bool isModal = false;    // application-modal; otherwise a sheet on the main window
+    std::string printerKey;  // which printer asks (keyUSBdevice)
+    std::string printerName; // how it is called (manufacturer, model, serial number)
 };
 
 class AlertOutlet {

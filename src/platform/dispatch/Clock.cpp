@@ -72,13 +72,21 @@ RealClock::~RealClock() {
     _timers->changed.notify_all();
 }
 
-Clock::TimePoint RealClock::now() { return std::chrono::steady_clock::now(); }
+Clock::TimePoint RealClock::now() {
+    return std::chrono::steady_clock::now();
+}
 
-std::chrono::system_clock::time_point RealClock::wallTime() { return std::chrono::system_clock::now(); }
+std::chrono::system_clock::time_point RealClock::wallTime() {
+    return std::chrono::system_clock::now();
+}
 
-void RealClock::sleepFor(Duration duration) { std::this_thread::sleep_for(duration); }
+void RealClock::sleepFor(Duration duration) {
+    std::this_thread::sleep_for(duration);
+}
 
-std::unique_ptr<ClockEvent> RealClock::makeEvent() { return std::make_unique<RealEvent>(); }
+std::unique_ptr<ClockEvent> RealClock::makeEvent() {
+    return std::make_unique<RealEvent>();
+}
 
 Clock::TimerId RealClock::callAt(TimePoint time, Block block) {
     const std::scoped_lock lock(_timers->mutex);

@@ -30,15 +30,19 @@ struct MainQueue::State {
     // Both under the mutex: the descriptor is readable exactly while blocks wait.
     void raise() const {
         const std::uint64_t one = 1;
-        while (::write(descriptor, &one, sizeof one) < 0 && errno == EINTR) {}
+        while (::write(descriptor, &one, sizeof one) < 0 && errno == EINTR) {
+        }
     }
     void lower() const {
         std::uint64_t count = 0;
-        while (::read(descriptor, &count, sizeof count) < 0 && errno == EINTR) {}
+        while (::read(descriptor, &count, sizeof count) < 0 && errno == EINTR) {
+        }
     }
 };
 
-MainQueue::MainQueue(Clock& clock) : _state(std::make_shared<State>(clock)) { setCurrent(_specifics.get()); }
+MainQueue::MainQueue(Clock& clock) : _state(std::make_shared<State>(clock)) {
+    setCurrent(_specifics.get());
+}
 
 MainQueue::~MainQueue() {
     close();
@@ -67,7 +71,9 @@ bool MainQueue::sync(Block block) {
     return *done;
 }
 
-int MainQueue::eventDescriptor() const { return _state->descriptor; }
+int MainQueue::eventDescriptor() const {
+    return _state->descriptor;
+}
 
 bool MainQueue::runPending() {
     const auto state = _state;
@@ -92,7 +98,8 @@ bool MainQueue::runPending() {
 
 void MainQueue::waitForWork() {
     pollfd entry{_state->descriptor, POLLIN, 0};
-    while (::poll(&entry, 1, -1) < 0 && errno == EINTR) {}
+    while (::poll(&entry, 1, -1) < 0 && errno == EINTR) {
+    }
 }
 
 int MainQueue::run() {

@@ -22,7 +22,9 @@ std::atomic<int> liveThreadCount{0};
 Queue::Queue() : _specifics(std::make_shared<Specifics>()) {}
 Queue::~Queue() = default;
 
-void Queue::setSpecific(const void* key, const void* value) { _specifics->values[key] = value; }
+void Queue::setSpecific(const void* key, const void* value) {
+    _specifics->values[key] = value;
+}
 
 const void* Queue::currentSpecific(const void* key) {
     const auto* specifics = static_cast<const Specifics*>(currentSpecifics);
@@ -31,7 +33,9 @@ const void* Queue::currentSpecific(const void* key) {
     return found == specifics->values.end() ? nullptr : found->second;
 }
 
-void Queue::setCurrent(const Specifics* specifics) { currentSpecifics = specifics; }
+void Queue::setCurrent(const Specifics* specifics) {
+    currentSpecifics = specifics;
+}
 
 // The thread owns the state together with the queue object, so that either may end first.
 struct SerialQueue::State {
@@ -95,8 +99,12 @@ void SerialQueue::async(Block block) {
     _state->changed.notify_all();
 }
 
-const std::string& SerialQueue::label() const { return _state->label; }
+const std::string& SerialQueue::label() const {
+    return _state->label;
+}
 
-int SerialQueue::liveThreads() { return liveThreadCount; }
+int SerialQueue::liveThreads() {
+    return liveThreadCount;
+}
 
 } // namespace zul

@@ -11,7 +11,9 @@ namespace zul {
 
 using Data = std::vector<std::uint8_t>;
 
-inline Data dataFromText(std::string_view text) { return Data(text.begin(), text.end()); }
+inline Data dataFromText(std::string_view text) {
+    return Data(text.begin(), text.end());
+}
 
 /// The bytes up to the first NUL as UTF-8 text; nothing when they are not valid UTF-8.
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data);

@@ -19,6 +19,8 @@ template <class... Arguments> void logText(const char* format, const Arguments&.
 }
 
 /// How a missing text shows wherever one is printed.
-inline std::string textOrNull(const std::optional<std::string>& text) { return text.value_or("(null)"); }
+inline std::string textOrNull(const std::optional<std::string>& text) {
+    return text.value_or("(null)");
+}
 
 } // namespace zul

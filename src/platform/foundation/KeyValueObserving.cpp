@@ -15,7 +15,9 @@ bool sameObserver(const std::weak_ptr<KeyValueObserver>& one, const std::weak_pt
 
 } // namespace
 
-void KeyValueObservable::setChangeDiagnostic(ChangeDiagnostic diagnostic) { changeDiagnostic = diagnostic; }
+void KeyValueObservable::setChangeDiagnostic(ChangeDiagnostic diagnostic) {
+    changeDiagnostic = diagnostic;
+}
 
 void KeyValueObservable::addObserver(std::weak_ptr<KeyValueObserver> observer, const std::string& keyPath,
                                      void* context) {
@@ -33,9 +35,8 @@ void KeyValueObservable::removeObserver(const std::weak_ptr<KeyValueObserver>& o
 
 std::vector<KeyValueObservable::Registration> KeyValueObservable::registrationsFor(const std::string& key) {
     std::vector<Registration> interested;
-    std::ranges::copy_if(_registrations, std::back_inserter(interested), [&](const Registration& entry) {
-        return entry.keyPath == key || entry.keyPath == kEveryKey;
-    });
+    std::ranges::copy_if(_registrations, std::back_inserter(interested),
+                         [&](const Registration& entry) { return entry.keyPath == key || entry.keyPath == kEveryKey; });
     return interested;
 }
 

@@ -6,7 +6,7 @@
 
 namespace zul {
 
-enum class [[nodiscard]] IOReturn : std::uint32_t {
+enum class [[nodiscard]] IOReturn : std::uint32_t{
     kIOReturnSuccess = 0,
     kIOReturnInvalid = 0xE0000001,
     kIOReturnError = 0xE00002BC, // any failure without a code of its own
@@ -59,10 +59,14 @@ enum class [[nodiscard]] IOReturn : std::uint32_t {
 using enum IOReturn;
 
 /// The code as log lines print it with "%d".
-constexpr std::int32_t asSigned(IOReturn code) { return static_cast<std::int32_t>(code); }
+constexpr std::int32_t asSigned(IOReturn code) {
+    return static_cast<std::int32_t>(code);
+}
 
 /// The code as log lines print it with "%x".
-constexpr std::uint32_t asHex(IOReturn code) { return static_cast<std::uint32_t>(code); }
+constexpr std::uint32_t asHex(IOReturn code) {
+    return static_cast<std::uint32_t>(code);
+}
 
 /// General-interest messages that a service sends about itself.
 enum class IOMessage : std::uint32_t {

@@ -77,8 +77,8 @@ class IOUSBInterfaceInterface : public IOUSBInterfaceDescription {
     virtual IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
                                 std::uint32_t completionTimeout) = 0;
     /// Writes all size bytes; one overall deadline of completionTimeout ms. No zero-length packet is appended.
-    virtual IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size,
-                                 std::uint32_t noDataTimeout, std::uint32_t completionTimeout) = 0;
+    virtual IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,
+                                 std::uint32_t completionTimeout) = 0;
     /// pipe is 0, the control pipe. Works without the claim where the system lets it.
     virtual IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) = 0;
 

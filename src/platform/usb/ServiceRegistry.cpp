@@ -33,13 +33,15 @@ NotificationPort::NotificationPort(ServiceRegistry& registry) : _registry(regist
     _registry._ports.push_back(this);
 }
 
-NotificationPort::~NotificationPort() { std::erase(_registry._ports, this); }
+NotificationPort::~NotificationPort() {
+    std::erase(_registry._ports, this);
+}
 
 std::shared_ptr<ServiceIterator> NotificationPort::addMatchingNotification(ServiceNotification kind,
                                                                            const ServiceMatching& matching,
                                                                            MatchCallback callback) {
-    auto match = std::make_shared<Match>(
-        Match{kind, matching, std::move(callback), std::make_shared<ServiceIterator>()});
+    auto match =
+        std::make_shared<Match>(Match{kind, matching, std::move(callback), std::make_shared<ServiceIterator>()});
     if (kind == ServiceNotification::matched) {
         for (const auto& [token, service] : _registry._services) {
             if (matches(matching, *service)) match->iterator->_pending.push_back(token);

@@ -16,9 +16,9 @@ namespace {
 constexpr std::string_view kDigestKey = "TBUSBPrinterZUL";
 
 struct SampleFirmware {
-    std::string_view version;  // what the printer reports once it runs it; the file's name without ".fw"
-    unsigned addressBytes;     // 2, 3 or 4: records S1, S2 or S3, ended by S9, S8 or S7
-    unsigned recordBytes;      // data bytes of one record
+    std::string_view version; // what the printer reports once it runs it; the file's name without ".fw"
+    unsigned addressBytes;    // 2, 3 or 4: records S1, S2 or S3, ended by S9, S8 or S7
+    unsigned recordBytes;     // data bytes of one record
     unsigned records;
     std::string_view lineEnd;
 };
@@ -34,11 +34,10 @@ constexpr auto kFirmware = std::to_array<SampleFirmware>({
 });
 
 constexpr auto kTables = std::to_array<std::string_view>(
-    {"VK14_300_0161.cwd",    "VK14_600_0161.cwd",    "VK18_300_0130.cwd",    "VK18_600_0130.cwd",
-     "VK-RZ7_300_0201.cwd",  "VK-RZ7_600_0100.cwd",  "VK26_300_0111.cwd",    "VK26_600_0111.cwd",
-     "VK26_610_0111.cwd",    "VK28_SD_300_0101.cwd", "VK28_PP_300_0101.cwd", "VK28_SD_600_0101.cwd",
-     "VK28_PP_600_0101.cwd", "VK28_SD_610_0101.cwd", "VK28_PP_610_0101.cwd", "VK28_SD_620_0101.cwd",
-     "VK28_PP_620_0101.cwd"});
+    {"VK14_300_0161.cwd", "VK14_600_0161.cwd", "VK18_300_0130.cwd", "VK18_600_0130.cwd", "VK-RZ7_300_0201.cwd",
+     "VK-RZ7_600_0100.cwd", "VK26_300_0111.cwd", "VK26_600_0111.cwd", "VK26_610_0111.cwd", "VK28_SD_300_0101.cwd",
+     "VK28_PP_300_0101.cwd", "VK28_SD_600_0101.cwd", "VK28_PP_600_0101.cwd", "VK28_SD_610_0101.cwd",
+     "VK28_PP_610_0101.cwd", "VK28_SD_620_0101.cwd", "VK28_PP_620_0101.cwd"});
 
 // Bytes without pattern that are the same on every machine: a 64-bit xorshift, seeded by the file's name.
 class Bytes {
