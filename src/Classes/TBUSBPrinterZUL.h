@@ -51,13 +51,13 @@ inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZU
 enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
 
 struct CustomAlert {
-    std::optional<std::string> title;
-    std::optional<std::string> message;
-    std::vector<std::string> buttonTitles;
-    std::shared_ptr<CheckBox> accessoryView;
+    std::optional<std::string> title = {};
+    std::optional<std::string> message = {};
+    std::vector<std::string> buttonTitles = {};
+    std::shared_ptr<CheckBox> accessoryView = {};
     AlertStyle alertStyle = AlertStyle::warning;
-    std::function<void(AlertLayout&)> customLayout;
-    std::function<void(int answer)> completion;
+    std::function<void(AlertLayout&)> customLayout = {};
+    std::function<void(int answer)> completion = {};
 };
 
 class TBUSBPrinterZUL : public TBUSBPrinter {

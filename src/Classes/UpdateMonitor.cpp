@@ -185,12 +185,7 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         if (state.phase == UpdatePhase::restarting) enter(state, UpdatePhase::restarted);
         break;
     case Kind::departed:
-        state.isAttached = false;
-        state.rawStatus.clear(); // of the one that left
-        state.isBackInLoader = false;
-        if (state.phase == UpdatePhase::enteringLoader) enter(state, UpdatePhase::loaderGone);
-        if (state.phase == UpdatePhase::loaderBack) enter(state, UpdatePhase::loaderGone);
-        if (state.phase > UpdatePhase::loaderBack && !state.isFinished) enter(state, UpdatePhase::restarting);
+        applyDeparture(state);
         break;
     case Kind::writeProgress:
         // Questions are written too; only the image and the tables bring the end nearer.
@@ -232,6 +227,17 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
     }
     state.lastSign = _clock.now();
     return true;
+}
+
+void UpdateMonitor::applyDeparture(UpdateState& state) {
+    state.isAttached = false;
+    state.rawStatus.clear(); // of the one that left
+    state.isBackInLoader = false;
+    if (state.phase == UpdatePhase::enteringLoader || state.phase == UpdatePhase::loaderBack) {
+        enter(state, UpdatePhase::loaderGone);
+    } else if (state.phase > UpdatePhase::loaderBack && !state.isFinished) {
+        enter(state, UpdatePhase::restarting);
+    }
 }
 
 void UpdateMonitor::applyCommand(UpdateState& state, const PrinterEvent& event) {

@@ -87,6 +87,7 @@ class UpdateMonitor final : public PrinterEventsOutlet {
 
   private:
     bool apply(UpdateState& state, const PrinterEvent& event);
+    void applyDeparture(UpdateState& state);
     void applyCommand(UpdateState& state, const PrinterEvent& event);
     void applyStatus(UpdateState& state, const PrinterEvent& event);
     void enter(UpdateState& state, UpdatePhase phase);

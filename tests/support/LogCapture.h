@@ -25,6 +25,13 @@ class LogCapture {
 
     bool hasLogged(const std::string& text) const { return std::ranges::count(systemLog, text) > 0; }
 
+    /// Whether some text holds this part.
+    bool has(const std::string& part) const { return times(part) > 0; }
+    int times(const std::string& part) const {
+        return static_cast<int>(std::ranges::count_if(
+            systemLog, [&](const std::string& text) { return text.find(part) != std::string::npos; }));
+    }
+
     std::vector<std::string> systemLog;
     std::vector<std::string> standardError;
 };

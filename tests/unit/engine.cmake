@@ -1,1 +1,12 @@
-# target_sources(unit_tests PRIVATE …) of this area
+target_sources(unit_tests PRIVATE
+  engine/AlertTests.cpp
+  engine/ArchiveTests.cpp
+  engine/CommandTests.cpp
+  engine/ControllerTests.cpp
+  engine/IdentityTests.cpp
+  engine/InterfaceTests.cpp
+  engine/LifeCycleTests.cpp
+  engine/MonitorTests.cpp
+  engine/QueryTests.cpp
+  engine/SRecordTests.cpp
+  engine/StatusTests.cpp)

@@ -2,5 +2,6 @@ target_sources(unit_tests PRIVATE
   platform/DataTests.cpp
   platform/KeyValueObservingTests.cpp
   platform/QueueTests.cpp
+  platform/ScriptedInterfaceTests.cpp
   platform/ServiceRegistryTests.cpp
   platform/SettingsTests.cpp)

@@ -1,0 +1,218 @@
+// The archive: files, digests, versions.
+#include "Bench.h"
+
+#include "Classes/FirmwareDigests.h"
+#include "Classes/ProductTable.h"
+
+using namespace zul;
+using namespace zul::test;
+
+namespace {
+
+// Fills the bench's archive with small files of the product and their digests.
+void fill(Bench& bench, std::uint16_t product) {
+    FirmwareDigests digests;
+    for (const std::string_view name : productWithID(product)->files) {
+        const std::string contents = name.ends_with(".fw") ? "S00600004844521B\n" : "table " + std::string(name);
+        bench.archive.write(std::string(name), contents);
+        digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(dataFromText(contents));
+    }
+    REQUIRE(writeFirmwareDigests(bench.archive.path, digests));
+}
+
+} // namespace
+
+TEST_CASE("every model has its row of files") {
+    const std::map<std::uint16_t, std::vector<std::string_view>> rows = {
+        {3, {"VK14 01.61.fw", "VK14_300_0161.cwd", "VK14_600_0161.cwd"}},
+        {4, {"VK18 01.30.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"}},
+        {5, {"VK-RZ7 02.06.fw", "VK-RZ7_300_0201.cwd", "VK-RZ7_600_0100.cwd"}},
+        {8, {"VK18DUP 1.40PRN.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"}},
+        {0x8B01, {"VK26 01.52.fw", "VK26_300_0111.cwd", "VK26_600_0111.cwd", "VK26_610_0111.cwd"}},
+        {0x9001,
+         {"VK28 01.05.fw", "VK28_SD_300_0101.cwd", "VK28_PP_300_0101.cwd", "VK28_SD_600_0101.cwd",
+          "VK28_PP_600_0101.cwd", "VK28_SD_610_0101.cwd", "VK28_PP_610_0101.cwd", "VK28_SD_620_0101.cwd",
+          "VK28_PP_620_0101.cwd"}}};
+    CHECK(allProducts().size() == rows.size());
+    for (const auto& [id, files] : rows) {
+        const Product* product = productWithID(id);
+        REQUIRE(product);
+        CHECK(std::vector<std::string_view>(product->files.begin(), product->files.end()) == files);
+    }
+    CHECK(productWithID(6) == nullptr);
+}
+
+TEST_CASE("every model has its picture") {
+    const std::map<std::uint16_t, std::string> pictures = {{3, "ZUL_VK_Series"},   {4, "ZUL_VK_Series"},
+                                                           {5, "ZUL_RZ_Series"},   {8, "ZUL_VK_Series"},
+                                                           {0x8B01, "V26A_LSide"}, {0x9001, "VK28"}};
+    for (const auto& [id, picture] : pictures) {
+        Bench bench;
+        CHECK(bench.inlinePrinter(id)->image() == picture);
+    }
+}
+
+TEST_CASE("a digest is the keyed hash of the contents with the class name, closed by two zeros") {
+    Bench bench;
+    bench.inlinePrinter();
+    // Made with: printf hello | openssl dgst -sha256 -hmac TBUSBPrinterZUL
+    const auto digest = bench.printer->verifyBlob(dataFromText("hello"));
+    REQUIRE(digest);
+    CHECK(digest->size() == 66);
+    CHECK(*digest == "92d0fc7c6cee98aef6bd50a6f5030750800d702f3df97c9a1c71d0450f3127ca"
+                     "00");
+    CHECK(bench.log.hasLogged("keyed on TBUSBPrinterZUL"));
+    CHECK(bench.printer->verifyBlob({}) == std::nullopt);
+    CHECK(TBUSBPrinterZUL::asciiHexForData({0x00, 0xAB, 0x0F}) == "00ab0f");
+}
+
+TEST_CASE("another product's class name gives other digests") {
+    struct Other final : TBUSBPrinterZUL {
+        using TBUSBPrinterZUL::TBUSBPrinterZUL;
+        std::string className() const override { return "Other"; }
+    };
+    Bench bench;
+    const auto other = std::make_shared<Other>(bench.environment);
+    CHECK(other->verifyBlob(dataFromText("hello")) != TBUSBPrinterZUL::digestOfBlob(dataFromText("hello")));
+}
+
+TEST_CASE("a whole archive is verified file by file and stored with its list, digests and results") {
+    Bench bench;
+    fill(bench, 3);
+    bench.inlinePrinter();
+    CHECK(bench.printer->verifyFirmwareArchive());
+    const auto info = bench.printer->deviceInfoDict();
+    CHECK(info->strings("firmwareFilenames") ==
+          std::vector<std::string>{"VK14 01.61.fw", "VK14_300_0161.cwd", "VK14_600_0161.cwd"});
+    CHECK(info->strings("firmwareFileHash")->size() == 3);
+    CHECK(info->boolean("VK14 01.61.fw") == true);
+    CHECK(info->boolean("VK14_600_0161.cwd") == true);
+    CHECK(bench.log.hasLogged("switching on productID 0x3"));
+}
+
+TEST_CASE("a product without a row verifies nothing and stores nothing") {
+    Bench bench;
+    bench.inlinePrinter(6);
+    CHECK(bench.printer->verifyFirmwareArchive() == false);
+    CHECK(bench.printer->deviceInfoDict()->contains("firmwareFilenames") == false);
+    CHECK(bench.printer->newFirmwareVersion() == std::nullopt);
+    CHECK(bench.printer->availableFirmwareVersion() == 0.0);
+}
+
+TEST_CASE("a mismatch of the fifth of nine files stops there with four good results") {
+    Bench bench;
+    fill(bench, 0x9001);
+    bench.archive.write("VK28_PP_600_0101.cwd", "damaged");
+    bench.inlinePrinter(0x9001);
+    CHECK(bench.printer->verifyFirmwareArchive() == false);
+    const auto info = bench.printer->deviceInfoDict();
+    for (const char* good : {"VK28 01.05.fw", "VK28_SD_300_0101.cwd", "VK28_PP_300_0101.cwd", "VK28_SD_600_0101.cwd"}) {
+        CHECK(info->boolean(good) == true);
+    }
+    CHECK(info->boolean("VK28_PP_600_0101.cwd") == false);
+    CHECK(info->contains("VK28_SD_610_0101.cwd") == false);
+}
+
+TEST_CASE("a file of no bytes never matches, whatever the digest file says") {
+    Bench bench;
+    bench.archive.write("VK14 01.61.fw", "");
+    bench.archive.write("digests.json", R"({"VK14 01.61.fw": ""})");
+    CHECK(bench.inlinePrinter()->verifyFirmwareArchive() == false);
+}
+
+TEST_CASE("an archive without any file is not verified, and its list of digests is empty") {
+    Bench bench;
+    CHECK(bench.inlinePrinter()->verifyFirmwareArchive() == false);
+    CHECK(bench.printer->deviceInfoDict()->strings("firmwareFileHash") == std::vector<std::string>{});
+}
+
+TEST_CASE("a damaged digest file matches nothing") {
+    Bench bench;
+    fill(bench, 3);
+    bench.archive.write("digests.json", "{ no json");
+    CHECK(bench.inlinePrinter()->verifyFirmwareArchive() == false);
+    CHECK(bench.log.has(" is damaged"));
+}
+
+TEST_CASE("without its firmware file an archive verifies by its tables, and there is no image") {
+    Bench bench;
+    fill(bench, 3);
+    std::filesystem::remove(bench.archive / "VK14 01.61.fw");
+    CHECK(bench.inlinePrinter()->verifyFirmwareArchive());
+    CHECK(bench.printer->firmwareBlob() == std::nullopt);
+}
+
+TEST_CASE("the image is padded, and one that is no S-record text is only logged") {
+    Bench bench;
+    fill(bench, 3);
+    bench.inlinePrinter();
+    CHECK(bench.printer->firmwareBlob() == std::nullopt); // no list yet: it does not verify by itself
+    CHECK(bench.printer->verifyFirmwareArchive());
+    CHECK(bench.printer->firmwareBlob()->size() == 20);
+    CHECK(bench.log.hasLogged("Bad firmware file! Verification failed!") == false);
+    bench.archive.write("VK14 01.61.fw", "hello");
+    CHECK(bench.printer->firmwareBlob()->size() == 8);
+    CHECK(bench.log.hasLogged("Bad firmware file! Verification failed!"));
+}
+
+TEST_CASE("versions are read from the last word of a name") {
+    Bench bench;
+    bench.inlinePrinter(8);
+    CHECK(bench.printer->newFirmwareVersion() == "VK18DUP 1.40PRN");
+    CHECK(bench.printer->availableFirmwareVersion() == doctest::Approx(1.40));
+    CHECK(bench.printer->installedFirmwareVersion() == 0.0);
+    bench.printer->deviceInfoDict()->set("firmwareVersion", std::string("VK14 01.60"));
+    CHECK(bench.printer->installedFirmwareVersion() == doctest::Approx(1.60));
+    bench.printer->deviceInfoDict()->set("firmwareVersion", std::string("2.5"));
+    CHECK(bench.printer->installedFirmwareVersion() == doctest::Approx(2.5));
+}
+
+TEST_CASE("the list is stored at once on main, with a notice") {
+    Bench bench;
+    bench.inlinePrinter();
+    auto notices = std::make_shared<Notices>();
+    bench.printer->addObserver(notices, "newFirmwareVersion", nullptr);
+    bench.printer->setFilenames({"a.fw", "b.cwd", "c.cwd"});
+    CHECK(bench.printer->deviceInfoDict()->strings("firmwareFilenames")->size() == 3);
+    CHECK(notices->count["newFirmwareVersion"] == 1);
+}
+
+TEST_CASE("on a printer's queue the list is there at once and noticed from main") {
+    Bench bench;
+    bench.printerWithQueue();
+    auto notices = std::make_shared<Notices>();
+    bench.printer->addObserver(notices, "newFirmwareVersion", nullptr);
+    bool storedAtOnce = false;
+    bench.printer->performInlineOnCommandQueue([&] {
+        bench.printer->setFilenames({"a.fw"});
+        storedAtOnce = bench.printer->deviceInfoDict()->contains("firmwareFilenames");
+    });
+    bench.settle();
+    CHECK(storedAtOnce);
+    CHECK(notices->count["newFirmwareVersion"] == 1);
+}
+
+TEST_CASE("a list of two names has no tables, and longer ones lose their first") {
+    Bench bench;
+    bench.inlinePrinter()->setFilenames({"a.fw", "b.cwd"});
+    CHECK(bench.printer->colorTableNames().empty());
+    bench.printer->setFilenames({"a.fw", "b.cwd", "c.cwd"});
+    CHECK(bench.printer->colorTableNames() == std::vector<std::string>{"b.cwd", "c.cwd"});
+}
+
+TEST_CASE("a table is read as it is, and its log line shows its name") {
+    Bench bench;
+    bench.archive.write("x.cwd", "12345");
+    bench.inlinePrinter();
+    CHECK(bench.printer->paddedColorDataForVersion("x.cwd") == dataFromText("12345"));
+    CHECK(bench.log.hasLogged("got data of length 5 for file at path x.cwd"));
+    CHECK(bench.printer->paddedColorDataForVersion("y.cwd") == std::nullopt);
+    CHECK(bench.log.hasLogged("got data of length 0 for file at path y.cwd"));
+}
+
+TEST_CASE("a stored value can be taken as a padded blob") {
+    Bench bench;
+    bench.inlinePrinter()->deviceInfoDict()->set("k", std::string("hello"));
+    CHECK(bench.printer->firmwareBlobForKey("k")->size() == 8);
+    CHECK(bench.printer->firmwareBlobForKey("none") == std::nullopt);
+}

@@ -1,0 +1,225 @@
+// The printer object's queues and its interface: open, close, pipes, transfers, ownership.
+#include "Bench.h"
+
+using namespace zul;
+using namespace zul::test;
+
+TEST_CASE("before the device ID is decoded there is no queue and everything runs inline") {
+    Bench bench;
+    bench.inlinePrinter();
+    CHECK(bench.printer->printerCommandQueue() == nullptr);
+    CHECK(bench.printer->isPrinterCommandQueue());
+    int ran = 0;
+    bench.printer->performInlineOnCommandQueue([&] { ++ran; });
+    bench.printer->sendNoReplyPrinterCommand([&] { ++ran; });
+    bench.printer->closeInterface([&](IOReturn) { ++ran; });
+    CHECK(ran == 3);
+}
+
+TEST_CASE("a decoded device ID gives the printer a queue that is labelled with who it is") {
+    Bench bench;
+    bench.printerWithQueue("MFG:Zul Imaging Company;MDL:VK14;SERN:42;");
+    REQUIRE(bench.printer->printerCommandQueue());
+    CHECK(bench.printer->printerCommandQueue()->label().ends_with("printer.ZUL.VK14.42"));
+    CHECK(bench.log.has("printer command queue:"));
+    CHECK(bench.printer->isPrinterCommandQueue() == false);
+    CHECK(bench.printer->deviceInfoDict()->string("manufacturer") == "ZUL");
+    CHECK(bench.printer->deviceInfoDict()->string("model") == "VK14");
+}
+
+TEST_CASE("the label falls back to the USB serial number") {
+    Bench bench;
+    bench.handle->setString(3, u"USB7");
+    bench.printerWithQueue("MFG:ZUL;MDL:VK14;");
+    CHECK(bench.printer->printerCommandQueue()->label().ends_with("printer.ZUL.VK14.USB7"));
+}
+
+TEST_CASE("work on the command queue runs inline there and is queued from elsewhere") {
+    Bench bench;
+    bench.printerWithQueue();
+    std::vector<int> order;
+    bench.printer->performInlineOnCommandQueue([&] {
+        bench.printer->performInlineOnCommandQueue([&] { order.push_back(1); });
+        order.push_back(2);
+    });
+    bench.settle();
+    CHECK(order == std::vector<int>{1, 2});
+}
+
+TEST_CASE("a reply is delivered on main when no queue is named, and inline on the command queue") {
+    Bench bench;
+    bench.printerWithQueue();
+    bool onMain = false;
+    bool onQueue = false;
+    bench.printer->TBUSBPrinter::sendPrinterCommand([] {}, ReplyQueue::mainQueue(),
+                                                    [&](const auto&) { onMain = TBUSBPrinter::isMainQueue(); });
+    bench.printer->TBUSBPrinter::sendPrinterCommand(
+        [] {}, ReplyQueue::commandQueue(), [&](const auto&) { onQueue = bench.printer->isPrinterCommandQueue(); });
+    bench.settle();
+    CHECK(onMain);
+    CHECK(onQueue);
+}
+
+TEST_CASE("an open printer is opened again without asking the device") {
+    Bench bench;
+    bench.openPrinter();
+    CHECK(bench.printer->openInterface() == kIOReturnSuccess);
+    CHECK(bench.handle->count("USBInterfaceOpenSeize") == 0);
+}
+
+TEST_CASE("a successful open owns the interface, finds its pipes and says so") {
+    Bench bench;
+    bench.inlinePrinter();
+    auto notices = std::make_shared<Notices>();
+    bench.printer->addObserver(notices, KeyValueObservable::kEveryKey, nullptr);
+    CHECK(bench.printer->openInterface() == kIOReturnSuccess);
+    CHECK(bench.printer->state() == kTBPrinterOpen);
+    CHECK(bench.printer->interfaceStatus() == 2);
+    CHECK(bench.printer->isInterfaceOpen());
+    CHECK(bench.printer->ownership() == 1);
+    CHECK(notices->count["isOwned"] == 1);
+    CHECK(bench.log.has(" is open.\n"));
+}
+
+TEST_CASE("a refused open leaves the printer opening, owned by another, and shown so") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
+    CHECK(bench.printer->openInterface() == kIOReturnExclusiveAccess);
+    CHECK(bench.printer->ownership() == -1);
+    CHECK(bench.printer->isOwned());
+    CHECK(bench.printer->state() == kTBPrinterOpening);
+    CHECK(bench.printer->willOpenInterface());
+    CHECK(bench.printer->printerStatus() == "In use by other application");
+    CHECK(bench.log.hasLogged("Another app has the printer USB interface open for exclusive access.\n"));
+    CHECK(bench.log.hasLogged("Waiting for USB interface on device 00000000 to be closed...\n"));
+    CHECK(bench.log.hasLogged("The printer is busy.\n"));
+    CHECK(bench.handle->isWatched());
+}
+
+TEST_CASE("any other failure to open stays opening and is returned") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
+    CHECK(bench.printer->openInterface() == kIOReturnNotResponding);
+    CHECK(bench.printer->state() == kTBPrinterOpening);
+    CHECK(bench.printer->ownership() == 0);
+}
+
+TEST_CASE("closing a printer that is not open still closes its states and answers 0") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
+    static_cast<void>(bench.printer->openInterface());
+    std::optional<IOReturn> result;
+    bench.printer->closeInterface([&](IOReturn code) { result = code; });
+    CHECK(result == kIOReturnSuccess);
+    CHECK(bench.printer->state() == kTBPrinterClosed);
+    CHECK(bench.printer->interfaceStatus() == 1);
+    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.handle->count("USBInterfaceClose") == 0);
+}
+
+TEST_CASE("a close that fails is logged by name and closes the states all the same") {
+    Bench bench;
+    bench.openPrinter();
+    bench.handle->setAnswer("USBInterfaceClose", kIOReturnNoDevice);
+    std::optional<IOReturn> result;
+    bench.printer->closeInterface([&](IOReturn code) { result = code; });
+    CHECK(result == kIOReturnNoDevice);
+    CHECK(bench.log.hasLogged("close interface returned error kIOReturnNoDevice\n"));
+    CHECK(bench.printer->state() == kTBPrinterClosed);
+}
+
+TEST_CASE("a close lies behind what is queued, even when the queue itself asks for it") {
+    Bench bench;
+    bench.printerWithQueue();
+    std::vector<int> order;
+    bench.printer->performInlineOnCommandQueue([&] {
+        bench.printer->closeInterface([&](IOReturn) { order.push_back(2); });
+        order.push_back(1);
+    });
+    bench.settle();
+    CHECK(order == std::vector<int>{1, 2});
+}
+
+TEST_CASE("only bulk pipes count, and a later one of the same direction replaces the earlier") {
+    Bench bench;
+    bench.handle->endpoints = {{PipeDirection::in, 1, 3, 8, 1},
+                               {PipeDirection::out, 2, 2, 512, 0},
+                               {PipeDirection::in, 3, 2, 512, 0},
+                               {PipeDirection::out, 4, 2, 512, 0}};
+    bench.openPrinter()->writeToInterfaceWithData({1, 2, 3});
+    static_cast<void>(bench.printer->interfaceReadDataOfSize(4));
+    const Journal journal = bench.handle->journal();
+    REQUIRE(journal.size() == 2);
+    CHECK(journal[0].pipe == 4);
+    CHECK(journal[1].pipe == 3);
+}
+
+TEST_CASE("a failure to count the endpoints is logged") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.handle->setAnswer("GetNumEndpoints", kIOReturnNoDevice);
+    bench.printer->getPipes();
+    CHECK(bench.log.has("failure for GetNumEndpoints on the open USB device; error=[-536870208]\n"));
+}
+
+TEST_CASE("a short read keeps the size that was asked for, padded with zeros") {
+    Bench bench;
+    bench.openPrinter();
+    bench.handle->enqueueRead(Data(10, 'x'));
+    const auto data = bench.printer->interfaceReadDataOfSize(64);
+    REQUIRE(data);
+    Data expected(64, 0);
+    std::fill_n(expected.begin(), 10, 'x');
+    CHECK(*data == expected);
+}
+
+TEST_CASE("a read that fails gives nothing") {
+    Bench bench;
+    bench.openPrinter();
+    bench.handle->enqueueRead({}, kIOReturnOverrun);
+    CHECK(bench.printer->interfaceReadDataOfSize(8) == std::nullopt);
+}
+
+TEST_CASE("taking the ownership opens, and giving it back closes") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.printer->setIsOwned(1);
+    CHECK(bench.printer->ownership() == 1);
+    bench.printer->setIsOwned(0);
+    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.handle->count("USBInterfaceOpenSeize") == 1);
+    CHECK(bench.handle->count("USBInterfaceClose") == 1);
+}
+
+TEST_CASE("taking what another program holds closes and replays the attempt to open") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
+    static_cast<void>(bench.printer->openInterface());
+    bench.printer->setIsOwned(1);
+    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.log.has("kIOMessageServiceIsAttemptingOpen(e0000101); arg = "));
+    CHECK(bench.printer->status() == "USB Busy"); // closed and not in the probed state
+}
+
+TEST_CASE("the other holder's close is checked with a silent claim and leads to one retry") {
+    Bench bench;
+    bench.inlinePrinter();
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
+    static_cast<void>(bench.printer->openInterface());
+    bench.handle->setAnswer("tryClaim", kIOReturnExclusiveAccess);
+    bench.handle->holderMayBeFree();
+    bench.settle();
+    CHECK(bench.log.has("kIOMessageServiceWasClosed") == false);
+
+    bench.handle->setAnswer("tryClaim", kIOReturnSuccess);
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
+    bench.handle->holderMayBeFree();
+    bench.settle();
+    CHECK(bench.log.times("kIOMessageServiceWasClosed(e0000110)") == 1);
+    CHECK(bench.commands() == std::vector<std::string>{"STATUS"}); // asked at once, and closed again
+    CHECK(bench.printer->state() == kTBPrinterClosed);
+}

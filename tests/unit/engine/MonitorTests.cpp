@@ -1,0 +1,189 @@
+// What the update monitor makes of events.
+#include "Classes/CommandFrame.h"
+#include "Classes/UpdateMonitor.h"
+#include "support/SimulatedClock.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Watched {
+    Watched() { monitor.beginUpdate("key", "VK14 01.60", "VK14 01.61", 2); }
+    void tell(PrinterEvent::Kind kind, std::optional<std::string> text = {}, std::int64_t value = 0) {
+        PrinterEvent event;
+        event.kind = kind;
+        event.key = "key";
+        event.text = std::move(text);
+        event.value = value;
+        event.total = 2;
+        monitor.printerEvent(event);
+    }
+    void command(std::uint32_t code, IOReturn result = kIOReturnSuccess, std::uint32_t length = 4) {
+        PrinterEvent event;
+        event.kind = PrinterEvent::Kind::commandSent;
+        event.key = "key";
+        event.command = code;
+        event.code = result;
+        event.payloadLength = length;
+        monitor.printerEvent(event);
+    }
+    void upToTables() {
+        command(kCommandEnterLoader);
+        tell(PrinterEvent::Kind::departed);
+        tell(PrinterEvent::Kind::arrived);
+        tell(PrinterEvent::Kind::progressValue, {}, 2);
+        command(kCommandProgramFlash);
+        tell(PrinterEvent::Kind::departed);
+        tell(PrinterEvent::Kind::arrived);
+        tell(PrinterEvent::Kind::firmwareVersion, "VK14 01.61");
+    }
+    void tables(int count) {
+        for (int table = 1; table <= count; ++table) {
+            tell(PrinterEvent::Kind::colorTable, "t", table);
+            command(kCommandTableName);
+            command(kCommandTableWrite);
+        }
+    }
+    UpdateState state() const { return *monitor.state("key"); }
+
+    SimulatedClock clock;
+    int changes = 0;
+    UpdateMonitor monitor{clock, [this](const std::string&) { ++changes; }};
+};
+
+} // namespace
+
+TEST_CASE("the monitor follows an update through all its phases") {
+    Watched update;
+    CHECK(update.state().phase == UpdatePhase::checking);
+    update.command(kCommandEnterLoader);
+    CHECK(update.state().phase == UpdatePhase::enteringLoader);
+    update.tell(PrinterEvent::Kind::departed);
+    CHECK(update.state().phase == UpdatePhase::loaderGone);
+    update.tell(PrinterEvent::Kind::arrived);
+    CHECK(update.state().phase == UpdatePhase::loaderBack);
+    update.tell(PrinterEvent::Kind::progressValue, {}, 2);
+    CHECK(update.state().phase == UpdatePhase::writing);
+    CHECK(update.state().isDelicate());
+    update.command(kCommandProgramFlash);
+    CHECK(update.state().phase == UpdatePhase::programming);
+    update.tell(PrinterEvent::Kind::departed);
+    CHECK(update.state().phase == UpdatePhase::restarting);
+    update.tell(PrinterEvent::Kind::arrived);
+    CHECK(update.state().phase == UpdatePhase::restarted);
+    CHECK(update.state().isDelicate() == false);
+    update.tables(1);
+    CHECK(update.state().phase == UpdatePhase::colorTables);
+    update.tell(PrinterEvent::Kind::finished, "VK14 01.61", 1);
+    CHECK(update.state().phase == UpdatePhase::done);
+}
+
+TEST_CASE("success needs the offered version and every table, whatever was reported") {
+    Watched good;
+    good.upToTables();
+    good.tables(2);
+    good.tell(PrinterEvent::Kind::finished, "VK14 01.61", 1);
+    CHECK(good.state().hasSucceeded());
+    CHECK(reasonOfFailure(good.state()).empty());
+
+    Watched oldVersion;
+    oldVersion.upToTables();
+    oldVersion.tell(PrinterEvent::Kind::firmwareVersion, "VK14 01.60");
+    oldVersion.tables(2);
+    oldVersion.tell(PrinterEvent::Kind::finished, "VK14 01.60", 1);
+    CHECK(oldVersion.state().hasSucceeded() == false);
+    CHECK(reasonOfFailure(oldVersion.state()) ==
+          "the printer reports VK14 01.60 after the update instead of VK14 01.61");
+
+    Watched oneTable;
+    oneTable.upToTables();
+    oneTable.tables(1);
+    oneTable.tell(PrinterEvent::Kind::colorTable, "t", 2);
+    oneTable.command(kCommandTableName, kIOReturnNoDevice);
+    oneTable.command(kCommandTableWrite, kIOReturnNoDevice);
+    oneTable.tell(PrinterEvent::Kind::finished, "VK14 01.61", 1);
+    CHECK(reasonOfFailure(oneTable.state()) == "only 1 of 2 color tables were sent (kIOReturnNoDevice)");
+}
+
+TEST_CASE("a version that was read before the image does not count as the one after it") {
+    Watched update;
+    update.tell(PrinterEvent::Kind::firmwareVersion, "VK14 01.61");
+    update.command(kCommandEnterLoader);
+    update.tell(PrinterEvent::Kind::progressValue, {}, 2);
+    CHECK(update.state().currentVersion == std::nullopt);
+}
+
+TEST_CASE("a table whose contents were missing does not count") {
+    Watched update;
+    update.upToTables();
+    update.tell(PrinterEvent::Kind::colorTable, "t", 1);
+    update.command(kCommandTableName);
+    update.command(kCommandTableWrite, kIOReturnSuccess, 0);
+    CHECK(update.state().tablesWritten == 0);
+}
+
+TEST_CASE("a loader that answers after the image is told apart from a printer that is waited for") {
+    Watched update;
+    update.upToTables();
+    update.tell(PrinterEvent::Kind::status, "FU00001");
+    CHECK(update.state().isBackInLoader);
+    CHECK(adviceForStall(update.state()).find("still in firmware update mode") != std::string::npos);
+    update.tell(PrinterEvent::Kind::progressValue, {}, 2); // the image goes out again
+    CHECK(update.state().isBackInLoader == false);
+}
+
+TEST_CASE("a missing answer is no sign of life, and questions are no progress") {
+    Watched update;
+    update.upToTables();
+    const auto before = update.state();
+    update.clock.sleepFor(10s);
+    update.tell(PrinterEvent::Kind::replyMissing);
+    CHECK(update.state().lastSign == before.lastSign);
+    update.tell(PrinterEvent::Kind::status, "01000");
+    PrinterEvent bytes;
+    bytes.kind = PrinterEvent::Kind::writeProgress;
+    bytes.key = "key";
+    bytes.bytesDone = bytes.bytesTotal = 32;
+    update.monitor.printerEvent(bytes);
+    CHECK(update.state().lastSign - before.lastSign == 10s);
+    CHECK(update.state().lastProgress == before.lastProgress);
+}
+
+TEST_CASE("a waiting state is told with its age and what is expected") {
+    Watched update;
+    update.command(kCommandEnterLoader);
+    update.tell(PrinterEvent::Kind::departed);
+    update.clock.sleepFor(14s);
+    CHECK(describeState(update.state(), update.clock.now()) ==
+          "restarting into the loader since 14 s, expected within 30 s");
+    update.tell(PrinterEvent::Kind::arrived);
+    update.clock.sleepFor(3s);
+    CHECK(describeState(update.state(), update.clock.now()) == "in the loader since 3 s, expected within 30 s");
+}
+
+TEST_CASE("a printer that is not ready after its restart is told with its trouble") {
+    Watched update;
+    update.upToTables();
+    update.tell(PrinterEvent::Kind::status, "01100");
+    CHECK(describeState(update.state(), update.clock.now()).find("(Paper End)") != std::string::npos);
+}
+
+TEST_CASE("a printer that nobody follows changes nothing") {
+    Watched update;
+    PrinterEvent event;
+    event.key = "another";
+    update.monitor.printerEvent(event);
+    CHECK(update.changes == 0);
+    CHECK(update.monitor.state("another") == std::nullopt);
+}
+
+TEST_CASE("every phase in which a printer can stall has advice") {
+    UpdateState state;
+    for (int phase = 0; phase < static_cast<int>(UpdatePhase::done); ++phase) {
+        state.phase = static_cast<UpdatePhase>(phase);
+        CHECK(adviceForStall(state).size() > 20);
+    }
+}
