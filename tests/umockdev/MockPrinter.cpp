@@ -33,6 +33,7 @@ MockPrinter::MockPrinter(UMockdevTestbed* testbed, const std::string& node)
 MockPrinter::~MockPrinter() {
     umockdev_testbed_detach_ioctl(_testbed, _node.c_str(), nullptr);
     g_signal_handlers_disconnect_by_data(_handler, this);
+    { const std::scoped_lock lock(_mutex); } // a call that is being answered ends first
     g_object_unref(_handler);
 }
 

@@ -38,6 +38,7 @@ class LibusbBus final : public USBBus {
     static int liveSessions();
 
   private:
+    friend struct LibusbBusProbe; // tests hand in events that the system gives only by chance
     class Core;
     MainQueue& _mainQueue;
     Clock& _clock;

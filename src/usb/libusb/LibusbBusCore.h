@@ -44,6 +44,7 @@ class LibusbBus::Core : public std::enable_shared_from_this<Core> {
     void setRestartExpected(std::uint32_t locationID, bool expected);
 
   private:
+    friend struct LibusbBusProbe;
     using Key = std::pair<std::uint8_t, std::uint8_t>; // bus, address
     struct Entry {
         std::shared_ptr<AttachedDevice> device;
