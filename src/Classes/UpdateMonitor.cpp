@@ -215,6 +215,7 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         break;
     case Kind::colorTable:
         enter(state, UpdatePhase::colorTables);
+        if (event.value == 1) state.tablesWritten = 0; // they are all written anew
         state.table = event.value;
         state.tables = event.total;
         state.tableName = event.text.value_or("");

@@ -18,7 +18,7 @@ using nlohmann::json;
 void tellOpenFailure(Program& program, const Program::Printer& printer, IOReturn code) {
     const bool busy = code == kIOReturnExclusiveAccess;
     const int status = busy ? kBusy : kFailed;
-    const std::string name = printer->descriptionUTF8() + " (" + printer->locationText() + ")";
+    const std::string name = nameOf(*printer);
     program.output.problem(
         busy ? name + " is held by another program. Close that program or wait until it has finished, then try again."
              : name + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)),
@@ -44,8 +44,7 @@ void withOpenPrinter(Program& program, const Program::Printer& printer, std::fun
 
 void showStatus(Program& program, const Program::Printer& printer, const std::optional<std::string>& rawStatus) {
     if (!rawStatus) {
-        program.output.problem(printer->descriptionUTF8() + " does not answer. Switch it off and on, then try again.",
-                               kNotBack);
+        program.output.problem(nameOf(*printer) + " does not answer. Switch it off and on, then try again.", kNotBack);
         program.quit(kNotBack);
         return;
     }
@@ -61,7 +60,7 @@ void showStatus(Program& program, const Program::Printer& printer, const std::op
 } // namespace
 
 void runList(Program& program) {
-    for (const std::string& message : program.unusable) program.output.note(message);
+    program.noteUnusable();
     const auto printers = program.printers();
     json list = json::array();
     std::vector<std::vector<std::string>> rows = {
@@ -84,7 +83,7 @@ void runList(Program& program) {
         program.output.table(rows);
     }
     // A printer that is there but may not be used is a failure for a script; none at all is an answer.
-    program.quit(printers.empty() && !program.unusable.empty() ? kFailed : kDone);
+    program.quit(printers.empty() && program.hasUnusable() ? kFailed : kDone);
 }
 
 void runInfo(Program& program) {
@@ -126,9 +125,10 @@ void runStatus(Program& program) {
 }
 
 void runResetCounter(Program& program) {
-    const auto printer = program.find(program.options.arguments.at(1));
+    int status = kDone;
+    const auto printer = program.find(program.options.arguments.at(1), status);
     if (!printer) {
-        program.quit(kNoPrinter);
+        program.quit(status);
         return;
     }
     const char letter = program.options.arguments.at(0).front();
@@ -145,20 +145,21 @@ void runResetCounter(Program& program) {
             if (program.output.isJson()) {
                 program.output.document({{"key", printer->keyUSBdevice()}, {"counterReset", std::string(1, letter)}});
             } else {
-                program.output.line(formatted("Counter %c of %s is reset.", letter, printer->descriptionUTF8()));
+                program.output.line(formatted("Counter %c of %s is reset.", letter, nameOf(*printer)));
             }
             program.quit(kDone);
         });
 }
 
 void runUSBSerial(Program& program) {
-    const auto printer = program.find(program.options.arguments.at(1));
+    int status = kDone;
+    const auto printer = program.find(program.options.arguments.at(1), status);
     if (!printer) {
-        program.quit(kNoPrinter);
+        program.quit(status);
         return;
     }
     if (!printer->hasISerialSupport()) {
-        program.output.problem(printer->descriptionUTF8() + " has no such setting.", kFailed);
+        program.output.problem(nameOf(*printer) + " has no such setting.", kFailed);
         program.quit(kFailed);
         return;
     }
@@ -186,9 +187,10 @@ void runUSBSerial(Program& program) {
 }
 
 void runReset(Program& program) {
-    const auto printer = program.find(program.options.arguments.at(0));
+    int status = kDone;
+    const auto printer = program.find(program.options.arguments.at(0), status);
     if (!printer) {
-        program.quit(kNoPrinter);
+        program.quit(status);
         return;
     }
     const std::string command = program.options.command;
@@ -204,7 +206,7 @@ void runReset(Program& program) {
             if (program.output.isJson()) {
                 program.output.document({{"key", printer->keyUSBdevice()}, {"done", command}});
             } else {
-                program.output.line(printer->descriptionUTF8() + ": " + command + " done.");
+                program.output.line(nameOf(*printer) + ": " + command + " done.");
             }
         } else {
             program.output.problem(formatted("%s failed (%s).", command, strForIOReturn(result)), kFailed);

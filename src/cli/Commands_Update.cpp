@@ -22,7 +22,8 @@ class UpdateRun {
         if (!hasAnswers() || !choosePrinters() || !isArchiveFit()) return;
         _program.alerts.handler = [this](AlertDescription alert) { route(std::move(alert)); };
         _program.updateChanged = [this](const std::string& key) { changed(key); };
-        _program.onInterrupt([this] { interrupt(); });
+        _program.unusableFound = [this](const std::string& message) { _display.tell("", message, "unusable"); };
+        _program.onInterrupt([this](Program::Interrupt interrupt) { interrupted(interrupt); });
         for (const auto& job : _jobs) job->begin();
         tick();
     }
@@ -67,9 +68,10 @@ class UpdateRun {
             chosen.push_back(printer);
         } else {
             for (const std::string& name : names) {
-                const auto printer = _program.find(name);
+                int status = kNoPrinter;
+                const auto printer = _program.find(name, status);
                 if (!printer) {
-                    _program.quit(kNoPrinter);
+                    _program.quit(status);
                     return false;
                 }
                 // Named twice is meant once: a second update of the same printer would spoil the first.
@@ -132,9 +134,10 @@ class UpdateRun {
         return true;
     }
 
-    void interrupt() {
+    // Only a person can be asked once more; a system that shuts down takes no answer.
+    void interrupted(Program::Interrupt interrupt) {
         const bool isDelicate = std::ranges::any_of(_jobs, [](const auto& job) { return job->isDelicate(); });
-        if (isDelicate && !std::exchange(_isWarned, true)) {
+        if (interrupt == Program::Interrupt::byUser && isDelicate && !std::exchange(_isWarned, true)) {
             _display.breakLine();
             std::cerr << "zulctl: a printer is in the middle of its update and may be unusable until the update is "
                          "repeated. Interrupt once more to end all the same."

@@ -98,7 +98,9 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
 void runWatch(Program& program) {
     static std::shared_ptr<Watcher> watcher; // as long as the program runs
     watcher = std::make_shared<Watcher>(program);
-    program.onInterrupt([&program] { program.quit(kInterrupted); });
+    program.noteUnusable();
+    program.unusableFound = [&program](const std::string& message) { program.output.note(message); };
+    program.onInterrupt([&program](Program::Interrupt) { program.quit(kInterrupted); });
     watcher->begin();
 }
 

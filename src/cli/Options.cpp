@@ -14,6 +14,8 @@ const char* kFooter = "\nPRINTER is a key, a printer serial number, a USB locati
                       "6 not ready, 7 damaged firmware files, 8 did not come back or answer, 130 interrupted.\n"
                       "With several printers it is that of the first one, in the order of the list, that failed.";
 
+constexpr int kLongestWait = 86400; // seconds: a day
+
 std::optional<std::uint16_t> productNumber(const std::string& text) {
     const bool isHex = text.starts_with("0x") || text.starts_with("0X");
     const std::string digits = isHex ? text.substr(2) : text;
@@ -94,6 +96,7 @@ void addPrinterCommands(CLI::App& app, Options& options) {
 }
 
 void addUpdateCommand(CLI::App& app, Options& options) {
+    const CLI::Range kSeconds(1, kLongestWait);
     CLI::App* update = addCommand(app, options, "update", "Update firmware and color tables");
     update->add_option("PRINTER", options.arguments, "Which printers");
     update->add_flag("--all", options.all, "All attached printers");
@@ -101,10 +104,10 @@ void addUpdateCommand(CLI::App& app, Options& options) {
     update->add_flag("--yes", options.yes, "Confirm the update");
     update->add_flag("--not-needed-ok", options.notNeededOk, "Exit with 0 when the installed version is newer");
     update->add_option("--stall-timeout", options.stallTimeout, "Seconds of silence before advice is given")
-        ->check(CLI::PositiveNumber)
+        ->check(kSeconds)
         ->capture_default_str();
     update->add_option("--give-up", options.giveUp, "Seconds without progress before it ends")
-        ->check(CLI::PositiveNumber)
+        ->check(kSeconds)
         ->capture_default_str();
 }
 
@@ -160,7 +163,9 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         return parsed;
     } catch (const CLI::ParseError& error) {
         parsed.exitStatus = kWrongUsage;
-        parsed.problem = std::string(error.what()) + ". Try zulctl --help.";
+        const auto words = app.get_subcommands();
+        parsed.problem = std::string(error.what()) + ". Try zulctl " +
+                         (words.empty() ? "" : words.front()->get_name() + " ") + "--help.";
         return parsed;
     }
     const bool asksForVirtualHelp = std::find(options.virtualPrinters.begin(), options.virtualPrinters.end(), "help") !=
@@ -168,6 +173,11 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     if (options.command.empty() && !asksForVirtualHelp) {
         parsed.exitStatus = kWrongUsage;
         parsed.problem = "Name a command, for example: zulctl list. Try zulctl --help.";
+        return parsed;
+    }
+    if (!options.journalFile.empty() && options.virtualPrinters.empty()) {
+        parsed.exitStatus = kWrongUsage;
+        parsed.problem = "--virtual-journal needs --virtual: only virtual printers keep a journal. Try zulctl --help.";
         return parsed;
     }
     parsed.options = std::move(options);

@@ -13,16 +13,38 @@ std::string dumped(const nlohmann::json& value, int indent) {
     return value.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+bool isInsideCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
 // Columns are counted in characters, not bytes.
 std::size_t width(const std::string& text) {
     return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+        std::count_if(text.begin(), text.end(), [](char byte) { return !isInsideCharacter(byte); }));
 }
 
 } // namespace
 
+std::string printable(const std::string& text) {
+    std::string result = text;
+    for (char& character : result) {
+        const auto value = static_cast<unsigned char>(character);
+        if ((value < 0x20 && value != '\n') || value == 0x7F) character = '?';
+    }
+    return result;
+}
+
+std::string shortened(std::string text, std::size_t columns) {
+    std::size_t used = 0;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        if (isInsideCharacter(text[index])) continue;
+        if (++used > columns) text.resize(index);
+    }
+    return text;
+}
+
 void Output::line(const std::string& text) const {
-    std::cout << text << std::endl;
+    std::cout << printable(text) << std::endl;
 }
 void Output::document(const nlohmann::json& value) const {
     std::cout << dumped(value, 2) << std::endl;
@@ -35,16 +57,12 @@ void Output::problem(const std::string& text, int exitStatus) const {
     if (_json) {
         object({{"error", {{"message", text}, {"exit", exitStatus}}}});
     } else {
-        std::cerr << "zulctl: " << text << std::endl;
+        std::cerr << "zulctl: " << printable(text) << std::endl;
     }
 }
 
 void Output::note(const std::string& text) const {
-    if (_json) {
-        object({{"note", text}});
-    } else {
-        std::cerr << "zulctl: " << text << std::endl;
-    }
+    std::cerr << (_json ? dumped({{"note", text}}, -1) : "zulctl: " + printable(text)) << std::endl;
 }
 
 void Output::table(const std::vector<std::vector<std::string>>& rows) const {

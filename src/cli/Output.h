@@ -18,12 +18,18 @@ class Output {
     void object(const nlohmann::json& value) const;   // one line
     /// A problem with what to do about it. With --json an object on standard output with the exit status.
     void problem(const std::string& text, int exitStatus) const;
-    /// A hint that changes no result, on standard error; with --json an object.
+    /// A hint that changes no result, on standard error (with --json as an object, so that the document stays the only
+    /// one on standard output).
     void note(const std::string& text) const;
     void table(const std::vector<std::vector<std::string>>& rows) const;
 
   private:
     const bool _json;
 };
+
+/// The text without control characters: facts come from devices, and a terminal obeys what it is sent. Line ends stay.
+std::string printable(const std::string& text);
+/// The text cut to so many columns at most, never inside a character.
+std::string shortened(std::string text, std::size_t columns);
 
 } // namespace zul::cli

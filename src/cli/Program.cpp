@@ -1,5 +1,6 @@
 #include "cli/Program.h"
 
+#include "Classes/ProductTable.h"
 #include "StatusCodeNames.h"
 #include "cli/ExitStatus.h"
 #include "platform/foundation/Format.h"
@@ -19,9 +20,9 @@ namespace {
 
 int interruptPipe[2] = {-1, -1};
 
-void noteInterrupt(int /*signal*/) {
+void noteInterrupt(int signal) {
     const int kept = errno;
-    const char byte = 0;
+    const char byte = signal == SIGINT ? 'i' : 't';
     [[maybe_unused]] const auto written = ::write(interruptPipe[1], &byte, 1);
     errno = kept;
 }
@@ -40,9 +41,16 @@ std::string messageForUnusable(const PrinterEvent& event) {
 
 } // namespace
 
+std::string nameOf(const TBUSBPrinterZUL& printer) {
+    std::string name = printer.model().value_or(printer.productUSB().value_or("printer"));
+    const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();
+    if (serial && !serial->empty()) name += ' ' + *serial;
+    return name + " (" + printer.locationText() + ")";
+}
+
 void EventRouter::printerEvent(const PrinterEvent& event) {
     if (event.kind == PrinterEvent::Kind::notPermitted || event.kind == PrinterEvent::Kind::openFailed) {
-        _program.unusable.push_back(messageForUnusable(event)); // told on the main queue, at an arrival
+        _program.addUnusable(messageForUnusable(event)); // on the main queue, at an arrival
         return;
     }
     _program.monitor.printerEvent(event);
@@ -115,8 +123,10 @@ int Program::start(std::function<void()> ready) {
     }
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
-    // Behind the insertion of the rows.
-    mainQueue.async([this, ready = std::move(ready)] { afterQueues(printers(), ready); });
+    // Behind the insertion of the rows; twice, because what is queued first asks for a close behind itself.
+    mainQueue.async([this, ready = std::move(ready)] {
+        afterQueues(printers(), [this, ready] { afterQueues(printers(), ready); });
+    });
     return kDone;
 }
 
@@ -125,32 +135,74 @@ int Program::start(std::function<void()> ready) {
 std::string Program::listed() const {
     std::string text;
     for (const Printer& printer : printers()) {
-        text += (text.empty() ? "" : ", ") + printer->keyUSBdevice() + " (" + textOrNull(printer->model()) + " " +
-                textOrNull(printer->printerSerialNumber()) + " at " + printer->locationText() + ")";
+        text += (text.empty() ? "" : ", ") + printer->keyUSBdevice() + " = " + nameOf(*printer);
     }
     return text;
 }
 
+void Program::addUnusable(const std::string& message) {
+    if (unusableFound) {
+        unusableFound(message);
+    } else {
+        _unusable.push_back(message);
+    }
+}
+
+// Known models that this program is not yet released for: they can be admitted by name.
+std::vector<std::string> Program::notAdmitted() const {
+    std::vector<std::string> messages;
+    for (const ServiceToken token : registry.services()) {
+        const auto service = registry.service(token);
+        std::uint16_t vendor = 0;
+        std::uint16_t productID = 0;
+        if (!service || service->GetDeviceVendor(vendor) != kIOReturnSuccess ||
+            service->GetDeviceProduct(productID) != kIOReturnSuccess)
+            continue;
+        const Product* product = productWithID(productID);
+        if (product == nullptr || !productVendorIDs().contains(vendor) || acceptedProductIDs().contains(productID) ||
+            options.admittedProducts.contains(productID))
+            continue;
+        messages.push_back(formatted("the %s at %s is left alone: its product ID is not admitted. Admit it for this "
+                                     "run with --admit-product 0x%.4X.",
+                                     std::string(product->model), service->locationText(), productID));
+    }
+    return messages;
+}
+
+void Program::noteUnusable() const {
+    for (const std::string& message : _unusable) output.note(message);
+    for (const std::string& message : notAdmitted()) output.note(message);
+}
+
 void Program::tellNoPrinter(int exitStatus) {
-    for (const std::string& message : unusable) output.note(message);
+    noteUnusable();
     output.problem("no printer is attached. Connect a ZUL printer by USB and switch it on.", exitStatus);
 }
 
-Program::Printer Program::find(const std::string& name) {
+Program::Printer Program::find(const std::string& name, int& exitStatus) {
+    exitStatus = kNoPrinter;
     const auto all = printers();
-    const auto found = std::ranges::find_if(all, [&](const Printer& printer) {
+    const auto isCalled = [&](const Printer& printer) {
         return name == printer->keyUSBdevice() || name == printer->printerSerialNumber() ||
                name == printer->locationText() || name == printer->serialNumberUSB();
-    });
-    if (found != all.end()) return *found;
+    };
+    if (std::ranges::count_if(all, isCalled) > 1) {
+        exitStatus = kWrongUsage;
+        output.problem("\"" + name +
+                           "\" stands for several printers; use a key or a position in the list: " + listed() + ".",
+                       exitStatus);
+        return nullptr;
+    }
+    if (const auto found = std::ranges::find_if(all, isCalled); found != all.end()) return *found;
     // A short number is a position; a serial number that looks like one was found above.
     const auto position = static_cast<std::size_t>(std::max<std::int64_t>(integerValue(name), 0));
     if (name.find_first_not_of("0123456789") == std::string::npos && position >= 1 && position <= all.size()) {
         return all[position - 1];
     }
     if (all.empty()) {
-        tellNoPrinter(kNoPrinter);
+        tellNoPrinter(exitStatus);
     } else {
+        noteUnusable();
         output.problem("no printer is called \"" + name + "\". Attached: " + listed() + ".", kNoPrinter);
     }
     return nullptr;
@@ -158,7 +210,7 @@ Program::Printer Program::find(const std::string& name) {
 
 Program::Printer Program::findOnly(const std::vector<std::string>& names, int& exitStatus) {
     exitStatus = kNoPrinter;
-    if (!names.empty()) return find(names.front());
+    if (!names.empty()) return find(names.front(), exitStatus);
     const auto all = printers();
     if (all.size() == 1) return all.front();
     if (all.empty()) {
@@ -168,10 +220,6 @@ Program::Printer Program::findOnly(const std::vector<std::string>& names, int& e
         output.problem("several printers are attached; name one of them: " + listed() + ".", kWrongUsage);
     }
     return nullptr;
-}
-
-void Program::afterQueue(const Printer& printer, Block block) {
-    afterQueues({printer}, std::move(block));
 }
 
 void Program::afterQueues(const std::vector<Printer>& all, Block block) {
@@ -189,13 +237,14 @@ void Program::afterQueues(const std::vector<Printer>& all, Block block) {
     mainQueue.async(countDown);
 }
 
-void Program::onInterrupt(Block block) {
+void Program::onInterrupt(std::function<void(Interrupt)> handler) {
     if (::pipe(interruptPipe) != 0) return;
-    std::thread([this, block] {
+    std::thread([this, handler = std::move(handler)] {
         char byte = 0;
         for (;;) {
             const auto count = ::read(interruptPipe[0], &byte, 1);
-            if (count == 1) mainQueue.async(block);
+            const auto interrupt = byte == 'i' ? Interrupt::byUser : Interrupt::bySystem;
+            if (count == 1) mainQueue.async([handler, interrupt] { handler(interrupt); });
             if (count == 0 || (count < 0 && errno != EINTR)) return;
         }
     }).detach();
@@ -204,6 +253,7 @@ void Program::onInterrupt(Block block) {
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
 }
 
 } // namespace zul::cli

@@ -24,6 +24,9 @@ namespace zul::cli {
 
 class Program;
 
+/// How a printer is called in messages: model, serial number where one is known, location.
+std::string nameOf(const TBUSBPrinterZUL& printer);
+
 /// Terminates nothing but this run: "Quit" in an alert ends the update that asked.
 class ApplicationEnd final : public ApplicationOutlet {
   public:
@@ -68,17 +71,23 @@ class Program {
     void quit(int status) { mainQueue.quit(status); }
 
     std::vector<Printer> printers() const { return controller->printers(); }
-    /// By key, serial number, location or position from 1; null when there is none. Tells the problem itself.
-    Printer find(const std::string& name);
+    /// By key, serial number, location or position from 1. Null after telling the problem: there is none (exitStatus
+    /// 4), or the name stands for several (2).
+    Printer find(const std::string& name, int& exitStatus);
     /// The one that is named, or the only one that is attached; null after telling the problem.
     Printer findOnly(const std::vector<std::string>& names, int& exitStatus);
-    /// Runs block on main once everything that is queued for the printer now is done.
-    void afterQueue(const Printer& printer, Block block);
-    /// The same for all printers.
+    /// Runs block on main once everything that is queued for the printers now is done.
     void afterQueues(const std::vector<Printer>& all, Block block);
-    /// Runs block on main at each interrupt of the user (Ctrl-C, or SIGTERM).
-    void onInterrupt(Block block);
+    enum class Interrupt { byUser, bySystem }; // Ctrl-C; SIGTERM or a terminal that was closed
+    /// Runs handler on main at each interrupt.
+    void onInterrupt(std::function<void(Interrupt)> handler);
     void tellNoPrinter(int exitStatus);
+    /// Hints about printers that are attached and cannot be used: no rights, not admitted.
+    void noteUnusable() const;
+    bool hasUnusable() const { return !_unusable.empty(); }
+    /// A printer that cannot be used has come. Kept for noteUnusable, unless somebody wants to be told at once.
+    void addUnusable(const std::string& message);
+    std::function<void(const std::string& message)> unusableFound;
 
     const Options options;
     const Output output;
@@ -94,10 +103,11 @@ class Program {
     EventRouter events{*this};
     Environment environment;
     std::shared_ptr<TBPrinters> controller;
-    std::vector<std::string> unusable; // messages about printers that may not be opened
 
   private:
     std::string listed() const;
+    std::vector<std::string> notAdmitted() const;
+    std::vector<std::string> _unusable;
     int makeVirtualBus();
     std::unique_ptr<USBBus> _bus;
 };

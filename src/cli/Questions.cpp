@@ -1,5 +1,8 @@
 #include "cli/Questions.h"
 
+#include "cli/Output.h"
+
+#include <algorithm>
 #include <cctype>
 #include <iostream>
 #include <thread>
@@ -24,18 +27,30 @@ std::size_t buttonNamed(const AlertDescription& alert, const std::string& line) 
     return alert.buttons.size();
 }
 
+// "Cancel" where there is one, else the default, which never starts anything either.
+std::size_t harmlessButton(const AlertDescription& alert) {
+    const auto cancel = std::find(alert.buttons.begin(), alert.buttons.end(), "Cancel");
+    return cancel == alert.buttons.end() ? 0 : static_cast<std::size_t>(cancel - alert.buttons.begin());
+}
+
 } // namespace
 
 void Questions::show(const AlertDescription& alert) {
-    std::cout << '\n' << alert.messageText << '\n';
-    if (!alert.informativeText.empty()) std::cout << alert.informativeText << '\n';
+    std::cout << '\n';
+    if (!alert.printerName.empty()) std::cout << '<' << printable(alert.printerName) << ">\n";
+    std::cout << printable(alert.messageText) << '\n';
+    if (!alert.informativeText.empty()) std::cout << printable(alert.informativeText) << '\n';
     std::cout << std::flush;
 }
 
 void Questions::ask(AlertDescription alert, std::function<void(std::size_t)> answered) {
     _waiting.push_back({std::move(alert), std::move(answered)});
     if (_waiting.size() == 1) showFirst();
-    readLines();
+    if (_isOver) {
+        _mainQueue.async([this] { leaveAll(); });
+    } else {
+        readLines();
+    }
 }
 
 void Questions::showFirst() {
@@ -58,11 +73,14 @@ void Questions::readLines() {
         for (std::string line; std::getline(std::cin, line);) {
             _mainQueue.async([this, line] { handleLine(line); });
         }
-        // The terminal is gone: every question gets its default, which never starts anything.
-        _mainQueue.async([this] {
-            while (!_waiting.empty()) answer(0);
-        });
+        _mainQueue.async([this] { leaveAll(); });
     }).detach();
+}
+
+// The terminal is gone: every question, now and later, gets the answer that starts nothing.
+void Questions::leaveAll() {
+    _isOver = true;
+    while (!_waiting.empty()) answer(harmlessButton(_waiting.front().alert));
 }
 
 bool Questions::isContinueBlocked(std::size_t button) const {

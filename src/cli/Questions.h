@@ -17,7 +17,7 @@ class Questions {
     /// Shows the alert as it is given (title, message, buttons in order, the first is the default) and calls its
     /// completion with the answer. answered is called before that with the button's index.
     void ask(AlertDescription alert, std::function<void(std::size_t button)> answered);
-    /// Shows an alert that needs no answer from here.
+    /// Shows an alert that needs no answer from here, headed by the printer that it is about.
     static void show(const AlertDescription& alert);
     bool isAsking() const { return !_waiting.empty(); }
 
@@ -29,12 +29,14 @@ class Questions {
     void showFirst();
     void readLines();
     void handleLine(const std::string& line);
+    void leaveAll();
     void answer(std::size_t button);
     bool isContinueBlocked(std::size_t button) const;
 
     MainQueue& _mainQueue;
     std::deque<Question> _waiting;
     bool _isReading = false;
+    bool _isOver = false; // nobody will answer any more
 };
 
 } // namespace zul::cli

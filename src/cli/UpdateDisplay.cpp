@@ -1,5 +1,6 @@
 #include "cli/UpdateDisplay.h"
 
+#include "Classes/StatusTexts.h"
 #include "platform/foundation/Format.h"
 
 #include <iostream>
@@ -12,7 +13,8 @@ namespace zul::cli {
 
 namespace {
 
-constexpr unsigned kPlainStep = 10; // per cent between plain lines of a write
+constexpr unsigned kPlainStep = 10;                     // per cent between plain lines of a write
+constexpr auto kPlainRepeat = std::chrono::seconds(15); // between plain lines of a wait
 
 std::size_t terminalWidth() {
     winsize size{};
@@ -32,7 +34,7 @@ void UpdateDisplay::show(const std::string& name, const UpdateState& state, Cloc
     if (_isLive) {
         _live[state.key] = formatted("%s: %s [%.0f s]", name, describeState(state, now), secondsOf(now - state.begun));
         showLive();
-    } else if (isNews(state)) {
+    } else if (isNews(state, now)) {
         _output.isJson() ? showObject(state, now) : showPlain(name, state, now);
     }
 }
@@ -41,9 +43,8 @@ void UpdateDisplay::show(const std::string& name, const UpdateState& state, Cloc
 void UpdateDisplay::showLive() {
     std::string line;
     for (const auto& [key, text] : _live) line += (line.empty() ? "" : " | ") + text;
-    const std::size_t width = terminalWidth() - 1;
-    if (line.size() > width) line.resize(width);
-    std::cout << "\r\033[K" << line << std::flush;
+    // The last column stays free: writing there would wrap on some terminals.
+    std::cout << "\r\033[K" << shortened(printable(line), terminalWidth() - 1) << std::flush;
     _lineIsOpen = true;
 }
 
@@ -52,12 +53,14 @@ void UpdateDisplay::breakLine() {
     _lineIsOpen = false;
 }
 
-bool UpdateDisplay::isNews(const UpdateState& state) {
+// A wait is told again from time to time: silence would look like a program that hangs.
+bool UpdateDisplay::isNews(const UpdateState& state, Clock::TimePoint now) {
     std::string told = std::to_string(static_cast<int>(state.phase)) + '/' + std::to_string(state.table);
     if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
         told += '/' + std::to_string(100ULL * state.bytesDone / state.bytesTotal / kPlainStep);
     }
-    if (state.phase == UpdatePhase::restarted) told += '/' + state.rawStatus;
+    if (state.phase == UpdatePhase::restarted && state.rawStatus != kReadyStatus) told += '/' + state.rawStatus;
+    told += '/' + std::to_string((now - state.phaseBegun) / kPlainRepeat);
     return std::exchange(_shown[state.key], told) != told;
 }
 

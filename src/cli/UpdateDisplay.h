@@ -20,12 +20,14 @@ class UpdateDisplay {
     void tell(const std::string& key, const std::string& text, const char* event);
     /// Ends the live line, so that something else can be written.
     void breakLine();
+    /// The printer's update is over: it leaves the live line.
+    void forget(const std::string& key) { _live.erase(key); }
 
   private:
     void showLive();
     void showPlain(const std::string& name, const UpdateState& state, Clock::TimePoint now);
     void showObject(const UpdateState& state, Clock::TimePoint now);
-    bool isNews(const UpdateState& state);
+    bool isNews(const UpdateState& state, Clock::TimePoint now);
 
     const Output& _output;
     const bool _isLive;

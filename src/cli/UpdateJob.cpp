@@ -53,9 +53,7 @@ UpdateJob::AlertKind UpdateJob::kindOf(const AlertDescription& alert) {
 
 UpdateJob::UpdateJob(Program& program, UpdateDisplay& display, Questions& questions, Program::Printer printer)
     : _program(program), _display(display), _questions(questions), _printer(std::move(printer)),
-      _key(_printer->keyUSBdevice()),
-      _name(textOrNull(_printer->model()) + " " + textOrNull(_printer->printerSerialNumber()) + " (" +
-            _printer->locationText() + ")") {}
+      _key(_printer->keyUSBdevice()), _name(nameOf(*_printer)) {}
 
 void UpdateJob::begin() {
     _printer->verifyFirmwareArchive(); // for the list of files; the engine judges it again by itself
@@ -197,8 +195,12 @@ void UpdateJob::check() {
         judge(*state);
         return;
     }
+    if (state->phase == UpdatePhase::checking && !state->isAttached) {
+        end(kFailed, "not updated: the printer left before its update began. Nothing was changed in it; start again");
+        return;
+    }
     const auto now = _program.clock.now();
-    _display.show(_name, *state, now);
+    if (!_questions.isAsking()) _display.show(_name, *state, now); // another printer's question stands on the terminal
     const auto silence = now - state->lastSign;
     if (silence < seconds(1) && !state->isBackInLoader) _adviceGiven = false; // it is heard of again
     if ((silence >= seconds(_program.options.stallTimeout) || state->isBackInLoader) && !_adviceGiven) {
@@ -228,9 +230,13 @@ void UpdateJob::end(int status, const std::string& message) {
     const auto elapsed = state ? _program.clock.now() - state->begun : Clock::Duration{};
     const double spent = std::chrono::duration<double>(elapsed).count();
     _display.breakLine();
+    _display.forget(_key);
     if (_program.output.isJson()) {
-        _program.output.object(
-            {{"event", "result"}, {"printer", _key}, {"exit", status}, {"message", message}, {"elapsed", spent}});
+        nlohmann::json result = {
+            {"event", "result"}, {"printer", _key}, {"exit", status}, {"message", message}, {"elapsed", spent}};
+        if (state && state->currentVersion) result["version"] = *state->currentVersion;
+        if (state) result["tablesWritten"] = state->tablesWritten;
+        _program.output.object(result);
     } else {
         _program.output.line(formatted("%s: %s (%.1f s)", _name, message, spent));
     }

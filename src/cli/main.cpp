@@ -22,7 +22,8 @@ namespace {
 [[noreturn]] void leave(int status) {
     std::cout << std::flush;
     std::cerr << std::flush;
-    std::fflush(nullptr);
+    std::fflush(stdout); // not all streams: a thread that reads the terminal holds its lock
+    std::fflush(stderr);
     _exit(status);
 }
 
@@ -43,12 +44,23 @@ const std::map<std::string, PrinterCommand>& printerCommands() {
     return commands;
 }
 
+// The log takes standard error with it into its file; here that stays where the user reads what went wrong.
+bool openLogFile(const std::string& file) {
+    const int terminal = ::dup(STDERR_FILENO);
+    const bool isOpen = HOLVEN_Log::setLogFile(file);
+    if (terminal >= 0) {
+        ::dup2(terminal, STDERR_FILENO);
+        ::close(terminal);
+    }
+    return isOpen;
+}
+
 bool openLogs(const Options& options, const Output& output) {
     setSystemLogVerbose(options.verbose);
     HOLVEN_Log::setApplicationName("zulctl");
     HOLVEN_Log::setShouldLogToStdErr(options.verbose);
-    if (!options.verbose) setStandardErrorSink([](const std::string& text) { systemLog(text); });
-    if (options.logFile.empty() || HOLVEN_Log::setLogFile(options.logFile)) return true;
+    if (!options.verbose) setStandardErrorSink([](const std::string&) {}); // the system log has it anyway
+    if (options.logFile.empty() || openLogFile(options.logFile)) return true;
     output.problem("cannot write the log " + options.logFile + ". Name a file that can be written.", kFailed);
     return false;
 }

@@ -27,13 +27,19 @@ std::optional<Data> bytesOfHex(const std::string& hex) {
 
 // The record's bytes without count and checksum; nothing when it is not sound.
 std::optional<Data> contentsOfRecord(const std::string& line) {
-    if (line.size() < 4 || line[0] != 'S') return std::nullopt;
+    if (line.size() < 4 || line[0] != 'S' || line[1] < '0' || line[1] > '9') return std::nullopt;
     auto bytes = bytesOfHex(line.substr(2));
     if (!bytes || bytes->size() < 2 || bytes->front() != bytes->size() - 1) return std::nullopt;
     unsigned sum = 0;
     for (const std::uint8_t byte : *bytes) sum += byte;
     if ((sum & 0xFF) != 0xFF) return std::nullopt; // the checksum complements the rest
     return Data(bytes->begin() + 1, bytes->end() - 1);
+}
+
+std::size_t numberOf(const Data& bigEndian) {
+    std::size_t number = 0;
+    for (const std::uint8_t byte : bigEndian) number = number << 8 | byte;
+    return number;
 }
 
 } // namespace
@@ -43,12 +49,15 @@ std::optional<std::string> versionOfFirmwareImage(const Data& image) {
     text.resize(text.find_last_not_of('\0') + 1);
     std::istringstream lines(text);
     std::optional<std::string> version;
+    std::size_t dataRecords = 0;
     bool ended = false;
     for (std::string line; std::getline(lines, line);) {
         if (line.ends_with('\r')) line.pop_back();
         if (line.empty()) continue;
         const auto contents = contentsOfRecord(line);
         if (!contents || ended) return std::nullopt;
+        if (line[1] >= '1' && line[1] <= '3') ++dataRecords;
+        if ((line[1] == '5' || line[1] == '6') && numberOf(*contents) != dataRecords) return std::nullopt;
         if (line[1] == '0' && contents->size() > 2) version = std::string(contents->begin() + 2, contents->end());
         ended = line[1] >= '7';
     }

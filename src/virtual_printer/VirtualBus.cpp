@@ -7,8 +7,10 @@
 namespace zul {
 
 namespace {
-constexpr std::uint8_t kDefaultBus = 1;
-}
+constexpr std::uint8_t kFirstBus = 1;
+constexpr std::uint8_t kFirstPort = 1;
+constexpr std::uint8_t kLastPort = 15;
+} // namespace
 
 VirtualBus::VirtualBus(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal)
     : _mainQueue(mainQueue), _clock(clock), _journal(std::move(journal)) {}
@@ -18,14 +20,24 @@ VirtualBus::~VirtualBus() {
 }
 
 std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
-    const auto next = static_cast<std::uint8_t>(_ports.size() + 1);
-    const auto [bus, port] = settings.location.value_or(std::pair{kDefaultBus, next});
+    const auto [bus, port] = settings.location ? *settings.location : firstFreeLocation();
     _ports.push_back(std::make_shared<VirtualPort>(_mainQueue, _clock, _journal, settings, bus, port));
     if (_registry != nullptr) {
         _ports.back()->setRegistry(_registry);
         _ports.back()->attach();
     }
     return _ports.size() - 1;
+}
+
+// The ports of the first bus, then those of the next: a port is one hexadecimal digit of the location.
+std::pair<std::uint8_t, std::uint8_t> VirtualBus::firstFreeLocation() const {
+    std::pair<std::uint8_t, std::uint8_t> place{kFirstBus, kFirstPort};
+    const auto isTaken = [&](const auto& port) { return port->location() == place; };
+    while (std::ranges::any_of(_ports, isTaken)) {
+        if (place.second == kLastPort) ++place.first;
+        place.second = place.second == kLastPort ? kFirstPort : static_cast<std::uint8_t>(place.second + 1);
+    }
+    return place;
 }
 
 void VirtualBus::unplug(std::size_t printer) {

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace zul {
@@ -21,8 +22,8 @@ class VirtualBus final : public USBBus {
     VirtualBus(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal);
     ~VirtualBus() override;
 
-    /// Attaches a printer: at once when the bus has been started, else with its start. Returns its number, from 0.
-    /// Main queue.
+    /// Attaches a printer: at once when the bus has been started, else with its start. Returns its number, from 0. It
+    /// gets the location of its settings, or the first port that is free. Main queue.
     std::size_t add(const VirtualPrinterSettings& settings);
     /// Main queue. Unplugging what is not plugged, and the other way round, does nothing.
     void unplug(std::size_t printer);
@@ -37,6 +38,8 @@ class VirtualBus final : public USBBus {
     void stop() override;
 
   private:
+    std::pair<std::uint8_t, std::uint8_t> firstFreeLocation() const;
+
     MainQueue& _mainQueue;
     Clock& _clock;
     const std::shared_ptr<VirtualJournal> _journal;

@@ -38,7 +38,10 @@ Data deviceDescriptor(const VirtualPrinter& printer) {
     // clang-format on
 }
 
-Data stringDescriptor(const std::string& ascii) {
+// Its length must fit its first byte: what is longer is cut.
+Data stringDescriptor(const std::string& text) {
+    constexpr std::size_t kLongest = 126;
+    const std::string ascii = text.substr(0, kLongest);
     Data descriptor = {static_cast<std::uint8_t>(2 + 2 * ascii.size()), 3};
     for (const char character : ascii) {
         descriptor.push_back(static_cast<std::uint8_t>(character));
@@ -69,9 +72,8 @@ std::optional<Data> stringAnswer(const VirtualPrinter& printer, std::uint8_t ind
 Data deviceIDReply(const VirtualPrinter& printer) {
     const std::string text = printer.deviceID();
     const auto length = static_cast<std::uint16_t>(text.size() + 2);
-    Data reply = {high(length), low(length)};
-    reply.insert(reply.end(), text.begin(), text.end());
-    return reply;
+    std::string reply = {static_cast<char>(high(length)), static_cast<char>(low(length))};
+    return dataFromText(reply + text);
 }
 
 std::optional<Data> answerControlRequest(const VirtualPrinter& printer, const IOUSBDevRequestTO& request) {

@@ -90,18 +90,18 @@ IOReturn VirtualService::createInterfaceInterface(std::shared_ptr<IOUSBInterface
 
 VirtualInterface::~VirtualInterface() {
     _port->watchHolder(*_stay, this, nullptr);
-    if (_isClaimed) static_cast<void>(_port->release(*_stay, this)); // nobody is left to hear of a failure
+    if (_isClaimed) static_cast<void>(_port->release(*_stay, _number, this)); // nobody is left to hear of a failure
 }
 
 IOReturn VirtualInterface::USBInterfaceOpenSeize() {
-    const IOReturn code = _port->claim(*_stay, this);
+    const IOReturn code = _port->claim(*_stay, _number, this);
     _isClaimed = code == kIOReturnSuccess;
     return code;
 }
 
 IOReturn VirtualInterface::USBInterfaceClose() {
     _isClaimed = false;
-    return _port->release(*_stay, this);
+    return _port->release(*_stay, _number, this);
 }
 
 IOReturn VirtualInterface::ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size,
@@ -112,7 +112,8 @@ IOReturn VirtualInterface::ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint
     if (pipe != kInPipe) return kIOUSBUnknownPipeErr;
     if (!isClaimed()) return kIOReturnError;
     size = asked;
-    return _port->read(*_stay, static_cast<std::uint8_t*>(buffer), size, deadlineAfter(*_port, completionTimeout));
+    return _port->read(*_stay, _number, static_cast<std::uint8_t*>(buffer), size,
+                       deadlineAfter(*_port, completionTimeout));
 }
 
 IOReturn VirtualInterface::WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size,
@@ -120,8 +121,8 @@ IOReturn VirtualInterface::WritePipeTO(std::uint8_t pipe, const void* buffer, st
     if (_stay->isGone) return kIOReturnNoDevice;
     if (pipe != kOutPipe) return kIOUSBUnknownPipeErr;
     if (!isClaimed()) return kIOReturnError;
-    return _port->write(_stay, static_cast<const std::uint8_t*>(buffer), size, deadlineAfter(*_port, completionTimeout),
-                        _progress);
+    return _port->write(_stay, _number, {static_cast<const std::uint8_t*>(buffer), size},
+                        deadlineAfter(*_port, completionTimeout), _progress);
 }
 
 IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) {
@@ -142,6 +143,8 @@ IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO
 }
 
 IOReturn VirtualInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) {
+    device = nullptr;
+    if (_stay->isGone) return kIOReturnNoDevice;
     device = std::make_shared<VirtualDeviceHandle>(_port, _stay);
     return kIOReturnSuccess;
 }

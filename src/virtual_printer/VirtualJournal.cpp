@@ -32,7 +32,7 @@ void VirtualJournal::add(VirtualJournalEntry entry) {
                                {"printer", entry.printer},
                                {"event", entry.event}};
         if (!entry.command.empty()) line["command"] = entry.command;
-        if (entry.event == "command" || entry.event == "read") line["length"] = entry.length;
+        if (entry.event == "command" || entry.event == "read" || entry.event == "write") line["length"] = entry.length;
         if (!entry.sha256.empty()) line["sha256"] = entry.sha256;
         if (!entry.result.empty()) line["result"] = entry.result;
         // A printer's own texts may be any bytes: what is no text must not end the program.

@@ -14,15 +14,16 @@
 
 namespace zul {
 
+/// Writes that succeed have no entry: the commands in them have.
 struct VirtualJournalEntry {
     std::chrono::milliseconds time{0}; // since the journal began
     std::string printer;               // serial number
-    std::string event;                 // arrive, leave, open, refuse, close, control, command, read, reset
+    std::string event;                 // arrive, leave, open, refuse, close, control, command, read, write, reset
     std::string command;               // text of a command; recipient and request of a control request
-    std::uint32_t length = 0;          // payload of a command, bytes of a read
+    std::uint32_t length = 0;          // payload of a command, bytes of a read, bytes taken of a write that failed
     std::string sha256;                // of a payload; empty when there is none
     Data header;                       // of a command: the frame's bytes before the payload; not written to files
-    std::string result;                // of a read that failed: "timeout", "stall", "gone"; otherwise empty
+    std::string result;                // of a read or write that failed: timeout, stall, gone; otherwise empty
 };
 
 class VirtualJournal {

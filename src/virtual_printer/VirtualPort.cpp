@@ -47,10 +47,24 @@ void VirtualPort::inspect(const std::function<void(const VirtualPrinter&)>& insp
 
 // ---- coming and going -----------------------------------------------------------------------------------------------
 
+void VirtualPort::setRegistry(ServiceRegistry* registry) {
+    _registry = registry;
+    const std::scoped_lock lock(_postMutex);
+    _mayPost = registry != nullptr;
+}
+
+// Timers outlive the bus; the main queue need not.
+void VirtualPort::post(Block block) {
+    const std::scoped_lock lock(_postMutex);
+    if (_mayPost) _mainQueue.async(std::move(block));
+}
+
 void VirtualPort::attach() {
     if (_registry == nullptr || _stay != nullptr) return;
+    ++_comings;
     auto stay = std::make_shared<VirtualStay>();
-    stay->changed = _clock.makeEvent();
+    stay->lanes.resize(static_cast<std::size_t>(settings.interfaces));
+    for (VirtualLane& lane : stay->lanes) lane.changed = _clock.makeEvent();
     std::optional<VirtualDeparture> restartsByItself;
     {
         const std::scoped_lock lock(_mutex);
@@ -75,31 +89,37 @@ void VirtualPort::unplug() {
     depart(_stay, departure);
 }
 
+// With the lock held.
+void VirtualPort::endForHandles(VirtualStay& stay) {
+    if (stay.isGone.exchange(true)) return;
+    _printer.reset();
+    for (const VirtualLane& lane : stay.lanes) lane.changed->signal();
+}
+
 void VirtualPort::leave(const std::shared_ptr<VirtualStay>& stay, const VirtualDeparture& departure) {
     {
         const std::scoped_lock lock(_mutex);
-        if (stay->isGone.exchange(true)) return;
-        _printer.reset();
-        stay->changed->signal();
+        if (stay->isGone) return;
+        endForHandles(*stay);
     }
-    _mainQueue.async([self = shared_from_this(), stay, departure] { self->depart(stay, departure); });
+    post([self = shared_from_this(), stay, departure] { self->depart(stay, departure); });
 }
 
 void VirtualPort::depart(std::shared_ptr<VirtualStay> stay, const VirtualDeparture& departure) {
-    if (_stay != stay) return; // it has left already
+    if (_stay != stay) return;                            // it has left already
+    std::map<const void*, std::function<void()>> watches; // destroyed after the lock: what they hold may come back here
     {
         const std::scoped_lock lock(_mutex);
-        if (!stay->isGone.exchange(true)) _printer.reset();
-        stay->changed->signal();
-        stay->holderWatches.clear();
+        endForHandles(*stay);
+        watches.swap(stay->holderWatches);
     }
     _stay = nullptr;
     journal("leave");
     if (departure.comesBack) {
         if (departure.elsewhere) _port = static_cast<std::uint8_t>(_port % 15 + 1);
-        _clock.callAt(_clock.now() + departure.away, [self = shared_from_this()] {
-            self->_mainQueue.async([self] {
-                if (!self->_isPulled) self->attach();
+        _clock.callAt(_clock.now() + departure.away, [self = shared_from_this(), comings = _comings] {
+            self->post([self, comings] {
+                if (!self->_isPulled && self->_comings == comings) self->attach();
             });
         });
     }
@@ -118,28 +138,30 @@ void VirtualPort::schedule(VirtualDeparture departure, const std::shared_ptr<Vir
 
 // ---- claims ---------------------------------------------------------------------------------------------------------
 
-IOReturn VirtualPort::claim(VirtualStay& stay, const void* owner) {
+IOReturn VirtualPort::claim(VirtualStay& stay, std::uint8_t number, const void* owner) {
+    VirtualLane& lane = stay.lanes.at(number);
     std::optional<std::chrono::milliseconds> hold;
     bool refused = false;
     {
         const std::scoped_lock lock(_mutex);
         if (stay.isGone) return kIOReturnNoDevice;
-        if (stay.owner == owner) return kIOReturnSuccess;
+        if (lane.owner == owner) return kIOReturnSuccess;
         hold = _printer.holderAtOpen();
         if (hold) ++_heldByOther;
-        refused = isHeldByOther() || (stay.owner != nullptr && settings.interfaces == 1);
-        if (!refused) stay.owner = owner;
+        refused = isHeldByOther() || lane.owner != nullptr;
+        if (!refused) lane.owner = owner;
     }
     if (hold) holdFor(*hold);
     journal(refused ? "refuse" : "open");
     return refused ? kIOReturnExclusiveAccess : kIOReturnSuccess;
 }
 
-IOReturn VirtualPort::release(VirtualStay& stay, const void* owner) {
+IOReturn VirtualPort::release(VirtualStay& stay, std::uint8_t number, const void* owner) {
+    VirtualLane& lane = stay.lanes.at(number);
     {
         const std::scoped_lock lock(_mutex);
-        if (stay.owner != owner) return stay.isGone ? kIOReturnNoDevice : kIOReturnError;
-        stay.owner = nullptr;
+        if (lane.owner != owner) return stay.isGone ? kIOReturnNoDevice : kIOReturnError;
+        lane.owner = nullptr;
         if (stay.isGone) return kIOReturnNoDevice;
     }
     journal("close");
@@ -165,7 +187,7 @@ void VirtualPort::watchHolder(VirtualStay& stay, const void* watcher, std::funct
 
 void VirtualPort::holdFor(std::chrono::milliseconds time) {
     _clock.callAt(_clock.now() + time,
-                  [self = shared_from_this()] { self->_mainQueue.async([self] { self->setHeldByOther(false); }); });
+                  [self = shared_from_this()] { self->post([self] { self->setHeldByOther(false); }); });
 }
 
 void VirtualPort::setHeldByOther(bool isHeld) {

@@ -13,18 +13,25 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <vector>
 
 namespace zul {
+
+/// The pipes of one interface. Guarded by the port's lock, but for waiting for the event.
+struct VirtualLane {
+    std::deque<VirtualTransfer> transfers; // ready to be read
+    std::unique_ptr<ClockEvent> changed;   // a transfer became ready, or the stay ended
+    const void* owner = nullptr;           // the handle that holds the claim
+};
 
 /// From an arrival to the departure that follows it.
 struct VirtualStay {
     std::vector<ServiceToken> tokens; // main queue only
     std::atomic<bool> isGone{false};
+    std::vector<VirtualLane> lanes; // one per interface; how many does not change
     // The rest is guarded by the port's lock.
-    std::deque<VirtualTransfer> transfers; // ready to be read
-    std::unique_ptr<ClockEvent> changed;   // a transfer became ready, or the stay ended
-    const void* owner = nullptr;           // the handle that holds the claim
+    const VirtualLane* writer = nullptr; // the lane whose write is under way: frames of two must not mix
     std::map<const void*, std::function<void()>> holderWatches;
 };
 
@@ -34,7 +41,8 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
                 VirtualPrinterSettings settings, std::uint8_t bus, std::uint8_t port);
 
     // ---- main queue ----
-    void setRegistry(ServiceRegistry* registry) { _registry = registry; }
+    /// Null ends everything: from then on nothing is posted to the main queue any more.
+    void setRegistry(ServiceRegistry* registry);
     void attach();
     /// The printer leaves now; it returns if the departure says so.
     void depart(std::shared_ptr<VirtualStay> stay, const VirtualDeparture& departure);
@@ -49,32 +57,44 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
                  const std::string& result = {});
     Clock& clock() { return _clock; }
     std::uint32_t locationID() const;
+    std::pair<std::uint8_t, std::uint8_t> location() const { return {_bus, _port.load()}; }
     std::string locationText() const;
 
-    // ---- for the handles, on the printers' queues ----
-    IOReturn claim(VirtualStay& stay, const void* owner);
-    IOReturn release(VirtualStay& stay, const void* owner);
+    // ---- for the handles, on the printers' queues; number is the interface's ----
+    IOReturn claim(VirtualStay& stay, std::uint8_t number, const void* owner);
+    IOReturn release(VirtualStay& stay, std::uint8_t number, const void* owner);
     bool isFree(const VirtualStay& stay);
     void watchHolder(VirtualStay& stay, const void* watcher, std::function<void()> mayBeFree);
-    IOReturn read(VirtualStay& stay, std::uint8_t* buffer, std::uint32_t& size, Clock::TimePoint deadline);
-    IOReturn write(const std::shared_ptr<VirtualStay>& stay, const std::uint8_t* bytes, std::uint32_t size,
+    IOReturn read(VirtualStay& stay, std::uint8_t number, std::uint8_t* buffer, std::uint32_t& size,
+                  Clock::TimePoint deadline);
+    IOReturn write(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number, std::span<const std::uint8_t> bytes,
                    Clock::TimePoint deadline, const IOUSBInterfaceInterface::WriteProgress& progress);
     void resetPrinter(VirtualStay& stay);
 
     const VirtualPrinterSettings settings;
 
   private:
+    void post(Block block);
     void schedule(VirtualDeparture departure, const std::shared_ptr<VirtualStay>& stay);
-    void deliver(const std::shared_ptr<VirtualStay>& stay, std::vector<VirtualTransfer> transfers);
+    void endForHandles(VirtualStay& stay);
+    bool waitForTurn(VirtualStay& stay, const VirtualLane& lane, Clock::TimePoint deadline);
+    IOReturn writePieces(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+                         std::span<const std::uint8_t> bytes, Clock::TimePoint deadline,
+                         const IOUSBInterfaceInterface::WriteProgress& progress);
+    void deliver(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number, std::vector<VirtualTransfer> transfers);
     bool isHeldByOther() const { return _heldByOther > 0; }
     void holdFor(std::chrono::milliseconds time);
 
     MainQueue& _mainQueue;
     Clock& _clock;
     const std::shared_ptr<VirtualJournal> _journal;
-    ServiceRegistry* _registry = nullptr;
-    std::shared_ptr<VirtualStay> _stay; // main queue only
-    bool _isPulled = false;             // main queue only: unplugged by hand, so restarts do not bring it back
+    ServiceRegistry* _registry = nullptr; // main queue only
+    std::shared_ptr<VirtualStay> _stay;   // main queue only
+    unsigned _comings = 0;                // main queue only: a return that was overtaken by another coming is void
+    bool _isPulled = false;               // main queue only: unplugged by hand, so restarts do not bring it back
+
+    std::mutex _postMutex;
+    bool _mayPost = false; // guarded by _postMutex
 
     std::mutex _mutex;
     VirtualPrinter _printer;

@@ -2,78 +2,128 @@
 #include "virtual_printer/VirtualPort.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace zul {
 
 namespace {
 
 // How often a long write tells how far it has come: the real bus writes in pieces of this size.
-constexpr std::uint32_t kPiece = 256 * 1024;
+constexpr std::size_t kPiece = 256 * 1024;
+// How often a write looks whether that of the other interface has ended.
+constexpr auto kTurn = std::chrono::milliseconds(10);
+
+const char* nameOfResult(IOReturn code) {
+    if (code == kIOUSBTransactionTimeout) return "timeout";
+    return code == kIOUSBPipeStalled ? "stall" : "gone";
+}
 
 } // namespace
 
-IOReturn VirtualPort::read(VirtualStay& stay, std::uint8_t* buffer, std::uint32_t& size, Clock::TimePoint deadline) {
+IOReturn VirtualPort::read(VirtualStay& stay, std::uint8_t number, std::uint8_t* buffer, std::uint32_t& size,
+                           Clock::TimePoint deadline) {
+    VirtualLane& lane = stay.lanes.at(number);
     const std::uint32_t asked = size;
     size = 0;
+    const auto failed = [this](IOReturn code) {
+        journal("read", {}, 0, nameOfResult(code));
+        return code;
+    };
     for (;;) {
         {
             const std::scoped_lock lock(_mutex);
-            if (stay.isGone) {
-                journal("read", {}, 0, "gone");
-                return kIOReturnNoDevice;
-            }
-            if (!stay.transfers.empty()) {
-                VirtualTransfer& transfer = stay.transfers.front();
+            if (stay.isGone) return failed(kIOReturnNoDevice);
+            if (!lane.transfers.empty()) {
+                VirtualTransfer& transfer = lane.transfers.front();
                 if (transfer.isStall) {
-                    stay.transfers.pop_front();
-                    journal("read", {}, 0, "stall");
-                    return kIOUSBPipeStalled;
+                    lane.transfers.pop_front();
+                    return failed(kIOUSBPipeStalled);
                 }
                 size = std::min(asked, static_cast<std::uint32_t>(transfer.bytes.size()));
-                std::memcpy(buffer, transfer.bytes.data(), size);
+                std::copy_n(transfer.bytes.begin(), size, buffer);
                 // What was not asked for stays for the next read, as the real bus keeps it.
                 transfer.bytes.erase(transfer.bytes.begin(), transfer.bytes.begin() + size);
-                if (transfer.bytes.empty()) stay.transfers.pop_front();
+                if (transfer.bytes.empty()) lane.transfers.pop_front();
                 journal("read", {}, size);
                 return kIOReturnSuccess;
             }
         }
-        if (!stay.changed->waitUntil(deadline)) {
-            journal("read", {}, 0, "timeout");
-            return kIOUSBTransactionTimeout;
-        }
+        if (!lane.changed->waitUntil(deadline)) return failed(kIOUSBTransactionTimeout);
     }
 }
 
-IOReturn VirtualPort::write(const std::shared_ptr<VirtualStay>& stay, const std::uint8_t* bytes, std::uint32_t size,
-                            Clock::TimePoint deadline, const IOUSBInterfaceInterface::WriteProgress& progress) {
-    for (std::uint32_t done = 0; done < size;) {
-        const std::uint32_t piece = std::min(size - done, kPiece);
-        const auto time = std::chrono::microseconds(1000000LL * piece / settings.speed);
-        if (_clock.now() + time > deadline) {
-            if (_clock.now() < deadline) _clock.sleepFor(deadline - _clock.now());
-            return kIOUSBTransactionTimeout;
+IOReturn VirtualPort::write(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+                            std::span<const std::uint8_t> bytes, Clock::TimePoint deadline,
+                            const IOUSBInterfaceInterface::WriteProgress& progress) {
+    if (!waitForTurn(*stay, stay->lanes.at(number), deadline)) {
+        const IOReturn code = stay->isGone ? kIOReturnNoDevice : kIOUSBTransactionTimeout;
+        journal("write", {}, 0, nameOfResult(code));
+        return code;
+    }
+    const IOReturn code = writePieces(stay, number, bytes, deadline, progress);
+    const std::scoped_lock lock(_mutex);
+    stay->writer = nullptr;
+    return code;
+}
+
+// Both interfaces lead to one printer, which could not tell their frames apart.
+bool VirtualPort::waitForTurn(VirtualStay& stay, const VirtualLane& lane, Clock::TimePoint deadline) {
+    for (;;) {
+        {
+            const std::scoped_lock lock(_mutex);
+            if (stay.isGone) return false;
+            if (stay.writer == nullptr) {
+                stay.writer = &lane;
+                return true;
+            }
         }
-        // A command is over before anybody could tell the time; only large pieces take any.
-        if (piece == kPiece || size > kPiece) _clock.sleepFor(time);
+        const Clock::TimePoint now = _clock.now();
+        if (now >= deadline) return false;
+        _clock.sleepFor(std::min<Clock::Duration>(kTurn, deadline - now));
+    }
+}
+
+IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+                                  std::span<const std::uint8_t> bytes, Clock::TimePoint deadline,
+                                  const IOUSBInterfaceInterface::WriteProgress& progress) {
+    ClockEvent& changed = *stay->lanes.at(number).changed;
+    const auto total = static_cast<std::uint32_t>(bytes.size());
+    // A command is over before anybody could tell the time; only what comes in large pieces takes any.
+    const bool takesTime = bytes.size() >= kPiece;
+    std::uint32_t done = 0;
+    const auto failed = [&](IOReturn code) {
+        journal("write", {}, done, nameOfResult(code));
+        return code;
+    };
+    while (done < total) {
+        const auto piece = bytes.subspan(done, std::min<std::size_t>(total - done, kPiece));
+        if (takesTime) {
+            const auto time =
+                std::chrono::microseconds(1000000LL * static_cast<long long>(piece.size()) / settings.speed);
+            const Clock::TimePoint end = _clock.now() + time;
+            const Clock::TimePoint until = std::min(end, deadline);
+            // Other things than the end of the stay wake this up, too: an answer that was late, for example.
+            while (!stay->isGone && _clock.now() < until) changed.waitUntil(until);
+            if (!stay->isGone && end > deadline) return failed(kIOUSBTransactionTimeout);
+        }
         VirtualEffects effects;
         {
             const std::scoped_lock lock(_mutex);
-            if (stay->isGone) return kIOReturnNoDevice;
-            effects = _printer.receive({bytes + done, piece});
+            if (stay->isGone) return failed(kIOReturnNoDevice);
+            effects = _printer.receive(piece);
         }
-        done += piece;
-        if (effects.stallsOut) return kIOUSBPipeStalled;
-        deliver(stay, std::move(effects.transfers));
+        if (effects.stallsOut) return failed(kIOUSBPipeStalled);
+        done += static_cast<std::uint32_t>(piece.size());
+        deliver(stay, number, std::move(effects.transfers));
         if (effects.departure) schedule(*effects.departure, stay);
-        if (stay->isGone) return kIOReturnNoDevice;
-        if (progress) progress(done, size);
+        if (stay->isGone) return failed(kIOReturnNoDevice);
+        if (progress) progress(done, total);
     }
     return kIOReturnSuccess;
 }
 
-void VirtualPort::deliver(const std::shared_ptr<VirtualStay>& stay, std::vector<VirtualTransfer> transfers) {
+void VirtualPort::deliver(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+                          std::vector<VirtualTransfer> transfers) {
+    VirtualLane& lane = stay->lanes.at(number);
     std::vector<VirtualTransfer> late;
     {
         const std::scoped_lock lock(_mutex);
@@ -81,16 +131,16 @@ void VirtualPort::deliver(const std::shared_ptr<VirtualStay>& stay, std::vector<
             if (transfer.delay.count() > 0) {
                 late.push_back(std::move(transfer));
             } else {
-                stay->transfers.push_back(std::move(transfer));
+                lane.transfers.push_back(std::move(transfer));
             }
         }
-        if (!stay->transfers.empty()) stay->changed->signal();
+        if (!lane.transfers.empty()) lane.changed->signal();
     }
     if (late.empty()) return;
     const auto delay = late.front().delay;
     for (VirtualTransfer& transfer : late) transfer.delay = {};
-    _clock.callAt(_clock.now() + delay, [weak = weak_from_this(), stay, late = std::move(late)] {
-        if (const auto self = weak.lock()) self->deliver(stay, late);
+    _clock.callAt(_clock.now() + delay, [weak = weak_from_this(), stay, number, late = std::move(late)] {
+        if (const auto self = weak.lock()) self->deliver(stay, number, late);
     });
 }
 
@@ -98,7 +148,7 @@ void VirtualPort::resetPrinter(VirtualStay& stay) {
     {
         const std::scoped_lock lock(_mutex);
         _printer.reset();
-        stay.transfers.clear();
+        for (VirtualLane& lane : stay.lanes) lane.transfers.clear();
     }
     journal("reset");
 }

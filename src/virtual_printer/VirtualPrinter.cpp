@@ -5,7 +5,6 @@
 #include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace zul {
 
@@ -26,6 +25,29 @@ std::string textOf(const Data& frame, std::size_t offset, std::size_t size) {
     return text;
 }
 
+// Outside a frame only the two bytes that begin one mean anything; an escape with another byte behind it begins none.
+bool skipsGarbage(Data& frame, std::span<const std::uint8_t>& bytes) {
+    if (frame.empty() && bytes.front() != kEscape) {
+        bytes = bytes.subspan(1);
+        return true;
+    }
+    if (frame.size() == 1 && bytes.front() != 'P') {
+        frame.clear(); // the byte stays: it may be an escape itself
+        return true;
+    }
+    return false;
+}
+
+// Nothing for a field that is neither blank nor a number.
+std::optional<std::size_t> sizeOf(const std::string& field) {
+    std::size_t size = 0;
+    for (const char digit : field) {
+        if (digit < '0' || digit > '9') return std::nullopt;
+        size = size * 10 + static_cast<std::size_t>(digit - '0');
+    }
+    return size;
+}
+
 bool hasAnswer(const std::string& command) {
     return command == "STATUS" || command.starts_with("INFO") || command.starts_with("TBL_RD") ||
            command.starts_with("MNT_RD");
@@ -44,12 +66,9 @@ VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<vo
 VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
     VirtualEffects effects;
     while (!bytes.empty()) {
-        // Outside a frame only the escape that begins one means anything.
-        if (_frame.empty() && bytes.front() != kEscape) {
-            bytes = bytes.subspan(1);
-            continue;
-        }
-        std::size_t count = std::min(bytes.size(), bytesWanted());
+        if (skipsGarbage(_frame, bytes)) continue;
+        // An escape is taken alone, so that the byte behind it can be judged.
+        std::size_t count = _frame.empty() ? 1 : std::min(bytes.size(), bytesWanted());
         if (_unplugAt > _frame.size()) count = std::min(count, _unplugAt - _frame.size());
         _frame.insert(_frame.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
         bytes = bytes.subspan(count);
@@ -71,22 +90,22 @@ std::size_t VirtualPrinter::bytesWanted() const {
 }
 
 void VirtualPrinter::takeHeader(VirtualEffects& effects) {
-    if (_frame[1] != 'P') {
-        reset(); // not a command: wait for the next escape
+    const auto size = sizeOf(textOf(_frame, kSizeOffset, kSizeSize));
+    if (!size) {
+        reset(); // nobody can tell where this frame ends: wait for the next one
         return;
     }
     _text = textOf(_frame, kTextOffset, kTextSize);
-    const std::string size = textOf(_frame, kSizeOffset, kSizeSize);
-    _payloadSize = std::strtoul(size.c_str(), nullptr, 10);
-    _fault = faultFor(_text);
+    _payloadSize = *size;
+    _dueFaults = faultsFor(_text);
     if (hasFault(VirtualFaultKind::stall) && !hasAnswer(_text)) {
         effects.stallsOut = true;
         reset();
         return;
     }
-    if (hasFault(VirtualFaultKind::unplug)) {
+    if (const VirtualFault* unplug = fault(VirtualFaultKind::unplug)) {
         const std::size_t half = (kHeaderSize + _payloadSize) / 2;
-        _unplugAt = std::max<std::size_t>(_fault->value.value_or(static_cast<std::uint32_t>(half)), 1);
+        _unplugAt = std::max<std::size_t>(unplug->value.value_or(static_cast<std::uint32_t>(half)), 1);
     }
 }
 
@@ -98,28 +117,33 @@ void VirtualPrinter::finishFrame(VirtualEffects& effects) {
     _unplugAt = 0;
     if (_sawCommand) _sawCommand(command);
     handle(command, effects);
-    _fault.reset();
+    _dueFaults.clear();
 }
 
 void VirtualPrinter::reset() {
     _frame.clear();
     _payloadSize = 0;
     _unplugAt = 0;
-    _fault.reset();
+    _dueFaults.clear();
 }
 
-std::optional<VirtualFault> VirtualPrinter::faultFor(const std::string& command) {
-    std::optional<VirtualFault> due;
+std::vector<VirtualFault> VirtualPrinter::faultsFor(const std::string& command) {
+    std::vector<VirtualFault> due;
     for (auto fault = _faults.begin(); fault != _faults.end();) {
         const bool matches = fault->kind != VirtualFaultKind::holder && command.find(fault->word) != std::string::npos;
         if (matches && --fault->occurrence == 0) {
-            due = *fault;
+            due.push_back(*fault);
             fault = _faults.erase(fault);
         } else {
             ++fault;
         }
     }
     return due;
+}
+
+const VirtualFault* VirtualPrinter::fault(VirtualFaultKind kind) const {
+    const auto found = std::ranges::find(_dueFaults, kind, &VirtualFault::kind);
+    return found == _dueFaults.end() ? nullptr : &*found;
 }
 
 std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {

@@ -52,7 +52,8 @@ class VirtualPrinter {
     explicit VirtualPrinter(VirtualPrinterSettings settings,
                             std::function<void(const VirtualCommand&)> sawCommand = {});
 
-    /// Takes bytes of the bulk OUT pipe, in pieces of any size. What follows a departure of 0 or a stall is not taken.
+    /// Takes bytes of the bulk OUT pipe, in pieces of any size. What follows a departure of 0 or a stall is not taken;
+    /// what is no frame is passed over.
     VirtualEffects receive(std::span<const std::uint8_t> bytes);
     /// How many bytes the frame under way still needs: the rest of its header, then the rest of its payload.
     std::size_t bytesWanted() const;
@@ -93,14 +94,16 @@ class VirtualPrinter {
     void answer(const std::string& body, VirtualEffects& effects);
     void enterLoader(VirtualEffects& effects);
     void programFlash(const Data& image, VirtualEffects& effects);
-    std::optional<VirtualFault> faultFor(const std::string& command);
-    bool hasFault(VirtualFaultKind kind) const { return _fault && _fault->kind == kind; }
+    std::vector<VirtualFault> faultsFor(const std::string& command);
+    /// The fault of this kind that the frame under way has; null without one.
+    const VirtualFault* fault(VirtualFaultKind kind) const;
+    bool hasFault(VirtualFaultKind kind) const { return fault(kind) != nullptr; }
     VirtualDeparture restart(std::chrono::milliseconds after) const;
 
     const VirtualPrinterSettings _settings;
     const std::function<void(const VirtualCommand&)> _sawCommand;
-    std::vector<VirtualFault> _faults;  // those that have not happened yet; occurrence counts down
-    std::optional<VirtualFault> _fault; // of the frame under way
+    std::vector<VirtualFault> _faults;    // those that have not happened yet; occurrence counts down
+    std::vector<VirtualFault> _dueFaults; // of the frame under way
 
     Data _frame;                  // header and payload as far as they have come
     std::size_t _payloadSize = 0; // as the header announced it

@@ -143,6 +143,12 @@ std::string listOfModels() {
     return text;
 }
 
+std::string listOfFaults() {
+    std::string text;
+    for (const FaultName& fault : kFaults) text += (text.empty() ? "" : ", ") + std::string(fault.name);
+    return text;
+}
+
 std::string listOfKeys() {
     std::string text;
     for (const auto& [key, setter] : setters()) text += (text.empty() ? "" : ", ") + key;
@@ -168,7 +174,8 @@ VirtualPrinterParse parseVirtualPrinter(const std::string& text) {
         }
         const std::string value = equals == std::string::npos ? "" : parts[index].substr(equals + 1);
         if (!setter->second(value, settings)) {
-            return {std::nullopt, "\"" + value + "\" is no value for \"" + key + "\"; see --virtual help"};
+            const std::string kinds = key == "fault" ? "; the kinds are " + listOfFaults() : "";
+            return {std::nullopt, "\"" + value + "\" is no value for \"" + key + "\"" + kinds + "; see --virtual help"};
         }
     }
     return {settings, ""};

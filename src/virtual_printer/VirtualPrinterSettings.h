@@ -13,8 +13,8 @@
 //   location=BUS-PORT    where it is attached, e.g. 1-3
 //   mode=normal|loader   how it is when it is first attached
 //   id1284=on|off        whether it answers the request for its IEEE 1284 device ID
-//   interfaces=1|2       how many printer interfaces it has
-//   fault=KIND[@WORD][#N][:VALUE]   may be given several times; see faultHelp
+//   interfaces=1|2       how many printer interfaces it has; they lead to the same printer
+//   fault=KIND[@WORD][#N][:VALUE]   may be given several times; the kinds are below
 #pragma once
 
 #include <chrono>

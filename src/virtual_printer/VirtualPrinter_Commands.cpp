@@ -5,6 +5,8 @@
 
 #include "platform/foundation/Format.h"
 
+#include <algorithm>
+
 namespace zul {
 
 namespace {
@@ -19,6 +21,18 @@ constexpr auto kLeaveForLoader = milliseconds(50);
 // How long an intermediate firmware runs before it restarts by itself.
 constexpr auto kIntermediateRun = milliseconds(3000);
 constexpr auto kLate = milliseconds(7000);
+// At 0 the printer would leave in the middle of the write that brought the last byte of its image.
+constexpr auto kShortestProgramTime = milliseconds(1);
+
+// The digits at the front; nothing when there are none.
+std::optional<std::uint32_t> leadingNumber(const Data& payload) {
+    std::uint32_t number = 0;
+    std::size_t digits = 0;
+    for (; digits < payload.size() && payload[digits] >= '0' && payload[digits] <= '9'; ++digits) {
+        number = number * 10 + (payload[digits] - std::uint32_t{'0'});
+    }
+    return digits == 0 ? std::nullopt : std::optional(number);
+}
 
 } // namespace
 
@@ -71,7 +85,7 @@ void VirtualPrinter::enterLoader(VirtualEffects& effects) {
 
 void VirtualPrinter::programFlash(const Data& image, VirtualEffects& effects) {
     const auto version = versionOfFirmwareImage(image);
-    effects.departure = restart(_settings.programTime);
+    effects.departure = restart(std::max(_settings.programTime, kShortestProgramTime));
     if (!version || hasFault(VirtualFaultKind::stayInLoader)) return; // comes back as it is: its loader
     _nextIsLoader = false;
     _isUpdated = true;
@@ -100,6 +114,8 @@ void VirtualPrinter::handleWrite(const VirtualCommand& command) {
     } else if (command.text == "MNT_WTCOUNTER_CLR" && command.payload.size() >= 2 && command.payload[0] == 'C') {
         const auto counted = _counters.find(static_cast<char>(command.payload[1]));
         if (counted != _counters.end() && counted->first != 'L') counted->second = 0;
+    } else if (command.text == "MNT_WTCOUNTERP_SET") {
+        if (const auto count = leadingNumber(command.payload)) _counters['P'] = *count;
     } else if (command.text == "MNT_WTUSB_ISERI_SET" && command.payload.size() >= 2) {
         _serialSetting = command.payload[1] == '1';
     }
@@ -149,7 +165,9 @@ void VirtualPrinter::answer(const std::string& body, VirtualEffects& effects) {
     if (hasFault(VirtualFaultKind::garbage)) header = "????????";
     if (hasFault(VirtualFaultKind::shortReply)) sent.resize(whole.size() / 2);
     milliseconds delay(0);
-    if (hasFault(VirtualFaultKind::late)) delay = _fault->value ? milliseconds(*_fault->value) : kLate;
+    if (const VirtualFault* late = fault(VirtualFaultKind::late)) {
+        delay = late->value ? milliseconds(*late->value) : kLate;
+    }
     effects.transfers.push_back({dataFromText(header), false, delay});
     effects.transfers.push_back({dataFromText(sent), false, delay});
 }

@@ -1,0 +1,129 @@
+"""Commands that need no printer, and wrong usage."""
+import json
+import os
+import shutil
+
+from bench import case, expect, expect_equal
+
+
+@case("wrong usage exits with 2, says what is wrong and where help is")
+def _(bench):
+    for words in (["frobnicate"], ["list", "--no-such-option"], ["soft-reset"], ["reset-counter", "C", "1"],
+                  ["--admit-product", "horse", "list"], ["update", "--give-up", "-1"], []):
+        result = bench.run(*words, printers=())
+        expect_equal(result.status, 2, f"exit status of {words}")
+        expect("--help" in result.err and result.out == "", f"help is named for {words}: {result.err}")
+
+
+@case("a wrong virtual printer exits with 2 and names what would be right")
+def _(bench):
+    result = bench.run("list", printers=("VK99",))
+    expect_equal(result.status, 2, "exit status")
+    expect("VK99" in result.err and "VK18DUP" in result.err, "the models are named")
+    result = bench.run("list", printers=("VK14,colour=red",))
+    expect_equal(result.status, 2, "exit status")
+    expect("colour" in result.err and "lifetime" in result.err, "the settings are named")
+
+
+@case("wrong usage with --json is an error object")
+def _(bench):
+    result = bench.run("--json", "frobnicate", printers=())
+    expect_equal(result.json["error"]["exit"], 2, "the object's exit status")
+
+
+@case("help, version and the help of virtual printers go to standard output with status 0")
+def _(bench):
+    for words, wanted in ((["--help"], "reset-counter"), (["update", "--help"], "--stall-timeout"),
+                          (["--version"], "zulctl 2.06")):
+        result = bench.run(*words, printers=())
+        expect_equal(result.status, 0, f"exit status of {words}")
+        expect(wanted in result.out, f"{wanted} is told")
+    result = bench.run(printers=("help",))
+    expect(result.status == 0 and "stay-in-loader" in result.out, "the faults are listed")
+
+
+@case("settings are written, read and deleted")
+def _(bench):
+    expect_equal(bench.run("defaults", "write", "installOlderFirmwareVersion", "true", printers=()).status, 0, "write")
+    expect_equal(bench.run("defaults", "read", "installOlderFirmwareVersion", printers=()).out, "true\n", "read")
+    expect("installOlderFirmwareVersion = true" in bench.run("defaults", "read", printers=()).out, "all are read")
+    expect_equal(bench.run("--json", "defaults", "read", printers=()).json["installOlderFirmwareVersion"], "true", "json")
+    expect_equal(bench.run("defaults", "delete", "installOlderFirmwareVersion", printers=()).status, 0, "delete")
+    result = bench.run("defaults", "read", "installOlderFirmwareVersion", printers=())
+    expect(result.status == 1 and "no setting" in result.err, "a missing setting is told")
+
+
+@case("hostinfo shows the banner of the machine")
+def _(bench):
+    result = bench.run("hostinfo", printers=())
+    expect_equal(result.status, 0, "exit status")
+    expect(result.out.startswith("^" * 80 + "\n") and "starting up" in result.out, "the banner")
+
+
+@case("the archive is listed with every file found, and verified with every file matching")
+def _(bench):
+    result = bench.run("archive", "list", bench.archive, printers=())
+    expect(result.status == 0 and "VK28_PP_620_0101.cwd" in result.out and "missing" not in result.out, "list")
+    result = bench.run("archive", "verify", bench.archive, printers=())
+    expect(result.status == 0 and "matches" in result.out and "differs" not in result.out, "verify")
+    document = bench.run("--json", "archive", "verify", bench.archive, printers=()).json
+    expect_equal({row["state"] for row in document["files"]}, {"matches"}, "states")
+    expect_equal(document["sample"], True, "sample")
+
+
+@case("a damaged archive file differs and exits with 7")
+def _(bench):
+    folder = bench.path("archive")
+    shutil.copytree(bench.archive, folder)
+    with open(os.path.join(folder, "VK14 01.61.fw"), "r+b") as file:
+        file.write(b"X")
+    os.remove(os.path.join(folder, "VK26 01.52.fw"))
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal(result.status, 7, "exit status")
+    expect("differs" in result.out and "missing" in result.out, "both states are shown")
+
+
+@case("a digest file is written for a folder of vendor files and then verifies it")
+def _(bench):
+    folder = bench.path("vendor")
+    os.mkdir(folder)
+    for name in ("VK14 01.61.fw", "VK14_300_0161.cwd"):
+        shutil.copy(os.path.join(bench.archive, name), folder)
+    expect_equal(bench.run("archive", "digest", folder, printers=()).status, 0, "digest")
+    with open(os.path.join(folder, "digests.json"), encoding="utf-8") as file:
+        digests = json.load(file)
+    expect_equal(sorted(digests), ["VK14 01.61.fw", "VK14_300_0161.cwd"], "files")
+    expect(all(len(digest) == 66 and digest.endswith("00") for digest in digests.values()), "the digests' form")
+    expect_equal(bench.run("archive", "verify", folder, printers=()).status, 0, "verify")
+    expect_equal(bench.run("archive", "digest", bench.home, printers=()).status, 1, "a folder without such files")
+
+
+@case("the archive's path is the named folder, or the program's own")
+def _(bench):
+    expect_equal(bench.run("--firmware-archive", "/x/y", "archive", "path", printers=()).out, "/x/y\n", "named")
+    own = bench.run("archive", "path", printers=()).out.strip()
+    expect(os.path.isfile(os.path.join(own, "digests.json")), f"its own: {own}")
+
+
+@case("srecord verify names the bad line and the reason")
+def _(bench):
+    good, bad = bench.path("good.fw"), bench.path("bad.fw")
+    with open(good, "w", encoding="ascii") as file:
+        file.write("S00600004844521B\n")
+    with open(bad, "w", encoding="ascii") as file:
+        file.write("S00600004844521B\nS00600004844521C\n")
+    result = bench.run("srecord", "verify", good, printers=())
+    expect(result.status == 0 and "valid" in result.out, "a good file")
+    result = bench.run("srecord", "verify", good, bad, bench.path("none"), printers=())
+    expect_equal(result.status, 1, "exit status")
+    expect("line 2 does not match its checksum" in result.out and "cannot be read" in result.out, result.out)
+    faults = bench.run("--json", "srecord", "verify", good, bad, printers=()).json
+    expect_equal([row["valid"] for row in faults], [True, False], "json")
+
+
+@case("a log and a journal that cannot be written are told, with status 1")
+def _(bench):
+    for option in ("--log", "--virtual-journal"):
+        result = bench.run(option, "/dev/null/file", "list")
+        expect_equal(result.status, 1, f"exit status of {option}")
+        expect("/dev/null/file" in result.err, "the file is named")

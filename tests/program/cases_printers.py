@@ -1,0 +1,129 @@
+"""Commands that ask printers, set them and reset them."""
+import json
+import signal
+
+from bench import case, expect, expect_equal
+
+
+@case("list shows every printer with its versions, as text and as JSON")
+def _(bench):
+    result = bench.run("list", printers=("VK14", "VK14,serial=777"))
+    expect_equal(result.status, 0, "exit status")
+    for wanted in ("2A71000301100000", "VK14 01.60", "VK14 01.61", "777", "1-2", "Idle"):
+        expect(wanted in result.out, f"{wanted} is shown")
+    rows = bench.run("--json", "list", printers=("VK14", "VK14,serial=777")).json
+    expect_equal([row["printerSerialNumber"] for row in rows], ["000001", "777"], "serial numbers")
+    expect_equal(rows[0]["firmwareOffered"], "VK14 01.61", "offered")
+
+
+@case("a model that is not admitted is not listed, and admitted it is")
+def _(bench):
+    expect_equal(bench.run("--json", "list", printers=("VK26",)).json, [], "not admitted")
+    expect_equal(len(bench.run("--json", "--admit-product", "0x8B01", "list", printers=("VK26",)).json), 1, "admitted")
+
+
+@case("info shows everything, and finds a printer by key, serial number, location and position")
+def _(bench):
+    for name in ("2A71000301200000", "777", "1-2", "2"):
+        facts = bench.run("--json", "info", name, printers=("VK14", "VK14,serial=777,lifetime=9")).json
+        expect_equal(facts["deviceInfo"]["TBPrinterLifetimeCounter"], "9", f"found by {name}")
+    text = bench.run("info").out
+    for wanted in ("MFG:Zul Imaging Company;MDL:VK14;", "firmwareVersion", "nobody", "Unavailable"):
+        expect(wanted in text, f"{wanted} is shown")
+
+
+@case("a printer that is not there exits with 4 and names those that are")
+def _(bench):
+    for words in (("info", "nobody"), ("status", "nobody"), ("update", "--agree", "--yes", "nobody"),
+                  ("soft-reset", "nobody"), ("reset-counter", "A", "nobody"), ("usb-serial", "on", "nobody")):
+        result = bench.run(*words)
+        expect_equal(result.status, 4, f"exit status of {words}")
+        expect("2A71000301100000" in result.err, "the attached one is named")
+
+
+@case("several printers without a name are wrong usage where one is meant")
+def _(bench):
+    result = bench.run("info", printers=("VK14", "VK14"))
+    expect_equal(result.status, 2, "exit status")
+    expect("name one" in result.err, result.err)
+
+
+@case("status asks now and shows code and text")
+def _(bench):
+    expect_equal(bench.run("status", printers=("VK14,status=00000:01300",)).out, "01300  Paper Jam\n", "text")
+    answer = bench.run("--json", "status").json
+    expect_equal((answer["code"], answer["status"]), ("00000", "Idle"), "json")
+
+
+@case("status of a printer that does not answer exits with 8")
+def _(bench):
+    result = bench.run("status", printers=("VK14,fault=silence@STATUS#2",))
+    expect_equal(result.status, 8, "exit status")
+    expect("does not answer" in result.err, result.err)
+
+
+@case("status of a printer that another program holds exits with 5")
+def _(bench):
+    result = bench.run("status", printers=("VK14,fault=holder#2:60000",))
+    expect_equal(result.status, 5, "exit status")
+    expect("another program" in result.err, result.err)
+
+
+def journal(bench, *words, printers=("VK14",)):
+    file = bench.path("journal")
+    result = bench.run("--virtual-journal", file, *words, printers=printers)
+    with open(file, encoding="utf-8") as lines:
+        return result, [json.loads(line) for line in lines]
+
+
+@case("a counter is reset on the wire")
+def _(bench):
+    result, seen = journal(bench, "reset-counter", "B", "1")
+    expect_equal(result.status, 0, "exit status")
+    commands = [entry["command"] for entry in seen if entry["event"] == "command"]
+    expect_equal(commands[-1], "MNT_WTCOUNTER_CLR", "the last command")
+
+
+@case("the USB serial number is switched on a model that has it and refused on one that has not")
+def _(bench):
+    result, seen = journal(bench, "--admit-product", "0x8B01", "usb-serial", "on", "1",
+                           printers=("VK26,usb-serial=off",))
+    expect_equal(result.status, 0, "exit status")
+    expect("Enabled" in result.out and "power-cycle" in result.err, "what to do next is told")
+    commands = [entry["command"] for entry in seen if entry["event"] == "command"]
+    expect_equal(commands[-2:], ["MNT_WTUSB_ISERI_SET", "MNT_RDUSB_ISERI_SET"], "the last commands")
+    result = bench.run("usb-serial", "on", "1")
+    expect(result.status == 1 and "no such setting" in result.err, "a VK14 has none")
+
+
+@case("resets reach the printer")
+def _(bench):
+    for command, event in (("soft-reset", "reset"), ("reset", "reset"), ("reenumerate", "leave")):
+        bench.path("journal")
+        file = bench.path(command)
+        result = bench.run("--virtual-journal", file, command, "1")
+        expect_equal(result.status, 0, f"exit status of {command}")
+        with open(file, encoding="utf-8") as lines:
+            expect(event in [json.loads(line)["event"] for line in lines], f"{command} shows as {event}")
+
+
+@case("watch tells an arrival and its facts as JSON lines and ends with 130 at an interrupt")
+def _(bench):
+    process = bench.start("--json", "watch")
+    seen = []
+    while not any(line.get("key") == "printerSerialNumber" for line in seen):
+        seen.append(json.loads(process.stdout.readline()))
+    process.send_signal(signal.SIGINT)
+    process.communicate(timeout=20)
+    expect_equal(process.returncode, 130, "exit status")
+    expect_equal(seen[0]["event"], "arrived", "the first event")
+    expect(any(line.get("key") == "firmwareVersion" and line["value"] == "VK14 01.60" for line in seen), "a fact")
+
+
+@case("the log file and -v show what was sent")
+def _(bench):
+    file = bench.path("log")
+    result = bench.run("--log", file, "-v", "list")
+    expect("sending printer command STATUS with payload size 0" in result.err, "-v")
+    with open(file, encoding="utf-8") as log:
+        expect("1b 50 53 54 41 54 55 53" in log.read(), "the traffic is dumped")

@@ -1,0 +1,64 @@
+"""The questions of an update on a terminal, answered by typing."""
+from bench import case, expect, expect_equal
+
+
+@case("on a terminal the tick comes before Continue, and the confirmation's default is Cancel")
+def _(bench):
+    terminal = bench.terminal("update")
+    terminal.read_until("> ")
+    for wanted in ("Attention:", "[ ] I Agree", "1) Quit  (Return)", "2) Continue"):
+        expect(wanted in terminal.text, f"{wanted!r} is shown")
+    terminal.type("2")
+    terminal.read_until("first: type \"agree\"")
+    terminal.type("agree")
+    terminal.read_until("[x] I Agree")
+    terminal.type("2")
+    terminal.read_until("2) Update Firmware to VK14 01.61")
+    expect("1) Cancel  (Return)" in terminal.text, "Cancel comes first")
+    terminal.type("")
+    expect_equal(terminal.wait(), 1, "exit status")
+    expect("not updated: cancelled" in terminal.text, terminal.text)
+
+
+@case("Return at the first question quits and changes nothing")
+def _(bench):
+    terminal = bench.terminal("update")
+    terminal.read_until("> ")
+    terminal.type("")
+    expect_equal(terminal.wait(), 1, "exit status")
+    expect("not agreed" in terminal.text, terminal.text)
+
+
+@case("an update that is answered on the terminal runs to its end, with one live line")
+def _(bench):
+    terminal = bench.terminal("update")
+    terminal.read_until("> ")
+    terminal.type("agree")
+    terminal.read_until("[x]")
+    terminal.type("continue")
+    terminal.read_until("2) Update Firmware")
+    terminal.type("2")
+    expect_equal(terminal.wait(), 0, "exit status")
+    expect("\r" in terminal.text and "writing the firmware" in terminal.text, "the live line")
+    expect("updated from VK14 01.60 to VK14 01.61" in terminal.text, "the last line")
+
+
+@case("a printer that was not ready can be mended and proceeded with on a terminal")
+def _(bench):
+    terminal = bench.terminal("update", "--agree", printers=("VK14,status=00000:01000:00000",))
+    terminal.read_until("1) Proceed  (Return)")
+    expect("Cover Open" in terminal.text, terminal.text)
+    terminal.type("")
+    terminal.read_until("Are you certain")
+    terminal.type("cancel")
+    expect_equal(terminal.wait(), 1, "exit status")
+
+
+@case("an answer that is no button is asked again")
+def _(bench):
+    terminal = bench.terminal("update")
+    terminal.read_until("> ")
+    terminal.type("perhaps")
+    terminal.read_until("Type the number of a button.")
+    terminal.type("1")
+    expect_equal(terminal.wait(), 1, "exit status")

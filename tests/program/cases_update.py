@@ -1,0 +1,170 @@
+"""The update as a process: what the printer sees, what the operator reads, and every way it can end."""
+import json
+import os
+import shutil
+import signal
+
+from bench import UPDATE, case, expect, expect_equal
+
+FACTS = ["STATUS", "INFO  FVER", "MNT_RDCOUNTER_LIFE", "TBL_RDVersion", "MNT_RDCTRLD_CHKSUM", "INFO  SERIAL_NUMBER"]
+TABLES = ["TBL_CL", "TBL_RDVersion", "MNT_RDCTRLD_CHKSUM"] + 2 * [
+    "TBL_WTVersion", "TBL_WTCTRLD_UPDATE_CW", "TBL_RDVersion", "MNT_RDCTRLD_CHKSUM"]
+
+
+@case("an update sends the whole sequence of commands and reports both versions")
+def _(bench):
+    file = bench.path("journal")
+    result = bench.run("--virtual-journal", file, *UPDATE)
+    expect_equal(result.status, 0, "exit status")
+    with open(file, encoding="utf-8") as lines:
+        commands = [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+    wanted = FACTS + ["STATUS", "STATUS", "FW_UPDFLASH_REWRITE", "INFO  FVER", "STATUS", "FW_UPDFLASH_PROGRAM"]
+    expect_equal(commands[:len(wanted)], wanted, "up to the image")
+    # Behind the image one more question may still reach the printer before it leaves.
+    rest = commands[len(wanted):]
+    if rest[0] == "STATUS":
+        rest = rest[1:]
+    expect_equal(rest, ["INFO  FVER", "STATUS"] + TABLES + ["STATUS"] + FACTS, "behind the image")
+    for wanted in ("Firmware version updated from VK14 01.60 to VK14 01.61", "writing the firmware",
+                   "writing color tables 2 of 2", "updated from VK14 01.60 to VK14 01.61, 2 color tables written"):
+        expect(wanted in result.out, f"{wanted!r} is shown")
+
+
+@case("with --json an update is one object per line, and the last one is its result")
+def _(bench):
+    result = bench.run("--json", *UPDATE)
+    lines = result.lines
+    expect_equal(result.status, 0, "exit status")
+    expect_equal((lines[-1]["event"], lines[-1]["exit"]), ("result", 0), "the last line")
+    phases = []
+    for line in lines:
+        if line["event"] == "phase" and line["phase"] not in phases[-1:]:
+            phases.append(line["phase"])
+    expect_equal(phases, ["checking", "entering loader", "restarting", "in the loader", "writing", "programming",
+                          "restarting", "restarted", "color tables"], "phases")
+    expect_equal(result.err, "", "standard error")
+
+
+for model, product, tables in (("VK18", "4", 2), ("VK-RZ7", "5", 2), ("VK18DUP", "8", 2), ("VK26", "0x8B01", 3),
+                               ("VK28", "0x9001", 8)):
+    @case(f"an admitted {model} is updated with its {tables} tables")
+    def _(bench, model=model, product=product, tables=tables):
+        result = bench.run("--admit-product", product, *UPDATE, printers=(model,))
+        expect_equal(result.status, 0, "exit status")
+        expect(f"{tables} color tables written" in result.out, result.out)
+
+
+@case("two printers are updated in parallel with --all")
+def _(bench):
+    result = bench.run("--json", *UPDATE, "--all", printers=("VK14", "VK14"))
+    ends = [line for line in result.lines if line["event"] == "result"]
+    expect_equal(result.status, 0, "exit status")
+    expect_equal(sorted(line["printer"] for line in ends), ["2A71000301100000", "2A71000301200000"], "printers")
+    expect(max(line["elapsed"] for line in ends) < 1.8 * min(line["elapsed"] for line in ends), "at the same time")
+
+
+@case("with several printers the status is that of the first one that failed")
+def _(bench):
+    result = bench.run(*UPDATE, "--all", printers=("VK14", "VK14,status=01000", "VK14,firmware=VK14 01.70"))
+    expect_equal(result.status, 6, "exit status")
+    expect("2 color tables written" in result.out, "the first one is updated all the same")
+
+
+@case("without a terminal and without the answers update refuses and names what is missing")
+def _(bench):
+    for words, missing in ((("update",), "--agree and --yes"), (("update", "--agree"), "--yes"),
+                           (("update", "--yes"), "--agree")):
+        result = bench.run(*words)
+        expect_equal(result.status, 2, f"exit status of {words}")
+        expect(f"missing: {missing}." in result.err, result.err)
+
+
+@case("a newer installed version exits with 3, or with 0 where that is wanted")
+def _(bench):
+    result = bench.run(*UPDATE, printers=("VK14,firmware=VK14 01.70",))
+    expect_equal(result.status, 3, "exit status")
+    expect("This printer has firmware version 1.70 installed." in result.out, result.out)
+    result = bench.run(*UPDATE, "--not-needed-ok", printers=("VK14,firmware=VK14 01.70",))
+    expect_equal(result.status, 0, "exit status with --not-needed-ok")
+
+
+@case("a printer that is not ready exits with 6 and names its trouble")
+def _(bench):
+    result = bench.run(*UPDATE, printers=("VK14,status=01000",))
+    expect_equal(result.status, 6, "exit status")
+    expect("Please correct the following issue: Cover Open" in result.out, result.out)
+
+
+@case("a printer that another program holds exits with 5")
+def _(bench):
+    result = bench.run(*UPDATE, printers=("VK14,fault=holder#2:60000",))
+    expect_equal(result.status, 5, "exit status")
+    expect("Another application is using the printer." in result.out, result.out)
+
+
+@case("damaged firmware files exit with 7 and nothing is sent")
+def _(bench):
+    folder, file = bench.path("archive"), bench.path("journal")
+    shutil.copytree(bench.archive, folder)
+    with open(os.path.join(folder, "VK14_600_0161.cwd"), "r+b") as table:
+        table.write(b"X")
+    result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE)
+    expect_equal(result.status, 7, "exit status")
+    expect("-- File corruption --" in result.out, result.out)
+    with open(file, encoding="utf-8") as lines:
+        expect("FW_UPD" not in lines.read(), "no firmware command")
+
+
+@case("a printer that never comes back is told of, with advice, and exits with 8")
+def _(bench):
+    result = bench.run(*UPDATE, "--stall-timeout", "1", "--give-up", "3",
+                       printers=("VK14,fault=never-back@FLASH_REWRITE",))
+    expect_equal(result.status, 8, "exit status")
+    for wanted in ("restarting into the loader since", "Leave it switched on", "Still watching"):
+        expect(wanted in result.out, f"{wanted!r} is shown")
+
+
+@case("a printer that comes back after the advice is updated all the same")
+def _(bench):
+    process = bench.start("--json", *UPDATE, "--stall-timeout", "1", printers=("VK14,restart=2500",))
+    out, _ = process.communicate(timeout=60)
+    lines = [json.loads(line) for line in out.splitlines()]
+    expect("stalled" in [line["event"] for line in lines], "advice was given")
+    expect_equal(process.returncode, 0, "exit status")
+
+
+@case("a loader that refuses the image is told of, and exits with 8 when it stays so")
+def _(bench):
+    result = bench.run(*UPDATE, "--give-up", "7", printers=("VK14,fault=stay-in-loader@FLASH_PROGRAM",))
+    expect_equal(result.status, 8, "exit status")
+    expect("still in firmware update mode" in result.out and "start the update again" in result.out, result.out)
+
+
+@case("a printer found in its loader is updated from there")
+def _(bench):
+    result = bench.run(*UPDATE, printers=("VK14,mode=loader",))
+    expect_equal(result.status, 0, "exit status")
+    expect("to VK14 01.61, 2 color tables written" in result.out, result.out)
+
+
+@case("a table that was lost makes the update incomplete, whatever was reported")
+def _(bench):
+    result = bench.run(*UPDATE, printers=("VK14,fault=stall@UPDATE_CW#2",))
+    expect_equal(result.status, 1, "exit status")
+    expect("Firmware update was successful!" in result.out, "the report")
+    expect("only 1 of 2 color tables were sent" in result.out, "the facts")
+
+
+@case("an interrupt in the middle of an update warns once and ends at the second one")
+def _(bench):
+    process = bench.start("--json", *UPDATE, printers=("VK14,restart=20000",))
+    for line in process.stdout:
+        if json.loads(line).get("phase") == "restarting":
+            break
+    process.send_signal(signal.SIGINT)
+    warning = process.stderr.readline()
+    expect("Interrupt once more" in warning, warning)
+    process.send_signal(signal.SIGINT)
+    out, _ = process.communicate(timeout=20)
+    expect_equal(process.returncode, 130, "exit status")
+    expect("interrupted" in out, "the result is told")
