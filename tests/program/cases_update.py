@@ -25,8 +25,8 @@ def _(bench):
     if rest[0] == "STATUS":
         rest = rest[1:]
     expect_equal(rest, ["INFO  FVER", "STATUS"] + TABLES + ["STATUS"] + FACTS, "behind the image")
-    for wanted in ("Firmware version updated from VK14 01.60 to VK14 01.61", "writing the firmware",
-                   "writing color tables 2 of 2", "updated from VK14 01.60 to VK14 01.61, 2 color tables written"):
+    for wanted in ("Firmware version updated from VK14 01.60 to VK14 01.61", "in the loader since",
+                   "updated from VK14 01.60 to VK14 01.61, 2 color tables written"):
         expect(wanted in result.out, f"{wanted!r} is shown")
 
 
@@ -40,8 +40,11 @@ def _(bench):
     for line in lines:
         if line["event"] == "phase" and line["phase"] not in phases[-1:]:
             phases.append(line["phase"])
-    expect_equal(phases, ["checking", "entering loader", "restarting", "in the loader", "writing", "programming",
-                          "restarting", "restarted", "color tables"], "phases")
+    # A phase that is over within a moment may be passed without being seen; none is seen out of turn.
+    order = iter(["checking", "entering loader", "restarting", "in the loader", "writing", "programming", "restarting",
+                  "restarted", "color tables"])
+    expect(all(phase in order for phase in phases), f"phases in their order: {phases}")
+    expect("in the loader" in phases and "writing" in phases, f"the long ones are seen: {phases}")
     expect_equal(result.err, "", "standard error")
 
 
