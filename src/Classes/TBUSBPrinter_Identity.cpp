@@ -299,7 +299,7 @@ DeviceInfoPtr TBUSBPrinter::deviceInfoForKey(const std::string& key) {
 
 void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
     assert(isMainQueue());
-    logText("%s:[%s] : %s", "setDeviceInfo:forKey:", key, info ? info->description() : "(null)");
+    logText("%s:[%s] : %s", "+[TBUSBPrinter setDeviceInfo:forKey:]", key, info ? info->description() : "(null)");
     if (info && info->isMutable()) deviceInfoStore()[key] = std::move(info);
 }
 

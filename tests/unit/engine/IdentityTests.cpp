@@ -238,7 +238,7 @@ TEST_CASE("an immutable dictionary is not stored") {
     const auto other = std::make_shared<DeviceInfo>();
     TBUSBPrinter::setDeviceInfo(other, "one");
     CHECK(TBUSBPrinter::deviceInfoForKey("one") == other);
-    CHECK(bench.log.has("setDeviceInfo:forKey::[one] : "));
+    CHECK(bench.log.has("+[TBUSBPrinter setDeviceInfo:forKey:]:[one] : "));
 }
 
 TEST_CASE("the generic printer supports no identifiers and the vendor's printer its own") {
