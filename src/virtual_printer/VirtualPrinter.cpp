@@ -147,13 +147,17 @@ const VirtualFault* VirtualPrinter::fault(VirtualFaultKind kind) const {
 }
 
 std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {
-    for (auto fault = _faults.begin(); fault != _faults.end(); ++fault) {
-        if (fault->kind != VirtualFaultKind::holder || --fault->occurrence > 0) continue;
-        const auto value = fault->value;
-        _faults.erase(fault);
-        return value ? std::chrono::milliseconds(*value) : kDefaultHold;
+    std::optional<std::chrono::milliseconds> hold;
+    // All of them count every open, also one at which another happens.
+    for (auto fault = _faults.begin(); fault != _faults.end();) {
+        if (fault->kind != VirtualFaultKind::holder || --fault->occurrence > 0) {
+            ++fault;
+            continue;
+        }
+        hold = fault->value ? std::chrono::milliseconds(*fault->value) : kDefaultHold;
+        fault = _faults.erase(fault);
     }
-    return std::nullopt;
+    return hold;
 }
 
 std::uint32_t VirtualPrinter::counter(char letter) const {

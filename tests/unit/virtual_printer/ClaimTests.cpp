@@ -1,0 +1,106 @@
+// Who may use an embedded printer's interface, and how a program hears that another one has let go.
+#include "unit/virtual_printer/BusBench.h"
+
+namespace zul {
+
+using std::chrono::milliseconds;
+
+TEST_CASE("an interface is claimed by one handle at a time") {
+    BusBench bench;
+    const auto one = bench.openHandle();
+    const auto other = bench.handle();
+    CHECK(one->USBInterfaceOpenSeize() == kIOReturnSuccess);
+    CHECK(other->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
+    CHECK(other->USBInterfaceClose() == kIOReturnError);
+    CHECK(one->USBInterfaceClose() == kIOReturnSuccess);
+    CHECK(other->USBInterfaceOpenSeize() == kIOReturnSuccess);
+}
+
+TEST_CASE("a handle that goes lets go of its claim") {
+    BusBench bench;
+    bench.openHandle().reset();
+    CHECK(bench.handle()->USBInterfaceOpenSeize() == kIOReturnSuccess);
+}
+
+TEST_CASE("an interface that another program holds cannot be opened until it lets go") {
+    BusBench bench;
+    const auto handle = bench.handle();
+    bench.bus.setHeldByOther(0, true);
+    CHECK(handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
+    CHECK(handle->tryClaim() == kIOReturnExclusiveAccess);
+    bench.bus.setHeldByOther(0, false);
+    CHECK(handle->tryClaim() == kIOReturnSuccess);
+    CHECK(handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+}
+
+TEST_CASE("a watch hears each time that the other program lets go, until it is ended") {
+    BusBench bench;
+    const auto handle = bench.handle();
+    int calls = 0;
+    bench.bus.setHeldByOther(0, true);
+    handle->watchHolder([&] { ++calls; });
+    CHECK(calls == 0);
+    bench.bus.setHeldByOther(0, false);
+    CHECK(calls == 1);
+    bench.bus.setHeldByOther(0, true);
+    bench.bus.setHeldByOther(0, false);
+    CHECK(calls == 2);
+    handle->watchHolder(nullptr);
+    bench.bus.setHeldByOther(0, true);
+    bench.bus.setHeldByOther(0, false);
+    CHECK(calls == 2);
+}
+
+TEST_CASE("own closes are not told to a watch, and a watch ends with its handle or its stay") {
+    BusBench bench;
+    int calls = 0;
+    auto handle = bench.openHandle();
+    handle->watchHolder([&] { ++calls; });
+    CHECK(handle->USBInterfaceClose() == kIOReturnSuccess);
+    CHECK(calls == 0);
+    handle.reset();
+    bench.bus.setHeldByOther(0, true);
+    bench.bus.setHeldByOther(0, false);
+    CHECK(calls == 0);
+    handle = bench.handle();
+    handle->watchHolder([&] { ++calls; });
+    bench.bus.unplug(0);
+    bench.bus.setHeldByOther(0, true);
+    bench.bus.setHeldByOther(0, false);
+    handle->watchHolder([&] { ++calls; });
+    CHECK(calls == 0);
+}
+
+TEST_CASE("what a watch holds may be the handle itself and goes with the stay") {
+    BusBench bench;
+    std::weak_ptr<IOUSBInterfaceInterface> weak;
+    {
+        const auto handle = bench.handle();
+        weak = handle;
+        handle->watchHolder([handle] {});
+    }
+    CHECK(!weak.expired());
+    bench.bus.unplug(0);
+    CHECK(weak.expired());
+}
+
+TEST_CASE("a holder at the n-th open lets go after its time and is told on the main queue") {
+    BusBench bench({"VK14,fault=holder#2:800"});
+    const auto handle = bench.openHandle();
+    CHECK(handle->USBInterfaceClose() == kIOReturnSuccess);
+    IOReturn code = kIOReturnSuccess;
+    milliseconds freeAt{0};
+    bench.onQueue([&] {
+        code = handle->USBInterfaceOpenSeize();
+        handle->watchHolder([&] { freeAt = bench.elapsed(); });
+    });
+    bench.settle();
+    CHECK(code == kIOReturnExclusiveAccess);
+    bench.advance(milliseconds(799));
+    CHECK(freeAt == milliseconds(0));
+    bench.advance(milliseconds(1));
+    CHECK(freeAt == milliseconds(800));
+    CHECK(handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+}
+
+} // namespace zul

@@ -1,0 +1,181 @@
+// Bulk transfers of embedded printers: what they return, how long they take, and what a departure does to them.
+#include "unit/virtual_printer/BusBench.h"
+
+namespace zul {
+
+using std::chrono::milliseconds;
+
+TEST_CASE("an answer is read as its header and its body, and what was not asked for stays for the next read") {
+    BusBench bench;
+    const auto handle = bench.openHandle();
+    std::string text;
+    REQUIRE(BusBench::write(*handle, frame("INFO  FVER")) == kIOReturnSuccess);
+    CHECK(BusBench::read(*handle, text, 256) == kIOReturnSuccess);
+    CHECK(text == "00000011");
+    CHECK(BusBench::read(*handle, text, 4) == kIOReturnSuccess);
+    CHECK(text == "VK14");
+    CHECK(BusBench::read(*handle, text, 256) == kIOReturnSuccess);
+    CHECK(text == " 01.60\r");
+}
+
+TEST_CASE("a read with nothing to say ends at its completion time-out") {
+    BusBench bench;
+    const auto handle = bench.openHandle();
+    std::string text;
+    CHECK(BusBench::read(*handle, text) == kIOUSBTransactionTimeout);
+    CHECK(text.empty());
+    CHECK(bench.elapsed() == milliseconds(5000));
+}
+
+TEST_CASE("transfers need the claim and the right pipe") {
+    BusBench bench;
+    const auto handle = bench.handle();
+    std::string text;
+    std::uint32_t size = 1;
+    std::uint8_t byte = 0;
+    CHECK(BusBench::write(*handle, frame("STATUS")) == kIOReturnError);
+    CHECK(BusBench::read(*handle, text) == kIOReturnError);
+    REQUIRE(handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+    CHECK(handle->ReadPipeTO(1, &byte, size, 1, 1) == kIOUSBUnknownPipeErr);
+    CHECK(handle->WritePipeTO(2, &byte, 1, 1, 1) == kIOUSBUnknownPipeErr);
+    IOUSBDevRequestTO request;
+    CHECK(handle->ControlRequestTO(1, request) == kIOUSBUnknownPipeErr);
+}
+
+TEST_CASE("a stalled answer and a stalled command return the stall, and the next command is answered") {
+    BusBench bench({"VK14,fault=stall@STATUS#1,fault=stall@TBL_CL#1"});
+    const auto handle = bench.openHandle();
+    std::string text;
+    REQUIRE(BusBench::write(*handle, frame("STATUS")) == kIOReturnSuccess);
+    CHECK(BusBench::read(*handle, text) == kIOUSBPipeStalled);
+    CHECK(BusBench::write(*handle, frame("TBL_CL")) == kIOUSBPipeStalled);
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
+}
+
+TEST_CASE("a late answer wakes a read that waits for it") {
+    BusBench bench({"VK14,fault=late@STATUS#1:1200"});
+    const auto handle = bench.openHandle();
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
+    CHECK(bench.elapsed() == milliseconds(1200));
+}
+
+TEST_CASE("an answer that is later than the read is found by the next one") {
+    BusBench bench({"VK14,fault=late@FVER#1:6000"});
+    const auto handle = bench.openHandle();
+    CHECK(BusBench::ask(*handle, "INFO  FVER") == "(no header)");
+    bench.advance(milliseconds(1500));
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000011 VK14 01.60\r");
+}
+
+TEST_CASE("a reset of the printer drops answers that nobody read") {
+    BusBench bench;
+    const auto handle = bench.openHandle();
+    std::shared_ptr<IOUSBDeviceInterface> device;
+    REQUIRE(handle->GetDevice(device) == kIOReturnSuccess);
+    REQUIRE(BusBench::write(*handle, frame("INFO  FVER")) == kIOReturnSuccess);
+    CHECK(device->ResetDevice() == kIOReturnSuccess);
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
+
+    REQUIRE(BusBench::write(*handle, frame("INFO  FVER")) == kIOReturnSuccess);
+    IOUSBDevRequestTO softReset;
+    softReset.bmRequestType = 0x21;
+    softReset.bRequest = 2;
+    CHECK(handle->ControlRequestTO(0, softReset) == kIOReturnSuccess);
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
+}
+
+TEST_CASE("a departure wakes a read that waits on the printer's queue") {
+    BusBench bench;
+    const auto handle = bench.openHandle();
+    IOReturn code = kIOReturnSuccess;
+    std::string text;
+    bench.onQueue([&] { code = BusBench::read(*handle, text); });
+    bench.advance(milliseconds(1000));
+    CHECK(code == kIOReturnSuccess); // still waiting
+    bench.bus.unplug(0);
+    bench.settle();
+    CHECK(code == kIOReturnNoDevice);
+    CHECK(bench.elapsed() == milliseconds(1000));
+}
+
+TEST_CASE("a large write takes the time that the flash speed gives and tells how far it has come") {
+    BusBench bench({"VK14,speed=1000000"});
+    const auto handle = bench.openHandle();
+    std::vector<std::uint32_t> steps;
+    handle->setWriteProgress([&](std::uint32_t done, std::uint32_t total) {
+        CHECK(total == 1000032);
+        steps.push_back(done);
+    });
+    CHECK(BusBench::write(*handle, frame("TBL_WTCTRLD_UPDATE_CW", Data(1000000, 'x'))) == kIOReturnSuccess);
+    CHECK(bench.elapsed() == milliseconds(1000));
+    CHECK(steps == std::vector<std::uint32_t>{262144, 524288, 786432, 1000032});
+}
+
+TEST_CASE("a write that is too slow for its time-out ends with it") {
+    BusBench bench({"VK14,speed=100000"});
+    const auto handle = bench.openHandle();
+    CHECK(BusBench::write(*handle, frame("TBL_WTCTRLD_UPDATE_CW", Data(1000000, 'x'))) == kIOUSBTransactionTimeout);
+    CHECK(bench.elapsed() == milliseconds(5000));
+    CHECK(bench.journal->commands().empty());
+}
+
+TEST_CASE("a departure ends a slow write at once") {
+    BusBench bench({"VK14,speed=100000"});
+    const auto handle = bench.openHandle();
+    IOReturn code = kIOReturnSuccess;
+    bench.onQueue([&] { code = BusBench::write(*handle, frame("TBL_WTCTRLD_UPDATE_CW", Data(1000000, 'x'))); });
+    bench.advance(milliseconds(700));
+    CHECK(code == kIOReturnSuccess); // still under way
+    bench.bus.unplug(0);
+    bench.settle();
+    CHECK(code == kIOReturnNoDevice);
+    CHECK(bench.elapsed() == milliseconds(700));
+}
+
+TEST_CASE("an unplug in the middle of a payload fails the write, and the printer comes back without the command") {
+    BusBench bench({"VK14,fault=unplug@CTRLD_UPDATE#1"});
+    const auto handle = bench.openHandle();
+    CHECK(BusBench::write(*handle, frame("TBL_WTCTRLD_UPDATE_CW", Data(3000, 'x'))) == kIOReturnNoDevice);
+    bench.drain();
+    CHECK(bench.events == Texts{"arrived 0x101", "left 0x101", "arrived 0x102"});
+    CHECK(bench.journal->commands().empty());
+    CHECK(BusBench::ask(*bench.openHandle(), "STATUS") == "00000006 00000\r");
+}
+
+TEST_CASE("the interfaces of one printer are claimed apart and get their own answers") {
+    BusBench bench({"VK14,interfaces=2"});
+    REQUIRE(bench.tokens().size() == 2);
+    const auto one = bench.openHandle(0);
+    const auto other = bench.openHandle(1);
+    std::string text;
+    REQUIRE(BusBench::write(*one, frame("STATUS")) == kIOReturnSuccess);
+    CHECK(BusBench::ask(*other, "INFO  FVER") == "00000011 VK14 01.60\r");
+    CHECK(BusBench::read(*one, text) == kIOReturnSuccess);
+    CHECK(text == "00000006");
+    CHECK(one->USBInterfaceClose() == kIOReturnSuccess);
+    CHECK(BusBench::ask(*other, "STATUS") == "00000006 00000\r");
+    CHECK(other->USBInterfaceClose() == kIOReturnSuccess);
+}
+
+TEST_CASE("a command on one interface waits for the large write on the other") {
+    BusBench bench({"VK14,interfaces=2,speed=1000000"});
+    const auto one = bench.openHandle(0);
+    const auto other = bench.openHandle(1);
+    bench.onQueue([&] {
+        REQUIRE(BusBench::write(*one, frame("TBL_WTCTRLD_UPDATE_CW", Data(1000000, 'x'))) == kIOReturnSuccess);
+    });
+    SerialQueue second("second", bench.clock);
+    std::string answer;
+    milliseconds answeredAt{0};
+    bench.advance(milliseconds(100));
+    second.async([&] {
+        answer = BusBench::ask(*other, "STATUS");
+        answeredAt = bench.elapsed();
+    });
+    bench.drain();
+    CHECK(answer == "00000006 00000\r");
+    CHECK(answeredAt >= milliseconds(1000));
+    CHECK(bench.journal->commands() == Texts{"TBL_WTCTRLD_UPDATE_CW", "STATUS"});
+}
+
+} // namespace zul
