@@ -55,9 +55,8 @@ Data stringDescriptor(const std::u16string& text) {
 
 Data deviceIDReply(const std::string& text) {
     const std::size_t length = text.size() + 2;
-    Data bytes{static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length & 0xFF)};
-    bytes.insert(bytes.end(), text.begin(), text.end());
-    return bytes;
+    const std::string reply = {static_cast<char>(length >> 8), static_cast<char>(length & 0xFF)};
+    return dataFromText(reply + text);
 }
 
 } // namespace zul
