@@ -79,7 +79,8 @@ class UpdateRun {
             }
         }
         for (const auto& printer : chosen) {
-            _jobs.push_back(std::make_unique<UpdateJob>(_program, _display, _questions, printer));
+            _jobs.push_back(
+                std::make_unique<UpdateJob>(_program, _display, _questions, printer, [this] { endIfOver(); }));
         }
         _printers = chosen;
         return true;
@@ -99,7 +100,6 @@ class UpdateRun {
         for (const auto& job : _jobs) {
             if (job->key() != alert.printerKey || job->isOver()) continue;
             job->handleAlert(std::move(alert));
-            endIfOver();
             return;
         }
         // Of a printer that nobody asked to be updated: left as it is.
@@ -110,28 +110,29 @@ class UpdateRun {
         for (const auto& job : _jobs) {
             if (job->key() == key) job->check();
         }
-        endIfOver();
     }
 
     void tick() {
         for (const auto& job : _jobs) job->check();
-        if (endIfOver()) return;
+        if (_isEnding) return;
         _program.clock.callAt(_program.clock.now() + std::chrono::seconds(1),
                               [this] { _program.mainQueue.async([this] { tick(); }); });
     }
 
-    bool endIfOver() {
-        if (!std::ranges::all_of(_jobs, [](const auto& job) { return job->isOver(); })) return false;
+    void endIfOver() {
+        if (_isEnding || !std::ranges::all_of(_jobs, [](const auto& job) { return job->isOver(); })) return;
+        _isEnding = true;
         const auto failed = std::ranges::find_if(_jobs, [](const auto& job) { return job->exitStatus() != kDone; });
         const int status = failed == _jobs.end() ? static_cast<int>(kDone) : (*failed)->exitStatus();
-        if (std::exchange(_isEnding, true)) return true;
-        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone.
-        if (status == kInterrupted || status == kNotBack) {
+        const bool isStuck = std::ranges::any_of(
+            _jobs, [](const auto& job) { return job->exitStatus() == kInterrupted || job->exitStatus() == kNotBack; });
+        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone. One
+        // that does not answer would never come to rest.
+        if (isStuck) {
             _program.quit(status);
         } else {
             _program.afterQueues(_program.printers(), [this, status] { _program.quit(status); });
         }
-        return true;
     }
 
     // Only a person can be asked once more; a system that shuts down takes no answer.

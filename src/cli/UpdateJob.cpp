@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 #include <unistd.h>
+#include <utility>
 
 namespace zul::cli {
 
@@ -51,8 +52,9 @@ UpdateJob::AlertKind UpdateJob::kindOf(const AlertDescription& alert) {
     return AlertKind::other;
 }
 
-UpdateJob::UpdateJob(Program& program, UpdateDisplay& display, Questions& questions, Program::Printer printer)
-    : _program(program), _display(display), _questions(questions), _printer(std::move(printer)),
+UpdateJob::UpdateJob(Program& program, UpdateDisplay& display, Questions& questions, Program::Printer printer,
+                     Block over)
+    : _program(program), _display(display), _questions(questions), _over(std::move(over)), _printer(std::move(printer)),
       _key(_printer->keyUSBdevice()), _name(nameOf(*_printer)) {}
 
 void UpdateJob::begin() {
@@ -192,7 +194,8 @@ void UpdateJob::check() {
     const auto state = _program.monitor.state(_key);
     if (isOver() || !state || _isAsking) return;
     if (state->isFinished) {
-        judge(*state);
+        // Behind the engine's own report, which is on its way to the main queue and stands before the result.
+        if (!std::exchange(_isJudging, true)) _program.mainQueue.async([this] { judge(); });
         return;
     }
     if (state->phase == UpdatePhase::checking && !state->isAttached) {
@@ -214,12 +217,14 @@ void UpdateJob::check() {
     }
 }
 
-void UpdateJob::judge(const UpdateState& state) {
-    if (state.hasSucceeded()) {
-        end(kDone, formatted("updated from %s to %s, %d color tables written", textOrNull(state.previousVersion),
-                             textOrNull(state.currentVersion), state.tablesWritten));
+void UpdateJob::judge() {
+    const auto state = _program.monitor.state(_key);
+    if (isOver() || !state) return;
+    if (state->hasSucceeded()) {
+        end(kDone, formatted("updated from %s to %s, %d color tables written", textOrNull(state->previousVersion),
+                             textOrNull(state->currentVersion), state->tablesWritten));
     } else {
-        end(kFailed, "the update is not complete: " + reasonOfFailure(state) + ". Start it again.");
+        end(kFailed, "the update is not complete: " + reasonOfFailure(*state) + ". Start it again");
     }
 }
 
@@ -241,6 +246,7 @@ void UpdateJob::end(int status, const std::string& message) {
         _program.output.line(formatted("%s: %s (%.1f s)", _name, message, spent));
     }
     _program.monitor.endUpdate(_key);
+    _program.mainQueue.async(_over); // never from within an answer: the questions are still at work
 }
 
 } // namespace zul::cli

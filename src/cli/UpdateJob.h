@@ -14,7 +14,8 @@ namespace zul::cli {
 
 class UpdateJob {
   public:
-    UpdateJob(Program& program, UpdateDisplay& display, Questions& questions, Program::Printer printer);
+    /// over is called on the main queue after the job has ended.
+    UpdateJob(Program& program, UpdateDisplay& display, Questions& questions, Program::Printer printer, Block over);
 
     void begin();
     /// An alert of this printer.
@@ -41,11 +42,12 @@ class UpdateJob {
     void acknowledge(const AlertDescription& alert, int status);
     void press(const AlertDescription& alert, std::size_t button);
     void end(int status, const std::string& message);
-    void judge(const UpdateState& state);
+    void judge();
 
     Program& _program;
     UpdateDisplay& _display;
     Questions& _questions;
+    const Block _over;
     const Program::Printer _printer; // the object of the beginning; successors are known by the key only
     const std::string _key;
     const std::string _name;
@@ -53,6 +55,7 @@ class UpdateJob {
     std::string _explanation; // what the last alert said, where it decides the result
     bool _adviceGiven = false;
     bool _isAsking = false;
+    bool _isJudging = false;
 };
 
 } // namespace zul::cli

@@ -1,14 +1,19 @@
 """zulctl as a process: running it, looking at what it wrote, and the list of cases."""
+import fcntl
 import json
 import os
 import pty
 import select
+import struct
 import subprocess
 import tempfile
+import termios
+import threading
 import time
 
 FAST = "restart=100,program=100,speed=100000000"
 UPDATE = ("update", "--agree", "--yes")
+LONGEST = 60  # seconds that any run may take
 CASES = []
 
 
@@ -49,6 +54,7 @@ class Bench:
         self.zulctl, self.archive = zulctl, archive
         self.folder = tempfile.TemporaryDirectory(prefix="zul-program-")
         self.home = self.folder.name
+        self.started = []
         self.env = dict(os.environ, HOME=self.home, XDG_CONFIG_HOME=self.home, LC_ALL="C.UTF-8")
 
     def path(self, name):
@@ -62,24 +68,40 @@ class Bench:
     def command(self, arguments, printers):
         command = [self.zulctl]
         for printer in printers:
-            command += ["--virtual", f"{printer},{FAST}" if printer != "help" else printer]
+            model, _, settings = printer.partition(",")
+            # Settings of the case come last: they win over the quick ones.
+            command += ["--virtual", printer if printer == "help" else ",".join(filter(None, (model, FAST, settings)))]
         return command + list(arguments)
 
     def start(self, *arguments, printers=("VK14",)):
-        return subprocess.Popen(self.command(arguments, printers), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, text=True, env=self.env)
+        process = subprocess.Popen(self.command(arguments, printers), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env=self.env)
+        # Whoever reads its output line by line must not wait for ever.
+        watchdog = threading.Timer(LONGEST, process.kill)
+        watchdog.daemon = True
+        watchdog.start()
+        self.started.append((process, watchdog))
+        return process
 
-    def terminal(self, *arguments, printers=("VK14",)):
-        return Terminal(self.command(arguments, printers), self.env)
+    def close(self):
+        for process, watchdog in self.started:
+            watchdog.cancel()
+            process.kill()
+            process.wait()
+        self.folder.cleanup()
+
+    def terminal(self, *arguments, printers=("VK14",), columns=100):
+        return Terminal(self.command(arguments, printers), self.env, columns)
 
 
 class Terminal:
     """A program on a terminal, and a person who reads and types."""
 
-    def __init__(self, command, env):
+    def __init__(self, command, env, columns):
         self.text = ""
         self.pid, self.fd = pty.fork()
         if self.pid == 0:
+            fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("HHHH", 25, columns, 0, 0))
             os.execve(command[0], command, env)
 
     def read_until(self, wanted, timeout=30):
@@ -99,6 +121,13 @@ class Terminal:
     def type(self, line):
         self.text = ""
         os.write(self.fd, (line + "\n").encode())
+
+    def end_input(self):
+        self.text = ""
+        os.write(self.fd, b"\x04")
+
+    def interrupt(self):
+        os.write(self.fd, b"\x03")
 
     def wait(self):
         while True:

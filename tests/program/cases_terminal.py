@@ -62,3 +62,48 @@ def _(bench):
     terminal.read_until("Type the number of a button.")
     terminal.type("1")
     expect_equal(terminal.wait(), 1, "exit status")
+
+
+@case("two printers ask one after the other, each under its name")
+def _(bench):
+    terminal = bench.terminal("update", "--all", printers=("VK14,serial=111", "VK14,serial=222"))
+    terminal.read_until("> ")
+    expect("<ZUL VK14 111>" in terminal.text and "<ZUL VK14 222>" not in terminal.text, terminal.text)
+    terminal.type("1")
+    terminal.read_until("2) Continue")
+    expect("<ZUL VK14 222>" in terminal.text, terminal.text)
+    terminal.type("quit")
+    expect_equal(terminal.wait(), 1, "exit status")
+
+
+@case("a terminal that is closed cancels what was asked, even where Proceed comes first")
+def _(bench):
+    terminal = bench.terminal("update", "--agree", printers=("VK14,status=01000",))
+    terminal.read_until("1) Proceed  (Return)")
+    terminal.end_input()
+    expect_equal(terminal.wait(), 6, terminal.text)
+    expect("Cover Open" in terminal.text, terminal.text)
+
+
+@case("with --json nothing is asked, even on a terminal")
+def _(bench):
+    terminal = bench.terminal("--json", "update")
+    expect_equal(terminal.wait(), 2, "exit status")
+    expect("--agree and --yes" in terminal.text and "I Agree" not in terminal.text, terminal.text)
+
+
+@case("Ctrl-C at a question ends with 130 and changes nothing")
+def _(bench):
+    terminal = bench.terminal("update")
+    terminal.read_until("> ")
+    terminal.interrupt()
+    expect_equal(terminal.wait(), 130, terminal.text)
+
+
+@case("the live line is never wider than the terminal")
+def _(bench):
+    terminal = bench.terminal("update", "--agree", "--yes", columns=40)
+    expect_equal(terminal.wait(), 0, terminal.text)
+    drawn = [part.split("\r")[0].split("\n")[0] for part in terminal.text.split("\r\x1b[K")[1:]]
+    expect(len(drawn) > 5, "lines were drawn")
+    expect(max(map(len, drawn)) <= 39, max(drawn, key=len))

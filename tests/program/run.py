@@ -8,7 +8,7 @@ import traceback
 
 from bench import CASES, Bench
 
-for module in ("cases_offline", "cases_printers", "cases_update", "cases_terminal"):
+for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_terminal"):
     importlib.import_module(module)
 
 
@@ -21,7 +21,7 @@ def run(sentence, function, options):
     except Exception:  # a case that breaks is a case that fails
         return False, sentence, time.monotonic() - begun, traceback.format_exc()
     finally:
-        bench.folder.cleanup()
+        bench.close()
 
 
 def main():

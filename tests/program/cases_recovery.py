@@ -1,0 +1,184 @@
+"""Updates in which something goes wrong: what is told, what is sent, how it ends, and how it is put right."""
+import json
+import os
+import shutil
+import signal
+
+from bench import UPDATE, case, expect, expect_equal
+
+IMAGE = "VK14 01.61.fw"
+
+
+def copied_archive(bench):
+    folder = bench.path("archive")
+    shutil.copytree(bench.archive, folder)
+    return folder
+
+
+def header_record(text):
+    contents = bytes([len(text) + 3, 0, 0]) + text.encode()
+    return f"S0{contents.hex().upper()}{~sum(contents) & 0xFF:02X}"
+
+
+def commands_of(file):
+    with open(file, encoding="utf-8") as lines:
+        return [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+
+
+def events_of(result):
+    return [line["event"] for line in result.lines]
+
+
+@case("firmware that reports another version than the offered one is no success, whatever was reported")
+def _(bench):
+    folder = copied_archive(bench)
+    image = os.path.join(folder, IMAGE)
+    with open(image, encoding="ascii", newline="") as file:
+        first, rest = file.read().split("\n", 1)
+    with open(image, "w", encoding="ascii", newline="") as file:
+        file.write(header_record("VK14 01.59") + ("\r" if first.endswith("\r") else "") + "\n" + rest)
+    expect_equal(bench.run("archive", "digest", folder, printers=()).status, 0, "digests")
+    result = bench.run("--firmware-archive", folder, *UPDATE)
+    expect_equal(result.status, 1, result.out)
+    expect("Firmware update was successful!" in result.out, "the report")
+    expect("reports VK14 01.59 after the update instead of VK14 01.61" in result.out.splitlines()[-1], "the facts")
+
+
+@case("an archive without one of the tables makes the update incomplete")
+def _(bench):
+    folder = copied_archive(bench)
+    os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
+    result = bench.run("--firmware-archive", folder, *UPDATE)
+    expect_equal(result.status, 1, result.out)
+    expect("only 1 of 2 color tables were sent" in result.out.splitlines()[-1], result.out)
+
+
+@case("an archive without the firmware file exits with 7 and sends nothing")
+def _(bench):
+    folder, file = copied_archive(bench), bench.path("journal")
+    os.remove(os.path.join(folder, IMAGE))
+    result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE)
+    expect_equal(result.status, 7, result.out)
+    expect(not any(command.startswith("FW_UPD") for command in commands_of(file)), "no firmware command")
+
+
+@case("a printer that is pulled in the middle of the image is told of, and the next run updates it")
+def _(bench):
+    result = bench.run("--json", *UPDATE, "--give-up", "8", printers=("VK14,fault=unplug@FW_UPDFLASH_PROGRAM",))
+    expect_equal(result.status, 8, result.out)
+    stalls = [line["text"] for line in result.lines if line["event"] == "stalled"]
+    expect(any("firmware update mode" in text and "start the update again" in text for text in stalls), str(stalls))
+    result = bench.run(*UPDATE, printers=("VK14,mode=loader",))
+    expect_equal(result.status, 0, result.out)
+
+
+@case("a printer that stops answering before anything was sent exits with 8 and says that nothing was changed")
+def _(bench):
+    file = bench.path("journal")
+    result = bench.run("--json", "--virtual-journal", file, *UPDATE, "--stall-timeout", "1", "--give-up", "2",
+                       printers=("VK14,fault=silence@STATUS#2",))
+    expect_equal(result.status, 8, result.out)
+    expect_equal(events_of(result)[-2:], ["stalled", "result"], "events")
+    expect("Nothing has been changed" in result.lines[-1]["message"], result.out)
+    expect("FW_UPDFLASH_REWRITE" not in commands_of(file), "nothing was sent")
+
+
+@case("a printer that comes back on another port is not mistaken for the one that is waited for")
+def _(bench):
+    file = bench.path("journal")
+    result = bench.run("--virtual-journal", file, *UPDATE, "--give-up", "3",
+                       printers=("VK14,fault=elsewhere@FLASH_REWRITE",))
+    expect_equal(result.status, 8, result.out)
+    expect("FW_UPDFLASH_PROGRAM" not in commands_of(file), "no image is sent to it")
+
+
+@case("a printer with an open cover after its restart gets its tables when the cover is closed")
+def _(bench):
+    result = bench.run("--json", *UPDATE, printers=("VK14,after-update=01000:01000:00000",))
+    expect_equal(result.status, 0, result.out)
+    expect(any("(Cover Open)" in line.get("text", "") for line in result.lines), "the cause is shown while it lasts")
+    expect_equal((result.lines[-1]["version"], result.lines[-1]["tablesWritten"]), ("VK14 01.61", 2), "the facts")
+
+
+@case("a printer that stays unready after its restart is given up with its status named")
+def _(bench):
+    result = bench.run(*UPDATE, "--give-up", "8", printers=("VK14,after-update=01100",))
+    expect_equal(result.status, 8, result.out)
+    expect("(Paper End)" in result.out.splitlines()[-1], result.out)
+
+
+@case("when one printer is lost the others are still finished, and the run ends")
+def _(bench):
+    result = bench.run("--json", *UPDATE, "--all", "--give-up", "8",
+                       printers=("VK14,status=01000", "VK14", "VK14,fault=never-back@FLASH_REWRITE"))
+    ends = {line["printer"]: line["exit"] for line in result.lines if line["event"] == "result"}
+    expect_equal(ends, {"2A71000301100000": 6, "2A71000301200000": 0, "2A71000301300000": 8}, "results")
+    expect_equal(result.status, 6, "exit status of the run: that of the first one that failed")
+
+
+@case("a printer that is named twice is updated once")
+def _(bench):
+    file = bench.path("journal")
+    result = bench.run("--virtual-journal", file, *UPDATE, "1", "000001", "1-1")
+    expect_equal(result.status, 0, result.out)
+    expect_equal(commands_of(file).count("FW_UPDFLASH_PROGRAM"), 1, "images")
+
+
+@case("the same version is installed again without a word about it")
+def _(bench):
+    result = bench.run(*UPDATE, printers=("VK14,firmware=VK14 01.61",))
+    expect_equal(result.status, 0, result.out)
+    expect("updated from VK14 01.61 to VK14 01.61" in result.out, result.out)
+
+
+@case("a newer version is replaced when the setting says so")
+def _(bench):
+    bench.run("defaults", "write", "installOlderFirmwareVersion", "true", printers=())
+    result = bench.run(*UPDATE, printers=("VK14,firmware=VK14 01.70",))
+    expect_equal(result.status, 0, result.out)
+
+
+@case("plain output has no carriage returns, and every phase that lasts has its line")
+def _(bench):
+    result = bench.run(*UPDATE)
+    expect("\r" not in result.out and "\x1b" not in result.out, repr(result.out))
+    for wanted in ("checking", "restarting into the loader", "in the loader", "programming its flash",
+                   "restarting into the new firmware"):
+        expect(wanted in result.out, f"{wanted!r} is shown")
+    expect("expected within 30 s" in result.out, "how long it may take is told")
+
+
+def wait_for_phase(process, phase):
+    for line in process.stdout:
+        if json.loads(line).get("phase") == phase:
+            return
+    raise AssertionError(f"the update ended before {phase!r}")
+
+
+@case("one interrupt in the middle of an update warns and changes nothing")
+def _(bench):
+    process = bench.start("--json", *UPDATE)
+    wait_for_phase(process, "in the loader")
+    process.send_signal(signal.SIGINT)
+    out, err = process.communicate(timeout=60)
+    expect("Interrupt once more" in err, err)
+    expect_equal(process.returncode, 0, out)
+    expect_equal(json.loads(out.splitlines()[-1])["exit"], 0, "the result")
+
+
+@case("an interrupt before anything was sent ends at once")
+def _(bench):
+    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2",))
+    wait_for_phase(process, "checking")
+    process.send_signal(signal.SIGINT)
+    _, err = process.communicate(timeout=10)
+    expect_equal((process.returncode, err), (130, ""), "exit status and standard error")
+
+
+@case("a system that shuts down is not asked once more")
+def _(bench):
+    process = bench.start("--json", *UPDATE, printers=("VK14,restart=20000",))
+    wait_for_phase(process, "restarting")
+    process.send_signal(signal.SIGTERM)
+    process.communicate(timeout=10)
+    expect_equal(process.returncode, 130, "exit status")
