@@ -79,6 +79,15 @@ def _(lab):
         expect("VK14 01.61" in installed_version(lab), "the printer has the new version")
 
 
+@case("a printer on the bus is not updated from the sample archive unless that is named")
+def _(lab):
+    with lab.gadget() as gadget:
+        result = lab.zulctl("update", "--agree", "--yes")
+        expect_equal(result.returncode, 1, "exit status")
+        expect("samples for virtual printers" in result.stderr and "--firmware-archive" in result.stderr, "it says so")
+        expect("FW_UPD" not in gadget.journal.read_text(), "nothing was sent")
+
+
 @case("two printers are updated in one run")
 def _(lab):
     with lab.gadget(0), lab.gadget(1):

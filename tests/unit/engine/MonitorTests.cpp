@@ -125,6 +125,24 @@ TEST_CASE("a table whose contents were missing does not count") {
     CHECK(update.state().tablesWritten == 0);
 }
 
+TEST_CASE("tables of a round that was broken off do not make up for those of the next one") {
+    Watched update;
+    update.upToTables();
+    update.tables(1);
+    update.tell(PrinterEvent::Kind::departed);
+    update.tell(PrinterEvent::Kind::arrived);
+    update.tell(PrinterEvent::Kind::firmwareVersion, "VK14 01.61");
+    update.tell(PrinterEvent::Kind::colorTable, "t", 1);
+    update.command(kCommandTableName);
+    update.command(kCommandTableWrite, kIOUSBPipeStalled);
+    update.tell(PrinterEvent::Kind::colorTable, "t", 2);
+    update.command(kCommandTableName);
+    update.command(kCommandTableWrite);
+    update.tell(PrinterEvent::Kind::finished, "VK14 01.61", 1);
+    CHECK_FALSE(update.state().hasSucceeded());
+    CHECK(reasonOfFailure(update.state()) == "only 1 of 2 color tables were sent (kIOUSBPipeStalled)");
+}
+
 TEST_CASE("a loader that answers after the image is told apart from a printer that is waited for") {
     Watched update;
     update.upToTables();
