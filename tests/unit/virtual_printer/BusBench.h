@@ -3,8 +3,8 @@
 #pragma once
 
 #include "support/SimulatedClock.h"
-#include "virtual_printer/VirtualBus.h"
 #include "unit/virtual_printer/Wire.h"
+#include "virtual_printer/VirtualBus.h"
 
 #include <memory>
 #include <string>
