@@ -14,6 +14,10 @@ namespace zul::cli {
 
 namespace {
 
+// How long a run that ends waits for the answers that are under way.
+constexpr auto kPatienceAtEnd = std::chrono::seconds(12); // two answers that do not come
+constexpr auto kPatienceAtInterrupt = std::chrono::seconds(2);
+
 class UpdateRun {
   public:
     explicit UpdateRun(Program& program) : _program(program), _display(program.output), _questions(program.mainQueue) {}
@@ -126,13 +130,17 @@ class UpdateRun {
         const int status = failed == _jobs.end() ? static_cast<int>(kDone) : (*failed)->exitStatus();
         const bool isStuck = std::ranges::any_of(
             _jobs, [](const auto& job) { return job->exitStatus() == kInterrupted || job->exitStatus() == kNotBack; });
-        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone. One
-        // that does not answer would never come to rest.
-        if (isStuck) {
-            _program.quit(status);
-        } else {
-            _program.afterQueues(_program.printers(), [this, status] { _program.quit(status); });
-        }
+        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone.
+        if (isStuck) letGoOfPrinters(status);
+        _program.afterQueues(_program.printers(), [this, status] { _program.quit(status); });
+    }
+
+    // A wait without end is given up behind its question's answer: an answer that nobody reads would be taken for that
+    // of the next run's first question. A printer that does not answer at all is not waited for any longer than that.
+    void letGoOfPrinters(int status) {
+        for (const auto& printer : _program.printers()) printer->prepareForRelease();
+        const auto patience = status == kInterrupted ? kPatienceAtInterrupt : kPatienceAtEnd;
+        _program.clock.callAt(_program.clock.now() + patience, [this, status] { _program.quit(status); });
     }
 
     // Only a person can be asked once more; a system that shuts down takes no answer.
@@ -145,8 +153,7 @@ class UpdateRun {
                       << std::endl;
             return;
         }
-        for (const auto& job : _jobs) job->interrupt();
-        _program.quit(kInterrupted);
+        for (const auto& job : _jobs) job->interrupt(); // the last one ends the run
     }
 
     Program& _program;

@@ -1,5 +1,6 @@
 #include "cli/Program.h"
 
+#include "Classes/CommandFrame.h"
 #include "Classes/ProductTable.h"
 #include "StatusCodeNames.h"
 #include "cli/ExitStatus.h"
@@ -53,6 +54,10 @@ void EventRouter::printerEvent(const PrinterEvent& event) {
         _program.addUnusable(messageForUnusable(event)); // on the main queue, at an arrival
         return;
     }
+    const bool restarts = event.command == kCommandEnterLoader || event.command == kCommandProgramFlash;
+    if (event.kind == PrinterEvent::Kind::commandSent && restarts && event.code == kIOReturnSuccess) {
+        _program.mainQueue.async([this, key = event.key] { _program.expectRestart(key); });
+    }
     _program.monitor.printerEvent(event);
 }
 
@@ -80,6 +85,13 @@ Program::~Program() {
 
 void Program::endBus() {
     if (_bus) _bus->stop();
+}
+
+void Program::expectRestart(const std::string& key) {
+    if (_realBus == nullptr) return;
+    for (const Printer& printer : printers()) {
+        if (printer->keyUSBdevice() == key) _realBus->setRestartExpected(printer->locationNumber(), true);
+    }
 }
 
 int Program::makeVirtualBus() {
@@ -111,7 +123,9 @@ int Program::start(std::function<void()> ready) {
     if (!options.virtualPrinters.empty()) {
         if (const int status = makeVirtualBus(); status != kDone) return status;
     } else {
-        _bus = std::make_unique<LibusbBus>(mainQueue, clock);
+        auto bus = std::make_unique<LibusbBus>(mainQueue, clock);
+        _realBus = bus.get();
+        _bus = std::move(bus);
     }
     controller = std::make_shared<TBPrinters>(environment, TBPrinters::Outlets{});
     controller->init();

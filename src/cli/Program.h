@@ -17,7 +17,7 @@
 #include <vector>
 
 namespace zul {
-class VirtualBus;
+class LibusbBus;
 }
 
 namespace zul::cli {
@@ -88,6 +88,8 @@ class Program {
     /// A printer that cannot be used has come. Kept for noteUnusable, unless somebody wants to be told at once.
     void addUnusable(const std::string& message);
     std::function<void(const std::string& message)> unusableFound;
+    /// The printer was told to restart: until it has left, the system's own driver stays away from it.
+    void expectRestart(const std::string& key);
 
     const Options options;
     const Output output;
@@ -110,6 +112,7 @@ class Program {
     std::vector<std::string> _unusable;
     int makeVirtualBus();
     std::unique_ptr<USBBus> _bus;
+    LibusbBus* _realBus = nullptr; // the same, when it is the real one
 };
 
 } // namespace zul::cli
