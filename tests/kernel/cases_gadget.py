@@ -58,12 +58,14 @@ def _(lab):
 
 
 def expect_rights_by_rule(lab, gadget):
-    node = usbfs.node(gadget.device)
-    lab.run("udevadm", "settle", "--timeout=10")
-    properties = lab.run("udevadm", "info", "--query=property", node).stdout.splitlines()
-    tags = [line for line in properties if line.startswith("TAGS=")]
-    expect(tags and ":uaccess:" in tags[0], f"the node is tagged: {tags}")
-    status = os.stat(node)
+    def tagged_node():
+        """The node once it is there and udev has seen it: after a restart both take a moment."""
+        node = usbfs.node(gadget.device)
+        lab.run("udevadm", "settle", "--timeout=10")
+        properties = lab.run("udevadm", "info", "--query=property", node).stdout.splitlines()
+        return node if any(line.startswith("TAGS=") and ":uaccess:" in line for line in properties) else None
+
+    status = os.stat(wait_for(tagged_node, 20, "the node is tagged"))
     expect_equal((grp.getgrgid(status.st_gid).gr_name, oct(status.st_mode & 0o777)), ("lp", "0o664"), "rights")
 
 
