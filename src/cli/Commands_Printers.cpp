@@ -3,9 +3,9 @@
 
 #include "StatusCodeNames.h"
 #include "cli/ExitStatus.h"
-#include "cli/PrinterFacts.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
+#include "session/PrinterFacts.h"
 
 #include <nlohmann/json.hpp>
 

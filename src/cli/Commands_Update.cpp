@@ -1,7 +1,6 @@
 // update: which printers, one job each, and the end of the run when all jobs are over.
 #include "cli/Commands.h"
 
-#include "Classes/FirmwareDigests.h"
 #include "cli/UpdateJob.h"
 #include "platform/foundation/Format.h"
 
@@ -90,11 +89,10 @@ class UpdateRun {
         return true;
     }
 
-    // The sample archive fits no real printer; naming it is how a test bench says that it knows.
     bool isArchiveFit() {
-        if (!_program.options.firmwareArchive.empty()) return true;
-        if (!readFirmwareDigests(_program.bundle.archiveFolder()).isSample) return true;
-        if (std::ranges::all_of(_printers, [](const auto& printer) { return printer->isVirtual(); })) return true;
+        if (std::ranges::none_of(_printers, [this](const auto& one) { return _program.isArchiveUnfit(*one); })) {
+            return true;
+        }
         return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "
                       "files: zulctl --firmware-archive DIR update. Nothing was sent",
                       kFailed);

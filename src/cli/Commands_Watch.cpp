@@ -2,9 +2,9 @@
 #include "cli/Commands.h"
 
 #include "cli/ExitStatus.h"
-#include "cli/PrinterFacts.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
+#include "session/PrinterFacts.h"
 
 #include <nlohmann/json.hpp>
 #include <set>

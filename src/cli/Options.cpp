@@ -3,7 +3,6 @@
 #include "cli/ExitStatus.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 
 namespace zul::cli {
 
@@ -16,39 +15,9 @@ const char* kFooter = "\nPRINTER is a key, a printer serial number, a USB locati
 
 constexpr int kLongestWait = 86400; // seconds: a day
 
-std::optional<std::uint16_t> productNumber(const std::string& text) {
-    const bool isHex = text.starts_with("0x") || text.starts_with("0X");
-    const std::string digits = isHex ? text.substr(2) : text;
-    std::uint16_t number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, isHex ? 16 : 10);
-    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
-    return number;
-}
-
 void addGlobalOptions(CLI::App& app, Options& options) {
-    app.add_option("--virtual", options.virtualPrinters,
-                   "Use a virtual printer instead of the bus; may be repeated; \"help\" explains")
-        ->type_name("MODEL[,key=value...]")
-        ->allow_extra_args(false);
-    app.add_option("--firmware-archive", options.firmwareArchive, "Folder with firmware files and their digests.json")
-        ->type_name("DIR");
-    app.add_option_function<std::vector<std::string>>(
-           "--admit-product",
-           [&options](const std::vector<std::string>& texts) {
-               for (const std::string& text : texts) {
-                   const auto number = productNumber(text);
-                   if (!number) throw CLI::ValidationError("--admit-product", text + " is no USB product ID");
-                   options.admittedProducts.insert(*number);
-               }
-           },
-           "Admit a further USB product ID for this run; may be repeated")
-        ->type_name("ID")
-        ->allow_extra_args(false);
+    addSessionOptions(app, options);
     app.add_flag("--json", options.json, "Machine-readable output; nothing prompts");
-    app.add_option("--log", options.logFile, "Append the log to a file")->type_name("FILE");
-    app.add_option("--virtual-journal", options.journalFile, "What the virtual printers saw, as JSON lines")
-        ->type_name("FILE");
-    app.add_flag("-v,--verbose", options.verbose, "Repeat the system log on standard error");
     app.set_version_flag("--version", "zulctl " ZUL_VERSION);
 }
 
@@ -168,16 +137,14 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
                          (words.empty() ? "" : words.front()->get_name() + " ") + "--help.";
         return parsed;
     }
-    const bool asksForVirtualHelp = std::find(options.virtualPrinters.begin(), options.virtualPrinters.end(), "help") !=
-                                    options.virtualPrinters.end();
-    if (options.command.empty() && !asksForVirtualHelp) {
+    if (options.command.empty() && !options.asksForVirtualHelp()) {
         parsed.exitStatus = kWrongUsage;
         parsed.problem = "Name a command, for example: zulctl list. Try zulctl --help.";
         return parsed;
     }
-    if (!options.journalFile.empty() && options.virtualPrinters.empty()) {
+    parsed.problem = options.problem("zulctl");
+    if (!parsed.problem.empty()) {
         parsed.exitStatus = kWrongUsage;
-        parsed.problem = "--virtual-journal needs --virtual: only virtual printers keep a journal. Try zulctl --help.";
         return parsed;
     }
     parsed.options = std::move(options);

@@ -1,25 +1,19 @@
 // The command line as data. No queue: read once, before anything starts.
 #pragma once
 
-#include <cstdint>
+#include "session/SessionOptions.h"
+
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 namespace zul::cli {
 
-struct Options {
+struct Options : SessionOptions {
     std::string command; // "list", "info", … ; "archive list" and the like with their second word
     std::vector<std::string> arguments;
 
-    std::vector<std::string> virtualPrinters;
-    std::string firmwareArchive;
-    std::set<std::uint16_t> admittedProducts;
     bool json = false;
-    std::string logFile;
-    std::string journalFile;
-    bool verbose = false;
 
     // update
     bool all = false;

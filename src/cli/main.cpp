@@ -3,8 +3,6 @@
 #include "cli/ExitStatus.h"
 #include "cli/Options.h"
 #include "cli/Program.h"
-#include "holven_log/HOLVEN_Log.h"
-#include "platform/foundation/SystemLog.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <algorithm>
@@ -44,27 +42,6 @@ const std::map<std::string, PrinterCommand>& printerCommands() {
     return commands;
 }
 
-// The log takes standard error with it into its file; here that stays where the user reads what went wrong.
-bool openLogFile(const std::string& file) {
-    const int terminal = ::dup(STDERR_FILENO);
-    const bool isOpen = HOLVEN_Log::setLogFile(file);
-    if (terminal >= 0) {
-        ::dup2(terminal, STDERR_FILENO);
-        ::close(terminal);
-    }
-    return isOpen;
-}
-
-bool openLogs(const Options& options, const Output& output) {
-    setSystemLogVerbose(options.verbose);
-    HOLVEN_Log::setApplicationName("zulctl");
-    HOLVEN_Log::setShouldLogToStdErr(options.verbose);
-    if (!options.verbose) setStandardErrorSink([](const std::string&) {}); // the system log has it anyway
-    if (options.logFile.empty() || openLogFile(options.logFile)) return true;
-    output.problem("cannot write the log " + options.logFile + ". Name a file that can be written.", kFailed);
-    return false;
-}
-
 int runOffline(const Options& options, const Output& output, bool& isOffline) {
     isOffline = true;
     if (options.command.starts_with("archive ")) return runArchive(options, output);
@@ -94,12 +71,14 @@ int run(int argc, char** argv) {
     }
     const Options& options = *parsed.options;
     const Output output(options.json);
-    const auto& virtuals = options.virtualPrinters;
-    if (std::find(virtuals.begin(), virtuals.end(), "help") != virtuals.end()) {
+    if (options.asksForVirtualHelp()) {
         std::cout << virtualPrinterHelp();
         return kDone;
     }
-    if (!openLogs(options, output)) return kFailed;
+    if (const auto problem = openLogs(options, "zulctl")) {
+        output.problem(problem->message, kFailed);
+        return kFailed;
+    }
     bool isOffline = false;
     const int status = runOffline(options, output, isOffline);
     return isOffline ? status : runWithPrinters(options);

@@ -6,7 +6,7 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-namespace zul::cli {
+namespace zul {
 
 /// The short form of list.
 nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
@@ -17,4 +17,4 @@ nlohmann::json jsonOf(const DeviceInfo::Value& value);
 /// Any JSON value as one line of text.
 std::string textOf(const nlohmann::json& value);
 
-} // namespace zul::cli
+} // namespace zul

@@ -1,10 +1,10 @@
-#include "cli/PrinterFacts.h"
+#include "session/PrinterFacts.h"
 
 #include "platform/foundation/Format.h"
 
 #include <nlohmann/json.hpp>
 
-namespace zul::cli {
+namespace zul {
 
 namespace {
 
@@ -66,4 +66,4 @@ std::string textOf(const json& value) {
     return text;
 }
 
-} // namespace zul::cli
+} // namespace zul

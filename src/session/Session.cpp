@@ -1,0 +1,212 @@
+#include "session/Session.h"
+
+#include "Classes/CommandFrame.h"
+#include "Classes/FirmwareDigests.h"
+#include "Classes/ProductTable.h"
+#include "StatusCodeNames.h"
+#include "holven_log/HOLVEN_Log.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/SystemLog.h"
+#include "usb/libusb/LibusbBus.h"
+#include "virtual_printer/VirtualBus.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+
+#include <algorithm>
+#include <unistd.h>
+
+namespace zul {
+
+namespace {
+
+std::string messageForUnusable(const PrinterEvent& event) {
+    const std::string node = event.text.value_or("");
+    if (event.kind == PrinterEvent::Kind::notPermitted) {
+        return formatted("the printer at %s may not be used: no right to open %s. Install the udev rule "
+                         "70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm control --reload\" and "
+                         "plug the printer in again; or join the group lp.",
+                         event.location, node);
+    }
+    return formatted("the printer at %s cannot be opened (%s). Plug it in again.", event.location,
+                     strForIOReturn(event.code));
+}
+
+// The log takes standard error with it into its file; here that stays where the user reads what went wrong.
+bool openLogFile(const std::string& file) {
+    const int terminal = ::dup(STDERR_FILENO);
+    const bool isOpen = HOLVEN_Log::setLogFile(file);
+    if (terminal >= 0) {
+        ::dup2(terminal, STDERR_FILENO);
+        ::close(terminal);
+    }
+    return isOpen;
+}
+
+} // namespace
+
+std::string nameOf(const TBUSBPrinterZUL& printer) {
+    std::string name = printer.model().value_or(printer.productUSB().value_or("printer"));
+    const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();
+    if (serial && !serial->empty()) name += ' ' + *serial;
+    return name + " (" + printer.locationText() + ")";
+}
+
+std::optional<SessionProblem> openLogs(const SessionOptions& options, const std::string& programName) {
+    setSystemLogVerbose(options.verbose);
+    HOLVEN_Log::setApplicationName(programName);
+    HOLVEN_Log::setShouldLogToStdErr(options.verbose);
+    if (!options.verbose) setStandardErrorSink([](const std::string&) {}); // the system log has it anyway
+    if (options.logFile.empty() || openLogFile(options.logFile)) return std::nullopt;
+    return SessionProblem{"cannot write the log " + options.logFile + ". Name a file that can be written."};
+}
+
+void EventRouter::printerEvent(const PrinterEvent& event) {
+    if (event.kind == PrinterEvent::Kind::notPermitted || event.kind == PrinterEvent::Kind::openFailed) {
+        _session.addUnusable(messageForUnusable(event)); // on the main queue, at an arrival
+        return;
+    }
+    const bool restarts = event.command == kCommandEnterLoader || event.command == kCommandProgramFlash;
+    if (event.kind == PrinterEvent::Kind::commandSent && restarts && event.code == kIOReturnSuccess) {
+        _session.mainQueue.async([this, key = event.key] { _session.expectRestart(key); });
+    }
+    _session.monitor.printerEvent(event);
+}
+
+Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application)
+    : defaults(UserDefaults::standardFile()), bundle(Bundle::mainBundle(options.firmwareArchive)),
+      monitor(clock,
+              [this](const std::string& key) {
+                  mainQueue.async([this, key] {
+                      if (updateChanged) updateChanged(key);
+                  });
+              }),
+      environment{.mainQueue = mainQueue,
+                  .clock = clock,
+                  .registry = registry,
+                  .userDefaults = defaults,
+                  .mainBundle = bundle,
+                  .alerts = alerts,
+                  .application = application,
+                  .events = &events,
+                  .admittedProductIDs = options.admittedProducts},
+      _options(std::move(options)) {}
+
+Session::~Session() {
+    endBus();
+}
+
+void Session::endBus() {
+    if (_bus) _bus->stop();
+}
+
+std::optional<SessionProblem> Session::makeVirtualBus() {
+    auto journal = std::make_shared<VirtualJournal>(clock);
+    if (!_options.journalFile.empty() && !journal->writeTo(_options.journalFile)) {
+        return SessionProblem{"cannot write the journal " + _options.journalFile +
+                              ". Name a file that can be written."};
+    }
+    auto bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
+    int number = 0;
+    for (const std::string& text : _options.virtualPrinters) {
+        auto parse = parseVirtualPrinter(text);
+        if (!parse.settings) return SessionProblem{"--virtual " + text + ": " + parse.problem + ".", true};
+        // Each printer its own serial number, unless one was named.
+        ++number;
+        if (text.find("serial=") == std::string::npos) parse.settings->serial = formatted("%06d", number);
+        bus->add(*parse.settings);
+    }
+    _virtualBus = bus.get();
+    _bus = std::move(bus);
+    return std::nullopt;
+}
+
+std::optional<SessionProblem> Session::startSession(TBPrinters::Outlets outlets) {
+    TBPrinters::initialize(mainQueue);
+    if (!_options.virtualPrinters.empty()) {
+        if (auto problem = makeVirtualBus()) return problem;
+    } else {
+        auto bus = std::make_unique<LibusbBus>(mainQueue, clock);
+        _realBus = bus.get();
+        _bus = std::move(bus);
+    }
+    controller = std::make_shared<TBPrinters>(environment, std::move(outlets));
+    controller->init();
+    if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
+        return SessionProblem{
+            formatted("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code))};
+    }
+    controller->awakeFromNib();
+    controller->applicationDidFinishLaunching();
+    return std::nullopt;
+}
+
+// ---- printers -------------------------------------------------------------------------------------------------------
+
+Session::Printer Session::printerWithKey(const std::string& key) const {
+    for (Printer& printer : controller->printers()) {
+        if (printer->keyUSBdevice() == key) return printer;
+    }
+    return nullptr;
+}
+
+void Session::expectRestart(const std::string& key) {
+    if (_realBus == nullptr) return;
+    if (const Printer printer = printerWithKey(key)) _realBus->setRestartExpected(printer->locationNumber(), true);
+}
+
+bool Session::isArchiveUnfit(const TBUSBPrinterZUL& printer) const {
+    // Naming the sample archive is how a test bench says that it knows.
+    return _options.firmwareArchive.empty() && !printer.isVirtual() &&
+           readFirmwareDigests(bundle.archiveFolder()).isSample;
+}
+
+void Session::addUnusable(const std::string& message) {
+    if (unusableFound) {
+        unusableFound(message);
+    } else {
+        _unusable.push_back(message);
+    }
+}
+
+// Known models that this program is not yet released for: they can be admitted by name.
+std::vector<std::string> Session::notAdmitted() const {
+    std::vector<std::string> messages;
+    for (const ServiceToken token : registry.services()) {
+        const auto service = registry.service(token);
+        std::uint16_t vendor = 0;
+        std::uint16_t productID = 0;
+        if (!service || service->GetDeviceVendor(vendor) != kIOReturnSuccess ||
+            service->GetDeviceProduct(productID) != kIOReturnSuccess)
+            continue;
+        const Product* product = productWithID(productID);
+        if (product == nullptr || !productVendorIDs().contains(vendor) || acceptedProductIDs().contains(productID) ||
+            _options.admittedProducts.contains(productID))
+            continue;
+        messages.push_back(formatted("the %s at %s is left alone: its product ID is not admitted. Admit it for this "
+                                     "run with --admit-product 0x%.4X.",
+                                     std::string(product->model), service->locationText(), productID));
+    }
+    return messages;
+}
+
+std::vector<std::string> Session::unusablePrinters() const {
+    std::vector<std::string> messages = _unusable;
+    for (std::string& message : notAdmitted()) messages.push_back(std::move(message));
+    return messages;
+}
+
+void Session::afterQueues(const std::vector<Printer>& all, Block block) {
+    auto left = std::make_shared<std::size_t>(1);
+    auto done = std::make_shared<Block>(std::move(block));
+    const auto countDown = [left, done] {
+        if (--*left == 0) (*done)();
+    };
+    for (const Printer& printer : all) {
+        const auto queue = printer->printerCommandQueue();
+        if (!queue) continue; // it has been asked already, inline
+        ++*left;
+        queue->async([this, countDown] { mainQueue.async(countDown); });
+    }
+    mainQueue.async(countDown);
+}
+
+} // namespace zul

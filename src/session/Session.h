@@ -1,0 +1,104 @@
+// One run with printers: the environment that the engine lives in, the bus, the controller, and who watches updates.
+// The command line and the window each add their outlets and their loop. Main queue.
+#pragma once
+
+#include "Classes/Environment.h"
+#include "Classes/TBPrinters.h"
+#include "Classes/UpdateMonitor.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/UserDefaults.h"
+#include "session/SessionOptions.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+class LibusbBus;
+class Session;
+class VirtualBus;
+
+/// How a printer is called in messages: model, serial number where one is known, location.
+std::string nameOf(const TBUSBPrinterZUL& printer);
+
+/// Passes events on and remembers printers that could not be used.
+class EventRouter final : public PrinterEventsOutlet {
+  public:
+    explicit EventRouter(Session& session) : _session(session) {}
+    void printerEvent(const PrinterEvent& event) override;
+
+  private:
+    Session& _session;
+};
+
+/// Why a run cannot start, and what to do.
+struct SessionProblem {
+    std::string message;
+    bool isWrongUsage = false;
+};
+
+class Session {
+  public:
+    using Printer = std::shared_ptr<TBUSBPrinterZUL>;
+
+    Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// Makes the bus and the controller, and finds what is attached. outlets: what the user interface connects; all
+    /// may be null. Nothing when all is well.
+    std::optional<SessionProblem> startSession(TBPrinters::Outlets outlets);
+    /// Gives the printers back to the system's own driver; what is in the middle of something is left alone.
+    void endBus();
+
+    std::vector<Printer> printers() const { return controller->printers(); }
+    /// The attached printer with this key; null when there is none.
+    Printer printerWithKey(const std::string& key) const;
+    /// Runs block on main once everything that is queued for the printers now is done.
+    void afterQueues(const std::vector<Printer>& all, Block block);
+
+    /// Hints about printers that are attached and cannot be used: no rights, not admitted.
+    std::vector<std::string> unusablePrinters() const;
+    /// Some were found that may not or cannot be opened.
+    bool hasUnusable() const { return !_unusable.empty(); }
+    /// A printer that cannot be used has come. Kept for unusablePrinters, unless somebody wants to be told at once.
+    void addUnusable(const std::string& message);
+    std::function<void(const std::string& message)> unusableFound;
+    /// The printer was told to restart: until it has left, the system's own driver stays away from it.
+    void expectRestart(const std::string& key);
+    /// True when the files in use are the samples, nobody named them, and the printer is a real one: they do not fit.
+    bool isArchiveUnfit(const TBUSBPrinterZUL& printer) const;
+    /// The embedded printers; null on the real bus.
+    VirtualBus* virtualBus() const { return _virtualBus; }
+
+    RealClock clock;
+    MainQueue mainQueue{clock};
+    ServiceRegistry registry;
+    UserDefaults defaults;
+    Bundle bundle;
+    std::function<void(const std::string& key)> updateChanged; // main queue
+    UpdateMonitor monitor;
+    EventRouter events{*this};
+    Environment environment;
+    std::shared_ptr<TBPrinters> controller;
+
+  private:
+    std::vector<std::string> notAdmitted() const;
+    std::optional<SessionProblem> makeVirtualBus();
+
+    const SessionOptions _options;
+    std::vector<std::string> _unusable;
+    std::unique_ptr<USBBus> _bus;
+    LibusbBus* _realBus = nullptr; // the same, when it is the real one
+    VirtualBus* _virtualBus = nullptr;
+};
+
+/// Opens the program's logs as the options say; what is wrong, or nothing.
+std::optional<SessionProblem> openLogs(const SessionOptions& options, const std::string& programName);
+
+} // namespace zul
