@@ -119,7 +119,7 @@ void TBUSBPrinterZUL::setToggleAgreed(const CheckBox* sender) {
 }
 
 std::string TBUSBPrinterZUL::RZ7UpdateWarningText() const {
-    const char* extra = " Please use up all RZ7 media before using this update tool.";
+    const char* extra = operatorText(" Please use up all RZ7 media before using this update tool.");
     // The program's own version, which this printer's owners know their update by; not the firmware file's.
     return localizedFormat(_environment.mainBundle,
                            "This update tool is for the ZUL RZ7 printer. It will upgrade the printer to %@.\n\nOnce "
@@ -143,7 +143,7 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
     if (isSuppressed) return;
     if (usbISerial() == serialNumberUSB().has_value()) return; // the device already shows what was set
     const auto suppression = std::make_shared<CheckBox>();
-    postModalAlert("Please power-cycle the selected printer now to complete the process!", suppression,
+    postModalAlert(operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
                    [self = sharedSelf<TBUSBPrinterZUL>(), suppression](int /*answer*/) {
                        if (suppression->state != 1) return;
                        self->_environment.userDefaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true);
@@ -151,7 +151,7 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
 }
 
 void TBUSBPrinterZUL::showPrinterBusyAlert() {
-    postModalAlert("The Selected Printer is Unavailable. (Busy)", nullptr, {});
+    postModalAlert(operatorText("The Selected Printer is Unavailable. (Busy)"), nullptr, {});
 }
 
 void TBUSBPrinterZUL::postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,

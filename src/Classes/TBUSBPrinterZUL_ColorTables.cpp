@@ -5,6 +5,7 @@
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 
 namespace zul {
@@ -48,7 +49,7 @@ void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> compl
 
 void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completion) {
     if (!waitForPrinterStatusCode(kReadyStatus)) return;
-    setOverridePrinterStatus("Updating color tables ...");
+    setOverridePrinterStatus(operatorText("Updating color tables ..."));
     sendPrinterCommand(kCommandTableClear, /*payload=*/nullptr);
     getPrinterColorTableVersion({});
     getPrinterColorTableChecksum({});

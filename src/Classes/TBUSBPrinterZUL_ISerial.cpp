@@ -3,6 +3,7 @@
 #include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 
 #include <cstdlib>
@@ -50,8 +51,8 @@ bool TBUSBPrinterZUL::usbISerial() const {
 }
 
 std::string TBUSBPrinterZUL::usbISerialString() const {
-    if (!hasISerialSupport()) return "Unavailable";
-    return usbISerial() ? "Enabled" : "Disabled";
+    if (!hasISerialSupport()) return operatorText("Unavailable");
+    return usbISerial() ? operatorText("Enabled") : operatorText("Disabled");
 }
 
 void TBUSBPrinterZUL::getUSB_ISerial() {

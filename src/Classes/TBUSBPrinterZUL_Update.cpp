@@ -15,8 +15,9 @@ namespace zul {
 namespace {
 
 constexpr auto kStatusPollPause = std::chrono::milliseconds(500);
-constexpr const char* kCorruptionTitle = "-- File corruption --\n\nThere is a problem with the firmware files.";
-constexpr const char* kContactSupport = "Contact customer support.";
+constexpr const char* kCorruptionTitle =
+    operatorText("-- File corruption --\n\nThere is a problem with the firmware files.");
+constexpr const char* kContactSupport = operatorText("Contact customer support.");
 
 } // namespace
 
@@ -80,7 +81,7 @@ void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
         }
         self->showRetryAlert(self->localized("Printer Not Ready"),
                              localizedFormat(self->_environment.mainBundle, "Please correct the following issue: %@",
-                                             stringForVKStatusString(rawStatus)));
+                                             self->localized(stringForVKStatusString(rawStatus).c_str())));
     });
 }
 
@@ -131,7 +132,7 @@ void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
 
 void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
     if (!waitForPrinterStatusCode(kReadyStatus)) return;
-    setOverridePrinterStatus("Updating firmware ...");
+    setOverridePrinterStatus(operatorText("Updating firmware ..."));
     // Both before the command: the printer may leave before the next line runs, and what is stored then is what its
     // successor finds.
     _deviceInfoDict->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, firmwareVersion());
@@ -160,7 +161,7 @@ void TBUSBPrinterZUL::uploadFirmware() {
 }
 
 void TBUSBPrinterZUL::writeFirmwareImage() {
-    setOverridePrinterStatus("Writing firmware ...");
+    setOverridePrinterStatus(operatorText("Writing firmware ..."));
     logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
     if (const auto blob = firmwareBlob()) {
         logText("Uploading firmware to printer");

@@ -144,7 +144,7 @@ void TBUSBPrinter::handleInterestMessage(ServiceToken service, IOMessage message
 void TBUSBPrinter::otherHolderClosed() {
     if (_deviceInfoDict->count() == 0) return;
     if (!willOpenInterface()) {
-        showStatus("USB Available");
+        showStatus(operatorText("USB Available"));
         return;
     }
     openInterface([self = shared_from_this()](IOReturn code) {
@@ -157,14 +157,14 @@ void TBUSBPrinter::otherHolderClosed() {
 
 void TBUSBPrinter::attemptingOpen() {
     if (didOpenInterface()) {
-        showStatus("USB Open");
+        showStatus(operatorText("USB Open"));
         setState(kTBPrinterOpen);
     } else if (willOpenInterface()) {
-        showStatus("Waiting for USB");
+        showStatus(operatorText("Waiting for USB"));
     } else if (isInterfaceOpen()) {
-        showStatus("USB Open");
+        showStatus(operatorText("USB Open"));
     } else if (_state != kTBPrinterProbed) {
-        showStatus("USB Busy");
+        showStatus(operatorText("USB Busy"));
     } else {
         setState(kTBPrinterClosed); // the probe's own open and close end here
     }

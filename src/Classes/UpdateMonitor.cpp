@@ -1,129 +1,21 @@
-// From events to phases, and from phases to words.
+// From events to phases.
 #include "Classes/UpdateMonitor.h"
 
 #include "Classes/CommandFrame.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
-#include "StatusCodeNames.h"
-#include "platform/foundation/Format.h"
-
-#include <array>
 
 namespace zul {
 
-namespace {
-
-using std::chrono::seconds;
-
-struct PhaseFacts {
-    const char* name;
-    const char* words;
-    int expectedSeconds; // 0: cannot be told
-};
-
-// In the order of the phases.
-constexpr auto kPhases = std::to_array<PhaseFacts>({
-    {"checking", "checking", 0},
-    {"entering loader", "sent to the loader", 10},
-    {"restarting", "restarting into the loader", 30},
-    {"in the loader", "in the loader", 30},
-    {"writing", "writing the firmware", 10},
-    {"programming", "programming its flash", 90},
-    {"restarting", "restarting into the new firmware", 60},
-    {"restarted", "back, waiting until it is idle", 30},
-    {"color tables", "writing color tables", 60},
-    {"done", "done", 0},
-});
-static_assert(kPhases.size() == static_cast<std::size_t>(UpdatePhase::done) + 1);
-
-const PhaseFacts& factsOf(UpdatePhase phase) {
-    return kPhases[static_cast<std::size_t>(phase)];
-}
-
-long long wholeSeconds(Clock::Duration span) {
-    return std::chrono::duration_cast<seconds>(span).count();
-}
-
-} // namespace
-
-const char* nameOfPhase(UpdatePhase phase) {
-    return factsOf(phase).name;
-}
-
-std::optional<Clock::Duration> expectedDuration(UpdatePhase phase) {
-    const int expected = factsOf(phase).expectedSeconds;
-    return expected == 0 ? std::nullopt : std::optional<Clock::Duration>(seconds(expected));
-}
-
 bool UpdateState::hasSucceeded() const {
-    return isFinished && reasonOfFailure(*this).empty();
+    return isFinished && shortfall() == UpdateShortfall::none;
 }
 
-// ---- words ----------------------------------------------------------------------------------------------------------
-
-std::string describeState(const UpdateState& state, Clock::TimePoint now) {
-    std::string text = factsOf(state.phase).words;
-    if (state.isBackInLoader) text = "back in firmware update mode";
-    if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
-        const unsigned percent = static_cast<unsigned>(100ULL * state.bytesDone / state.bytesTotal);
-        text += formatted(" %u of %u bytes (%u %%)", state.bytesDone, state.bytesTotal, percent);
-    }
-    if (state.phase == UpdatePhase::colorTables) text += formatted(" %d of %d", state.table, state.tables);
-    if (state.phase == UpdatePhase::restarted && !state.rawStatus.empty() && state.rawStatus != kReadyStatus) {
-        text += " (" + textForStatus(state.rawStatus) + ")";
-    }
-    text += formatted(" since %d s", wholeSeconds(now - state.phaseBegun));
-    if (const auto expected = expectedDuration(state.phase)) {
-        text += formatted(", expected within %d s", wholeSeconds(*expected));
-    }
-    return text;
-}
-
-std::string adviceForStall(const UpdateState& state) {
-    if (state.isBackInLoader) {
-        return "The printer is still in firmware update mode. Leave it switched on and start the update again.";
-    }
-    switch (state.phase) {
-    case UpdatePhase::checking:
-        return "The printer does not answer. Nothing has been changed in it. Switch it off and on, then start again.";
-    case UpdatePhase::enteringLoader:
-        return "The printer was told to restart and has not left yet. Leave it switched on. If nothing happens, switch "
-               "it off and on, then start the update again.";
-    case UpdatePhase::loaderGone:
-        return "The printer has not come back as its loader. Leave it switched on and check the USB cable. If it stays "
-               "away, switch it off and on: the update goes on when it appears.";
-    case UpdatePhase::loaderBack:
-    case UpdatePhase::writing:
-        return "The printer is in firmware update mode and does not take the firmware. Leave it switched on. If "
-               "nothing "
-               "happens, switch it off and on and start the update again.";
-    case UpdatePhase::programming:
-        return "The printer has the firmware and has not restarted yet. Leave it switched on.";
-    case UpdatePhase::restarting:
-        return "The printer has not come back with the new firmware. Leave it switched on and check the USB cable. If "
-               "it stays away, switch it off and on: the update goes on when it appears.";
-    case UpdatePhase::restarted:
-    case UpdatePhase::colorTables:
-        return "The printer has new firmware and does not answer. Its color tables are not complete yet. Leave it "
-               "switched on. If nothing happens, switch it off and on: the update goes on when it appears.";
-    case UpdatePhase::done:
-        return "";
-    }
-    return "";
-}
-
-std::string reasonOfFailure(const UpdateState& state) {
-    if (!state.currentVersion) return "the version could not be read after the update";
-    if (state.currentVersion != state.offeredVersion) {
-        return formatted("the printer reports %s after the update instead of %s", *state.currentVersion,
-                         textOrNull(state.offeredVersion));
-    }
-    if (state.tablesWritten < state.tables) {
-        std::string text = formatted("only %d of %d color tables were sent", state.tablesWritten, state.tables);
-        if (state.failure) text += formatted(" (%s)", strForIOReturn(*state.failure));
-        return text;
-    }
-    return state.anyTable ? "" : "no color table was sent";
+UpdateShortfall UpdateState::shortfall() const {
+    if (!currentVersion) return UpdateShortfall::versionUnread;
+    if (currentVersion != offeredVersion) return UpdateShortfall::otherVersion;
+    if (tablesWritten < tables) return UpdateShortfall::tablesMissing;
+    return anyTable ? UpdateShortfall::none : UpdateShortfall::noTable;
 }
 
 // ---- events ---------------------------------------------------------------------------------------------------------

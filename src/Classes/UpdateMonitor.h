@@ -29,8 +29,8 @@ enum class UpdatePhase {
     done,           // the engine has reported
 };
 
-/// The name that progress lines and JSON use.
-const char* nameOfPhase(UpdatePhase phase);
+/// What a finished update lacks.
+enum class UpdateShortfall { none, versionUnread, otherVersion, tablesMissing, noTable };
 
 /// What one update has come to.
 struct UpdateState {
@@ -58,19 +58,11 @@ struct UpdateState {
 
     /// The version read afterwards is the offered one and every table went through: facts, not the report.
     bool hasSucceeded() const;
+    /// The first thing that keeps it from having succeeded.
+    UpdateShortfall shortfall() const;
     /// While the printer must not be disturbed.
     bool isDelicate() const { return phase >= UpdatePhase::enteringLoader && phase <= UpdatePhase::restarting; }
 };
-
-/// How long a phase usually takes; nothing where it depends on people or on the printer's condition.
-std::optional<Clock::Duration> expectedDuration(UpdatePhase phase);
-
-/// One line in plain words: "in the loader since 14 s, expected within 30 s".
-std::string describeState(const UpdateState& state, Clock::TimePoint now);
-/// What to do when nothing has been heard of the printer for long; names where it stands.
-std::string adviceForStall(const UpdateState& state);
-/// Why a finished update did not succeed; empty when it did.
-std::string reasonOfFailure(const UpdateState& state);
 
 class UpdateMonitor final : public PrinterEventsOutlet {
   public:

@@ -1,6 +1,7 @@
 #include "cli/UpdateDisplay.h"
 
 #include "Classes/StatusTexts.h"
+#include "Classes/UpdateWords.h"
 #include "platform/foundation/Format.h"
 
 #include <iostream>

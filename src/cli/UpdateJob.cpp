@@ -1,5 +1,6 @@
 #include "cli/UpdateJob.h"
 
+#include "Classes/UpdateWords.h"
 #include "platform/foundation/Format.h"
 
 #include <nlohmann/json.hpp>

@@ -12,6 +12,7 @@ namespace fs = std::filesystem;
 namespace {
 
 std::atomic<Bundle::Translator> currentTranslator{nullptr};
+std::atomic<Bundle::PluralTranslator> currentPluralTranslator{nullptr};
 
 std::optional<fs::path> regularFile(const fs::path& path) {
     std::error_code error;
@@ -78,8 +79,19 @@ std::string Bundle::localizedString(const std::string& key, const std::string& v
     return value.empty() ? key : value;
 }
 
-void Bundle::setTranslator(Translator translator) {
+std::string Bundle::localized(const char* key) {
+    const Translator translator = currentTranslator;
+    return translator ? translator(key) : key;
+}
+
+std::string Bundle::localizedPlural(const char* singular, const char* plural, unsigned long number) {
+    if (const PluralTranslator translator = currentPluralTranslator) return translator(singular, plural, number);
+    return number == 1 ? singular : plural;
+}
+
+void Bundle::setTranslator(Translator translator, PluralTranslator pluralTranslator) {
     currentTranslator = translator;
+    currentPluralTranslator = pluralTranslator;
 }
 
 } // namespace zul

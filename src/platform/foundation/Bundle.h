@@ -10,6 +10,11 @@
 
 namespace zul {
 
+/// Marks an English text of a table for the catalogues; whoever shows it looks it up.
+constexpr const char* operatorText(const char* text) {
+    return text;
+}
+
 class Bundle {
   public:
     /// resources: the folder with the program's resources. archive: the folder with the firmware files and their
@@ -33,9 +38,14 @@ class Bundle {
     /// localizedStringForKey:value:table:  The operator's text for the key (an English text), from the catalogue of
     /// the current language; without one value, or the key when value is empty.
     std::string localizedString(const std::string& key, const std::string& value = {}) const;
+    /// The same look-up where no bundle is at hand.
+    static std::string localized(const char* key);
+    /// The form for number of a text that names one: singular is the key, plural the English form for the others.
+    static std::string localizedPlural(const char* singular, const char* plural, unsigned long number);
     /// Replaces the look-up (the window installs gettext here; tests their own). Null: none.
     using Translator = std::string (*)(const char* key);
-    static void setTranslator(Translator translator);
+    using PluralTranslator = std::string (*)(const char* singular, const char* plural, unsigned long number);
+    static void setTranslator(Translator translator, PluralTranslator pluralTranslator = nullptr);
 
     const std::filesystem::path& archiveFolder() const { return _archive; }
     const std::filesystem::path& resourcesFolder() const { return _resources; }

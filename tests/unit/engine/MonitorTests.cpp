@@ -1,6 +1,7 @@
 // What the update monitor makes of events.
 #include "Classes/CommandFrame.h"
 #include "Classes/UpdateMonitor.h"
+#include "Classes/UpdateWords.h"
 #include "support/SimulatedClock.h"
 
 #include <doctest/doctest.h>
