@@ -1,6 +1,5 @@
 #include "Classes/StatusTexts.h"
 
-#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Data.h"
 
 #include <algorithm>
@@ -17,43 +16,44 @@ struct StatusText {
     std::string_view text;
 };
 
-// Shown as they stand: the mixed capitals are the vendor's, and operators know them from the printers' manuals.
+// Shown as they stand in every language: the mixed capitals are the vendor's, and operators know the texts from the
+// printers' manuals.
 constexpr auto kStatusTexts = std::to_array<StatusText>({
-    {0, operatorText("Idle")},
-    {1, operatorText("Printing")},
-    {500, operatorText("Head cool down cycle")},
-    {510, operatorText("Motor cool down cycle")},
-    {900, operatorText("Sleeping (standby mode)")},
-    {1000, operatorText("Cover Open")},
-    {1010, operatorText("Scrap Box Missing")},
-    {1100, operatorText("Paper End")},
-    {1200, operatorText("Ribbon End")},
-    {1300, operatorText("Paper Jam")},
-    {1400, operatorText("Ribbon Error")},
-    {1500, operatorText("Wrong Paper")},
-    {1600, operatorText("Bad Data")},
-    {2000, operatorText("Head Voltage Error")},
-    {2100, operatorText("Head Position Error")},
-    {2200, operatorText("Power supply Error")},
-    {2300, operatorText("Cutter Error")},
-    {2400, operatorText("Pinch Roller Error")},
-    {2500, operatorText("Head Temp High Error")},
-    {2600, operatorText("Media Temp Error")},
-    {2610, operatorText("Motor Temp Error")},
-    {2700, operatorText("Ribbon Tension Error")},
-    {2800, operatorText("RFID Module Error")},
-    {3000, operatorText("System Fail Error")},
+    {0, "Idle"},
+    {1, "Printing"},
+    {500, "Head cool down cycle"},
+    {510, "Motor cool down cycle"},
+    {900, "Sleeping (standby mode)"},
+    {1000, "Cover Open"},
+    {1010, "Scrap Box Missing"},
+    {1100, "Paper End"},
+    {1200, "Ribbon End"},
+    {1300, "Paper Jam"},
+    {1400, "Ribbon Error"},
+    {1500, "Wrong Paper"},
+    {1600, "Bad Data"},
+    {2000, "Head Voltage Error"},
+    {2100, "Head Position Error"},
+    {2200, "Power supply Error"},
+    {2300, "Cutter Error"},
+    {2400, "Pinch Roller Error"},
+    {2500, "Head Temp High Error"},
+    {2600, "Media Temp Error"},
+    {2610, "Motor Temp Error"},
+    {2700, "Ribbon Tension Error"},
+    {2800, "RFID Module Error"},
+    {3000, "System Fail Error"},
 });
 static_assert(kStatusTexts.size() == 24 && std::ranges::is_sorted(kStatusTexts, {}, &StatusText::code));
 
 } // namespace
 
 std::string textForStatus(const std::optional<std::string>& rawStatus) {
-    if (rawStatus == kLoaderStatus) return operatorText("Firmware Update Mode");
+    if (rawStatus == kLoaderStatus) return "Firmware Update Mode";
     if (!rawStatus) return "<NULL>";
     const std::int64_t code = integerValue(*rawStatus);
     const auto found = std::ranges::lower_bound(kStatusTexts, code, {}, &StatusText::code);
-    return found == kStatusTexts.end() || found->code != code ? operatorText("Unknown Status")
+    return found == kStatusTexts.end() || found->code != code ? "Unknown Status"
                                                               : std::string(found->text);
 }
 

@@ -49,7 +49,7 @@ void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> compl
 
 void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completion) {
     if (!waitForPrinterStatusCode(kReadyStatus)) return;
-    setOverridePrinterStatus(operatorText("Updating color tables ..."));
+    setOverridePrinterStatus("Updating color tables ...");
     sendPrinterCommand(kCommandTableClear, /*payload=*/nullptr);
     getPrinterColorTableVersion({});
     getPrinterColorTableChecksum({});

@@ -81,7 +81,7 @@ void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
         }
         self->showRetryAlert(self->localized("Printer Not Ready"),
                              localizedFormat(self->_environment.mainBundle, "Please correct the following issue: %@",
-                                             self->localized(stringForVKStatusString(rawStatus).c_str())));
+                                             stringForVKStatusString(rawStatus)));
     });
 }
 
@@ -132,7 +132,7 @@ void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
 
 void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
     if (!waitForPrinterStatusCode(kReadyStatus)) return;
-    setOverridePrinterStatus(operatorText("Updating firmware ..."));
+    setOverridePrinterStatus("Updating firmware ...");
     // Both before the command: the printer may leave before the next line runs, and what is stored then is what its
     // successor finds.
     _deviceInfoDict->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, firmwareVersion());
@@ -161,7 +161,7 @@ void TBUSBPrinterZUL::uploadFirmware() {
 }
 
 void TBUSBPrinterZUL::writeFirmwareImage() {
-    setOverridePrinterStatus(operatorText("Writing firmware ..."));
+    setOverridePrinterStatus("Writing firmware ...");
     logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
     if (const auto blob = firmwareBlob()) {
         logText("Uploading firmware to printer");

@@ -35,6 +35,14 @@ void UpdateMonitor::beginUpdate(const std::string& key, std::optional<std::strin
     _states[key] = std::move(state);
 }
 
+void UpdateMonitor::setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables) {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _states.find(key);
+    if (found == _states.end()) return;
+    found->second.offeredVersion = std::move(offered);
+    found->second.tables = tables;
+}
+
 void UpdateMonitor::endUpdate(const std::string& key) {
     const std::scoped_lock lock(_mutex);
     _states.erase(key);

@@ -72,6 +72,8 @@ class UpdateMonitor final : public PrinterEventsOutlet {
     /// Begins to follow a printer, with what is known of it now. tables: how many its archive has.
     void beginUpdate(const std::string& key, std::optional<std::string> installed, std::optional<std::string> offered,
                      std::int64_t tables);
+    /// What the archive offers, for an update that was begun without knowing it.
+    void setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables);
     void endUpdate(const std::string& key);
     std::optional<UpdateState> state(const std::string& key) const;
 

@@ -70,7 +70,7 @@ std::string phaseInWords(const UpdateState& state) {
         return localizedFormat("%s %d of %d", words, state.table, state.tables);
     }
     if (state.phase == UpdatePhase::restarted && !state.rawStatus.empty() && state.rawStatus != kReadyStatus) {
-        return words + " (" + Bundle::localized(textForStatus(state.rawStatus).c_str()) + ")";
+        return words + " (" + textForStatus(state.rawStatus) + ")";
     }
     return words;
 }
