@@ -68,6 +68,12 @@ void EventRouter::printerEvent(const PrinterEvent& event) {
     if (event.kind == PrinterEvent::Kind::commandSent && restarts && event.code == kIOReturnSuccess) {
         _session.mainQueue.async([this, key = event.key] { _session.expectRestart(key); });
     }
+    const bool isUnderWay = event.kind == PrinterEvent::Kind::progressValue && event.value > 0 &&
+                            event.value < static_cast<std::int64_t>(UpdateProgress::finished);
+    if (isUnderWay && _session.updateFound && !_session.monitor.state(event.key)) {
+        _session.monitor.beginUpdate(event.key, std::nullopt, std::nullopt, 0);
+        _session.mainQueue.async([this, key = event.key] { _session.updateFound(key); });
+    }
     _session.monitor.printerEvent(event);
 }
 

@@ -82,6 +82,9 @@ class Session {
     UserDefaults defaults;
     Bundle bundle;
     std::function<void(const std::string& key)> updateChanged; // main queue
+    /// An update that nobody had begun to follow is under way; the monitor follows it from now on. Main queue. Set it
+    /// before the session starts; without it such updates are not followed.
+    std::function<void(const std::string& key)> updateFound;
     UpdateMonitor monitor;
     EventRouter events{*this};
     Environment environment;
