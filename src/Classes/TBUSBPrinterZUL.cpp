@@ -76,9 +76,10 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
     showCustomAlertWithTitle(
-        {.title = "Attention:",
-         .message = "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? ",
-         .buttonTitles = {"Ignore", "Update Firmware"},
+        {.title = localized("Attention:"),
+         .message = localized(
+             "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? "),
+         .buttonTitles = {localized("Ignore"), localized("Update Firmware")},
          .accessoryView = nullptr,
          .alertStyle = AlertStyle::critical,
          .customLayout = {},
@@ -88,9 +89,10 @@ void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
                  self->uploadFirmware();
                  return;
              }
-             self->showAlertWithTitle("Please power-cycle this printer",
-                                      "Contact customer support if power-cycling does not resolve the issue.",
-                                      /*buttonTitles=*/std::nullopt, /*completion=*/{});
+             self->showAlertWithTitle(
+                 self->localized("Please power-cycle this printer"),
+                 self->localized("Contact customer support if power-cycling does not resolve the issue."),
+                 /*buttonTitles=*/std::nullopt, /*completion=*/{});
          }});
 }
 

@@ -2,10 +2,10 @@
 
 #include "Classes/CommandFrame.h"
 #include "Classes/FirmwareDigests.h"
+#include "Classes/LocalizedFormat.h"
 #include "Classes/ProductTable.h"
 #include "StatusCodeNames.h"
 #include "holven_log/HOLVEN_Log.h"
-#include "platform/foundation/Format.h"
 #include "platform/foundation/SystemLog.h"
 #include "usb/libusb/LibusbBus.h"
 #include "virtual_printer/VirtualBus.h"
@@ -21,13 +21,13 @@ namespace {
 std::string messageForUnusable(const PrinterEvent& event) {
     const std::string node = event.text.value_or("");
     if (event.kind == PrinterEvent::Kind::notPermitted) {
-        return formatted("the printer at %s may not be used: no right to open %s. Install the udev rule "
-                         "70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm control --reload\" and "
-                         "plug the printer in again; or join the group lp.",
-                         event.location, node);
+        return localizedFormat("the printer at %s may not be used: no right to open %s. Install the udev rule "
+                               "70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm control --reload\" "
+                               "and plug the printer in again; or join the group lp.",
+                               event.location, node);
     }
-    return formatted("the printer at %s cannot be opened (%s). Plug it in again.", event.location,
-                     strForIOReturn(event.code));
+    return localizedFormat("the printer at %s cannot be opened (%s). Plug it in again.", event.location,
+                           strForIOReturn(event.code));
 }
 
 // The log takes standard error with it into its file; here that stays where the user reads what went wrong.
@@ -187,9 +187,9 @@ std::vector<std::string> Session::notAdmitted() const {
         if (product == nullptr || !productVendorIDs().contains(vendor) || acceptedProductIDs().contains(productID) ||
             _options.admittedProducts.contains(productID))
             continue;
-        messages.push_back(formatted("the %s at %s is left alone: its product ID is not admitted. Admit it for this "
-                                     "run with --admit-product 0x%.4X.",
-                                     std::string(product->model), service->locationText(), productID));
+        messages.push_back(localizedFormat("the %s at %s is left alone: its product ID is not admitted. Admit it for "
+                                           "this run with --admit-product 0x%.4X.",
+                                           std::string(product->model), service->locationText(), productID));
     }
     return messages;
 }
