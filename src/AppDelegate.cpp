@@ -1,0 +1,7 @@
+#include "AppDelegate.h"
+
+namespace zul {
+
+void AppDelegate::applicationDidFinishLaunching() {}
+
+} // namespace zul

@@ -1,0 +1,95 @@
+// The window program: hands its arguments to the application loop and returns what that returns.
+#include "AppDelegate.h"
+#include "ui/Catalogue.h"
+#include "ui/Pictures.h"
+#include "ui/WindowOptions.h"
+#include "ui/WindowProgram.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+
+#include <QApplication>
+#include <QLibraryInfo>
+#include <QTranslator>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kFailed = 1;
+
+// Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
+[[noreturn]] void leave(int status) {
+    std::cout << std::flush;
+    std::cerr << std::flush;
+    std::fflush(nullptr);
+    _exit(status);
+}
+
+// The log window shows what the log facility writes, so there is always a file that it writes to.
+std::string standardLogFile() {
+    namespace fs = std::filesystem;
+    const char* state = std::getenv("XDG_STATE_HOME");
+    const char* home = std::getenv("HOME");
+    if ((state == nullptr || *state == 0) && home == nullptr) return "";
+    const fs::path base = state != nullptr && *state != 0 ? fs::path(state) : fs::path(home) / ".local/state";
+    std::error_code error;
+    fs::create_directories(base / "zul-printer-utility", error);
+    return error ? "" : (base / "zul-printer-utility/log.txt").string();
+}
+
+void openLog(const zul::SessionOptions& options) {
+    if (const auto problem = zul::openLogs(options, "ZUL Printer Utility")) {
+        std::cerr << "zul-printer-utility: " << problem->message << '\n';
+        if (!options.logFile.empty()) leave(kFailed);
+    }
+}
+
+// The toolkit's own few texts ("Copy", the file dialog) come from its own catalogues.
+void translateToolkit(QApplication& application) {
+    auto* const translator = new QTranslator(&application);
+    if (translator->load(QLocale(), "qtbase", "_", QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        QApplication::installTranslator(translator);
+    }
+}
+
+int run(QApplication& application, const zul::SessionOptions& options) {
+    // Kept until the process is gone: queues may still use it.
+    auto* const program = new zul::ui::WindowProgram(options, [] { QCoreApplication::exit(0); });
+    zul::AppDelegate delegate;
+    delegate.window = &program->window();
+    if (const auto problem = program->start()) {
+        std::cerr << "zul-printer-utility: " << problem->message << '\n';
+        return problem->isWrongUsage ? 2 : kFailed;
+    }
+    delegate.applicationDidFinishLaunching();
+    const int status = application.exec();
+    program->session().mainQueue.close(); // whoever waits for it is told that it has ended
+    program->session().endBus();
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    auto parsed = zul::ui::parseWindowOptions(argc, argv);
+    if (!parsed.options) {
+        std::cout << parsed.output;
+        if (!parsed.problem.empty()) std::cerr << "zul-printer-utility: " << parsed.problem << '\n';
+        leave(parsed.exitStatus);
+    }
+    if (parsed.options->asksForVirtualHelp()) {
+        std::cout << zul::virtualPrinterHelp();
+        leave(0);
+    }
+    if (parsed.options->logFile.empty()) parsed.options->logFile = standardLogFile();
+    openLog(*parsed.options);
+    QApplication::setDesktopFileName("zul-printer-utility");
+    auto* const application = new QApplication(argc, argv); // not taken down either
+    QApplication::setApplicationName("ZUL Printer Utility");
+    QApplication::setQuitOnLastWindowClosed(false); // the controller decides
+    zul::ui::useCatalogues(zul::Bundle::mainBundle().resourcesFolder().parent_path() / "locale");
+    translateToolkit(*application);
+    leave(run(*application, *parsed.options));
+}

@@ -1,0 +1,162 @@
+#include "ui/AlertPresenter.h"
+
+#include "ui/ChangeRelay.h"
+#include "ui/Pictures.h"
+#include "ui/Texts.h"
+
+#include <QAbstractButton>
+#include <QCheckBox>
+#include <QEvent>
+#include <QMessageBox>
+#include <QPushButton>
+#include <algorithm>
+#include <vector>
+
+namespace zul::ui {
+
+namespace {
+
+constexpr int kPictureSize = 64;
+
+} // namespace
+
+// The buttons of a box that is about to be shown. Kept by the box, because it follows an observed fact as long as the
+// box stands.
+class AlertPresenter::Layout final : public QObject, public AlertLayout {
+  public:
+    Layout(QMessageBox& box, MainQueue& mainQueue, std::vector<QAbstractButton*> buttons)
+        : QObject(&box), _mainQueue(mainQueue), _buttons(std::move(buttons)) {}
+
+    std::size_t buttonCount() const override { return _buttons.size(); }
+    void bindButtonEnabled(std::size_t button, const std::shared_ptr<KeyValueObservable>& object,
+                           const std::string& keyPath, std::function<bool()> isEnabled) override {
+        QAbstractButton* const bound = _buttons.at(button);
+        bound->setEnabled(isEnabled());
+        _relays.push_back(std::make_unique<ChangeRelay>(
+            _mainQueue, object, keyPath, [bound, isEnabled](const std::string&) { bound->setEnabled(isEnabled()); }));
+    }
+
+  private:
+    MainQueue& _mainQueue;
+    const std::vector<QAbstractButton*> _buttons;
+    std::vector<std::unique_ptr<ChangeRelay>> _relays;
+};
+
+void AlertPresenter::setWindow(QWidget* window, MainQueue& mainQueue) {
+    _window = window;
+    _mainQueue = &mainQueue;
+    _window->installEventFilter(this);
+    showNext();
+}
+
+// A desktop may hand the focus to the window behind an alert, when another alert closes; the keyboard would then lead
+// nowhere.
+bool AlertPresenter::eventFilter(QObject* object, QEvent* event) {
+    if (object == _window && event->type() == QEvent::WindowActivate && _front && _front->isVisible()) {
+        _front->raise();
+        _front->activateWindow();
+    }
+    return QObject::eventFilter(object, event);
+}
+
+void AlertPresenter::beginAlert(AlertDescription alert) {
+    if (alert.isModal && _window) {
+        _modals.push_back(alert);
+        show(std::move(alert), [this] { _modals.pop_front(); });
+        return;
+    }
+    _sheets.push_back(std::move(alert));
+    showNext();
+}
+
+int AlertPresenter::pendingFor(const std::string& printerKey) const {
+    const auto isOfPrinter = [&](const AlertDescription& alert) { return alert.printerKey == printerKey; };
+    return static_cast<int>(std::ranges::count_if(_sheets, isOfPrinter) + std::ranges::count_if(_modals, isOfPrinter));
+}
+
+void AlertPresenter::showNext() {
+    if (_isSheetShown || _sheets.empty() || !_window) return;
+    _isSheetShown = true;
+    show(_sheets.front(), [this] {
+        _sheets.pop_front();
+        _isSheetShown = false;
+    });
+}
+
+void AlertPresenter::show(AlertDescription alert, std::function<void()> whenAnswered) {
+    QMessageBox* const box = makeBox(alert);
+    connect(box, &QDialog::finished, this, [this, box, alert, whenAnswered = std::move(whenAnswered)] {
+        const auto buttons = box->buttons();
+        const int pressed = static_cast<int>(std::max<qsizetype>(buttons.indexOf(box->clickedButton()), 0));
+        box->deleteLater();
+        whenAnswered();
+        if (alert.completion) alert.completion(kAlertFirstButton + pressed);
+        Q_EMIT answered(qtext(alert.printerKey));
+        showNext();
+    });
+    _front = box;
+    // Never exec(): a sheet must not hold up the main queue, whose blocks may belong to another printer's update.
+    if (alert.isModal) {
+        box->setModal(true);
+        box->show();
+    } else {
+        box->open();
+    }
+}
+
+// ---- the box --------------------------------------------------------------------------------------------------------
+
+QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
+    auto* const box = new QMessageBox(_window);
+    box->setObjectName("alert");
+    box->setTextFormat(Qt::PlainText);
+    box->setWindowTitle(_window->windowTitle());
+    box->setAccessibleName(qtext(alert.messageText));
+    box->setAccessibleDescription(qtext(alert.informativeText));
+    // No close box: every alert is answered by one of its buttons.
+    box->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
+    box->setText(qtext(alert.messageText));
+    box->setInformativeText(qtext(alert.informativeText));
+    box->setStyleSheet("QLabel#qt_msgbox_label { font-weight: bold; }");
+    const QIcon picture = pictureNamed(qtext(alert.iconName), _window->palette());
+    if (!picture.isNull()) {
+        box->setIconPixmap(alert.style == AlertStyle::critical
+                               ? warningPicture(picture, kPictureSize, _window->devicePixelRatioF())
+                               : picture.pixmap(QSize(kPictureSize, kPictureSize), _window->devicePixelRatioF()));
+    } else {
+        box->setIcon(alert.style == AlertStyle::critical ? QMessageBox::Critical : QMessageBox::Warning);
+    }
+    addButtons(*box, alert);
+    if (alert.accessory) addCheckBox(*box, alert);
+    return box;
+}
+
+void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert) {
+    std::vector<QAbstractButton*> buttons;
+    for (const std::string& title : alert.buttons) {
+        // One role for all: the desktop's style would sort different roles in its own order.
+        QPushButton* const button = box.addButton(qtext(title), QMessageBox::ActionRole);
+        button->setAccessibleName(qtext(title));
+        button->setAutoDefault(false); // else Return would press whichever has the focus, "Continue" too
+        buttons.push_back(button);
+        if (buttons.size() == 1) box.setDefaultButton(button);
+        // Escape is for those who change their mind: nothing else is answered by it.
+        if (qtext(title) == localized("Cancel") || alert.buttons.size() == 1) box.setEscapeButton(button);
+    }
+    if (!alert.layout) return;
+    auto* const layout = new Layout(box, *_mainQueue, buttons);
+    alert.layout(*layout);
+}
+
+void AlertPresenter::addCheckBox(QMessageBox& box, const AlertDescription& alert) {
+    auto* const check = new QCheckBox(qtext(alert.accessory->title));
+    check->setAccessibleName(qtext(alert.accessory->title));
+    check->setChecked(alert.accessory->state == 1);
+    box.setCheckBox(check);
+    connect(check, &QCheckBox::toggled, &box, [accessory = alert.accessory](bool isChecked) {
+        accessory->state = isChecked ? 1 : 0;
+        if (accessory->action) accessory->action(*accessory);
+    });
+}
+
+} // namespace zul::ui

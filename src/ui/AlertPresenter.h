@@ -1,0 +1,55 @@
+// Shows the engine's alerts: sheets on the main window, one at a time in the order in which they were raised, and the
+// application-modal ones at once. GUI thread.
+#pragma once
+
+#include "platform/appkit/Outlets.h"
+#include "platform/dispatch/Queue.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QWidget>
+#include <deque>
+#include <functional>
+#include <string>
+
+class QMessageBox;
+
+namespace zul::ui {
+
+class AlertPresenter final : public QObject, public AlertOutlet {
+    Q_OBJECT
+
+  public:
+    AlertPresenter() = default;
+    /// Alerts wait until there is a window to carry them.
+    void setWindow(QWidget* window, MainQueue& mainQueue);
+
+    void beginAlert(AlertDescription alert) override;
+
+    /// Alerts of this printer that are shown or wait for their turn.
+    int pendingFor(const std::string& printerKey) const;
+
+  Q_SIGNALS:
+    /// The operator has answered an alert of this printer, and its completion has run.
+    void answered(const QString& printerKey);
+
+  protected:
+    bool eventFilter(QObject* object, QEvent* event) override;
+
+  private:
+    class Layout;
+    void showNext();
+    QMessageBox* makeBox(const AlertDescription& alert);
+    void addButtons(QMessageBox& box, const AlertDescription& alert);
+    void addCheckBox(QMessageBox& box, const AlertDescription& alert);
+    void show(AlertDescription alert, std::function<void()> whenAnswered);
+
+    QPointer<QWidget> _window;
+    MainQueue* _mainQueue = nullptr;
+    std::deque<AlertDescription> _sheets; // the first one is on the screen
+    std::deque<AlertDescription> _modals; // all are on the screen
+    bool _isSheetShown = false;
+    QPointer<QWidget> _front; // the alert that stands before all others
+};
+
+} // namespace zul::ui

@@ -1,0 +1,104 @@
+#include "ui/DetailsPane.h"
+
+#include "platform/foundation/Format.h"
+#include "ui/Texts.h"
+
+#include <QScrollBar>
+
+namespace zul::ui {
+
+namespace {
+
+using Details = std::vector<std::pair<QString, QString>>;
+
+struct Fact {
+    const char* label;
+    const char* key;
+};
+
+constexpr Fact kTableFacts[] = {
+    {operatorText("Color table"), HOLVEN_TBPrinterColorTableVersion},
+    {operatorText("Color table 600"), HOLVEN_TBPrinterColorTableVersion600},
+    {operatorText("Color table 610"), HOLVEN_TBPrinterColorTableVersion610},
+    {operatorText("Color table 620"), HOLVEN_TBPrinterColorTableVersion620},
+    {operatorText("Color table 300 HD"), HOLVEN_TBPrinterColorTableVersion300HD},
+    {operatorText("Color table 600 HD"), HOLVEN_TBPrinterColorTableVersion600HD},
+    {operatorText("Color table 610 HD"), HOLVEN_TBPrinterColorTableVersion610HD},
+    {operatorText("Color table 620 HD"), HOLVEN_TBPrinterColorTableVersion620HD},
+    {operatorText("Checksum of the color table"), HOLVEN_TBPrinterColorTableChecksum300},
+    {operatorText("Checksum of color table 600"), HOLVEN_TBPrinterColorTableChecksum600},
+    {operatorText("Checksum of color table 610"), HOLVEN_TBPrinterColorTableChecksum610},
+    {operatorText("Checksum of color table 620"), HOLVEN_TBPrinterColorTableChecksum620},
+    {operatorText("Checksum of color table 300 HD"), HOLVEN_TBPrinterColorTableChecksum300HD},
+    {operatorText("Checksum of color table 600 HD"), HOLVEN_TBPrinterColorTableChecksum600HD},
+    {operatorText("Checksum of color table 610 HD"), HOLVEN_TBPrinterColorTableChecksum610HD},
+    {operatorText("Checksum of color table 620 HD"), HOLVEN_TBPrinterColorTableChecksum620HD},
+};
+
+QString ownerText(std::int64_t ownership) {
+    if (ownership < 0) return localized("another program");
+    return ownership > 0 ? localized("this program") : localized("nobody");
+}
+
+void add(Details& details, const char* label, const std::optional<std::string>& value) {
+    if (value && !value->empty()) details.emplace_back(localized(label), qtext(*value));
+}
+
+void addFirmware(Details& details, TBUSBPrinterZUL& printer) {
+    add(details, operatorText("Firmware"), printer.firmwareVersion());
+    add(details, operatorText("Available Firmware"), printer.newFirmwareVersion());
+    add(details, operatorText("Previous firmware"), printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
+    for (const Fact& fact : kTableFacts) add(details, fact.label, printer.fact(fact.key));
+}
+
+void addUSB(Details& details, const TBUSBPrinterZUL& printer) {
+    add(details, operatorText("Location"), printer.locationText());
+    add(details, operatorText("USB vendor and product ID"),
+        formatted("0x%.4X 0x%.4X", printer.vendorNumber(), printer.productNumber()));
+    add(details, operatorText("USB vendor"), printer.vendorUSB());
+    add(details, operatorText("USB product"), printer.productUSB());
+    add(details, operatorText("USB serial number"), printer.serialNumberUSB());
+    add(details, operatorText("USB serial number setting"), Bundle::localized(printer.usbISerialString().c_str()));
+    add(details, operatorText("1284 device ID"), printer.raw1284DeviceID());
+    add(details, operatorText("USB state"), printer.status());
+    details.emplace_back(localized("Held by"), ownerText(printer.ownership()));
+    add(details, operatorText("Key"), printer.keyUSBdevice());
+}
+
+} // namespace
+
+Details detailsOf(TBUSBPrinterZUL& printer) {
+    Details details;
+    add(details, operatorText("Model"), printer.model());
+    add(details, operatorText("Manufacturer"), printer.manufacturer());
+    add(details, operatorText("Serial Number"), printer.printerSerialNumber());
+    add(details, operatorText("Status"), printer.printerStatus());
+    add(details, operatorText("Lifetime Counter"), printer.lifetimeCounter());
+    addFirmware(details, printer);
+    addUSB(details, printer);
+    if (printer.isVirtual()) details.emplace_back(localized("Virtual printer"), localized("yes"));
+    return details;
+}
+
+DetailsPane::DetailsPane(QWidget* parent) : QTextEdit(parent) {
+    setReadOnly(true);
+    setTabChangesFocus(true);
+    setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+}
+
+void DetailsPane::show(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
+    QString html = "<table cellspacing='3' cellpadding='2'>";
+    if (printer) {
+        for (const auto& [label, value] : detailsOf(*printer)) {
+            html += QString("<tr><td><b>%1</b></td><td>%2</td></tr>").arg(label.toHtmlEscaped(), value.toHtmlEscaped());
+        }
+    }
+    html += "</table>";
+    if (html == _shown) return; // what the operator has marked stays marked
+    _shown = html;
+    const int place = verticalScrollBar()->value();
+    setHtml(html);
+    verticalScrollBar()->setValue(place);
+}
+
+} // namespace zul::ui

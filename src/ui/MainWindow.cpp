@@ -1,0 +1,189 @@
+#include "ui/MainWindow.h"
+
+#include "Classes/LocalizedFormat.h"
+#include "platform/foundation/UserDefaults.h"
+#include "ui/LogWindow.h"
+#include "ui/MenuMirror.h"
+#include "ui/Pictures.h"
+#include "ui/Texts.h"
+#include "ui_MainWindow.h"
+
+#include <QCloseEvent>
+#include <QHeaderView>
+#include <QLabel>
+
+namespace zul::ui {
+
+namespace {
+
+constexpr int kRowHeight = 56;
+constexpr int kPictureSize = 44;
+constexpr int kEmptyPictureSize = 128;
+// What the window remembers, in the user defaults.
+constexpr const char* kColumnsKey = "windowColumns";
+constexpr const char* kGeometryKey = "windowGeometry";
+constexpr const char* kSplitterKey = "windowSplitter";
+
+QByteArray rememberedState(const UserDefaults& defaults, const char* key) {
+    return QByteArray::fromBase64(QByteArray::fromStdString(defaults.stringForKey(key).value_or("")));
+}
+
+std::unique_ptr<Ui::MainWindow> setUp(QMainWindow* window) {
+    auto form = std::make_unique<Ui::MainWindow>();
+    form->setupUi(window);
+    return form;
+}
+
+} // namespace
+
+MainWindow::MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutlet& application)
+    : _session(session), _alerts(alerts), _application(application), _ui(setUp(this)), _menu(menuOf(*_ui->menubar)),
+      _model(session.mainQueue), _table(std::make_unique<PrinterTable>(*_ui->table, _model)),
+      _controller(*_table, _model), _follower(session, alerts) {
+    setWindowIcon(applicationIcon());
+    setUpTable();
+    _count = new QLabel(this);
+    _version = new QLabel(this);
+    _ui->statusbar->addWidget(_count);
+    _ui->statusbar->addPermanentWidget(_version);
+    _ui->notice->hide();
+    connectActions();
+    connect(&_controller, &PrinterArrayController::contentChanged, this, &MainWindow::showContent);
+    connect(&_controller, &PrinterArrayController::selectionChanged, this, &MainWindow::showSelection);
+    connect(&_model, &PrinterTableModel::printerChanged, this, [this](int row) {
+        if (_model.printer(row) == selection()) showSelection();
+    });
+    connect(&_follower, &UpdateFollower::changed, this, &MainWindow::updatesChanged);
+    _session.unusableFound = [this](const std::string& message) {
+        _notices << qtext(message);
+        showNotices();
+    };
+}
+
+MainWindow::~MainWindow() {
+    _session.unusableFound = nullptr;
+    _session.updateChanged = nullptr;
+    _session.updateFound = nullptr;
+}
+
+TBPrinters::Outlets MainWindow::outlets() {
+    return {.tableview = _table.get(), .window = this, .controller = &_controller, .mainMenu = _menu};
+}
+
+void MainWindow::begin() {
+    localizeWidgets();
+    _log = new LogWindow(_session.mainQueue, this); // collects from now on
+    _alerts.setWindow(this, _session.mainQueue);
+    _ui->updates->follow(_follower);
+    _controller.bindTo(_session.mainQueue, _session.controller);
+    _version->setText(qtext(_session.defaults.stringForKey("prefDisplayVersionString")));
+    showIcons();
+    showContent();
+    showSelection();
+    showNotices();
+    show();
+}
+
+void MainWindow::setUpTable() {
+    _ui->table->setIconSize(QSize(kPictureSize, kPictureSize));
+    _ui->table->verticalHeader()->setDefaultSectionSize(kRowHeight);
+    _ui->table->setContextMenuPolicy(Qt::ActionsContextMenu);
+    QHeaderView& header = *_ui->table->horizontalHeader();
+    header.setSectionsMovable(true);
+    header.setStretchLastSection(true);
+    header.setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    header.setAccessibleName(localized(operatorText("Columns")));
+    constexpr std::array<int, PrinterTableModel::columns> kWidths = {64, 110, 110, 150, 110, 130, 150, 120, 120};
+    for (int column = 0; column < PrinterTableModel::columns; ++column) {
+        header.resizeSection(column, kWidths[static_cast<std::size_t>(column)]);
+    }
+    restoreGeometry(rememberedState(_session.defaults, kGeometryKey));
+    header.restoreState(rememberedState(_session.defaults, kColumnsKey));
+    if (!_ui->splitter->restoreState(rememberedState(_session.defaults, kSplitterKey))) {
+        _ui->splitter->setSizes({220, 220, 240});
+    }
+}
+
+void MainWindow::rememberLayout() {
+    const auto remember = [this](const char* key, const QByteArray& state) {
+        _session.defaults.setString(key, state.toBase64().toStdString());
+    };
+    remember(kGeometryKey, saveGeometry());
+    remember(kColumnsKey, _ui->table->horizontalHeader()->saveState());
+    remember(kSplitterKey, _ui->splitter->saveState());
+}
+
+// ---- texts and pictures ---------------------------------------------------------------------------------------------
+
+void MainWindow::setTitle(const std::string& title) {
+    setWindowTitle(qtext(title));
+}
+
+// The controller localises menus, columns and the title; the form's other texts are looked up here.
+void MainWindow::localizeWidgets() {
+    applyMenu(*_menu, *_ui->menubar);
+    for (QLabel* label : {_ui->emptyText}) label->setText(localized(label->text().toUtf8()));
+    _ui->toolbar->setWindowTitle(localized(_ui->toolbar->windowTitle().toUtf8()));
+    for (QWidget* widget : std::initializer_list<QWidget*>{_ui->notice, _ui->table, _ui->details, _ui->toolbar}) {
+        widget->setAccessibleName(localized(widget->accessibleName().toUtf8()));
+    }
+}
+
+void MainWindow::showIcons() {
+    const std::pair<QAction*, const char*> icons[] = {
+        {_ui->actionUpdate, "action-update"},   {_ui->actionRefresh, "action-refresh"},
+        {_ui->actionHotPlug, "action-hotplug"}, {_ui->actionSerial, "action-serial"},
+        {_ui->actionReport, "action-report"},   {_ui->actionLog, "action-log"},
+        {_ui->actionClaim, "action-claim"},     {_ui->actionQuit, "action-quit"}};
+    for (const auto& [action, name] : icons) action->setIcon(pictureNamed(name, palette()));
+    _model.setPalette(palette());
+    _ui->emptyPicture->setPixmap(pictureNamed("ZUL_VK_Series", palette())
+                                     .pixmap(QSize(kEmptyPictureSize, kEmptyPictureSize), devicePixelRatioF()));
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) showIcons();
+}
+
+// ---- what is shown --------------------------------------------------------------------------------------------------
+
+void MainWindow::showContent() {
+    const int rows = _model.rowCount();
+    _ui->pages->setCurrentWidget(rows == 0 ? _ui->emptyPage : _ui->tablePage);
+    _ui->details->setVisible(rows > 0);
+    _count->setText(
+        qtext(localizedPluralFormat("%d printer attached", "%d printers attached", static_cast<unsigned long>(rows))));
+    showNotices();
+}
+
+void MainWindow::showSelection() {
+    _ui->details->show(selection());
+    showActions();
+}
+
+// A printer that is seen and cannot be used must not look like one that is missing.
+void MainWindow::showNotices() {
+    QStringList notices = _notices;
+    for (const std::string& message : _session.unusablePrinters()) notices << qtext(message);
+    notices.removeDuplicates();
+    _ui->notice->setText(notices.join("\n\n"));
+    _ui->notice->setVisible(!notices.isEmpty());
+}
+
+void MainWindow::updatesChanged() {
+    const bool isUnderWay = _follower.isAnyUnderWay();
+    _inhibitor.setInhibited(isUnderWay);
+    _taskbar.show(isUnderWay, _follower.progress());
+    showActions();
+}
+
+// ---- the end --------------------------------------------------------------------------------------------------------
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    rememberLayout();
+    event->accept();
+    if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) _application.terminate();
+}
+
+} // namespace zul::ui

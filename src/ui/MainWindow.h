@@ -1,0 +1,88 @@
+// The window: the table of printers, the details of the selected one, the updates that run, and the actions. GUI
+// thread, which is the main queue's.
+#pragma once
+
+#include "platform/appkit/Outlets.h"
+#include "session/Session.h"
+#include "ui/PrinterTable.h"
+#include "ui/SleepInhibitor.h"
+#include "ui/TaskbarProgress.h"
+#include "ui/UpdateFollower.h"
+
+#include <QMainWindow>
+#include <QPointer>
+#include <memory>
+
+class QLabel;
+
+namespace Ui {
+class MainWindow;
+}
+
+namespace zul::ui {
+
+class LogWindow;
+
+class MainWindow final : public QMainWindow, public WindowOutlet {
+    Q_OBJECT
+
+  public:
+    MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutlet& application);
+    ~MainWindow() override;
+
+    /// What the controller connects to. Before the session starts.
+    TBPrinters::Outlets outlets();
+    /// Binds the list, takes over the localised texts and shows itself. After the session has started.
+    void begin();
+
+    // WindowOutlet
+    std::string title() const override { return windowTitle().toStdString(); }
+    void setTitle(const std::string& title) override;
+
+    UpdateFollower& follower() { return _follower; }
+    SleepInhibitor& inhibitor() { return _inhibitor; }
+    /// The printer that actions go to.
+    Session::Printer selection() const { return _controller.selection(); }
+    /// Writes the facts of all attached printers to file.txt and file.json; the problem, or nothing.
+    QString saveReport(const QString& file);
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+  private:
+    void connectActions();
+    void localizeWidgets();
+    void setUpTable();
+    void rememberLayout();
+    void showIcons();
+    void showContent();
+    void showSelection();
+    void showActions();
+    void showNotices();
+    void updatesChanged();
+    void updateFirmware();
+    void resetCounter(char letter);
+    void askForReport();
+    void showLog();
+    void showAbout();
+    void tell(const QString& title, const QString& message);
+
+    Session& _session;
+    AlertPresenter& _alerts;
+    ApplicationOutlet& _application;
+    std::unique_ptr<Ui::MainWindow> _ui;
+    std::shared_ptr<Menu> _menu;
+    PrinterTableModel _model;
+    std::unique_ptr<PrinterTable> _table;
+    PrinterArrayController _controller;
+    UpdateFollower _follower;
+    SleepInhibitor _inhibitor;
+    TaskbarProgress _taskbar;
+    QStringList _notices;
+    QPointer<LogWindow> _log;
+    QLabel* _count = nullptr;
+    QLabel* _version = nullptr;
+};
+
+} // namespace zul::ui

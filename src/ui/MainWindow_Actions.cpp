@@ -1,0 +1,158 @@
+// What the operator can do, and when. Actions go to the selected printer, which is the highlighted row.
+#include "Classes/LocalizedFormat.h"
+#include "session/PrinterFacts.h"
+#include "ui/DetailsPane.h"
+#include "ui/LogWindow.h"
+#include "ui/MainWindow.h"
+#include "ui/Texts.h"
+#include "ui_MainWindow.h"
+
+#include <QDateTime>
+#include <QFileDialog>
+#include <QSaveFile>
+#include <nlohmann/json.hpp>
+
+namespace zul::ui {
+
+void MainWindow::connectActions() {
+    const auto onPrinter = [this](QAction* action, auto handler) {
+        connect(action, &QAction::triggered, this, [this, handler](bool isChecked) {
+            if (const auto printer = selection()) handler(*printer, isChecked);
+            showActions(); // a check mark shows the printer's state, not the click
+        });
+    };
+    onPrinter(_ui->actionRefresh, [](TBUSBPrinterZUL& printer, bool) { printer.updateInfo(); });
+    onPrinter(_ui->actionHotPlug, [](TBUSBPrinterZUL& printer, bool) { printer.hotPlug(); });
+    onPrinter(_ui->actionSerial, [](TBUSBPrinterZUL& printer, bool isOn) { printer.setUsbISerial(isOn); });
+    onPrinter(_ui->actionClaim, [](TBUSBPrinterZUL& printer, bool isOn) { printer.setIsOwned(isOn ? 1 : 0); });
+    connect(_ui->actionUpdate, &QAction::triggered, this, &MainWindow::updateFirmware);
+    connect(_ui->actionCounterA, &QAction::triggered, this, [this] { resetCounter('A'); });
+    connect(_ui->actionCounterB, &QAction::triggered, this, [this] { resetCounter('B'); });
+    connect(_ui->actionCounterM, &QAction::triggered, this, [this] { resetCounter('M'); });
+    connect(_ui->actionReport, &QAction::triggered, this, &MainWindow::askForReport);
+    connect(_ui->actionLog, &QAction::triggered, this, &MainWindow::showLog);
+    connect(_ui->actionAbout, &QAction::triggered, this, &MainWindow::showAbout);
+    connect(_ui->actionQuit, &QAction::triggered, this, [this] {
+        rememberLayout();
+        _application.terminate();
+    });
+    for (QAction* action : _ui->menuPrinter->actions()) _ui->table->addAction(action);
+}
+
+void MainWindow::showActions() {
+    const auto printer = selection();
+    const QString reason = printer ? _follower.reasonAgainst(printer->keyUSBdevice()) : QString();
+    for (QAction* action : {_ui->actionRefresh, _ui->actionHotPlug, _ui->actionClaim, _ui->actionCounterA,
+                            _ui->actionCounterB, _ui->actionCounterM, _ui->actionSerial, _ui->actionUpdate}) {
+        action->setEnabled(printer != nullptr && reason.isEmpty());
+    }
+    _ui->actionUpdate->setToolTip(reason.isEmpty() ? _ui->actionUpdate->statusTip() : reason);
+    _ui->actionReport->setEnabled(_model.rowCount() > 0);
+    _ui->actionSerial->setEnabled(_ui->actionSerial->isEnabled() && printer->hasISerialSupport());
+    _ui->actionSerial->setChecked(printer && printer->hasISerialSupport() && printer->usbISerial());
+    _ui->actionClaim->setChecked(printer && printer->ownership() > 0);
+}
+
+// ---- update and counters --------------------------------------------------------------------------------------------
+
+void MainWindow::updateFirmware() {
+    const auto printer = selection();
+    if (!printer || !_follower.reasonAgainst(printer->keyUSBdevice()).isEmpty()) return;
+    if (_session.isArchiveUnfit(*printer)) {
+        tell(localized("The firmware files in use are samples for virtual printers."),
+             localized("Start the program with --firmware-archive and the folder with the vendor's files. Nothing was "
+                       "sent."));
+        return;
+    }
+    _follower.begin(printer);
+}
+
+void MainWindow::resetCounter(char letter) {
+    const auto printer = selection();
+    if (!printer) return;
+    AlertDescription question;
+    question.messageText = localizedFormat("Reset counter %c of %s?", letter, nameOf(*printer));
+    question.informativeText = Bundle::localized("The counter is set to 0. Its old value cannot be brought back.");
+    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Reset Counter")};
+    question.iconName = printer->image().value_or("");
+    question.completion = [printer, letter](int answer) {
+        if (answer == kAlertSecondButton) printer->resetCounter(letter);
+    };
+    _alerts.beginAlert(std::move(question));
+}
+
+void MainWindow::tell(const QString& title, const QString& message) {
+    AlertDescription alert;
+    alert.messageText = title.toStdString();
+    alert.informativeText = message.toStdString();
+    alert.buttons = {Bundle::localized("OK")};
+    _alerts.beginAlert(std::move(alert));
+}
+
+// ---- report ---------------------------------------------------------------------------------------------------------
+
+void MainWindow::askForReport() {
+    const QString name = "zul-printers-" + QDateTime::currentDateTime().toString("yyyyMMdd-HHmm");
+    auto* const dialog = new QFileDialog(this, localized("Save Report"), QDir::homePath());
+    dialog->setObjectName("saveReport");
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->selectFile(name);
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& file) {
+        const QString problem = saveReport(file);
+        if (problem.isEmpty()) {
+            _ui->statusbar->showMessage(localized("The report is saved."), 10000);
+        } else {
+            tell(localized("The report could not be saved."), problem);
+        }
+    });
+    dialog->open();
+}
+
+QString MainWindow::saveReport(const QString& file) {
+    nlohmann::json all = nlohmann::json::array();
+    QString text = qtext(localizedFormat("%s %s", _application.processName(),
+                                         _session.defaults.stringForKey("prefDisplayVersionString").value_or(""))) +
+                   "\n" + QDateTime::currentDateTime().toString(Qt::ISODate) + "\n";
+    for (const auto& printer : _session.printers()) {
+        all.push_back(factsOf(*printer));
+        text += "\n" + qtext(nameOf(*printer)) + "\n";
+        for (const auto& [label, value] : detailsOf(*printer)) text += "  " + label + ": " + value + "\n";
+    }
+    QString base = file;
+    for (const char* suffix : {".txt", ".json"}) {
+        if (base.endsWith(suffix)) base.chop(static_cast<qsizetype>(qstrlen(suffix)));
+    }
+    const std::pair<QString, QByteArray> files[] = {
+        {base + ".txt", text.toUtf8()},
+        {base + ".json",
+         QByteArray::fromStdString(all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n")}};
+    for (const auto& [path, contents] : files) {
+        QSaveFile saved(path);
+        if (!saved.open(QIODevice::WriteOnly) || saved.write(contents) != contents.size() || !saved.commit()) {
+            return path + ": " + saved.errorString() + ". " + localized("Choose a folder that can be written to.");
+        }
+    }
+    return {};
+}
+
+// ---- other windows --------------------------------------------------------------------------------------------------
+
+void MainWindow::showLog() {
+    _log->show();
+    _log->raise();
+    _log->activateWindow();
+}
+
+void MainWindow::showAbout() {
+    AlertDescription about;
+    about.messageText = _application.processName();
+    about.informativeText =
+        localizedFormat("Version %s\n\nKeeps ZUL photo printers up to date: firmware and color tables.",
+                        _session.defaults.stringForKey("prefDisplayVersionString").value_or(""));
+    about.buttons = {Bundle::localized("OK")};
+    about.iconName = "zul-printer-utility";
+    _alerts.beginAlert(std::move(about));
+}
+
+} // namespace zul::ui

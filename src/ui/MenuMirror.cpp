@@ -1,0 +1,59 @@
+#include "ui/MenuMirror.h"
+
+#include "ui/Texts.h"
+
+#include <QAction>
+#include <QMenu>
+#include <QMenuBar>
+
+namespace zul::ui {
+
+namespace {
+
+std::vector<MenuItem> itemsOf(const QList<QAction*>& actions) {
+    std::vector<MenuItem> items;
+    for (const QAction* action : actions) {
+        MenuItem item;
+        item.title = action->text().toStdString();
+        item.isSeparator = action->isSeparator();
+        if (const QMenu* menu = action->menu()) {
+            item.submenu = std::make_shared<Menu>();
+            item.submenu->title = menu->title().toStdString();
+            item.submenu->items = itemsOf(menu->actions());
+        } else {
+            item.toolTip = action->toolTip().toStdString();
+        }
+        items.push_back(std::move(item));
+    }
+    return items;
+}
+
+void applyItems(const std::vector<MenuItem>& items, const QList<QAction*>& actions) {
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        QAction* const action = actions.at(static_cast<qsizetype>(i));
+        const MenuItem& item = items[i];
+        if (item.isSeparator) continue;
+        if (item.submenu) {
+            action->menu()->setTitle(qtext(item.submenu->title));
+            applyItems(item.submenu->items, action->menu()->actions());
+        } else {
+            action->setText(qtext(item.title));
+            action->setToolTip(qtext(item.toolTip));
+            action->setStatusTip(qtext(item.toolTip));
+        }
+    }
+}
+
+} // namespace
+
+std::shared_ptr<Menu> menuOf(const QMenuBar& bar) {
+    auto menu = std::make_shared<Menu>();
+    menu->items = itemsOf(bar.actions());
+    return menu;
+}
+
+void applyMenu(const Menu& menu, QMenuBar& bar) {
+    applyItems(menu.items, bar.actions());
+}
+
+} // namespace zul::ui

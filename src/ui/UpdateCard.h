@@ -1,0 +1,50 @@
+// One update on the screen: its steps with the current one marked, a progress bar, the time, the last sign of life, and
+// what to do when it stalls. Stays with its result until it is closed. GUI thread.
+#pragma once
+
+#include "ui/UpdateFollower.h"
+
+#include <QFrame>
+#include <array>
+
+class QLabel;
+class QProgressBar;
+class QToolButton;
+
+namespace zul::ui {
+
+class UpdateCard final : public QFrame {
+    Q_OBJECT
+
+  public:
+    explicit UpdateCard(QWidget* parent = nullptr);
+    void show(const FollowedUpdate& update, Clock::TimePoint now);
+
+  Q_SIGNALS:
+    void closed();
+
+  protected:
+    void changeEvent(QEvent* event) override;
+
+  private:
+    static constexpr std::size_t kSteps = 7;
+    void makeSteps(class QLayout& layout);
+    void showSteps(const FollowedUpdate& update);
+    void showProgress(const FollowedUpdate& update);
+    void showTimes(const FollowedUpdate& update, Clock::TimePoint now);
+    void showResult(const FollowedUpdate& update);
+    void showPicture();
+
+    QString _pictureName;
+    QLabel* _picture;
+    QLabel* _title;
+    QLabel* _versions;
+    std::array<QLabel*, kSteps> _steps{};
+    QProgressBar* _bar;
+    QLabel* _stateLine;
+    QLabel* _times;
+    QLabel* _advice;
+    QToolButton* _close;
+};
+
+} // namespace zul::ui

@@ -1,0 +1,52 @@
+#include "ui/UpdatePanel.h"
+
+#include "ui/Texts.h"
+
+#include <QVBoxLayout>
+
+namespace zul::ui {
+
+UpdatePanel::UpdatePanel(QWidget* parent) : QScrollArea(parent) {
+    setWidgetResizable(true);
+    setFrameShape(QFrame::NoFrame);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Preferred);
+    auto* const content = new QWidget(this);
+    _cards = new QVBoxLayout(content);
+    _cards->setContentsMargins(0, 0, 0, 0);
+    _cards->addStretch(1);
+    setWidget(content);
+    hide();
+}
+
+void UpdatePanel::follow(UpdateFollower& follower) {
+    _follower = &follower;
+    setAccessibleName(localized(operatorText("Updates")));
+    connect(_follower, &UpdateFollower::changed, this, &UpdatePanel::showUpdates);
+}
+
+void UpdatePanel::showUpdates() {
+    const auto& updates = _follower->updates();
+    for (auto card = _cardOfKey.begin(); card != _cardOfKey.end();) {
+        if (updates.contains(card->first)) {
+            ++card;
+            continue;
+        }
+        card->second->deleteLater();
+        card = _cardOfKey.erase(card);
+    }
+    for (const auto& [key, update] : updates) {
+        UpdateCard*& card = _cardOfKey[key];
+        if (card == nullptr) {
+            card = new UpdateCard(widget());
+            _cards->insertWidget(_cards->count() - 1, card);
+            // Later: the card must not be deleted while it handles its own click.
+            connect(
+                card, &UpdateCard::closed, this, [this, dismissed = key] { _follower->dismiss(dismissed); },
+                Qt::QueuedConnection);
+        }
+        card->show(update, _follower->now());
+    }
+    setVisible(!updates.empty());
+}
+
+} // namespace zul::ui

@@ -1,0 +1,29 @@
+// The updates of all printers, one card each, newest state. Not to be seen while there is none. GUI thread.
+#pragma once
+
+#include "ui/UpdateCard.h"
+
+#include <QScrollArea>
+#include <map>
+#include <string>
+
+class QVBoxLayout;
+
+namespace zul::ui {
+
+class UpdatePanel final : public QScrollArea {
+    Q_OBJECT
+
+  public:
+    explicit UpdatePanel(QWidget* parent = nullptr);
+    void follow(UpdateFollower& follower);
+
+  private:
+    void showUpdates();
+
+    UpdateFollower* _follower = nullptr;
+    QVBoxLayout* _cards;
+    std::map<std::string, UpdateCard*> _cardOfKey;
+};
+
+} // namespace zul::ui

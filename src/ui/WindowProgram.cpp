@@ -1,0 +1,18 @@
+#include "ui/WindowProgram.h"
+
+namespace zul::ui {
+
+WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end)
+    : _application(std::move(end)), _session(std::make_unique<Session>(std::move(options), _alerts, _application)),
+      _loop(std::make_unique<LoopBinding>(_session->mainQueue)),
+      _window(std::make_unique<MainWindow>(*_session, _alerts, _application)) {}
+
+WindowProgram::~WindowProgram() = default;
+
+std::optional<SessionProblem> WindowProgram::start() {
+    if (auto problem = _session->startSession(_window->outlets())) return problem;
+    _window->begin();
+    return std::nullopt;
+}
+
+} // namespace zul::ui
