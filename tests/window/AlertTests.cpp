@@ -1,0 +1,259 @@
+// Every alert on the screen: its texts, its buttons in their order, the default button, Escape, the agreement box.
+#include "window/Stage.h"
+
+#include "support/ChangedArchive.h"
+#include "virtual_printer/VirtualBus.h"
+
+#include <QCheckBox>
+#include <QMessageBox>
+#include <QPushButton>
+#include <doctest/doctest.h>
+
+namespace zul::test {
+
+namespace {
+
+const QString kConfirmTitle = "-- Warning --\n\nAre you certain you want to update the firmware?";
+const QString kCorruptionTitle = "-- File corruption --\n\nThere is a problem with the firmware files.";
+constexpr const char* kFirmwareFile = "VK14 01.61.fw";
+
+void checkAlert(const ShownAlert& shown, const QString& message, const QStringList& buttons) {
+    CHECK(shown.message == message);
+    CHECK(shown.buttons == buttons);
+    CHECK(shown.defaultButton == buttons.first());
+    CHECK(shown.hasPicture);
+    CHECK_FALSE(shown.isModal);
+    CHECK(shown.box->windowModality() == Qt::WindowModal);
+    CHECK((shown.box->windowFlags() & Qt::WindowCloseButtonHint) == 0);
+    CHECK(shown.box->accessibleName() == shown.title);
+}
+
+void agree(Stage& stage) {
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+}
+
+bool isContinueEnabled(Stage& stage) {
+    return stage.find("Continue")->isEnabled();
+}
+
+} // namespace
+
+TEST_CASE("the agreement follows its box, and \"Quit\" is its default") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    const auto shown = stage.waitForAlert("Attention:");
+    checkAlert(
+        shown,
+        "This update tool will upgrade the printer firmware to version VK14 01.61. This process cannot be undone",
+        {"Quit", "Continue"});
+    CHECK(shown.checkBox == "I Agree");
+    CHECK_FALSE(shown.box->checkBox()->isChecked());
+    CHECK_FALSE(isContinueEnabled(stage));
+    stage.click("I Agree");
+    CHECK(isContinueEnabled(stage));
+    stage.click("I Agree");
+    CHECK_FALSE(isContinueEnabled(stage));
+    stage.press(Qt::Key_Escape);
+    stage.settle();
+    CHECK(stage.alert().has_value()); // there is no "Cancel" that Escape could stand for
+    CHECK_FALSE(stage.hasEnded());
+}
+
+TEST_CASE("Return in the agreement presses \"Quit\"") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree"); // the focus is on the box now
+    stage.press(Qt::Key_Return);
+    stage.waitFor("the end", [&] { return stage.hasEnded(); });
+}
+
+TEST_CASE("a VK-RZ7 with old firmware is told to use up its media, naming the program's version") {
+    Stage stage({.printers = {quick("VK-RZ7", "firmware=VK-RZ7 02.03")}, .admittedProducts = {5}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    checkAlert(stage.waitForAlert("Attention:"),
+               "This update tool is for the ZUL RZ7 printer. It will upgrade the printer to 2.06.\n\nOnce updated, the "
+               "RZ7 printer will REQUIRE the use of RZ7HS media packs. Please use up all RZ7 media before using this "
+               "update tool. This process cannot be undone.",
+               {"Quit", "Continue"});
+    stage.screenshot("agreement-rz7");
+}
+
+TEST_CASE("damaged firmware files end in an alert whose only way is \"Quit\"") {
+    const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
+    archive.damage(kFirmwareFile);
+    Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    checkAlert(stage.waitForAlert(kCorruptionTitle), "Contact customer support.", {"Quit"});
+    stage.press(Qt::Key_Escape); // a single button is what Escape stands for
+    stage.waitFor("the end", [&] { return stage.hasEnded(); });
+}
+
+TEST_CASE("files that are damaged behind the agreement end in an alert that leads nowhere") {
+    const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
+    Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
+    stage.waitForFacts();
+    agree(stage);
+    stage.waitForAlert(kConfirmTitle);
+    archive.damage(kFirmwareFile);
+    stage.answer("Update Firmware to VK14 01.61");
+    checkAlert(stage.waitForAlert(kCorruptionTitle), "Contact customer support.", {"OK"});
+    stage.answer("OK");
+    CHECK_FALSE(stage.hasEnded());
+}
+
+TEST_CASE("files that are damaged while the printer restarts leave it in its loader with an alert") {
+    const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
+    Stage stage({.printers = {"VK14,restart=1000,speed=100000000"}, .firmwareArchive = archive.folder()});
+    stage.waitForFacts();
+    agree(stage);
+    stage.waitForAlert(kConfirmTitle);
+    stage.answer("Update Firmware to VK14 01.61");
+    stage.waitFor("the printer to leave", [&] { return stage.rows() == 0; });
+    archive.damage(kFirmwareFile);
+    checkAlert(stage.waitForAlert("There was a problem with the firmware file!"),
+               "This application may be damaged. Please download a new copy.", {"OK"});
+    stage.answer("OK");
+}
+
+TEST_CASE("a printer with newer firmware needs no update") {
+    Stage stage({.printers = {quick("VK14", "firmware=VK14 01.70")}});
+    stage.waitForFacts();
+    agree(stage);
+    checkAlert(stage.waitForAlert("Firmware update not needed"), "This printer has firmware version 1.70 installed.",
+               {"OK"});
+    stage.answer("OK");
+    stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated."); });
+}
+
+TEST_CASE("a printer that is not ready may be mended and tried again, or cancelled with Escape") {
+    Stage stage({.printers = {quick("VK14", "status=00000:01000:01000:00000")}});
+    stage.waitForFacts();
+    agree(stage);
+    checkAlert(stage.waitForAlert("Printer Not Ready"), "Please correct the following issue: Cover Open",
+               {"Proceed", "Cancel"});
+    stage.screenshot("not-ready");
+    stage.answer("Proceed");
+    stage.waitFor("the next alert", [&] { return stage.alert().has_value(); });
+    if (stage.alert()->title == "Printer Not Ready") stage.answer("Proceed");
+    stage.waitForAlert(kConfirmTitle);
+    stage.press(Qt::Key_Escape);
+    stage.waitFor("the alert to go", [&] { return !stage.alert(); });
+}
+
+TEST_CASE("a printer that another program holds may be tried again") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.bus().setHeldByOther(0, true);
+    agree(stage);
+    checkAlert(stage.waitForAlert("Printer Busy"),
+               "Another application is using the printer. Please proceed when the printer becomes available.",
+               {"Proceed", "Cancel"});
+    stage.bus().setHeldByOther(0, false);
+    stage.answer("Proceed");
+    checkAlert(stage.waitForAlert(kConfirmTitle),
+               "The printer may be permanently damaged if it is unplugged or loses power during the update process.",
+               {"Cancel", "Update Firmware to VK14 01.61"});
+    stage.press(Qt::Key_Return); // "Cancel" is the default
+    stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated."); });
+}
+
+TEST_CASE("a printer that has left while its agreement stood is an error that may be tried again") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.bus().unplug(0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
+    stage.click("I Agree");
+    stage.answer("Continue");
+    checkAlert(stage.waitForAlert("Printer Error"),
+               "The printer is not responding properly. Please power-cycle the printer and try again.",
+               {"Proceed", "Cancel"});
+    stage.answer("Cancel");
+}
+
+TEST_CASE("a known printer found in its loader raises a question, and \"Ignore\" the advice to power-cycle it") {
+    Stage stage({.printers = {quick("VK14", "mode=loader")}});
+    stage.waitFor("its status", [&] {
+        return !stage.printers().empty() && stage.printers()[0]->printerStatus() == "Firmware Update Mode";
+    });
+    stage.settle();
+    stage.bus().unplug(0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
+    stage.bus().plug(0);
+    checkAlert(stage.waitForAlert("Attention:"),
+               "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? ",
+               {"Ignore", "Update Firmware"});
+    stage.screenshot("loader-found");
+    stage.answer("Ignore");
+    checkAlert(stage.waitForAlert("Please power-cycle this printer"),
+               "Contact customer support if power-cycling does not resolve the issue.", {"OK"});
+    stage.answer("OK");
+}
+
+TEST_CASE("changing the USB serial number asks for a power cycle in an application-modal alert") {
+    Stage stage({.printers = {quick("VK26", "usb-serial=off")}, .admittedProducts = {0x8B01}});
+    stage.waitForFacts();
+    stage.click("USB Serial Number");
+    const auto shown = stage.waitForAlert("Please power-cycle the selected printer now to complete the process!");
+    CHECK(shown.isModal);
+    CHECK(shown.message == "");
+    CHECK(shown.buttons == QStringList{"OK"});
+    CHECK(shown.defaultButton == "OK");
+    CHECK(shown.hasPicture);
+    stage.screenshot("power-cycle");
+    stage.answer("OK");
+    stage.waitFor("the setting", [&] { return stage.cell(0, 8) == "Enabled"; });
+}
+
+TEST_CASE("a USB serial number that cannot be changed because the printer is busy is told in a modal alert") {
+    Stage stage({.printers = {quick("VK26")}, .admittedProducts = {0x8B01}});
+    stage.waitForFacts();
+    stage.bus().setHeldByOther(0, true);
+    stage.click("USB Serial Number");
+    const auto shown = stage.waitForAlert("The Selected Printer is Unavailable. (Busy)");
+    CHECK(shown.isModal);
+    CHECK(shown.buttons == QStringList{"OK"});
+    stage.answer("OK");
+    stage.bus().setHeldByOther(0, false);
+}
+
+TEST_CASE("alerts of several printers are shown one after another") {
+    Stage stage({.printers = {quick("VK14"), quick("VK14")}});
+    stage.waitForFacts();
+    for (const auto& printer : stage.printers()) {
+        printer->showAlertWithTitle("Alert of " + printer->printerSerialNumber().value_or(""), "Message", {}, {});
+    }
+    const auto first = stage.waitForAlert("Alert of 000001");
+    CHECK(first.buttons == QStringList{"OK"});
+    stage.answer("OK");
+    stage.waitForAlert("Alert of 000002");
+    stage.answer("OK");
+    CHECK_FALSE(stage.alert());
+}
+
+TEST_CASE("resetting a counter asks first, and \"Cancel\" sends nothing") {
+    Stage stage({.printers = {quick("VK14", "serial=111111")}});
+    stage.waitForFacts();
+    stage.triggerMenu("Printer", "Reset Counter A…");
+    checkAlert(stage.waitForAlert("Reset counter A of VK14 111111 (1-1)?"),
+               "The counter is set to 0. Its old value cannot be brought back.", {"Cancel", "Reset Counter"});
+    stage.answer("Cancel");
+    stage.triggerMenu("Printer", "Reset Counter M…");
+    stage.waitForAlert("Reset counter M of VK14 111111 (1-1)?");
+    stage.answer("Reset Counter");
+    stage.settle();
+    const std::string journal = TemporaryFolder::read(stage.journalFile());
+    CHECK(journal.find("MNT_WTCOUNTER_CLR") != std::string::npos);
+    CHECK(journal.find("MNT_WTCOUNTER_CLR", journal.find("MNT_WTCOUNTER_CLR") + 1) == std::string::npos);
+}
+
+} // namespace zul::test

@@ -1,0 +1,84 @@
+// How the window looks: the main states in light and dark, with enough contrast. The screenshots are for people.
+#include "window/Stage.h"
+
+#include "ui/Pictures.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QImage>
+#include <algorithm>
+#include <cmath>
+#include <doctest/doctest.h>
+
+namespace zul::test {
+
+namespace {
+
+double luminance(const QColor& color) {
+    const auto part = [](double value) {
+        return value <= 0.03928 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * part(color.redF()) + 0.7152 * part(color.greenF()) + 0.0722 * part(color.blueF());
+}
+
+double contrast(const QColor& one, const QColor& other) {
+    const auto [darker, lighter] = std::minmax(luminance(one), luminance(other));
+    return (lighter + 0.05) / (darker + 0.05);
+}
+
+// The strongest contrast of any solid point of the picture: its outline must stand out from the window.
+double strongestContrast(const QIcon& icon, const QColor& background) {
+    const QImage image = icon.pixmap(QSize(64, 64)).toImage().convertToFormat(QImage::Format_ARGB32);
+    double strongest = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (image.pixelColor(x, y).alpha() < 250) continue;
+            strongest = std::max(strongest, contrast(image.pixelColor(x, y), background));
+        }
+    }
+    return strongest;
+}
+
+} // namespace
+
+TEST_CASE("the main states in light and in dark") {
+    for (const bool isDark : {false, true}) {
+        const QString suffix = isDark ? "-dark" : "-light";
+        Stage stage({.printers = {quick("VK14"), quick("VK18"), quick("VK-RZ7"), quick("VK26"), quick("VK28")},
+                     .admittedProducts = {4, 5, 8, 0x8B01, 0x9001},
+                     .isDark = isDark});
+        stage.waitForFacts();
+        CHECK(stage.rows() == 5);
+        stage.screenshot("all-models" + suffix);
+        stage.click("Update Firmware…");
+        stage.waitForAlert("Attention:");
+        stage.screenshot("agreement" + suffix);
+        stage.click("I Agree");
+        stage.answer("Continue");
+        stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != "Attention:"; });
+        stage.answer(stage.alert()->buttons.last());
+        stage.waitForAlert("Firmware update was successful!");
+        stage.answer("Finish");
+        stage.screenshot("updated" + suffix);
+    }
+}
+
+TEST_CASE("every picture stands out from its window, light and dark, and is sharp at twice the resolution") {
+    for (const bool isDark : {false, true}) {
+        useColors(isDark);
+        const QPalette palette = QApplication::palette();
+        for (const char* name :
+             {"ZUL_VK_Series", "ZUL_RZ_Series", "V26A_LSide", "VK28", "action-update", "action-refresh",
+              "action-hotplug", "action-serial", "action-report", "action-log", "action-claim", "action-quit"}) {
+            const QIcon icon = ui::pictureNamed(name, palette);
+            REQUIRE_MESSAGE(!icon.isNull(), name);
+            CHECK_MESSAGE(strongestContrast(icon, palette.color(QPalette::Window)) >= 4.5, name);
+            CHECK(icon.pixmap(QSize(44, 44), 2.0).size() == QSize(88, 88));
+        }
+    }
+    useColors(false);
+    CHECK_FALSE(ui::applicationIcon().isNull());
+    CHECK(ui::pictureNamed("no such picture", QApplication::palette()).isNull());
+}
+
+} // namespace zul::test

@@ -1,0 +1,167 @@
+// What goes on around updates: the lock against sleep, the log window, the report, the machine that is left as it was.
+#include "window/Stage.h"
+
+#include "holven_log/HOLVEN_Log.h"
+#include "ui/LogWindow.h"
+#include "ui/SleepInhibitor.h"
+#include "virtual_printer/VirtualBus.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QComboBox>
+#include <QDBusContext>
+#include <QDBusMessage>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTest>
+#include <doctest/doctest.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace zul::test {
+
+namespace {
+
+// The login service of the system, as far as the lock goes: it sees when the lock's descriptor is closed.
+class LoginService final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.login1.Manager")
+
+  public:
+    explicit LoginService(QDBusConnection bus) : _bus(std::move(bus)) {
+        REQUIRE(_bus.registerService("org.freedesktop.login1"));
+        REQUIRE(_bus.registerObject("/org/freedesktop/login1", this, QDBusConnection::ExportAllSlots));
+    }
+    ~LoginService() override {
+        _bus.unregisterObject("/org/freedesktop/login1");
+        _bus.unregisterService("org.freedesktop.login1");
+        if (_ours >= 0) ::close(_ours);
+    }
+    QStringList asked;
+    bool isHeld() const {
+        char byte = 0;
+        return _ours >= 0 && ::read(_ours, &byte, 1) < 0 && errno == EAGAIN;
+    }
+
+  public Q_SLOTS:
+    QDBusUnixFileDescriptor Inhibit(const QString& what, const QString& who, const QString& why, const QString& mode) {
+        asked << what << who << why << mode;
+        int ends[2] = {-1, -1};
+        REQUIRE(::pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0);
+        _ours = ends[0];
+        QDBusUnixFileDescriptor theirs(ends[1]);
+        ::close(ends[1]);
+        return theirs;
+    }
+
+  private:
+    QDBusConnection _bus;
+    int _ours = -1;
+};
+
+} // namespace
+
+TEST_CASE("the lock against sleep is held while it is wanted and given back afterwards") {
+    // Two connections, as the service and the program are two processes.
+    LoginService service(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "login-service"));
+    ui::SleepInhibitor inhibitor(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "program"));
+    inhibitor.setInhibited(true);
+    REQUIRE(QTest::qWaitFor([&] { return inhibitor.isHeld(); }, 10000));
+    CHECK(service.asked ==
+          QStringList{"sleep:shutdown", "ZUL Printer Utility", "The firmware of a printer is being updated", "block"});
+    CHECK(service.isHeld());
+    inhibitor.setInhibited(false);
+    CHECK(QTest::qWaitFor([&] { return !service.isHeld(); }, 10000));
+}
+
+TEST_CASE("a system without a login service is no error") {
+    ui::SleepInhibitor inhibitor(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "alone"));
+    inhibitor.setInhibited(true);
+    QTest::qWait(100);
+    CHECK_FALSE(inhibitor.isHeld());
+    inhibitor.setInhibited(false);
+    ui::SleepInhibitor withoutBus(QDBusConnection("there is no such bus"));
+    withoutBus.setInhibited(true);
+    CHECK_FALSE(withoutBus.isHeld());
+}
+
+TEST_CASE("an update is under way for the guards from the first command to the report, and no longer") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    stage.answer("Update Firmware to VK14 01.61");
+    stage.waitFor("the update", [&] { return stage.window().follower().isAnyUnderWay(); });
+    stage.waitForAlert("Firmware update was successful!");
+    stage.waitFor("its end", [&] { return !stage.window().follower().isAnyUnderWay(); });
+    stage.answer("Finish");
+}
+
+TEST_CASE("the log window shows what is logged, by level and by search, and copies it") {
+    Stage stage({.printers = {}});
+    HOLVEN_Log::setLogFile((stage.folder() / "log.txt").string());
+    stage.triggerMenu("Window", "Log");
+    stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
+    HOLVEN_Log::logLevel(0, "apples");
+    HOLVEN_Log::debug("pears");
+    HOLVEN_Log::err("plums");
+    const auto& lines = stage.findA<QPlainTextEdit>("Lines of the log");
+    stage.waitFor("the lines", [&] { return lines.toPlainText().contains("plums"); });
+    CHECK(lines.toPlainText().contains("pears"));
+    stage.findA<QComboBox>("Level").setCurrentIndex(2);
+    CHECK_FALSE(lines.toPlainText().contains("pears"));
+    CHECK(lines.toPlainText().contains("apples"));
+    stage.findA<QLineEdit>("Search the log").setText("PLUM");
+    CHECK_FALSE(lines.toPlainText().contains("apples"));
+    CHECK(lines.toPlainText().contains("plums"));
+    stage.screenshot("log");
+    stage.click("Copy the shown lines");
+    CHECK(QApplication::clipboard()->text() == lines.toPlainText());
+    HOLVEN_Log::reset();
+}
+
+TEST_CASE("a report holds all facts of all printers as text and as JSON") {
+    Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
+    stage.waitForFacts();
+    const auto file = stage.folder() / "report";
+    CHECK(stage.window().saveReport(QString::fromStdString(file.string() + ".txt")) == "");
+    const std::string text = TemporaryFolder::read(file.string() + ".txt");
+    CHECK(text.find("ZUL Printer Utility 2.06") == 0);
+    CHECK(text.find("Serial Number: 111111") != std::string::npos);
+    CHECK(text.find("Serial Number: 222222") != std::string::npos);
+    const auto json = nlohmann::json::parse(TemporaryFolder::read(file.string() + ".json"));
+    REQUIRE(json.size() == 2);
+    CHECK(json[0]["printerSerialNumber"] == "111111");
+    CHECK(json[1]["deviceInfo"]["colorTableVersion"] == "0160");
+    const QString problem = stage.window().saveReport("/nowhere/at/all");
+    CHECK(problem.contains("/nowhere/at/all.txt"));
+    CHECK(problem.contains("Choose a folder that can be written to."));
+}
+
+TEST_CASE("the file dialog of the report opens and can be cancelled") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.triggerMenu("File", "Save Report…");
+    stage.waitFor("the dialog", [&] { return stage.window().findChild<QFileDialog*>("saveReport") != nullptr; });
+    stage.window().findChild<QFileDialog*>("saveReport")->reject();
+    stage.waitFor("it to go", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
+}
+
+TEST_CASE("closing the window ends the program") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.window().close();
+    CHECK(stage.hasEnded());
+}
+
+} // namespace zul::test
+
+#include "GuardTests.moc"

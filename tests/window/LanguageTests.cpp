@@ -1,0 +1,109 @@
+// The window in other languages: everything is translated, plural forms are right, and the longest texts fit.
+#include "window/Stage.h"
+
+#include "Classes/LocalizedFormat.h"
+#include "ui/PrinterTableModel.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTableView>
+#include <QToolBar>
+#include <QToolButton>
+#include <doctest/doctest.h>
+
+namespace zul::test {
+
+namespace {
+
+struct Wanted {
+    const char* language;
+    const char* agreement; // title
+    const char* agree;
+    const char* quit;
+    const char* update; // the tool button
+    const char* status; // header of the column
+};
+
+} // namespace
+
+TEST_CASE("menus, headers, alerts and the update speak the operator's language") {
+    const Wanted wanted[] = {{"de", "Achtung:", "Ich stimme zu", "Beenden", "Firmware aktualisieren…", "Status"},
+                             {"ja", "注意：", "同意する", "終了", "ファームウェアを更新…", "ステータス"}};
+    for (const Wanted& one : wanted) {
+        CAPTURE(one.language);
+        Stage stage({.printers = {quick("VK14")}, .language = one.language});
+        stage.waitForFacts();
+        const auto& table = *stage.window().findChild<QTableView*>("table");
+        CHECK(table.model()->headerData(ui::PrinterTableModel::status, Qt::Horizontal).toString() == one.status);
+        CHECK(stage.window().windowTitle() == "ZUL Printer Utility");
+        CHECK(stage.cell(0, ui::PrinterTableModel::status) == "Idle"); // as the printers' manuals have it
+        stage.click(one.update);
+        const auto shown = stage.waitForAlert(one.agreement);
+        CHECK(shown.checkBox == one.agree);
+        CHECK(shown.buttons.first() == one.quit);
+        CHECK(shown.message.contains("VK14 01.61"));
+        stage.screenshot(QString("agreement-") + one.language);
+        stage.click(one.agree);
+        stage.answer(shown.buttons.last());
+        stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != one.agreement; });
+        stage.answer(stage.alert()->buttons.last());
+        stage.waitFor("the report", [&] { return stage.alert().has_value(); });
+        stage.answer(stage.alert()->buttons.last());
+        stage.settle();
+        stage.screenshot(QString("updated-") + one.language);
+        CHECK(stage.cell(0, ui::PrinterTableModel::installedFirmware) == "VK14 01.61");
+    }
+}
+
+TEST_CASE("numbers have the plural form of their language") {
+    const auto attached = [](unsigned long number) {
+        return localizedPluralFormat("%d printer attached", "%d printers attached", number);
+    };
+    useLanguage("en");
+    CHECK(attached(0) == "0 printers attached");
+    CHECK(attached(1) == "1 printer attached");
+    CHECK(attached(2) == "2 printers attached");
+    useLanguage("de");
+    CHECK(attached(1) == "1 Drucker angeschlossen");
+    CHECK(attached(2) == "2 Drucker angeschlossen");
+    CHECK(localizedPluralFormat("%d color table written.", "%d color tables written.", 1) ==
+          "1 Farbtabelle geschrieben.");
+    CHECK(localizedPluralFormat("%d color table written.", "%d color tables written.", 2) ==
+          "2 Farbtabellen geschrieben.");
+    useLanguage("ja");
+    CHECK(attached(1) == "接続中のプリンター：1 台");
+    CHECK(attached(3) == "接続中のプリンター：3 台");
+    useLanguage("en");
+}
+
+TEST_CASE("no text of the window is cut off in any language") {
+    for (const char* language : {"en", "de", "ja"}) {
+        CAPTURE(language);
+        Stage stage({.printers = {quick("VK14")}, .language = language});
+        stage.waitForFacts();
+        const auto* bar = stage.window().findChild<QToolBar*>("toolbar");
+        for (const QToolButton* button : bar->findChildren<QToolButton*>()) {
+            if (button->objectName() == "qt_toolbar_ext_button") {
+                CHECK_FALSE(button->isVisible()); // it would hide what does not fit
+            } else if (button->isVisible()) {
+                CHECK_MESSAGE(button->width() >= button->sizeHint().width(), button->text().toStdString());
+            }
+        }
+        stage.window().follower().begin(stage.printers().front());
+        stage.waitFor("the agreement", [&] { return stage.alert().has_value(); });
+        const auto shown = *stage.alert();
+        for (const QAbstractButton* button : shown.box->buttons()) {
+            CHECK_MESSAGE(button->width() >= button->minimumSizeHint().width(), button->text().toStdString());
+        }
+        for (const QLabel* label : stage.window().findChildren<QLabel*>()) {
+            if (!label->isVisible() || label->text().isEmpty() || label->wordWrap()) continue;
+            CHECK_MESSAGE(label->width() >= label->minimumSizeHint().width(), label->text().toStdString());
+        }
+        stage.screenshot(QString("layout-") + language);
+    }
+}
+
+} // namespace zul::test

@@ -1,0 +1,74 @@
+// Long runs: what the program holds at their end is what it held at their beginning.
+#include "window/Stage.h"
+
+#include "platform/dispatch/Queue.h"
+#include "virtual_printer/VirtualBus.h"
+
+#include <QTest>
+#include <doctest/doctest.h>
+#include <filesystem>
+
+namespace zul::test {
+
+namespace {
+
+struct Holdings {
+    std::ptrdiff_t threads = 0;
+    std::ptrdiff_t descriptors = 0;
+    int queues = 0;
+};
+
+std::ptrdiff_t entriesOf(const char* folder) {
+    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+}
+
+Holdings holdings() {
+    return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd"), SerialQueue::liveThreads()};
+}
+
+void updateOnce(Stage& stage) {
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    stage.answer(stage.alert()->buttons.last());
+    stage.waitForAlert("Firmware update was successful!");
+    stage.answer("Finish");
+    stage.waitForFacts();
+}
+
+} // namespace
+
+TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descriptor or printer behind") {
+    Stage stage({.printers = {"VK14,restart=20,program=20,speed=1000000000"}});
+    stage.waitForFacts();
+    updateOnce(stage); // what is made once stands from here on
+    stage.bus().unplug(0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
+    stage.waitFor("no queue", [&] { return SerialQueue::liveThreads() == 0; });
+    const Holdings before = holdings();
+    std::vector<std::weak_ptr<TBUSBPrinterZUL>> seen;
+    for (int cycle = 0; cycle < 200; ++cycle) {
+        stage.bus().plug(0);
+        stage.waitFor("a row", [&] { return stage.rows() == 1; });
+        seen.push_back(stage.printers().front());
+        stage.bus().unplug(0);
+        stage.waitFor("no rows", [&] { return stage.rows() == 0; });
+    }
+    stage.bus().plug(0);
+    stage.waitForFacts();
+    for (int update = 0; update < 20; ++update) {
+        seen.push_back(stage.printers().front());
+        updateOnce(stage);
+    }
+    stage.bus().unplug(0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
+    stage.waitFor("the same holdings", [&] {
+        const Holdings now = holdings();
+        return now.threads == before.threads && now.descriptors == before.descriptors && now.queues == before.queues;
+    });
+    for (const auto& printer : seen) CHECK(printer.expired());
+}
+
+} // namespace zul::test

@@ -1,0 +1,322 @@
+#include "window/Stage.h"
+
+#include "platform/dispatch/Queue.h"
+#include "ui/Catalogue.h"
+#include "virtual_printer/VirtualBus.h"
+
+#include <QAbstractButton>
+#include <QAccessible>
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QScreen>
+#include <QTableView>
+#include <QTest>
+#include <QTextEdit>
+#include <algorithm>
+#include <doctest/doctest.h>
+
+// Tells gettext that the language has changed; it looks again at the next text.
+extern "C" int _nl_msg_cat_cntr;
+
+namespace zul::test {
+
+namespace {
+
+constexpr int kLongestWait = 20'000; // ms; generous, for machines under load
+
+// The mark of an access key; some languages put the key behind the text, in brackets.
+QString withoutMark(QString text) {
+    static const QRegularExpression key("\\(&?[A-Z]\\)$");
+    return text.remove(key).remove('&');
+}
+
+QString nameOf(const QWidget* widget) {
+    QAccessibleInterface* const accessible = QAccessible::queryAccessibleInterface(const_cast<QWidget*>(widget));
+    return accessible == nullptr ? QString() : withoutMark(accessible->text(QAccessible::Name));
+}
+
+bool isOperated(const QWidget* widget) {
+    return widget->focusPolicy() != Qt::NoFocus && widget->isEnabled();
+}
+
+} // namespace
+
+std::string quick(const std::string& model, const std::string& settings) {
+    return model + ",restart=150,program=150,speed=100000000" + (settings.empty() ? "" : "," + settings);
+}
+
+void useLanguage(const std::string& language) {
+    qputenv("LANGUAGE", language.c_str());
+    ++_nl_msg_cat_cntr;
+    ui::useCatalogues(ZUL_LOCALE_FOLDER);
+    if (language == "en") Bundle::setTranslator(nullptr);
+}
+
+void useColors(bool isDark) {
+    QPalette palette;
+    const QColor window = isDark ? QColor(0x20, 0x20, 0x20) : QColor(0xf0, 0xf0, 0xf0);
+    const QColor base = isDark ? QColor(0x18, 0x18, 0x18) : QColor(0xff, 0xff, 0xff);
+    const QColor text = isDark ? QColor(0xee, 0xee, 0xee) : QColor(0x10, 0x10, 0x10);
+    const QColor dim = isDark ? QColor(0x90, 0x90, 0x90) : QColor(0x70, 0x70, 0x70);
+    palette =
+        QPalette(text, window, window.lighter(130), window.darker(150), window.darker(120), text, text, base, window);
+    palette.setColor(QPalette::AlternateBase, isDark ? QColor(0x26, 0x26, 0x26) : QColor(0xf6, 0xf6, 0xf6));
+    palette.setColor(QPalette::Highlight, isDark ? QColor(0x2a, 0x6a, 0xb0) : QColor(0x30, 0x70, 0xc0));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::ToolTipText, text);
+    palette.setColor(QPalette::PlaceholderText, dim);
+    for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText}) {
+        palette.setColor(QPalette::Disabled, role, dim);
+    }
+    QApplication::setPalette(palette);
+}
+
+// ---- set-up and end -------------------------------------------------------------------------------------------------
+
+Stage::Stage(StageOptions options) {
+    useLanguage(options.language);
+    useColors(options.isDark);
+    TBUSBPrinter::forgetDeviceInfo();
+    qputenv("XDG_CONFIG_HOME", (_folder / "config").c_str());
+    SessionOptions session;
+    session.virtualPrinters = options.printers;
+    session.admittedProducts = options.admittedProducts;
+    session.firmwareArchive =
+        options.firmwareArchive.empty() && options.usesRealBus ? ZUL_SAMPLE_ARCHIVE : options.firmwareArchive;
+    if (!options.usesRealBus) session.journalFile = journalFile();
+    // Without printers the embedded bus would give way to the real one: one that is pulled out at once keeps it.
+    const bool isEmpty = options.printers.empty() && !options.usesRealBus;
+    if (isEmpty) session.virtualPrinters = {quick("VK14")};
+    _program = std::make_unique<ui::WindowProgram>(session, [this] { _hasEnded = true; });
+    const auto problem = _program->start();
+    REQUIRE_MESSAGE(!problem, (problem ? problem->message : ""));
+    window().move(20, 20);
+    if (isEmpty) bus().unplug(0);
+    window().activateWindow();
+    REQUIRE(QTest::qWaitForWindowActive(&window(), kLongestWait));
+}
+
+// The engine outlives nothing that its queues still use: they come to rest first.
+Stage::~Stage() {
+    for (const auto& printer : printers()) printer->prepareForRelease();
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget != &window()) widget->hide();
+    }
+    _program->session().endBus();
+    settle();
+    QElapsedTimer timer;
+    timer.start();
+    while (SerialQueue::liveThreads() > 0 && timer.elapsed() < kLongestWait) {
+        for (const auto& printer : printers()) printer->prepareForRelease();
+        _program->session().controller->prepareForTermination();
+        QTest::qWait(5);
+    }
+    _program.reset();
+    useColors(false);
+    useLanguage("en");
+}
+
+// ---- waiting --------------------------------------------------------------------------------------------------------
+
+void Stage::waitFor(const std::string& what, const std::function<bool()>& condition) {
+    const bool isTrue = QTest::qWaitFor(condition, kLongestWait);
+    REQUIRE_MESSAGE(isTrue, "waited for: " << what << "; shown: " << visibleText().toStdString());
+}
+
+void Stage::waitForFacts() {
+    waitFor("the printers' facts", [this] {
+        const auto all = printers();
+        return !all.empty() && std::ranges::all_of(all, [](const auto& printer) {
+            return printer->firmwareVersion() && printer->lifetimeCounter() && printer->printerStatus();
+        });
+    });
+    settle();
+}
+
+void Stage::settle() {
+    bool isDone = false;
+    auto& session = _program->session();
+    session.afterQueues(session.printers(), [&] {
+        session.afterQueues(session.printers(), [&] { session.mainQueue.async([&] { isDone = true; }); });
+    });
+    static_cast<void>(QTest::qWaitFor([&] { return isDone; }, kLongestWait));
+    QApplication::processEvents();
+}
+
+// ---- eyes -----------------------------------------------------------------------------------------------------------
+
+QWidget* Stage::find(const QString& accessibleName) const {
+    for (QWidget* widget : QApplication::allWidgets()) {
+        if (widget->isVisible() && nameOf(widget) == accessibleName && isOperated(widget)) return widget;
+    }
+    for (QWidget* widget : QApplication::allWidgets()) {
+        if (widget->isVisible() && nameOf(widget) == accessibleName) return widget;
+    }
+    return nullptr;
+}
+
+QStringList Stage::namelessControls() const {
+    QStringList found;
+    for (QWidget* widget : QApplication::allWidgets()) {
+        if (!widget->isVisible() || !isOperated(widget) || widget->isWindow()) continue;
+        if (widget->inherits("QScrollBar") || widget->inherits("QHeaderView") || widget->inherits("QLabel")) continue;
+        if (nameOf(widget).isEmpty()) found << widget->metaObject()->className() + QString(" ") + widget->objectName();
+    }
+    return found;
+}
+
+namespace {
+QTableView& tableIn(QWidget& window) {
+    return *window.findChild<QTableView*>("table");
+}
+} // namespace
+
+QString Stage::cell(int row, int column) {
+    const auto& model = *tableIn(window()).model();
+    return model.data(model.index(row, column)).toString();
+}
+
+QString Stage::accessibleCell(int row, int column) {
+    const auto& model = *tableIn(window()).model();
+    return model.data(model.index(row, column), Qt::AccessibleTextRole).toString();
+}
+
+int Stage::rows() {
+    return tableIn(window()).model()->rowCount();
+}
+
+int Stage::highlightedRow() {
+    const auto rows = tableIn(window()).selectionModel()->selectedRows();
+    return rows.isEmpty() ? -1 : rows.first().row();
+}
+
+std::optional<ShownAlert> Stage::alert() const {
+    ShownAlert shown;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        auto* const box = qobject_cast<QMessageBox*>(widget);
+        if (box == nullptr || !box->isVisible()) continue;
+        if (shown.box == nullptr || box->windowModality() == Qt::ApplicationModal) shown.box = box;
+    }
+    if (shown.box == nullptr) return std::nullopt;
+    shown.title = shown.box->text();
+    shown.message = shown.box->informativeText();
+    auto buttons = shown.box->buttons();
+    std::ranges::sort(buttons, {}, [](const QAbstractButton* button) { return button->x(); });
+    for (const QAbstractButton* button : buttons) {
+        shown.buttons << withoutMark(button->text());
+        if (static_cast<const QPushButton*>(button)->isDefault()) shown.defaultButton = withoutMark(button->text());
+    }
+    if (shown.box->checkBox() != nullptr) shown.checkBox = withoutMark(shown.box->checkBox()->text());
+    shown.isModal = shown.box->windowModality() == Qt::ApplicationModal;
+    shown.hasPicture = !shown.box->iconPixmap().isNull();
+    return shown;
+}
+
+ShownAlert Stage::waitForAlert(const QString& title) {
+    waitFor("the alert \"" + title.toStdString() + "\"", [&] {
+        const auto shown = alert();
+        return shown && shown->title == title;
+    });
+    ShownAlert shown = *alert();
+    // Keys go to the window that the desktop has made the active one.
+    shown.box->activateWindow();
+    REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
+    return shown;
+}
+
+QString Stage::visibleText() const {
+    QStringList texts;
+    for (QWidget* widget : QApplication::allWidgets()) {
+        if (!widget->isVisible()) continue;
+        if (const auto* label = qobject_cast<QLabel*>(widget)) texts << label->text();
+        if (const auto* button = qobject_cast<QAbstractButton*>(widget)) texts << withoutMark(button->text());
+        if (const auto* bar = qobject_cast<QProgressBar*>(widget)) texts << bar->text();
+        if (const auto* text = qobject_cast<QTextEdit*>(widget)) texts << text->toPlainText();
+    }
+    return texts.join('\n');
+}
+
+void Stage::screenshot(const QString& name) {
+    QTest::qWait(50); // the server paints on its own time
+    QDir().mkpath(ZUL_SCREENSHOTS);
+    const QString suffix = qApp->devicePixelRatio() > 1 ? "@2x" : "";
+    const QPixmap screen = QGuiApplication::primaryScreen()->grabWindow(0);
+    CHECK(screen.save(QString(ZUL_SCREENSHOTS "/") + name + suffix + ".png"));
+}
+
+// ---- hands ----------------------------------------------------------------------------------------------------------
+
+void Stage::click(const QString& accessibleName) {
+    waitFor(accessibleName.toStdString() + " can be clicked", [&] {
+        const QWidget* widget = find(accessibleName);
+        return widget != nullptr && widget->isEnabled();
+    });
+    QWidget* const widget = find(accessibleName);
+    // A check box answers to a click on its box, at its left end.
+    const QPoint place = qobject_cast<QCheckBox*>(widget) ? QPoint(10, widget->height() / 2) : widget->rect().center();
+    QTest::mouseClick(widget, Qt::LeftButton, Qt::NoModifier, place);
+    QApplication::processEvents();
+}
+
+void Stage::clickRow(int row) {
+    QTableView& table = tableIn(window());
+    QTest::mouseClick(table.viewport(), Qt::LeftButton, Qt::NoModifier,
+                      table.visualRect(table.model()->index(row, 1)).center());
+    QApplication::processEvents();
+}
+
+void Stage::press(Qt::Key key, Qt::KeyboardModifiers modifiers) {
+    const auto shown = alert();
+    const QWidget* const front = shown ? static_cast<QWidget*>(shown->box) : &window();
+    waitFor("the focus", [&] { return QApplication::focusWidget() && QApplication::activeWindow() == front; });
+    QWidget* const focus = QApplication::focusWidget();
+    QTest::keyClick(focus, key, modifiers);
+    QApplication::processEvents();
+}
+
+void Stage::tabTo(const QString& accessibleName) {
+    for (int i = 0; i < 50; ++i) {
+        if (QApplication::focusWidget() != nullptr && nameOf(QApplication::focusWidget()) == accessibleName) return;
+        press(Qt::Key_Tab);
+    }
+    FAIL("the keyboard does not reach " << accessibleName.toStdString());
+}
+
+void Stage::answer(const QString& button) {
+    const auto shown = alert();
+    REQUIRE(shown);
+    for (QAbstractButton* one : shown->box->buttons()) {
+        if (withoutMark(one->text()) != button) continue;
+        REQUIRE(one->isEnabled());
+        QTest::mouseClick(one, Qt::LeftButton);
+        waitFor("the alert to go", [this, box = QPointer(shown->box)] { return !box || !box->isVisible(); });
+        return;
+    }
+    FAIL("the alert has no button " << button.toStdString());
+}
+
+void Stage::triggerMenu(const QString& menu, const QString& item) {
+    for (QAction* top : window().menuBar()->actions()) {
+        if (withoutMark(top->text()) != menu) continue;
+        QList<QAction*> actions = top->menu()->actions();
+        for (qsizetype i = 0; i < actions.size(); ++i) {
+            if (actions[i]->menu() != nullptr) actions << actions[i]->menu()->actions();
+            if (withoutMark(actions[i]->text()) != item) continue;
+            REQUIRE(actions[i]->isEnabled());
+            actions[i]->trigger();
+            QApplication::processEvents();
+            return;
+        }
+    }
+    FAIL("no menu item " << menu.toStdString() << " / " << item.toStdString());
+}
+
+} // namespace zul::test

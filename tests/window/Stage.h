@@ -1,0 +1,117 @@
+// The window on a real display with embedded printers, and an operator who finds everything by its accessible name.
+#pragma once
+
+#include "support/TemporaryFolder.h"
+#include "ui/WindowProgram.h"
+
+#include <QApplication>
+#include <QPoint>
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+#include <Qt>
+#include <cstdlib>
+#include <doctest/doctest.h>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+class QMessageBox;
+
+namespace zul::test {
+
+/// A printer that restarts and flashes as fast as the machine can; more settings may follow.
+std::string quick(const std::string& model, const std::string& settings = {});
+
+struct StageOptions {
+    std::vector<std::string> printers;
+    std::set<std::uint16_t> admittedProducts = {};
+    std::string firmwareArchive = {}; // empty: the sample archive
+    std::string language = "en";
+    bool isDark = false;
+    bool usesRealBus = false;
+};
+
+/// An alert as it stands on the screen.
+struct ShownAlert {
+    QMessageBox* box = nullptr;
+    QString title;
+    QString message;
+    QStringList buttons; // from left to right
+    QString defaultButton;
+    QString checkBox;     // its title; empty when there is none
+    bool isModal = false; // the whole application waits for it
+    bool hasPicture = false;
+};
+
+class Stage {
+  public:
+    explicit Stage(StageOptions options);
+    ~Stage();
+
+    ui::WindowProgram& program() { return *_program; }
+    ui::MainWindow& window() { return _program->window(); }
+    VirtualBus& bus() { return *_program->session().virtualBus(); }
+    std::vector<Session::Printer> printers() { return _program->session().printers(); }
+    /// The program has asked its loop to end.
+    bool hasEnded() const { return _hasEnded; }
+    const TemporaryFolder& folder() const { return _folder; }
+    /// What the embedded printers saw, one JSON object per line.
+    std::filesystem::path journalFile() const { return _folder / "journal"; }
+
+    /// Lets the window live until condition holds; fails with what it waited for when that takes too long.
+    void waitFor(const std::string& what, const std::function<bool()>& condition);
+    /// Until every printer's facts are there and nothing is asked any more.
+    void waitForFacts();
+    /// Lets everything that is queued run.
+    void settle();
+
+    // ---- the operator's eyes ----------------------------------------------------------------------------------------
+    /// The visible widget with this accessible name; null when there is none.
+    QWidget* find(const QString& accessibleName) const;
+    /// The same of this class; fails when there is none.
+    template <class Widget> Widget& findA(const QString& accessibleName) const {
+        for (QWidget* widget : QApplication::allWidgets()) {
+            auto* const found = qobject_cast<Widget*>(widget);
+            if (found != nullptr && found->isVisible() && found->accessibleName() == accessibleName) return *found;
+        }
+        FAIL("nothing is called " << accessibleName.toStdString());
+        std::abort();
+    }
+    /// Accessible names of the visible widgets that can be operated and have none.
+    QStringList namelessControls() const;
+    QString cell(int row, int column);
+    QString accessibleCell(int row, int column);
+    int rows();
+    int highlightedRow();
+    std::optional<ShownAlert> alert() const;
+    ShownAlert waitForAlert(const QString& title);
+    /// Everything that the window shows, joined.
+    QString visibleText() const;
+    void screenshot(const QString& name);
+
+    // ---- the operator's hands ---------------------------------------------------------------------------------------
+    void click(const QString& accessibleName);
+    void clickRow(int row);
+    /// A key for whatever has the focus.
+    void press(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
+    /// Tabs until the widget with this name has the focus.
+    void tabTo(const QString& accessibleName);
+    /// Clicks the button in the alert that is shown, and waits until the alert has gone.
+    void answer(const QString& button);
+    void triggerMenu(const QString& menu, const QString& item);
+
+  private:
+    TemporaryFolder _folder;
+    bool _hasEnded = false;
+    std::unique_ptr<ui::WindowProgram> _program;
+};
+
+/// Texts from now on in this language ("en": as in the code).
+void useLanguage(const std::string& language);
+/// The colours of a dark or a light desktop.
+void useColors(bool isDark);
+
+} // namespace zul::test

@@ -1,0 +1,137 @@
+// What an operator sees without doing anything: the table, the details, the empty window, printers that come and go.
+#include "window/Stage.h"
+
+#include "platform/foundation/UserDefaults.h"
+#include "ui/PrinterTableModel.h"
+#include "virtual_printer/VirtualBus.h"
+
+#include <QHeaderView>
+#include <QMenuBar>
+#include <QTableView>
+#include <QTextEdit>
+#include <doctest/doctest.h>
+
+namespace zul::test {
+
+namespace {
+
+using Model = ui::PrinterTableModel;
+
+QString detailsText(Stage& stage) {
+    return stage.findA<QTextEdit>("Details of the selected printer").toPlainText();
+}
+
+} // namespace
+
+TEST_CASE("two attached printers are two rows with all their facts") {
+    Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222,lifetime=1234")}});
+    stage.waitForFacts();
+    REQUIRE(stage.rows() == 2);
+    CHECK(stage.cell(0, Model::model) == "ZUL VK14");
+    CHECK(stage.accessibleCell(0, Model::picture) == "ZUL VK14");
+    CHECK(stage.cell(0, Model::serialNumber) == "111111");
+    CHECK(stage.cell(1, Model::serialNumber) == "222222");
+    CHECK(stage.cell(0, Model::status) == "Idle");
+    CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.60");
+    CHECK(stage.cell(0, Model::offeredFirmware) == "VK14 01.61");
+    CHECK(stage.cell(0, Model::colorTables) == "0160");
+    CHECK(stage.cell(1, Model::lifetimeCounter) == "1234");
+    CHECK(stage.cell(0, Model::usbSerialNumber) == "Unavailable");
+    CHECK(stage.visibleText().contains("2 printers attached"));
+    CHECK(stage.visibleText().contains("2.06 (build "));
+    CHECK(stage.window().windowTitle() == "ZUL Printer Utility");
+    stage.screenshot("two-printers");
+}
+
+TEST_CASE("the details of a printer with many color tables name every table and checksum") {
+    Stage stage({.printers = {quick("VK28")}, .admittedProducts = {0x9001}});
+    stage.waitForFacts();
+    stage.waitFor("the last checksum", [&] { return detailsText(stage).contains("Checksum of color table 620 HD"); });
+    const QString details = detailsText(stage);
+    for (const char* table : {"Color table\n", "Color table 600\n", "Color table 610\n", "Color table 620\n",
+                              "Color table 300 HD\n", "Color table 600 HD\n", "Color table 610 HD\n",
+                              "Color table 620 HD\n", "1284 device ID\n", "Location\n1-1", "USB vendor\n"}) {
+        CHECK_MESSAGE(details.contains(table), table << " in " << details.toStdString());
+    }
+    CHECK(stage.cell(0, Model::colorTables).contains("620HD: "));
+    stage.screenshot("many-tables");
+}
+
+TEST_CASE("a window without printers says what to do") {
+    Stage stage({.printers = {}});
+    stage.waitFor("the empty page",
+                  [&] { return stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."); });
+    CHECK(stage.visibleText().contains("0 printers attached"));
+    stage.screenshot("empty");
+}
+
+TEST_CASE("a printer that is pulled out leaves the table and comes back with its facts") {
+    Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
+    stage.waitForFacts();
+    stage.bus().unplug(0);
+    stage.waitFor("one row", [&] { return stage.rows() == 1; });
+    CHECK(stage.cell(0, Model::serialNumber) == "222222");
+    CHECK(stage.highlightedRow() == 0);
+    stage.bus().plug(0);
+    stage.waitFor("two rows", [&] { return stage.rows() == 2; });
+    stage.waitForFacts();
+    CHECK(stage.cell(1, Model::serialNumber) == "111111");
+    stage.bus().unplug(0);
+    stage.bus().unplug(1);
+    stage.waitFor("the empty page", [&] { return stage.visibleText().contains("Connect a ZUL printer"); });
+    CHECK(stage.window().selection() == nullptr);
+}
+
+TEST_CASE("a printer that may not be opened is told with its node and what to do") {
+    Stage stage({.printers = {}});
+    PrinterEvent event;
+    event.kind = PrinterEvent::Kind::notPermitted;
+    event.location = "1-7";
+    event.text = "/dev/bus/usb/001/009";
+    stage.program().session().events.printerEvent(event);
+    stage.waitFor("the notice", [&] { return stage.visibleText().contains("/dev/bus/usb/001/009"); });
+    CHECK(stage.visibleText().contains("70-zul-printer-utility.rules"));
+    stage.screenshot("no-right");
+}
+
+TEST_CASE("a model that is not admitted is told with the option that admits it") {
+    Stage stage({.printers = {quick("VK28")}});
+    stage.waitFor("the notice", [&] { return stage.visibleText().contains("--admit-product 0x9001"); });
+    CHECK(stage.rows() == 0);
+}
+
+TEST_CASE("the widths and the order of the columns are remembered") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    auto& header = *stage.window().findChild<QTableView*>("table")->horizontalHeader();
+    header.resizeSection(Model::status, 222);
+    header.moveSection(header.visualIndex(Model::serialNumber), 1);
+    stage.window().close();
+    CHECK(stage.hasEnded());
+    auto& session = stage.program().session();
+    ui::AlertPresenter alerts;
+    ui::WindowApplication application([] {});
+    ui::MainWindow second(session, alerts, application);
+    auto& again = *second.findChild<QTableView*>("table")->horizontalHeader();
+    CHECK(again.sectionSize(Model::status) == 222);
+    CHECK(again.visualIndex(Model::serialNumber) == 1);
+}
+
+TEST_CASE("every control has a name for a screen reader and can be reached with the keyboard") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    CHECK(stage.namelessControls().join(", ").toStdString() == "");
+    stage.window().findChild<QTableView*>("table")->setFocus();
+    stage.tabTo("Details of the selected printer");
+    stage.tabTo("Printers");
+    for (const QAction* top : stage.window().menuBar()->actions()) {
+        for (const QAction* action : top->menu()->actions()) {
+            if (action->isSeparator() || action->menu() != nullptr) continue;
+            CHECK_MESSAGE(!action->toolTip().isEmpty(), action->text().toStdString());
+            CHECK_MESSAGE((!action->shortcut().isEmpty() || action->objectName() == "actionAbout"),
+                          action->text().toStdString());
+        }
+    }
+}
+
+} // namespace zul::test

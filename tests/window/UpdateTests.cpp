@@ -1,0 +1,241 @@
+// The whole update as the operator does it, and what the window shows while it runs and when it stalls.
+#include "window/Stage.h"
+
+#include "ui/PrinterTableModel.h"
+#include "virtual_printer/VirtualBus.h"
+
+#include <QAction>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <doctest/doctest.h>
+
+namespace zul::test {
+
+namespace {
+
+using Model = ui::PrinterTableModel;
+using std::chrono::milliseconds;
+
+const QString kConfirmTitle = "-- Warning --\n\nAre you certain you want to update the firmware?";
+const QString kSuccessTitle = "Firmware update was successful!";
+
+ui::FollowedUpdate onlyUpdate(Stage& stage) {
+    const auto& updates = stage.window().follower().updates();
+    REQUIRE(updates.size() == 1);
+    return updates.begin()->second;
+}
+
+void agreeAndConfirm(Stage& stage, const QString& offered) {
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert(kConfirmTitle);
+    stage.answer("Update Firmware to " + offered);
+}
+
+QAction& updateAction(Stage& stage) {
+    return *stage.window().findChild<QAction*>("actionUpdate");
+}
+
+} // namespace
+
+TEST_CASE("an update with the mouse goes from the button to the report and leaves the new version in the table") {
+    Stage stage({.printers = {quick("VK14", "serial=111111")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    const auto agreement = stage.waitForAlert("Attention:");
+    CHECK(agreement.message ==
+          "This update tool will upgrade the printer firmware to version VK14 01.61. This process cannot be undone");
+    stage.screenshot("agreement");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert(kConfirmTitle);
+    stage.screenshot("confirmation");
+    stage.answer("Update Firmware to VK14 01.61");
+    const auto report = stage.waitForAlert(kSuccessTitle);
+    CHECK(report.message == "Firmware version updated from VK14 01.60 to VK14 01.61");
+    stage.screenshot("report");
+    stage.answer("Finish");
+    stage.settle();
+    CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.61");
+    CHECK(stage.cell(0, Model::colorTables) == "0161");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
+    CHECK(stage.window().follower().now() >= onlyUpdate(stage).endedAt);
+    stage.click("Close this report");
+    stage.waitFor("the report to go", [&] { return stage.window().follower().updates().empty(); });
+    CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
+}
+
+TEST_CASE("an update needs nothing but the keyboard") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.window().findChild<QWidget*>("table")->setFocus();
+    stage.press(Qt::Key_U, Qt::ControlModifier);
+    stage.waitForAlert("Attention:");
+    stage.tabTo("I Agree");
+    stage.press(Qt::Key_Space);
+    stage.tabTo("Continue");
+    stage.press(Qt::Key_Space);
+    stage.waitForAlert(kConfirmTitle);
+    stage.tabTo("Update Firmware to VK14 01.61");
+    stage.press(Qt::Key_Space);
+    stage.waitForAlert(kSuccessTitle);
+    stage.press(Qt::Key_Return);
+    stage.waitFor("the alert to go", [&] { return !stage.alert(); });
+    CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.61");
+}
+
+TEST_CASE("the window follows an update through its steps and both restarts") {
+    Stage stage({.printers = {"VK14,restart=600,program=600,speed=1500000"}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    std::vector<std::string> steps;
+    double furthest = 0;
+    bool hasSeenBytes = false;
+    bool wasDisabled = false;
+    stage.waitFor("the report", [&] {
+        const auto& update = stage.window().follower().updates().begin()->second;
+        const std::string step = std::to_string(static_cast<int>(update.state.phase));
+        if (steps.empty() || steps.back() != step) steps.push_back(step);
+        CHECK(ui::shareDone(update.state) >= furthest);
+        furthest = ui::shareDone(update.state);
+        if (update.state.phase == UpdatePhase::writing && update.state.bytesDone > 0 && !hasSeenBytes) {
+            const auto* bar = stage.window().findChild<QProgressBar*>();
+            hasSeenBytes = bar->text().contains(" of ");
+            wasDisabled = !updateAction(stage).isEnabled();
+            if (hasSeenBytes) stage.screenshot("update-under-way");
+        }
+        const auto shown = stage.alert();
+        return shown && shown->title == kSuccessTitle;
+    });
+    CHECK(hasSeenBytes);
+    CHECK(wasDisabled);
+    for (const UpdatePhase phase :
+         {UpdatePhase::loaderGone, UpdatePhase::writing, UpdatePhase::restarting, UpdatePhase::done}) {
+        CHECK_MESSAGE(std::ranges::count(steps, std::to_string(static_cast<int>(phase))) > 0, static_cast<int>(phase));
+    }
+    stage.answer("Finish");
+    stage.settle();
+    CHECK(stage.visibleText().contains("✓ Color table 2 of 2"));
+    CHECK(updateAction(stage).isEnabled());
+}
+
+TEST_CASE("two printers are updated at the same time, each with a report of its own") {
+    Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222,program=600")}});
+    stage.waitForFacts();
+    for (const int row : {1, 0}) {
+        stage.printers().at(static_cast<std::size_t>(row))->getPrinterFirmwareVersion(); // it becomes the selected one
+        stage.waitFor("the row", [&] { return stage.highlightedRow() == row; });
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+    }
+    for (int report = 0; report < 2; ++report) {
+        stage.waitForAlert(kSuccessTitle);
+        stage.screenshot("two-reports");
+        stage.answer("Finish");
+    }
+    stage.settle();
+    REQUIRE(stage.window().follower().updates().size() == 2);
+    for (const auto& [key, update] : stage.window().follower().updates()) {
+        CHECK(update.end == ui::FollowedUpdate::End::succeeded);
+    }
+    CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.61");
+    CHECK(stage.cell(1, Model::installedFirmware) == "VK14 01.61");
+}
+
+TEST_CASE("a cancelled update says that nothing was changed") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert(kConfirmTitle);
+    stage.press(Qt::Key_Escape);
+    stage.waitFor("the result",
+                  [&] { return stage.visibleText().contains("Not updated. Nothing was changed in the printer."); });
+    CHECK(updateAction(stage).isEnabled());
+    CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.60");
+}
+
+TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
+    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
+    stage.waitForFacts();
+    stage.window().follower().setPatience(milliseconds(700));
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("advice", [&] {
+        return stage.visibleText().contains("The printer has not come back as its loader. Leave it switched on");
+    });
+    stage.screenshot("stalled");
+    stage.bus().plug(0);
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK_FALSE(onlyUpdate(stage).isStalled);
+}
+
+TEST_CASE("an update that stalls may be started again") {
+    Stage stage({.printers = {quick("VK14", "fault=silence@STATUS#4")}});
+    stage.waitForFacts();
+    stage.window().follower().setPatience(milliseconds(500));
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitFor("a stalled or a confirmed update",
+                  [&] { return onlyUpdate(stage).isStalled || stage.alert().has_value(); });
+    if (onlyUpdate(stage).isStalled) CHECK(updateAction(stage).isEnabled());
+}
+
+TEST_CASE("an image that does not go through is not called a success") {
+    Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
+    stage.waitForFacts();
+    stage.window().follower().setPatience(milliseconds(700));
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("advice", [&] { return stage.visibleText().contains("still in firmware update mode"); });
+    CHECK(onlyUpdate(stage).end != ui::FollowedUpdate::End::succeeded);
+    CHECK(updateAction(stage).isEnabled());
+}
+
+TEST_CASE("a printer found in its loader is updated from its own alert and followed like any other") {
+    Stage stage({.printers = {quick("VK14", "mode=loader")}});
+    stage.waitFor("its status", [&] {
+        return !stage.printers().empty() && stage.printers()[0]->printerStatus() == "Firmware Update Mode";
+    });
+    stage.settle();
+    stage.bus().unplug(0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
+    stage.bus().plug(0);
+    stage.waitForAlert("Attention:");
+    stage.answer("Update Firmware");
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+}
+
+TEST_CASE("\"Quit\" in the agreement ends the program") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.answer("Quit");
+    CHECK(stage.hasEnded());
+}
+
+TEST_CASE("quitting in the middle of an update ends at once") {
+    Stage stage({.printers = {"VK14,restart=3000,program=3000"}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    stage.triggerMenu("File", "Quit");
+    CHECK(stage.hasEnded());
+}
+
+} // namespace zul::test
