@@ -17,6 +17,7 @@ namespace zul::ui {
 namespace {
 
 constexpr int kPictureSize = 64;
+constexpr int kTextWidth = 28; // in letters: lines that read well
 
 } // namespace
 
@@ -117,7 +118,9 @@ QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
     box->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
     box->setText(qtext(alert.messageText));
     box->setInformativeText(qtext(alert.informativeText));
-    box->setStyleSheet("QLabel#qt_msgbox_label { font-weight: bold; }");
+    box->setStyleSheet(QString("QLabel#qt_msgbox_label { font-weight: bold; min-width: %1em; }"
+                               "QLabel#qt_msgbox_informativelabel { min-width: %1em; }")
+                           .arg(kTextWidth));
     const QIcon picture = pictureNamed(qtext(alert.iconName), _window->palette());
     if (!picture.isNull()) {
         box->setIconPixmap(alert.style == AlertStyle::critical

@@ -93,7 +93,7 @@ void MainWindow::setUpTable() {
     header.setStretchLastSection(true);
     header.setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     header.setAccessibleName(localized(operatorText("Columns")));
-    constexpr std::array<int, PrinterTableModel::columns> kWidths = {64, 110, 110, 150, 110, 130, 150, 120, 120};
+    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 125, 120, 130};
     for (int column = 0; column < PrinterTableModel::columns; ++column) {
         header.resizeSection(column, kWidths[static_cast<std::size_t>(column)]);
     }

@@ -45,6 +45,7 @@ void PrinterTable::showRow(int row) {
     if (_view.currentIndex().row() != row) {
         selection.setCurrentIndex(_model.index(row, column), QItemSelectionModel::NoUpdate);
     }
+    _view.scrollTo(_model.index(row, column));
 }
 
 void PrinterTable::mirrorRow(int row) {

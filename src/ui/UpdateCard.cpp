@@ -108,13 +108,13 @@ UpdateCard::UpdateCard(QWidget* parent) : QFrame(parent) {
     all->addWidget(_times);
 }
 
-void UpdateCard::makeSteps(QLayout& layout) {
+void UpdateCard::makeSteps(QBoxLayout& layout) {
     for (QLabel*& step : _steps) {
         step = new QLabel(this);
         step->setTextFormat(Qt::PlainText);
         step->setWordWrap(true);
         step->setAlignment(Qt::AlignTop | Qt::AlignLeft);
-        layout.addWidget(step);
+        layout.addWidget(step, 1); // all as wide
     }
 }
 
@@ -192,8 +192,9 @@ void UpdateCard::showTimes(const FollowedUpdate& update, Clock::TimePoint now) {
                                     static_cast<unsigned long>(std::max(silent, 0LL))));
     _times->setText(elapsed + " · " + sign);
     if (update.end == End::none) {
-        const std::string words = describeState(update.state, now);
-        _stateLine->setText(qtext(words));
+        QString words = qtext(describeState(update.state, now));
+        words.replace(0, 1, words.at(0).toUpper()); // it stands alone here
+        _stateLine->setText(words);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <QFrame>
 #include <array>
 
+class QBoxLayout;
 class QLabel;
 class QProgressBar;
 class QToolButton;
@@ -28,7 +29,7 @@ class UpdateCard final : public QFrame {
 
   private:
     static constexpr std::size_t kSteps = 7;
-    void makeSteps(class QLayout& layout);
+    void makeSteps(QBoxLayout& layout);
     void showSteps(const FollowedUpdate& update);
     void showProgress(const FollowedUpdate& update);
     void showTimes(const FollowedUpdate& update, Clock::TimePoint now);
