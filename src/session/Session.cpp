@@ -77,14 +77,14 @@ void EventRouter::printerEvent(const PrinterEvent& event) {
     _session.monitor.printerEvent(event);
 }
 
-Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application)
-    : defaults(UserDefaults::standardFile()), bundle(Bundle::mainBundle(options.firmwareArchive)),
-      monitor(clock,
-              [this](const std::string& key) {
-                  mainQueue.async([this, key] {
-                      if (updateChanged) updateChanged(key);
-                  });
-              }),
+Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* givenClock)
+    : clock(givenClock != nullptr ? *givenClock : _machineClock), defaults(UserDefaults::standardFile()),
+      bundle(Bundle::mainBundle(options.firmwareArchive)), monitor(clock,
+                                                                   [this](const std::string& key) {
+                                                                       mainQueue.async([this, key] {
+                                                                           if (updateChanged) updateChanged(key);
+                                                                       });
+                                                                   }),
       environment{.mainQueue = mainQueue,
                   .clock = clock,
                   .registry = registry,

@@ -45,7 +45,8 @@ class Session {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
 
-    Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application);
+    /// clock: the machine's own when null; a given one must outlive the session.
+    Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* clock = nullptr);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -76,7 +77,11 @@ class Session {
     /// The embedded printers; null on the real bus.
     VirtualBus* virtualBus() const { return _virtualBus; }
 
-    RealClock clock;
+  private:
+    RealClock _machineClock;
+
+  public:
+    Clock& clock;
     MainQueue mainQueue{clock};
     ServiceRegistry registry;
     UserDefaults defaults;

@@ -7,6 +7,7 @@
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QEvent>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <algorithm>
@@ -17,7 +18,7 @@ namespace zul::ui {
 namespace {
 
 constexpr int kPictureSize = 64;
-constexpr int kTextWidth = 28; // in letters: lines that read well
+constexpr int kTextWidth = 50; // in letters: lines that read well
 
 } // namespace
 
@@ -75,6 +76,17 @@ int AlertPresenter::pendingFor(const std::string& printerKey) const {
     return static_cast<int>(std::ranges::count_if(_sheets, isOfPrinter) + std::ranges::count_if(_modals, isOfPrinter));
 }
 
+void AlertPresenter::dismissAll() {
+    _sheets.clear();
+    _modals.clear();
+    _isSheetShown = false;
+    if (!_window) return;
+    for (QMessageBox* box : _window->findChildren<QMessageBox*>()) {
+        box->disconnect(this);
+        delete box;
+    }
+}
+
 void AlertPresenter::showNext() {
     if (_isSheetShown || _sheets.empty() || !_window) return;
     _isSheetShown = true;
@@ -107,6 +119,23 @@ void AlertPresenter::show(AlertDescription alert, std::function<void()> whenAnsw
 
 // ---- the box --------------------------------------------------------------------------------------------------------
 
+namespace {
+
+// The toolkit's box has no title of its own and wraps early.
+void styleTexts(QMessageBox& box) {
+    const int width = box.fontMetrics().averageCharWidth() * kTextWidth;
+    for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
+        auto* const label = box.findChild<QLabel*>(name);
+        if (label == nullptr) continue;
+        label->setMinimumWidth(width);
+        QFont font = label->font();
+        font.setBold(qstrcmp(name, "qt_msgbox_label") == 0);
+        label->setFont(font);
+    }
+}
+
+} // namespace
+
 QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
     auto* const box = new QMessageBox(_window);
     box->setObjectName("alert");
@@ -118,9 +147,7 @@ QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
     box->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
     box->setText(qtext(alert.messageText));
     box->setInformativeText(qtext(alert.informativeText));
-    box->setStyleSheet(QString("QLabel#qt_msgbox_label { font-weight: bold; min-width: %1em; }"
-                               "QLabel#qt_msgbox_informativelabel { min-width: %1em; }")
-                           .arg(kTextWidth));
+    styleTexts(*box);
     const QIcon picture = pictureNamed(qtext(alert.iconName), _window->palette());
     if (!picture.isNull()) {
         box->setIconPixmap(alert.style == AlertStyle::critical

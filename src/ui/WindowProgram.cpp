@@ -2,12 +2,16 @@
 
 namespace zul::ui {
 
-WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end)
-    : _application(std::move(end)), _session(std::make_unique<Session>(std::move(options), _alerts, _application)),
+WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock)
+    : _application(std::move(end)),
+      _session(std::make_unique<Session>(std::move(options), _alerts, _application, clock)),
       _loop(std::make_unique<LoopBinding>(_session->mainQueue)),
       _window(std::make_unique<MainWindow>(*_session, _alerts, _application)) {}
 
-WindowProgram::~WindowProgram() = default;
+// Alerts hold printers, and those use the session.
+WindowProgram::~WindowProgram() {
+    _alerts.dismissAll();
+}
 
 std::optional<SessionProblem> WindowProgram::start() {
     if (auto problem = _session->startSession(_window->outlets())) return problem;

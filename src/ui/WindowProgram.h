@@ -13,8 +13,8 @@ namespace zul::ui {
 
 class WindowProgram {
   public:
-    /// end leaves the event loop.
-    WindowProgram(SessionOptions options, std::function<void()> end);
+    /// end leaves the event loop. clock: the machine's own when null.
+    WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock = nullptr);
     ~WindowProgram();
 
     /// Finds the printers and shows the window; the problem that prevents it, or nothing.

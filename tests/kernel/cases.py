@@ -1,5 +1,6 @@
 #!/usr/bin/python3
 """Runs in the test guest: every case in the order of its file, each reported on a line of its own."""
+import shutil
 import sys
 
 sys.dont_write_bytecode = True
@@ -13,5 +14,9 @@ if arguments.zulctl:
     import cases_zulctl  # noqa: F401
 else:
     print("kernel: there is no zulctl yet, its cases are left out")
+if arguments.window_tests and shutil.which("Xvfb"):
+    import cases_window  # noqa: F401
+else:
+    print("kernel: there is no window or no Xvfb, its case is left out")
 
 sys.exit(lab.main(arguments))

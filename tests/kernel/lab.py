@@ -79,6 +79,7 @@ class Gadget:
 class Lab:
     def __init__(self, arguments):
         self.vkgadget, self.zulctl_path = arguments.vkgadget, arguments.zulctl
+        self.window_tests, self.on_display = arguments.window_tests, arguments.on_display
         self.archive = arguments.firmware_archive
         self.folder = pathlib.Path.cwd()
         self.log_file = None
@@ -125,6 +126,8 @@ def parsed_arguments():
     parser = argparse.ArgumentParser()
     parser.add_argument("--vkgadget", required=True)
     parser.add_argument("--zulctl", help="without it the cases of zulctl are left out")
+    parser.add_argument("--window-tests", help="without it the case of the window is left out")
+    parser.add_argument("--on-display", help="what runs them on a display of its own")
     parser.add_argument("--firmware-archive", required=True)
     parser.add_argument("--only", type=int, action="append", help="number of a case; repeatable")
     return parser.parse_args()

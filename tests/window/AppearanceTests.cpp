@@ -46,7 +46,8 @@ TEST_CASE("the main states in light and in dark") {
         const QString suffix = isDark ? "-dark" : "-light";
         Stage stage({.printers = {quick("VK14"), quick("VK18"), quick("VK-RZ7"), quick("VK26"), quick("VK28")},
                      .admittedProducts = {4, 5, 8, 0x8B01, 0x9001},
-                     .isDark = isDark});
+                     .isDark = isDark,
+                     .speed = 10});
         stage.waitForFacts();
         CHECK(stage.rows() == 5);
         stage.screenshot("all-models" + suffix);

@@ -34,7 +34,7 @@ TEST_CASE("menus, headers, alerts and the update speak the operator's language")
                              {"ja", "注意：", "同意する", "終了", "ファームウェアを更新…", "ステータス"}};
     for (const Wanted& one : wanted) {
         CAPTURE(one.language);
-        Stage stage({.printers = {quick("VK14")}, .language = one.language});
+        Stage stage({.printers = {quick("VK14")}, .language = one.language, .speed = 10});
         stage.waitForFacts();
         const auto& table = *stage.window().findChild<QTableView*>("table");
         CHECK(table.model()->headerData(ui::PrinterTableModel::status, Qt::Horizontal).toString() == one.status);

@@ -41,7 +41,7 @@ void updateOnce(Stage& stage) {
 } // namespace
 
 TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descriptor or printer behind") {
-    Stage stage({.printers = {"VK14,restart=20,program=20,speed=1000000000"}});
+    Stage stage({.printers = {"VK14,restart=20,program=20,speed=1000000000"}, .speed = 20});
     stage.waitForFacts();
     updateOnce(stage); // what is made once stands from here on
     stage.bus().unplug(0);
@@ -64,10 +64,12 @@ TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descripto
     }
     stage.bus().unplug(0);
     stage.waitFor("no rows", [&] { return stage.rows() == 0; });
-    stage.waitFor("the same holdings", [&] {
-        const Holdings now = holdings();
-        return now.threads == before.threads && now.descriptors == before.descriptors && now.queues == before.queues;
-    });
+    // A thread that has ended is counted by the system for a moment.
+    static_cast<void>(QTest::qWaitFor([&] { return holdings().threads <= before.threads; }, 10'000));
+    const Holdings after = holdings();
+    CHECK(after.queues == before.queues);
+    CHECK(after.threads <= before.threads);
+    CHECK(after.descriptors <= before.descriptors);
     for (const auto& printer : seen) CHECK(printer.expired());
 }
 

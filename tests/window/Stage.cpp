@@ -13,6 +13,7 @@
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -95,21 +96,25 @@ Stage::Stage(StageOptions options) {
     // Without printers the embedded bus would give way to the real one: one that is pulled out at once keeps it.
     const bool isEmpty = options.printers.empty() && !options.usesRealBus;
     if (isEmpty) session.virtualPrinters = {quick("VK14")};
-    _program = std::make_unique<ui::WindowProgram>(session, [this] { _hasEnded = true; });
+    if (options.speed > 1) _clock = std::make_unique<QuickClock>(options.speed);
+    _program = std::make_unique<ui::WindowProgram>(
+        session, [this] { _hasEnded = true; }, _clock.get());
     const auto problem = _program->start();
     REQUIRE_MESSAGE(!problem, (problem ? problem->message : ""));
     window().move(20, 20);
     if (isEmpty) bus().unplug(0);
-    window().activateWindow();
-    REQUIRE(QTest::qWaitForWindowActive(&window(), kLongestWait));
+    REQUIRE(QTest::qWaitFor(
+        [this] {
+            window().activateWindow();
+            return window().isActiveWindow();
+        },
+        kLongestWait));
 }
 
 // The engine outlives nothing that its queues still use: they come to rest first.
 Stage::~Stage() {
     for (const auto& printer : printers()) printer->prepareForRelease();
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (widget != &window()) widget->hide();
-    }
+    _program->alerts().dismissAll(); // they hold printers
     _program->session().endBus();
     settle();
     QElapsedTimer timer;
@@ -229,6 +234,13 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     // Keys go to the window that the desktop has made the active one.
     shown.box->activateWindow();
     REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
+    // Nobody clicks before the buttons have their places.
+    waitFor("the buttons", [&] {
+        return std::ranges::all_of(shown.box->buttons(), [&](const QAbstractButton* button) {
+            return button->width() >= button->minimumSizeHint().width() && button->x() >= 0 &&
+                   shown.box->rect().contains(button->mapTo(shown.box, button->rect().center()));
+        });
+    });
     return shown;
 }
 
@@ -296,8 +308,9 @@ void Stage::answer(const QString& button) {
     for (QAbstractButton* one : shown->box->buttons()) {
         if (withoutMark(one->text()) != button) continue;
         REQUIRE(one->isEnabled());
+        const QPointer box(shown->box);
         QTest::mouseClick(one, Qt::LeftButton);
-        waitFor("the alert to go", [this, box = QPointer(shown->box)] { return !box || !box->isVisible(); });
+        waitFor("the alert to go", [&] { return !box || !box->isVisible(); });
         return;
     }
     FAIL("the alert has no button " << button.toStdString());

@@ -1,6 +1,7 @@
 // The window on a real display with embedded printers, and an operator who finds everything by its accessible name.
 #pragma once
 
+#include "support/QuickClock.h"
 #include "support/TemporaryFolder.h"
 #include "ui/WindowProgram.h"
 
@@ -32,6 +33,7 @@ struct StageOptions {
     std::string language = "en";
     bool isDark = false;
     bool usesRealBus = false;
+    int speed = 1; // how many times as fast as the machine's the clock runs
 };
 
 /// An alert as it stands on the screen.
@@ -105,6 +107,7 @@ class Stage {
 
   private:
     TemporaryFolder _folder;
+    std::unique_ptr<QuickClock> _clock; // null: the machine's own
     bool _hasEnded = false;
     std::unique_ptr<ui::WindowProgram> _program;
 };
