@@ -122,7 +122,7 @@ void MainWindow::setTitle(const std::string& title) {
 // The controller localises menus, columns and the title; the form's other texts are looked up here.
 void MainWindow::localizeWidgets() {
     applyMenu(*_menu, *_ui->menubar);
-    for (QLabel* label : {_ui->emptyText}) label->setText(localized(label->text().toUtf8()));
+    _ui->emptyText->setText(localized(_ui->emptyText->text().toUtf8()));
     _ui->toolbar->setWindowTitle(localized(_ui->toolbar->windowTitle().toUtf8()));
     for (QWidget* widget : std::initializer_list<QWidget*>{_ui->notice, _ui->table, _ui->details, _ui->toolbar}) {
         widget->setAccessibleName(localized(widget->accessibleName().toUtf8()));
@@ -175,6 +175,9 @@ void MainWindow::updatesChanged() {
     const bool isUnderWay = _follower.isAnyUnderWay();
     _inhibitor.setInhibited(isUnderWay);
     _taskbar.show(isUnderWay, _follower.progress());
+    // An empty table in the middle of an update must not look like a printer to be connected.
+    _ui->emptyText->setText(isUnderWay ? localized("A printer is restarting. Leave it switched on and connected.")
+                                       : localized("Connect a ZUL printer by USB and switch it on."));
     showActions();
 }
 

@@ -5,10 +5,17 @@
 #include <QAction>
 #include <QMenu>
 #include <QMenuBar>
+#include <QRegularExpression>
 
 namespace zul::ui {
 
 namespace {
+
+// Tool buttons have no access keys; some languages put the key behind the text, in brackets.
+QString withoutAccessKey(QString text) {
+    static const QRegularExpression key("\\(&[A-Z]\\)$");
+    return text.remove(key).remove('&');
+}
 
 std::vector<MenuItem> itemsOf(const QList<QAction*>& actions) {
     std::vector<MenuItem> items;
@@ -38,6 +45,7 @@ void applyItems(const std::vector<MenuItem>& items, const QList<QAction*>& actio
             applyItems(item.submenu->items, action->menu()->actions());
         } else {
             action->setText(qtext(item.title));
+            action->setIconText(withoutAccessKey(qtext(item.title)));
             action->setToolTip(qtext(item.toolTip));
             action->setStatusTip(qtext(item.toolTip));
         }

@@ -168,12 +168,13 @@ void UpdateCard::showSteps(const FollowedUpdate& update) {
 void UpdateCard::showProgress(const FollowedUpdate& update) {
     const auto& state = update.state;
     const bool isWriting = state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables;
-    const double share = update.end == End::succeeded ? 1 : shareDone(state);
-    _bar->setValue(static_cast<int>(share * kBarSteps));
     if (isWriting && state.bytesTotal > 0 && update.end == End::none) {
+        // What is being written now, in bytes; otherwise the whole way.
+        _bar->setValue(static_cast<int>(1.0 * kBarSteps * state.bytesDone / state.bytesTotal));
         _bar->setFormat(qtext(localizedFormat("%s of %s", kilobytes(state.bytesDone).toStdString(),
                                               kilobytes(state.bytesTotal).toStdString())));
     } else {
+        _bar->setValue(static_cast<int>((update.end == End::succeeded ? 1 : shareDone(state)) * kBarSteps));
         _bar->setFormat("%p %");
     }
     _bar->setVisible(update.end != End::notStarted);

@@ -231,7 +231,8 @@ def _(lab):
         with gadget.open() as printer:
             printer.write(frame("MNT_WTUSB_ISERI_SET", b"01\r\0"))
         enter_loader(gadget)
-        expect_equal(usbfs.attribute(gadget.device, "serial"), "ZUL0042", "serial number")
+        # The system shows a device a moment before all of its strings.
+        wait_for(lambda: usbfs.attribute(gadget.device, "serial") == "ZUL0042", 5, "the serial number is there")
 
 
 @case("the journal tells arrivals, commands with the image's digest, and departures in order")

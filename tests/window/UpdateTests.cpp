@@ -171,6 +171,7 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     stage.waitFor("advice", [&] {
         return stage.visibleText().contains("The printer has not come back as its loader. Leave it switched on");
     });
+    CHECK(stage.visibleText().contains("A printer is restarting. Leave it switched on and connected."));
     stage.screenshot("stalled");
     stage.bus().plug(0);
     stage.waitForAlert(kSuccessTitle);
