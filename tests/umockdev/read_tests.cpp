@@ -46,6 +46,15 @@ TEST_CASE("a read asks for whole packets and reports a short one as it came") {
     CHECK(reader.printer.journal() == Journal{"claim 0", "in 81 64"});
 }
 
+TEST_CASE("the empty packet that ends a full one belongs to it, not to the next answer") {
+    Reader reader;
+    reader.printer.sends(std::string(64, 'x'));
+    reader.printer.sends("");
+    reader.printer.sends("00000006");
+    CHECK(reader.get(64).bytes == std::string(64, 'x'));
+    CHECK(reader.get(8).bytes == "00000006");
+}
+
 TEST_CASE("a read of more than a packet asks for the next multiple of it") {
     Reader reader;
     reader.printer.sends(std::string(65, 'x'));

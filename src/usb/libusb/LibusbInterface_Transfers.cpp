@@ -79,7 +79,16 @@ IOReturn LibusbInterface::ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint3
     size = takeSurplus(surplus, bytes, asked);
     // What was kept is the rest of an earlier transfer; it is only added to when that transfer goes on.
     if (size == asked || (kept && !surplus.goesOn)) return kIOReturnSuccess;
-    const IOReturn code = readPackets(_facts.pipes[pipe - 1U], surplus, asked - size, timeoutOf(completionTimeout));
+    Clock& clock = _attachment->port->clock();
+    const Clock::TimePoint deadline = clock.now() + timeoutOf(completionTimeout);
+    const bool wentOn = surplus.goesOn;
+    IOReturn code = readPackets(_facts.pipes[pipe - 1U], surplus, asked - size, timeoutOf(completionTimeout));
+    // A transfer that filled its last packet is ended by an empty one. That belongs to what was read before; taken for
+    // an answer it would shift all that follow.
+    if (wentOn && size == 0 && code == kIOReturnSuccess && surplus.bytes.empty()) {
+        const auto left = std::chrono::duration_cast<milliseconds>(deadline - clock.now());
+        if (left.count() > 0) code = readPackets(_facts.pipes[pipe - 1U], surplus, asked, left);
+    }
     size += takeSurplus(surplus, bytes + size, asked - size);
     return code;
 }
