@@ -52,6 +52,8 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
 }
 
 void TBUSBPrinterZUL::probeAtInit() {
+    // Without a queue everything would run here, on the main queue. What is saved stays, and a replug carries on.
+    if (!printerCommandQueue()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         if (code != kIOReturnSuccess) return;
         const auto progress = self->_deviceInfoDict->integer(HOLVEN_TBPrinterDeviceFirmwareStatus);
