@@ -23,6 +23,7 @@ struct PrinterEvent {
         firmwareVersion, // text: as read (nothing when unreadable)
         progressValue,   // value: "deviceFirmwareStatus" was set (1, 2, 3), 0: removed
         colorTable,      // value: n of total tables is about to be written; text: the file's name
+        archiveRefused,  // the files were damaged when they were needed; nothing was sent
         finished,        // value: 1 when at least one table was sent; text: the version then known
         notPermitted,    // the device node may not be opened: text is the node, location where
         openFailed,      // a printer was found whose handle could not be made (code)

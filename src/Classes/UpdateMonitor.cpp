@@ -7,11 +7,19 @@
 
 namespace zul {
 
+namespace {
+
+constexpr std::uint32_t kLongestQuestion = 256; // bytes of a frame: commands with a small payload
+
+} // namespace
+
 bool UpdateState::hasSucceeded() const {
     return isFinished && shortfall() == UpdateShortfall::none;
 }
 
 UpdateShortfall UpdateState::shortfall() const {
+    if (isArchiveRefused) return UpdateShortfall::archiveRefused;
+    if (!isImageTaken) return UpdateShortfall::imageNotTaken;
     if (!currentVersion) return UpdateShortfall::versionUnread;
     if (currentVersion != offeredVersion) return UpdateShortfall::otherVersion;
     if (tablesWritten < tables) return UpdateShortfall::tablesMissing;
@@ -43,6 +51,12 @@ void UpdateMonitor::setOffer(const std::string& key, std::optional<std::string> 
     found->second.tables = tables;
 }
 
+void UpdateMonitor::touch(const std::string& key) {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _states.find(key);
+    if (found != _states.end()) found->second.lastSign = found->second.lastProgress = _clock.now();
+}
+
 void UpdateMonitor::endUpdate(const std::string& key) {
     const std::scoped_lock lock(_mutex);
     _states.erase(key);
@@ -65,6 +79,7 @@ void UpdateMonitor::printerEvent(const PrinterEvent& event) {
 
 void UpdateMonitor::enter(UpdateState& state, UpdatePhase phase) {
     state.lastProgress = _clock.now();
+    state.isRefused = false;
     if (state.phase == phase) return;
     state.phase = phase;
     state.phaseBegun = _clock.now();
@@ -75,10 +90,15 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
     using Kind = PrinterEvent::Kind;
     switch (event.kind) {
     case Kind::replyMissing:
+        state.isAnswerMissing = true;
+        return false; // no sign of life
     case Kind::opened:
     case Kind::notPermitted:
     case Kind::openFailed:
-        return false; // no sign of life
+        return false;
+    case Kind::archiveRefused:
+        state.isArchiveRefused = true;
+        break;
     case Kind::arrived:
         state.isAttached = true;
         if (state.phase == UpdatePhase::loaderGone) enter(state, UpdatePhase::loaderBack);
@@ -89,6 +109,7 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         break;
     case Kind::writeProgress:
         // Questions are written too; only the image and the tables bring the end nearer.
+        if (event.bytesTotal <= kLongestQuestion) break;
         if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) break;
         state.bytesDone = event.bytesDone;
         state.bytesTotal = event.bytesTotal;
@@ -98,14 +119,11 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         applyCommand(state, event);
         break;
     case Kind::progressValue:
-        // Stored just before the image goes out; the bytes follow.
         if (event.value != static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) return false;
-        state.bytesDone = state.bytesTotal = 0;
-        state.isBackInLoader = false;
-        state.currentVersion = std::nullopt; // the version that counts is the one read behind the image
-        enter(state, UpdatePhase::writing);
+        beginImage(state);
         break;
     case Kind::replyRead:
+        state.isAnswerMissing = false;
         break;
     case Kind::status:
         applyStatus(state, event);
@@ -130,10 +148,18 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
     return true;
 }
 
+// The progress is stored just before the image goes out; the bytes follow.
+void UpdateMonitor::beginImage(UpdateState& state) {
+    state.bytesDone = state.bytesTotal = 0;
+    state.isBackInLoader = state.isImageTaken = state.isArchiveRefused = false;
+    state.currentVersion = std::nullopt; // the version that counts is the one read behind the image
+    enter(state, UpdatePhase::writing);
+}
+
 void UpdateMonitor::applyDeparture(UpdateState& state) {
     state.isAttached = false;
     state.rawStatus.clear(); // of the one that left
-    state.isBackInLoader = false;
+    state.isBackInLoader = state.isRefused = state.isAnswerMissing = false;
     if (state.phase == UpdatePhase::enteringLoader || state.phase == UpdatePhase::loaderBack) {
         enter(state, UpdatePhase::loaderGone);
     } else if (state.phase > UpdatePhase::loaderBack && !state.isFinished) {
@@ -144,6 +170,8 @@ void UpdateMonitor::applyDeparture(UpdateState& state) {
 void UpdateMonitor::applyCommand(UpdateState& state, const PrinterEvent& event) {
     const bool written = event.code == kIOReturnSuccess;
     if (!written) state.failure = event.code;
+    if (event.command == kCommandEnterLoader || event.command == kCommandProgramFlash) state.isRefused = !written;
+    if (event.command == kCommandProgramFlash) state.isImageTaken = written;
     if (event.command == kCommandEnterLoader && written) enter(state, UpdatePhase::enteringLoader);
     if (event.command == kCommandProgramFlash && written) enter(state, UpdatePhase::programming);
     // A table counts when its contents went out behind its name: the name's failure spoils both.

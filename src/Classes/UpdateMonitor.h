@@ -30,7 +30,7 @@ enum class UpdatePhase {
 };
 
 /// What a finished update lacks.
-enum class UpdateShortfall { none, versionUnread, otherVersion, tablesMissing, noTable };
+enum class UpdateShortfall { none, imageNotTaken, archiveRefused, versionUnread, otherVersion, tablesMissing, noTable };
 
 /// What one update has come to.
 struct UpdateState {
@@ -55,13 +55,19 @@ struct UpdateState {
     bool anyTable = false;          // as the engine reported
     std::int64_t tablesWritten = 0; // tables whose name and contents the bus both took
     bool isBackInLoader = false;    // in firmware update mode again although the image was sent
+    bool isImageTaken = false;      // the bus took the whole image
+    bool isRefused = false;         // the last command that brings the end nearer failed: failure says how
+    bool isArchiveRefused = false;  // the files were damaged when they were needed
+    bool isAnswerMissing = false;   // the last question was not answered
 
     /// The version read afterwards is the offered one and every table went through: facts, not the report.
     bool hasSucceeded() const;
     /// The first thing that keeps it from having succeeded.
     UpdateShortfall shortfall() const;
-    /// While the printer must not be disturbed.
-    bool isDelicate() const { return phase >= UpdatePhase::enteringLoader && phase <= UpdatePhase::restarting; }
+    /// While the printer must not be disturbed, and the update not be broken off.
+    bool isDelicate() const { return phase >= UpdatePhase::enteringLoader && phase <= UpdatePhase::colorTables; }
+    /// It will not go on by itself: advice is due at once.
+    bool isStuck() const { return isBackInLoader || isRefused || isArchiveRefused; }
 };
 
 class UpdateMonitor final : public PrinterEventsOutlet {
@@ -74,6 +80,8 @@ class UpdateMonitor final : public PrinterEventsOutlet {
                      std::int64_t tables);
     /// What the archive offers, for an update that was begun without knowing it.
     void setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables);
+    /// A person has answered a question: the time before it was theirs, not the printer's.
+    void touch(const std::string& key);
     void endUpdate(const std::string& key);
     std::optional<UpdateState> state(const std::string& key) const;
 
@@ -81,6 +89,7 @@ class UpdateMonitor final : public PrinterEventsOutlet {
 
   private:
     bool apply(UpdateState& state, const PrinterEvent& event);
+    void beginImage(UpdateState& state);
     void applyDeparture(UpdateState& state);
     void applyCommand(UpdateState& state, const PrinterEvent& event);
     void applyStatus(UpdateState& state, const PrinterEvent& event);

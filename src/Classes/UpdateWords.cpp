@@ -62,6 +62,10 @@ long long wholeSeconds(Clock::Duration span) {
 std::string phaseInWords(const UpdateState& state) {
     if (state.isBackInLoader) return Bundle::localized(operatorText("back in firmware update mode"));
     const std::string words = Bundle::localized(factsOf(state.phase).words);
+    if (state.isRefused) {
+        const IOReturn code = state.failure.value_or(kIOReturnError);
+        return localizedFormat("%s failed (%s)", words, std::string(strForIOReturn(code)));
+    }
     if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
         const unsigned percent = static_cast<unsigned>(100ULL * state.bytesDone / state.bytesTotal);
         return localizedFormat("%s %u of %u bytes (%u %%)", words, state.bytesDone, state.bytesTotal, percent);
@@ -87,7 +91,8 @@ std::optional<Clock::Duration> expectedDuration(UpdatePhase phase) {
 }
 
 std::string describeState(const UpdateState& state, Clock::TimePoint now) {
-    const std::string words = phaseInWords(state);
+    std::string words = phaseInWords(state);
+    if (state.isAnswerMissing) words = localizedFormat("%s (no answer)", words);
     const long long since = wholeSeconds(now - state.phaseBegun);
     if (const auto expected = expectedDuration(state.phase)) {
         return localizedFormat("%s since %d s, expected within %d s", words, since, wholeSeconds(*expected));
@@ -96,6 +101,14 @@ std::string describeState(const UpdateState& state, Clock::TimePoint now) {
 }
 
 std::string adviceForStall(const UpdateState& state) {
+    if (state.isArchiveRefused) {
+        return Bundle::localized(operatorText("The firmware files are damaged. Leave the printer switched on, mend the "
+                                              "files and start the update again."));
+    }
+    if (state.isRefused && state.phase == UpdatePhase::checking) {
+        return Bundle::localized(operatorText("The printer did not take the command to restart. Nothing has been "
+                                              "changed in it. Start the update again."));
+    }
     if (state.isBackInLoader) {
         return Bundle::localized(operatorText("The printer is still in firmware update mode. Leave it switched on and "
                                               "start the update again."));
@@ -108,14 +121,20 @@ std::string reasonOfFailure(const UpdateState& state) {
     switch (state.shortfall()) {
     case UpdateShortfall::none:
         return "";
+    case UpdateShortfall::archiveRefused:
+        return Bundle::localized(operatorText("the firmware files are damaged"));
+    case UpdateShortfall::imageNotTaken: {
+        std::string text = Bundle::localized(operatorText("the firmware was not written"));
+        if (state.failure) text += formatted(" (%s)", strForIOReturn(*state.failure));
+        return text;
+    }
     case UpdateShortfall::versionUnread:
         return Bundle::localized(operatorText("the version could not be read after the update"));
     case UpdateShortfall::otherVersion:
         return localizedFormat("the printer reports %s after the update instead of %s", *state.currentVersion,
                                textOrNull(state.offeredVersion));
     case UpdateShortfall::tablesMissing: {
-        std::string text =
-            localizedFormat("only %d of %d color tables were sent", state.tablesWritten, state.tables);
+        std::string text = localizedFormat("only %d of %d color tables were sent", state.tablesWritten, state.tables);
         if (state.failure) text += formatted(" (%s)", strForIOReturn(*state.failure));
         return text;
     }

@@ -28,7 +28,10 @@ fs::path archiveFolder(const Options& options) {
 }
 
 std::string stateOfFile(const fs::path& file, const FirmwareDigests& digests, bool verify) {
-    if (!fs::is_regular_file(file)) return "missing";
+    std::error_code error;
+    if (!fs::is_regular_file(file, error)) {
+        return error && error != std::errc::no_such_file_or_directory ? "unreadable" : "missing";
+    }
     if (!verify) return "found";
     const auto contents = Bundle::contentsOfFile(file);
     if (!contents) return "unreadable";
@@ -40,7 +43,8 @@ std::string stateOfFile(const fs::path& file, const FirmwareDigests& digests, bo
 // The rows of the archive; whether all files are there (and, when verifying, match).
 int showArchive(const Options& options, const Output& output, bool verify) {
     const fs::path folder = archiveFolder(options);
-    if (!fs::is_directory(folder)) {
+    std::error_code error;
+    if (!fs::is_directory(folder, error)) {
         output.problem("there is no folder " + folder.string() + ". Name the folder with the firmware files.", kFailed);
         return kFailed;
     }
@@ -149,7 +153,11 @@ int runDefaults(const Options& options, const Output& output) {
         return kFailed;
     }
     if (options.command == "defaults delete") {
-        if (defaults.remove(options.arguments[0])) return kDone;
+        if (defaults.remove(options.arguments[0])) {
+            if (defaults.lastError().empty()) return kDone;
+            output.problem(defaults.lastError(), kFailed);
+            return kFailed;
+        }
         output.problem("there is no setting \"" + options.arguments[0] + "\". \"zulctl defaults read\" lists them.",
                        kFailed);
         return kFailed;

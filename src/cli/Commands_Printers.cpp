@@ -1,6 +1,8 @@
 // Commands that ask printers, set them or reset them. Main queue; what blocks runs on the printer's own queue.
 #include "cli/Commands.h"
 
+#include "Classes/StatusTexts.h"
+
 #include "StatusCodeNames.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
@@ -129,6 +131,11 @@ void runResetCounter(Program& program) {
     const auto printer = program.find(program.options.arguments.at(1), status);
     if (!printer) {
         program.quit(status);
+        return;
+    }
+    if (printer->printerStatus() == textForStatus(kLoaderStatus)) {
+        program.output.problem(nameOf(*printer) + " is not ready: " + textForStatus(kLoaderStatus) + ".", kNotReady);
+        program.quit(kNotReady);
         return;
     }
     const char letter = program.options.arguments.at(0).front();

@@ -104,8 +104,11 @@ class UpdateRun {
             job->handleAlert(std::move(alert));
             return;
         }
-        // Of a printer that nobody asked to be updated: left as it is.
-        if (alert.completion) alert.completion(kAlertFirstButton);
+        // Of a printer that nobody asked to be updated, or whose update has ended: left as it is. The first button
+        // starts nothing, except where there is a "Cancel".
+        const auto cancel = std::ranges::find(alert.buttons, "Cancel");
+        const auto button = cancel == alert.buttons.end() ? 0 : cancel - alert.buttons.begin();
+        if (alert.completion) alert.completion(kAlertFirstButton + static_cast<int>(button));
     }
 
     void changed(const std::string& key) {
@@ -146,9 +149,8 @@ class UpdateRun {
         const bool isDelicate = std::ranges::any_of(_jobs, [](const auto& job) { return job->isDelicate(); });
         if (interrupt == Program::Interrupt::byUser && isDelicate && !std::exchange(_isWarned, true)) {
             _display.breakLine();
-            std::cerr << "zulctl: a printer is in the middle of its update and may be unusable until the update is "
-                         "repeated. Interrupt once more to end all the same."
-                      << std::endl;
+            _program.output.note("a printer is in the middle of its update and may be unusable until the update is "
+                                 "repeated. Interrupt once more to end all the same.");
             return;
         }
         for (const auto& job : _jobs) job->interrupt(); // the last one ends the run

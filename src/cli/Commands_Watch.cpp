@@ -15,6 +15,12 @@ namespace {
 
 using nlohmann::json;
 
+// Two facts are announced under the name of their property, not under that of their entry.
+std::string factOfNotice(const std::string& keyPath) {
+    if (keyPath == "lifetimeCounter") return HOLVEN_TBPrinterLifetimeCounter;
+    return keyPath == "usbISerialString" ? HOLVEN_ZUL_USB_ISerialisSet : keyPath;
+}
+
 class Watcher final : public KeyValueObserver, public std::enable_shared_from_this<Watcher> {
   public:
     explicit Watcher(Program& program) : _program(program) {}
@@ -35,7 +41,7 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
         }
         const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
         const auto value = static_cast<TBUSBPrinterZUL*>(context)->deviceInfoDict()->entries();
-        const std::string key = keyPath == "lifetimeCounter" ? HOLVEN_TBPrinterLifetimeCounter : keyPath;
+        const std::string key = factOfNotice(keyPath);
         const auto fact = value.find(key);
         if (fact == value.end()) return; // a state of the object, not a fact about the printer
         _program.mainQueue.async([weak, printer, key, held = fact->second] {

@@ -33,6 +33,7 @@ int Program::start(std::function<void()> ready) {
         output.problem(problem->message, status);
         return status;
     }
+    onInterrupt([this](Interrupt) { quit(kInterrupted); }); // commands that have more to end say so themselves
     // Behind the insertion of the rows; twice, because what is queued first asks for a close behind itself.
     mainQueue.async([this, ready = std::move(ready)] {
         afterQueues(printers(), [this, ready] { afterQueues(printers(), ready); });
@@ -103,13 +104,15 @@ Program::Printer Program::findOnly(const std::vector<std::string>& names, int& e
 }
 
 void Program::onInterrupt(std::function<void(Interrupt)> handler) {
-    if (::pipe(interruptPipe) != 0) return;
-    std::thread([this, handler = std::move(handler)] {
+    const bool isFirst = !_interrupted;
+    _interrupted = std::move(handler);
+    if (!isFirst || ::pipe(interruptPipe) != 0) return;
+    std::thread([this, from = interruptPipe[0]] {
         char byte = 0;
         for (;;) {
-            const auto count = ::read(interruptPipe[0], &byte, 1);
+            const auto count = ::read(from, &byte, 1);
             const auto interrupt = byte == 'i' ? Interrupt::byUser : Interrupt::bySystem;
-            if (count == 1) mainQueue.async([handler, interrupt] { handler(interrupt); });
+            if (count == 1) mainQueue.async([this, interrupt] { _interrupted(interrupt); });
             if (count == 0 || (count < 0 && errno != EINTR)) return;
         }
     }).detach();

@@ -52,7 +52,7 @@ class Program : public ProgramOutlets, public Session {
     /// The one that is named, or the only one that is attached; null after telling the problem.
     Printer findOnly(const std::vector<std::string>& names, int& exitStatus);
     enum class Interrupt { byUser, bySystem }; // Ctrl-C; SIGTERM or a terminal that was closed
-    /// Runs handler on main at each interrupt.
+    /// Runs handler on main at each interrupt from now on, in place of the one before. Main queue.
     void onInterrupt(std::function<void(Interrupt)> handler);
     void tellNoPrinter(int exitStatus);
     /// Tells about printers that are attached and cannot be used.
@@ -63,6 +63,7 @@ class Program : public ProgramOutlets, public Session {
 
   private:
     std::string listed() const;
+    std::function<void(Interrupt)> _interrupted; // main queue
 };
 
 } // namespace zul::cli

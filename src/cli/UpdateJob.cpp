@@ -140,7 +140,7 @@ void UpdateJob::agree(AlertDescription alert) {
         _display.breakLine();
         _isAsking = true;
         _questions.ask(std::move(alert), [this](std::size_t button) {
-            _isAsking = false;
+            answered();
             if (button == kFirst) end(kFailed, "not updated: not agreed");
         });
         return;
@@ -157,7 +157,7 @@ void UpdateJob::confirm(AlertDescription alert) {
         _display.breakLine();
         _isAsking = true;
         _questions.ask(std::move(alert), [this](std::size_t button) {
-            _isAsking = false;
+            answered();
             if (button == kFirst) end(kFailed, "not updated: cancelled");
         });
         return;
@@ -173,7 +173,7 @@ void UpdateJob::retryOrEnd(AlertDescription alert, int status) {
         _display.breakLine();
         _isAsking = true;
         _questions.ask(std::move(alert), [this, status](std::size_t button) {
-            _isAsking = false;
+            answered();
             if (button == kSecond) end(status, "not updated: " + _explanation);
         });
         return;
@@ -183,10 +183,22 @@ void UpdateJob::retryOrEnd(AlertDescription alert, int status) {
     end(status, "not updated: " + _explanation);
 }
 
+// What a person thinks about is no silence of the printer.
+void UpdateJob::answered() {
+    _isAsking = false;
+    _program.monitor.touch(_key);
+}
+
 void UpdateJob::acknowledge(const AlertDescription& alert, int status) {
     showAlert(alert);
     press(alert, kFirst);
-    end(status, "not updated: " + alert.informativeText);
+    std::string message = "not updated: " + alert.informativeText;
+    const auto state = _program.monitor.state(_key);
+    if (state && state->phase >= UpdatePhase::loaderGone) {
+        message += " The printer is in firmware update mode: leave it switched on, mend the files and start the update "
+                   "again.";
+    }
+    end(status, message);
 }
 
 // ---- the course of it -----------------------------------------------------------------------------------------------
@@ -199,6 +211,10 @@ void UpdateJob::check() {
         if (!std::exchange(_isJudging, true)) _program.mainQueue.async([this] { judge(); });
         return;
     }
+    if (state->isArchiveRefused) {
+        end(kCorruption, "the update is not complete: " + adviceForStall(*state));
+        return;
+    }
     if (state->phase == UpdatePhase::checking && !state->isAttached) {
         end(kFailed, "not updated: the printer left before its update began. Nothing was changed in it; start again");
         return;
@@ -206,8 +222,8 @@ void UpdateJob::check() {
     const auto now = _program.clock.now();
     if (!_questions.isAsking()) _display.show(_name, *state, now); // another printer's question stands on the terminal
     const auto silence = now - state->lastSign;
-    if (silence < seconds(1) && !state->isBackInLoader) _adviceGiven = false; // it is heard of again
-    if ((silence >= seconds(_program.options.stallTimeout) || state->isBackInLoader) && !_adviceGiven) {
+    if (silence < seconds(1) && !state->isStuck()) _adviceGiven = false; // it is heard of again
+    if ((silence >= seconds(_program.options.stallTimeout) || state->isStuck()) && !_adviceGiven) {
         _adviceGiven = true;
         _display.tell(_key,
                       _name + ": " + describeState(*state, now) + ". " + adviceForStall(*state) + " Still watching.",

@@ -40,6 +40,7 @@ class UpdateJob {
     void confirm(AlertDescription alert);
     void retryOrEnd(AlertDescription alert, int status);
     void acknowledge(const AlertDescription& alert, int status);
+    void answered();
     void press(const AlertDescription& alert, std::size_t button);
     void end(int status, const std::string& message);
     void judge();

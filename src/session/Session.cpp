@@ -117,9 +117,11 @@ std::optional<SessionProblem> Session::makeVirtualBus() {
         if (!parse.settings) return SessionProblem{"--virtual " + text + ": " + parse.problem + ".", true};
         // Each printer its own serial number, unless one was named.
         ++number;
-        if (text.find("serial=") == std::string::npos) parse.settings->serial = formatted("%06d", number);
+        if (text.find(",serial=") == std::string::npos) parse.settings->serial = formatted("%06d", number);
         bus->add(*parse.settings);
     }
+    // Embedded printers have no print queues: the user's own must not go with a change of their settings.
+    TBUSBPrinterZUL::setShell([](const std::string&) { return 0; });
     _virtualBus = bus.get();
     _bus = std::move(bus);
     return std::nullopt;

@@ -42,8 +42,10 @@ UpdateFollower::UpdateFollower(Session& session, AlertPresenter& alerts)
     : _session(session), _alerts(alerts), _patience(kPatience) {
     _session.updateChanged = [this](const std::string& key) { refresh(key); };
     _session.updateFound = [this](const std::string& key) { updateFound(key); };
-    connect(&_alerts, &AlertPresenter::answered, this,
-            [this](const QString& key) { settle(key.toStdString(), kRoundsToSettle); });
+    connect(&_alerts, &AlertPresenter::answered, this, [this](const QString& key) {
+        _session.monitor.touch(key.toStdString()); // the time before was the operator's, not the printer's
+        settle(key.toStdString(), kRoundsToSettle);
+    });
     connect(&_timer, &QTimer::timeout, this, &UpdateFollower::tick);
     _timer.setInterval(kTick);
 }
@@ -84,8 +86,8 @@ void UpdateFollower::refresh(const std::string& key) {
     if (found == _updates.end() || !state || found->second.end != FollowedUpdate::End::none) return;
     FollowedUpdate& update = found->second;
     update.state = *state;
-    update.isStalled = state->isBackInLoader || (now() - state->lastSign >= _patience &&
-                                                 (state->phase != UpdatePhase::checking || !_alerts.pendingFor(key)));
+    update.isStalled = state->isStuck() || (now() - state->lastSign >= _patience &&
+                                            (state->phase != UpdatePhase::checking || !_alerts.pendingFor(key)));
     if (state->isFinished) judge(key);
     Q_EMIT changed();
 }

@@ -127,3 +127,10 @@ def _(bench):
         result = bench.run(option, "/dev/null/file", "list")
         expect_equal(result.status, 1, f"exit status of {option}")
         expect("/dev/null/file" in result.err, "the file is named")
+
+
+@case("a name that is too long for a folder is a problem that is told, not a crash")
+def _(bench):
+    result = bench.run("archive", "list", "x" * 5000, printers=())
+    expect_equal(result.status, 1, result.err)
+    expect("Name the folder with the firmware files" in result.err, result.err)

@@ -1,6 +1,7 @@
 """Commands that ask printers, set them and reset them."""
 import json
 import signal
+import time
 
 from bench import case, expect, expect_equal
 
@@ -127,3 +128,24 @@ def _(bench):
     expect("sending printer command STATUS with payload size 0" in result.err, "-v")
     with open(file, encoding="utf-8") as log:
         expect("1b 50 53 54 41 54 55 53" in log.read(), "the traffic is dumped")
+
+
+@case("a counter of a printer in its loader is not said to be reset")
+def _(bench):
+    result = bench.run("reset-counter", "A", "1", printers=("VK14,mode=loader",))
+    expect_equal(result.status, 6, result.out + result.err)
+    expect("Firmware Update Mode" in result.err, result.err)
+
+
+@case("serial numbers of virtual printers differ, also where one has a setting that ends like theirs")
+def _(bench):
+    result = bench.run("--json", "--admit-product", "0x8B01", "list", printers=("VK26,usb-serial=on", "VK26,usb-serial=on"))
+    expect_equal([row["printerSerialNumber"] for row in result.json], ["000001", "000002"], result.out)
+
+
+@case("an interrupt ends a command that waits for a silent printer with 130")
+def _(bench):
+    process = bench.start("status", printers=("VK14,fault=silence@STATUS",))
+    time.sleep(1)
+    process.send_signal(signal.SIGINT)
+    expect_equal(process.wait(), 130, "exit status")

@@ -62,6 +62,21 @@ def _(bench):
     expect(not any(command.startswith("FW_UPD") for command in commands_of(file)), "no firmware command")
 
 
+@case("an image that the bus does not take is told with its code, and the printer is left in its loader")
+def _(bench):
+    result = bench.run("--json", *UPDATE, "--give-up", "8", printers=("VK14,fault=stall@FLASH_PROGRAM",))
+    expect_equal(result.status, 8, result.out)
+    stalls = [line["text"] for line in result.lines if line["event"] == "stalled"]
+    expect("failed (kIO" in stalls[0] and "does not take the firmware" in stalls[0], str(stalls))
+
+
+@case("a command to restart that fails leaves the printer unchanged, and that is what is said")
+def _(bench):
+    result = bench.run("--json", *UPDATE, "--give-up", "4", printers=("VK14,fault=stall@FLASH_REWRITE",))
+    expect_equal(result.status, 8, result.out)
+    expect("did not take the command to restart. Nothing has been changed" in result.lines[-1]["message"], result.out)
+
+
 @case("a printer that is pulled in the middle of the image is told of, and the next run updates it")
 def _(bench):
     result = bench.run("--json", *UPDATE, "--give-up", "8", printers=("VK14,fault=unplug@FW_UPDFLASH_PROGRAM",))
@@ -182,3 +197,43 @@ def _(bench):
     process.send_signal(signal.SIGTERM)
     process.communicate(timeout=10)
     expect_equal(process.returncode, 130, "exit status")
+
+
+@case("an archive that is damaged while the printer restarts exits with 7 and says that it is in its loader")
+def _(bench):
+    folder = copied_archive(bench)
+    process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,restart=1500",))
+    for line in process.stdout:
+        if json.loads(line).get("phase") == "restarting":
+            with open(os.path.join(folder, IMAGE), "a", encoding="ascii") as file:
+                file.write("!")
+            break
+    last = json.loads(process.stdout.read().splitlines()[-1])
+    expect_equal(process.wait(), 7, str(last))
+    expect("The printer is in firmware update mode" in last["message"], str(last))
+
+
+@case("an archive that is damaged before the tables exits with 7 and names the files")
+def _(bench):
+    folder = copied_archive(bench)
+    process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,program=1500",))
+    for line in process.stdout:
+        if json.loads(line).get("phase") == "programming":
+            with open(os.path.join(folder, IMAGE), "a", encoding="ascii") as file:
+                file.write("!")
+            break
+    last = json.loads(process.stdout.read().splitlines()[-1])
+    expect_equal(process.wait(), 7, str(last))
+    expect("The firmware files are damaged" in last["message"], str(last))
+
+
+@case("one interrupt while the tables are written only warns")
+def _(bench):
+    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@TBL_RDVersion#3",))
+    for line in process.stdout:
+        if json.loads(line).get("phase") == "color tables":
+            process.send_signal(signal.SIGINT)
+            break
+    last = json.loads(process.stdout.read().splitlines()[-1])
+    expect_equal(process.wait(), 0, str(last))
+    expect_equal(last["tablesWritten"], 2, str(last))

@@ -1,4 +1,6 @@
 """The questions of an update on a terminal, answered by typing."""
+import time
+
 from bench import case, expect, expect_equal
 
 
@@ -98,6 +100,16 @@ def _(bench):
     terminal.read_until("> ")
     terminal.interrupt()
     expect_equal(terminal.wait(), 130, terminal.text)
+
+
+@case("an operator who thinks longer than the update may stand still is not taken for a silent printer")
+def _(bench):
+    terminal = bench.terminal("update", "--agree", "--give-up", "8", "--stall-timeout", "2")
+    terminal.read_until("> ")
+    time.sleep(9)
+    terminal.type("2")
+    expect_equal(terminal.wait(), 0, terminal.text)
+    expect("does not answer" not in terminal.text, terminal.text)
 
 
 @case("the live line is never wider than the terminal")

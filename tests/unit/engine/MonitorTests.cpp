@@ -75,11 +75,12 @@ TEST_CASE("the monitor follows an update through all its phases") {
     CHECK(update.state().phase == UpdatePhase::restarting);
     update.tell(PrinterEvent::Kind::arrived);
     CHECK(update.state().phase == UpdatePhase::restarted);
-    CHECK(update.state().isDelicate() == false);
     update.tables(1);
     CHECK(update.state().phase == UpdatePhase::colorTables);
+    CHECK(update.state().isDelicate());
     update.tell(PrinterEvent::Kind::finished, "VK14 01.61", 1);
     CHECK(update.state().phase == UpdatePhase::done);
+    CHECK_FALSE(update.state().isDelicate());
 }
 
 TEST_CASE("success needs the offered version and every table, whatever was reported") {
@@ -197,6 +198,66 @@ TEST_CASE("a printer that nobody follows changes nothing") {
     update.monitor.printerEvent(event);
     CHECK(update.changes == 0);
     CHECK(update.monitor.state("another") == std::nullopt);
+}
+
+TEST_CASE("the time at a question is the operator's, not the printer's") {
+    Watched update;
+    update.clock.sleepFor(1000s);
+    update.monitor.touch("key");
+    CHECK(update.state().lastSign == update.clock.now());
+    CHECK(update.state().lastProgress == update.clock.now());
+}
+
+TEST_CASE("an image that the bus did not take is told with its code, at once, and is no success") {
+    Watched update;
+    update.command(kCommandEnterLoader);
+    update.tell(PrinterEvent::Kind::departed);
+    update.tell(PrinterEvent::Kind::arrived);
+    update.tell(PrinterEvent::Kind::progressValue, {}, 2);
+    PrinterEvent bytes;
+    bytes.kind = PrinterEvent::Kind::writeProgress;
+    bytes.key = "key";
+    bytes.bytesDone = 1000;
+    bytes.bytesTotal = 2000;
+    update.monitor.printerEvent(bytes);
+    update.command(kCommandProgramFlash, kIOUSBPipeStalled);
+    bytes.bytesDone = bytes.bytesTotal = 32; // a question behind it
+    update.monitor.printerEvent(bytes);
+    CHECK(update.state().bytesTotal == 2000);
+    CHECK(update.state().isStuck());
+    CHECK(describeState(update.state(), update.clock.now()).find("failed (kIOUSBPipeStalled)") != std::string::npos);
+    CHECK(adviceForStall(update.state()).find("does not take the firmware") != std::string::npos);
+    update.tell(PrinterEvent::Kind::departed);
+    update.tell(PrinterEvent::Kind::arrived);
+    update.tell(PrinterEvent::Kind::firmwareVersion, "VK14 01.61"); // it had that version before
+    update.tables(2);
+    update.tell(PrinterEvent::Kind::finished, "VK14 01.61", 1);
+    CHECK_FALSE(update.state().hasSucceeded());
+    CHECK(reasonOfFailure(update.state()) == "the firmware was not written (kIOUSBPipeStalled)");
+}
+
+TEST_CASE("a printer that did not take the command to restart is unchanged, and that is said at once") {
+    Watched update;
+    update.command(kCommandEnterLoader, kIOUSBPipeStalled);
+    CHECK(update.state().isStuck());
+    CHECK(adviceForStall(update.state()).find("Nothing has been changed in it") != std::string::npos);
+}
+
+TEST_CASE("files that are damaged before the tables are named as the cause") {
+    Watched update;
+    update.upToTables();
+    update.tell(PrinterEvent::Kind::archiveRefused);
+    CHECK(update.state().isStuck());
+    CHECK(adviceForStall(update.state()).find("firmware files are damaged") != std::string::npos);
+    CHECK(reasonOfFailure(update.state()) == "the firmware files are damaged");
+}
+
+TEST_CASE("a question without an answer shows at once, though it is no sign of life") {
+    Watched update;
+    update.tell(PrinterEvent::Kind::replyMissing);
+    CHECK(describeState(update.state(), update.clock.now()) == "checking (no answer) since 0 s");
+    update.tell(PrinterEvent::Kind::replyRead);
+    CHECK(describeState(update.state(), update.clock.now()) == "checking since 0 s");
 }
 
 TEST_CASE("every phase in which a printer can stall has advice") {
