@@ -108,12 +108,7 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         applyDeparture(state);
         break;
     case Kind::writeProgress:
-        // Questions are written too; only the image and the tables bring the end nearer.
-        if (event.bytesTotal <= kLongestQuestion) break;
-        if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) break;
-        state.bytesDone = event.bytesDone;
-        state.bytesTotal = event.bytesTotal;
-        state.lastProgress = _clock.now();
+        applyBytes(state, event);
         break;
     case Kind::commandSent:
         applyCommand(state, event);
@@ -146,6 +141,15 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
     }
     state.lastSign = _clock.now();
     return true;
+}
+
+// Questions are written too; only the image and the tables bring the end nearer.
+void UpdateMonitor::applyBytes(UpdateState& state, const PrinterEvent& event) {
+    if (event.bytesTotal <= kLongestQuestion) return;
+    if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) return;
+    state.bytesDone = event.bytesDone;
+    state.bytesTotal = event.bytesTotal;
+    state.lastProgress = _clock.now();
 }
 
 // The progress is stored just before the image goes out; the bytes follow.

@@ -89,6 +89,7 @@ class UpdateMonitor final : public PrinterEventsOutlet {
 
   private:
     bool apply(UpdateState& state, const PrinterEvent& event);
+    void applyBytes(UpdateState& state, const PrinterEvent& event);
     void beginImage(UpdateState& state);
     void applyDeparture(UpdateState& state);
     void applyCommand(UpdateState& state, const PrinterEvent& event);
