@@ -53,8 +53,7 @@ std::string textForStatus(const std::optional<std::string>& rawStatus) {
     if (!rawStatus) return "<NULL>";
     const std::int64_t code = integerValue(*rawStatus);
     const auto found = std::ranges::lower_bound(kStatusTexts, code, {}, &StatusText::code);
-    return found == kStatusTexts.end() || found->code != code ? "Unknown Status"
-                                                              : std::string(found->text);
+    return found == kStatusTexts.end() || found->code != code ? "Unknown Status" : std::string(found->text);
 }
 
 } // namespace zul
