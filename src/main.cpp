@@ -1,6 +1,7 @@
 // The window program: hands its arguments to the application loop and returns what that returns.
 #include "AppDelegate.h"
 #include "ui/Catalogue.h"
+#include "ui/EndSignals.h"
 #include "ui/Pictures.h"
 #include "ui/WindowOptions.h"
 #include "ui/WindowProgram.h"
@@ -25,6 +26,14 @@ constexpr int kFailed = 1;
     std::cerr << std::flush;
     std::fflush(nullptr);
     _exit(status);
+}
+
+// The toolkit would end with an abort.
+bool hasDisplay() {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+        if (const char* value = std::getenv(name); value != nullptr && *value != 0) return true;
+    }
+    return false;
 }
 
 // The log window shows what the log facility writes, so there is always a file that it writes to.
@@ -64,6 +73,7 @@ int run(QApplication& application, const zul::SessionOptions& options) {
         return problem->isWrongUsage ? 2 : kFailed;
     }
     delegate.applicationDidFinishLaunching();
+    const zul::ui::EndSignals signals([program] { program->window().close(); });
     const int status = application.exec();
     program->session().mainQueue.close(); // whoever waits for it is told that it has ended
     program->session().endBus();
@@ -82,6 +92,10 @@ int main(int argc, char** argv) {
     if (parsed.options->asksForVirtualHelp()) {
         std::cout << zul::virtualPrinterHelp();
         leave(0);
+    }
+    if (!hasDisplay()) {
+        std::cerr << "zul-printer-utility: there is no display here. Use zulctl on machines without one.\n";
+        leave(kFailed);
     }
     if (parsed.options->logFile.empty()) parsed.options->logFile = standardLogFile();
     openLog(*parsed.options);

@@ -338,6 +338,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action);
 
     ServiceToken _creationToken = 0;
+    bool _isHolderGone = false; // command queue: it has been told, and the open is tried again
     std::uint32_t _creationInterest = 0;
     Text _locationText;
     std::uint32_t _descriptorBytes = 0; // count of the last descriptor read

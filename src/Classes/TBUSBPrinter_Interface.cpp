@@ -131,6 +131,7 @@ void TBUSBPrinter::setIsOwned(int value) {
 // While another program holds the interface nobody tells when it lets go: the bus watches the device node, and each
 // hint is checked with a silent claim on the command queue. Only a claim that succeeds counts as "was closed".
 void TBUSBPrinter::watchForHolder() {
+    _isHolderGone = false;
     _iInterface->watchHolder([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
             self->performInlineOnCommandQueue([self] { self->holderMayHaveLetGo(); });
@@ -139,8 +140,10 @@ void TBUSBPrinter::watchForHolder() {
 }
 
 void TBUSBPrinter::holderMayHaveLetGo() {
-    if (_isOwned != -1 || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
-    _iInterface->watchHolder(nullptr); // once
+    // Hints come in bursts, and the ownership changes only when main has run: one of them is enough.
+    if (_isHolderGone || _isOwned != -1 || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
+    _isHolderGone = true;
+    _iInterface->watchHolder(nullptr);
     _environment.mainQueue.async([self = shared_from_this()] {
         usbInterfaceInterestCallback(self, self->deviceObject(), kIOMessageServiceWasClosed, nullptr);
     });

@@ -58,6 +58,7 @@ int runWithPrinters(const Options& options) {
     const PrinterCommand command = printerCommands().at(options.command);
     if (const int status = program->start([command] { command(*program); }); status != kDone) return status;
     const int status = program->run();
+    static_cast<void>(program->controller->applicationShouldTerminate());
     program->endBus();
     return status;
 }

@@ -101,6 +101,10 @@ Session::~Session() {
 }
 
 void Session::endBus() {
+    // A printer that was told to restart and never left is given back like any other.
+    if (_realBus != nullptr && controller) {
+        for (const Printer& printer : printers()) _realBus->setRestartExpected(printer->locationNumber(), false);
+    }
     if (_bus) _bus->stop();
 }
 

@@ -50,8 +50,8 @@ class Result:
 class Bench:
     """One case: a home of its own, and zulctl with virtual printers."""
 
-    def __init__(self, zulctl, archive):
-        self.zulctl, self.archive = zulctl, archive
+    def __init__(self, zulctl, window, archive):
+        self.zulctl, self.window, self.archive = zulctl, window, archive
         self.folder = tempfile.TemporaryDirectory(prefix="zul-program-")
         self.home = self.folder.name
         self.started = []

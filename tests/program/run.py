@@ -8,13 +8,14 @@ import traceback
 
 from bench import CASES, Bench
 
-for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_terminal"):
+for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_terminal",
+               "cases_window"):
     importlib.import_module(module)
 
 
 def run(sentence, function, options):
     begun = time.monotonic()
-    bench = Bench(options.zulctl, options.firmware_archive)
+    bench = Bench(options.zulctl, options.window, options.firmware_archive)
     try:
         function(bench)
         return True, sentence, time.monotonic() - begun, ""
@@ -27,6 +28,7 @@ def run(sentence, function, options):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--zulctl", required=True)
+    parser.add_argument("--window", required=True)
     parser.add_argument("--firmware-archive", required=True)
     parser.add_argument("--only", default="", help="cases whose sentence holds this")
     options = parser.parse_args()

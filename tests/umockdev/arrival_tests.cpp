@@ -1,7 +1,9 @@
 // What the bus tells of devices that come, go, come twice, or may not be opened yet.
 #include "Bench.h"
+
 #include "support/SimulatedClock.h"
 #include "usb/libusb/LibusbBusCore.h"
+#include <set>
 
 #include <libusb.h>
 
@@ -226,6 +228,20 @@ TEST_CASE("a printer behind a hub has one digit of its location for each port on
     CHECK(bench.service()->GetLocationID(location) == kIOReturnSuccess);
     CHECK(location == 0x01240000);
     CHECK(bench.service()->locationText() == "1-2.4");
+}
+
+TEST_CASE("two ports of a root hub with more than fifteen of them have two locations") {
+    Bench bench;
+    bench.plug({.port = "1-1", .address = 7});
+    bench.plug({.port = "1-17", .address = 8});
+    bench.start();
+    std::set<std::uint32_t> locations;
+    for (const ServiceToken token : bench.registry.services()) {
+        std::uint32_t location = 0;
+        CHECK(bench.registry.service(token)->GetLocationID(location) == kIOReturnSuccess);
+        locations.insert(location);
+    }
+    CHECK(locations == std::set<std::uint32_t>{0x01100000, 0x01100001});
 }
 
 TEST_CASE("a new printer whose node may not be opened is told of as soon as it may") {

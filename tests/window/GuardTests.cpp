@@ -4,6 +4,7 @@
 #include "holven_log/HOLVEN_Log.h"
 #include "ui/LogWindow.h"
 #include "ui/SleepInhibitor.h"
+#include "ui/TaskbarProgress.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QApplication>
@@ -62,6 +63,20 @@ class LoginService final : public QObject {
     int _ours = -1;
 };
 
+class TaskBar final : public QObject {
+    Q_OBJECT
+
+  public:
+    QStringList entries;
+    QList<QVariantMap> seen;
+
+  public Q_SLOTS:
+    void update(const QString& entry, const QVariantMap& properties) {
+        entries << entry;
+        seen << properties;
+    }
+};
+
 } // namespace
 
 TEST_CASE("the lock against sleep is held while it is wanted and given back afterwards") {
@@ -86,6 +101,24 @@ TEST_CASE("a system without a login service is no error") {
     ui::SleepInhibitor withoutBus(QDBusConnection("there is no such bus"));
     withoutBus.setInhibited(true);
     CHECK_FALSE(withoutBus.isHeld());
+}
+
+TEST_CASE("the task bar is told of progress, of its changes only, and of its end") {
+    const QDBusConnection listener = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "task-bar");
+    TaskBar bar;
+    REQUIRE(QDBusConnection(listener).connect({}, {}, "com.canonical.Unity.LauncherEntry", "Update", &bar,
+                                              SLOT(update(QString, QVariantMap))));
+    ui::TaskbarProgress progress(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "program-2"));
+    progress.show(true, 0.25);
+    progress.show(true, 0.251);
+    progress.show(true, 0.5);
+    progress.show(false, 1);
+    REQUIRE(QTest::qWaitFor([&] { return bar.seen.size() >= 3; }, 10000));
+    REQUIRE(bar.seen.size() == 3);
+    CHECK(bar.entries.first() == "application://zul-printer-utility.desktop");
+    CHECK(bar.seen[0] == QVariantMap{{"progress", 0.25}, {"progress-visible", true}});
+    CHECK(bar.seen[1]["progress"].toDouble() == 0.5);
+    CHECK_FALSE(bar.seen[2]["progress-visible"].toBool());
 }
 
 TEST_CASE("an update is under way for the guards from the first command to the report, and no longer") {

@@ -51,6 +51,8 @@ bool readDevice(libusb_device* device, DeviceFacts& facts) {
     return true;
 }
 
+constexpr std::size_t kLocationLevels = 6; // nibbles of a location below its bus
+
 } // namespace
 
 std::uint32_t DeviceFacts::locationID() const {
@@ -60,6 +62,8 @@ std::uint32_t DeviceFacts::locationID() const {
         if (shift == 0) break; // six nibbles are all there is room for
         shift -= 4;
         location |= (port & 0x0FU) << shift;
+        // Some root hubs have more ports than a nibble tells apart; the last nibble is free on all but the deepest bus.
+        if (port > 0x0FU && ports.size() < kLocationLevels) location |= port >> 4U;
     }
     return location;
 }

@@ -1,6 +1,7 @@
 // Start and stop of the real bus, and the event thread. What the events mean is in LibusbBusCore.cpp.
 #include "usb/libusb/LibusbBus.h"
 
+#include "platform/foundation/Format.h"
 #include "usb/libusb/LibusbBusCore.h"
 #include "usb/libusb/LibusbResult.h"
 
@@ -23,7 +24,9 @@ int LIBUSB_CALL hotplugCallback(libusb_context* /*context*/, libusb_device* devi
 void handleEvents(const std::shared_ptr<LibusbContext>& context, const std::shared_ptr<std::atomic<bool>>& ended) {
     while (!*ended) {
         const int result = libusb_handle_events(context->get());
-        if (result != 0 && result != LIBUSB_ERROR_INTERRUPTED) return;
+        if (result == 0 || result == LIBUSB_ERROR_INTERRUPTED) continue;
+        logText("the USB bus tells of no arrivals and departures from now on: %s", libusb_error_name(result));
+        return;
     }
 }
 

@@ -205,6 +205,21 @@ TEST_CASE("taking what another program holds closes and replays the attempt to o
     CHECK(bench.printer->status() == "USB Busy"); // closed and not in the probed state
 }
 
+TEST_CASE("a burst of hints that the other holder has let go leads to one retry") {
+    Bench bench;
+    bench.printerWithQueue();
+    bench.settle();
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
+    bench.printer->openInterface(nullptr);
+    bench.settle();
+    REQUIRE(bench.printer->ownership() == -1);
+    bench.handle->setAnswer("tryClaim", kIOReturnSuccess);
+    bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
+    for (int hint = 0; hint < 3; ++hint) bench.handle->holderMayBeFree();
+    bench.settle();
+    CHECK(bench.log.times("kIOMessageServiceWasClosed(e0000110)") == 1);
+}
+
 TEST_CASE("the other holder's close is checked with a silent claim and leads to one retry") {
     Bench bench;
     bench.inlinePrinter();
