@@ -13,7 +13,7 @@ constexpr const char* kCorruption = "-- File corruption --\n\nThere is a problem
 } // namespace
 
 TEST_CASE("a damaged firmware file is reported as corruption, and leaving the alert ends the application") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     archive.damage(kFirmwareFile);
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -29,7 +29,7 @@ TEST_CASE("a damaged firmware file is reported as corruption, and leaving the al
 }
 
 TEST_CASE("a damaged color table is as bad as a damaged firmware file") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     archive.damage("VK14_600_0161.cwd");
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -41,7 +41,7 @@ TEST_CASE("a damaged color table is as bad as a damaged firmware file") {
 }
 
 TEST_CASE("a firmware file of no bytes never matches") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     archive.empty(kFirmwareFile);
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -51,7 +51,7 @@ TEST_CASE("a firmware file of no bytes never matches") {
 }
 
 TEST_CASE("an archive without the firmware file passes its check but has no image, so nothing begins") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     archive.remove(kFirmwareFile);
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -63,7 +63,7 @@ TEST_CASE("an archive without the firmware file passes its check but has no imag
 }
 
 TEST_CASE("an archive without its digest file matches nothing") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     archive.remove("digests.json");
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -71,7 +71,7 @@ TEST_CASE("an archive without its digest file matches nothing") {
 }
 
 TEST_CASE("an archive that is damaged between the question and the answer is noticed before the first command") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     Lab lab(archive.folder());
     lab.startWithVK14();
     lab.printer()->updateFirmware();
@@ -90,7 +90,7 @@ TEST_CASE("an archive that is damaged between the question and the answer is not
 }
 
 TEST_CASE("an archive that is damaged while the printer restarts leaves it in its loader with a message") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     Lab lab(archive.folder());
     lab.startWithVK14("restart=5000");
     lab.confirmUpdate();
@@ -106,7 +106,7 @@ TEST_CASE("an archive that is damaged while the printer restarts leaves it in it
 }
 
 TEST_CASE("a color table that is missing at the end still gets its name sent and counts for the report") {
-    ChangedArchive archive;
+    ChangedSamples archive;
     archive.remove("VK14_600_0161.cwd");
     Lab lab(archive.folder());
     lab.startWithVK14();

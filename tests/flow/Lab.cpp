@@ -201,41 +201,6 @@ bool Lab::logged(const std::string& part) const {
 
 // ---- archive --------------------------------------------------------------------------------------------------------
 
-ChangedArchive::ChangedArchive() {
-    std::string folder = (fs::temp_directory_path() / "zul-archive-XXXXXX").string();
-    REQUIRE(mkdtemp(folder.data()) != nullptr);
-    _folder = folder;
-    for (const auto& entry : fs::directory_iterator(Lab::sampleArchive())) {
-        fs::create_symlink(entry.path(), _folder / entry.path().filename());
-    }
-}
-
-ChangedArchive::~ChangedArchive() {
-    std::error_code error;
-    fs::remove_all(_folder, error);
-}
-
-void ChangedArchive::remove(const std::string& file) {
-    REQUIRE(fs::remove(_folder / file));
-}
-
-void ChangedArchive::own(const std::string& file) {
-    remove(file);
-    fs::copy_file(Lab::sampleArchive() / file, _folder / file);
-}
-
-void ChangedArchive::damage(const std::string& file) {
-    own(file);
-    std::fstream stream(_folder / file, std::ios::in | std::ios::out | std::ios::binary);
-    stream.seekp(1000);
-    stream.put('!');
-}
-
-void ChangedArchive::empty(const std::string& file) {
-    remove(file);
-    std::ofstream stream(_folder / file);
-}
-
 // ---- what a VK14 sees -----------------------------------------------------------------------------------------------
 
 Wire attachWire() {

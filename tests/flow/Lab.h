@@ -7,6 +7,7 @@
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
+#include "support/ChangedArchive.h"
 #include "support/SimulatedClock.h"
 #include "virtual_printer/VirtualBus.h"
 
@@ -113,19 +114,9 @@ class Lab {
     std::shared_ptr<LogLines> _log;
 };
 
-/// The archive with some files changed: a folder of its own that goes with the object.
-class ChangedArchive {
-  public:
-    ChangedArchive();
-    ~ChangedArchive();
-    const std::filesystem::path& folder() const { return _folder; }
-    void remove(const std::string& file);
-    void damage(const std::string& file);
-    void empty(const std::string& file);
-
-  private:
-    void own(const std::string& file);
-    std::filesystem::path _folder;
+/// The sample archive with some files changed.
+struct ChangedSamples : ChangedArchive {
+    ChangedSamples() : ChangedArchive(Lab::sampleArchive()) {}
 };
 
 // The commands of the steps that every journey is made of, for a VK14.

@@ -1,6 +1,8 @@
 // What a printer is asked for and where the answers go.
 #include "Bench.h"
 
+#include "Classes/ProductTable.h"
+
 using namespace zul;
 using namespace zul::test;
 
@@ -230,6 +232,27 @@ TEST_CASE("the USB serial setting is written and read back, and a VK14 gets noth
     Bench other;
     other.inlinePrinter(3)->setUSB_ISerial(true);
     CHECK(other.frames().empty());
+}
+
+TEST_CASE("the queue clean-up removes the queues of the model whose name ends in a question mark, and only those") {
+    const TemporaryFolder folder;
+    const auto script = [&](const std::string& name, const std::string& body) {
+        const auto file = folder.write(name, "#!/bin/sh\n" + body);
+        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    };
+    script("lpstat", "[ \"$1\" = -v ] || exit 1\n"
+                     "echo 'device for Lab_1: usb://ZUL/QP-VK26?serial=1'\n"
+                     "echo 'device for Lab_2: usb://ZUL/QP-VK26?location=2'\n"
+                     "echo 'device for Other: usb://ZUL/QP-VK14?serial=3'\n"
+                     "echo 'device for Plain: usb://ZUL/QP-VK26'\n");
+    script("lpadmin", "echo \"$@\" >> '" + (folder / "removed").string() + "'\n");
+    const std::string path = std::getenv("PATH");
+    ::setenv("PATH", (folder.path.string() + ":" + path).c_str(), /*overwrite=*/1);
+    Bench bench;
+    bench.inlinePrinter(kProductVK26)->deleteExistingPrinterQueues();
+    bench.settle();
+    ::setenv("PATH", path.c_str(), /*overwrite=*/1);
+    CHECK(TemporaryFolder::read(folder / "removed") == "-x Lab_1\n-x Lab_2\n");
 }
 
 TEST_CASE("setting what is already set asks for nothing") {
