@@ -114,15 +114,25 @@ std::optional<SessionProblem> Session::makeVirtualBus() {
         return SessionProblem{"cannot write the journal " + _options.journalFile +
                               ". Name a file that can be written."};
     }
-    auto bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
-    int number = 0;
+    std::vector<VirtualPrinterSettings> printers;
+    std::set<VirtualBus::Location> taken; // the places that were named come first: others are put around them
     for (const std::string& text : _options.virtualPrinters) {
         auto parse = parseVirtualPrinter(text);
         if (!parse.settings) return SessionProblem{"--virtual " + text + ": " + parse.problem + ".", true};
         // Each printer its own serial number, unless one was named.
-        ++number;
-        if (text.find(",serial=") == std::string::npos) parse.settings->serial = formatted("%06d", number);
-        bus->add(*parse.settings);
+        if (text.find(",serial=") == std::string::npos) {
+            parse.settings->serial = formatted("%06d", static_cast<int>(printers.size()) + 1);
+        }
+        if (parse.settings->location && !taken.insert(*parse.settings->location).second) {
+            return SessionProblem{"--virtual " + text + ": another printer is at that location already.", true};
+        }
+        printers.push_back(*parse.settings);
+    }
+    auto bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
+    for (VirtualPrinterSettings& printer : printers) {
+        if (!printer.location) printer.location = VirtualBus::firstFreeLocation(taken);
+        taken.insert(*printer.location);
+        bus->add(printer);
     }
     // Embedded printers have no print queues: the user's own must not go with a change of their settings.
     TBUSBPrinterZUL::setShell([](const std::string&) { return 0; });

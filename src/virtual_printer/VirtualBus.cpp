@@ -2,8 +2,6 @@
 
 #include "virtual_printer/VirtualPort.h"
 
-#include <algorithm>
-
 namespace zul {
 
 namespace {
@@ -20,7 +18,9 @@ VirtualBus::~VirtualBus() {
 }
 
 std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
-    const auto [bus, port] = settings.location ? *settings.location : firstFreeLocation();
+    std::set<Location> taken;
+    for (const auto& port : _ports) taken.insert(port->location());
+    const auto [bus, port] = settings.location ? *settings.location : firstFreeLocation(taken);
     _ports.push_back(std::make_shared<VirtualPort>(_mainQueue, _clock, _journal, settings, bus, port));
     if (_registry != nullptr) {
         _ports.back()->setRegistry(_registry);
@@ -30,10 +30,9 @@ std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
 }
 
 // The ports of the first bus, then those of the next: a port is one hexadecimal digit of the location.
-std::pair<std::uint8_t, std::uint8_t> VirtualBus::firstFreeLocation() const {
-    std::pair<std::uint8_t, std::uint8_t> place{kFirstBus, kFirstPort};
-    const auto isTaken = [&](const auto& port) { return port->location() == place; };
-    while (std::ranges::any_of(_ports, isTaken)) {
+VirtualBus::Location VirtualBus::firstFreeLocation(const std::set<Location>& taken) {
+    Location place{kFirstBus, kFirstPort};
+    while (taken.contains(place)) {
         if (place.second == kLastPort) ++place.first;
         place.second = place.second == kLastPort ? kFirstPort : static_cast<std::uint8_t>(place.second + 1);
     }

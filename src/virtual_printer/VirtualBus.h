@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,10 @@ class VirtualBus final : public USBBus {
   public:
     VirtualBus(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal);
     ~VirtualBus() override;
+
+    using Location = std::pair<std::uint8_t, std::uint8_t>; // bus, port
+    /// The first port that is not taken. Any thread.
+    static Location firstFreeLocation(const std::set<Location>& taken);
 
     /// Attaches a printer: at once when the bus has been started, else with its start. Returns its number, from 0. It
     /// gets the location of its settings, or the first port that is free. Main queue.
@@ -38,8 +43,6 @@ class VirtualBus final : public USBBus {
     void stop() override;
 
   private:
-    std::pair<std::uint8_t, std::uint8_t> firstFreeLocation() const;
-
     MainQueue& _mainQueue;
     Clock& _clock;
     const std::shared_ptr<VirtualJournal> _journal;

@@ -110,6 +110,13 @@ bool parseFault(std::string text, VirtualPrinterSettings& settings) {
     return false;
 }
 
+// Printers are sold under two vendor IDs.
+bool parseVendor(const std::string& text, std::uint16_t& vendor) {
+    if (text != "0x2A71" && text != "0x2B84") return false;
+    vendor = text == "0x2A71" ? 0x2A71 : 0x2B84;
+    return true;
+}
+
 using Setter = std::function<bool(const std::string&, VirtualPrinterSettings&)>;
 
 const std::map<std::string, Setter>& setters() {
@@ -124,6 +131,7 @@ const std::map<std::string, Setter>& setters() {
         {"restart", [](auto& text, Settings& s) { return parseMilliseconds(text, s.restartTime); }},
         {"program", [](auto& text, Settings& s) { return parseMilliseconds(text, s.programTime); }},
         {"speed", [](auto& text, Settings& s) { return parseNumber(text, s.speed) && s.speed > 0; }},
+        {"vendor", [](auto& text, Settings& s) { return parseVendor(text, s.vendorID); }},
         {"location", [](auto& text, Settings& s) { return parseLocation(text, s); }},
         {"mode", [](auto& text, Settings& s) { return parseSwitch(text, "loader", "normal", s.startsInLoader); }},
         {"id1284", [](auto& text, Settings& s) { return parseSwitch(text, "on", "off", s.answersDeviceID); }},
@@ -193,6 +201,7 @@ std::string virtualPrinterHelp() {
                        "  restart=MS             how long a restart keeps it away (2000)\n"
                        "  program=MS             how long it programs its flash before it leaves (1000)\n"
                        "  speed=BYTES            bytes per second that it takes (4000000)\n"
+                       "  vendor=0x2A71|0x2B84   USB vendor ID\n"
                        "  location=BUS-PORT      where it is attached, for example 1-3\n"
                        "  mode=normal|loader     how it is when it is first attached\n"
                        "  id1284=on|off          whether it tells its IEEE 1284 device ID\n"

@@ -10,6 +10,7 @@
 //   restart=MS           how long a restart keeps it away (default 2000)
 //   program=MS           how long it programs its flash after the image before it leaves (default 1000)
 //   speed=BYTES          bytes per second that it takes (default 4000000)
+//   vendor=0x2A71|0x2B84 USB vendor ID
 //   location=BUS-PORT    where it is attached, e.g. 1-3
 //   mode=normal|loader   how it is when it is first attached
 //   id1284=on|off        whether it answers the request for its IEEE 1284 device ID

@@ -6,6 +6,8 @@
 
 using namespace zul;
 
+using namespace std::chrono_literals;
+
 namespace {
 
 constexpr const char* kFirmwareFile = "VK14 01.61.fw";
@@ -95,4 +97,28 @@ TEST_CASE("a firmware file that is gone when the loader waits for it is told, an
     CHECK(lab.operatorDesk.buttons() == std::vector<std::string>{"OK"});
     CHECK(lab.logged("FAILED Uploading firmware to printer (bad file)"));
     CHECK(lab.wire().empty());
+}
+
+TEST_CASE("a printer's row stays until the command that runs for it has finished") {
+    Lab lab;
+    lab.startWithVK14();
+    lab.printer()->printerCommandQueue()->async([&lab] { lab.clock.sleepFor(10s); });
+    lab.bus.unplug(0);
+    lab.advance(5s);
+    CHECK(lab.rows() == 1);
+    lab.advance(6s);
+    CHECK(lab.rows() == 0);
+}
+
+TEST_CASE("a version that a retired printer still tells selects nothing") {
+    Lab lab;
+    lab.startWithVK14();
+    const auto retired = lab.printer();
+    lab.bus.unplug(0);
+    lab.rest();
+    const int before = lab.timesLogged("observeValueForKeyPath");
+    REQUIRE(before > 0);
+    { const KeyChange change(*retired, HOLVEN_TBPrinterFirmwareVersion); }
+    lab.rest();
+    CHECK(lab.timesLogged("observeValueForKeyPath") == before);
 }

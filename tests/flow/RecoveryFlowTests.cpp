@@ -77,6 +77,54 @@ TEST_CASE("a printer that is pulled on its way to the loader goes on when it is 
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
+TEST_CASE("a printer that is pulled while the first half waits for it is sent nothing more, and is updated by starting "
+          "again") {
+    Lab lab;
+    lab.startWithVK14("status=00000:00000:00001:00000"); // printing when the first half begins
+    lab.confirmUpdate();
+    lab.advance(200ms); // before it asks again
+    lab.bus.unplug(0);
+    CHECK(lab.rest());
+    CHECK(lab.rows() == 0);
+    CHECK(timesSeen(lab, "FW_UPDFLASH_REWRITE") == 0);
+    lab.bus.plug(0);
+    lab.rest();
+    lab.update();
+    CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
+}
+
+TEST_CASE("a printer that is pulled on its way to the new firmware goes on when it is plugged in again") {
+    Lab lab;
+    lab.startWithVK14("restart=20000,program=1000");
+    lab.confirmUpdate();
+    lab.advance(20s + 8s); // back as its loader, written, and gone again
+    REQUIRE(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 1);
+    REQUIRE(lab.rows() == 0);
+    lab.bus.unplug(0);
+    lab.advance(1min);
+    CHECK(lab.rows() == 0);
+    lab.bus.plug(0);
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
+}
+
+TEST_CASE("a printer that is pulled while its new firmware gets ready gets its tables when it is plugged in again") {
+    Lab lab;
+    lab.startWithVK14("after-update=00001:00001:00001:00001:00000");
+    lab.confirmUpdate();
+    const auto isPrinting = [&] { return lab.rows() == 1 && lab.fact(HOLVEN_TBPrinterStatus) == "Printing"; };
+    for (int step = 0; step < 1000 && !isPrinting(); ++step) lab.advance(100ms);
+    REQUIRE(isPrinting());
+    lab.bus.unplug(0);
+    CHECK(lab.rest());
+    CHECK(lab.rows() == 0);
+    CHECK(timesSeen(lab, "TBL_CL") == 0);
+    lab.bus.plug(0);
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
+    CHECK(timesSeen(lab, "TBL_WTCTRLD_UPDATE_CW") == 2);
+}
+
 TEST_CASE("a printer that comes back very late is updated all the same") {
     Lab lab;
     lab.startWithVK14("restart=600000");

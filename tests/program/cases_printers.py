@@ -149,3 +149,19 @@ def _(bench):
     time.sleep(1)
     process.send_signal(signal.SIGINT)
     expect_equal(process.wait(), 130, "exit status")
+
+
+@case("two virtual printers at one location are refused, and a named location is kept free for its printer")
+def _(bench):
+    result = bench.run("list", printers=("VK14,location=1-2", "VK14,location=1-2"))
+    expect_equal(result.status, 2, result.err)
+    expect("another printer is at that location already" in result.err, result.err)
+    result = bench.run("--json", "list", printers=("VK14", "VK14,location=1-1"))
+    expect_equal([row["location"] for row in result.json], ["1-2", "1-1"], result.out)
+
+
+@case("a printer with the other vendor ID is found like any other")
+def _(bench):
+    result = bench.run("--json", "info", printers=("VK14,vendor=0x2B84",))
+    expect_equal(result.json["vendorID"], "0x2B84", result.out)
+    expect_equal(result.json["firmwareInstalled"], "VK14 01.60", result.out)
