@@ -113,15 +113,15 @@ Data paddedData(Data data) {
 
 std::uint16_t checksumForData(const Data& data) {
     std::uint32_t unsignedSum = 0;
-    std::int32_t signedSum = 0;
+    std::uint32_t signedSum = 0; // two's complement; it may pass the largest signed number
     std::for_each(data.rbegin(), data.rend(), [&](std::uint8_t byte) {
         unsignedSum += byte;
-        signedSum += static_cast<std::int8_t>(byte);
+        signedSum += static_cast<std::uint32_t>(static_cast<std::int8_t>(byte));
     });
-    logOrdinary(formatted("ucount = %u;scount = %d", unsignedSum, signedSum));
+    logOrdinary(formatted("ucount = %u;scount = %d", unsignedSum, static_cast<std::int32_t>(signedSum)));
     unsignedSum ^= 0xFFFFFFFFU;
-    signedSum ^= -1;
-    logOrdinary(formatted("u16count = %u;s16count = %d", unsignedSum, signedSum));
+    signedSum ^= 0xFFFFFFFFU;
+    logOrdinary(formatted("u16count = %u;s16count = %d", unsignedSum, static_cast<std::int32_t>(signedSum)));
     const auto low = static_cast<std::uint16_t>(unsignedSum);
     // The second is a signed number printed in hexadecimal: a negative one shows with all its bits.
     const auto signedLow = static_cast<std::int32_t>(static_cast<std::int16_t>(signedSum));

@@ -31,12 +31,13 @@ std::string standardized(const std::string& path) {
     return standard;
 }
 
-void createFolderOf(const std::string& path) {
+// given: the path as the caller wrote it, for the message.
+void createFolderOf(const std::string& path, const std::string& given) {
     const fs::path folder = fs::path(path).parent_path();
     if (folder.empty()) return;
     std::error_code error;
     fs::create_directories(folder, error);
-    if (error) logText("error with createDirectoryAtPath for [%s]:\nERROR = %s", path, error.message());
+    if (error) logText("error with createDirectoryAtPath for [%s]:\nERROR = %s", given, error.message());
 }
 
 // The newest whole lines of at most 10 MiB.
@@ -63,8 +64,8 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
         const std::scoped_lock lock(log.mutex);
         log.logFilePath = path ? std::optional(standardized(*path)) : std::nullopt;
         if (path) {
-            createFolderOf(*path);
-            rollLogFileIfNecessary(*path);
+            createFolderOf(*log.logFilePath, *path);
+            rollLogFileIfNecessary(*log.logFilePath);
         }
         // An open file stays the log file, although another path has been noted.
         if (log.file != nullptr || !path) return false;
@@ -96,7 +97,8 @@ void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::s
     if (error || size > currentSize) return; // a file whose size is unknown is left alone
     logText("Rolling log file.");
     const fs::path current(path);
-    const std::string extension = current.has_extension() ? current.extension().string().substr(1) : "log";
+    const std::string named = current.extension().string();
+    const std::string extension = named.size() > 1 ? named.substr(1) : "log";
     const std::string withoutExtension = (current.parent_path() / current.stem()).string();
     const std::string old = oldPath.value_or(withoutExtension + formatted("_old.%s", extension));
     const auto lines = Bundle::contentsOfFile(current);

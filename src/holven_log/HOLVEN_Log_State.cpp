@@ -16,7 +16,10 @@ HOLVEN_Log::Outside HOLVEN_Log::systemOutside() {
                 [](const std::string& path) {
                     if (std::freopen(path.c_str(), "a", stderr) == nullptr) {
                         logText("cannot send standard error to %s", path);
+                        return;
                     }
+                    // As before: what is said just before an abort must not be lost in a buffer.
+                    std::setvbuf(stderr, nullptr, _IONBF, 0);
                 },
             .sleepForEver =
                 [] {

@@ -375,6 +375,25 @@ TEST_CASE("opening a log file that has grown rolls it first") {
     CHECK(sizeOf(lab.folder / "app_old.log") == 0x100000);
 }
 
+TEST_CASE("a log file in the home folder is made, rolled and opened at the same place") {
+    LogLab lab;
+    const std::string home = std::getenv("HOME") == nullptr ? "" : std::getenv("HOME");
+    ::setenv("HOME", lab.folder.path.c_str(), /*overwrite=*/1);
+    lab.folder.write("grown.log", std::string(0x100000, 'x') + "\n");
+    CHECK(HOLVEN_Log::setLogFile("~/grown.log"));
+    ::setenv("HOME", home.c_str(), /*overwrite=*/1);
+    CHECK(std::filesystem::exists(lab.folder / "grown_old.log"));
+    CHECK(std::filesystem::file_size(lab.folder / "grown.log") == 0);
+    CHECK_FALSE(std::filesystem::exists("~"));
+}
+
+TEST_CASE("a log whose name ends with a point is rolled into one with the usual extension") {
+    LogLab lab;
+    const auto file = lab.folder.write("app.", "line\n");
+    HOLVEN_Log::rollLogFile(file.string(), std::nullopt, 1);
+    CHECK(TemporaryFolder::read(lab.folder / "app_old.log") == "line\n");
+}
+
 TEST_CASE("lines of several threads stay whole") {
     LogLab lab;
     const auto file = lab.folder / "lab.log";

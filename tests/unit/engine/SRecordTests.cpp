@@ -94,3 +94,27 @@ TEST_CASE("the checksum is the complement of the byte sum") {
     CHECK(checksumForData({}) == 0xFFFF);
     CHECK(checksumForData({0xFF}) == 0xFF00);
 }
+
+TEST_CASE("a file whose last line ends with a line feed is valid") {
+    CHECK(verifySRecData(dataFromText("S00600004844521B\n")));
+}
+
+TEST_CASE("a line of \"S1\" alone is invalid") {
+    CHECK_FALSE(verifySRecData(dataFromText("S1")));
+}
+
+TEST_CASE("padding and the checksum tell their numbers in the log") {
+    std::string logged;
+    HOLVEN_Log::Outside outside = HOLVEN_Log::systemOutside();
+    outside.standardError = [&logged](const std::string& text) { logged += text; };
+    HOLVEN_Log::reset(outside);
+    HOLVEN_Log::setApplicationName("lab");
+    static_cast<void>(paddedData(Data{1, 2, 3, 4, 5}));
+    CHECK(logged == "DEBUG: lab: padding data of length 5 to length 8\n");
+    logged.clear();
+    CHECK(checksumForData(Data{1, 2, 0xFF}) == 0xFEFD);
+    CHECK(logged == "DEBUG: lab: ucount = 258;scount = 2\n"
+                    "DEBUG: lab: u16count = 4294967037;s16count = -3\n"
+                    "DEBUG: lab: u16count ~= fefd;s16count ~= fffffffd\n");
+    HOLVEN_Log::reset();
+}
