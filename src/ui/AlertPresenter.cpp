@@ -178,9 +178,31 @@ void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert)
     alert.layout(*layout);
 }
 
+namespace {
+
+// Styles draw an empty box with a faint, darker outline. It is made stronger; on a dark window, where nobody sees it at
+// all, the box is filled lighter.
+QPalette paletteForBox(QPalette palette) {
+    constexpr double kShareOfText = 0.45;
+    constexpr int kStronger = 160; // per cent: the outline's colour is made from that of the window
+    if (!isDark(palette)) {
+        palette.setColor(QPalette::Window, palette.color(QPalette::Window).darker(kStronger));
+        return palette;
+    }
+    const QColor window = palette.color(QPalette::Window);
+    const QColor text = palette.color(QPalette::WindowText);
+    const auto mixed = [&](int dark, int light) { return static_cast<int>(dark + kShareOfText * (light - dark)); };
+    palette.setColor(QPalette::Base, QColor(mixed(window.red(), text.red()), mixed(window.green(), text.green()),
+                                            mixed(window.blue(), text.blue())));
+    return palette;
+}
+
+} // namespace
+
 void AlertPresenter::addCheckBox(QMessageBox& box, const AlertDescription& alert) {
     auto* const check = new QCheckBox(qtext(alert.accessory->title));
     check->setAccessibleName(qtext(alert.accessory->title));
+    check->setPalette(paletteForBox(_window->palette()));
     check->setChecked(alert.accessory->state == 1);
     box.setCheckBox(check);
     connect(check, &QCheckBox::toggled, &box, [accessory = alert.accessory](bool isChecked) {

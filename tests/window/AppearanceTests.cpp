@@ -4,8 +4,10 @@
 #include "ui/Pictures.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QIcon>
 #include <QImage>
+#include <QMessageBox>
 #include <algorithm>
 #include <cmath>
 #include <doctest/doctest.h>
@@ -54,6 +56,8 @@ TEST_CASE("the main states in light and in dark") {
         stage.click("Update Firmware…");
         stage.waitForAlert("Attention:");
         stage.screenshot("agreement" + suffix);
+        QPixmap box = stage.alert()->box->checkBox()->grab(QRect(0, 0, 16, 24)); // without its text
+        CHECK(strongestContrast(QIcon(box), QApplication::palette().color(QPalette::Window)) >= 3);
         stage.click("I Agree");
         stage.answer("Continue");
         stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != "Attention:"; });
