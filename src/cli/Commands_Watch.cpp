@@ -43,9 +43,9 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
         const auto value = static_cast<TBUSBPrinterZUL*>(context)->deviceInfoDict()->entries();
         const std::string key = factOfNotice(keyPath);
         const auto fact = value.find(key);
-        if (fact == value.end()) return; // a state of the object, not a fact about the printer
-        _program.mainQueue.async([weak, printer, key, held = fact->second] {
-            if (const auto self = weak.lock()) self->showFact(*printer, key, jsonOf(held));
+        const json held = fact == value.end() ? json(nullptr) : jsonOf(fact->second);
+        _program.mainQueue.async([weak, printer, key, held] {
+            if (const auto self = weak.lock()) self->showFact(*printer, key, held);
         });
     }
 
@@ -73,7 +73,7 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
     // A fact that was read again and is the same is no change.
     void showFact(const TBUSBPrinter& printer, const std::string& key, const json& value) {
         json& last = _last[printer.keyUSBdevice()][key];
-        if (last == value) return;
+        if (last == value) return; // also what is none of its facts, but a state of the object
         last = value;
         show(printer, "changed", key, value);
     }

@@ -116,6 +116,18 @@ TEST_CASE("a re-enumeration that the system refuses gives an error and changes n
     CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
+TEST_CASE("an interface that was open stays open when the system refuses a re-enumeration") {
+    Resetter resetter;
+    REQUIRE(resetter.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+    resetter.printer.refuses(USBDEVFS_RESET, EIO);
+    CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnError);
+    resetter.printer.sends("00000006");
+    char bytes[8] = {};
+    std::uint32_t size = sizeof bytes;
+    CHECK(resetter.handle->ReadPipeTO(kPipeIn, bytes, size, 1000, 1000) == kIOReturnSuccess);
+    CHECK(std::string(bytes, size) == "00000006");
+}
+
 TEST_CASE("a device that leaves after a re-enumeration in place is told of as its new service") {
     Resetter resetter;
     Bench& bench = resetter.bench;

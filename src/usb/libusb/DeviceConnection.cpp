@@ -95,9 +95,11 @@ bool DeviceConnection::isClaimed(std::uint8_t interface, const void* owner) {
     return held != _owners.end() && held->second == owner;
 }
 
-void DeviceConnection::releaseAll() {
+std::map<std::uint8_t, const void*> DeviceConnection::releaseAll() {
     const std::scoped_lock lock(_mutex);
+    const auto owners = _owners;
     releaseAllLocked();
+    return owners;
 }
 
 void DeviceConnection::releaseAllLocked() {

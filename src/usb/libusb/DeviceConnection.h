@@ -67,7 +67,7 @@ class DeviceConnection {
     /// count as a holder and is left alone.
     IOReturn tryClaim(std::uint8_t interface);
     bool isClaimed(std::uint8_t interface, const void* owner);
-    void releaseAll();
+    std::map<std::uint8_t, const void*> releaseAll();
     /// False when the kernel has taken the device off the bus, which it may know before the event is delivered. Asks
     /// the kernel only, not the device.
     bool isOnBus(std::uint8_t interface);

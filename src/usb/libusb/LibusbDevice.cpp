@@ -17,11 +17,15 @@ IOReturn LibusbDevice::USBDeviceReEnumerate(std::uint32_t /*options*/) {
     const DeviceConnection::Transfer transfer(*_connection);
     // Claims go first: the library would take them again after the reset and report its own failure to do so with the
     // same code as a device that has become another one.
-    _connection->releaseAll();
+    const auto owners = _connection->releaseAll();
     const int result = libusb_reset_device(_connection->handle());
     // The device came back as a different one, or has left: the system's own events follow.
     if (result == LIBUSB_ERROR_NOT_FOUND || result == LIBUSB_ERROR_NO_DEVICE) return kIOReturnSuccess;
-    if (result != 0) return ioReturnFromLibusb(result);
+    if (result != 0) {
+        // Nothing has changed: whoever had the interface open has it open still.
+        for (const auto& [interface, owner] : owners) static_cast<void>(_connection->seize(interface, owner));
+        return ioReturnFromLibusb(result);
+    }
     _connection->device()->restartExpected = true; // until the new service has been announced
     _attachment->gone = true;
     _attachment->reenumerated(_attachment);

@@ -87,9 +87,24 @@ void GadgetPrinter::send(const VirtualTransfer& transfer) {
     } else if (transfer.delay.count() == 0) {
         _port.send(transfer.bytes);
     } else {
-        _clock.callAt(_clock.now() + transfer.delay,
-                      [this, bytes = transfer.bytes] { _mainQueue.async([this, bytes] { _port.send(bytes); }); });
+        unsigned stay = 0;
+        {
+            const std::lock_guard lock(_mutex);
+            stay = _stay;
+        }
+        _clock.callAt(_clock.now() + transfer.delay, [this, stay, bytes = transfer.bytes] {
+            _mainQueue.async([this, stay, bytes] { sendLate(stay, bytes); });
+        });
     }
+}
+
+// An answer that was on its way when the printer left is lost, like that of any printer.
+void GadgetPrinter::sendLate(unsigned stay, const Data& bytes) {
+    {
+        const std::lock_guard lock(_mutex);
+        if (stay != _stay || _stopping) return;
+    }
+    _port.send(bytes);
 }
 
 void GadgetPrinter::configured(bool configured) {
@@ -129,17 +144,22 @@ void GadgetPrinter::journal(const std::string& event, const std::string& command
 
 void GadgetPrinter::attach() {
     std::optional<VirtualDeparture> restartsByItself;
+    std::string deviceID;
+    std::string serialNumber;
+    std::string what;
     {
         const std::lock_guard lock(_mutex);
         _printer.attach();
         restartsByItself = _printer.departureAfterAttach();
         ++_stay;
+        deviceID = _settings.answersDeviceID ? _printer.deviceID() : "";
+        serialNumber = _printer.serialText().value_or("");
+        what = _printer.isLoader() ? "in its loader" : "with firmware " + _printer.firmware();
     }
-    _port.setDeviceID(_settings.answersDeviceID ? _printer.deviceID() : "");
-    _port.setSerialNumber(_printer.serialText().value_or(""));
+    _port.setDeviceID(deviceID);
+    _port.setSerialNumber(serialNumber);
     journal("arrive");
     _port.plugInto(_udc);
-    const std::string what = _printer.isLoader() ? "in its loader" : "with firmware " + _printer.firmware();
     tell("on " + _udc + " " + what);
     if (restartsByItself) schedule(*restartsByItself);
 }

@@ -38,6 +38,7 @@ class GadgetPrinter {
     void controlled(const SetupRequest& request, bool answered);
     void takeTime(std::size_t bytes);
     void send(const VirtualTransfer& transfer);
+    void sendLate(unsigned stay, const Data& bytes);
 
     void attach();
     void schedule(const VirtualDeparture& departure);
