@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <doctest/doctest.h>
+#include <future>
 
 using namespace zul;
 using namespace std::chrono_literals;
@@ -147,6 +148,28 @@ TEST_CASE("a printer that is busy after its restart gets its tables once it is i
     const auto clear = std::ranges::find(wire, std::string("TBL_CL"));
     REQUIRE(clear - wire.begin() >= 4);
     CHECK(Wire(clear - 4, clear) == Wire{"STATUS", "STATUS", "STATUS", "STATUS"});
+}
+
+TEST_CASE("a pass that wrote no table clears the printer's, and both versions are reported as a problem") {
+    Lab lab;
+    lab.startWithVK14();
+    const auto printer = lab.printer();
+    lab.forgetWire();
+    printer->deviceInfoDict()->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, "VK14 01.50");
+    // The check of the archive takes the list anew; what is stored when the queue gets there is what counts.
+    std::promise<void> listIsCut;
+    printer->printerCommandQueue()->async([&] { listIsCut.get_future().wait(); });
+    printer->finishFirmwareUpdate();
+    printer->deviceInfoDict()->set(cFirmwareFilenames, std::vector<std::string>{"VK14 01.61.fw", "VK14_300_0161.cwd"});
+    listIsCut.set_value();
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == "There was a problem with the firmware update!");
+    CHECK(lab.operatorDesk.message() == "Previous firmware version: VK14 01.50 current version: VK14 01.60");
+    CHECK(lab.operatorDesk.buttons() == std::vector<std::string>{"OK"});
+    const Wire wire = lab.wire();
+    CHECK(std::ranges::count(wire, std::string("TBL_CL")) == 1);
+    CHECK(std::ranges::none_of(wire, [](const std::string& command) { return command.starts_with("TBL_WT"); }));
+    CHECK_FALSE(printer->inFirmwareUpdate());
 }
 
 TEST_CASE("the same version is installed again without a word about it") {

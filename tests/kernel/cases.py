@@ -14,7 +14,7 @@ if arguments.zulctl:
     import cases_zulctl  # noqa: F401
 else:
     print("kernel: there is no zulctl yet, its cases are left out")
-if arguments.window_tests and shutil.which("Xvfb"):
+if arguments.window and shutil.which("Xvfb"):
     import cases_window  # noqa: F401
 else:
     print("kernel: there is no window or no Xvfb, its case is left out")

@@ -79,7 +79,7 @@ class Gadget:
 class Lab:
     def __init__(self, arguments):
         self.vkgadget, self.zulctl_path = arguments.vkgadget, arguments.zulctl
-        self.window_tests, self.on_display = arguments.window_tests, arguments.on_display
+        self.window, self.journey, self.on_display = arguments.window, arguments.journey, arguments.on_display
         self.archive = arguments.firmware_archive
         self.folder = pathlib.Path.cwd()
         self.log_file = None
@@ -126,8 +126,9 @@ def parsed_arguments():
     parser = argparse.ArgumentParser()
     parser.add_argument("--vkgadget", required=True)
     parser.add_argument("--zulctl", help="without it the cases of zulctl are left out")
-    parser.add_argument("--window-tests", help="without it the case of the window is left out")
-    parser.add_argument("--on-display", help="what runs them on a display of its own")
+    parser.add_argument("--window", help="the program with the window; without it its case is left out")
+    parser.add_argument("--journey", help="who operates it from outside")
+    parser.add_argument("--on-display", help="what gives it a display of its own")
     parser.add_argument("--firmware-archive", required=True)
     parser.add_argument("--only", type=int, action="append", help="number of a case; repeatable")
     return parser.parse_args()

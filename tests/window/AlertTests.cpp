@@ -1,6 +1,7 @@
 // Every alert on the screen: its texts, its buttons in their order, the default button, Escape, the agreement box.
 #include "window/Stage.h"
 
+#include "platform/dispatch/Queue.h"
 #include "support/ChangedArchive.h"
 #include "virtual_printer/VirtualBus.h"
 
@@ -8,6 +9,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <doctest/doctest.h>
+#include <future>
 
 namespace zul::test {
 
@@ -120,6 +122,22 @@ TEST_CASE("files that are damaged while the printer restarts leave it in its loa
     archive.damage(kFirmwareFile);
     checkAlert(stage.waitForAlert("There was a problem with the firmware file!"),
                "This application may be damaged. Please download a new copy.", {"OK"});
+    stage.answer("OK");
+}
+
+// No printer that can be updated is without tables, so the stored list is cut short on the way.
+TEST_CASE("an update without tables is reported as a problem, with both versions") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    const auto printer = stage.printers()[0];
+    printer->deviceInfoDict()->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, "VK14 01.50");
+    std::promise<void> listIsCut;
+    printer->printerCommandQueue()->async([&] { listIsCut.get_future().wait(); });
+    printer->finishFirmwareUpdate();
+    printer->deviceInfoDict()->set(cFirmwareFilenames, std::vector<std::string>{kFirmwareFile, "VK14_300_0161.cwd"});
+    listIsCut.set_value();
+    checkAlert(stage.waitForAlert("There was a problem with the firmware update!"),
+               "Previous firmware version: VK14 01.50 current version: VK14 01.60", {"OK"});
     stage.answer("OK");
 }
 

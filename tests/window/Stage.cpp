@@ -90,11 +90,10 @@ Stage::Stage(StageOptions options) {
     SessionOptions session;
     session.virtualPrinters = options.printers;
     session.admittedProducts = options.admittedProducts;
-    session.firmwareArchive =
-        options.firmwareArchive.empty() && options.usesRealBus ? ZUL_SAMPLE_ARCHIVE : options.firmwareArchive;
-    if (!options.usesRealBus) session.journalFile = journalFile();
+    session.firmwareArchive = options.firmwareArchive;
+    session.journalFile = journalFile();
     // Without printers the embedded bus would give way to the real one: one that is pulled out at once keeps it.
-    const bool isEmpty = options.printers.empty() && !options.usesRealBus;
+    const bool isEmpty = options.printers.empty();
     if (isEmpty) session.virtualPrinters = {quick("VK14")};
     if (options.speed > 1) _clock = std::make_unique<QuickClock>(options.speed);
     _program = std::make_unique<ui::WindowProgram>(

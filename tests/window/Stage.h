@@ -32,7 +32,6 @@ struct StageOptions {
     std::string firmwareArchive = {}; // empty: the sample archive
     std::string language = "en";
     bool isDark = false;
-    bool usesRealBus = false;
     int speed = 1; // how many times as fast as the machine's the clock runs
 };
 

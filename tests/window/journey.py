@@ -1,0 +1,92 @@
+#!/usr/bin/python3
+"""An operator who cannot see and has no mouse brings the one attached VK14 from 01.60 to 01.61.
+
+    journey.py PROGRAM [ARGUMENT...]
+
+The program is the real one, as a process of its own. Its exit status is 0 when the whole way went as it must.
+"""
+import sys
+
+sys.dont_write_bytecode = True  # the source tree stays as it is
+
+from screen import Screen  # noqa: E402  (after the switch above)
+
+OLD, NEW = "VK14 01.60", "VK14 01.61"
+AGREEMENT = "Attention:"
+CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
+REPORT = "Firmware update was successful!"
+STEPS = ["Checking", "Entering the loader", "Restarting", "Writing the firmware", "Restarting", "Color table", "Done"]
+
+
+def expect_equal(got, wanted, what):
+    if got != wanted:
+        raise AssertionError(f"{what}: got {got!r}, wanted {wanted!r}")
+
+
+def read_facts(screen, firmware, table):
+    """A row shows what the printer answered; a column that is empty would hide a question that was never asked."""
+    def row():
+        cells = screen.names("table cell")
+        return cells if firmware in cells and table in cells and "Idle" in cells else None
+    cells = screen.wait(f"a row with {firmware} and {table}", row)
+    expect_equal(len(cells), 9, "cells of the one row")
+    expect_equal([cell for cell in cells if not cell], [], "cells without a text")
+    expect_equal(NEW in cells, True, "the offered firmware is shown")
+
+
+def agree_and_confirm(screen):
+    screen.press("ctrl+u")
+    expect_equal(screen.wait_for_alert(AGREEMENT), ["Quit", "Continue"], "buttons of the agreement")
+    expect_equal(screen.is_enabled("push button", "Continue"), False, "Continue before the agreement")
+    screen.tab_to("I Agree")
+    screen.press("space")
+    screen.wait("Continue can be chosen", lambda: screen.is_enabled("push button", "Continue"))
+    screen.answer(AGREEMENT, "Continue")
+    choice = f"Update Firmware to {NEW}"
+    expect_equal(screen.wait_for_alert(CONFIRMATION), ["Cancel", choice], "buttons of the confirmation")
+    screen.answer(CONFIRMATION, choice)
+
+
+def watch(screen):
+    """The steps that were told as the current one, by their places in STEPS, until the report is there."""
+    def labels():
+        found = [node for node in screen.nodes() if node.get_role_name() == "label" and
+                 node.get_name().endswith((": to come", ": current step", ": done"))]
+        return found if len(found) == len(STEPS) else None
+    steps = screen.wait("the steps of the update", labels)
+    told = []
+
+    def is_reported():
+        for place, step in enumerate(steps):
+            step.clear_cache()
+            name = step.get_name()
+            if name.endswith(": current step") and place not in told:
+                expect_equal(name.startswith(STEPS[place]), True, f"{name} is step {place}")
+                told.append(place)
+        return screen.find("alert", REPORT)
+    screen.wait("the report", is_reported)
+    return told
+
+
+def main(command):
+    with Screen(*command) as screen:
+        read_facts(screen, OLD, "0160")
+        agree_and_confirm(screen)
+        told = watch(screen)
+        print("journey: steps told:", ", ".join(STEPS[place] for place in told), flush=True)
+        expect_equal(told, sorted(told), "the steps come in their order")
+        for place in (2, 3, 4):  # both restarts and the image between them
+            expect_equal(place in told, True, f"{STEPS[place]} (step {place}) was told")
+        expect_equal(screen.wait_for_alert(REPORT), ["Finish"], "buttons of the report")
+        screen.answer(REPORT, "Finish")
+        read_facts(screen, NEW, "0161")
+        screen.wait("the result on the card", lambda: any(
+            f"Updated from {OLD} to {NEW}." in name and "2 color tables written." in name
+            for name in screen.names("label")))
+        screen.press("ctrl+q")
+        expect_equal(screen.wait_for_end(), 0, "exit status")
+    print("journey: done", flush=True)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

@@ -1,0 +1,132 @@
+"""A program as a screen reader and a keyboard see it: names, states and keys, from another process."""
+import os
+import subprocess
+import tempfile
+import time
+
+import gi
+
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402  (the version comes first)
+
+LONGEST_WAIT = 60  # s; generous, for emulated machines
+PAUSE = 0.2  # s; between two looks, so that the program has the processor
+MOST_TABS = 40
+WINDOWS = ("frame", "alert", "dialog")
+CONTAINERS = ("panel", "table")
+
+
+class Screen:
+    """Runs one program and operates it. Nothing is known of its inside."""
+
+    def __init__(self, *command):
+        self._home = tempfile.TemporaryDirectory(prefix="zul-screen-")
+        # Without a screen reader the toolkit tells nobody what it shows.
+        env = dict(os.environ, QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1", XDG_CONFIG_HOME=self._home.name,
+                   XDG_STATE_HOME=self._home.name)
+        self.process = subprocess.Popen(command, env=env)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        self._home.cleanup()
+
+    # ---- eyes -------------------------------------------------------------------------------------------------------
+
+    def nodes(self):
+        """Everything on the screen, in the order of a screen reader."""
+        while GLib.MainContext.default().iteration(False):
+            pass
+        desktop = Atspi.get_desktop(0)
+        found = []
+        for index in range(desktop.get_child_count()):
+            application = desktop.get_child_at_index(index)
+            if application is not None and application.get_process_id() == self.process.pid:
+                application.clear_cache()
+                for child in range(application.get_child_count()):
+                    _collect(application.get_child_at_index(child), found)
+        return found
+
+    def names(self, role):
+        return [node.get_name() for node in self.nodes() if node.get_role_name() == role]
+
+    def find(self, role, name):
+        for node in self.nodes():
+            if node.get_role_name() == role and node.get_name() == name:
+                return node
+        return None
+
+    def is_enabled(self, role, name):
+        node = self.find(role, name)
+        return node is not None and node.get_state_set().contains(Atspi.StateType.ENABLED)
+
+    def focused(self):
+        """The name of what the next key goes to. A window behind another still tells where its own focus would be."""
+        focus, is_active = None, False
+        for node in self.nodes():
+            role, states = node.get_role_name(), node.get_state_set()
+            if role in WINDOWS:
+                is_active = states.contains(Atspi.StateType.ACTIVE)
+            elif is_active and role not in CONTAINERS and states.contains(Atspi.StateType.FOCUSED):
+                focus = node.get_name()
+        return focus
+
+    def wait(self, what, condition):
+        end = time.monotonic() + LONGEST_WAIT
+        while time.monotonic() < end:
+            if self.process.poll() is not None:
+                raise AssertionError(f"the program ended while waiting for: {what}")
+            try:
+                value = condition()
+            except GLib.Error:  # it went away while it was looked at
+                value = None
+            if value:
+                return value
+            time.sleep(PAUSE)
+        shown = "\n".join(f"{node.get_role_name()}: {node.get_name()}" for node in self.nodes())
+        raise AssertionError(f"waited for: {what}; shown:\n{shown}")
+
+    def wait_for(self, role, name):
+        return self.wait(f"{role} {name!r}", lambda: self.find(role, name))
+
+    def wait_for_alert(self, title):
+        """The names of its buttons, once it takes keys."""
+        alert = self.wait_for("alert", title)
+        self.wait("the alert is in front", lambda: alert.get_state_set().contains(Atspi.StateType.ACTIVE))
+        inside = []
+        _collect(alert, inside)
+        return [node.get_name() for node in inside if node.get_role_name() == "push button"]
+
+    # ---- hands ------------------------------------------------------------------------------------------------------
+
+    def press(self, key):
+        subprocess.run(["xdotool", "key", key], check=True)
+
+    def tab_to(self, name):
+        for _ in range(MOST_TABS):
+            before = self.wait("something has the focus", self.focused)
+            if before == name:
+                return
+            self.press("Tab")
+            self.wait("the focus moved", lambda: self.focused() not in (None, before))  # noqa: B023  (used at once)
+        raise AssertionError(f"the keyboard does not reach {name!r}")
+
+    def answer(self, title, button):
+        self.tab_to(button)
+        self.press("space")  # Return would press the default button, wherever the focus is
+        self.wait(f"the alert {title!r} is gone", lambda: self.find("alert", title) is None)
+
+    def wait_for_end(self):
+        return self.process.wait(LONGEST_WAIT)
+
+
+def _collect(node, found):
+    if node is None or not node.get_state_set().contains(Atspi.StateType.SHOWING):
+        return
+    found.append(node)
+    for index in range(node.get_child_count()):
+        _collect(node.get_child_at_index(index), found)
