@@ -28,7 +28,7 @@ void requireCommandBlock(const Block& block, const char* file, int line) {
 } // namespace
 
 TBUSBPrinter::TBUSBPrinter(Environment& environment) : _environment(environment) {
-    _notifyPort = TBPrinters::sharedNotificationPort(environment);
+    _interests = TBPrinters::sharedNotificationPort(environment)->interests();
 }
 
 TBUSBPrinter::~TBUSBPrinter() = default;
@@ -47,8 +47,8 @@ const void* TBUSBPrinter::mainQueueSpecificKey() {
 void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
     _creationToken = deviceObject;
     // The departure must reach this object from its first moment, long before its queue gets to setDeviceObject.
-    if (const auto port = _notifyPort.lock()) {
-        _creationInterest = port->addInterest(
+    if (const auto interests = _interests.lock()) {
+        _creationInterest = interests->add(
             deviceObject, this, [weak = weak_from_this()](ServiceToken service, IOMessage message, void* argument) {
                 if (const auto printer = weak.lock()) usbInterfaceInterestCallback(printer, service, message, argument);
             });
@@ -146,7 +146,9 @@ void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue repl
 
 void TBUSBPrinter::prepareForRelease() {
     _released = true; // at once: a wait that runs now must give up before the queue can get to the release
-    if (const auto port = _notifyPort.lock(); port && _creationInterest != 0) port->removeInterest(_creationInterest);
+    if (const auto interests = _interests.lock(); interests && _creationInterest != 0) {
+        interests->remove(_creationInterest);
+    }
     _creationInterest = 0;
     Block release = [self = shared_from_this()] {
         self->setInterfaceInterface(nullptr);

@@ -295,7 +295,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     std::uint16_t _idProduct = 0;
     std::uint16_t _langId = 0;
     std::atomic<bool> _isBusy{false};
-    std::weak_ptr<NotificationPort> _notifyPort; // the program may end first
+    std::weak_ptr<InterestTable> _interests; // the program may end first
     std::uint32_t _interestNotification = 0;
     std::uint32_t _busyNotification = 0; // released with the first; never registered
     std::atomic<ServiceToken> _deviceObject{0};

@@ -38,16 +38,16 @@ void TBUSBPrinter::setDeviceObject(ServiceToken deviceObject) {
 // with a log line and nothing else.
 void TBUSBPrinter::releaseNotification(std::uint32_t notification, int line) {
     if (notification == 0) return;
-    const auto port = _notifyPort.lock();
-    if (!port || port->removeInterest(notification)) return;
+    const auto interests = _interests.lock();
+    if (!interests || interests->remove(notification)) return;
     logText("%s error [0x%.2X] trying to release a notification object in %s line %d",
             strForIOReturn(kIOReturnNotFound), asHex(kIOReturnNotFound), kSetDeviceObject, line);
 }
 
 void TBUSBPrinter::registerForMessages(ServiceToken deviceObject) {
     logText("setting new %s class IOService object\n", kInterfaceClassName);
-    if (const auto port = _notifyPort.lock()) {
-        _interestNotification = port->addInterest(
+    if (const auto interests = _interests.lock()) {
+        _interestNotification = interests->add(
             deviceObject, this, [weak = weak_from_this()](ServiceToken service, IOMessage message, void* argument) {
                 if (const auto printer = weak.lock()) usbInterfaceInterestCallback(printer, service, message, argument);
             });

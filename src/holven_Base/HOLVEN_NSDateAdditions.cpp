@@ -9,7 +9,9 @@ namespace zul {
 std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_point date, const std::string& format,
                                                const std::string& timeZone) {
     UErrorCode status = U_ZERO_ERROR;
-    icu::SimpleDateFormat formatter(icu::UnicodeString::fromUTF8(format), status);
+    // Not the user's calendar, digits or weeks: these texts are read by programs and by people elsewhere.
+    const icu::Locale locale("en_US_POSIX");
+    icu::SimpleDateFormat formatter(icu::UnicodeString::fromUTF8(format), locale, status);
     if (U_FAILURE(status)) return std::nullopt;
     if (!timeZone.empty()) {
         formatter.adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZone)));

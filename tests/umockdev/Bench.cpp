@@ -89,7 +89,7 @@ void Bench::watch() {
             REQUIRE(arrived->GetInterfaceNumber(number) == kIOReturnSuccess);
             _names[token] = arrived->locationText() + (number == 0 ? "" : "/" + std::to_string(number));
             told.push_back("arrived " + _names[token]);
-            _port.addInterest(token, this, [this](ServiceToken service, IOMessage message, void*) {
+            _port.interests()->add(token, this, [this](ServiceToken service, IOMessage message, void*) {
                 told.push_back((message == kIOMessageServiceIsTerminated ? "terminated " : "message ") +
                                _names[service]);
             });

@@ -294,6 +294,17 @@ TEST_CASE("a printer that is reported before it is configured is told of when it
     CHECK(timed.bench.tale() == "arrived 1-2");
 }
 
+TEST_CASE("a printer that is configured long after its arrival, by hand for example, is told of then") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.plug({.configuration = ""});
+    timed.advance(10s);
+    CHECK(timed.bench.told.empty());
+    timed.bench.configure("1-2", "1");
+    timed.advance(2s);
+    CHECK(timed.bench.tale() == "arrived 1-2");
+}
+
 TEST_CASE("a device that is never configured is no service") {
     TimedBench timed;
     timed.bench.start();

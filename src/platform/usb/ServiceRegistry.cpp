@@ -51,21 +51,21 @@ std::shared_ptr<ServiceIterator> NotificationPort::addMatchingNotification(Servi
     return match->iterator;
 }
 
-std::uint32_t NotificationPort::addInterest(ServiceToken service, const void* context, InterestCallback callback) {
-    const std::scoped_lock lock(_interestsMutex);
+std::uint32_t InterestTable::add(ServiceToken service, const void* context, Callback callback) {
+    const std::scoped_lock lock(_mutex);
     _interests.push_back({_nextInterest, service, context, std::move(callback)});
     return _nextInterest++;
 }
 
-bool NotificationPort::removeInterest(std::uint32_t interest) {
-    const std::scoped_lock lock(_interestsMutex);
+bool InterestTable::remove(std::uint32_t interest) {
+    const std::scoped_lock lock(_mutex);
     return std::erase_if(_interests, [&](const Interest& entry) { return entry.id == interest; }) > 0;
 }
 
-void NotificationPort::deliver(ServiceToken service, IOMessage message, void* argument) {
+void InterestTable::deliver(ServiceToken service, IOMessage message, void* argument) {
     std::vector<Interest> interests;
     {
-        const std::scoped_lock lock(_interestsMutex);
+        const std::scoped_lock lock(_mutex);
         interests = _interests;
     }
     std::vector<const void*> told;
@@ -114,7 +114,7 @@ void ServiceRegistry::serviceTerminated(ServiceToken token) {
 void ServiceRegistry::serviceMessage(ServiceToken token, IOMessage message, void* argument) {
     const auto ports = _ports;
     for (NotificationPort* port : ports) {
-        if (std::ranges::count(_ports, port) > 0) port->deliver(token, message, argument);
+        if (std::ranges::count(_ports, port) > 0) port->interests()->deliver(token, message, argument);
     }
 }
 

@@ -53,11 +53,36 @@ struct ServiceMatching {
 
 class ServiceRegistry;
 
+/// Who wants the messages of which service. Apart from the port, because printers register and withdraw on their own
+/// queues, and the last of them may do so while the port goes on the main queue. Any thread.
+class InterestTable {
+  public:
+    using Callback = std::function<void(ServiceToken service, IOMessage message, void* argument)>;
+
+    /// Registers for messages of one service. A context that is registered twice for a service hears each message
+    /// once. Returns an id for remove, never 0. The callbacks run on the main queue.
+    std::uint32_t add(ServiceToken service, const void* context, Callback callback);
+    /// False when there is no such registration. A message being delivered may still arrive.
+    bool remove(std::uint32_t interest);
+    /// Delivers a message to every context registered for the service.
+    void deliver(ServiceToken service, IOMessage message, void* argument);
+
+  private:
+    struct Interest {
+        std::uint32_t id;
+        ServiceToken service;
+        const void* context;
+        Callback callback;
+    };
+    std::mutex _mutex;
+    std::vector<Interest> _interests;
+    std::uint32_t _nextInterest = 1;
+};
+
 /// Delivers the registry's events on the main queue until it is destroyed.
 class NotificationPort {
   public:
     using MatchCallback = std::function<void(ServiceIterator& iterator)>;
-    using InterestCallback = std::function<void(ServiceToken service, IOMessage message, void* argument)>;
 
     explicit NotificationPort(ServiceRegistry& registry);
     ~NotificationPort();
@@ -69,14 +94,8 @@ class NotificationPort {
     std::shared_ptr<ServiceIterator> addMatchingNotification(ServiceNotification kind, const ServiceMatching& matching,
                                                              MatchCallback callback);
 
-    /// Registers for messages of one service. A context that is registered twice for a service hears each message
-    /// once. Returns an id for removeInterest, never 0. Any thread; the callbacks run on the main queue.
-    std::uint32_t addInterest(ServiceToken service, const void* context, InterestCallback callback);
-    /// False when there is no such registration. Any thread; a message being delivered may still arrive.
-    bool removeInterest(std::uint32_t interest);
-
-    /// Delivers a message to every context registered for the service.
-    void deliver(ServiceToken service, IOMessage message, void* argument);
+    /// Who hears the messages of single services. It may outlive the port by a moment; it then delivers nothing more.
+    const std::shared_ptr<InterestTable>& interests() const { return _interests; }
 
     ServiceRegistry& registry() { return _registry; }
 
@@ -88,19 +107,11 @@ class NotificationPort {
         MatchCallback callback;
         std::shared_ptr<ServiceIterator> iterator;
     };
-    struct Interest {
-        std::uint32_t id;
-        ServiceToken service;
-        const void* context;
-        InterestCallback callback;
-    };
     void announce(ServiceNotification kind, ServiceToken token, USBService& service);
 
     ServiceRegistry& _registry;
     std::vector<std::shared_ptr<Match>> _matches;
-    std::mutex _interestsMutex; // printers register and withdraw on their own queues
-    std::vector<Interest> _interests;
-    std::uint32_t _nextInterest = 1;
+    const std::shared_ptr<InterestTable> _interests = std::make_shared<InterestTable>();
 };
 
 class ServiceRegistry {

@@ -114,11 +114,14 @@ void LibusbBus::Core::announceOrWait(const std::shared_ptr<Entry>& entry) {
     if (!isCurrent(entry)) return;
     Clock& clock = _port->clock();
     const Clock::TimePoint now = clock.now();
-    if (isReady(*entry) || now >= entry->announceBy) {
+    const bool isOverdue = now >= entry->announceBy;
+    // A device that is configured only later, by hand for example, is nothing before: there is nothing to announce.
+    if (isReady(*entry) || (isOverdue && entry->isConfigured)) {
         announce(entry);
         return;
     }
-    const auto at = std::min(now + bus_limits::kAccessRetryInterval, entry->announceBy);
+    const auto at =
+        isOverdue ? now + bus_limits::kAccessWait : std::min(now + bus_limits::kAccessRetryInterval, entry->announceBy);
     entry->timer = clock.callAt(at, [weak = weak_from_this(), waiting = std::weak_ptr<Entry>(entry), port = _port] {
         port->post([weak, waiting] {
             const auto self = weak.lock();

@@ -2,6 +2,7 @@
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
 #include <doctest/doctest.h>
+#include <unicode/locid.h>
 
 using namespace zul;
 using namespace std::chrono_literals;
@@ -152,6 +153,18 @@ TEST_CASE("a date is written by a pattern in the zone that is named") {
     const auto date = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1} + 9h + 15min + 2s + 123ms;
     CHECK(stringWithUTSFormat(date, "[YYYY/MM/dd HH:mm:ss.SSS Z]", "Europe/Paris") ==
           "[2026/03/01 10:15:02.123 +0100]");
+}
+
+TEST_CASE("a date has the same digits and calendar in every language") {
+    const icu::Locale before = icu::Locale::getDefault();
+    const auto date = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1} + 9h;
+    for (const char* language : {"fa_IR", "ar_EG", "th_TH_TRADITIONAL"}) {
+        UErrorCode status = U_ZERO_ERROR;
+        icu::Locale::setDefault(icu::Locale(language), status);
+        CHECK(stringWithUTSFormat(date, "yyyy/MM/dd HH", "UTC") == "2026/03/01 09");
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    icu::Locale::setDefault(before, status);
 }
 
 TEST_CASE("the year of the week differs from the calendar's around New Year") {

@@ -30,7 +30,7 @@ struct RegistryLab {
         });
     }
     std::uint32_t listen(ServiceToken token, const void* context, const std::string& name) {
-        return port.addInterest(token, context, [this, name](ServiceToken service, IOMessage message, void*) {
+        return port.interests()->add(token, context, [this, name](ServiceToken service, IOMessage message, void*) {
             told.push_back(name + ' ' + std::to_string(service) +
                            (message == kIOMessageServiceIsTerminated ? " terminated" : " message"));
         });
@@ -105,7 +105,7 @@ TEST_CASE("interested contexts hear termination before the removal is announced,
     int context = 0;
     bool known = false;
     lab.listen(token, &context, "heard");
-    lab.port.addInterest(token, &known, [&](ServiceToken service, IOMessage, void*) {
+    lab.port.interests()->add(token, &known, [&](ServiceToken service, IOMessage, void*) {
         known = lab.registry.service(service) != nullptr;
     });
     lab.registry.serviceTerminated(token);
@@ -146,8 +146,8 @@ TEST_CASE("a withdrawn interest hears nothing, and withdrawing it twice is answe
     int context = 0;
     const auto interest = lab.listen(token, &context, "heard");
     CHECK(interest != 0);
-    CHECK(lab.port.removeInterest(interest));
-    CHECK_FALSE(lab.port.removeInterest(interest));
+    CHECK(lab.port.interests()->remove(interest));
+    CHECK_FALSE(lab.port.interests()->remove(interest));
     lab.registry.serviceMessage(token, kIOMessageServiceWasClosed, nullptr);
     CHECK(lab.told.empty());
 }
@@ -159,7 +159,7 @@ TEST_CASE("messages are delivered with their argument to their own service's con
     int argument = 0;
     const void* received = nullptr;
     int context = 0;
-    lab.port.addInterest(one, &context, [&](ServiceToken, IOMessage, void* given) { received = given; });
+    lab.port.interests()->add(one, &context, [&](ServiceToken, IOMessage, void* given) { received = given; });
     lab.listen(two, &context, "two");
     lab.registry.serviceMessage(one, kIOMessageServiceBusyStateChange, &argument);
     CHECK(received == &argument);
@@ -190,4 +190,18 @@ TEST_CASE("a destroyed port is not told, not even when a callback of the same ev
     registry.serviceArrived(RegistryLab::service());
     CHECK(second == nullptr);
     CHECK(secondCalls == 0);
+}
+
+TEST_CASE("an interest may be withdrawn by the last who holds it, after its port has gone") {
+    ServiceRegistry registry;
+    auto port = std::make_unique<NotificationPort>(registry);
+    const ServiceToken token = registry.serviceArrived(RegistryLab::service());
+    const auto interests = port->interests();
+    int context = 0;
+    int calls = 0;
+    const auto interest = interests->add(token, &context, [&](ServiceToken, IOMessage, void*) { ++calls; });
+    port.reset();
+    registry.serviceMessage(token, kIOMessageServiceWasClosed, nullptr);
+    CHECK(calls == 0);
+    CHECK(interests->remove(interest));
 }
