@@ -1,6 +1,11 @@
 // The printer object's queues and its interface: open, close, pipes, transfers, ownership.
 #include "Bench.h"
 
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 using namespace zul;
 using namespace zul::test;
 
@@ -60,6 +65,49 @@ TEST_CASE("a reply is delivered on main when no queue is named, and inline on th
     CHECK(onQueue);
 }
 
+TEST_CASE("a reply is delivered on the queue that the caller names, and inline when that is the command queue") {
+    Bench bench;
+    bench.printerWithQueue();
+    auto others = std::make_shared<SerialQueue>("others", bench.clock);
+    int key = 0;
+    others->setSpecific(&key, others.get());
+    bool onOthers = false;
+    std::vector<int> order;
+    bench.printer->TBUSBPrinter::sendPrinterCommand(
+        [] {}, ReplyQueue::on(others), [&](const auto&) { onOthers = Queue::currentSpecific(&key) == others.get(); });
+    bench.printer->performInlineOnCommandQueue([&] {
+        bench.printer->TBUSBPrinter::sendPrinterCommand([] {}, ReplyQueue::on(bench.printer->printerCommandQueue()),
+                                                        [&](const auto&) { order.push_back(1); });
+        order.push_back(2);
+    });
+    bench.settle();
+    CHECK(onOthers);
+    CHECK(order == std::vector<int>{1, 2});
+}
+
+TEST_CASE("a command without a block ends the program with a line that says what is missing") {
+    TemporaryFolder folder;
+    const auto output = folder.path / "stderr";
+    for (const bool wantsReply : {false, true}) {
+        const pid_t child = ::fork();
+        REQUIRE(child >= 0);
+        if (child == 0) {
+            std::signal(SIGABRT, SIG_DFL); // not the test framework's report
+            ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+            Bench bench;
+            bench.inlinePrinter();
+            if (wantsReply) bench.printer->TBUSBPrinter::sendPrinterCommand({}, ReplyQueue::mainQueue(), {});
+            if (!wantsReply) bench.printer->sendNoReplyPrinterCommand({});
+            ::_exit(0);
+        }
+        int status = 0;
+        REQUIRE(::waitpid(child, &status, 0) == child);
+        CHECK(WIFSIGNALED(status));
+        CHECK(WTERMSIG(status) == SIGABRT);
+        CHECK(TemporaryFolder::read(output).find("you must supply a commandBlock") != std::string::npos);
+    }
+}
+
 TEST_CASE("an open printer is opened again without asking the device") {
     Bench bench;
     bench.openPrinter();
@@ -104,6 +152,15 @@ TEST_CASE("any other failure to open stays opening and is returned") {
     CHECK(bench.printer->openInterface() == kIOReturnNotResponding);
     CHECK(bench.printer->state() == kTBPrinterOpening);
     CHECK(bench.printer->ownership() == 0);
+}
+
+TEST_CASE("a close that succeeds says so") {
+    Bench bench;
+    bench.openPrinter();
+    IOReturn code = kIOReturnError;
+    bench.printer->closeInterface([&](IOReturn result) { code = result; });
+    CHECK(code == kIOReturnSuccess);
+    CHECK(bench.log.hasLogged("The " + bench.printer->descriptionUTF8() + " was closed.\n"));
 }
 
 TEST_CASE("closing a printer that is not open still closes its states and answers 0") {

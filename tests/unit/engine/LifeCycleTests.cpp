@@ -1,6 +1,8 @@
 // Messages about a printer's service, resets, probe and release.
 #include "Bench.h"
 
+#include "StatusCodeNames.h"
+
 using namespace zul;
 using namespace zul::test;
 
@@ -153,6 +155,15 @@ TEST_CASE("a device reset opens the device, resets and closes") {
     bench.handle->setAnswer("USBDeviceOpen", kIOReturnExclusiveAccess);
     CHECK(bench.printer->resetUSBDevice() == kIOReturnExclusiveAccess);
     CHECK(bench.handle->count("ResetDevice") == 1);
+}
+
+TEST_CASE("a device handle that cannot be had is told with the code's name") {
+    Bench bench;
+    bench.handle->setAnswer("GetDevice", kIOReturnNotPrivileged);
+    bench.inlinePrinter();
+    CHECK(bench.printer->deviceInterface() == nullptr);
+    CHECK(bench.log.standardError.back() == "ERROR: IOCreatePlugInInterfaceForService() returned (" +
+                                                std::string(strForIOReturn(kIOReturnNotPrivileged)) + ")\n");
 }
 
 TEST_CASE("a re-enumeration without a device handle fails and logs nothing") {
