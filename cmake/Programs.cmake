@@ -33,7 +33,8 @@ function(zul_add_programs_target)
   endforeach()
 endfunction()
 
-# The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers.
+# The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers; and
+# "fuzz_tests", those behind the label fuzz.
 # To be called after the tests are added.
 function(zul_add_sanitized_tests_target)
   add_custom_target(sanitized_tests)
@@ -42,4 +43,8 @@ function(zul_add_sanitized_tests_target)
       add_dependencies(sanitized_tests ${target})
     endif()
   endforeach()
+  add_custom_target(fuzz_tests)
+  zul_collect_targets(${PROJECT_SOURCE_DIR}/tests/fuzz targets)
+  add_dependencies(fuzz_tests ${targets})
+  add_dependencies(sanitized_tests fuzz_tests)
 endfunction()

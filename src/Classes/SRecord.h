@@ -12,7 +12,7 @@
 namespace zul {
 
 struct SRecordFault {
-    std::size_t line = 0; // counted from 1, every separator ends a line
+    std::size_t line = 0; // counted from 1, every separator ends a line; 0: the file as a whole
     std::string reason;   // in plain words
 };
 

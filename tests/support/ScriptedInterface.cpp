@@ -277,8 +277,12 @@ void ScriptedInterface::setString(std::uint8_t index, const std::u16string& text
 }
 
 void ScriptedInterface::setDeviceID(const std::string& text) {
+    setDeviceIDReply(deviceIDReply(text));
+}
+
+void ScriptedInterface::setDeviceIDReply(Data reply) {
     const std::scoped_lock lock(_state->mutex);
-    _state->replies[static_cast<std::uint32_t>(kClassInterfaceIn) << 24] = deviceIDReply(text);
+    _state->replies[static_cast<std::uint32_t>(kClassInterfaceIn) << 24] = std::move(reply);
 }
 
 Journal ScriptedInterface::journal() const {

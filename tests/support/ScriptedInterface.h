@@ -121,6 +121,7 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     void setDescriptor(std::uint16_t value, Data descriptor); // type in the high byte, index in the low one
     void setString(std::uint8_t index, const std::u16string& text);
     void setDeviceID(const std::string& text);
+    void setDeviceIDReply(Data reply); // as it goes over the wire, with whatever length it announces
 
     /// Every call so far, in order.
     Journal journal() const;

@@ -1,0 +1,17 @@
+# The target "headers": every header compiled by itself, and twice in one file. A header that leans on its neighbours, or
+# has no guard, fails here.
+function(zul_add_headers_target)
+  file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR}/src CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h)
+  list(FILTER headers EXCLUDE REGEX "^ui/|^AppDelegate") # the toolkit's own headers would be most of the time
+  set(sources)
+  foreach(header IN LISTS headers)
+    string(MAKE_C_IDENTIFIER ${header} name)
+    set(source ${CMAKE_BINARY_DIR}/headers/${name}.cpp)
+    file(CONFIGURE OUTPUT ${source} CONTENT "#include \"${header}\"\n#include \"${header}\"\n")
+    list(APPEND sources ${source})
+  endforeach()
+  add_library(headers OBJECT EXCLUDE_FROM_ALL ${sources})
+  find_package(CLI11 REQUIRED)
+  target_link_libraries(headers PRIVATE zul_engine zul_virtual_printer zul_session zul_usb_libusb CLI11::CLI11
+    nlohmann_json::nlohmann_json)
+endfunction()
