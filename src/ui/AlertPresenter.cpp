@@ -9,6 +9,7 @@
 #include <QEvent>
 #include <QLabel>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPushButton>
 #include <algorithm>
 #include <vector>
@@ -19,6 +20,39 @@ namespace {
 
 constexpr int kPictureSize = 64;
 constexpr int kTextWidth = 50; // in letters: lines that read well
+constexpr int kTitleMargin = 5;
+
+// A box without the desktop's frame, as every alert is answered by one of its buttons and desktops put a close box into
+// frames even where they are asked not to. Its own title says which printer it is about: several may be at work.
+class Sheet final : public QMessageBox {
+  public:
+    Sheet(QWidget* parent, const QString& title) : QMessageBox(parent), _title(new QLabel(this)) {
+        setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint | Qt::CustomizeWindowHint);
+        setWindowTitle(title); // for the task bar and screen readers
+        _title->setTextFormat(Qt::PlainText);
+        _title->setText(title);
+        _title->setMargin(kTitleMargin);
+        _title->setAutoFillBackground(true);
+        _title->setBackgroundRole(QPalette::Highlight);
+        _title->setForegroundRole(QPalette::HighlightedText);
+        setContentsMargins(1, _title->sizeHint().height() + 1, 1, 1);
+    }
+
+  protected:
+    void resizeEvent(QResizeEvent* event) override {
+        QMessageBox::resizeEvent(event);
+        _title->setGeometry(1, 1, width() - 2, _title->sizeHint().height());
+    }
+    void paintEvent(QPaintEvent* event) override {
+        QMessageBox::paintEvent(event);
+        QPainter painter(this);
+        painter.setPen(palette().color(QPalette::WindowText));
+        painter.drawRect(rect().adjusted(0, 0, -1, -1));
+    }
+
+  private:
+    QLabel* const _title;
+};
 
 } // namespace
 
@@ -137,14 +171,12 @@ void styleTexts(QMessageBox& box) {
 } // namespace
 
 QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
-    auto* const box = new QMessageBox(_window);
+    const QString title = alert.printerName.empty() ? _window->windowTitle() : qtext(alert.printerName);
+    auto* const box = new Sheet(_window, title);
     box->setObjectName("alert");
     box->setTextFormat(Qt::PlainText);
-    box->setWindowTitle(_window->windowTitle());
     box->setAccessibleName(qtext(alert.messageText));
     box->setAccessibleDescription(qtext(alert.informativeText));
-    // No close box: every alert is answered by one of its buttons.
-    box->setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
     box->setText(qtext(alert.messageText));
     box->setInformativeText(qtext(alert.informativeText));
     styleTexts(*box);

@@ -96,7 +96,8 @@ void DetailsPane::show(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
     html += "</table>";
     if (html == _shown) return; // what the operator has marked stays marked
     _shown = html;
-    const int place = verticalScrollBar()->value();
+    const int place = printer && printer == _printer.lock() ? verticalScrollBar()->value() : 0;
+    _printer = printer;
     setHtml(html);
     verticalScrollBar()->setValue(place);
 }

@@ -23,6 +23,7 @@ class DetailsPane final : public QTextEdit {
 
   private:
     QString _shown;
+    std::weak_ptr<TBUSBPrinterZUL> _printer; // whose facts are shown
 };
 
 } // namespace zul::ui

@@ -55,7 +55,7 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutl
     });
     connect(&_follower, &UpdateFollower::changed, this, &MainWindow::updatesChanged);
     _session.unusableFound = [this](const std::string& message) {
-        _notices << qtext(message);
+        _notices << asSentence(message);
         showNotices();
     };
 }
@@ -165,7 +165,7 @@ void MainWindow::showSelection() {
 // A printer that is seen and cannot be used must not look like one that is missing.
 void MainWindow::showNotices() {
     QStringList notices = _notices;
-    for (const std::string& message : _session.unusablePrinters()) notices << qtext(message);
+    for (const std::string& message : _session.unusablePrinters()) notices << asSentence(message);
     notices.removeDuplicates();
     _ui->notice->setText(notices.join("\n\n"));
     _ui->notice->setVisible(!notices.isEmpty());

@@ -21,4 +21,10 @@ inline QString localized(const char* key) {
     return qtext(Bundle::localized(key));
 }
 
+/// Words that also stand inside of sentences elsewhere, as a sentence of their own.
+inline QString asSentence(const std::string& words) {
+    QString sentence = qtext(words);
+    return sentence.isEmpty() ? sentence : sentence.replace(0, 1, sentence.at(0).toUpper());
+}
+
 } // namespace zul::ui

@@ -193,9 +193,7 @@ void UpdateCard::showTimes(const FollowedUpdate& update, Clock::TimePoint now) {
                                     static_cast<unsigned long>(std::max(silent, 0LL))));
     _times->setText(elapsed + " · " + sign);
     if (update.end == End::none) {
-        QString words = qtext(describeState(update.state, now));
-        words.replace(0, 1, words.at(0).toUpper()); // it stands alone here
-        _stateLine->setText(words);
+        _stateLine->setText(asSentence(describeState(update.state, now)));
     }
 }
 
