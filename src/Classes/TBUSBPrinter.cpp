@@ -92,6 +92,18 @@ bool TBUSBPrinter::isPrinterCommandQueue() const {
     return _printerCommandQueue == nullptr || Queue::currentSpecific(&commandQueueKey) == _printerCommandQueue.get();
 }
 
+void TBUSBPrinter::assertOnCommandQueue() const {
+    if (isPrinterCommandQueue()) return;
+    static constexpr const char* kText = "a block of the command queue runs on another queue";
+#ifdef ZUL_SANITIZED
+    std::fprintf(stderr, "%s\n", kText);
+    std::abort();
+#else
+    static std::once_flag told;
+    std::call_once(told, [] { logText("%s", kText); });
+#endif
+}
+
 bool TBUSBPrinter::isMainQueue() {
     // The marker's value is the main queue itself; no other queue carries the key.
     return Queue::currentSpecific(&mainQueueKey) != nullptr;
@@ -123,6 +135,7 @@ void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue repl
     requireCommandBlock(commandBlock, __FILE__, __LINE__);
     performInlineOnCommandQueue(
         [self = shared_from_this(), commandBlock = std::move(commandBlock), replyQueue, reply = std::move(reply)] {
+            self->assertOnCommandQueue();
             commandBlock();
             std::optional<Data> answer = self->printerReply();
             if (!reply) return;

@@ -10,6 +10,7 @@
 #include "Classes/PrinterEvents.h"
 #include "Classes/USBInterfaceHelpers.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/DeviceInfo.h"
 #include "platform/foundation/KeyValueObserving.h"
@@ -80,6 +81,11 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
 
     // ---- queues ---------------------------------------------------------------------------------------------------
 
+    /// Everybody plays this role while there is no queue.
+    QueueRole commandQueueRole;
+    /// The first statement of every block that is handed to the command queue. On another queue it ends a program with
+    /// sanitizers; any other logs that once and goes on, as ending in the middle of a flash is worse.
+    void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);
     std::shared_ptr<SerialQueue> printerCommandQueue() const { return _printerCommandQueue; }
     static const void* printerCommandQueueKey();
     static const void* mainQueueSpecificKey();
@@ -97,14 +103,14 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// reply (if given) on the reply queue.
     void sendPrinterCommand(CommandBlock commandBlock, ReplyQueue replyQueue, ReplyBlock reply);
     /// The reply of the last command. Command queue. Nothing in this class.
-    virtual std::optional<Data> printerReply() { return std::nullopt; }
+    virtual std::optional<Data> printerReply() ZUL_REQUIRES_ROLE(commandQueueRole) { return std::nullopt; }
 
     // ---- interface ------------------------------------------------------------------------------------------------
 
     /// Claims the interface and finds its pipes; 0 at once when it is open already. Command queue. Codes:
     /// kIOReturnExclusiveAccess (another program holds it; the open stays pending), kIOReturnNoDevice (no handle, or
     /// the device has left), and whatever the bus reports.
-    IOReturn openInterface();
+    IOReturn openInterface() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// openInterface:  The same on the command queue; completion (if any) gets the code there.
     void openInterface(CodeCompletion completion);
     /// closeInterface:  Always posted to the command queue, so it lies behind what is queued. There is no open count:
@@ -119,10 +125,10 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// Opens when value is not 0 and nobody owns the interface; otherwise closes. Any thread.
     void setIsOwned(int value);
     /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
-    bool writeToInterfaceWithData(const Data& data);
+    bool writeToInterfaceWithData(const Data& data) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// One bulk read (time-outs 5000 ms). Command queue. Always size bytes, zero-padded; nothing on failure: the code
     /// is in _readStatus.
-    std::optional<Data> interfaceReadDataOfSize(std::uint32_t size);
+    std::optional<Data> interfaceReadDataOfSize(std::uint32_t size) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Result of the last bulk write, for whoever watches. Any thread.
     IOReturn writeStatus() const { return _writeStatus; }
     bool isInterfaceOpen() const;
@@ -195,13 +201,13 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// Shorter names of known vendors; others unchanged.
     static Text normalizedVendorString(const Text& vendor);
     /// Languages of the string descriptors, read once; nothing while they cannot be read. Command queue.
-    std::optional<std::set<std::uint16_t>> langIds();
+    std::optional<std::set<std::uint16_t>> langIds() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The chosen language; 0 while the table cannot be read. Command queue.
-    std::uint16_t langId();
-    /// Ignored unless langIds contains it.
-    void setLangId(std::uint16_t langId);
+    std::uint16_t langId() ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// Ignored unless langIds contains it. Command queue.
+    void setLangId(std::uint16_t langId) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Command queue; time-outs 500 ms / 1000 ms.
-    Text descriptorStringAtIndex(std::uint8_t index);
+    Text descriptorStringAtIndex(std::uint8_t index) ZUL_REQUIRES_ROLE(commandQueueRole);
     void getUSBVendorString();
     void getUSBProductString();
     void getUSBSerialNumberString();
@@ -229,9 +235,9 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// The service the object was made for: known from the first moment and never changed.
     ServiceToken creationToken() const { return _creationToken; }
     /// Command queue.
-    InterfacePtr interfaceInterface() const { return _iInterface; }
+    InterfacePtr interfaceInterface() const ZUL_REQUIRES_ROLE(commandQueueRole) { return _iInterface; }
     /// Obtained when first asked for; null when there is none. Command queue.
-    DevicePtr deviceInterface();
+    DevicePtr deviceInterface() ZUL_REQUIRES_ROLE(commandQueueRole);
 
     /// Messages about the service. Main queue.
     static void usbInterfaceInterestCallback(const std::shared_ptr<TBUSBPrinter>& printer, ServiceToken service,
@@ -239,14 +245,14 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// Asks the printer for its facts. Called on the main queue; the work is posted and not waited for.
     void probe();
     /// Command queue. Nothing in this class.
-    virtual void getDeviceCustomInfo() {}
+    virtual void getDeviceCustomInfo() ZUL_REQUIRES_ROLE(commandQueueRole) {}
     void updateInfo();
     void hotPlug();
     /// Printer-class soft reset. Command queue.
-    IOReturn resetUSBPrinter(Recipient recipient = Recipient::interface);
+    IOReturn resetUSBPrinter(Recipient recipient = Recipient::interface) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Command queue; kIOReturnError without a device handle.
-    IOReturn resetUSBDevice();
-    IOReturn reEnumerateUSBDevice();
+    IOReturn resetUSBDevice() ZUL_REQUIRES_ROLE(commandQueueRole);
+    IOReturn reEnumerateUSBDevice() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Main queue: posts the release of all handles, ends waits, and waits for nothing.
     void prepareForRelease();
 
@@ -281,27 +287,28 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     Text _productUSB;
     Text _serialNumberUSB;
     Text _status;
-    std::optional<std::set<std::uint16_t>> _langIds;
+    std::optional<std::set<std::uint16_t>> _langIds ZUL_GUARDED_BY_ROLE(commandQueueRole);
     Text _printerStatusString;
     Text _image;
     std::atomic<std::int64_t> _state{kTBPrinterClosed};
     std::atomic<std::int64_t> _isOwned{0};
     const DeviceInfoPtr _deviceInfoDict = std::make_shared<DeviceInfo>();
     std::shared_ptr<SerialQueue> _printerCommandQueue;
-    InterfacePtr _iInterface;
-    DevicePtr _dInterface;
+    InterfacePtr _iInterface ZUL_GUARDED_BY_ROLE(commandQueueRole);
+    DevicePtr _dInterface ZUL_GUARDED_BY_ROLE(commandQueueRole);
     std::uint32_t _locationID = 0;
     std::uint16_t _idVendor = 0;
     std::uint16_t _idProduct = 0;
-    std::uint16_t _langId = 0;
+    std::uint16_t _langId ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
     std::atomic<bool> _isBusy{false};
     std::weak_ptr<InterestTable> _interests; // the program may end first
-    std::uint32_t _interestNotification = 0;
-    std::uint32_t _busyNotification = 0; // released with the first; never registered
+    std::uint32_t _interestNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
+    std::uint32_t
+        _busyNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // released with the first; never registered
     std::atomic<ServiceToken> _deviceObject{0};
     std::atomic<std::int32_t> _interfaceStatus{kTBPrinterClosed};
-    std::uint8_t _bulkIN = 0;
-    std::uint8_t _bulkOUT = 0;
+    std::uint8_t _bulkIN ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
+    std::uint8_t _bulkOUT ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
     std::uint8_t _configurationIndex = 0; // this and the next eight: part of the object's record, used by no operation
     std::uint8_t _interfaceProtocol = 0;
     std::uint8_t _interfaceNumber = 0;
@@ -317,31 +324,34 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     std::atomic<bool> _released{false};
 
   private:
-    void finishOpen(IOReturn code);
-    void closeNow(const CodeCompletion& completion);
+    void finishOpen(IOReturn code) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void closeNow(const CodeCompletion& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
     void setOwnershipOnMain(std::int64_t ownership);
-    void watchForHolder();
-    void holderMayHaveLetGo();
+    void watchForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void holderMayHaveLetGo() ZUL_REQUIRES_ROLE(commandQueueRole);
     void makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);
     void releaseNotification(std::uint32_t notification, int line);
-    void registerForMessages(ServiceToken deviceObject);
+    void registerForMessages(ServiceToken deviceObject) ZUL_REQUIRES_ROLE(commandQueueRole);
     void readNumbers(IOUSBInterfaceInterface& handle);
     void handleInterestMessage(ServiceToken service, IOMessage message);
     void otherHolderClosed();
     void attemptingOpen();
     void showStatus(const char* key);
     using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
-    Text read1284DeviceID();
+    Text read1284DeviceID() ZUL_REQUIRES_ROLE(commandQueueRole);
     static Text textOf1284DeviceID(Data& buffer, std::uint32_t received);
-    Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked);
-    IOReturn readDescriptor(std::uint16_t value, std::uint16_t index, std::uint32_t completionTimeout, Data& buffer);
-    IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action);
+    Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
+        ZUL_REQUIRES_ROLE(commandQueueRole);
+    IOReturn readDescriptor(std::uint16_t value, std::uint16_t index, std::uint32_t completionTimeout, Data& buffer)
+        ZUL_REQUIRES_ROLE(commandQueueRole);
+    IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action)
+        ZUL_REQUIRES_ROLE(commandQueueRole);
 
     ServiceToken _creationToken = 0;
-    bool _isHolderGone = false; // command queue: it has been told, and the open is tried again
+    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it has been told, the open is tried again
     std::uint32_t _creationInterest = 0;
     Text _locationText;
-    std::uint32_t _descriptorBytes = 0; // count of the last descriptor read
+    std::uint32_t _descriptorBytes ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // count of the last descriptor read
     std::atomic<bool> _isVirtual{false};
 };
 

@@ -55,6 +55,7 @@ void TBUSBPrinterZUL::probeAtInit() {
     // Without a queue everything would run here, on the main queue. What is saved stays, and a replug carries on.
     if (!printerCommandQueue()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code != kIOReturnSuccess) return;
         const auto progress = self->_deviceInfoDict->integer(HOLVEN_TBPrinterDeviceFirmwareStatus);
         if (progress) {
@@ -68,6 +69,7 @@ void TBUSBPrinterZUL::probeAtInit() {
 // No update was running. The interface stays open on this path.
 void TBUSBPrinterZUL::probeKnownPrinter() {
     getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
+        self->assertOnCommandQueue();
         if (rawStatus == kLoaderStatus) {
             self->loaderFoundUnexpectedly();
         } else {

@@ -89,9 +89,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     static Text stringForCommandCode(std::uint32_t code);
     /// sendPrinterCommand:withPayload:  Builds one frame and writes it. Command queue, interface open. The write's
     /// result is in _writeStatus.
-    void sendPrinterCommand(std::uint32_t code, const Data* payload);
+    void sendPrinterCommand(std::uint32_t code, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. Nothing on failure.
-    std::optional<Data> printerReply() override;
+    std::optional<Data> printerReply() override ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The protocol's one error sink: deliberately without effect.
     void errorWithString(const std::string& message, int code);
 
@@ -105,7 +105,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     void getPrinterFirmwareVersion();
     /// Command queue with the interface open: the version at once, nothing when the printer does not answer.
-    Text inlineGetFirmwareString();
+    Text inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
     void updatePrinterSerialNumber();
     /// The completion (may be empty) gets all values of the model's tables, in the order asked.
     void getPrinterColorTableVersion(TableCompletion completion);
@@ -118,7 +118,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void resetCounterM() { resetCounter('M'); }
     static Data commandPayloadForMediaSD();
     static Data commandPayloadForMediaPP();
-    void getDeviceCustomInfo() override;
+    void getDeviceCustomInfo() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
     Text fact(const char* key) const { return _deviceInfoDict->string(key); }
     Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
@@ -194,7 +194,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void updateColorTables(std::function<void(bool anyTable)> completion);
     /// Polls every 0.5 s until the printer shows the status; no limit. Command queue. False only when the wait was
     /// superseded (the printer has left, or the operator started an upload): the caller then sends nothing more.
-    [[nodiscard]] bool waitForPrinterStatusCode(const std::string& code);
+    [[nodiscard]] bool waitForPrinterStatusCode(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
     void setOverridePrinterStatus(const std::string& text);
     void setFirmwareUpdateStatus(int progress);
 
@@ -225,33 +225,34 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
     Text versionFromReply(const Data& reply) const;
     void reportInternalError(int number);
-    std::optional<Data> readReplyBody(Data buffer, std::uint32_t length);
+    std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
     void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
     void queryTables(const std::vector<TableQuery>& plan, TableCompletion completion);
     void storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
-                         const std::shared_ptr<std::vector<std::string>>& results);
-    void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion);
-    void handleISerialReply(const std::optional<Data>& reply);
-    void probeKnownPrinter();
-    void probeUpdatedPrinter(std::int64_t progress);
+                         const std::shared_ptr<std::vector<std::string>>& results) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion)
+        ZUL_REQUIRES_ROLE(commandQueueRole);
+    void handleISerialReply(const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeKnownPrinter() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeUpdatedPrinter(std::int64_t progress) ZUL_REQUIRES_ROLE(commandQueueRole);
     void clearProgress();
     void loaderFoundUnexpectedly();
-    void probeWaitingForLoader();
-    void probeRestartedPrinter(const Text& version);
+    void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeRestartedPrinter(const Text& version) ZUL_REQUIRES_ROLE(commandQueueRole);
     void checkReadiness(IOReturn openResult);
     void showRetryAlert(const std::string& title, const std::string& message);
     void showPrinterError();
     void showDamagedFileAlert();
     bool isNewerThanOffered();
-    void enterFirmwareUpdateMode();
-    void writeFirmwareImage();
-    void writeColorTables(const std::function<void(bool)>& completion);
-    void writeColorTable(const std::string& name);
+    void enterFirmwareUpdateMode() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void writeFirmwareImage() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void writeColorTables(const std::function<void(bool)>& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void writeColorTable(const std::string& name) ZUL_REQUIRES_ROLE(commandQueueRole);
     void announceColorTable(const std::string& name, std::int64_t number, std::int64_t total);
     void reportUpdate(bool anyTable);
     void setProgress(UpdateProgress progress);
     void supersedeWait() { ++_waitGeneration; }
-    bool statusEquals(const std::string& code);
+    bool statusEquals(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
     static std::string keyedDigest(const std::string& key, const Data& data);
     bool verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable);
     std::optional<Data> archiveFile(const std::string& filename) const;
@@ -259,7 +260,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     AlertDescription descriptionFor(CustomAlert alert) const;
     void postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
                         std::function<void(int answer)> completion);
-    bool readBackchannel(void* buffer, std::uint32_t& size);
+    bool readBackchannel(void* buffer, std::uint32_t& size) ZUL_REQUIRES_ROLE(commandQueueRole);
 
     std::atomic<bool> _customerDidAgree{false}; // changed on main only
     std::atomic<int> _waitGeneration{0};

@@ -46,6 +46,7 @@ void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> compl
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code == kIOReturnSuccess) self->writeColorTables(completion);
     });
 }

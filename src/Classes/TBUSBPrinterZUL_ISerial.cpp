@@ -59,8 +59,10 @@ void TBUSBPrinterZUL::getUSB_ISerial() {
     if (!hasISerialSupport()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         if (code != kIOReturnSuccess) return;
-        self->queueQuery(kCommandGetISerial, std::nullopt,
-                         [self](const std::optional<Data>& reply) { self->handleISerialReply(reply); });
+        self->queueQuery(kCommandGetISerial, std::nullopt, [self](const std::optional<Data>& reply) {
+            self->assertOnCommandQueue();
+            self->handleISerialReply(reply);
+        });
         self->closeInterface(nullptr);
     });
 }
@@ -78,6 +80,7 @@ void TBUSBPrinterZUL::handleISerialReply(const std::optional<Data>& reply) {
 void TBUSBPrinterZUL::setUSB_ISerial(bool enabled) {
     if (!hasISerialSupport()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>(), enabled](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code != kIOReturnSuccess) return;
         const Data payload = {'0', static_cast<std::uint8_t>(enabled ? '1' : '0'), '\r', 0};
         self->sendPrinterCommand(kCommandSetISerial, &payload);

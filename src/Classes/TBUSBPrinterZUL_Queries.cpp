@@ -81,6 +81,7 @@ Data TBUSBPrinterZUL::commandPayloadForMediaPP() {
 void TBUSBPrinterZUL::queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply) {
     sendPrinterCommand(
         [self = sharedSelf<TBUSBPrinterZUL>(), command, payload = std::move(payload)] {
+            self->assertOnCommandQueue();
             self->sendPrinterCommand(command, payload ? &*payload : nullptr);
         },
         ReplyQueue::commandQueue(), std::move(reply));
@@ -167,6 +168,7 @@ void TBUSBPrinterZUL::queryTables(const std::vector<TableQuery>& plan, TableComp
         queueQuery(query.command, std::move(payload),
                    [self = sharedSelf<TBUSBPrinterZUL>(), query, results, expected,
                     completion](const std::optional<Data>& reply) {
+                       self->assertOnCommandQueue();
                        self->storeTableReply(query, reply, results);
                        if (results->size() == expected && completion) completion(*results);
                    });
@@ -191,6 +193,7 @@ void TBUSBPrinterZUL::storeTableReply(const TableQuery& query, const std::option
 
 void TBUSBPrinterZUL::resetCounter(char letter) {
     openInterface([self = sharedSelf<TBUSBPrinterZUL>(), letter](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code != kIOReturnSuccess || (letter != 'A' && letter != 'B' && letter != 'M')) return;
         const Data payload = {'C', static_cast<std::uint8_t>(letter), '\r', 0};
         self->sendPrinterCommand(kCommandCounterClear, &payload);

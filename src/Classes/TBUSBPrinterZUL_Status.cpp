@@ -16,9 +16,11 @@ void TBUSBPrinterZUL::updatePrinterStatus() {
 }
 
 void TBUSBPrinterZUL::getPrinterStatus(StatusCompletion completion) {
-    queryAtOpenInterface(kCommandStatus,
-                         [self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](
-                             const std::optional<Data>& reply) { self->handleStatusReply(reply, completion); });
+    queryAtOpenInterface(kCommandStatus, [self = sharedSelf<TBUSBPrinterZUL>(),
+                                          completion = std::move(completion)](const std::optional<Data>& reply) {
+        self->assertOnCommandQueue();
+        self->handleStatusReply(reply, completion);
+    });
 }
 
 void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion) {

@@ -115,8 +115,10 @@ void TBUSBPrinterZUL::updateFirmwareReady() {
 void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
     if (!firmwareVersion()) {
         // Never read: the update is started again once the printer is back.
-        performInlineOnCommandQueue(
-            [self = sharedSelf<TBUSBPrinterZUL>()] { static_cast<void>(self->reEnumerateUSBDevice()); });
+        performInlineOnCommandQueue([self = sharedSelf<TBUSBPrinterZUL>()] {
+            self->assertOnCommandQueue();
+            static_cast<void>(self->reEnumerateUSBDevice());
+        });
         return;
     }
     if (!verifyFirmwareArchive() || !firmwareBlob()) {
@@ -126,6 +128,7 @@ void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
     }
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code == kIOReturnSuccess) self->enterFirmwareUpdateMode();
     });
 }
@@ -156,6 +159,7 @@ void TBUSBPrinterZUL::uploadFirmware() {
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code == kIOReturnSuccess) self->writeFirmwareImage();
     });
 }

@@ -22,6 +22,7 @@ constexpr std::uint32_t kSoftResetTimeout = 100; // ms
 void TBUSBPrinter::setDeviceObject(ServiceToken deviceObject) {
     logText("%s (%d)", kSetDeviceObject, deviceObject);
     performInlineOnCommandQueue([self = shared_from_this(), deviceObject] {
+        self->assertOnCommandQueue();
         logText("%s (%d) --- on command queue", kSetDeviceObject, deviceObject);
         if (self->_deviceObject == deviceObject) {
             logText("FAILED %s (%d) --- oddly it was somehow already set", kSetDeviceObject, deviceObject);
@@ -60,6 +61,7 @@ void TBUSBPrinter::registerForMessages(ServiceToken deviceObject) {
 
 void TBUSBPrinter::setInterfaceInterface(InterfacePtr interfaceInterface) {
     performInlineOnCommandQueue([self = shared_from_this(), interfaceInterface = std::move(interfaceInterface)] {
+        self->assertOnCommandQueue();
         if (interfaceInterface) self->readNumbers(*interfaceInterface);
         self->_iInterface = interfaceInterface; // the old handle goes here, on the queue that used it
         if (!self->_iInterface) return;
@@ -88,8 +90,10 @@ void TBUSBPrinter::readNumbers(IOUSBInterfaceInterface& handle) {
 }
 
 void TBUSBPrinter::setDeviceInterface(DevicePtr device) {
-    performInlineOnCommandQueue(
-        [self = shared_from_this(), device = std::move(device)] { self->_dInterface = device; });
+    performInlineOnCommandQueue([self = shared_from_this(), device = std::move(device)] {
+        self->assertOnCommandQueue();
+        self->_dInterface = device;
+    });
 }
 
 TBUSBPrinter::DevicePtr TBUSBPrinter::deviceInterface() {
@@ -178,7 +182,10 @@ void TBUSBPrinter::showStatus(const char* key) {
 
 void TBUSBPrinter::probe() {
     logText("running probe on %s", descriptionUTF8());
-    performInlineOnCommandQueue([self = shared_from_this()] { self->getDeviceCustomInfo(); });
+    performInlineOnCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
+        self->getDeviceCustomInfo();
+    });
 }
 
 void TBUSBPrinter::updateInfo() {
@@ -186,7 +193,10 @@ void TBUSBPrinter::updateInfo() {
 }
 
 void TBUSBPrinter::hotPlug() {
-    performInlineOnCommandQueue([self = shared_from_this()] { static_cast<void>(self->reEnumerateUSBDevice()); });
+    performInlineOnCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
+        static_cast<void>(self->reEnumerateUSBDevice());
+    });
 }
 
 IOReturn TBUSBPrinter::resetUSBPrinter(Recipient recipient) {

@@ -74,6 +74,7 @@ std::string TBUSBPrinter::descriptionUTF8() const {
 
 void TBUSBPrinter::update1284DeviceID(DeviceIDCompletion completion) {
     performInlineOnCommandQueue([self = shared_from_this(), completion = std::move(completion)] {
+        self->assertOnCommandQueue();
         const Text deviceID = self->read1284DeviceID();
         if (deviceID) self->performSyncOnMainQueue([&] { self->setRaw1284DeviceID(deviceID); });
         if (completion) completion(deviceID.has_value(), deviceID);
@@ -257,6 +258,7 @@ TBUSBPrinter::Text TBUSBPrinter::readUSBString(StringIndexGetter getter, const c
 
 void TBUSBPrinter::getUSBVendorString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
         bool asked = false;
         const Text vendor = normalizedVendorString(self->readUSBString(
             &IOUSBDeviceInterface::USBGetManufacturerStringIndex, "USBGetManufacturerStringIndex", asked));
@@ -268,6 +270,7 @@ void TBUSBPrinter::getUSBVendorString() {
 
 void TBUSBPrinter::getUSBProductString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
         bool asked = false;
         const Text product =
             self->readUSBString(&IOUSBDeviceInterface::USBGetProductStringIndex, "USBGetProductStringIndex", asked);
@@ -279,6 +282,7 @@ void TBUSBPrinter::getUSBProductString() {
 
 void TBUSBPrinter::getUSBSerialNumberString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
         bool asked = false;
         const Text serialNumber = self->readUSBString(&IOUSBDeviceInterface::USBGetSerialNumberStringIndex,
                                                       "USBGetSerialNumberStringIndex", asked);

@@ -60,13 +60,17 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
 
 void TBUSBPrinter::openInterface(CodeCompletion completion) {
     performInlineOnCommandQueue([self = shared_from_this(), completion = std::move(completion)] {
+        self->assertOnCommandQueue();
         const IOReturn code = self->openInterface();
         if (completion) completion(code);
     });
 }
 
 void TBUSBPrinter::closeInterface(CodeCompletion completion) {
-    Block close = [self = shared_from_this(), completion = std::move(completion)] { self->closeNow(completion); };
+    Block close = [self = shared_from_this(), completion = std::move(completion)] {
+        self->assertOnCommandQueue();
+        self->closeNow(completion);
+    };
     if (_printerCommandQueue) {
         _printerCommandQueue->async(std::move(close)); // even from that queue: it lies behind what is queued
     } else {
@@ -95,6 +99,7 @@ void TBUSBPrinter::closeNow(const CodeCompletion& completion) {
 
 void TBUSBPrinter::getPipes() {
     performInlineOnCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
         if (!self->_iInterface) return;
         std::uint8_t count = 0;
         if (const IOReturn code = self->_iInterface->GetNumEndpoints(count); code != kIOReturnSuccess) {
@@ -134,7 +139,10 @@ void TBUSBPrinter::watchForHolder() {
     _isHolderGone = false;
     _iInterface->watchHolder([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
-            self->performInlineOnCommandQueue([self] { self->holderMayHaveLetGo(); });
+            self->performInlineOnCommandQueue([self] {
+                self->assertOnCommandQueue();
+                self->holderMayHaveLetGo();
+            });
         }
     });
 }

@@ -203,6 +203,7 @@ void runReset(Program& program) {
     const std::string command = program.options.command;
     const auto code = std::make_shared<IOReturn>(kIOReturnSuccess);
     const auto work = [printer, command, code] {
+        printer->assertOnCommandQueue();
         if (command == "soft-reset") *code = printer->resetUSBPrinter();
         if (command == "reset") *code = printer->resetUSBDevice();
         if (command == "reenumerate") *code = printer->reEnumerateUSBDevice();

@@ -1,0 +1,27 @@
+// Which queue a function or a member belongs to, told twice: to clang, which refuses a call from elsewhere when it
+// compiles, and to an assertion that runs. A role is no queue: a printer has no queue before its device ID is decoded,
+// and everybody plays the role until then.
+//
+//     QueueRole commandQueueRole;
+//     void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);
+//     void writeFrame() ZUL_REQUIRES_ROLE(commandQueueRole);
+//     Handle _handle ZUL_GUARDED_BY_ROLE(commandQueueRole);
+//
+// The analysis judges each lambda by itself, so the first statement of a block for a queue is the assertion.
+#pragma once
+
+#if defined(__clang__) && !defined(ZUL_ANY_QUEUE) // tests play every role
+#define ZUL_ROLE_ATTRIBUTE(attribute) __attribute__((attribute))
+#else
+#define ZUL_ROLE_ATTRIBUTE(attribute)
+#endif
+
+#define ZUL_REQUIRES_ROLE(role) ZUL_ROLE_ATTRIBUTE(requires_capability(role))
+#define ZUL_GUARDED_BY_ROLE(role) ZUL_ROLE_ATTRIBUTE(guarded_by(role))
+#define ZUL_ASSERTS_ROLE(role) ZUL_ROLE_ATTRIBUTE(assert_capability(role))
+
+namespace zul {
+
+class ZUL_ROLE_ATTRIBUTE(capability("queue")) QueueRole {};
+
+} // namespace zul
