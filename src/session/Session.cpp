@@ -30,6 +30,13 @@ std::string messageForUnusable(const PrinterEvent& event) {
                            strForIOReturn(event.code));
 }
 
+ServiceMatching printerInterfaces() {
+    ServiceMatching matching;
+    matching.bInterfaceClass = 7; // printers
+    matching.bInterfaceSubClass = 1;
+    return matching;
+}
+
 // The log takes standard error with it into its file; here that stays where the user reads what went wrong.
 bool openLogFile(const std::string& file) {
     const int terminal = ::dup(STDERR_FILENO);
@@ -61,7 +68,7 @@ std::optional<SessionProblem> openLogs(const SessionOptions& options, const std:
 
 void EventRouter::printerEvent(const PrinterEvent& event) {
     if (event.kind == PrinterEvent::Kind::notPermitted || event.kind == PrinterEvent::Kind::openFailed) {
-        _session.addUnusable(messageForUnusable(event)); // on the main queue, at an arrival
+        _session.addUnusable(event); // on the main queue, at an arrival
         return;
     }
     const bool restarts = event.command == kCommandEnterLoader || event.command == kCommandProgramFlash;
@@ -152,6 +159,7 @@ std::optional<SessionProblem> Session::startSession(TBPrinters::Outlets outlets)
     }
     controller = std::make_shared<TBPrinters>(environment, std::move(outlets));
     controller->init();
+    watchServices();
     if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
         return SessionProblem{
             formatted("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code))};
@@ -181,11 +189,31 @@ bool Session::isArchiveUnfit(const TBUSBPrinterZUL& printer) const {
            readFirmwareDigests(bundle.archiveFolder()).isSample;
 }
 
-void Session::addUnusable(const std::string& message) {
+void Session::addUnusable(const PrinterEvent& event) {
+    const std::string message = messageForUnusable(event);
     if (unusableFound) {
         unusableFound(message);
     } else {
-        _unusable.push_back(message);
+        _unusable.push_back({event.location, event.text.value_or(""), message});
+    }
+}
+
+// The engine says nothing of printers that it does not take, nor of their departure.
+void Session::watchServices() {
+    const auto port = TBPrinters::sharedNotificationPort(environment);
+    const auto drain = [](ServiceIterator& services) {
+        while (services.next() != 0) {
+        }
+    };
+    for (const auto kind : {ServiceNotification::matched, ServiceNotification::terminated}) {
+        const auto services = port->addMatchingNotification(kind, printerInterfaces(), [this, drain](auto& iterator) {
+            drain(iterator);
+            // Later: a service is still known while its departure is told.
+            mainQueue.async([this] {
+                if (unusableChanged) unusableChanged();
+            });
+        });
+        drain(*services);
     }
 }
 
@@ -211,7 +239,14 @@ std::vector<std::string> Session::notAdmitted() const {
 }
 
 std::vector<std::string> Session::unusablePrinters() const {
-    std::vector<std::string> messages = _unusable;
+    std::vector<std::string> messages;
+    for (const Unusable& one : _unusable) {
+        const auto isIt = [&](ServiceToken token) {
+            const auto service = registry.service(token);
+            return service && service->locationText() == one.location && service->nodePath() == one.node;
+        };
+        if (std::ranges::any_of(registry.services(), isIt)) messages.push_back(one.message);
+    }
     for (std::string& message : notAdmitted()) messages.push_back(std::move(message));
     return messages;
 }

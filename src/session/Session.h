@@ -63,13 +63,16 @@ class Session {
     /// Runs block on main once everything that is queued for the printers now is done.
     void afterQueues(const std::vector<Printer>& all, Block block);
 
-    /// Hints about printers that are attached and cannot be used: no rights, not admitted.
+    /// Hints about printers that are attached now and cannot be used: no rights, not admitted.
     std::vector<std::string> unusablePrinters() const;
     /// Some were found that may not or cannot be opened.
     bool hasUnusable() const { return !_unusable.empty(); }
-    /// A printer that cannot be used has come. Kept for unusablePrinters, unless somebody wants to be told at once.
-    void addUnusable(const std::string& message);
+    /// A printer that cannot be used has come (an event of kind notPermitted or openFailed). Kept for unusablePrinters,
+    /// unless somebody wants to be told at once.
+    void addUnusable(const PrinterEvent& event);
     std::function<void(const std::string& message)> unusableFound;
+    /// A printer has come or gone, and unusablePrinters may tell something else now. Main queue.
+    std::function<void()> unusableChanged;
     /// The printer was told to restart: until it has left, the system's own driver stays away from it.
     void expectRestart(const std::string& key);
     /// True when the files in use are the samples, nobody named them, and the printer is a real one: they do not fit.
@@ -96,11 +99,17 @@ class Session {
     std::shared_ptr<TBPrinters> controller;
 
   private:
+    struct Unusable {
+        std::string location;
+        std::string node;
+        std::string message;
+    };
     std::vector<std::string> notAdmitted() const;
+    void watchServices();
     std::optional<SessionProblem> makeVirtualBus();
 
     const SessionOptions _options;
-    std::vector<std::string> _unusable;
+    std::vector<Unusable> _unusable;
     std::unique_ptr<USBBus> _bus;
     LibusbBus* _realBus = nullptr; // the same, when it is the real one
     VirtualBus* _virtualBus = nullptr;

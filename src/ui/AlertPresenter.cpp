@@ -11,6 +11,7 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
+#include <QShortcut>
 #include <algorithm>
 #include <vector>
 
@@ -188,6 +189,8 @@ QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
     } else {
         box->setIcon(alert.style == AlertStyle::critical ? QMessageBox::Critical : QMessageBox::Warning);
     }
+    // An alert shadows the window's own keys; the end of the program is nobody's to refuse.
+    connect(new QShortcut(QKeySequence("Ctrl+Q"), box), &QShortcut::activated, this, &AlertPresenter::quitAsked);
     addButtons(*box, alert);
     if (alert.accessory) addCheckBox(*box, alert);
     return box;

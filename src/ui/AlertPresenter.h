@@ -35,6 +35,8 @@ class AlertPresenter final : public QObject, public AlertOutlet {
   Q_SIGNALS:
     /// The operator has answered an alert of this printer, and its completion has run.
     void answered(const QString& printerKey);
+    /// The operator wants to end the program, although an alert stands.
+    void quitAsked();
 
   protected:
     bool eventFilter(QObject* object, QEvent* event) override;

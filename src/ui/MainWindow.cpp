@@ -54,14 +54,11 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutl
         if (_model.printer(row) == selection()) showSelection();
     });
     connect(&_follower, &UpdateFollower::changed, this, &MainWindow::updatesChanged);
-    _session.unusableFound = [this](const std::string& message) {
-        _notices << asSentence(message);
-        showNotices();
-    };
+    _session.unusableChanged = [this] { showNotices(); };
 }
 
 MainWindow::~MainWindow() {
-    _session.unusableFound = nullptr;
+    _session.unusableChanged = nullptr;
     _session.updateChanged = nullptr;
     _session.updateFound = nullptr;
 }
@@ -130,11 +127,16 @@ void MainWindow::localizeWidgets() {
 }
 
 void MainWindow::showIcons() {
-    const std::pair<QAction*, const char*> icons[] = {
-        {_ui->actionUpdate, "action-update"},   {_ui->actionRefresh, "action-refresh"},
-        {_ui->actionHotPlug, "action-hotplug"}, {_ui->actionSerial, "action-serial"},
-        {_ui->actionReport, "action-report"},   {_ui->actionLog, "action-log"},
-        {_ui->actionClaim, "action-claim"},     {_ui->actionQuit, "action-quit"}};
+    const std::pair<QAction*, const char*> icons[] = {{_ui->menuCounters->menuAction(), "action-counter"},
+                                                      {_ui->actionAbout, "action-about"},
+                                                      {_ui->actionUpdate, "action-update"},
+                                                      {_ui->actionRefresh, "action-refresh"},
+                                                      {_ui->actionHotPlug, "action-hotplug"},
+                                                      {_ui->actionSerial, "action-serial"},
+                                                      {_ui->actionReport, "action-report"},
+                                                      {_ui->actionLog, "action-log"},
+                                                      {_ui->actionClaim, "action-claim"},
+                                                      {_ui->actionQuit, "action-quit"}};
     for (const auto& [action, name] : icons) action->setIcon(pictureNamed(name, palette()));
     _model.setPalette(palette());
     _ui->emptyPicture->setPixmap(pictureNamed("ZUL_VK_Series", palette())
@@ -164,7 +166,7 @@ void MainWindow::showSelection() {
 
 // A printer that is seen and cannot be used must not look like one that is missing.
 void MainWindow::showNotices() {
-    QStringList notices = _notices;
+    QStringList notices;
     for (const std::string& message : _session.unusablePrinters()) notices << asSentence(message);
     notices.removeDuplicates();
     _ui->notice->setText(notices.join("\n\n"));

@@ -79,7 +79,6 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     UpdateFollower _follower;
     SleepInhibitor _inhibitor;
     TaskbarProgress _taskbar;
-    QStringList _notices;
     QPointer<LogWindow> _log;
     QLabel* _count = nullptr;
     QLabel* _version = nullptr;

@@ -10,6 +10,7 @@
 #include <QDateTime>
 #include <QFileDialog>
 #include <QSaveFile>
+#include <QToolButton>
 #include <nlohmann/json.hpp>
 
 namespace zul::ui {
@@ -36,7 +37,12 @@ void MainWindow::connectActions() {
         rememberLayout();
         _application.terminate();
     });
+    connect(&_alerts, &AlertPresenter::quitAsked, _ui->actionQuit, &QAction::trigger);
     for (QAction* action : _ui->menuPrinter->actions()) _ui->table->addAction(action);
+    _ui->table->addAction(_ui->actionReport);
+    // Its button opens the menu: there is nothing else that it could do.
+    auto* const counters = qobject_cast<QToolButton*>(_ui->toolbar->widgetForAction(_ui->menuCounters->menuAction()));
+    if (counters != nullptr) counters->setPopupMode(QToolButton::InstantPopup);
 }
 
 void MainWindow::showActions() {
@@ -46,6 +52,7 @@ void MainWindow::showActions() {
                             _ui->actionCounterB, _ui->actionCounterM, _ui->actionSerial, _ui->actionUpdate}) {
         action->setEnabled(printer != nullptr && reason.isEmpty());
     }
+    _ui->menuCounters->setEnabled(_ui->actionCounterA->isEnabled());
     _ui->actionUpdate->setToolTip(reason.isEmpty() ? _ui->actionUpdate->statusTip() : reason);
     _ui->actionReport->setEnabled(_model.rowCount() > 0);
     _ui->actionSerial->setEnabled(_ui->actionSerial->isEnabled() && printer->hasISerialSupport());

@@ -132,7 +132,7 @@ void UpdateCard::show(const FollowedUpdate& update, Clock::TimePoint now) {
     showProgress(update);
     showTimes(update, now);
     showResult(update);
-    _close->setVisible(update.end != End::none);
+    _close->setVisible(update.end != End::none || update.isStalled);
     QWidget::show();
 }
 

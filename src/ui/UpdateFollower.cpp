@@ -136,7 +136,12 @@ void UpdateFollower::settle(const std::string& key, int rounds) {
 
 void UpdateFollower::dismiss(const std::string& key) {
     const auto found = _updates.find(key);
-    if (found == _updates.end() || found->second.end == FollowedUpdate::End::none) return;
+    if (found == _updates.end()) return;
+    if (found->second.end == FollowedUpdate::End::none) {
+        if (!found->second.isStalled) return;
+        // Nobody waits for it any more. A printer that comes back after all goes on, and is followed anew.
+        _session.monitor.endUpdate(key);
+    }
     _updates.erase(found);
     Q_EMIT changed();
 }

@@ -38,7 +38,7 @@ class UpdateFollower final : public QObject {
     void begin(const Printer& printer);
     /// The updates by key, with what is known now.
     const std::map<std::string, FollowedUpdate>& updates() const { return _updates; }
-    /// Forgets an update that has ended.
+    /// Forgets an update that has ended or stalled.
     void dismiss(const std::string& key);
 
     /// Why a second update of this printer may not be started now; empty when it may.

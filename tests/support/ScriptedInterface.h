@@ -171,10 +171,12 @@ class ScriptedService final : public USBService {
   public:
     explicit ScriptedService(std::shared_ptr<ScriptedInterface> scripted) : _scripted(std::move(scripted)) {}
     IOReturn createCode = kIOReturnSuccess;
+    std::string location = "1-1";
+    std::string node;
 
     IOReturn createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) override;
-    std::string locationText() const override { return "1-1"; }
-    std::string nodePath() const override { return {}; }
+    std::string locationText() const override { return location; }
+    std::string nodePath() const override { return node; }
     bool isVirtual() const override { return true; }
 
     IOReturn GetInterfaceClass(std::uint8_t& value) override { return _scripted->GetInterfaceClass(value); }

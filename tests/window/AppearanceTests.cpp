@@ -72,9 +72,9 @@ TEST_CASE("every picture stands out from its window, light and dark, and is shar
     for (const bool isDark : {false, true}) {
         useColors(isDark);
         const QPalette palette = QApplication::palette();
-        for (const char* name :
-             {"ZUL_VK_Series", "ZUL_RZ_Series", "V26A_LSide", "VK28", "action-update", "action-refresh",
-              "action-hotplug", "action-serial", "action-report", "action-log", "action-claim", "action-quit"}) {
+        for (const char* name : {"ZUL_VK_Series", "ZUL_RZ_Series", "V26A_LSide", "VK28", "action-update",
+                                 "action-refresh", "action-hotplug", "action-serial", "action-report", "action-log",
+                                 "action-claim", "action-counter", "action-about", "action-quit"}) {
             const QIcon icon = ui::pictureNamed(name, palette);
             REQUIRE_MESSAGE(!icon.isNull(), name);
             CHECK_MESSAGE(strongestContrast(icon, palette.color(QPalette::Window)) >= 4.5, name);

@@ -180,6 +180,24 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     CHECK_FALSE(onlyUpdate(stage).isStalled);
 }
 
+TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is followed anew when it returns") {
+    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
+    stage.waitForFacts();
+    stage.window().follower().setPatience(milliseconds(700));
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
+    CHECK(stage.window().follower().isAnyUnderWay());
+    stage.click("Close this report");
+    stage.waitFor("the card to go", [&] { return stage.window().follower().updates().empty(); });
+    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
+    stage.bus().plug(0);
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+}
+
 TEST_CASE("an update that stalls may be started again") {
     Stage stage({.printers = {quick("VK14", "fault=silence@STATUS#4")}});
     stage.waitForFacts();
@@ -226,6 +244,18 @@ TEST_CASE("\"Quit\" in the agreement ends the program") {
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.answer("Quit");
+    CHECK(stage.hasEnded());
+}
+
+TEST_CASE("the keys that end the program do so while an alert stands, too") {
+    Stage stage({.printers = {quick("VK14", "firmware=VK14 01.70")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert("Firmware update not needed");
+    stage.press(Qt::Key_Q, Qt::ControlModifier);
     CHECK(stage.hasEnded());
 }
 
