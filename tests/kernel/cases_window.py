@@ -6,7 +6,7 @@ from lab import case, expect, expect_equal
 def _(lab):
     with lab.gadget(restart=2000, program=2000) as gadget:
         result = lab.run(lab.on_display, "/usr/bin/python3", lab.journey, lab.window,
-                         "--firmware-archive", lab.archive, timeout=150)
+                         "--firmware-archive", lab.archive, timeout=240)
         expect_equal(result.returncode, 0, "exit status")
         expect("journey: done" in result.stdout, "the whole way was gone")
         journal = gadget.journal.read_text()

@@ -9,7 +9,7 @@ import gi
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402  (the version comes first)
 
-LONGEST_WAIT = 60  # s; generous, for emulated machines
+LONGEST_WAIT = 120  # s; generous, for emulated machines
 PAUSE = 0.2  # s; between two looks, so that the program has the processor
 MOST_TABS = 40
 WINDOWS = ("frame", "alert", "dialog")
