@@ -187,6 +187,19 @@ TEST_CASE("an interface of a foreign vendor or product is ignored silently and n
     CHECK(shell.log.standardError.empty());
 }
 
+TEST_CASE("a printer by class that is none by subclass is left alone, with a line that names the subclass") {
+    Shell shell;
+    shell.start();
+    auto printer = std::make_shared<ScriptedInterface>();
+    printer->interfaceSubClass = 2;
+    // A service whose subclass cannot be read yet is handed on; here it can be when it is looked at.
+    printer->expect("GetInterfaceSubClass").returns(kIOReturnNotResponding);
+    shell.plug(printer);
+    shell.settle();
+    CHECK(shell.log.hasLogged("Found a device that is a printer by class, but not by subclass; subClass=2\n"));
+    CHECK(shell.controller->printers().empty());
+}
+
 TEST_CASE("either vendor is accepted with the accepted product") {
     Shell shell;
     shell.start();
