@@ -1,5 +1,6 @@
 """What the cases of the test guest share: naming and running them, gadgets on numbered ports, programs with a log."""
 import argparse
+import contextlib
 import os
 import pathlib
 import signal
@@ -43,7 +44,8 @@ class Gadget:
         settings = {"restart": 400, "program": 300, "speed": 20000000, **settings}
         text = ",".join([model] + [f"{key}={value}" for key, value in settings.items()])
         command = [lab.vkgadget, text, "--udc", self.udc, "--journal", self.journal, *options]
-        lab.log(f"$ {' '.join(map(str, command))} &")
+        self.log = lab.log
+        self.log(f"$ {' '.join(map(str, command))} &")
         self.process = subprocess.Popen(list(map(str, command)), stdout=lab.log_file, stderr=lab.log_file)
 
     def __enter__(self):
@@ -64,8 +66,15 @@ class Gadget:
         try:
             return self.process.wait(10)
         except subprocess.TimeoutExpired:
+            self.log_stacks()
             self.process.kill()
             raise AssertionError("vkgadget did not end within 10 s of being told") from None
+
+    def log_stacks(self):
+        """Where in the kernel its threads are: who waits for whom."""
+        for task in sorted(pathlib.Path(f"/proc/{self.process.pid}/task").iterdir()):
+            with contextlib.suppress(OSError):
+                self.log(f"{task.name} {(task / 'comm').read_text().strip()}\n{(task / 'stack').read_text()}")
 
     def address(self):
         return usbfs.attribute(self.device, "devnum")

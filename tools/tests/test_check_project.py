@@ -137,6 +137,10 @@ class CheckProject(unittest.TestCase):
     def test_takes_a_header_that_says_its_queue(self):
         self.assert_clean({"src/Classes/A.h": "// Any thread.\nint a();\n"})
 
+    def test_leaves_builds_out_where_git_cannot_tell(self):
+        self.assert_clean({"build/a.png": b"\0", "build-asan/b.cpp": "// TO" + "DO\n", ".git/index": b"\0",
+                           "tools/__pycache__/a.pyc": b"\0"})
+
     def test_refuses_binary_files(self):
         self.assert_finding({"resources/a.png": b"\x89PNG\0\1"}, "binary file")
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/usb/functionfs.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -93,6 +94,10 @@ void FunctionFs::close() {
 }
 
 std::optional<FunctionEvent> FunctionFs::nextEvent() {
+    // A read that waits holds the function's lock, and some kernels want that lock to unbind the gadget: its end would
+    // wait for an event that never comes. A poll waits without it.
+    pollfd ready = {.fd = _control.get(), .events = POLLIN, .revents = 0};
+    if (::poll(&ready, 1, /*timeout=*/-1) <= 0) return std::nullopt;
     usb_functionfs_event event{};
     if (::read(_control.get(), &event, sizeof event) != static_cast<ssize_t>(sizeof event)) return std::nullopt;
     return FunctionEvent{.kind = kindOf(event.type), .setup = requestOf(event.u.setup)};
