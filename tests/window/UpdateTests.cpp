@@ -10,6 +10,8 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <doctest/doctest.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace zul::test {
 
@@ -35,6 +37,21 @@ void agreeAndConfirm(Stage& stage, const QString& offered) {
     stage.answer("Update Firmware to " + offered);
 }
 
+// What the printer saw of the update, in order: what is written, and that it left and came back.
+std::vector<std::string> changesOnTheWire(Stage& stage) {
+    std::vector<std::string> changes;
+    std::istringstream lines(TemporaryFolder::read(stage.journalFile()));
+    for (std::string line; std::getline(lines, line);) {
+        const auto entry = nlohmann::json::parse(line);
+        const std::string event = entry["event"];
+        const std::string command = entry.value("command", "");
+        if (event == "leave" || event == "arrive") changes.push_back(event);
+        const auto isA = [&](const char* kind) { return event == "command" && command.starts_with(kind); };
+        if (isA("FW_UPD") || isA("TBL_CL") || isA("TBL_WT")) changes.push_back(command);
+    }
+    return changes;
+}
+
 QAction& updateAction(Stage& stage) {
     return *stage.window().findChild<QAction*>("actionUpdate");
 }
@@ -56,11 +73,18 @@ TEST_CASE("an update with the mouse goes from the button to the report and leave
     stage.answer("Update Firmware to VK14 01.61");
     const auto report = stage.waitForAlert(kSuccessTitle);
     CHECK(report.message == "Firmware version updated from VK14 01.60 to VK14 01.61");
+    CHECK(report.buttons == QStringList{"Finish"});
+    CHECK(report.defaultButton == "Finish");
+    CHECK(report.hasPicture);
     stage.screenshot("report");
     stage.answer("Finish");
     stage.settle();
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.61");
     CHECK(stage.cell(0, Model::colorTables) == "0161");
+    CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive", "FW_UPDFLASH_REWRITE", "leave", "arrive",
+                                                              "FW_UPDFLASH_PROGRAM", "leave", "arrive", "TBL_CL",
+                                                              "TBL_WTVersion", "TBL_WTCTRLD_UPDATE_CW", "TBL_WTVersion",
+                                                              "TBL_WTCTRLD_UPDATE_CW"});
     CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
     CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
     CHECK(stage.window().follower().now() >= onlyUpdate(stage).endedAt);
@@ -160,6 +184,7 @@ TEST_CASE("a cancelled update says that nothing was changed") {
                   [&] { return stage.visibleText().contains("Not updated. Nothing was changed in the printer."); });
     CHECK(updateAction(stage).isEnabled());
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.60");
+    CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
 }
 
 TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
