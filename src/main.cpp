@@ -8,8 +8,7 @@
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <QApplication>
-#include <QLibraryInfo>
-#include <QTranslator>
+#include <QMessageBox>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -55,14 +54,6 @@ void openLog(const zul::SessionOptions& options) {
     }
 }
 
-// The toolkit's own few texts ("Copy", the file dialog) come from its own catalogues.
-void translateToolkit(QApplication& application) {
-    auto* const translator = new QTranslator(&application);
-    if (translator->load(QLocale(), "qtbase", "_", QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
-        QApplication::installTranslator(translator);
-    }
-}
-
 int run(QApplication& application, const zul::SessionOptions& options) {
     // Kept until the process is gone: queues may still use it.
     auto* const program = new zul::ui::WindowProgram(options, [] { QCoreApplication::exit(0); });
@@ -70,7 +61,10 @@ int run(QApplication& application, const zul::SessionOptions& options) {
     delegate.window = &program->window();
     if (const auto problem = program->start()) {
         std::cerr << "zul-printer-utility: " << problem->message << '\n';
-        return problem->isWrongUsage ? 2 : kFailed;
+        if (problem->isWrongUsage) return 2;
+        // Who starts the program from a menu sees no terminal.
+        QMessageBox::critical(nullptr, QApplication::applicationName(), QString::fromStdString(problem->message));
+        return kFailed;
     }
     delegate.applicationDidFinishLaunching();
     const zul::ui::EndSignals signals([program] { program->window().close(); });
@@ -104,6 +98,6 @@ int main(int argc, char** argv) {
     QApplication::setApplicationName("ZUL Printer Utility");
     QApplication::setQuitOnLastWindowClosed(false); // the controller decides
     zul::ui::useCatalogues(zul::Bundle::mainBundle().resourcesFolder().parent_path() / "locale");
-    translateToolkit(*application);
+    zul::ui::translateToolkit();
     leave(run(*application, *parsed.options));
 }

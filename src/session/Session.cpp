@@ -51,7 +51,8 @@ bool openLogFile(const std::string& file) {
 } // namespace
 
 std::string nameOf(const TBUSBPrinterZUL& printer) {
-    std::string name = printer.model().value_or(printer.productUSB().value_or("printer"));
+    std::string name =
+        printer.model().value_or(printer.productUSB().value_or(Bundle::localized(operatorText("printer"))));
     const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();
     if (serial && !serial->empty()) name += ' ' + *serial;
     return name + " (" + printer.locationText() + ")";
@@ -210,6 +211,7 @@ void Session::watchServices() {
             drain(iterator);
             // Later: a service is still known while its departure is told.
             mainQueue.async([this] {
+                std::erase_if(_unusable, [this](const Unusable& one) { return !isAttached(one); });
                 if (unusableChanged) unusableChanged();
             });
         });
@@ -238,14 +240,17 @@ std::vector<std::string> Session::notAdmitted() const {
     return messages;
 }
 
+bool Session::isAttached(const Unusable& one) const {
+    return std::ranges::any_of(registry.services(), [&](ServiceToken token) {
+        const auto service = registry.service(token);
+        return service && service->locationText() == one.location && service->nodePath() == one.node;
+    });
+}
+
 std::vector<std::string> Session::unusablePrinters() const {
     std::vector<std::string> messages;
     for (const Unusable& one : _unusable) {
-        const auto isIt = [&](ServiceToken token) {
-            const auto service = registry.service(token);
-            return service && service->locationText() == one.location && service->nodePath() == one.node;
-        };
-        if (std::ranges::any_of(registry.services(), isIt)) messages.push_back(one.message);
+        if (isAttached(one)) messages.push_back(one.message);
     }
     for (std::string& message : notAdmitted()) messages.push_back(std::move(message));
     return messages;

@@ -104,6 +104,7 @@ class Session {
         std::string node;
         std::string message;
     };
+    bool isAttached(const Unusable& one) const;
     std::vector<std::string> notAdmitted() const;
     void watchServices();
     std::optional<SessionProblem> makeVirtualBus();

@@ -1,7 +1,12 @@
 #include "ui/Catalogue.h"
 
+#include <QCoreApplication>
+#include <QLibraryInfo>
+#include <QTranslator>
 #include <clocale>
 #include <libintl.h>
+#include <string_view>
+#include <utility>
 
 namespace zul::ui {
 
@@ -23,6 +28,25 @@ void useCatalogues(const std::filesystem::path& localeFolder) {
     bindtextdomain(kTextDomain, localeFolder.c_str());
     bind_textdomain_codeset(kTextDomain, "UTF-8");
     Bundle::setTranslator(translated, translatedPlural);
+}
+
+std::string catalogueLanguage() {
+    static constexpr std::string_view kField = "Language: ";
+    const std::string header = dgettext(kTextDomain, "");
+    const auto at = header.find(kField);
+    if (at == std::string::npos) return "";
+    const auto begin = at + kField.size();
+    return header.substr(begin, header.find('\n', begin) - begin);
+}
+
+void translateToolkit() {
+    static QTranslator* current = nullptr;
+    if (current != nullptr) QCoreApplication::removeTranslator(current);
+    delete std::exchange(current, new QTranslator(QCoreApplication::instance()));
+    const QString file = "qtbase_" + QString::fromStdString(catalogueLanguage());
+    if (current->load(file, QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        QCoreApplication::installTranslator(current);
+    }
 }
 
 } // namespace zul::ui

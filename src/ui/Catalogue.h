@@ -14,4 +14,11 @@ inline constexpr const char* kTextDomain = "zul-printer-utility";
 /// the environment (LANGUAGE, LC_ALL, LC_MESSAGES, LANG). Main thread, before others are started.
 void useCatalogues(const std::filesystem::path& localeFolder);
 
+/// The language whose catalogue is in use, as in "de"; "" for English.
+std::string catalogueLanguage();
+
+/// The toolkit's own few texts ("Copy", the file dialog) in the same language, where its catalogues are installed.
+/// After useCatalogues, with an application.
+void translateToolkit();
+
 } // namespace zul::ui

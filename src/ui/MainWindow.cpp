@@ -11,6 +11,7 @@
 #include <QCloseEvent>
 #include <QHeaderView>
 #include <QLabel>
+#include <QShortcut>
 
 namespace zul::ui {
 
@@ -70,6 +71,7 @@ TBPrinters::Outlets MainWindow::outlets() {
 void MainWindow::begin() {
     localizeWidgets();
     _log = new LogWindow(_session.mainQueue, this); // collects from now on
+    connect(new QShortcut(QKeySequence("Ctrl+Q"), _log), &QShortcut::activated, _ui->actionQuit, &QAction::trigger);
     _alerts.setWindow(this, _session.mainQueue);
     _ui->updates->follow(_follower);
     _controller.bindTo(_session.mainQueue, _session.controller);
@@ -84,7 +86,8 @@ void MainWindow::begin() {
 void MainWindow::setUpTable() {
     _ui->table->setIconSize(QSize(kPictureSize, kPictureSize));
     _ui->table->verticalHeader()->setDefaultSectionSize(kRowHeight);
-    _ui->table->setContextMenuPolicy(Qt::ActionsContextMenu);
+    _ui->table->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(_ui->table, &QWidget::customContextMenuRequested, this, &MainWindow::openContextMenu);
     QHeaderView& header = *_ui->table->horizontalHeader();
     header.setSectionsMovable(true);
     header.setStretchLastSection(true);
@@ -120,10 +123,16 @@ void MainWindow::setTitle(const std::string& title) {
 void MainWindow::localizeWidgets() {
     applyMenu(*_menu, *_ui->menubar);
     _ui->emptyText->setText(localized(_ui->emptyText->text().toUtf8()));
-    _ui->toolbar->setWindowTitle(localized(_ui->toolbar->windowTitle().toUtf8()));
-    for (QWidget* widget : std::initializer_list<QWidget*>{_ui->notice, _ui->table, _ui->details, _ui->toolbar}) {
+    // First here: a screen reader keeps the name that a tool bar had when it was asked for it.
+    _ui->toolbar->setWindowTitle(localized(operatorText("Tools")));
+    _ui->toolbar->setAccessibleName(localized(operatorText("Tools")));
+    for (QWidget* widget : std::initializer_list<QWidget*>{_ui->table, _ui->details}) {
         widget->setAccessibleName(localized(widget->accessibleName().toUtf8()));
     }
+    // Its name is its text.
+    _ui->notice->setAccessibleDescription(localized(_ui->notice->accessibleDescription().toUtf8()));
+    _ui->menuCounters->menuAction()->setToolTip(localized(operatorText("Set a counter of the selected printer to 0")));
+    for (QMenu* menu : _ui->menubar->findChildren<QMenu*>()) menu->setToolTipsVisible(true);
 }
 
 void MainWindow::showIcons() {
@@ -167,6 +176,7 @@ void MainWindow::showSelection() {
 // A printer that is seen and cannot be used must not look like one that is missing.
 void MainWindow::showNotices() {
     QStringList notices;
+    if (const std::string problem = _session.defaults.lastError(); !problem.empty()) notices << asSentence(problem);
     for (const std::string& message : _session.unusablePrinters()) notices << asSentence(message);
     notices.removeDuplicates();
     _ui->notice->setText(notices.join("\n\n"));
@@ -186,7 +196,6 @@ void MainWindow::updatesChanged() {
 // ---- the end --------------------------------------------------------------------------------------------------------
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    rememberLayout();
     event->accept();
     if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) _application.terminate();
 }

@@ -43,6 +43,8 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     SleepInhibitor& inhibitor() { return _inhibitor; }
     /// The printer that actions go to.
     Session::Printer selection() const { return _controller.selection(); }
+    /// Keeps the places of the columns and the window for the next start.
+    void rememberLayout();
     /// Writes the facts of all attached printers to file.txt and file.json; the problem, or nothing.
     QString saveReport(const QString& file);
 
@@ -54,7 +56,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void connectActions();
     void localizeWidgets();
     void setUpTable();
-    void rememberLayout();
+    void openContextMenu(const QPoint& place);
     void showIcons();
     void showContent();
     void showSelection();
@@ -64,6 +66,8 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void updateFirmware();
     void resetCounter(char letter);
     void askForReport();
+    void saveReportAs(const QString& file);
+    void writeReport(const QString& file);
     void showLog();
     void showAbout();
     void tell(const QString& title, const QString& message);

@@ -9,11 +9,25 @@
 
 #include <QDateTime>
 #include <QFileDialog>
+#include <QMenu>
 #include <QSaveFile>
+#include <QShortcut>
 #include <QToolButton>
 #include <nlohmann/json.hpp>
 
 namespace zul::ui {
+
+namespace {
+
+// A report is two files; either may be named.
+QString baseOf(QString file) {
+    for (const char* suffix : {".txt", ".json"}) {
+        if (file.endsWith(suffix)) file.chop(static_cast<qsizetype>(qstrlen(suffix)));
+    }
+    return file;
+}
+
+} // namespace
 
 void MainWindow::connectActions() {
     const auto onPrinter = [this](QAction* action, auto handler) {
@@ -33,13 +47,8 @@ void MainWindow::connectActions() {
     connect(_ui->actionReport, &QAction::triggered, this, &MainWindow::askForReport);
     connect(_ui->actionLog, &QAction::triggered, this, &MainWindow::showLog);
     connect(_ui->actionAbout, &QAction::triggered, this, &MainWindow::showAbout);
-    connect(_ui->actionQuit, &QAction::triggered, this, [this] {
-        rememberLayout();
-        _application.terminate();
-    });
+    connect(_ui->actionQuit, &QAction::triggered, this, [this] { _application.terminate(); });
     connect(&_alerts, &AlertPresenter::quitAsked, _ui->actionQuit, &QAction::trigger);
-    for (QAction* action : _ui->menuPrinter->actions()) _ui->table->addAction(action);
-    _ui->table->addAction(_ui->actionReport);
     // Its button opens the menu: there is nothing else that it could do.
     auto* const counters = qobject_cast<QToolButton*>(_ui->toolbar->widgetForAction(_ui->menuCounters->menuAction()));
     if (counters != nullptr) counters->setPopupMode(QToolButton::InstantPopup);
@@ -51,9 +60,9 @@ void MainWindow::showActions() {
     for (QAction* action : {_ui->actionRefresh, _ui->actionHotPlug, _ui->actionClaim, _ui->actionCounterA,
                             _ui->actionCounterB, _ui->actionCounterM, _ui->actionSerial, _ui->actionUpdate}) {
         action->setEnabled(printer != nullptr && reason.isEmpty());
+        action->setToolTip(reason.isEmpty() ? action->statusTip() : reason);
     }
     _ui->menuCounters->setEnabled(_ui->actionCounterA->isEnabled());
-    _ui->actionUpdate->setToolTip(reason.isEmpty() ? _ui->actionUpdate->statusTip() : reason);
     _ui->actionReport->setEnabled(_model.rowCount() > 0);
     _ui->actionSerial->setEnabled(_ui->actionSerial->isEnabled() && printer->hasISerialSupport());
     _ui->actionSerial->setChecked(printer && printer->hasISerialSupport() && printer->usbISerial());
@@ -82,8 +91,10 @@ void MainWindow::resetCounter(char letter) {
     question.informativeText = Bundle::localized("The counter is set to 0. Its old value cannot be brought back.");
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Reset Counter")};
     question.iconName = printer->image().value_or("");
-    question.completion = [printer, letter](int answer) {
-        if (answer == kAlertSecondButton) printer->resetCounter(letter);
+    question.completion = [this, printer, letter](int answer) {
+        // An update may have begun while the question stood.
+        const bool isFree = _follower.reasonAgainst(printer->keyUSBdevice()).isEmpty();
+        if (answer == kAlertSecondButton && isFree) printer->resetCounter(letter);
     };
     _alerts.beginAlert(std::move(question));
 }
@@ -96,6 +107,23 @@ void MainWindow::tell(const QString& title, const QString& message) {
     _alerts.beginAlert(std::move(alert));
 }
 
+// A press on any row ends at the selected one: the menu says whose it is, and goes when that changes.
+void MainWindow::openContextMenu(const QPoint& place) {
+    const auto printer = selection();
+    if (!printer) return;
+    auto* const menu = new QMenu(this);
+    menu->setObjectName("contextMenu");
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->setToolTipsVisible(true);
+    menu->addAction(qtext(nameOf(*printer)))->setEnabled(false);
+    menu->addSeparator();
+    menu->addActions(_ui->menuPrinter->actions());
+    menu->addSeparator();
+    menu->addActions({_ui->actionReport, _ui->actionLog, _ui->actionAbout, _ui->actionQuit});
+    connect(&_controller, &PrinterArrayController::selectionChanged, menu, &QMenu::close);
+    menu->popup(_ui->table->viewport()->mapToGlobal(place));
+}
+
 // ---- report ---------------------------------------------------------------------------------------------------------
 
 void MainWindow::askForReport() {
@@ -104,16 +132,37 @@ void MainWindow::askForReport() {
     dialog->setObjectName("saveReport");
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setDefaultSuffix("txt"); // so that the dialog asks before it replaces one
     dialog->selectFile(name);
-    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString& file) {
-        const QString problem = saveReport(file);
-        if (problem.isEmpty()) {
-            _ui->statusbar->showMessage(localized("The report is saved."), 10000);
-        } else {
-            tell(localized("The report could not be saved."), problem);
-        }
-    });
+    connect(dialog, &QFileDialog::fileSelected, this, &MainWindow::saveReportAs);
+    connect(new QShortcut(QKeySequence("Ctrl+Q"), dialog), &QShortcut::activated, _ui->actionQuit, &QAction::trigger);
     dialog->open();
+}
+
+// The dialog has asked about the text file alone: a JSON file of that name without it is somebody else's.
+void MainWindow::saveReportAs(const QString& file) {
+    const QString other = baseOf(file) + ".json";
+    if (QFile::exists(baseOf(file) + ".txt") || !QFile::exists(other)) {
+        writeReport(file);
+        return;
+    }
+    AlertDescription question;
+    question.messageText = localizedFormat("%s exists already.", other.toStdString());
+    question.informativeText = Bundle::localized("What it holds would be lost.");
+    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Replace")};
+    question.completion = [this, file](int answer) {
+        if (answer == kAlertSecondButton) writeReport(file);
+    };
+    _alerts.beginAlert(std::move(question));
+}
+
+void MainWindow::writeReport(const QString& file) {
+    const QString problem = saveReport(file);
+    if (problem.isEmpty()) {
+        _ui->statusbar->showMessage(localized("The report is saved."), 10000);
+    } else {
+        tell(localized("The report could not be saved."), problem);
+    }
 }
 
 QString MainWindow::saveReport(const QString& file) {
@@ -126,10 +175,7 @@ QString MainWindow::saveReport(const QString& file) {
         text += "\n" + qtext(nameOf(*printer)) + "\n";
         for (const auto& [label, value] : detailsOf(*printer)) text += "  " + label + ": " + value + "\n";
     }
-    QString base = file;
-    for (const char* suffix : {".txt", ".json"}) {
-        if (base.endsWith(suffix)) base.chop(static_cast<qsizetype>(qstrlen(suffix)));
-    }
+    const QString base = baseOf(file);
     const std::pair<QString, QByteArray> files[] = {
         {base + ".txt", text.toUtf8()},
         {base + ".json",

@@ -42,6 +42,7 @@ void applyItems(const std::vector<MenuItem>& items, const QList<QAction*>& actio
         if (item.isSeparator) continue;
         if (item.submenu) {
             action->menu()->setTitle(qtext(item.submenu->title));
+            action->setIconText(withoutAccessKey(qtext(item.submenu->title)));
             applyItems(item.submenu->items, action->menu()->actions());
         } else {
             action->setText(qtext(item.title));

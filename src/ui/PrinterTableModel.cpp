@@ -152,6 +152,9 @@ QVariant PrinterTableModel::data(const QModelIndex& index, int role) const {
     case Qt::ToolTipRole:
         if (index.column() == offeredFirmware && row.isNewer) return localized("Newer than the installed firmware");
         return index.column() == picture ? row.texts[model] : row.texts[column];
+    case Qt::AccessibleDescriptionRole:
+        return index.column() == offeredFirmware && row.isNewer ? localized("Newer than the installed firmware")
+                                                                : QString();
     case Qt::AccessibleTextRole:
         return index.column() == picture ? row.texts[model] : row.texts[column];
     default:

@@ -3,7 +3,10 @@
 namespace zul::ui {
 
 WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock)
-    : _application(std::move(end)),
+    : _application([this, end = std::move(end)] {
+          if (_window) _window->rememberLayout(); // whoever ended it: an alert, too
+          end();
+      }),
       _session(std::make_unique<Session>(std::move(options), _alerts, _application, clock)),
       _loop(std::make_unique<LoopBinding>(_session->mainQueue)),
       _window(std::make_unique<MainWindow>(*_session, _alerts, _application)) {}

@@ -19,6 +19,7 @@
 #include <doctest/doctest.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -186,6 +187,46 @@ TEST_CASE("the file dialog of the report opens and can be cancelled") {
     stage.waitFor("the dialog", [&] { return stage.window().findChild<QFileDialog*>("saveReport") != nullptr; });
     stage.window().findChild<QFileDialog*>("saveReport")->reject();
     stage.waitFor("it to go", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
+}
+
+TEST_CASE("a report that is named in the dialog is saved as two files, and replaces nobody else's without asking") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    const auto save = [&](const std::string& name) {
+        stage.triggerMenu("File", "Save Report…");
+        stage.waitFor("the dialog", [&] { return stage.window().findChild<QFileDialog*>("saveReport") != nullptr; });
+        auto* const dialog = stage.window().findChild<QFileDialog*>("saveReport");
+        CHECK(dialog->defaultSuffix() == "txt");
+        Q_EMIT dialog->fileSelected(QString::fromStdString((stage.folder() / name).string()));
+        dialog->reject();
+        stage.waitFor("it to go", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
+    };
+    save("first.txt");
+    CHECK(std::filesystem::exists(stage.folder() / "first.txt"));
+    CHECK(std::filesystem::exists(stage.folder() / "first.json"));
+    std::ofstream(stage.folder() / "other.json") << "precious";
+    const QString question = QString::fromStdString((stage.folder() / "other.json").string()) + " exists already.";
+    save("other.txt");
+    CHECK(stage.waitForAlert(question).buttons == QStringList{"Cancel", "Replace"});
+    stage.answer("Cancel");
+    CHECK(TemporaryFolder::read(stage.folder() / "other.json") == "precious");
+    save("other.txt");
+    stage.waitForAlert(question);
+    stage.answer("Replace");
+    CHECK(TemporaryFolder::read(stage.folder() / "other.json") != "precious");
+    save("no such folder/report.txt");
+    CHECK(stage.waitForAlert("The report could not be saved.").message.contains("Choose a folder"));
+    stage.answer("OK");
+}
+
+TEST_CASE("the keys that end the program do so in the log window, too") {
+    Stage stage({.printers = {}});
+    stage.triggerMenu("Window", "Log");
+    stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
+    QWidget* const log = stage.find("Lines of the log")->window();
+    stage.waitFor("its focus", [&] { return QApplication::activeWindow() == log; });
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Q, Qt::ControlModifier);
+    CHECK(stage.hasEnded());
 }
 
 TEST_CASE("closing the window ends the program") {

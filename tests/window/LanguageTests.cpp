@@ -4,8 +4,11 @@
 #include "Classes/LocalizedFormat.h"
 #include "ui/PrinterTableModel.h"
 
+#include <QAccessible>
 #include <QAction>
+#include <QFileDialog>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QPushButton>
@@ -55,6 +58,44 @@ TEST_CASE("menus, headers, alerts and the update speak the operator's language")
         stage.settle();
         stage.screenshot(QString("updated-") + one.language);
         CHECK(stage.cell(0, ui::PrinterTableModel::installedFirmware) == "VK14 01.61");
+    }
+}
+
+TEST_CASE("every word of menus, tool bar and file dialog is in the operator's language, and no two share a key") {
+    QStringList words; // in English
+    for (const char* language : {"en", "de", "ja"}) {
+        CAPTURE(language);
+        Stage stage({.printers = {quick("VK14")}, .language = language});
+        const bool isEnglish = std::string(language) == "en";
+        int position = 0;
+        for (const QAction* action : stage.window().findChildren<QAction*>()) {
+            if (isEnglish) words << action->text();
+            const QString before = words.value(position++);
+            if (isEnglish || before.isEmpty()) continue;
+            CHECK_MESSAGE(action->text() != before, before.toStdString());
+            CHECK_MESSAGE(!action->iconText().contains("(&"), action->iconText().toStdString());
+            CHECK_MESSAGE(!action->iconText().endsWith(')'), action->iconText().toStdString());
+        }
+        for (const QMenu* menu : stage.window().menuBar()->findChildren<QMenu*>()) {
+            QStringList keys;
+            for (const QAction* action : menu->actions()) {
+                const auto at = action->text().indexOf('&');
+                if (at >= 0) keys << action->text().mid(at + 1, 1).toUpper();
+            }
+            const auto count = keys.size();
+            CHECK_MESSAGE(keys.removeDuplicates() == 0, menu->title().toStdString());
+            CHECK(count > 0);
+        }
+        auto* const bar = stage.window().findChild<QToolBar*>("toolbar");
+        const QString name = QAccessible::queryAccessibleInterface(bar)->text(QAccessible::Name);
+        CHECK((name == "Tools") == isEnglish);
+        stage.click(stage.window().findChild<QAction*>("actionReport")->iconText());
+        stage.waitFor("the dialog", [&] { return stage.window().findChild<QFileDialog*>("saveReport") != nullptr; });
+        auto* const dialog = stage.window().findChild<QFileDialog*>("saveReport");
+        QStringList buttons;
+        for (const QAbstractButton* button : dialog->findChildren<QAbstractButton*>()) buttons << button->text();
+        CHECK((buttons.join(' ').contains("Cancel")) == isEnglish);
+        dialog->reject();
     }
 }
 

@@ -6,7 +6,12 @@
 #include "ui/PrinterTableModel.h"
 #include "virtual_printer/VirtualBus.h"
 
+#include <QAction>
+#include <QApplication>
+#include <QContextMenuEvent>
+#include <QMenu>
 #include <QTableView>
+#include <QTest>
 #include <doctest/doctest.h>
 
 namespace zul::test {
@@ -79,6 +84,65 @@ TEST_CASE("when another printer leaves the selected one stays selected") {
     stage.waitFor("one row", [&] { return stage.rows() == 1; });
     CHECK(stage.window().selection() == selected);
     checkHighlightIsTarget(stage);
+}
+
+TEST_CASE("the menu of a row says whose it is and goes to the highlighted printer") {
+    Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
+    stage.waitForFacts();
+    stage.clickRow(0);
+    REQUIRE(stage.highlightedRow() == 0);
+    QTableView& table = *stage.window().findChild<QTableView*>("table");
+    const QPoint place = table.visualRect(table.model()->index(1, 1)).center();
+    QTest::mousePress(table.viewport(), Qt::RightButton, Qt::NoModifier, place);
+    QContextMenuEvent asked(QContextMenuEvent::Mouse, place, table.viewport()->mapToGlobal(place));
+    QApplication::sendEvent(table.viewport(), &asked);
+    const auto menu = [&] { return stage.window().findChild<QMenu*>("contextMenu"); };
+    stage.waitFor("the menu", [&] { return menu() != nullptr && menu()->isVisible(); });
+    CHECK(stage.highlightedRow() == 0);
+    CHECK(menu()->actions().first()->text() == "VK14 111111 (1-1)");
+    QStringList items;
+    for (const QAction* action : menu()->actions()) items << action->objectName();
+    for (const char* name : {"actionUpdate", "actionRefresh", "actionHotPlug", "actionSerial", "actionClaim",
+                             "actionReport", "actionLog", "actionAbout", "actionQuit"}) {
+        CHECK_MESSAGE(items.contains(name), name);
+    }
+    stage.printers()[1]->getPrinterFirmwareVersion(); // the other one becomes the selected one: the menu is wrong now
+    stage.waitFor("the menu to go", [&] { return menu() == nullptr || !menu()->isVisible(); });
+    CHECK(stage.highlightedRow() == 1);
+}
+
+TEST_CASE(
+    "refresh asks again, hot plug lets the printer leave and return, and claiming holds it until it is released") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    const auto times = [&](const std::string& part) {
+        const std::string journal = TemporaryFolder::read(stage.journalFile());
+        int found = 0;
+        for (auto at = journal.find(part); at != std::string::npos; at = journal.find(part, at + 1)) ++found;
+        return found;
+    };
+    const int asked = times("INFO  FVER");
+    stage.click("Refresh");
+    stage.waitFor("the question", [&] { return times("INFO  FVER") > asked; });
+    stage.settle();
+    stage.click("Claim Printer");
+    stage.waitFor("the claim", [&] { return stage.printers()[0]->ownership() == 1; });
+    stage.waitFor("its mark", [&] { return stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
+    stage.click("Claim Printer");
+    stage.waitFor("the release", [&] { return stage.printers()[0]->ownership() == 0; });
+    stage.waitFor("no mark", [&] { return !stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
+    stage.click("Hot Plug");
+    stage.waitFor("the printer to leave and return", [&] { return times("\"arrive\"") == 2 && stage.rows() == 1; });
+    stage.waitForFacts();
+}
+
+TEST_CASE("About tells the version") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("About");
+    CHECK(stage.waitForAlert("ZUL Printer Utility").message.contains("2.06 (build 1)"));
+    stage.press(Qt::Key_Escape);
+    stage.waitFor("it to go", [&] { return !stage.alert(); });
 }
 
 } // namespace zul::test

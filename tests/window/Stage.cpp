@@ -58,6 +58,7 @@ void useLanguage(const std::string& language) {
     qputenv("LANGUAGE", language.c_str());
     ++_nl_msg_cat_cntr;
     ui::useCatalogues(ZUL_LOCALE_FOLDER);
+    ui::translateToolkit();
     if (language == "en") Bundle::setTranslator(nullptr);
 }
 

@@ -6,7 +6,9 @@
 #include "ui/PrinterTableModel.h"
 #include "virtual_printer/VirtualBus.h"
 
+#include <QAccessible>
 #include <QHeaderView>
+#include <QLabel>
 #include <QMenuBar>
 #include <QTableView>
 #include <QTextEdit>
@@ -96,6 +98,8 @@ TEST_CASE("a printer that may not be opened is told with its node and what to do
             "The printer at 1-7 may not be used: no right to open /dev/bus/usb/001/009");
     });
     CHECK(stage.visibleText().contains("70-zul-printer-utility.rules"));
+    auto* const notice = stage.window().findChild<QLabel*>("notice");
+    CHECK(QAccessible::queryAccessibleInterface(notice)->text(QAccessible::Name).contains("/dev/bus/usb/001/009"));
     CHECK(stage.rows() == 0);
     stage.screenshot("no-right");
     registry.serviceTerminated(token);
@@ -119,7 +123,14 @@ TEST_CASE("the widths and the order of the columns are remembered") {
     auto& header = *stage.window().findChild<QTableView*>("table")->horizontalHeader();
     header.resizeSection(Model::status, 222);
     header.moveSection(header.visualIndex(Model::serialNumber), 1);
-    stage.window().close();
+    SUBCASE("by closing the window") {
+        stage.window().close();
+    }
+    SUBCASE("by an alert") {
+        stage.click("Update Firmware…");
+        stage.waitForAlert("Attention:");
+        stage.answer("Quit");
+    }
     CHECK(stage.hasEnded());
     auto& session = stage.program().session();
     ui::AlertPresenter alerts;
