@@ -162,10 +162,7 @@ TEST_CASE("a printer that is not ready may be mended and tried again, or cancell
     stage.screenshot("not-ready");
     stage.answer("Proceed");
     stage.waitFor("the next alert", [&] { return stage.alert().has_value(); });
-    if (stage.alert()->title == "Printer Not Ready") {
-        stage.waitForAlert("Printer Not Ready"); // until it can be clicked
-        stage.answer("Proceed");
-    }
+    if (stage.alert()->title == "Printer Not Ready") stage.answer("Proceed");
     stage.waitForAlert(kConfirmTitle);
     stage.press(Qt::Key_Escape);
     stage.waitFor("the alert to go", [&] { return !stage.alert(); });

@@ -234,14 +234,18 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     // Keys go to the window that the desktop has made the active one.
     shown.box->activateWindow();
     REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
-    // Nobody clicks before the buttons have their places.
+    waitForButtons(*shown.box);
+    return shown;
+}
+
+// Nobody clicks before the buttons have their places.
+void Stage::waitForButtons(QMessageBox& box) {
     waitFor("the buttons", [&] {
-        return std::ranges::all_of(shown.box->buttons(), [&](const QAbstractButton* button) {
+        return std::ranges::all_of(box.buttons(), [&](const QAbstractButton* button) {
             return button->width() >= button->minimumSizeHint().width() && button->x() >= 0 &&
-                   shown.box->rect().contains(button->mapTo(shown.box, button->rect().center()));
+                   box.rect().contains(button->mapTo(&box, button->rect().center()));
         });
     });
-    return shown;
 }
 
 QString Stage::visibleText() const {
@@ -305,6 +309,7 @@ void Stage::tabTo(const QString& accessibleName) {
 void Stage::answer(const QString& button) {
     const auto shown = alert();
     REQUIRE(shown);
+    waitForButtons(*shown->box);
     for (QAbstractButton* one : shown->box->buttons()) {
         if (withoutMark(one->text()) != button) continue;
         REQUIRE(one->isEnabled());

@@ -105,6 +105,8 @@ class Stage {
     void triggerMenu(const QString& menu, const QString& item);
 
   private:
+    void waitForButtons(QMessageBox& box);
+
     TemporaryFolder _folder;
     std::unique_ptr<QuickClock> _clock; // null: the machine's own
     bool _hasEnded = false;
