@@ -61,10 +61,28 @@ TEST_CASE("the main states in light and in dark") {
         stage.click("I Agree");
         stage.answer("Continue");
         stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != "Attention:"; });
+        stage.screenshot("confirmation" + suffix);
         stage.answer(stage.alert()->buttons.last());
+        stage.waitFor("the restart", [&] {
+            return stage.window().follower().updates().begin()->second.state.phase >= UpdatePhase::loaderGone;
+        });
+        stage.screenshot("under-way" + suffix);
         stage.waitForAlert("Firmware update was successful!");
+        stage.screenshot("success" + suffix);
         stage.answer("Finish");
         stage.screenshot("updated" + suffix);
+    }
+}
+
+TEST_CASE("the empty window, its notice and the log in light and in dark") {
+    for (const bool isDark : {false, true}) {
+        const QString suffix = isDark ? "-dark" : "-light";
+        Stage stage({.printers = {quick("VK28")}, .isDark = isDark});
+        stage.waitFor("the notice", [&] { return stage.visibleText().contains("--admit-product 0x9001"); });
+        stage.screenshot("notice" + suffix);
+        stage.triggerMenu("Window", "Log");
+        stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
+        stage.screenshot("log" + suffix);
     }
 }
 

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """An operator who cannot see and has no mouse brings the one attached VK14 from 01.60 to 01.61.
 
-    journey.py PROGRAM [ARGUMENT...]
+    journey.py [--quit-in-the-middle] PROGRAM [ARGUMENT...]
 
-The program is the real one, as a process of its own. Its exit status is 0 when the whole way went as it must.
+With the option the program is ended while the printer restarts. The program is the real one, as a process of its own. Its exit status is 0 when the whole way went as it must.
 """
 import sys
 
@@ -47,13 +47,28 @@ def agree_and_confirm(screen):
     screen.answer(CONFIRMATION, choice)
 
 
-def watch(screen):
-    """The steps that were told as the current one, by their places in STEPS, until the report is there."""
+def steps_of(screen):
     def labels():
         found = [node for node in screen.nodes() if node.get_role_name() == "label" and
                  node.get_name().endswith((": to come", ": current step", ": done"))]
         return found if len(found) == len(STEPS) else None
-    steps = screen.wait("the steps of the update", labels)
+    return screen.wait("the steps of the update", labels)
+
+
+def quit_in_the_middle(screen):
+    steps = steps_of(screen)
+
+    def is_restarting():
+        steps[2].clear_cache()
+        return steps[2].get_name() == "Restarting: current step"
+    screen.wait("the restart", is_restarting)
+    screen.press("ctrl+q")
+    expect_equal(screen.wait_for_end(), 0, "exit status")
+
+
+def watch(screen):
+    """The steps that were told as the current one, by their places in STEPS, until the report is there."""
+    steps = steps_of(screen)
     told = []
 
     def is_over():
@@ -70,9 +85,13 @@ def watch(screen):
 
 
 def main(command):
-    with Screen(*command) as screen:
+    quits = command[:1] == ["--quit-in-the-middle"]
+    with Screen(*command[quits:]) as screen:
         read_facts(screen, OLD, "0160")
         agree_and_confirm(screen)
+        if quits:
+            quit_in_the_middle(screen)
+            return
         told = watch(screen)
         print("journey: steps told:", ", ".join(STEPS[place] for place in told), flush=True)
         expect_equal(told, sorted(told), "the steps come in their order")
