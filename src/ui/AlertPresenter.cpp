@@ -162,10 +162,12 @@ void styleTexts(QMessageBox& box) {
     for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
         auto* const label = box.findChild<QLabel*>(name);
         if (label == nullptr) continue;
-        label->setMinimumWidth(width);
+        const bool isTitle = qstrcmp(name, "qt_msgbox_label") == 0;
         QFont font = label->font();
-        font.setBold(qstrcmp(name, "qt_msgbox_label") == 0);
+        font.setBold(isTitle);
         label->setFont(font);
+        // The toolkit gives a title no more room than the message below it needs.
+        label->setMinimumWidth(isTitle ? std::max(width, label->sizeHint().width()) : width);
     }
 }
 

@@ -144,6 +144,11 @@ TEST_CASE("no text of the window is cut off in any language") {
             CHECK_MESSAGE(label->width() >= label->minimumSizeHint().width(), label->text().toStdString());
         }
         stage.screenshot(QString("layout-") + language);
+        stage.click(shown.checkBox);
+        stage.answer(shown.buttons.last());
+        stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != shown.title; });
+        stage.waitForAlert(stage.alert()->title);
+        stage.screenshot(QString("confirmation-") + language);
     }
 }
 

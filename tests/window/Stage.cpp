@@ -235,6 +235,10 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     shown.box->activateWindow();
     REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
     waitForButtons(*shown.box);
+    for (const QLabel* label : shown.box->findChildren<QLabel*>()) {
+        if (label->text().isEmpty() || label->wordWrap()) continue;
+        CHECK_MESSAGE(label->width() >= label->minimumSizeHint().width(), "cut off: " << label->text().toStdString());
+    }
     return shown;
 }
 
