@@ -40,7 +40,7 @@ double shareDone(const UpdateState& state) {
 
 UpdateFollower::UpdateFollower(Session& session, AlertPresenter& alerts)
     : _session(session), _alerts(alerts), _patience(kPatience) {
-    _session.updateChanged = [this](const std::string& key) { refresh(key); };
+    _session.updateChanged = [this](const std::string& key) { heardOf(key); };
     _session.updateFound = [this](const std::string& key) { updateFound(key); };
     connect(&_alerts, &AlertPresenter::answered, this, [this](const QString& key) {
         _session.monitor.touch(key.toStdString()); // the time before was the operator's, not the printer's
@@ -80,6 +80,14 @@ void UpdateFollower::follow(const std::string& key, const Printer& printer) {
 
 // ---- the course -----------------------------------------------------------------------------------------------------
 
+void UpdateFollower::heardOf(const std::string& key) {
+    if (const auto found = _updates.find(key); found != _updates.end()) {
+        found->second.isPutAway = false;
+        _timer.start();
+    }
+    refresh(key);
+}
+
 void UpdateFollower::refresh(const std::string& key) {
     const auto found = _updates.find(key);
     const auto state = _session.monitor.state(key);
@@ -95,7 +103,7 @@ void UpdateFollower::refresh(const std::string& key) {
 void UpdateFollower::tick() {
     bool isAnyOpen = false;
     for (auto& [key, update] : _updates) {
-        if (update.end != FollowedUpdate::End::none) continue;
+        if (update.end != FollowedUpdate::End::none || update.isPutAway) continue;
         isAnyOpen = true;
         refresh(key);
     }
@@ -139,10 +147,10 @@ void UpdateFollower::dismiss(const std::string& key) {
     if (found == _updates.end()) return;
     if (found->second.end == FollowedUpdate::End::none) {
         if (!found->second.isStalled) return;
-        // Nobody waits for it any more. A printer that comes back after all goes on, and is followed anew.
-        _session.monitor.endUpdate(key);
+        found->second.isPutAway = true; // a printer that comes back after all goes on, and is shown again
+    } else {
+        _updates.erase(found);
     }
-    _updates.erase(found);
     Q_EMIT changed();
 }
 
@@ -156,7 +164,8 @@ QString UpdateFollower::reasonAgainst(const std::string& key) const {
 
 bool UpdateFollower::isAnyUnderWay() const {
     for (const auto& [key, update] : _updates) {
-        if (update.end == FollowedUpdate::End::none && update.state.phase != UpdatePhase::checking) return true;
+        if (update.end != FollowedUpdate::End::none || update.isPutAway) continue;
+        if (update.state.phase != UpdatePhase::checking) return true;
     }
     return false;
 }
@@ -165,7 +174,7 @@ double UpdateFollower::progress() const {
     double sum = 0;
     int count = 0;
     for (const auto& [key, update] : _updates) {
-        if (update.end != FollowedUpdate::End::none) continue;
+        if (update.end != FollowedUpdate::End::none || update.isPutAway) continue;
         sum += shareDone(update.state);
         ++count;
     }

@@ -23,6 +23,7 @@ struct FollowedUpdate {
     End end = End::none;
     QString reason;         // why it did not start or did not succeed
     bool isStalled = false; // nothing was heard of the printer for long
+    bool isPutAway = false; // and nobody waits for it any more, until it is heard of again
     Clock::TimePoint endedAt;
 };
 
@@ -38,7 +39,7 @@ class UpdateFollower final : public QObject {
     void begin(const Printer& printer);
     /// The updates by key, with what is known now.
     const std::map<std::string, FollowedUpdate>& updates() const { return _updates; }
-    /// Forgets an update that has ended or stalled.
+    /// Forgets an update that has ended, and puts away one that has stalled.
     void dismiss(const std::string& key);
 
     /// Why a second update of this printer may not be started now; empty when it may.
@@ -59,6 +60,7 @@ class UpdateFollower final : public QObject {
   private:
     void follow(const std::string& key, const Printer& printer);
     void refresh(const std::string& key);
+    void heardOf(const std::string& key);
     void tick();
     void settle(const std::string& key, int rounds);
     void judge(const std::string& key);

@@ -27,7 +27,8 @@ void UpdatePanel::follow(UpdateFollower& follower) {
 void UpdatePanel::showUpdates() {
     const auto& updates = _follower->updates();
     for (auto card = _cardOfKey.begin(); card != _cardOfKey.end();) {
-        if (updates.contains(card->first)) {
+        const auto update = updates.find(card->first);
+        if (update != updates.end() && !update->second.isPutAway) {
             ++card;
             continue;
         }
@@ -35,6 +36,7 @@ void UpdatePanel::showUpdates() {
         card = _cardOfKey.erase(card);
     }
     for (const auto& [key, update] : updates) {
+        if (update.isPutAway) continue;
         UpdateCard*& card = _cardOfKey[key];
         if (card == nullptr) {
             card = new UpdateCard(widget());
@@ -46,7 +48,7 @@ void UpdatePanel::showUpdates() {
         }
         card->show(update, _follower->now());
     }
-    setVisible(!updates.empty());
+    setVisible(!_cardOfKey.empty());
 }
 
 } // namespace zul::ui

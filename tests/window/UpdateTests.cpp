@@ -205,22 +205,27 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     CHECK_FALSE(onlyUpdate(stage).isStalled);
 }
 
-TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is followed anew when it returns") {
-    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
-    stage.waitForFacts();
-    stage.window().follower().setPatience(milliseconds(700));
-    stage.click("Update Firmware…");
-    agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
-    CHECK(stage.window().follower().isAnyUnderWay());
-    stage.click("Close this report");
-    stage.waitFor("the card to go", [&] { return stage.window().follower().updates().empty(); });
-    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
-    CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
-    stage.bus().plug(0);
-    stage.waitForAlert(kSuccessTitle);
-    stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is shown again when it returns") {
+    for (const char* command : {"FLASH_REWRITE", "FLASH_PROGRAM"}) {
+        CAPTURE(command);
+        Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
+        stage.waitForFacts();
+        stage.window().follower().setPatience(milliseconds(700));
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
+        CHECK(stage.window().follower().isAnyUnderWay());
+        stage.click("Close this report");
+        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
+        CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
+        CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+        CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
+        stage.bus().plug(0);
+        stage.waitForAlert(kSuccessTitle);
+        stage.answer("Finish");
+        CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+        CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
+    }
 }
 
 TEST_CASE("an update that stalls may be started again") {
