@@ -2,6 +2,7 @@
 #include "AppDelegate.h"
 #include "ui/Catalogue.h"
 #include "ui/EndSignals.h"
+#include "ui/FocusStyle.h"
 #include "ui/Pictures.h"
 #include "ui/WindowOptions.h"
 #include "ui/WindowProgram.h"
@@ -95,6 +96,7 @@ int main(int argc, char** argv) {
     openLog(*parsed.options);
     QApplication::setDesktopFileName("zul-printer-utility");
     auto* const application = new QApplication(argc, argv); // not taken down either
+    QApplication::setStyle(new zul::ui::FocusStyle);
     QApplication::setApplicationName("ZUL Printer Utility");
     QApplication::setQuitOnLastWindowClosed(false); // the controller decides
     zul::ui::useCatalogues(zul::Bundle::mainBundle().resourcesFolder().parent_path() / "locale");

@@ -9,8 +9,12 @@ constexpr const char* kSampleKey = "sample";
 }
 
 FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder) {
-    const JsonFile file = readJsonFile(archiveFolder / kDigestFileName);
     FirmwareDigests result;
+    if (archiveFolder.empty()) {
+        result.problem = "there are no firmware files";
+        return result;
+    }
+    const JsonFile file = readJsonFile(archiveFolder / kDigestFileName);
     result.problem = file.problem;
     for (const auto& [name, value] : file.values) {
         if (const auto* digest = std::get_if<std::string>(&value)) result.digests[name] = *digest;

@@ -25,12 +25,13 @@ constexpr const char* kDiagnosticName = "newPrivateAPI_Imp";
 
 // Facts change on the printers' queues by design; this shows which do, while one looks for the cause of a flicker.
 void logChange(const std::string& key) {
+    const std::string none = textOrNull({}); // a change here is always of one key; the line has room for three
     if (TBPrinters::isMainQueue()) {
-        logText("%s @#@#@#@#@#@#@#@#@#@#@#@# %s %s %s", kDiagnosticName, key, "(null)", "(null)");
+        logText("%s @#@#@#@#@#@#@#@#@#@#@#@# %s %s %s", kDiagnosticName, key, none, none);
         return;
     }
     if (key == "printerStatus") logText("setting printerStatus off Main QUEUE!");
-    logText("%s &&&&&&&&&&&&&&&&&&&&&&&& %s %s %s", kDiagnosticName, key, "(null)", "(null)");
+    logText("%s &&&&&&&&&&&&&&&&&&&&&&&& %s %s %s", kDiagnosticName, key, none, none);
 }
 
 } // namespace

@@ -355,4 +355,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     std::atomic<bool> _isVirtual{false};
 };
 
+/// How a printer is called in messages to people: model, serial number where one is known, location. Any thread.
+std::string nameOf(const TBUSBPrinter& printer);
+
 } // namespace zul

@@ -254,6 +254,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void supersedeWait() { ++_waitGeneration; }
     bool statusEquals(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
     static std::string keyedDigest(const std::string& key, const Data& data);
+    void tellArchiveRefused();
     bool verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable);
     std::optional<Data> archiveFile(const std::string& filename) const;
     std::string localized(const char* key) const;

@@ -1,8 +1,8 @@
 // What the operator is asked and told. An alert is described where the need arises, on any thread; it is shown on the
 // main queue, and nobody waits for the answer.
-#include "Classes/LocalizedFormat.h"
 #include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/LocalizedFormat.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
@@ -78,7 +78,7 @@ AlertDescription TBUSBPrinterZUL::descriptionFor(CustomAlert alert) const {
     description.layout = std::move(alert.customLayout);
     description.completion = std::move(alert.completion);
     description.printerKey = keyUSBdevice();
-    description.printerName = descriptionUTF8();
+    description.printerName = nameOf(*this);
     return description;
 }
 

@@ -40,9 +40,7 @@ std::optional<Data> TBUSBPrinterZUL::paddedColorDataForVersion(const std::string
 void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> completion) {
     if (!verifyFirmwareArchive()) {
         logText("failed to verify firmware archive");
-        PrinterEvent event;
-        event.kind = PrinterEvent::Kind::archiveRefused;
-        emit(event);
+        tellArchiveRefused();
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](IOReturn code) {

@@ -1,9 +1,9 @@
 // The halves of an update and the restarts between them. Actions and answers arrive on the main queue; everything that
 // talks to the printer runs on its command queue.
 #include "Classes/CommandFrame.h"
-#include "Classes/LocalizedFormat.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/LocalizedFormat.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
@@ -147,6 +147,7 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
 // ---- second half ----------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::showDamagedFileAlert() {
+    tellArchiveRefused();
     showAlertWithTitle(localized("There was a problem with the firmware file!"),
                        localized("This application may be damaged. Please download a new copy."),
                        std::vector<std::string>{localized("OK")}, {});

@@ -7,6 +7,7 @@
 #include "Classes/USBInterfaceHelpers.h"
 #include "StatusCodeNames.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
@@ -50,6 +51,14 @@ bool isPreferred(std::uint16_t candidate, std::uint16_t choice) {
 } // namespace
 
 // ---- names and keys -------------------------------------------------------------------------------------------------
+
+std::string nameOf(const TBUSBPrinter& printer) {
+    std::string name =
+        printer.model().value_or(printer.productUSB().value_or(Bundle::localized(operatorText("printer"))));
+    const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();
+    if (serial && !serial->empty()) name += ' ' + *serial;
+    return name + " (" + printer.locationText() + ")";
+}
 
 std::string TBUSBPrinter::keyUSBdevice() const {
     return formatted("%.4X%.4X%.8X", _idVendor, _idProduct, _locationID);
@@ -303,7 +312,8 @@ DeviceInfoPtr TBUSBPrinter::deviceInfoForKey(const std::string& key) {
 
 void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
     assert(isMainQueue());
-    logText("%s:[%s] : %s", "+[TBUSBPrinter setDeviceInfo:forKey:]", key, info ? info->description() : "(null)");
+    const auto description = info ? std::optional(info->description()) : std::nullopt;
+    logText("%s:[%s] : %s", "+[TBUSBPrinter setDeviceInfo:forKey:]", key, textOrNull(description));
     if (info && info->isMutable()) deviceInfoStore()[key] = std::move(info);
 }
 

@@ -17,6 +17,12 @@ bool UpdateState::hasSucceeded() const {
     return isFinished && shortfall() == UpdateShortfall::none;
 }
 
+bool UpdateState::isWaitingUntilReady() const {
+    const bool isAsked =
+        phase == UpdatePhase::checking || phase == UpdatePhase::restarted || phase == UpdatePhase::colorTables;
+    return isAsked && !isRefused && !rawStatus.empty() && rawStatus != kReadyStatus && rawStatus != kLoaderStatus;
+}
+
 UpdateShortfall UpdateState::shortfall() const {
     if (isArchiveRefused) return UpdateShortfall::archiveRefused;
     if (!isImageTaken) return UpdateShortfall::imageNotTaken;
@@ -132,6 +138,7 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         state.table = event.value;
         state.tables = event.total;
         state.tableName = event.text.value_or("");
+        state.bytesDone = state.bytesTotal = 0; // of the frame before
         break;
     case Kind::finished:
         enter(state, UpdatePhase::done);

@@ -66,6 +66,8 @@ struct UpdateState {
     UpdateShortfall shortfall() const;
     /// While the printer must not be disturbed, and the update not be broken off.
     bool isDelicate() const { return phase >= UpdatePhase::enteringLoader && phase <= UpdatePhase::colorTables; }
+    /// It answers, and something keeps it from being ready: an open cover, no paper, a head that cools down.
+    bool isWaitingUntilReady() const;
     /// It will not go on by itself: advice is due at once.
     bool isStuck() const { return isBackInLoader || isRefused || isArchiveRefused; }
 };

@@ -1,9 +1,9 @@
 // From phases to words.
 #include "Classes/UpdateWords.h"
 
-#include "Classes/LocalizedFormat.h"
 #include "Classes/StatusTexts.h"
 #include "StatusCodeNames.h"
+#include "platform/foundation/LocalizedFormat.h"
 
 #include <array>
 
@@ -70,11 +70,9 @@ std::string phaseInWords(const UpdateState& state) {
         const unsigned percent = static_cast<unsigned>(100ULL * state.bytesDone / state.bytesTotal);
         return localizedFormat("%s %u of %u bytes (%u %%)", words, state.bytesDone, state.bytesTotal, percent);
     }
+    if (state.isWaitingUntilReady()) return words + " (" + textForStatus(state.rawStatus) + ")";
     if (state.phase == UpdatePhase::colorTables) {
         return localizedFormat("%s %d of %d", words, state.table, state.tables);
-    }
-    if (state.phase == UpdatePhase::restarted && !state.rawStatus.empty() && state.rawStatus != kReadyStatus) {
-        return words + " (" + textForStatus(state.rawStatus) + ")";
     }
     return words;
 }
@@ -101,6 +99,10 @@ std::string describeState(const UpdateState& state, Clock::TimePoint now) {
 }
 
 std::string adviceForStall(const UpdateState& state) {
+    if (state.isArchiveRefused && state.phase < UpdatePhase::restarting) {
+        return Bundle::localized(operatorText("The firmware files are damaged. The printer is in firmware update mode: "
+                                              "leave it switched on, mend the files and start the update again."));
+    }
     if (state.isArchiveRefused) {
         return Bundle::localized(operatorText("The firmware files are damaged. Leave the printer switched on, mend the "
                                               "files and start the update again."));
@@ -112,6 +114,11 @@ std::string adviceForStall(const UpdateState& state) {
     if (state.isBackInLoader) {
         return Bundle::localized(operatorText("The printer is still in firmware update mode. Leave it switched on and "
                                               "start the update again."));
+    }
+    if (state.isWaitingUntilReady()) {
+        return localizedFormat("The printer reports: %s. Leave it switched on and put that right: once it is ready, "
+                               "the update goes on by itself.",
+                               textForStatus(state.rawStatus));
     }
     const char* advice = factsOf(state.phase).advice;
     return *advice == 0 ? "" : Bundle::localized(advice);

@@ -90,9 +90,7 @@ class UpdateRun {
     }
 
     bool isArchiveFit() {
-        if (std::ranges::none_of(_printers, [this](const auto& one) { return _program.isArchiveUnfit(*one); })) {
-            return true;
-        }
+        if (!_program.areSamplesWithheld()) return true;
         return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "
                       "files: zulctl --firmware-archive DIR update. Nothing was sent",
                       kFailed);

@@ -2,10 +2,10 @@
 
 #include "Classes/CommandFrame.h"
 #include "Classes/FirmwareDigests.h"
-#include "Classes/LocalizedFormat.h"
 #include "Classes/ProductTable.h"
 #include "StatusCodeNames.h"
 #include "holven_log/HOLVEN_Log.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/SystemLog.h"
 #include "usb/libusb/LibusbBus.h"
 #include "virtual_printer/VirtualBus.h"
@@ -50,21 +50,14 @@ bool openLogFile(const std::string& file) {
 
 } // namespace
 
-std::string nameOf(const TBUSBPrinterZUL& printer) {
-    std::string name =
-        printer.model().value_or(printer.productUSB().value_or(Bundle::localized(operatorText("printer"))));
-    const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();
-    if (serial && !serial->empty()) name += ' ' + *serial;
-    return name + " (" + printer.locationText() + ")";
-}
-
 std::optional<SessionProblem> openLogs(const SessionOptions& options, const std::string& programName) {
     setSystemLogVerbose(options.verbose);
     HOLVEN_Log::setApplicationName(programName);
     HOLVEN_Log::setShouldLogToStdErr(options.verbose);
     if (!options.verbose) setStandardErrorSink([](const std::string&) {}); // the system log has it anyway
     if (options.logFile.empty() || openLogFile(options.logFile)) return std::nullopt;
-    return SessionProblem{"cannot write the log " + options.logFile + ". Name a file that can be written."};
+    return SessionProblem{
+        localizedFormat("cannot write the log %s. Name a file that can be written.", options.logFile)};
 }
 
 void EventRouter::printerEvent(const PrinterEvent& event) {
@@ -102,7 +95,12 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
                   .application = application,
                   .events = &events,
                   .admittedProductIDs = options.admittedProducts},
-      _options(std::move(options)) {}
+      _options(std::move(options)) {
+    // Naming the sample archive is how a test bench says that it knows.
+    _areSamplesWithheld = _options.virtualPrinters.empty() && _options.firmwareArchive.empty() &&
+                          readFirmwareDigests(bundle.archiveFolder()).isSample;
+    if (_areSamplesWithheld) bundle.withholdArchive();
+}
 
 Session::~Session() {
     endBus();
@@ -119,8 +117,8 @@ void Session::endBus() {
 std::optional<SessionProblem> Session::makeVirtualBus() {
     auto journal = std::make_shared<VirtualJournal>(clock);
     if (!_options.journalFile.empty() && !journal->writeTo(_options.journalFile)) {
-        return SessionProblem{"cannot write the journal " + _options.journalFile +
-                              ". Name a file that can be written."};
+        return SessionProblem{
+            localizedFormat("cannot write the journal %s. Name a file that can be written.", _options.journalFile)};
     }
     std::vector<VirtualPrinterSettings> printers;
     std::set<VirtualBus::Location> taken; // the places that were named come first: others are put around them
@@ -163,7 +161,7 @@ std::optional<SessionProblem> Session::startSession(TBPrinters::Outlets outlets)
     watchServices();
     if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
         return SessionProblem{
-            formatted("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code))};
+            localizedFormat("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code))};
     }
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
@@ -182,12 +180,6 @@ Session::Printer Session::printerWithKey(const std::string& key) const {
 void Session::expectRestart(const std::string& key) {
     if (_realBus == nullptr) return;
     if (const Printer printer = printerWithKey(key)) _realBus->setRestartExpected(printer->locationNumber(), true);
-}
-
-bool Session::isArchiveUnfit(const TBUSBPrinterZUL& printer) const {
-    // Naming the sample archive is how a test bench says that it knows.
-    return _options.firmwareArchive.empty() && !printer.isVirtual() &&
-           readFirmwareDigests(bundle.archiveFolder()).isSample;
 }
 
 void Session::addUnusable(const PrinterEvent& event) {

@@ -22,9 +22,6 @@ class LibusbBus;
 class Session;
 class VirtualBus;
 
-/// How a printer is called in messages: model, serial number where one is known, location.
-std::string nameOf(const TBUSBPrinterZUL& printer);
-
 /// Passes events on and remembers printers that could not be used.
 class EventRouter final : public PrinterEventsOutlet {
   public:
@@ -75,8 +72,9 @@ class Session {
     std::function<void()> unusableChanged;
     /// The printer was told to restart: until it has left, the system's own driver stays away from it.
     void expectRestart(const std::string& key);
-    /// True when the files in use are the samples, nobody named them, and the printer is a real one: they do not fit.
-    bool isArchiveUnfit(const TBUSBPrinterZUL& printer) const;
+    /// The only firmware files are the samples, nobody named them, and the printers are real ones: no way leads from
+    /// one to the other, not even that of a printer which is found in its loader.
+    bool areSamplesWithheld() const { return _areSamplesWithheld; }
     /// The embedded printers; null on the real bus.
     VirtualBus* virtualBus() const { return _virtualBus; }
 
@@ -110,6 +108,7 @@ class Session {
     std::optional<SessionProblem> makeVirtualBus();
 
     const SessionOptions _options;
+    bool _areSamplesWithheld = false;
     std::vector<Unusable> _unusable;
     std::unique_ptr<USBBus> _bus;
     LibusbBus* _realBus = nullptr; // the same, when it is the real one

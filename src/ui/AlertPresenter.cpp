@@ -11,9 +11,10 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
+#include <QScreen>
 #include <QShortcut>
 #include <algorithm>
-#include <vector>
+#include <utility>
 
 namespace zul::ui {
 
@@ -22,6 +23,7 @@ namespace {
 constexpr int kPictureSize = 64;
 constexpr int kTextWidth = 50; // in letters: lines that read well
 constexpr int kTitleMargin = 5;
+constexpr int kShareOfScreen = 45; // per cent of its width: titles wrap beyond; the toolkit's boxes are not much wider
 
 // A box without the desktop's frame, as every alert is answered by one of its buttons and desktops put a close box into
 // frames even where they are asked not to. Its own title says which printer it is about: several may be at work.
@@ -89,60 +91,52 @@ void AlertPresenter::setWindow(QWidget* window, MainQueue& mainQueue) {
 // A desktop may hand the focus to the window behind an alert, when another alert closes; the keyboard would then lead
 // nowhere.
 bool AlertPresenter::eventFilter(QObject* object, QEvent* event) {
-    if (object == _window && event->type() == QEvent::WindowActivate && _front && _front->isVisible()) {
-        _front->raise();
-        _front->activateWindow();
+    if (object != _window) return false;
+    if (event->type() == QEvent::WindowActivate && !_standing.empty() && _standing.back().box->isVisible()) {
+        _standing.back().box->raise();
+        _standing.back().box->activateWindow();
     }
-    return QObject::eventFilter(object, event);
+    const bool isOtherLook = event->type() == QEvent::PaletteChange || event->type() == QEvent::ScreenChangeInternal;
+    if (isOtherLook) {
+        for (const Standing& one : _standing) showPicture(*one.box, one.alert);
+    }
+    return false;
 }
 
 void AlertPresenter::beginAlert(AlertDescription alert) {
     if (alert.isModal && _window) {
-        _modals.push_back(alert);
-        show(std::move(alert), [this] { _modals.pop_front(); });
+        show(std::move(alert));
         return;
     }
-    _sheets.push_back(std::move(alert));
+    _waiting.push_back(std::move(alert));
     showNext();
 }
 
 int AlertPresenter::pendingFor(const std::string& printerKey) const {
-    const auto isOfPrinter = [&](const AlertDescription& alert) { return alert.printerKey == printerKey; };
-    return static_cast<int>(std::ranges::count_if(_sheets, isOfPrinter) + std::ranges::count_if(_modals, isOfPrinter));
+    return static_cast<int>(
+        std::ranges::count(_waiting, printerKey, &AlertDescription::printerKey) +
+        std::ranges::count(_standing, printerKey, [](const Standing& one) { return one.alert.printerKey; }));
 }
 
 void AlertPresenter::dismissAll() {
-    _sheets.clear();
-    _modals.clear();
-    _isSheetShown = false;
-    if (!_window) return;
-    for (QMessageBox* box : _window->findChildren<QMessageBox*>()) {
-        box->disconnect(this);
-        delete box;
+    _waiting.clear();
+    for (const Standing& one : std::exchange(_standing, {})) {
+        one.box->disconnect(this);
+        delete one.box;
     }
 }
 
+// One at a time, and never before an application-modal alert: a sheet would take its keyboard and its clicks.
 void AlertPresenter::showNext() {
-    if (_isSheetShown || _sheets.empty() || !_window) return;
-    _isSheetShown = true;
-    show(_sheets.front(), [this] {
-        _sheets.pop_front();
-        _isSheetShown = false;
-    });
+    if (!_standing.empty() || _waiting.empty() || !_window) return;
+    AlertDescription next = std::move(_waiting.front());
+    _waiting.pop_front();
+    show(std::move(next));
 }
 
-void AlertPresenter::show(AlertDescription alert, std::function<void()> whenAnswered) {
+void AlertPresenter::show(AlertDescription alert) {
     QMessageBox* const box = makeBox(alert);
-    connect(box, &QDialog::finished, this, [this, box, alert, whenAnswered = std::move(whenAnswered)] {
-        const auto buttons = box->buttons();
-        const int pressed = static_cast<int>(std::max<qsizetype>(buttons.indexOf(box->clickedButton()), 0));
-        box->deleteLater();
-        whenAnswered();
-        if (alert.completion) alert.completion(kAlertFirstButton + pressed);
-        Q_EMIT answered(qtext(alert.printerKey));
-        showNext();
-    });
-    _front = box;
+    connect(box, &QDialog::finished, this, [this, box] { finish(box); });
     // Never exec(): a sheet must not hold up the main queue, whose blocks may belong to another printer's update.
     if (alert.isModal) {
         box->setModal(true);
@@ -150,15 +144,36 @@ void AlertPresenter::show(AlertDescription alert, std::function<void()> whenAnsw
     } else {
         box->open();
     }
+    _standing.push_back({box, std::move(alert)});
+}
+
+void AlertPresenter::finish(QMessageBox* box) {
+    const auto found = std::ranges::find(_standing, box, &Standing::box);
+    if (found == _standing.end()) return;
+    const AlertDescription alert = std::move(found->alert);
+    _standing.erase(found);
+    const auto buttons = box->buttons();
+    const int pressed = static_cast<int>(std::max<qsizetype>(buttons.indexOf(box->clickedButton()), 0));
+    box->deleteLater();
+    if (alert.completion) alert.completion(kAlertFirstButton + pressed);
+    Q_EMIT answered(qtext(alert.printerKey));
+    showNext();
 }
 
 // ---- the box --------------------------------------------------------------------------------------------------------
 
 namespace {
 
-// The toolkit's box has no title of its own and wraps early.
+// A long path has no blanks to break a line at: it may be broken behind every folder. For the eye only.
+QString breakable(QString text) {
+    return text.replace('/', "/\u200b");
+}
+
+// The toolkit's box has no title of its own, wraps early, and takes what looks like markup for such: a printer's answer
+// may.
 void styleTexts(QMessageBox& box) {
     const int width = box.fontMetrics().averageCharWidth() * kTextWidth;
+    const int widest = box.screen()->availableGeometry().width() * kShareOfScreen / 100;
     for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
         auto* const label = box.findChild<QLabel*>(name);
         if (label == nullptr) continue;
@@ -166,8 +181,14 @@ void styleTexts(QMessageBox& box) {
         QFont font = label->font();
         font.setBold(isTitle);
         label->setFont(font);
-        // The toolkit gives a title no more room than the message below it needs.
-        label->setMinimumWidth(isTitle ? std::max(width, label->sizeHint().width()) : width);
+        label->setTextFormat(Qt::PlainText);
+        label->setText(breakable(label->text()));
+        // The toolkit gives a title no more room than the message below it needs. It stays in one line where the
+        // screen is wide enough.
+        label->setWordWrap(false);
+        const int inOneLine = label->sizeHint().width();
+        label->setWordWrap(true);
+        label->setMinimumWidth(isTitle ? std::min(std::max(width, inOneLine), widest) : width);
     }
 }
 
@@ -183,19 +204,24 @@ QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
     box->setText(qtext(alert.messageText));
     box->setInformativeText(qtext(alert.informativeText));
     styleTexts(*box);
-    const QIcon picture = pictureNamed(qtext(alert.iconName), _window->palette());
-    if (!picture.isNull()) {
-        box->setIconPixmap(alert.style == AlertStyle::critical
-                               ? warningPicture(picture, kPictureSize, _window->devicePixelRatioF())
-                               : picture.pixmap(QSize(kPictureSize, kPictureSize), _window->devicePixelRatioF()));
-    } else {
-        box->setIcon(alert.style == AlertStyle::critical ? QMessageBox::Critical : QMessageBox::Warning);
-    }
+    showPicture(*box, alert);
     // An alert shadows the window's own keys; the end of the program is nobody's to refuse.
     connect(new QShortcut(QKeySequence("Ctrl+Q"), box), &QShortcut::activated, this, &AlertPresenter::quitAsked);
     addButtons(*box, alert);
     if (alert.accessory) addCheckBox(*box, alert);
     return box;
+}
+
+void AlertPresenter::showPicture(QMessageBox& box, const AlertDescription& alert) {
+    const QIcon picture = pictureNamed(qtext(alert.iconName), _window->palette());
+    const qreal ratio = _window->devicePixelRatioF();
+    if (picture.isNull()) {
+        box.setIcon(alert.style == AlertStyle::critical ? QMessageBox::Critical : QMessageBox::Warning);
+    } else {
+        box.setIconPixmap(alert.style == AlertStyle::critical
+                              ? warningPicture(picture, kPictureSize, ratio)
+                              : picture.pixmap(QSize(kPictureSize, kPictureSize), ratio));
+    }
 }
 
 void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert) {
@@ -217,20 +243,12 @@ void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert)
 
 namespace {
 
-// Styles draw an empty box with a faint, darker outline. It is made stronger; on a dark window, where nobody sees it at
-// all, the box is filled lighter.
+// Styles make the outline of a check box of the window's colour, a little darker: faint on a light window, and not to
+// be seen on a dark one.
 QPalette paletteForBox(QPalette palette) {
-    constexpr double kShareOfText = 0.45;
-    constexpr int kStronger = 160; // per cent: the outline's colour is made from that of the window
-    if (!isDark(palette)) {
-        palette.setColor(QPalette::Window, palette.color(QPalette::Window).darker(kStronger));
-        return palette;
-    }
-    const QColor window = palette.color(QPalette::Window);
-    const QColor text = palette.color(QPalette::WindowText);
-    const auto mixed = [&](int dark, int light) { return static_cast<int>(dark + kShareOfText * (light - dark)); };
-    palette.setColor(QPalette::Base, QColor(mixed(window.red(), text.red()), mixed(window.green(), text.green()),
-                                            mixed(window.blue(), text.blue())));
+    constexpr int kStronger = 160; // per cent
+    palette.setColor(QPalette::Window, isDark(palette) ? palette.color(QPalette::WindowText)
+                                                       : palette.color(QPalette::Window).darker(kStronger));
     return palette;
 }
 

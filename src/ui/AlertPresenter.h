@@ -11,6 +11,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <vector>
 
 class QMessageBox;
 
@@ -43,18 +44,22 @@ class AlertPresenter final : public QObject, public AlertOutlet {
 
   private:
     class Layout;
+    struct Standing {
+        QMessageBox* box;
+        AlertDescription alert;
+    };
     void showNext();
     QMessageBox* makeBox(const AlertDescription& alert);
+    void showPicture(QMessageBox& box, const AlertDescription& alert);
     void addButtons(QMessageBox& box, const AlertDescription& alert);
     void addCheckBox(QMessageBox& box, const AlertDescription& alert);
-    void show(AlertDescription alert, std::function<void()> whenAnswered);
+    void show(AlertDescription alert);
+    void finish(QMessageBox* box);
 
     QPointer<QWidget> _window;
     MainQueue* _mainQueue = nullptr;
-    std::deque<AlertDescription> _sheets; // the first one is on the screen
-    std::deque<AlertDescription> _modals; // all are on the screen
-    bool _isSheetShown = false;
-    QPointer<QWidget> _front; // the alert that stands before all others
+    std::deque<AlertDescription> _waiting;
+    std::vector<Standing> _standing; // the last one is in front and has the keyboard
 };
 
 } // namespace zul::ui

@@ -4,6 +4,8 @@
 #include "ui/Texts.h"
 
 #include <QScrollBar>
+#include <QTextCursor>
+#include <algorithm>
 
 namespace zul::ui {
 
@@ -51,6 +53,17 @@ void addFirmware(Details& details, TBUSBPrinterZUL& printer) {
     for (const Fact& fact : kTableFacts) add(details, fact.label, printer.fact(fact.key));
 }
 
+// What came of the last look at the files; a file that is not there is not looked at.
+void addFirmwareFiles(Details& details, TBUSBPrinterZUL& printer) {
+    const DeviceInfo& known = *printer.deviceInfoDict();
+    for (const std::string& name : known.strings(cFirmwareFilenames).value_or(std::vector<std::string>{})) {
+        const auto isIntact = known.boolean(name);
+        if (!isIntact) continue;
+        details.emplace_back(localized("Firmware file"),
+                             qtext(name) + ": " + (*isIntact ? localized("intact") : localized("damaged")));
+    }
+}
+
 void addUSB(Details& details, const TBUSBPrinterZUL& printer) {
     add(details, operatorText("Location"), printer.locationText());
     add(details, operatorText("USB vendor and product ID"),
@@ -74,7 +87,9 @@ Details detailsOf(TBUSBPrinterZUL& printer) {
     add(details, operatorText("Serial Number"), printer.printerSerialNumber());
     add(details, operatorText("Status"), printer.printerStatus());
     add(details, operatorText("Lifetime Counter"), printer.lifetimeCounter());
+    if (printer.inFirmwareUpdate()) details.emplace_back(localized("Firmware update"), localized("under way"));
     addFirmware(details, printer);
+    addFirmwareFiles(details, printer);
     addUSB(details, printer);
     if (printer.isVirtual()) details.emplace_back(localized("Virtual printer"), localized("yes"));
     return details;
@@ -94,11 +109,22 @@ void DetailsPane::show(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
         }
     }
     html += "</table>";
-    if (html == _shown) return; // what the operator has marked stays marked
+    if (html == _shown) return;
     _shown = html;
-    const int place = printer && printer == _printer.lock() ? verticalScrollBar()->value() : 0;
+    const bool isSamePrinter = printer && printer == _printer.lock();
     _printer = printer;
+    const int place = verticalScrollBar()->value();
+    const QTextCursor marked = textCursor();
+    const int from = marked.anchor();
+    const int to = marked.position();
     setHtml(html);
+    if (!isSamePrinter) return;
+    // A fact has changed: what the operator has marked stays marked, and in sight.
+    const int end = document()->characterCount() - 1;
+    QTextCursor again(document());
+    again.setPosition(std::min(from, end));
+    again.setPosition(std::min(to, end), QTextCursor::KeepAnchor);
+    setTextCursor(again);
     verticalScrollBar()->setValue(place);
 }
 

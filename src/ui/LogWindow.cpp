@@ -1,6 +1,7 @@
 #include "ui/LogWindow.h"
 
 #include "holven_log/HOLVEN_Log.h"
+#include "ui/Pictures.h"
 #include "ui/Texts.h"
 
 #include <QApplication>
@@ -45,7 +46,8 @@ int levelOf(const QString& line, int otherwise) {
 
 } // namespace
 
-LogWindow::LogWindow(MainQueue& mainQueue, QWidget* parent) : QDialog(parent) {
+LogWindow::LogWindow(MainQueue& mainQueue) {
+    setWindowIcon(applicationIcon());
     setWindowTitle(localized(operatorText("Log")));
     setAccessibleName(windowTitle());
     makeWidgets();

@@ -18,7 +18,9 @@ class LogWindow final : public QDialog {
     Q_OBJECT
 
   public:
-    LogWindow(MainQueue& mainQueue, QWidget* parent);
+    /// A window of its own: a sheet shadows the main window and all that belongs to it, and the log is what one reads
+    /// while a question stands.
+    explicit LogWindow(MainQueue& mainQueue);
     ~LogWindow() override;
 
   private:

@@ -1,6 +1,6 @@
 #include "ui/MainWindow.h"
 
-#include "Classes/LocalizedFormat.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/UserDefaults.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"
@@ -11,7 +11,9 @@
 #include <QCloseEvent>
 #include <QHeaderView>
 #include <QLabel>
+#include <QScreen>
 #include <QShortcut>
+#include <algorithm>
 
 namespace zul::ui {
 
@@ -20,6 +22,8 @@ namespace {
 constexpr int kRowHeight = 56;
 constexpr int kPictureSize = 44;
 constexpr int kEmptyPictureSize = 128;
+constexpr int kLeastHeight = 90;   // a row, or a few facts, with what is around them
+constexpr int kDesktopMargin = 40; // what a desktop may need at the sides of a window
 // What the window remembers, in the user defaults.
 constexpr const char* kColumnsKey = "windowColumns";
 constexpr const char* kGeometryKey = "windowGeometry";
@@ -42,6 +46,9 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutl
       _model(session.mainQueue), _table(std::make_unique<PrinterTable>(*_ui->table, _model)),
       _controller(*_table, _model), _follower(session, alerts) {
     setWindowIcon(applicationIcon());
+    _log = std::make_unique<LogWindow>(_session.mainQueue); // collects from now on: the session has not started yet
+    connect(new QShortcut(QKeySequence("Ctrl+Q"), _log.get()), &QShortcut::activated, _ui->actionQuit,
+            &QAction::trigger);
     setUpTable();
     _count = new QLabel(this);
     _version = new QLabel(this);
@@ -70,10 +77,12 @@ TBPrinters::Outlets MainWindow::outlets() {
 
 void MainWindow::begin() {
     localizeWidgets();
-    _log = new LogWindow(_session.mainQueue, this); // collects from now on
-    connect(new QShortcut(QKeySequence("Ctrl+Q"), _log), &QShortcut::activated, _ui->actionQuit, &QAction::trigger);
+    layOutColumns();
+    layOutWindow();
     _alerts.setWindow(this, _session.mainQueue);
     _ui->updates->follow(_follower);
+    // Later: once it is laid out.
+    connect(_ui->updates, &UpdatePanel::roomNeeded, this, &MainWindow::makeRoomForUpdates, Qt::QueuedConnection);
     _controller.bindTo(_session.mainQueue, _session.controller);
     _version->setText(qtext(_session.defaults.stringForKey("prefDisplayVersionString")));
     showIcons();
@@ -93,14 +102,30 @@ void MainWindow::setUpTable() {
     header.setStretchLastSection(true);
     header.setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     header.setAccessibleName(localized(operatorText("Columns")));
-    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 125, 120, 130};
-    for (int column = 0; column < PrinterTableModel::columns; ++column) {
-        header.resizeSection(column, kWidths[static_cast<std::size_t>(column)]);
+}
+
+// As it was left; at first as large as its texts need in the operator's language and letters.
+void MainWindow::layOutWindow() {
+    for (QWidget* widget : std::initializer_list<QWidget*>{_ui->pages, _ui->details}) {
+        widget->setMinimumHeight(kLeastHeight);
     }
-    restoreGeometry(rememberedState(_session.defaults, kGeometryKey));
-    header.restoreState(rememberedState(_session.defaults, kColumnsKey));
+    if (!restoreGeometry(rememberedState(_session.defaults, kGeometryKey))) {
+        const int widest = screen()->availableGeometry().width() - kDesktopMargin;
+        resize(std::min(std::max(width(), _ui->toolbar->sizeHint().width()), widest), height());
+    }
     if (!_ui->splitter->restoreState(rememberedState(_session.defaults, kSplitterKey))) {
         _ui->splitter->setSizes({220, 220, 240});
+    }
+}
+
+// Once the titles are there in the operator's language.
+void MainWindow::layOutColumns() {
+    QHeaderView& header = *_ui->table->horizontalHeader();
+    if (header.restoreState(rememberedState(_session.defaults, kColumnsKey))) return;
+    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 125, 120, 130};
+    for (int column = 0; column < PrinterTableModel::columns; ++column) {
+        header.resizeSection(column,
+                             std::max(kWidths[static_cast<std::size_t>(column)], header.sectionSizeHint(column)));
     }
 }
 
@@ -157,6 +182,11 @@ void MainWindow::changeEvent(QEvent* event) {
     if (event->type() == QEvent::PaletteChange) showIcons();
 }
 
+bool MainWindow::event(QEvent* event) {
+    if (event->type() == QEvent::ScreenChangeInternal) showIcons(); // it may be sharper
+    return QMainWindow::event(event);
+}
+
 // ---- what is shown --------------------------------------------------------------------------------------------------
 
 void MainWindow::showContent() {
@@ -178,9 +208,28 @@ void MainWindow::showNotices() {
     QStringList notices;
     if (const std::string problem = _session.defaults.lastError(); !problem.empty()) notices << asSentence(problem);
     for (const std::string& message : _session.unusablePrinters()) notices << asSentence(message);
+    if (_session.areSamplesWithheld() && _model.rowCount() > 0) {
+        notices << localized("The firmware files in use are samples for virtual printers.") + " " +
+                       localized("Start the program with --firmware-archive and the folder with the vendor's files.");
+    }
     notices.removeDuplicates();
     _ui->notice->setText(notices.join("\n\n"));
     _ui->notice->setVisible(!notices.isEmpty());
+}
+
+// As much as all updates need, as far as the details and then the table can do without.
+void MainWindow::makeRoomForUpdates() {
+    QList<int> sizes = _ui->splitter->sizes();
+    const qsizetype panel = _ui->splitter->indexOf(_ui->updates);
+    int lacking = _ui->updates->wantedHeight() - sizes[panel];
+    for (qsizetype other = sizes.size() - 1; other >= 0 && lacking > 0; --other) {
+        if (other == panel) continue;
+        const int given = std::clamp(sizes[other] - kLeastHeight, 0, lacking);
+        sizes[other] -= given;
+        sizes[panel] += given;
+        lacking -= given;
+    }
+    _ui->splitter->setSizes(sizes);
 }
 
 void MainWindow::updatesChanged() {

@@ -10,7 +10,6 @@
 #include "ui/UpdateFollower.h"
 
 #include <QMainWindow>
-#include <QPointer>
 #include <memory>
 
 class QLabel;
@@ -51,11 +50,14 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
   protected:
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
+    bool event(QEvent* event) override;
 
   private:
     void connectActions();
     void localizeWidgets();
     void setUpTable();
+    void layOutWindow();
+    void layOutColumns();
     void openContextMenu(const QPoint& place);
     void showIcons();
     void showContent();
@@ -63,6 +65,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void showActions();
     void showNotices();
     void updatesChanged();
+    void makeRoomForUpdates();
     void updateFirmware();
     void resetCounter(char letter);
     void askForReport();
@@ -83,7 +86,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     UpdateFollower _follower;
     SleepInhibitor _inhibitor;
     TaskbarProgress _taskbar;
-    QPointer<LogWindow> _log;
+    std::unique_ptr<LogWindow> _log;
     QLabel* _count = nullptr;
     QLabel* _version = nullptr;
 };

@@ -1,5 +1,5 @@
 // What the operator can do, and when. Actions go to the selected printer, which is the highlighted row.
-#include "Classes/LocalizedFormat.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterFacts.h"
 #include "ui/DetailsPane.h"
 #include "ui/LogWindow.h"
@@ -64,7 +64,10 @@ void MainWindow::showActions() {
     }
     _ui->menuCounters->setEnabled(_ui->actionCounterA->isEnabled());
     _ui->actionReport->setEnabled(_model.rowCount() > 0);
-    _ui->actionSerial->setEnabled(_ui->actionSerial->isEnabled() && printer->hasISerialSupport());
+    if (_ui->actionSerial->isEnabled() && !printer->hasISerialSupport()) {
+        _ui->actionSerial->setEnabled(false);
+        _ui->actionSerial->setToolTip(localized("This model has no such setting."));
+    }
     _ui->actionSerial->setChecked(printer && printer->hasISerialSupport() && printer->usbISerial());
     _ui->actionClaim->setChecked(printer && printer->ownership() > 0);
 }
@@ -74,10 +77,10 @@ void MainWindow::showActions() {
 void MainWindow::updateFirmware() {
     const auto printer = selection();
     if (!printer || !_follower.reasonAgainst(printer->keyUSBdevice()).isEmpty()) return;
-    if (_session.isArchiveUnfit(*printer)) {
+    if (_session.areSamplesWithheld()) {
         tell(localized("The firmware files in use are samples for virtual printers."),
-             localized("Start the program with --firmware-archive and the folder with the vendor's files. Nothing was "
-                       "sent."));
+             localized("Start the program with --firmware-archive and the folder with the vendor's files.") + " " +
+                 localized("Nothing was sent."));
         return;
     }
     _follower.begin(printer);
@@ -139,15 +142,19 @@ void MainWindow::askForReport() {
     dialog->open();
 }
 
-// The dialog has asked about the text file alone: a JSON file of that name without it is somebody else's.
+// The dialog has asked about the file that was named. When that one is new, the other of the two is somebody else's.
 void MainWindow::saveReportAs(const QString& file) {
-    const QString other = baseOf(file) + ".json";
-    if (QFile::exists(baseOf(file) + ".txt") || !QFile::exists(other)) {
+    QStringList others;
+    for (const char* suffix : {".txt", ".json"}) {
+        const QString other = baseOf(file) + suffix;
+        if (other != file && QFile::exists(other)) others << other;
+    }
+    if (others.isEmpty() || QFile::exists(file)) {
         writeReport(file);
         return;
     }
     AlertDescription question;
-    question.messageText = localizedFormat("%s exists already.", other.toStdString());
+    question.messageText = localizedFormat("%s exists already.", others.join(", ").toStdString());
     question.informativeText = Bundle::localized("What it holds would be lost.");
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Replace")};
     question.completion = [this, file](int answer) {

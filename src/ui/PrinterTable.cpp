@@ -2,8 +2,10 @@
 
 #include "ui/Texts.h"
 
+#include <QEvent>
 #include <QItemSelectionModel>
 #include <QTimer>
+#include <algorithm>
 
 namespace zul::ui {
 
@@ -18,6 +20,18 @@ PrinterTable::PrinterTable(QTableView& view, PrinterTableModel& model) : _view(v
     // not show different printers.
     connect(_view.selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this] { QTimer::singleShot(0, this, [this] { changeQuietly([this] { showRow(selectedRow()); }); }); });
+    _view.viewport()->installEventFilter(this);
+}
+
+// An update takes its place from the table: the row that it is about stays in sight.
+bool PrinterTable::eventFilter(QObject* object, QEvent* event) {
+    if (event->type() == QEvent::Resize) {
+        QTimer::singleShot(0, this, [this] {
+            if (selectedRow() >= 0)
+                _view.scrollTo(_model.index(selectedRow(), std::max(_view.currentIndex().column(), 0)));
+        });
+    }
+    return QObject::eventFilter(object, event);
 }
 
 int PrinterTable::numberOfRows() const {

@@ -39,6 +39,9 @@ class PrinterTable final : public QObject, public TableOutlet {
   Q_SIGNALS:
     void selectionDidChange();
 
+  protected:
+    bool eventFilter(QObject* object, QEvent* event) override;
+
   private:
     void showRow(int row);
 
@@ -57,9 +60,11 @@ class PrinterArrayController final : public QObject, public ArrayControllerOutle
     /// Follows the controller's list from now on.
     void bindTo(MainQueue& mainQueue, const std::shared_ptr<TBPrinters>& printers);
 
-    void setPreservesSelection(bool preserves) override { _preservesSelection = preserves; }
+    // Either way: the selection is a printer, not a row, so one that stays attached stays selected.
+    void setPreservesSelection(bool) override {}
     void setAvoidsEmptySelection(bool avoids) override { _avoidsEmptySelection = avoids; }
-    void setSelectsInsertedObjects(bool selects) override { _selectsInsertedObjects = selects; }
+    // Either way: printers come and go in the list that this follows; nothing is ever inserted through here.
+    void setSelectsInsertedObjects(bool) override {}
     void setSelectedObjects(const std::vector<Printer>& objects) override;
 
     /// The selected printer: what the highlighted row shows and what actions go to; null when there is none.
@@ -79,9 +84,7 @@ class PrinterArrayController final : public QObject, public ArrayControllerOutle
     std::shared_ptr<TBPrinters> _printers;
     std::unique_ptr<ChangeRelay> _relay;
     Printer _selection;
-    bool _preservesSelection = true;
     bool _avoidsEmptySelection = false;
-    bool _selectsInsertedObjects = false;
 };
 
 } // namespace zul::ui

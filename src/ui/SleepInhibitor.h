@@ -18,6 +18,8 @@ class SleepInhibitor final : public QObject {
 
     /// Asks for the lock, or gives it back. Asking again while it is held does nothing. Never waits.
     void setInhibited(bool isInhibited);
+    /// Whether or not there is a service that gives it.
+    bool isWanted() const { return _isWanted; }
     bool isHeld() const { return _lock.has_value(); }
 
   Q_SIGNALS:

@@ -1,7 +1,7 @@
 #include "ui/UpdateCard.h"
 
-#include "Classes/LocalizedFormat.h"
 #include "Classes/UpdateWords.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
 
@@ -44,6 +44,24 @@ std::size_t stepOf(UpdatePhase phase) {
     std::size_t step = 0;
     while (step + 1 < kStepList.size() && kStepList[step + 1].first <= phase) ++step;
     return step;
+}
+
+// What a failed update did not get through.
+std::size_t failedStep(const UpdateState& state) {
+    switch (state.shortfall()) {
+    case UpdateShortfall::imageNotTaken:
+    case UpdateShortfall::archiveRefused:
+        return stepOf(UpdatePhase::writing);
+    case UpdateShortfall::versionUnread:
+    case UpdateShortfall::otherVersion:
+        return stepOf(UpdatePhase::restarting);
+    case UpdateShortfall::tablesMissing:
+    case UpdateShortfall::noTable:
+        return stepOf(UpdatePhase::colorTables);
+    case UpdateShortfall::none:
+        break;
+    }
+    return stepOf(UpdatePhase::done);
 }
 
 QString clockText(Clock::Duration span) {
@@ -108,6 +126,10 @@ UpdateCard::UpdateCard(QWidget* parent) : QFrame(parent) {
     all->addWidget(_times);
 }
 
+QWidget& UpdateCard::closeButton() const {
+    return *_close;
+}
+
 void UpdateCard::makeSteps(QBoxLayout& layout) {
     for (QLabel*& step : _steps) {
         step = new QLabel(this);
@@ -132,18 +154,19 @@ void UpdateCard::show(const FollowedUpdate& update, Clock::TimePoint now) {
     showProgress(update);
     showTimes(update, now);
     showResult(update);
-    _close->setVisible(update.end != End::none || update.isStalled);
+    _close->setVisible(update.end != End::none || update.mayBePutAway);
     QWidget::show();
 }
 
 // A sign and a weight for each step, not a colour: it must be told without.
 void UpdateCard::showSteps(const FollowedUpdate& update) {
-    const std::size_t current = stepOf(update.state.phase);
+    const bool hasFailed = update.end == End::failed;
+    const std::size_t current = hasFailed ? failedStep(update.state) : stepOf(update.state.phase);
     const bool isDone = update.end == End::succeeded;
     for (std::size_t i = 0; i < kSteps; ++i) {
         QString title = localized(kStepList[i].title);
         const auto& state = update.state;
-        if (kStepList[i].first == UpdatePhase::colorTables && state.tables > 0) {
+        if (kStepList[i].first == UpdatePhase::colorTables && state.table > 0) {
             title = qtext(localizedFormat("Color table %d of %d", state.table, state.tables));
         }
         const bool isPast = i < current || isDone;
@@ -154,8 +177,10 @@ void UpdateCard::showSteps(const FollowedUpdate& update) {
             sign = "✓";
             spoken = qtext(localizedFormat("%s: done", title.toStdString()));
         } else if (isNow) {
-            sign = update.end == End::none ? "▶" : "✗";
-            spoken = qtext(localizedFormat("%s: current step", title.toStdString()));
+            const bool isOver = update.end != End::none;
+            sign = isOver ? "✗" : "▶";
+            spoken = qtext(isOver ? localizedFormat("%s: not done", title.toStdString())
+                                  : localizedFormat("%s: current step", title.toStdString()));
         }
         QFont weight = font();
         weight.setBold(isNow);
@@ -165,19 +190,23 @@ void UpdateCard::showSteps(const FollowedUpdate& update) {
     }
 }
 
+// Bytes while there are any to count; a bar that only moves while the printer restarts, as nobody knows for how long.
 void UpdateCard::showProgress(const FollowedUpdate& update) {
     const auto& state = update.state;
     const bool isWriting = state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables;
-    if (isWriting && state.bytesTotal > 0 && update.end == End::none) {
-        // What is being written now, in bytes; otherwise the whole way.
+    const bool isMoving = update.end == End::none && state.phase != UpdatePhase::checking && !isWriting;
+    _bar->setRange(0, isMoving && !update.isStalled ? 0 : kBarSteps);
+    _bar->setValue(0);
+    _bar->setFormat({});
+    if (update.end == End::succeeded) {
+        _bar->setValue(kBarSteps);
+        _bar->setFormat("%p %");
+    } else if (isWriting && state.bytesTotal > 0) {
         _bar->setValue(static_cast<int>(1.0 * kBarSteps * state.bytesDone / state.bytesTotal));
         _bar->setFormat(qtext(localizedFormat("%s of %s", kilobytes(state.bytesDone).toStdString(),
                                               kilobytes(state.bytesTotal).toStdString())));
-    } else {
-        _bar->setValue(static_cast<int>((update.end == End::succeeded ? 1 : shareDone(state)) * kBarSteps));
-        _bar->setFormat("%p %");
     }
-    _bar->setVisible(update.end != End::notStarted);
+    _bar->setVisible(update.end == End::none || update.end == End::succeeded);
 }
 
 void UpdateCard::showTimes(const FollowedUpdate& update, Clock::TimePoint now) {
@@ -202,10 +231,11 @@ void UpdateCard::showResult(const FollowedUpdate& update) {
     const auto& state = update.state;
     switch (update.end) {
     case End::none:
-        if (update.isStalled) advice = "⚠ " + qtext(adviceForStall(state));
+        if (update.isStalled || update.isWaiting) advice = "⚠ " + qtext(adviceForStall(state));
         break;
     case End::notStarted:
-        _stateLine->setText(localized("Not updated. Nothing was changed in the printer."));
+        _stateLine->setText(update.reason.isEmpty() ? localized("Not updated. Nothing was changed in the printer.")
+                                                    : update.reason);
         break;
     case End::succeeded:
         _stateLine->setText("✓ " +
@@ -230,9 +260,10 @@ void UpdateCard::showPicture() {
         pictureNamed(_pictureName, palette()).pixmap(QSize(kPictureSize, kPictureSize), devicePixelRatioF()));
 }
 
-void UpdateCard::changeEvent(QEvent* event) {
-    QFrame::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) showPicture();
+bool UpdateCard::event(QEvent* event) {
+    const bool isOtherLook = event->type() == QEvent::PaletteChange || event->type() == QEvent::ScreenChangeInternal;
+    if (isOtherLook) showPicture();
+    return QFrame::event(event);
 }
 
 } // namespace zul::ui

@@ -20,12 +20,14 @@ class UpdateCard final : public QFrame {
   public:
     explicit UpdateCard(QWidget* parent = nullptr);
     void show(const FollowedUpdate& update, Clock::TimePoint now);
+    /// For the order of the tab key.
+    QWidget& closeButton() const;
 
   Q_SIGNALS:
     void closed();
 
   protected:
-    void changeEvent(QEvent* event) override;
+    bool event(QEvent* event) override;
 
   private:
     static constexpr std::size_t kSteps = 7;

@@ -1,7 +1,7 @@
 #include "ui/UpdateFollower.h"
 
-#include "Classes/LocalizedFormat.h"
 #include "Classes/UpdateWords.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "ui/Texts.h"
 
 #include <array>
@@ -11,7 +11,8 @@ namespace zul::ui {
 namespace {
 
 constexpr auto kPatience = std::chrono::seconds(60);
-constexpr auto kTick = std::chrono::milliseconds(500); // half of what is shown, so that no second is skipped
+constexpr auto kPassingDelay = std::chrono::seconds(10); // a head cools down, a cover is closed: no advice needed
+constexpr auto kTick = std::chrono::milliseconds(500);   // half of what is shown, so that no second is skipped
 // An answer leads to at most three steps behind each other on the printer's queue before the next question stands.
 constexpr int kRoundsToSettle = 4;
 
@@ -74,6 +75,7 @@ void UpdateFollower::follow(const std::string& key, const Printer& printer) {
     FollowedUpdate& update = _updates[key] = FollowedUpdate{};
     update.name = nameOf(*printer);
     update.picture = qtext(printer->image());
+    update.printer = printer;
     _timer.start();
     refresh(key);
 }
@@ -81,10 +83,13 @@ void UpdateFollower::follow(const std::string& key, const Printer& printer) {
 // ---- the course -----------------------------------------------------------------------------------------------------
 
 void UpdateFollower::heardOf(const std::string& key) {
-    if (const auto found = _updates.find(key); found != _updates.end()) {
+    const auto found = _updates.find(key);
+    if (found == _updates.end()) return;
+    const auto state = _session.monitor.state(key);
+    if (found->second.isPutAway && state && state->lastProgress > found->second.putAwayAt) {
         found->second.isPutAway = false;
-        _timer.start();
     }
+    if (!found->second.isPutAway) _timer.start();
     refresh(key);
 }
 
@@ -94,8 +99,13 @@ void UpdateFollower::refresh(const std::string& key) {
     if (found == _updates.end() || !state || found->second.end != FollowedUpdate::End::none) return;
     FollowedUpdate& update = found->second;
     update.state = *state;
-    update.isStalled = state->isStuck() || (now() - state->lastSign >= _patience &&
-                                            (state->phase != UpdatePhase::checking || !_alerts.pendingFor(key)));
+    const bool isAsking = _alerts.pendingFor(key) > 0;
+    const bool isSilent = now() - state->lastSign >= _patience;
+    const auto delay = now() - state->lastProgress;
+    update.isStalled = state->isStuck() || (isSilent && (state->phase != UpdatePhase::checking || !isAsking));
+    update.isWaiting =
+        !isAsking && state->isWaitingUntilReady() && delay >= std::min<Clock::Duration>(kPassingDelay, _patience);
+    update.mayBePutAway = update.isStalled || (update.isWaiting && delay >= _patience);
     if (state->isFinished) judge(key);
     Q_EMIT changed();
 }
@@ -114,7 +124,7 @@ void UpdateFollower::tick() {
 // By facts, whatever the engine's own report says.
 void UpdateFollower::judge(const std::string& key) {
     FollowedUpdate& update = _updates[key];
-    update.isStalled = false;
+    update.isStalled = update.isWaiting = false;
     update.endedAt = now();
     const bool succeeded = update.state.hasSucceeded();
     update.end = succeeded ? FollowedUpdate::End::succeeded : FollowedUpdate::End::failed;
@@ -129,13 +139,15 @@ void UpdateFollower::settle(const std::string& key, int rounds) {
     if (found == _updates.end() || found->second.end != FollowedUpdate::End::none) return;
     if (found->second.state.phase != UpdatePhase::checking || _alerts.pendingFor(key) > 0) return;
     if (rounds > 0) {
-        const Printer printer = _session.printerWithKey(key);
-        _session.afterQueues(printer ? std::vector{printer} : std::vector<Printer>{},
-                             [self = QPointer(this), key, rounds] {
-                                 if (self) self->settle(key, rounds - 1);
-                             });
+        // The one whose question was answered may have left, and another have come in its place.
+        std::vector<Printer> both{_session.printerWithKey(key), found->second.printer.lock()};
+        std::erase(both, nullptr);
+        _session.afterQueues(both, [self = QPointer(this), key, rounds] {
+            if (self) self->settle(key, rounds - 1);
+        });
         return;
     }
+    if (found->second.state.isRefused) found->second.reason = qtext(adviceForStall(found->second.state));
     found->second.end = FollowedUpdate::End::notStarted;
     found->second.endedAt = now();
     _session.monitor.endUpdate(key);
@@ -146,8 +158,9 @@ void UpdateFollower::dismiss(const std::string& key) {
     const auto found = _updates.find(key);
     if (found == _updates.end()) return;
     if (found->second.end == FollowedUpdate::End::none) {
-        if (!found->second.isStalled) return;
-        found->second.isPutAway = true; // a printer that comes back after all goes on, and is shown again
+        if (!found->second.mayBePutAway) return;
+        found->second.isPutAway = true; // a printer that gets on after all is shown again
+        found->second.putAwayAt = now();
     } else {
         _updates.erase(found);
     }

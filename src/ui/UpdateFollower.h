@@ -21,10 +21,14 @@ struct FollowedUpdate {
     std::string name; // of the printer
     QString picture;
     End end = End::none;
-    QString reason;         // why it did not start or did not succeed
-    bool isStalled = false; // nothing was heard of the printer for long
-    bool isPutAway = false; // and nobody waits for it any more, until it is heard of again
+    QString reason;            // why it did not start or did not succeed
+    bool isStalled = false;    // nothing was heard of the printer for long
+    bool isWaiting = false;    // it answers, but is not ready, and that for a while
+    bool mayBePutAway = false; // nothing has come nearer to the end for long
+    bool isPutAway = false;    // and nobody waits for it any more, until it gets on
+    Clock::TimePoint putAwayAt;
     Clock::TimePoint endedAt;
+    std::weak_ptr<TBUSBPrinterZUL> printer; // whose action it was; its alerts stay its own when it leaves
 };
 
 class UpdateFollower final : public QObject {

@@ -3,12 +3,13 @@
 #include "ui/Texts.h"
 
 #include <QVBoxLayout>
+#include <utility>
 
 namespace zul::ui {
 
 UpdatePanel::UpdatePanel(QWidget* parent) : QScrollArea(parent) {
     setWidgetResizable(true);
-    setFrameShape(QFrame::NoFrame);
+    setFrameShape(QFrame::StyledPanel); // it shows the focus: the keyboard scrolls it
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Preferred);
     auto* const content = new QWidget(this);
     _cards = new QVBoxLayout(content);
@@ -22,6 +23,12 @@ void UpdatePanel::follow(UpdateFollower& follower) {
     _follower = &follower;
     setAccessibleName(localized(operatorText("Updates")));
     connect(_follower, &UpdateFollower::changed, this, &UpdatePanel::showUpdates);
+}
+
+int UpdatePanel::wantedHeight() const {
+    const int width = viewport()->width();
+    const int cards = widget()->hasHeightForWidth() ? widget()->heightForWidth(width) : widget()->sizeHint().height();
+    return cards + 2 * frameWidth();
 }
 
 void UpdatePanel::showUpdates() {
@@ -40,7 +47,10 @@ void UpdatePanel::showUpdates() {
         UpdateCard*& card = _cardOfKey[key];
         if (card == nullptr) {
             card = new UpdateCard(widget());
+            QWidget* const before = _lastCard ? &_lastCard->closeButton() : static_cast<QWidget*>(this);
+            _lastCard = card;
             _cards->insertWidget(_cards->count() - 1, card);
+            setTabOrder(before, &card->closeButton()); // before the details, as it is seen
             // Later: the card must not be deleted while it handles its own click.
             connect(
                 card, &UpdateCard::closed, this, [this, dismissed = key] { _follower->dismiss(dismissed); },
@@ -49,6 +59,8 @@ void UpdatePanel::showUpdates() {
         card->show(update, _follower->now());
     }
     setVisible(!_cardOfKey.empty());
+    const int wanted = wantedHeight();
+    if (std::exchange(_wanted, wanted) < wanted && !_cardOfKey.empty()) Q_EMIT roomNeeded();
 }
 
 } // namespace zul::ui

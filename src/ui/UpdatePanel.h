@@ -3,6 +3,7 @@
 
 #include "ui/UpdateCard.h"
 
+#include <QPointer>
 #include <QScrollArea>
 #include <map>
 #include <string>
@@ -18,12 +19,21 @@ class UpdatePanel final : public QScrollArea {
     explicit UpdatePanel(QWidget* parent = nullptr);
     void follow(UpdateFollower& follower);
 
+    /// What all cards need, at the width that there is.
+    int wantedHeight() const;
+
+  Q_SIGNALS:
+    /// There is more to be seen than before: another update, or what to do about one.
+    void roomNeeded();
+
   private:
     void showUpdates();
 
     UpdateFollower* _follower = nullptr;
     QVBoxLayout* _cards;
     std::map<std::string, UpdateCard*> _cardOfKey;
+    QPointer<UpdateCard> _lastCard;
+    int _wanted = 0;
 };
 
 } // namespace zul::ui

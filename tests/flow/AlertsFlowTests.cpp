@@ -156,11 +156,11 @@ TEST_CASE("two printers' alerts are each about their own printer") {
     lab.printer(1)->updateFirmware();
     lab.rest();
     REQUIRE(lab.operatorDesk.waiting() == 2);
-    CHECK(lab.operatorDesk.alert().printerName == "ZUL VK14 A");
+    CHECK(lab.operatorDesk.alert().printerName == "VK14 A (1-1)");
     lab.operatorDesk.setAgreed(true);
     CHECK(lab.printer(1)->customerDidAgree() == false);
     CHECK(lab.operatorDesk.press("Continue"));
-    CHECK(lab.operatorDesk.alert().printerName == "ZUL VK14 B");
+    CHECK(lab.operatorDesk.alert().printerName == "VK14 B (1-2)");
     CHECK(lab.operatorDesk.isEnabled("Continue") == false);
 }
 

@@ -182,6 +182,21 @@ TEST_CASE("a known printer that is found in its loader raises a question, and Up
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
+TEST_CASE("a loader gets no image where there are no firmware files for it, and the operator is told") {
+    Lab lab;
+    lab.bundle.withholdArchive();
+    lab.startWithVK14("mode=loader");
+    lab.bus.unplug(0);
+    lab.rest();
+    lab.bus.plug(0);
+    lab.rest();
+    lab.forgetWire();
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == "There was a problem with the firmware file!");
+    CHECK(lab.wire().empty());
+}
+
 TEST_CASE("Ignore leaves a loader alone and asks for a power cycle") {
     Lab lab;
     lab.startWithVK14("mode=loader");

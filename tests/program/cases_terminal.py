@@ -70,10 +70,10 @@ def _(bench):
 def _(bench):
     terminal = bench.terminal("update", "--all", printers=("VK14,serial=111", "VK14,serial=222"))
     terminal.read_until("> ")
-    expect("<ZUL VK14 111>" in terminal.text and "<ZUL VK14 222>" not in terminal.text, terminal.text)
+    expect("<VK14 111 (1-1)>" in terminal.text and "<VK14 222 (1-2)>" not in terminal.text, terminal.text)
     terminal.type("1")
     terminal.read_until("2) Continue")
-    expect("<ZUL VK14 222>" in terminal.text, terminal.text)
+    expect("<VK14 222 (1-2)>" in terminal.text, terminal.text)
     terminal.type("quit")
     expect_equal(terminal.wait(), 1, "exit status")
 

@@ -3,11 +3,17 @@
 
 #include "platform/dispatch/Queue.h"
 #include "support/ChangedArchive.h"
+#include "ui/Pictures.h"
 #include "virtual_printer/VirtualBus.h"
 
+#include <QAction>
 #include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTest>
+#include <QWindow>
 #include <doctest/doctest.h>
 #include <future>
 
@@ -124,6 +130,9 @@ TEST_CASE("files that are damaged while the printer restarts leave it in its loa
     archive.damage(kFirmwareFile);
     checkAlert(stage.waitForAlert("There was a problem with the firmware file!"),
                "This application may be damaged. Please download a new copy.", {"OK"});
+    CHECK(stage.visibleText().contains(
+        "The firmware files are damaged. The printer is in firmware update mode: leave it switched on"));
+    CHECK(stage.window().findChild<QAction*>("actionUpdate")->isEnabled()); // for when they are mended
     stage.answer("OK");
 }
 
@@ -197,7 +206,13 @@ TEST_CASE("a printer that has left while its agreement stood is an error that ma
     checkAlert(stage.waitForAlert("Printer Error"),
                "The printer is not responding properly. Please power-cycle the printer and try again.",
                {"Proceed", "Cancel"});
+    stage.settle();
+    CHECK_FALSE(stage.visibleText().contains("Not updated")); // the question is not answered yet
+    stage.answer("Proceed");
+    stage.waitForAlert("Printer Error");
     stage.answer("Cancel");
+    stage.waitFor("the result",
+                  [&] { return stage.visibleText().contains("Not updated. Nothing was changed in the printer."); });
 }
 
 TEST_CASE("a known printer found in its loader raises a question, and \"Ignore\" the advice to power-cycle it") {
@@ -225,6 +240,8 @@ TEST_CASE("changing the USB serial number asks for a power cycle in an applicati
     stage.click("USB Serial Number");
     const auto shown = stage.waitForAlert("Please power-cycle the selected printer now to complete the process!");
     CHECK(shown.isModal);
+    CHECK(shown.box->windowTitle() == "VK26 000001 (1-1)"); // it tells no USB serial number
+    CHECK(shown.checkBox == "");                            // the setting that suppresses it is not offered
     CHECK(shown.message == "");
     CHECK(shown.buttons == QStringList{"OK"});
     CHECK(shown.defaultButton == "OK");
@@ -254,12 +271,134 @@ TEST_CASE("alerts of several printers are shown one after another, each under it
     }
     const auto first = stage.waitForAlert("Alert of 000001");
     CHECK(first.buttons == QStringList{"OK"});
-    CHECK(first.box->windowTitle() == "ZUL VK14 000001");
-    CHECK(stage.visibleText().contains("ZUL VK14 000001"));
+    CHECK(first.box->windowTitle() == "VK14 000001 (1-1)");
+    CHECK(stage.visibleText().contains("VK14 000001 (1-1)"));
+    CHECK(stage.alertsStanding() == 1);
     stage.answer("OK");
-    CHECK(stage.waitForAlert("Alert of 000002").box->windowTitle() == "ZUL VK14 000002");
+    CHECK(stage.waitForAlert("Alert of 000002").box->windowTitle() == "VK14 000002 (1-2)");
+    CHECK(stage.alertsStanding() == 1);
     stage.answer("OK");
     CHECK_FALSE(stage.alert());
+}
+
+namespace {
+
+AlertDescription alertOf(const std::string& printerKey, const std::string& title, bool isModal) {
+    AlertDescription alert;
+    alert.messageText = title;
+    alert.buttons = {"OK"};
+    alert.printerKey = printerKey;
+    alert.isModal = isModal;
+    return alert;
+}
+
+} // namespace
+
+TEST_CASE("a sheet waits until an application-modal alert is answered") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    auto& alerts = stage.program().alerts();
+    alerts.beginAlert(alertOf("one", "Modal", true));
+    stage.waitForAlert("Modal");
+    alerts.beginAlert(alertOf("two", "Sheet", false));
+    stage.settle();
+    CHECK(stage.alertsStanding() == 1);
+    CHECK(stage.alert()->title == "Modal");
+    CHECK(alerts.pendingFor("two") == 1);
+    stage.answer("OK");
+    stage.waitForAlert("Sheet");
+    stage.answer("OK");
+    CHECK(alerts.pendingFor("two") == 0);
+}
+
+TEST_CASE("of two application-modal alerts the one that is answered is the one that ends") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    auto& alerts = stage.program().alerts();
+    alerts.beginAlert(alertOf("one", "First", true));
+    stage.waitForAlert("First");
+    QMessageBox* const first = stage.alert()->box;
+    alerts.beginAlert(alertOf("two", "Second", true));
+    stage.waitFor("both", [&] { return stage.alertsStanding() == 2; });
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        auto* const box = qobject_cast<QMessageBox*>(widget);
+        if (box != nullptr && box != first && box->isVisible()) box->buttons().first()->click();
+    }
+    stage.waitFor("the second to go", [&] { return stage.alertsStanding() == 1; });
+    CHECK(alerts.pendingFor("one") == 1);
+    CHECK(alerts.pendingFor("two") == 0);
+    stage.waitForAlert("First");
+    stage.answer("OK");
+    CHECK(alerts.pendingFor("one") == 0);
+}
+
+TEST_CASE("a sheet has the keyboard again when an application-modal alert before it is answered") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    auto& alerts = stage.program().alerts();
+    alerts.beginAlert(alertOf("one", "Sheet", false));
+    QMessageBox* const sheet = stage.waitForAlert("Sheet").box;
+    alerts.beginAlert(alertOf("two", "Modal", true));
+    stage.waitForAlert("Modal");
+    stage.answer("OK");
+    stage.window().activateWindow(); // as some desktops do
+    stage.waitFor("the sheet in front", [&] { return QApplication::activeWindow() == sheet; });
+    stage.press(Qt::Key_Return);
+    stage.waitFor("it to go", [&] { return !stage.alert(); });
+}
+
+TEST_CASE("the log can be read and searched while a question stands") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.triggerMenu("Window", "Log");
+    stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
+    stage.window().follower().begin(stage.printers().front());
+    stage.waitForAlert("Attention:");
+    auto& search = stage.findA<QLineEdit>("Search the log");
+    QWindow* const log = search.window()->windowHandle();
+    search.window()->raise();
+    search.window()->activateWindow();
+    stage.waitFor("the log in front", [&] { return QApplication::activeWindow() == search.window(); });
+    QTest::mouseClick(log, Qt::LeftButton, {}, search.mapTo(search.window(), search.rect().center()));
+    CHECK(search.hasFocus());
+    QTest::keyClick(log, Qt::Key_X);
+    CHECK(search.text() == "x");
+    stage.answer("Quit");
+}
+
+TEST_CASE("an alert shows its printer's picture, with a warning sign where it is critical, in light and in dark") {
+    Stage stage({.printers = {quick("VK-RZ7")}, .admittedProducts = {5}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    const auto shown = stage.waitForAlert("Attention:"); // critical
+    const auto picture = [&] { return ui::pictureNamed("ZUL_RZ_Series", QApplication::palette()); };
+    CHECK(shown.box->iconPixmap().toImage() ==
+          ui::warningPicture(picture(), 64, stage.window().devicePixelRatioF()).toImage());
+    useColors(true);
+    stage.waitFor("the dark picture", [&] {
+        return shown.box->iconPixmap().toImage() ==
+               ui::warningPicture(picture(), 64, stage.window().devicePixelRatioF()).toImage();
+    });
+    stage.click("I Agree");
+    stage.answer("Continue");
+    const auto confirmation = stage.waitForAlert(kConfirmTitle);
+    CHECK(confirmation.box->iconPixmap().toImage() ==
+          picture().pixmap(QSize(64, 64), stage.window().devicePixelRatioF()).toImage());
+}
+
+TEST_CASE("what a printer tells is shown as it is, even where it looks like markup, and never beyond the screen") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    QString path;
+    while (path.size() < 250) path += "/a folder with a long name";
+    stage.printers()[0]->showAlertWithTitle(path.toStdString() + " exists already.", "<b>VK14</b> 01.60", {}, {});
+    const auto shown = stage.waitForAlert(path + " exists already.");
+    CHECK(shown.message == "<b>VK14</b> 01.60");
+    for (const QLabel* label : shown.box->findChildren<QLabel*>()) {
+        if (!label->text().isEmpty()) CHECK(label->textFormat() == Qt::PlainText);
+    }
+    stage.screenshot("long-title");
+    stage.answer("OK");
 }
 
 TEST_CASE("resetting a counter asks first, and \"Cancel\" sends nothing") {

@@ -8,6 +8,7 @@
 #include <QIcon>
 #include <QImage>
 #include <QMessageBox>
+#include <QSet>
 #include <algorithm>
 #include <cmath>
 #include <doctest/doctest.h>
@@ -59,6 +60,8 @@ TEST_CASE("the main states in light and in dark") {
         QPixmap box = stage.alert()->box->checkBox()->grab(QRect(0, 0, 16, 24)); // without its text
         CHECK(strongestContrast(QIcon(box), QApplication::palette().color(QPalette::Window)) >= 3);
         stage.click("I Agree");
+        box = stage.alert()->box->checkBox()->grab(QRect(4, 4, 8, 16)); // the inside
+        CHECK(strongestContrast(QIcon(box), QApplication::palette().color(QPalette::Base)) >= 4.5);
         stage.answer("Continue");
         stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != "Attention:"; });
         stage.screenshot("confirmation" + suffix);
@@ -83,6 +86,38 @@ TEST_CASE("the empty window, its notice and the log in light and in dark") {
         stage.triggerMenu("Window", "Log");
         stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
         stage.screenshot("log" + suffix);
+    }
+}
+
+TEST_CASE("whatever has the focus shows it, in light and in dark") {
+    for (const bool isDark : {false, true}) {
+        CAPTURE(isDark);
+        Stage stage({.printers = {quick("VK14")}, .isDark = isDark});
+        stage.waitForFacts();
+        const auto look = [&](const QWidget& widget) {
+            const QPoint place = widget.mapTo(widget.window(), QPoint());
+            return widget.window()->grab(QRect(place, widget.size()).adjusted(-3, -3, 3, 3)).toImage();
+        };
+        // Each in turn: how it looks with the focus, and once the focus has gone on.
+        const auto checkRound = [&](int controls) {
+            QSet<QWidget*> seen;
+            for (QWidget* focus = QApplication::focusWidget(); !seen.contains(focus);) {
+                seen.insert(focus);
+                const QImage with = look(*focus);
+                stage.press(Qt::Key_Tab);
+                const std::string name =
+                    std::string(focus->metaObject()->className()) + " " + focus->objectName().toStdString();
+                CHECK_MESSAGE(look(*focus) != with, name);
+                focus = QApplication::focusWidget();
+            }
+            CHECK(seen.size() >= controls);
+        };
+        stage.window().findChild<QWidget*>("table")->setFocus(Qt::TabFocusReason);
+        checkRound(2);
+        stage.triggerMenu("Printer", "Update Firmware…");
+        stage.waitForAlert("Attention:");
+        stage.click("I Agree");
+        checkRound(3);
     }
 }
 

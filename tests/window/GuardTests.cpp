@@ -1,10 +1,12 @@
 // What goes on around updates: the lock against sleep, the log window, the report, the machine that is left as it was.
 #include "window/Stage.h"
 
+#include "Classes/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "ui/LogWindow.h"
 #include "ui/SleepInhibitor.h"
 #include "ui/TaskbarProgress.h"
+#include "ui/WindowApplication.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QApplication>
@@ -139,6 +141,53 @@ TEST_CASE("an update is under way for the guards from the first command to the r
     stage.answer("Finish");
 }
 
+TEST_CASE("during an update the machine stays awake and the task bar shows how far it is") {
+    const QDBusConnection listener = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "task-bar-2");
+    TaskBar bar;
+    REQUIRE(QDBusConnection(listener).connect({}, {}, "com.canonical.Unity.LauncherEntry", "Update", &bar,
+                                              SLOT(update(QString, QVariantMap))));
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    CHECK_FALSE(stage.window().inhibitor().isWanted());
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    CHECK_FALSE(stage.window().inhibitor().isWanted());
+    stage.answer("Update Firmware to VK14 01.61");
+    stage.waitFor("the lock", [&] { return stage.window().inhibitor().isWanted(); });
+    stage.waitForAlert("Firmware update was successful!");
+    stage.answer("Finish");
+    stage.waitFor("the lock to go", [&] { return !stage.window().inhibitor().isWanted(); });
+    stage.waitFor("the last word to the task bar",
+                  [&] { return !bar.seen.isEmpty() && !bar.seen.last()["progress-visible"].toBool(); });
+    double furthest = 0;
+    for (const QVariantMap& seen : bar.seen.mid(0, bar.seen.size() - 1)) {
+        CHECK(seen["progress-visible"].toBool());
+        CHECK(seen["progress"].toDouble() >= furthest);
+        furthest = seen["progress"].toDouble();
+    }
+    CHECK(furthest > 0.5);
+}
+
+TEST_CASE("the samples are for virtual printers: beside real ones there are no firmware files unless they are named") {
+    ui::WindowApplication application([] {});
+    ui::AlertPresenter alerts;
+    const Session real({}, alerts, application);
+    CHECK(real.areSamplesWithheld());
+    CHECK_FALSE(real.bundle.pathForResource("VK14 01.61", "fw"));
+    CHECK_FALSE(readFirmwareDigests(real.bundle.archiveFolder()).problem.empty());
+    SessionOptions named;
+    named.firmwareArchive = ZUL_SAMPLE_ARCHIVE; // a test bench that says so
+    CHECK_FALSE(Session(named, alerts, application).areSamplesWithheld());
+    SessionOptions embedded;
+    embedded.virtualPrinters = {quick("VK14")};
+    const Session virtualOnes(embedded, alerts, application);
+    CHECK_FALSE(virtualOnes.areSamplesWithheld());
+    CHECK(virtualOnes.bundle.pathForResource("VK14 01.61", "fw"));
+}
+
 TEST_CASE("the log window shows what is logged, by level and by search, and copies it") {
     Stage stage({.printers = {}});
     HOLVEN_Log::setLogFile((stage.folder() / "log.txt").string());
@@ -214,6 +263,12 @@ TEST_CASE("a report that is named in the dialog is saved as two files, and repla
     stage.waitForAlert(question);
     stage.answer("Replace");
     CHECK(TemporaryFolder::read(stage.folder() / "other.json") != "precious");
+    // The same the other way round: whoever names the JSON file has not been asked about the text.
+    std::ofstream(stage.folder() / "notes.txt") << "precious";
+    save("notes.json");
+    stage.waitForAlert(QString::fromStdString((stage.folder() / "notes.txt").string()) + " exists already.");
+    stage.answer("Cancel");
+    CHECK(TemporaryFolder::read(stage.folder() / "notes.txt") == "precious");
     save("no such folder/report.txt");
     CHECK(stage.waitForAlert("The report could not be saved.").message.contains("Choose a folder"));
     stage.answer("OK");

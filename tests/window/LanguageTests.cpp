@@ -1,12 +1,14 @@
 // The window in other languages: everything is translated, plural forms are right, and the longest texts fit.
 #include "window/Stage.h"
 
-#include "Classes/LocalizedFormat.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "ui/PrinterTableModel.h"
+#include "virtual_printer/VirtualBus.h"
 
 #include <QAccessible>
 #include <QAction>
 #include <QFileDialog>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
@@ -29,6 +31,23 @@ struct Wanted {
     const char* update; // the tool button
     const char* status; // header of the column
 };
+
+// The titles and the short facts; what is long wraps, and is whole in the details.
+void checkColumns(Stage& stage) {
+    using Model = ui::PrinterTableModel;
+    const auto& table = *stage.window().findChild<QTableView*>("table");
+    const QHeaderView& header = *table.horizontalHeader();
+    for (int column = 0; column < Model::columns; ++column) {
+        const std::string title = table.model()->headerData(column, Qt::Horizontal).toString().toStdString();
+        CHECK_MESSAGE(header.sectionSize(column) >= header.sectionSizeHint(column), title);
+        if (column == Model::colorTables) continue;
+        for (int row = 0; row < stage.rows(); ++row) {
+            const QString text = stage.cell(row, column);
+            const int needed = table.fontMetrics().horizontalAdvance(text);
+            CHECK_MESSAGE(header.sectionSize(column) > needed, title << ": " << text.toStdString());
+        }
+    }
+}
 
 } // namespace
 
@@ -149,6 +168,62 @@ TEST_CASE("no text of the window is cut off in any language") {
         stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != shown.title; });
         stage.waitForAlert(stage.alert()->title);
         stage.screenshot(QString("confirmation-") + language);
+    }
+}
+
+TEST_CASE("the longest language has room in larger letters") {
+    const QFont usual = QApplication::font();
+    QFont larger = usual;
+    larger.setPointSize(11);
+    QApplication::setFont(larger);
+    {
+        Stage stage({.printers = {quick("VK26", "usb-serial=off")}, .admittedProducts = {0x8B01}, .language = "de"});
+        stage.waitForFacts();
+        checkColumns(stage);
+        CHECK_FALSE(stage.window().findChild<QWidget*>("qt_toolbar_ext_button")->isVisible());
+        stage.screenshot("larger-letters");
+        stage.printers().front()->setUsbISerial(true);
+        stage.waitFor("the power-cycle alert", [&] { return stage.alert().has_value(); });
+        stage.waitForAlert(stage.alert()->title);
+        stage.screenshot("larger-letters-alert");
+    }
+    QApplication::setFont(usual);
+}
+
+TEST_CASE("titles and facts of the table have room in any language") {
+    for (const char* language : {"en", "de", "ja"}) {
+        CAPTURE(language);
+        Stage stage({.printers = {quick("VK14"), quick("VK18"), quick("VK-RZ7"), quick("VK26"), quick("VK28")},
+                     .admittedProducts = {4, 5, 8, 0x8B01, 0x9001},
+                     .language = language});
+        stage.waitForFacts();
+        checkColumns(stage);
+        stage.screenshot(QString("columns-") + language);
+    }
+}
+
+TEST_CASE("the longest alerts have room in any language") {
+    for (const char* language : {"en", "de", "ja"}) {
+        CAPTURE(language);
+        Stage stage({.printers = {quick("VK-RZ7", "firmware=VK-RZ7 02.03"), quick("VK14", "mode=loader")},
+                     .admittedProducts = {5},
+                     .language = language});
+        const auto lookAt = [&](const std::string& what) {
+            stage.waitFor(what, [&] { return stage.alert().has_value(); });
+            const auto shown = stage.waitForAlert(stage.alert()->title);
+            stage.screenshot(QString::fromStdString(what + "-") + language);
+            return shown;
+        };
+        stage.waitFor("its status",
+                      [&] { return stage.printers().size() == 2 && stage.printers()[0]->firmwareVersion(); });
+        stage.settle();
+        stage.bus().unplug(1);
+        stage.waitFor("one row", [&] { return stage.rows() == 1; });
+        stage.bus().plug(1);
+        stage.answer(lookAt("question-of-a-loader").buttons.first());
+        stage.answer(lookAt("advice-to-power-cycle").buttons.last());
+        stage.window().follower().begin(stage.printers().front());
+        lookAt("agreement-for-new-media");
     }
 }
 

@@ -136,6 +136,19 @@ TEST_CASE(
     stage.waitForFacts();
 }
 
+TEST_CASE("the selected row stays in sight when an update takes its place from the table") {
+    Stage stage({.printers = {quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14")}});
+    stage.waitForFacts();
+    stage.printers().back()->getPrinterFirmwareVersion(); // it becomes the selected one
+    stage.waitFor("the row", [&] { return stage.highlightedRow() == 4; });
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    const auto& table = *stage.window().findChild<QTableView*>("table");
+    stage.waitFor("the row in sight",
+                  [&] { return table.viewport()->rect().contains(table.visualRect(table.model()->index(4, 1))); });
+    CHECK(stage.highlightedRow() == 4);
+}
+
 TEST_CASE("About tells the version") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();

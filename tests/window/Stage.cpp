@@ -33,6 +33,11 @@ namespace {
 
 constexpr int kLongestWait = 20'000; // ms; generous, for machines under load
 
+// As it is read: places where a long path may be broken are not seen.
+QString readable(QString text) {
+    return text.remove(QChar(0x200B));
+}
+
 // The mark of an access key; some languages put the key behind the text, in brackets.
 QString withoutMark(QString text) {
     static const QRegularExpression key("\\(&?[A-Z]\\)$");
@@ -211,8 +216,8 @@ std::optional<ShownAlert> Stage::alert() const {
         if (shown.box == nullptr || box->windowModality() == Qt::ApplicationModal) shown.box = box;
     }
     if (shown.box == nullptr) return std::nullopt;
-    shown.title = shown.box->text();
-    shown.message = shown.box->informativeText();
+    shown.title = readable(shown.box->text());
+    shown.message = readable(shown.box->informativeText());
     auto buttons = shown.box->buttons();
     std::ranges::sort(buttons, {}, [](const QAbstractButton* button) { return button->x(); });
     for (const QAbstractButton* button : buttons) {
@@ -221,8 +226,14 @@ std::optional<ShownAlert> Stage::alert() const {
     }
     if (shown.box->checkBox() != nullptr) shown.checkBox = withoutMark(shown.box->checkBox()->text());
     shown.isModal = shown.box->windowModality() == Qt::ApplicationModal;
-    shown.hasPicture = !shown.box->iconPixmap().isNull();
+    shown.hasPicture = shown.box->icon() == QMessageBox::NoIcon && !shown.box->iconPixmap().isNull();
     return shown;
+}
+
+int Stage::alertsStanding() const {
+    return static_cast<int>(std::ranges::count_if(QApplication::topLevelWidgets(), [](const QWidget* widget) {
+        return widget->isVisible() && widget->inherits("QMessageBox");
+    }));
 }
 
 ShownAlert Stage::waitForAlert(const QString& title) {
@@ -235,9 +246,19 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     shown.box->activateWindow();
     REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
     waitForButtons(*shown.box);
+    CHECK(window().screen()->availableGeometry().contains(shown.box->frameGeometry()));
     for (const QLabel* label : shown.box->findChildren<QLabel*>()) {
-        if (label->text().isEmpty() || label->wordWrap()) continue;
+        if (label->text().isEmpty()) continue;
+        CHECK_MESSAGE(shown.box->rect().contains(QRect(label->mapTo(shown.box, QPoint()), label->size())),
+                      "beyond its alert: " << label->text().toStdString());
         CHECK_MESSAGE(label->width() >= label->minimumSizeHint().width(), "cut off: " << label->text().toStdString());
+        if (!label->wordWrap()) continue;
+        const int longest = label->fontMetrics()
+                                .boundingRect(QRect(0, 0, label->width(), 10000), Qt::TextWordWrap, label->text())
+                                .width();
+        CHECK_MESSAGE(longest <= label->width(), "cut off: " << label->text().toStdString());
+        CHECK_MESSAGE(label->height() >= label->heightForWidth(label->width()),
+                      "cut off: " << label->text().toStdString());
     }
     return shown;
 }

@@ -42,9 +42,9 @@ struct ShownAlert {
     QString message;
     QStringList buttons; // from left to right
     QString defaultButton;
-    QString checkBox;     // its title; empty when there is none
-    bool isModal = false; // the whole application waits for it
-    bool hasPicture = false;
+    QString checkBox;        // its title; empty when there is none
+    bool isModal = false;    // the whole application waits for it
+    bool hasPicture = false; // a printer's; not the toolkit's own
 };
 
 class Stage {
@@ -88,6 +88,8 @@ class Stage {
     int rows();
     int highlightedRow();
     std::optional<ShownAlert> alert() const;
+    /// How many stand at the same time.
+    int alertsStanding() const;
     ShownAlert waitForAlert(const QString& title);
     /// Everything that the window shows, joined.
     QString visibleText() const;

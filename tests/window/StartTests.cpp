@@ -7,6 +7,7 @@
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAccessible>
+#include <QClipboard>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
@@ -58,6 +59,21 @@ TEST_CASE("the details of a printer with many color tables name every table and 
     }
     CHECK(stage.cell(0, Model::colorTables).contains("620HD: "));
     stage.screenshot("many-tables");
+}
+
+TEST_CASE("the details can be copied with the keyboard, and keep what is marked while the printer is looked at again") {
+    Stage stage({.printers = {quick("VK14", "serial=111111")}});
+    stage.waitForFacts();
+    stage.tabTo("Details of the selected printer");
+    stage.press(Qt::Key_A, Qt::ControlModifier);
+    stage.triggerMenu("Printer", "Refresh");
+    stage.waitForFacts();
+    QApplication::clipboard()->clear();
+    stage.press(Qt::Key_C, Qt::ControlModifier);
+    const QString copied = QApplication::clipboard()->text();
+    CHECK(copied.toStdString() == detailsText(stage).toStdString());
+    CHECK(copied.contains("Serial Number\n111111"));
+    CHECK(copied.contains("1284 device ID\nMFG:"));
 }
 
 TEST_CASE("a window without printers says what to do") {
@@ -136,9 +152,43 @@ TEST_CASE("the widths and the order of the columns are remembered") {
     ui::AlertPresenter alerts;
     ui::WindowApplication application([] {});
     ui::MainWindow second(session, alerts, application);
+    second.begin();
     auto& again = *second.findChild<QTableView*>("table")->horizontalHeader();
     CHECK(again.sectionSize(Model::status) == 222);
     CHECK(again.visualIndex(Model::serialNumber) == 1);
+}
+
+TEST_CASE("the switch of the USB serial number shows the setting, and says so where a model has none") {
+    const auto actionOf = [](Stage& stage) { return stage.window().findChild<QAction*>("actionSerial"); };
+    {
+        Stage stage({.printers = {quick("VK14")}});
+        stage.waitForFacts();
+        CHECK_FALSE(actionOf(stage)->isEnabled());
+        CHECK_FALSE(actionOf(stage)->isChecked());
+        CHECK(actionOf(stage)->toolTip() == "This model has no such setting.");
+    }
+    for (const bool isOn : {true, false}) {
+        Stage stage(
+            {.printers = {quick("VK26", isOn ? "usb-serial=on" : "usb-serial=off")}, .admittedProducts = {0x8B01}});
+        stage.waitForFacts();
+        stage.waitFor("the setting",
+                      [&] { return stage.cell(0, Model::usbSerialNumber) == (isOn ? "Enabled" : "Disabled"); });
+        CHECK(actionOf(stage)->isEnabled());
+        CHECK(actionOf(stage)->isChecked() == isOn);
+    }
+}
+
+TEST_CASE("firmware that is newer than the installed one is marked without colour, and equal firmware is not") {
+    Stage stage({.printers = {quick("VK14"), quick("VK14", "firmware=VK14 01.61")}});
+    stage.waitForFacts();
+    const auto& model = *stage.window().findChild<QTableView*>("table")->model();
+    const auto at = [&](int row, int role) { return model.data(model.index(row, Model::offeredFirmware), role); };
+    CHECK(at(0, Qt::FontRole).value<QFont>().bold());
+    CHECK(at(0, Qt::ToolTipRole).toString() == "Newer than the installed firmware");
+    CHECK(at(0, Qt::AccessibleDescriptionRole).toString() == "Newer than the installed firmware");
+    CHECK_FALSE(at(1, Qt::FontRole).isValid());
+    CHECK(at(1, Qt::ToolTipRole).toString() == "VK14 01.61");
+    CHECK(at(1, Qt::AccessibleDescriptionRole).toString() == "");
 }
 
 TEST_CASE("every control has a name for a screen reader and can be reached with the keyboard") {
@@ -148,6 +198,22 @@ TEST_CASE("every control has a name for a screen reader and can be reached with 
     stage.window().findChild<QTableView*>("table")->setFocus();
     stage.tabTo("Details of the selected printer");
     stage.tabTo("Printers");
+    stage.window().follower().begin(stage.printers().front());
+    stage.waitFor("the agreement", [&] { return stage.alert().has_value(); });
+    stage.bus().unplug(0);
+    stage.bus().plug(0);
+    stage.click("I Agree");
+    stage.answer("Continue");
+    stage.waitForAlert("Printer Error");
+    stage.answer("Cancel");
+    stage.waitFor("the result", [&] { return stage.find("Close this report") != nullptr; });
+    CHECK(stage.namelessControls().join(", ").toStdString() == "");
+    // In the order in which they are seen.
+    stage.window().findChild<QTableView*>("table")->setFocus();
+    for (const char* name : {"Updates", "Close this report", "Details of the selected printer"}) {
+        stage.press(Qt::Key_Tab);
+        CHECK(QApplication::focusWidget()->accessibleName().toStdString() == name);
+    }
     for (const QAction* top : stage.window().menuBar()->actions()) {
         for (const QAction* action : top->menu()->actions()) {
             if (action->isSeparator() || action->menu() != nullptr) continue;

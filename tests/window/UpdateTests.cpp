@@ -2,12 +2,14 @@
 #include "window/Stage.h"
 
 #include "ui/PrinterTableModel.h"
+#include "ui/UpdateCard.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAction>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScrollArea>
 #include <doctest/doctest.h>
 #include <nlohmann/json.hpp>
@@ -159,6 +161,9 @@ TEST_CASE("two printers are updated at the same time, each with a report of its 
     }
     for (int report = 0; report < 2; ++report) {
         stage.waitForAlert(kSuccessTitle);
+        for (const auto* card : stage.window().findChildren<ui::UpdateCard*>()) {
+            CHECK(card->visibleRegion().boundingRect().height() == card->height()); // both are in sight
+        }
         stage.screenshot("two-reports");
         stage.answer("Finish");
     }
@@ -228,28 +233,139 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
     }
 }
 
-TEST_CASE("an update that stalls may be started again") {
-    Stage stage({.printers = {quick("VK14", "fault=silence@STATUS#4")}});
+TEST_CASE("a printer that is silent may be updated again when the wait has been long enough") {
+    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
     stage.waitForFacts();
-    stage.window().follower().setPatience(milliseconds(500));
+    const std::string key = stage.printers()[0]->keyUSBdevice();
+    stage.window().follower().setPatience(milliseconds(700));
     stage.click("Update Firmware…");
-    stage.waitForAlert("Attention:");
-    stage.click("I Agree");
-    stage.answer("Continue");
-    stage.waitFor("a stalled or a confirmed update",
-                  [&] { return onlyUpdate(stage).isStalled || stage.alert().has_value(); });
-    if (onlyUpdate(stage).isStalled) CHECK(updateAction(stage).isEnabled());
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    CHECK(stage.window().follower().reasonAgainst(key) == "This printer is being updated.");
+    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
+    CHECK(stage.window().follower().reasonAgainst(key) == "");
 }
 
-TEST_CASE("an image that does not go through is not called a success") {
+TEST_CASE("an image that does not go through is not called a success, and a second start ends in one") {
     Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
     stage.waitForFacts();
     stage.window().follower().setPatience(milliseconds(700));
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("advice", [&] { return stage.visibleText().contains("still in firmware update mode"); });
-    CHECK(onlyUpdate(stage).end != ui::FollowedUpdate::End::succeeded);
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
     CHECK(updateAction(stage).isEnabled());
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue"); // it is in its loader already: there is nothing more to ask
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+}
+
+TEST_CASE("a printer that answers but is not ready gets advice and can be put away until it gets on") {
+    SUBCASE("after its restart") {
+        Stage stage({.printers = {quick("VK14", "after-update=01000")}});
+        stage.waitForFacts();
+        stage.window().follower().setPatience(milliseconds(700));
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("advice", [&] {
+            return stage.visibleText().contains("The printer reports: Cover Open. Leave it switched on");
+        });
+        CHECK(stage.visibleText().contains("Back, waiting until it is idle (Cover Open) since"));
+        CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
+        stage.screenshot("waiting");
+        stage.click("Close this report");
+        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
+        CHECK_FALSE(stage.window().inhibitor().isWanted());
+        const auto heard = stage.program().session().monitor.state(stage.printers()[0]->keyUSBdevice())->lastSign;
+        stage.waitFor("another answer", [&] {
+            return stage.program().session().monitor.state(stage.printers()[0]->keyUSBdevice())->lastSign > heard;
+        });
+        stage.settle();
+        CHECK(stage.find("Close this report") == nullptr); // the same answer once more is no news
+    }
+    SUBCASE("before its first") {
+        Stage stage({.printers = {quick("VK14", "status=00000:00000:01000")}});
+        stage.waitForFacts();
+        stage.window().follower().setPatience(milliseconds(700));
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer reports: Cover Open."); });
+        CHECK(stage.visibleText().contains("Checking (Cover Open) since"));
+        CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
+    }
+}
+
+TEST_CASE("a printer that refuses to restart is not called unchanged without saying why") {
+    Stage stage({.printers = {quick("VK14", "fault=stall@FLASH_REWRITE")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the end", [&] { return onlyUpdate(stage).end == ui::FollowedUpdate::End::notStarted; });
+    CHECK(stage.visibleText().contains(
+        "The printer did not take the command to restart. Nothing has been changed in it. Start the update again."));
+    CHECK(updateAction(stage).isEnabled());
+}
+
+TEST_CASE("a failed update marks the step that failed, and calls none behind it done") {
+    Stage stage({.printers = {quick("VK14", "fault=stall@CTRLD_UPDATE_CW#2")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitForAlert(kSuccessTitle); // so the engine's report has it: one table was sent
+    stage.answer("Finish");
+    stage.settle();
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::failed);
+    const QString text = stage.visibleText();
+    CHECK(text.contains("✗ The update is not complete: only 1 of 2 color tables were sent"));
+    CHECK(text.contains("⚠ Leave the printer switched on and start the update again."));
+    CHECK(text.contains("✓ Writing the firmware"));
+    CHECK(text.contains("✗ Color table 2 of 2"));
+    CHECK(text.contains("○ Done"));
+    CHECK(stage.find("Color table 2 of 2: not done") != nullptr);
+    CHECK(stage.find("Done: to come") != nullptr);
+    CHECK_FALSE(stage.window().findChild<QProgressBar*>()->isVisible());
+    stage.screenshot("failed");
+}
+
+TEST_CASE("an update tells its time and the printer's last sign of life") {
+    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}, .speed = 20});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    const QRegularExpression times("Elapsed: (\\d+):(\\d\\d) · last sign of life (\\d+) seconds? ago");
+    const auto shown = [&] { return times.match(stage.visibleText()); };
+    stage.waitFor("times", [&] { return shown().hasMatch() && shown().captured(3).toInt() >= 5; });
+    const int before = shown().captured(3).toInt();
+    stage.waitFor("more of them", [&] { return shown().captured(3).toInt() > before; });
+    CHECK(60 * shown().captured(1).toInt() + shown().captured(2).toInt() >= shown().captured(3).toInt());
+}
+
+TEST_CASE("during an update every action of its printer is disabled and says why") {
+    Stage stage({.printers = {"VK26,restart=3000,program=3000"}, .admittedProducts = {0x8B01}});
+    stage.waitForFacts();
+    const char* const names[] = {"actionUpdate", "actionRefresh",  "actionHotPlug",  "actionSerial",
+                                 "actionClaim",  "actionCounterA", "actionCounterB", "actionCounterM"};
+    for (const char* name : names) {
+        const auto* action = stage.window().findChild<QAction*>(name);
+        CHECK_MESSAGE(action->isEnabled(), name);
+        CHECK_MESSAGE(action->toolTip() != "This printer is being updated.", name);
+    }
+    stage.triggerMenu("Printer", "Reset Counter A…"); // a question that still stands when the update begins
+    stage.waitFor("the question", [&] { return stage.alert().has_value(); });
+    stage.window().follower().begin(stage.printers().front());
+    for (const char* name : names) {
+        const auto* action = stage.window().findChild<QAction*>(name);
+        CHECK_MESSAGE(!action->isEnabled(), name);
+        CHECK_MESSAGE(action->toolTip() == "This printer is being updated.", name);
+    }
+    stage.answer("Reset Counter");
+    stage.waitForAlert("Attention:");
+    stage.settle();
+    CHECK(TemporaryFolder::read(stage.journalFile()).find("MNT_WTCOUNTER_CLR") == std::string::npos);
 }
 
 TEST_CASE("a printer found in its loader is updated from its own alert and followed like any other") {

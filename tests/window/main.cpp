@@ -3,6 +3,7 @@
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/SystemLog.h"
 #include "support/TemporaryFolder.h"
+#include "ui/FocusStyle.h"
 
 #include <QApplication>
 #include <doctest/doctest.h>
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
     zul::HOLVEN_Log::setShouldLogToStdErr(false);
     doctest::Context context(argc, argv);
     auto* const application = new QApplication(argc, argv);
+    QApplication::setStyle(new zul::ui::FocusStyle);
     QApplication::setApplicationName("ZUL Printer Utility");
     QApplication::setQuitOnLastWindowClosed(false);
     static_cast<void>(application);

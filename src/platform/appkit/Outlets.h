@@ -54,7 +54,7 @@ struct AlertDescription {
     bool isSuppressionHidden = true;
     bool isModal = false;    // application-modal; otherwise a sheet on the main window
     std::string printerKey;  // which printer asks (keyUSBdevice)
-    std::string printerName; // how it is called (manufacturer, model, serial number)
+    std::string printerName; // how it is called (model, serial number, location)
 };
 
 class AlertOutlet {

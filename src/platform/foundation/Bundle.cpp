@@ -51,6 +51,7 @@ std::optional<fs::path> Bundle::pathForResource(const std::string& name, const s
     const std::string file = type.empty() ? name : name + '.' + type;
     if (file.empty()) return std::nullopt;
     for (const fs::path& folder : {_archive, _resources}) {
+        if (folder.empty()) continue; // not the folder that the program was started in
         if (const auto path = regularFile(folder / file)) return path;
     }
     return std::nullopt;

@@ -47,7 +47,10 @@ class Bundle {
     using PluralTranslator = std::string (*)(const char* singular, const char* plural, unsigned long number);
     static void setTranslator(Translator translator, PluralTranslator pluralTranslator = nullptr);
 
+    /// Empty: there are no firmware files.
     const std::filesystem::path& archiveFolder() const { return _archive; }
+    /// From now on no firmware file is found.
+    void withholdArchive() { _archive.clear(); }
     const std::filesystem::path& resourcesFolder() const { return _resources; }
 
   private:

@@ -1,6 +1,7 @@
 #include "platform/foundation/UserDefaults.h"
 
 #include "platform/foundation/Bundle.h"
+#include "platform/foundation/LocalizedFormat.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -104,16 +105,18 @@ void UserDefaults::read() {
     if (!fs::exists(fs::symlink_status(_file, error))) {
         if (error && error != std::errc::no_such_file_or_directory) {
             _mayWrite = false;
-            _readError = "The settings file " + _file.string() + " cannot be reached (" + error.message() +
-                         "). Check the rights of its folder; until then changes last for this run only.";
+            _readError = localizedFormat("The settings file %s cannot be reached (%s). Check the rights of its folder; "
+                                         "until then changes last for this run only.",
+                                         _file.string(), error.message());
         }
         return;
     }
     const auto contents = Bundle::contentsOfFile(_file);
     if (!contents) {
         _mayWrite = false;
-        _readError = "The settings file " + _file.string() +
-                     " cannot be read. Check its rights; until then changes last for this run only.";
+        _readError = localizedFormat("The settings file %s cannot be read. Check its rights; until then changes last "
+                                     "for this run only.",
+                                     _file.string());
         return;
     }
     json root = json::parse(*contents, nullptr, /*allow_exceptions=*/false);
@@ -123,11 +126,12 @@ void UserDefaults::read() {
     }
     const fs::path kept = keepAside(_file, error);
     _mayWrite = !error;
-    _readError = "The settings file " + _file.string() + " is damaged. ";
-    _readError += _mayWrite ? "It was kept as " + kept.string() +
-                                  "; the settings start afresh. Repair it and put it back, or delete it."
-                            : "It could not be renamed (" + error.message() +
-                                  ") and was left alone; changes last for this run only. Repair or delete it.";
+    _readError = _mayWrite ? localizedFormat("The settings file %s is damaged. It was kept as %s; the settings start "
+                                             "afresh. Repair it and put it back, or delete it.",
+                                             _file.string(), kept.string())
+                           : localizedFormat("The settings file %s is damaged. It could not be renamed (%s) and was "
+                                             "left alone; changes last for this run only. Repair or delete it.",
+                                             _file.string(), error.message());
 }
 
 bool UserDefaults::write() {
@@ -141,9 +145,9 @@ bool UserDefaults::write() {
     const std::string text = _values->root.dump(4, ' ', false, json::error_handler_t::replace) + '\n';
     const int number = replaceFile(target, text);
     _writeError = number == 0 ? std::string{}
-                              : "The settings file " + _file.string() + " cannot be written (" + reason(number) +
-                                    "). Check the rights of its folder and the free space; the change lasts for this "
-                                    "run only.";
+                              : localizedFormat("The settings file %s cannot be written (%s). Check the rights of its "
+                                                "folder and the free space; the change lasts for this run only.",
+                                                _file.string(), reason(number));
     return number == 0;
 }
 

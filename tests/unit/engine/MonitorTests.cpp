@@ -1,5 +1,6 @@
 // What the update monitor makes of events.
 #include "Classes/CommandFrame.h"
+#include "Classes/StatusTexts.h"
 #include "Classes/UpdateMonitor.h"
 #include "Classes/UpdateWords.h"
 #include "support/SimulatedClock.h"
@@ -189,6 +190,49 @@ TEST_CASE("a printer that is not ready after its restart is told with its troubl
     update.upToTables();
     update.tell(PrinterEvent::Kind::status, "01100");
     CHECK(describeState(update.state(), update.clock.now()).find("(Paper End)") != std::string::npos);
+}
+
+TEST_CASE("a printer that is asked whether it is ready and is not gets advice with its trouble") {
+    Watched watched;
+    watched.tell(PrinterEvent::Kind::status, "00000");
+    CHECK_FALSE(watched.state().isWaitingUntilReady());
+    watched.tell(PrinterEvent::Kind::status, "01000");
+    CHECK(watched.state().isWaitingUntilReady());
+    CHECK(describeState(watched.state(), watched.clock.now()) == "checking (Cover Open) since 0 s");
+    CHECK(adviceForStall(watched.state()).starts_with("The printer reports: Cover Open."));
+    watched.command(kCommandEnterLoader);
+    CHECK_FALSE(watched.state().isWaitingUntilReady()); // what it was before counts no more
+    watched.tell(PrinterEvent::Kind::departed);
+    watched.tell(PrinterEvent::Kind::arrived);
+    watched.tell(PrinterEvent::Kind::status, kLoaderStatus);
+    CHECK_FALSE(watched.state().isWaitingUntilReady());
+}
+
+TEST_CASE("a table begins with none of its bytes written, whatever the frame before it came to") {
+    Watched watched;
+    watched.upToTables();
+    watched.tell(PrinterEvent::Kind::colorTable, "t", 1);
+    PrinterEvent bytes;
+    bytes.kind = PrinterEvent::Kind::writeProgress;
+    bytes.key = "key";
+    bytes.bytesDone = bytes.bytesTotal = 5000;
+    watched.monitor.printerEvent(bytes);
+    CHECK(watched.state().bytesDone == 5000);
+    watched.tell(PrinterEvent::Kind::colorTable, "t", 2);
+    CHECK(watched.state().bytesDone == 0);
+    CHECK(watched.state().bytesTotal == 0);
+}
+
+TEST_CASE("files that are damaged while the printer is in its loader are named, and where the printer is") {
+    Watched watched;
+    watched.command(kCommandEnterLoader);
+    watched.tell(PrinterEvent::Kind::departed);
+    watched.tell(PrinterEvent::Kind::arrived);
+    watched.tell(PrinterEvent::Kind::archiveRefused);
+    CHECK(watched.state().isStuck());
+    CHECK(adviceForStall(watched.state())
+              .starts_with(
+                  "The firmware files are damaged. The printer is in firmware update mode: leave it switched on"));
 }
 
 TEST_CASE("a printer that nobody follows changes nothing") {
