@@ -14,6 +14,8 @@
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
+#include <QScrollBar>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <array>
 
@@ -102,8 +104,22 @@ void LogWindow::addText(const QString& text) {
         _levelOfLast = levelOf(line, _levelOfLast);
         _lines.push_back({_levelOfLast, line});
         if (_lines.size() > kMostLines) _lines.pop_front();
-        if (isShown(_lines.back())) _view->appendPlainText(line);
+        if (!isShown(_lines.back())) continue;
+        const bool isFirst = _view->document()->isEmpty();
+        _view->appendPlainText(line);
+        // The view follows its cursor sideways, too: at the end of a long line it would hide where lines begin.
+        if (isFirst) _view->moveCursor(QTextCursor::Start);
     }
+}
+
+// What was logged before it was opened has not been laid out until now.
+void LogWindow::showEvent(QShowEvent* event) {
+    QDialog::showEvent(event);
+    QTimer::singleShot(0, this, &LogWindow::showEnd);
+}
+
+void LogWindow::showEnd() {
+    _view->verticalScrollBar()->setValue(_view->verticalScrollBar()->maximum());
 }
 
 bool LogWindow::isShown(const Line& line) const {
@@ -117,7 +133,7 @@ void LogWindow::showAll() {
         if (isShown(line)) shown << line.text;
     }
     _view->setPlainText(shown.join('\n'));
-    _view->moveCursor(QTextCursor::End);
+    showEnd();
 }
 
 void LogWindow::copyAll() {

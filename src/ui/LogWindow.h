@@ -23,6 +23,9 @@ class LogWindow final : public QDialog {
     explicit LogWindow(MainQueue& mainQueue);
     ~LogWindow() override;
 
+  protected:
+    void showEvent(QShowEvent* event) override;
+
   private:
     struct Line {
         int level;
@@ -32,6 +35,7 @@ class LogWindow final : public QDialog {
     void addText(const QString& text);
     bool isShown(const Line& line) const;
     void showAll();
+    void showEnd();
     void copyAll();
 
     std::uint32_t _observer = 0;

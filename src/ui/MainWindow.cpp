@@ -122,7 +122,7 @@ void MainWindow::layOutWindow() {
 void MainWindow::layOutColumns() {
     QHeaderView& header = *_ui->table->horizontalHeader();
     if (header.restoreState(rememberedState(_session.defaults, kColumnsKey))) return;
-    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 125, 120, 130};
+    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 160, 120, 130};
     for (int column = 0; column < PrinterTableModel::columns; ++column) {
         header.resizeSection(column,
                              std::max(kWidths[static_cast<std::size_t>(column)], header.sectionSizeHint(column)));

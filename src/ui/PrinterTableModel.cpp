@@ -34,10 +34,11 @@ constexpr TableFact kTables[] = {
 QString colorTableText(const TBUSBPrinterZUL& printer) {
     QStringList parts;
     for (const TableFact& table : kTables) {
-        if (const auto version = printer.fact(table.key)) parts << QString("%1: %2").arg(table.name, qtext(*version));
+        const auto version = printer.fact(table.key);
+        if (version) parts << QString("%1:\u00A0%2").arg(table.name, qtext(*version)); // lines break between tables
     }
     // A model with one table has nothing to tell apart.
-    return parts.size() == 1 ? parts.first().section(": ", 1) : parts.join(", ");
+    return parts.size() == 1 ? parts.first().section(u':', 1).mid(1) : parts.join(", ");
 }
 
 PrinterTableModel::PrinterTableModel(MainQueue& mainQueue, QObject* parent)

@@ -34,7 +34,7 @@ constexpr std::array<Step, 7> kStepList = {{
     {operatorText("Checking"), UpdatePhase::checking},
     {operatorText("Entering the loader"), UpdatePhase::enteringLoader},
     {operatorText("Restarting"), UpdatePhase::loaderGone},
-    {operatorText("Writing the firmware"), UpdatePhase::writing},
+    {operatorText("Writing firmware"), UpdatePhase::writing},
     {operatorText("Restarting"), UpdatePhase::restarting},
     {operatorText("Writing color tables"), UpdatePhase::colorTables},
     {operatorText("Done"), UpdatePhase::done},

@@ -17,6 +17,7 @@
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QTest>
 #include <doctest/doctest.h>
 #include <fcntl.h>
@@ -272,6 +273,25 @@ TEST_CASE("a report that is named in the dialog is saved as two files, and repla
     save("no such folder/report.txt");
     CHECK(stage.waitForAlert("The report could not be saved.").message.contains("Choose a folder"));
     stage.answer("OK");
+}
+
+TEST_CASE("the log shows its last lines from their beginning, however long they are") {
+    Stage stage({.printers = {}});
+    HOLVEN_Log::setLogFile((stage.folder() / "log.txt").string());
+    for (int line = 0; line < 100; ++line) HOLVEN_Log::logLevel(0, std::string(400, 'x'));
+    HOLVEN_Log::logLevel(0, "the last");
+    stage.settle();
+    stage.triggerMenu("Window", "Log");
+    stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
+    const auto& lines = stage.findA<QPlainTextEdit>("Lines of the log");
+    const auto isAtTheEnd = [&] { return lines.verticalScrollBar()->value() == lines.verticalScrollBar()->maximum(); };
+    stage.waitFor("the lines", [&] { return lines.toPlainText().endsWith("the last"); });
+    CHECK(lines.horizontalScrollBar()->value() == 0);
+    stage.waitFor("the end", isAtTheEnd);
+    stage.findA<QLineEdit>("Search the log").setText("x");
+    CHECK(lines.horizontalScrollBar()->value() == 0);
+    CHECK(isAtTheEnd());
+    HOLVEN_Log::reset();
 }
 
 TEST_CASE("the keys that end the program do so in the log window, too") {

@@ -322,7 +322,7 @@ TEST_CASE("a failed update marks the step that failed, and calls none behind it 
     const QString text = stage.visibleText();
     CHECK(text.contains("✗ The update is not complete: only 1 of 2 color tables were sent"));
     CHECK(text.contains("⚠ Leave the printer switched on and start the update again."));
-    CHECK(text.contains("✓ Writing the firmware"));
+    CHECK(text.contains("✓ Writing firmware"));
     CHECK(text.contains("✗ Color table 2 of 2"));
     CHECK(text.contains("○ Done"));
     CHECK(stage.find("Color table 2 of 2: not done") != nullptr);

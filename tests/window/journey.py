@@ -15,7 +15,7 @@ OLD, NEW = "VK14 01.60", "VK14 01.61"
 AGREEMENT = "Attention:"
 CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
 REPORT = "Firmware update was successful!"
-STEPS = ["Checking", "Entering the loader", "Restarting", "Writing the firmware", "Restarting", "Color table", "Done"]
+STEPS = ["Checking", "Entering the loader", "Restarting", "Writing firmware", "Restarting", "Color table", "Done"]
 
 
 def expect_equal(got, wanted, what):
