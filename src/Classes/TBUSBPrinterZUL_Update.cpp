@@ -147,10 +147,10 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
 // ---- second half ----------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::showDamagedFileAlert() {
-    tellArchiveRefused();
     showAlertWithTitle(localized("There was a problem with the firmware file!"),
                        localized("This application may be damaged. Please download a new copy."),
                        std::vector<std::string>{localized("OK")}, {});
+    tellArchiveRefused(); // behind the alert: who watches may give the update up at once
 }
 
 void TBUSBPrinterZUL::uploadFirmware() {

@@ -20,7 +20,9 @@ bool UpdateState::hasSucceeded() const {
 bool UpdateState::isWaitingUntilReady() const {
     const bool isAsked =
         phase == UpdatePhase::checking || phase == UpdatePhase::restarted || phase == UpdatePhase::colorTables;
-    return isAsked && !isRefused && !rawStatus.empty() && rawStatus != kReadyStatus && rawStatus != kLoaderStatus;
+    // The engine compares what is shown, too: several codes read "Idle".
+    return isAsked && !isRefused && !isAnswerMissing && !rawStatus.empty() && rawStatus != kLoaderStatus &&
+           textForStatus(rawStatus) != textForStatus(kReadyStatus);
 }
 
 UpdateShortfall UpdateState::shortfall() const {
@@ -91,7 +93,24 @@ void UpdateMonitor::enter(UpdateState& state, UpdatePhase phase) {
     state.phaseBegun = _clock.now();
 }
 
-// False for what tells nothing about the printer.
+// A question that is sent says nothing about the printer: one that is mute is asked again and again. Its answer does,
+// and so does what brings the end nearer.
+bool UpdateMonitor::isSignOfLife(const PrinterEvent& event) {
+    switch (event.kind) {
+    case PrinterEvent::Kind::writeProgress:
+        return event.bytesTotal > kLongestQuestion;
+    case PrinterEvent::Kind::commandSent:
+        return event.code == kIOReturnSuccess &&
+               (event.command == kCommandEnterLoader || event.payloadLength > kLongestQuestion);
+    case PrinterEvent::Kind::status:
+    case PrinterEvent::Kind::firmwareVersion:
+        return event.text.has_value(); // nothing came of the question
+    default:
+        return true;
+    }
+}
+
+// False for what tells nothing about the update.
 bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
     using Kind = PrinterEvent::Kind;
     switch (event.kind) {
@@ -146,7 +165,7 @@ bool UpdateMonitor::apply(UpdateState& state, const PrinterEvent& event) {
         state.anyTable = event.value != 0;
         break;
     }
-    state.lastSign = _clock.now();
+    if (isSignOfLife(event)) state.lastSign = _clock.now();
     return true;
 }
 

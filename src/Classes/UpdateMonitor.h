@@ -38,7 +38,7 @@ struct UpdateState {
     UpdatePhase phase = UpdatePhase::checking;
     Clock::TimePoint begun;        // the update
     Clock::TimePoint phaseBegun;   // this phase
-    Clock::TimePoint lastSign;     // last byte, answer or bus event
+    Clock::TimePoint lastSign;     // last byte of the image or table, answer or bus event
     Clock::TimePoint lastProgress; // last byte of the image or table, or change of phase: what brings the end nearer
     std::uint32_t bytesDone = 0;   // of the frame that is being written
     std::uint32_t bytesTotal = 0;
@@ -90,6 +90,7 @@ class UpdateMonitor final : public PrinterEventsOutlet {
     void printerEvent(const PrinterEvent& event) override;
 
   private:
+    static bool isSignOfLife(const PrinterEvent& event);
     bool apply(UpdateState& state, const PrinterEvent& event);
     void applyBytes(UpdateState& state, const PrinterEvent& event);
     void beginImage(UpdateState& state);

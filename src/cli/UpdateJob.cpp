@@ -1,5 +1,6 @@
 #include "cli/UpdateJob.h"
 
+#include "Classes/StatusTexts.h"
 #include "Classes/UpdateWords.h"
 #include "platform/foundation/Format.h"
 
@@ -18,6 +19,17 @@ constexpr std::size_t kSecond = 1;
 
 bool startsWith(const std::string& text, const char* start) {
     return text.rfind(start, 0) == 0;
+}
+
+// Nobody watches the printer any more when the program ends: what would go on by itself has to be started again.
+std::string adviceAfterGivingUp(const UpdateState& state) {
+    if (state.isWaitingUntilReady()) {
+        return "The printer reports: " + textForStatus(state.rawStatus) +
+               ". Leave it switched on, put that right and start the update again.";
+    }
+    if (state.isStuck() || !state.isDelicate()) return adviceForStall(state);
+    return "Leave the printer switched on and check the USB cable. If it stays away or does not answer, switch it off "
+           "and on. Then start the update again.";
 }
 
 } // namespace
@@ -230,7 +242,7 @@ void UpdateJob::check() {
                       "stalled");
     }
     if (now - state->lastProgress >= seconds(_program.options.giveUp)) {
-        end(kNotBack, describeState(*state, now) + ". " + adviceForStall(*state));
+        end(kNotBack, describeState(*state, now) + ". " + adviceAfterGivingUp(*state));
     }
 }
 

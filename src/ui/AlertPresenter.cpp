@@ -23,7 +23,9 @@ namespace {
 constexpr int kPictureSize = 64;
 constexpr int kTextWidth = 50; // in letters: lines that read well
 constexpr int kTitleMargin = 5;
-constexpr int kShareOfScreen = 45; // per cent of its width: titles wrap beyond; the toolkit's boxes are not much wider
+// Titles wrap beyond the smaller of both: the toolkit lets its boxes grow to 1000 pixels, and to less on small screens.
+constexpr int kShareOfScreen = 45; // per cent of its width
+constexpr int kWidestTitle = 800;  // pixels
 
 // A box without the desktop's frame, as every alert is answered by one of its buttons and desktops put a close box into
 // frames even where they are asked not to. Its own title says which printer it is about: several may be at work.
@@ -98,7 +100,7 @@ bool AlertPresenter::eventFilter(QObject* object, QEvent* event) {
     }
     const bool isOtherLook = event->type() == QEvent::PaletteChange || event->type() == QEvent::ScreenChangeInternal;
     if (isOtherLook) {
-        for (const Standing& one : _standing) showPicture(*one.box, one.alert);
+        for (const Standing& one : _standing) showLook(*one.box, one.alert);
     }
     return false;
 }
@@ -173,7 +175,7 @@ QString breakable(QString text) {
 // may.
 void styleTexts(QMessageBox& box) {
     const int width = box.fontMetrics().averageCharWidth() * kTextWidth;
-    const int widest = box.screen()->availableGeometry().width() * kShareOfScreen / 100;
+    const int widest = std::min(box.screen()->availableGeometry().width() * kShareOfScreen / 100, kWidestTitle);
     for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
         auto* const label = box.findChild<QLabel*>(name);
         if (label == nullptr) continue;
@@ -204,15 +206,30 @@ QMessageBox* AlertPresenter::makeBox(const AlertDescription& alert) {
     box->setText(qtext(alert.messageText));
     box->setInformativeText(qtext(alert.informativeText));
     styleTexts(*box);
-    showPicture(*box, alert);
     // An alert shadows the window's own keys; the end of the program is nobody's to refuse.
     connect(new QShortcut(QKeySequence("Ctrl+Q"), box), &QShortcut::activated, this, &AlertPresenter::quitAsked);
     addButtons(*box, alert);
     if (alert.accessory) addCheckBox(*box, alert);
+    showLook(*box, alert);
     return box;
 }
 
-void AlertPresenter::showPicture(QMessageBox& box, const AlertDescription& alert) {
+namespace {
+
+// Styles make the outline of a check box of the window's colour, a little darker: faint on a light window, and not to
+// be seen on a dark one.
+QPalette paletteForBox(QPalette palette) {
+    constexpr int kStronger = 160; // per cent
+    palette.setColor(QPalette::Window, isDark(palette) ? palette.color(QPalette::WindowText)
+                                                       : palette.color(QPalette::Window).darker(kStronger));
+    return palette;
+}
+
+} // namespace
+
+// What depends on the desktop's colours and on the screen.
+void AlertPresenter::showLook(QMessageBox& box, const AlertDescription& alert) {
+    if (box.checkBox() != nullptr) box.checkBox()->setPalette(paletteForBox(_window->palette()));
     const QIcon picture = pictureNamed(qtext(alert.iconName), _window->palette());
     const qreal ratio = _window->devicePixelRatioF();
     if (picture.isNull()) {
@@ -241,23 +258,9 @@ void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert)
     alert.layout(*layout);
 }
 
-namespace {
-
-// Styles make the outline of a check box of the window's colour, a little darker: faint on a light window, and not to
-// be seen on a dark one.
-QPalette paletteForBox(QPalette palette) {
-    constexpr int kStronger = 160; // per cent
-    palette.setColor(QPalette::Window, isDark(palette) ? palette.color(QPalette::WindowText)
-                                                       : palette.color(QPalette::Window).darker(kStronger));
-    return palette;
-}
-
-} // namespace
-
 void AlertPresenter::addCheckBox(QMessageBox& box, const AlertDescription& alert) {
     auto* const check = new QCheckBox(qtext(alert.accessory->title));
     check->setAccessibleName(qtext(alert.accessory->title));
-    check->setPalette(paletteForBox(_window->palette()));
     check->setChecked(alert.accessory->state == 1);
     box.setCheckBox(check);
     connect(check, &QCheckBox::toggled, &box, [accessory = alert.accessory](bool isChecked) {

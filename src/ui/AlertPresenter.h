@@ -50,7 +50,7 @@ class AlertPresenter final : public QObject, public AlertOutlet {
     };
     void showNext();
     QMessageBox* makeBox(const AlertDescription& alert);
-    void showPicture(QMessageBox& box, const AlertDescription& alert);
+    void showLook(QMessageBox& box, const AlertDescription& alert);
     void addButtons(QMessageBox& box, const AlertDescription& alert);
     void addCheckBox(QMessageBox& box, const AlertDescription& alert);
     void show(AlertDescription alert);

@@ -4,7 +4,6 @@
 #include "ui/Texts.h"
 
 #include <QScrollBar>
-#include <QTextCursor>
 #include <algorithm>
 
 namespace zul::ui {
@@ -115,17 +114,29 @@ void DetailsPane::show(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
     _printer = printer;
     const int place = verticalScrollBar()->value();
     const QTextCursor marked = textCursor();
+    const QString text = marked.selectedText();
     const int from = marked.anchor();
     const int to = marked.position();
+    const int length = document()->characterCount();
     setHtml(html);
     if (!isSamePrinter) return;
-    // A fact has changed: what the operator has marked stays marked, and in sight.
-    const int end = document()->characterCount() - 1;
-    QTextCursor again(document());
-    again.setPosition(std::min(from, end));
-    again.setPosition(std::min(to, end), QTextCursor::KeepAnchor);
-    setTextCursor(again);
+    // A fact has changed. What the operator has marked stays marked where it is still the same: in its place, or moved
+    // by a change above it.
+    for (const int moved : {0, document()->characterCount() - length}) {
+        if (const QTextCursor again = cursorBetween(from + moved, to + moved); again.selectedText() == text) {
+            setTextCursor(again);
+            break;
+        }
+    }
     verticalScrollBar()->setValue(place);
+}
+
+QTextCursor DetailsPane::cursorBetween(int anchor, int position) const {
+    const int end = document()->characterCount() - 1;
+    QTextCursor cursor(document());
+    cursor.setPosition(std::clamp(anchor, 0, end));
+    cursor.setPosition(std::clamp(position, 0, end), QTextCursor::KeepAnchor);
+    return cursor;
 }
 
 } // namespace zul::ui

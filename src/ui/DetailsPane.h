@@ -3,6 +3,7 @@
 
 #include "Classes/TBUSBPrinterZUL.h"
 
+#include <QTextCursor>
 #include <QTextEdit>
 #include <memory>
 #include <utility>
@@ -22,6 +23,8 @@ class DetailsPane final : public QTextEdit {
     void show(const std::shared_ptr<TBUSBPrinterZUL>& printer);
 
   private:
+    QTextCursor cursorBetween(int anchor, int position) const;
+
     QString _shown;
     std::weak_ptr<TBUSBPrinterZUL> _printer; // whose facts are shown
 };

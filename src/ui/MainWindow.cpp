@@ -81,8 +81,7 @@ void MainWindow::begin() {
     layOutWindow();
     _alerts.setWindow(this, _session.mainQueue);
     _ui->updates->follow(_follower);
-    // Later: once it is laid out.
-    connect(_ui->updates, &UpdatePanel::roomNeeded, this, &MainWindow::makeRoomForUpdates, Qt::QueuedConnection);
+    connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::makeRoomForUpdates);
     _controller.bindTo(_session.mainQueue, _session.controller);
     _version->setText(qtext(_session.defaults.stringForKey("prefDisplayVersionString")));
     showIcons();
@@ -217,19 +216,16 @@ void MainWindow::showNotices() {
     _ui->notice->setVisible(!notices.isEmpty());
 }
 
-// As much as all updates need, as far as the details and then the table can do without.
+// As much as all updates need, as far as the table and the details can do without. By a least height, and not by new
+// sizes: when the updates have gone everything is as large again as the operator had made it.
 void MainWindow::makeRoomForUpdates() {
-    QList<int> sizes = _ui->splitter->sizes();
-    const qsizetype panel = _ui->splitter->indexOf(_ui->updates);
-    int lacking = _ui->updates->wantedHeight() - sizes[panel];
-    for (qsizetype other = sizes.size() - 1; other >= 0 && lacking > 0; --other) {
-        if (other == panel) continue;
-        const int given = std::clamp(sizes[other] - kLeastHeight, 0, lacking);
-        sizes[other] -= given;
-        sizes[panel] += given;
-        lacking -= given;
-    }
-    _ui->splitter->setSizes(sizes);
+    const int most = _ui->splitter->height() - 2 * (kLeastHeight + _ui->splitter->handleWidth());
+    _ui->updates->setMinimumHeight(std::max(std::min(_ui->updates->wantedHeight(), most), kLeastHeight));
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    makeRoomForUpdates();
 }
 
 void MainWindow::updatesChanged() {

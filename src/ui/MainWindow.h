@@ -51,6 +51,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
     bool event(QEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
   private:
     void connectActions();

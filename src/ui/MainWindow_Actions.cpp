@@ -22,7 +22,9 @@ namespace {
 // A report is two files; either may be named.
 QString baseOf(QString file) {
     for (const char* suffix : {".txt", ".json"}) {
-        if (file.endsWith(suffix)) file.chop(static_cast<qsizetype>(qstrlen(suffix)));
+        if (!file.endsWith(suffix)) continue;
+        file.chop(static_cast<qsizetype>(qstrlen(suffix)));
+        break;
     }
     return file;
 }

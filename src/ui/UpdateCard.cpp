@@ -95,6 +95,9 @@ UpdateCard::UpdateCard(QWidget* parent) : QFrame(parent) {
     _versions = makeLabel(this, operatorText("Firmware"));
     _bar = new QProgressBar(this);
     _bar->setRange(0, kBarSteps);
+    QSizePolicy room = _bar->sizePolicy();
+    room.setRetainSizeWhenHidden(true); // what is below stays in its place
+    _bar->setSizePolicy(room);
     _bar->setAccessibleName(localized(operatorText("Progress of the update")));
     _stateLine = makeLabel(this, operatorText("State of the update"));
     _times = makeLabel(this, operatorText("Times of the update"));
@@ -190,23 +193,25 @@ void UpdateCard::showSteps(const FollowedUpdate& update) {
     }
 }
 
-// Bytes while there are any to count; a bar that only moves while the printer restarts, as nobody knows for how long.
+// The bytes of the image or the table while they are written, and nothing that would look like them in between: how
+// long a restart takes nobody knows.
 void UpdateCard::showProgress(const FollowedUpdate& update) {
     const auto& state = update.state;
-    const bool isWriting = state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables;
-    const bool isMoving = update.end == End::none && state.phase != UpdatePhase::checking && !isWriting;
-    _bar->setRange(0, isMoving && !update.isStalled ? 0 : kBarSteps);
-    _bar->setValue(0);
-    _bar->setFormat({});
+    const bool isWriting =
+        update.end == End::none && (state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables);
+    int value = 0;
+    QString format;
     if (update.end == End::succeeded) {
-        _bar->setValue(kBarSteps);
-        _bar->setFormat("%p %");
+        value = kBarSteps;
+        format = "%p %";
     } else if (isWriting && state.bytesTotal > 0) {
-        _bar->setValue(static_cast<int>(1.0 * kBarSteps * state.bytesDone / state.bytesTotal));
-        _bar->setFormat(qtext(localizedFormat("%s of %s", kilobytes(state.bytesDone).toStdString(),
-                                              kilobytes(state.bytesTotal).toStdString())));
+        value = static_cast<int>(1.0 * kBarSteps * state.bytesDone / state.bytesTotal);
+        format = qtext(localizedFormat("%s of %s", kilobytes(state.bytesDone).toStdString(),
+                                       kilobytes(state.bytesTotal).toStdString()));
     }
-    _bar->setVisible(update.end == End::none || update.end == End::succeeded);
+    _bar->setFormat(format);
+    _bar->setValue(value); // once: each value is painted, and told to screen readers, at once
+    _bar->setVisible(isWriting || update.end == End::succeeded);
 }
 
 void UpdateCard::showTimes(const FollowedUpdate& update, Clock::TimePoint now) {

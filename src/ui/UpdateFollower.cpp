@@ -86,10 +86,10 @@ void UpdateFollower::heardOf(const std::string& key) {
     const auto found = _updates.find(key);
     if (found == _updates.end()) return;
     const auto state = _session.monitor.state(key);
-    if (found->second.isPutAway && state && state->lastProgress > found->second.putAwayAt) {
-        found->second.isPutAway = false;
-    }
-    if (!found->second.isPutAway) _timer.start();
+    const bool isNews = state && (state->lastProgress > found->second.putAwayAt ||
+                                  (state->isStuck() && !found->second.wasStuck) || state->isFinished);
+    if (isNews) found->second.isPutAway = false;
+    _timer.start();
     refresh(key);
 }
 
@@ -113,7 +113,7 @@ void UpdateFollower::refresh(const std::string& key) {
 void UpdateFollower::tick() {
     bool isAnyOpen = false;
     for (auto& [key, update] : _updates) {
-        if (update.end != FollowedUpdate::End::none || update.isPutAway) continue;
+        if (update.end != FollowedUpdate::End::none) continue; // one that is put away may stall yet
         isAnyOpen = true;
         refresh(key);
     }
@@ -148,6 +148,7 @@ void UpdateFollower::settle(const std::string& key, int rounds) {
         return;
     }
     if (found->second.state.isRefused) found->second.reason = qtext(adviceForStall(found->second.state));
+    found->second.isPutAway = false;
     found->second.end = FollowedUpdate::End::notStarted;
     found->second.endedAt = now();
     _session.monitor.endUpdate(key);
@@ -161,6 +162,7 @@ void UpdateFollower::dismiss(const std::string& key) {
         if (!found->second.mayBePutAway) return;
         found->second.isPutAway = true; // a printer that gets on after all is shown again
         found->second.putAwayAt = now();
+        found->second.wasStuck = found->second.state.isStuck();
     } else {
         _updates.erase(found);
     }

@@ -27,6 +27,7 @@ struct FollowedUpdate {
     bool mayBePutAway = false; // nothing has come nearer to the end for long
     bool isPutAway = false;    // and nobody waits for it any more, until it gets on
     Clock::TimePoint putAwayAt;
+    bool wasStuck = false; // when it was put away
     Clock::TimePoint endedAt;
     std::weak_ptr<TBUSBPrinterZUL> printer; // whose action it was; its alerts stay its own when it leaves
 };

@@ -31,6 +31,14 @@ int UpdatePanel::wantedHeight() const {
     return cards + 2 * frameWidth();
 }
 
+// The tab key goes from here to a card that comes at the end.
+QWidget* UpdatePanel::lastControl() {
+    for (int place = _cards->count() - 1; place >= 0; --place) {
+        if (auto* const card = qobject_cast<UpdateCard*>(_cards->itemAt(place)->widget())) return &card->closeButton();
+    }
+    return this;
+}
+
 void UpdatePanel::showUpdates() {
     const auto& updates = _follower->updates();
     for (auto card = _cardOfKey.begin(); card != _cardOfKey.end();) {
@@ -39,6 +47,8 @@ void UpdatePanel::showUpdates() {
             ++card;
             continue;
         }
+        _cards->removeWidget(card->second);
+        card->second->hide();
         card->second->deleteLater();
         card = _cardOfKey.erase(card);
     }
@@ -47,8 +57,7 @@ void UpdatePanel::showUpdates() {
         UpdateCard*& card = _cardOfKey[key];
         if (card == nullptr) {
             card = new UpdateCard(widget());
-            QWidget* const before = _lastCard ? &_lastCard->closeButton() : static_cast<QWidget*>(this);
-            _lastCard = card;
+            QWidget* const before = lastControl();
             _cards->insertWidget(_cards->count() - 1, card);
             setTabOrder(before, &card->closeButton()); // before the details, as it is seen
             // Later: the card must not be deleted while it handles its own click.
@@ -60,7 +69,7 @@ void UpdatePanel::showUpdates() {
     }
     setVisible(!_cardOfKey.empty());
     const int wanted = wantedHeight();
-    if (std::exchange(_wanted, wanted) < wanted && !_cardOfKey.empty()) Q_EMIT roomNeeded();
+    if (std::exchange(_wanted, wanted) != wanted) Q_EMIT roomChanged();
 }
 
 } // namespace zul::ui

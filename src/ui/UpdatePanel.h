@@ -3,7 +3,6 @@
 
 #include "ui/UpdateCard.h"
 
-#include <QPointer>
 #include <QScrollArea>
 #include <map>
 #include <string>
@@ -23,16 +22,16 @@ class UpdatePanel final : public QScrollArea {
     int wantedHeight() const;
 
   Q_SIGNALS:
-    /// There is more to be seen than before: another update, or what to do about one.
-    void roomNeeded();
+    /// There is more to be seen than before, or less: another update, or what to do about one.
+    void roomChanged();
 
   private:
+    QWidget* lastControl();
     void showUpdates();
 
     UpdateFollower* _follower = nullptr;
     QVBoxLayout* _cards;
     std::map<std::string, UpdateCard*> _cardOfKey;
-    QPointer<UpdateCard> _lastCard;
     int _wanted = 0;
 };
 

@@ -12,3 +12,11 @@ def _(lab):
         journal = gadget.journal.read_text()
         order = [journal.find(command) for command in ("FLASH_REWRITE", "FLASH_PROGRAM", "TBL_WTCTRLD_UPDATE_CW")]
         expect(-1 not in order and order == sorted(order), f"loader, image and tables in their order: {order}")
+
+
+@case("the window says that the samples are not for a printer on the bus, and sends nothing")
+def _(lab):
+    with lab.gadget() as gadget:
+        result = lab.run(lab.on_display, "/usr/bin/python3", lab.journey, "--with-samples", lab.window, timeout=240)
+        expect_equal(result.returncode, 0, "exit status")
+        expect("FW_UPD" not in gadget.journal.read_text(), "nothing was sent")

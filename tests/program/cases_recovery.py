@@ -208,9 +208,12 @@ def _(bench):
             with open(os.path.join(folder, IMAGE), "a", encoding="ascii") as file:
                 file.write("!")
             break
-    last = json.loads(process.stdout.read().splitlines()[-1])
+    events = [json.loads(line) for line in process.stdout.read().splitlines()]
+    last = events[-1]
     expect_equal(process.wait(), 7, str(last))
     expect("The printer is in firmware update mode" in last["message"], str(last))
+    alerts = [event for event in events if event["event"] == "alert"]
+    expect("There was a problem with the firmware file!" in str(alerts), str(events))
 
 
 @case("an archive that is damaged before the tables exits with 7 and names the files")

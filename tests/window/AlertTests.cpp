@@ -375,6 +375,8 @@ TEST_CASE("an alert shows its printer's picture, with a warning sign where it is
     CHECK(shown.box->iconPixmap().toImage() ==
           ui::warningPicture(picture(), 64, stage.window().devicePixelRatioF()).toImage());
     useColors(true);
+    stage.waitFor("the dark box",
+                  [&] { return shown.box->checkBox()->palette().color(QPalette::Window).lightness() > 200; });
     stage.waitFor("the dark picture", [&] {
         return shown.box->iconPixmap().toImage() ==
                ui::warningPicture(picture(), 64, stage.window().devicePixelRatioF()).toImage();

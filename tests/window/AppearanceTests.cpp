@@ -102,12 +102,14 @@ TEST_CASE("whatever has the focus shows it, in light and in dark") {
         const auto checkRound = [&](int controls) {
             QSet<QWidget*> seen;
             for (QWidget* focus = QApplication::focusWidget(); !seen.contains(focus);) {
+                REQUIRE(focus != nullptr);
                 seen.insert(focus);
                 const QImage with = look(*focus);
                 stage.press(Qt::Key_Tab);
                 const std::string name =
                     std::string(focus->metaObject()->className()) + " " + focus->objectName().toStdString();
                 CHECK_MESSAGE(look(*focus) != with, name);
+                stage.waitFor("a focus", [] { return QApplication::focusWidget() != nullptr; });
                 focus = QApplication::focusWidget();
             }
             CHECK(seen.size() >= controls);
@@ -118,6 +120,12 @@ TEST_CASE("whatever has the focus shows it, in light and in dark") {
         stage.waitForAlert("Attention:");
         stage.click("I Agree");
         checkRound(3);
+        stage.answer("Continue");
+        stage.waitFor("the confirmation", [&] { return stage.alert() && stage.alert()->title != "Attention:"; });
+        stage.answer("Cancel");
+        stage.waitFor("the result", [&] { return stage.find("Close this report") != nullptr; });
+        stage.window().findChild<QWidget*>("updates")->setFocus(Qt::TabFocusReason);
+        checkRound(4); // the updates, the report's own button, the details and the table
     }
 }
 

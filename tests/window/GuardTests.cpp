@@ -270,6 +270,9 @@ TEST_CASE("a report that is named in the dialog is saved as two files, and repla
     stage.waitForAlert(QString::fromStdString((stage.folder() / "notes.txt").string()) + " exists already.");
     stage.answer("Cancel");
     CHECK(TemporaryFolder::read(stage.folder() / "notes.txt") == "precious");
+    save("two.json.txt"); // one suffix is the file's kind, the other belongs to its name
+    CHECK(std::filesystem::exists(stage.folder() / "two.json.txt"));
+    CHECK(std::filesystem::exists(stage.folder() / "two.json.json"));
     save("no such folder/report.txt");
     CHECK(stage.waitForAlert("The report could not be saved.").message.contains("Choose a folder"));
     stage.answer("OK");

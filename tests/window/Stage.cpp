@@ -246,7 +246,8 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     shown.box->activateWindow();
     REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
     waitForButtons(*shown.box);
-    CHECK(window().screen()->availableGeometry().contains(shown.box->frameGeometry()));
+    waitFor("the alert on the screen",
+            [&] { return window().screen()->availableGeometry().contains(shown.box->frameGeometry()); });
     for (const QLabel* label : shown.box->findChildren<QLabel*>()) {
         if (label->text().isEmpty()) continue;
         CHECK_MESSAGE(shown.box->rect().contains(QRect(label->mapTo(shown.box, QPoint()), label->size())),

@@ -11,6 +11,7 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScrollArea>
+#include <QTextEdit>
 #include <doctest/doctest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -131,6 +132,7 @@ TEST_CASE("the window follows an update through its steps and both restarts") {
         furthest = ui::shareDone(update.state);
         if (update.state.phase == UpdatePhase::writing && update.state.bytesDone > 0 && !hasSeenBytes) {
             const auto* bar = stage.window().findChild<QProgressBar*>();
+            CHECK(bar->isVisible());
             hasSeenBytes = bar->text().contains(" of ");
             wasDisabled = !updateAction(stage).isEnabled();
             if (hasSeenBytes) stage.screenshot("update-under-way");
@@ -161,9 +163,11 @@ TEST_CASE("two printers are updated at the same time, each with a report of its 
     }
     for (int report = 0; report < 2; ++report) {
         stage.waitForAlert(kSuccessTitle);
-        for (const auto* card : stage.window().findChildren<ui::UpdateCard*>()) {
-            CHECK(card->visibleRegion().boundingRect().height() == card->height()); // both are in sight
-        }
+        stage.waitFor("both cards in sight", [&] {
+            return std::ranges::all_of(stage.window().findChildren<ui::UpdateCard*>(), [](const auto* card) {
+                return card->visibleRegion().boundingRect().height() == card->height();
+            });
+        });
         stage.screenshot("two-reports");
         stage.answer("Finish");
     }
@@ -195,6 +199,7 @@ TEST_CASE("a cancelled update says that nothing was changed") {
 TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
     stage.waitForFacts();
+    const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
     stage.window().follower().setPatience(milliseconds(700));
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
@@ -208,6 +213,10 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     stage.answer("Finish");
     CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
     CHECK_FALSE(onlyUpdate(stage).isStalled);
+    stage.click("Close this report");
+    stage.waitFor("the report to go", [&] { return stage.window().follower().updates().empty(); });
+    stage.waitFor("the details as large as before",
+                  [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
 }
 
 TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is shown again when it returns") {
@@ -266,9 +275,8 @@ TEST_CASE("an image that does not go through is not called a success, and a seco
 
 TEST_CASE("a printer that answers but is not ready gets advice and can be put away until it gets on") {
     SUBCASE("after its restart") {
-        Stage stage({.printers = {quick("VK14", "after-update=01000")}});
+        Stage stage({.printers = {quick("VK14", "after-update=01000")}, .speed = 20});
         stage.waitForFacts();
-        stage.window().follower().setPatience(milliseconds(700));
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] {
@@ -276,27 +284,61 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
         });
         CHECK(stage.visibleText().contains("Back, waiting until it is idle (Cover Open) since"));
         CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
+        CHECK(stage.window().inhibitor().isWanted());
         stage.screenshot("waiting");
-        stage.click("Close this report");
+        stage.click("Close this report"); // once it may be closed
         stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
         CHECK_FALSE(stage.window().inhibitor().isWanted());
-        const auto heard = stage.program().session().monitor.state(stage.printers()[0]->keyUSBdevice())->lastSign;
-        stage.waitFor("another answer", [&] {
-            return stage.program().session().monitor.state(stage.printers()[0]->keyUSBdevice())->lastSign > heard;
-        });
+        const auto lastSign = [&] { return onlyUpdate(stage).state.lastSign; };
+        const auto heard = lastSign();
+        stage.waitFor("another answer", [&] { return lastSign() > heard; });
         stage.settle();
         CHECK(stage.find("Close this report") == nullptr); // the same answer once more is no news
     }
-    SUBCASE("before its first") {
-        Stage stage({.printers = {quick("VK14", "status=00000:00000:01000")}});
+    SUBCASE("before its first restart") {
+        Stage stage({.printers = {quick("VK14", "status=00000:00000:01000")}, .speed = 20});
         stage.waitForFacts();
-        stage.window().follower().setPatience(milliseconds(700));
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer reports: Cover Open."); });
         CHECK(stage.visibleText().contains("Checking (Cover Open) since"));
         CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
     }
+    SUBCASE("and is shown again when it refuses to restart") {
+        std::string statuses = "00000:00000";
+        for (int answer = 0; answer < 40; ++answer) statuses += ":01000"; // two of them a second
+        Stage stage(
+            {.printers = {quick("VK14", "status=" + statuses + ":00000,fault=stall@FLASH_REWRITE")}, .speed = 4});
+        stage.waitForFacts();
+        auto& follower = stage.window().follower();
+        follower.setPatience(std::chrono::seconds(3));
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
+        follower.dismiss(onlyUpdate(stage).state.key);
+        CHECK(onlyUpdate(stage).isPutAway);
+        stage.waitFor("the card again",
+                      [&] { return stage.visibleText().contains("The printer did not take the command to restart."); });
+    }
+}
+
+TEST_CASE("a printer that is put away and falls silent may be updated again") {
+    std::string settings = "after-update=01000";
+    for (int question = 40; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
+    Stage stage({.printers = {quick("VK14", settings)}, .speed = 4});
+    stage.waitForFacts();
+    auto& follower = stage.window().follower();
+    follower.setPatience(std::chrono::seconds(4));
+    const std::string key = stage.printers()[0]->keyUSBdevice();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
+    CHECK_FALSE(onlyUpdate(stage).isStalled);
+    follower.dismiss(key);
+    CHECK(follower.reasonAgainst(key) == "This printer is being updated.");
+    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
+    CHECK(stage.find("Close this report") == nullptr);
+    CHECK(follower.reasonAgainst(key) == "");
 }
 
 TEST_CASE("a printer that refuses to restart is not called unchanged without saying why") {

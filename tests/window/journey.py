@@ -1,9 +1,11 @@
 #!/usr/bin/python3
 """An operator who cannot see and has no mouse brings the one attached VK14 from 01.60 to 01.61.
 
-    journey.py [--quit-in-the-middle] PROGRAM [ARGUMENT...]
+    journey.py [--quit-in-the-middle | --with-samples] PROGRAM [ARGUMENT...]
 
-With the option the program is ended while the printer restarts. The program is the real one, as a process of its own. Its exit status is 0 when the whole way went as it must.
+With the first option the program is ended while the printer restarts. With the second one nobody has named firmware files
+and the printer is a real one, so there is nothing to bring it up to date with. The program is the real one, as a process of
+its own. Its exit status is 0 when the whole way went as it must.
 """
 import sys
 
@@ -14,6 +16,7 @@ from screen import Screen  # noqa: E402  (after the switch above)
 OLD, NEW = "VK14 01.60", "VK14 01.61"
 AGREEMENT = "Attention:"
 CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
+SAMPLES = "The firmware files in use are samples for virtual printers."
 REPORT = "Firmware update was successful!"
 STEPS = ["Checking", "Entering the loader", "Restarting", "Writing firmware", "Restarting", "Color table", "Done"]
 
@@ -66,6 +69,15 @@ def quit_in_the_middle(screen):
     expect_equal(screen.wait_for_end(), 0, "exit status")
 
 
+def be_refused(screen):
+    screen.wait("the notice", lambda: any(name.startswith(SAMPLES) for name in screen.names("label")))
+    screen.press("ctrl+u")
+    expect_equal(screen.wait_for_alert(SAMPLES), ["OK"], "buttons of the refusal")
+    screen.answer(SAMPLES, "OK")
+    screen.press("ctrl+q")
+    expect_equal(screen.wait_for_end(), 0, "exit status")
+
+
 def watch(screen):
     """The steps that were told as the current one, by their places in STEPS, until the report is there."""
     steps = steps_of(screen)
@@ -86,8 +98,12 @@ def watch(screen):
 
 def main(command):
     quits = command[:1] == ["--quit-in-the-middle"]
-    with Screen(*command[quits:]) as screen:
+    has_samples = command[:1] == ["--with-samples"]
+    with Screen(*command[quits or has_samples:]) as screen:
         read_facts(screen, OLD, "0160")
+        if has_samples:
+            be_refused(screen)
+            return
         agree_and_confirm(screen)
         if quits:
             quit_in_the_middle(screen)

@@ -156,6 +156,35 @@ TEST_CASE("a loader that answers after the image is told apart from a printer th
     CHECK(update.state().isBackInLoader == false);
 }
 
+TEST_CASE("a printer that takes questions and never answers gives no sign of life") {
+    Watched update;
+    update.upToTables();
+    const auto before = update.state().lastSign;
+    for (int question = 0; question < 20; ++question) {
+        update.clock.sleepFor(5s);
+        update.command(kCommandStatus, kIOReturnSuccess, 0);
+        PrinterEvent bytes;
+        bytes.kind = PrinterEvent::Kind::writeProgress;
+        bytes.key = "key";
+        bytes.bytesDone = bytes.bytesTotal = 32;
+        update.monitor.printerEvent(bytes);
+        update.tell(PrinterEvent::Kind::replyMissing);
+        update.tell(PrinterEvent::Kind::status);
+    }
+    CHECK(update.state().lastSign == before);
+    CHECK(adviceForStall(update.state()).find("does not answer") != std::string::npos);
+}
+
+TEST_CASE("a printer that has stopped answering is not said to report its last status") {
+    Watched update;
+    update.upToTables();
+    update.tell(PrinterEvent::Kind::status, "01000");
+    CHECK(update.state().isWaitingUntilReady());
+    update.tell(PrinterEvent::Kind::replyMissing);
+    CHECK_FALSE(update.state().isWaitingUntilReady());
+    CHECK(adviceForStall(update.state()).find("does not answer") != std::string::npos);
+}
+
 TEST_CASE("a missing answer is no sign of life, and questions are no progress") {
     Watched update;
     update.upToTables();
@@ -195,6 +224,8 @@ TEST_CASE("a printer that is not ready after its restart is told with its troubl
 TEST_CASE("a printer that is asked whether it is ready and is not gets advice with its trouble") {
     Watched watched;
     watched.tell(PrinterEvent::Kind::status, "00000");
+    CHECK_FALSE(watched.state().isWaitingUntilReady());
+    watched.tell(PrinterEvent::Kind::status, "FU00002"); // reads "Idle", too
     CHECK_FALSE(watched.state().isWaitingUntilReady());
     watched.tell(PrinterEvent::Kind::status, "01000");
     CHECK(watched.state().isWaitingUntilReady());
