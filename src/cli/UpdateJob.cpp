@@ -206,7 +206,8 @@ void UpdateJob::acknowledge(const AlertDescription& alert, int status) {
     press(alert, kFirst);
     std::string message = "not updated: " + alert.informativeText;
     const auto state = _program.monitor.state(_key);
-    if (state && state->phase >= UpdatePhase::loaderGone) {
+    const bool isInLoader = _printer->printerStatus() == textForStatus(kLoaderStatus);
+    if (isInLoader || (state && state->phase >= UpdatePhase::loaderGone)) {
         message += " The printer is in firmware update mode: leave it switched on, mend the files and start the update "
                    "again.";
     }

@@ -15,6 +15,7 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QShowEvent>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <array>
@@ -115,7 +116,7 @@ void LogWindow::addText(const QString& text) {
 // What was logged before it was opened has not been laid out until now.
 void LogWindow::showEvent(QShowEvent* event) {
     QDialog::showEvent(event);
-    QTimer::singleShot(0, this, &LogWindow::showEnd);
+    if (!event->spontaneous()) QTimer::singleShot(0, this, &LogWindow::showEnd);
 }
 
 void LogWindow::showEnd() {

@@ -81,7 +81,10 @@ void MainWindow::begin() {
     layOutWindow();
     _alerts.setWindow(this, _session.mainQueue);
     _ui->updates->follow(_follower);
-    connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::makeRoomForUpdates);
+    connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::noteSizes);
+    // Later: once they are laid out.
+    connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::makeRoomForUpdates, Qt::QueuedConnection);
+    connect(_ui->splitter, &QSplitter::splitterMoved, this, [this] { _isSplitByHand = true; });
     _controller.bindTo(_session.mainQueue, _session.controller);
     _version->setText(qtext(_session.defaults.stringForKey("prefDisplayVersionString")));
     showIcons();
@@ -129,6 +132,7 @@ void MainWindow::layOutColumns() {
 }
 
 void MainWindow::rememberLayout() {
+    giveRoomBack();
     const auto remember = [this](const char* key, const QByteArray& state) {
         _session.defaults.setString(key, state.toBase64().toStdString());
     };
@@ -216,16 +220,49 @@ void MainWindow::showNotices() {
     _ui->notice->setVisible(!notices.isEmpty());
 }
 
-// As much as all updates need, as far as the table and the details can do without. By a least height, and not by new
-// sizes: when the updates have gone everything is as large again as the operator had made it.
-void MainWindow::makeRoomForUpdates() {
-    const int most = _ui->splitter->height() - 2 * (kLeastHeight + _ui->splitter->handleWidth());
-    _ui->updates->setMinimumHeight(std::max(std::min(_ui->updates->wantedHeight(), most), kLeastHeight));
+// Before the updates take their place: what the operator had made of the window.
+void MainWindow::noteSizes() {
+    if (_isSplitByHand || !_sizesBefore.isEmpty() || _ui->updates->isHidden()) return;
+    _sizesBefore = _ui->splitter->sizes();
+    for (int i = 0; i < _sizesBefore.size(); ++i) {
+        if (_sizesBefore[i] == 0 && _ui->splitter->widget(i) != _ui->updates) {
+            _sizesBefore[i] = _ui->splitter->widget(i)->height(); // hidden for now
+        }
+    }
 }
 
-void MainWindow::resizeEvent(QResizeEvent* event) {
-    QMainWindow::resizeEvent(event);
-    makeRoomForUpdates();
+// As much as all updates need, as far as the table and the details can do without; all of it is given back when they
+// have gone. Who has moved the splitter knows better.
+void MainWindow::makeRoomForUpdates() {
+    QList<int> sizes = _ui->splitter->sizes();
+    const qsizetype panel = _ui->splitter->indexOf(_ui->updates);
+    if (_ui->updates->isHidden()) {
+        giveRoomBack();
+        return;
+    }
+    const int lacking = _ui->updates->wantedHeight() - sizes[panel];
+    if (_isSplitByHand || lacking <= 0) return;
+    int spare = 0;
+    for (qsizetype i = 0; i < sizes.size(); ++i) {
+        if (i != panel) spare += std::max(sizes[i] - kLeastHeight, 0);
+    }
+    const int given = std::min(lacking, spare);
+    for (qsizetype i = 0; i < sizes.size() && spare > 0; ++i) {
+        if (i == panel) continue;
+        if (_ui->splitter->widget(static_cast<int>(i))->isHidden()) {
+            sizes[i] = _sizesBefore.value(i);
+        } else {
+            sizes[i] -= (given * std::max(sizes[i] - kLeastHeight, 0) + spare - 1) / spare;
+        }
+    }
+    sizes[panel] += given;
+    _ui->splitter->setSizes(sizes);
+}
+
+void MainWindow::giveRoomBack() {
+    if (!_sizesBefore.isEmpty() && !_isSplitByHand) _ui->splitter->setSizes(_sizesBefore);
+    _sizesBefore.clear();
+    _isSplitByHand = false;
 }
 
 void MainWindow::updatesChanged() {

@@ -51,7 +51,6 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
     bool event(QEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
 
   private:
     void connectActions();
@@ -66,8 +65,11 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void showActions();
     void showNotices();
     void updatesChanged();
+    void noteSizes();
     void makeRoomForUpdates();
+    void giveRoomBack();
     void updateFirmware();
+    void askBeforeSecondImage(const Session::Printer& printer);
     void resetCounter(char letter);
     void askForReport();
     void saveReportAs(const QString& file);
@@ -88,6 +90,8 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     SleepInhibitor _inhibitor;
     TaskbarProgress _taskbar;
     std::unique_ptr<LogWindow> _log;
+    QList<int> _sizesBefore; // of the splitter's parts, before updates took their place
+    bool _isSplitByHand = false;
     QLabel* _count = nullptr;
     QLabel* _version = nullptr;
 };

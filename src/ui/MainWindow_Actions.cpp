@@ -85,7 +85,28 @@ void MainWindow::updateFirmware() {
                  localized("Nothing was sent."));
         return;
     }
+    if (_follower.isRestartedAndMute(printer->keyUSBdevice())) {
+        askBeforeSecondImage(printer);
+        return;
+    }
     _follower.begin(printer);
+}
+
+void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
+    AlertDescription question;
+    question.messageText = localizedFormat("Start the update of %s again?", nameOf(*printer));
+    question.informativeText = _follower.adviceFor(printer->keyUSBdevice()) + "\n\n" +
+                               Bundle::localized("To start again now sends the firmware once more, which may damage a "
+                                                 "printer that is still at work.");
+    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Start Again")};
+    question.style = AlertStyle::critical;
+    question.iconName = printer->image().value_or("");
+    question.completion = [this, printer](int answer) {
+        if (answer == kAlertSecondButton && _follower.isRestartedAndMute(printer->keyUSBdevice())) {
+            _follower.begin(printer);
+        }
+    };
+    _alerts.beginAlert(std::move(question));
 }
 
 void MainWindow::resetCounter(char letter) {

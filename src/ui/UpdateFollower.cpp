@@ -55,6 +55,13 @@ UpdateFollower::UpdateFollower(Session& session, AlertPresenter& alerts)
 
 void UpdateFollower::begin(const Printer& printer) {
     const std::string key = printer->keyUSBdevice();
+    if (isRestartedAndMute(key)) {
+        // The first start may still come to its end by itself, and is followed as before.
+        _session.monitor.touch(key);
+        refresh(key);
+        printer->updateFirmware();
+        return;
+    }
     printer->verifyFirmwareArchive(); // for the list of files; the engine judges it again by itself
     _session.monitor.beginUpdate(key, printer->firmwareVersion(), printer->newFirmwareVersion(),
                                  static_cast<std::int64_t>(printer->colorTableNames().size()));
@@ -76,11 +83,16 @@ void UpdateFollower::follow(const std::string& key, const Printer& printer) {
     update.name = nameOf(*printer);
     update.picture = qtext(printer->image());
     update.printer = printer;
-    _timer.start();
+    startTicking();
     refresh(key);
 }
 
 // ---- the course -----------------------------------------------------------------------------------------------------
+
+// Not anew: what is heard of one printer must not put off the look at another.
+void UpdateFollower::startTicking() {
+    if (!_timer.isActive()) _timer.start();
+}
 
 void UpdateFollower::heardOf(const std::string& key) {
     const auto found = _updates.find(key);
@@ -89,7 +101,7 @@ void UpdateFollower::heardOf(const std::string& key) {
     const bool isNews = state && (state->lastProgress > found->second.putAwayAt ||
                                   (state->isStuck() && !found->second.wasStuck) || state->isFinished);
     if (isNews) found->second.isPutAway = false;
-    _timer.start();
+    startTicking();
     refresh(key);
 }
 
@@ -100,7 +112,10 @@ void UpdateFollower::refresh(const std::string& key) {
     FollowedUpdate& update = found->second;
     update.state = *state;
     const bool isAsking = _alerts.pendingFor(key) > 0;
-    const bool isSilent = now() - state->lastSign >= _patience;
+    // Who programs its flash is silent for longer than anybody else may be.
+    const auto patience =
+        std::max(_patience, expectedDuration(state->phase).value_or(_patience) * (_patience / kPatience));
+    const bool isSilent = now() - state->lastSign >= patience;
     const auto delay = now() - state->lastProgress;
     update.isStalled = state->isStuck() || (isSilent && (state->phase != UpdatePhase::checking || !isAsking));
     update.isWaiting =
@@ -124,7 +139,7 @@ void UpdateFollower::tick() {
 // By facts, whatever the engine's own report says.
 void UpdateFollower::judge(const std::string& key) {
     FollowedUpdate& update = _updates[key];
-    update.isStalled = update.isWaiting = false;
+    update.isStalled = update.isWaiting = update.isPutAway = false;
     update.endedAt = now();
     const bool succeeded = update.state.hasSucceeded();
     update.end = succeeded ? FollowedUpdate::End::succeeded : FollowedUpdate::End::failed;
@@ -175,6 +190,18 @@ QString UpdateFollower::reasonAgainst(const std::string& key) const {
     const auto found = _updates.find(key);
     if (found == _updates.end() || found->second.end != FollowedUpdate::End::none || found->second.isStalled) return {};
     return localized("This printer is being updated.");
+}
+
+bool UpdateFollower::isRestartedAndMute(const std::string& key) const {
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || found->second.end != FollowedUpdate::End::none) return false;
+    const UpdateState& state = found->second.state;
+    return found->second.isStalled && state.phase >= UpdatePhase::programming && !state.isStuck();
+}
+
+std::string UpdateFollower::adviceFor(const std::string& key) const {
+    const auto found = _updates.find(key);
+    return found == _updates.end() ? "" : adviceForStall(found->second.state);
 }
 
 bool UpdateFollower::isAnyUnderWay() const {

@@ -49,6 +49,11 @@ class UpdateFollower final : public QObject {
 
     /// Why a second update of this printer may not be started now; empty when it may.
     QString reasonAgainst(const std::string& key) const;
+    /// It has taken the image and says nothing since: its status is the one that it had before, and the engine would go
+    /// by that.
+    bool isRestartedAndMute(const std::string& key) const;
+    /// What to do about an update that has stalled.
+    std::string adviceFor(const std::string& key) const;
     /// A printer must not lose its power now.
     bool isAnyUnderWay() const;
     /// Of all updates under way, from 0 to 1.
@@ -65,6 +70,7 @@ class UpdateFollower final : public QObject {
   private:
     void follow(const std::string& key, const Printer& printer);
     void refresh(const std::string& key);
+    void startTicking();
     void heardOf(const std::string& key);
     void tick();
     void settle(const std::string& key, int rounds);

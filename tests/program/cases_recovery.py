@@ -240,3 +240,11 @@ def _(bench):
     last = json.loads(process.stdout.read().splitlines()[-1])
     expect_equal(process.wait(), 0, str(last))
     expect_equal(last["tablesWritten"], 2, str(last))
+
+
+@case("a run that gives up on a printer that is not ready says what to do, and promises nothing that has ended with it")
+def _(bench):
+    result = bench.run("--json", *UPDATE, "--give-up", "8", printers=("VK14,restart=100,program=100,after-update=01100",))
+    expect_equal(result.status, 8, result.out)
+    last = result.lines[-1]["message"]
+    expect("The printer reports: Paper End. Leave it switched on, put that right and start the update again." in last, last)

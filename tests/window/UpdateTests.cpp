@@ -1,63 +1,23 @@
-// The whole update as the operator does it, and what the window shows while it runs and when it stalls.
-#include "window/Stage.h"
+// The whole update as the operator does it, and what the window shows while it runs.
+#include "window/Updates.h"
 
 #include "ui/PrinterTableModel.h"
 #include "ui/UpdateCard.h"
 #include "virtual_printer/VirtualBus.h"
 
-#include <QAction>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QScrollArea>
-#include <QTextEdit>
+#include <algorithm>
 #include <doctest/doctest.h>
-#include <nlohmann/json.hpp>
-#include <sstream>
 
 namespace zul::test {
 
 namespace {
 
 using Model = ui::PrinterTableModel;
-using std::chrono::milliseconds;
-
-const QString kConfirmTitle = "-- Warning --\n\nAre you certain you want to update the firmware?";
-const QString kSuccessTitle = "Firmware update was successful!";
-
-ui::FollowedUpdate onlyUpdate(Stage& stage) {
-    const auto& updates = stage.window().follower().updates();
-    REQUIRE(updates.size() == 1);
-    return updates.begin()->second;
-}
-
-void agreeAndConfirm(Stage& stage, const QString& offered) {
-    stage.waitForAlert("Attention:");
-    stage.click("I Agree");
-    stage.answer("Continue");
-    stage.waitForAlert(kConfirmTitle);
-    stage.answer("Update Firmware to " + offered);
-}
-
-// What the printer saw of the update, in order: what is written, and that it left and came back.
-std::vector<std::string> changesOnTheWire(Stage& stage) {
-    std::vector<std::string> changes;
-    std::istringstream lines(TemporaryFolder::read(stage.journalFile()));
-    for (std::string line; std::getline(lines, line);) {
-        const auto entry = nlohmann::json::parse(line);
-        const std::string event = entry["event"];
-        const std::string command = entry.value("command", "");
-        if (event == "leave" || event == "arrive") changes.push_back(event);
-        const auto isA = [&](const char* kind) { return event == "command" && command.starts_with(kind); };
-        if (isA("FW_UPD") || isA("TBL_CL") || isA("TBL_WT")) changes.push_back(command);
-    }
-    return changes;
-}
-
-QAction& updateAction(Stage& stage) {
-    return *stage.window().findChild<QAction*>("actionUpdate");
-}
 
 } // namespace
 
@@ -196,160 +156,16 @@ TEST_CASE("a cancelled update says that nothing was changed") {
     CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
 }
 
-TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
-    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
+TEST_CASE("a window that was made larger during updates can be made smaller again") {
+    Stage stage({.printers = {quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14")}});
     stage.waitForFacts();
-    const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
-    stage.window().follower().setPatience(milliseconds(700));
-    stage.click("Update Firmware…");
-    agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("advice", [&] {
-        return stage.visibleText().contains("The printer has not come back as its loader. Leave it switched on");
-    });
-    CHECK(stage.visibleText().contains("A printer is restarting. Leave it switched on and connected."));
-    stage.screenshot("stalled");
-    stage.bus().plug(0);
-    stage.waitForAlert(kSuccessTitle);
-    stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
-    CHECK_FALSE(onlyUpdate(stage).isStalled);
-    stage.click("Close this report");
-    stage.waitFor("the report to go", [&] { return stage.window().follower().updates().empty(); });
-    stage.waitFor("the details as large as before",
-                  [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
-}
-
-TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is shown again when it returns") {
-    for (const char* command : {"FLASH_REWRITE", "FLASH_PROGRAM"}) {
-        CAPTURE(command);
-        Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
-        stage.waitForFacts();
-        stage.window().follower().setPatience(milliseconds(700));
-        stage.click("Update Firmware…");
-        agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
-        CHECK(stage.window().follower().isAnyUnderWay());
-        stage.click("Close this report");
-        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
-        CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
-        CHECK_FALSE(stage.window().follower().isAnyUnderWay());
-        CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
-        stage.bus().plug(0);
-        stage.waitForAlert(kSuccessTitle);
-        stage.answer("Finish");
-        CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
-        CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
-    }
-}
-
-TEST_CASE("a printer that is silent may be updated again when the wait has been long enough") {
-    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
-    stage.waitForFacts();
-    const std::string key = stage.printers()[0]->keyUSBdevice();
-    stage.window().follower().setPatience(milliseconds(700));
-    stage.click("Update Firmware…");
-    agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("the restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
-    CHECK(stage.window().follower().reasonAgainst(key) == "This printer is being updated.");
-    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
-    CHECK(stage.window().follower().reasonAgainst(key) == "");
-}
-
-TEST_CASE("an image that does not go through is not called a success, and a second start ends in one") {
-    Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
-    stage.waitForFacts();
-    stage.window().follower().setPatience(milliseconds(700));
-    stage.click("Update Firmware…");
-    agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("advice", [&] { return stage.visibleText().contains("still in firmware update mode"); });
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
-    CHECK(updateAction(stage).isEnabled());
-    stage.click("Update Firmware…");
-    stage.waitForAlert("Attention:");
-    stage.click("I Agree");
-    stage.answer("Continue"); // it is in its loader already: there is nothing more to ask
-    stage.waitForAlert(kSuccessTitle);
-    stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
-}
-
-TEST_CASE("a printer that answers but is not ready gets advice and can be put away until it gets on") {
-    SUBCASE("after its restart") {
-        Stage stage({.printers = {quick("VK14", "after-update=01000")}, .speed = 20});
-        stage.waitForFacts();
-        stage.click("Update Firmware…");
-        agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("advice", [&] {
-            return stage.visibleText().contains("The printer reports: Cover Open. Leave it switched on");
-        });
-        CHECK(stage.visibleText().contains("Back, waiting until it is idle (Cover Open) since"));
-        CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
-        CHECK(stage.window().inhibitor().isWanted());
-        stage.screenshot("waiting");
-        stage.click("Close this report"); // once it may be closed
-        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
-        CHECK_FALSE(stage.window().inhibitor().isWanted());
-        const auto lastSign = [&] { return onlyUpdate(stage).state.lastSign; };
-        const auto heard = lastSign();
-        stage.waitFor("another answer", [&] { return lastSign() > heard; });
-        stage.settle();
-        CHECK(stage.find("Close this report") == nullptr); // the same answer once more is no news
-    }
-    SUBCASE("before its first restart") {
-        Stage stage({.printers = {quick("VK14", "status=00000:00000:01000")}, .speed = 20});
-        stage.waitForFacts();
-        stage.click("Update Firmware…");
-        agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer reports: Cover Open."); });
-        CHECK(stage.visibleText().contains("Checking (Cover Open) since"));
-        CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
-    }
-    SUBCASE("and is shown again when it refuses to restart") {
-        std::string statuses = "00000:00000";
-        for (int answer = 0; answer < 40; ++answer) statuses += ":01000"; // two of them a second
-        Stage stage(
-            {.printers = {quick("VK14", "status=" + statuses + ":00000,fault=stall@FLASH_REWRITE")}, .speed = 4});
-        stage.waitForFacts();
-        auto& follower = stage.window().follower();
-        follower.setPatience(std::chrono::seconds(3));
-        stage.click("Update Firmware…");
-        agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
-        follower.dismiss(onlyUpdate(stage).state.key);
-        CHECK(onlyUpdate(stage).isPutAway);
-        stage.waitFor("the card again",
-                      [&] { return stage.visibleText().contains("The printer did not take the command to restart."); });
-    }
-}
-
-TEST_CASE("a printer that is put away and falls silent may be updated again") {
-    std::string settings = "after-update=01000";
-    for (int question = 40; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
-    Stage stage({.printers = {quick("VK14", settings)}, .speed = 4});
-    stage.waitForFacts();
-    auto& follower = stage.window().follower();
-    follower.setPatience(std::chrono::seconds(4));
-    const std::string key = stage.printers()[0]->keyUSBdevice();
-    stage.click("Update Firmware…");
-    agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
-    CHECK_FALSE(onlyUpdate(stage).isStalled);
-    follower.dismiss(key);
-    CHECK(follower.reasonAgainst(key) == "This printer is being updated.");
-    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
-    CHECK(stage.find("Close this report") == nullptr);
-    CHECK(follower.reasonAgainst(key) == "");
-}
-
-TEST_CASE("a printer that refuses to restart is not called unchanged without saying why") {
-    Stage stage({.printers = {quick("VK14", "fault=stall@FLASH_REWRITE")}});
-    stage.waitForFacts();
-    stage.click("Update Firmware…");
-    agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("the end", [&] { return onlyUpdate(stage).end == ui::FollowedUpdate::End::notStarted; });
-    CHECK(stage.visibleText().contains(
-        "The printer did not take the command to restart. Nothing has been changed in it. Start the update again."));
-    CHECK(updateAction(stage).isEnabled());
+    for (const auto& printer : stage.printers()) stage.window().follower().begin(printer);
+    stage.waitFor("all cards", [&] { return stage.window().findChildren<ui::UpdateCard*>().size() == 4; });
+    const QSize before = stage.window().size();
+    stage.window().resize(before + QSize(0, 250));
+    stage.waitFor("a larger window", [&] { return stage.window().height() == before.height() + 250; });
+    stage.window().resize(before);
+    stage.waitFor("the window as before", [&] { return stage.window().size() == before; });
 }
 
 TEST_CASE("a failed update marks the step that failed, and calls none behind it done") {

@@ -1,0 +1,239 @@
+// Updates that stall, wait or are refused: what the window says, what may be started again, and what may be put away.
+#include "window/Updates.h"
+
+#include "virtual_printer/VirtualBus.h"
+
+#include <QScrollArea>
+#include <QTextEdit>
+#include <algorithm>
+#include <chrono>
+#include <doctest/doctest.h>
+
+namespace zul::test {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+} // namespace
+
+TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
+    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
+    stage.waitForFacts();
+    const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
+    stage.window().follower().setPatience(milliseconds(700));
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("advice", [&] {
+        return stage.visibleText().contains("The printer has not come back as its loader. Leave it switched on");
+    });
+    CHECK(stage.visibleText().contains("A printer is restarting. Leave it switched on and connected."));
+    stage.screenshot("stalled");
+    stage.bus().plug(0);
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK_FALSE(onlyUpdate(stage).isStalled);
+    stage.click("Close this report");
+    stage.waitFor("the report to go", [&] { return stage.window().follower().updates().empty(); });
+    stage.waitFor("the details as large as before",
+                  [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
+}
+
+TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is shown again when it returns") {
+    for (const char* command : {"FLASH_REWRITE", "FLASH_PROGRAM"}) {
+        CAPTURE(command);
+        Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
+        stage.waitForFacts();
+        stage.window().follower().setPatience(milliseconds(700));
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
+        CHECK(stage.window().follower().isAnyUnderWay());
+        stage.click("Close this report");
+        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
+        CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
+        CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+        CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
+        stage.bus().plug(0);
+        stage.waitForAlert(kSuccessTitle);
+        stage.answer("Finish");
+        CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+        CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
+    }
+}
+
+TEST_CASE("a printer that is silent may be updated again when the wait has been long enough") {
+    Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
+    stage.waitForFacts();
+    const std::string key = stage.printers()[0]->keyUSBdevice();
+    stage.window().follower().setPatience(milliseconds(700));
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    CHECK(stage.window().follower().reasonAgainst(key) == "This printer is being updated.");
+    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
+    CHECK(stage.window().follower().reasonAgainst(key) == "");
+}
+
+TEST_CASE("an image that does not go through is not called a success, and a second start ends in one") {
+    Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
+    stage.waitForFacts();
+    stage.window().follower().setPatience(milliseconds(700));
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("advice", [&] { return stage.visibleText().contains("still in firmware update mode"); });
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
+    CHECK(updateAction(stage).isEnabled());
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.click("I Agree");
+    stage.answer("Continue"); // it is in its loader already: there is nothing more to ask
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+}
+
+TEST_CASE("a printer that answers but is not ready gets advice and can be put away until it gets on") {
+    SUBCASE("after its restart") {
+        Stage stage({.printers = {quick("VK14", "after-update=01000")}, .speed = 20});
+        stage.waitForFacts();
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("advice", [&] {
+            return stage.visibleText().contains("The printer reports: Cover Open. Leave it switched on");
+        });
+        CHECK(stage.visibleText().contains("Back, waiting until it is idle (Cover Open) since"));
+        CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
+        CHECK(stage.window().inhibitor().isWanted());
+        stage.screenshot("waiting");
+        stage.click("Close this report"); // once it may be closed
+        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
+        CHECK_FALSE(stage.window().inhibitor().isWanted());
+        const auto lastSign = [&] { return onlyUpdate(stage).state.lastSign; };
+        const auto heard = lastSign();
+        stage.waitFor("another answer", [&] { return lastSign() > heard; });
+        stage.settle();
+        CHECK(stage.find("Close this report") == nullptr); // the same answer once more is no news
+    }
+    SUBCASE("before its first restart") {
+        Stage stage({.printers = {quick("VK14", "status=00000:00000:01000")}, .speed = 20});
+        stage.waitForFacts();
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer reports: Cover Open."); });
+        CHECK(stage.visibleText().contains("Checking (Cover Open) since"));
+        CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
+    }
+    SUBCASE("and is shown again when it refuses to restart") {
+        std::string statuses = "00000:00000";
+        for (int answer = 0; answer < 40; ++answer) statuses += ":01000"; // two of them a second
+        Stage stage(
+            {.printers = {quick("VK14", "status=" + statuses + ":00000,fault=stall@FLASH_REWRITE")}, .speed = 4});
+        stage.waitForFacts();
+        auto& follower = stage.window().follower();
+        follower.setPatience(std::chrono::seconds(3));
+        stage.click("Update Firmware…");
+        agreeAndConfirm(stage, "VK14 01.61");
+        stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
+        follower.dismiss(onlyUpdate(stage).state.key);
+        CHECK(onlyUpdate(stage).isPutAway);
+        stage.waitFor("the card again",
+                      [&] { return stage.visibleText().contains("The printer did not take the command to restart."); });
+    }
+}
+
+TEST_CASE("a printer that is put away and falls silent may be updated again") {
+    std::string settings = "after-update=01000";
+    for (int question = 40; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
+    Stage stage({.printers = {quick("VK14", settings)}, .speed = 4});
+    stage.waitForFacts();
+    auto& follower = stage.window().follower();
+    follower.setPatience(std::chrono::seconds(8)); // a loader is silent for five by design
+    const std::string key = stage.printers()[0]->keyUSBdevice();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
+    CHECK_FALSE(onlyUpdate(stage).isStalled);
+    follower.dismiss(key);
+    CHECK(follower.reasonAgainst(key) == "This printer is being updated.");
+    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
+    CHECK(stage.find("Close this report") == nullptr);
+    CHECK(follower.reasonAgainst(key) == "");
+}
+
+TEST_CASE("a printer that is mute after its restart gets no second image without a question") {
+    std::string settings;
+    for (int question = 5; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
+    Stage stage({.printers = {quick("VK14", settings.substr(1))}, .speed = 20});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
+    CHECK(onlyUpdate(stage).state.phase == UpdatePhase::restarted);
+    CHECK(stage.visibleText().contains("The printer has new firmware and does not answer."));
+    CHECK(updateAction(stage).isEnabled());
+    stage.click("Update Firmware…");
+    const auto question = stage.waitForAlert("Start the update of VK14 000001 (1-1) again?");
+    CHECK(question.message.startsWith("The printer has new firmware and does not answer."));
+    CHECK(question.message.endsWith("which may damage a printer that is still at work."));
+    CHECK(question.buttons == QStringList{"Cancel", "Start Again"});
+    CHECK(question.defaultButton == "Cancel");
+    stage.answer("Cancel");
+    CHECK(stage.alertsStanding() == 0);
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
+    const auto changes = changesOnTheWire(stage);
+    CHECK(std::ranges::count(changes, "FW_UPDFLASH_PROGRAM") == 1);
+    // It answers after all: the first start comes to its end, and is called what it is.
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+}
+
+TEST_CASE("a printer that programs its flash is not called silent before its time, nor told to be switched off") {
+    Stage stage({.printers = {"VK14,restart=150,program=110000,speed=100000000"}, .speed = 20});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the programming", [&] { return onlyUpdate(stage).state.phase == UpdatePhase::programming; });
+    const auto silence = [&] { return stage.window().follower().now() - onlyUpdate(stage).state.lastSign; };
+    stage.waitFor("the stall", [&] {
+        if (onlyUpdate(stage).isStalled) CHECK(silence() >= std::chrono::seconds(90));
+        return onlyUpdate(stage).isStalled;
+    });
+    stage.click("Update Firmware…");
+    CHECK(stage.waitForAlert("Start the update of VK14 000001 (1-1) again?")
+              .message.startsWith("The printer has the firmware and has not restarted yet. Leave it switched on."));
+    stage.answer("Cancel");
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+}
+
+TEST_CASE("a silent printer is told as such while others are heard of all the time") {
+    Stage stage({.printers = {quick("VK14", "after-update=01000"), quick("VK14", "after-update=01000"),
+                              quick("VK14", "fault=never-back@FLASH_REWRITE")},
+                 .speed = 10});
+    stage.waitForFacts();
+    auto& follower = stage.window().follower();
+    const std::string silent = stage.printers()[2]->keyUSBdevice();
+    const auto all = stage.printers();
+    for (const auto& printer : all) {
+        follower.begin(printer);
+        agreeAndConfirm(stage, "VK14 01.61");
+    }
+    stage.waitFor("the stall", [&] { return follower.updates().at(silent).isStalled; });
+    CHECK_FALSE(follower.updates().at(all[0]->keyUSBdevice()).isStalled);
+}
+
+TEST_CASE("a printer that refuses to restart is not called unchanged without saying why") {
+    Stage stage({.printers = {quick("VK14", "fault=stall@FLASH_REWRITE")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the end", [&] { return onlyUpdate(stage).end == ui::FollowedUpdate::End::notStarted; });
+    CHECK(stage.visibleText().contains(
+        "The printer did not take the command to restart. Nothing has been changed in it. Start the update again."));
+    CHECK(updateAction(stage).isEnabled());
+}
+
+} // namespace zul::test
