@@ -84,7 +84,7 @@ void MainWindow::begin() {
     connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::noteSizes);
     // Later: once they are laid out.
     connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::makeRoomForUpdates, Qt::QueuedConnection);
-    connect(_ui->splitter, &QSplitter::splitterMoved, this, [this] { _isSplitByHand = true; });
+    connect(_ui->splitter, &QSplitter::splitterMoved, this, [this] { _isSplitByHand = !_ui->updates->isHidden(); });
     _controller.bindTo(_session.mainQueue, _session.controller);
     _version->setText(qtext(_session.defaults.stringForKey("prefDisplayVersionString")));
     showIcons();
@@ -220,15 +220,11 @@ void MainWindow::showNotices() {
     _ui->notice->setVisible(!notices.isEmpty());
 }
 
-// Before the updates take their place: what the operator had made of the window.
+// Before the updates take their place: what the operator had made of the window. While the details are hidden, as no
+// printer is there, their size is not known, and there is room enough.
 void MainWindow::noteSizes() {
-    if (_isSplitByHand || !_sizesBefore.isEmpty() || _ui->updates->isHidden()) return;
+    if (_isSplitByHand || !_sizesBefore.isEmpty() || _ui->updates->isHidden() || _ui->details->isHidden()) return;
     _sizesBefore = _ui->splitter->sizes();
-    for (int i = 0; i < _sizesBefore.size(); ++i) {
-        if (_sizesBefore[i] == 0 && _ui->splitter->widget(i) != _ui->updates) {
-            _sizesBefore[i] = _ui->splitter->widget(i)->height(); // hidden for now
-        }
-    }
 }
 
 // As much as all updates need, as far as the table and the details can do without; all of it is given back when they
@@ -241,7 +237,7 @@ void MainWindow::makeRoomForUpdates() {
         return;
     }
     const int lacking = _ui->updates->wantedHeight() - sizes[panel];
-    if (_isSplitByHand || lacking <= 0) return;
+    if (_isSplitByHand || _sizesBefore.isEmpty() || lacking <= 0) return;
     int spare = 0;
     for (qsizetype i = 0; i < sizes.size(); ++i) {
         if (i != panel) spare += std::max(sizes[i] - kLeastHeight, 0);

@@ -101,10 +101,9 @@ void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Start Again")};
     question.style = AlertStyle::critical;
     question.iconName = printer->image().value_or("");
-    question.completion = [this, printer](int answer) {
-        if (answer == kAlertSecondButton && _follower.isRestartedAndMute(printer->keyUSBdevice())) {
-            _follower.begin(printer);
-        }
+    question.completion = [this, key = printer->keyUSBdevice()](int answer) {
+        const auto attached = _session.printerWithKey(key); // it may have left and come back meanwhile
+        if (answer == kAlertSecondButton && attached && _follower.isRestartedAndMute(key)) _follower.begin(attached);
     };
     _alerts.beginAlert(std::move(question));
 }

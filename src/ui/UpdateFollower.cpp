@@ -58,6 +58,7 @@ void UpdateFollower::begin(const Printer& printer) {
     if (isRestartedAndMute(key)) {
         // The first start may still come to its end by itself, and is followed as before.
         _session.monitor.touch(key);
+        _updates[key].isPutAway = false;
         refresh(key);
         printer->updateFirmware();
         return;

@@ -45,6 +45,7 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
         CAPTURE(command);
         Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
         stage.waitForFacts();
+        const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
         stage.window().follower().setPatience(milliseconds(700));
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
@@ -60,6 +61,9 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
         stage.answer("Finish");
         CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
         CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
+        stage.click("Close this report");
+        stage.waitFor("the details as large as before",
+                      [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
     }
 }
 
@@ -191,7 +195,7 @@ TEST_CASE("a printer that is mute after its restart gets no second image without
 }
 
 TEST_CASE("a printer that programs its flash is not called silent before its time, nor told to be switched off") {
-    Stage stage({.printers = {"VK14,restart=150,program=110000,speed=100000000"}, .speed = 20});
+    Stage stage({.printers = {"VK14,restart=150,program=200000,speed=100000000"}, .speed = 20});
     stage.waitForFacts();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
