@@ -2,11 +2,11 @@
 // main queue, and nobody waits for the answer.
 #include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
-#include "platform/foundation/LocalizedFormat.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/UserDefaults.h"
 
 namespace zul {

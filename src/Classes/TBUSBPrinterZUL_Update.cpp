@@ -3,11 +3,11 @@
 #include "Classes/CommandFrame.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
-#include "platform/foundation/LocalizedFormat.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/UserDefaults.h"
 
 namespace zul {

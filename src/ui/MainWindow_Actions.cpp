@@ -1,4 +1,5 @@
 // What the operator can do, and when. Actions go to the selected printer, which is the highlighted row.
+#include "Classes/UpdateWords.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterFacts.h"
 #include "ui/DetailsPane.h"
@@ -95,7 +96,7 @@ void MainWindow::updateFirmware() {
 void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
     AlertDescription question;
     question.messageText = localizedFormat("Start the update of %s again?", nameOf(*printer));
-    question.informativeText = _follower.adviceFor(printer->keyUSBdevice()) + "\n\n" +
+    question.informativeText = adviceForStall(_follower.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
                                Bundle::localized("To start again now sends the firmware once more, which may damage a "
                                                  "printer that is still at work.");
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Start Again")};

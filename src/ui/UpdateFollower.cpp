@@ -114,8 +114,9 @@ void UpdateFollower::refresh(const std::string& key) {
     update.state = *state;
     const bool isAsking = _alerts.pendingFor(key) > 0;
     // Who programs its flash is silent for longer than anybody else may be.
-    const auto patience =
-        std::max(_patience, expectedDuration(state->phase).value_or(_patience) * (_patience / kPatience));
+    const auto patience = state->phase == UpdatePhase::programming
+                              ? std::max(_patience, expectedDuration(state->phase).value_or(_patience))
+                              : _patience;
     const bool isSilent = now() - state->lastSign >= patience;
     const auto delay = now() - state->lastProgress;
     update.isStalled = state->isStuck() || (isSilent && (state->phase != UpdatePhase::checking || !isAsking));
@@ -198,11 +199,6 @@ bool UpdateFollower::isRestartedAndMute(const std::string& key) const {
     if (found == _updates.end() || found->second.end != FollowedUpdate::End::none) return false;
     const UpdateState& state = found->second.state;
     return found->second.isStalled && state.phase >= UpdatePhase::programming && !state.isStuck();
-}
-
-std::string UpdateFollower::adviceFor(const std::string& key) const {
-    const auto found = _updates.find(key);
-    return found == _updates.end() ? "" : adviceForStall(found->second.state);
 }
 
 bool UpdateFollower::isAnyUnderWay() const {

@@ -52,8 +52,6 @@ class UpdateFollower final : public QObject {
     /// It has taken the image and says nothing since: its status is the one that it had before, and the engine would go
     /// by that.
     bool isRestartedAndMute(const std::string& key) const;
-    /// What to do about an update that has stalled.
-    std::string adviceFor(const std::string& key) const;
     /// A printer must not lose its power now.
     bool isAnyUnderWay() const;
     /// Of all updates under way, from 0 to 1.

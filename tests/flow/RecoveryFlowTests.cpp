@@ -25,6 +25,15 @@ std::ptrdiff_t timesSeen(const Lab& lab, const char* command) {
     return std::ranges::count(wire, std::string(command));
 }
 
+// A printer that is attached for the second time is known, and is asked where it stands.
+void startWithKnownLoader(Lab& lab) {
+    lab.startWithVK14("mode=loader");
+    lab.bus.unplug(0);
+    lab.rest();
+    lab.bus.plug(0);
+    lab.rest();
+}
+
 } // namespace
 
 TEST_CASE("a printer that is pulled in the middle of the image is updated by starting again") {
@@ -167,11 +176,7 @@ TEST_CASE("a printer first seen in its loader is asked for its status only, and 
 
 TEST_CASE("a known printer that is found in its loader raises a question, and Update Firmware uploads at once") {
     Lab lab;
-    lab.startWithVK14("mode=loader");
-    lab.bus.unplug(0);
-    lab.rest();
-    lab.bus.plug(0);
-    lab.rest();
+    startWithKnownLoader(lab);
     CHECK(lab.operatorDesk.title() == "Attention:");
     CHECK(lab.operatorDesk.message() ==
           "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? ");
@@ -185,11 +190,7 @@ TEST_CASE("a known printer that is found in its loader raises a question, and Up
 TEST_CASE("a loader gets no image where there are no firmware files for it, and the operator is told") {
     Lab lab;
     lab.bundle.withholdArchive();
-    lab.startWithVK14("mode=loader");
-    lab.bus.unplug(0);
-    lab.rest();
-    lab.bus.plug(0);
-    lab.rest();
+    startWithKnownLoader(lab);
     lab.forgetWire();
     REQUIRE(lab.operatorDesk.press("Update Firmware"));
     lab.rest();
@@ -199,11 +200,7 @@ TEST_CASE("a loader gets no image where there are no firmware files for it, and 
 
 TEST_CASE("Ignore leaves a loader alone and asks for a power cycle") {
     Lab lab;
-    lab.startWithVK14("mode=loader");
-    lab.bus.unplug(0);
-    lab.rest();
-    lab.bus.plug(0);
-    lab.rest();
+    startWithKnownLoader(lab);
     lab.forgetWire();
     REQUIRE(lab.operatorDesk.press("Ignore"));
     lab.rest();

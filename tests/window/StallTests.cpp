@@ -183,8 +183,17 @@ TEST_CASE("a printer that is mute after its restart gets no second image without
     CHECK(question.message.endsWith("which may damage a printer that is still at work."));
     CHECK(question.buttons == QStringList{"Cancel", "Start Again"});
     CHECK(question.defaultButton == "Cancel");
-    stage.answer("Cancel");
-    CHECK(stage.alertsStanding() == 0);
+    SUBCASE("and none when the operator thinks better of it") {
+        stage.answer("Cancel");
+        CHECK(stage.alertsStanding() == 0);
+    }
+    SUBCASE("and its first start is followed further when the operator starts again") {
+        stage.answer("Start Again");
+        stage.waitForAlert("Attention:");
+        CHECK(onlyUpdate(stage).state.phase == UpdatePhase::restarted);
+        CHECK_FALSE(updateAction(stage).isEnabled());
+        stage.program().alerts().dismissAll(); // nobody answers the agreement
+    }
     CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
     const auto changes = changesOnTheWire(stage);
     CHECK(std::ranges::count(changes, "FW_UPDFLASH_PROGRAM") == 1);
