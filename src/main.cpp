@@ -1,7 +1,8 @@
 // The window program: hands its arguments to the application loop and returns what that returns.
 #include "AppDelegate.h"
+#include "platform/dispatch/Signals.h"
+#include "session/Logs.h"
 #include "ui/Catalogue.h"
-#include "ui/EndSignals.h"
 #include "ui/FocusStyle.h"
 #include "ui/Pictures.h"
 #include "ui/WindowOptions.h"
@@ -10,6 +11,7 @@
 
 #include <QApplication>
 #include <QMessageBox>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -68,7 +70,11 @@ int run(QApplication& application, const zul::SessionOptions& options) {
         return kFailed;
     }
     delegate.applicationDidFinishLaunching();
-    const zul::ui::EndSignals signals([program] { program->window().close(); });
+    const zul::Signals signals(program->session().mainQueue, {SIGINT, SIGTERM, SIGHUP}, [program](int signal) {
+        // A terminal that was closed is no reason to leave a printer in the middle of its update.
+        if (signal == SIGHUP && program->session().supervisor.isAnyBetweenCommands()) return;
+        program->window().endAsked();
+    });
     const int status = application.exec();
     program->session().mainQueue.close(); // whoever waits for it is told that it has ended
     program->session().endBus();
@@ -78,6 +84,7 @@ int run(QApplication& application, const zul::SessionOptions& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    zul::ignoreBrokenPipes();
     auto parsed = zul::ui::parseWindowOptions(argc, argv);
     if (!parsed.options) {
         std::cout << parsed.output;

@@ -80,7 +80,8 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
     showCustomAlertWithTitle(
-        {.title = localized("Attention:"),
+        {.kind = AlertKind::loaderFound,
+         .title = localized("Attention:"),
          .message = localized(
              "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? "),
          .buttonTitles = {localized("Ignore"), localized("Update Firmware")},
@@ -93,10 +94,10 @@ void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
                  self->uploadFirmware();
                  return;
              }
-             self->showAlertWithTitle(
-                 self->localized("Please power-cycle this printer"),
-                 self->localized("Contact customer support if power-cycling does not resolve the issue."),
-                 /*buttonTitles=*/std::nullopt, /*completion=*/{});
+             self->emit(events::Declined{.question = AlertKind::loaderFound});
+             self->showAlert(AlertKind::loaderLeft, self->localized("Please power-cycle this printer"),
+                             self->localized("Contact customer support if power-cycling does not resolve the issue."),
+                             {self->localized("OK")});
          }});
 }
 
@@ -151,17 +152,12 @@ void TBUSBPrinterZUL::probeRestartedPrinter(const Text& version) {
 
 void TBUSBPrinterZUL::setProgress(UpdateProgress progress) {
     _deviceInfoDict->set(HOLVEN_TBPrinterDeviceFirmwareStatus, static_cast<std::int64_t>(progress));
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::progressValue;
-    event.value = static_cast<std::int64_t>(progress);
-    emit(event);
+    emit(events::ProgressStored{.value = static_cast<std::int64_t>(progress)});
 }
 
 void TBUSBPrinterZUL::clearProgress() {
     _deviceInfoDict->remove(HOLVEN_TBPrinterDeviceFirmwareStatus);
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::progressValue;
-    emit(event);
+    emit(events::ProgressStored{});
 }
 
 } // namespace zul

@@ -51,9 +51,12 @@ inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZU
 enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
 
 struct CustomAlert {
+    AlertKind kind = AlertKind::other;
     std::optional<std::string> title = {};
     std::optional<std::string> message = {};
     std::vector<std::string> buttonTitles = {};
+    std::size_t harmlessButton = 0;               // the one that starts nothing
+    std::optional<std::size_t> escapeButton = {}; // an alert with one button is closed by Escape in any case
     std::shared_ptr<CheckBox> accessoryView = {};
     AlertStyle alertStyle = AlertStyle::warning;
     std::function<void(AlertLayout&)> customLayout = {};
@@ -240,7 +243,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
     void probeRestartedPrinter(const Text& version) ZUL_REQUIRES_ROLE(commandQueueRole);
     void checkReadiness(IOReturn openResult);
-    void showRetryAlert(const std::string& title, const std::string& message);
+    void showAlert(AlertKind kind, const std::string& title, const std::string& message,
+                   std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});
+    void showRetryAlert(AlertKind kind, const std::string& title, const std::string& message);
     void showPrinterError();
     void showDamagedFileAlert();
     bool isNewerThanOffered();
@@ -248,18 +253,16 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void writeFirmwareImage() ZUL_REQUIRES_ROLE(commandQueueRole);
     void writeColorTables(const std::function<void(bool)>& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
     void writeColorTable(const std::string& name) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void announceColorTable(const std::string& name, std::int64_t number, std::int64_t total);
     void reportUpdate(bool anyTable);
     void setProgress(UpdateProgress progress);
     void supersedeWait() { ++_waitGeneration; }
     bool statusEquals(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
     static std::string keyedDigest(const std::string& key, const Data& data);
-    void tellArchiveRefused();
     bool verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable);
     std::optional<Data> archiveFile(const std::string& filename) const;
     std::string localized(const char* key) const;
     AlertDescription descriptionFor(CustomAlert alert) const;
-    void postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
+    void postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
                         std::function<void(int answer)> completion);
     bool readBackchannel(void* buffer, std::uint32_t& size) ZUL_REQUIRES_ROLE(commandQueueRole);
 

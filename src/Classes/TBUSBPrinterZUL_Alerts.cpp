@@ -32,12 +32,16 @@ std::string TBUSBPrinterZUL::localized(const char* key) const {
 void TBUSBPrinterZUL::showAlertWithTitle(const Text& title, const Text& message,
                                          const std::optional<std::vector<std::string>>& buttonTitles,
                                          std::function<void(int answer)> completion) {
-    showCustomAlertWithTitle({.title = title ? title : localized("Alert"),
-                              .message = message.value_or(""),
-                              .buttonTitles = buttonTitles.value_or(std::vector<std::string>{localized("OK")}),
-                              .accessoryView = nullptr,
-                              .alertStyle = AlertStyle::warning,
-                              .customLayout = {},
+    showAlert(AlertKind::other, title ? *title : localized("Alert"), message.value_or(""),
+              buttonTitles.value_or(std::vector<std::string>{localized("OK")}), std::move(completion));
+}
+
+void TBUSBPrinterZUL::showAlert(AlertKind kind, const std::string& title, const std::string& message,
+                                std::vector<std::string> buttonTitles, std::function<void(int answer)> completion) {
+    showCustomAlertWithTitle({.kind = kind,
+                              .title = title,
+                              .message = message,
+                              .buttonTitles = std::move(buttonTitles),
                               .completion = std::move(completion)});
 }
 
@@ -67,11 +71,14 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
 
 AlertDescription TBUSBPrinterZUL::descriptionFor(CustomAlert alert) const {
     AlertDescription description;
+    description.kind = alert.kind;
     const std::string title = alert.title.value_or("");
     description.messageText = title.empty() ? localized("Alert") : title;
     description.informativeText = alert.message.value_or("");
     description.buttons = std::move(alert.buttonTitles);
     if (description.buttons.empty()) description.buttons = {localized("OK")};
+    description.harmlessButton = alert.harmlessButton;
+    description.escapeButton = description.buttons.size() == 1 ? std::optional<std::size_t>(0) : alert.escapeButton;
     description.style = alert.alertStyle;
     description.iconName = image().value_or("");
     description.accessory = std::move(alert.accessoryView);
@@ -94,7 +101,8 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
     _customerDidAgree = false;
 
     showCustomAlertWithTitle(
-        {.title = localized("Attention:"),
+        {.kind = AlertKind::agreement,
+         .title = localized("Attention:"),
          .message = _idProduct == kProductVKRZ7 ? RZ7UpdateWarningText() : genericUpdateWarningText(),
          .buttonTitles = {localized("Quit"), localized("Continue")},
          .accessoryView = agree,
@@ -107,7 +115,11 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
              },
          .completion =
              [self, agree](int answer) {
-                 if (answer == kAlertSecondButton && agree->state == 1) self->proceedWithUpdateWhenReady();
+                 if (answer == kAlertSecondButton && agree->state == 1) {
+                     self->proceedWithUpdateWhenReady();
+                     return;
+                 }
+                 self->emit(events::Declined{.question = AlertKind::agreement});
                  if (answer == kAlertFirstButton) self->_environment.application.terminate();
              }});
 }
@@ -143,7 +155,7 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
     if (isSuppressed) return;
     if (usbISerial() == serialNumberUSB().has_value()) return; // the device already shows what was set
     const auto suppression = std::make_shared<CheckBox>();
-    postModalAlert(operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
+    postModalAlert(AlertKind::powerCycle, operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
                    [self = sharedSelf<TBUSBPrinterZUL>(), suppression](int /*answer*/) {
                        if (suppression->state != 1) return;
                        self->_environment.userDefaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true);
@@ -151,12 +163,13 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
 }
 
 void TBUSBPrinterZUL::showPrinterBusyAlert() {
-    postModalAlert(operatorText("The Selected Printer is Unavailable. (Busy)"), nullptr, {});
+    postModalAlert(AlertKind::printerBusy, operatorText("The Selected Printer is Unavailable. (Busy)"), nullptr, {});
 }
 
-void TBUSBPrinterZUL::postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
+void TBUSBPrinterZUL::postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
                                      std::function<void(int answer)> completion) {
     CustomAlert alert;
+    alert.kind = kind;
     alert.title = localized(messageKey);
     alert.completion = std::move(completion);
     AlertDescription description = descriptionFor(std::move(alert));

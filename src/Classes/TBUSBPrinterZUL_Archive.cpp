@@ -87,12 +87,6 @@ bool TBUSBPrinterZUL::verifyFirmwareArchive() {
     return result;
 }
 
-void TBUSBPrinterZUL::tellArchiveRefused() {
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::archiveRefused;
-    emit(event);
-}
-
 bool TBUSBPrinterZUL::verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable) {
     const std::optional<Data> contents = archiveFile(name);
     readable = contents.has_value();

@@ -40,7 +40,7 @@ std::optional<Data> TBUSBPrinterZUL::paddedColorDataForVersion(const std::string
 void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> completion) {
     if (!verifyFirmwareArchive()) {
         logText("failed to verify firmware archive");
-        tellArchiveRefused();
+        emit(events::ArchiveRefused{});
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](IOReturn code) {
@@ -57,7 +57,9 @@ void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completi
     getPrinterColorTableChecksum({});
     const std::vector<std::string> names = colorTableNames();
     for (std::size_t index = 0; index < names.size(); ++index) {
-        announceColorTable(names[index], static_cast<std::int64_t>(index + 1), static_cast<std::int64_t>(names.size()));
+        emit(events::TableBegun{.number = static_cast<std::int64_t>(index + 1),
+                                .total = static_cast<std::int64_t>(names.size()),
+                                .name = names[index]});
         writeColorTable(names[index]);
         getPrinterColorTableVersion({});
         getPrinterColorTableChecksum({});
@@ -72,15 +74,6 @@ void TBUSBPrinterZUL::writeColorTable(const std::string& name) {
     const std::optional<Data> table = paddedColorDataForVersion(name);
     sendPrinterCommand(kCommandTableName, &nameRecord);
     sendPrinterCommand(kCommandTableWrite, table ? &*table : nullptr);
-}
-
-void TBUSBPrinterZUL::announceColorTable(const std::string& name, std::int64_t number, std::int64_t total) {
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::colorTable;
-    event.value = number;
-    event.total = total;
-    event.text = name;
-    emit(event);
 }
 
 } // namespace zul

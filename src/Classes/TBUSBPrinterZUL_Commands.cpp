@@ -42,12 +42,8 @@ void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload
 
     static_cast<void>(state());
     const bool written = writeToInterfaceWithData(frame);
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::commandSent;
-    event.command = code;
-    event.payloadLength = static_cast<std::uint32_t>(payloadSize);
-    event.code = _writeStatus;
-    emit(event);
+    emit(events::CommandSent{
+        .command = code, .payloadLength = static_cast<std::uint32_t>(payloadSize), .code = _writeStatus});
     if (written) return;
     logText("ERROR: writeToInterfaceWithData: [%x] (%s)", asHex(_writeStatus), strForIOReturn(_writeStatus));
     errorWithString(_environment.mainBundle.localizedString("Communication error"), 0);
@@ -61,10 +57,7 @@ bool TBUSBPrinterZUL::readBackchannel(void* buffer, std::uint32_t& size) {
         size = 0;
     }
     if (_readStatus.load() == kIOReturnSuccess) return true;
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::replyMissing;
-    event.code = _readStatus;
-    emit(event);
+    emit(events::ReplyMissing{.code = _readStatus});
     return false;
 }
 
@@ -104,10 +97,7 @@ std::optional<Data> TBUSBPrinterZUL::readReplyBody(Data buffer, std::uint32_t le
         *carriageReturn = 0;
         buffer.erase(carriageReturn + 1, buffer.end());
     }
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::replyRead;
-    event.text = stringFromNulTerminatedUTF8(buffer);
-    emit(event);
+    emit(events::ReplyRead{.text = stringFromNulTerminatedUTF8(buffer)});
     return buffer;
 }
 

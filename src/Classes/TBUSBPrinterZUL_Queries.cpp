@@ -113,10 +113,7 @@ TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
 TBUSBPrinter::Text TBUSBPrinterZUL::versionFromReply(const Data& reply) const {
     const Text text = stringFromNulTerminatedUTF8(reply);
     const Text version = text ? Text(trimmedWhitespaceAndNewlines(*text)) : std::nullopt;
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::firmwareVersion;
-    event.text = version;
-    emit(event);
+    emit(events::FirmwareVersionRead{.version = version});
     return version;
 }
 
@@ -185,6 +182,7 @@ void TBUSBPrinterZUL::storeTableReply(const TableQuery& query, const std::option
     } else {
         value = fact(query.key); // not text: the earlier value stays, and counts
     }
+    emit(events::TableFactRead{.key = query.key, .value = reply && !reply->empty() ? value : std::nullopt});
     logText(query.logFormat, textOrNull(value));
     results->push_back(value.value_or(kMissingText));
 }
@@ -201,19 +199,22 @@ void TBUSBPrinterZUL::resetCounter(char letter) {
 }
 
 void TBUSBPrinterZUL::getDeviceCustomInfo() {
-    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
-        if (rawStatus == kLoaderStatus) return; // a loader answers nothing else
-        self->openInterface([self](IOReturn code) {
+    bool isComplete = false;
+    getPrinterStatus([this, &isComplete](const Text& rawStatus) { // inline: this is the command queue
+        if (rawStatus == kLoaderStatus) return;                   // a loader answers nothing else
+        openInterface([this, &isComplete](IOReturn code) {
             if (code != kIOReturnSuccess) return;
-            self->getPrinterFirmwareVersion();
-            self->getPrinterLifetimeCounter();
-            self->getPrinterColorTableVersion({});
-            self->getPrinterColorTableChecksum({});
-            self->updatePrinterSerialNumber();
-            self->getUSB_ISerial();
-            self->closeInterface(nullptr);
+            getPrinterFirmwareVersion();
+            getPrinterLifetimeCounter();
+            getPrinterColorTableVersion({});
+            getPrinterColorTableChecksum({});
+            updatePrinterSerialNumber();
+            getUSB_ISerial();
+            closeInterface(nullptr);
+            isComplete = true;
         });
     });
+    emit(events::QuestionsEnded{.isComplete = isComplete});
 }
 
 } // namespace zul

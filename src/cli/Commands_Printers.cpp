@@ -33,7 +33,7 @@ void withOpenPrinter(Program& program, const Program::Printer& printer, std::fun
     printer->openInterface([&program, printer, work = std::move(work), done = std::move(done)](IOReturn code) {
         if (code == kIOReturnSuccess) work();
         printer->closeInterface([&program, printer, code, done](IOReturn) {
-            program.mainQueue.async([&program, printer, code, done] {
+            program.session.mainQueue.async([&program, printer, code, done] {
                 if (code == kIOReturnSuccess) {
                     done();
                 } else {
@@ -63,7 +63,7 @@ void showStatus(Program& program, const Program::Printer& printer, const std::op
 
 void runList(Program& program) {
     program.noteUnusable();
-    const auto printers = program.printers();
+    const auto printers = program.session.printers();
     json list = json::array();
     std::vector<std::vector<std::string>> rows = {
         {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "OFFERED", "LOCATION"}};
@@ -85,7 +85,7 @@ void runList(Program& program) {
         program.output.table(rows);
     }
     // A printer that is there but may not be used is a failure for a script; none at all is an answer.
-    program.quit(printers.empty() && program.hasUnusable() ? kFailed : kDone);
+    program.quit(printers.empty() && program.session.hasUnusable() ? kFailed : kDone);
 }
 
 void runInfo(Program& program) {

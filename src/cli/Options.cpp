@@ -72,9 +72,11 @@ void addUpdateCommand(CLI::App& app, Options& options) {
     update->add_flag("--agree", options.agree, "Tick \"I Agree\"");
     update->add_flag("--yes", options.yes, "Confirm the update");
     update->add_flag("--not-needed-ok", options.notNeededOk, "Exit with 0 when the installed version is newer");
-    update->add_option("--stall-timeout", options.stallTimeout, "Seconds of silence before advice is given")
-        ->check(kSeconds)
-        ->capture_default_str();
+    update->add_flag("--reinstall", options.reinstall, "Update a printer that is up to date, too");
+    update
+        ->add_option("--stall-timeout", options.stallTimeout,
+                     "Seconds without a sign of life before advice is given (default: the longest time of each step)")
+        ->check(kSeconds);
     update->add_option("--give-up", options.giveUp, "Seconds without progress before it ends")
         ->check(kSeconds)
         ->capture_default_str();

@@ -3,6 +3,8 @@
 #include "cli/ExitStatus.h"
 #include "cli/Options.h"
 #include "cli/Program.h"
+#include "platform/dispatch/Signals.h"
+#include "session/Logs.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <algorithm>
@@ -58,12 +60,13 @@ int runWithPrinters(const Options& options) {
     const PrinterCommand command = printerCommands().at(options.command);
     if (const int status = program->start([command] { command(*program); }); status != kDone) return status;
     const int status = program->run();
-    static_cast<void>(program->controller->applicationShouldTerminate());
-    program->endBus();
+    static_cast<void>(program->session.controller->applicationShouldTerminate());
+    program->session.endBus();
     return status;
 }
 
 int run(int argc, char** argv) {
+    ignoreBrokenPipes();
     const ParsedOptions parsed = parseOptions(argc, argv);
     if (!parsed.options) {
         std::cout << parsed.output;

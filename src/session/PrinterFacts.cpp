@@ -14,9 +14,9 @@ json orNull(const std::optional<std::string>& text) {
     return text ? json(*text) : json(nullptr);
 }
 
-const char* nameOfOwnership(std::int64_t ownership) {
-    if (ownership < 0) return "another program";
-    return ownership > 0 ? "this program" : "nobody";
+const char* nameOfOwnership(Ownership ownership) {
+    if (ownership == Ownership::otherProgram) return "another program";
+    return ownership == Ownership::thisProgram ? "this program" : "nobody";
 }
 
 } // namespace

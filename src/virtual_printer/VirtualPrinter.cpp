@@ -61,7 +61,7 @@ VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<vo
       _nextFirmware(_settings.firmware), _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
       _tellsSerial(_settings.hasUSBSerial), _counters{{'A', 12}, {'B', 34}, {'M', 56},
                                                       {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
-      _tables(*_settings.model) {}
+      _tables(*_settings.model, _settings.tableVersion) {}
 
 VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
     VirtualEffects effects;

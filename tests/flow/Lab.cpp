@@ -90,7 +90,7 @@ Lab::Lab(const fs::path& archive)
                                        .registry = registry,
                                        .userDefaults = defaults,
                                        .mainBundle = bundle,
-                                       .alerts = operatorDesk,
+                                       .alerts = alertSwitch,
                                        .application = application,
                                        .events = nullptr,
                                        .admittedProductIDs = {}},
@@ -99,6 +99,7 @@ Lab::Lab(const fs::path& archive)
         const std::scoped_lock lock(log->mutex);
         log->lines.push_back(text);
     });
+    alertSwitch.to = &operatorDesk;
     HOLVEN_Log::setShouldLogToStdErr(false);
     TBUSBPrinter::forgetDeviceInfo();
     TBPrinters::initialize(mainQueue);

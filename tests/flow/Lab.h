@@ -50,6 +50,13 @@ class Operator final : public AlertOutlet {
     std::vector<std::string> _history;
 };
 
+/// Leads the engine's alerts to the operator, or to the supervisor of updates on their way there.
+class AlertSwitch final : public AlertOutlet {
+  public:
+    AlertOutlet* to = nullptr;
+    void beginAlert(AlertDescription alert) override { to->beginAlert(std::move(alert)); }
+};
+
 class Application final : public ApplicationOutlet {
   public:
     void setDelegate(TBPrinters* delegate) override { _delegate = delegate; }
@@ -103,6 +110,7 @@ class Lab {
     UserDefaults defaults;
     Bundle bundle;
     Operator operatorDesk;
+    AlertSwitch alertSwitch;
     Application application;
     std::shared_ptr<VirtualJournal> journal = std::make_shared<VirtualJournal>(clock);
     VirtualBus bus{mainQueue, clock, journal};

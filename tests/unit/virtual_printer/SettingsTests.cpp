@@ -38,7 +38,7 @@ TEST_CASE("models are known by name in any case") {
 
 TEST_CASE("every setting is taken") {
     const VirtualPrinterSettings settings =
-        described("VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,lifetime=7,"
+        described("VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,lifetime=7,tables=0199,"
                   "restart=10,program=20,speed=30,location=2-3,mode=loader,id1284=off,interfaces=2");
     CHECK(settings.firmware == "VK26 01.40");
     CHECK(settings.serial == "S9");
@@ -46,6 +46,7 @@ TEST_CASE("every setting is taken") {
     CHECK(settings.statuses == Texts{"01000", "00000"});
     CHECK(settings.statusesAfterUpdate == Texts{"00500"});
     CHECK(settings.lifetime == 7);
+    CHECK(settings.tableVersion == "0199");
     CHECK(settings.restartTime == milliseconds(10));
     CHECK(settings.programTime == milliseconds(20));
     CHECK(settings.speed == 30);
@@ -96,7 +97,8 @@ TEST_CASE("a value that makes no sense is named together with its setting") {
                                 "status=00000:",  "lifetime=many", "lifetime=-1",    "lifetime=4294967296",
                                 "restart=1s",     "program=",      "speed=0",        "speed",
                                 "location=1",     "location=1-16", "location=0-1",   "location=256-1",
-                                "location=1-2-3", "mode=broken",   "id1284=1",       "interfaces=3"}) {
+                                "location=1-2-3", "mode=broken",   "id1284=1",       "interfaces=3",
+                                "tables=161",     "tables=01A1"}) {
         CAPTURE(setting);
         const std::string text = setting;
         CHECK(has(problemOf("VK14," + text), "is no value for \"" + text.substr(0, text.find('=')) + "\""));
