@@ -121,6 +121,7 @@ struct UpdateMonitor::Visitor {
         if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) return false;
         state.bytesDone = progress.bytesDone;
         state.bytesTotal = progress.bytesTotal;
+        if (state.phase == UpdatePhase::writing) state.isWholeImageSent = state.bytesDone == state.bytesTotal;
         state.lastProgress = now;
         return sign();
     }
@@ -173,6 +174,7 @@ struct UpdateMonitor::Visitor {
         if (progress.value != static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) return false;
         state.bytesDone = state.bytesTotal = 0;
         state.image = ImageState::sending;
+        state.isWholeImageSent = false;
         ++state.imagesSent;
         state.isArchiveRefused = state.isClearRefused = state.isReported = false;
         state.currentVersion.reset(); // the version that is asked for is one read after the image

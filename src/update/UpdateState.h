@@ -54,6 +54,7 @@ struct UpdateState {
     std::string rawStatus;                     // last status that came from this attachment
 
     ImageState image = ImageState::notSent;
+    bool isWholeImageSent = false; // all its bytes were handed to the bus, whatever became of them
     int imagesSent = 0;
     std::int64_t tablesWritten = 0;                               // whose name and contents the bus both took
     bool isClearRefused = false;                                  // the bus did not take the command to clear the tables

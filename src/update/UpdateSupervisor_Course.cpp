@@ -20,11 +20,6 @@ constexpr auto kLongestStop = seconds(60);               // a program that is as
 constexpr auto kLongestQuestions = seconds(60);          // after the report; a printer that answers needs none of it
 constexpr int kRoundsOfNewAttachment = 1;
 
-// What the bus has not confirmed may have been taken by the printer all the same, if all of it was sent.
-bool isWholeImageSent(const UpdateState& state) {
-    return state.bytesTotal > 0 && state.bytesDone == state.bytesTotal;
-}
-
 std::string adviceForReturnElsewhere(const Update& update) {
     return localizedFormat("Plug it in at %s again, or start the update of the printer at %s.", update.location,
                            update.cameBackAt);
@@ -127,10 +122,11 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& upd
     const UpdateState& state = update.state;
     if (state.phase == UpdatePhase::backInLoader) return UpdateResult::imageNotTaken;
     if (state.phase == UpdatePhase::restarted && state.isIdentityMissing) return UpdateResult::identityLost;
-    // The loader did not take the image. The questions that follow it show whether it waits for another one.
+    // The loader did not take the image. The questions that follow it show whether it waits for another one. One that
+    // was sent whole may have been taken although its end was not confirmed: the printer then leaves.
     const bool isLoaderWaiting = state.rawStatus == kLoaderStatus && state.isRefusalAnswered;
     const bool isRefused = state.phase == UpdatePhase::writing && state.refused.has_value();
-    if (isRefused && (isLoaderWaiting || (state.isRefusalAnswered && !isWholeImageSent(state)))) {
+    if (isRefused && (isLoaderWaiting || (state.isRefusalAnswered && !state.isWholeImageSent))) {
         return UpdateResult::imageNotTaken;
     }
     return std::nullopt;

@@ -22,8 +22,7 @@ bool isImageTaken(const UpdateState& state) {
     if (state.image == ImageState::notSent) return false;
     const bool isOfferedNow = state.currentVersion && state.currentVersion == state.offeredVersion;
     const bool isChanged = state.previousVersion && state.previousVersion != state.currentVersion;
-    const bool isWritten = state.bytesTotal > 0 && state.bytesDone == state.bytesTotal;
-    return isOfferedNow && (isChanged || isWritten);
+    return isOfferedNow && (isChanged || state.isWholeImageSent);
 }
 
 // "VK28_PP_600_0101.cwd": number, version, and whether it is for the other media.
