@@ -204,7 +204,7 @@ TEST_CASE("every control has a name for a screen reader and can be reached with 
     stage.window().findChild<QTableView*>("table")->setFocus();
     stage.tabTo("Details of the selected printer");
     stage.tabTo("Printers");
-    stage.window().follower().begin(stage.printers().front());
+    stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
     stage.waitFor("the agreement", [&] { return stage.alert().has_value(); });
     stage.bus().unplug(0);
     stage.bus().plug(0);
