@@ -283,12 +283,15 @@ TEST_CASE("alerts of several printers are shown one after another, each under it
 
 namespace {
 
-AlertDescription alertOf(const std::string& printerKey, const std::string& title, bool isModal) {
+// answered: counts its answers.
+AlertDescription alertOf(const std::string& title, bool isModal, int* answered = nullptr) {
     AlertDescription alert;
     alert.messageText = title;
     alert.buttons = {"OK"};
-    alert.printerKey = printerKey;
     alert.isModal = isModal;
+    alert.completion = [answered](int /*answer*/) {
+        if (answered != nullptr) ++*answered;
+    };
     return alert;
 }
 
@@ -298,47 +301,50 @@ TEST_CASE("a sheet waits until an application-modal alert is answered") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
     auto& alerts = stage.program().alerts();
-    alerts.beginAlert(alertOf("one", "Modal", true));
+    int answered = 0;
+    alerts.beginAlert(alertOf("Modal", true));
     stage.waitForAlert("Modal");
-    alerts.beginAlert(alertOf("two", "Sheet", false));
+    alerts.beginAlert(alertOf("Sheet", false, &answered));
     stage.settle();
     CHECK(stage.alertsStanding() == 1);
     CHECK(stage.alert()->title == "Modal");
-    CHECK(alerts.pendingFor("two") == 1);
     stage.answer("OK");
     stage.waitForAlert("Sheet");
+    CHECK(answered == 0);
     stage.answer("OK");
-    CHECK(alerts.pendingFor("two") == 0);
+    CHECK(answered == 1);
 }
 
 TEST_CASE("of two application-modal alerts the one that is answered is the one that ends") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
     auto& alerts = stage.program().alerts();
-    alerts.beginAlert(alertOf("one", "First", true));
+    int firstAnswers = 0;
+    int secondAnswers = 0;
+    alerts.beginAlert(alertOf("First", true, &firstAnswers));
     stage.waitForAlert("First");
     QMessageBox* const first = stage.alert()->box;
-    alerts.beginAlert(alertOf("two", "Second", true));
+    alerts.beginAlert(alertOf("Second", true, &secondAnswers));
     stage.waitFor("both", [&] { return stage.alertsStanding() == 2; });
     for (QWidget* widget : QApplication::topLevelWidgets()) {
         auto* const box = qobject_cast<QMessageBox*>(widget);
         if (box != nullptr && box != first && box->isVisible()) box->buttons().first()->click();
     }
     stage.waitFor("the second to go", [&] { return stage.alertsStanding() == 1; });
-    CHECK(alerts.pendingFor("one") == 1);
-    CHECK(alerts.pendingFor("two") == 0);
+    CHECK(firstAnswers == 0);
+    CHECK(secondAnswers == 1);
     stage.waitForAlert("First");
     stage.answer("OK");
-    CHECK(alerts.pendingFor("one") == 0);
+    CHECK(firstAnswers == 1);
 }
 
 TEST_CASE("a sheet has the keyboard again when an application-modal alert before it is answered") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
     auto& alerts = stage.program().alerts();
-    alerts.beginAlert(alertOf("one", "Sheet", false));
+    alerts.beginAlert(alertOf("Sheet", false));
     QMessageBox* const sheet = stage.waitForAlert("Sheet").box;
-    alerts.beginAlert(alertOf("two", "Modal", true));
+    alerts.beginAlert(alertOf("Modal", true));
     stage.waitForAlert("Modal");
     stage.answer("OK");
     stage.window().activateWindow(); // as some desktops do

@@ -88,8 +88,8 @@ TEST_CASE("the window follows an update through its steps and both restarts") {
         const auto& update = stage.supervisor().updates().begin()->second;
         const std::string step = std::to_string(static_cast<int>(update.state.phase));
         if (steps.empty() || steps.back() != step) steps.push_back(step);
-        CHECK(ui::shareDone(update.state) >= furthest);
-        furthest = ui::shareDone(update.state);
+        CHECK(update.state.share() >= furthest);
+        furthest = update.state.share();
         if (update.state.phase == UpdatePhase::writing && update.state.bytesDone > 0 && !hasSeenBytes) {
             const auto* bar = stage.window().findChild<QProgressBar*>();
             CHECK(bar->isVisible());
@@ -263,14 +263,89 @@ TEST_CASE("the keys that end the program do so while an alert stands, too") {
     CHECK(stage.hasEnded());
 }
 
-TEST_CASE("quitting in the middle of an update ends at once") {
+TEST_CASE("a person who quits in the middle of an update is asked once more, and keeps updating by default") {
     Stage stage({.printers = {"VK14,restart=3000,program=3000"}});
     stage.waitForFacts();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    const QString question = "A printer is being updated. Quit all the same?";
+    SUBCASE("from the menu") {
+        stage.triggerMenu("File", "Quit");
+    }
+    SUBCASE("with the keyboard") {
+        stage.press(Qt::Key_Q, Qt::ControlModifier);
+    }
+    SUBCASE("with the close box") {
+        stage.window().close();
+    }
+    const auto asked = stage.waitForAlert(question);
+    CHECK(asked.buttons == QStringList{"Keep Updating", "Quit"});
+    CHECK(asked.defaultButton == "Keep Updating");
+    CHECK(asked.isModal);
+    CHECK_FALSE(stage.hasEnded());
+    stage.press(Qt::Key_Escape);
+    stage.waitFor("the question to go", [&] { return !stage.alert(); });
+    CHECK_FALSE(stage.hasEnded());
+    CHECK(stage.window().isVisible());
     stage.triggerMenu("File", "Quit");
+    stage.waitForAlert(question);
+    stage.answer("Quit");
     CHECK(stage.hasEnded());
+}
+
+TEST_CASE("\"Quit\" in the agreement of one printer does not end the update of another without a question") {
+    Stage stage({.printers = {"VK14,restart=3000,program=3000", quick("VK14")}});
+    stage.waitForFacts();
+    const auto all = stage.printers();
+    stage.supervisor().begin(all[0], UpdateSupervisor::Equal::install);
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the first restart", [&] { return stage.supervisor().isAnyBetweenCommands(); });
+    stage.supervisor().begin(all[1], UpdateSupervisor::Equal::install);
+    stage.waitForAlert("Attention:");
+    stage.answer("Quit");
+    stage.waitForAlert("A printer is being updated. Quit all the same?");
+    CHECK_FALSE(stage.hasEnded());
+    stage.answer("Quit");
+    CHECK(stage.hasEnded());
+}
+
+TEST_CASE("the system's request to end is not asked about, and is met when the whole image is sent") {
+    Stage stage({.printers = {"VK14,restart=500,program=30000,speed=100000000"}, .speed = 4});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    stage.window().endAsked();
+    CHECK_FALSE(stage.hasEnded());
+    CHECK(stage.alertsStanding() == 0);
+    stage.waitFor("the end", [&] { return stage.hasEnded(); });
+    CHECK(onlyUpdate(stage).verdict.result == UpdateResult::stopped);
+    CHECK(changesOnTheWire(stage).back() == "FW_UPDFLASH_PROGRAM");
+}
+
+TEST_CASE("the system's request to end is met at once while no printer is in the middle of its update") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.window().endAsked();
+    CHECK(stage.hasEnded());
+}
+
+TEST_CASE("a printer with the same firmware and tables is updated again only after a question") {
+    Stage stage({.printers = {quick("VK14", "firmware=VK14 01.61,tables=0161")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    const auto question = stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
+    CHECK(question.buttons == QStringList{"Cancel", "Install Again"});
+    CHECK(question.defaultButton == "Cancel");
+    stage.answer("Cancel");
+    CHECK(stage.supervisor().updates().empty());
+    stage.click("Update Firmware…");
+    stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
+    stage.answer("Install Again");
+    stage.waitForAlert("Attention:");
 }
 
 } // namespace zul::test
