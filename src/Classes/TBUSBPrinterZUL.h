@@ -223,6 +223,13 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::vector<TableQuery> versionPlan() const;
     std::vector<TableQuery> checksumPlan() const;
     void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
+    /// What the question for the version brought: no answer, an answer that is no text, or a version.
+    struct VersionAnswer {
+        bool isAnswered = false;
+        Text version;
+    };
+    VersionAnswer askVersionInline() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
     void reportInternalError(int number);
     std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -238,7 +245,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void clearProgress();
     void loaderFoundUnexpectedly();
     void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void probeRestartedPrinter(const Text& version) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeRestartedPrinter(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     void checkReadiness(IOReturn openResult);
     void showRetryAlert(const std::string& title, const std::string& message);
     void showPrinterError();
