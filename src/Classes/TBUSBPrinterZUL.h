@@ -231,6 +231,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     VersionAnswer askVersionInline() ZUL_REQUIRES_ROLE(commandQueueRole);
     void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
+    void setCustomerDidAgree(bool agreed);
     void reportInternalError(int number);
     std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
     void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
