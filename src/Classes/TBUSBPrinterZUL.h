@@ -92,8 +92,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void sendPrinterCommand(std::uint32_t code, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. Nothing on failure.
     std::optional<Data> printerReply() override ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// The protocol's one error sink: deliberately without effect.
-    void errorWithString(const std::string& message, int code);
+    /// errorWithString:code:  The protocol's one error sink: deliberately without effect. Tests listen here. Command
+    /// queue.
+    virtual void errorWithString(const std::string& message, int code);
 
     // ---- status and facts -----------------------------------------------------------------------------------------
 
