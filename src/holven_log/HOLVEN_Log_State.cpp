@@ -35,6 +35,7 @@ void HOLVEN_Log::initialize(State& log) {
     log.logFilePath.reset();
     log.pending = std::string{};
     log.pendingCharacters = 0;
+    log.hasLostLines = false;
     log.notifiesForUpdates = false;
     log.logsToStandardError = true;
     log.logsApplicationName = false;
