@@ -61,6 +61,9 @@ TEST_CASE("the agreement follows its box, and \"Quit\" is its default") {
         {"Quit", "Continue"});
     CHECK(shown.checkBox == "I Agree");
     CHECK_FALSE(shown.box->checkBox()->isChecked());
+    CHECK(shown.box->checkBox()->minimumSize() == QSize(72, 18));
+    CHECK(shown.box->checkBox()->width() >= 72);
+    CHECK(shown.box->checkBox()->height() >= 18);
     CHECK_FALSE(isContinueEnabled(stage));
     stage.click("I Agree");
     CHECK(isContinueEnabled(stage));
