@@ -79,6 +79,11 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
     }
 
     void show(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
+        write(printer, event, key, value);
+        if (_program.output.isLost()) _program.quit(kDone); // nobody watches any more
+    }
+
+    void write(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
         if (_program.output.isJson()) {
             json line = {{"event", event}, {"printer", printer.keyUSBdevice()}, {"location", printer.locationText()}};
             if (!key.empty()) {
@@ -91,7 +96,7 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
         std::string text = printer.keyUSBdevice() + "  " + event;
         text += key.empty() ? "  " + printer.descriptionUTF8() + " at " + printer.locationText()
                             : "  " + key + " = " + textOf(value);
-        _program.output.line(text);
+        _program.output.line(printableInLine(text));
     }
 
     Program& _program;
