@@ -95,8 +95,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void sendPrinterCommand(std::uint32_t code, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. Nothing on failure.
     std::optional<Data> printerReply() override ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// The protocol's one error sink: deliberately without effect.
-    void errorWithString(const std::string& message, int code);
+    /// errorWithString:code:  The protocol's one error sink: deliberately without effect. Tests listen here. Command
+    /// queue.
+    virtual void errorWithString(const std::string& message, int code);
 
     // ---- status and facts -----------------------------------------------------------------------------------------
 
@@ -226,7 +227,15 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::vector<TableQuery> versionPlan() const;
     std::vector<TableQuery> checksumPlan() const;
     void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
+    /// What the question for the version brought: no answer, an answer that is no text, or a version.
+    struct VersionAnswer {
+        bool isAnswered = false;
+        Text version;
+    };
+    VersionAnswer askVersionInline() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
+    void setCustomerDidAgree(bool agreed);
     void reportInternalError(int number);
     std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
     void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
@@ -241,7 +250,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void clearProgress();
     void loaderFoundUnexpectedly();
     void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void probeRestartedPrinter(const Text& version) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeRestartedPrinter(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     void checkReadiness(IOReturn openResult);
     void showAlert(AlertKind kind, const std::string& title, const std::string& message,
                    std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});

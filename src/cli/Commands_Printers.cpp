@@ -80,7 +80,9 @@ void runList(Program& program) {
     if (program.output.isJson()) {
         program.output.document(list);
     } else if (printers.empty()) {
-        program.output.line("No printer is attached. Connect a ZUL printer by USB and switch it on.");
+        program.output.line(program.session.unusablePrinters().empty()
+                                ? "No printer is attached. Connect a ZUL printer by USB and switch it on."
+                                : "No attached printer can be used.");
     } else {
         program.output.table(rows);
     }

@@ -55,7 +55,9 @@ void Program::noteUnusable() const {
 
 void Program::reportNoPrinter(int exitStatus) {
     noteUnusable();
-    output.problem("no printer is attached. Connect a ZUL printer by USB and switch it on.", exitStatus);
+    output.problem(session.unusablePrinters().empty() ? "no printer is attached. Connect a ZUL printer by USB and switch it on."
+                                              : "no attached printer can be used.", // why has just been said
+                   exitStatus);
 }
 
 Program::Printer Program::find(const std::string& name, int& exitStatus) {

@@ -98,6 +98,7 @@ def srecord():
 
 def text():
     """A longest length, two words, and the text."""
+    write("text", "commands", bytes([5]) + block(b"a") + block(b"c") + "1\x1b]0;\x07\x9b\u202e\u200f\n".encode() + b"\x9b\xff")
     write("text", "plain", bytes([5]) + block(b"a") + block(b"c") + b"abcABC%d")
     write("text", "utf8-mark", bytes([255]) + block(b"MFG:") + block(b";") + "\ufeffMFG:é;".encode())
     write("text", "utf16-lone-surrogate", bytes([6]) + block(b"") * 2 + b"\xff\xfe\x41\x00\x00\xd8")

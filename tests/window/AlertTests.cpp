@@ -4,6 +4,7 @@
 #include "platform/dispatch/Queue.h"
 #include "support/ChangedArchive.h"
 #include "ui/Pictures.h"
+#include "ui/PrinterTableModel.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAction>
@@ -12,6 +13,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 #include <QWindow>
 #include <doctest/doctest.h>
@@ -61,6 +63,9 @@ TEST_CASE("the agreement follows its box, and \"Quit\" is its default") {
         {"Quit", "Continue"});
     CHECK(shown.checkBox == "I Agree");
     CHECK_FALSE(shown.box->checkBox()->isChecked());
+    CHECK(shown.box->checkBox()->minimumSize() == QSize(72, 18));
+    CHECK(shown.box->checkBox()->width() >= 72);
+    CHECK(shown.box->checkBox()->height() >= 18);
     CHECK_FALSE(isContinueEnabled(stage));
     stage.click("I Agree");
     CHECK(isContinueEnabled(stage));
@@ -406,6 +411,18 @@ TEST_CASE("what a printer tells is shown as it is, even where it looks like mark
         if (!label->text().isEmpty()) CHECK(label->textFormat() == Qt::PlainText);
     }
     stage.screenshot("long-title");
+    stage.answer("OK");
+}
+
+TEST_CASE("a printer's text does not turn the direction of what stands around it") {
+    Stage stage({.printers = {quick("VK14", "serial=1\u202E2\u2066\u200F\u0085\x1B")}});
+    stage.waitForFacts();
+    CHECK(stage.cell(0, ui::PrinterTableModel::serialNumber) == "1?2????");
+    stage.printers()[0]->showAlertWithTitle("VK14 \u202E00.10", "\u061C\nline", {}, {});
+    const auto shown = stage.waitForAlert("VK14 ?00.10");
+    CHECK(shown.message == "?\nline");
+    CHECK(shown.box->accessibleName() == shown.title);
+    CHECK_FALSE(stage.visibleText().contains(QRegularExpression("[\u061C\u200F\u202E\u2066\u0085\x1B]")));
     stage.answer("OK");
 }
 

@@ -16,7 +16,8 @@ TEST_CASE("an integer is the leading digits behind blanks and a sign") {
 }
 
 TEST_CASE("a text without leading digits is the integer 0") {
-    for (const char* text : {"", " ", "-", "+", "FU00001", "x1"}) CHECK(integerValue(text) == 0);
+    for (const char* text : {"", " ", "-", "+", "FU00001", "x1", "+-5", "-+5", "--5", "++5"})
+        CHECK(integerValue(text) == 0);
 }
 
 TEST_CASE("an integer too large is the largest, too small the smallest") {
@@ -33,7 +34,8 @@ TEST_CASE("a number with a point reads up to the second point") {
 }
 
 TEST_CASE("what is no plain number is 0.0, names of special values included") {
-    for (const char* text : {"", "-", "inf", "nan", "-inf", "V1.0"}) CHECK(doubleValue(text) == 0.0);
+    for (const char* text : {"", "-", "inf", "nan", "-inf", "V1.0", "+-1.5", "-+1.5", "--1.5", "++1.5"})
+        CHECK(doubleValue(text) == 0.0);
 }
 
 TEST_CASE("numbers do not depend on the locale's decimal mark") {
