@@ -1,5 +1,6 @@
 // The window program: hands its arguments to the application loop and returns what that returns.
 #include "AppDelegate.h"
+#include "platform/foundation/StateFolder.h"
 #include "ui/Catalogue.h"
 #include "ui/EndSignals.h"
 #include "ui/FocusStyle.h"
@@ -38,14 +39,8 @@ bool hasDisplay() {
 
 // The log window shows what the log facility writes, so there is always a file that it writes to.
 std::string standardLogFile() {
-    namespace fs = std::filesystem;
-    const char* state = std::getenv("XDG_STATE_HOME");
-    const char* home = std::getenv("HOME");
-    if ((state == nullptr || *state == 0) && home == nullptr) return "";
-    const fs::path base = state != nullptr && *state != 0 ? fs::path(state) : fs::path(home) / ".local/state";
-    std::error_code error;
-    fs::create_directories(base / "zul-printer-utility", error);
-    return error ? "" : (base / "zul-printer-utility/log.txt").string();
+    const std::filesystem::path folder = zul::stateFolder();
+    return folder.empty() || zul::createStateFolder(folder) ? "" : (folder / "log.txt").string();
 }
 
 void openLog(const zul::SessionOptions& options) {

@@ -2,13 +2,13 @@
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/foundation/StateFolder.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <pwd.h>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
@@ -75,12 +75,6 @@ int replaceFile(const fs::path& file, const std::string& text) {
         ::close(folder);
     }
     return 0;
-}
-
-std::string homeFolder() {
-    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
-    const passwd* entry = ::getpwuid(::getuid());
-    return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
 }
 
 } // namespace
