@@ -2,7 +2,7 @@
 
 #include "platform/foundation/Format.h"
 #include "virtual_printer/gadget/GadgetError.h"
-#include "virtual_printer/gadget/ScopedFd.h"
+#include "platform/foundation/ScopedFd.h"
 
 #include <cerrno>
 #include <cstring>

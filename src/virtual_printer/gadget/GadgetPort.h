@@ -4,7 +4,7 @@
 #include "virtual_printer/gadget/ConfigfsGadget.h"
 #include "virtual_printer/gadget/EndpointThreads.h"
 #include "virtual_printer/gadget/FunctionFs.h"
-#include "virtual_printer/gadget/ScopedFd.h"
+#include "platform/foundation/ScopedFd.h"
 
 #include <functional>
 #include <memory>
