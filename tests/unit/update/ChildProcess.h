@@ -43,9 +43,12 @@ class ChildProcess {
     int pid() const { return _pid; }
     /// The child's answer to one line; empty when it has ended.
     std::string operator()(const std::string& line) {
-        const std::string sent = line + '\n';
-        static_cast<void>(::write(_input.get(), sent.data(), sent.size()));
+        send(line);
         return readLine();
+    }
+    void send(const std::string& line) {
+        const std::string sent = line + '\n';
+        static_cast<void>(!::write(_input.get(), sent.data(), sent.size())); // a child that has ended answers nothing
     }
     /// The child's next line; waits for it. Empty when the child has ended.
     std::string readLine() {
