@@ -257,10 +257,25 @@ TEST_CASE("a damaged file is left alone while another process uses it") {
         const FolderHold other(lab.folder / "state", FolderHold::Kind::together, options.longestWait);
         const auto begun = history.begin(printerAt(kKey));
         CHECK(begun.id == 0);
-        CHECK(begun.problem.find("could not be renamed") != std::string::npos);
+        CHECK(begun.problem.find("could not be renamed (another program is using it)") != std::string::npos);
         CHECK(filesIn(lab.folder / "state") == std::set<std::string>{"history.sqlite"});
     }
     CHECK(history.begin(printerAt(kKey)).id != 0);
+}
+
+TEST_CASE("tables are made by one process alone") {
+    HistoryLab lab;
+    UpdateHistoryOptions options = lab.options();
+    options.longestWait = std::chrono::milliseconds(1);
+    UpdateHistory history(options);
+    std::filesystem::create_directories(options.folder);
+    {
+        const FolderHold other(options.folder, FolderHold::Kind::together, options.longestWait);
+        CHECK(names(history.begin(printerAt(kKey)).problem, lab.file()));
+    }
+    CHECK(history.begin(printerAt(kKey)).problem == "");
+    const FolderHold other(options.folder, FolderHold::Kind::together, options.longestWait);
+    CHECK(history.begin(printerAt(kKey)).problem == "");
 }
 
 TEST_CASE("a damaged file that another process has replaced meanwhile is not put aside again") {
@@ -312,6 +327,7 @@ TEST_CASE("an empty file, as a full disk leaves it, becomes a history") {
     lab.folder.write("state/history.sqlite", "");
     CHECK(lab.history.records({}).problem == "");
     CHECK(names(lab.history.complete(1, success()), lab.file()));
+    CHECK(std::filesystem::file_size(lab.file()) == 0); // only a new update makes tables
     lab.begin(printerAt(kKey));
 }
 

@@ -243,8 +243,18 @@ TEST_CASE("a record of this process is not interrupted while the process lives")
     CHECK(idsOf(lab.history.interrupted()).empty());
 }
 
-TEST_CASE(
-    "a process id that was given to another process, or before a restart of the machine, is of an ended process") {
+TEST_CASE("a living process is known by its beginning, whatever it is called") {
+    HistoryLab lab;
+    const auto program = lab.folder / "odd) Z 1 (name";
+    std::filesystem::copy_file(ZUL_HISTORY_WRITER, program);
+    ChildProcess child({program.string(), (lab.folder / "state").string()});
+    const auto id = std::stoll(child("begin " + kKey));
+    CHECK(idsOf(lab.history.interrupted()).empty());
+    child.kill();
+    CHECK(idsOf(lab.history.interrupted()) == Ids{id});
+}
+
+TEST_CASE("a process id that was given to another process, or before a restart, is of an ended process") {
     for (const char* change : {"process_begun = process_begun + 1", "boot = 'another'", "process_begun = 0"}) {
         CAPTURE(change);
         HistoryLab lab;
