@@ -70,9 +70,9 @@ class PrinterLocks final : public PrinterReservations {
     /// then waits for its answer like heldElsewhere(). Any thread.
     [[nodiscard]] Result tryLock(const std::string& deviceKey, const std::string& activity);
 
-    /// The answer of the process that has the lock, which may be this one; nullopt if there is none. program, pid and
-    /// user come from the kernel where it knows them; of a process that does not answer in time, only they are filled.
-    /// Waits at most answerTimeout. Any thread.
+    /// The answer of the process that has the lock, which may be this one; nullopt if there is none. pid and user are
+    /// the kernel's. Of a process that does not answer in time only they and the program's name are filled. Waits at
+    /// most answerTimeout. Any thread.
     std::optional<LockAnswer> ask(const std::string& deviceKey) const;
 
     std::optional<InterfaceHolder> heldElsewhere(const std::string& deviceKey) override;
