@@ -3,6 +3,7 @@
 #include "AppDelegate.h"
 #include "platform/dispatch/Signals.h"
 #include "platform/foundation/StandardStreams.h"
+#include "platform/foundation/StateFolder.h"
 #include "session/Logs.h"
 #include "ui/Catalogue.h"
 #include "ui/FocusStyle.h"
@@ -46,14 +47,8 @@ bool hasDisplay() {
 
 // The log window shows what the log facility writes, so there is always a file that it writes to.
 std::string standardLogFile() {
-    namespace fs = std::filesystem;
-    const char* state = std::getenv("XDG_STATE_HOME");
-    const char* home = std::getenv("HOME");
-    if ((state == nullptr || *state == 0) && home == nullptr) return "";
-    const fs::path base = state != nullptr && *state != 0 ? fs::path(state) : fs::path(home) / ".local/state";
-    std::error_code error;
-    fs::create_directories(base / "zul-printer-utility", error);
-    return error ? "" : (base / "zul-printer-utility/log.txt").string();
+    const std::filesystem::path folder = zul::stateFolder();
+    return folder.empty() || zul::createStateFolder(folder) ? "" : (folder / "log.txt").string();
 }
 
 // A log that was named has to be there; without the usual one the window does its work as well.

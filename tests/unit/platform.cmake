@@ -5,4 +5,5 @@ target_sources(unit_tests PRIVATE
   platform/QueueTests.cpp
   platform/ScriptedInterfaceTests.cpp
   platform/ServiceRegistryTests.cpp
-  platform/SettingsTests.cpp)
+  platform/SettingsTests.cpp
+  platform/StateFolderTests.cpp)

@@ -20,6 +20,20 @@ std::optional<std::string> stringFromUTF8(std::string_view bytes) {
     return std::string(bytes);
 }
 
+std::string repairedUTF8(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    std::int32_t index = 0;
+    const auto length = static_cast<std::int32_t>(bytes.size());
+    while (index < length) {
+        const auto start = static_cast<std::size_t>(index);
+        UChar32 character = 0;
+        U8_NEXT(bytes.data(), index, length, character);
+        text += character > 0 ? bytes.substr(start, static_cast<std::size_t>(index) - start) : "\xEF\xBF\xBD";
+    }
+    return text;
+}
+
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data) {
     const auto end = std::ranges::find(data, std::uint8_t{0});
     return stringFromUTF8({reinterpret_cast<const char*>(data.data()), static_cast<std::size_t>(end - data.begin())});

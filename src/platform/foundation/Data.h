@@ -19,6 +19,9 @@ inline Data dataFromText(std::string_view text) {
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data);
 /// The same for a length that counts: no NUL needed, none looked for.
 std::optional<std::string> stringFromUTF8(std::string_view bytes);
+/// The bytes as valid UTF-8 text: what is not valid, and NUL, becomes the replacement character. For text that has to
+/// be stored whatever it is.
+std::string repairedUTF8(std::string_view bytes);
 
 /// White space and line ends removed at both ends.
 std::string trimmedWhitespaceAndNewlines(const std::string& text);

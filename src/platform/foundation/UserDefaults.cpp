@@ -3,6 +3,7 @@
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/HomeFolder.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/foundation/StateFolder.h"
 
 #include <cerrno>
 #include <cstdlib>

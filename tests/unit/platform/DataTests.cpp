@@ -120,3 +120,11 @@ TEST_CASE("device facts describe themselves in the order of their keys") {
     CHECK(info.description() == "{ a = 1; b = \"x\"; c = 1; d = (\"p\", \"q\"); }");
     CHECK(DeviceInfo().description() == "{ }");
 }
+
+TEST_CASE("text that is stored whatever it is becomes valid UTF-8 without NUL, and valid text is kept as it is") {
+    CHECK(repairedUTF8("Größe \xE2\x82\xAC \xF0\x9F\x96\xA8") == "Größe \xE2\x82\xAC \xF0\x9F\x96\xA8");
+    CHECK(repairedUTF8("a\xFFz") == "a\xEF\xBF\xBDz");
+    CHECK(repairedUTF8(std::string_view("a\0z", 3)) == "a\xEF\xBF\xBDz");
+    CHECK(repairedUTF8("cut \xE2\x82") == "cut \xEF\xBF\xBD");
+    CHECK(repairedUTF8("") == "");
+}
