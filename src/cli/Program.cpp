@@ -35,8 +35,8 @@ int Program::start(std::function<void()> ready) {
     }
     onInterrupt([this](Interrupt) { quit(kInterrupted); }); // commands that have more to end say so themselves
     // Behind the insertion of the rows; twice, because what is queued first asks for a close behind itself.
-    mainQueue.async([this, ready = std::move(ready)] {
-        afterQueues(printers(), [this, ready] { afterQueues(printers(), ready); });
+    whenEnumerated([this, ready = std::move(ready)] {
+        mainQueue.async([this, ready] { afterQueues(printers(), [this, ready] { afterQueues(printers(), ready); }); });
     });
     return kDone;
 }

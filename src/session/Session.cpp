@@ -109,7 +109,7 @@ Session::~Session() {
 void Session::endBus() {
     // A printer that was told to restart and never left is given back like any other.
     if (_realBus != nullptr && controller) {
-        for (const Printer& printer : printers()) _realBus->setRestartExpected(printer->locationNumber(), false);
+        for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
     if (_bus) _bus->stop();
 }
@@ -152,7 +152,12 @@ std::optional<SessionProblem> Session::startSession(TBPrinters::Outlets outlets)
     if (!_options.virtualPrinters.empty()) {
         if (auto problem = makeVirtualBus()) return problem;
     } else {
-        auto bus = std::make_unique<LibusbBus>(mainQueue, clock);
+        LibusbBusOptions busOptions;
+        busOptions.readsIdentityAhead = [this](std::uint16_t vendor, std::uint16_t product) {
+            return productVendorIDs().contains(vendor) &&
+                   (acceptedProductIDs().contains(product) || _options.admittedProducts.contains(product));
+        };
+        auto bus = std::make_unique<LibusbBus>(mainQueue, clock, std::move(busOptions));
         _realBus = bus.get();
         _bus = std::move(bus);
     }
@@ -168,6 +173,14 @@ std::optional<SessionProblem> Session::startSession(TBPrinters::Outlets outlets)
     return std::nullopt;
 }
 
+void Session::whenEnumerated(Block block) {
+    if (_realBus != nullptr) {
+        _realBus->whenEnumerated(std::move(block));
+    } else {
+        block();
+    }
+}
+
 // ---- printers -------------------------------------------------------------------------------------------------------
 
 Session::Printer Session::printerWithKey(const std::string& key) const {
@@ -179,7 +192,7 @@ Session::Printer Session::printerWithKey(const std::string& key) const {
 
 void Session::expectRestart(const std::string& key) {
     if (_realBus == nullptr) return;
-    if (const Printer printer = printerWithKey(key)) _realBus->setRestartExpected(printer->locationNumber(), true);
+    if (const Printer printer = printerWithKey(key)) _realBus->setKept(printer->locationNumber(), true);
 }
 
 void Session::addUnusable(const PrinterEvent& event) {
@@ -194,20 +207,26 @@ void Session::addUnusable(const PrinterEvent& event) {
 // The engine says nothing of printers that it does not take, nor of their departure.
 void Session::watchServices() {
     const auto port = TBPrinters::sharedNotificationPort(environment);
-    const auto drain = [](ServiceIterator& services) {
-        while (services.next() != 0) {
+    const auto drain = [this](ServiceIterator& services, bool haveLeft) {
+        while (const ServiceToken token = services.next()) {
+            std::uint32_t location = 0;
+            // The restart that was expected has begun.
+            if (haveLeft && _realBus != nullptr && registry.service(token)->GetLocationID(location) == kIOReturnSuccess)
+                _realBus->setKept(location, false);
         }
     };
     for (const auto kind : {ServiceNotification::matched, ServiceNotification::terminated}) {
-        const auto services = port->addMatchingNotification(kind, printerInterfaces(), [this, drain](auto& iterator) {
-            drain(iterator);
+        const bool haveLeft = kind == ServiceNotification::terminated;
+        const auto whenTold = [this, drain, haveLeft](auto& iterator) {
+            drain(iterator, haveLeft);
             // Later: a service is still known while its departure is told.
             mainQueue.async([this] {
                 std::erase_if(_unusable, [this](const Unusable& one) { return !isAttached(one); });
                 if (unusableChanged) unusableChanged();
             });
-        });
-        drain(*services);
+        };
+        const auto services = port->addMatchingNotification(kind, printerInterfaces(), whenTold);
+        drain(*services, haveLeft);
     }
 }
 
