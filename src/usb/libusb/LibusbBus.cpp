@@ -5,6 +5,8 @@
 #include "usb/libusb/LibusbBusCore.h"
 #include "usb/libusb/ScanSource.h"
 
+#include <algorithm>
+
 namespace zul {
 
 LibusbBus::LibusbBus(MainQueue& mainQueue, Clock& clock, LibusbBusOptions options)
@@ -71,8 +73,9 @@ IOReturn LibusbBus::Core::start() {
     _starting = true;
     drain();
     waitForPreparations();
-    // In the order of the bus, whoever answered first: people count printers by their place in a list.
-    const auto inOrder = std::move(_startOrder);
+    // By their places, whoever answered first: people name printers by their position in a list.
+    auto inOrder = std::move(_startOrder);
+    std::ranges::sort(inOrder, {}, [](const auto& entry) { return entry->device->descriptors().locationID(); });
     for (const auto& entry : inOrder) {
         if (_port->isClosed()) break;
         if (entry->isPrepared && isCurrent(entry)) announce(entry);

@@ -41,8 +41,8 @@ class LibusbBus final : public USBBus {
     LibusbBus(MainQueue& mainQueue, Clock& clock, LibusbBusOptions options = {});
     ~LibusbBus() override;
 
-    /// Announces what is attached before it returns, but for printers that do not answer the request for their device
-    /// ID within 100 ms: see whenEnumerated. A device that arrives later and whose node may not be opened yet is
+    /// Announces what is attached before it returns, our printers by their places, but for those of them that do not
+    /// answer the request for their device ID within 100 ms: see whenEnumerated. A device that arrives later and whose node may not be opened yet is
     /// announced when it may, at the latest after 2 s. kIOReturnError when the system has no USB.
     IOReturn start(ServiceRegistry& registry) override;
     /// Main queue. Nothing is reported afterwards; handles go on working. Gives the printers that are not in the middle

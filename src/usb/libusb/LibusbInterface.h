@@ -6,6 +6,11 @@
 
 namespace zul {
 
+/// The one time-out that the library has for a control request: the shorter of the request's two, because a device that
+/// does not answer sends no data either; completionTimeout where noDataTimeout is 0; the bus's own where
+/// completionTimeout is 0. Any thread.
+std::chrono::milliseconds controlTimeout(const IOUSBDevRequestTO& request);
+
 class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
     LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,

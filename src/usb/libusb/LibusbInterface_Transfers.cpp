@@ -16,11 +16,6 @@ milliseconds timeoutOf(std::uint32_t completionTimeout) {
     return completionTimeout != 0 ? milliseconds(completionTimeout) : bus_limits::kDefaultTimeout;
 }
 
-milliseconds timeoutOf(const IOUSBDevRequestTO& request) {
-    if (request.completionTimeout == 0 || request.noDataTimeout == 0) return timeoutOf(request.completionTimeout);
-    return milliseconds(std::min(request.noDataTimeout, request.completionTimeout));
-}
-
 unsigned int libusbTimeout(milliseconds timeout) {
     return static_cast<unsigned int>(std::max<milliseconds::rep>(timeout.count(), 1)); // 0 would wait for ever
 }
@@ -31,6 +26,11 @@ unsigned char endpointAddress(const PipeProperties& pipe) {
 }
 
 } // namespace
+
+milliseconds controlTimeout(const IOUSBDevRequestTO& request) {
+    if (request.completionTimeout == 0 || request.noDataTimeout == 0) return timeoutOf(request.completionTimeout);
+    return milliseconds(std::min(request.noDataTimeout, request.completionTimeout));
+}
 
 IOReturn LibusbInterface::checkPipe(std::uint8_t pipe, PipeDirection direction) const {
     if (_attachment->gone) return kIOReturnNoDevice;
@@ -137,7 +137,7 @@ IOReturn LibusbInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO&
     const DeviceConnection::Transfer transfer(*_connection);
     const int code = libusb_control_transfer(_connection->handle(), request.bmRequestType, request.bRequest,
                                              request.wValue, request.wIndex, static_cast<unsigned char*>(request.pData),
-                                             length, libusbTimeout(timeoutOf(request)));
+                                             length, libusbTimeout(controlTimeout(request)));
     if (code > 0) request.wLenDone = static_cast<std::uint32_t>(code);
     return result(code); // a stalled control pipe frees itself with the next request
 }
