@@ -53,6 +53,11 @@ std::string hub(const std::string& path, unsigned address) {
            "H: descriptors=12010002090001406b1d020002060302010109021900010100e0000904000001090000000705810304000c\n\n";
 }
 
+bool isWithoutUdevd() {
+    const char* arrivals = std::getenv("ZUL_TEST_ARRIVALS");
+    return arrivals != nullptr && std::string(arrivals) == "kernel";
+}
+
 std::string sysPath(const std::string& port) {
     const auto dot = port.find('.');
     if (dot == std::string::npos) return "/devices/usb1/" + port;
@@ -75,18 +80,14 @@ ListeningUdevd::~ListeningUdevd() {
     ::close(_socket);
 }
 
-bool Bench::hasUdevd() {
-    const char* arrivals = std::getenv("ZUL_TEST_ARRIVALS");
-    return arrivals == nullptr || std::string(arrivals) != "kernel";
-}
-
 LibusbBusOptions Bench::completed(LibusbBusOptions options) const {
-    options.system.run = _run.path;
+    if (options.system.run == SystemFolders{}.run) options.system.run = _run.path;
     return options;
 }
 
 Bench::Bench(Clock* clock, LibusbBusOptions options)
-    : _udevd(hasUdevd() ? std::make_unique<ListeningUdevd>(_run.path) : nullptr),
+    : _hasUdevd(options.system.run == SystemFolders{}.run && !isWithoutUdevd()),
+      _udevd(_hasUdevd ? std::make_unique<ListeningUdevd>(_run.path) : nullptr),
       _ownClock(clock == nullptr ? std::make_unique<RealClock>() : nullptr), _testbed(umockdev_testbed_new()),
       mainQueue(clock == nullptr ? *_ownClock : *clock),
       bus(mainQueue, clock == nullptr ? *_ownClock : *clock, completed(std::move(options))) {
@@ -175,6 +176,7 @@ MockPrinter& Bench::plug(const Plug& plug) {
     }
     addDevice(plug);
     setMode(plug.address, plug.mode);
+    _printers.erase(plug.address); // one at a time may answer for a node
     _printers[plug.address] = std::make_unique<MockPrinter>(_testbed, text("/dev/bus/usb/001/%03u", plug.address));
     _addresses[plug.port] = plug.address;
     announceAgain(plug.port);

@@ -60,7 +60,7 @@ class Bench {
     void unplug(const std::string& port = "1-2");
     /// The same, but with udevd what the system knows of the device can still be read.
     void leave(const std::string& port = "1-2");
-    static bool hasUdevd();
+    bool hasUdevd() const { return _hasUdevd; }
     void configure(const std::string& port, const std::string& configuration);
     void setMode(unsigned address, unsigned mode) const;
     /// Another program opens the node and closes it.
@@ -95,6 +95,7 @@ class Bench {
   private:
     LibusbBusOptions completed(LibusbBusOptions options) const;
 
+    const bool _hasUdevd;
     const TemporaryFolder _run;
     std::unique_ptr<ListeningUdevd> _udevd;
     std::unique_ptr<Clock> _ownClock;

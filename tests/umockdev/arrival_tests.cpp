@@ -100,6 +100,7 @@ TEST_CASE("a printer that returns at the same port has a new token and the same 
 
 TEST_CASE("an arrival and a departure that wait together are told in their order") {
     Bench bench;
+    if (!bench.hasUdevd()) return; // a device that the bus has not looked at before it left is never known
     bench.start();
     bench.plug();
     bench.mainQueue.waitForWork();

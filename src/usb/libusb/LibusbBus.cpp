@@ -97,7 +97,7 @@ void LibusbBus::Core::stop() {
     _services->kept.clear();
     for (const auto& [key, entry] : _entries) {
         _port->clock().cancel(entry->timer);
-        entry->device->giveBackNow();
+        if (entry->device != nullptr) entry->device->giveBackNow();
     }
     _entries.clear();
     _startOrder.clear();

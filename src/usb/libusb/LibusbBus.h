@@ -22,6 +22,8 @@ struct LibusbBusOptions {
     /// opened. Main queue.
     std::function<bool(std::uint16_t vendor, std::uint16_t product)> readsIdentityAhead;
     SystemFolders system;
+    /// False: as where the system refuses the kernel's own reports. They are used only where udevd does not run.
+    bool takesKernelReports = true;
 };
 
 /// How arrivals and departures come to be known.

@@ -141,6 +141,10 @@ void LibusbBus::Core::announce(const std::shared_ptr<Entry>& entry) {
         entry->tokens.push_back(_registry.serviceArrived(std::make_shared<LibusbService>(attachment, descriptors)));
     }
     attachment->preparedConnection = nullptr; // whoever wants the printer has a handle by now
+    if (!entry->device->interfaces().empty()) return;
+    // Not a printer: only that it is there is remembered. The session in which it was found may end.
+    entry->attachment = nullptr;
+    entry->device = nullptr;
 }
 
 // ---- departure ------------------------------------------------------------------------------------------------------
@@ -151,7 +155,7 @@ void LibusbBus::Core::left(const DeviceKey& key) {
     const std::shared_ptr<Entry> entry = found->second;
     _entries.erase(found);
     _port->clock().cancel(entry->timer);
-    entry->device->end();
+    if (entry->device != nullptr) entry->device->end();
     terminate(*entry);
     if (!_starting) noteEnumerated();
 }
@@ -220,7 +224,8 @@ void LibusbBus::Core::setKept(std::uint32_t locationID, bool kept) {
     _services->kept.set(locationID, kept);
     if (kept || !wasKept) return;
     for (const auto& [key, entry] : _entries) {
-        if (entry->device->descriptors().locationID() == locationID) entry->device->keptEnded();
+        if (entry->device != nullptr && entry->device->descriptors().locationID() == locationID)
+            entry->device->keptEnded();
     }
 }
 

@@ -26,8 +26,8 @@ class LibusbBus::Core : public std::enable_shared_from_this<Core> {
     // One device. It waits until it is configured and may be opened, is prepared if it is one of our printers, and is
     // announced.
     struct Entry {
-        std::shared_ptr<AttachedDevice> device;
-        std::shared_ptr<Attachment> attachment; // null while it waits
+        std::shared_ptr<AttachedDevice> device; // null once it has turned out to be no printer
+        std::shared_ptr<Attachment> attachment; // null while it waits, and for what is no printer
         std::vector<ServiceToken> tokens;
         bool isConfigured = false;
         bool wasThereAtStart = false;

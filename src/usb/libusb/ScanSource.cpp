@@ -42,7 +42,7 @@ struct ScanSource::State : std::enable_shared_from_this<State> {
 
     const std::shared_ptr<BusInbox> inbox;
     const std::shared_ptr<BusServices> services;
-    UeventSocket uevents;
+    UeventSocket uevents{services->options.takesKernelReports};
     const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     std::atomic<bool> ended{false};
     std::atomic<bool> started{false};

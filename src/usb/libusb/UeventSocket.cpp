@@ -15,8 +15,9 @@ constexpr unsigned kKernelReports = 1; // the multicast group of the kernel's ow
 constexpr std::string_view kUsbField{"\0SUBSYSTEM=usb\0", 15};
 } // namespace
 
-UeventSocket::UeventSocket()
-    : _descriptor(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT)) {
+UeventSocket::UeventSocket(bool isWanted) {
+    if (!isWanted) return;
+    _descriptor = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = kKernelReports;

@@ -6,8 +6,8 @@ namespace zul {
 /// Used on one thread at a time.
 class UeventSocket {
   public:
-    /// Not open when the system refuses it.
-    UeventSocket();
+    /// Not open when the system refuses it, or when it is not wanted.
+    explicit UeventSocket(bool isWanted);
     ~UeventSocket();
     UeventSocket(const UeventSocket&) = delete;
     UeventSocket& operator=(const UeventSocket&) = delete;
