@@ -19,6 +19,10 @@ constexpr const char* kNode = "/dev/bus/usb/001/004";
 struct Processes {
     TemporaryFolder folder;
 
+    Processes() {
+        std::filesystem::create_directory(folder / "net"); // where the bus looks for udevd
+        std::filesystem::create_symlink("/proc/net/unix", folder / "net" / "unix");
+    }
     void add(int pid, const std::string& name, const std::string& openFile) const {
         const auto process = folder / std::to_string(pid);
         std::filesystem::create_directories(process / "fd");

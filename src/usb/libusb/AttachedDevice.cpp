@@ -66,11 +66,15 @@ void AttachedDevice::giveBackNow() {
 
 void AttachedDevice::end() {
     _left = true;
-    const std::shared_ptr<DeviceConnection> last = connection(); // closed, if at all, after the lock below
-    std::shared_ptr<DeviceConnection> claimed;
-    if (last != nullptr) last->cancelReturns();
-    const std::scoped_lock lock(_mutex);
-    claimed.swap(_claimed);
+    const std::shared_ptr<DeviceConnection> last = connection();
+    if (last == nullptr) return;
+    // A claim may be under way, which waits for the kernel: not on the main queue.
+    _services->runApart([self = shared_from_this(), last] {
+        last->cancelReturns();
+        std::shared_ptr<DeviceConnection> claimed; // destroyed after the lock
+        const std::scoped_lock lock(self->_mutex);
+        claimed.swap(self->_claimed);
+    });
 }
 
 void AttachedDevice::logHiddenJobs(const std::string& node) {

@@ -45,7 +45,7 @@ IOReturn DeviceConnection::seizeLocked(std::uint8_t interface, const void* owner
     cancelReturn(interface);
     _owners[interface] = owner;
     if (owner == nullptr) {
-        setDriverless(interface, true); // this program was first; the driver would have taken it at its arrival
+        setDriverless(interface); // this program was first; the driver would have taken it at its arrival
         const std::scoped_lock lock(_device->_mutex);
         _device->_claimed = shared_from_this();
     }
@@ -73,7 +73,7 @@ IOReturn DeviceConnection::detachDriver(std::uint8_t interface) {
     const int result = libusb_detach_kernel_driver(_handle, interface);
     if (result == LIBUSB_ERROR_NOT_FOUND) return kIOReturnSuccess; // somebody else was quicker
     if (result != 0) return ioReturnFromLibusb(result);
-    setDriverless(interface, true);
+    setDriverless(interface);
     return kIOReturnSuccess;
 }
 

@@ -84,7 +84,8 @@ class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
     void releaseAllLocked();
 
     Clock& clock() const { return _device->services().clock(); }
-    void setDriverless(std::uint8_t interface, bool isDriverless);
+    void setDriverless(std::uint8_t interface);
+    bool takeDriverless(std::uint8_t interface);
     bool isDriverless(std::uint8_t interface);
     void scheduleReturn(std::uint8_t interface);
     void cancelReturn(std::uint8_t interface);

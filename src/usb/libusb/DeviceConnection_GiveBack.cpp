@@ -20,13 +20,14 @@ DeviceConnection::~DeviceConnection() {
     libusb_close(_handle);
 }
 
-void DeviceConnection::setDriverless(std::uint8_t interface, bool isDriverless) {
+void DeviceConnection::setDriverless(std::uint8_t interface) {
     const std::scoped_lock lock(_device->_mutex);
-    if (isDriverless) {
-        _device->_driverless.insert(interface);
-    } else {
-        _device->_driverless.erase(interface);
-    }
+    _device->_driverless.insert(interface);
+}
+
+bool DeviceConnection::takeDriverless(std::uint8_t interface) {
+    const std::scoped_lock lock(_device->_mutex);
+    return _device->_driverless.erase(interface) > 0;
 }
 
 bool DeviceConnection::isDriverless(std::uint8_t interface) {
@@ -80,11 +81,9 @@ void DeviceConnection::returnIfIdle(std::uint8_t interface) {
 }
 
 void DeviceConnection::attachDriver(std::uint8_t interface) {
-    if (!isDriverless(interface)) return;
-    setDriverless(interface, false);
+    if (!takeDriverless(interface)) return;
     const int result = libusb_attach_kernel_driver(_handle, interface);
-    // Claimed again in this very moment, by this program or another: still to be given back by us if by us.
-    if (result == LIBUSB_ERROR_BUSY) setDriverless(interface, true);
+    if (result == LIBUSB_ERROR_BUSY) setDriverless(interface); // claimed in this very moment
     _device->rightsMayComeUntil(clock().now() + bus_limits::kAccessWait);
 }
 

@@ -4,17 +4,16 @@
 #include "platform/foundation/Format.h"
 #include "usb/libusb/LibusbResult.h"
 
-#include <cerrno>
-#include <cstring>
+#include <fstream>
 #include <libusb.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <sstream>
 #include <thread>
-#include <unistd.h>
 
 namespace zul {
 
 namespace {
+
+constexpr const char* kListening = "00010000"; // as the kernel shows it
 
 // On whatever thread handles libusb's events, which may be one that waits for a transfer: only takes a note.
 int LIBUSB_CALL hotplugCallback(libusb_context* /*context*/, libusb_device* device, libusb_hotplug_event event,
@@ -36,20 +35,17 @@ void handleEvents(const std::shared_ptr<LibusbContext>& context, const std::shar
 
 } // namespace
 
-bool isUdevRunning(const std::string& runFolder) {
-    sockaddr_un address{};
-    const std::string path = runFolder + "/udev/control";
-    if (path.size() >= sizeof address.sun_path) return false;
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const int probe = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (probe < 0) return false;
-    const int result = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    const int error = errno;
-    ::close(probe);
-    // The file stays after a udevd that was killed; then nobody listens at it. No right to connect is the usual answer
-    // of one that runs.
-    return result == 0 || (error != ENOENT && error != ENOTDIR && error != ECONNREFUSED);
+bool isUdevRunning(const SystemFolders& folders) {
+    const std::string control = folders.run + "/udev/control";
+    std::ifstream sockets(folders.proc + "/net/unix");
+    std::string line;
+    while (std::getline(sockets, line)) {
+        std::istringstream fields(line);
+        std::string number, references, protocol, flags, type, state, inode, path;
+        fields >> number >> references >> protocol >> flags >> type >> state >> inode >> path;
+        if (path == control && flags == kListening) return true;
+    }
+    return false;
 }
 
 IOReturn HotplugSource::start() {

@@ -55,7 +55,7 @@ int LibusbBus::liveSessions() {
 }
 
 IOReturn LibusbBus::Core::startSource() {
-    if (isUdevRunning(_services->options.system.run)) {
+    if (isUdevRunning(_services->options.system)) {
         _source = std::make_unique<HotplugSource>(_inbox, _services->options.libusbDebug);
         if (_source->start() == kIOReturnSuccess) return kIOReturnSuccess;
         _source->stop();

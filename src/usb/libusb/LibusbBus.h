@@ -37,15 +37,16 @@ enum class ArrivalSight {
 /// One service per printer-class interface number, whatever its subclass. All effects on the registry are made on the
 /// main queue, in the order in which the system reported them: a departure always before the next arrival at the same
 /// place. A printer whose device ID is read ahead may be announced after devices that arrived later. The queue must
-/// outlive the bus, the clock every handle.
+/// outlive the bus; the clock every handle, and what is still under way after stop() for a few seconds.
 class LibusbBus final : public USBBus {
   public:
     LibusbBus(MainQueue& mainQueue, Clock& clock, LibusbBusOptions options = {});
     ~LibusbBus() override;
 
     /// Announces what is attached before it returns, our printers by their places, but for those of them that do not
-    /// answer the request for their device ID within 100 ms: see whenEnumerated. A device that arrives later and whose node may not be opened yet is
-    /// announced when it may, at the latest after 2 s. kIOReturnError when the system has no USB.
+    /// answer the request for their device ID within 100 ms: see whenEnumerated. A device that arrives later and whose
+    /// node may not be opened yet is announced when it may, at the latest after 2 s. kIOReturnError when the system has
+    /// no USB.
     IOReturn start(ServiceRegistry& registry) override;
     /// Main queue. Nothing is reported afterwards; handles go on working. Gives the printers that are not in the middle
     /// of a transfer back to the kernel's printer driver.

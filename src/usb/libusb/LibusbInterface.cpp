@@ -62,17 +62,20 @@ IOReturn LibusbInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& devic
 }
 
 void LibusbInterface::watchHolder(std::function<void()> mayBeFree) {
-    const std::scoped_lock lock(_watchMutex);
-    if (_watch != nullptr) _watch->end();
-    _watch = nullptr;
-    if (mayBeFree == nullptr || _attachment->gone) return;
-    // The attachment may end during the watch: from then on there is nobody to wait for.
-    const std::weak_ptr<Attachment> attachment = _attachment;
-    auto whileThere = [attachment, mayBeFree = std::move(mayBeFree)] {
-        const auto present = attachment.lock();
-        if (present != nullptr && !present->gone) mayBeFree();
-    };
-    _watch = HolderWatch::begin(_attachment->device, _descriptors.number, std::move(whileThere));
+    std::shared_ptr<HolderWatch> watch;
+    if (mayBeFree != nullptr && !_attachment->gone) {
+        // The attachment may end during the watch: from then on there is nobody to wait for.
+        auto whileThere = [weak = std::weak_ptr<Attachment>(_attachment), mayBeFree = std::move(mayBeFree)] {
+            const auto attachment = weak.lock();
+            if (attachment != nullptr && !attachment->gone) mayBeFree();
+        };
+        watch = HolderWatch::begin(_attachment->device, _descriptors.number, std::move(whileThere));
+    }
+    {
+        const std::scoped_lock lock(_watchMutex);
+        watch.swap(_watch);
+    }
+    if (watch != nullptr) watch->end();
 }
 
 IOReturn LibusbInterface::result(int libusbResult) const {

@@ -86,14 +86,31 @@ TEST_CASE("a node that can be opened, or is gone, has no job") {
 
 TEST_CASE("udevd runs when somebody listens at its control socket") {
     TemporaryFolder run;
-    CHECK_FALSE(isUdevRunning(run.path));
+    SystemFolders folders;
+    folders.run = run.path;
+    CHECK_FALSE(isUdevRunning(folders));
     {
         const ControlSocket udevd(run);
-        CHECK(isUdevRunning(run.path));
+        CHECK(isUdevRunning(folders));
     }
-    CHECK_FALSE(isUdevRunning(run.path)); // the file of one that was killed stays
+    CHECK_FALSE(isUdevRunning(folders)); // the file of one that was killed stays
 }
 
-TEST_CASE("a folder whose name is too long for a socket has no udevd") {
-    CHECK_FALSE(isUdevRunning(std::string(200, 'x')));
+TEST_CASE("a control socket that the kernel does not list for this process is that of another machine's udevd") {
+    TemporaryFolder run;
+    const ControlSocket udevd(run);
+    SystemFolders folders;
+    folders.run = run.path;
+    folders.proc = run / "proc";
+    CHECK_FALSE(isUdevRunning(folders));
+    std::filesystem::create_directories(run / "proc/net");
+    const std::string path = (run / "udev/control").string();
+    const auto lists = [&](const std::string& line) {
+        run.write("proc/net/unix", "Num       RefCount Protocol Flags    Type St Inode Path\n" + line + "\n");
+        return isUdevRunning(folders);
+    };
+    CHECK(lists("0000000000000000: 00000002 00000000 00010000 0005 01 12345 " + path));
+    CHECK_FALSE(lists("0000000000000000: 00000003 00000000 00000000 0005 03 12346 " + path)); // a client's end
+    CHECK_FALSE(lists("0000000000000000: 00000002 00000000 00010000 0005 01 12345 " + path + "2"));
+    CHECK_FALSE(lists("0000000000000000: 00000002 00000000 00010000 0005 01 12345"));
 }
