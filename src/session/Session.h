@@ -52,7 +52,7 @@ class Session {
     /// may be null. Nothing when all is well.
     std::optional<SessionProblem> startSession(TBPrinters::Outlets outlets);
     /// Runs block once everything that was attached at the start is in the list; at once when it is so already. A
-    /// printer that is slow to tell its device ID takes up to some 3 s.
+    /// printer that is slow to answer the request for its device ID takes up to some 3 s.
     void whenEnumerated(Block block);
     /// Gives the printers back to the system's own driver; what is in the middle of something is left alone.
     void endBus();

@@ -1,6 +1,6 @@
 // A bench to try the real bus on: a mocked system with one root hub, printers that are plugged and unplugged, a main
-// queue, and a list of what the engine would have been told. With ZUL_TEST_ARRIVALS=kernel in the environment there is
-// no udevd on it, so that the same tests show that the bus does without.
+// queue, and a list of what the engine would have been notified of. With ZUL_TEST_ARRIVALS=kernel in the environment
+// there is no udevd on it, so that the same tests show that the bus does without.
 #pragma once
 
 #include "MockPrinter.h"

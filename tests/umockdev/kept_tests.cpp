@@ -13,7 +13,7 @@ constexpr std::uint32_t kLocation = 0x01200000;
 constexpr const char* kKey = "2A71000301200000";
 const std::string kDeviceID{"\0\x10MFG:Z;MDL:VK;", 16};
 
-// A printer of ours that the kernel's driver has, and that tells its device ID.
+// A printer of ours that the kernel's driver has, and that answers the request for its device ID.
 struct Kept {
     FakeReservations reservations;
     SimulatedClock clock;
@@ -68,6 +68,19 @@ TEST_CASE("a kept printer is not given back to the kernel's driver") {
     kept.handle = nullptr;
     kept.advance(1h);
     CHECK(kept.printer->kernelDriver().empty());
+}
+
+TEST_CASE("a printer that an update begins with within the second after its last use is not given back") {
+    Kept kept;
+    REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+    REQUIRE(kept.handle->USBInterfaceClose() == kIOReturnSuccess);
+    kept.advance(500ms);
+    kept.keep();
+    kept.advance(1h);
+    CHECK(kept.printer->kernelDriver().empty());
+    kept.keep(false);
+    kept.advance(1s);
+    CHECK(kept.printer->kernelDriver() == "usblp");
 }
 
 TEST_CASE("a close of a kept printer ends the use and keeps the claim") {
@@ -211,6 +224,20 @@ TEST_CASE("a kept printer that is re-enumerated in place stays claimed") {
     CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "reset", "claim 0"});
 }
 
+TEST_CASE("a kept printer of another kind that is re-enumerated in place is claimed again before anybody hears of it") {
+    Kept kept;
+    kept.bench.unplug();
+    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 3; }));
+    kept.plug({.address = 5, .product = 99}); // nothing is prepared for it
+    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 4; }));
+    kept.handle = kept.bench.openHandle();
+    kept.keep();
+    std::shared_ptr<IOUSBDeviceInterface> device;
+    REQUIRE(kept.handle->GetDevice(device) == kIOReturnSuccess);
+    REQUIRE(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
+    CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "reset", "claim 0"});
+}
+
 TEST_CASE("a driver that was detached in vain at a kept place gets the printer back when the update is over") {
     Kept kept;
     kept.keep();
@@ -233,5 +260,29 @@ TEST_CASE("a bus that stops gives back what it kept") {
     kept.handle = nullptr;
     kept.bench.bus.stop();
     CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "attach 0"});
+    CHECK(kept.bench.nodeOpens() == 0);
+}
+
+TEST_CASE("a printer whose transfer outlives a bus that kept it is given back with its last handle") {
+    Kept kept;
+    REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+    kept.keep();
+    RealClock real; // the clock moved by hand would wait for the request, which waits for the test
+    SerialQueue queue("request", real);
+    std::atomic<bool> isDone{false};
+    queue.async([&] {
+        std::array<char, 8> buffer{};
+        IOUSBDevRequestTO request{.bmRequestType = 0x80, .bRequest = 6, .wLength = 8, .pData = buffer.data()};
+        request.completionTimeout = 60000;
+        CHECK(kept.handle->ControlRequestTO(0, request) == kIOReturnSuccess);
+        isDone = true;
+    });
+    REQUIRE(kept.bench.until([&] { return kept.printer->journal().back() == "control 80 06 0000 0000 8"; }));
+    kept.bench.bus.stop();
+    CHECK(kept.printer->kernelDriver().empty());
+    kept.printer->answersControl("12345678");
+    REQUIRE(kept.bench.until([&] { return isDone.load(); }));
+    kept.handle = nullptr;
+    CHECK(kept.printer->kernelDriver() == "usblp");
     CHECK(kept.bench.nodeOpens() == 0);
 }

@@ -25,7 +25,7 @@ std::vector<DeviceIdentity> unreadIdentities(const AttachedDevice& device) {
 }
 
 bool isComplete(const DeviceIdentity& identity) {
-    // An ID without text is what a device sends that is not ready yet; it is kept in case that nothing better comes.
+    // A device that is not ready yet sends an ID without text; that is used only if no better one comes.
     return !identity.isMissing && identity.reply.size() > kLengthBytes &&
            (identity.reply[0] != 0 || identity.reply[1] > kLengthBytes);
 }
@@ -56,7 +56,8 @@ void readIdentities(Attachment& attachment, DeviceConnection& connection) {
         clock.sleepFor(bus_limits::kIdentityPause);
     }
     if (attachment.device->hasLeft()) return;
-    logText("the printer at %s does not tell its device ID", attachment.device->descriptors().locationText());
+    logText("the printer at %s does not answer the request for its device ID",
+            attachment.device->descriptors().locationText());
 }
 
 } // namespace

@@ -8,7 +8,7 @@
 
 namespace zul {
 
-/// Bus number and address: what tells two devices apart that are there at the same time.
+/// Bus number and address: different for any two devices that are there at the same time.
 using DeviceKey = std::pair<std::uint8_t, std::uint8_t>;
 DeviceKey keyOf(libusb_device* device);
 

@@ -44,7 +44,7 @@ inline constexpr std::chrono::milliseconds kIdentityTimeout = 100ms;
 /// Between two such requests: a device that is busy starting gets time to finish.
 inline constexpr std::chrono::milliseconds kIdentityPause = 250ms;
 /// The start of the bus waits this long for the device IDs of what is attached, one request's time-out: printers that
-/// answer are known when start returns, and one that does not holds up nothing.
+/// answer are known when start returns, and one that does not delays no other.
 inline constexpr std::chrono::milliseconds kStartWait = kIdentityTimeout;
 
 /// A pipe is in step again when no data has come for this long. A reply that is late by more is late by seconds.

@@ -20,7 +20,7 @@ struct DeviceIdentity {
     IOReturn fill(IOUSBDevRequestTO& request) const;
 };
 
-/// The printer class's request for an interface's device ID, as far as it tells one interface from another.
+/// The printer class's request for an interface's device ID, whichever interface it names.
 bool isDeviceIDRequest(const IOUSBDevRequestTO& request);
 
 } // namespace zul

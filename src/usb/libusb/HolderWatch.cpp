@@ -1,4 +1,4 @@
-// Hints come in on the threads of their sources and go on to the main queue. A refused watch is not a failure: the
+// Hints come in on the threads of their sources and are passed to the main queue. A refused watch is not a failure: the
 // clock still asks.
 #include "usb/libusb/HolderWatch.h"
 
