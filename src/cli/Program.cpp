@@ -32,9 +32,11 @@ int Program::start(std::function<void()> ready) {
         return status;
     }
     // After the insertion of the rows; twice, because what is queued first asks for a close after itself.
-    session.mainQueue.async([this, ready = std::move(ready)] {
-        session.afterQueues(session.printers(),
-                            [this, ready] { session.afterQueues(session.printers(), ready); });
+    session.whenEnumerated([this, ready = std::move(ready)] {
+        session.mainQueue.async([this, ready] {
+            session.afterQueues(session.printers(),
+                                [this, ready] { session.afterQueues(session.printers(), ready); });
+        });
     });
     return kDone;
 }

@@ -62,9 +62,9 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
             .printerWithKey = [this](const std::string& key) { return printerWithKey(key); },
             .setKept =
                 [this](std::uint32_t location, bool isKept) {
-                    if (_realBus != nullptr) _realBus->setRestartExpected(location, isKept);
+                    if (_realBus != nullptr) _realBus->setKept(location, isKept);
                 },
-            .seesArrivals = {}};
+            .seesArrivals = [this] { return _realBus == nullptr || _realBus->seesArrivals() != ArrivalSight::no; }};
 }
 
 void Session::setObserver(SessionObserver* observer) {
@@ -75,14 +75,20 @@ void Session::setObserver(SessionObserver* observer) {
 void Session::endBus() {
     // A printer that was ordered to restart and never left is returned like any other.
     if (_realBus != nullptr && controller) {
-        for (const Printer& printer : printers()) _realBus->setRestartExpected(printer->locationNumber(), false);
+        for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
     if (_bus) _bus->stop();
 }
 
 std::optional<SessionProblem> Session::makeBus() {
     if (_options.virtualPrinters.empty()) {
-        auto bus = std::make_unique<LibusbBus>(mainQueue, clock);
+        LibusbBusOptions busOptions;
+        busOptions.reservations = &locks;
+        busOptions.readsIdentityAhead = [this](std::uint16_t vendor, std::uint16_t product) {
+            return productVendorIDs().contains(vendor) &&
+                   (acceptedProductIDs().contains(product) || _options.admittedProducts.contains(product));
+        };
+        auto bus = std::make_unique<LibusbBus>(mainQueue, clock, std::move(busOptions));
         _realBus = bus.get();
         _bus = std::move(bus);
         return std::nullopt;
@@ -109,6 +115,22 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
     return std::nullopt;
+}
+
+void Session::whenEnumerated(Block block) {
+    if (_realBus != nullptr) {
+        _realBus->whenEnumerated(std::move(block));
+    } else {
+        block();
+    }
+}
+
+void Session::whenEnumerated(Block block) {
+    if (_realBus != nullptr) {
+        _realBus->whenEnumerated(std::move(block));
+    } else {
+        block();
+    }
 }
 
 // ---- printers -------------------------------------------------------------------------------------------------------

@@ -47,6 +47,9 @@ class Session {
     /// Makes the bus and the controller, and finds what is attached. outlets: what the user interface connects; all
     /// may be null. Returns why the session cannot start, or nullopt.
     std::optional<SessionProblem> start(TBPrinters::Outlets outlets);
+    /// Runs block once everything that was attached at the start is in the list; at once when it is so already. A
+    /// printer that is slow to answer the request for its device ID takes up to some 3 s.
+    void whenEnumerated(Block block);
     /// Returns the printers to the system's own driver, except those in the middle of something.
     void endBus();
 
