@@ -1,9 +1,9 @@
 // The firmware archive: which files belong to the model, whether they are what was shipped, and what they offer. Any
 // thread; the files are read and checked where the call is made.
-#include "Classes/FirmwareDigests.h"
-#include "Classes/ProductTable.h"
-#include "Classes/SRecord.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
+#include "archive/SRecord.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"

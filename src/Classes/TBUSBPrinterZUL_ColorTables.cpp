@@ -1,9 +1,9 @@
 // The colour tables: the printer's are cleared and the archive's are written, a name and its contents each. Command
 // queue.
 #include "Classes/CommandFrame.h"
-#include "Classes/SRecord.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/SRecord.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"

@@ -1,10 +1,10 @@
 // Commands that need no printer: the archive, S-record files, settings, the machine.
 #include "cli/Commands.h"
 
-#include "Classes/FirmwareDigests.h"
-#include "Classes/ProductTable.h"
-#include "Classes/SRecord.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
+#include "archive/SRecord.h"
 #include "cli/ExitStatus.h"
 #include "cli/Output.h"
 #include "holven_Base/HOLVEN_Base.h"

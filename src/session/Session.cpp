@@ -1,9 +1,9 @@
 #include "session/Session.h"
 
 #include "Classes/CommandFrame.h"
-#include "Classes/FirmwareDigests.h"
-#include "Classes/ProductTable.h"
 #include "StatusCodeNames.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/SystemLog.h"

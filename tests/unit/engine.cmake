@@ -8,5 +8,4 @@ target_sources(unit_tests PRIVATE
   engine/LifeCycleTests.cpp
   engine/MonitorTests.cpp
   engine/QueryTests.cpp
-  engine/SRecordTests.cpp
   engine/StatusTests.cpp)

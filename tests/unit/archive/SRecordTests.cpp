@@ -1,10 +1,12 @@
 // S-record text, padding and checksum.
-#include "Bench.h"
+#include "archive/SRecord.h"
 
-#include "Classes/SRecord.h"
+#include "holven_log/HOLVEN_Log.h"
+#include "support/TemporaryFolder.h"
+
+#include <doctest/doctest.h>
 
 using namespace zul;
-using namespace zul::test;
 
 namespace {
 bool isValid(const std::string& text) {

@@ -1,5 +1,5 @@
 // S-record lines, one pass over the bytes: firmware images are megabytes of text, so nothing is copied per line.
-#include "Classes/SRecord.h"
+#include "archive/SRecord.h"
 
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Bundle.h"

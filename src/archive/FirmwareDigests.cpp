@@ -1,4 +1,4 @@
-#include "Classes/FirmwareDigests.h"
+#include "archive/FirmwareDigests.h"
 
 #include "platform/foundation/JsonFile.h"
 

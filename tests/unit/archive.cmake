@@ -1,0 +1,3 @@
+target_sources(unit_tests PRIVATE
+  archive/ProductTableTests.cpp
+  archive/SRecordTests.cpp)
