@@ -91,6 +91,7 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
                   .registry = registry,
                   .userDefaults = defaults,
                   .mainBundle = bundle,
+                  .archive = archive,
                   .alerts = alerts,
                   .application = application,
                   .events = &events,

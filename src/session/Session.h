@@ -5,6 +5,7 @@
 #include "Classes/Environment.h"
 #include "Classes/TBPrinters.h"
 #include "Classes/UpdateMonitor.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
@@ -87,6 +88,7 @@ class Session {
     ServiceRegistry registry;
     UserDefaults defaults;
     Bundle bundle;
+    FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
     std::function<void(const std::string& key)> updateChanged; // main queue
     /// An update that nobody had begun to follow is under way; the monitor follows it from now on. Main queue. Set it
     /// before the session starts; without it such updates are not followed.

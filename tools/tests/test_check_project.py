@@ -36,8 +36,8 @@ class CheckProject(unittest.TestCase):
     # Floors
 
     def test_lets_a_floor_include_the_floors_below(self):
-        self.assert_clean({"src/Classes/A.cpp": '#include "platform/usb/IOReturn.h"\n#include <openssl/hmac.h>\n'
-                                                '#include "holven_log/HOLVEN_Log.h"\n#include "Classes/A.h"\n',
+        self.assert_clean({"src/archive/A.cpp": '#include "platform/usb/IOReturn.h"\n#include <openssl/hmac.h>\n'
+                                                '#include "holven_log/HOLVEN_Log.h"\n#include "archive/A.h"\n',
                            "src/cli/List.cpp": '#include "usb/libusb/Bus.h"\n#include <CLI/CLI.hpp>\n'})
 
     def test_refuses_an_include_from_a_floor_above(self):

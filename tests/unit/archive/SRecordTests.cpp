@@ -86,12 +86,14 @@ TEST_CASE("a file is checked by its path and by its URL, and one that is not the
 }
 
 TEST_CASE("padding fills up to a multiple of four and leaves the rest alone") {
+    HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(paddedData({1, 2, 3, 4, 5}) == Data{1, 2, 3, 4, 5, 0, 0, 0});
     CHECK(paddedData(Data(8, 1)) == Data(8, 1));
     CHECK(paddedData({}).empty());
 }
 
 TEST_CASE("the checksum is the complement of the byte sum") {
+    HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(checksumForData({1, 2, 3}) == 0xFFF9);
     CHECK(checksumForData({}) == 0xFFFF);
     CHECK(checksumForData({0xFF}) == 0xFF00);

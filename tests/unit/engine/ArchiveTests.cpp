@@ -10,10 +10,10 @@ using namespace zul::test;
 namespace {
 
 // Fills the bench's archive with small files of the product and their digests.
-void fill(Bench& bench, std::uint16_t product) {
+void fill(Bench& bench, std::uint16_t product, const std::string& image = "S00600004844521B\n") {
     FirmwareDigests digests;
     for (const std::string_view name : productWithID(product)->files) {
-        const std::string contents = name.ends_with(".fw") ? "S00600004844521B\n" : "table " + std::string(name);
+        const std::string contents = name.ends_with(".fw") ? image : "table " + std::string(name);
         bench.archive.write(std::string(name), contents);
         digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(dataFromText(contents));
     }
@@ -119,20 +119,62 @@ TEST_CASE("without its firmware file an archive verifies by its tables, and ther
     fill(bench, 3);
     std::filesystem::remove(bench.archive / "VK14 01.61.fw");
     CHECK(bench.inlinePrinter()->verifyFirmwareArchive());
-    CHECK(bench.printer->firmwareBlob() == std::nullopt);
+    CHECK(bench.printer->firmwareBlob() == nullptr);
 }
 
 TEST_CASE("the image is padded, and one that is no S-record text is only logged") {
     Bench bench;
     fill(bench, 3);
     bench.inlinePrinter();
-    CHECK(bench.printer->firmwareBlob() == std::nullopt); // no list yet: it does not verify by itself
+    CHECK(bench.printer->firmwareBlob() == nullptr); // no list yet: it does not verify by itself
     CHECK(bench.printer->verifyFirmwareArchive());
     CHECK(bench.printer->firmwareBlob()->size() == 20);
     CHECK(bench.log.hasLogged("Bad firmware file! Verification failed!") == false);
-    bench.archive.write("VK14 01.61.fw", "hello");
+    fill(bench, 3, "hello");
+    CHECK(bench.printer->verifyFirmwareArchive());
     CHECK(bench.printer->firmwareBlob()->size() == 8);
-    CHECK(bench.log.hasLogged("Bad firmware file! Verification failed!"));
+    CHECK(bench.printer->firmwareBlob()->size() == 8);
+    CHECK(bench.log.times("Bad firmware file! Verification failed!") == 2); // at each call, though checked once
+}
+
+TEST_CASE("the image is the one that was verified, whatever became of its file") {
+    Bench bench;
+    fill(bench, 3);
+    bench.inlinePrinter();
+    REQUIRE(bench.printer->verifyFirmwareArchive());
+    const SharedData verified = bench.printer->firmwareBlob();
+    bench.archive.write("VK14 01.61.fw", "hello");
+    CHECK(bench.printer->firmwareBlob() == verified);
+    CHECK_FALSE(bench.printer->verifyFirmwareArchive());
+    std::filesystem::remove(bench.archive / "VK14 01.61.fw");
+    CHECK(bench.printer->firmwareBlob() == verified);
+    CHECK(bench.printer->verifyFirmwareArchive()); // by its tables; now it is known that there is no image
+    CHECK(bench.printer->firmwareBlob() == nullptr);
+}
+
+TEST_CASE("each check writes its log lines and results, also where the files are known already") {
+    Bench bench;
+    fill(bench, 3);
+    bench.inlinePrinter();
+    CHECK(bench.printer->verifyFirmwareArchive());
+    CHECK(bench.log.times("keyed on TBUSBPrinterZUL") == 3);
+    bench.printer->deviceInfoDict()->remove("VK14_300_0161.cwd");
+    CHECK(bench.printer->verifyFirmwareArchive());
+    CHECK(bench.log.times("keyed on TBUSBPrinterZUL") == 6);
+    CHECK(bench.printer->deviceInfoDict()->boolean("VK14_300_0161.cwd") == true);
+}
+
+TEST_CASE("a printer reports what its archive offers and what is wrong with it") {
+    Bench bench;
+    fill(bench, 3);
+    bench.archive.write("VK14_300_0161.cwd", "damaged");
+    bench.inlinePrinter();
+    CHECK(bench.printer->firmwareOffer()->isReady());
+    CHECK(bench.printer->archiveProblems().size() == 1);
+    Bench other;
+    other.inlinePrinter(6);
+    CHECK_FALSE(other.printer->firmwareOffer().has_value());
+    CHECK(other.printer->archiveProblems().front().kind == ArchiveProblem::Kind::noFilesForModel);
 }
 
 TEST_CASE("versions are read from the last word of a name") {
@@ -184,9 +226,9 @@ TEST_CASE("a table is read as it is, and its log line shows its name") {
     Bench bench;
     bench.archive.write("x.cwd", "12345");
     bench.inlinePrinter();
-    CHECK(bench.printer->paddedColorDataForVersion("x.cwd") == dataFromText("12345"));
+    CHECK(*bench.printer->paddedColorDataForVersion("x.cwd") == dataFromText("12345"));
     CHECK(bench.log.hasLogged("got data of length 5 for file at path x.cwd"));
-    CHECK(bench.printer->paddedColorDataForVersion("y.cwd") == std::nullopt);
+    CHECK(bench.printer->paddedColorDataForVersion("y.cwd") == nullptr);
     CHECK(bench.log.hasLogged("got data of length 0 for file at path y.cwd"));
 }
 
