@@ -1,6 +1,7 @@
 // update: which printers, one job each, and the end of the run when all jobs are over.
 #include "cli/Commands.h"
 
+#include "archive/ArchiveTexts.h"
 #include "cli/UpdateJob.h"
 #include "platform/foundation/Format.h"
 
@@ -89,11 +90,26 @@ class UpdateRun {
         return true;
     }
 
+    // Before the first question: an update that cannot end well is not begun.
     bool isArchiveFit() {
-        if (!_program.areSamplesWithheld()) return true;
-        return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "
-                      "files: zulctl --firmware-archive DIR update. Nothing was sent",
-                      kFailed);
+        if (_program.areSamplesWithheld()) {
+            return refuse("the firmware files in use are samples for virtual printers. Name the folder with the "
+                          "vendor's files: zulctl --firmware-archive DIR update. Nothing was sent",
+                          kFailed);
+        }
+        std::vector<std::string> lines; // a file that several printers need is named once
+        for (const auto& printer : _printers) {
+            for (const ArchiveProblem& problem : printer->archiveProblems()) {
+                const std::string line = "\n  " + describeProblem(problem);
+                if (std::ranges::count(lines, line) == 0) lines.push_back(line);
+            }
+        }
+        if (lines.empty()) return true;
+        std::string text = "not updated, nothing was sent:";
+        for (const std::string& line : lines) text += line;
+        _program.output.problem(text, kCorruption);
+        _program.quit(kCorruption);
+        return false;
     }
 
     void route(AlertDescription alert) {
