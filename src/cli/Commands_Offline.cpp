@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace zul::cli {
 
@@ -75,6 +76,19 @@ class ArchiveReport {
         }
         for (const ArchiveProblem& problem : problems) add(problem);
     }
+    /// What is wrong with the digest file; nullopt when it can be used.
+    std::optional<std::string> digestProblem() {
+        using Kind = ArchiveProblem::Kind;
+        // It is the same for every model.
+        const auto problems = _archive.problems(&allProducts().front(), TBUSBPrinterZUL::kProductClassName);
+        for (const ArchiveProblem& problem : problems) {
+            if (problem.kind == Kind::digestsMissing || problem.kind == Kind::digestsUnreadable ||
+                problem.kind == Kind::digestsDamaged) {
+                return describeProblem(problem);
+            }
+        }
+        return std::nullopt;
+    }
     bool hasProblem() const { return !_problems.empty(); }
     bool isEmpty() const { return _isEmpty; }
 
@@ -124,12 +138,11 @@ int showArchive(const Options& options, const Output& output, bool verify) {
         output.problem("there is no folder " + folder.string() + ". Name the folder with the firmware files.", kFailed);
         return kFailed;
     }
-    const FirmwareDigests digests = readFirmwareDigests(folder);
-    if (verify && !digests.problem.empty()) {
-        output.problem(digests.problem + ". Write it with: zulctl archive digest DIR.", kCorruption);
+    ArchiveReport report(folder);
+    if (const auto problem = verify ? report.digestProblem() : std::nullopt) {
+        output.problem(*problem, kCorruption);
         return kCorruption;
     }
-    ArchiveReport report(folder);
     for (const Product& product : allProducts()) {
         if (verify) {
             report.verify(product);
@@ -137,7 +150,7 @@ int showArchive(const Options& options, const Output& output, bool verify) {
             report.list(product);
         }
     }
-    report.show(output, digests.isSample);
+    report.show(output, readFirmwareDigests(folder).isSample);
     if (report.hasProblem()) return kCorruption;
     // Some models' files may be left out on purpose; with none at all nothing has been verified.
     return verify && report.isEmpty() ? kFailed : kDone;

@@ -130,7 +130,23 @@ def _(bench):
     expect_equal((result.status, result.err.count("\n")), (7, 1), "its missing table")
 
 
-@case("what is no file in the archive is told and keeps nobody waiting")
+@case("an archive without its digest file, or with a damaged one, exits with 7 and names the command that writes it")
+def _(bench):
+    folder = bench.copied_archive()
+    digests = os.path.join(folder, "digests.json")
+    remedy = f"run: zulctl archive digest {folder}\n"
+    with open(digests, "w", encoding="ascii") as file:
+        file.write("{ no json")
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal((result.status, result.out), (7, ""), "a damaged one")
+    expect(f"digests.json in {folder} is damaged" in result.err and result.err.endswith(remedy), result.err)
+    os.remove(digests)
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal((result.status, result.out), (7, ""), "none")
+    expect(f"digests.json is missing in {folder}" in result.err and result.err.endswith(remedy), result.err)
+
+
+@case("a pipe in place of an archive file is told and keeps nobody waiting")
 def _(bench):
     folder = bench.copied_archive()
     os.remove(os.path.join(folder, "VK14 01.61.fw"))
