@@ -1,5 +1,5 @@
 // Prints the udev rule for the printers that discovery accepts, so that there is one list of vendors and not two.
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 
 #include <cstdio>
 

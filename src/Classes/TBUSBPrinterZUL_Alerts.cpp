@@ -1,7 +1,7 @@
 // What the operator is asked and told. An alert is described where the need arises, on any thread; it is shown on the
 // main queue, and nobody waits for the answer.
-#include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"

@@ -1,13 +1,16 @@
 // The run's environment, its bus and its controller, and what connects them to the supervisor of updates. Main queue.
 #include "session/Session.h"
 
-#include "Classes/FirmwareDigests.h"
 #include "StatusCodeNames.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/EmbeddedPrinters.h"
 #include "usb/libusb/LibusbBus.h"
 
 #include <algorithm>
+#include <chrono>
+#include <unistd.h>
 
 namespace zul {
 
@@ -34,12 +37,14 @@ void Session::EventRouter::printerEvent(const PrinterEvent& event) {
 
 Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* givenClock)
     : clock(givenClock != nullptr ? *givenClock : _machineClock), defaults(UserDefaults::standardFile()),
-      bundle(Bundle::mainBundle(options.firmwareArchive)), supervisor(servicesFor(alerts), {}),
+      bundle(Bundle::mainBundle(options.firmwareArchive)),
+      locks(lockOptions(application.processName(), !options.virtualPrinters.empty())), supervisor(servicesFor(alerts), {}),
       environment{.mainQueue = mainQueue,
                   .clock = clock,
                   .registry = registry,
                   .userDefaults = defaults,
                   .mainBundle = bundle,
+                  .archive = archive,
                   .alerts = supervisor,
                   .application = application,
                   .events = &_events,
@@ -53,6 +58,15 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
 
 Session::~Session() {
     endBus();
+}
+
+PrinterLocksOptions Session::lockOptions(const std::string& program, bool areEmbedded) const {
+    PrinterLocksOptions options;
+    options.program = program;
+    options.unixTime = [this] { return std::chrono::system_clock::to_time_t(clock.wallTime()); };
+    // The keys of embedded printers are the same in each process, and the printers are not.
+    if (areEmbedded) options.nameSpace += "-embedded-" + std::to_string(::getpid());
+    return options;
 }
 
 UpdateServices Session::servicesFor(AlertOutlet& alerts) {
@@ -115,14 +129,6 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
     return std::nullopt;
-}
-
-void Session::whenEnumerated(Block block) {
-    if (_realBus != nullptr) {
-        _realBus->whenEnumerated(std::move(block));
-    } else {
-        block();
-    }
 }
 
 void Session::whenEnumerated(Block block) {

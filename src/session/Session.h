@@ -4,12 +4,14 @@
 
 #include "Classes/Environment.h"
 #include "Classes/TBPrinters.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"
 #include "session/UnusablePrinters.h"
+#include "update/PrinterLocks.h"
 #include "update/UpdateSupervisor.h"
 
 #include <functional>
@@ -88,6 +90,8 @@ class Session {
     ServiceRegistry registry;
     UserDefaults defaults;
     Bundle bundle;
+    FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
+    PrinterLocks locks;              // of this machine's printers; embedded ones have locks of their own
     UpdateSupervisor supervisor;
 
   private:
@@ -98,6 +102,7 @@ class Session {
     std::shared_ptr<TBPrinters> controller;
 
   private:
+    PrinterLocksOptions lockOptions(const std::string& program, bool areEmbedded) const;
     UpdateServices servicesFor(AlertOutlet& alerts);
     std::optional<SessionProblem> makeBus();
     void watchServices();

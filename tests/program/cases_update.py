@@ -1,8 +1,8 @@
 """The update as a process: what the printer sees, what the operator reads, and every way it can end."""
 import json
 import os
-import shutil
 import signal
+import tempfile
 
 from bench import UPDATE, case, expect, expect_equal
 
@@ -105,17 +105,57 @@ def _(bench):
     expect("Another application is using the printer." in result.out, result.out)
 
 
-@case("damaged firmware files exit with 7 and nothing is sent")
+def expect_refused(bench, folder, *texts, printers=("VK14",)):
+    """An update with these files is refused before its first question, with these texts; nothing is sent."""
+    file = os.path.join(tempfile.mkdtemp(dir=bench.home), "journal")
+    result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE, printers=printers)
+    expect_equal(result.status, 7, "exit status")
+    expect_equal(result.out, "", "no question")
+    for text in ("nothing was sent", *texts):
+        expect(text in result.err, f"{text!r} is told: {result.err}")
+    with open(file, encoding="utf-8") as lines:
+        commands = [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+    expect_equal(commands, FACTS * len(printers), "only the questions of every start")
+    return result
+
+
+@case("damaged firmware files are named before the first question, with status 7, and nothing is sent")
 def _(bench):
-    folder, file = bench.path("archive"), bench.path("journal")
-    shutil.copytree(bench.archive, folder)
+    folder = bench.copied_archive()
     with open(os.path.join(folder, "VK14_600_0161.cwd"), "r+b") as table:
         table.write(b"X")
-    result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE)
-    expect_equal(result.status, 7, "exit status")
-    expect("-- File corruption --" in result.out, result.out)
-    with open(file, encoding="utf-8") as lines:
-        expect("FW_UPD" not in lines.read(), "no firmware command")
+    expect_refused(bench, folder, f"VK14_600_0161.cwd in {folder} is damaged",
+                   f"run: zulctl archive verify {folder}\n")
+
+
+@case("a missing color table is named before the first question, with what puts it right")
+def _(bench):
+    folder = bench.copied_archive()
+    os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
+    expect_refused(bench, folder, f"VK14_300_0161.cwd is missing in {folder}. Copy it from the vendor's download into "
+                                  f"{folder}, then run: zulctl archive verify {folder}\n")
+    result = bench.run("--json", "--firmware-archive", folder, *UPDATE)
+    expect_equal(result.json["error"]["exit"], 7, "the error object")
+
+
+@case("a missing folder and a missing digest file are told before the first question")
+def _(bench):
+    expect_refused(bench, bench.path("none"), f"The folder {bench.path('none')} with the firmware files is missing",
+                   "--firmware-archive DIR")
+    folder = bench.copied_archive()
+    os.remove(os.path.join(folder, "digests.json"))
+    expect_refused(bench, folder, f"digests.json is missing in {folder}", f"run: zulctl archive digest {folder}\n")
+
+
+@case("files that two printers need are named once, and damaged files of other models stop nobody")
+def _(bench):
+    folder = bench.copied_archive()
+    with open(os.path.join(folder, "VK28 01.05.fw"), "r+b") as firmware:
+        firmware.write(b"X")
+    expect_equal(bench.run("--firmware-archive", folder, *UPDATE).status, 0, "a VK14 beside damaged files of a VK28")
+    os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
+    result = bench.run("--firmware-archive", folder, *UPDATE, "--all", printers=("VK14", "VK14"))
+    expect_equal((result.status, result.err.count("is missing")), (7, 1), result.err)
 
 
 @case("a printer that never comes back is told of, with advice, and exits with 8")

@@ -7,5 +7,4 @@ target_sources(unit_tests PRIVATE
   engine/InterfaceTests.cpp
   engine/LifeCycleTests.cpp
   engine/QueryTests.cpp
-  engine/SRecordTests.cpp
   engine/StatusTests.cpp)

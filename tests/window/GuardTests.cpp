@@ -1,7 +1,7 @@
 // What goes on around updates: the lock against sleep, the log window, the report, the machine that is left as it was.
 #include "window/Stage.h"
 
-#include "Classes/FirmwareDigests.h"
+#include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "ui/LogWindow.h"
 #include "ui/SleepInhibitor.h"

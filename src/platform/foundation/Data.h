@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,8 @@
 namespace zul {
 
 using Data = std::vector<std::uint8_t>;
+/// Bytes that several hold and nobody changes; null where there are none.
+using SharedData = std::shared_ptr<const Data>;
 
 inline Data dataFromText(std::string_view text) {
     return Data(text.begin(), text.end());

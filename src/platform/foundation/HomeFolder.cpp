@@ -4,13 +4,17 @@
 #include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
+#include <vector>
 
 namespace zul {
 
 std::string homeFolder() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
-    const passwd* entry = ::getpwuid(::getuid());
-    return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> texts(16384); // more than any entry needs; a longer one counts as none
+    ::getpwuid_r(::getuid(), &entry, texts.data(), texts.size(), &found);
+    return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
 }
 
 std::string pathWithHome(const std::string& path) {

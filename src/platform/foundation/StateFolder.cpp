@@ -2,12 +2,12 @@
 // of updates, on any thread.
 #include "platform/foundation/StateFolder.h"
 
+#include "platform/foundation/HomeFolder.h"
+
 #include <cerrno>
 #include <cstdlib>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 namespace zul {
 
@@ -35,15 +35,6 @@ bool belongsToRoot(fs::path folder) {
 }
 
 } // namespace
-
-std::string homeFolder() {
-    if (std::string home = textOfVariable("HOME"); !home.empty()) return home;
-    passwd entry{};
-    passwd* found = nullptr;
-    std::vector<char> texts(16384); // more than any entry needs; a longer one counts as none
-    ::getpwuid_r(::getuid(), &entry, texts.data(), texts.size(), &found);
-    return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
-}
 
 fs::path stateFolder(const StateFolderUser& user) {
     const fs::path name = "zul-printer-utility";

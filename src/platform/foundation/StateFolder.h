@@ -8,9 +8,6 @@
 
 namespace zul {
 
-/// The user's home folder: HOME, else what the system's list of users says. Empty when neither names one.
-std::string homeFolder();
-
 /// What decides about the folder, so that tests can choose it.
 struct StateFolderUser {
     bool isRoot = false;

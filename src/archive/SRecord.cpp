@@ -1,5 +1,5 @@
 // S-record lines, one pass over the bytes: firmware images are megabytes of text, so nothing is copied per line.
-#include "Classes/SRecord.h"
+#include "archive/SRecord.h"
 
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Bundle.h"
@@ -124,12 +124,18 @@ bool verifyMotorolaSFile(const std::filesystem::path& pathOrURL) {
 }
 
 Data paddedData(Data data) {
-    const std::size_t over = data.size() % kPaddingBlock;
-    if (over == 0) return data;
-    const std::size_t padded = data.size() + kPaddingBlock - over;
-    logOrdinary(formatted("padding data of length %u to length %u", data.size(), padded));
+    const std::size_t padded = paddedLength(data.size());
+    logPadding(data.size(), padded);
     data.resize(padded, 0);
     return data;
+}
+
+std::size_t paddedLength(std::size_t length) {
+    return (length + kPaddingBlock - 1) / kPaddingBlock * kPaddingBlock;
+}
+
+void logPadding(std::size_t length, std::size_t padded) {
+    if (length != padded) logOrdinary(formatted("padding data of length %u to length %u", length, padded));
 }
 
 std::uint16_t checksumForData(const Data& data) {

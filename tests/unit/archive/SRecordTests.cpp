@@ -1,10 +1,12 @@
 // S-record text, padding and checksum.
-#include "Bench.h"
+#include "archive/SRecord.h"
 
-#include "Classes/SRecord.h"
+#include "holven_log/HOLVEN_Log.h"
+#include "support/TemporaryFolder.h"
+
+#include <doctest/doctest.h>
 
 using namespace zul;
-using namespace zul::test;
 
 namespace {
 bool isValid(const std::string& text) {
@@ -100,12 +102,14 @@ TEST_CASE("the percent escapes of a file's URL stand for bytes of its path") {
 }
 
 TEST_CASE("padding fills up to a multiple of four and leaves the rest alone") {
+    HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(paddedData({1, 2, 3, 4, 5}) == Data{1, 2, 3, 4, 5, 0, 0, 0});
     CHECK(paddedData(Data(8, 1)) == Data(8, 1));
     CHECK(paddedData({}).empty());
 }
 
 TEST_CASE("the checksum is the complement of the byte sum") {
+    HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(checksumForData({1, 2, 3}) == 0xFFF9);
     CHECK(checksumForData({}) == 0xFFFF);
     CHECK(checksumForData({0xFF}) == 0xFF00);
