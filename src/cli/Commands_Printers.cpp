@@ -7,6 +7,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/PrintableText.h"
 #include "session/PrinterFacts.h"
 
 #include <nlohmann/json.hpp>
@@ -17,15 +18,33 @@ namespace {
 
 using nlohmann::json;
 
-void tellOpenFailure(Program& program, const Program::Printer& printer, IOReturn code) {
-    const bool busy = code == kIOReturnExclusiveAccess;
-    const int status = busy ? kBusy : kFailed;
-    const std::string name = nameOf(*printer);
-    program.output.problem(
-        busy ? name + " is held by another program. Close that program or wait until it has finished, then try again."
-             : name + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)),
-        status);
-    program.quit(status);
+void reportBusy(Program& program, const Program::Printer& printer, const InterfaceHolder& holder) {
+    program.output.problem(nameOf(*printer) + ": " + describeHolder(holder) +
+                               ". Close that program or wait until it has finished, then try again.",
+                           kBusy);
+    program.quit(kBusy);
+}
+
+void reportOpenFailure(Program& program, const Program::Printer& printer, IOReturn code) {
+    if (code == kIOReturnExclusiveAccess) {
+        reportBusy(program, printer,
+                   program.session.supervisor.holder(printer->keyUSBdevice()).value_or(InterfaceHolder{}));
+        return;
+    }
+    program.output.problem(nameOf(*printer) + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)),
+                           kFailed);
+    program.quit(kFailed);
+}
+
+// What changes a printer is not done beside another of our programs that changes it. The lock is kept until this
+// program ends. False after reporting who has it.
+bool reserve(Program& program, const Program::Printer& printer, const std::string& activity) {
+    static std::optional<PrinterLock> lock;
+    auto result = program.session.locks.tryLock(printer->keyUSBdevice(), activity);
+    if (!result.problem.empty()) program.output.note(result.problem);
+    lock = std::move(result.lock);
+    if (result.holder) reportBusy(program, printer, *result.holder);
+    return !result.holder;
 }
 
 // Runs work on the printer's queue with the interface open; done afterwards on main, with the interface closed again.
@@ -37,7 +56,7 @@ void withOpenPrinter(Program& program, const Program::Printer& printer, std::fun
                 if (code == kIOReturnSuccess) {
                     done();
                 } else {
-                    tellOpenFailure(program, printer, code);
+                    reportOpenFailure(program, printer, code);
                 }
             });
         });
@@ -68,12 +87,14 @@ void runList(Program& program) {
     std::vector<std::vector<std::string>> rows = {
         {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "OFFERED", "LOCATION"}};
     for (const auto& printer : printers) {
-        const json facts = summaryOf(*printer);
+        json facts = summaryOf(*printer);
+        facts.update(conditionOf(program.session.supervisor, *printer));
         list.push_back(facts);
         std::vector<std::string> row = {std::to_string(rows.size())};
-        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber", "status", "firmwareInstalled"}) {
-            row.push_back(textOf(facts[key]));
-        }
+        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"}) row.push_back(textOf(facts[key]));
+        const std::string status = printableInLine(statusLine(program.session.supervisor, *printer));
+        row.push_back(status.empty() ? "-" : status);
+        row.push_back(textOf(facts["firmwareInstalled"]));
         row.push_back(offeredFirmware(*printer));
         row.push_back(textOf(facts["location"]));
         rows.push_back(row);
@@ -98,7 +119,8 @@ void runInfo(Program& program) {
         program.quit(status);
         return;
     }
-    const json facts = factsOf(*printer);
+    json facts = factsOf(*printer);
+    facts.update(conditionOf(program.session.supervisor, *printer));
     if (program.output.isJson()) {
         program.output.document(facts);
         program.quit(kDone);
@@ -142,6 +164,7 @@ void runResetCounter(Program& program) {
         program.quit(kNotReady);
         return;
     }
+    if (!reserve(program, printer, "counter reset")) return;
     const char letter = program.options.arguments.at(0).front();
     withOpenPrinter(
         program, printer, [printer, letter] { printer->resetCounter(letter); },
@@ -174,6 +197,7 @@ void runUSBSerial(Program& program) {
         program.quit(kFailed);
         return;
     }
+    if (!reserve(program, printer, "setting")) return;
     const bool enabled = program.options.arguments.at(0) == "on";
     withOpenPrinter(
         program, printer, [printer, enabled] { printer->setUSB_ISerial(enabled); },
@@ -204,6 +228,7 @@ void runReset(Program& program) {
         program.quit(status);
         return;
     }
+    if (!reserve(program, printer, "reset")) return;
     const std::string command = program.options.command;
     const auto code = std::make_shared<IOReturn>(kIOReturnSuccess);
     const auto work = [printer, command, code] {

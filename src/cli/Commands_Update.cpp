@@ -8,6 +8,7 @@
 #include "cli/UpdateAnswers.h"
 #include "cli/UpdateDisplay.h"
 #include "platform/foundation/Format.h"
+#include "session/PrinterFacts.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -190,7 +191,7 @@ class UpdateRun final : public SessionObserver {
         if (update.state.currentVersion) result["version"] = *update.state.currentVersion;
         if (update.verdict.refused) result["code"] = strForIOReturn(update.verdict.refused->code);
         if (update.verdict.holder) {
-            result["holder"] = {{"program", update.verdict.holder->program}, {"pid", update.verdict.holder->pid}};
+            result["holder"] = jsonOf(*update.verdict.holder);
         }
         if (update.verdict.isCorrected) result["corrected"] = true;
         _program.output.object(result);

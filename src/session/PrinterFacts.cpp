@@ -2,6 +2,7 @@
 
 #include "archive/ArchiveTexts.h"
 #include "platform/foundation/Format.h"
+#include "update/UpdateSupervisor.h"
 
 #include <nlohmann/json.hpp>
 
@@ -40,6 +41,34 @@ json summaryOf(TBUSBPrinterZUL& printer) {
 std::string offeredFirmware(const TBUSBPrinterZUL& printer) {
     const auto offer = printer.firmwareOffer();
     return offer ? offerText(*offer) : "-";
+}
+
+json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
+    const auto holder = supervisor.holder(printer.keyUSBdevice());
+    const std::string interrupted = supervisor.interruptedText(printer);
+    return {{"holder", holder ? jsonOf(*holder) : json(nullptr)},
+            {"interrupted", interrupted.empty() ? json(nullptr) : json(interrupted)}};
+}
+
+std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
+    const auto holder = supervisor.holder(printer.keyUSBdevice());
+    const std::string status = printer.printerStatus().value_or("");
+    const std::string condition = holder ? describeHolder(*holder) : supervisor.interruptedText(printer);
+    if (condition.empty()) return status;
+    return status.empty() ? condition : status + ": " + condition;
+}
+
+json jsonOf(const InterfaceHolder& holder) {
+    using Kind = InterfaceHolder::Kind;
+    const char* kind = "unknown";
+    if (holder.kind == Kind::process) kind = "program";
+    if (holder.kind == Kind::printing) kind = "print job";
+    if (holder.kind == Kind::ownProgram) kind = "printer utility";
+    json result = {{"kind", kind}, {"program", holder.program}, {"pid", holder.pid}};
+    if (!holder.activity.empty()) result["activity"] = holder.activity;
+    if (!holder.phase.empty()) result["phase"] = holder.phase;
+    if (holder.since != 0) result["since"] = holder.since;
+    return result;
 }
 
 json jsonOf(const DeviceInfo::Value& value) {

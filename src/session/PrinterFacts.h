@@ -8,11 +8,20 @@
 
 namespace zul {
 
+class UpdateSupervisor;
+
 /// The short form of list.
 nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
 /// The offered version as a person reads it: "VK14 01.61" or, when it cannot be installed, why: "VK14 01.61, file
 /// damaged". "-" for a model without firmware files.
 std::string offeredFirmware(const TBUSBPrinterZUL& printer);
+/// What keeps the printer from being used or needs to be done with it: "holder" and "interrupted", each null if there
+/// is nothing of the kind.
+nlohmann::json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
+/// The printer's status with that condition, in one line; empty if neither is known.
+std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
+/// A holder in JSON.
+nlohmann::json jsonOf(const InterfaceHolder& holder);
 /// Everything.
 nlohmann::json factsOf(TBUSBPrinterZUL& printer);
 /// A fact of the device-information dictionary as JSON.

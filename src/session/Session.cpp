@@ -184,6 +184,37 @@ Session::Printer Session::printerWithKey(const std::string& key) const {
     return nullptr;
 }
 
+std::optional<InterfaceHolder> Session::whileReserved(const Printer& printer, const std::string& activity,
+                                                      const std::function<void()>& action) {
+    auto result = locks.tryLock(printer->keyUSBdevice(), activity);
+    if (result.holder && result.holder->pid != ::getpid()) return result.holder;
+    if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
+    action();
+    auto lock = std::make_shared<std::optional<PrinterLock>>(std::move(result.lock));
+    afterQueues({printer}, [lock] { lock->reset(); });
+    return std::nullopt;
+}
+
+std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool isClaimed) {
+    const std::string key = printer->keyUSBdevice();
+    if (!isClaimed) {
+        printer->setIsOwned(0);
+        afterQueues({printer}, [this, key] { _claims.erase(key); });
+        return std::nullopt;
+    }
+    auto result = locks.tryLock(key, "claim");
+    if (result.holder && result.holder->pid != ::getpid()) return result.holder;
+    if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
+    if (result.lock) _claims.insert_or_assign(key, std::move(*result.lock));
+    printer->setIsOwned(1);
+    return std::nullopt;
+}
+
+// A printer that leaves is not claimed any more.
+void Session::forgetClaims() {
+    std::erase_if(_claims, [this](const auto& claim) { return printerWithKey(claim.first) == nullptr; });
+}
+
 void Session::unusableDidArrive(const PrinterEvent& event) {
     const std::string hint = _unusable.add(event);
     if (_observer != nullptr) _observer->unusablePrinterDidArrive(hint);
@@ -202,6 +233,7 @@ void Session::watchServices() {
             // Later: a service is still known while its departure is reported.
             mainQueue.async([this] {
                 _unusable.forgetDeparted();
+                forgetClaims();
                 if (_observer != nullptr) _observer->unusablePrintersDidChange();
             });
         });

@@ -16,6 +16,7 @@
 #include "update/UpdateSupervisor.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -68,6 +69,14 @@ class Session {
     /// Runs block on main once everything that is queued for the printers now is done.
     void afterQueues(const std::vector<Printer>& all, Block block);
 
+    /// Runs action, which changes the printer, and reserves the printer until its queue has done it. Returns who has
+    /// reserved it, if that is another process: then action is not run.
+    std::optional<InterfaceHolder> whileReserved(const Printer& printer, const std::string& activity,
+                                                 const std::function<void()>& action);
+    /// Claims the printer for this program, or releases it; a claimed printer is reserved. Returns who has reserved it,
+    /// if that is another process: then nothing is done.
+    std::optional<InterfaceHolder> setClaimed(const Printer& printer, bool isClaimed);
+
     /// Hints about printers that are attached now and cannot be used: no rights, not admitted.
     std::vector<std::string> unusablePrinters() const;
     /// Some were found that may not or cannot be opened.
@@ -116,6 +125,7 @@ class Session {
     std::optional<SessionProblem> makeBus();
     void watchServices();
     void historyIsRead();
+    void forgetClaims();
     void unusableDidArrive(const PrinterEvent& event);
 
     const SessionOptions _options;
@@ -123,6 +133,7 @@ class Session {
     SessionObserver* _observer = nullptr;
     bool _isHistoryRead = false;
     std::vector<Block> _waitsForHistory;
+    std::map<std::string, PrinterLock> _claims; // by key
     UnusablePrinters _unusable;
     std::unique_ptr<USBBus> _bus;
     LibusbBus* _realBus = nullptr; // the same, if it is the real one

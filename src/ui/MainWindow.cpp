@@ -2,6 +2,7 @@
 
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/UserDefaults.h"
+#include "session/PrinterFacts.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"
@@ -63,6 +64,7 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplicati
     connect(&_model, &PrinterTableModel::printerChanged, this, [this](int row) {
         if (_model.printer(row) == selection()) showSelection();
     });
+    _model.setStatusText([this](TBUSBPrinterZUL& printer) { return qtext(statusLine(_supervisor, printer)); });
     _session.setObserver(this);
 }
 
@@ -272,6 +274,7 @@ void MainWindow::updateDidChange(const std::string& /*key*/) {
 }
 
 void MainWindow::updateDidEnd(const std::string& /*key*/) {
+    _model.refreshAll(); // what was interrupted may be complete now
     updatesChanged();
     if (_isEndAsked && !_supervisor.isAnyBetweenCommands()) _application.endNow();
 }
@@ -286,6 +289,10 @@ void MainWindow::unusablePrinterDidArrive(const std::string& /*message*/) {
 
 void MainWindow::unusablePrintersDidChange() {
     showNotices();
+}
+
+void MainWindow::interruptedDidChange() {
+    _model.refreshAll();
 }
 
 void MainWindow::updatesChanged() {

@@ -45,6 +45,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void noteDidArise(const std::string& text) override;
     void unusablePrinterDidArrive(const std::string& message) override;
     void unusablePrintersDidChange() override;
+    void interruptedDidChange() override;
 
     /// A person wants to end the program: asked once more while a printer must not be left. Nothing else asks.
     void quitAsked();
@@ -88,6 +89,9 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void writeReport(const QString& file);
     void showLog();
     void showAbout();
+    void whileReserved(const Session::Printer& printer, const std::string& activity,
+                       const std::function<void()>& action);
+    void showHolder(TBUSBPrinterZUL& printer, const InterfaceHolder& holder);
     void tell(const QString& title, const QString& message);
 
     Session& _session;

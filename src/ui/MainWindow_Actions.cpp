@@ -41,9 +41,15 @@ void MainWindow::connectActions() {
         });
     };
     onPrinter(_ui->actionRefresh, [](TBUSBPrinterZUL& printer, bool) { printer.updateInfo(); });
-    onPrinter(_ui->actionHotPlug, [](TBUSBPrinterZUL& printer, bool) { printer.hotPlug(); });
-    onPrinter(_ui->actionSerial, [](TBUSBPrinterZUL& printer, bool isOn) { printer.setUsbISerial(isOn); });
-    onPrinter(_ui->actionClaim, [](TBUSBPrinterZUL& printer, bool isOn) { printer.setIsOwned(isOn ? 1 : 0); });
+    onPrinter(_ui->actionHotPlug, [this](TBUSBPrinterZUL&, bool) {
+        whileReserved(selection(), "reset", [printer = selection()] { printer->hotPlug(); });
+    });
+    onPrinter(_ui->actionSerial, [this](TBUSBPrinterZUL&, bool isOn) {
+        whileReserved(selection(), "setting", [printer = selection(), isOn] { printer->setUsbISerial(isOn); });
+    });
+    onPrinter(_ui->actionClaim, [this](TBUSBPrinterZUL&, bool isOn) {
+        if (const auto holder = _session.setClaimed(selection(), isOn)) showHolder(*selection(), *holder);
+    });
     connect(_ui->actionUpdate, &QAction::triggered, this, &MainWindow::updateFirmware);
     connect(_ui->actionCounterA, &QAction::triggered, this, [this] { resetCounter('A'); });
     connect(_ui->actionCounterB, &QAction::triggered, this, [this] { resetCounter('B'); });
@@ -143,9 +149,20 @@ void MainWindow::resetCounter(char letter) {
     question.completion = [this, printer, letter](int answer) {
         // An update may have begun while the question stood.
         const bool isFree = _supervisor.reasonAgainst(printer->keyUSBdevice()).empty();
-        if (answer == kAlertSecondButton && isFree) printer->resetCounter(letter);
+        if (answer != kAlertSecondButton || !isFree) return;
+        whileReserved(printer, "counter reset", [printer, letter] { printer->resetCounter(letter); });
     };
     _alerts.beginAlert(std::move(question));
+}
+
+void MainWindow::whileReserved(const Session::Printer& printer, const std::string& activity,
+                               const std::function<void()>& action) {
+    if (const auto holder = _session.whileReserved(printer, activity, action)) showHolder(*printer, *holder);
+}
+
+void MainWindow::showHolder(TBUSBPrinterZUL& printer, const InterfaceHolder& holder) {
+    tell(qtext(nameOf(printer) + ": " + describeHolder(holder) + "."),
+         localized("Close that program or wait until it has finished, then try again."));
 }
 
 void MainWindow::tell(const QString& title, const QString& message) {

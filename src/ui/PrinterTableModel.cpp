@@ -1,5 +1,6 @@
 #include "ui/PrinterTableModel.h"
 
+#include "archive/ArchiveTexts.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
 
@@ -89,18 +90,24 @@ void PrinterTableModel::scheduleRefresh(Row& row) {
     });
 }
 
+void PrinterTableModel::refreshAll() {
+    for (const auto& row : _rows) scheduleRefresh(*row);
+}
+
 void PrinterTableModel::readFacts(Row& row) const {
     TBUSBPrinterZUL& facts = *row.printer;
     row.picture = pictureNamed(qtext(facts.image()), _palette);
     row.texts[model] = qtext(facts.manufacturer().value_or("") + " " + facts.model().value_or("")).trimmed();
     row.texts[serialNumber] = qtext(facts.printerSerialNumber());
-    row.texts[status] = qtext(facts.printerStatus()); // as it stands in every language
+    row.texts[status] = _statusText ? _statusText(facts) : qtext(facts.printerStatus());
     row.texts[installedFirmware] = qtext(facts.firmwareVersion());
-    row.texts[offeredFirmware] = qtext(facts.newFirmwareVersion());
+    static_cast<void>(facts.newFirmwareVersion()); // its check puts the results of the files among the facts
+    const auto offer = facts.firmwareOffer();
+    row.texts[offeredFirmware] = offer ? qtext(offerText(*offer)) : QString();
     row.texts[colorTables] = colorTableText(facts);
     row.texts[lifetimeCounter] = qtext(facts.lifetimeCounter());
     row.texts[usbSerialNumber] = localized(facts.usbISerialString().c_str());
-    row.isNewer = facts.firmwareVersion() && facts.availableFirmwareVersion() > facts.installedFirmwareVersion();
+    row.isNewer = offer && offer->isReady() && facts.firmwareVersion() && facts.availableFirmwareVersion() > facts.installedFirmwareVersion();
 }
 
 PrinterTableModel::Printer PrinterTableModel::printer(int row) const {

@@ -36,6 +36,10 @@ class PrinterTableModel final : public QAbstractTableModel {
 
     /// Rows leave and come one at a time; a printer that stays keeps its row.
     void setPrinters(const std::vector<Printer>& printers);
+    /// What the column with the status shows; the printer's own text without one. Before the first row.
+    void setStatusText(std::function<QString(TBUSBPrinterZUL&)> text) { _statusText = std::move(text); }
+    /// Reads the facts of all printers again, later.
+    void refreshAll();
     Printer printer(int row) const;
     int rowOf(const TBUSBPrinterZUL* printer) const; // -1: none
     /// The pictures follow the window's colours.
@@ -68,6 +72,7 @@ class PrinterTableModel final : public QAbstractTableModel {
     void scheduleRefresh(Row& row);
 
     MainQueue& _mainQueue;
+    std::function<QString(TBUSBPrinterZUL&)> _statusText;
     QPalette _palette;
     std::array<QString, columns> _titles;
     std::vector<std::unique_ptr<Row>> _rows;

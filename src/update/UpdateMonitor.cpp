@@ -282,10 +282,20 @@ bool UpdateMonitor::hasReportedStatus(const std::string& key) const {
     return found != _attachments.end() && found->second.hasReportedStatus;
 }
 
+std::optional<InterfaceHolder> UpdateMonitor::holder(const std::string& key) const {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _attachments.find(key);
+    return found == _attachments.end() ? std::nullopt : found->second.holder;
+}
+
 void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
     if (event.key.empty()) return;
     Attachment& attachment = _attachments[event.key];
-    if (std::holds_alternative<events::Arrived>(event.what)) attachment = {event.attachment, false};
+    if (std::holds_alternative<events::Arrived>(event.what)) attachment = {event.attachment};
+    if (const auto* const opened = std::get_if<events::Opened>(&event.what)) {
+        attachment.holder.reset();
+        if (opened->code == kIOReturnExclusiveAccess) attachment.holder = opened->holder.value_or(InterfaceHolder{});
+    }
     const bool isStatus = std::holds_alternative<events::StatusRead>(event.what);
     if (isStatus && event.attachment == attachment.token) attachment.hasReportedStatus = true;
     if (std::holds_alternative<events::Departed>(event.what) && event.attachment == attachment.token) {

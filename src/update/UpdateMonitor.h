@@ -37,6 +37,8 @@ class UpdateMonitor final : public PrinterEventsOutlet {
     std::optional<UpdateState> state(const std::string& key) const;
     /// The attached printer has answered a question for its status since it was attached.
     bool hasReportedStatus(const std::string& key) const;
+    /// The other program that holds the attached printer; nullopt if none does, as far as the last open showed.
+    std::optional<InterfaceHolder> holder(const std::string& key) const;
 
     void printerEvent(const PrinterEvent& event) override;
 
@@ -45,6 +47,7 @@ class UpdateMonitor final : public PrinterEventsOutlet {
     struct Attachment {
         std::uint32_t token = 0;
         bool hasReportedStatus = false;
+        std::optional<InterfaceHolder> holder = {};
     };
     struct Visitor;
     void noteAttachment(const PrinterEvent& event);

@@ -124,6 +124,8 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// "update was interrupted at 2026-11-22 03:10, start it to complete": an earlier update of this printer has no end,
     /// or the printer waits in its loader, and nobody updates it now. Empty if neither is so.
     std::string interruptedText(TBUSBPrinterZUL& printer) const;
+    /// The other program that holds the attached printer; nullopt if none does.
+    std::optional<InterfaceHolder> holder(const std::string& key) const { return _monitor.holder(key); }
     /// Finds the updates that earlier runs did not end; then done runs on the main queue.
     void readInterrupted(Block done);
     /// A printer must not lose its power now.

@@ -7,13 +7,14 @@
 #include "platform/foundation/LocalizedFormat.h"
 
 #include <algorithm>
+#include <unistd.h>
 #include <utility>
 
 namespace zul {
 
 // ---- the lock -------------------------------------------------------------------------------------------------------
 
-// False if another process has reserved the printer. Where the system refuses locks the update begins without one, and
+// False if another process has reserved the printer; this one may have claimed it before its update. Where the system refuses locks the update begins without one, and
 // the operator reads why.
 bool UpdateSupervisor::takeLock(const std::string& key) {
     Course& course = _courses[key];
@@ -23,7 +24,7 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
     course.lock = std::move(result.lock);
     course.lockedPhase.reset();
     course.holder = result.holder;
-    return !result.holder;
+    return !result.holder || result.holder->pid == ::getpid();
 }
 
 void UpdateSupervisor::showPhaseToOthers(const Update& update) {

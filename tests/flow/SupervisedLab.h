@@ -2,24 +2,37 @@
 #pragma once
 
 #include "Lab.h"
+#include "support/TemporaryFolder.h"
 #include "update/UpdateSupervisor.h"
 
 #include <algorithm>
+#include <atomic>
 #include <doctest/doctest.h>
 #include <optional>
+#include <unistd.h>
 
 namespace zul {
 
 class SupervisedLab : public Lab, public UpdateObserver {
   public:
+    /// Programs of other tests have other locks.
+    static std::string freshNameSpace() {
+        static std::atomic<int> count = 0;
+        return "zul-flow-" + std::to_string(::getpid()) + '-' + std::to_string(++count);
+    }
+
     explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive())
         : Lab(archiveFolder), supervisor({.mainQueue = mainQueue,
                                     .clock = clock,
                                     .alerts = operatorDesk,
                                     .printerWithKey = [this](const std::string& key) { return attached(key); },
                                     .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
-                                    .seesArrivals = [this] { return areArrivalsSeen; }},
+                                    .seesArrivals = [this] { return areArrivalsSeen; },
+                                    .locks = &locks,
+                                    .recorder = &recorder,
+                                    .archive = &archive},
                                    {}) {
+        recorder.setProblemHandler([this](const std::string& text) { notes.push_back(text); });
         supervisor.setObserver(this);
         alertSwitch.to = &supervisor;
         environment.events = &supervisor;
@@ -64,10 +77,24 @@ class SupervisedLab : public Lab, public UpdateObserver {
     void updateDidChange(const std::string&) override { ++changes; }
     void updateDidEnd(const std::string& key) override { ends.push_back(supervisor.updates().at(key).verdict.result); }
 
+    void noteDidArise(const std::string& text) override { notes.push_back(text); }
+    /// The newest record of the history; a new one if there is none.
+    UpdateRecord newestRecord() {
+        recorder.flush();
+        auto found = UpdateHistory({.folder = stateFolder.path}).records({});
+        CHECK(found.problem == "");
+        return found.records.empty() ? UpdateRecord{} : found.records.front();
+    }
+
+    TemporaryFolder stateFolder;
+    std::string nameSpace = freshNameSpace();
+    PrinterLocks locks{{.program = "flow_tests", .nameSpace = nameSpace}};
+    UpdateRecorder recorder{mainQueue, clock, {.folder = stateFolder.path}, "flow_tests", "1.0"};
     UpdateSupervisor supervisor;
     std::map<std::uint32_t, bool> kept; // by location
     bool areArrivalsSeen = true;
     int changes = 0;
+    std::vector<std::string> notes;
     std::vector<UpdateResult> ends; // every verdict, in order
 };
 

@@ -2,7 +2,7 @@
 //
 //   history_writer FOLDER
 //
-// begin KEY, complete ID, many COUNT KEY, endless KEY, read, as-nobody, small-files, small-disk, fill, empty: each is
+// begin KEY, cut-off KEY PHASE, complete ID, many COUNT KEY, endless KEY, read, as-nobody, small-files, small-disk, fill, empty: each is
 // answered by one line.
 #include "update/UpdateHistory.h"
 
@@ -30,6 +30,12 @@ std::string completed(UpdateHistory& history, std::int64_t id) {
 std::string begun(UpdateHistory& history, const std::string& key) {
     const auto begun = history.begin({.begun = 1000, .key = key, .model = "VK14"});
     return begun.id != 0 ? std::to_string(begun.id) : begun.problem;
+}
+
+// An update that has come to this phase and will have no end.
+std::string cutOff(UpdateHistory& history, const std::string& key, const std::string& phase) {
+    const auto begun = history.begin({.begun = 1000, .key = key, .model = "VK14"});
+    return shown(begun.id == 0 ? begun.problem : history.addPhase(begun.id, {.name = phase, .begun = 1000}));
 }
 
 // The first problem, or "stored".
@@ -75,6 +81,11 @@ std::string obey(UpdateHistory& history, std::istringstream& words) {
     std::int64_t number = 0;
     words >> word;
     if (word == "begin" && words >> key) return begun(history, key);
+    if (word == "cut-off" && words >> key) {
+        std::string phase;
+        std::getline(words >> std::ws, phase);
+        return cutOff(history, key, phase);
+    }
     if (word == "complete" && words >> number) return completed(history, number);
     if (word == "many" && words >> number >> key) return writeMany(history, static_cast<int>(number), key);
     if (word == "endless" && words >> key) return writeEndlessly(history, key);
