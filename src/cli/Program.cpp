@@ -11,6 +11,9 @@ namespace zul::cli {
 
 namespace {
 
+constexpr auto kBriefUse = std::chrono::seconds(3);
+constexpr auto kBriefPause = std::chrono::milliseconds(200);
+
 Program::Interrupt interruptOf(int signal) {
     if (signal == SIGINT) return Program::Interrupt::byUser;
     return signal == SIGHUP ? Program::Interrupt::terminalClosed : Program::Interrupt::bySystem;
@@ -34,11 +37,35 @@ int Program::start(std::function<void()> ready) {
     // After the insertion of the rows; twice, because what is queued first asks for a close after itself.
     session.whenEnumerated([this, ready = std::move(ready)] {
         session.mainQueue.async([this, ready] {
-            session.afterQueues(session.printers(),
-                                [this, ready] { session.afterQueues(session.printers(), ready); });
+            session.afterQueues(session.printers(), [this, ready] {
+                session.afterQueues(session.printers(), [this, ready] {
+                    whenNotBrieflyUsed(session.clock.now() + kBriefUse, ready);
+                });
+            });
         });
     });
     return kDone;
+}
+
+// Another of our programs that lists a printer uses it for a moment. What prints or updates takes longer, and has said
+// so.
+bool Program::isAnyBrieflyUsed() const {
+    return std::ranges::any_of(session.printers(), [this](const Printer& printer) {
+        const auto holder = session.supervisor.holder(printer->keyUSBdevice());
+        return printer->ownership() == Ownership::otherProgram && holder &&
+               (holder->kind == InterfaceHolder::Kind::process || holder->kind == InterfaceHolder::Kind::unknown);
+    });
+}
+
+// The engine opens a printer again when it is released, and asks its questions then.
+void Program::whenNotBrieflyUsed(Clock::TimePoint deadline, Block ready) {
+    if (session.clock.now() >= deadline || !isAnyBrieflyUsed()) {
+        session.afterQueues(session.printers(), std::move(ready));
+        return;
+    }
+    session.clock.callAt(session.clock.now() + kBriefPause, [this, deadline, ready = std::move(ready)] {
+        session.mainQueue.async([this, deadline, ready] { whenNotBrieflyUsed(deadline, ready); });
+    });
 }
 
 // ---- printers -------------------------------------------------------------------------------------------------------

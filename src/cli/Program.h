@@ -67,6 +67,8 @@ class Program {
 
   private:
     std::string listed() const;
+    bool isAnyBrieflyUsed() const;
+    void whenNotBrieflyUsed(Clock::TimePoint deadline, Block ready);
     std::function<void(Interrupt)> _interrupted; // main queue
     Signals _signals;
 };
