@@ -4,8 +4,8 @@
 #include "cli/Options.h"
 #include "cli/Program.h"
 #include "cli/StandardOutput.h"
-#include "platform/foundation/StandardStreams.h"
 #include "platform/dispatch/Signals.h"
+#include "platform/foundation/StandardStreams.h"
 #include "session/Logs.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
@@ -52,6 +52,7 @@ int runOffline(const Options& options, const Output& output, bool& isOffline) {
     if (options.command.starts_with("srecord ")) return runSRecord(options, output);
     if (options.command.starts_with("defaults ")) return runDefaults(options, output);
     if (options.command == "hostinfo") return runHostInfo(output);
+    if (options.command == "history") return runHistory(options, output);
     isOffline = false;
     return kDone;
 }
