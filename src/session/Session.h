@@ -10,6 +10,7 @@
 #include "platform/foundation/UserDefaults.h"
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"
+#include "session/SleepInhibitor.h"
 #include "session/UnusablePrinters.h"
 #include "update/PrinterLocks.h"
 #include "update/UpdateSupervisor.h"
@@ -38,7 +39,8 @@ class Session {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
 
-    /// alerts: shows the alerts to the operator. clock: the machine's own if null; a given one must outlive the session.
+    /// alerts: shows the alerts to the operator. clock: the machine's own if null; a given one must outlive the
+    /// session.
     Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* clock = nullptr);
     ~Session();
     Session(const Session&) = delete;
@@ -92,6 +94,7 @@ class Session {
     Bundle bundle;
     FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
     PrinterLocks locks;              // of this machine's printers; embedded ones have locks of their own
+    SleepInhibitor sleepInhibitor;   // held while an update is under way
     UpdateSupervisor supervisor;
 
   private:

@@ -291,7 +291,7 @@ void MainWindow::unusablePrintersDidChange() {
 void MainWindow::updatesChanged() {
     const bool isUnderWay = _supervisor.isAnyUnderWay();
     _ui->updates->showUpdates();
-    _inhibitor.setInhibited(isUnderWay);
+    _session.sleepInhibitor.setHeld(isUnderWay);
     _taskbar.show(isUnderWay, _supervisor.progress());
     // An empty table in the middle of an update must not look like a printer to be connected.
     _ui->emptyText->setText(isUnderWay ? localized("A printer is restarting. Leave it switched on and connected.")
