@@ -25,5 +25,6 @@ void runResetCounter(Program& program);
 void runUSBSerial(Program& program);
 void runReset(Program& program);
 void runUpdate(Program& program);
+void runDoctor(Program& program);
 
 } // namespace zul::cli

@@ -132,6 +132,7 @@ void addOfflineCommands(CLI::App& app, Options& options) {
         ->add_option("KEY", options.arguments, "Key")
         ->required()
         ->expected(1);
+    addCommand(app, options, "doctor", "What keeps printers from being used or updated, and the commands that fix it");
     addCommand(app, options, "hostinfo", "The machine that this runs on");
 }
 

@@ -42,6 +42,7 @@ const std::map<std::string, PrinterCommand>& printerCommands() {
         {"update", runUpdate},    {"reset-counter", runResetCounter},
         {"soft-reset", runReset}, {"usb-serial", runUSBSerial},
         {"reset", runReset},      {"reenumerate", runReset},
+        {"doctor", runDoctor},
     };
     return commands;
 }

@@ -9,7 +9,8 @@ import traceback
 from bench import CASES, Bench
 
 for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_signals",
-               "cases_terminal", "cases_output", "cases_window", "cases_history"):
+               "cases_terminal", "cases_output", "cases_window", "cases_history",
+               "cases_doctor"):
     importlib.import_module(module)
 
 
