@@ -13,6 +13,7 @@ int runArchive(const Options& options, const Output& output);
 int runSRecord(const Options& options, const Output& output);
 int runDefaults(const Options& options, const Output& output);
 int runHostInfo(const Output& output);
+int runHistory(const Options& options, const Output& output);
 
 // With printers: called on the main queue once the printers have been asked for their facts; they end the program's
 // main queue with the exit status, at once or later.
@@ -24,5 +25,6 @@ void runResetCounter(Program& program);
 void runUSBSerial(Program& program);
 void runReset(Program& program);
 void runUpdate(Program& program);
+void runDoctor(Program& program);
 
 } // namespace zul::cli

@@ -37,7 +37,9 @@ std::string sentenceOf(const Update& update) {
     default:
         break;
     }
-    std::string text = (verdict.isUntouched() ? "not updated: " : "the update is not complete: ") + verdict.reason;
+    std::string text = verdict.isUntouched() ? "not updated" : "the update is not complete";
+    if (verdict.result == UpdateResult::badFiles && verdict.isUntouched()) text += ", nothing was sent";
+    text += ": " + verdict.reason;
     if (!update.advice.empty()) text += ". " + update.advice;
     return text;
 }
@@ -175,6 +177,7 @@ class UpdateRun final : public SessionObserver {
     }
 
     void showResult(const Update& update) {
+        // What is wrong with the files ends with a command, to be copied.
         const double spent = std::chrono::duration<double>(update.endedAt - update.state.begun).count();
         const std::string sentence = sentenceOf(update);
         if (!_program.output.isJson()) {

@@ -1,8 +1,10 @@
 #include "cli/Options.h"
 
 #include "cli/ExitStatus.h"
+#include "platform/foundation/LocalTime.h"
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 
 namespace zul::cli {
 
@@ -83,6 +85,26 @@ void addUpdateCommand(CLI::App& app, Options& options) {
         ->capture_default_str();
 }
 
+std::int64_t wallTimeNow() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+void addHistoryCommand(CLI::App& app, Options& options) {
+    CLI::App* history = addCommand(app, options, "history", "Past updates, the newest last");
+    history->add_option("--printer", options.printer, "Only of this printer: key, serial number or USB location")
+        ->type_name("PRINTER");
+    history
+        ->add_option_function<std::string>(
+            "--since",
+            [&options](const std::string& text) {
+                options.since = momentFromText(text, wallTimeNow());
+                if (!options.since) throw CLI::ValidationError("--since", text + " is not a time");
+            },
+            "Only begun since then: 2026-11-01, 2026-11-01T10:00, or how long ago: 12h, 7d")
+        ->type_name("TIME");
+}
+
 void addOfflineCommands(CLI::App& app, Options& options) {
     CLI::App* archive = addCommand(app, options, "archive", "The firmware archive");
     archive->require_subcommand(1);
@@ -110,6 +132,7 @@ void addOfflineCommands(CLI::App& app, Options& options) {
         ->add_option("KEY", options.arguments, "Key")
         ->required()
         ->expected(1);
+    addCommand(app, options, "doctor", "What keeps printers from being used or updated, and the commands that fix it");
     addCommand(app, options, "hostinfo", "The machine that this runs on");
 }
 
@@ -124,6 +147,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     addGlobalOptions(app, options);
     addPrinterCommands(app, options);
     addUpdateCommand(app, options);
+    addHistoryCommand(app, options);
     addOfflineCommands(app, options);
     ParsedOptions parsed;
     try {

@@ -3,6 +3,7 @@
 
 #include "session/SessionOptions.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,7 +23,11 @@ struct Options : SessionOptions {
     bool notNeededOk = false;
     bool reinstall = false;
     int stallTimeout = 0; // seconds; 0: the longest time of each phase
-    int giveUp = 900;       // seconds
+    int giveUp = 900;     // seconds
+
+    // history
+    std::string printer;               // key, serial number or place; empty: all
+    std::optional<std::int64_t> since; // milliseconds since 1970
 };
 
 struct ParsedOptions {

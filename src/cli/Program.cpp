@@ -25,10 +25,11 @@ Program::Interrupt interruptOf(int signal) {
 Program::Program(Options runOptions)
     : options(std::move(runOptions)), output(options.json), session(options, alerts, application),
       _interrupted([this](Interrupt) { quit(kInterrupted); }),
-      _signals(session.mainQueue, {SIGINT, SIGTERM, SIGHUP}, [this](int signal) { _interrupted(interruptOf(signal)); }) {
-}
+      _signals(session.mainQueue, {SIGINT, SIGTERM, SIGHUP},
+               [this](int signal) { _interrupted(interruptOf(signal)); }) {}
 
 int Program::start(std::function<void()> ready) {
+    if (options.command == "doctor" && options.virtualPrinters.empty()) attachedAtStart = attachedPrinters({});
     if (const auto problem = session.start(TBPrinters::Outlets{})) {
         const int status = problem->isWrongUsage ? kWrongUsage : kFailed;
         output.problem(problem->message, status);
@@ -84,8 +85,9 @@ void Program::noteUnusable() const {
 
 void Program::reportNoPrinter(int exitStatus) {
     noteUnusable();
-    output.problem(session.unusablePrinters().empty() ? "no printer is attached. Connect a ZUL printer by USB and switch it on."
-                                              : "no attached printer can be used.", // why has just been said
+    output.problem(session.unusablePrinters().empty()
+                       ? "no printer is attached. Connect a ZUL printer by USB and switch it on."
+                       : "no attached printer can be used.", // why has just been said
                    exitStatus);
 }
 

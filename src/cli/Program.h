@@ -4,6 +4,7 @@
 #include "cli/Options.h"
 #include "cli/Output.h"
 #include "platform/dispatch/Signals.h"
+#include "session/AttachedPrinters.h"
 #include "session/Session.h"
 
 #include <functional>
@@ -60,6 +61,8 @@ class Program {
     void noteUnusable() const;
 
     const Options options;
+    /// doctor: the real printers as they were found, before the session opened any.
+    std::vector<AttachedPrinter> attachedAtStart;
     const Output output;
     AlertRouter alerts;
     ApplicationEnd application;

@@ -4,8 +4,8 @@
 #include "cli/Options.h"
 #include "cli/Program.h"
 #include "cli/StandardOutput.h"
-#include "platform/foundation/StandardStreams.h"
 #include "platform/dispatch/Signals.h"
+#include "platform/foundation/StandardStreams.h"
 #include "session/Logs.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
@@ -42,6 +42,7 @@ const std::map<std::string, PrinterCommand>& printerCommands() {
         {"update", runUpdate},    {"reset-counter", runResetCounter},
         {"soft-reset", runReset}, {"usb-serial", runUSBSerial},
         {"reset", runReset},      {"reenumerate", runReset},
+        {"doctor", runDoctor},
     };
     return commands;
 }
@@ -52,6 +53,7 @@ int runOffline(const Options& options, const Output& output, bool& isOffline) {
     if (options.command.starts_with("srecord ")) return runSRecord(options, output);
     if (options.command.starts_with("defaults ")) return runDefaults(options, output);
     if (options.command == "hostinfo") return runHostInfo(output);
+    if (options.command == "history") return runHistory(options, output);
     isOffline = false;
     return kDone;
 }

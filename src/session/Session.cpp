@@ -5,8 +5,8 @@
 #include "archive/FirmwareDigests.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "platform/foundation/StateFolder.h"
 #include "session/EmbeddedPrinters.h"
+#include "session/HistoryOptions.h"
 #include "usb/libusb/LibusbBus.h"
 
 #include <algorithm>
@@ -15,11 +15,6 @@
 #include <utility>
 
 namespace zul {
-
-std::filesystem::path historyFolder(const SessionOptions& options) {
-    const auto folder = stateFolder();
-    return options.virtualPrinters.empty() || folder.empty() ? folder : folder / "embedded";
-}
 
 namespace {
 
@@ -78,16 +73,6 @@ PrinterLocksOptions Session::lockOptions(const std::string& program, bool areEmb
     return options;
 }
 
-UpdateHistoryOptions Session::historyOptions(const SessionOptions& sessionOptions) const {
-    UpdateHistoryOptions options;
-    options.wallTime = [this] {
-        const auto wall = clock.wallTime().time_since_epoch();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(wall).count();
-    };
-    options.folder = historyFolder(sessionOptions);
-    return options;
-}
-
 UpdateServices Session::servicesFor(AlertOutlet& alerts) {
     return {.mainQueue = mainQueue,
             .clock = clock,
@@ -100,7 +85,8 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
             .seesArrivals = [this] { return _realBus == nullptr || _realBus->seesArrivals() != ArrivalSight::no; },
             .locks = &locks,
             .recorder = &recorder,
-            .archive = &archive};
+            .archive = &archive,
+            .keepAwake = [this](bool isUnderWay) { sleepInhibitor.setHeld(isUnderWay); }};
 }
 
 void Session::setObserver(SessionObserver* observer) {

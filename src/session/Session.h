@@ -10,6 +10,7 @@
 #include "platform/foundation/UserDefaults.h"
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"
+#include "session/SleepInhibitor.h"
 #include "session/UnusablePrinters.h"
 #include "update/PrinterLocks.h"
 #include "update/UpdateRecorder.h"
@@ -38,15 +39,12 @@ class SessionObserver : public UpdateObserver {
     virtual void interruptedDidChange() {}
 };
 
-/// Where the history of a run's updates is: embedded printers are not mixed with the real ones. Empty if the user has
-/// no folder for it.
-std::filesystem::path historyFolder(const SessionOptions& options);
-
 class Session {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
 
-    /// alerts: shows the alerts to the operator. clock: the machine's own if null; a given one must outlive the session.
+    /// alerts: shows the alerts to the operator. clock: the machine's own if null; a given one must outlive the
+    /// session.
     Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* clock = nullptr);
     ~Session();
     Session(const Session&) = delete;
@@ -109,6 +107,7 @@ class Session {
     FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
     PrinterLocks locks;              // of this machine's printers; embedded ones have locks of their own
     UpdateRecorder recorder;         // of the user's history; embedded printers have one of their own
+    SleepInhibitor sleepInhibitor;   // held while an update is under way
     UpdateSupervisor supervisor;
 
   private:
@@ -120,7 +119,6 @@ class Session {
 
   private:
     PrinterLocksOptions lockOptions(const std::string& program, bool areEmbedded) const;
-    UpdateHistoryOptions historyOptions(const SessionOptions& options) const;
     UpdateServices servicesFor(AlertOutlet& alerts);
     std::optional<SessionProblem> makeBus();
     void watchServices();

@@ -298,7 +298,6 @@ void MainWindow::interruptedDidChange() {
 void MainWindow::updatesChanged() {
     const bool isUnderWay = _supervisor.isAnyUnderWay();
     _ui->updates->showUpdates();
-    _inhibitor.setInhibited(isUnderWay);
     _taskbar.show(isUnderWay, _supervisor.progress());
     // An empty table in the middle of an update must not look like a printer to be connected.
     _ui->emptyText->setText(isUnderWay ? localized("A printer is restarting. Leave it switched on and connected.")

@@ -5,7 +5,6 @@
 #include "platform/appkit/Outlets.h"
 #include "session/Session.h"
 #include "ui/PrinterTable.h"
-#include "ui/SleepInhibitor.h"
 #include "ui/TaskbarProgress.h"
 
 #include <QMainWindow>
@@ -51,7 +50,6 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void quitAsked();
     /// The system wants the program to end: it ends at once, or as soon as the printers in an update can be left.
     void endAsked();
-    SleepInhibitor& inhibitor() { return _inhibitor; }
     /// The printer that actions go to.
     Session::Printer selection() const { return _controller.selection(); }
     /// Keeps the places of the columns and the window for the next start.
@@ -103,7 +101,6 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     std::unique_ptr<PrinterTable> _table;
     PrinterArrayController _controller;
     UpdateSupervisor& _supervisor;
-    SleepInhibitor _inhibitor;
     TaskbarProgress _taskbar;
     std::unique_ptr<LogWindow> _log;
     QList<int> _sizesBefore; // of the splitter's parts, before updates took their place

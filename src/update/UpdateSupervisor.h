@@ -78,6 +78,8 @@ struct UpdateServices {
     UpdateRecorder* recorder = nullptr;
     /// Whose folder and digests the records name; null: none.
     FirmwareArchive* archive = nullptr;
+    /// Keeps the machine awake while an update is under way; may be empty. Often called with the same value.
+    std::function<void(bool isUnderWay)> keepAwake = {};
 };
 
 struct UpdateSettings {

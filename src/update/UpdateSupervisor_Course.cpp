@@ -102,6 +102,7 @@ void UpdateSupervisor::showFlags(Update& update) {
 }
 
 void UpdateSupervisor::notifyChange(const std::string& key) {
+    if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     if (_observer != nullptr) _observer->updateDidChange(key);
 }
 
@@ -192,6 +193,7 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     completeRecord(update);
     _courses[key].lock.reset();
     keepInterface(key, false);
+    if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     showReports(key);
     if (_observer != nullptr) _observer->updateDidEnd(key);
 }

@@ -51,12 +51,14 @@ class Result:
 class Bench:
     """One case: a home of its own, and zulctl with virtual printers."""
 
-    def __init__(self, zulctl, window, archive):
-        self.zulctl, self.window, self.archive = zulctl, window, archive
+    def __init__(self, options):
+        self.zulctl, self.window, self.archive = options.zulctl, options.window, options.firmware_archive
+        self.history_writer = options.history_writer
         self.folder = tempfile.TemporaryDirectory(prefix="zul-program-")
         self.home = self.folder.name
         self.started = []
-        self.env = dict(os.environ, HOME=self.home, XDG_CONFIG_HOME=self.home, LC_ALL="C.UTF-8")
+        self.env = dict(os.environ, HOME=self.home, XDG_CONFIG_HOME=self.home, XDG_STATE_HOME=self.path("state"),
+                        LC_ALL="C.UTF-8")
 
     def path(self, name):
         return os.path.join(self.home, name)

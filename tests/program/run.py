@@ -9,13 +9,14 @@ import traceback
 from bench import CASES, Bench
 
 for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_signals",
-               "cases_terminal", "cases_output", "cases_window"):
+               "cases_terminal", "cases_output", "cases_window", "cases_history",
+               "cases_doctor"):
     importlib.import_module(module)
 
 
 def run(sentence, function, options):
     begun = time.monotonic()
-    bench = Bench(options.zulctl, options.window, options.firmware_archive)
+    bench = Bench(options)
     try:
         function(bench)
         return True, sentence, time.monotonic() - begun, ""
@@ -30,6 +31,7 @@ def main():
     parser.add_argument("--zulctl", required=True)
     parser.add_argument("--window", required=True)
     parser.add_argument("--firmware-archive", required=True)
+    parser.add_argument("--history-writer", required=True)
     parser.add_argument("--only", default="", help="cases whose sentence holds this")
     options = parser.parse_args()
     chosen = [entry for entry in CASES if options.only in entry[0]]

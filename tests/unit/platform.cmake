@@ -1,6 +1,7 @@
 target_sources(unit_tests PRIVATE
   platform/DataTests.cpp
   platform/KeyValueObservingTests.cpp
+  platform/LocalTimeTests.cpp
   platform/PrintableTextTests.cpp
   platform/QueueTests.cpp
   platform/ScriptedInterfaceTests.cpp

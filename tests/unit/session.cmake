@@ -1,3 +1,14 @@
 target_sources(unit_tests PRIVATE
-  session/LogsTests.cpp)
-target_link_libraries(unit_tests PRIVATE zul_session)
+  session/AttachedPrintersTests.cpp
+  session/DoctorTests.cpp
+  session/LoginLab.cpp
+  session/LogsTests.cpp
+  session/SleepInhibitorTests.cpp)
+# A message bus of the tests' own, with a login service on it.
+find_program(ZUL_DBUS_DAEMON dbus-daemon)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+set_source_files_properties(session/LoginLab.cpp PROPERTIES COMPILE_DEFINITIONS "ZUL_DBUS_DAEMON=\"${ZUL_DBUS_DAEMON}\"")
+target_link_libraries(unit_tests PRIVATE zul_session PkgConfig::SYSTEMD)
+set_source_files_properties(session/DoctorTests.cpp PROPERTIES COMPILE_DEFINITIONS
+  "ZUL_SAMPLE_ARCHIVE=\"${CMAKE_BINARY_DIR}/share/zul-printer-utility/firmware\"")
+add_dependencies(unit_tests sample_archive)

@@ -4,7 +4,6 @@
 #include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "ui/LogWindow.h"
-#include "ui/SleepInhibitor.h"
 #include "ui/TaskbarProgress.h"
 #include "ui/WindowApplication.h"
 #include "virtual_printer/VirtualBus.h"
@@ -12,60 +11,20 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QComboBox>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
+#include <QDBusConnection>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QScrollBar>
 #include <QTest>
 #include <doctest/doctest.h>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace zul::test {
 
 namespace {
-
-// The login service of the system, as far as the lock goes: it sees when the lock's descriptor is closed.
-class LoginService final : public QObject {
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.login1.Manager")
-
-  public:
-    explicit LoginService(QDBusConnection bus) : _bus(std::move(bus)) {
-        REQUIRE(_bus.registerService("org.freedesktop.login1"));
-        REQUIRE(_bus.registerObject("/org/freedesktop/login1", this, QDBusConnection::ExportAllSlots));
-    }
-    ~LoginService() override {
-        _bus.unregisterObject("/org/freedesktop/login1");
-        _bus.unregisterService("org.freedesktop.login1");
-        if (_ours >= 0) ::close(_ours);
-    }
-    QStringList asked;
-    bool isHeld() const {
-        char byte = 0;
-        return _ours >= 0 && ::read(_ours, &byte, 1) < 0 && errno == EAGAIN;
-    }
-
-  public Q_SLOTS:
-    QDBusUnixFileDescriptor Inhibit(const QString& what, const QString& who, const QString& why, const QString& mode) {
-        asked << what << who << why << mode;
-        int ends[2] = {-1, -1};
-        REQUIRE(::pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0);
-        _ours = ends[0];
-        QDBusUnixFileDescriptor theirs(ends[1]);
-        ::close(ends[1]);
-        return theirs;
-    }
-
-  private:
-    QDBusConnection _bus;
-    int _ours = -1;
-};
 
 class TaskBar final : public QObject {
     Q_OBJECT
@@ -82,33 +41,6 @@ class TaskBar final : public QObject {
 };
 
 } // namespace
-
-TEST_CASE("the lock against sleep is held while it is wanted and given back afterwards") {
-    // Two connections, as the service and the program are two processes.
-    LoginService service(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "login-service"));
-    ui::SleepInhibitor inhibitor(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "program"));
-    inhibitor.setInhibited(true);
-    REQUIRE(QTest::qWaitFor([&] { return inhibitor.isHeld(); }, 10000));
-    CHECK(service.asked ==
-          QStringList{"sleep:shutdown", "ZUL Printer Utility", "The firmware of a printer is being updated", "block"});
-    CHECK(service.isHeld());
-    inhibitor.setInhibited(false);
-    CHECK(QTest::qWaitFor([&] { return !service.isHeld(); }, 10000));
-}
-
-TEST_CASE("a system without a login service is no error") {
-    const QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "alone");
-    ui::SleepInhibitor inhibitor(bus);
-    inhibitor.setInhibited(true);
-    // The bus answers in order: what it says about the service has come when this has.
-    REQUIRE(bus.interface()->isServiceRegistered("org.freedesktop.DBus"));
-    QApplication::processEvents();
-    CHECK_FALSE(inhibitor.isHeld());
-    inhibitor.setInhibited(false);
-    ui::SleepInhibitor withoutBus(QDBusConnection("there is no such bus"));
-    withoutBus.setInhibited(true);
-    CHECK_FALSE(withoutBus.isHeld());
-}
 
 TEST_CASE("the task bar is told of progress, of its changes only, and of its end") {
     const QDBusConnection listener = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "task-bar");
@@ -152,18 +84,18 @@ TEST_CASE("during an update the machine stays awake and the task bar shows how f
                                               SLOT(update(QString, QVariantMap))));
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
-    CHECK_FALSE(stage.window().inhibitor().isWanted());
+    CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
     stage.answer("Continue");
     stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
-    CHECK_FALSE(stage.window().inhibitor().isWanted());
+    CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
     stage.answer("Update Firmware to VK14 01.61");
-    stage.waitFor("the lock", [&] { return stage.window().inhibitor().isWanted(); });
+    stage.waitFor("the lock", [&] { return stage.program().session().sleepInhibitor.isWanted(); });
     stage.waitForAlert("Firmware update was successful!");
     stage.answer("Finish");
-    stage.waitFor("the lock to go", [&] { return !stage.window().inhibitor().isWanted(); });
+    stage.waitFor("the lock to go", [&] { return !stage.program().session().sleepInhibitor.isWanted(); });
     stage.waitFor("the last word to the task bar",
                   [&] { return !bar.seen.isEmpty() && !bar.seen.last()["progress-visible"].toBool(); });
     double furthest = 0;

@@ -110,11 +110,11 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
         });
         CHECK(stage.visibleText().contains("Back, waiting until it is idle: Cover Open ("));
         CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
-        CHECK(stage.window().inhibitor().isWanted());
+        CHECK(stage.program().session().sleepInhibitor.isWanted());
         stage.screenshot("waiting");
         stage.click("Close this report"); // once it may be closed
         stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
-        CHECK_FALSE(stage.window().inhibitor().isWanted());
+        CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
         const auto lastSign = [&] { return onlyUpdate(stage).state.lastSign; };
         for (int answer = 0; answer < 2; ++answer) { // once the second has come all is done about the first
             const auto heard = lastSign();

@@ -1,0 +1,195 @@
+// The checks of the machine. Called by Doctor::examine on a thread that may wait.
+#include "session/Doctor.h"
+
+#include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ArchiveTexts.h"
+#include "archive/ProductTable.h"
+#include "platform/foundation/LocalTime.h"
+#include "platform/foundation/LocalizedFormat.h"
+#include "update/UpdateHistory.h"
+#include "usb/libusb/ProcessSearch.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+namespace zul {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kRuleName = "70-zul-printer-utility.rules";
+constexpr const char* kReload = "sudo udevadm control --reload";
+constexpr const char* kIppUsb = "ipp-usb"; // makes network printers of USB printers and takes their interfaces for it
+
+std::string contentsOf(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+// A file of the rule's name that does not give access to all printers of ours is another one, or an old one.
+bool coversOurPrinters(const fs::path& file) {
+    std::istringstream lines(contentsOf(file));
+    std::set<std::uint16_t> missing = productVendorIDs();
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with('#')) continue;
+        std::erase_if(missing, [&](std::uint16_t vendor) {
+            return line.find(formatted("ATTR{idVendor}==\"%.4x\"", unsigned{vendor})) != std::string::npos;
+        });
+    }
+    return missing.empty();
+}
+
+Check notApplicable(const char* name) {
+    return {name, {}, CheckState::unknown, localizedFormat("embedded printers do not need it"), {}};
+}
+
+} // namespace
+
+std::string Doctor::installCommand() const {
+    return formatted("sudo install -m 644 packaging/%s /etc/udev/rules.d/ && %s", kRuleName, kReload);
+}
+
+Check Doctor::udevRule() const {
+    constexpr const char* kName = "udev-rule";
+    if (_options.areEmbedded) return notApplicable(kName);
+    std::vector<fs::path> found;
+    for (const fs::path& folder : _options.ruleFolders) {
+        std::error_code error;
+        if (fs::exists(fs::symlink_status(folder / kRuleName, error))) found.push_back(folder / kRuleName);
+    }
+    if (found.empty()) {
+        // Root may use every printer without it.
+        return {kName,
+                {},
+                _options.isRoot ? CheckState::warning : CheckState::problem,
+                localizedFormat("the udev rule %s is not installed: printers may be out of reach for their users",
+                                kRuleName),
+                installCommand()};
+    }
+    if (coversOurPrinters(found.front())) {
+        return {kName, {}, CheckState::ok, localizedFormat("the udev rule is %s", found.front().string()), {}};
+    }
+    const auto good = std::find_if(found.begin(), found.end(), coversOurPrinters);
+    if (good != found.end()) {
+        return {kName,
+                {},
+                CheckState::problem,
+                localizedFormat("the udev rule %s is hidden by %s, which does not cover all printers", good->string(),
+                                found.front().string()),
+                formatted("sudo rm %s && %s", found.front().string(), kReload)};
+    }
+    return {kName,
+            {},
+            CheckState::problem,
+            localizedFormat("the udev rule %s does not cover all printers", found.front().string()),
+            installCommand()};
+}
+
+Check Doctor::stateFolder() const {
+    constexpr const char* kName = "state-folder";
+    if (_options.stateFolder.empty()) {
+        return {kName,
+                {},
+                CheckState::problem,
+                localizedFormat("there is no folder for the history of updates"),
+                "export HOME=/home/USER"};
+    }
+    // The first update makes the folder: until then the one above it decides.
+    fs::path folder = _options.stateFolder;
+    std::error_code error;
+    while (!fs::exists(folder, error) && folder.has_relative_path()) folder = folder.parent_path();
+    if (!fs::is_directory(folder, error)) {
+        return {kName,
+                {},
+                CheckState::problem,
+                localizedFormat("%s is not a folder", folder.string()),
+                "mv " + folder.string() + " " + folder.string() + ".old"};
+    }
+    for (const fs::path& file : {folder, _options.stateFolder / "history.sqlite"}) {
+        if (!fs::exists(file, error) || mayUse(file.string())) continue;
+        return {kName,
+                {},
+                CheckState::problem,
+                localizedFormat("%s cannot be written: updates are not recorded", file.string()),
+                "sudo chown -R \"$USER\" " + folder.string()};
+    }
+    return {kName, {}, CheckState::ok, localizedFormat("%s can be written", _options.stateFolder.string()), {}};
+}
+
+Check Doctor::loginService() const {
+    constexpr const char* kName = "login-service";
+    const std::string problem = loginServiceProblem(_options.login);
+    if (problem.empty()) {
+        return {kName, {}, CheckState::ok, localizedFormat("the machine can be kept awake during updates"), {}};
+    }
+    return {kName,
+            {},
+            CheckState::warning,
+            localizedFormat("the machine cannot be kept awake during updates: %s", problem),
+            "sudo systemctl start dbus systemd-logind"};
+}
+
+Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
+    if (_options.areEmbedded) return notApplicable(kIppUsb);
+    for (const ExaminedPrinter& printer : printers) {
+        if (printer.node.empty()) continue;
+        const auto processes = processesWithOpen(_options.folders, printer.node);
+        const auto found = std::ranges::find(processes, kIppUsb, &FoundProcess::name);
+        if (found == processes.end()) continue;
+        return {kIppUsb, printer.key, CheckState::problem,
+                localizedFormat("ipp-usb has taken %s (process %d)", printer.name, found->pid),
+                "sudo systemctl stop ipp-usb"};
+    }
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(_options.folders.proc, error)) {
+        std::string name;
+        std::getline(std::ifstream(entry.path() / "comm"), name);
+        if (name != kIppUsb) continue;
+        return {kIppUsb,
+                {},
+                CheckState::warning,
+                localizedFormat("ipp-usb runs and may take printers that arrive"),
+                "sudo systemctl stop ipp-usb"};
+    }
+    return {kIppUsb, {}, CheckState::ok, localizedFormat("ipp-usb does not run"), {}};
+}
+
+std::vector<Check> Doctor::interruptedUpdates() const {
+    constexpr const char* kName = "interrupted-update";
+    if (_options.history == nullptr) return {{kName, {}, CheckState::unknown, localizedFormat("not checked"), {}}};
+    const UpdateHistory::Records found = _options.history->interrupted();
+    if (!found.problem.empty()) {
+        return {{kName, {}, CheckState::problem, found.problem, "ls -l " + _options.history->file().string()}};
+    }
+    if (found.records.empty()) {
+        return {{kName, {}, CheckState::ok, localizedFormat("no update was interrupted"), {}}};
+    }
+    std::vector<Check> checks;
+    for (const UpdateRecord& record : found.records) {
+        const std::string called = record.serial.empty() ? record.key : record.serial;
+        checks.push_back({kName, record.key, CheckState::problem,
+                          localizedFormat("the update of %s %s at %s was interrupted on %s", record.model, called,
+                                          record.place, localTimeText(record.begun)),
+                          "zulctl update " + called});
+    }
+    return checks;
+}
+
+Check Doctor::archiveFolder() const {
+    constexpr const char* kName = "firmware-archive";
+    if (_options.archive == nullptr) return {kName, {}, CheckState::unknown, localizedFormat("not checked"), {}};
+    using Kind = ArchiveProblem::Kind;
+    // The folder and its digest file are the same for every model.
+    const auto problems = _options.archive->problems(&allProducts().front(), TBUSBPrinterZUL::kProductClassName);
+    for (const ArchiveProblem& problem : problems) {
+        if (problem.kind != Kind::noFolder && problem.kind != Kind::digestsMissing &&
+            problem.kind != Kind::digestsUnreadable && problem.kind != Kind::digestsDamaged)
+            continue;
+        return {kName, {}, CheckState::problem, messageOf(problem), remedyOf(problem)};
+    }
+    return {kName, {}, CheckState::ok, localizedFormat("the folder with the firmware files can be used"), {}};
+}
+
+} // namespace zul

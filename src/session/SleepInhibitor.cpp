@@ -1,0 +1,84 @@
+// The lock against sleep. The session holds it during updates; each question runs on a thread that nobody joins,
+// because a message bus may take its time and the main queue must not.
+#include "session/SleepInhibitor.h"
+
+#include "platform/foundation/LocalizedFormat.h"
+
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+namespace zul {
+
+struct SleepInhibitor::Shared {
+    const LoginServiceOptions options;
+    std::mutex mutex;
+    std::function<void()> changed; // null after the inhibitor's end
+    bool isWanted = false;
+    bool isAsking = false;
+    ScopedFd lock{};
+    std::string problem{};
+
+    // The mutex is held.
+    void take(LoginLock answer) {
+        isAsking = false;
+        if (!isWanted) return; // the update has ended meanwhile; the lock goes with the answer
+        lock = std::move(answer.lock);
+        problem = std::move(answer.problem);
+        if (!problem.empty()) logText("The machine is not kept awake during the update: %s.\n", problem);
+    }
+};
+
+SleepInhibitor::SleepInhibitor(LoginServiceOptions options, std::function<void()> changed)
+    : _shared(std::make_shared<Shared>(std::move(options))) {
+    _shared->changed = std::move(changed);
+}
+
+SleepInhibitor::~SleepInhibitor() {
+    setHeld(false);
+    const std::scoped_lock lock(_shared->mutex);
+    _shared->changed = nullptr;
+}
+
+void SleepInhibitor::setHeld(bool isHeld) {
+    const std::scoped_lock lock(_shared->mutex);
+    if (_shared->isWanted == isHeld) return;
+    _shared->isWanted = isHeld;
+    _shared->lock.reset();
+    _shared->problem.clear();
+    // The answer to a question that is still under way serves this wish, too.
+    if (!isHeld || _shared->isAsking) return;
+    _shared->isAsking = true;
+    const std::string why = localizedFormat("The firmware of a printer is being updated");
+    try {
+        std::thread([shared = _shared, why] { ask(shared, why); }).detach();
+    } catch (const std::system_error& error) {
+        _shared->take({.problem = error.what()});
+    }
+}
+
+void SleepInhibitor::ask(const std::shared_ptr<Shared>& shared, const std::string& why) {
+    LoginLock answer = takeLoginLock(shared->options, why);
+    const std::scoped_lock lock(shared->mutex);
+    shared->take(std::move(answer));
+    if (shared->changed) shared->changed();
+}
+
+bool SleepInhibitor::isWanted() const {
+    const std::scoped_lock lock(_shared->mutex);
+    return _shared->isWanted;
+}
+
+InhibitorState SleepInhibitor::state() const {
+    const std::scoped_lock lock(_shared->mutex);
+    if (!_shared->isWanted) return InhibitorState::idle;
+    if (_shared->lock) return InhibitorState::held;
+    return _shared->isAsking ? InhibitorState::asking : InhibitorState::unavailable;
+}
+
+std::string SleepInhibitor::problem() const {
+    const std::scoped_lock lock(_shared->mutex);
+    return _shared->problem;
+}
+
+} // namespace zul

@@ -1,0 +1,332 @@
+// Each check of the diagnosis: when it is fine, and when it is not.
+#include "archive/FirmwareArchive.h"
+#include "platform/foundation/Bundle.h"
+#include "session/Doctor.h"
+#include "unit/session/LoginLab.h"
+#include "unit/session/UsbTree.h"
+#include "update/UpdateHistory.h"
+
+#include <algorithm>
+#include <doctest/doctest.h>
+#include <set>
+
+using namespace zul;
+using namespace zul::test;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kRule = "70-zul-printer-utility.rules";
+constexpr const char* kBothVendors = "# a remark\nSUBSYSTEM==\"usb\", ATTR{idVendor}==\"2a71\", MODE=\"0664\"\n"
+                                     "SUBSYSTEM==\"usb\", ATTR{idVendor}==\"2b84\", MODE=\"0664\"\n";
+
+// A machine where all is well, for a test to change.
+struct Machine {
+    Machine() {
+        fs::create_directories(tree.folder / "etc");
+        fs::create_directories(tree.folder / "lib");
+        fs::create_directories(tree.folder / "state");
+        options.folders = tree.folders();
+        options.ruleFolders = {tree.folder / "etc", tree.folder / "lib"};
+        options.stateFolder = tree.folder / "state";
+        options.mayUse = [this](const std::string& file) { return !forbidden.contains(file); };
+        options.run = [this](const std::string& command) {
+            return command.find("lpstat -v") != std::string::npos ? devices : states;
+        };
+        printer.key = "2A71000301240000";
+        printer.name = "VK14 000001 (1-2.4)";
+        printer.location = "1-2.4";
+        printer.model = "VK14";
+        printer.serial = "000001";
+        printer.node = options.folders.dev + "/bus/usb/001/012";
+        printer.product = 3;
+        printer.status = "Idle";
+        printer.isReady = printer.isUsable = true;
+    }
+    Doctor doctor() const { return Doctor(options); }
+    fs::path addRule(const char* folder, const std::string& contents = kBothVendors) const {
+        return tree.folder.write(std::string(folder) + "/" + kRule, contents);
+    }
+
+    UsbTree tree;
+    std::set<std::string> forbidden;
+    CommandResult devices{.status = 127}, states{};
+    DoctorOptions options;
+    ExaminedPrinter printer;
+};
+
+} // namespace
+
+TEST_CASE("a udev rule that covers all printers is fine, wherever it is installed") {
+    Machine machine;
+    const fs::path rule = machine.addRule("lib");
+    CHECK(machine.doctor().udevRule().state == CheckState::ok);
+    CHECK(machine.doctor().udevRule().text == "the udev rule is " + rule.string());
+}
+
+TEST_CASE("a missing udev rule is a problem, but for root, and the remedy installs it") {
+    Machine machine;
+    const Check check = machine.doctor().udevRule();
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.remedy == "sudo install -m 644 packaging/70-zul-printer-utility.rules /etc/udev/rules.d/ && sudo "
+                          "udevadm control --reload");
+    machine.options.isRoot = true;
+    CHECK(machine.doctor().udevRule().state == CheckState::warning);
+}
+
+TEST_CASE("a udev rule that another file of its name hides is a problem, and the remedy removes that file") {
+    Machine machine;
+    const fs::path good = machine.addRule("lib");
+    const fs::path bad = machine.addRule("etc", "# ATTR{idVendor}==\"2a71\" ATTR{idVendor}==\"2b84\"\n");
+    Check check = machine.doctor().udevRule();
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.find(good.string() + " is hidden by " + bad.string()) != std::string::npos);
+    CHECK(check.remedy == "sudo rm " + bad.string() + " && sudo udevadm control --reload");
+    fs::remove(bad);
+    fs::create_symlink("/dev/null", bad); // how administrators switch a rule off
+    check = machine.doctor().udevRule();
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.find("is hidden by") != std::string::npos);
+}
+
+TEST_CASE("a udev rule for one vendor only is a problem, and the remedy installs the whole one") {
+    Machine machine;
+    machine.addRule("etc", "ATTR{idVendor}==\"2a71\"\n");
+    const Check check = machine.doctor().udevRule();
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.find("does not cover all printers") != std::string::npos);
+    CHECK(check.remedy.starts_with("sudo install"));
+}
+
+TEST_CASE("the right to a printer's node") {
+    Machine machine;
+    CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
+    machine.forbidden.insert(machine.printer.node);
+    const Check check = machine.doctor().nodeRights(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.printer == machine.printer.key);
+    CHECK(check.text == "VK14 000001 (1-2.4): no right to open " + machine.printer.node);
+    CHECK(check.remedy == "sudo usermod -aG lp \"$USER\"");
+}
+
+TEST_CASE("a process of ours that has reserved a printer is its holder") {
+    Machine machine;
+    CHECK(machine.doctor().holder(machine.printer).state == CheckState::ok);
+    machine.options.reservation = [&](const std::string& key) -> std::optional<InterfaceHolder> {
+        if (key != machine.printer.key) return std::nullopt;
+        return InterfaceHolder{.kind = InterfaceHolder::Kind::ownProgram,
+                               .program = "zulctl",
+                               .pid = 77,
+                               .activity = "update",
+                               .phase = "writing"};
+    };
+    const Check check = machine.doctor().holder(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text == "VK14 000001 (1-2.4): zulctl uses the printer (process 77): update, writing");
+    CHECK(check.remedy.ends_with("ps -fp 77"));
+    machine.options.reservation = nullptr;
+    machine.printer.isHeldElsewhere = true; // and nobody has its node open, as far as this user may see
+    CHECK(machine.doctor().holder(machine.printer).remedy.ends_with("sudo fuser -v " + machine.printer.node));
+}
+
+TEST_CASE("a process that has a printer's node open is its holder when the session could not use the printer") {
+    Machine machine;
+    machine.tree.addProcess(812, "spooler", machine.printer.node);
+    CHECK(machine.doctor().holder(machine.printer).state == CheckState::ok); // an open node alone keeps nobody out
+    machine.printer.isHeldElsewhere = true;
+    const Check check = machine.doctor().holder(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.find("(spooler, process 812)") != std::string::npos);
+}
+
+TEST_CASE("an active print queue for the printer is a warning with the command that stops it") {
+    Machine machine;
+    CHECK(machine.doctor().printQueue(machine.printer).text == "VK14 000001 (1-2.4): there is no print service");
+    machine.devices = {.status = 0,
+                       .output = "device for office: ipp://printer.local/VK14?\n"
+                                 "device for far: usb://ZUL/VK18?serial=000002\n"};
+    CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::ok);
+    machine.devices.output += "device for photos: usb://ZUL/VK14?serial=000009\n";
+    machine.states.output = "printer photos is idle.  enabled since Sun\n";
+    const Check check = machine.doctor().printQueue(machine.printer);
+    CHECK(check.state == CheckState::warning);
+    CHECK(check.remedy == "cupsdisable photos");
+    machine.states.output = "printer photos disabled since Sun -\n\tPaused\n";
+    CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::ok);
+    machine.devices.output = "device for other: usb://Other/Name?serial=000001\n";
+    CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::warning); // its serial number
+}
+
+TEST_CASE("a print service that does not run is no problem") {
+    Machine machine;
+    machine.devices = {.status = 1};
+    CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::ok);
+}
+
+TEST_CASE("the kernel's printer driver on a printer is a warning") {
+    Machine machine;
+    CHECK(machine.doctor().usblp(machine.printer).state == CheckState::ok);
+    machine.printer.drivers = {"usbfs", "usblp"};
+    CHECK(machine.doctor().usblp(machine.printer).state == CheckState::warning);
+    CHECK(machine.doctor().usblp(machine.printer).remedy == "sudo modprobe -r usblp");
+}
+
+TEST_CASE("ipp-usb is a warning while it runs, and a problem once it has a printer") {
+    Machine machine;
+    machine.tree.addProcess(1, "init");
+    CHECK(machine.doctor().ippUsb({machine.printer}).state == CheckState::ok);
+    machine.tree.addProcess(400, "ipp-usb");
+    Check check = machine.doctor().ippUsb({machine.printer});
+    CHECK(check.state == CheckState::warning);
+    CHECK(check.remedy == "sudo systemctl stop ipp-usb");
+    machine.tree.addProcess(400, "ipp-usb", machine.printer.node);
+    check = machine.doctor().ippUsb({machine.printer});
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text == "ipp-usb has taken VK14 000001 (1-2.4) (process 400)");
+    CHECK(check.printer == machine.printer.key);
+}
+
+TEST_CASE("firmware files that are missing or damaged are a problem with the archive's own remedy") {
+    Machine machine;
+    fs::copy(ZUL_SAMPLE_ARCHIVE, machine.tree.folder / "archive");
+    const Bundle bundle = Bundle::mainBundle((machine.tree.folder / "archive").string());
+    const auto withArchive = [&](const auto& look) {
+        FirmwareArchive archive(bundle);
+        machine.options.archive = &archive;
+        return look(machine.doctor());
+    };
+    const auto ofPrinter = [&](const Doctor& doctor) { return doctor.archive(machine.printer); };
+    const auto ofFolder = [](const Doctor& doctor) { return doctor.archiveFolder(); };
+    CHECK(withArchive(ofPrinter).state == CheckState::ok);
+    CHECK(withArchive(ofFolder).state == CheckState::ok);
+    std::ofstream(machine.tree.folder / "archive/VK14 01.61.fw", std::ios::app) << "X";
+    Check check = withArchive(ofPrinter);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.find("VK14 01.61.fw") != std::string::npos);
+    CHECK(check.remedy.find("zulctl archive verify") != std::string::npos);
+    CHECK(withArchive(ofFolder).state == CheckState::ok); // that is a matter of one model
+    fs::remove(machine.tree.folder / "archive/digests.json");
+    check = withArchive(ofFolder);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.remedy.find("zulctl archive digest") != std::string::npos);
+    fs::remove_all(machine.tree.folder / "archive");
+    CHECK(withArchive(ofFolder).state == CheckState::problem);
+    CHECK(withArchive(ofPrinter).state == CheckState::problem);
+}
+
+TEST_CASE("a printer in its loader is a problem that an update fixes") {
+    Machine machine;
+    CHECK(machine.doctor().loader(machine.printer).state == CheckState::ok);
+    machine.printer.isInLoader = true;
+    machine.printer.isReady = false;
+    CHECK(machine.doctor().loader(machine.printer).state == CheckState::problem);
+    CHECK(machine.doctor().loader(machine.printer).remedy == "zulctl update 000001");
+    CHECK(machine.doctor().ready(machine.printer).state == CheckState::unknown); // said once
+    machine.printer.serial.clear();
+    CHECK(machine.doctor().loader(machine.printer).remedy == "zulctl update 2A71000301240000");
+    machine.printer.isHeldElsewhere = true;
+    CHECK(machine.doctor().loader(machine.printer).state == CheckState::unknown);
+    machine.printer.isHeldElsewhere = machine.printer.isUsable = false;
+    CHECK(machine.doctor().loader(machine.printer).state == CheckState::unknown);
+}
+
+TEST_CASE("an update that was cut off is a problem until it is completed, and one that runs is none") {
+    Machine machine;
+    UpdateHistory history({.folder = machine.options.stateFolder});
+    machine.options.history = &history;
+    REQUIRE(machine.doctor().interruptedUpdates().size() == 1);
+    CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::ok);
+    ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
+    const std::string first = writer("begin one");
+    writer("begin two");
+    CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::ok);
+    writer.kill();
+    const auto checks = machine.doctor().interruptedUpdates();
+    REQUIRE(checks.size() == 2);
+    CHECK(checks[1].state == CheckState::problem);
+    CHECK(checks[1].printer == "one");
+    CHECK(checks[1].remedy == "zulctl update one");
+    CHECK(history.dismiss(std::stoll(first)).empty());
+    CHECK(machine.doctor().interruptedUpdates().size() == 1);
+}
+
+TEST_CASE("a history that cannot be read is a problem") {
+    Machine machine;
+    fs::create_directories(machine.options.stateFolder / "history.sqlite");
+    UpdateHistory history({.folder = machine.options.stateFolder});
+    machine.options.history = &history;
+    CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::problem);
+    CHECK(machine.doctor().interruptedUpdates().front().text.find("cannot be read") != std::string::npos);
+}
+
+TEST_CASE("a printer that is not ready shows its status, and one that is mute is to be switched off and on") {
+    Machine machine;
+    CHECK(machine.doctor().ready(machine.printer).state == CheckState::ok);
+    machine.printer.isReady = false;
+    machine.printer.status = "Cover Open";
+    Check check = machine.doctor().ready(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text == "VK14 000001 (1-2.4): Cover Open");
+    CHECK(check.remedy.ends_with("zulctl status 2A71000301240000"));
+    machine.printer.status.reset();
+    check = machine.doctor().ready(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.ends_with("it does not answer"));
+    CHECK(check.remedy.starts_with("Switch it off and on"));
+    machine.printer.isHeldElsewhere = true;
+    CHECK(machine.doctor().ready(machine.printer).state == CheckState::unknown);
+}
+
+TEST_CASE("a state folder is fine when it can be written or made, and otherwise a problem") {
+    Machine machine;
+    CHECK(machine.doctor().stateFolder().state == CheckState::ok);
+    machine.options.stateFolder = machine.tree.folder / "state/not/there/yet";
+    CHECK(machine.doctor().stateFolder().state == CheckState::ok);
+    machine.forbidden.insert((machine.tree.folder / "state").string());
+    CHECK(machine.doctor().stateFolder().state == CheckState::problem);
+    CHECK(machine.doctor().stateFolder().remedy ==
+          "sudo chown -R \"$USER\" " + (machine.tree.folder / "state").string());
+    machine.forbidden = {machine.tree.folder.write("state/history.sqlite", "").string()};
+    machine.options.stateFolder = machine.tree.folder / "state";
+    CHECK(machine.doctor().stateFolder().state == CheckState::problem);
+    machine.options.stateFolder = machine.tree.folder / "state/history.sqlite"; // a file where a folder should be
+    CHECK(machine.doctor().stateFolder().state == CheckState::problem);
+    machine.options.stateFolder.clear();
+    CHECK(machine.doctor().stateFolder().state == CheckState::problem);
+}
+
+TEST_CASE("a missing login service is a warning") {
+    Machine machine;
+    const PrivateBus bus;
+    machine.options.login = {.busAddress = bus.address(), .longestWait = std::chrono::seconds(60)};
+    CHECK(machine.doctor().loginService().state == CheckState::warning);
+    CHECK(machine.doctor().loginService().remedy == "sudo systemctl start dbus systemd-logind");
+    const FakeLoginService service(bus.address());
+    CHECK(machine.doctor().loginService().state == CheckState::ok);
+}
+
+TEST_CASE("the list is closed: every check comes, with printers, without any and with embedded ones") {
+    const std::vector<std::string> names = {"udev-rule",    "node-rights",      "holder", "print-queue",        "usblp",
+                                            "ipp-usb",      "firmware-archive", "loader", "interrupted-update", "ready",
+                                            "state-folder", "login-service"};
+    Machine machine;
+    machine.options.login.busAddress = "unix:path=" + (machine.tree.folder / "none").string();
+    const auto namesOf = [&](const std::vector<ExaminedPrinter>& printers) {
+        std::vector<std::string> found;
+        for (const Check& check : machine.doctor().examine(printers)) found.push_back(check.name);
+        return found;
+    };
+    CHECK(namesOf({}) == names);
+    CHECK(namesOf({machine.printer}) == names);
+    CHECK(namesOf({machine.printer, machine.printer}).size() == names.size() + 7);
+    machine.options.areEmbedded = true;
+    machine.printer.node.clear();
+    for (const Check& check : machine.doctor().examine({machine.printer})) {
+        CAPTURE(check.name);
+        const bool isAboutUsb =
+            std::set<std::string>{"udev-rule", "node-rights", "print-queue", "usblp", "ipp-usb"}.contains(check.name);
+        CHECK((check.state == CheckState::unknown) ==
+              (isAboutUsb || check.name == "firmware-archive" || check.name == "interrupted-update"));
+    }
+}
