@@ -103,15 +103,14 @@ void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
 
 void TBUSBPrinterZUL::probeUpdatedPrinter(std::int64_t progress) {
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
-    const Text version = inlineGetFirmwareString();
-    // A loader does not tell a version: storing nothing removes what the old firmware had told.
-    storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
-    logText("printer firmware is currently reported as \"%s\"", textOrNull(version));
+    const VersionAnswer answer = askVersionInline();
+    storeVersionAnswer(answer);
+    logText("printer firmware is currently reported as \"%s\"", textOrNull(answer.version));
 
     if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForLoader)) {
         probeWaitingForLoader();
     } else if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) {
-        probeRestartedPrinter(version);
+        probeRestartedPrinter(answer);
     } else {
         logText("found a device finished with firmware update");
         _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(false); });
@@ -133,7 +132,14 @@ void TBUSBPrinterZUL::probeWaitingForLoader() {
     });
 }
 
-void TBUSBPrinterZUL::probeRestartedPrinter(const Text& version) {
+// A loader does not tell a version: storing nothing removes what the old firmware had told. What is answered and is no
+// text tells nothing, so the earlier version stays.
+void TBUSBPrinterZUL::storeVersionAnswer(const VersionAnswer& answer) {
+    if (answer.version || !answer.isAnswered) storeFact(HOLVEN_TBPrinterFirmwareVersion, answer.version);
+}
+
+void TBUSBPrinterZUL::probeRestartedPrinter(const VersionAnswer& answer) {
+    const Text& version = answer.version;
     logText("found a device rebooting after firmware update");
     if (version == kIntermediateVersion) {
         // It will restart once more by itself; the progress value stays for the next object.
@@ -146,7 +152,7 @@ void TBUSBPrinterZUL::probeRestartedPrinter(const Text& version) {
     } else {
         logText("firmware version unchanged at %s", textOrNull(version));
     }
-    storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
+    storeVersionAnswer(answer);
     finishFirmwareUpdate();
 }
 

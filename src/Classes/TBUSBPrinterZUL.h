@@ -226,6 +226,13 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::vector<TableQuery> versionPlan() const;
     std::vector<TableQuery> checksumPlan() const;
     void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
+    /// What the question for the version brought: no answer, an answer that is no text, or a version.
+    struct VersionAnswer {
+        bool isAnswered = false;
+        Text version;
+    };
+    VersionAnswer askVersionInline() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
     void reportInternalError(int number);
     std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -241,7 +248,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void clearProgress();
     void loaderFoundUnexpectedly();
     void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void probeRestartedPrinter(const Text& version) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeRestartedPrinter(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     void checkReadiness(IOReturn openResult);
     void showAlert(AlertKind kind, const std::string& title, const std::string& message,
                    std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});

@@ -105,9 +105,14 @@ void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
+    return askVersionInline().version;
+}
+
+TBUSBPrinterZUL::VersionAnswer TBUSBPrinterZUL::askVersionInline() {
     sendPrinterCommand(kCommandFirmwareVersion, /*payload=*/nullptr);
     const auto reply = printerReply();
-    return reply && !reply->empty() ? versionFromReply(*reply) : std::nullopt;
+    if (!reply || reply->empty()) return {};
+    return {true, versionFromReply(*reply)};
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::versionFromReply(const Data& reply) const {

@@ -69,6 +69,40 @@ TEST_CASE("a known printer that is replugged is asked for its status and then tw
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
+TEST_CASE("a version that is no text leaves the earlier one in its place, whatever the printer comes back from") {
+    for (const std::int64_t progress : {2, 3}) {
+        CAPTURE(progress);
+        Lab lab;
+        lab.attach("VK14,firmware=VK14 \xFF");
+        lab.start();
+        const std::string key = lab.printer()->keyUSBdevice();
+        lab.bus.unplug(0);
+        lab.rest();
+        const auto saved = TBUSBPrinter::deviceInfoForKey(key);
+        saved->set(HOLVEN_TBPrinterDeviceFirmwareStatus, progress);
+        saved->set(HOLVEN_TBPrinterFirmwareVersion, std::string("VK14 01.60"));
+        lab.bus.plug(0);
+        lab.rest();
+        CHECK(lab.logged("printer firmware is currently reported as \"(null)\""));
+        CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    }
+}
+
+TEST_CASE("a version that is not answered removes the earlier one") {
+    Lab lab;
+    lab.attach("VK14,fault=silence@FVER#1,fault=silence@FVER#2,fault=silence@FVER#3,fault=silence@FVER#4");
+    lab.start();
+    const std::string key = lab.printer()->keyUSBdevice();
+    lab.bus.unplug(0);
+    lab.rest();
+    const auto saved = TBUSBPrinter::deviceInfoForKey(key);
+    saved->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{3});
+    saved->set(HOLVEN_TBPrinterFirmwareVersion, std::string("VK14 01.60"));
+    lab.bus.plug(0);
+    lab.rest();
+    CHECK_FALSE(lab.printer()->firmwareVersion());
+}
+
 TEST_CASE("two printers at the start are two rows in the order of the bus") {
     Lab lab;
     lab.attach("VK14,serial=A");
