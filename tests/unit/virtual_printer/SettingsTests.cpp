@@ -118,7 +118,7 @@ TEST_CASE("the help explains every model and every fault") {
     const std::string help = virtualPrinterHelp();
     for (const VirtualModel& model : virtualModels()) CHECK(has(help, std::string(model.name)));
     for (const char* kind : {"stall", "silence", "short", "long-header", "no-cr", "garbage", "late", "unplug",
-                             "never-back", "elsewhere", "holder", "stay-in-loader"}) {
+                             "never-back", "elsewhere", "holder", "stay-in-loader", "no-id"}) {
         CAPTURE(kind);
         CHECK(has(help, std::string("      ") + kind));
         CHECK(described(std::string("VK14,fault=") + kind).faults.size() == 1);
