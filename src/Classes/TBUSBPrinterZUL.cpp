@@ -2,8 +2,8 @@
 // part of an update that survives the printer's own restarts.
 #include "Classes/TBUSBPrinterZUL.h"
 
-#include "Classes/ProductTable.h"
 #include "Classes/StatusTexts.h"
+#include "archive/ProductTable.h"
 #include "platform/foundation/Format.h"
 
 #include <utility>

@@ -1,7 +1,7 @@
 // What the operator is asked and told. An alert is described where the need arises, on any thread; it is shown on the
 // main queue, and nobody waits for the answer.
-#include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
@@ -109,6 +109,7 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
          .alertStyle = AlertStyle::critical,
          .customLayout =
              [self](AlertLayout& alert) {
+                 self->setCustomerDidAgree(false); // it may have waited while an earlier one was ticked
                  if (alert.buttonCount() <= kContinueButton) return;
                  alert.bindButtonEnabled(kContinueButton, self, kAgreedKey,
                                          [self] { return self->customerDidAgree(); });
@@ -125,9 +126,12 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
 }
 
 void TBUSBPrinterZUL::setToggleAgreed(const CheckBox* sender) {
-    if (sender == nullptr) return;
+    if (sender != nullptr) setCustomerDidAgree(sender->state == 1);
+}
+
+void TBUSBPrinterZUL::setCustomerDidAgree(bool agreed) {
     const KeyChange change(*this, kAgreedKey);
-    _customerDidAgree = sender->state == 1;
+    _customerDidAgree = agreed;
 }
 
 std::string TBUSBPrinterZUL::RZ7UpdateWarningText() const {

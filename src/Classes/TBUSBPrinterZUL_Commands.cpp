@@ -22,8 +22,7 @@ constexpr std::size_t kReplyBufferSize = 256;
 constexpr std::uint32_t kReplyHeaderSize = 8;
 constexpr long kLargestReply = 4096;
 
-// The numbers of the internal errors that support staff know.
-constexpr int kCommandTextDoesNotFit = 486;
+// The number of the internal error that support staff know.
 constexpr int kReplyTooLong = 2112;
 
 } // namespace
@@ -36,7 +35,9 @@ TBUSBPrinter::Text TBUSBPrinterZUL::stringForCommandCode(std::uint32_t code) {
 void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload) {
     const Data frame = commandFrame(code, payload);
     const Text text = stringForCommandCode(code);
-    if (!text) reportInternalError(kCommandTextDoesNotFit); // the frame goes out all the same, without a command
+    for (const int number : commandFrameErrors(code, payload == nullptr ? 0 : payload->size())) {
+        reportInternalError(number);
+    }
     const std::size_t payloadSize = frame.size() - kFrameHeaderSize;
     logText("sending printer command %s with payload size %u", textOrNull(text), payloadSize);
     HOLVEN_Log::logData(

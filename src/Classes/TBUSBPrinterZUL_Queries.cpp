@@ -1,9 +1,9 @@
 // What a printer can be asked for, and where the answers are kept. Requests run one after another on the command queue;
 // answers are stored there, with change notices.
 #include "Classes/CommandFrame.h"
-#include "Classes/ProductTable.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include "platform/foundation/Format.h"
 

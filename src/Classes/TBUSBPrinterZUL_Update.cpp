@@ -210,10 +210,10 @@ void TBUSBPrinterZUL::uploadFirmware() {
 void TBUSBPrinterZUL::writeFirmwareImage() {
     setOverridePrinterStatus("Writing firmware ...");
     logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
-    if (const auto blob = firmwareBlob()) {
+    if (const SharedData blob = verifiedFirmwareBlob()) {
         logText("Uploading firmware to printer");
         setProgress(UpdateProgress::waitingForFirmware);
-        sendPrinterCommand(kCommandProgramFlash, &*blob);
+        sendPrinterCommand(kCommandProgramFlash, blob.get());
         _exchange.isRestartExpected = writeStatus() == kIOReturnSuccess;
     } else {
         logText("FAILED Uploading firmware to printer (bad file)");

@@ -71,16 +71,19 @@ void runList(Program& program) {
         const json facts = summaryOf(*printer);
         list.push_back(facts);
         std::vector<std::string> row = {std::to_string(rows.size())};
-        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber", "status", "firmwareInstalled",
-                                "firmwareOffered", "location"}) {
+        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber", "status", "firmwareInstalled"}) {
             row.push_back(textOf(facts[key]));
         }
+        row.push_back(offeredFirmware(*printer));
+        row.push_back(textOf(facts["location"]));
         rows.push_back(row);
     }
     if (program.output.isJson()) {
         program.output.document(list);
     } else if (printers.empty()) {
-        program.output.line("No printer is attached. Connect a ZUL printer by USB and switch it on.");
+        program.output.line(program.session.unusablePrinters().empty()
+                                ? "No printer is attached. Connect a ZUL printer by USB and switch it on."
+                                : "No attached printer can be used.");
     } else {
         program.output.table(rows);
     }
@@ -103,7 +106,8 @@ void runInfo(Program& program) {
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& [key, value] : facts.items()) {
-        if (key != "deviceInfo") rows.push_back({key, textOf(value)});
+        if (key == "deviceInfo") continue;
+        rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : textOf(value)});
     }
     for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, textOf(value)});
     program.output.table(rows);

@@ -151,6 +151,7 @@ class UpdateRun final : public SessionObserver {
         if (printer && _keys.insert(printer->keyUSBdevice()).second) _printers.push_back(printer);
     }
 
+    // Before the first question: an update that cannot end well is not begun.
     bool isArchiveFit() {
         if (!_program.session.areSamplesWithheld()) return true;
         return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "

@@ -83,6 +83,11 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
     }
 
     void show(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
+        write(printer, event, key, value);
+        if (_program.output.isLost()) _program.quit(kDone); // nobody watches any more
+    }
+
+    void write(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
         if (_program.output.isJson()) {
             json line = {{"event", event}, {"printer", printer.keyUSBdevice()}, {"location", printer.locationText()}};
             if (!key.empty()) {
@@ -95,7 +100,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         std::string text = printer.keyUSBdevice() + "  " + event;
         text += key.empty() ? "  " + printer.descriptionUTF8() + " at " + printer.locationText()
                             : "  " + key + " = " + textOf(value);
-        _program.output.line(text);
+        _program.output.line(printableInLine(text));
     }
 
     Program& _program;

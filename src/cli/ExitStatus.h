@@ -13,7 +13,7 @@ enum ExitStatus : int {
     kNoPrinter = 4,  // no such printer
     kBusy = 5,       // another program holds it
     kNotReady = 6,   // its status says why
-    kCorruption = 7, // the firmware files are missing or damaged
+    kCorruption = 7, // the firmware files are damaged, missing or incomplete
     kNotBack = 8,    // it did not come back, or stopped answering
     kInterrupted = 130,
 };

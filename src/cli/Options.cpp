@@ -8,10 +8,11 @@ namespace zul::cli {
 
 namespace {
 
-const char* kFooter = "\nPRINTER is a key, a printer serial number, a USB location or a position in the list.\n"
-                      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 update not needed, 4 no such printer, 5 busy,\n"
-                      "6 not ready, 7 damaged firmware files, 8 did not come back or answer, 130 interrupted.\n"
-                      "With several printers it is that of the first one, in the order of the list, that failed.";
+const char* kFooter =
+    "\nPRINTER is a key, a printer serial number, a USB location or a position in the list.\n"
+    "Exit status: 0 done, 1 failed, 2 wrong usage, 3 update not needed, 4 no such printer, 5 busy,\n"
+    "6 not ready, 7 damaged or missing firmware files, 8 did not come back or answer, 130 interrupted.\n"
+    "With several printers it is that of the first one, in the order of the list, that failed.";
 
 constexpr int kLongestWait = 86400; // seconds: a day
 

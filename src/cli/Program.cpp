@@ -32,9 +32,11 @@ int Program::start(std::function<void()> ready) {
         return status;
     }
     // After the insertion of the rows; twice, because what is queued first asks for a close after itself.
-    session.mainQueue.async([this, ready = std::move(ready)] {
-        session.afterQueues(session.printers(),
-                            [this, ready] { session.afterQueues(session.printers(), ready); });
+    session.whenEnumerated([this, ready = std::move(ready)] {
+        session.mainQueue.async([this, ready] {
+            session.afterQueues(session.printers(),
+                                [this, ready] { session.afterQueues(session.printers(), ready); });
+        });
     });
     return kDone;
 }
@@ -55,7 +57,9 @@ void Program::noteUnusable() const {
 
 void Program::reportNoPrinter(int exitStatus) {
     noteUnusable();
-    output.problem("no printer is attached. Connect a ZUL printer by USB and switch it on.", exitStatus);
+    output.problem(session.unusablePrinters().empty() ? "no printer is attached. Connect a ZUL printer by USB and switch it on."
+                                              : "no attached printer can be used.", // why has just been said
+                   exitStatus);
 }
 
 Program::Printer Program::find(const std::string& name, int& exitStatus) {

@@ -31,7 +31,7 @@ std::size_t buttonNamed(const AlertDescription& alert, const std::string& line) 
 
 void Questions::show(const AlertDescription& alert) {
     std::cout << '\n';
-    if (!alert.printerName.empty()) std::cout << '<' << printable(alert.printerName) << ">\n";
+    if (!alert.printerName.empty()) std::cout << '<' << printableInLine(alert.printerName) << ">\n";
     std::cout << printable(alert.messageText) << '\n';
     if (!alert.informativeText.empty()) std::cout << printable(alert.informativeText) << '\n';
     std::cout << std::flush;
@@ -54,7 +54,8 @@ void Questions::showFirst() {
         std::cout << "  [" << (alert.accessory->state == 1 ? 'x' : ' ') << "] " << alert.accessory->title
                   << "  (type \"agree\" to tick it)\n";
     for (std::size_t index = 0; index < alert.buttons.size(); ++index) {
-        std::cout << "  " << index + 1 << ") " << alert.buttons[index] << (index == 0 ? "  (Return)" : "") << '\n';
+        std::cout << "  " << index + 1 << ") " << printable(alert.buttons[index]) << (index == 0 ? "  (Return)" : "")
+                  << '\n';
     }
     std::cout << "> " << std::flush;
 }

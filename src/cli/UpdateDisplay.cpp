@@ -47,7 +47,7 @@ void UpdateDisplay::showLive() {
     std::string line;
     for (const auto& [key, text] : _live) line += (line.empty() ? "" : " | ") + text;
     // The last column stays free: writing there would wrap on some terminals.
-    std::cout << "\r\033[K" << shortened(printable(line), terminalWidth() - 1) << std::flush;
+    std::cout << "\r\033[K" << shortened(printableInLine(line), terminalWidth() - 1) << std::flush;
     _lineIsOpen = true;
 }
 

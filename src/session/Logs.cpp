@@ -28,7 +28,6 @@ std::optional<SessionProblem> openLogs(const SessionOptions& options, const std:
     setSystemLogVerbose(options.verbose);
     HOLVEN_Log::setApplicationName(programName);
     HOLVEN_Log::setShouldLogToStdErr(options.verbose);
-    if (!options.verbose) setStandardErrorSink([](const std::string&) {}); // the system log has it anyway
     if (options.logFile.empty() || openLogFile(options.logFile)) return std::nullopt;
     return SessionProblem{
         localizedFormat("cannot write the log %s. Name a file that can be written.", options.logFile)};

@@ -1,13 +1,16 @@
 // The run's environment, its bus and its controller, and what connects them to the supervisor of updates. Main queue.
 #include "session/Session.h"
 
-#include "Classes/FirmwareDigests.h"
 #include "StatusCodeNames.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/EmbeddedPrinters.h"
 #include "usb/libusb/LibusbBus.h"
 
 #include <algorithm>
+#include <chrono>
+#include <unistd.h>
 
 namespace zul {
 
@@ -34,12 +37,14 @@ void Session::EventRouter::printerEvent(const PrinterEvent& event) {
 
 Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* givenClock)
     : clock(givenClock != nullptr ? *givenClock : _machineClock), defaults(UserDefaults::standardFile()),
-      bundle(Bundle::mainBundle(options.firmwareArchive)), supervisor(servicesFor(alerts), {}),
+      bundle(Bundle::mainBundle(options.firmwareArchive)),
+      locks(lockOptions(application.processName(), !options.virtualPrinters.empty())), supervisor(servicesFor(alerts), {}),
       environment{.mainQueue = mainQueue,
                   .clock = clock,
                   .registry = registry,
                   .userDefaults = defaults,
                   .mainBundle = bundle,
+                  .archive = archive,
                   .alerts = supervisor,
                   .application = application,
                   .events = &_events,
@@ -55,6 +60,15 @@ Session::~Session() {
     endBus();
 }
 
+PrinterLocksOptions Session::lockOptions(const std::string& program, bool areEmbedded) const {
+    PrinterLocksOptions options;
+    options.program = program;
+    options.unixTime = [this] { return std::chrono::system_clock::to_time_t(clock.wallTime()); };
+    // The keys of embedded printers are the same in each process, and the printers are not.
+    if (areEmbedded) options.nameSpace += "-embedded-" + std::to_string(::getpid());
+    return options;
+}
+
 UpdateServices Session::servicesFor(AlertOutlet& alerts) {
     return {.mainQueue = mainQueue,
             .clock = clock,
@@ -62,9 +76,9 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
             .printerWithKey = [this](const std::string& key) { return printerWithKey(key); },
             .setKept =
                 [this](std::uint32_t location, bool isKept) {
-                    if (_realBus != nullptr) _realBus->setRestartExpected(location, isKept);
+                    if (_realBus != nullptr) _realBus->setKept(location, isKept);
                 },
-            .seesArrivals = {}};
+            .seesArrivals = [this] { return _realBus == nullptr || _realBus->seesArrivals() != ArrivalSight::no; }};
 }
 
 void Session::setObserver(SessionObserver* observer) {
@@ -75,14 +89,20 @@ void Session::setObserver(SessionObserver* observer) {
 void Session::endBus() {
     // A printer that was ordered to restart and never left is returned like any other.
     if (_realBus != nullptr && controller) {
-        for (const Printer& printer : printers()) _realBus->setRestartExpected(printer->locationNumber(), false);
+        for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
     if (_bus) _bus->stop();
 }
 
 std::optional<SessionProblem> Session::makeBus() {
     if (_options.virtualPrinters.empty()) {
-        auto bus = std::make_unique<LibusbBus>(mainQueue, clock);
+        LibusbBusOptions busOptions;
+        busOptions.reservations = &locks;
+        busOptions.readsIdentityAhead = [this](std::uint16_t vendor, std::uint16_t product) {
+            return productVendorIDs().contains(vendor) &&
+                   (acceptedProductIDs().contains(product) || _options.admittedProducts.contains(product));
+        };
+        auto bus = std::make_unique<LibusbBus>(mainQueue, clock, std::move(busOptions));
         _realBus = bus.get();
         _bus = std::move(bus);
         return std::nullopt;
@@ -109,6 +129,14 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
     return std::nullopt;
+}
+
+void Session::whenEnumerated(Block block) {
+    if (_realBus != nullptr) {
+        _realBus->whenEnumerated(std::move(block));
+    } else {
+        block();
+    }
 }
 
 // ---- printers -------------------------------------------------------------------------------------------------------

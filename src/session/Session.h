@@ -4,12 +4,14 @@
 
 #include "Classes/Environment.h"
 #include "Classes/TBPrinters.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"
 #include "session/UnusablePrinters.h"
+#include "update/PrinterLocks.h"
 #include "update/UpdateSupervisor.h"
 
 #include <functional>
@@ -47,6 +49,9 @@ class Session {
     /// Makes the bus and the controller, and finds what is attached. outlets: what the user interface connects; all
     /// may be null. Returns why the session cannot start, or nullopt.
     std::optional<SessionProblem> start(TBPrinters::Outlets outlets);
+    /// Runs block once everything that was attached at the start is in the list; at once when it is so already. A
+    /// printer that is slow to answer the request for its device ID takes up to some 3 s.
+    void whenEnumerated(Block block);
     /// Returns the printers to the system's own driver, except those in the middle of something.
     void endBus();
 
@@ -85,6 +90,8 @@ class Session {
     ServiceRegistry registry;
     UserDefaults defaults;
     Bundle bundle;
+    FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
+    PrinterLocks locks;              // of this machine's printers; embedded ones have locks of their own
     UpdateSupervisor supervisor;
 
   private:
@@ -95,6 +102,7 @@ class Session {
     std::shared_ptr<TBPrinters> controller;
 
   private:
+    PrinterLocksOptions lockOptions(const std::string& program, bool areEmbedded) const;
     UpdateServices servicesFor(AlertOutlet& alerts);
     std::optional<SessionProblem> makeBus();
     void watchServices();

@@ -1,7 +1,7 @@
 // Hints about printers that cannot be used. Called by the session on the main queue.
 #include "session/UnusablePrinters.h"
 
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "update/UpdateTexts.h"
 

@@ -253,6 +253,7 @@ void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert)
 void AlertPresenter::addCheckBox(QMessageBox& box, const AlertDescription& alert) {
     auto* const check = new QCheckBox(qtext(alert.accessory->title));
     check->setAccessibleName(qtext(alert.accessory->title));
+    check->setMinimumSize(alert.accessory->width, alert.accessory->height);
     check->setChecked(alert.accessory->state == 1);
     box.setCheckBox(check);
     connect(check, &QCheckBox::toggled, &box, [accessory = alert.accessory](bool isChecked) {

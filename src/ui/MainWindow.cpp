@@ -209,7 +209,12 @@ void MainWindow::showSelection() {
 void MainWindow::showNotices() {
     QStringList notices;
     if (const std::string problem = _session.defaults.lastError(); !problem.empty()) notices << asSentence(problem);
-    for (const std::string& message : _session.unusablePrinters()) notices << asSentence(message);
+    const auto unusable = _session.unusablePrinters();
+    for (const std::string& message : unusable) notices << asSentence(message);
+    // Whoever is told of a printer that cannot be used must not read beside it that there is none.
+    const bool isNone = unusable.empty();
+    _ui->emptyText->setVisible(isNone);
+    _count->setVisible(isNone || _model.rowCount() > 0);
     if (_session.areSamplesWithheld() && _model.rowCount() > 0) {
         notices << localized("The firmware files in use are samples for virtual printers.") + " " +
                        localized("Start the program with --firmware-archive and the folder with the vendor's files.");

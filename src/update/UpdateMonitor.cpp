@@ -38,8 +38,11 @@ struct UpdateMonitor::Visitor {
         state.holder.reset();
         state.isAnswerMissing = state.isIdentityMissing = false;
         switch (state.phase) {
-        case UpdatePhase::checking:
         case UpdatePhase::done:
+            break;
+        case UpdatePhase::checking:
+            // It may leave before the end of the command's write was reported.
+            if (state.isLoaderOrdered) enter(UpdatePhase::loaderAway);
             break;
         case UpdatePhase::enteringLoader:
         case UpdatePhase::loaderAway:
@@ -74,6 +77,7 @@ struct UpdateMonitor::Visitor {
         if (!isTaken) state.writeFailure = sent.code;
         switch (sent.command) {
         case kCommandEnterLoader:
+            if (state.phase != UpdatePhase::checking) break; // it has left already
             setRefused(sent);
             if (isTaken) enter(UpdatePhase::enteringLoader);
             break;
@@ -169,8 +173,11 @@ struct UpdateMonitor::Visitor {
 
     // ---- the course -------------------------------------------------------------------------------------------------
 
-    // The progress is stored just before the image is sent; its bytes follow.
+    // The progress is stored just before the command that makes the printer leave.
     bool operator()(const events::ProgressStored& progress) {
+        if (progress.value == static_cast<std::int64_t>(UpdateProgress::waitingForLoader)) {
+            return state.isLoaderOrdered = true;
+        }
         if (progress.value != static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) return false;
         state.bytesDone = state.bytesTotal = 0;
         state.image = ImageState::sending;

@@ -53,6 +53,7 @@ struct UpdateState {
     std::optional<std::string> currentVersion; // the last one read; after the image only one read after it
     std::string rawStatus;                     // last status that came from this attachment
 
+    bool isLoaderOrdered = false; // the command to enter the loader is being sent, or was
     ImageState image = ImageState::notSent;
     bool isWholeImageSent = false; // all its bytes were handed to the bus, whatever became of them
     int imagesSent = 0;

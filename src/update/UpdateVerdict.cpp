@@ -1,7 +1,7 @@
 // From the facts of an update to its verdict. No text of the engine's own report is read here. Any thread.
 #include "update/UpdateVerdict.h"
 
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
 #include <algorithm>

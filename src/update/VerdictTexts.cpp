@@ -31,6 +31,9 @@ std::string tablesReason(const UpdateState& state) {
 }
 
 std::string notBackReason(const UpdateState& state) {
+    if (state.isWaitingUntilReady()) {
+        return localizedFormat("the printer reports: %s", textForStatus(state.rawStatus));
+    }
     if (state.isAttached) return Bundle::localized(operatorText("the printer stopped answering"));
     return Bundle::localized(operatorText("the printer did not come back"));
 }
@@ -64,6 +67,19 @@ std::string reasonAfterSending(UpdateResult result, const UpdateState& state, co
     default:
         return "";
     }
+}
+
+std::string adviceAfterStop(const UpdateState& state) {
+    if (state.phase == UpdatePhase::checking) {
+        return Bundle::localized(operatorText("Nothing has been changed in the printer."));
+    }
+    if (state.image == ImageState::taken) {
+        return Bundle::localized(operatorText("The printer has the firmware and restarts by itself. Its color tables "
+                                              "are not written yet. Leave it switched on and start the update again: "
+                                              "that completes it."));
+    }
+    return Bundle::localized(operatorText("The printer restarts into its loader or waits in it. Leave it switched on "
+                                          "and start the update again: that completes it."));
 }
 
 } // namespace
@@ -106,18 +122,21 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     case UpdateResult::notReady:
         return Bundle::localized(operatorText("Correct that, then start the update again."));
     case UpdateResult::unanswered:
-        return Bundle::localized(operatorText("Switch the printer off and on, then start the update again."));
+        return Bundle::localized(operatorText("Nothing has been changed in the printer. Switch it off and on, then start "
+                                              "the update again."));
     case UpdateResult::notOpened:
         return Bundle::localized(operatorText("Plug the printer in again, then start the update again."));
     case UpdateResult::badFiles:
-    case UpdateResult::stopped:
         return adviceFor(state);
+    case UpdateResult::stopped:
+        return adviceAfterStop(state);
     case UpdateResult::cannotFollow:
         return Bundle::localized(operatorText("Start the device service (udev) of this machine, then start the update "
                                               "again."));
+    case UpdateResult::commandRefused:
+        return adviceFor(state);
     case UpdateResult::left:
     case UpdateResult::reconnected:
-    case UpdateResult::commandRefused:
         return Bundle::localized(operatorText("Start the update again."));
     case UpdateResult::imageNotTaken:
         // What waits for the rest of a payload takes everything for that rest.
@@ -130,6 +149,10 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     case UpdateResult::identityLost:
         return Bundle::localized(operatorText("Switch the printer off and on, then start the update again."));
     case UpdateResult::notBack:
+        if (state.isWaitingUntilReady()) {
+            return Bundle::localized(operatorText("Leave the printer switched on, correct that and start the update "
+                                                  "again."));
+        }
         return Bundle::localized(operatorText("Leave the printer switched on and check the USB cable. If it stays away "
                                               "or does not answer, switch it off and on. Then start the update "
                                               "again."));

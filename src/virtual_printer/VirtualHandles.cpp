@@ -13,7 +13,8 @@ constexpr std::uint8_t kOutPipe = 1;
 constexpr std::uint8_t kInPipe = 2;
 constexpr std::uint16_t kPacketSize = 512;
 
-// How the real bus brings a pipe back in step: it reads until nothing has come for the shorter time, and not for ever.
+// How the real bus brings a pipe back in step: it reads until no data has come for the shorter time, and
+// gives up after the longer one.
 constexpr std::uint32_t kResynchronizeQuiet = 100; // ms
 constexpr std::uint32_t kResynchronizeTime = 2000; // ms
 

@@ -2,6 +2,7 @@
 // VirtualPrinter_Commands.cpp.
 #include "virtual_printer/VirtualPrinter.h"
 
+#include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>
@@ -46,11 +47,6 @@ std::optional<std::size_t> sizeOf(const std::string& field) {
         size = size * 10 + static_cast<std::size_t>(digit - '0');
     }
     return size;
-}
-
-bool hasAnswer(const std::string& command) {
-    return command == "STATUS" || command.starts_with("INFO") || command.starts_with("TBL_RD") ||
-           command.starts_with("MNT_RD");
 }
 
 } // namespace
@@ -99,7 +95,7 @@ void VirtualPrinter::takeHeader(VirtualEffects& effects) {
     _text = textOf(_frame, kTextOffset, kTextSize);
     _payloadSize = *size;
     _dueFaults = faultsFor(_text);
-    if (hasFault(VirtualFaultKind::stall) && !hasAnswer(_text)) {
+    if (hasFault(VirtualFaultKind::stall) && !virtualCommandHasAnswer(_text)) {
         effects.stallsOut = true;
         reset();
         return;

@@ -1,5 +1,6 @@
 #include "virtual_printer/VirtualPrinterSettings.h"
 
+#include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
 #include <array>
@@ -115,6 +116,24 @@ bool isTableVersion(const std::string& text) {
     return text.size() == 4 && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+bool isOfAnswer(VirtualFaultKind kind) {
+    using enum VirtualFaultKind;
+    return kind == silence || kind == shortReply || kind == longHeader || kind == noReturn || kind == garbage ||
+           kind == late;
+}
+
+// A fault of an answer at commands that have none: a test that asks for it would show nothing.
+bool isWithoutEffect(const VirtualFault& fault) {
+    if (!isOfAnswer(fault.kind)) return false;
+    bool isCommand = false;
+    for (const std::string_view text : virtualCommandTexts()) {
+        if (text.find(fault.word) == std::string_view::npos) continue;
+        if (virtualCommandHasAnswer(text)) return false;
+        isCommand = true;
+    }
+    return isCommand;
+}
+
 // Printers are sold under two vendor IDs.
 bool parseVendor(const std::string& text, std::uint16_t& vendor) {
     if (text != "0x2A71" && text != "0x2B84") return false;
@@ -190,6 +209,10 @@ VirtualPrinterParse parseVirtualPrinter(const std::string& text) {
         if (!setter->second(value, settings)) {
             const std::string kinds = key == "fault" ? "; the kinds are " + listOfFaults() : "";
             return {std::nullopt, "\"" + value + "\" is no value for \"" + key + "\"" + kinds + "; see --virtual help"};
+        }
+        if (key == "fault" && isWithoutEffect(settings.faults.back())) {
+            return {std::nullopt, "\"" + value + "\" would do nothing: a command with \"" +
+                                      settings.faults.back().word + "\" in its text has no answer; see --virtual help"};
         }
     }
     return {settings, ""};

@@ -5,6 +5,7 @@
 #include "Classes/Environment.h"
 #include "Classes/TBPrinters.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
 #include "support/ChangedArchive.h"
@@ -73,7 +74,9 @@ using Wire = std::vector<std::string>;
 
 class Lab {
   public:
-    explicit Lab(const std::filesystem::path& archive = sampleArchive());
+    /// archiveFolder: the firmware files; reader: how they are read, null for as they are.
+    explicit Lab(const std::filesystem::path& archiveFolder = sampleArchive(),
+                 std::shared_ptr<const FileReader> reader = nullptr);
     ~Lab();
 
     static std::filesystem::path sampleArchive();
@@ -109,6 +112,7 @@ class Lab {
     ServiceRegistry registry;
     UserDefaults defaults;
     Bundle bundle;
+    FirmwareArchive archive;
     Operator operatorDesk;
     AlertSwitch alertSwitch;
     Application application;

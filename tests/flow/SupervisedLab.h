@@ -12,8 +12,8 @@ namespace zul {
 
 class SupervisedLab : public Lab, public UpdateObserver {
   public:
-    explicit SupervisedLab(const std::filesystem::path& archive = sampleArchive())
-        : Lab(archive), supervisor({.mainQueue = mainQueue,
+    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive())
+        : Lab(archiveFolder), supervisor({.mainQueue = mainQueue,
                                     .clock = clock,
                                     .alerts = operatorDesk,
                                     .printerWithKey = [this](const std::string& key) { return attached(key); },

@@ -1,7 +1,7 @@
 // The update of a VK14 from the operator's click to the report, over both restarts, as the printer sees it.
 #include "Lab.h"
 
-#include "Classes/SRecord.h"
+#include "archive/SRecord.h"
 
 #include <algorithm>
 #include <doctest/doctest.h>

@@ -12,5 +12,4 @@ target_sources(unit_tests PRIVATE
   engine/NoQueueTests.cpp
   engine/QueryTests.cpp
   engine/ReplyShapeTests.cpp
-  engine/SRecordTests.cpp
   engine/StatusTests.cpp)

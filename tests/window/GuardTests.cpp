@@ -1,7 +1,7 @@
 // What goes on around updates: the lock against sleep, the log window, the report, the machine that is left as it was.
 #include "window/Stage.h"
 
-#include "Classes/FirmwareDigests.h"
+#include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "ui/LogWindow.h"
 #include "ui/SleepInhibitor.h"
@@ -12,7 +12,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QComboBox>
-#include <QDBusContext>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QFileDialog>
 #include <QLineEdit>
@@ -97,9 +97,12 @@ TEST_CASE("the lock against sleep is held while it is wanted and given back afte
 }
 
 TEST_CASE("a system without a login service is no error") {
-    ui::SleepInhibitor inhibitor(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "alone"));
+    const QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "alone");
+    ui::SleepInhibitor inhibitor(bus);
     inhibitor.setInhibited(true);
-    QTest::qWait(100);
+    // The bus answers in order: what it says about the service has come when this has.
+    REQUIRE(bus.interface()->isServiceRegistered("org.freedesktop.DBus"));
+    QApplication::processEvents();
     CHECK_FALSE(inhibitor.isHeld());
     inhibitor.setInhibited(false);
     ui::SleepInhibitor withoutBus(QDBusConnection("there is no such bus"));
@@ -128,17 +131,17 @@ TEST_CASE("the task bar is told of progress, of its changes only, and of its end
 TEST_CASE("an update is under way for the guards from the first command to the report, and no longer") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
-    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
-    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("I Agree");
     stage.answer("Continue");
     stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
     stage.answer("Update Firmware to VK14 01.61");
-    stage.waitFor("the update", [&] { return stage.window().follower().isAnyUnderWay(); });
+    stage.waitFor("the update", [&] { return stage.supervisor().isAnyUnderWay(); });
     stage.waitForAlert("Firmware update was successful!");
-    stage.waitFor("its end", [&] { return !stage.window().follower().isAnyUnderWay(); });
+    stage.waitFor("its end", [&] { return !stage.supervisor().isAnyUnderWay(); });
     stage.answer("Finish");
 }
 

@@ -4,7 +4,6 @@
 #include "platform/dispatch/Queue.h"
 #include "virtual_printer/VirtualBus.h"
 
-#include <QTest>
 #include <doctest/doctest.h>
 #include <filesystem>
 
@@ -15,7 +14,6 @@ namespace {
 struct Holdings {
     std::ptrdiff_t threads = 0;
     std::ptrdiff_t descriptors = 0;
-    int queues = 0;
 };
 
 std::ptrdiff_t entriesOf(const char* folder) {
@@ -23,11 +21,17 @@ std::ptrdiff_t entriesOf(const char* folder) {
 }
 
 Holdings holdings() {
-    return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd"), SerialQueue::liveThreads()};
+    return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd")};
 }
 
-void updateOnce(Stage& stage) {
+enum class Version { older, equal };
+
+void updateOnce(Stage& stage, Version installed) {
     stage.click("Update Firmware…");
+    if (installed == Version::equal) {
+        stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
+        stage.answer("Install Again");
+    }
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
     stage.answer("Continue");
@@ -43,7 +47,7 @@ void updateOnce(Stage& stage) {
 TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descriptor or printer behind") {
     Stage stage({.printers = {"VK14,restart=20,program=20,speed=1000000000"}, .speed = 20});
     stage.waitForFacts();
-    updateOnce(stage); // what is made once stands from here on
+    updateOnce(stage, Version::older); // what is made once stands from here on
     stage.bus().unplug(0);
     stage.waitFor("no rows", [&] { return stage.rows() == 0; });
     stage.waitFor("no queue", [&] { return SerialQueue::liveThreads() == 0; });
@@ -60,21 +64,14 @@ TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descripto
     stage.waitForFacts();
     for (int update = 0; update < 20; ++update) {
         seen.push_back(stage.printers().front());
-        updateOnce(stage);
+        updateOnce(stage, Version::equal);
     }
     stage.bus().unplug(0);
     stage.waitFor("no rows", [&] { return stage.rows() == 0; });
     // The last queue ends when its last block has run, and the system counts an ended thread for a moment.
-    static_cast<void>(QTest::qWaitFor(
-        [&] {
-            const Holdings now = holdings();
-            return now.queues <= before.queues && now.threads <= before.threads;
-        },
-        20'000));
-    const Holdings after = holdings();
-    CHECK(after.queues == before.queues);
-    CHECK(after.threads <= before.threads);
-    CHECK(after.descriptors <= before.descriptors);
+    stage.waitFor("no queue", [&] { return SerialQueue::liveThreads() == 0; });
+    stage.waitFor("no more threads than before", [&] { return holdings().threads <= before.threads; });
+    CHECK(holdings().descriptors <= before.descriptors);
     for (const auto& printer : seen) CHECK(printer.expired());
 }
 

@@ -138,6 +138,24 @@ TEST_CASE("a printer that leaves in the middle of the image is cut off, not rest
     CHECK(update.state().phase == UpdatePhase::restarted);
 }
 
+TEST_CASE("a printer that leaves before the end of the command's write is reported is on its way to its loader") {
+    Followed update;
+    update.report(events::ProgressStored{1});
+    update.report(events::Departed{});
+    CHECK(update.state().phase == UpdatePhase::loaderAway);
+    update.command(kCommandEnterLoader);
+    CHECK(update.state().phase == UpdatePhase::loaderAway);
+    update.report(events::Arrived{});
+    CHECK(update.state().phase == UpdatePhase::loaderBack);
+}
+
+TEST_CASE("a printer that leaves before its update has sent anything has left") {
+    Followed update;
+    update.report(events::Departed{});
+    CHECK(update.state().phase == UpdatePhase::checking);
+    CHECK_FALSE(update.state().isAttached);
+}
+
 TEST_CASE("a printer that leaves before the end of the image's write is reported has taken it") {
     Followed update;
     update.upToImage();

@@ -1,5 +1,5 @@
 // What an update came to, judged by facts.
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateVerdict.h"
 

@@ -1,6 +1,8 @@
 // The text that describes a virtual printer.
 #include "unit/virtual_printer/Wire.h"
 
+#include "Classes/CommandFrame.h"
+#include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
 namespace zul {
@@ -112,6 +114,38 @@ TEST_CASE("a fault that makes no sense is named together with the kinds") {
         CHECK(has(problem, "\"fault\""));
         CHECK(has(problem, "stay-in-loader"));
     }
+}
+
+TEST_CASE("a fault of an answer is refused for a command that has none") {
+    for (const char* kind : {"silence", "short", "long-header", "no-cr", "garbage", "late"}) {
+        CAPTURE(kind);
+        for (const char* word : {"FLASH_REWRITE", "FW_UPDFLASH_PROGRAM", "TBL_CL", "TBL_WT", "COUNTER_CLR", "START"}) {
+            CAPTURE(word);
+            const std::string problem = problemOf(std::string("VK14,fault=") + kind + '@' + word + "#2");
+            CHECK(has(problem, kind));
+            CHECK(has(problem, word));
+            CHECK(has(problem, "has no answer"));
+        }
+        // Some commands that hold the word have an answer.
+        for (const char* word : {"STATUS", "FVER", "COUNTER", "CTRLD", "TBL_RDVersion", "Version", "ISERI_SET", ""}) {
+            CAPTURE(word);
+            const std::string at = *word == 0 ? "" : std::string("@") + word;
+            CHECK(described(std::string("VK14,fault=") + kind + at).faults.size() == 1);
+        }
+    }
+    for (const char* kind : {"stall", "unplug", "never-back", "elsewhere", "stay-in-loader"}) {
+        CAPTURE(kind);
+        CHECK(described(std::string("VK14,fault=") + kind + "@FLASH_REWRITE").faults.size() == 1);
+    }
+}
+
+TEST_CASE("virtual printers know every command of the program by its text") {
+    std::vector<std::string_view> texts;
+    for (std::uint32_t code = 0; code < 100; ++code) {
+        if (const auto text = commandText(code)) texts.push_back(*text);
+    }
+    const auto known = virtualCommandTexts();
+    CHECK(texts == std::vector<std::string_view>(known.begin(), known.end()));
 }
 
 TEST_CASE("the help explains every model and every fault") {

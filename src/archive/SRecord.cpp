@@ -1,5 +1,5 @@
 // S-record lines, one pass over the bytes: firmware images are megabytes of text, so nothing is copied per line.
-#include "Classes/SRecord.h"
+#include "archive/SRecord.h"
 
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Bundle.h"
@@ -13,6 +13,7 @@ namespace zul {
 namespace {
 
 constexpr std::size_t kPaddingBlock = 4;
+constexpr std::string_view kFileScheme = "file://";
 
 int hexDigit(char character) {
     if (character >= '0' && character <= '9') return character - '0';
@@ -56,6 +57,27 @@ std::size_t separatorLength(std::string_view text, std::size_t at) {
     return 0;
 }
 
+// The path in a file's URL: behind the scheme and the host, if one is named, with its percent escapes as the bytes that
+// they stand for. Nothing for an escape that is none, or that would end the path early.
+std::optional<std::string> pathOfFileURL(std::string_view url) {
+    url.remove_prefix(kFileScheme.size());
+    url.remove_prefix(std::min(url.find('/'), url.size()));
+    url = url.substr(0, url.find_first_of("?#"));
+    std::string path;
+    for (std::size_t at = 0; at < url.size(); ++at) {
+        if (url[at] != '%') {
+            path += url[at];
+            continue;
+        }
+        const bool isWhole = at + 2 < url.size() && hexDigit(url[at + 1]) >= 0 && hexDigit(url[at + 2]) >= 0;
+        const unsigned byte = isWhole ? hexByte(url, at + 1) : 0;
+        if (byte == 0) return std::nullopt;
+        path += static_cast<char>(byte);
+        at += 2;
+    }
+    return path;
+}
+
 void logOrdinary(const std::string& text) {
     HOLVEN_Log::debug(text);
 }
@@ -96,19 +118,24 @@ bool verifyMotorolaSFile(const Data& data) {
 }
 
 bool verifyMotorolaSFile(const std::filesystem::path& pathOrURL) {
-    constexpr std::string_view kFileScheme = "file://";
-    std::string text = pathOrURL.string();
-    if (text.starts_with(kFileScheme)) text = text.substr(kFileScheme.size());
-    return verifySRecData(Bundle::contentsOfFile(text).value_or(Data{}));
+    const std::string text = pathOrURL.string();
+    const auto path = text.starts_with(kFileScheme) ? pathOfFileURL(text) : std::optional(text);
+    return path && verifySRecData(Bundle::contentsOfFile(*path).value_or(Data{}));
 }
 
 Data paddedData(Data data) {
-    const std::size_t over = data.size() % kPaddingBlock;
-    if (over == 0) return data;
-    const std::size_t padded = data.size() + kPaddingBlock - over;
-    logOrdinary(formatted("padding data of length %u to length %u", data.size(), padded));
+    const std::size_t padded = paddedLength(data.size());
+    logPadding(data.size(), padded);
     data.resize(padded, 0);
     return data;
+}
+
+std::size_t paddedLength(std::size_t length) {
+    return (length + kPaddingBlock - 1) / kPaddingBlock * kPaddingBlock;
+}
+
+void logPadding(std::size_t length, std::size_t padded) {
+    if (length != padded) logOrdinary(formatted("padding data of length %u to length %u", length, padded));
 }
 
 std::uint16_t checksumForData(const Data& data) {

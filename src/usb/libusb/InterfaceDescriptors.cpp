@@ -1,5 +1,5 @@
-// Descriptors to facts. libusb answers all of this from its cache and from sysfs.
-#include "usb/libusb/InterfaceFacts.h"
+// Reads the descriptors. libusb answers all of this from its cache and from sysfs.
+#include "usb/libusb/InterfaceDescriptors.h"
 
 #include "platform/foundation/Format.h"
 
@@ -34,20 +34,20 @@ const libusb_interface_descriptor* activeSetting(const libusb_interface& interfa
     return begin == end ? nullptr : begin;
 }
 
-bool readDevice(libusb_device* device, DeviceFacts& facts) {
+bool readDevice(libusb_device* device, DeviceDescriptors& descriptors) {
     libusb_device_descriptor descriptor{};
     if (libusb_get_device_descriptor(device, &descriptor) != 0) return false;
-    facts.busNumber = libusb_get_bus_number(device);
-    facts.address = libusb_get_device_address(device);
-    facts.vendor = descriptor.idVendor;
-    facts.product = descriptor.idProduct;
-    facts.releaseNumber = descriptor.bcdDevice;
-    facts.manufacturerIndex = descriptor.iManufacturer;
-    facts.productIndex = descriptor.iProduct;
-    facts.serialNumberIndex = descriptor.iSerialNumber;
+    descriptors.busNumber = libusb_get_bus_number(device);
+    descriptors.address = libusb_get_device_address(device);
+    descriptors.vendor = descriptor.idVendor;
+    descriptors.product = descriptor.idProduct;
+    descriptors.releaseNumber = descriptor.bcdDevice;
+    descriptors.manufacturerIndex = descriptor.iManufacturer;
+    descriptors.productIndex = descriptor.iProduct;
+    descriptors.serialNumberIndex = descriptor.iSerialNumber;
     std::array<std::uint8_t, kPortsMax> ports{};
     const int count = libusb_get_port_numbers(device, ports.data(), static_cast<int>(ports.size()));
-    if (count > 0) facts.ports.assign(ports.begin(), ports.begin() + count);
+    if (count > 0) descriptors.ports.assign(ports.begin(), ports.begin() + count);
     return true;
 }
 
@@ -55,7 +55,7 @@ constexpr std::size_t kLocationLevels = 6; // nibbles of a location below its bu
 
 } // namespace
 
-std::uint32_t DeviceFacts::locationID() const {
+std::uint32_t DeviceDescriptors::locationID() const {
     std::uint32_t location = std::uint32_t{busNumber} << 24U;
     unsigned shift = 24;
     for (const std::uint8_t port : ports) {
@@ -68,7 +68,7 @@ std::uint32_t DeviceFacts::locationID() const {
     return location;
 }
 
-std::string DeviceFacts::locationText() const {
+std::string DeviceDescriptors::locationText() const {
     std::string text = std::to_string(busNumber);
     char separator = '-';
     for (const std::uint8_t port : ports) {
@@ -78,26 +78,32 @@ std::string DeviceFacts::locationText() const {
     return text;
 }
 
-std::string DeviceFacts::nodePath() const {
+std::string DeviceDescriptors::key() const {
+    return formatted("%.4X%.4X%.8X", unsigned{vendor}, unsigned{product}, locationID());
+}
+
+std::string DeviceDescriptors::nodePath() const {
     return formatted("/dev/bus/usb/%03u/%03u", unsigned{busNumber}, unsigned{address});
 }
 
-std::optional<std::vector<InterfaceFacts>> readPrinterInterfaces(libusb_device* device, DeviceFacts& deviceFacts) {
-    std::vector<InterfaceFacts> interfaces;
+std::optional<std::vector<InterfaceDescriptors>> readPrinterInterfaces(libusb_device* device,
+                                                                       DeviceDescriptors& deviceDescriptors) {
+    std::vector<InterfaceDescriptors> interfaces;
     libusb_config_descriptor* config = nullptr;
-    if (!readDevice(device, deviceFacts) || libusb_get_active_config_descriptor(device, &config) != 0)
+    if (!readDevice(device, deviceDescriptors) || libusb_get_active_config_descriptor(device, &config) != 0)
         return std::nullopt;
-    deviceFacts.configurationValue = config->bConfigurationValue;
+    deviceDescriptors.configurationValue = config->bConfigurationValue;
     for (int i = 0; i < config->bNumInterfaces; ++i) {
         const libusb_interface_descriptor* setting = activeSetting(config->interface[i]);
         if (setting == nullptr || setting->bInterfaceClass != LIBUSB_CLASS_PRINTER) continue;
-        InterfaceFacts facts;
-        facts.number = setting->bInterfaceNumber;
-        facts.alternate = setting->bAlternateSetting;
-        facts.interfaceClass = setting->bInterfaceClass;
-        facts.interfaceSubClass = setting->bInterfaceSubClass;
-        for (int e = 0; e < setting->bNumEndpoints; ++e) facts.pipes.push_back(pipeProperties(setting->endpoint[e]));
-        interfaces.push_back(std::move(facts));
+        InterfaceDescriptors descriptors;
+        descriptors.number = setting->bInterfaceNumber;
+        descriptors.alternate = setting->bAlternateSetting;
+        descriptors.interfaceClass = setting->bInterfaceClass;
+        descriptors.interfaceSubClass = setting->bInterfaceSubClass;
+        for (int e = 0; e < setting->bNumEndpoints; ++e)
+            descriptors.pipes.push_back(pipeProperties(setting->endpoint[e]));
+        interfaces.push_back(std::move(descriptors));
     }
     libusb_free_config_descriptor(config);
     return interfaces;

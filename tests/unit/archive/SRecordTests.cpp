@@ -1,10 +1,12 @@
 // S-record text, padding and checksum.
-#include "Bench.h"
+#include "archive/SRecord.h"
 
-#include "Classes/SRecord.h"
+#include "holven_log/HOLVEN_Log.h"
+#include "support/TemporaryFolder.h"
+
+#include <doctest/doctest.h>
 
 using namespace zul;
-using namespace zul::test;
 
 namespace {
 bool isValid(const std::string& text) {
@@ -83,13 +85,31 @@ TEST_CASE("a file is checked by its path and by its URL, and one that is not the
     CHECK(verifyMotorolaSFile(file.string() + ".not-there") == false);
 }
 
+TEST_CASE("the percent escapes of a file's URL stand for bytes of its path") {
+    TemporaryFolder folder;
+    const auto file = folder.write("VK14 01.61 100%\xC3\xA4#1.fw", kHeader);
+    const std::string url = "file://" + folder.path.string();
+    CHECK(verifyMotorolaSFile(url + "/VK14%2001.61%20100%25%C3%A4%231.fw"));
+    CHECK(verifyMotorolaSFile(url + "/VK14%2001.61%20100%25%c3%a4%231.fw"));
+    CHECK(verifyMotorolaSFile("file://localhost" + folder.path.string() + "/VK14%2001.61%20100%25%C3%A4%231.fw"));
+    CHECK(verifyMotorolaSFile(file)); // in a path a percent sign is one
+    CHECK(verifyMotorolaSFile("file://" + file.string()) == false);
+    folder.write("a.fw", kHeader);
+    for (const char* wrong : {"/a.fw%", "/a.fw%0", "/a.fw%zz", "/a.fw%00"}) {
+        CAPTURE(wrong);
+        CHECK(verifyMotorolaSFile(url + wrong) == false);
+    }
+}
+
 TEST_CASE("padding fills up to a multiple of four and leaves the rest alone") {
+    HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(paddedData({1, 2, 3, 4, 5}) == Data{1, 2, 3, 4, 5, 0, 0, 0});
     CHECK(paddedData(Data(8, 1)) == Data(8, 1));
     CHECK(paddedData({}).empty());
 }
 
 TEST_CASE("the checksum is the complement of the byte sum") {
+    HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(checksumForData({1, 2, 3}) == 0xFFF9);
     CHECK(checksumForData({}) == 0xFFFF);
     CHECK(checksumForData({0xFF}) == 0xFF00);

@@ -26,8 +26,12 @@ bool verifySRecData(const Data& data);
 bool verifyMotorolaSFile(const Data& data);
 bool verifyMotorolaSFile(const std::filesystem::path& pathOrURL);
 
-/// Zero-padded to a multiple of 4 bytes; empty data stays empty.
+/// Zero-padded to a multiple of 4 bytes; empty data stays empty. Logs when there is something to pad.
 Data paddedData(Data data);
+/// How long data of this length is when it is padded. Logs nothing.
+std::size_t paddedLength(std::size_t length);
+/// The log line of data that is padded; none where the lengths are the same.
+void logPadding(std::size_t length, std::size_t padded);
 
 /// One's complement of the byte sum, low 16 bits.
 std::uint16_t checksumForData(const Data& data);

@@ -1,5 +1,5 @@
 // The models and their archive rows. The file is the documentation: one row per model.
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 
 #include <algorithm>
 #include <array>
