@@ -30,7 +30,7 @@ struct ExchangeState {
     unsigned slips = 0;                               // answers that were those to other questions
     std::optional<Clock::TimePoint> missedAt;         // of the last one that may still come
     std::optional<Clock::TimePoint> resynchronizedAt; // the last time that the pipe was emptied
-    bool isRestartExpected = false;                   // a command that makes the printer leave was taken
+    std::optional<Clock::TimePoint> restartOrderedAt; // a command that makes the printer leave was taken
 
     // Without a command queue the main queue waits for every answer.
     bool isAttaching = false; // its arrival is being handled: the rounds of questions are one

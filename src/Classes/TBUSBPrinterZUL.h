@@ -270,6 +270,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     ReplyFault faultOf(const Question& question, const std::optional<Data>& reply) const
         ZUL_REQUIRES_ROLE(commandQueueRole);
     void noteMissingAnswer() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void orderRestart(std::uint32_t command, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool isLeaving() const ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool isRestartExpected() const ZUL_REQUIRES_ROLE(commandQueueRole);
     void reportUnusable();
     bool resynchronize() ZUL_REQUIRES_ROLE(commandQueueRole);
     void dropLateReplies() ZUL_REQUIRES_ROLE(commandQueueRole);

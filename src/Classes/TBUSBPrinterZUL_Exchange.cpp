@@ -1,6 +1,7 @@
 // Questions and their answers: an answer that is missing or cannot be the one to its question leads to an empty pipe
 // and to the same question once more. Replies carry no mark of their question, so without that one late reply would
 // shift all later ones, for this program and for the next. Command queue, with the interface open.
+#include "Classes/DeviceObjects.h"
 #include "Classes/ReplyShapes.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
@@ -19,6 +20,8 @@ constexpr auto kLatestReply = seconds(30);
 constexpr auto kSettledFor = seconds(1);
 // Without a queue the main queue waits for the answers: no longer than for one.
 constexpr auto kLongestRoundOnMain = seconds(5);
+// A printer that is still there so long after the order to restart did not take it.
+constexpr auto kLongestRestart = std::chrono::minutes(5);
 
 TBUSBPrinter::Text textOf(const std::optional<Data>& reply) {
     return reply ? stringFromNulTerminatedUTF8(*reply) : std::nullopt;
@@ -100,9 +103,7 @@ ReplyFault TBUSBPrinterZUL::faultOf(const Question& question, const std::optiona
 
 std::optional<Data> TBUSBPrinterZUL::acceptReply(const Question& question, const std::optional<Data>& reply) {
     const ReplyFault fault = faultOf(question, reply);
-    // A printer that is about to leave is not disturbed: it may be programming its flash.
-    const bool isLeaving = _exchange.isRestartExpected || _readStatus == kIOReturnNoDevice || isReleased();
-    if (fault == ReplyFault::none || isLeaving) return reply;
+    if (fault == ReplyFault::none || isLeaving()) return reply;
     const bool isMissing = fault == ReplyFault::missing;
     if (isMissing) {
         if (question.ifMissing == IfMissing::isExpected) return reply;
@@ -147,6 +148,22 @@ void TBUSBPrinterZUL::reportUnusable() {
     logText("the printer at %s does not answer as it should; switch it off and on if that stays so", locationText());
 }
 
+void TBUSBPrinterZUL::orderRestart(std::uint32_t command, const Data* payload) {
+    sendPrinterCommand(command, payload);
+    if (writeStatus() == kIOReturnSuccess) _exchange.restartOrderedAt = _environment.clock.now();
+}
+
+// A printer that is about to leave is not disturbed: it may be programming its flash, also on behalf of the object of
+// its other interface.
+bool TBUSBPrinterZUL::isLeaving() const {
+    return isRestartExpected() || _readStatus == kIOReturnNoDevice || isReleased() ||
+           DeviceObjects::isUpdatedElsewhere(keyUSBdevice(), creationToken());
+}
+
+bool TBUSBPrinterZUL::isRestartExpected() const {
+    return _exchange.restartOrderedAt && _environment.clock.now() - *_exchange.restartOrderedAt < kLongestRestart;
+}
+
 // ---- keeping answers in step ----------------------------------------------------------------------------------------
 
 bool TBUSBPrinterZUL::resynchronize() {
@@ -162,7 +179,7 @@ bool TBUSBPrinterZUL::resynchronize() {
 }
 
 void TBUSBPrinterZUL::dropLateReplies() {
-    if (!_exchange.missedAt || _exchange.isRestartExpected) return;
+    if (!_exchange.missedAt || isRestartExpected()) return;
     const Clock::TimePoint now = _environment.clock.now();
     if (_exchange.resynchronizedAt && now - *_exchange.resynchronizedAt < kSettledFor) return;
     resynchronize();

@@ -181,8 +181,7 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
     // successor finds.
     _deviceInfoDict->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, firmwareVersion());
     setProgress(UpdateProgress::waitingForLoader);
-    sendPrinterCommand(kCommandEnterLoader, /*payload=*/nullptr);
-    _exchange.isRestartExpected = writeStatus() == kIOReturnSuccess;
+    orderRestart(kCommandEnterLoader, /*payload=*/nullptr);
     closeInterface(nullptr);
 }
 
@@ -213,8 +212,7 @@ void TBUSBPrinterZUL::writeFirmwareImage() {
     if (const SharedData blob = verifiedFirmwareBlob()) {
         logText("Uploading firmware to printer");
         setProgress(UpdateProgress::waitingForFirmware);
-        sendPrinterCommand(kCommandProgramFlash, blob.get());
-        _exchange.isRestartExpected = writeStatus() == kIOReturnSuccess;
+        orderRestart(kCommandProgramFlash, blob.get());
     } else {
         logText("FAILED Uploading firmware to printer (bad file)");
         showDamagedFileAlert();

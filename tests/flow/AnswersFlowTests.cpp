@@ -159,6 +159,20 @@ TEST_CASE("a printer that is programming its flash is not asked twice and its pi
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
+TEST_CASE("a printer that is still there long after the order to restart is asked as any other") {
+    Lab lab;
+    lab.startWithVK14("fault=silence@STATUS#6,program=900000");
+    lab.confirmUpdate();
+    lab.rest(6min);
+    REQUIRE(lab.wire().back() == "STATUS"); // after the image, and it has not left
+    lab.forgetWire();
+    lab.printer()->updateInfo();
+    lab.rest(30s);
+    CHECK(lab.wire().front() == "STATUS");
+    CHECK(std::ranges::count(lab.journal->entries(), "resynchronize", &VirtualJournalEntry::event) == 1);
+    CHECK(std::ranges::count(lab.wire(), "STATUS") >= 2); // asked once more
+}
+
 TEST_CASE("a printer whose answers are in step is never disturbed") {
     Lab lab;
     lab.startWithVK14();

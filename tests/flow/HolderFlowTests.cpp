@@ -8,7 +8,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int kOpensOfAnUpdate = 4; // arrival, check, loader, new firmware
+constexpr int kFewestOpensOfAnUpdate = 4; // arrival, check, loader, new firmware
 
 std::ptrdiff_t refusedOpens(const Lab& lab) {
     const auto entries = lab.journal->entries();
@@ -32,7 +32,8 @@ void beginThroughBusy(SupervisedLab& lab) {
 } // namespace
 
 TEST_CASE("an update whose printer is held at any one open of its journey ends in success by itself") {
-    for (int open = 1; open <= kOpensOfAnUpdate; ++open) {
+    int open = 1;
+    for (bool isReached = true; isReached; ++open) {
         CAPTURE(open);
         SupervisedLab lab;
         lab.attach("VK14,fault=holder#" + std::to_string(open) + ":3000");
@@ -40,7 +41,7 @@ TEST_CASE("an update whose printer is held at any one open of its journey ends i
         REQUIRE(lab.rows() == 1);
         beginThroughBusy(lab);
         lab.rest();
-        CHECK(refusedOpens(lab) > 0);
+        isReached = refusedOpens(lab) > 0; // the journey has fewer opens than this one otherwise
         CHECK(lab.result() == UpdateResult::succeeded);
         CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
         CHECK(lab.timesSeen("TBL_WTCTRLD_UPDATE_CW") == 2);
@@ -48,16 +49,7 @@ TEST_CASE("an update whose printer is held at any one open of its journey ends i
         CHECK(lab.operatorDesk.waiting() == 1);
         CHECK(lab.printer()->ownership() == Ownership::nobody);
     }
-}
-
-TEST_CASE("an update opens its printer no more often than these tests know") {
-    SupervisedLab lab;
-    lab.attach("VK14,fault=holder#" + std::to_string(kOpensOfAnUpdate + 1) + ":3000");
-    lab.start();
-    beginThroughBusy(lab);
-    lab.rest();
-    CHECK(lab.result() == UpdateResult::succeeded);
-    CHECK(refusedOpens(lab) == 0);
+    CHECK(open > kFewestOpensOfAnUpdate);
 }
 
 TEST_CASE("a program that takes the printer again and again only delays the update") {

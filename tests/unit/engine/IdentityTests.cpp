@@ -25,9 +25,8 @@ Decoded decode(const TBUSBPrinter& printer, const std::string& deviceID) {
 long timesAsked(const Bench& bench, std::uint16_t value) {
     const Journal journal = bench.handle->journal();
     const RequestMatcher isAsked = getDescriptor(value);
-    return std::ranges::count_if(journal, [&](const JournalEntry& entry) {
-        return entry.call == "ControlRequestTO" && isAsked(entry.request);
-    });
+    return std::ranges::count_if(
+        journal, [&](const JournalEntry& entry) { return entry.call == "ControlRequestTO" && isAsked(entry.request); });
 }
 
 } // namespace
