@@ -21,6 +21,13 @@ Decoded decode(const TBUSBPrinter& printer, const std::string& deviceID) {
     return decoded;
 }
 
+// An arrival whose journal is kept.
+void arrive(Bench& bench) {
+    bench.handle->answerByDefault();
+    bench.printer = std::make_shared<TBUSBPrinterZUL>(bench.environment);
+    bench.printer->initWithInterfaceInterface(bench.handle, 7);
+}
+
 // How often the device was asked for the descriptor.
 long timesAsked(const Bench& bench, std::uint16_t value) {
     const Journal journal = bench.handle->journal();
@@ -163,7 +170,7 @@ TEST_CASE("a language table that cannot be read is asked for again") {
 TEST_CASE("a device that answers no request is asked for one descriptor at its arrival, and again when somebody asks") {
     Bench bench;
     bench.handle->setAnswer("ControlRequestTO", kIOUSBTransactionTimeout);
-    bench.inlinePrinter();
+    arrive(bench);
     CHECK(timesAsked(bench, 0x0300) == 1);
     CHECK(bench.handle->count("ControlRequestTO") == 2); // and for its device ID
     CHECK(bench.printer->productUSB() == std::nullopt);
@@ -178,7 +185,7 @@ TEST_CASE("a device without a language table is asked for it once at its arrival
     bench.handle->setString(1, u"ZUL");
     bench.handle->setString(2, u"VK14");
     bench.handle->setString(3, u"000042");
-    bench.inlinePrinter();
+    arrive(bench);
     CHECK(timesAsked(bench, 0x0300) == 1);
     CHECK(bench.printer->descriptionUTF8() == "ZUL VK14 000042");
 }
@@ -188,7 +195,7 @@ TEST_CASE("a string that does not come ends the strings of that arrival") {
     bench.handle->setDescriptor(0x0300, {4, 3, 0x04, 0x09});
     bench.handle->expectControlRequestTO(getDescriptor(0x0300)).returns(Data{4, 3, 0x04, 0x09});
     bench.handle->expectControlRequestTO(getDescriptor(0x0302)).returns(kIOUSBTransactionTimeout);
-    bench.inlinePrinter();
+    arrive(bench);
     CHECK(timesAsked(bench, 0x0302) == 1);
     CHECK(timesAsked(bench, 0x0303) == 0);
     CHECK(timesAsked(bench, 0x0301) == 0);
