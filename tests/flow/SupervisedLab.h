@@ -13,13 +13,14 @@ namespace zul {
 class SupervisedLab : public Lab, public UpdateObserver {
   public:
     explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive())
-        : Lab(archiveFolder), supervisor({.mainQueue = mainQueue,
-                                    .clock = clock,
-                                    .alerts = operatorDesk,
-                                    .printerWithKey = [this](const std::string& key) { return attached(key); },
-                                    .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
-                                    .seesArrivals = [this] { return areArrivalsSeen; }},
-                                   {}) {
+        : Lab(archiveFolder),
+          supervisor({.mainQueue = mainQueue,
+                      .clock = clock,
+                      .alerts = operatorDesk,
+                      .printerWithKey = [this](const std::string& key) { return attached(key); },
+                      .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
+                      .seesArrivals = [this] { return areArrivalsSeen; }},
+                     {}) {
         supervisor.setObserver(this);
         alertSwitch.to = &supervisor;
         environment.events = &supervisor;
