@@ -90,6 +90,8 @@ struct Declined {
 struct ReenumerationBegun {};
 /// The printer did not report its IEEE 1284 device ID. It has no command queue.
 struct IdentityMissing {};
+/// An answer was missing or could not be the one to its question, and the pipe of the answers was emptied.
+struct Resynchronized {};
 /// A printer was found whose device node may not be opened.
 struct NotPermitted {
     std::string node;
@@ -108,7 +110,8 @@ struct PrinterEvent {
                      events::ReplyRead, events::ReplyMissing, events::StatusRead, events::FirmwareVersionRead,
                      events::TableFactRead, events::ProgressStored, events::TableBegun, events::ArchiveRefused,
                      events::UpdateReported, events::QuestionsEnded, events::CheckFailed, events::Declined,
-                     events::ReenumerationBegun, events::IdentityMissing, events::NotPermitted, events::OpenFailed>;
+                     events::ReenumerationBegun, events::IdentityMissing, events::Resynchronized, events::NotPermitted,
+                     events::OpenFailed>;
 
     std::string key;      // keyUSBdevice; empty if not known
     std::string location; // for example "1-2"; may be empty

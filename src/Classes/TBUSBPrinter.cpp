@@ -2,6 +2,7 @@
 // in the files beside this one.
 #include "Classes/TBUSBPrinter.h"
 
+#include "Classes/DeviceObjects.h"
 #include "Classes/TBPrinters.h"
 #include "platform/foundation/Format.h"
 
@@ -31,7 +32,9 @@ TBUSBPrinter::TBUSBPrinter(Environment& environment) : _environment(environment)
     _interests = TBPrinters::sharedNotificationPort(environment)->interests();
 }
 
-TBUSBPrinter::~TBUSBPrinter() = default;
+TBUSBPrinter::~TBUSBPrinter() {
+    DeviceObjects::remove(keyUSBdevice(), _creationToken);
+}
 
 void TBUSBPrinter::initialize(MainQueue& mainQueue) {
     mainQueue.setSpecific(&mainQueueKey, &mainQueue);
@@ -54,9 +57,14 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
             });
     }
     setInterfaceInterface(std::move(interfaceInterface));
+    _isSecondOfDevice = !DeviceObjects::add(keyUSBdevice(), deviceObject);
     emit(events::Arrived{});
     update1284DeviceID([&](bool found, const Text& deviceID) {
-        if (!found || !deviceID) return;
+        if (!found || !deviceID) {
+            logText("the printer at %s did not report its device ID", locationText());
+            emit(events::IdentityMissing{});
+            return;
+        }
         decodeDeviceID(*deviceID, [&](const Text& manufacturer, const Text& model, const Text& serialNumber,
                                       const Text& /*description*/) {
             _deviceInfoDict->setString("manufacturer", manufacturer);
@@ -190,6 +198,7 @@ void TBUSBPrinter::setState(std::int64_t state) {
 }
 
 void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
+    if (!inUpdate) DeviceObjects::endUpdate(keyUSBdevice(), _creationToken);
     const KeyChange change(*this, "inFirmwareUpdate");
     _isBusy = inUpdate;
 }

@@ -76,8 +76,8 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     static void initialize(MainQueue& mainQueue);
 
     /// initWithInterfaceInterface:forDeviceObject:  Reads the identity, makes the command queue, sets the device
-    /// object. Main queue; blocks it for at most a few control requests. Never fails: a printer that does not tell its
-    /// ID simply has no queue. deviceObject is the token of the interface's service.
+    /// object. Main queue; blocks it for at most a few control requests. Never fails: a printer that does not report
+    /// its ID has no queue. deviceObject is the token of the interface's service.
     virtual void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject);
     /// initWithDeviceObject:
     void initWithDeviceObject(ServiceToken deviceObject);
@@ -116,15 +116,18 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     IOReturn openInterface() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// openInterface:  The same on the command queue; completion (if any) gets the code there.
     void openInterface(CodeCompletion completion);
-    /// closeInterface:  Always posted to the command queue, so it lies behind what is queued. There is no open count:
-    /// one close closes for all. Completion gets the close's code, 0 when nothing was open.
+    /// closeInterface:  Always posted to the command queue, so it follows what is queued. There is no open count: one
+    /// close closes for all. Completion gets the close's code, 0 when nothing was open. A close that was asked for
+    /// before another program took the interface does not end the wait for that program. Any thread.
     void closeInterface(CodeCompletion completion);
     /// Finds the bulk pipes. Command queue.
     void getPipes();
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
     Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
-    /// Opens when value is not 0 and nobody owns the interface; otherwise closes. Any thread.
+    /// Opens when value is not 0 and nobody owns the interface; otherwise closes. With 1 while another program holds
+    /// the interface the message "attempting to open" follows the close, and the printer is still opened when that
+    /// program releases it. Any thread.
     void setIsOwned(int value);
     /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
     bool writeToInterfaceWithData(const Data& data) ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -266,6 +269,9 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void setIsVirtual(bool isVirtual) { _isVirtual = isVirtual; }
     /// Retired: its service has left and prepareForRelease was called.
     bool isReleased() const { return _released; }
+    /// Another object of the same device was attached when this one was made. A device with two printer interfaces has
+    /// two objects with one key, and the first one continues its update. Any thread.
+    bool isSecondOfDevice() const { return _isSecondOfDevice; }
 
   protected:
     Text text(const Text& member) const;
@@ -275,6 +281,10 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
     /// Reports what has happened to whoever follows the printers. Any thread.
     void emit(PrinterEvent::What what) const;
+    /// Runs block on the command queue after what is queued there; on the main queue while there is none. Any thread.
+    void postToCommandQueue(Block block);
+    /// An open was refused and one has succeeded since: does what could not be done at the arrival. Command queue.
+    virtual void continueProbe() ZUL_REQUIRES_ROLE(commandQueueRole) {}
     template <class Self> std::shared_ptr<Self> sharedSelf() {
         return std::static_pointer_cast<Self>(shared_from_this());
     }
@@ -328,9 +338,12 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
 
   private:
     void finishOpen(IOReturn code) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void closeNow(const CodeCompletion& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void queueClose(Block close);
+    IOReturn closeNow() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void closeAndReplayAttempt();
     void setOwnershipOnMain(Ownership ownership);
     void watchForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void endWaitForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
     void holderMayHaveLetGo() ZUL_REQUIRES_ROLE(commandQueueRole);
     void makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);
     void releaseNotification(std::uint32_t notification, int line);
@@ -343,6 +356,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
     Text read1284DeviceID() ZUL_REQUIRES_ROLE(commandQueueRole);
     static Text textOf1284DeviceID(Data& buffer, std::uint32_t received);
+    void readUSBStrings() ZUL_REQUIRES_ROLE(commandQueueRole);
     Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     IOReturn readDescriptor(std::uint16_t value, std::uint16_t index, std::uint32_t completionTimeout, Data& buffer)
@@ -351,11 +365,21 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
         ZUL_REQUIRES_ROLE(commandQueueRole);
 
     ServiceToken _creationToken = 0;
-    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it has been told, the open is tried again
+    std::atomic<bool> _awaitsHolder{false}; // an open was refused, and is tried again when it can succeed
+    std::atomic<unsigned> _refusals{0};     // how many opens were refused
+    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // "was closed" is on its way
     std::uint32_t _creationInterest = 0;
     Text _locationText;
     std::uint32_t _descriptorBytes ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // count of the last descriptor read
+    /// What the strings of one arrival have met so far.
+    struct ArrivalStrings {
+        bool isUnderWay = false;
+        bool isTableUnreadable = false; // the language table was asked for
+        bool isUnresponsive = false;    // a descriptor was not answered in time
+    };
+    ArrivalStrings _arrivalStrings ZUL_GUARDED_BY_ROLE(commandQueueRole);
     std::atomic<bool> _isVirtual{false};
+    std::atomic<bool> _isSecondOfDevice{false};
 };
 
 /// How a printer is called in messages to people: model, serial number where one is known, location. Any thread.

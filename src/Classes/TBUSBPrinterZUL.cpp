@@ -6,6 +6,8 @@
 #include "archive/ProductTable.h"
 #include "platform/foundation/Format.h"
 
+#include <utility>
+
 namespace zul {
 
 namespace {
@@ -32,6 +34,10 @@ TBUSBPrinter::Text TBUSBPrinterZUL::image() const {
 
 void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
     TBUSBPrinter::initWithInterfaceInterface(std::move(interfaceInterface), deviceObject);
+    if (!printerCommandQueue()) {
+        assertOnCommandQueue();
+        beginArrivalOnMain();
+    }
     for (int line = 0; line < 3; ++line) logText("%s", kSeparator);
     logText("initing device for key %s", keyUSBdevice());
 
@@ -48,32 +54,50 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
             if (const Text known = saved->string(HOLVEN_TBPrinterModel)) self->setModel(known);
         }
     });
-    probeAtInit();
+    if (!isPendingUpdate()) {
+        probeAtInit();
+    } else if (isSecondOfDevice()) {
+        logText("the update of %s continues through its other interface", descriptionUTF8());
+    } else if (beginUpdate()) {
+        probeAtInit();
+    }
+}
+
+bool TBUSBPrinterZUL::isPendingUpdate() const {
+    return _deviceInfoDict->integer(HOLVEN_TBPrinterDeviceFirmwareStatus).has_value();
 }
 
 void TBUSBPrinterZUL::probeAtInit() {
-    // Without a queue everything would run here, on the main queue. What is saved stays, and a replug carries on.
-    if (!printerCommandQueue()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         self->assertOnCommandQueue();
-        if (code != kIOReturnSuccess) return;
         const auto progress = self->_deviceInfoDict->integer(HOLVEN_TBPrinterDeviceFirmwareStatus);
+        if (code != kIOReturnSuccess) {
+            self->_isProbeOwed = code == kIOReturnExclusiveAccess && progress;
+            return;
+        }
+        self->_exchange.isInRound = true;
         if (progress) {
             self->probeUpdatedPrinter(*progress);
         } else {
             self->probeKnownPrinter();
         }
+        self->_exchange.isInRound = false;
     });
+}
+
+// Another program held the printer when it came back from a restart.
+void TBUSBPrinterZUL::continueProbe() {
+    if (std::exchange(_isProbeOwed, false)) probeAtInit();
 }
 
 // No update was running. The interface stays open on this path.
 void TBUSBPrinterZUL::probeKnownPrinter() {
     getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
         self->assertOnCommandQueue();
-        if (rawStatus == kLoaderStatus) {
-            self->loaderFoundUnexpectedly();
-        } else {
+        if (rawStatus != kLoaderStatus) {
             self->getDeviceCustomInfo();
+        } else if (!self->isSecondOfDevice()) { // one question about one printer
+            self->loaderFoundUnexpectedly();
         }
     });
 }
@@ -103,11 +127,16 @@ void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
 
 void TBUSBPrinterZUL::probeUpdatedPrinter(std::int64_t progress) {
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
-    const VersionAnswer answer = askVersionInline();
-    storeVersionAnswer(answer);
-    logText("printer firmware is currently reported as \"%s\"", textOrNull(answer.version));
+    const bool isLoaderExpected = progress == static_cast<std::int64_t>(UpdateProgress::waitingForLoader);
+    VersionAnswer answer;
+    // A loader does not answer this. Without a queue the main queue would wait for it.
+    if (!isLoaderExpected || printerCommandQueue()) {
+        answer = askVersionInline(isLoaderExpected ? IfMissing::isExpected : IfMissing::askAgain);
+        storeVersionAnswer(answer);
+        logText("printer firmware is currently reported as \"%s\"", textOrNull(answer.version));
+    }
 
-    if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForLoader)) {
+    if (isLoaderExpected) {
         probeWaitingForLoader();
     } else if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) {
         probeRestartedPrinter(answer);
@@ -143,7 +172,7 @@ void TBUSBPrinterZUL::probeRestartedPrinter(const VersionAnswer& answer) {
     logText("found a device rebooting after firmware update");
     if (version == kIntermediateVersion) {
         // It will restart once more by itself; the progress value stays for the next object.
-        _environment.clock.sleepFor(kIntermediatePause);
+        if (printerCommandQueue()) _environment.clock.sleepFor(kIntermediatePause);
         return;
     }
     const Text previous = _deviceInfoDict->string(HOLVEN_TBPrinterFirmwareVersionPrevious);
@@ -153,7 +182,14 @@ void TBUSBPrinterZUL::probeRestartedPrinter(const VersionAnswer& answer) {
         logText("firmware version unchanged at %s", textOrNull(version));
     }
     storeVersionAnswer(answer);
-    finishFirmwareUpdate();
+    if (printerCommandQueue()) {
+        finishFirmwareUpdate();
+    } else {
+        // The tables begin with a wait until the printer is idle, and the main queue cannot wait. The progress value
+        // stays: with its ID the printer gets its tables when it is attached again.
+        logText("the color tables of the printer at %s are not written: it did not report its device ID",
+                locationText());
+    }
 }
 
 void TBUSBPrinterZUL::setProgress(UpdateProgress progress) {

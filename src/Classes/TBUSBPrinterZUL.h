@@ -6,6 +6,7 @@
 // the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
 #pragma once
 
+#include "Classes/ExchangeState.h"
 #include "Classes/TBUSBPrinter.h"
 #include "platform/appkit/Outlets.h"
 
@@ -83,7 +84,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::set<std::uint16_t> supportedVendorIDsOfClass() const override { return supportedVendorIDs(); }
     std::set<std::uint16_t> supportedProductIDsOfClass() const override { return supportedProductIDs(); }
     void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) override;
-    /// Carries on what the saved dictionary says. Called by the initialiser only.
+    /// Continues what the saved dictionary says. Called by the initialiser, and once more after another program held
+    /// the printer at its arrival. Returns at once; without a command queue it is done when it returns.
     void probeAtInit();
     /// Name of the model's picture; nothing for an unknown product.
     Text image() const override;
@@ -107,7 +109,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     static std::string stringForVKStatusString(const Text& rawStatus);
     /// Asks for the status; completion gets the raw text on the command queue, and is not called when the interface
-    /// cannot be opened or no reply came.
+    /// cannot be opened or no reply came, not even to the question once more.
     void getPrinterStatus(StatusCompletion completion);
     void updatePrinterStatus();
 
@@ -234,24 +236,53 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void showPowerCycleAlert();
     void showPrinterBusyAlert();
 
+  protected:
+    void continueProbe() override ZUL_REQUIRES_ROLE(commandQueueRole);
+
   private:
     struct TableQuery;
+    struct Question {
+        std::uint32_t command = 0;
+        std::optional<Data> payload = {};
+        IfMissing ifMissing = IfMissing::askAgain;
+    };
     std::vector<TableQuery> versionPlan() const;
     std::vector<TableQuery> checksumPlan() const;
-    void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
+    void queueQuery(Question question, ReplyBlock reply);
     /// What the question for the version brought: no answer, an answer that is no text, or a version.
     struct VersionAnswer {
         bool isAnswered = false;
         Text version;
     };
-    VersionAnswer askVersionInline() ZUL_REQUIRES_ROLE(commandQueueRole);
+    VersionAnswer askVersionInline(IfMissing ifMissing) ZUL_REQUIRES_ROLE(commandQueueRole);
     void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
     void setCustomerDidAgree(bool agreed);
     void reportInternalError(int number);
     std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
-    void queryTables(const std::vector<TableQuery>& plan, TableCompletion completion);
+    void queryAtOpenInterface(Question question, ReplyBlock reply);
+    std::optional<Data> askInline(const Question& question) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void sendQuestion(const Question& question) ZUL_REQUIRES_ROLE(commandQueueRole);
+    std::optional<Data> acceptReply(const Question& question, const std::optional<Data>& reply)
+        ZUL_REQUIRES_ROLE(commandQueueRole);
+    std::optional<Data> askAgain(const Question& question, ReplyFault firstFault, const std::optional<Data>& first)
+        ZUL_REQUIRES_ROLE(commandQueueRole);
+    ReplyFault faultOf(const Question& question, const std::optional<Data>& reply) const
+        ZUL_REQUIRES_ROLE(commandQueueRole);
+    void noteMissingAnswer() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void orderRestart(std::uint32_t command, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool isLeaving() const ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool isRestartExpected() const ZUL_REQUIRES_ROLE(commandQueueRole);
+    void reportUnusable();
+    bool resynchronize() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void dropLateReplies() ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool mayAsk() const;
+    void beginArrivalOnMain() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void beginRound() ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool askEverything() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void askForStatus(IfMissing ifMissing, StatusCompletion completion);
+    void refreshTables();
+    void queryTables(const std::vector<TableQuery>& plan, TableCompletion completion, IfMissing ifMissing);
     void storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
                          const std::shared_ptr<std::vector<std::string>>& results) ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion)
@@ -263,6 +294,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void loaderFoundUnexpectedly();
     void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
     void probeRestartedPrinter(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
+    bool isPendingUpdate() const;
+    bool isUpdatedElsewhere() const;
+    [[nodiscard]] bool beginUpdate();
     void checkReadiness(IOReturn openResult);
     void showAlert(AlertKind kind, const std::string& title, const std::string& message,
                    std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});
@@ -289,6 +323,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     std::atomic<bool> _customerDidAgree{false}; // changed on main only
     std::atomic<int> _waitGeneration{0};
+    ExchangeState _exchange ZUL_GUARDED_BY_ROLE(commandQueueRole);
+    bool _isProbeOwed ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it found another program on the printer
 };
 
 } // namespace zul

@@ -159,7 +159,8 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
     if (isSuppressed) return;
     if (usbISerial() == serialNumberUSB().has_value()) return; // the device already shows what was set
     const auto suppression = std::make_shared<CheckBox>();
-    postModalAlert(AlertKind::powerCycle, operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
+    postModalAlert(AlertKind::powerCycle,
+                   operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
                    [self = sharedSelf<TBUSBPrinterZUL>(), suppression](int /*answer*/) {
                        if (suppression->state != 1) return;
                        self->_environment.userDefaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true);

@@ -63,16 +63,14 @@ void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completi
     if (!waitForPrinterStatusCode(kReadyStatus)) return;
     setOverridePrinterStatus("Updating color tables ...");
     sendPrinterCommand(kCommandTableClear, /*payload=*/nullptr);
-    getPrinterColorTableVersion({});
-    getPrinterColorTableChecksum({});
+    refreshTables();
     const std::vector<std::string> names = colorTableNames();
     for (std::size_t index = 0; index < names.size(); ++index) {
         emit(events::TableBegun{.number = static_cast<std::int64_t>(index + 1),
                                 .total = static_cast<std::int64_t>(names.size()),
                                 .name = names[index]});
         writeColorTable(names[index]);
-        getPrinterColorTableVersion({});
-        getPrinterColorTableChecksum({});
+        refreshTables();
     }
     setProgress(UpdateProgress::finished);
     if (completion) completion(!names.empty());

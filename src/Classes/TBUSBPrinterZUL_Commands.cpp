@@ -1,5 +1,6 @@
 // One exchange on the wire: a frame is written, a reply is read. Command queue, with the interface open.
 #include "Classes/CommandFrame.h"
+#include "Classes/ReplyShapes.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
 #include "StatusCodeNames.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 namespace zul {
 
@@ -64,6 +66,11 @@ bool TBUSBPrinterZUL::readBackchannel(void* buffer, std::uint32_t& size) {
 
 std::optional<Data> TBUSBPrinterZUL::printerReply() {
     Data buffer(kReplyBufferSize, 0);
+    _exchange.fault = ReplyFault::missing;
+    if (std::exchange(_exchange.isUnsent, false)) {
+        emit(events::ReplyMissing{.code = _writeStatus});
+        return std::nullopt;
+    }
     std::uint32_t count = kReplyHeaderSize;
     const bool headerRead = readBackchannel(buffer.data(), count);
     logText("reading backchannel for %u bytes on %s", count, descriptionUTF8());
@@ -72,9 +79,11 @@ std::optional<Data> TBUSBPrinterZUL::printerReply() {
         return std::nullopt;
     }
     buffer[kReplyHeaderSize] = 0;
+    _exchange.fault = isReplyHeader({buffer.data(), count}) ? ReplyFault::none : ReplyFault::brokenHeader;
     const long announced = std::strtol(reinterpret_cast<const char*>(buffer.data()), nullptr, 10);
     if (announced < 0 || announced > kLargestReply) {
         reportInternalError(kReplyTooLong); // the body stays unread
+        _exchange.fault = ReplyFault::brokenHeader;
         return std::nullopt;
     }
     const auto length = static_cast<std::uint32_t>(announced);
@@ -89,8 +98,10 @@ std::optional<Data> TBUSBPrinterZUL::readReplyBody(Data buffer, std::uint32_t le
         _readStatus.store(kIOReturnSuccess); // a read of nothing would wait for a packet that never comes
     } else if (!readBackchannel(buffer.data(), count)) {
         logText("bad read (%s) on backchannel of %s", strForIOReturn(_readStatus), descriptionUTF8());
+        _exchange.fault = ReplyFault::missing;
         return std::nullopt;
     }
+    if (count < length && _exchange.fault == ReplyFault::none) _exchange.fault = ReplyFault::tooShort;
     buffer[count] = 0;
     const auto end = buffer.begin() + count;
     const auto carriageReturn = std::find(buffer.begin(), end, '\r');

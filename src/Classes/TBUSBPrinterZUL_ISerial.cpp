@@ -59,7 +59,7 @@ void TBUSBPrinterZUL::getUSB_ISerial() {
     if (!hasISerialSupport()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         if (code != kIOReturnSuccess) return;
-        self->queueQuery(kCommandGetISerial, std::nullopt, [self](const std::optional<Data>& reply) {
+        self->queueQuery({.command = kCommandGetISerial}, [self](const std::optional<Data>& reply) {
             self->assertOnCommandQueue();
             self->handleISerialReply(reply);
         });

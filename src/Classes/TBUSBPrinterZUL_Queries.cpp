@@ -8,6 +8,7 @@
 #include "platform/foundation/Format.h"
 
 #include <string_view>
+#include <utility>
 
 namespace zul {
 
@@ -76,25 +77,10 @@ Data TBUSBPrinterZUL::commandPayloadForMediaPP() {
     return dataFromText("0003");
 }
 
-// ---- one question ---------------------------------------------------------------------------------------------------
-
-void TBUSBPrinterZUL::queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply) {
-    sendPrinterCommand(
-        [self = sharedSelf<TBUSBPrinterZUL>(), command, payload = std::move(payload)] {
-            self->assertOnCommandQueue();
-            self->sendPrinterCommand(command, payload ? &*payload : nullptr);
-        },
-        ReplyQueue::commandQueue(), std::move(reply));
-}
-
-void TBUSBPrinterZUL::queryAtOpenInterface(std::uint32_t command, ReplyBlock reply) {
-    openInterface([self = sharedSelf<TBUSBPrinterZUL>(), command, reply = std::move(reply)](IOReturn code) {
-        if (code == kIOReturnSuccess) self->queueQuery(command, std::nullopt, reply);
-    });
-}
+// ---- single facts ---------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
-    queryAtOpenInterface(kCommandFirmwareVersion,
+    queryAtOpenInterface({.command = kCommandFirmwareVersion},
                          [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
                              if (!reply || reply->empty()) return;
                              const Text version = self->versionFromReply(*reply);
@@ -105,12 +91,11 @@ void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
-    return askVersionInline().version;
+    return askVersionInline(IfMissing::askAgain).version;
 }
 
-TBUSBPrinterZUL::VersionAnswer TBUSBPrinterZUL::askVersionInline() {
-    sendPrinterCommand(kCommandFirmwareVersion, /*payload=*/nullptr);
-    const auto reply = printerReply();
+TBUSBPrinterZUL::VersionAnswer TBUSBPrinterZUL::askVersionInline(IfMissing ifMissing) {
+    const auto reply = askInline({.command = kCommandFirmwareVersion, .ifMissing = ifMissing});
     if (!reply || reply->empty()) return {};
     return {true, versionFromReply(*reply)};
 }
@@ -124,7 +109,7 @@ TBUSBPrinter::Text TBUSBPrinterZUL::versionFromReply(const Data& reply) const {
 
 void TBUSBPrinterZUL::updatePrinterSerialNumber() {
     queryAtOpenInterface(
-        kCommandSerialNumber, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+        {.command = kCommandSerialNumber}, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
             const Text serial = reply && !reply->empty() ? stringFromNulTerminatedUTF8(*reply) : Text(kMissingText);
             if (!serial) return;
             logText("%s: %s", HOLVEN_TBPrinterSerialNumber, *serial);
@@ -134,7 +119,7 @@ void TBUSBPrinterZUL::updatePrinterSerialNumber() {
 
 void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
     static constexpr std::string_view kPrefix = "CL";
-    queryAtOpenInterface(kCommandLifetimeCounter,
+    queryAtOpenInterface({.command = kCommandLifetimeCounter},
                          [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
                              if (!reply || reply->empty()) return;
                              Text counter = stringFromNulTerminatedUTF8(*reply);
@@ -150,15 +135,22 @@ void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
 // ---- colour tables --------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::getPrinterColorTableVersion(TableCompletion completion) {
-    queryTables(versionPlan(), std::move(completion));
+    queryTables(versionPlan(), std::move(completion), IfMissing::askAgain);
 }
 
 void TBUSBPrinterZUL::getPrinterColorTableChecksum(TableCompletion completion) {
-    queryTables(checksumPlan(), std::move(completion));
+    queryTables(checksumPlan(), std::move(completion), IfMissing::askAgain);
+}
+
+// Between tables the answers only refresh what is shown, and a printer that is at work may leave them out.
+void TBUSBPrinterZUL::refreshTables() {
+    queryTables(versionPlan(), {}, IfMissing::dropLateReplies);
+    queryTables(checksumPlan(), {}, IfMissing::dropLateReplies);
 }
 
 // The interface is not opened here: whoever asks for tables has it open already.
-void TBUSBPrinterZUL::queryTables(const std::vector<TableQuery>& plan, TableCompletion completion) {
+void TBUSBPrinterZUL::queryTables(const std::vector<TableQuery>& plan, TableCompletion completion,
+                                  IfMissing ifMissing) {
     const auto results = std::make_shared<std::vector<std::string>>();
     const std::size_t expected = plan.size();
     const Data payloadSD = commandPayloadForMediaSD();
@@ -167,7 +159,7 @@ void TBUSBPrinterZUL::queryTables(const std::vector<TableQuery>& plan, TableComp
         std::optional<Data> payload;
         if (query.media == Media::SD) payload = payloadSD;
         if (query.media == Media::PP) payload = payloadPP;
-        queueQuery(query.command, std::move(payload),
+        queueQuery({.command = query.command, .payload = std::move(payload), .ifMissing = ifMissing},
                    [self = sharedSelf<TBUSBPrinterZUL>(), query, results, expected,
                     completion](const std::optional<Data>& reply) {
                        self->assertOnCommandQueue();
@@ -204,6 +196,20 @@ void TBUSBPrinterZUL::resetCounter(char letter) {
 }
 
 void TBUSBPrinterZUL::getDeviceCustomInfo() {
+    const bool isPartOfProbe = std::exchange(_exchange.isInRound, true);
+    beginRound();
+    const unsigned misses = _exchange.misses;
+    const unsigned slips = _exchange.slips;
+    bool isComplete = askEverything();
+    // Not every answer that belongs to another question is recognised. After a missing one the status, which is, shows
+    // whether they are in step; where one was recognised, those before it are in doubt.
+    if (isComplete && _exchange.misses != misses && _exchange.slips == slips) updatePrinterStatus();
+    if (isComplete && _exchange.slips != slips) isComplete = askEverything();
+    _exchange.isInRound = isPartOfProbe;
+    emit(events::QuestionsEnded{.isComplete = isComplete});
+}
+
+bool TBUSBPrinterZUL::askEverything() {
     bool isComplete = false;
     getPrinterStatus([this, &isComplete](const Text& rawStatus) { // inline: this is the command queue
         if (rawStatus == kLoaderStatus) return;                   // a loader answers nothing else
@@ -216,10 +222,10 @@ void TBUSBPrinterZUL::getDeviceCustomInfo() {
             updatePrinterSerialNumber();
             getUSB_ISerial();
             closeInterface(nullptr);
-            isComplete = true;
+            isComplete = mayAsk();
         });
     });
-    emit(events::QuestionsEnded{.isComplete = isComplete});
+    return isComplete;
 }
 
 } // namespace zul

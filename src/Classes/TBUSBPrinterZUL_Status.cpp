@@ -16,11 +16,16 @@ void TBUSBPrinterZUL::updatePrinterStatus() {
 }
 
 void TBUSBPrinterZUL::getPrinterStatus(StatusCompletion completion) {
-    queryAtOpenInterface(kCommandStatus, [self = sharedSelf<TBUSBPrinterZUL>(),
-                                          completion = std::move(completion)](const std::optional<Data>& reply) {
-        self->assertOnCommandQueue();
-        self->handleStatusReply(reply, completion);
-    });
+    askForStatus(IfMissing::askAgain, std::move(completion));
+}
+
+void TBUSBPrinterZUL::askForStatus(IfMissing ifMissing, StatusCompletion completion) {
+    queryAtOpenInterface(
+        {.command = kCommandStatus, .ifMissing = ifMissing},
+        [self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](const std::optional<Data>& reply) {
+            self->assertOnCommandQueue();
+            self->handleStatusReply(reply, completion);
+        });
 }
 
 void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion) {

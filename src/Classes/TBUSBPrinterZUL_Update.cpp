@@ -1,6 +1,7 @@
 // The halves of an update and the restarts between them. Actions and answers arrive on the main queue; everything that
 // talks to the printer runs on its command queue.
 #include "Classes/CommandFrame.h"
+#include "Classes/DeviceObjects.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
@@ -17,6 +18,7 @@ namespace {
 constexpr auto kStatusPollPause = std::chrono::milliseconds(500);
 constexpr const char* kCorruptionTitle =
     operatorText("-- File corruption --\n\nThere is a problem with the firmware files.");
+constexpr const char* kUpdatedElsewhere = "%s is being updated through its other interface";
 constexpr const char* kContactSupport = operatorText("Contact customer support.");
 
 } // namespace
@@ -24,6 +26,7 @@ constexpr const char* kContactSupport = operatorText("Contact customer support."
 // ---- before the update ----------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::updateFirmware() {
+    if (isUpdatedElsewhere()) return;
     if (!printerCommandQueue()) {
         showPrinterError(); // it never told its ID: nothing can be queued for it
         return;
@@ -38,6 +41,7 @@ void TBUSBPrinterZUL::updateFirmware() {
 }
 
 void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
+    if (isUpdatedElsewhere()) return;
     if (!printerCommandQueue()) {
         showPrinterError();
         return;
@@ -56,6 +60,19 @@ void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) { self->checkReadiness(code); });
+}
+
+// A device with two printer interfaces has two objects, and its update is that of one of them.
+bool TBUSBPrinterZUL::isUpdatedElsewhere() const {
+    const bool isUpdated = DeviceObjects::isUpdatedElsewhere(keyUSBdevice(), creationToken());
+    if (isUpdated) logText(kUpdatedElsewhere, descriptionUTF8());
+    return isUpdated;
+}
+
+bool TBUSBPrinterZUL::beginUpdate() {
+    const bool isBegun = DeviceObjects::beginUpdate(keyUSBdevice(), creationToken());
+    if (!isBegun) logText(kUpdatedElsewhere, descriptionUTF8());
+    return isBegun;
 }
 
 // Equal versions are not newer: the same version is installed again.
@@ -134,6 +151,7 @@ void TBUSBPrinterZUL::updateFirmwareReady() {
 // ---- first half -----------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
+    if (isUpdatedElsewhere()) return;
     if (!firmwareVersion()) {
         // Never read: the update is started again once the printer is back.
         emit(events::ReenumerationBegun{});
@@ -148,6 +166,7 @@ void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
         emit(events::ArchiveRefused{});
         return;
     }
+    if (!beginUpdate()) return;
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         self->assertOnCommandQueue();
@@ -162,7 +181,7 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
     // successor finds.
     _deviceInfoDict->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, firmwareVersion());
     setProgress(UpdateProgress::waitingForLoader);
-    sendPrinterCommand(kCommandEnterLoader, /*payload=*/nullptr);
+    orderRestart(kCommandEnterLoader, /*payload=*/nullptr);
     closeInterface(nullptr);
 }
 
@@ -180,6 +199,7 @@ void TBUSBPrinterZUL::uploadFirmware() {
         showDamagedFileAlert();
         return;
     }
+    if (!beginUpdate()) return;
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         self->assertOnCommandQueue();
         if (code == kIOReturnSuccess) self->writeFirmwareImage();
@@ -192,7 +212,7 @@ void TBUSBPrinterZUL::writeFirmwareImage() {
     if (const SharedData blob = verifiedFirmwareBlob()) {
         logText("Uploading firmware to printer");
         setProgress(UpdateProgress::waitingForFirmware);
-        sendPrinterCommand(kCommandProgramFlash, blob.get());
+        orderRestart(kCommandProgramFlash, blob.get());
     } else {
         logText("FAILED Uploading firmware to printer (bad file)");
         showDamagedFileAlert();
@@ -243,7 +263,8 @@ bool TBUSBPrinterZUL::waitForPrinterStatusCode(const std::string& code) {
 // The shown texts are compared: two codes that read the same are the same to the operator. No answer is not equal.
 bool TBUSBPrinterZUL::statusEquals(const std::string& code) {
     bool equal = false;
-    getPrinterStatus([&equal, &code](const Text& rawStatus) { // inline: this is the command queue
+    // The loop asks again by itself.
+    askForStatus(IfMissing::dropLateReplies, [&equal, &code](const Text& rawStatus) { // inline, on the command queue
         equal = stringForVKStatusString(rawStatus) == stringForVKStatusString(code);
     });
     return equal;

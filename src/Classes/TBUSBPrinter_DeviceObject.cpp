@@ -2,6 +2,7 @@
 // and resets run on the command queue; messages arrive on the main queue.
 #include "Classes/TBUSBPrinter.h"
 
+#include "Classes/DeviceObjects.h"
 #include "Classes/TBPrinters.h"
 #include "StatusCodeNames.h"
 #include "platform/foundation/Bundle.h"
@@ -70,9 +71,7 @@ void TBUSBPrinter::setInterfaceInterface(InterfacePtr interfaceInterface) {
             if (!printer) return;
             printer->emit(events::WriteProgress{.bytesDone = done, .bytesTotal = total});
         });
-        self->getUSBProductString();
-        self->getUSBSerialNumberString();
-        self->getUSBVendorString();
+        self->readUSBStrings();
     });
 }
 
@@ -122,8 +121,10 @@ void TBUSBPrinter::handleInterestMessage(ServiceToken service, IOMessage message
     case kIOMessageServiceIsTerminated: {
         logText("%s (device %.8x) was removed\n", descriptionUTF8(), service);
         // The very dictionary, not a copy: what the old object's queue still writes must not reach its successor,
-        // which copies the entries once when it is made.
-        setDeviceInfo(_deviceInfoDict, keyUSBdevice());
+        // which copies the entries once when it is made. Of two objects of one device only one has the progress of
+        // its update.
+        if (DeviceObjects::isLeader(keyUSBdevice(), _creationToken)) setDeviceInfo(_deviceInfoDict, keyUSBdevice());
+        DeviceObjects::remove(keyUSBdevice(), _creationToken);
         emit(events::Departed{});
         return;
     }
@@ -141,13 +142,16 @@ void TBUSBPrinter::handleInterestMessage(ServiceToken service, IOMessage message
 
 void TBUSBPrinter::otherHolderClosed() {
     if (_deviceInfoDict->count() == 0) return;
-    if (!willOpenInterface()) {
+    if (!willOpenInterface() && !_awaitsHolder) {
         showStatus(operatorText("USB Available"));
         return;
     }
     openInterface([self = shared_from_this()](IOReturn code) {
+        self->assertOnCommandQueue();
         if (code != kIOReturnSuccess) return;
-        // The row is still empty: the printer could not be asked while the other program held it.
+        // An update that found the printer held goes on first. And the row is still empty: the printer could not be
+        // asked while the other program held it.
+        self->continueProbe();
         self->updateInfo();
         self->closeInterface(nullptr);
     });

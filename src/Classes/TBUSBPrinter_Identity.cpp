@@ -3,6 +3,7 @@
 // object is being made); the properties they fill are set on the main queue.
 #include "Classes/TBUSBPrinter.h"
 
+#include "Classes/DeviceObjects.h"
 #include "Classes/TBPrinters.h"
 #include "Classes/USBInterfaceHelpers.h"
 #include "StatusCodeNames.h"
@@ -194,14 +195,19 @@ IOReturn TBUSBPrinter::readDescriptor(std::uint16_t value, std::uint16_t index, 
     request.completionTimeout = completionTimeout;
     const IOReturn code = _iInterface->ControlRequestTO(0, request);
     _descriptorBytes = request.wLenDone;
+    // A stall is an answer: the device has no such descriptor.
+    if (code != kIOReturnSuccess && code != kIOUSBPipeStalled) _arrivalStrings.isUnresponsive = true;
     return code;
 }
 
 std::optional<std::set<std::uint16_t>> TBUSBPrinter::langIds() {
     if (_langIds) return _langIds;
+    if (_arrivalStrings.isUnderWay && _arrivalStrings.isTableUnreadable) return std::nullopt;
     Data table;
+    _arrivalStrings.isTableUnreadable = true; // until it is read
     if (readDescriptor(0x0300, 0, kLanguageTableTimeout, table) != kIOReturnSuccess) return std::nullopt;
     if (_descriptorBytes < 4) return std::nullopt;
+    _arrivalStrings.isTableUnreadable = false;
     std::set<std::uint16_t> languages;
     std::optional<std::uint16_t> choice;
     for (std::size_t at = 2; at + 1 < table.size() && at < table[0]; at += 2) {
@@ -228,7 +234,9 @@ void TBUSBPrinter::setLangId(std::uint16_t langId) {
 TBUSBPrinter::Text TBUSBPrinter::descriptorStringAtIndex(std::uint8_t index) {
     Data buffer;
     const auto value = static_cast<std::uint16_t>(0x0300 | index);
-    if (readDescriptor(value, langId(), kStringDescriptorTimeout, buffer) != kIOReturnSuccess) return std::nullopt;
+    const std::uint16_t language = langId();
+    if (_arrivalStrings.isUnderWay && _arrivalStrings.isUnresponsive) return std::nullopt;
+    if (readDescriptor(value, language, kStringDescriptorTimeout, buffer) != kIOReturnSuccess) return std::nullopt;
     if (_descriptorBytes < 2) return std::nullopt;
     std::size_t length = buffer[0];
     const std::uint8_t type = buffer[1];
@@ -248,6 +256,16 @@ TBUSBPrinter::Text TBUSBPrinter::descriptorStringAtIndex(std::uint8_t index) {
     if (length < 4) return std::nullopt;
     buffer.resize(length);
     return stringFromUTF16WithByteOrderMark(buffer);
+}
+
+// At an arrival all this runs on the main queue. A device that does not answer costs it one time-out, not one for each
+// string; who asks for a string later asks the device again.
+void TBUSBPrinter::readUSBStrings() {
+    _arrivalStrings = {.isUnderWay = true};
+    getUSBProductString();
+    getUSBSerialNumberString();
+    getUSBVendorString();
+    _arrivalStrings = {};
 }
 
 // Nothing when the device has no such string; asked tells whether the device could be asked at all.
@@ -319,6 +337,7 @@ void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
 
 void TBUSBPrinter::forgetDeviceInfo() {
     deviceInfoStore().clear();
+    DeviceObjects::forget();
 }
 
 std::set<std::uint16_t> TBUSBPrinter::supportedVendorIDsOfClass() const {

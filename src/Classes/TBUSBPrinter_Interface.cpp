@@ -31,7 +31,9 @@ IOReturn TBUSBPrinter::openInterface() {
     setState(kTBPrinterOpening);
     const IOReturn code = _iInterface ? _iInterface->USBInterfaceOpenSeize() : kIOReturnNoDevice;
     finishOpen(code);
-    emit(events::Opened{.code = code});
+    events::Opened opened{.code = code};
+    if (code == kIOReturnExclusiveAccess) opened.holder = _iInterface->holder();
+    emit(std::move(opened));
     return code;
 }
 
@@ -40,12 +42,17 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
         logText("Another app has the printer USB interface open for exclusive access.\n");
         logText("Waiting for USB interface on device %.8x to be closed...\n", deviceObject());
         logText("The printer is busy.\n");
+        ++_refusals;
         setPrinterStatus("In use by other application");
         performSyncOnMainQueue([this] { setOwnershipOnMain(Ownership::otherProgram); });
         watchForHolder();
         return;
     }
-    if (code != kIOReturnSuccess) return;
+    if (code != kIOReturnSuccess) {
+        // A retry that failed for another reason is still a retry: the next hint leads to another one.
+        if (_awaitsHolder && _iInterface) watchForHolder();
+        return;
+    }
     performSyncOnMainQueue([this] {
         _interfaceStatus = kTBPrinterOpen;
         setState(kTBPrinterOpen);
@@ -53,6 +60,23 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
     });
     logText("The %s is open.\n", descriptionUTF8());
     getPipes();
+    if (!_awaitsHolder) return;
+    endWaitForHolder();
+    // Whoever opens it first may close it again before the holder's close is delivered, so what is owed is done in any
+    // case.
+    postToCommandQueue([self = shared_from_this()] {
+        self->assertOnCommandQueue();
+        self->continueProbe();
+    });
+}
+
+// Without a queue the main queue stands in: the caller's work ends first there, too.
+void TBUSBPrinter::postToCommandQueue(Block block) {
+    if (_printerCommandQueue) {
+        _printerCommandQueue->async(std::move(block));
+    } else {
+        _environment.mainQueue.async(std::move(block));
+    }
 }
 
 void TBUSBPrinter::openInterface(CodeCompletion completion) {
@@ -64,10 +88,18 @@ void TBUSBPrinter::openInterface(CodeCompletion completion) {
 }
 
 void TBUSBPrinter::closeInterface(CodeCompletion completion) {
-    Block close = [self = shared_from_this(), completion = std::move(completion)] {
+    queueClose([self = shared_from_this(), completion = std::move(completion), refusals = _refusals.load()] {
         self->assertOnCommandQueue();
-        self->closeNow(completion);
-    };
+        // It was asked for by somebody who had the interface open. Since then another program has taken it, and the
+        // wait for that program must not end here.
+        const bool isOvertaken = self->_awaitsHolder && self->_refusals != refusals;
+        const IOReturn code = isOvertaken ? kIOReturnSuccess : self->closeNow();
+        if (!isOvertaken) self->endWaitForHolder();
+        if (completion) completion(code);
+    });
+}
+
+void TBUSBPrinter::queueClose(Block close) {
     if (_printerCommandQueue) {
         _printerCommandQueue->async(std::move(close)); // even from that queue: it lies behind what is queued
     } else {
@@ -75,7 +107,7 @@ void TBUSBPrinter::closeInterface(CodeCompletion completion) {
     }
 }
 
-void TBUSBPrinter::closeNow(const CodeCompletion& completion) {
+IOReturn TBUSBPrinter::closeNow() {
     IOReturn code = kIOReturnSuccess;
     if (_interfaceStatus == kTBPrinterOpen) {
         code = _iInterface ? _iInterface->USBInterfaceClose() : kIOReturnNoDevice;
@@ -85,13 +117,12 @@ void TBUSBPrinter::closeNow(const CodeCompletion& completion) {
             logText("close interface returned error %s\n", strForIOReturn(code));
         }
     }
-    if (_iInterface) _iInterface->watchHolder(nullptr); // no open is pending any more
     _interfaceStatus = kTBPrinterClosed;
     setState(kTBPrinterClosed);
     performSyncOnMainQueue([this] {
         if (ownership() != Ownership::nobody) setOwnershipOnMain(Ownership::nobody);
     });
-    if (completion) completion(code);
+    return code;
 }
 
 void TBUSBPrinter::getPipes() {
@@ -121,18 +152,30 @@ void TBUSBPrinter::setOwnershipOnMain(Ownership ownership) {
 void TBUSBPrinter::setIsOwned(int value) {
     if (value != 0 && ownership() == Ownership::nobody) {
         openInterface(CodeCompletion{});
-        return;
-    }
-    const bool replayAttempt = value == 1 && ownership() == Ownership::otherProgram;
-    closeInterface(nullptr);
-    if (replayAttempt) {
-        usbInterfaceInterestCallback(shared_from_this(), deviceObject(), kIOMessageServiceIsAttemptingOpen, nullptr);
+    } else if (value == 1 && ownership() == Ownership::otherProgram) {
+        closeAndReplayAttempt();
+    } else {
+        closeInterface(nullptr);
     }
 }
 
-// While another program holds the interface nobody tells when it lets go: the bus watches the device node, and each
-// hint is checked with a silent claim on the command queue. Only a claim that succeeds counts as "was closed".
+// The message follows the close before anything else can run on the command queue, so it always finds the printer
+// closed. The wait for the other program stays.
+void TBUSBPrinter::closeAndReplayAttempt() {
+    queueClose([self = shared_from_this()] {
+        self->assertOnCommandQueue();
+        static_cast<void>(self->closeNow()); // nothing was open
+        self->performSyncOnMainQueue([self] {
+            usbInterfaceInterestCallback(self, self->deviceObject(), kIOMessageServiceIsAttemptingOpen, nullptr);
+        });
+    });
+}
+
+// No event reports that another program has released the interface: the bus watches the device node, and each hint is
+// checked with a silent claim on the command queue. Only a claim that succeeds is taken for "was closed". The wait ends
+// with an open that succeeds and with a close that somebody asks for.
 void TBUSBPrinter::watchForHolder() {
+    _awaitsHolder = true;
     _isHolderGone = false;
     _iInterface->watchHolder([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
@@ -144,9 +187,14 @@ void TBUSBPrinter::watchForHolder() {
     });
 }
 
+void TBUSBPrinter::endWaitForHolder() {
+    _awaitsHolder = false;
+    if (_iInterface) _iInterface->watchHolder(nullptr);
+}
+
 void TBUSBPrinter::holderMayHaveLetGo() {
-    // Hints come in bursts, and the ownership changes only when main has run: one of them is enough.
-    if (_isHolderGone || ownership() != Ownership::otherProgram || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
+    // Hints come in bursts, and the retry runs only when main has got to it: one of them is enough.
+    if (_isHolderGone || !_awaitsHolder || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
     _isHolderGone = true;
     _iInterface->watchHolder(nullptr);
     _environment.mainQueue.async([self = shared_from_this()] {

@@ -216,6 +216,7 @@ struct UpdateMonitor::Visitor {
     }
 
     // Of printers that nobody can use, and of questions: others act on these.
+    bool operator()(const events::Resynchronized&) { return false; }
     bool operator()(const events::Declined&) { return false; }
     bool operator()(const events::NotPermitted&) { return false; }
     bool operator()(const events::OpenFailed&) { return false; }

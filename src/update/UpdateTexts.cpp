@@ -99,6 +99,7 @@ std::string describeHolder(const InterfaceHolder& holder) {
         return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid, holder.activity,
                                holder.phase);
     case InterfaceHolder::Kind::process:
+        if (holder.pid == 0) break; // the other holder of an embedded printer
         return localizedFormat("another program uses the printer (%s, process %d)", holder.program, holder.pid);
     case InterfaceHolder::Kind::unknown:
         break;

@@ -78,7 +78,7 @@ Data deviceIDReply(const VirtualPrinter& printer) {
 
 std::optional<Data> answerControlRequest(const VirtualPrinter& printer, const IOUSBDevRequestTO& request) {
     if (isGetDeviceID(request)) {
-        return printer.settings().answersDeviceID ? std::optional(deviceIDReply(printer)) : std::nullopt;
+        return printer.answersDeviceID() ? std::optional(deviceIDReply(printer)) : std::nullopt;
     }
     if (!isGetDescriptor(request)) return std::nullopt;
     if (high(request.wValue) == 1) return deviceDescriptor(printer);

@@ -95,7 +95,7 @@ IOReturn VirtualService::createInterfaceInterface(std::shared_ptr<IOUSBInterface
 // ---- interface ------------------------------------------------------------------------------------------------------
 
 VirtualInterface::~VirtualInterface() {
-    _port->watchHolder(*_stay, this, nullptr);
+    _port->watchHolder(*_stay, _number, this, nullptr);
     if (_isClaimed) static_cast<void>(_port->release(*_stay, _number, this)); // nobody is left to hear of a failure
 }
 
@@ -173,12 +173,20 @@ IOReturn VirtualInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& devi
 }
 
 void VirtualInterface::watchHolder(std::function<void()> mayBeFree) {
-    _port->watchHolder(*_stay, this, std::move(mayBeFree));
+    _port->watchHolder(*_stay, _number, this, std::move(mayBeFree));
+}
+
+InterfaceHolder VirtualInterface::holder() {
+    InterfaceHolder holder;
+    if (_stay->isGone || !_port->isHeldByOther()) return holder;
+    holder.kind = InterfaceHolder::Kind::process;
+    holder.program = "another program";
+    return holder;
 }
 
 IOReturn VirtualInterface::tryClaim() {
     if (_stay->isGone) return kIOReturnNoDevice;
-    return _port->isFree(*_stay) ? kIOReturnSuccess : kIOReturnExclusiveAccess;
+    return _port->isFree(*_stay, _number, this) ? kIOReturnSuccess : kIOReturnExclusiveAccess;
 }
 
 // ---- device ---------------------------------------------------------------------------------------------------------

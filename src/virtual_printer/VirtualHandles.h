@@ -46,8 +46,8 @@ class VirtualInterface final : public VirtualDescription<IOUSBInterfaceInterface
     ~VirtualInterface() override;
     IOReturn USBInterfaceOpenSeize() override;
     IOReturn USBInterfaceClose() override;
-    /// Kind unknown: the other holder of an embedded printer is not a process.
-    InterfaceHolder holder() override { return {}; }
+    /// A process named "another program" while another program holds the printer; kind unknown otherwise.
+    InterfaceHolder holder() override;
     IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
                         std::uint32_t completionTimeout) override;
     IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,

@@ -18,7 +18,8 @@ namespace zul {
 struct VirtualJournalEntry {
     std::chrono::milliseconds time{0}; // since the journal began
     std::string printer;               // serial number
-    std::string event;                 // arrive, leave, open, refuse, close, control, command, read, write, reset
+    std::string event;                 // arrive, leave, open, refuse, close, control, command, read, write, reset,
+                                       // resynchronize
     std::string command;               // text of a command; recipient and request of a control request
     std::uint32_t length = 0;          // payload of a command, bytes of a read, bytes taken of a write that failed
     std::string sha256;                // of a payload; empty when there is none

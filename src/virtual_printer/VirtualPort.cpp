@@ -148,7 +148,7 @@ IOReturn VirtualPort::claim(VirtualStay& stay, std::uint8_t number, const void* 
         if (lane.owner == owner) return kIOReturnSuccess;
         hold = _printer.holderAtOpen();
         if (hold) ++_heldByOther;
-        refused = isHeldByOther() || lane.owner != nullptr;
+        refused = _heldByOther > 0 || lane.owner != nullptr;
         if (!refused) lane.owner = owner;
     }
     if (hold) holdFor(*hold);
@@ -168,21 +168,49 @@ IOReturn VirtualPort::release(VirtualStay& stay, std::uint8_t number, const void
     return kIOReturnSuccess;
 }
 
-bool VirtualPort::isFree(const VirtualStay& stay) {
+bool VirtualPort::isFree(const VirtualStay& stay, std::uint8_t number, const void* owner) {
     const std::scoped_lock lock(_mutex);
-    return !stay.isGone && !isHeldByOther();
+    return isFreeLocked(stay, number, owner);
 }
 
-void VirtualPort::watchHolder(VirtualStay& stay, const void* watcher, std::function<void()> mayBeFree) {
-    std::function<void()> dropped; // destroyed after the lock: what it holds may come back here
+bool VirtualPort::isHeldByOther() {
     const std::scoped_lock lock(_mutex);
-    auto& watch = stay.holderWatches[watcher];
-    dropped.swap(watch);
-    if (mayBeFree && !stay.isGone) {
-        watch = std::move(mayBeFree);
-    } else {
-        stay.holderWatches.erase(watcher);
+    return _heldByOther > 0;
+}
+
+bool VirtualPort::isFreeLocked(const VirtualStay& stay, std::uint8_t number, const void* owner) const {
+    const void* const holder = stay.lanes.at(number).owner;
+    return !stay.isGone && _heldByOther == 0 && (holder == nullptr || holder == owner);
+}
+
+void VirtualPort::watchHolder(VirtualStay& stay, std::uint8_t number, const void* owner,
+                              std::function<void()> mayBeFree) {
+    std::function<void()> dropped; // destroyed after the lock: what it holds may come back here
+    bool isFreeAlready = false;
+    {
+        const std::scoped_lock lock(_mutex);
+        auto& watch = stay.holderWatches[owner];
+        dropped.swap(watch);
+        if (mayBeFree && !stay.isGone) {
+            watch = std::move(mayBeFree);
+            isFreeAlready = isFreeLocked(stay, number, owner);
+        } else {
+            stay.holderWatches.erase(owner);
+        }
     }
+    // It may have been released between the refused claim and this watch: nothing else would report that.
+    if (isFreeAlready) post([self = shared_from_this(), owner] { self->notifyWatch(owner); });
+}
+
+void VirtualPort::notifyWatch(const void* owner) {
+    std::function<void()> watch;
+    {
+        const std::scoped_lock lock(_mutex);
+        if (_stay == nullptr) return;
+        const auto found = _stay->holderWatches.find(owner);
+        if (found != _stay->holderWatches.end()) watch = found->second; // ended since then otherwise
+    }
+    if (watch) watch();
 }
 
 void VirtualPort::holdFor(std::chrono::milliseconds time) {
@@ -195,7 +223,7 @@ void VirtualPort::setHeldByOther(bool isHeld) {
     {
         const std::scoped_lock lock(_mutex);
         _heldByOther = std::max(0, _heldByOther + (isHeld ? 1 : -1));
-        if (isHeldByOther() || _stay == nullptr) return;
+        if (_heldByOther > 0 || _stay == nullptr) return;
         for (const auto& [watcher, watch] : _stay->holderWatches) watches.push_back(watch);
     }
     for (const auto& watch : watches) watch();

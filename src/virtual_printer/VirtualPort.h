@@ -63,8 +63,12 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
     // ---- for the handles, on the printers' queues; number is the interface's ----
     IOReturn claim(VirtualStay& stay, std::uint8_t number, const void* owner);
     IOReturn release(VirtualStay& stay, std::uint8_t number, const void* owner);
-    bool isFree(const VirtualStay& stay);
-    void watchHolder(VirtualStay& stay, const void* watcher, std::function<void()> mayBeFree);
+    /// Nobody but owner holds the interface, and no other program holds the printer.
+    bool isFree(const VirtualStay& stay, std::uint8_t number, const void* owner);
+    bool isHeldByOther();
+    /// Calls mayBeFree on the main queue when the other program releases the printer, and once at the beginning if the
+    /// interface is free already. Null ends the watch.
+    void watchHolder(VirtualStay& stay, std::uint8_t number, const void* owner, std::function<void()> mayBeFree);
     IOReturn read(VirtualStay& stay, std::uint8_t number, std::uint8_t* buffer, std::uint32_t& size,
                   Clock::TimePoint deadline);
     IOReturn write(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number, std::span<const std::uint8_t> bytes,
@@ -82,7 +86,8 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
                          std::span<const std::uint8_t> bytes, Clock::TimePoint deadline,
                          const IOUSBInterfaceInterface::WriteProgress& progress);
     void deliver(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number, std::vector<VirtualTransfer> transfers);
-    bool isHeldByOther() const { return _heldByOther > 0; }
+    bool isFreeLocked(const VirtualStay& stay, std::uint8_t number, const void* owner) const;
+    void notifyWatch(const void* owner);
     void holdFor(std::chrono::milliseconds time);
 
     MainQueue& _mainQueue;

@@ -53,8 +53,9 @@ std::optional<std::size_t> sizeOf(const std::string& field) {
 
 VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<void(const VirtualCommand&)> sawCommand)
     : _settings(std::move(settings)), _sawCommand(std::move(sawCommand)), _faults(_settings.faults),
-      _isLoader(_settings.startsInLoader), _nextIsLoader(_settings.startsInLoader), _firmware(_settings.firmware),
-      _nextFirmware(_settings.firmware), _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
+      _isLoader(_settings.startsInLoader), _nextIsLoader(_settings.startsInLoader),
+      _answersDeviceID(_settings.answersDeviceID), _firmware(_settings.firmware), _nextFirmware(_settings.firmware),
+      _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
       _tellsSerial(_settings.hasUSBSerial), _counters{{'A', 12}, {'B', 34}, {'M', 56},
                                                       {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
       _tables(*_settings.model, _settings.tableVersion) {}

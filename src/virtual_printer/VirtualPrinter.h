@@ -68,6 +68,8 @@ class VirtualPrinter {
 
     bool isLoader() const { return _isLoader; }
     const std::string& firmware() const { return _firmware; }
+    /// Whether it answers the request for its IEEE 1284 device ID.
+    bool answersDeviceID() const { return _answersDeviceID; }
     const VirtualPrinterSettings& settings() const { return _settings; }
     const VirtualTableMemory& tables() const { return _tables; }
     /// Counters by letter: A, B, M, P and T (matte), and L (lifetime).
@@ -112,6 +114,8 @@ class VirtualPrinter {
 
     bool _isLoader = false;
     bool _nextIsLoader = false;
+    bool _answersDeviceID = true;
+    bool _nextIsWithoutID = false;
     std::string _firmware;
     std::string _nextFirmware;
     std::string _finalFirmware; // behind an intermediate version: one more restart leads to it

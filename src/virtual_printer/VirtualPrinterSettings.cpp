@@ -33,6 +33,7 @@ constexpr auto kFaults = std::to_array<FaultName>({
     {"elsewhere", VirtualFaultKind::elsewhere, "comes back from that restart on another port"},
     {"holder", VirtualFaultKind::holder, "at the N-th open another program holds it, for VALUE ms (3000)"},
     {"stay-in-loader", VirtualFaultKind::stayInLoader, "comes back from that restart as its loader"},
+    {"no-id", VirtualFaultKind::withoutID, "comes back from that restart without its device ID"},
 });
 
 std::vector<std::string> split(const std::string& text, char separator) {

@@ -42,6 +42,7 @@ enum class VirtualFaultKind {
     elsewhere,    // comes back from it on another port
     holder,       // at the N-th open another program holds the interface, for VALUE ms (default 3000)
     stayInLoader, // comes back from it as its loader
+    withoutID,    // comes back from it without its IEEE 1284 device ID
 };
 
 struct VirtualFault {

@@ -6,6 +6,7 @@
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zul {
 
@@ -39,6 +40,7 @@ std::optional<std::uint32_t> leadingNumber(const Data& payload) {
 void VirtualPrinter::attach() {
     reset();
     _isLoader = _nextIsLoader;
+    _answersDeviceID = _settings.answersDeviceID && !std::exchange(_nextIsWithoutID, false);
     _firmware = _nextFirmware;
     _tellsSerial = _serialSetting; // the setting takes effect with a restart
     _statuses =
@@ -80,12 +82,14 @@ void VirtualPrinter::handleInLoader(const VirtualCommand& command, VirtualEffect
 
 void VirtualPrinter::enterLoader(VirtualEffects& effects) {
     _nextIsLoader = true;
+    _nextIsWithoutID = hasFault(VirtualFaultKind::withoutID);
     effects.departure = restart(kLeaveForLoader);
 }
 
 void VirtualPrinter::programFlash(const Data& image, VirtualEffects& effects) {
     const auto version = versionOfFirmwareImage(image);
     effects.departure = restart(std::max(_settings.programTime, kShortestProgramTime));
+    _nextIsWithoutID = hasFault(VirtualFaultKind::withoutID);
     if (!version || hasFault(VirtualFaultKind::stayInLoader)) return; // comes back as it is: its loader
     _nextIsLoader = false;
     _isUpdated = true;

@@ -208,7 +208,7 @@ TEST_CASE("two printers are updated at the same time and do not mix") {
 
 TEST_CASE("a printer whose version was never read is re-enumerated instead of updated") {
     Lab lab;
-    lab.attach("VK14,fault=silence@FVER");
+    lab.attach("VK14,fault=silence@FVER,fault=silence@FVER#2");
     lab.start();
     REQUIRE(lab.printer()->firmwareVersion() == std::nullopt);
     lab.forgetWire();

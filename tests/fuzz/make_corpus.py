@@ -49,6 +49,20 @@ def answers():
     write("answers", "nul-inside", vk26 + reply("00\0000") + reply("\xff\xfe"))
 
 
+def reply_shapes():
+    """Which command, then the reply's text (or header) as it comes."""
+    for name, code, text in [("status", 0, b"00000"), ("loader", 0, b"FU00001"), ("status-text", 0, b"01000 now"),
+                             ("version", 1, b" VK14 01.60 \n"), ("version-loader", 1, b"FU00001"),
+                             ("version-checksum", 1, b"12AB"), ("serial", 2, b"000001"), ("serial-counter", 2, b"CL42"),
+                             ("table", 21, b"0161"), ("table-version", 24, b"VK26 01.51"), ("checksum", 23, b"1F2E"),
+                             ("counter", 32, b"CL0000042"), ("counter-plain", 32, b"12345"), ("setting", 43, b"0001"),
+                             ("header", 0, b"00000006"), ("header-blanks", 0, b"      11"), ("header-sign", 0, b"-0000001"),
+                             ("header-other-blank", 0, b"\xc2\xa0000006"),
+                             ("not-utf8", 1, b"VK14 \xff\xfe"), ("escape", 2, b"\x1b[2J"), ("nul", 0, b"0\x001"),
+                             ("sign-alone", 0, b"-"), ("mark-alone", 32, b"CL"), ("long", 2, b"7" * 65)]:
+        write("reply_shapes", name, bytes([code]) + text)
+
+
 def identity():
     """Device descriptor, language table, three strings, a device ID as text, and the rest as the device ID's reply."""
     device = bytes([18, 1, 0, 2, 0, 0, 0, 64, 0x71, 0x2A, 3, 0, 0, 1, 1, 2, 3, 1])
@@ -153,5 +167,5 @@ def lock_answer():
     write("lock_answer", "no-object", b"3")
 
 
-for make in (answers, identity, srecord, text, files, virtual_printer, lock_answer):
+for make in (answers, identity, reply_shapes, srecord, text, files, virtual_printer, lock_answer):
     make()

@@ -82,7 +82,7 @@ def _(bench):
 
 @case("status of a printer that does not answer exits with 8")
 def _(bench):
-    result = bench.run("status", printers=("VK14,fault=silence@STATUS#2",))
+    result = bench.run("status", printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     expect_equal(result.status, 8, "exit status")
     expect("does not answer" in result.err, result.err)
 

@@ -89,7 +89,7 @@ def _(bench):
 def _(bench):
     file = bench.path("journal")
     result = bench.run("--json", "--virtual-journal", file, *UPDATE, "--stall-timeout", "1", "--give-up", "2",
-                       printers=("VK14,fault=silence@STATUS#2",))
+                       printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     expect_equal(result.status, 8, result.out)
     expect_equal(events_of(result)[-2:], ["stalled", "result"], "events")
     expect("Nothing has been changed" in result.lines[-1]["message"], result.out)
@@ -181,7 +181,7 @@ def _(bench):
 
 @case("an interrupt before anything was sent ends at once")
 def _(bench):
-    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2",))
+    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     wait_for_phase(process, "checking")
     process.send_signal(signal.SIGINT)
     _, err = process.communicate(timeout=10)

@@ -84,7 +84,7 @@ def _(bench):
 
 @case("a system that shuts down ends an update at once before anything was sent")
 def _(bench):
-    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2",))
+    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     wait_for_phase(process, "checking")
     process.send_signal(signal.SIGTERM)
     out, _ = process.communicate()

@@ -3,8 +3,13 @@ target_sources(unit_tests PRIVATE
   engine/ArchiveTests.cpp
   engine/CommandTests.cpp
   engine/ControllerTests.cpp
+  engine/DeviceObjectsTests.cpp
+  engine/ExchangeTests.cpp
+  engine/HolderTests.cpp
   engine/IdentityTests.cpp
   engine/InterfaceTests.cpp
   engine/LifeCycleTests.cpp
+  engine/NoQueueTests.cpp
   engine/QueryTests.cpp
+  engine/ReplyShapeTests.cpp
   engine/StatusTests.cpp)

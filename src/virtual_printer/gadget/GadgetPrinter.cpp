@@ -152,7 +152,7 @@ void GadgetPrinter::attach() {
         _printer.attach();
         restartsByItself = _printer.departureAfterAttach();
         ++_stay;
-        deviceID = _settings.answersDeviceID ? _printer.deviceID() : "";
+        deviceID = _printer.answersDeviceID() ? _printer.deviceID() : "";
         serialNumber = _printer.serialText().value_or("");
         what = _printer.isLoader() ? "in its loader" : "with firmware " + _printer.firmware();
     }

@@ -1,6 +1,8 @@
 // Who a printer is: device ID, strings, keys, and the store of what is known about devices.
 #include "Bench.h"
 
+#include <algorithm>
+
 using namespace zul;
 using namespace zul::test;
 
@@ -17,6 +19,21 @@ Decoded decode(const TBUSBPrinter& printer, const std::string& deviceID) {
             decoded = {manufacturer, model, serial, description};
         });
     return decoded;
+}
+
+// An arrival whose journal is kept.
+void arrive(Bench& bench) {
+    bench.handle->answerByDefault();
+    bench.printer = std::make_shared<TBUSBPrinterZUL>(bench.environment);
+    bench.printer->initWithInterfaceInterface(bench.handle, 7);
+}
+
+// How often the device was asked for the descriptor.
+long timesAsked(const Bench& bench, std::uint16_t value) {
+    const Journal journal = bench.handle->journal();
+    const RequestMatcher isAsked = getDescriptor(value);
+    return std::ranges::count_if(
+        journal, [&](const JournalEntry& entry) { return entry.call == "ControlRequestTO" && isAsked(entry.request); });
 }
 
 } // namespace
@@ -148,6 +165,40 @@ TEST_CASE("a language table that cannot be read is asked for again") {
     CHECK(bench.printer->langIds() == std::nullopt);
     bench.handle->setDescriptor(0x0300, {4, 3, 0x04, 0x09});
     CHECK(bench.printer->langId() == 0x0409);
+}
+
+TEST_CASE("a device that answers no request is asked for one descriptor at its arrival, and again when somebody asks") {
+    Bench bench;
+    bench.handle->setAnswer("ControlRequestTO", kIOUSBTransactionTimeout);
+    arrive(bench);
+    CHECK(timesAsked(bench, 0x0300) == 1);
+    CHECK(bench.handle->count("ControlRequestTO") == 2); // and for its device ID
+    CHECK(bench.printer->productUSB() == std::nullopt);
+    bench.handle->setAnswer("ControlRequestTO", kIOReturnSuccess);
+    bench.printer->getUSBProductString();
+    CHECK(timesAsked(bench, 0x0300) == 2);
+    CHECK(timesAsked(bench, 0x0302) == 1);
+}
+
+TEST_CASE("a device without a language table is asked for it once at its arrival, and for its strings all the same") {
+    Bench bench;
+    bench.handle->setString(1, u"ZUL");
+    bench.handle->setString(2, u"VK14");
+    bench.handle->setString(3, u"000042");
+    arrive(bench);
+    CHECK(timesAsked(bench, 0x0300) == 1);
+    CHECK(bench.printer->descriptionUTF8() == "ZUL VK14 000042");
+}
+
+TEST_CASE("a string that does not come ends the strings of that arrival") {
+    Bench bench;
+    bench.handle->setDescriptor(0x0300, {4, 3, 0x04, 0x09});
+    bench.handle->expectControlRequestTO(getDescriptor(0x0300)).returns(Data{4, 3, 0x04, 0x09});
+    bench.handle->expectControlRequestTO(getDescriptor(0x0302)).returns(kIOUSBTransactionTimeout);
+    arrive(bench);
+    CHECK(timesAsked(bench, 0x0302) == 1);
+    CHECK(timesAsked(bench, 0x0303) == 0);
+    CHECK(timesAsked(bench, 0x0301) == 0);
 }
 
 TEST_CASE("a string descriptor loses its trailing zeros, and one without characters is none") {

@@ -164,7 +164,10 @@ TEST_CASE("a printer in its loader is asked for nothing but its status") {
 TEST_CASE("all facts are asked for in a fixed order, and the interface is closed behind them") {
     Bench bench;
     bench.inlinePrinter(0x8B01);
-    for (int reply = 0; reply < 12; ++reply) bench.reply("00000\r");
+    for (const char* body : {"00000\r", "VK26 01.51\r", "CL0000042\r", "0110\r", "0110\r", "0110\r", "1F2E\r", "1F2E\r",
+                             "1F2E\r", "000001\r", "0001\r"}) {
+        bench.reply(body);
+    }
     bench.printer->getDeviceCustomInfo();
     CHECK(bench.commands() == std::vector<std::string>{"STATUS", "INFO  FVER", "MNT_RDCOUNTER_LIFE",
                                                        "TBL_RDCWD610_Version", "TBL_RDCWD600_Version",

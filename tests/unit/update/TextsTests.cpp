@@ -74,9 +74,11 @@ TEST_CASE("what keeps a printer from going on is shown with the phase") {
 TEST_CASE("who holds a printer is named as far as that is known") {
     using Kind = InterfaceHolder::Kind;
     CHECK(describeHolder({}) == "another program uses the printer");
+    CHECK(describeHolder({.kind = Kind::process, .program = "another program"}) == "another program uses the printer");
     CHECK(describeHolder({.kind = Kind::printing, .program = "usb", .pid = 7}) == "it is printing (usb, process 7)");
     CHECK(describeHolder({.kind = Kind::printing}) == "it is printing");
-    CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "update", .phase = "writing"}) ==
+    CHECK(describeHolder(
+              {.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "update", .phase = "writing"}) ==
           "zulctl uses the printer (process 9): update, writing");
     CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "claim"}) ==
           "zulctl uses the printer (process 9): claim");
@@ -112,7 +114,8 @@ TEST_CASE("advice names what the printer reports, who holds it, and damaged file
     update.report(events::Opened{});
     update.upToLoader();
     update.report(events::ArchiveRefused{});
-    CHECK(adviceFor(update.state()).starts_with("The firmware files are damaged. The printer is in firmware update mode"));
+    CHECK(adviceFor(update.state())
+              .starts_with("The firmware files are damaged. The printer is in firmware update mode"));
 }
 
 TEST_CASE("no text of an operator names a return code") {
@@ -139,7 +142,8 @@ TEST_CASE("an update that did not begin says why") {
     CHECK(reason(UpdateResult::newerInstalled) == "the installed firmware VK14 01.60 is newer than VK14 01.61");
     CHECK(reason(UpdateResult::upToDate) == "VK14 01.60 and its color tables are installed already");
     CHECK(reason(UpdateResult::busy) == "another program uses the printer");
-    for (int result = static_cast<int>(UpdateResult::upToDate); result <= static_cast<int>(UpdateResult::stopped); ++result) {
+    for (int result = static_cast<int>(UpdateResult::upToDate); result <= static_cast<int>(UpdateResult::stopped);
+         ++result) {
         if (static_cast<UpdateResult>(result) == UpdateResult::tablesDiffer) continue; // needs a table that differs
         CAPTURE(result);
         CHECK_FALSE(reason(static_cast<UpdateResult>(result)).empty());

@@ -103,4 +103,42 @@ TEST_CASE("a holder at the n-th open lets go after its time and is told on the m
     CHECK(handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
+TEST_CASE("the other holder is reported by its name while it holds the printer") {
+    BusBench bench;
+    const auto handle = bench.openHandle();
+    CHECK(handle->holder() == InterfaceHolder{});
+    bench.bus.setHeldByOther(0, true);
+    CHECK(handle->holder().kind == InterfaceHolder::Kind::process);
+    CHECK(handle->holder().program == "another program");
+    bench.bus.setHeldByOther(0, false);
+    CHECK(handle->holder() == InterfaceHolder{});
+}
+
+TEST_CASE("a holder that has gone when the watch begins is reported by that watch") {
+    BusBench bench;
+    const auto handle = bench.handle();
+    int calls = 0;
+    handle->watchHolder([&] { ++calls; });
+    bench.settle();
+    CHECK(calls == 1);
+    bench.bus.setHeldByOther(0, true);
+    handle->watchHolder([&] { ++calls; });
+    bench.settle();
+    CHECK(calls == 1);
+    bench.bus.setHeldByOther(0, false);
+    CHECK(calls == 2);
+}
+
+TEST_CASE("an interface that another handle holds is neither free nor reported as free") {
+    BusBench bench;
+    const auto first = bench.openHandle();
+    const auto second = bench.handle();
+    CHECK(first->tryClaim() == kIOReturnSuccess);
+    CHECK(second->tryClaim() == kIOReturnExclusiveAccess);
+    int calls = 0;
+    second->watchHolder([&] { ++calls; });
+    bench.settle();
+    CHECK(calls == 0);
+}
+
 } // namespace zul

@@ -124,6 +124,19 @@ TEST_CASE("a loader can refuse a sound image") {
     CHECK(!printer.isLoader());
 }
 
+TEST_CASE("a printer can come back from one restart without its device ID") {
+    VirtualPrinter printer = faulty("fault=no-id@REWRITE");
+    CHECK(printer.answersDeviceID());
+    printer.receive(frame("FW_UPDFLASH_REWRITE"));
+    CHECK(printer.answersDeviceID()); // it has not left yet
+    printer.attach();
+    CHECK_FALSE(printer.answersDeviceID());
+    printer.receive(frame("FW_UPDFLASH_PROGRAM", image("VK14 01.61")));
+    printer.attach();
+    CHECK(printer.answersDeviceID());
+    CHECK_FALSE(faulty("id1284=off").answersDeviceID());
+}
+
 TEST_CASE("another program holds the interface at the named open only") {
     VirtualPrinter printer = faulty("fault=holder#2:400,fault=holder#3");
     CHECK(!printer.holderAtOpen());

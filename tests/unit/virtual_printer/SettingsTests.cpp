@@ -39,9 +39,9 @@ TEST_CASE("models are known by name in any case") {
 }
 
 TEST_CASE("every setting is taken") {
-    const VirtualPrinterSettings settings =
-        described("VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,lifetime=7,tables=0199,"
-                  "restart=10,program=20,speed=30,location=2-3,mode=loader,id1284=off,interfaces=2");
+    const VirtualPrinterSettings settings = described(
+        "VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,"
+        "lifetime=7,tables=0199,restart=10,program=20,speed=30,location=2-3,mode=loader,id1284=off,interfaces=2");
     CHECK(settings.firmware == "VK26 01.40");
     CHECK(settings.serial == "S9");
     CHECK(!settings.hasUSBSerial);
@@ -152,7 +152,7 @@ TEST_CASE("the help explains every model and every fault") {
     const std::string help = virtualPrinterHelp();
     for (const VirtualModel& model : virtualModels()) CHECK(has(help, std::string(model.name)));
     for (const char* kind : {"stall", "silence", "short", "long-header", "no-cr", "garbage", "late", "unplug",
-                             "never-back", "elsewhere", "holder", "stay-in-loader"}) {
+                             "never-back", "elsewhere", "holder", "stay-in-loader", "no-id"}) {
         CAPTURE(kind);
         CHECK(has(help, std::string("      ") + kind));
         CHECK(described(std::string("VK14,fault=") + kind).faults.size() == 1);
