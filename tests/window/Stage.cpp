@@ -9,7 +9,6 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMessageBox>
@@ -30,8 +29,6 @@ extern "C" int _nl_msg_cat_cntr;
 namespace zul::test {
 
 namespace {
-
-constexpr int kLongestWait = 20'000; // ms; generous, for machines under load
 
 // As it is read: places where a long path may be broken are not seen.
 QString readable(QString text) {
@@ -88,7 +85,7 @@ void useColors(bool isDark) {
 
 // ---- set-up and end -------------------------------------------------------------------------------------------------
 
-Stage::Stage(StageOptions options) {
+Stage::Stage(const StageOptions& options, Started) {
     useLanguage(options.language);
     useColors(options.isDark);
     TBUSBPrinter::forgetDeviceInfo();
@@ -103,31 +100,41 @@ Stage::Stage(StageOptions options) {
     if (isEmpty) session.virtualPrinters = {quick("VK14")};
     if (options.speed > 1) _clock = std::make_unique<QuickClock>(options.speed);
     _program = std::make_unique<ui::WindowProgram>(
-        session, [this] { _hasEnded = true; }, _clock.get());
+        session, [hasEnded = _hasEnded] { *hasEnded = true; }, _clock.get());
     const auto problem = _program->start();
     REQUIRE_MESSAGE(!problem, (problem ? problem->message : ""));
     window().move(20, 20);
     if (isEmpty) bus().unplug(0);
-    REQUIRE(QTest::qWaitFor(
-        [this] {
-            window().activateWindow();
-            return window().isActiveWindow();
-        },
-        kLongestWait));
+}
+
+// From here on the queues run: a wait in vain must find a destructor that brings them to rest.
+Stage::Stage(StageOptions options) : Stage(options, Started()) {
+    waitFor("the window in front", [this] {
+        window().activateWindow();
+        return window().isActiveWindow();
+    });
 }
 
 // The engine outlives nothing that its queues still use: they come to rest first.
 Stage::~Stage() {
+    Session& session = _program->session();
     for (const auto& printer : printers()) printer->prepareForRelease();
-    _program->alerts().dismissAll(); // they hold printers
-    _program->session().endBus();
-    settle();
-    QElapsedTimer timer;
-    timer.start();
-    while (SerialQueue::liveThreads() > 0 && timer.elapsed() < kLongestWait) {
+    session.endBus();
+    const bool isAtRest = isTrueInTime([&] {
         for (const auto& printer : printers()) printer->prepareForRelease();
-        _program->session().controller->prepareForTermination();
-        QTest::qWait(5);
+        session.controller->prepareForTermination();
+        _program->alerts().dismissAll(); // they hold printers; one may have been on its way until now
+        return SerialQueue::liveThreads() <= _threadsBefore;
+    });
+    CHECK_MESSAGE(isAtRest, "queues that still run: " << SerialQueue::liveThreads() - _threadsBefore);
+    if (isAtRest) {
+        session.mainQueue.runPending(); // what waits there holds parts of the program
+    } else {
+        // As at the end of a program, nothing that a queue still uses is taken away; and nothing more comes of it.
+        session.mainQueue.close();
+        window().hide();
+        static_cast<void>(_program.release());
+        static_cast<void>(_clock.release());
     }
     _program.reset();
     useColors(false);
@@ -136,9 +143,12 @@ Stage::~Stage() {
 
 // ---- waiting --------------------------------------------------------------------------------------------------------
 
+bool Stage::isTrueInTime(const std::function<bool()>& condition) const {
+    return QTest::qWaitFor(condition, static_cast<int>(_longestWait.count()));
+}
+
 void Stage::waitFor(const std::string& what, const std::function<bool()>& condition) {
-    const bool isTrue = QTest::qWaitFor(condition, kLongestWait);
-    REQUIRE_MESSAGE(isTrue, "waited for: " << what << "; shown: " << visibleText().toStdString());
+    REQUIRE_MESSAGE(isTrueInTime(condition), "waited for: " << what << "; shown: " << visibleText().toStdString());
 }
 
 void Stage::waitForFacts() {
@@ -152,13 +162,20 @@ void Stage::waitForFacts() {
 }
 
 void Stage::settle() {
-    bool isDone = false;
-    auto& session = _program->session();
-    session.afterQueues(session.printers(), [&] {
-        session.afterQueues(session.printers(), [&] { session.mainQueue.async([&] { isDone = true; }); });
+    REQUIRE_MESSAGE(hasSettled(), "waited for the queues; shown: " << visibleText().toStdString());
+}
+
+bool Stage::hasSettled() {
+    // Shared with the blocks: they may still come after a wait in vain.
+    const auto isDone = std::make_shared<bool>(false);
+    Session& session = _program->session();
+    session.afterQueues(session.printers(), [&session, isDone] {
+        session.afterQueues(session.printers(),
+                            [&session, isDone] { session.mainQueue.async([isDone] { *isDone = true; }); });
     });
-    static_cast<void>(QTest::qWaitFor([&] { return isDone; }, kLongestWait));
+    const bool isInTime = isTrueInTime([&] { return *isDone; });
     QApplication::processEvents();
+    return isInTime;
 }
 
 // ---- eyes -----------------------------------------------------------------------------------------------------------
@@ -244,7 +261,7 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     ShownAlert shown = *alert();
     // Keys go to the window that the desktop has made the active one.
     shown.box->activateWindow();
-    REQUIRE(QTest::qWaitForWindowActive(shown.box, kLongestWait));
+    waitFor("the alert in front", [&] { return shown.box->isActiveWindow(); });
     waitForButtons(*shown.box);
     waitFor("the alert on the screen",
             [&] { return window().screen()->availableGeometry().contains(shown.box->frameGeometry()); });

@@ -1,6 +1,7 @@
 // The window on a real display with embedded printers, and an operator who finds everything by its accessible name.
 #pragma once
 
+#include "platform/dispatch/Queue.h"
 #include "support/QuickClock.h"
 #include "support/TemporaryFolder.h"
 #include "ui/WindowProgram.h"
@@ -11,6 +12,7 @@
 #include <QStringList>
 #include <QWidget>
 #include <Qt>
+#include <chrono>
 #include <cstdlib>
 #include <doctest/doctest.h>
 #include <functional>
@@ -25,6 +27,8 @@ namespace zul::test {
 
 /// A printer that restarts and flashes as fast as the machine can; more settings may follow.
 std::string quick(const std::string& model, const std::string& settings = {});
+
+inline constexpr std::chrono::milliseconds kLongestWait{20'000}; // generous, for machines under load
 
 struct StageOptions {
     std::vector<std::string> printers;
@@ -49,7 +53,9 @@ struct ShownAlert {
 
 class Stage {
   public:
+    /// Starts the program and waits until its window is the active one.
     explicit Stage(StageOptions options);
+    /// Waits until no queue runs any more. Queues that do not come to rest are a failure of the test.
     ~Stage();
 
     ui::WindowProgram& program() { return *_program; }
@@ -57,7 +63,7 @@ class Stage {
     VirtualBus& bus() { return *_program->session().virtualBus(); }
     std::vector<Session::Printer> printers() { return _program->session().printers(); }
     /// The program has asked its loop to end.
-    bool hasEnded() const { return _hasEnded; }
+    bool hasEnded() const { return *_hasEnded; }
     const TemporaryFolder& folder() const { return _folder; }
     /// What the embedded printers saw, one JSON object per line.
     std::filesystem::path journalFile() const { return _folder / "journal"; }
@@ -66,8 +72,13 @@ class Stage {
     void waitFor(const std::string& what, const std::function<bool()>& condition);
     /// Until every printer's facts are there and nothing is asked any more.
     void waitForFacts();
-    /// Lets everything that is queued run.
+    /// Lets everything that is queued run; fails when that takes too long, as it does while a printer's queue waits for
+    /// its printer to become ready.
     void settle();
+    /// The same, but the caller judges: false when it has taken too long.
+    [[nodiscard]] bool hasSettled();
+    /// For tests of what cannot come.
+    void setLongestWait(std::chrono::milliseconds longestWait) { _longestWait = longestWait; }
 
     // ---- the operator's eyes ----------------------------------------------------------------------------------------
     /// The visible widget with this accessible name; null when there is none.
@@ -107,11 +118,17 @@ class Stage {
     void triggerMenu(const QString& menu, const QString& item);
 
   private:
+    struct Started {};
+    Stage(const StageOptions& options, Started);
+    bool isTrueInTime(const std::function<bool()>& condition) const;
     void waitForButtons(QMessageBox& box);
 
+    std::chrono::milliseconds _longestWait = kLongestWait;
+    const int _threadsBefore = SerialQueue::liveThreads(); // of queues that others have left
     TemporaryFolder _folder;
     std::unique_ptr<QuickClock> _clock; // null: the machine's own
-    bool _hasEnded = false;
+    // Shared with the program, which outlives a stage whose queues do not come to rest.
+    const std::shared_ptr<bool> _hasEnded = std::make_shared<bool>(false);
     std::unique_ptr<ui::WindowProgram> _program;
 };
 

@@ -115,9 +115,10 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
         stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
         CHECK_FALSE(stage.window().inhibitor().isWanted());
         const auto lastSign = [&] { return onlyUpdate(stage).state.lastSign; };
-        const auto heard = lastSign();
-        stage.waitFor("another answer", [&] { return lastSign() > heard; });
-        stage.settle();
+        for (int answer = 0; answer < 2; ++answer) { // once the second has come all is done about the first
+            const auto heard = lastSign();
+            stage.waitFor("another answer", [&] { return lastSign() > heard; });
+        }
         CHECK(stage.find("Close this report") == nullptr); // the same answer once more is no news
     }
     SUBCASE("before its first restart") {
