@@ -3,6 +3,7 @@
 #include "platform/dispatch/Queue.h"
 #include "ui/Catalogue.h"
 #include "virtual_printer/VirtualBus.h"
+#include "window/Display.h"
 
 #include <QAbstractButton>
 #include <QAccessible>
@@ -263,8 +264,9 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     shown.box->activateWindow();
     waitFor("the alert in front", [&] { return shown.box->isActiveWindow(); });
     waitForButtons(*shown.box);
-    waitFor("the alert on the screen",
-            [&] { return window().screen()->availableGeometry().contains(shown.box->frameGeometry()); });
+    // The toolkit may have read place and frame while the window manager was still about to make the frame, and it
+    // hears of no change afterwards.
+    waitFor("the alert on the screen", [&] { return isWholeOnScreen(*shown.box); });
     for (const QLabel* label : shown.box->findChildren<QLabel*>()) {
         if (label->text().isEmpty()) continue;
         CHECK_MESSAGE(shown.box->rect().contains(QRect(label->mapTo(shown.box, QPoint()), label->size())),
@@ -304,7 +306,9 @@ QString Stage::visibleText() const {
 }
 
 void Stage::screenshot(const QString& name) {
-    QTest::qWait(50); // the server paints on its own time
+    QApplication::processEvents(); // sizes are settled, and what has been answered goes
+    REQUIRE(catchUpWithManager(_longestWait));
+    QApplication::processEvents(); // paints
     QDir().mkpath(ZUL_SCREENSHOTS);
     const QString suffix = qApp->devicePixelRatio() > 1 ? "@2x" : "";
     const QPixmap screen = QGuiApplication::primaryScreen()->grabWindow(0);

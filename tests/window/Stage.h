@@ -104,6 +104,7 @@ class Stage {
     ShownAlert waitForAlert(const QString& title);
     /// Everything that the window shows, joined.
     QString visibleText() const;
+    /// Keeps a picture of the screen, for people. What the toolkit and the window manager were asked to draw is in it.
     void screenshot(const QString& name);
 
     // ---- the operator's hands ---------------------------------------------------------------------------------------
