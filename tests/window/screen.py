@@ -10,7 +10,8 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402  (the version comes first)
 
 LONGEST_WAIT = 120  # s; generous, for emulated machines
-PAUSE = 0.2  # s; between two looks, so that the program has the processor
+LONGEST_PAUSE = 500  # ms; between two looks, as not every change is announced, nor the end of the program
+CHANGES = ("object:state-changed", "object:children-changed", "object:property-change", "object:text-changed", "window")
 MOST_TABS = 40
 WINDOWS = ("frame", "alert", "dialog")
 CONTAINERS = ("panel", "table")
@@ -24,16 +25,28 @@ class Screen:
         # Without a screen reader the toolkit tells nobody what it shows.
         env = dict(os.environ, QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1", XDG_CONFIG_HOME=self._home.name,
                    XDG_STATE_HOME=self._home.name)
+        self._has_changed = True
+        self._listener = Atspi.EventListener.new(self._note_change)
+        for change in CHANGES:
+            self._listener.register(change)
+        self._timer = GLib.timeout_add(LONGEST_PAUSE, self._note_change)
         self.process = subprocess.Popen(command, env=env)
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
+        GLib.source_remove(self._timer)
+        for change in CHANGES:
+            self._listener.deregister(change)
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
         self._home.cleanup()
+
+    def _note_change(self, *_):
+        self._has_changed = True
+        return GLib.SOURCE_CONTINUE
 
     # ---- eyes -------------------------------------------------------------------------------------------------------
 
@@ -76,17 +89,20 @@ class Screen:
         return focus
 
     def wait(self, what, condition):
+        """Looks again whenever something has changed on the screen, until condition holds."""
         end = time.monotonic() + LONGEST_WAIT
         while time.monotonic() < end:
             if self.process.poll() is not None:
                 raise AssertionError(f"the program ended while waiting for: {what}")
+            self._has_changed = False
             try:
                 value = condition()
             except GLib.Error:  # it went away while it was looked at
                 value = None
             if value:
                 return value
-            time.sleep(PAUSE)
+            while not self._has_changed:  # also during the look
+                GLib.MainContext.default().iteration(True)
         shown = "\n".join(f"{node.get_role_name()}: {node.get_name()}" for node in self.nodes())
         raise AssertionError(f"waited for: {what}; shown:\n{shown}")
 
