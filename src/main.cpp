@@ -1,7 +1,11 @@
-// The window program: hands its arguments to the application loop and returns what that returns.
+// The window program: what has to be done before the toolkit is there, and then the application, whose result it
+// returns.
 #include "AppDelegate.h"
+#include "platform/dispatch/Signals.h"
+#include "platform/foundation/StandardStreams.h"
+#include "platform/foundation/StateFolder.h"
+#include "session/Logs.h"
 #include "ui/Catalogue.h"
-#include "ui/EndSignals.h"
 #include "ui/FocusStyle.h"
 #include "ui/Pictures.h"
 #include "ui/WindowOptions.h"
@@ -10,15 +14,20 @@
 
 #include <QApplication>
 #include <QMessageBox>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr int kFailed = 1;
+constexpr const char* kName = "zul-printer-utility";
+constexpr const char* kLogName = "ZUL Printer Utility";
 
 // Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
 [[noreturn]] void leave(int status) {
@@ -38,37 +47,84 @@ bool hasDisplay() {
 
 // The log window shows what the log facility writes, so there is always a file that it writes to.
 std::string standardLogFile() {
-    namespace fs = std::filesystem;
-    const char* state = std::getenv("XDG_STATE_HOME");
-    const char* home = std::getenv("HOME");
-    if ((state == nullptr || *state == 0) && home == nullptr) return "";
-    const fs::path base = state != nullptr && *state != 0 ? fs::path(state) : fs::path(home) / ".local/state";
-    std::error_code error;
-    fs::create_directories(base / "zul-printer-utility", error);
-    return error ? "" : (base / "zul-printer-utility/log.txt").string();
+    const std::filesystem::path folder = zul::stateFolder();
+    return folder.empty() || zul::createStateFolder(folder) ? "" : (folder / "log.txt").string();
 }
 
-void openLog(const zul::SessionOptions& options) {
-    if (const auto problem = zul::openLogs(options, "ZUL Printer Utility")) {
-        std::cerr << "zul-printer-utility: " << problem->message << '\n';
-        if (!options.logFile.empty()) leave(kFailed);
+// A log that was named has to be there; without the usual one the window does its work as well.
+bool openLog(zul::SessionOptions options) {
+    const bool isNamed = !options.logFile.empty();
+    if (!isNamed) options.logFile = standardLogFile();
+    const auto problem = zul::openLogs(options, kLogName);
+    if (problem) std::cerr << kName << ": " << problem->message << '\n';
+    if (isNamed) return !problem;
+    if (problem || options.logFile.empty()) {
+        std::cerr << kName << ": the log is kept in the log window only.\n";
+        options.logFile = "/dev/null"; // what is written nowhere is not shown either
+        (void)zul::openLogs(options, kLogName);
     }
+    return true;
 }
 
-int run(QApplication& application, const zul::SessionOptions& options) {
+// What the process is started with, when the application may begin.
+struct Start {
+    std::optional<zul::SessionOptions> options;
+    int exitStatus = 0; // when it may not
+};
+
+// All that happens before the application. Each of it would be too late in there, or would need a display to be said.
+Start prepare(int argc, char** argv) {
+    zul::occupyStandardStreams(); // before anything is opened
+    zul::ignoreBrokenPipes();
+    auto parsed = zul::ui::parseWindowOptions(argc, argv);
+    if (!parsed.options) {
+        std::cout << parsed.output;
+        if (!parsed.problem.empty()) std::cerr << kName << ": " << parsed.problem << '\n';
+        return {std::nullopt, parsed.exitStatus};
+    }
+    if (parsed.options->asksForVirtualHelp()) {
+        std::cout << zul::virtualPrinterHelp();
+        return {std::nullopt, 0};
+    }
+    if (!hasDisplay()) {
+        std::cerr << kName << ": there is no display here. Use zulctl on machines without one.\n";
+        return {std::nullopt, kFailed};
+    }
+    if (!openLog(*parsed.options)) return {std::nullopt, kFailed};
+    return {std::move(parsed.options)};
+}
+
+QApplication& makeApplication(int& argc, char** argv) {
+    QApplication::setDesktopFileName(kName);
+    auto* const application = new QApplication(argc, argv); // never taken down: queues may still post to it
+    QApplication::setStyle(new zul::ui::FocusStyle);
+    QApplication::setApplicationName("ZUL Printer Utility");
+    QApplication::setQuitOnLastWindowClosed(false); // the controller decides
+    zul::ui::useCatalogues(zul::Bundle::mainBundle().resourcesFolder().parent_path() / "locale");
+    zul::ui::translateToolkit();
+    return *application;
+}
+
+// The window with its printers, and its loop.
+int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
+    QApplication& application = makeApplication(argc, argv);
     // Kept until the process is gone: queues may still use it.
     auto* const program = new zul::ui::WindowProgram(options, [] { QCoreApplication::exit(0); });
     zul::AppDelegate delegate;
     delegate.window = &program->window();
     if (const auto problem = program->start()) {
-        std::cerr << "zul-printer-utility: " << problem->message << '\n';
+        std::cerr << kName << ": " << problem->message << '\n';
         if (problem->isWrongUsage) return 2;
         // Who starts the program from a menu sees no terminal.
         QMessageBox::critical(nullptr, QApplication::applicationName(), QString::fromStdString(problem->message));
         return kFailed;
     }
     delegate.applicationDidFinishLaunching();
-    const zul::ui::EndSignals signals([program] { program->window().close(); });
+    const zul::Signals signals(program->session().mainQueue, {SIGINT, SIGTERM, SIGHUP}, [program](int signal) {
+        // A terminal that was closed is no reason to leave a printer in the middle of its update.
+        if (signal == SIGHUP && program->session().supervisor.isAnyBetweenCommands()) return;
+        program->window().endAsked();
+    });
     const int status = application.exec();
     program->session().mainQueue.close(); // whoever waits for it is told that it has ended
     program->session().endBus();
@@ -78,28 +134,6 @@ int run(QApplication& application, const zul::SessionOptions& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    auto parsed = zul::ui::parseWindowOptions(argc, argv);
-    if (!parsed.options) {
-        std::cout << parsed.output;
-        if (!parsed.problem.empty()) std::cerr << "zul-printer-utility: " << parsed.problem << '\n';
-        leave(parsed.exitStatus);
-    }
-    if (parsed.options->asksForVirtualHelp()) {
-        std::cout << zul::virtualPrinterHelp();
-        leave(0);
-    }
-    if (!hasDisplay()) {
-        std::cerr << "zul-printer-utility: there is no display here. Use zulctl on machines without one.\n";
-        leave(kFailed);
-    }
-    if (parsed.options->logFile.empty()) parsed.options->logFile = standardLogFile();
-    openLog(*parsed.options);
-    QApplication::setDesktopFileName("zul-printer-utility");
-    auto* const application = new QApplication(argc, argv); // not taken down either
-    QApplication::setStyle(new zul::ui::FocusStyle);
-    QApplication::setApplicationName("ZUL Printer Utility");
-    QApplication::setQuitOnLastWindowClosed(false); // the controller decides
-    zul::ui::useCatalogues(zul::Bundle::mainBundle().resourcesFolder().parent_path() / "locale");
-    zul::ui::translateToolkit();
-    leave(run(*application, *parsed.options));
+    const Start start = prepare(argc, argv);
+    leave(start.options ? applicationMain(argc, argv, *start.options) : start.exitStatus);
 }

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 namespace zul {
 
@@ -67,6 +66,12 @@ constexpr std::size_t kTextOffset = 2;
 constexpr std::size_t kTextRoom = 22;
 constexpr std::size_t kSizeOffset = 24;
 constexpr std::size_t kSizeDigits = 8;
+constexpr std::size_t kLargestSize = 99'999'999; // what so many digits hold
+
+// The numbers of the internal errors that support staff know.
+constexpr int kCommandTextDoesNotFit = 486;
+constexpr int kPayloadSizeDoesNotFit = 494;
+
 static_assert(std::ranges::all_of(kCommands, [](const Command& entry) { return entry.text.size() < kTextRoom; }));
 
 const Command* commandWithCode(std::uint32_t code) {
@@ -97,6 +102,12 @@ std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize) {
     return 0;
 }
 
+std::string payloadSizeField(std::size_t size) {
+    if (size == 0 || size > kLargestSize) return std::string(kSizeDigits, ' ');
+    const std::string digits = std::to_string(size);
+    return std::string(kSizeDigits - digits.size(), '0') + digits;
+}
+
 Data commandFrame(std::uint32_t code, const Data* payload) {
     const std::size_t size = payloadSizeForCommand(code, payload == nullptr ? 0 : payload->size());
     Data frame(kFrameHeaderSize + size, ' ');
@@ -106,14 +117,19 @@ Data commandFrame(std::uint32_t code, const Data* payload) {
     if (command != nullptr) std::ranges::copy(command->text, frame.begin() + kTextOffset);
     if (size == 0) return frame;
 
-    std::array<char, 32> digits{};
-    std::snprintf(digits.data(), digits.size(), "%08zu", size);
-    std::copy_n(digits.begin(), kSizeDigits, frame.begin() + kSizeOffset);
+    std::ranges::copy(payloadSizeField(size), frame.begin() + kSizeOffset);
     if (payload == nullptr) return frame;
     // These commands take eight bytes or none: a payload of another length is not sent in part.
     if (command->payload == Payload::eightExactly && payload->size() != size) return frame;
     std::copy_n(payload->begin(), std::min(size, payload->size()), frame.begin() + kFrameHeaderSize);
     return frame;
+}
+
+std::vector<int> commandFrameErrors(std::uint32_t code, std::size_t givenSize) {
+    std::vector<int> errors;
+    if (commandWithCode(code) == nullptr) errors.push_back(kCommandTextDoesNotFit);
+    if (payloadSizeForCommand(code, givenSize) > kLargestSize) errors.push_back(kPayloadSizeDoesNotFit);
+    return errors;
 }
 
 } // namespace zul

@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace zul {
 
@@ -35,8 +37,16 @@ std::optional<std::string_view> commandText(std::uint32_t code);
 /// How many payload bytes the frame of this command announces and carries, when given this many.
 std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize);
 
-/// The whole frame: escape, "P", text, eight-digit payload size (blank when 0), payload. A payload that does not fit a
-/// fixed size leaves blanks.
+/// A frame's field for the payload's size: eight digits, or blanks for 0. Blanks, too, where eight digits do not hold
+/// it: a printer must never be told less than comes.
+std::string payloadSizeField(std::size_t size);
+
+/// The whole frame: escape, "P", text, size of the payload, payload. A payload that does not fit a fixed size leaves
+/// blanks.
 Data commandFrame(std::uint32_t code, const Data* payload);
+
+/// Numbers of the internal errors that the frame of this command with a payload of givenSize bytes has: its text (486)
+/// or its payload's size (494) does not fit. Such a frame is sent all the same.
+std::vector<int> commandFrameErrors(std::uint32_t code, std::size_t givenSize);
 
 } // namespace zul

@@ -10,6 +10,7 @@ class AlertOutlet;
 class ApplicationOutlet;
 class Bundle;
 class Clock;
+class FirmwareArchive;
 class MainQueue;
 class PrinterEventsOutlet;
 class ServiceRegistry;
@@ -21,6 +22,7 @@ struct Environment {
     ServiceRegistry& registry;
     UserDefaults& userDefaults;
     Bundle& mainBundle;
+    FirmwareArchive& archive;
     AlertOutlet& alerts;
     ApplicationOutlet& application;
     PrinterEventsOutlet* events = nullptr;

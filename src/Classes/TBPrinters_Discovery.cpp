@@ -124,11 +124,12 @@ void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
 
 void TBPrinters::reportUnusable(USBService& service, IOReturn code) {
     if (_environment.events == nullptr) return;
-    PrinterEvent event;
-    event.kind = code == kIOReturnNotPrivileged ? PrinterEvent::Kind::notPermitted : PrinterEvent::Kind::openFailed;
-    event.location = service.locationText();
-    event.code = code;
-    event.text = service.nodePath();
+    PrinterEvent event{.key = {}, .location = service.locationText(), .attachment = 0, .what = {}};
+    if (code == kIOReturnNotPrivileged) {
+        event.what = events::NotPermitted{.node = service.nodePath()};
+    } else {
+        event.what = events::OpenFailed{.node = service.nodePath(), .code = code};
+    }
     _environment.events->printerEvent(event);
 }
 

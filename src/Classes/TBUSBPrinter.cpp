@@ -54,9 +54,7 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
             });
     }
     setInterfaceInterface(std::move(interfaceInterface));
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::arrived;
-    emit(event);
+    emit(events::Arrived{});
     update1284DeviceID([&](bool found, const Text& deviceID) {
         if (!found || !deviceID) return;
         decodeDeviceID(*deviceID, [&](const Text& manufacturer, const Text& model, const Text& serialNumber,
@@ -205,11 +203,10 @@ void TBUSBPrinter::storeFact(const std::string& key, const Text& value, const st
     _deviceInfoDict->setString(key, value);
 }
 
-void TBUSBPrinter::emit(PrinterEvent event) const {
+void TBUSBPrinter::emit(PrinterEvent::What what) const {
     if (_environment.events == nullptr) return;
-    event.key = keyUSBdevice();
-    event.location = locationText();
-    _environment.events->printerEvent(event);
+    _environment.events->printerEvent(
+        {.key = keyUSBdevice(), .location = locationText(), .attachment = _creationToken, .what = std::move(what)});
 }
 
 } // namespace zul

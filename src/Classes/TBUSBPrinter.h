@@ -35,6 +35,9 @@ enum TBPrinterState : std::int64_t {
     kTBPrinterProbed = 8,  // the device object was set, opened and closed once without being refused
 };
 
+/// Values of isOwned: who has the interface open.
+enum class Ownership : std::int64_t { otherProgram = -1, nobody = 0, thisProgram = 1 };
+
 /// Where a reply is delivered.
 class ReplyQueue {
   public:
@@ -120,8 +123,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void getPipes();
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
-    /// 0 not open by this program, 1 open by this program, -1 held by another program.
-    std::int64_t ownership() const { return _isOwned; }
+    Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
     /// Opens when value is not 0 and nobody owns the interface; otherwise closes. Any thread.
     void setIsOwned(int value);
     /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
@@ -271,7 +273,8 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// Stores a fact with change notices around it, on the calling thread; nothing removes the key.
     void storeFact(const std::string& key, const Text& value);
     void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
-    void emit(PrinterEvent event) const;
+    /// Reports what has happened to whoever follows the printers. Any thread.
+    void emit(PrinterEvent::What what) const;
     template <class Self> std::shared_ptr<Self> sharedSelf() {
         return std::static_pointer_cast<Self>(shared_from_this());
     }
@@ -326,7 +329,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
   private:
     void finishOpen(IOReturn code) ZUL_REQUIRES_ROLE(commandQueueRole);
     void closeNow(const CodeCompletion& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void setOwnershipOnMain(std::int64_t ownership);
+    void setOwnershipOnMain(Ownership ownership);
     void watchForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
     void holderMayHaveLetGo() ZUL_REQUIRES_ROLE(commandQueueRole);
     void makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);

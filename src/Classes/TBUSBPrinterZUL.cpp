@@ -2,8 +2,8 @@
 // part of an update that survives the printer's own restarts.
 #include "Classes/TBUSBPrinterZUL.h"
 
-#include "Classes/ProductTable.h"
 #include "Classes/StatusTexts.h"
+#include "archive/ProductTable.h"
 #include "platform/foundation/Format.h"
 
 namespace zul {
@@ -80,7 +80,8 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
     showCustomAlertWithTitle(
-        {.title = localized("Attention:"),
+        {.kind = AlertKind::loaderFound,
+         .title = localized("Attention:"),
          .message = localized(
              "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? "),
          .buttonTitles = {localized("Ignore"), localized("Update Firmware")},
@@ -93,24 +94,23 @@ void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
                  self->uploadFirmware();
                  return;
              }
-             self->showAlertWithTitle(
-                 self->localized("Please power-cycle this printer"),
-                 self->localized("Contact customer support if power-cycling does not resolve the issue."),
-                 /*buttonTitles=*/std::nullopt, /*completion=*/{});
+             self->emit(events::Declined{.question = AlertKind::loaderFound});
+             self->showAlert(AlertKind::loaderLeft, self->localized("Please power-cycle this printer"),
+                             self->localized("Contact customer support if power-cycling does not resolve the issue."),
+                             {self->localized("OK")});
          }});
 }
 
 void TBUSBPrinterZUL::probeUpdatedPrinter(std::int64_t progress) {
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
-    const Text version = inlineGetFirmwareString();
-    // A loader does not tell a version: storing nothing removes what the old firmware had told.
-    storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
-    logText("printer firmware is currently reported as \"%s\"", textOrNull(version));
+    const VersionAnswer answer = askVersionInline();
+    storeVersionAnswer(answer);
+    logText("printer firmware is currently reported as \"%s\"", textOrNull(answer.version));
 
     if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForLoader)) {
         probeWaitingForLoader();
     } else if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) {
-        probeRestartedPrinter(version);
+        probeRestartedPrinter(answer);
     } else {
         logText("found a device finished with firmware update");
         _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(false); });
@@ -132,7 +132,14 @@ void TBUSBPrinterZUL::probeWaitingForLoader() {
     });
 }
 
-void TBUSBPrinterZUL::probeRestartedPrinter(const Text& version) {
+// A loader does not tell a version: storing nothing removes what the old firmware had told. What is answered and is no
+// text tells nothing, so the earlier version stays.
+void TBUSBPrinterZUL::storeVersionAnswer(const VersionAnswer& answer) {
+    if (answer.version || !answer.isAnswered) storeFact(HOLVEN_TBPrinterFirmwareVersion, answer.version);
+}
+
+void TBUSBPrinterZUL::probeRestartedPrinter(const VersionAnswer& answer) {
+    const Text& version = answer.version;
     logText("found a device rebooting after firmware update");
     if (version == kIntermediateVersion) {
         // It will restart once more by itself; the progress value stays for the next object.
@@ -145,23 +152,18 @@ void TBUSBPrinterZUL::probeRestartedPrinter(const Text& version) {
     } else {
         logText("firmware version unchanged at %s", textOrNull(version));
     }
-    storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
+    storeVersionAnswer(answer);
     finishFirmwareUpdate();
 }
 
 void TBUSBPrinterZUL::setProgress(UpdateProgress progress) {
     _deviceInfoDict->set(HOLVEN_TBPrinterDeviceFirmwareStatus, static_cast<std::int64_t>(progress));
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::progressValue;
-    event.value = static_cast<std::int64_t>(progress);
-    emit(event);
+    emit(events::ProgressStored{.value = static_cast<std::int64_t>(progress)});
 }
 
 void TBUSBPrinterZUL::clearProgress() {
     _deviceInfoDict->remove(HOLVEN_TBPrinterDeviceFirmwareStatus);
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::progressValue;
-    emit(event);
+    emit(events::ProgressStored{});
 }
 
 } // namespace zul

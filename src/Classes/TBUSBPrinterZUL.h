@@ -14,6 +14,10 @@
 
 namespace zul {
 
+class FirmwareFile;
+struct ArchiveProblem;
+struct FirmwareOffer;
+
 // Keys of deviceInfoDict.
 inline constexpr const char* HOLVEN_TBPrinterManufacturer = "manufacturer";
 inline constexpr const char* HOLVEN_TBPrinterModel = "model";
@@ -51,9 +55,12 @@ inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZU
 enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
 
 struct CustomAlert {
+    AlertKind kind = AlertKind::other;
     std::optional<std::string> title = {};
     std::optional<std::string> message = {};
     std::vector<std::string> buttonTitles = {};
+    std::size_t harmlessButton = 0;               // the one that starts nothing
+    std::optional<std::size_t> escapeButton = {}; // an alert with one button is closed by Escape in any case
     std::shared_ptr<CheckBox> accessoryView = {};
     AlertStyle alertStyle = AlertStyle::warning;
     std::function<void(AlertLayout&)> customLayout = {};
@@ -92,8 +99,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void sendPrinterCommand(std::uint32_t code, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. Nothing on failure.
     std::optional<Data> printerReply() override ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// The protocol's one error sink: deliberately without effect.
-    void errorWithString(const std::string& message, int code);
+    /// errorWithString:code:  The protocol's one error sink: deliberately without effect. Tests listen here. Command
+    /// queue.
+    virtual void errorWithString(const std::string& message, int code);
 
     // ---- status and facts -----------------------------------------------------------------------------------------
 
@@ -167,14 +175,22 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     static std::string asciiHexForData(const Data& data);
     /// Stores the list; at once when on the main queue, else at once as well and once more with notices from there.
     void setFilenames(const std::vector<std::string>& filenames);
-    /// The firmware file, padded; nothing when it cannot be read.
-    std::optional<Data> firmwareBlob();
+    /// The firmware file, padded: the bytes that were verified last, or the file as it is now where no check of this
+    /// run has matched. Null when it cannot be read. Any thread.
+    SharedData firmwareBlob();
     std::optional<Data> firmwareBlobForKey(const std::string& key);
     Text newFirmwareVersion();
     double availableFirmwareVersion();
     double installedFirmwareVersion() const;
     std::vector<std::string> colorTableNames() const;
-    std::optional<Data> paddedColorDataForVersion(const std::string& name) const;
+    /// The table's bytes, from where firmwareBlob has its own; never padded. Null when it cannot be read. Any thread.
+    SharedData paddedColorDataForVersion(const std::string& name) const;
+    /// The version that the archive has for this model and whether its file can be used; nullopt for an unknown
+    /// product. Reads the firmware file unless it is known already. Any thread.
+    std::optional<FirmwareOffer> firmwareOffer() const;
+    /// What keeps an update from ending well, before it is begun; empty when all is well. Reads the model's files
+    /// unless they are known already. Any thread.
+    std::vector<ArchiveProblem> archiveProblems() const;
 
     // ---- update ---------------------------------------------------------------------------------------------------
 
@@ -223,7 +239,15 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::vector<TableQuery> versionPlan() const;
     std::vector<TableQuery> checksumPlan() const;
     void queueQuery(std::uint32_t command, std::optional<Data> payload, ReplyBlock reply);
+    /// What the question for the version brought: no answer, an answer that is no text, or a version.
+    struct VersionAnswer {
+        bool isAnswered = false;
+        Text version;
+    };
+    VersionAnswer askVersionInline() ZUL_REQUIRES_ROLE(commandQueueRole);
+    void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
+    void setCustomerDidAgree(bool agreed);
     void reportInternalError(int number);
     std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
     void queryAtOpenInterface(std::uint32_t command, ReplyBlock reply);
@@ -238,9 +262,11 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void clearProgress();
     void loaderFoundUnexpectedly();
     void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void probeRestartedPrinter(const Text& version) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void probeRestartedPrinter(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     void checkReadiness(IOReturn openResult);
-    void showRetryAlert(const std::string& title, const std::string& message);
+    void showAlert(AlertKind kind, const std::string& title, const std::string& message,
+                   std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});
+    void showRetryAlert(AlertKind kind, const std::string& title, const std::string& message);
     void showPrinterError();
     void showDamagedFileAlert();
     bool isNewerThanOffered();
@@ -248,18 +274,16 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void writeFirmwareImage() ZUL_REQUIRES_ROLE(commandQueueRole);
     void writeColorTables(const std::function<void(bool)>& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
     void writeColorTable(const std::string& name) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void announceColorTable(const std::string& name, std::int64_t number, std::int64_t total);
     void reportUpdate(bool anyTable);
     void setProgress(UpdateProgress progress);
     void supersedeWait() { ++_waitGeneration; }
     bool statusEquals(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
-    static std::string keyedDigest(const std::string& key, const Data& data);
-    void tellArchiveRefused();
-    bool verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable);
-    std::optional<Data> archiveFile(const std::string& filename) const;
+    SharedData verifiedFirmwareBlob();
+    SharedData firmwareBlobOf(const std::shared_ptr<const FirmwareFile>& file) const;
+    SharedData verifiedColorData(const std::string& name) const;
     std::string localized(const char* key) const;
     AlertDescription descriptionFor(CustomAlert alert) const;
-    void postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
+    void postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
                         std::function<void(int answer)> completion);
     bool readBackchannel(void* buffer, std::uint32_t& size) ZUL_REQUIRES_ROLE(commandQueueRole);
 

@@ -1,7 +1,7 @@
 // What the operator is asked and told. An alert is described where the need arises, on any thread; it is shown on the
 // main queue, and nobody waits for the answer.
-#include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
@@ -32,12 +32,16 @@ std::string TBUSBPrinterZUL::localized(const char* key) const {
 void TBUSBPrinterZUL::showAlertWithTitle(const Text& title, const Text& message,
                                          const std::optional<std::vector<std::string>>& buttonTitles,
                                          std::function<void(int answer)> completion) {
-    showCustomAlertWithTitle({.title = title ? title : localized("Alert"),
-                              .message = message.value_or(""),
-                              .buttonTitles = buttonTitles.value_or(std::vector<std::string>{localized("OK")}),
-                              .accessoryView = nullptr,
-                              .alertStyle = AlertStyle::warning,
-                              .customLayout = {},
+    showAlert(AlertKind::other, title ? *title : localized("Alert"), message.value_or(""),
+              buttonTitles.value_or(std::vector<std::string>{localized("OK")}), std::move(completion));
+}
+
+void TBUSBPrinterZUL::showAlert(AlertKind kind, const std::string& title, const std::string& message,
+                                std::vector<std::string> buttonTitles, std::function<void(int answer)> completion) {
+    showCustomAlertWithTitle({.kind = kind,
+                              .title = title,
+                              .message = message,
+                              .buttonTitles = std::move(buttonTitles),
                               .completion = std::move(completion)});
 }
 
@@ -67,11 +71,14 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
 
 AlertDescription TBUSBPrinterZUL::descriptionFor(CustomAlert alert) const {
     AlertDescription description;
+    description.kind = alert.kind;
     const std::string title = alert.title.value_or("");
     description.messageText = title.empty() ? localized("Alert") : title;
     description.informativeText = alert.message.value_or("");
     description.buttons = std::move(alert.buttonTitles);
     if (description.buttons.empty()) description.buttons = {localized("OK")};
+    description.harmlessButton = alert.harmlessButton;
+    description.escapeButton = description.buttons.size() == 1 ? std::optional<std::size_t>(0) : alert.escapeButton;
     description.style = alert.alertStyle;
     description.iconName = image().value_or("");
     description.accessory = std::move(alert.accessoryView);
@@ -94,28 +101,37 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
     _customerDidAgree = false;
 
     showCustomAlertWithTitle(
-        {.title = localized("Attention:"),
+        {.kind = AlertKind::agreement,
+         .title = localized("Attention:"),
          .message = _idProduct == kProductVKRZ7 ? RZ7UpdateWarningText() : genericUpdateWarningText(),
          .buttonTitles = {localized("Quit"), localized("Continue")},
          .accessoryView = agree,
          .alertStyle = AlertStyle::critical,
          .customLayout =
              [self](AlertLayout& alert) {
+                 self->setCustomerDidAgree(false); // it may have waited while an earlier one was ticked
                  if (alert.buttonCount() <= kContinueButton) return;
                  alert.bindButtonEnabled(kContinueButton, self, kAgreedKey,
                                          [self] { return self->customerDidAgree(); });
              },
          .completion =
              [self, agree](int answer) {
-                 if (answer == kAlertSecondButton && agree->state == 1) self->proceedWithUpdateWhenReady();
+                 if (answer == kAlertSecondButton && agree->state == 1) {
+                     self->proceedWithUpdateWhenReady();
+                     return;
+                 }
+                 self->emit(events::Declined{.question = AlertKind::agreement});
                  if (answer == kAlertFirstButton) self->_environment.application.terminate();
              }});
 }
 
 void TBUSBPrinterZUL::setToggleAgreed(const CheckBox* sender) {
-    if (sender == nullptr) return;
+    if (sender != nullptr) setCustomerDidAgree(sender->state == 1);
+}
+
+void TBUSBPrinterZUL::setCustomerDidAgree(bool agreed) {
     const KeyChange change(*this, kAgreedKey);
-    _customerDidAgree = sender->state == 1;
+    _customerDidAgree = agreed;
 }
 
 std::string TBUSBPrinterZUL::RZ7UpdateWarningText() const {
@@ -143,7 +159,7 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
     if (isSuppressed) return;
     if (usbISerial() == serialNumberUSB().has_value()) return; // the device already shows what was set
     const auto suppression = std::make_shared<CheckBox>();
-    postModalAlert(operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
+    postModalAlert(AlertKind::powerCycle, operatorText("Please power-cycle the selected printer now to complete the process!"), suppression,
                    [self = sharedSelf<TBUSBPrinterZUL>(), suppression](int /*answer*/) {
                        if (suppression->state != 1) return;
                        self->_environment.userDefaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true);
@@ -151,12 +167,13 @@ void TBUSBPrinterZUL::showPowerCycleAlert() {
 }
 
 void TBUSBPrinterZUL::showPrinterBusyAlert() {
-    postModalAlert(operatorText("The Selected Printer is Unavailable. (Busy)"), nullptr, {});
+    postModalAlert(AlertKind::printerBusy, operatorText("The Selected Printer is Unavailable. (Busy)"), nullptr, {});
 }
 
-void TBUSBPrinterZUL::postModalAlert(const char* messageKey, std::shared_ptr<CheckBox> suppression,
+void TBUSBPrinterZUL::postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
                                      std::function<void(int answer)> completion) {
     CustomAlert alert;
+    alert.kind = kind;
     alert.title = localized(messageKey);
     alert.completion = std::move(completion);
     AlertDescription description = descriptionFor(std::move(alert));

@@ -1,23 +1,19 @@
 // The firmware archive: which files belong to the model, whether they are what was shipped, and what they offer. Any
-// thread; the files are read and checked where the call is made.
-#include "Classes/FirmwareDigests.h"
-#include "Classes/ProductTable.h"
-#include "Classes/SRecord.h"
+// thread; files that are not known yet are read where the call is made.
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
+#include "archive/KeyedDigest.h"
+#include "archive/SRecord.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 
-#include <array>
 #include <filesystem>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
 
 namespace zul {
 
 namespace {
 
-constexpr std::size_t kDigestSize = 32;
 constexpr const char* kNewFirmwareVersionKey = "newFirmwareVersion";
 
 // The number behind the last blank: "VK18DUP 1.40PRN" offers 1.40.
@@ -29,17 +25,10 @@ double versionNumber(const std::optional<std::string>& version) {
 
 } // namespace
 
-// ---- digests --------------------------------------------------------------------------------------------------------
+// ---- verification ---------------------------------------------------------------------------------------------------
 
 std::string TBUSBPrinterZUL::asciiHexForData(const Data& data) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * data.size());
-    for (const std::uint8_t byte : data) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
+    return hexText(data);
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::verifyBlob(const Data& data) const {
@@ -52,13 +41,6 @@ TBUSBPrinter::Text TBUSBPrinterZUL::digestOfBlob(const Data& data) {
     return data.empty() ? std::nullopt : Text(keyedDigest(kProductClassName, data));
 }
 
-std::string TBUSBPrinterZUL::keyedDigest(const std::string& key, const Data& data) {
-    Data digest(kDigestSize + 1, 0); // the closing zero byte belongs to every digest text
-    unsigned length = 0;
-    HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), data.data(), data.size(), digest.data(), &length);
-    return asciiHexForData(digest);
-}
-
 bool TBUSBPrinterZUL::verifyFirmwareArchive() {
     logText("%s", "-[TBUSBPrinterZUL verifyFirmwareArchive]");
     logText("switching on productID 0x%x", _idProduct);
@@ -67,48 +49,21 @@ bool TBUSBPrinterZUL::verifyFirmwareArchive() {
 
     const std::vector<std::string> names(product->files.begin(), product->files.end());
     setFilenames(names);
-    const FirmwareDigests supplied = readFirmwareDigests(_environment.mainBundle.archiveFolder());
-    if (!supplied.problem.empty()) logText("%s", supplied.problem);
+    const ArchiveCheck check = _environment.archive.check(*product, className());
+    if (!check.digests->problem.empty()) logText("%s", check.digests->problem);
     std::vector<std::string> digests;
-    for (const std::string& name : names) {
-        const auto found = supplied.digests.find(name);
-        digests.push_back(found == supplied.digests.end() ? std::string() : found->second);
+    if (!check.digests->digests.empty()) {
+        for (const std::string& name : names) digests.push_back(check.digests->digestOf(name));
     }
-    _deviceInfoDict->set(cFirmwareFileHashes, supplied.digests.empty() ? std::vector<std::string>() : digests);
-
-    bool result = false;
-    for (std::size_t index = 0; index < names.size(); ++index) {
-        bool readable = false;
-        const bool matches = verifyFile(names[index], digests[index], readable);
-        if (!readable) continue; // a missing file is not a failure: the next one decides
-        if (!matches) return false;
-        result = true;
+    _deviceInfoDict->set(cFirmwareFileHashes, digests);
+    for (const ArchiveFile& file : check.files) {
+        if (!file.wasRead()) continue;
+        // One line for each file of each check, as verifyBlob has it, also where the digest is known from an earlier
+        // one.
+        if (!file.digest.empty()) logText("keyed on %s", className());
+        _deviceInfoDict->set(file.name, file.state == ArchiveFile::State::matches);
     }
-    return result;
-}
-
-void TBUSBPrinterZUL::tellArchiveRefused() {
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::archiveRefused;
-    emit(event);
-}
-
-bool TBUSBPrinterZUL::verifyFile(const std::string& name, const std::string& expectedDigest, bool& readable) {
-    const std::optional<Data> contents = archiveFile(name);
-    readable = contents.has_value();
-    if (!readable) return false;
-    const Text digest = verifyBlob(*contents);
-    const bool matches = digest && *digest == expectedDigest; // an empty file has no digest and never matches
-    _deviceInfoDict->set(name, matches);
-    return matches;
-}
-
-std::optional<Data> TBUSBPrinterZUL::archiveFile(const std::string& filename) const {
-    const std::filesystem::path name(filename);
-    const std::string extension = name.extension().string();
-    const auto path = _environment.mainBundle.pathForResource(name.stem().string(),
-                                                              extension.empty() ? extension : extension.substr(1));
-    return path ? Bundle::contentsOfFile(*path) : std::nullopt;
+    return check.hasPassed;
 }
 
 void TBUSBPrinterZUL::setFilenames(const std::vector<std::string>& filenames) {
@@ -127,14 +82,25 @@ void TBUSBPrinterZUL::setFilenames(const std::vector<std::string>& filenames) {
 
 // ---- what the archive offers ----------------------------------------------------------------------------------------
 
-std::optional<Data> TBUSBPrinterZUL::firmwareBlob() {
+SharedData TBUSBPrinterZUL::firmwareBlob() {
     const auto names = _deviceInfoDict->strings(cFirmwareFilenames);
-    if (!names || names->empty()) return std::nullopt;
-    std::optional<Data> contents = archiveFile(names->front());
-    if (!contents) return std::nullopt;
+    if (!names || names->empty()) return nullptr;
+    return firmwareBlobOf(_environment.archive.fileForReading(names->front(), className()));
+}
+
+// What an upload sends. Never read anew: a file that has changed since it was verified is not what was verified.
+SharedData TBUSBPrinterZUL::verifiedFirmwareBlob() {
+    const auto names = _deviceInfoDict->strings(cFirmwareFilenames);
+    if (!names || names->empty()) return nullptr;
+    return firmwareBlobOf(_environment.archive.verifiedFile(names->front(), className()));
+}
+
+SharedData TBUSBPrinterZUL::firmwareBlobOf(const std::shared_ptr<const FirmwareFile>& file) const {
+    if (!file) return nullptr;
     // Only logged: whoever comes here has had the archive verified, and the printer checks the image itself.
-    if (!verifyMotorolaSFile(*contents)) logText("Bad firmware file! Verification failed!");
-    return paddedData(std::move(*contents));
+    if (!file->isSRecordText()) logText("Bad firmware file! Verification failed!");
+    logPadding(file->contents()->size(), file->padded()->size());
+    return file->padded();
 }
 
 std::optional<Data> TBUSBPrinterZUL::firmwareBlobForKey(const std::string& key) {
@@ -150,6 +116,15 @@ TBUSBPrinter::Text TBUSBPrinterZUL::newFirmwareVersion() {
     }
     if (!names || names->empty()) return std::nullopt;
     return std::filesystem::path(names->front()).stem().string();
+}
+
+std::optional<FirmwareOffer> TBUSBPrinterZUL::firmwareOffer() const {
+    const Product* product = productWithID(_idProduct);
+    return product == nullptr ? std::nullopt : std::optional(_environment.archive.offer(*product, className()));
+}
+
+std::vector<ArchiveProblem> TBUSBPrinterZUL::archiveProblems() const {
+    return _environment.archive.problems(productWithID(_idProduct), className());
 }
 
 double TBUSBPrinterZUL::availableFirmwareVersion() {

@@ -1,9 +1,10 @@
 // The colour tables: the printer's are cleared and the archive's are written, a name and its contents each. Command
 // queue.
 #include "Classes/CommandFrame.h"
-#include "Classes/SRecord.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
+#include "archive/SRecord.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
@@ -22,6 +23,12 @@ std::string uppercase(std::string name) {
     return name;
 }
 
+// As it is: the printers take tables of any length.
+SharedData loggedContents(const std::string& name, const std::shared_ptr<const FirmwareFile>& file) {
+    logText("got data of length %lu for file at path %s", file ? file->contents()->size() : 0, name);
+    return file ? file->contents() : nullptr;
+}
+
 } // namespace
 
 std::vector<std::string> TBUSBPrinterZUL::colorTableNames() const {
@@ -31,16 +38,19 @@ std::vector<std::string> TBUSBPrinterZUL::colorTableNames() const {
     return names;
 }
 
-std::optional<Data> TBUSBPrinterZUL::paddedColorDataForVersion(const std::string& name) const {
-    std::optional<Data> contents = archiveFile(name);
-    logText("got data of length %lu for file at path %s", contents ? contents->size() : 0, name);
-    return contents; // as it is: the printers take tables of any length
+SharedData TBUSBPrinterZUL::paddedColorDataForVersion(const std::string& name) const {
+    return loggedContents(name, _environment.archive.fileForReading(name, className()));
+}
+
+// What the table commands send: only what was verified, never a file that was changed since.
+SharedData TBUSBPrinterZUL::verifiedColorData(const std::string& name) const {
+    return loggedContents(name, _environment.archive.verifiedFile(name, className()));
 }
 
 void TBUSBPrinterZUL::updateColorTables(std::function<void(bool anyTable)> completion) {
     if (!verifyFirmwareArchive()) {
         logText("failed to verify firmware archive");
-        tellArchiveRefused();
+        emit(events::ArchiveRefused{});
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](IOReturn code) {
@@ -57,7 +67,9 @@ void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completi
     getPrinterColorTableChecksum({});
     const std::vector<std::string> names = colorTableNames();
     for (std::size_t index = 0; index < names.size(); ++index) {
-        announceColorTable(names[index], static_cast<std::int64_t>(index + 1), static_cast<std::int64_t>(names.size()));
+        emit(events::TableBegun{.number = static_cast<std::int64_t>(index + 1),
+                                .total = static_cast<std::int64_t>(names.size()),
+                                .name = names[index]});
         writeColorTable(names[index]);
         getPrinterColorTableVersion({});
         getPrinterColorTableChecksum({});
@@ -69,18 +81,9 @@ void TBUSBPrinterZUL::writeColorTables(const std::function<void(bool)>& completi
 // Counted as written once both commands are sent: what became of them is shown by whoever watches the update.
 void TBUSBPrinterZUL::writeColorTable(const std::string& name) {
     const Data nameRecord = paddedData(dataFromText(uppercase(name)));
-    const std::optional<Data> table = paddedColorDataForVersion(name);
+    const SharedData table = verifiedColorData(name);
     sendPrinterCommand(kCommandTableName, &nameRecord);
-    sendPrinterCommand(kCommandTableWrite, table ? &*table : nullptr);
-}
-
-void TBUSBPrinterZUL::announceColorTable(const std::string& name, std::int64_t number, std::int64_t total) {
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::colorTable;
-    event.value = number;
-    event.total = total;
-    event.text = name;
-    emit(event);
+    sendPrinterCommand(kCommandTableWrite, table.get());
 }
 
 } // namespace zul

@@ -20,8 +20,7 @@ constexpr std::size_t kReplyBufferSize = 256;
 constexpr std::uint32_t kReplyHeaderSize = 8;
 constexpr long kLargestReply = 4096;
 
-// The numbers of the internal errors that support staff know.
-constexpr int kCommandTextDoesNotFit = 486;
+// The number of the internal error that support staff know.
 constexpr int kReplyTooLong = 2112;
 
 } // namespace
@@ -34,7 +33,9 @@ TBUSBPrinter::Text TBUSBPrinterZUL::stringForCommandCode(std::uint32_t code) {
 void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload) {
     const Data frame = commandFrame(code, payload);
     const Text text = stringForCommandCode(code);
-    if (!text) reportInternalError(kCommandTextDoesNotFit); // the frame goes out all the same, without a command
+    for (const int number : commandFrameErrors(code, payload == nullptr ? 0 : payload->size())) {
+        reportInternalError(number);
+    }
     const std::size_t payloadSize = frame.size() - kFrameHeaderSize;
     logText("sending printer command %s with payload size %u", textOrNull(text), payloadSize);
     HOLVEN_Log::logData(
@@ -42,12 +43,8 @@ void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload
 
     static_cast<void>(state());
     const bool written = writeToInterfaceWithData(frame);
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::commandSent;
-    event.command = code;
-    event.payloadLength = static_cast<std::uint32_t>(payloadSize);
-    event.code = _writeStatus;
-    emit(event);
+    emit(events::CommandSent{
+        .command = code, .payloadLength = static_cast<std::uint32_t>(payloadSize), .code = _writeStatus});
     if (written) return;
     logText("ERROR: writeToInterfaceWithData: [%x] (%s)", asHex(_writeStatus), strForIOReturn(_writeStatus));
     errorWithString(_environment.mainBundle.localizedString("Communication error"), 0);
@@ -61,10 +58,7 @@ bool TBUSBPrinterZUL::readBackchannel(void* buffer, std::uint32_t& size) {
         size = 0;
     }
     if (_readStatus.load() == kIOReturnSuccess) return true;
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::replyMissing;
-    event.code = _readStatus;
-    emit(event);
+    emit(events::ReplyMissing{.code = _readStatus});
     return false;
 }
 
@@ -104,10 +98,7 @@ std::optional<Data> TBUSBPrinterZUL::readReplyBody(Data buffer, std::uint32_t le
         *carriageReturn = 0;
         buffer.erase(carriageReturn + 1, buffer.end());
     }
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::replyRead;
-    event.text = stringFromNulTerminatedUTF8(buffer);
-    emit(event);
+    emit(events::ReplyRead{.text = stringFromNulTerminatedUTF8(buffer)});
     return buffer;
 }
 

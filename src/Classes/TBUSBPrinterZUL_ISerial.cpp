@@ -1,7 +1,7 @@
 // Whether the printer tells a USB serial number: reading and writing that setting, and what follows a change.
 #include "Classes/CommandFrame.h"
-#include "Classes/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"

@@ -1,9 +1,9 @@
 // What a printer can be asked for, and where the answers are kept. Requests run one after another on the command queue;
 // answers are stored there, with change notices.
 #include "Classes/CommandFrame.h"
-#include "Classes/ProductTable.h"
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include "platform/foundation/Format.h"
 
@@ -105,18 +105,20 @@ void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
+    return askVersionInline().version;
+}
+
+TBUSBPrinterZUL::VersionAnswer TBUSBPrinterZUL::askVersionInline() {
     sendPrinterCommand(kCommandFirmwareVersion, /*payload=*/nullptr);
     const auto reply = printerReply();
-    return reply && !reply->empty() ? versionFromReply(*reply) : std::nullopt;
+    if (!reply || reply->empty()) return {};
+    return {true, versionFromReply(*reply)};
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::versionFromReply(const Data& reply) const {
     const Text text = stringFromNulTerminatedUTF8(reply);
     const Text version = text ? Text(trimmedWhitespaceAndNewlines(*text)) : std::nullopt;
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::firmwareVersion;
-    event.text = version;
-    emit(event);
+    emit(events::FirmwareVersionRead{.version = version});
     return version;
 }
 
@@ -185,6 +187,7 @@ void TBUSBPrinterZUL::storeTableReply(const TableQuery& query, const std::option
     } else {
         value = fact(query.key); // not text: the earlier value stays, and counts
     }
+    emit(events::TableFactRead{.key = query.key, .value = reply && !reply->empty() ? value : std::nullopt});
     logText(query.logFormat, textOrNull(value));
     results->push_back(value.value_or(kMissingText));
 }
@@ -201,19 +204,22 @@ void TBUSBPrinterZUL::resetCounter(char letter) {
 }
 
 void TBUSBPrinterZUL::getDeviceCustomInfo() {
-    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
-        if (rawStatus == kLoaderStatus) return; // a loader answers nothing else
-        self->openInterface([self](IOReturn code) {
+    bool isComplete = false;
+    getPrinterStatus([this, &isComplete](const Text& rawStatus) { // inline: this is the command queue
+        if (rawStatus == kLoaderStatus) return;                   // a loader answers nothing else
+        openInterface([this, &isComplete](IOReturn code) {
             if (code != kIOReturnSuccess) return;
-            self->getPrinterFirmwareVersion();
-            self->getPrinterLifetimeCounter();
-            self->getPrinterColorTableVersion({});
-            self->getPrinterColorTableChecksum({});
-            self->updatePrinterSerialNumber();
-            self->getUSB_ISerial();
-            self->closeInterface(nullptr);
+            getPrinterFirmwareVersion();
+            getPrinterLifetimeCounter();
+            getPrinterColorTableVersion({});
+            getPrinterColorTableChecksum({});
+            updatePrinterSerialNumber();
+            getUSB_ISerial();
+            closeInterface(nullptr);
+            isComplete = true;
         });
     });
+    emit(events::QuestionsEnded{.isComplete = isComplete});
 }
 
 } // namespace zul

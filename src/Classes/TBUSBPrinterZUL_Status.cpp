@@ -29,10 +29,7 @@ void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const 
         return;
     }
     const Text rawStatus = stringFromNulTerminatedUTF8(*reply);
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::status;
-    event.text = rawStatus;
-    emit(event);
+    emit(events::StatusRead{.rawStatus = rawStatus});
     setPrinterStatus(stringForVKStatusString(rawStatus));
     if (completion) completion(rawStatus);
 }

@@ -32,9 +32,9 @@ void TBUSBPrinterZUL::updateFirmware() {
         ShowRZ7Warning();
         return;
     }
-    showAlertWithTitle(
-        localized(kCorruptionTitle), localized(kContactSupport), std::vector<std::string>{localized("Quit")},
-        [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) { self->_environment.application.terminate(); });
+    showAlert(AlertKind::corruption, localized(kCorruptionTitle), localized(kContactSupport), {localized("Quit")},
+              [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) { self->_environment.application.terminate(); });
+    emit(events::ArchiveRefused{});
 }
 
 void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
@@ -49,10 +49,10 @@ void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
         return;
     }
     if (isNewerThanOffered() && !_environment.userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
-        showAlertWithTitle(localized("Firmware update not needed"),
-                           localizedFormat(_environment.mainBundle, "This printer has firmware version %.2f installed.",
-                                           installedFirmwareVersion()),
-                           std::vector<std::string>{localized("OK")}, {});
+        showAlert(AlertKind::notNeeded, localized("Firmware update not needed"),
+                  localizedFormat(_environment.mainBundle, "This printer has firmware version %.2f installed.",
+                                  installedFirmwareVersion()),
+                  {localized("OK")});
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) { self->checkReadiness(code); });
@@ -66,7 +66,7 @@ bool TBUSBPrinterZUL::isNewerThanOffered() {
 void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
     if (openResult == kIOReturnExclusiveAccess) {
         showRetryAlert(
-            localized("Printer Busy"),
+            AlertKind::busy, localized("Printer Busy"),
             localized("Another application is using the printer. Please proceed when the printer becomes available."));
         return;
     }
@@ -74,40 +74,61 @@ void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
         showPrinterError();
         return;
     }
-    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
+    bool isAnswered = false;
+    getPrinterStatus([&isAnswered, this](const Text& rawStatus) { // inline: this is the command queue
+        isAnswered = true;
         if (rawStatus == kReadyStatus) {
-            self->updateFirmwareReady();
+            updateFirmwareReady();
             return;
         }
-        self->showRetryAlert(self->localized("Printer Not Ready"),
-                             localizedFormat(self->_environment.mainBundle, "Please correct the following issue: %@",
-                                             stringForVKStatusString(rawStatus)));
+        showRetryAlert(AlertKind::notReady, localized("Printer Not Ready"),
+                       localizedFormat(_environment.mainBundle, "Please correct the following issue: %@",
+                                       stringForVKStatusString(rawStatus)));
     });
+    if (!isAnswered) emit(events::CheckFailed{});
 }
 
 void TBUSBPrinterZUL::showPrinterError() {
-    showRetryAlert(localized("Printer Error"),
+    showRetryAlert(AlertKind::printerError, localized("Printer Error"),
                    localized("The printer is not responding properly. Please power-cycle the printer and try again."));
 }
 
-void TBUSBPrinterZUL::showRetryAlert(const std::string& title, const std::string& message) {
-    showAlertWithTitle(title, message, std::vector<std::string>{localized("Proceed"), localized("Cancel")},
-                       [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
-                           if (answer == kAlertFirstButton) self->proceedWithUpdateWhenReady();
-                       });
+void TBUSBPrinterZUL::showRetryAlert(AlertKind kind, const std::string& title, const std::string& message) {
+    constexpr std::size_t kCancel = 1;
+    showCustomAlertWithTitle({.kind = kind,
+                              .title = title,
+                              .message = message,
+                              .buttonTitles = {localized("Proceed"), localized("Cancel")},
+                              .harmlessButton = kCancel,
+                              .escapeButton = kCancel,
+                              .completion = [self = sharedSelf<TBUSBPrinterZUL>(), kind](int answer) {
+                                  if (answer == kAlertFirstButton) {
+                                      self->proceedWithUpdateWhenReady();
+                                  } else {
+                                      self->emit(events::Declined{.question = kind});
+                                  }
+                              }});
 }
 
 void TBUSBPrinterZUL::updateFirmwareReady() {
     const std::string update =
         localizedFormat(_environment.mainBundle, "Update Firmware to %@", textOrNull(newFirmwareVersion()));
-    // "Cancel" first: Return must not start what cannot be undone.
-    showAlertWithTitle(
-        localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
-        localized(
-            "The printer may be permanently damaged if it is unplugged or loses power during the update process."),
-        std::vector<std::string>{localized("Cancel"), update}, [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
-            if (answer == kAlertSecondButton) self->updateFirmwareAndColorTables();
-        });
+    constexpr std::size_t kCancel = 0; // first: Return must not start what cannot be undone
+    showCustomAlertWithTitle(
+        {.kind = AlertKind::confirmation,
+         .title = localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
+         .message = localized(
+             "The printer may be permanently damaged if it is unplugged or loses power during the update process."),
+         .buttonTitles = {localized("Cancel"), update},
+         .harmlessButton = kCancel,
+         .escapeButton = kCancel,
+         .completion = [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
+             if (answer == kAlertSecondButton) {
+                 self->updateFirmwareAndColorTables();
+             } else {
+                 self->emit(events::Declined{.question = AlertKind::confirmation});
+             }
+         }});
 }
 
 // ---- first half -----------------------------------------------------------------------------------------------------
@@ -115,6 +136,7 @@ void TBUSBPrinterZUL::updateFirmwareReady() {
 void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
     if (!firmwareVersion()) {
         // Never read: the update is started again once the printer is back.
+        emit(events::ReenumerationBegun{});
         performInlineOnCommandQueue([self = sharedSelf<TBUSBPrinterZUL>()] {
             self->assertOnCommandQueue();
             static_cast<void>(self->reEnumerateUSBDevice());
@@ -122,8 +144,8 @@ void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
         return;
     }
     if (!verifyFirmwareArchive() || !firmwareBlob()) {
-        showAlertWithTitle(localized(kCorruptionTitle), localized(kContactSupport),
-                           std::vector<std::string>{localized("OK")}, {});
+        showAlert(AlertKind::corruption, localized(kCorruptionTitle), localized(kContactSupport), {localized("OK")});
+        emit(events::ArchiveRefused{});
         return;
     }
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
@@ -147,10 +169,9 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
 // ---- second half ----------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::showDamagedFileAlert() {
-    showAlertWithTitle(localized("There was a problem with the firmware file!"),
-                       localized("This application may be damaged. Please download a new copy."),
-                       std::vector<std::string>{localized("OK")}, {});
-    tellArchiveRefused(); // behind the alert: who watches may give the update up at once
+    showAlert(AlertKind::damagedFile, localized("There was a problem with the firmware file!"),
+              localized("This application may be damaged. Please download a new copy."), {localized("OK")});
+    emit(events::ArchiveRefused{}); // after the alert: whoever follows may end the update at once
 }
 
 void TBUSBPrinterZUL::uploadFirmware() {
@@ -168,10 +189,10 @@ void TBUSBPrinterZUL::uploadFirmware() {
 void TBUSBPrinterZUL::writeFirmwareImage() {
     setOverridePrinterStatus("Writing firmware ...");
     logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
-    if (const auto blob = firmwareBlob()) {
+    if (const SharedData blob = verifiedFirmwareBlob()) {
         logText("Uploading firmware to printer");
         setProgress(UpdateProgress::waitingForFirmware);
-        sendPrinterCommand(kCommandProgramFlash, &*blob);
+        sendPrinterCommand(kCommandProgramFlash, blob.get());
     } else {
         logText("FAILED Uploading firmware to printer (bad file)");
         showDamagedFileAlert();
@@ -194,21 +215,16 @@ void TBUSBPrinterZUL::reportUpdate(bool anyTable) {
     const std::string previous = textOrNull(fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
     const std::string current = textOrNull(firmwareVersion());
     if (anyTable) {
-        showAlertWithTitle(
-            localized("Firmware update was successful!"),
-            localizedFormat(_environment.mainBundle, "Firmware version updated from %@ to %@", previous, current),
-            std::vector<std::string>{localized("Finish")}, {});
+        showAlert(AlertKind::success, localized("Firmware update was successful!"),
+                  localizedFormat(_environment.mainBundle, "Firmware version updated from %@ to %@", previous, current),
+                  {localized("Finish")});
     } else {
-        showAlertWithTitle(localized("There was a problem with the firmware update!"),
-                           localizedFormat(_environment.mainBundle, "Previous firmware version: %@ current version: %@",
-                                           previous, current),
-                           std::vector<std::string>{localized("OK")}, {});
+        showAlert(AlertKind::problem, localized("There was a problem with the firmware update!"),
+                  localizedFormat(_environment.mainBundle, "Previous firmware version: %@ current version: %@",
+                                  previous, current),
+                  {localized("OK")});
     }
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::finished;
-    event.value = anyTable ? 1 : 0;
-    event.text = firmwareVersion();
-    emit(event);
+    emit(events::UpdateReported{.anyTable = anyTable, .version = firmwareVersion()});
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(false); });
     updatePrinterStatus();
 }

@@ -68,11 +68,7 @@ void TBUSBPrinter::setInterfaceInterface(InterfacePtr interfaceInterface) {
         self->_iInterface->setWriteProgress([weak = self->weak_from_this()](std::uint32_t done, std::uint32_t total) {
             const auto printer = weak.lock();
             if (!printer) return;
-            PrinterEvent event;
-            event.kind = PrinterEvent::Kind::writeProgress;
-            event.bytesDone = done;
-            event.bytesTotal = total;
-            printer->emit(event);
+            printer->emit(events::WriteProgress{.bytesDone = done, .bytesTotal = total});
         });
         self->getUSBProductString();
         self->getUSBSerialNumberString();
@@ -128,9 +124,7 @@ void TBUSBPrinter::handleInterestMessage(ServiceToken service, IOMessage message
         // The very dictionary, not a copy: what the old object's queue still writes must not reach its successor,
         // which copies the entries once when it is made.
         setDeviceInfo(_deviceInfoDict, keyUSBdevice());
-        PrinterEvent event;
-        event.kind = PrinterEvent::Kind::departed;
-        emit(event);
+        emit(events::Departed{});
         return;
     }
     case kIOMessageServiceWasClosed:

@@ -31,10 +31,7 @@ IOReturn TBUSBPrinter::openInterface() {
     setState(kTBPrinterOpening);
     const IOReturn code = _iInterface ? _iInterface->USBInterfaceOpenSeize() : kIOReturnNoDevice;
     finishOpen(code);
-    PrinterEvent event;
-    event.kind = PrinterEvent::Kind::opened;
-    event.code = code;
-    emit(event);
+    emit(events::Opened{.code = code});
     return code;
 }
 
@@ -44,7 +41,7 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
         logText("Waiting for USB interface on device %.8x to be closed...\n", deviceObject());
         logText("The printer is busy.\n");
         setPrinterStatus("In use by other application");
-        performSyncOnMainQueue([this] { setOwnershipOnMain(-1); });
+        performSyncOnMainQueue([this] { setOwnershipOnMain(Ownership::otherProgram); });
         watchForHolder();
         return;
     }
@@ -52,7 +49,7 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
     performSyncOnMainQueue([this] {
         _interfaceStatus = kTBPrinterOpen;
         setState(kTBPrinterOpen);
-        setOwnershipOnMain(1);
+        setOwnershipOnMain(Ownership::thisProgram);
     });
     logText("The %s is open.\n", descriptionUTF8());
     getPipes();
@@ -92,7 +89,7 @@ void TBUSBPrinter::closeNow(const CodeCompletion& completion) {
     _interfaceStatus = kTBPrinterClosed;
     setState(kTBPrinterClosed);
     performSyncOnMainQueue([this] {
-        if (_isOwned != 0) setOwnershipOnMain(0);
+        if (ownership() != Ownership::nobody) setOwnershipOnMain(Ownership::nobody);
     });
     if (completion) completion(code);
 }
@@ -116,17 +113,17 @@ void TBUSBPrinter::getPipes() {
     });
 }
 
-void TBUSBPrinter::setOwnershipOnMain(std::int64_t ownership) {
+void TBUSBPrinter::setOwnershipOnMain(Ownership ownership) {
     const KeyChange change(*this, "isOwned");
-    _isOwned = ownership;
+    _isOwned = static_cast<std::int64_t>(ownership);
 }
 
 void TBUSBPrinter::setIsOwned(int value) {
-    if (value != 0 && _isOwned == 0) {
+    if (value != 0 && ownership() == Ownership::nobody) {
         openInterface(CodeCompletion{});
         return;
     }
-    const bool replayAttempt = value == 1 && _isOwned == -1;
+    const bool replayAttempt = value == 1 && ownership() == Ownership::otherProgram;
     closeInterface(nullptr);
     if (replayAttempt) {
         usbInterfaceInterestCallback(shared_from_this(), deviceObject(), kIOMessageServiceIsAttemptingOpen, nullptr);
@@ -149,7 +146,7 @@ void TBUSBPrinter::watchForHolder() {
 
 void TBUSBPrinter::holderMayHaveLetGo() {
     // Hints come in bursts, and the ownership changes only when main has run: one of them is enough.
-    if (_isHolderGone || _isOwned != -1 || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
+    if (_isHolderGone || ownership() != Ownership::otherProgram || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
     _isHolderGone = true;
     _iInterface->watchHolder(nullptr);
     _environment.mainQueue.async([self = shared_from_this()] {

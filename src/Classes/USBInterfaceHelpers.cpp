@@ -134,10 +134,11 @@ IOReturn usbInterfaceGetDeviceDescriptor(IOUSBInterfaceInterface* interfaceInter
 
 IOReturn usbInterfaceGetiDeviceIndices(IOUSBInterfaceInterface* interfaceInterface, std::uint8_t* manufacturer,
                                        std::uint8_t* product, std::uint8_t* serialNumber) {
-    if (interfaceInterface == nullptr) return kIOReturnBadArgument;
     std::array<std::uint8_t, kDeviceDescriptorLength> descriptor{};
-    const IOReturn code =
-        usbInterfaceGetDeviceDescriptor(interfaceInterface, descriptor.data(), kDeviceDescriptorLength);
+    IOReturn code = kIOReturnBadArgument;
+    if (interfaceInterface != nullptr) {
+        code = usbInterfaceGetDeviceDescriptor(interfaceInterface, descriptor.data(), kDeviceDescriptorLength);
+    }
     if (code != kIOReturnSuccess) descriptor.fill(0); // half a descriptor is none
     if (manufacturer != nullptr) *manufacturer = descriptor[14];
     if (product != nullptr) *product = descriptor[15];

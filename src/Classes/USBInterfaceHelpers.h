@@ -17,7 +17,7 @@ namespace zul {
 IOReturn usbInterfaceGetDeviceDescriptor(IOUSBInterfaceInterface* interfaceInterface, void* buffer,
                                          std::uint16_t length);
 
-/// String indices of the device; each out may be null and is 0 on failure (but untouched for a null interface).
+/// String indices of the device; each out may be null, and is 0 on failure. kIOReturnBadArgument for a null interface.
 IOReturn usbInterfaceGetiDeviceIndices(IOUSBInterfaceInterface* interfaceInterface, std::uint8_t* manufacturer,
                                        std::uint8_t* product, std::uint8_t* serialNumber);
 

@@ -1,10 +1,9 @@
 // Commands that need no printer: the archive, S-record files, settings, the machine.
 #include "cli/Commands.h"
 
-#include "Classes/FirmwareDigests.h"
-#include "Classes/ProductTable.h"
-#include "Classes/SRecord.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ArchiveTexts.h"
+#include "archive/SRecord.h"
 #include "cli/ExitStatus.h"
 #include "cli/Output.h"
 #include "holven_Base/HOLVEN_Base.h"
@@ -12,8 +11,10 @@
 #include "platform/foundation/Format.h"
 #include "platform/foundation/UserDefaults.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 namespace zul::cli {
 
@@ -27,18 +28,107 @@ fs::path archiveFolder(const Options& options) {
     return Bundle::mainBundle(options.firmwareArchive).archiveFolder();
 }
 
-std::string stateOfFile(const fs::path& file, const FirmwareDigests& digests, bool verify) {
+bool isThere(const fs::path& file) {
     std::error_code error;
-    if (!fs::is_regular_file(file, error)) {
-        return error && error != std::errc::no_such_file_or_directory ? "unreadable" : "missing";
-    }
-    if (!verify) return "found";
-    const auto contents = Bundle::contentsOfFile(file);
-    if (!contents) return "unreadable";
-    const auto expected = digests.digests.find(file.filename().string());
-    if (expected == digests.digests.end()) return "no digest";
-    return TBUSBPrinterZUL::digestOfBlob(*contents) == expected->second ? "matches" : "differs";
+    return fs::exists(fs::symlink_status(file, error));
 }
+
+std::string stateOfListed(const fs::path& file) {
+    std::error_code error;
+    if (fs::is_regular_file(file, error)) return "found";
+    return error && error != std::errc::no_such_file_or_directory ? "unreadable" : "missing";
+}
+
+// A file that two models share says nothing about one of them when the other one's firmware is there.
+bool cameWithAnotherModel(const Product& product, std::string_view name, const fs::path& folder) {
+    return std::ranges::any_of(allProducts(), [&](const Product& other) {
+        return other.productID != product.productID && std::ranges::count(other.files, name) > 0 &&
+               isThere(folder / other.files.front());
+    });
+}
+
+// None of the model's files is there: that is how a folder for other models looks.
+bool isLeftOut(const Product& product, const fs::path& folder) {
+    return std::ranges::none_of(product.files, [&](std::string_view name) {
+        return isThere(folder / name) && !cameWithAnotherModel(product, name, folder);
+    });
+}
+
+// The rows of an archive, collected for the screen or for a script.
+class ArchiveReport {
+  public:
+    explicit ArchiveReport(const fs::path& folder) : _folder(folder), _bundle({}, folder), _archive(_bundle) {}
+
+    void list(const Product& product) {
+        for (const std::string_view name : product.files)
+            add(product, std::string(name), stateOfListed(_folder / name));
+    }
+    void verify(const Product& product) {
+        _isVerified = true;
+        const auto problems = isLeftOut(product, _folder)
+                                  ? std::vector<ArchiveProblem>{}
+                                  : _archive.problems(&product, TBUSBPrinterZUL::kProductClassName);
+        for (const ArchiveFile& file : _archive.survey(product, TBUSBPrinterZUL::kProductClassName).files) {
+            const bool isNoImage = std::ranges::any_of(problems, [&](const ArchiveProblem& problem) {
+                return problem.kind == ArchiveProblem::Kind::firmwareNotSRecords && problem.path == file.path;
+            });
+            add(product, file.name, isNoImage ? "not an image" : nameOfFileState(file.state));
+        }
+        for (const ArchiveProblem& problem : problems) add(problem);
+    }
+    /// What is wrong with the digest file; nullopt when it can be used.
+    std::optional<std::string> digestProblem() {
+        using Kind = ArchiveProblem::Kind;
+        // It is the same for every model.
+        const auto problems = _archive.problems(&allProducts().front(), TBUSBPrinterZUL::kProductClassName);
+        for (const ArchiveProblem& problem : problems) {
+            if (problem.kind == Kind::digestsMissing || problem.kind == Kind::digestsUnreadable ||
+                problem.kind == Kind::digestsDamaged) {
+                return describeProblem(problem);
+            }
+        }
+        return std::nullopt;
+    }
+    bool hasProblem() const { return !_problems.empty(); }
+    bool isEmpty() const { return _isEmpty; }
+
+    void show(const Output& output, bool isSample) const {
+        if (output.isJson()) {
+            json document = {{"folder", _folder.string()}, {"sample", isSample}, {"files", _list}};
+            if (_isVerified) document["problems"] = _problems;
+            output.document(document);
+            return;
+        }
+        output.table(_rows);
+        if (isSample) output.line("This is the sample archive, for virtual printers only.");
+        for (const std::string& line : _lines) output.note(line);
+    }
+
+  private:
+    void add(const Product& product, const std::string& name, const std::string& state) {
+        _isEmpty = _isEmpty && state == "missing";
+        const std::string productID = formatted("0x%.4X", product.productID);
+        _rows.push_back({std::string(product.model), productID, name, state});
+        _list.push_back({{"model", product.model}, {"productID", productID}, {"file", name}, {"state", state}});
+    }
+    void add(const ArchiveProblem& problem) {
+        const json entry = {
+            {"file", problem.path.filename().string()}, {"message", messageOf(problem)}, {"remedy", remedyOf(problem)}};
+        if (std::ranges::count(_problems, entry) > 0) return; // two models may share the file
+        _problems.push_back(entry);
+        _lines.push_back(describeProblem(problem));
+    }
+
+    const fs::path _folder;
+    const Bundle _bundle;
+    FirmwareArchive _archive;
+    std::vector<std::vector<std::string>> _rows = {{"MODEL", "PRODUCT", "FILE", "STATE"}};
+    json _list = json::array();
+    json _problems = json::array();
+    std::vector<std::string> _lines; // the problems for the screen
+    bool _isEmpty = true;
+    bool _isVerified = false;
+};
 
 // The rows of the archive; whether all files are there (and, when verifying, match).
 int showArchive(const Options& options, const Output& output, bool verify) {
@@ -48,33 +138,22 @@ int showArchive(const Options& options, const Output& output, bool verify) {
         output.problem("there is no folder " + folder.string() + ". Name the folder with the firmware files.", kFailed);
         return kFailed;
     }
-    const FirmwareDigests digests = readFirmwareDigests(folder);
-    if (verify && !digests.problem.empty()) {
-        output.problem(digests.problem + ". Write it with: zulctl archive digest DIR.", kCorruption);
+    ArchiveReport report(folder);
+    if (const auto problem = verify ? report.digestProblem() : std::nullopt) {
+        output.problem(*problem, kCorruption);
         return kCorruption;
     }
-    std::vector<std::vector<std::string>> rows = {{"MODEL", "PRODUCT", "FILE", "STATE"}};
-    json list = json::array();
-    int status = kDone;
-    bool isEmpty = true;
     for (const Product& product : allProducts()) {
-        for (const std::string_view name : product.files) {
-            const std::string state = stateOfFile(folder / name, digests, verify);
-            if (verify && state != "matches" && state != "missing") status = kCorruption;
-            isEmpty = isEmpty && state == "missing";
-            const std::string productID = formatted("0x%.4X", product.productID);
-            rows.push_back({std::string(product.model), productID, std::string(name), state});
-            list.push_back({{"model", product.model}, {"productID", productID}, {"file", name}, {"state", state}});
+        if (verify) {
+            report.verify(product);
+        } else {
+            report.list(product);
         }
     }
-    if (output.isJson()) {
-        output.document({{"folder", folder.string()}, {"sample", digests.isSample}, {"files", list}});
-    } else {
-        output.table(rows);
-        if (digests.isSample) output.line("This is the sample archive, for virtual printers only.");
-    }
-    // Some models' files may be missing on purpose; with none at all nothing has been verified.
-    return verify && isEmpty ? kFailed : status;
+    report.show(output, readFirmwareDigests(folder).isSample);
+    if (report.hasProblem()) return kCorruption;
+    // Some models' files may be left out on purpose; with none at all nothing has been verified.
+    return verify && report.isEmpty() ? kFailed : kDone;
 }
 
 int writeDigests(const Options& options, const Output& output) {

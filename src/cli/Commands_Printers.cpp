@@ -33,7 +33,7 @@ void withOpenPrinter(Program& program, const Program::Printer& printer, std::fun
     printer->openInterface([&program, printer, work = std::move(work), done = std::move(done)](IOReturn code) {
         if (code == kIOReturnSuccess) work();
         printer->closeInterface([&program, printer, code, done](IOReturn) {
-            program.mainQueue.async([&program, printer, code, done] {
+            program.session.mainQueue.async([&program, printer, code, done] {
                 if (code == kIOReturnSuccess) {
                     done();
                 } else {
@@ -63,7 +63,7 @@ void showStatus(Program& program, const Program::Printer& printer, const std::op
 
 void runList(Program& program) {
     program.noteUnusable();
-    const auto printers = program.printers();
+    const auto printers = program.session.printers();
     json list = json::array();
     std::vector<std::vector<std::string>> rows = {
         {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "OFFERED", "LOCATION"}};
@@ -71,21 +71,24 @@ void runList(Program& program) {
         const json facts = summaryOf(*printer);
         list.push_back(facts);
         std::vector<std::string> row = {std::to_string(rows.size())};
-        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber", "status", "firmwareInstalled",
-                                "firmwareOffered", "location"}) {
+        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber", "status", "firmwareInstalled"}) {
             row.push_back(textOf(facts[key]));
         }
+        row.push_back(offeredFirmware(*printer));
+        row.push_back(textOf(facts["location"]));
         rows.push_back(row);
     }
     if (program.output.isJson()) {
         program.output.document(list);
     } else if (printers.empty()) {
-        program.output.line("No printer is attached. Connect a ZUL printer by USB and switch it on.");
+        program.output.line(program.session.unusablePrinters().empty()
+                                ? "No printer is attached. Connect a ZUL printer by USB and switch it on."
+                                : "No attached printer can be used.");
     } else {
         program.output.table(rows);
     }
     // A printer that is there but may not be used is a failure for a script; none at all is an answer.
-    program.quit(printers.empty() && program.hasUnusable() ? kFailed : kDone);
+    program.quit(printers.empty() && program.session.hasUnusable() ? kFailed : kDone);
 }
 
 void runInfo(Program& program) {
@@ -103,7 +106,8 @@ void runInfo(Program& program) {
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& [key, value] : facts.items()) {
-        if (key != "deviceInfo") rows.push_back({key, textOf(value)});
+        if (key == "deviceInfo") continue;
+        rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : textOf(value)});
     }
     for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, textOf(value)});
     program.output.table(rows);

@@ -1,11 +1,17 @@
-// update: which printers, one job each, and the end of the run when all jobs are over.
+// update: which printers, what is shown while they are updated, and the end of the run. Main queue.
 #include "cli/Commands.h"
 
-#include "cli/UpdateJob.h"
+#include "StatusCodeNames.h"
+#include "cli/ExitStatus.h"
+#include "cli/Program.h"
+#include "cli/Questions.h"
+#include "cli/UpdateAnswers.h"
+#include "cli/UpdateDisplay.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
-#include <iostream>
+#include <nlohmann/json.hpp>
+#include <set>
 #include <unistd.h>
 #include <utility>
 
@@ -13,29 +19,95 @@ namespace zul::cli {
 
 namespace {
 
-// How long a run that ends waits for the answers that are under way.
-constexpr auto kPatienceAtEnd = std::chrono::seconds(12); // two answers that do not come
-constexpr auto kPatienceAtInterrupt = std::chrono::seconds(2);
+using std::chrono::seconds;
 
-class UpdateRun {
+// How long a run that ends waits for the answers that are under way.
+constexpr auto kPatienceAtEnd = seconds(12); // two answers that do not come
+constexpr auto kPatienceAtInterrupt = seconds(2);
+
+std::string sentenceOf(const Update& update) {
+    const UpdateVerdict& verdict = update.verdict;
+    switch (verdict.result) {
+    case UpdateResult::succeeded:
+        return formatted("updated from %s to %s, %d color tables written", textOrNull(update.state.previousVersion),
+                         textOrNull(update.state.currentVersion), update.state.tablesWritten);
+    case UpdateResult::upToDate:
+        return "up to date: " + verdict.reason;
+    default:
+        break;
+    }
+    std::string text = (verdict.isUntouched() ? "not updated: " : "the update is not complete: ") + verdict.reason;
+    if (!update.advice.empty()) text += ". " + update.advice;
+    return text;
+}
+
+class UpdateRun final : public SessionObserver {
   public:
-    explicit UpdateRun(Program& program) : _program(program), _display(program.output), _questions(program.mainQueue) {}
+    explicit UpdateRun(Program& program)
+        : _program(program), _display(program.output), _questions(program.session.mainQueue),
+          _answers(program.options, program.output, _display, _questions) {}
 
     void begin() {
         if (!hasAnswers() || !choosePrinters() || !isArchiveFit()) return;
+        const Options& options = _program.options;
+        UpdateSettings settings;
+        if (options.stallTimeout > 0) settings.stallAfter = seconds(options.stallTimeout);
+        settings.giveUpAfter = seconds(options.giveUp);
+        supervisor().setSettings(settings);
+        _program.session.setObserver(this);
         _program.alerts.handler = [this](AlertDescription alert) { route(std::move(alert)); };
-        _program.updateChanged = [this](const std::string& key) { changed(key); };
-        _program.unusableFound = [this](const std::string& message) { _display.tell("", message, "unusable"); };
         _program.onInterrupt([this](Program::Interrupt interrupt) { interrupted(interrupt); });
-        for (const auto& job : _jobs) job->begin();
-        tick();
+        const auto equal =
+            options.reinstall ? UpdateSupervisor::Equal::install : UpdateSupervisor::Equal::skip;
+        for (const auto& printer : _printers) supervisor().begin(printer, equal);
     }
 
+    // ---- SessionObserver --------------------------------------------------------------------------------------------
+
+    void updateDidChange(const std::string& key) override {
+        if (!isOurs(key) || _isEnding) return;
+        const Update& update = supervisor().updates().at(key);
+        if (!update.isOpen()) return;
+        const auto now = supervisor().now();
+        // Another printer's question is on the terminal, or this one's.
+        if (!_questions.isAsking()) _display.show(update, now);
+        if (update.advice.empty()) {
+            _advice.erase(key);
+        } else if (std::exchange(_advice[key], update.advice) != update.advice) {
+            _display.report(key,
+                            update.name + ": " + describeState(update.state, now, update.usual) + ". " +
+                                update.advice + " Still watching.",
+                            "stalled");
+        }
+    }
+
+    void updateDidEnd(const std::string& key) override {
+        if (!isOurs(key)) return;
+        const Update& update = supervisor().updates().at(key);
+        _display.breakLine();
+        _display.forget(key);
+        // After the engine's own report, which is on its way: the last line is the result.
+        _program.session.mainQueue.async([this, update] {
+            showResult(update);
+            endIfOver();
+        });
+    }
+
+    void noteDidArise(const std::string& text) override {
+        _display.breakLine();
+        _program.output.note(text);
+    }
+
+    void unusablePrinterDidArrive(const std::string& message) override { _display.report("", message, "unusable"); }
+
   private:
-    // Without anybody to ask, the answers must stand on the command line.
+    UpdateSupervisor& supervisor() { return _program.session.supervisor; }
+    bool isOurs(const std::string& key) const { return _keys.contains(key); }
+
+    // Without anybody to ask, the answers must be on the command line.
     bool hasAnswers() {
+        if (_answers.isInteractive()) return true;
         const auto& options = _program.options;
-        if (!options.json && ::isatty(STDIN_FILENO) == 1) return true;
         std::string missing;
         if (!options.agree) missing = "--agree";
         if (!options.yes) missing += missing.empty() ? "--yes" : " and --yes";
@@ -52,122 +124,150 @@ class UpdateRun {
 
     bool choosePrinters() {
         const auto& names = _program.options.arguments;
-        std::vector<Program::Printer> chosen;
+        int status = kNoPrinter;
         if (_program.options.all) {
-            chosen = _program.printers();
             if (!names.empty()) return refuse("name printers or give --all, not both", kWrongUsage);
-            if (chosen.empty()) {
-                _program.tellNoPrinter(kNoPrinter);
-                _program.quit(kNoPrinter);
-                return false;
-            }
+            for (const auto& printer : _program.session.printers()) choose(printer);
+            if (_printers.empty()) _program.reportNoPrinter(status);
         } else if (names.size() <= 1) {
-            int status = kNoPrinter;
-            const auto printer = _program.findOnly(names, status);
-            if (!printer) {
-                _program.quit(status);
-                return false;
-            }
-            chosen.push_back(printer);
+            choose(_program.findOnly(names, status));
         } else {
             for (const std::string& name : names) {
-                int status = kNoPrinter;
                 const auto printer = _program.find(name, status);
                 if (!printer) {
-                    _program.quit(status);
-                    return false;
+                    _printers.clear();
+                    break;
                 }
-                // Named twice is meant once: a second update of the same printer would spoil the first.
-                if (std::ranges::count(chosen, printer) == 0) chosen.push_back(printer);
+                choose(printer);
             }
         }
-        for (const auto& printer : chosen) {
-            _jobs.push_back(
-                std::make_unique<UpdateJob>(_program, _display, _questions, printer, [this] { endIfOver(); }));
-        }
-        _printers = chosen;
-        return true;
+        if (_printers.empty()) _program.quit(status);
+        return !_printers.empty();
     }
 
+    // Named twice is meant once, and a device with two printer interfaces is one printer: a second update of the same
+    // printer would spoil the first.
+    void choose(const Program::Printer& printer) {
+        if (printer && _keys.insert(printer->keyUSBdevice()).second) _printers.push_back(printer);
+    }
+
+    // Before the first question: an update that cannot end well is not begun.
     bool isArchiveFit() {
-        if (!_program.areSamplesWithheld()) return true;
+        if (!_program.session.areSamplesWithheld()) return true;
         return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "
                       "files: zulctl --firmware-archive DIR update. Nothing was sent",
                       kFailed);
     }
 
+    // Alerts of printers that nobody asked to be updated are declined.
     void route(AlertDescription alert) {
-        for (const auto& job : _jobs) {
-            if (job->key() != alert.printerKey || job->isOver()) continue;
-            job->handleAlert(std::move(alert));
+        if (isOurs(alert.printerKey)) {
+            _answers.answer(std::move(alert));
+        } else {
+            UpdateAnswers::decline(alert);
+        }
+    }
+
+    int statusOf(const Update& update) const {
+        const int status = exitStatusOf(update.verdict.result);
+        return status == kNotNeeded && _program.options.notNeededOk ? static_cast<int>(kDone) : status;
+    }
+
+    void showResult(const Update& update) {
+        const double spent = std::chrono::duration<double>(update.endedAt - update.state.begun).count();
+        const std::string sentence = sentenceOf(update);
+        if (!_program.output.isJson()) {
+            _program.output.line(formatted("%s: %s (%.1f s)", update.name, sentence, spent));
             return;
         }
-        // Of a printer that nobody asked to be updated, or whose update has ended: left as it is. The first button
-        // starts nothing, except where there is a "Cancel".
-        const auto cancel = std::ranges::find(alert.buttons, "Cancel");
-        const auto button = cancel == alert.buttons.end() ? 0 : cancel - alert.buttons.begin();
-        if (alert.completion) alert.completion(kAlertFirstButton + static_cast<int>(button));
-    }
-
-    void changed(const std::string& key) {
-        for (const auto& job : _jobs) {
-            if (job->key() == key) job->check();
+        nlohmann::json result = {{"event", "result"},
+                                 {"printer", update.state.key},
+                                 {"exit", statusOf(update)},
+                                 {"result", nameOfResult(update.verdict.result)},
+                                 {"message", sentence},
+                                 {"elapsed", spent},
+                                 {"tablesWritten", update.state.tablesWritten}};
+        if (update.state.currentVersion) result["version"] = *update.state.currentVersion;
+        if (update.verdict.refused) result["code"] = strForIOReturn(update.verdict.refused->code);
+        if (update.verdict.holder) {
+            result["holder"] = {{"program", update.verdict.holder->program}, {"pid", update.verdict.holder->pid}};
         }
+        if (update.verdict.isCorrected) result["corrected"] = true;
+        _program.output.object(result);
     }
 
-    void tick() {
-        for (const auto& job : _jobs) job->check();
-        if (_isEnding) return;
-        _program.clock.callAt(_program.clock.now() + std::chrono::seconds(1),
-                              [this] { _program.mainQueue.async([this] { tick(); }); });
+    // The status of the first printer, in the order of the list, that failed.
+    int exitStatus() {
+        for (const auto& printer : _printers) {
+            const int status = statusOf(supervisor().updates().at(printer->keyUSBdevice()));
+            if (status != kDone) return status;
+        }
+        return kDone;
     }
 
     void endIfOver() {
-        if (_isEnding || !std::ranges::all_of(_jobs, [](const auto& job) { return job->isOver(); })) return;
+        const auto& updates = supervisor().updates();
+        const bool isOver = std::ranges::all_of(_keys, [&](const std::string& key) { return !updates.at(key).isOpen(); });
+        if (_isEnding || !isOver) return;
         _isEnding = true;
-        const auto failed = std::ranges::find_if(_jobs, [](const auto& job) { return job->exitStatus() != kDone; });
-        const int status = failed == _jobs.end() ? static_cast<int>(kDone) : (*failed)->exitStatus();
-        const bool isStuck = std::ranges::any_of(
-            _jobs, [](const auto& job) { return job->exitStatus() == kInterrupted || job->exitStatus() == kNotBack; });
-        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone.
-        if (isStuck) letGoOfPrinters(status);
-        _program.afterQueues(_program.printers(), [this, status] { _program.quit(status); });
+        const bool isStuck = std::ranges::any_of(_keys, [&](const std::string& key) {
+            return !updates.at(key).verdict.isSuccess() && !updates.at(key).verdict.isUntouched();
+        });
+        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone. A
+        // verdict may be corrected until then.
+        if (isStuck || _isInterrupted) releasePrinters();
+        _program.session.afterQueues(_program.session.printers(), [this] { _program.quit(exitStatus()); });
     }
 
-    // A wait without end is given up behind its question's answer: an answer that nobody reads would be taken for that
+    // A wait without end is given up after its question's answer: an answer that nobody reads would be taken for that
     // of the next run's first question. A printer that does not answer at all is not waited for any longer than that.
-    void letGoOfPrinters(int status) {
-        for (const auto& printer : _program.printers()) printer->prepareForRelease();
-        const auto patience = status == kInterrupted ? kPatienceAtInterrupt : kPatienceAtEnd;
-        _program.clock.callAt(_program.clock.now() + patience, [this, status] { _program.quit(status); });
+    void releasePrinters() {
+        for (const auto& printer : _program.session.printers()) printer->prepareForRelease();
+        const auto patience = _isInterrupted ? kPatienceAtInterrupt : kPatienceAtEnd;
+        _program.session.clock.callAt(_program.session.clock.now() + patience, [this] {
+            _program.session.mainQueue.async([this] { _program.quit(exitStatus()); });
+        });
     }
 
-    // Only a person can be asked once more; a system that shuts down takes no answer.
+    // Only a person can be asked once more. A terminal that has gone changes nothing: the update continues without it.
     void interrupted(Program::Interrupt interrupt) {
-        const bool isDelicate = std::ranges::any_of(_jobs, [](const auto& job) { return job->isDelicate(); });
-        if (interrupt == Program::Interrupt::byUser && isDelicate && !std::exchange(_isWarned, true)) {
-            _display.breakLine();
-            _program.output.note("a printer is in the middle of its update and may be unusable until the update is "
-                                 "repeated. Interrupt once more to end all the same.");
+        if (interrupt == Program::Interrupt::terminalClosed) {
+            _questions.close();
+            _display.close();
             return;
         }
-        for (const auto& job : _jobs) job->interrupt(); // the last one ends the run
+        const bool isBetweenCommands = supervisor().isAnyBetweenCommands();
+        if (interrupt == Program::Interrupt::byUser && isBetweenCommands && !std::exchange(_isWarned, true)) {
+            _display.breakLine();
+            _program.output.note("a printer is in the middle of its update and may be unusable until the update is "
+                                 "repeated. Interrupt once more to end as soon as it can be left.");
+            return;
+        }
+        _isInterrupted = true;
+        if (isBetweenCommands) {
+            _display.breakLine();
+            _program.output.note("ending when the printers can be left, at most 60 seconds from now.");
+        }
+        supervisor().requestStop();
     }
 
     Program& _program;
     UpdateDisplay _display;
     Questions _questions;
-    std::vector<Program::Printer> _printers;
-    std::vector<std::unique_ptr<UpdateJob>> _jobs;
+    UpdateAnswers _answers;
+    std::vector<Program::Printer> _printers; // in the order of the list or of the command line
+    std::set<std::string> _keys;
+    std::map<std::string, std::string> _advice; // by key: the advice that was given last
     bool _isWarned = false;
+    bool _isInterrupted = false;
     bool _isEnding = false;
 };
 
 } // namespace
 
 void runUpdate(Program& program) {
-    static std::unique_ptr<UpdateRun> run; // as long as the program runs
-    run = std::make_unique<UpdateRun>(program);
+    static UpdateRun* run = nullptr; // kept until the process is gone: queued blocks use it
+    run = new UpdateRun(program);
     run->begin();
 }
 

@@ -21,12 +21,12 @@ std::string factOfNotice(const std::string& keyPath) {
     return keyPath == "usbISerialString" ? HOLVEN_ZUL_USB_ISerialisSet : keyPath;
 }
 
-class Watcher final : public KeyValueObserver, public std::enable_shared_from_this<Watcher> {
+class Watcher final : public KeyValueObserver, public SessionObserver, public std::enable_shared_from_this<Watcher> {
   public:
     explicit Watcher(Program& program) : _program(program) {}
 
     void begin() {
-        _program.controller->addObserver(weak_from_this(), "printers", nullptr);
+        _program.session.controller->addObserver(weak_from_this(), "printers", nullptr);
         compareList();
     }
 
@@ -34,7 +34,7 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
     void observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& /*object*/, void* context) override {
         const auto weak = weak_from_this();
         if (context == nullptr) {
-            _program.mainQueue.async([weak] {
+            _program.session.mainQueue.async([weak] {
                 if (const auto self = weak.lock()) self->compareList();
             });
             return;
@@ -44,14 +44,18 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
         const std::string key = factOfNotice(keyPath);
         const auto fact = value.find(key);
         const json held = fact == value.end() ? json(nullptr) : jsonOf(fact->second);
-        _program.mainQueue.async([weak, printer, key, held] {
+        _program.session.mainQueue.async([weak, printer, key, held] {
             if (const auto self = weak.lock()) self->showFact(*printer, key, held);
         });
     }
 
+    void updateDidChange(const std::string& /*key*/) override {}
+    void updateDidEnd(const std::string& /*key*/) override {}
+    void unusablePrinterDidArrive(const std::string& message) override { _program.output.note(message); }
+
   private:
     void compareList() {
-        const auto now = _program.printers();
+        const auto now = _program.session.printers();
         for (auto shown = _shown.begin(); shown != _shown.end();) {
             if (std::find(now.begin(), now.end(), *shown) == now.end()) {
                 (*shown)->removeObserver(weak_from_this(), KeyValueObservable::kEveryKey, shown->get());
@@ -79,6 +83,11 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
     }
 
     void show(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
+        write(printer, event, key, value);
+        if (_program.output.isLost()) _program.quit(kDone); // nobody watches any more
+    }
+
+    void write(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
         if (_program.output.isJson()) {
             json line = {{"event", event}, {"printer", printer.keyUSBdevice()}, {"location", printer.locationText()}};
             if (!key.empty()) {
@@ -91,7 +100,7 @@ class Watcher final : public KeyValueObserver, public std::enable_shared_from_th
         std::string text = printer.keyUSBdevice() + "  " + event;
         text += key.empty() ? "  " + printer.descriptionUTF8() + " at " + printer.locationText()
                             : "  " + key + " = " + textOf(value);
-        _program.output.line(text);
+        _program.output.line(printableInLine(text));
     }
 
     Program& _program;
@@ -105,8 +114,7 @@ void runWatch(Program& program) {
     static std::shared_ptr<Watcher> watcher; // as long as the program runs
     watcher = std::make_shared<Watcher>(program);
     program.noteUnusable();
-    program.unusableFound = [&program](const std::string& message) { program.output.note(message); };
-    program.onInterrupt([&program](Program::Interrupt) { program.quit(kInterrupted); });
+    program.session.setObserver(watcher.get());
     watcher->begin();
 }
 

@@ -8,10 +8,11 @@ namespace zul::cli {
 
 namespace {
 
-const char* kFooter = "\nPRINTER is a key, a printer serial number, a USB location or a position in the list.\n"
-                      "Exit status: 0 done, 1 failed, 2 wrong usage, 3 update not needed, 4 no such printer, 5 busy,\n"
-                      "6 not ready, 7 damaged firmware files, 8 did not come back or answer, 130 interrupted.\n"
-                      "With several printers it is that of the first one, in the order of the list, that failed.";
+const char* kFooter =
+    "\nPRINTER is a key, a printer serial number, a USB location or a position in the list.\n"
+    "Exit status: 0 done, 1 failed, 2 wrong usage, 3 update not needed, 4 no such printer, 5 busy,\n"
+    "6 not ready, 7 damaged or missing firmware files, 8 did not come back or answer, 130 interrupted.\n"
+    "With several printers it is that of the first one, in the order of the list, that failed.";
 
 constexpr int kLongestWait = 86400; // seconds: a day
 
@@ -72,9 +73,11 @@ void addUpdateCommand(CLI::App& app, Options& options) {
     update->add_flag("--agree", options.agree, "Tick \"I Agree\"");
     update->add_flag("--yes", options.yes, "Confirm the update");
     update->add_flag("--not-needed-ok", options.notNeededOk, "Exit with 0 when the installed version is newer");
-    update->add_option("--stall-timeout", options.stallTimeout, "Seconds of silence before advice is given")
-        ->check(kSeconds)
-        ->capture_default_str();
+    update->add_flag("--reinstall", options.reinstall, "Update a printer that is up to date, too");
+    update
+        ->add_option("--stall-timeout", options.stallTimeout,
+                     "Seconds without a sign of life before advice is given (default: the longest time of each step)")
+        ->check(kSeconds);
     update->add_option("--give-up", options.giveUp, "Seconds without progress before it ends")
         ->check(kSeconds)
         ->capture_default_str();

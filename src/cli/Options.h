@@ -20,7 +20,8 @@ struct Options : SessionOptions {
     bool agree = false;
     bool yes = false;
     bool notNeededOk = false;
-    int stallTimeout = 120; // seconds
+    bool reinstall = false;
+    int stallTimeout = 0; // seconds; 0: the longest time of each phase
     int giveUp = 900;       // seconds
 };
 

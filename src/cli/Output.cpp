@@ -1,8 +1,12 @@
 #include "cli/Output.h"
 
+#include "cli/ExitStatus.h"
+#include "cli/StandardOutput.h"
+
 #include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 namespace zul::cli {
 
@@ -10,7 +14,7 @@ namespace {
 
 // Facts come from printers and may be any bytes: what is no text is replaced rather than ending the program.
 std::string dumped(const nlohmann::json& value, int indent) {
-    return value.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace);
+    return printableJson(value.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace));
 }
 
 bool isInsideCharacter(char byte) {
@@ -24,15 +28,6 @@ std::size_t width(const std::string& text) {
 }
 
 } // namespace
-
-std::string printable(const std::string& text) {
-    std::string result = text;
-    for (char& character : result) {
-        const auto value = static_cast<unsigned char>(character);
-        if ((value < 0x20 && value != '\n') || value == 0x7F) character = '?';
-    }
-    return result;
-}
 
 std::string shortened(std::string text, std::size_t columns) {
     std::size_t used = 0;
@@ -65,19 +60,35 @@ void Output::note(const std::string& text) const {
     std::cerr << (_json ? dumped({{"note", text}}, -1) : "zulctl: " + printable(text)) << std::endl;
 }
 
+bool Output::isLost() const {
+    return StandardOutput::shared().isLost();
+}
+
+int Output::finish(int exitStatus) const {
+    const int error = StandardOutput::shared().finish();
+    if (error == 0) return exitStatus;
+    const std::string text = "cannot write to standard output (" + std::generic_category().message(error) +
+                             "). What it shows is not complete.";
+    const int status = exitStatus == kDone ? static_cast<int>(kFailed) : exitStatus;
+    const nlohmann::json problem = {{"error", {{"message", text}, {"exit", status}}}};
+    std::cerr << (_json ? dumped(problem, -1) : "zulctl: " + text) << std::endl;
+    return status;
+}
+
 void Output::table(const std::vector<std::vector<std::string>>& rows) const {
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
         for (std::size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], width(row[column]));
+            widths[column] = std::max(widths[column], width(printableInLine(row[column])));
         }
     }
     for (const auto& row : rows) {
         std::string text;
         for (std::size_t column = 0; column < row.size(); ++column) {
-            text += row[column];
-            if (column + 1 < row.size()) text.append(widths[column] - width(row[column]) + 2, ' ');
+            const std::string cell = printableInLine(row[column]);
+            text += cell;
+            if (column + 1 < row.size()) text.append(widths[column] - width(cell) + 2, ' ');
         }
         line(text);
     }

@@ -2,6 +2,8 @@
 // before it.
 #pragma once
 
+#include "platform/foundation/PrintableText.h"
+
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
@@ -23,12 +25,16 @@ class Output {
     void note(const std::string& text) const;
     void table(const std::vector<std::vector<std::string>>& rows) const;
 
+    /// Nothing that is still written to standard output arrives: its reader has gone, or a write has failed.
+    bool isLost() const;
+    /// Ends the output: the exit status, but failed (1) in place of done when results could not be written, which is
+    /// told on standard error. A reader that has gone is no failure.
+    int finish(int exitStatus) const;
+
   private:
     const bool _json;
 };
 
-/// The text without control characters: facts come from devices, and a terminal obeys what it is sent. Line ends stay.
-std::string printable(const std::string& text);
 /// The text cut to so many columns at most, never inside a character.
 std::string shortened(std::string text, std::size_t columns);
 

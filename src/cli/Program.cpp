@@ -1,42 +1,42 @@
+// Finding printers by what people call them, and the start of a run. Main queue.
 #include "cli/Program.h"
 
 #include "cli/ExitStatus.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <thread>
-#include <unistd.h>
 
 namespace zul::cli {
 
 namespace {
 
-int interruptPipe[2] = {-1, -1};
-
-void noteInterrupt(int signal) {
-    const int kept = errno;
-    const char byte = signal == SIGINT ? 'i' : 't';
-    [[maybe_unused]] const auto written = ::write(interruptPipe[1], &byte, 1);
-    errno = kept;
+Program::Interrupt interruptOf(int signal) {
+    if (signal == SIGINT) return Program::Interrupt::byUser;
+    return signal == SIGHUP ? Program::Interrupt::terminalClosed : Program::Interrupt::bySystem;
 }
 
 } // namespace
 
+// Commands that have more to end replace the handler.
 Program::Program(Options runOptions)
-    : Session(runOptions, alerts, application), options(std::move(runOptions)), output(options.json) {}
+    : options(std::move(runOptions)), output(options.json), session(options, alerts, application),
+      _interrupted([this](Interrupt) { quit(kInterrupted); }),
+      _signals(session.mainQueue, {SIGINT, SIGTERM, SIGHUP}, [this](int signal) { _interrupted(interruptOf(signal)); }) {
+}
 
 int Program::start(std::function<void()> ready) {
-    if (const auto problem = startSession(TBPrinters::Outlets{})) {
+    if (const auto problem = session.start(TBPrinters::Outlets{})) {
         const int status = problem->isWrongUsage ? kWrongUsage : kFailed;
         output.problem(problem->message, status);
         return status;
     }
-    onInterrupt([this](Interrupt) { quit(kInterrupted); }); // commands that have more to end say so themselves
-    // Behind the insertion of the rows; twice, because what is queued first asks for a close behind itself.
-    mainQueue.async([this, ready = std::move(ready)] {
-        afterQueues(printers(), [this, ready] { afterQueues(printers(), ready); });
+    // After the insertion of the rows; twice, because what is queued first asks for a close after itself.
+    session.whenEnumerated([this, ready = std::move(ready)] {
+        session.mainQueue.async([this, ready] {
+            session.afterQueues(session.printers(),
+                                [this, ready] { session.afterQueues(session.printers(), ready); });
+        });
     });
     return kDone;
 }
@@ -45,24 +45,26 @@ int Program::start(std::function<void()> ready) {
 
 std::string Program::listed() const {
     std::string text;
-    for (const Printer& printer : printers()) {
+    for (const Printer& printer : session.printers()) {
         text += (text.empty() ? "" : ", ") + printer->keyUSBdevice() + " = " + nameOf(*printer);
     }
     return text;
 }
 
 void Program::noteUnusable() const {
-    for (const std::string& message : unusablePrinters()) output.note(message);
+    for (const std::string& message : session.unusablePrinters()) output.note(message);
 }
 
-void Program::tellNoPrinter(int exitStatus) {
+void Program::reportNoPrinter(int exitStatus) {
     noteUnusable();
-    output.problem("no printer is attached. Connect a ZUL printer by USB and switch it on.", exitStatus);
+    output.problem(session.unusablePrinters().empty() ? "no printer is attached. Connect a ZUL printer by USB and switch it on."
+                                              : "no attached printer can be used.", // why has just been said
+                   exitStatus);
 }
 
 Program::Printer Program::find(const std::string& name, int& exitStatus) {
     exitStatus = kNoPrinter;
-    const auto all = printers();
+    const auto all = session.printers();
     const auto isCalled = [&](const Printer& printer) {
         return name == printer->keyUSBdevice() || name == printer->printerSerialNumber() ||
                name == printer->locationText() || name == printer->serialNumberUSB();
@@ -81,7 +83,7 @@ Program::Printer Program::find(const std::string& name, int& exitStatus) {
         return all[position - 1];
     }
     if (all.empty()) {
-        tellNoPrinter(exitStatus);
+        reportNoPrinter(exitStatus);
     } else {
         noteUnusable();
         output.problem("no printer is called \"" + name + "\". Attached: " + listed() + ".", kNoPrinter);
@@ -92,36 +94,15 @@ Program::Printer Program::find(const std::string& name, int& exitStatus) {
 Program::Printer Program::findOnly(const std::vector<std::string>& names, int& exitStatus) {
     exitStatus = kNoPrinter;
     if (!names.empty()) return find(names.front(), exitStatus);
-    const auto all = printers();
+    const auto all = session.printers();
     if (all.size() == 1) return all.front();
     if (all.empty()) {
-        tellNoPrinter(kNoPrinter);
+        reportNoPrinter(kNoPrinter);
     } else {
         exitStatus = kWrongUsage;
         output.problem("several printers are attached; name one of them: " + listed() + ".", kWrongUsage);
     }
     return nullptr;
-}
-
-void Program::onInterrupt(std::function<void(Interrupt)> handler) {
-    const bool isFirst = !_interrupted;
-    _interrupted = std::move(handler);
-    if (!isFirst || ::pipe(interruptPipe) != 0) return;
-    std::thread([this, from = interruptPipe[0]] {
-        char byte = 0;
-        for (;;) {
-            const auto count = ::read(from, &byte, 1);
-            const auto interrupt = byte == 'i' ? Interrupt::byUser : Interrupt::bySystem;
-            if (count == 1) mainQueue.async([this, interrupt] { _interrupted(interrupt); });
-            if (count == 0 || (count < 0 && errno != EINTR)) return;
-        }
-    }).detach();
-    struct sigaction action {};
-    action.sa_handler = noteInterrupt;
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    sigaction(SIGHUP, &action, nullptr);
 }
 
 } // namespace zul::cli

@@ -27,40 +27,35 @@ std::size_t buttonNamed(const AlertDescription& alert, const std::string& line) 
     return alert.buttons.size();
 }
 
-// "Cancel" where there is one, else the default, which never starts anything either.
-std::size_t harmlessButton(const AlertDescription& alert) {
-    const auto cancel = std::find(alert.buttons.begin(), alert.buttons.end(), "Cancel");
-    return cancel == alert.buttons.end() ? 0 : static_cast<std::size_t>(cancel - alert.buttons.begin());
-}
-
 } // namespace
 
 void Questions::show(const AlertDescription& alert) {
     std::cout << '\n';
-    if (!alert.printerName.empty()) std::cout << '<' << printable(alert.printerName) << ">\n";
+    if (!alert.printerName.empty()) std::cout << '<' << printableInLine(alert.printerName) << ">\n";
     std::cout << printable(alert.messageText) << '\n';
     if (!alert.informativeText.empty()) std::cout << printable(alert.informativeText) << '\n';
     std::cout << std::flush;
 }
 
-void Questions::ask(AlertDescription alert, std::function<void(std::size_t)> answered) {
-    _waiting.push_back({std::move(alert), std::move(answered)});
+void Questions::ask(AlertDescription alert) {
+    _waiting.push_back(std::move(alert));
     if (_waiting.size() == 1) showFirst();
     if (_isOver) {
-        _mainQueue.async([this] { leaveAll(); });
+        _mainQueue.async([this] { close(); });
     } else {
         readLines();
     }
 }
 
 void Questions::showFirst() {
-    const AlertDescription& alert = _waiting.front().alert;
+    const AlertDescription& alert = _waiting.front();
     show(alert);
     if (alert.accessory)
         std::cout << "  [" << (alert.accessory->state == 1 ? 'x' : ' ') << "] " << alert.accessory->title
                   << "  (type \"agree\" to tick it)\n";
     for (std::size_t index = 0; index < alert.buttons.size(); ++index) {
-        std::cout << "  " << index + 1 << ") " << alert.buttons[index] << (index == 0 ? "  (Return)" : "") << '\n';
+        std::cout << "  " << index + 1 << ") " << printable(alert.buttons[index]) << (index == 0 ? "  (Return)" : "")
+                  << '\n';
     }
     std::cout << "> " << std::flush;
 }
@@ -73,24 +68,23 @@ void Questions::readLines() {
         for (std::string line; std::getline(std::cin, line);) {
             _mainQueue.async([this, line] { handleLine(line); });
         }
-        _mainQueue.async([this] { leaveAll(); });
+        _mainQueue.async([this] { close(); });
     }).detach();
 }
 
-// The terminal is gone: every question, now and later, gets the answer that starts nothing.
-void Questions::leaveAll() {
+void Questions::close() {
     _isOver = true;
-    while (!_waiting.empty()) answer(harmlessButton(_waiting.front().alert));
+    while (!_waiting.empty()) answer(_waiting.front().harmlessButton);
 }
 
 bool Questions::isContinueBlocked(std::size_t button) const {
-    const auto& box = _waiting.front().alert.accessory;
+    const auto& box = _waiting.front().accessory;
     return button == kContinueButton && box && box->state != 1;
 }
 
 void Questions::handleLine(const std::string& line) {
     if (_waiting.empty()) return; // typed ahead of any question
-    const AlertDescription& alert = _waiting.front().alert;
+    const AlertDescription& alert = _waiting.front();
     if (alert.accessory && (lowerCase(line) == "agree" || lowerCase(line) == lowerCase(alert.accessory->title))) {
         alert.accessory->state = 1 - alert.accessory->state;
         if (alert.accessory->action) alert.accessory->action(*alert.accessory);
@@ -110,10 +104,9 @@ void Questions::handleLine(const std::string& line) {
 }
 
 void Questions::answer(std::size_t button) {
-    const Question question = std::move(_waiting.front());
+    const AlertDescription alert = std::move(_waiting.front());
     _waiting.pop_front();
-    if (question.answered) question.answered(button);
-    if (question.alert.completion) question.alert.completion(kAlertFirstButton + static_cast<int>(button));
+    if (alert.completion) alert.completion(kAlertFirstButton + static_cast<int>(button));
     if (!_waiting.empty()) showFirst();
 }
 

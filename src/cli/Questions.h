@@ -15,26 +15,23 @@ class Questions {
     explicit Questions(MainQueue& mainQueue) : _mainQueue(mainQueue) {}
 
     /// Shows the alert as it is given (title, message, buttons in order, the first is the default) and calls its
-    /// completion with the answer. answered is called before that with the button's index.
-    void ask(AlertDescription alert, std::function<void(std::size_t button)> answered);
+    /// completion with the answer.
+    void ask(AlertDescription alert);
     /// Shows an alert that needs no answer from here, headed by the printer that it is about.
     static void show(const AlertDescription& alert);
     bool isAsking() const { return !_waiting.empty(); }
+    /// The terminal is gone: every question, now and later, gets the answer that starts nothing.
+    void close();
 
   private:
-    struct Question {
-        AlertDescription alert;
-        std::function<void(std::size_t)> answered;
-    };
     void showFirst();
     void readLines();
     void handleLine(const std::string& line);
-    void leaveAll();
     void answer(std::size_t button);
     bool isContinueBlocked(std::size_t button) const;
 
     MainQueue& _mainQueue;
-    std::deque<Question> _waiting;
+    std::deque<AlertDescription> _waiting;
     bool _isReading = false;
     bool _isOver = false; // nobody will answer any more
 };

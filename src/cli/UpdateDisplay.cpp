@@ -1,7 +1,6 @@
 #include "cli/UpdateDisplay.h"
 
 #include "Classes/StatusTexts.h"
-#include "Classes/UpdateWords.h"
 #include "platform/foundation/Format.h"
 
 #include <iostream>
@@ -31,12 +30,15 @@ double secondsOf(Clock::Duration span) {
 UpdateDisplay::UpdateDisplay(const Output& output)
     : _output(output), _isLive(!output.isJson() && ::isatty(STDOUT_FILENO) == 1) {}
 
-void UpdateDisplay::show(const std::string& name, const UpdateState& state, Clock::TimePoint now) {
+void UpdateDisplay::show(const Update& update, Clock::TimePoint now) {
+    const UpdateState& state = update.state;
+    if (_isClosed || state.phase == UpdatePhase::done) return; // its result follows
     if (_isLive) {
-        _live[state.key] = formatted("%s: %s [%.0f s]", name, describeState(state, now), secondsOf(now - state.begun));
+        _live[state.key] = formatted("%s: %s [%.0f s]", update.name, describeState(state, now, update.usual),
+                                     secondsOf(now - state.begun));
         showLive();
     } else if (isNews(state, now)) {
-        _output.isJson() ? showObject(state, now) : showPlain(name, state, now);
+        _output.isJson() ? showObject(update, now) : showPlain(update, now);
     }
 }
 
@@ -45,36 +47,39 @@ void UpdateDisplay::showLive() {
     std::string line;
     for (const auto& [key, text] : _live) line += (line.empty() ? "" : " | ") + text;
     // The last column stays free: writing there would wrap on some terminals.
-    std::cout << "\r\033[K" << shortened(printable(line), terminalWidth() - 1) << std::flush;
+    std::cout << "\r\033[K" << shortened(printableInLine(line), terminalWidth() - 1) << std::flush;
     _lineIsOpen = true;
 }
 
 void UpdateDisplay::breakLine() {
-    if (_lineIsOpen) std::cout << "\r\033[K" << std::flush;
+    if (_lineIsOpen && !_isClosed) std::cout << "\r\033[K" << std::flush;
     _lineIsOpen = false;
 }
 
-// A wait is told again from time to time: silence would look like a program that hangs.
+// A wait is shown again from time to time: silence would look like a program that hangs.
 bool UpdateDisplay::isNews(const UpdateState& state, Clock::TimePoint now) {
-    std::string told = std::to_string(static_cast<int>(state.phase)) + '/' + std::to_string(state.table);
+    std::string shown = std::to_string(static_cast<int>(state.phase)) + '/' + std::to_string(state.table);
     if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
-        told += '/' + std::to_string(100ULL * state.bytesDone / state.bytesTotal / kPlainStep);
+        shown += '/' + std::to_string(100ULL * state.bytesDone / state.bytesTotal / kPlainStep);
     }
-    if (state.phase == UpdatePhase::restarted && state.rawStatus != kReadyStatus) told += '/' + state.rawStatus;
-    told += '/' + std::to_string((now - state.phaseBegun) / kPlainRepeat);
-    return std::exchange(_shown[state.key], told) != told;
+    if (state.phase == UpdatePhase::restarted && state.isWaitingUntilReady()) shown += '/' + state.rawStatus;
+    shown += '/' + std::to_string((now - state.phaseBegun) / kPlainRepeat);
+    return std::exchange(_shown[state.key], shown) != shown;
 }
 
-void UpdateDisplay::showPlain(const std::string& name, const UpdateState& state, Clock::TimePoint now) {
-    _output.line(formatted("[%5.1f s] %s: %s", secondsOf(now - state.begun), name, describeState(state, now)));
+void UpdateDisplay::showPlain(const Update& update, Clock::TimePoint now) {
+    _output.line(formatted("[%5.1f s] %s: %s", secondsOf(now - update.state.begun), update.name,
+                           describeState(update.state, now, update.usual)));
 }
 
-void UpdateDisplay::showObject(const UpdateState& state, Clock::TimePoint now) {
+void UpdateDisplay::showObject(const Update& update, Clock::TimePoint now) {
+    const UpdateState& state = update.state;
     nlohmann::json line = {{"event", "phase"},
                            {"printer", state.key},
-                           {"phase", nameOfPhase(state.phase)},
+                           {"phase", phaseRow(state.phase).name},
                            {"elapsed", secondsOf(now - state.begun)},
-                           {"text", describeState(state, now)}};
+                           {"text", describeState(state, now, update.usual)}};
+    if (state.holder) line["holder"] = {{"program", state.holder->program}, {"pid", state.holder->pid}};
     if (state.phase == UpdatePhase::writing) {
         line["bytes"] = state.bytesDone;
         line["bytesTotal"] = state.bytesTotal;
@@ -87,7 +92,8 @@ void UpdateDisplay::showObject(const UpdateState& state, Clock::TimePoint now) {
     _output.object(line);
 }
 
-void UpdateDisplay::tell(const std::string& key, const std::string& text, const char* event) {
+void UpdateDisplay::report(const std::string& key, const std::string& text, const char* event) {
+    if (_isClosed) return;
     breakLine();
     if (_output.isJson()) {
         _output.object({{"event", event}, {"printer", key}, {"text", text}});

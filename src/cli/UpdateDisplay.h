@@ -2,8 +2,8 @@
 // Main queue.
 #pragma once
 
-#include "Classes/UpdateMonitor.h"
 #include "cli/Output.h"
+#include "update/UpdateSupervisor.h"
 
 #include <map>
 #include <string>
@@ -14,26 +14,29 @@ class UpdateDisplay {
   public:
     explicit UpdateDisplay(const Output& output);
 
-    /// Called at every change and every second.
-    void show(const std::string& name, const UpdateState& state, Clock::TimePoint now);
+    /// Called at every change and every half second.
+    void show(const Update& update, Clock::TimePoint now);
     /// A line that stays, whatever is live.
-    void tell(const std::string& key, const std::string& text, const char* event);
+    void report(const std::string& key, const std::string& text, const char* event);
     /// Ends the live line, so that something else can be written.
     void breakLine();
+    /// The terminal is gone: nothing is shown from now on.
+    void close() { _isClosed = true; }
     /// The printer's update is over: it leaves the live line.
     void forget(const std::string& key) { _live.erase(key); }
 
   private:
     void showLive();
-    void showPlain(const std::string& name, const UpdateState& state, Clock::TimePoint now);
-    void showObject(const UpdateState& state, Clock::TimePoint now);
+    void showPlain(const Update& update, Clock::TimePoint now);
+    void showObject(const Update& update, Clock::TimePoint now);
     bool isNews(const UpdateState& state, Clock::TimePoint now);
 
     const Output& _output;
     const bool _isLive;
     std::map<std::string, std::string> _live;  // by key: the line's text
-    std::map<std::string, std::string> _shown; // by key: what the last plain line told
+    std::map<std::string, std::string> _shown; // by key: what the last plain line reported
     bool _lineIsOpen = false;
+    bool _isClosed = false;
 };
 
 } // namespace zul::cli

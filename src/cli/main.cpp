@@ -3,6 +3,10 @@
 #include "cli/ExitStatus.h"
 #include "cli/Options.h"
 #include "cli/Program.h"
+#include "cli/StandardOutput.h"
+#include "platform/foundation/StandardStreams.h"
+#include "platform/dispatch/Signals.h"
+#include "session/Logs.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <algorithm>
@@ -17,12 +21,12 @@ namespace zul::cli {
 namespace {
 
 // Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
-[[noreturn]] void leave(int status) {
-    std::cout << std::flush;
+[[noreturn]] void leave(int status, const Output& output) {
+    const int told = output.finish(status);
     std::cerr << std::flush;
     std::fflush(stdout); // not all streams: a thread that reads the terminal holds its lock
     std::fflush(stderr);
-    _exit(status);
+    _exit(told);
 }
 
 bool wantsJson(int argc, char** argv) {
@@ -58,12 +62,13 @@ int runWithPrinters(const Options& options) {
     const PrinterCommand command = printerCommands().at(options.command);
     if (const int status = program->start([command] { command(*program); }); status != kDone) return status;
     const int status = program->run();
-    static_cast<void>(program->controller->applicationShouldTerminate());
-    program->endBus();
+    static_cast<void>(program->session.controller->applicationShouldTerminate());
+    program->session.endBus();
     return status;
 }
 
 int run(int argc, char** argv) {
+    ignoreBrokenPipes();
     const ParsedOptions parsed = parseOptions(argc, argv);
     if (!parsed.options) {
         std::cout << parsed.output;
@@ -90,5 +95,8 @@ int run(int argc, char** argv) {
 } // namespace zul::cli
 
 int main(int argc, char** argv) {
-    zul::cli::leave(zul::cli::run(argc, argv));
+    zul::occupyStandardStreams();
+    zul::cli::StandardOutput::shared(); // everything is written through it
+    const int status = zul::cli::run(argc, argv);
+    zul::cli::leave(status, zul::cli::Output(zul::cli::wantsJson(argc, argv)));
 }

@@ -1,10 +1,34 @@
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
 
+#include <ctime>
 #include <memory>
+#include <unicode/simpletz.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
 namespace zul {
+
+namespace {
+
+// The machine's zone at that time. ICU finds it by name and does not know the rules that TZ may hold instead
+// ("CET-1CEST,M3.5.0,M10.5.0/3"): the C library, which every other program asks, has the last word. Null for the zone
+// that ICU has found.
+std::unique_ptr<icu::TimeZone> machineZoneUnlikeICU(UDate date) {
+    constexpr double kMillisecondsPerSecond = 1000;
+    const auto seconds = static_cast<std::time_t>(date / kMillisecondsPerSecond);
+    std::tm local{};
+    if (::localtime_r(&seconds, &local) == nullptr) return nullptr;
+    const auto offset = static_cast<std::int32_t>(local.tm_gmtoff * static_cast<long>(kMillisecondsPerSecond));
+    const std::unique_ptr<icu::TimeZone> found(icu::TimeZone::createDefault());
+    std::int32_t rawOffset = 0;
+    std::int32_t summerOffset = 0;
+    UErrorCode status = U_ZERO_ERROR;
+    found->getOffset(date, /*local=*/false, rawOffset, summerOffset, status);
+    if (U_SUCCESS(status) && rawOffset + summerOffset == offset) return nullptr;
+    return std::make_unique<icu::SimpleTimeZone>(offset, icu::UnicodeString(local.tm_zone));
+}
+
+} // namespace
 
 std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_point date, const std::string& format,
                                                const std::string& timeZone) {
@@ -13,12 +37,15 @@ std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_p
     const icu::Locale locale("en_US_POSIX");
     icu::SimpleDateFormat formatter(icu::UnicodeString::fromUTF8(format), locale, status);
     if (U_FAILURE(status)) return std::nullopt;
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch());
+    const auto milliseconds = static_cast<UDate>(sinceEpoch.count());
     if (!timeZone.empty()) {
         formatter.adoptTimeZone(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(timeZone)));
+    } else if (auto zone = machineZoneUnlikeICU(milliseconds)) {
+        formatter.adoptTimeZone(zone.release());
     }
-    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(date.time_since_epoch());
     icu::UnicodeString text;
-    formatter.format(static_cast<UDate>(sinceEpoch.count()), text, /*posIter=*/nullptr, status);
+    formatter.format(milliseconds, text, /*posIter=*/nullptr, status);
     if (U_FAILURE(status)) return std::nullopt;
     std::string utf8;
     return text.toUTF8String(utf8);

@@ -77,7 +77,7 @@ void HOLVEN_Log::logLevel(int level, const std::string& message) {
             *log.pending += line;
             log.pendingCharacters += charactersIn(line);
         } else {
-            std::fwrite(line.data(), 1, line.size(), log.file);
+            writeToFile(log, line);
         }
         if (!log.notifiesForUpdates) return;
         notification = {HOLVEN_LogFileDidUpdate, log.logFilePath, {{HOLVEN_LogFileAddedString, line}}};

@@ -41,8 +41,9 @@ class HOLVEN_Log : public HOLVEN_Base {
     /// The time as the lines in the file carry it.
     static std::string logDateString();
 
-    /// Opens the log file for appending, after rolling it if it is long, and writes the lines kept so far into it.
-    /// True only when this call opened it; a file that is open stays the log file.
+    /// Opens the log file for appending, after rolling it if it is long, and writes the lines kept so far into it. The
+    /// path is used as it is given, but for a "~" in front. True only when this call opened it; a file that is open
+    /// stays the log file.
     static bool setLogFile(const std::optional<std::string>& path);
     /// rollLogFile:toPath:atSize:  Moves the lines of a file of at least size bytes to the end of the old file, which
     /// keeps the newest 10 MiB. Without oldPath it is called name_old.extension.
@@ -83,6 +84,8 @@ class HOLVEN_Log : public HOLVEN_Base {
     struct State;
     /// The values at the start. Runs once, before the first use.
     static void initialize(State& log);
+    /// The first failure is reported on standard error.
+    static void writeToFile(State& log, const std::string& lines);
     static State& state();
 };
 

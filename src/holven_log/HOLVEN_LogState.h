@@ -17,6 +17,7 @@ struct HOLVEN_Log::State {
     std::FILE* file = nullptr;
     std::optional<std::string> pending = std::string{}; // gone for good once a file is open
     std::size_t pendingCharacters = 0;
+    bool hasLostLines = false; // reported already
     bool notifiesForUpdates = false;
     bool logsToStandardError = true;
     bool logsApplicationName = false;

@@ -2,13 +2,12 @@
 #include "holven_log/HOLVEN_LogState.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/HomeFolder.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -23,12 +22,11 @@ constexpr std::uint64_t kUsualRollSize = 0x100000; // bytes
 constexpr std::size_t kMostOldBytes = 0xA00000;
 constexpr mode_t kLogFileMode = 0664;
 
-std::string standardized(const std::string& path) {
-    const char* home = std::getenv("HOME");
-    const bool inHome = path == "~" || path.starts_with("~/");
-    std::string standard = fs::path(inHome && home != nullptr ? home + path.substr(1) : path).lexically_normal();
-    if (standard.size() > 1 && standard.back() == '/') standard.pop_back();
-    return standard;
+// Root may be told to log into a device, whose rights belong to everybody else, too.
+void shareIfRegular(int descriptor) {
+    struct stat info {};
+    if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) return;
+    (void)::fchmod(descriptor, kLogFileMode); // a file of another owner keeps its rights
 }
 
 // given: the path as the caller wrote it, for the message.
@@ -48,11 +46,12 @@ void keepNewestLines(Data& lines) {
     lines.erase(lines.begin(), lineEnd == lines.end() ? lineEnd : lineEnd + 1);
 }
 
-bool writeFile(const std::string& path, const Data& contents) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(contents.data()), static_cast<std::streamsize>(contents.size()));
-    file.close();
-    return file.good();
+bool writeSharedFile(const std::string& path, const Data& contents) {
+    std::FILE* const file = std::fopen(path.c_str(), "we");
+    if (file == nullptr) return false;
+    const bool isWritten = std::fwrite(contents.data(), 1, contents.size(), file) == contents.size();
+    shareIfRegular(::fileno(file));
+    return std::fclose(file) == 0 && isWritten;
 }
 
 } // namespace
@@ -62,7 +61,7 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
     int error = 0;
     {
         const std::scoped_lock lock(log.mutex);
-        log.logFilePath = path ? std::optional(standardized(*path)) : std::nullopt;
+        log.logFilePath = path ? std::optional(pathWithHome(*path)) : std::nullopt;
         if (path) {
             createFolderOf(*log.logFilePath, *path);
             rollLogFileIfNecessary(*log.logFilePath);
@@ -73,9 +72,9 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
         if (log.file == nullptr) {
             error = errno;
         } else {
-            (void)::fchmod(::fileno(log.file), kLogFileMode); // a file of another owner keeps its rights
-            std::setvbuf(log.file, nullptr, _IONBF, 0);       // every line is in the file at once
-            std::fwrite(log.pending->data(), 1, log.pending->size(), log.file);
+            shareIfRegular(::fileno(log.file));
+            std::setvbuf(log.file, nullptr, _IONBF, 0); // every line is in the file at once
+            writeToFile(log, *log.pending);
             log.pending.reset();
             log.pendingCharacters = 0;
             if (!log.logsToStandardError) log.outside.reopenStandardError(*log.logFilePath);
@@ -85,6 +84,14 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
     debug(formatted("Failed to open log file at %s; error %d \"%s\"", *path, error,
                     std::generic_category().message(error)));
     return false;
+}
+
+void HOLVEN_Log::writeToFile(State& log, const std::string& lines) {
+    if (std::fwrite(lines.data(), 1, lines.size(), log.file) == lines.size() || log.hasLostLines) return;
+    const int error = errno;
+    log.hasLostLines = true; // first: what follows may be logged, too
+    standardErrorLog(formatted("ERROR: cannot write the log %s (%s); lines are lost\n", log.logFilePath.value_or(""),
+                               std::generic_category().message(error)));
 }
 
 void HOLVEN_Log::rollLogFileIfNecessary(const std::string& path) {
@@ -106,9 +113,8 @@ void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::s
     Data kept = Bundle::contentsOfFile(old).value_or(Data{});
     kept.insert(kept.end(), lines->begin(), lines->end());
     keepNewestLines(kept);
-    if (writeFile(old, kept)) {
+    if (writeSharedFile(old, kept)) {
         logText("Rolled previous log file into %s", old);
-        fs::permissions(old, static_cast<fs::perms>(kLogFileMode), error);
     } else {
         logText("Error writing old log file to %s", old);
     }

@@ -2,6 +2,7 @@
 #include "holven_Base/HostProbe.h"
 #include "holven_log/HOLVEN_LogState.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/PrintableText.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -11,7 +12,11 @@ namespace zul {
 
 HOLVEN_Log::Outside HOLVEN_Log::systemOutside() {
     return {.now = [] { return std::chrono::system_clock::now(); },
-            .standardError = [](const std::string& text) { std::fwrite(text.data(), 1, text.size(), stderr); },
+            .standardError =
+                [](const std::string& text) {
+                    const std::string shown = printable(text);
+                    std::fwrite(shown.data(), 1, shown.size(), stderr);
+                },
             .reopenStandardError =
                 [](const std::string& path) {
                     if (std::freopen(path.c_str(), "a", stderr) == nullptr) {
@@ -35,6 +40,7 @@ void HOLVEN_Log::initialize(State& log) {
     log.logFilePath.reset();
     log.pending = std::string{};
     log.pendingCharacters = 0;
+    log.hasLostLines = false;
     log.notifiesForUpdates = false;
     log.logsToStandardError = true;
     log.logsApplicationName = false;

@@ -1,5 +1,6 @@
 #include "session/PrinterFacts.h"
 
+#include "archive/ArchiveTexts.h"
 #include "platform/foundation/Format.h"
 
 #include <nlohmann/json.hpp>
@@ -14,22 +15,31 @@ json orNull(const std::optional<std::string>& text) {
     return text ? json(*text) : json(nullptr);
 }
 
-const char* nameOfOwnership(std::int64_t ownership) {
-    if (ownership < 0) return "another program";
-    return ownership > 0 ? "this program" : "nobody";
+const char* nameOfOwnership(Ownership ownership) {
+    if (ownership == Ownership::otherProgram) return "another program";
+    return ownership == Ownership::thisProgram ? "this program" : "nobody";
 }
 
 } // namespace
 
 json summaryOf(TBUSBPrinterZUL& printer) {
+    static_cast<void>(printer.newFirmwareVersion()); // its check puts the row and its results among the facts
+    const auto offer = printer.firmwareOffer();
+    const bool isReady = offer && offer->isReady();
     return {{"key", printer.keyUSBdevice()},
             {"model", orNull(printer.model())},
             {"manufacturer", orNull(printer.manufacturer())},
             {"printerSerialNumber", orNull(printer.printerSerialNumber())},
             {"status", orNull(printer.printerStatus())},
             {"firmwareInstalled", orNull(printer.firmwareVersion())},
-            {"firmwareOffered", orNull(printer.newFirmwareVersion())},
+            {"firmwareOffered", isReady ? json(offer->version) : json(nullptr)},
+            {"firmwareFile", offer ? json(nameOfOfferState(offer->state)) : json(nullptr)},
             {"location", printer.locationText()}};
+}
+
+std::string offeredFirmware(const TBUSBPrinterZUL& printer) {
+    const auto offer = printer.firmwareOffer();
+    return offer ? offerText(*offer) : "-";
 }
 
 json jsonOf(const DeviceInfo::Value& value) {

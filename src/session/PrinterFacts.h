@@ -10,6 +10,9 @@ namespace zul {
 
 /// The short form of list.
 nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
+/// The offered version as a person reads it: "VK14 01.61" or, when it cannot be installed, why: "VK14 01.61, file
+/// damaged". "-" for a model without firmware files.
+std::string offeredFirmware(const TBUSBPrinterZUL& printer);
 /// Everything.
 nlohmann::json factsOf(TBUSBPrinterZUL& printer);
 /// A fact of the device-information dictionary as JSON.

@@ -1,5 +1,7 @@
 #include "session/SessionOptions.h"
 
+#include "platform/foundation/HomeFolder.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -35,7 +37,8 @@ void addSessionOptions(CLI::App& app, SessionOptions& options) {
         ->type_name("MODEL[,key=value...]")
         ->allow_extra_args(false);
     app.add_option("--firmware-archive", options.firmwareArchive, "Folder with firmware files and their digests.json")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->transform(pathWithHome);
     app.add_option_function<std::vector<std::string>>(
            "--admit-product",
            [&options](const std::vector<std::string>& texts) {
@@ -48,9 +51,10 @@ void addSessionOptions(CLI::App& app, SessionOptions& options) {
            "Admit a further USB product ID for this run; may be repeated")
         ->type_name("ID")
         ->allow_extra_args(false);
-    app.add_option("--log", options.logFile, "Append the log to a file")->type_name("FILE");
+    app.add_option("--log", options.logFile, "Append the log to a file")->type_name("FILE")->transform(pathWithHome);
     app.add_option("--virtual-journal", options.journalFile, "What the virtual printers saw, as JSON lines")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->transform(pathWithHome);
     app.add_flag("-v,--verbose", options.verbose, "Repeat the system log on standard error");
 }
 

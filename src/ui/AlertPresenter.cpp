@@ -114,12 +114,6 @@ void AlertPresenter::beginAlert(AlertDescription alert) {
     showNext();
 }
 
-int AlertPresenter::pendingFor(const std::string& printerKey) const {
-    return static_cast<int>(
-        std::ranges::count(_waiting, printerKey, &AlertDescription::printerKey) +
-        std::ranges::count(_standing, printerKey, [](const Standing& one) { return one.alert.printerKey; }));
-}
-
 void AlertPresenter::dismissAll() {
     _waiting.clear();
     for (const Standing& one : std::exchange(_standing, {})) {
@@ -158,7 +152,6 @@ void AlertPresenter::finish(QMessageBox* box) {
     const int pressed = static_cast<int>(std::max<qsizetype>(buttons.indexOf(box->clickedButton()), 0));
     box->deleteLater();
     if (alert.completion) alert.completion(kAlertFirstButton + pressed);
-    Q_EMIT answered(qtext(alert.printerKey));
     showNext();
 }
 
@@ -250,8 +243,7 @@ void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert)
         button->setAutoDefault(false); // else Return would press whichever has the focus, "Continue" too
         buttons.push_back(button);
         if (buttons.size() == 1) box.setDefaultButton(button);
-        // Escape is for those who change their mind: nothing else is answered by it.
-        if (qtext(title) == localized("Cancel") || alert.buttons.size() == 1) box.setEscapeButton(button);
+        if (alert.escapeButton == buttons.size() - 1) box.setEscapeButton(button);
     }
     if (!alert.layout) return;
     auto* const layout = new Layout(box, *_mainQueue, buttons);
@@ -261,6 +253,7 @@ void AlertPresenter::addButtons(QMessageBox& box, const AlertDescription& alert)
 void AlertPresenter::addCheckBox(QMessageBox& box, const AlertDescription& alert) {
     auto* const check = new QCheckBox(qtext(alert.accessory->title));
     check->setAccessibleName(qtext(alert.accessory->title));
+    check->setMinimumSize(alert.accessory->width, alert.accessory->height);
     check->setChecked(alert.accessory->state == 1);
     box.setCheckBox(check);
     connect(check, &QCheckBox::toggled, &box, [accessory = alert.accessory](bool isChecked) {

@@ -27,15 +27,10 @@ class AlertPresenter final : public QObject, public AlertOutlet {
 
     void beginAlert(AlertDescription alert) override;
 
-    /// Alerts of this printer that are shown or wait for their turn.
-    int pendingFor(const std::string& printerKey) const;
-
     /// Takes all alerts away without an answer, and lets go of what they hold.
     void dismissAll();
 
   Q_SIGNALS:
-    /// The operator has answered an alert of this printer, and its completion has run.
-    void answered(const QString& printerKey);
     /// The operator wants to end the program, although an alert stands.
     void quitAsked();
 

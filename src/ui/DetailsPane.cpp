@@ -36,9 +36,9 @@ constexpr Fact kTableFacts[] = {
     {operatorText("Checksum of color table 620 HD"), HOLVEN_TBPrinterColorTableChecksum620HD},
 };
 
-QString ownerText(std::int64_t ownership) {
-    if (ownership < 0) return localized("another program");
-    return ownership > 0 ? localized("this program") : localized("nobody");
+QString ownerText(Ownership ownership) {
+    if (ownership == Ownership::otherProgram) return localized("another program");
+    return ownership == Ownership::thisProgram ? localized("this program") : localized("nobody");
 }
 
 void add(Details& details, const char* label, const std::optional<std::string>& value) {

@@ -2,10 +2,12 @@
 
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/UserDefaults.h"
+#include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
+#include "ui/WindowApplication.h"
 #include "ui_MainWindow.h"
 
 #include <QCloseEvent>
@@ -41,10 +43,10 @@ std::unique_ptr<Ui::MainWindow> setUp(QMainWindow* window) {
 
 } // namespace
 
-MainWindow::MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutlet& application)
+MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplication& application)
     : _session(session), _alerts(alerts), _application(application), _ui(setUp(this)), _menu(menuOf(*_ui->menubar)),
       _model(session.mainQueue), _table(std::make_unique<PrinterTable>(*_ui->table, _model)),
-      _controller(*_table, _model), _follower(session, alerts) {
+      _controller(*_table, _model), _supervisor(session.supervisor) {
     setWindowIcon(applicationIcon());
     _log = std::make_unique<LogWindow>(_session.mainQueue); // collects from now on: the session has not started yet
     connect(new QShortcut(QKeySequence("Ctrl+Q"), _log.get()), &QShortcut::activated, _ui->actionQuit,
@@ -61,14 +63,11 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutl
     connect(&_model, &PrinterTableModel::printerChanged, this, [this](int row) {
         if (_model.printer(row) == selection()) showSelection();
     });
-    connect(&_follower, &UpdateFollower::changed, this, &MainWindow::updatesChanged);
-    _session.unusableChanged = [this] { showNotices(); };
+    _session.setObserver(this);
 }
 
 MainWindow::~MainWindow() {
-    _session.unusableChanged = nullptr;
-    _session.updateChanged = nullptr;
-    _session.updateFound = nullptr;
+    _session.setObserver(nullptr);
 }
 
 TBPrinters::Outlets MainWindow::outlets() {
@@ -80,7 +79,7 @@ void MainWindow::begin() {
     layOutColumns();
     layOutWindow();
     _alerts.setWindow(this, _session.mainQueue);
-    _ui->updates->follow(_follower);
+    _ui->updates->follow(_supervisor);
     connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::noteSizes);
     // Later: once they are laid out.
     connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::makeRoomForUpdates, Qt::QueuedConnection);
@@ -210,7 +209,12 @@ void MainWindow::showSelection() {
 void MainWindow::showNotices() {
     QStringList notices;
     if (const std::string problem = _session.defaults.lastError(); !problem.empty()) notices << asSentence(problem);
-    for (const std::string& message : _session.unusablePrinters()) notices << asSentence(message);
+    const auto unusable = _session.unusablePrinters();
+    for (const std::string& message : unusable) notices << asSentence(message);
+    // Whoever is told of a printer that cannot be used must not read beside it that there is none.
+    const bool isNone = unusable.empty();
+    _ui->emptyText->setVisible(isNone);
+    _count->setVisible(isNone || _model.rowCount() > 0);
     if (_session.areSamplesWithheld() && _model.rowCount() > 0) {
         notices << localized("The firmware files in use are samples for virtual printers.") + " " +
                        localized("Start the program with --firmware-archive and the folder with the vendor's files.");
@@ -261,10 +265,34 @@ void MainWindow::giveRoomBack() {
     _isSplitByHand = false;
 }
 
+// ---- updates --------------------------------------------------------------------------------------------------------
+
+void MainWindow::updateDidChange(const std::string& /*key*/) {
+    updatesChanged();
+}
+
+void MainWindow::updateDidEnd(const std::string& /*key*/) {
+    updatesChanged();
+    if (_isEndAsked && !_supervisor.isAnyBetweenCommands()) _application.endNow();
+}
+
+void MainWindow::noteDidArise(const std::string& text) {
+    _ui->statusbar->showMessage(asSentence(text));
+}
+
+void MainWindow::unusablePrinterDidArrive(const std::string& /*message*/) {
+    showNotices();
+}
+
+void MainWindow::unusablePrintersDidChange() {
+    showNotices();
+}
+
 void MainWindow::updatesChanged() {
-    const bool isUnderWay = _follower.isAnyUnderWay();
+    const bool isUnderWay = _supervisor.isAnyUnderWay();
+    _ui->updates->showUpdates();
     _inhibitor.setInhibited(isUnderWay);
-    _taskbar.show(isUnderWay, _follower.progress());
+    _taskbar.show(isUnderWay, _supervisor.progress());
     // An empty table in the middle of an update must not look like a printer to be connected.
     _ui->emptyText->setText(isUnderWay ? localized("A printer is restarting. Leave it switched on and connected.")
                                        : localized("Connect a ZUL printer by USB and switch it on."));
@@ -273,9 +301,41 @@ void MainWindow::updatesChanged() {
 
 // ---- the end --------------------------------------------------------------------------------------------------------
 
+// The close box is a person's request. The window stays until it is clear that the program ends.
 void MainWindow::closeEvent(QCloseEvent* event) {
-    event->accept();
-    if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) _application.terminate();
+    event->ignore();
+    if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) quitAsked();
+}
+
+void MainWindow::quitAsked() {
+    if (!_supervisor.isAnyBetweenCommands()) {
+        _application.endNow();
+        return;
+    }
+    if (std::exchange(_isAskingToQuit, true)) return;
+    AlertDescription question;
+    question.messageText = Bundle::localized("A printer is being updated. Quit all the same?");
+    question.informativeText = Bundle::localized("Its update stops where it is, and the printer may be unusable until "
+                                                 "the update is repeated.");
+    question.buttons = {Bundle::localized("Keep Updating"), Bundle::localized("Quit")};
+    question.escapeButton = 0;
+    question.style = AlertStyle::critical;
+    question.isModal = true; // before any sheet: the person waits for it
+    question.completion = [this](int answer) {
+        _isAskingToQuit = false;
+        if (answer == kAlertSecondButton) _application.endNow();
+    };
+    _alerts.beginAlert(std::move(question));
+}
+
+void MainWindow::endAsked() {
+    if (!_supervisor.isAnyBetweenCommands()) {
+        _application.endNow();
+        return;
+    }
+    _isEndAsked = true;
+    _ui->statusbar->showMessage(localized("The program ends as soon as the printers in an update can be left."));
+    _supervisor.requestStop();
 }
 
 } // namespace zul::ui

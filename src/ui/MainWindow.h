@@ -7,7 +7,6 @@
 #include "ui/PrinterTable.h"
 #include "ui/SleepInhibitor.h"
 #include "ui/TaskbarProgress.h"
-#include "ui/UpdateFollower.h"
 
 #include <QMainWindow>
 #include <memory>
@@ -21,12 +20,14 @@ class MainWindow;
 namespace zul::ui {
 
 class LogWindow;
+class AlertPresenter;
+class WindowApplication;
 
-class MainWindow final : public QMainWindow, public WindowOutlet {
+class MainWindow final : public QMainWindow, public WindowOutlet, public SessionObserver {
     Q_OBJECT
 
   public:
-    MainWindow(Session& session, AlertPresenter& alerts, ApplicationOutlet& application);
+    MainWindow(Session& session, AlertPresenter& alerts, WindowApplication& application);
     ~MainWindow() override;
 
     /// What the controller connects to. Before the session starts.
@@ -38,7 +39,17 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     std::string title() const override { return windowTitle().toStdString(); }
     void setTitle(const std::string& title) override;
 
-    UpdateFollower& follower() { return _follower; }
+    // SessionObserver
+    void updateDidChange(const std::string& key) override;
+    void updateDidEnd(const std::string& key) override;
+    void noteDidArise(const std::string& text) override;
+    void unusablePrinterDidArrive(const std::string& message) override;
+    void unusablePrintersDidChange() override;
+
+    /// A person wants to end the program: asked once more while a printer must not be left. Nothing else asks.
+    void quitAsked();
+    /// The system wants the program to end: it ends at once, or as soon as the printers in an update can be left.
+    void endAsked();
     SleepInhibitor& inhibitor() { return _inhibitor; }
     /// The printer that actions go to.
     Session::Printer selection() const { return _controller.selection(); }
@@ -70,6 +81,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
     void giveRoomBack();
     void updateFirmware();
     void askBeforeSecondImage(const Session::Printer& printer);
+    void askBeforeEqualVersion(const Session::Printer& printer);
     void resetCounter(char letter);
     void askForReport();
     void saveReportAs(const QString& file);
@@ -80,18 +92,20 @@ class MainWindow final : public QMainWindow, public WindowOutlet {
 
     Session& _session;
     AlertPresenter& _alerts;
-    ApplicationOutlet& _application;
+    WindowApplication& _application;
     std::unique_ptr<Ui::MainWindow> _ui;
     std::shared_ptr<Menu> _menu;
     PrinterTableModel _model;
     std::unique_ptr<PrinterTable> _table;
     PrinterArrayController _controller;
-    UpdateFollower _follower;
+    UpdateSupervisor& _supervisor;
     SleepInhibitor _inhibitor;
     TaskbarProgress _taskbar;
     std::unique_ptr<LogWindow> _log;
     QList<int> _sizesBefore; // of the splitter's parts, before updates took their place
     bool _isSplitByHand = false;
+    bool _isEndAsked = false; // by the system; ends when no printer is in the middle of its update
+    bool _isAskingToQuit = false;
     QLabel* _count = nullptr;
     QLabel* _version = nullptr;
 };

@@ -1,11 +1,12 @@
 // What the operator can do, and when. Actions go to the selected printer, which is the highlighted row.
-#include "Classes/UpdateWords.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterFacts.h"
+#include "ui/AlertPresenter.h"
 #include "ui/DetailsPane.h"
 #include "ui/LogWindow.h"
 #include "ui/MainWindow.h"
 #include "ui/Texts.h"
+#include "ui/WindowApplication.h"
 #include "ui_MainWindow.h"
 
 #include <QDateTime>
@@ -50,7 +51,7 @@ void MainWindow::connectActions() {
     connect(_ui->actionReport, &QAction::triggered, this, &MainWindow::askForReport);
     connect(_ui->actionLog, &QAction::triggered, this, &MainWindow::showLog);
     connect(_ui->actionAbout, &QAction::triggered, this, &MainWindow::showAbout);
-    connect(_ui->actionQuit, &QAction::triggered, this, [this] { _application.terminate(); });
+    connect(_ui->actionQuit, &QAction::triggered, this, [this] { quitAsked(); });
     connect(&_alerts, &AlertPresenter::quitAsked, _ui->actionQuit, &QAction::trigger);
     // Its button opens the menu: there is nothing else that it could do.
     auto* const counters = qobject_cast<QToolButton*>(_ui->toolbar->widgetForAction(_ui->menuCounters->menuAction()));
@@ -59,7 +60,7 @@ void MainWindow::connectActions() {
 
 void MainWindow::showActions() {
     const auto printer = selection();
-    const QString reason = printer ? _follower.reasonAgainst(printer->keyUSBdevice()) : QString();
+    const QString reason = printer ? qtext(_supervisor.reasonAgainst(printer->keyUSBdevice())) : QString();
     for (QAction* action : {_ui->actionRefresh, _ui->actionHotPlug, _ui->actionClaim, _ui->actionCounterA,
                             _ui->actionCounterB, _ui->actionCounterM, _ui->actionSerial, _ui->actionUpdate}) {
         action->setEnabled(printer != nullptr && reason.isEmpty());
@@ -72,39 +73,60 @@ void MainWindow::showActions() {
         _ui->actionSerial->setToolTip(localized("This model has no such setting."));
     }
     _ui->actionSerial->setChecked(printer && printer->hasISerialSupport() && printer->usbISerial());
-    _ui->actionClaim->setChecked(printer && printer->ownership() > 0);
+    _ui->actionClaim->setChecked(printer && printer->ownership() == Ownership::thisProgram);
 }
 
 // ---- update and counters --------------------------------------------------------------------------------------------
 
 void MainWindow::updateFirmware() {
     const auto printer = selection();
-    if (!printer || !_follower.reasonAgainst(printer->keyUSBdevice()).isEmpty()) return;
+    if (!printer || !_supervisor.reasonAgainst(printer->keyUSBdevice()).empty()) return;
     if (_session.areSamplesWithheld()) {
         tell(localized("The firmware files in use are samples for virtual printers."),
              localized("Start the program with --firmware-archive and the folder with the vendor's files.") + " " +
                  localized("Nothing was sent."));
         return;
     }
-    if (_follower.isRestartedAndMute(printer->keyUSBdevice())) {
+    if (_supervisor.mayGetSecondImage(printer->keyUSBdevice())) {
         askBeforeSecondImage(printer);
-        return;
+    } else if (_supervisor.isUpToDate(*printer)) {
+        askBeforeEqualVersion(printer);
+    } else {
+        _supervisor.begin(printer, UpdateSupervisor::Equal::install);
     }
-    _follower.begin(printer);
+}
+
+void MainWindow::askBeforeEqualVersion(const Session::Printer& printer) {
+    AlertDescription question;
+    question.messageText = localizedFormat("%s is already installed. Install it again?",
+                                           textOrNull(printer->newFirmwareVersion()));
+    question.informativeText = localizedFormat("%s has this firmware and its color tables.", nameOf(*printer));
+    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Install Again")};
+    question.escapeButton = 0;
+    question.iconName = printer->image().value_or("");
+    question.printerName = nameOf(*printer);
+    question.completion = [this, key = printer->keyUSBdevice()](int answer) {
+        const auto attached = _session.printerWithKey(key); // it may have left and come back meanwhile
+        if (answer == kAlertSecondButton && attached) _supervisor.begin(attached, UpdateSupervisor::Equal::install);
+    };
+    _alerts.beginAlert(std::move(question));
 }
 
 void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
     AlertDescription question;
     question.messageText = localizedFormat("Start the update of %s again?", nameOf(*printer));
-    question.informativeText = adviceForStall(_follower.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
+    question.informativeText = adviceFor(_supervisor.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
                                Bundle::localized("To start again now sends the firmware once more, which may damage a "
                                                  "printer that is still at work.");
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Start Again")};
+    question.escapeButton = 0;
     question.style = AlertStyle::critical;
     question.iconName = printer->image().value_or("");
     question.completion = [this, key = printer->keyUSBdevice()](int answer) {
         const auto attached = _session.printerWithKey(key); // it may have left and come back meanwhile
-        if (answer == kAlertSecondButton && attached && _follower.isRestartedAndMute(key)) _follower.begin(attached);
+        if (answer == kAlertSecondButton && attached && _supervisor.mayGetSecondImage(key)) {
+            _supervisor.begin(attached, UpdateSupervisor::Equal::install);
+        }
     };
     _alerts.beginAlert(std::move(question));
 }
@@ -116,10 +138,11 @@ void MainWindow::resetCounter(char letter) {
     question.messageText = localizedFormat("Reset counter %c of %s?", letter, nameOf(*printer));
     question.informativeText = Bundle::localized("The counter is set to 0. Its old value cannot be brought back.");
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Reset Counter")};
+    question.escapeButton = 0;
     question.iconName = printer->image().value_or("");
     question.completion = [this, printer, letter](int answer) {
         // An update may have begun while the question stood.
-        const bool isFree = _follower.reasonAgainst(printer->keyUSBdevice()).isEmpty();
+        const bool isFree = _supervisor.reasonAgainst(printer->keyUSBdevice()).empty();
         if (answer == kAlertSecondButton && isFree) printer->resetCounter(letter);
     };
     _alerts.beginAlert(std::move(question));
@@ -130,6 +153,7 @@ void MainWindow::tell(const QString& title, const QString& message) {
     alert.messageText = title.toStdString();
     alert.informativeText = message.toStdString();
     alert.buttons = {Bundle::localized("OK")};
+    alert.escapeButton = 0;
     _alerts.beginAlert(std::move(alert));
 }
 
@@ -180,6 +204,7 @@ void MainWindow::saveReportAs(const QString& file) {
     question.messageText = localizedFormat("%s exists already.", others.join(", ").toStdString());
     question.informativeText = Bundle::localized("What it holds would be lost.");
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Replace")};
+    question.escapeButton = 0;
     question.completion = [this, file](int answer) {
         if (answer == kAlertSecondButton) writeReport(file);
     };
@@ -234,6 +259,7 @@ void MainWindow::showAbout() {
         localizedFormat("Version %s\n\nKeeps ZUL photo printers up to date: firmware and color tables.",
                         _session.defaults.stringForKey("prefDisplayVersionString").value_or(""));
     about.buttons = {Bundle::localized("OK")};
+    about.escapeButton = 0;
     about.iconName = "zul-printer-utility";
     _alerts.beginAlert(std::move(about));
 }

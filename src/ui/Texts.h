@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/foundation/Bundle.h"
+#include "platform/foundation/PrintableText.h"
 
 #include <QString>
 #include <optional>
@@ -9,12 +10,13 @@
 
 namespace zul::ui {
 
+/// Printers tell parts of most texts: what would turn the direction of the rest, or is no character, shows as "?".
 inline QString qtext(const std::string& text) {
-    return QString::fromStdString(text);
+    return QString::fromStdString(printable(text));
 }
 /// Nothing is shown as an empty text.
 inline QString qtext(const std::optional<std::string>& text) {
-    return text ? QString::fromStdString(*text) : QString();
+    return text ? qtext(*text) : QString();
 }
 /// The text in the operator's language.
 inline QString localized(const char* key) {

@@ -1,6 +1,6 @@
 #include "ui/UpdateCard.h"
 
-#include "Classes/UpdateWords.h"
+#include "update/UpdateTexts.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
@@ -18,50 +18,38 @@ namespace zul::ui {
 
 namespace {
 
-using End = FollowedUpdate::End;
 using std::chrono::duration_cast;
 using std::chrono::seconds;
 
 constexpr int kPictureSize = 48;
 constexpr int kBarSteps = 1000;
 
-// The steps that the operator sees, and the phase that each begins with.
-struct Step {
-    const char* title;
-    UpdatePhase first;
+// In the order of the steps.
+constexpr std::array<const char*, kUpdateSteps> kStepTitles = {
+    operatorText("Checking"),         operatorText("Entering the loader"), operatorText("Restarting"),
+    operatorText("Writing firmware"), operatorText("Restarting"),          operatorText("Writing color tables"),
+    operatorText("Done"),
 };
-constexpr std::array<Step, 7> kStepList = {{
-    {operatorText("Checking"), UpdatePhase::checking},
-    {operatorText("Entering the loader"), UpdatePhase::enteringLoader},
-    {operatorText("Restarting"), UpdatePhase::loaderGone},
-    {operatorText("Writing firmware"), UpdatePhase::writing},
-    {operatorText("Restarting"), UpdatePhase::restarting},
-    {operatorText("Writing color tables"), UpdatePhase::colorTables},
-    {operatorText("Done"), UpdatePhase::done},
-}};
 
-std::size_t stepOf(UpdatePhase phase) {
-    std::size_t step = 0;
-    while (step + 1 < kStepList.size() && kStepList[step + 1].first <= phase) ++step;
-    return step;
-}
-
-// What a failed update did not get through.
-std::size_t failedStep(const UpdateState& state) {
-    switch (state.shortfall()) {
-    case UpdateShortfall::imageNotTaken:
-    case UpdateShortfall::archiveRefused:
-        return stepOf(UpdatePhase::writing);
-    case UpdateShortfall::versionUnread:
-    case UpdateShortfall::otherVersion:
-        return stepOf(UpdatePhase::restarting);
-    case UpdateShortfall::tablesMissing:
-    case UpdateShortfall::noTable:
-        return stepOf(UpdatePhase::colorTables);
-    case UpdateShortfall::none:
-        break;
+// The step that the update is at, or that it did not get through.
+UpdateStep stepOf(const Update& update) {
+    switch (update.verdict.result) {
+    case UpdateResult::badFiles:
+    case UpdateResult::imageNotTaken:
+        return update.verdict.isUntouched() ? UpdateStep::checking : UpdateStep::writingFirmware;
+    case UpdateResult::commandRefused:
+        return UpdateStep::enteringLoader;
+    case UpdateResult::versionUnread:
+    case UpdateResult::otherVersion:
+        return UpdateStep::restartingIntoFirmware;
+    case UpdateResult::tablesMissing:
+    case UpdateResult::tablesDiffer:
+    case UpdateResult::clearRefused:
+    case UpdateResult::identityLost:
+        return UpdateStep::writingTables;
+    default:
+        return phaseRow(update.state.phase).step;
     }
-    return stepOf(UpdatePhase::done);
 }
 
 QString clockText(Clock::Duration span) {
@@ -143,10 +131,10 @@ void UpdateCard::makeSteps(QBoxLayout& layout) {
     }
 }
 
-void UpdateCard::show(const FollowedUpdate& update, Clock::TimePoint now) {
+void UpdateCard::show(const Update& update, Clock::TimePoint now) {
     setAccessibleName(qtext(localizedFormat("Update of %s", update.name)));
-    if (_pictureName != update.picture) {
-        _pictureName = update.picture;
+    if (const QString picture = qtext(update.picture); _pictureName != picture) {
+        _pictureName = picture;
         showPicture();
     }
     _title->setText(accessibleName());
@@ -157,19 +145,18 @@ void UpdateCard::show(const FollowedUpdate& update, Clock::TimePoint now) {
     showProgress(update);
     showTimes(update, now);
     showResult(update);
-    _close->setVisible(update.end != End::none || update.mayBePutAway);
+    _close->setVisible(!update.isOpen() || update.mayBeDismissed);
     QWidget::show();
 }
 
 // A sign and a weight for each step, not a colour: it must be told without.
-void UpdateCard::showSteps(const FollowedUpdate& update) {
-    const bool hasFailed = update.end == End::failed;
-    const std::size_t current = hasFailed ? failedStep(update.state) : stepOf(update.state.phase);
-    const bool isDone = update.end == End::succeeded;
+void UpdateCard::showSteps(const Update& update) {
+    const auto current = static_cast<std::size_t>(stepOf(update));
+    const bool isDone = update.verdict.isSuccess();
     for (std::size_t i = 0; i < kSteps; ++i) {
-        QString title = localized(kStepList[i].title);
+        QString title = localized(kStepTitles[i]);
         const auto& state = update.state;
-        if (kStepList[i].first == UpdatePhase::colorTables && state.table > 0) {
+        if (static_cast<UpdateStep>(i) == UpdateStep::writingTables && state.table > 0) {
             title = qtext(localizedFormat("Color table %d of %d", state.table, state.tables));
         }
         const bool isPast = i < current || isDone;
@@ -180,7 +167,7 @@ void UpdateCard::showSteps(const FollowedUpdate& update) {
             sign = "✓";
             spoken = qtext(localizedFormat("%s: done", title.toStdString()));
         } else if (isNow) {
-            const bool isOver = update.end != End::none;
+            const bool isOver = !update.isOpen();
             sign = isOver ? "✗" : "▶";
             spoken = qtext(isOver ? localizedFormat("%s: not done", title.toStdString())
                                   : localizedFormat("%s: current step", title.toStdString()));
@@ -195,13 +182,13 @@ void UpdateCard::showSteps(const FollowedUpdate& update) {
 
 // The bytes of the image or the table while they are written, and nothing that would look like them in between: how
 // long a restart takes nobody knows.
-void UpdateCard::showProgress(const FollowedUpdate& update) {
+void UpdateCard::showProgress(const Update& update) {
     const auto& state = update.state;
     const bool isWriting =
-        update.end == End::none && (state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables);
+        update.isOpen() && (state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables);
     int value = 0;
     QString format;
-    if (update.end == End::succeeded) {
+    if (update.verdict.isSuccess()) {
         value = kBarSteps;
         format = "%p %";
     } else if (isWriting && state.bytesTotal > 0) {
@@ -211,13 +198,13 @@ void UpdateCard::showProgress(const FollowedUpdate& update) {
     }
     _bar->setFormat(format);
     _bar->setValue(value); // once: each value is painted, and told to screen readers, at once
-    _bar->setVisible(isWriting || update.end == End::succeeded);
+    _bar->setVisible(isWriting || update.verdict.isSuccess());
 }
 
-void UpdateCard::showTimes(const FollowedUpdate& update, Clock::TimePoint now) {
-    const auto until = update.end == End::none ? now : update.endedAt;
+void UpdateCard::showTimes(const Update& update, Clock::TimePoint now) {
+    const auto until = update.isOpen() ? now : update.endedAt;
     const QString elapsed = qtext(localizedFormat("Elapsed: %s", clockText(until - update.state.begun).toStdString()));
-    if (update.end != End::none) {
+    if (!update.isOpen()) {
         _times->setText(elapsed);
         return;
     }
@@ -226,38 +213,28 @@ void UpdateCard::showTimes(const FollowedUpdate& update, Clock::TimePoint now) {
         qtext(localizedPluralFormat("last sign of life %d second ago", "last sign of life %d seconds ago",
                                     static_cast<unsigned long>(std::max(silent, 0LL))));
     _times->setText(elapsed + " · " + sign);
-    if (update.end == End::none) {
-        _stateLine->setText(asSentence(describeState(update.state, now)));
-    }
+    _stateLine->setText(asSentence(describeState(update.state, now, update.usual)));
 }
 
-void UpdateCard::showResult(const FollowedUpdate& update) {
-    QString advice;
+void UpdateCard::showResult(const Update& update) {
     const auto& state = update.state;
-    switch (update.end) {
-    case End::none:
-        if (update.isStalled || update.isWaiting) advice = "⚠ " + qtext(adviceForStall(state));
-        break;
-    case End::notStarted:
-        _stateLine->setText(update.reason.isEmpty() ? localized("Not updated. Nothing was changed in the printer.")
-                                                    : update.reason);
-        break;
-    case End::succeeded:
+    const UpdateVerdict& verdict = update.verdict;
+    if (verdict.result == UpdateResult::succeeded) {
         _stateLine->setText("✓ " +
-                            qtext(localizedFormat("Updated from %s to %s.", state.previousVersion.value_or("?"),
-                                                  state.currentVersion.value_or("?"))) +
+                            qtext(localizedFormat("Updated from %s to %s.", textOrNull(state.previousVersion),
+                                                  textOrNull(state.currentVersion))) +
                             " " +
                             qtext(localizedPluralFormat("%d color table written.", "%d color tables written.",
                                                         static_cast<unsigned long>(state.tablesWritten))));
-        break;
-    case End::failed:
-        _stateLine->setText("✗ " +
-                            qtext(localizedFormat("The update is not complete: %s.", update.reason.toStdString())));
-        advice = "⚠ " + localized("Leave the printer switched on and start the update again.");
-        break;
+    } else if (verdict.result == UpdateResult::upToDate) {
+        _stateLine->setText("✓ " + qtext(localizedFormat("Up to date: %s.", verdict.reason)));
+    } else if (!verdict.isOpen()) {
+        _stateLine->setText("✗ " + qtext(verdict.isUntouched()
+                                             ? localizedFormat("Not updated: %s.", verdict.reason)
+                                             : localizedFormat("The update is not complete: %s.", verdict.reason)));
     }
-    _advice->setText(advice);
-    _advice->setVisible(!advice.isEmpty());
+    _advice->setText(update.advice.empty() ? QString() : "⚠ " + qtext(update.advice));
+    _advice->setVisible(!update.advice.empty());
 }
 
 void UpdateCard::showPicture() {

@@ -2,7 +2,7 @@
 // what to do when it stalls. Stays with its result until it is closed. GUI thread.
 #pragma once
 
-#include "ui/UpdateFollower.h"
+#include "update/UpdateSupervisor.h"
 
 #include <QFrame>
 #include <array>
@@ -19,7 +19,7 @@ class UpdateCard final : public QFrame {
 
   public:
     explicit UpdateCard(QWidget* parent = nullptr);
-    void show(const FollowedUpdate& update, Clock::TimePoint now);
+    void show(const Update& update, Clock::TimePoint now);
     /// For the order of the tab key.
     QWidget& closeButton() const;
 
@@ -30,12 +30,12 @@ class UpdateCard final : public QFrame {
     bool event(QEvent* event) override;
 
   private:
-    static constexpr std::size_t kSteps = 7;
+    static constexpr std::size_t kSteps = kUpdateSteps;
     void makeSteps(QBoxLayout& layout);
-    void showSteps(const FollowedUpdate& update);
-    void showProgress(const FollowedUpdate& update);
-    void showTimes(const FollowedUpdate& update, Clock::TimePoint now);
-    void showResult(const FollowedUpdate& update);
+    void showSteps(const Update& update);
+    void showProgress(const Update& update);
+    void showTimes(const Update& update, Clock::TimePoint now);
+    void showResult(const Update& update);
     void showPicture();
 
     QString _pictureName;

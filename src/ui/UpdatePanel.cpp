@@ -19,10 +19,9 @@ UpdatePanel::UpdatePanel(QWidget* parent) : QScrollArea(parent) {
     hide();
 }
 
-void UpdatePanel::follow(UpdateFollower& follower) {
-    _follower = &follower;
+void UpdatePanel::follow(UpdateSupervisor& supervisor) {
+    _supervisor = &supervisor;
     setAccessibleName(localized(operatorText("Updates")));
-    connect(_follower, &UpdateFollower::changed, this, &UpdatePanel::showUpdates);
 }
 
 int UpdatePanel::wantedHeight() const {
@@ -40,10 +39,11 @@ QWidget* UpdatePanel::lastControl() {
 }
 
 void UpdatePanel::showUpdates() {
-    const auto& updates = _follower->updates();
+    if (_supervisor == nullptr) return;
+    const auto& updates = _supervisor->updates();
     for (auto card = _cardOfKey.begin(); card != _cardOfKey.end();) {
         const auto update = updates.find(card->first);
-        if (update != updates.end() && !update->second.isPutAway) {
+        if (update != updates.end() && !update->second.isDismissed) {
             ++card;
             continue;
         }
@@ -53,7 +53,7 @@ void UpdatePanel::showUpdates() {
         card = _cardOfKey.erase(card);
     }
     for (const auto& [key, update] : updates) {
-        if (update.isPutAway) continue;
+        if (update.isDismissed) continue;
         UpdateCard*& card = _cardOfKey[key];
         if (card == nullptr) {
             card = new UpdateCard(widget());
@@ -62,10 +62,10 @@ void UpdatePanel::showUpdates() {
             setTabOrder(before, &card->closeButton()); // before the details, as it is seen
             // Later: the card must not be deleted while it handles its own click.
             connect(
-                card, &UpdateCard::closed, this, [this, dismissed = key] { _follower->dismiss(dismissed); },
+                card, &UpdateCard::closed, this, [this, dismissed = key] { _supervisor->dismiss(dismissed); },
                 Qt::QueuedConnection);
         }
-        card->show(update, _follower->now());
+        card->show(update, _supervisor->now());
     }
     setVisible(!_cardOfKey.empty());
     const int wanted = wantedHeight();

@@ -16,10 +16,13 @@ class UpdatePanel final : public QScrollArea {
 
   public:
     explicit UpdatePanel(QWidget* parent = nullptr);
-    void follow(UpdateFollower& follower);
+    void follow(UpdateSupervisor& supervisor);
 
     /// What all cards need, at the width that there is.
     int wantedHeight() const;
+
+    /// Shows the updates as they are now.
+    void showUpdates();
 
   Q_SIGNALS:
     /// There is more to be seen than before, or less: another update, or what to do about one.
@@ -27,9 +30,8 @@ class UpdatePanel final : public QScrollArea {
 
   private:
     QWidget* lastControl();
-    void showUpdates();
 
-    UpdateFollower* _follower = nullptr;
+    UpdateSupervisor* _supervisor = nullptr;
     QVBoxLayout* _cards;
     std::map<std::string, UpdateCard*> _cardOfKey;
     int _wanted = 0;

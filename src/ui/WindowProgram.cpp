@@ -1,5 +1,6 @@
 #include "ui/WindowProgram.h"
 
+
 namespace zul::ui {
 
 WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock)
@@ -17,8 +18,9 @@ WindowProgram::~WindowProgram() {
 }
 
 std::optional<SessionProblem> WindowProgram::start() {
-    if (auto problem = _session->startSession(_window->outlets())) return problem;
+    if (auto problem = _session->start(_window->outlets())) return problem;
     _window->begin();
+    _application.setQuitAsked([this] { _window->quitAsked(); });
     return std::nullopt;
 }
 

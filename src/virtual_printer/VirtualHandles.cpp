@@ -3,6 +3,7 @@
 #include "virtual_printer/VirtualDescriptors.h"
 
 #include <algorithm>
+#include <array>
 
 namespace zul {
 
@@ -11,6 +12,11 @@ namespace {
 constexpr std::uint8_t kOutPipe = 1;
 constexpr std::uint8_t kInPipe = 2;
 constexpr std::uint16_t kPacketSize = 512;
+
+// How the real bus brings a pipe back in step: it reads until no data has come for the shorter time, and
+// gives up after the longer one.
+constexpr std::uint32_t kResynchronizeQuiet = 100; // ms
+constexpr std::uint32_t kResynchronizeTime = 2000; // ms
 
 Clock::TimePoint deadlineAfter(VirtualPort& port, std::uint32_t milliseconds) {
     return port.clock().now() + std::chrono::milliseconds(milliseconds);
@@ -140,6 +146,23 @@ IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO
     request.wLenDone = static_cast<std::uint32_t>(std::min<std::size_t>(answer->size(), request.wLength));
     std::copy_n(answer->begin(), request.wLenDone, static_cast<std::uint8_t*>(request.pData));
     return kIOReturnSuccess;
+}
+
+IOReturn VirtualInterface::resynchronize(std::uint8_t pipe) {
+    if (_stay->isGone) return kIOReturnNoDevice;
+    if (pipe != kInPipe) return kIOUSBUnknownPipeErr;
+    if (!isClaimed()) return kIOReturnError;
+    _port->journal("resynchronize");
+    std::array<std::uint8_t, 4096> dropped{};
+    const Clock::TimePoint deadline = deadlineAfter(*_port, kResynchronizeTime);
+    while (_port->clock().now() < deadline) {
+        auto size = static_cast<std::uint32_t>(dropped.size());
+        const IOReturn code =
+            _port->read(*_stay, _number, dropped.data(), size, deadlineAfter(*_port, kResynchronizeQuiet));
+        if (code == kIOUSBTransactionTimeout) return kIOReturnSuccess;
+        if (code == kIOReturnNoDevice) return code;
+    }
+    return kIOReturnOverrun;
 }
 
 IOReturn VirtualInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) {

@@ -46,11 +46,14 @@ class VirtualInterface final : public VirtualDescription<IOUSBInterfaceInterface
     ~VirtualInterface() override;
     IOReturn USBInterfaceOpenSeize() override;
     IOReturn USBInterfaceClose() override;
+    /// Kind unknown: the other holder of an embedded printer is not a process.
+    InterfaceHolder holder() override { return {}; }
     IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
                         std::uint32_t completionTimeout) override;
     IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,
                          std::uint32_t completionTimeout) override;
     IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) override;
+    IOReturn resynchronize(std::uint8_t pipe) override;
     IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) override;
     void setWriteProgress(WriteProgress progress) override { _progress = std::move(progress); }
     void watchHolder(std::function<void()> mayBeFree) override;

@@ -114,9 +114,11 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualStay>& stay, std:
         if (effects.stallsOut) return failed(kIOUSBPipeStalled);
         done += static_cast<std::uint32_t>(piece.size());
         deliver(stay, number, std::move(effects.transfers));
+        // A departure at once cuts the piece off; a later one finds all of it taken, whatever the write reports then.
+        const bool isCutOff = effects.departure && effects.departure->after.count() == 0;
         if (effects.departure) schedule(*effects.departure, stay);
+        if (progress && !isCutOff) progress(done, total);
         if (stay->isGone) return failed(kIOReturnNoDevice);
-        if (progress) progress(done, total);
     }
     return kIOReturnSuccess;
 }

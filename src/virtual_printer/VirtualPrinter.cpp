@@ -2,6 +2,7 @@
 // VirtualPrinter_Commands.cpp.
 #include "virtual_printer/VirtualPrinter.h"
 
+#include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>
@@ -48,11 +49,6 @@ std::optional<std::size_t> sizeOf(const std::string& field) {
     return size;
 }
 
-bool hasAnswer(const std::string& command) {
-    return command == "STATUS" || command.starts_with("INFO") || command.starts_with("TBL_RD") ||
-           command.starts_with("MNT_RD");
-}
-
 } // namespace
 
 VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<void(const VirtualCommand&)> sawCommand)
@@ -61,7 +57,7 @@ VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<vo
       _nextFirmware(_settings.firmware), _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
       _tellsSerial(_settings.hasUSBSerial), _counters{{'A', 12}, {'B', 34}, {'M', 56},
                                                       {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
-      _tables(*_settings.model) {}
+      _tables(*_settings.model, _settings.tableVersion) {}
 
 VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
     VirtualEffects effects;
@@ -98,7 +94,7 @@ void VirtualPrinter::takeHeader(VirtualEffects& effects) {
     _text = textOf(_frame, kTextOffset, kTextSize);
     _payloadSize = *size;
     _dueFaults = faultsFor(_text);
-    if (hasFault(VirtualFaultKind::stall) && !hasAnswer(_text)) {
+    if (hasFault(VirtualFaultKind::stall) && !virtualCommandHasAnswer(_text)) {
         effects.stallsOut = true;
         reset();
         return;

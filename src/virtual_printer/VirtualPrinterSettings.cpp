@@ -1,5 +1,6 @@
 #include "virtual_printer/VirtualPrinterSettings.h"
 
+#include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
 #include <array>
@@ -110,6 +111,28 @@ bool parseFault(std::string text, VirtualPrinterSettings& settings) {
     return false;
 }
 
+bool isTableVersion(const std::string& text) {
+    return text.size() == 4 && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+bool isOfAnswer(VirtualFaultKind kind) {
+    using enum VirtualFaultKind;
+    return kind == silence || kind == shortReply || kind == longHeader || kind == noReturn || kind == garbage ||
+           kind == late;
+}
+
+// A fault of an answer at commands that have none: a test that asks for it would show nothing.
+bool isWithoutEffect(const VirtualFault& fault) {
+    if (!isOfAnswer(fault.kind)) return false;
+    bool isCommand = false;
+    for (const std::string_view text : virtualCommandTexts()) {
+        if (text.find(fault.word) == std::string_view::npos) continue;
+        if (virtualCommandHasAnswer(text)) return false;
+        isCommand = true;
+    }
+    return isCommand;
+}
+
 // Printers are sold under two vendor IDs.
 bool parseVendor(const std::string& text, std::uint16_t& vendor) {
     if (text != "0x2A71" && text != "0x2B84") return false;
@@ -128,6 +151,7 @@ const std::map<std::string, Setter>& setters() {
         {"status", [](auto& text, Settings& s) { return parseStatuses(text, s.statuses); }},
         {"after-update", [](auto& text, Settings& s) { return parseStatuses(text, s.statusesAfterUpdate); }},
         {"lifetime", [](auto& text, Settings& s) { return parseNumber(text, s.lifetime); }},
+        {"tables", [](auto& text, Settings& s) { return isTableVersion(s.tableVersion = text); }},
         {"restart", [](auto& text, Settings& s) { return parseMilliseconds(text, s.restartTime); }},
         {"program", [](auto& text, Settings& s) { return parseMilliseconds(text, s.programTime); }},
         {"speed", [](auto& text, Settings& s) { return parseNumber(text, s.speed) && s.speed > 0; }},
@@ -185,6 +209,10 @@ VirtualPrinterParse parseVirtualPrinter(const std::string& text) {
             const std::string kinds = key == "fault" ? "; the kinds are " + listOfFaults() : "";
             return {std::nullopt, "\"" + value + "\" is no value for \"" + key + "\"" + kinds + "; see --virtual help"};
         }
+        if (key == "fault" && isWithoutEffect(settings.faults.back())) {
+            return {std::nullopt, "\"" + value + "\" would do nothing: a command with \"" +
+                                      settings.faults.back().word + "\" in its text has no answer; see --virtual help"};
+        }
     }
     return {settings, ""};
 }
@@ -198,6 +226,7 @@ std::string virtualPrinterHelp() {
                        "  status=CODE[:CODE...]  answers to STATUS in turn; the last one stays\n"
                        "  after-update=CODE...   the same after the restart into new firmware\n"
                        "  lifetime=N             lifetime print counter\n"
+                       "  tables=VERSION         version of its color tables, for example 0161\n"
                        "  restart=MS             how long a restart keeps it away (2000)\n"
                        "  program=MS             how long it programs its flash before it leaves (1000)\n"
                        "  speed=BYTES            bytes per second that it takes (4000000)\n"

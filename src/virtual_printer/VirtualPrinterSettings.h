@@ -7,6 +7,7 @@
 //   status=CODE[:CODE…]  answers to STATUS, one after another; the last one stays (default 00000)
 //   after-update=CODE…   the same after the restart into new firmware
 //   lifetime=N           lifetime print counter
+//   tables=VERSION       version of its color tables, four digits, e.g. 0161
 //   restart=MS           how long a restart keeps it away (default 2000)
 //   program=MS           how long it programs its flash after the image before it leaves (default 1000)
 //   speed=BYTES          bytes per second that it takes (default 4000000)
@@ -59,6 +60,7 @@ struct VirtualPrinterSettings {
     std::vector<std::string> statuses = {"00000"};
     std::vector<std::string> statusesAfterUpdate;
     std::uint32_t lifetime = 42;
+    std::string tableVersion; // empty: the model's
     std::chrono::milliseconds restartTime{2000};
     std::chrono::milliseconds programTime{1000};
     std::uint32_t speed = 4000000;

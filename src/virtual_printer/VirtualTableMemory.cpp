@@ -17,11 +17,12 @@ std::uint16_t checksumOf(const Data& contents) {
 
 } // namespace
 
-VirtualTableMemory::VirtualTableMemory(const VirtualModel& model) : _model(model) {
+VirtualTableMemory::VirtualTableMemory(const VirtualModel& model, const std::string& version) : _model(model) {
+    const std::string initial = version.empty() ? std::string(model.tableVersion) : version;
     std::uint16_t checksum = 0x1200;
     for (const char* number : kNumbers) {
-        _tables[number] = {std::string(model.tableVersion), ++checksum};
-        _tables[std::string("PP") + number] = {std::string(model.tableVersion), ++checksum};
+        _tables[number] = {initial, ++checksum};
+        _tables[std::string("PP") + number] = {initial, ++checksum};
     }
     _last = "600";
 }

@@ -13,7 +13,8 @@ namespace zul {
 
 class VirtualTableMemory {
   public:
-    explicit VirtualTableMemory(const VirtualModel& model);
+    /// version: of all tables; empty: the model's own.
+    explicit VirtualTableMemory(const VirtualModel& model, const std::string& version = {});
 
     void clear();
     /// The name of the table whose contents come next; zero bytes behind it are padding.

@@ -1,15 +1,50 @@
 // What damaged, missing and empty archive files lead to, at every place where the archive is looked at.
 #include "Lab.h"
 
+#include "archive/SRecord.h"
+#include "support/WatchedReader.h"
+
 #include <algorithm>
+#include <atomic>
 #include <doctest/doctest.h>
+#include <sys/stat.h>
 
 using namespace zul;
 using namespace std::chrono_literals;
 
 namespace {
 constexpr const char* kFirmwareFile = "VK14 01.61.fw";
+constexpr const char* kTable300 = "VK14_300_0161.cwd";
+constexpr const char* kTable600 = "VK14_600_0161.cwd";
 constexpr const char* kCorruption = "-- File corruption --\n\nThere is a problem with the firmware files.";
+
+// Checksums of what the printer was sent with this command, in order.
+std::vector<std::string> sent(const Lab& lab, const std::string& command) {
+    std::vector<std::string> checksums;
+    for (const VirtualJournalEntry& entry : lab.journal->entries()) {
+        if (entry.event == "command" && entry.command == command) checksums.push_back(entry.sha256);
+    }
+    return checksums;
+}
+
+// What a printer must be sent for the sample files.
+std::string checksumOfSample(const std::string& name) {
+    return sha256Of(*Bundle::contentsOfFile(Lab::sampleArchive() / name));
+}
+std::vector<std::string> sampleImage() {
+    return {sha256Of(paddedData(*Bundle::contentsOfFile(Lab::sampleArchive() / kFirmwareFile)))};
+}
+std::vector<std::string> sampleTables() {
+    return {checksumOfSample(kTable300), checksumOfSample(kTable600)};
+}
+
+// An update that has been confirmed; the printer is on its way to the loader.
+void begin(Lab& lab) {
+    lab.startWithVK14("restart=5000");
+    lab.confirmUpdate();
+    lab.advance(1s);
+    REQUIRE(lab.rows() == 0);
+}
 } // namespace
 
 TEST_CASE("a damaged firmware file is reported as corruption, and leaving the alert ends the application") {
@@ -120,4 +155,134 @@ TEST_CASE("a color table that is missing at the end still gets its name sent and
     REQUIRE(lengths.size() == 2);
     CHECK(lengths[0] > 0);
     CHECK(lengths[1] == 0);
+}
+
+TEST_CASE("a whole update opens each file once, and that of a second printer of the model opens none") {
+    const auto reader = std::make_shared<WatchedReader>();
+    Lab lab(Lab::sampleArchive(), reader);
+    lab.attach("VK14");
+    lab.attach("VK14,serial=000002");
+    lab.start();
+    for (int printer = 0; printer < 2; ++printer) {
+        const bool isFirstRow = lab.fact(HOLVEN_TBPrinterFirmwareVersion, 0) == "VK14 01.60";
+        lab.update(isFirstRow ? 0 : 1);
+        REQUIRE(lab.operatorDesk.title() == "Firmware update was successful!");
+        REQUIRE(lab.operatorDesk.press("Finish"));
+    }
+    CHECK(sent(lab, "FW_UPDFLASH_PROGRAM") == std::vector<std::string>(2, sampleImage().front()));
+    CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW").size() == 4);
+    CHECK(reader->opened() ==
+          std::map<std::string, int>{{kFirmwareFile, 1}, {kTable300, 1}, {kTable600, 1}, {"digests.json", 1}});
+}
+
+TEST_CASE("a firmware file that is swapped right after the upload's check is not what is sent") {
+    ChangedSamples archive;
+    const auto reader = std::make_shared<WatchedReader>();
+    std::atomic<bool> isArmed{false};
+    reader->beforeLook = [&](const std::string& name) {
+        // The last file of the row: the firmware file was judged a moment ago.
+        if (name == kTable600 && isArmed.exchange(false)) archive.damage(kFirmwareFile);
+    };
+    Lab lab(archive.folder(), reader);
+    begin(lab);
+    isArmed = true;
+    lab.rest();
+    REQUIRE_FALSE(isArmed);
+    CHECK(sent(lab, "FW_UPDFLASH_PROGRAM") == sampleImage());
+    // The next check, that of the tables, sees the damaged file and refuses.
+    CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW").empty());
+    CHECK(lab.logged("failed to verify firmware archive"));
+}
+
+TEST_CASE("a color table that is swapped right after the check of the tables is not what is sent") {
+    ChangedSamples archive;
+    const auto reader = std::make_shared<WatchedReader>();
+    std::atomic<int> looks{0}; // at the last file of the row, since the printer left for its loader
+    std::atomic<bool> isArmed{false};
+    reader->beforeLook = [&](const std::string& name) {
+        if (isArmed && name == kTable600 && ++looks == 2) archive.damage(kTable300);
+    };
+    Lab lab(archive.folder(), reader);
+    begin(lab);
+    isArmed = true;
+    lab.rest();
+    CHECK(looks == 2); // the upload's check and that of the tables
+    CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW") == sampleTables());
+    CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
+}
+
+TEST_CASE("files that are cut in place while the printer restarts are refused") {
+    ChangedSamples archive;
+    archive.remove(kFirmwareFile);
+    std::filesystem::copy_file(Lab::sampleArchive() / kFirmwareFile, archive.folder() / kFirmwareFile);
+    Lab lab(archive.folder());
+    begin(lab);
+    std::filesystem::resize_file(archive.folder() / kFirmwareFile, 100'000);
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == "There was a problem with the firmware file!");
+    CHECK(sent(lab, "FW_UPDFLASH_PROGRAM").empty());
+}
+
+TEST_CASE("files that vanish while the printer restarts were verified before, and the update is completed with them") {
+    for (const char* name : {kFirmwareFile, kTable300}) {
+        CAPTURE(name);
+        ChangedSamples archive;
+        Lab lab(archive.folder());
+        begin(lab);
+        archive.remove(name);
+        lab.rest();
+        CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
+        CHECK(sent(lab, "FW_UPDFLASH_PROGRAM") == sampleImage());
+        CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW") == sampleTables());
+    }
+}
+
+TEST_CASE("an archive of which nothing is left when the printer is back leaves it in its loader with a message") {
+    ChangedSamples archive;
+    Lab lab(archive.folder());
+    begin(lab);
+    for (const char* name : {kFirmwareFile, kTable300, kTable600}) archive.remove(name);
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == "There was a problem with the firmware file!");
+    CHECK(sent(lab, "FW_UPDFLASH_PROGRAM").empty());
+}
+
+TEST_CASE("a firmware file that vanished after it was offered stops the update before anything is sent") {
+    ChangedSamples archive;
+    Lab lab(archive.folder());
+    lab.startWithVK14();
+    REQUIRE(lab.printer()->verifyFirmwareArchive());
+    archive.remove(kFirmwareFile);
+    lab.printer()->updateFirmware();
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == kCorruption);
+    CHECK(lab.wire().empty());
+}
+
+TEST_CASE("a color table that appears after the check is not sent unverified") {
+    ChangedSamples archive;
+    const auto reader = std::make_shared<WatchedReader>();
+    archive.remove(kTable300);
+    std::atomic<int> looks{0};
+    std::atomic<bool> isArmed{false};
+    reader->beforeLook = [&](const std::string& name) {
+        if (isArmed && name == kTable600 && ++looks == 2) archive.damage(kTable300);
+    };
+    Lab lab(archive.folder(), reader);
+    begin(lab);
+    isArmed = true;
+    lab.rest();
+    REQUIRE(looks == 2);
+    CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW") == std::vector<std::string>{"", checksumOfSample(kTable600)});
+}
+
+TEST_CASE("a pipe in place of the firmware file keeps nobody waiting") {
+    ChangedSamples archive;
+    archive.remove(kFirmwareFile);
+    REQUIRE(::mkfifo((archive.folder() / kFirmwareFile).c_str(), 0600) == 0);
+    Lab lab(archive.folder());
+    lab.startWithVK14();
+    lab.printer()->updateFirmware();
+    lab.rest();
+    CHECK(lab.operatorDesk.title() == kCorruption);
 }

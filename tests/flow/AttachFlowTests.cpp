@@ -33,7 +33,7 @@ TEST_CASE("a printer that is seen for the first time is asked once, and its inte
     Wire expected = {"arrive"};
     for (const std::string& command : attachWire()) expected.push_back(command);
     CHECK(lab.wire() == expected);
-    CHECK(lab.printer()->ownership() == 0);
+    CHECK(lab.printer()->ownership() == Ownership::nobody);
     CHECK(lab.printer()->state() == kTBPrinterClosed);
     CHECK(lab.logged("initing device for key 2A71000301100000"));
     CHECK(lab.operatorDesk.waiting() == 0);
@@ -67,6 +67,40 @@ TEST_CASE("a known printer that is replugged is asked for its status and then tw
     CHECK(lab.wire() == expected);
     CHECK(lab.rows() == 1);
     CHECK(lab.operatorDesk.waiting() == 0);
+}
+
+TEST_CASE("a version that is no text leaves the earlier one in its place, whatever the printer comes back from") {
+    for (const std::int64_t progress : {2, 3}) {
+        CAPTURE(progress);
+        Lab lab;
+        lab.attach("VK14,firmware=VK14 \xFF");
+        lab.start();
+        const std::string key = lab.printer()->keyUSBdevice();
+        lab.bus.unplug(0);
+        lab.rest();
+        const auto saved = TBUSBPrinter::deviceInfoForKey(key);
+        saved->set(HOLVEN_TBPrinterDeviceFirmwareStatus, progress);
+        saved->set(HOLVEN_TBPrinterFirmwareVersion, std::string("VK14 01.60"));
+        lab.bus.plug(0);
+        lab.rest();
+        CHECK(lab.logged("printer firmware is currently reported as \"(null)\""));
+        CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    }
+}
+
+TEST_CASE("a version that is not answered removes the earlier one") {
+    Lab lab;
+    lab.attach("VK14,fault=silence@FVER#1,fault=silence@FVER#2,fault=silence@FVER#3,fault=silence@FVER#4");
+    lab.start();
+    const std::string key = lab.printer()->keyUSBdevice();
+    lab.bus.unplug(0);
+    lab.rest();
+    const auto saved = TBUSBPrinter::deviceInfoForKey(key);
+    saved->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{3});
+    saved->set(HOLVEN_TBPrinterFirmwareVersion, std::string("VK14 01.60"));
+    lab.bus.plug(0);
+    lab.rest();
+    CHECK_FALSE(lab.printer()->firmwareVersion());
 }
 
 TEST_CASE("two printers at the start are two rows in the order of the bus") {
@@ -167,7 +201,7 @@ TEST_CASE("a printer that another program holds shows so and is asked as soon as
     lab.bus.setHeldByOther(0, true);
     lab.start();
     REQUIRE(lab.rows() == 1);
-    CHECK(lab.printer()->ownership() == -1);
+    CHECK(lab.printer()->ownership() == Ownership::otherProgram);
     CHECK(lab.printer()->state() == kTBPrinterOpening);
     CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "In use by other application");
     CHECK(lab.wire() == Wire{"arrive"});
@@ -175,7 +209,7 @@ TEST_CASE("a printer that another program holds shows so and is asked as soon as
     lab.bus.setHeldByOther(0, false);
     lab.rest();
     CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
-    CHECK(lab.printer()->ownership() == 0);
+    CHECK(lab.printer()->ownership() == Ownership::nobody);
 }
 
 TEST_CASE("after termination no further arrival is reported") {

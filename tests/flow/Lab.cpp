@@ -84,21 +84,23 @@ fs::path Lab::sampleArchive() {
     return ZUL_SAMPLE_ARCHIVE;
 }
 
-Lab::Lab(const fs::path& archive)
-    : bundle({}, archive), environment{.mainQueue = mainQueue,
-                                       .clock = clock,
-                                       .registry = registry,
-                                       .userDefaults = defaults,
-                                       .mainBundle = bundle,
-                                       .alerts = operatorDesk,
-                                       .application = application,
-                                       .events = nullptr,
-                                       .admittedProductIDs = {}},
+Lab::Lab(const fs::path& archiveFolder, std::shared_ptr<const FileReader> reader)
+    : bundle({}, archiveFolder), archive(bundle, std::move(reader)), environment{.mainQueue = mainQueue,
+                                                                                 .clock = clock,
+                                                                                 .registry = registry,
+                                                                                 .userDefaults = defaults,
+                                                                                 .mainBundle = bundle,
+                                                                                 .archive = archive,
+                                                                                 .alerts = alertSwitch,
+                                                                                 .application = application,
+                                                                                 .events = nullptr,
+                                                                                 .admittedProductIDs = {}},
       _log(std::make_shared<LogLines>()) {
     setSystemLogSink([log = _log](const std::string& text) {
         const std::scoped_lock lock(log->mutex);
         log->lines.push_back(text);
     });
+    alertSwitch.to = &operatorDesk;
     HOLVEN_Log::setShouldLogToStdErr(false);
     TBUSBPrinter::forgetDeviceInfo();
     TBPrinters::initialize(mainQueue);

@@ -5,6 +5,7 @@
 #include "Classes/Environment.h"
 #include "Classes/TBPrinters.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
 #include "support/ChangedArchive.h"
@@ -50,6 +51,13 @@ class Operator final : public AlertOutlet {
     std::vector<std::string> _history;
 };
 
+/// Leads the engine's alerts to the operator, or to the supervisor of updates on their way there.
+class AlertSwitch final : public AlertOutlet {
+  public:
+    AlertOutlet* to = nullptr;
+    void beginAlert(AlertDescription alert) override { to->beginAlert(std::move(alert)); }
+};
+
 class Application final : public ApplicationOutlet {
   public:
     void setDelegate(TBPrinters* delegate) override { _delegate = delegate; }
@@ -66,7 +74,9 @@ using Wire = std::vector<std::string>;
 
 class Lab {
   public:
-    explicit Lab(const std::filesystem::path& archive = sampleArchive());
+    /// archiveFolder: the firmware files; reader: how they are read, null for as they are.
+    explicit Lab(const std::filesystem::path& archiveFolder = sampleArchive(),
+                 std::shared_ptr<const FileReader> reader = nullptr);
     ~Lab();
 
     static std::filesystem::path sampleArchive();
@@ -102,7 +112,9 @@ class Lab {
     ServiceRegistry registry;
     UserDefaults defaults;
     Bundle bundle;
+    FirmwareArchive archive;
     Operator operatorDesk;
+    AlertSwitch alertSwitch;
     Application application;
     std::shared_ptr<VirtualJournal> journal = std::make_shared<VirtualJournal>(clock);
     VirtualBus bus{mainQueue, clock, journal};

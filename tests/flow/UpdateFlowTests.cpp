@@ -1,7 +1,7 @@
 // The update of a VK14 from the operator's click to the report, over both restarts, as the printer sees it.
 #include "Lab.h"
 
-#include "Classes/SRecord.h"
+#include "archive/SRecord.h"
 
 #include <algorithm>
 #include <doctest/doctest.h>
@@ -62,7 +62,7 @@ TEST_CASE("an update ends with the new version, new tables and the report of bot
     CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion) == "0161");
     CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
     CHECK(lab.printer()->inFirmwareUpdate() == false);
-    CHECK(lab.printer()->ownership() == 0);
+    CHECK(lab.printer()->ownership() == Ownership::nobody);
     lab.bus.inspect(0, [](const VirtualPrinter& printer) {
         CHECK(printer.firmware() == "VK14 01.61");
         CHECK(printer.tables().writtenNames() == std::vector<std::string>{"VK14_300_0161.CWD", "VK14_600_0161.CWD"});

@@ -27,7 +27,8 @@ class FuzzInput {
     }
     /// A byte that says how many follow, and those; fewer at the end.
     Data takeBlock() {
-        const std::size_t size = std::min<std::size_t>(takeByte(), _rest.size());
+        const std::size_t wanted = takeByte(); // first: the order of an expression's parts is the compiler's
+        const std::size_t size = std::min(wanted, _rest.size());
         const Data block(_rest.begin(), _rest.begin() + static_cast<std::ptrdiff_t>(size));
         _rest = _rest.subspan(size);
         return block;

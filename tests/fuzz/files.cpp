@@ -1,7 +1,7 @@
 // Files that users and archives bring: settings and digests. A damaged one gives a reason and loses nothing.
 #include "fuzz/FuzzInput.h"
 
-#include "Classes/FirmwareDigests.h"
+#include "archive/FirmwareDigests.h"
 #include "platform/foundation/UserDefaults.h"
 #include "support/TemporaryFolder.h"
 

@@ -98,6 +98,7 @@ def srecord():
 
 def text():
     """A longest length, two words, and the text."""
+    write("text", "commands", bytes([5]) + block(b"a") + block(b"c") + "1\x1b]0;\x07\x9b\u202e\u200f\n".encode() + b"\x9b\xff")
     write("text", "plain", bytes([5]) + block(b"a") + block(b"c") + b"abcABC%d")
     write("text", "utf8-mark", bytes([255]) + block(b"MFG:") + block(b";") + "\ufeffMFG:é;".encode())
     write("text", "utf16-lone-surrogate", bytes([6]) + block(b"") * 2 + b"\xff\xfe\x41\x00\x00\xd8")
@@ -137,5 +138,20 @@ def virtual_printer():
           blocks(b"\x1bP" + b"FW_UPDFLASH_PROGRAM".ljust(22) + b"99999999" + b"x" * 300, 200))
 
 
-for make in (answers, identity, srecord, text, files, virtual_printer):
+def lock_answer():
+    whole = (b'{"activity":"update","phase":"writing","pid":4711,"program":"zulctl","since":1700000000,'
+             b'"text":"Do not switch it off.","user":"kiosk"}\n')
+    write("lock_answer", "whole", whole)
+    write("lock_answer", "cut-off", whole[:60])
+    write("lock_answer", "wrong-types", b'{"activity":1,"phase":[],"pid":"4711","program":{},"since":-1,"user":null}')
+    write("lock_answer", "numbers-out-of-range", b'{"pid":2147483648,"since":9223372036854775808}')
+    write("lock_answer", "hidden-characters", b'{"phase":"\\u001b[2J\\u202e\xc2\x85","program":"\\u0000"}')
+    write("lock_answer", "not-utf8", b'{"phase":"\xff\xfe"}')
+    write("lock_answer", "lone-surrogate", b'{"phase":"\\ud800"}')
+    write("lock_answer", "deep", b"[" * 2000)
+    write("lock_answer", "long", b'{"text":"' + b"\xe2\x82\xac" * 600 + b'"}')
+    write("lock_answer", "no-object", b"3")
+
+
+for make in (answers, identity, srecord, text, files, virtual_printer, lock_answer):
     make()

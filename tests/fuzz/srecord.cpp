@@ -1,7 +1,7 @@
 // S-record text: a fault is found by one way exactly when it is found by the others, and on a line that exists.
 #include "fuzz/FuzzInput.h"
 
-#include "Classes/SRecord.h"
+#include "archive/SRecord.h"
 
 using namespace zul;
 using namespace zul::test;

@@ -4,6 +4,7 @@
 #include "Classes/StatusTexts.h"
 #include "Classes/USBInterfaceHelpers.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
+#include "platform/foundation/PrintableText.h"
 
 #include <unicode/unistr.h>
 
@@ -58,6 +59,16 @@ void cut(const std::string& text, const std::string& first, const std::string& s
     require(isLess == std::is_gt(numericalCaseInsensitiveCompare(second, first)), "an order has two directions");
 }
 
+void show(const std::string& text) {
+    const std::string lines = printable(text);
+    const std::string inLine = printableInLine(text);
+    require(isUTF8(lines) && isUTF8(inLine), "what is shown is UTF-8");
+    require(lines.size() <= text.size(), "what is shown is no longer than what came");
+    require(printable(lines) == lines && printableInLine(inLine) == inLine, "what is shown can be shown as it is");
+    for (const char byte : inLine) require(static_cast<unsigned char>(byte) >= 0x20, "no control character is shown");
+    require(printableJson(lines) == lines, "what can be shown needs no escape");
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -68,6 +79,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const Data rest = input.takeRest();
     const std::string text(rest.begin(), rest.end());
     decode(rest, std::min(maxLength, rest.size()));
+    show(text);
     if (isUTF8(text) && isUTF8(first) && isUTF8(second)) cut(text, first, second);
     require(!textForStatus(text).empty(), "every status has a text");
     static_cast<void>(hexdump(rest, maxLength, first.size()));

@@ -106,3 +106,6 @@ def _(lab):
         result = lab.run(program, "list", user=65534, group=65534, extra_groups=[])
         text = result.stdout + result.stderr
         expect(node in text and "70-zul-printer-utility.rules" in text, "both are named")
+        lines = result.stderr.splitlines()
+        expect_equal([line.split(":")[0] for line in lines], ["ERROR", "ERROR", "zulctl"], "the cause, then what to do")
+        expect_equal(result.stdout, "No attached printer can be used.\n", "standard output")

@@ -4,6 +4,7 @@ import json
 import os
 import pty
 import select
+import shutil
 import struct
 import subprocess
 import tempfile
@@ -59,6 +60,10 @@ class Bench:
 
     def path(self, name):
         return os.path.join(self.home, name)
+
+    def copied_archive(self):
+        """A folder with the sample files, for a case to change."""
+        return shutil.copytree(self.archive, self.path("archive"))
 
     def run(self, *arguments, printers=("VK14",), input="", timeout=60):
         done = subprocess.run(self.command(arguments, printers), input=input, capture_output=True, text=True,

@@ -10,11 +10,13 @@ from bench import case, expect, expect_equal
 def _(bench):
     result = bench.run("list", printers=("VK26",))
     expect_equal(result.status, 0, "exit status of list")
-    expect("No printer is attached" in result.out, result.out)
+    expect_equal(result.out, "No attached printer can be used.\n", "in place of the list")
     expect("VK26 at 1-1" in result.err and "--admit-product 0x8B01" in result.err, result.err)
     result = bench.run("info", printers=("VK26",))
     expect_equal(result.status, 4, "exit status of info")
-    expect("--admit-product 0x8B01" in result.err and "no printer is attached" in result.err, result.err)
+    hint, problem = result.err.splitlines()
+    expect("--admit-product 0x8B01" in hint, hint)
+    expect_equal(problem, "zulctl: no attached printer can be used.", "the problem behind the hint")
 
 
 @case("with --json standard output holds the one document, and hints are objects on standard error")

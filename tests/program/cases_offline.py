@@ -73,8 +73,7 @@ def _(bench):
 
 @case("a damaged archive file differs and exits with 7")
 def _(bench):
-    folder = bench.path("archive")
-    shutil.copytree(bench.archive, folder)
+    folder = bench.copied_archive()
     with open(os.path.join(folder, "VK14 01.61.fw"), "r+b") as file:
         file.write(b"X")
     os.remove(os.path.join(folder, "VK26 01.52.fw"))
@@ -87,15 +86,79 @@ def _(bench):
 def _(bench):
     folder = bench.path("vendor")
     os.mkdir(folder)
-    for name in ("VK14 01.61.fw", "VK14_300_0161.cwd"):
+    names = ["VK14 01.61.fw", "VK14_300_0161.cwd", "VK14_600_0161.cwd"]
+    for name in names:
         shutil.copy(os.path.join(bench.archive, name), folder)
     expect_equal(bench.run("archive", "digest", folder, printers=()).status, 0, "digest")
     with open(os.path.join(folder, "digests.json"), encoding="utf-8") as file:
         digests = json.load(file)
-    expect_equal(sorted(digests), ["VK14 01.61.fw", "VK14_300_0161.cwd"], "files")
+    expect_equal(sorted(digests), names, "files")
     expect(all(len(digest) == 66 and digest.endswith("00") for digest in digests.values()), "the digests' form")
     expect_equal(bench.run("archive", "verify", folder, printers=()).status, 0, "verify")
     expect_equal(bench.run("archive", "digest", bench.home, printers=()).status, 1, "a folder without such files")
+
+
+@case("a model of which only some files are there is incomplete: each missing file is named, and the status is 7")
+def _(bench):
+    folder = bench.copied_archive()
+    for name in os.listdir(folder):
+        if name.startswith(("VK26", "VK-RZ7")):
+            os.remove(os.path.join(folder, name))  # left out on purpose
+    os.remove(os.path.join(folder, "VK14_600_0161.cwd"))
+    os.remove(os.path.join(folder, "VK28 01.05.fw"))
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal(result.status, 7, "exit status")
+    for name in ("VK14_600_0161.cwd", "VK28 01.05.fw"):
+        expect(f"{name} is missing in {folder}. Copy it from the vendor's download" in result.err, result.err)
+    expect(f"run: zulctl archive verify {folder}\n" in result.err, result.err)
+    expect("VK26" not in result.err and "VK-RZ7" not in result.err, result.err)
+    document = bench.run("--json", "archive", "verify", folder, printers=()).json
+    expect_equal([problem["file"] for problem in document["problems"]], ["VK14_600_0161.cwd", "VK28 01.05.fw"], "json")
+
+
+@case("tables that came with one model do not make the other model that shares them incomplete")
+def _(bench):
+    folder = bench.path("vk18")
+    os.mkdir(folder)
+    for name in ("VK18 01.30.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"):
+        shutil.copy(os.path.join(bench.archive, name), folder)
+    bench.run("archive", "digest", folder, printers=())
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal((result.status, result.err), (0, ""), "a folder for the VK18 alone")
+    os.remove(os.path.join(folder, "VK18_300_0130.cwd"))
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal((result.status, result.err.count("\n")), (7, 1), "its missing table")
+
+
+@case("an archive without its digest file, or with a damaged one, exits with 7 and names the command that writes it")
+def _(bench):
+    folder = bench.copied_archive()
+    digests = os.path.join(folder, "digests.json")
+    remedy = f"run: zulctl archive digest {folder}\n"
+    with open(digests, "w", encoding="ascii") as file:
+        file.write("{ no json")
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal((result.status, result.out), (7, ""), "a damaged one")
+    expect(f"digests.json in {folder} is damaged" in result.err and result.err.endswith(remedy), result.err)
+    os.remove(digests)
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal((result.status, result.out), (7, ""), "none")
+    expect(f"digests.json is missing in {folder}" in result.err and result.err.endswith(remedy), result.err)
+
+
+@case("a pipe in place of an archive file is told and keeps nobody waiting")
+def _(bench):
+    folder = bench.copied_archive()
+    os.remove(os.path.join(folder, "VK14 01.61.fw"))
+    os.mkfifo(os.path.join(folder, "VK14 01.61.fw"))
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal(result.status, 7, "exit status")
+    expect("VK14 01.61.fw in " in result.err and "is not a file" in result.err, result.err)
+    os.remove(os.path.join(folder, "digests.json"))
+    os.mkfifo(os.path.join(folder, "digests.json"))
+    result = bench.run("archive", "verify", folder, printers=())
+    expect_equal(result.status, 7, "exit status")
+    expect("digests.json" in result.err, result.err)
 
 
 @case("the archive's path is the named folder, or the program's own")

@@ -1,5 +1,7 @@
 """Commands that ask printers, set them and reset them."""
 import json
+import os
+import shutil
 import signal
 import time
 
@@ -14,7 +16,29 @@ def _(bench):
         expect(wanted in result.out, f"{wanted} is shown")
     rows = bench.run("--json", "list", printers=("VK14", "VK14,serial=777")).json
     expect_equal([row["printerSerialNumber"] for row in rows], ["000001", "777"], "serial numbers")
-    expect_equal(rows[0]["firmwareOffered"], "VK14 01.61", "offered")
+    expect_equal((rows[0]["firmwareOffered"], rows[0]["firmwareFile"]), ("VK14 01.61", "ready"), "offered")
+
+
+@case("a version whose file cannot be installed is not offered: list and info say why")
+def _(bench):
+    folder = bench.copied_archive()
+    firmware = os.path.join(folder, "VK14 01.61.fw")
+    archive = ("--firmware-archive", folder)
+
+    def expect_shown(text, state):
+        for command in ("list", "info"):
+            expect(f"VK14 01.61, {text}  " in bench.run(*archive, command).out.replace("\n", "  "), f"{text} in {command}")
+        facts = bench.run("--json", *archive, "list").json[0]
+        expect_equal((facts["firmwareOffered"], facts["firmwareFile"]), (None, state), "json")
+
+    with open(firmware, "r+b") as file:
+        file.write(b"X")
+    expect_shown("file damaged", "damaged")
+    os.remove(firmware)
+    expect_shown("file missing", "missing")
+    shutil.copy(os.path.join(bench.archive, "VK14 01.61.fw"), firmware)
+    os.remove(os.path.join(folder, "digests.json"))
+    expect_shown("file not verified", "no digest")
 
 
 @case("a model that is not admitted is not listed, and admitted it is")

@@ -19,7 +19,7 @@ def _(bench):
     expect("1) Cancel  (Return)" in terminal.text, "Cancel comes first")
     terminal.type("")
     expect_equal(terminal.wait(), 1, "exit status")
-    expect("not updated: cancelled" in terminal.text, terminal.text)
+    expect("not updated: it was declined" in terminal.text, terminal.text)
 
 
 @case("Return at the first question quits and changes nothing")
@@ -28,7 +28,7 @@ def _(bench):
     terminal.read_until("> ")
     terminal.type("")
     expect_equal(terminal.wait(), 1, "exit status")
-    expect("not agreed" in terminal.text, terminal.text)
+    expect("not updated: it was declined" in terminal.text, terminal.text)
 
 
 @case("an update that is answered on the terminal runs to its end, with one live line")

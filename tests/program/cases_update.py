@@ -1,8 +1,8 @@
 """The update as a process: what the printer sees, what the operator reads, and every way it can end."""
 import json
 import os
-import shutil
 import signal
+import tempfile
 
 from bench import UPDATE, case, expect, expect_equal
 
@@ -25,7 +25,7 @@ def _(bench):
     if rest[0] == "STATUS":
         rest = rest[1:]
     expect_equal(rest, ["INFO  FVER", "STATUS"] + TABLES + ["STATUS"] + FACTS, "behind the image")
-    for wanted in ("Firmware version updated from VK14 01.60 to VK14 01.61", "in the loader since",
+    for wanted in ("Firmware version updated from VK14 01.60 to VK14 01.61", "in the loader (",
                    "updated from VK14 01.60 to VK14 01.61, 2 color tables written"):
         expect(wanted in result.out, f"{wanted!r} is shown")
 
@@ -105,17 +105,57 @@ def _(bench):
     expect("Another application is using the printer." in result.out, result.out)
 
 
-@case("damaged firmware files exit with 7 and nothing is sent")
+def expect_refused(bench, folder, *texts, printers=("VK14",)):
+    """An update with these files is refused before its first question, with these texts; nothing is sent."""
+    file = os.path.join(tempfile.mkdtemp(dir=bench.home), "journal")
+    result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE, printers=printers)
+    expect_equal(result.status, 7, "exit status")
+    expect_equal(result.out, "", "no question")
+    for text in ("nothing was sent", *texts):
+        expect(text in result.err, f"{text!r} is told: {result.err}")
+    with open(file, encoding="utf-8") as lines:
+        commands = [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+    expect_equal(commands, FACTS * len(printers), "only the questions of every start")
+    return result
+
+
+@case("damaged firmware files are named before the first question, with status 7, and nothing is sent")
 def _(bench):
-    folder, file = bench.path("archive"), bench.path("journal")
-    shutil.copytree(bench.archive, folder)
+    folder = bench.copied_archive()
     with open(os.path.join(folder, "VK14_600_0161.cwd"), "r+b") as table:
         table.write(b"X")
-    result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE)
-    expect_equal(result.status, 7, "exit status")
-    expect("-- File corruption --" in result.out, result.out)
-    with open(file, encoding="utf-8") as lines:
-        expect("FW_UPD" not in lines.read(), "no firmware command")
+    expect_refused(bench, folder, f"VK14_600_0161.cwd in {folder} is damaged",
+                   f"run: zulctl archive verify {folder}\n")
+
+
+@case("a missing color table is named before the first question, with what puts it right")
+def _(bench):
+    folder = bench.copied_archive()
+    os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
+    expect_refused(bench, folder, f"VK14_300_0161.cwd is missing in {folder}. Copy it from the vendor's download into "
+                                  f"{folder}, then run: zulctl archive verify {folder}\n")
+    result = bench.run("--json", "--firmware-archive", folder, *UPDATE)
+    expect_equal(result.json["error"]["exit"], 7, "the error object")
+
+
+@case("a missing folder and a missing digest file are told before the first question")
+def _(bench):
+    expect_refused(bench, bench.path("none"), f"The folder {bench.path('none')} with the firmware files is missing",
+                   "--firmware-archive DIR")
+    folder = bench.copied_archive()
+    os.remove(os.path.join(folder, "digests.json"))
+    expect_refused(bench, folder, f"digests.json is missing in {folder}", f"run: zulctl archive digest {folder}\n")
+
+
+@case("files that two printers need are named once, and damaged files of other models stop nobody")
+def _(bench):
+    folder = bench.copied_archive()
+    with open(os.path.join(folder, "VK28 01.05.fw"), "r+b") as firmware:
+        firmware.write(b"X")
+    expect_equal(bench.run("--firmware-archive", folder, *UPDATE).status, 0, "a VK14 beside damaged files of a VK28")
+    os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
+    result = bench.run("--firmware-archive", folder, *UPDATE, "--all", printers=("VK14", "VK14"))
+    expect_equal((result.status, result.err.count("is missing")), (7, 1), result.err)
 
 
 @case("a printer that never comes back is told of, with advice, and exits with 8")
@@ -123,7 +163,7 @@ def _(bench):
     result = bench.run(*UPDATE, "--stall-timeout", "1", "--give-up", "3",
                        printers=("VK14,fault=never-back@FLASH_REWRITE",))
     expect_equal(result.status, 8, "exit status")
-    for wanted in ("restarting into the loader since", "Leave it switched on", "Still watching"):
+    for wanted in ("restarting into the loader (", "Leave it switched on", "Still watching"):
         expect(wanted in result.out, f"{wanted!r} is shown")
 
 
@@ -136,11 +176,12 @@ def _(bench):
     expect_equal(process.returncode, 0, "exit status")
 
 
-@case("a loader that refuses the image is told of, and exits with 8 when it stays so")
+@case("a printer that is back in its loader after the image ends the update at once, with what completes it")
 def _(bench):
-    result = bench.run(*UPDATE, "--give-up", "7", printers=("VK14,fault=stay-in-loader@FLASH_PROGRAM",))
-    expect_equal(result.status, 8, "exit status")
-    expect("still in firmware update mode" in result.out and "start the update again" in result.out, result.out)
+    result = bench.run(*UPDATE, printers=("VK14,fault=stay-in-loader@FLASH_PROGRAM",))
+    expect_equal(result.status, 1, "exit status")
+    last = result.out.splitlines()[-1]
+    expect("still in firmware update mode" in last and "start the update again: that completes it" in last, last)
 
 
 @case("a printer found in its loader is updated from there")
@@ -155,12 +196,15 @@ def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,fault=stall@UPDATE_CW#2",))
     expect_equal(result.status, 1, "exit status")
     expect("Firmware update was successful!" in result.out, "the report")
-    expect("only 1 of 2 color tables were sent" in result.out, "the facts")
+    expect("only 1 of 2 color tables were sent" in result.out.splitlines()[-1], "the facts")
+    expect(result.out.index("The update is not complete.") < result.out.index("Firmware update was successful!"),
+           "the facts are shown in front of the report")
 
 
-@case("an interrupt in the middle of an update warns once and ends at the second one")
+@case("an interrupt in the middle of an update warns once, and the second one ends it when the whole image is sent")
 def _(bench):
-    process = bench.start("--json", *UPDATE, printers=("VK14,restart=20000",))
+    file = bench.path("journal")
+    process = bench.start("--json", "--virtual-journal", file, *UPDATE, printers=("VK14,restart=1000,program=30000",))
     for line in process.stdout:
         if json.loads(line).get("phase") == "restarting":
             break
@@ -168,6 +212,11 @@ def _(bench):
     warning = process.stderr.readline()
     expect("Interrupt once more" in warning, warning)
     process.send_signal(signal.SIGINT)
-    out, _ = process.communicate(timeout=20)
+    out, _ = process.communicate(timeout=60)
     expect_equal(process.returncode, 130, "exit status")
-    expect("interrupted" in out, "the result is told")
+    last = json.loads(out.splitlines()[-1])
+    expect_equal(last["result"], "stopped", "result")
+    expect("The printer has the firmware" in last["message"], last["message"])
+    with open(file, encoding="utf-8") as lines:
+        commands = [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+    expect_equal(commands.count("FW_UPDFLASH_PROGRAM"), 1, "the image")

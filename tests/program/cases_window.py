@@ -76,6 +76,39 @@ def _(bench):
         expect("STATUS" in log.read(), "the traffic is in the log")
 
 
+@case("the window works without its usual log, and says so")
+def _(bench):
+    with open(bench.path("state"), "w", encoding="ascii"):  # where its folder would be
+        pass
+    journal = bench.path("journal")
+    process = window(bench, "--virtual", f"VK14,{FAST}", "--virtual-journal", journal)
+    wait_for_command(journal, "SERIAL_NUMBER")
+    process.send_signal(signal.SIGTERM)
+    _out, err = process.communicate(timeout=30)
+    expect_equal(process.returncode, 0, err)
+    expect("the log is kept in the log window only" in err, err)
+
+
+@case("the window works although its usual log cannot be opened, and names it")
+def _(bench):
+    os.makedirs(bench.path("state/zul-printer-utility/log.txt"))
+    journal = bench.path("journal")
+    process = window(bench, "--virtual", f"VK14,{FAST}", "--virtual-journal", journal)
+    wait_for_command(journal, "SERIAL_NUMBER")
+    process.send_signal(signal.SIGTERM)
+    _out, err = process.communicate(timeout=30)
+    expect_equal(process.returncode, 0, err)
+    expect(bench.path("state/zul-printer-utility/log.txt") in err, err)
+
+
+@case("the window does not start without the log that was named")
+def _(bench):
+    os.mkdir(bench.path("folder"))
+    status, _out, err = finished(bench, "--virtual", "VK14", "--log", bench.path("folder"))
+    expect_equal(status, 1, err)
+    expect(bench.path("folder") in err, err)
+
+
 @case("the window remembers where its columns stood when it ended")
 def _(bench):
     journal = bench.path("journal")

@@ -8,8 +8,8 @@ import traceback
 
 from bench import CASES, Bench
 
-for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_terminal",
-               "cases_window"):
+for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_signals",
+               "cases_terminal", "cases_output", "cases_window"):
     importlib.import_module(module)
 
 

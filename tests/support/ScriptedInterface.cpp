@@ -470,6 +470,22 @@ IOReturn ScriptedInterface::tryClaim() {
     return play(*_state, entry);
 }
 
+InterfaceHolder ScriptedInterface::holder() {
+    JournalEntry entry;
+    entry.call = "holder";
+    return play(*_state, entry) == kIOReturnSuccess ? interfaceHolder : InterfaceHolder{};
+}
+
+IOReturn ScriptedInterface::resynchronize(std::uint8_t pipe) {
+    JournalEntry entry;
+    entry.call = "resynchronize";
+    entry.pipe = pipe;
+    const IOReturn code = play(*_state, entry);
+    const std::scoped_lock lock(_state->mutex);
+    if (code == kIOReturnSuccess) _state->reads.clear();
+    return code;
+}
+
 IOReturn ScriptedService::createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) {
     if (createCode == kIOReturnSuccess) interfaceInterface = _scripted;
     return createCode;

@@ -90,7 +90,8 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     Expectation& expectReadPipeTO(unsigned pipe, Data answer = {}, IOReturn code = kIOReturnSuccess);
     Expectation& expectControlRequestTO(RequestMatcher request);
     Expectation& expectGetDevice();
-    /// Any other call by its name: "tryClaim", "USBDeviceOpen", "ResetDevice", "USBDeviceReEnumerate", …
+    /// Any other call by its name: "tryClaim", "resynchronize", "holder", "USBDeviceOpen", "ResetDevice",
+    /// "USBDeviceReEnumerate", …
     Expectation& expect(const std::string& call);
     /// Fails the test when expected calls were not made yet; forgets them.
     void verify();
@@ -118,6 +119,7 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     std::uint8_t productStringIndex = 2;
     std::uint8_t serialNumberStringIndex = 3;
     std::vector<PipeProperties> endpoints;
+    InterfaceHolder interfaceHolder;                          // what holder() answers
     void setDescriptor(std::uint16_t value, Data descriptor); // type in the high byte, index in the low one
     void setString(std::uint8_t index, const std::u16string& text);
     void setDeviceID(const std::string& text);
@@ -147,11 +149,14 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     IOReturn GetPipeProperties(std::uint8_t pipe, PipeProperties& properties) override;
     IOReturn USBInterfaceOpenSeize() override;
     IOReturn USBInterfaceClose() override;
+    InterfaceHolder holder() override;
     IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
                         std::uint32_t completionTimeout) override;
     IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,
                          std::uint32_t completionTimeout) override;
     IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) override;
+    /// Forgets what enqueueRead() has put in line, as a drained pipe does.
+    IOReturn resynchronize(std::uint8_t pipe) override;
     IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) override;
     void setWriteProgress(WriteProgress progress) override;
     void watchHolder(std::function<void()> mayBeFree) override;

@@ -19,6 +19,7 @@ std::string JournalEntry::text() const {
         return fmt::sprintf("%s %.2x %.2x %.4x %.4x, %u bytes, %u/%u ms", call, request.bmRequestType, request.bRequest,
                             request.wValue, request.wIndex, size, noDataTimeout, completionTimeout);
     }
+    if (call == "resynchronize") return fmt::sprintf("%s pipe %u", call, pipe);
     return call;
 }
 

@@ -5,7 +5,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -14,7 +16,6 @@ namespace zul {
 namespace {
 
 constexpr unsigned kVendor = 0x2A71;
-constexpr unsigned kProduct = 3;
 
 std::string text(const char* format, auto... values) {
     char buffer[512];
@@ -30,7 +31,7 @@ std::string interfaceDescriptor(const Plug& plug, unsigned number, unsigned alte
 
 std::string descriptors(const Plug& plug) {
     std::string bytes = "1201000200000040"; // USB 2.0, class per interface, 64 bytes at the control pipe
-    bytes += text("%02x%02x%02x%02x", kVendor & 0xFF, kVendor >> 8, kProduct & 0xFF, kProduct >> 8);
+    bytes += text("%02x%02x%02x%02x", kVendor & 0xFF, kVendor >> 8, plug.product & 0xFF, plug.product >> 8);
     bytes += "070201020301"; // release 2.07, string indices 1, 2, 3, one configuration
     std::string interfaces;
     for (unsigned i = 0; i < plug.interfaces; ++i) {
@@ -52,6 +53,11 @@ std::string hub(const std::string& path, unsigned address) {
            "H: descriptors=12010002090001406b1d020002060302010109021900010100e0000904000001090000000705810304000c\n\n";
 }
 
+bool isWithoutUdevd() {
+    const char* arrivals = std::getenv("ZUL_TEST_ARRIVALS");
+    return arrivals != nullptr && std::string(arrivals) == "kernel";
+}
+
 std::string sysPath(const std::string& port) {
     const auto dot = port.find('.');
     if (dot == std::string::npos) return "/devices/usb1/" + port;
@@ -60,9 +66,31 @@ std::string sysPath(const std::string& port) {
 
 } // namespace
 
-Bench::Bench(Clock* clock)
-    : _ownClock(clock == nullptr ? std::make_unique<RealClock>() : nullptr), _testbed(umockdev_testbed_new()),
-      mainQueue(clock == nullptr ? *_ownClock : *clock), bus(mainQueue, clock == nullptr ? *_ownClock : *clock) {
+ListeningUdevd::ListeningUdevd(const std::filesystem::path& runFolder)
+    : _socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+    std::filesystem::create_directory(runFolder / "udev");
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/udev/control", runFolder.c_str());
+    REQUIRE(::bind(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0);
+    REQUIRE(::listen(_socket, 16) == 0);
+}
+
+ListeningUdevd::~ListeningUdevd() {
+    ::close(_socket);
+}
+
+LibusbBusOptions Bench::completed(LibusbBusOptions options) const {
+    if (options.system.run == SystemFolders{}.run) options.system.run = _run.path;
+    return options;
+}
+
+Bench::Bench(Clock* clock, LibusbBusOptions options)
+    : _hasUdevd(options.system.run == SystemFolders{}.run && !isWithoutUdevd()),
+      _udevd(_hasUdevd ? std::make_unique<ListeningUdevd>(_run.path) : nullptr),
+      _ownClock(clock == nullptr ? std::make_unique<RealClock>() : nullptr), _testbed(umockdev_testbed_new()),
+      mainQueue(clock == nullptr ? *_ownClock : *clock),
+      bus(mainQueue, clock == nullptr ? *_ownClock : *clock, completed(std::move(options))) {
     REQUIRE(umockdev_testbed_add_from_string(_testbed, hub("/devices/usb1", 1).c_str(), nullptr));
     watch();
 }
@@ -103,11 +131,28 @@ void Bench::watch() {
     CHECK(_terminated->next() == 0);
 }
 
-std::string Bench::nodeFile(unsigned address) const {
-    gchar* root = umockdev_testbed_get_root_dir(_testbed);
-    const std::string path = text("%s/dev/bus/usb/001/%03u", root, address);
-    g_free(root);
+std::filesystem::path Bench::root() const {
+    gchar* folder = umockdev_testbed_get_root_dir(_testbed);
+    std::filesystem::path path = folder;
+    g_free(folder);
     return path;
+}
+
+std::string Bench::nodeFile(unsigned address) const {
+    return root() / text("dev/bus/usb/001/%03u", address);
+}
+
+void Bench::bindDriverNode(const std::filesystem::path& file, const Plug& plug) const {
+    const std::string interface = sysPath(plug.port) + "/" + plug.port + ":1.0";
+    const std::string entry = "P: " + interface + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n\n";
+    REQUIRE(umockdev_testbed_add_from_string(_testbed, entry.c_str(), nullptr));
+    std::filesystem::create_directories(root() / ("sys" + interface) / "usbmisc" / "lp0");
+    std::filesystem::create_directories(root() / "dev/usb");
+    std::filesystem::create_symlink(file, root() / "dev/usb/lp0");
+}
+
+void Bench::removeDriverNode() const {
+    std::filesystem::remove(root() / "dev/usb/lp0");
 }
 
 void Bench::addDevice(const Plug& plug) {
@@ -131,6 +176,7 @@ MockPrinter& Bench::plug(const Plug& plug) {
     }
     addDevice(plug);
     setMode(plug.address, plug.mode);
+    _printers.erase(plug.address); // one at a time may answer for a node
     _printers[plug.address] = std::make_unique<MockPrinter>(_testbed, text("/dev/bus/usb/001/%03u", plug.address));
     _addresses[plug.port] = plug.address;
     announceAgain(plug.port);
@@ -143,12 +189,19 @@ void Bench::announceAgain(const std::string& port) {
 
 void Bench::leave(const std::string& port) {
     _printers[_addresses[port]]->vanish();
-    umockdev_testbed_uevent(_testbed, ("/sys" + sysPath(port)).c_str(), "remove");
+    const std::string device = "/sys" + sysPath(port);
+    if (hasUdevd()) {
+        umockdev_testbed_uevent(_testbed, device.c_str(), "remove");
+        return;
+    }
+    // The kernel has taken everything away when it reports it. The mocked one can report only what is there.
+    umockdev_testbed_remove_device(_testbed, device.c_str());
+    umockdev_testbed_uevent(_testbed, "/sys/devices/usb1", "change");
 }
 
 void Bench::unplug(const std::string& port) {
     leave(port);
-    umockdev_testbed_remove_device(_testbed, ("/sys" + sysPath(port)).c_str());
+    if (hasUdevd()) umockdev_testbed_remove_device(_testbed, ("/sys" + sysPath(port)).c_str());
 }
 
 void Bench::configure(const std::string& port, const std::string& configuration) {

@@ -65,6 +65,16 @@ void MockPrinter::refuses(unsigned long request, int error) {
     _refused[request] = error;
 }
 
+void MockPrinter::stallsControl() {
+    const std::scoped_lock lock(_mutex);
+    _controlStalls = true;
+}
+
+void MockPrinter::whenDetached(std::function<void()> block) {
+    const std::scoped_lock lock(_mutex);
+    _whenDetached = std::move(block);
+}
+
 void MockPrinter::bindKernelDriver(const std::string& name) {
     const std::scoped_lock lock(_mutex);
     _kernelDriver = name;
@@ -195,12 +205,14 @@ int MockPrinter::driverCall(UMockdevIoctlData* argument) {
     const auto& call = resolved<usbdevfs_ioctl>(argument);
     if (call.ioctl_code == static_cast<int>(USBDEVFS_CONNECT)) {
         note("attach %d", call.ifno);
+        if (_claimed || _heldByOther) return -EBUSY;
         _kernelDriver = "usblp";
         return 1;
     }
     note("detach %d", call.ifno);
     if (_kernelDriver.empty()) return -ENODATA;
     _kernelDriver.clear();
+    if (_whenDetached != nullptr) _whenDetached();
     return 0;
 }
 
@@ -226,6 +238,7 @@ int MockPrinter::submit(UMockdevIoctlData* argument) {
 void MockPrinter::play(MockUrb& urb) {
     std::deque<Reply>& script = urb.isControl() ? _control : urb.isIn() ? _in : _out;
     if (script.empty()) {
+        if (urb.isControl() && _controlStalls) urb.completeOut(-EPIPE, 0);
         if (urb.isControl() || urb.isIn() || _outBlocked) return;
         _received += urb.data();
         urb.completeOut(0, urb.length());

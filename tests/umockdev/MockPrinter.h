@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -36,8 +37,14 @@ class MockPrinter {
     void answersControl(const std::string& bytes, int status = 0);
     /// Every call of this ioctl fails with error; 0 ends that.
     void refuses(unsigned long request, int error);
+    /// Without a script control transfers are stalled.
+    void stallsControl();
     /// The kernel's own driver holds the interface.
     void bindKernelDriver(const std::string& name);
+    /// Runs block each time the kernel's driver is being detached. It may call nothing of the printer but
+    /// holdByOtherFromInside().
+    void whenDetached(std::function<void()> block);
+    void holdByOtherFromInside() { _heldByOther = true; }
     /// Another program holds the interface.
     void holdByOther(bool held);
     /// Leaves the bus, as far as the kernel's calls tell; transfers under way end with that.
@@ -82,6 +89,8 @@ class MockPrinter {
     bool _outBlocked = false;
     std::map<unsigned long, int> _refused;
     std::string _kernelDriver;
+    std::function<void()> _whenDetached;
+    bool _controlStalls = false;
     bool _claimed = false;
     bool _heldByOther = false;
     bool _gone = false;

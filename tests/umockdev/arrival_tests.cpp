@@ -12,12 +12,14 @@ namespace zul {
 /// libusb itself drops most repeated reports; what slips through (a device that arrives while the callback is being
 /// registered) cannot be timed from outside, so the event is put where libusb's callback would put it.
 struct LibusbBusProbe {
-    static void repeatEvent(LibusbBus& bus, BusInbox::Event::Kind kind) {
+    static void repeatEvent(LibusbBus& bus, BusEvent::Kind kind) {
+        auto context = bus._core->_source->context();
+        if (context == nullptr) REQUIRE(LibusbContext::create(false, context) == kIOReturnSuccess);
         libusb_device** devices = nullptr;
-        const ssize_t count = libusb_get_device_list(bus._core->_context->get(), &devices);
+        const ssize_t count = libusb_get_device_list(context->get(), &devices);
         for (ssize_t i = 0; i < count; ++i) {
             if (libusb_get_device_address(devices[i]) != 4) continue;
-            bus._core->_inbox->add({kind, DeviceReference(devices[i]), nullptr});
+            bus._core->_inbox->add({kind, keyOf(devices[i]), context, DeviceReference(devices[i]), nullptr});
         }
         libusb_free_device_list(devices, 1);
     }
@@ -98,6 +100,7 @@ TEST_CASE("a printer that returns at the same port has a new token and the same 
 
 TEST_CASE("an arrival and a departure that wait together are told in their order") {
     Bench bench;
+    if (!bench.hasUdevd()) return; // a device that the bus has not looked at before it left is never known
     bench.start();
     bench.plug();
     bench.mainQueue.waitForWork();
@@ -130,7 +133,7 @@ TEST_CASE("a device that both the list at the start and an event report is told 
     Bench bench;
     bench.plug();
     bench.start();
-    LibusbBusProbe::repeatEvent(bench.bus, BusInbox::Event::Kind::arrived);
+    LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::arrived);
     bench.settle();
     CHECK(bench.tale() == "arrived 1-2");
 }
@@ -139,8 +142,8 @@ TEST_CASE("a departure that is reported twice is told of once") {
     Bench bench;
     bench.plug();
     bench.start();
-    LibusbBusProbe::repeatEvent(bench.bus, BusInbox::Event::Kind::left);
-    LibusbBusProbe::repeatEvent(bench.bus, BusInbox::Event::Kind::left);
+    LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::left);
+    LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::left);
     bench.settle();
     CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2");
 }

@@ -1,5 +1,6 @@
 // Control requests.
 #include "Bench.h"
+#include "usb/libusb/LibusbInterface.h"
 
 #include <cerrno>
 #include <linux/usbdevice_fs.h>
@@ -78,6 +79,32 @@ TEST_CASE("a control request that is not answered times out") {
     IOUSBDevRequestTO request = deviceID(buffer, 20);
     CHECK(bench.handle()->ControlRequestTO(0, request) == kIOUSBTransactionTimeout);
     CHECK(request.wLenDone == 0);
+}
+
+TEST_CASE("a control request ends when no data has come for its shorter time-out") {
+    Bench bench;
+    bench.plug();
+    bench.start();
+    std::vector<char> buffer(8);
+    IOUSBDevRequestTO request = deviceID(buffer, /*completionTimeout=*/3600000); // an hour would fail the test
+    request.noDataTimeout = 20;
+    CHECK(bench.handle()->ControlRequestTO(0, request) == kIOUSBTransactionTimeout);
+}
+
+TEST_CASE("the shorter time-out of a control request is the one that applies") {
+    const auto timeout = [](std::uint32_t noData, std::uint32_t completion) {
+        IOUSBDevRequestTO request;
+        request.noDataTimeout = noData;
+        request.completionTimeout = completion;
+        return controlTimeout(request).count();
+    };
+    CHECK(timeout(500, 2000) == 500);
+    CHECK(timeout(500, 1000) == 500);
+    CHECK(timeout(100, 100) == 100);
+    CHECK(timeout(2000, 500) == 500);
+    CHECK(timeout(0, 300) == 300);
+    CHECK(timeout(1, 0) == 1000); // no time-out is asked for: the bus has one of its own, whatever the other says
+    CHECK(timeout(0, 0) == 1000);
 }
 
 TEST_CASE("a control request without a time-out of its own ends all the same") {

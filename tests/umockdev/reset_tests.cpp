@@ -1,5 +1,6 @@
 // The handle of the whole device: resets, re-enumeration, string indices.
 #include "Bench.h"
+#include "support/SimulatedClock.h"
 
 #include <cerrno>
 #include <linux/usbdevice_fs.h>
@@ -81,8 +82,9 @@ TEST_CASE("after a re-enumeration in place the old handles have no device and a 
     CHECK(resetter.printer.journal() == Journal{"claim 0", "release 0", "reset", "claim 0", "out 02 5"});
 }
 
-TEST_CASE("a re-enumeration does not give the printer to the kernel's driver, the end of the new handle does") {
-    Bench bench;
+TEST_CASE("after a re-enumeration the kernel's driver gets the printer back a second after the new handle's end") {
+    SimulatedClock clock;
+    Bench bench{&clock};
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -91,11 +93,13 @@ TEST_CASE("a re-enumeration does not give the printer to the kernel's driver, th
     REQUIRE(handle->GetDevice(device) == kIOReturnSuccess);
     REQUIRE(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     device = nullptr;
-    handle = nullptr; // the node is closed before the new service is known
-    CHECK(printer.kernelDriver().empty());
+    handle = nullptr; // before the new service is known
     REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
     auto renewed = bench.openHandle();
+    clock.advance(bench.mainQueue, std::chrono::seconds(5));
+    CHECK(printer.kernelDriver().empty());
     renewed = nullptr;
+    clock.advance(bench.mainQueue, std::chrono::seconds(1));
     CHECK(printer.kernelDriver() == "usblp");
 }
 

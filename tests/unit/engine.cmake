@@ -6,7 +6,5 @@ target_sources(unit_tests PRIVATE
   engine/IdentityTests.cpp
   engine/InterfaceTests.cpp
   engine/LifeCycleTests.cpp
-  engine/MonitorTests.cpp
   engine/QueryTests.cpp
-  engine/SRecordTests.cpp
   engine/StatusTests.cpp)

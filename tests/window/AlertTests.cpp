@@ -4,6 +4,7 @@
 #include "platform/dispatch/Queue.h"
 #include "support/ChangedArchive.h"
 #include "ui/Pictures.h"
+#include "ui/PrinterTableModel.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAction>
@@ -12,6 +13,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTest>
 #include <QWindow>
 #include <doctest/doctest.h>
@@ -61,6 +63,9 @@ TEST_CASE("the agreement follows its box, and \"Quit\" is its default") {
         {"Quit", "Continue"});
     CHECK(shown.checkBox == "I Agree");
     CHECK_FALSE(shown.box->checkBox()->isChecked());
+    CHECK(shown.box->checkBox()->minimumSize() == QSize(72, 18));
+    CHECK(shown.box->checkBox()->width() >= 72);
+    CHECK(shown.box->checkBox()->height() >= 18);
     CHECK_FALSE(isContinueEnabled(stage));
     stage.click("I Agree");
     CHECK(isContinueEnabled(stage));
@@ -159,7 +164,9 @@ TEST_CASE("a printer with newer firmware needs no update") {
     checkAlert(stage.waitForAlert("Firmware update not needed"), "This printer has firmware version 1.70 installed.",
                {"OK"});
     stage.answer("OK");
-    stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated."); });
+    stage.waitFor("the result", [&] {
+        return stage.visibleText().contains("Not updated: the installed firmware VK14 01.70 is newer than VK14 01.61.");
+    });
 }
 
 TEST_CASE("a printer that is not ready may be mended and tried again, or cancelled with Escape") {
@@ -191,7 +198,7 @@ TEST_CASE("a printer that another program holds may be tried again") {
                "The printer may be permanently damaged if it is unplugged or loses power during the update process.",
                {"Cancel", "Update Firmware to VK14 01.61"});
     stage.press(Qt::Key_Return); // "Cancel" is the default
-    stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated."); });
+    stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated: it was declined."); });
 }
 
 TEST_CASE("a printer that has left while its agreement stood is an error that may be tried again") {
@@ -206,13 +213,11 @@ TEST_CASE("a printer that has left while its agreement stood is an error that ma
     checkAlert(stage.waitForAlert("Printer Error"),
                "The printer is not responding properly. Please power-cycle the printer and try again.",
                {"Proceed", "Cancel"});
-    stage.settle();
-    CHECK_FALSE(stage.visibleText().contains("Not updated")); // the question is not answered yet
+    CHECK(stage.visibleText().contains("Not updated: the printer left before its update began."));
     stage.answer("Proceed");
     stage.waitForAlert("Printer Error");
     stage.answer("Cancel");
-    stage.waitFor("the result",
-                  [&] { return stage.visibleText().contains("Not updated. Nothing was changed in the printer."); });
+    CHECK(stage.visibleText().contains("Not updated: the printer left before its update began."));
 }
 
 TEST_CASE("a known printer found in its loader raises a question, and \"Ignore\" the advice to power-cycle it") {
@@ -283,12 +288,15 @@ TEST_CASE("alerts of several printers are shown one after another, each under it
 
 namespace {
 
-AlertDescription alertOf(const std::string& printerKey, const std::string& title, bool isModal) {
+// answered: counts its answers.
+AlertDescription alertOf(const std::string& title, bool isModal, int* answered = nullptr) {
     AlertDescription alert;
     alert.messageText = title;
     alert.buttons = {"OK"};
-    alert.printerKey = printerKey;
     alert.isModal = isModal;
+    alert.completion = [answered](int /*answer*/) {
+        if (answered != nullptr) ++*answered;
+    };
     return alert;
 }
 
@@ -298,47 +306,50 @@ TEST_CASE("a sheet waits until an application-modal alert is answered") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
     auto& alerts = stage.program().alerts();
-    alerts.beginAlert(alertOf("one", "Modal", true));
+    int answered = 0;
+    alerts.beginAlert(alertOf("Modal", true));
     stage.waitForAlert("Modal");
-    alerts.beginAlert(alertOf("two", "Sheet", false));
+    alerts.beginAlert(alertOf("Sheet", false, &answered));
     stage.settle();
     CHECK(stage.alertsStanding() == 1);
     CHECK(stage.alert()->title == "Modal");
-    CHECK(alerts.pendingFor("two") == 1);
     stage.answer("OK");
     stage.waitForAlert("Sheet");
+    CHECK(answered == 0);
     stage.answer("OK");
-    CHECK(alerts.pendingFor("two") == 0);
+    CHECK(answered == 1);
 }
 
 TEST_CASE("of two application-modal alerts the one that is answered is the one that ends") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
     auto& alerts = stage.program().alerts();
-    alerts.beginAlert(alertOf("one", "First", true));
+    int firstAnswers = 0;
+    int secondAnswers = 0;
+    alerts.beginAlert(alertOf("First", true, &firstAnswers));
     stage.waitForAlert("First");
     QMessageBox* const first = stage.alert()->box;
-    alerts.beginAlert(alertOf("two", "Second", true));
+    alerts.beginAlert(alertOf("Second", true, &secondAnswers));
     stage.waitFor("both", [&] { return stage.alertsStanding() == 2; });
     for (QWidget* widget : QApplication::topLevelWidgets()) {
         auto* const box = qobject_cast<QMessageBox*>(widget);
         if (box != nullptr && box != first && box->isVisible()) box->buttons().first()->click();
     }
     stage.waitFor("the second to go", [&] { return stage.alertsStanding() == 1; });
-    CHECK(alerts.pendingFor("one") == 1);
-    CHECK(alerts.pendingFor("two") == 0);
+    CHECK(firstAnswers == 0);
+    CHECK(secondAnswers == 1);
     stage.waitForAlert("First");
     stage.answer("OK");
-    CHECK(alerts.pendingFor("one") == 0);
+    CHECK(firstAnswers == 1);
 }
 
 TEST_CASE("a sheet has the keyboard again when an application-modal alert before it is answered") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
     auto& alerts = stage.program().alerts();
-    alerts.beginAlert(alertOf("one", "Sheet", false));
+    alerts.beginAlert(alertOf("Sheet", false));
     QMessageBox* const sheet = stage.waitForAlert("Sheet").box;
-    alerts.beginAlert(alertOf("two", "Modal", true));
+    alerts.beginAlert(alertOf("Modal", true));
     stage.waitForAlert("Modal");
     stage.answer("OK");
     stage.window().activateWindow(); // as some desktops do
@@ -352,7 +363,7 @@ TEST_CASE("the log can be read and searched while a question stands") {
     stage.waitForFacts();
     stage.triggerMenu("Window", "Log");
     stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
-    stage.window().follower().begin(stage.printers().front());
+    stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
     stage.waitForAlert("Attention:");
     auto& search = stage.findA<QLineEdit>("Search the log");
     QWindow* const log = search.window()->windowHandle();
@@ -400,6 +411,18 @@ TEST_CASE("what a printer tells is shown as it is, even where it looks like mark
         if (!label->text().isEmpty()) CHECK(label->textFormat() == Qt::PlainText);
     }
     stage.screenshot("long-title");
+    stage.answer("OK");
+}
+
+TEST_CASE("a printer's text does not turn the direction of what stands around it") {
+    Stage stage({.printers = {quick("VK14", "serial=1\u202E2\u2066\u200F\u0085\x1B")}});
+    stage.waitForFacts();
+    CHECK(stage.cell(0, ui::PrinterTableModel::serialNumber) == "1?2????");
+    stage.printers()[0]->showAlertWithTitle("VK14 \u202E00.10", "\u061C\nline", {}, {});
+    const auto shown = stage.waitForAlert("VK14 ?00.10");
+    CHECK(shown.message == "?\nline");
+    CHECK(shown.box->accessibleName() == shown.title);
+    CHECK_FALSE(stage.visibleText().contains(QRegularExpression("[\u061C\u200F\u202E\u2066\u0085\x1B]")));
     stage.answer("OK");
 }
 

@@ -67,7 +67,7 @@ TEST_CASE("the main states in light and in dark") {
         stage.screenshot("confirmation" + suffix);
         stage.answer(stage.alert()->buttons.last());
         stage.waitFor("the restart", [&] {
-            return stage.window().follower().updates().begin()->second.state.phase >= UpdatePhase::loaderGone;
+            return stage.supervisor().updates().begin()->second.state.phase >= UpdatePhase::loaderAway;
         });
         stage.screenshot("under-way" + suffix);
         stage.waitForAlert("Firmware update was successful!");

@@ -1,7 +1,7 @@
 // What goes on around updates: the lock against sleep, the log window, the report, the machine that is left as it was.
 #include "window/Stage.h"
 
-#include "Classes/FirmwareDigests.h"
+#include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "ui/LogWindow.h"
 #include "ui/SleepInhibitor.h"
@@ -131,17 +131,17 @@ TEST_CASE("the task bar is told of progress, of its changes only, and of its end
 TEST_CASE("an update is under way for the guards from the first command to the report, and no longer") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForFacts();
-    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
-    CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+    CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("I Agree");
     stage.answer("Continue");
     stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
     stage.answer("Update Firmware to VK14 01.61");
-    stage.waitFor("the update", [&] { return stage.window().follower().isAnyUnderWay(); });
+    stage.waitFor("the update", [&] { return stage.supervisor().isAnyUnderWay(); });
     stage.waitForAlert("Firmware update was successful!");
-    stage.waitFor("its end", [&] { return !stage.window().follower().isAnyUnderWay(); });
+    stage.waitFor("its end", [&] { return !stage.supervisor().isAnyUnderWay(); });
     stage.answer("Finish");
 }
 

@@ -152,7 +152,7 @@ TEST_CASE("no text of the window is cut off in any language") {
                 CHECK_MESSAGE(button->width() >= button->sizeHint().width(), button->text().toStdString());
             }
         }
-        stage.window().follower().begin(stage.printers().front());
+        stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
         stage.waitFor("the agreement", [&] { return stage.alert().has_value(); });
         const auto shown = *stage.alert();
         for (const QAbstractButton* button : shown.box->buttons()) {
@@ -222,7 +222,7 @@ TEST_CASE("the longest alerts have room in any language") {
         stage.bus().plug(1);
         stage.answer(lookAt("question-of-a-loader").buttons.first());
         stage.answer(lookAt("advice-to-power-cycle").buttons.last());
-        stage.window().follower().begin(stage.printers().front());
+        stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
         lookAt("agreement-for-new-media");
     }
 }

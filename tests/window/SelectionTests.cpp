@@ -126,10 +126,10 @@ TEST_CASE(
     stage.waitFor("the question", [&] { return times("INFO  FVER") > asked; });
     stage.settle();
     stage.click("Claim Printer");
-    stage.waitFor("the claim", [&] { return stage.printers()[0]->ownership() == 1; });
+    stage.waitFor("the claim", [&] { return stage.printers()[0]->ownership() == Ownership::thisProgram; });
     stage.waitFor("its mark", [&] { return stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
     stage.click("Claim Printer");
-    stage.waitFor("the release", [&] { return stage.printers()[0]->ownership() == 0; });
+    stage.waitFor("the release", [&] { return stage.printers()[0]->ownership() == Ownership::nobody; });
     stage.waitFor("no mark", [&] { return !stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
     stage.click("Hot Plug");
     stage.waitFor("the printer to leave and return", [&] { return times("\"arrive\"") == 2 && stage.rows() == 1; });

@@ -60,6 +60,7 @@ class Stage {
 
     ui::WindowProgram& program() { return *_program; }
     ui::MainWindow& window() { return _program->window(); }
+    UpdateSupervisor& supervisor() { return _program->session().supervisor; }
     VirtualBus& bus() { return *_program->session().virtualBus(); }
     std::vector<Session::Printer> printers() { return _program->session().printers(); }
     /// The program has asked its loop to end.

@@ -21,7 +21,7 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
     stage.waitForFacts();
     const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
-    stage.window().follower().setPatience(milliseconds(700));
+    stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("advice", [&] {
@@ -32,10 +32,10 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     stage.bus().plug(0);
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK(onlyUpdate(stage).verdict.isSuccess());
     CHECK_FALSE(onlyUpdate(stage).isStalled);
     stage.click("Close this report");
-    stage.waitFor("the report to go", [&] { return stage.window().follower().updates().empty(); });
+    stage.waitFor("the report to go", [&] { return stage.supervisor().updates().empty(); });
     stage.waitFor("the details as large as before",
                   [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
 }
@@ -46,20 +46,20 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
         Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
         stage.waitForFacts();
         const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
-        stage.window().follower().setPatience(milliseconds(700));
+        stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
-        CHECK(stage.window().follower().isAnyUnderWay());
+        CHECK(stage.supervisor().isAnyUnderWay());
         stage.click("Close this report");
         stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
         CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
-        CHECK_FALSE(stage.window().follower().isAnyUnderWay());
+        CHECK_FALSE(stage.supervisor().isAnyUnderWay());
         CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
         stage.bus().plug(0);
         stage.waitForAlert(kSuccessTitle);
         stage.answer("Finish");
-        CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+        CHECK(onlyUpdate(stage).verdict.isSuccess());
         CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
         stage.click("Close this report");
         stage.waitFor("the details as large as before",
@@ -71,23 +71,24 @@ TEST_CASE("a printer that is silent may be updated again when the wait has been 
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
     stage.waitForFacts();
     const std::string key = stage.printers()[0]->keyUSBdevice();
-    stage.window().follower().setPatience(milliseconds(700));
+    stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
-    CHECK(stage.window().follower().reasonAgainst(key) == "This printer is being updated.");
+    CHECK(stage.supervisor().reasonAgainst(key) == "This printer is being updated.");
     stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
-    CHECK(stage.window().follower().reasonAgainst(key) == "");
+    CHECK(stage.supervisor().reasonAgainst(key) == "");
 }
 
 TEST_CASE("an image that does not go through is not called a success, and a second start ends in one") {
     Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
     stage.waitForFacts();
-    stage.window().follower().setPatience(milliseconds(700));
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("advice", [&] { return stage.visibleText().contains("still in firmware update mode"); });
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
+    stage.waitFor("the verdict", [&] { return !onlyUpdate(stage).isOpen(); });
+    CHECK(onlyUpdate(stage).verdict.result == UpdateResult::imageNotTaken);
+    CHECK(stage.visibleText().contains("✗ The update is not complete: the printer is still in firmware update mode"));
+    CHECK(stage.visibleText().contains("start the update again: that completes it."));
     CHECK(updateAction(stage).isEnabled());
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
@@ -95,7 +96,7 @@ TEST_CASE("an image that does not go through is not called a success, and a seco
     stage.answer("Continue"); // it is in its loader already: there is nothing more to ask
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK(onlyUpdate(stage).verdict.isSuccess());
 }
 
 TEST_CASE("a printer that answers but is not ready gets advice and can be put away until it gets on") {
@@ -107,7 +108,7 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
         stage.waitFor("advice", [&] {
             return stage.visibleText().contains("The printer reports: Cover Open. Leave it switched on");
         });
-        CHECK(stage.visibleText().contains("Back, waiting until it is idle (Cover Open) since"));
+        CHECK(stage.visibleText().contains("Back, waiting until it is idle: Cover Open ("));
         CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
         CHECK(stage.window().inhibitor().isWanted());
         stage.screenshot("waiting");
@@ -127,7 +128,7 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer reports: Cover Open."); });
-        CHECK(stage.visibleText().contains("Checking (Cover Open) since"));
+        CHECK(stage.visibleText().contains("Checking: Cover Open ("));
         CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
     }
     SUBCASE("and is shown again when it refuses to restart") {
@@ -136,15 +137,16 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
         Stage stage(
             {.printers = {quick("VK14", "status=" + statuses + ":00000,fault=stall@FLASH_REWRITE")}, .speed = 4});
         stage.waitForFacts();
-        auto& follower = stage.window().follower();
-        follower.setPatience(std::chrono::seconds(3));
+        auto& supervisor = stage.supervisor();
+        supervisor.setSettings({.stallAfter = std::chrono::seconds(3)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
-        follower.dismiss(onlyUpdate(stage).state.key);
-        CHECK(onlyUpdate(stage).isPutAway);
-        stage.waitFor("the card again",
-                      [&] { return stage.visibleText().contains("The printer did not take the command to restart."); });
+        stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBeDismissed; });
+        supervisor.dismiss(onlyUpdate(stage).state.key);
+        CHECK(onlyUpdate(stage).isDismissed);
+        stage.waitFor("the card again", [&] {
+            return stage.visibleText().contains("✗ Not updated: the printer did not take the command to restart.");
+        });
     }
 }
 
@@ -153,18 +155,18 @@ TEST_CASE("a printer that is put away and falls silent may be updated again") {
     for (int question = 40; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
     Stage stage({.printers = {quick("VK14", settings)}, .speed = 4});
     stage.waitForFacts();
-    auto& follower = stage.window().follower();
-    follower.setPatience(std::chrono::seconds(8)); // a loader is silent for five by design
+    auto& supervisor = stage.supervisor();
+    supervisor.setSettings({.stallAfter = std::chrono::seconds(8)}); // a loader is silent for five by design
     const std::string key = stage.printers()[0]->keyUSBdevice();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBePutAway; });
+    stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBeDismissed; });
     CHECK_FALSE(onlyUpdate(stage).isStalled);
-    follower.dismiss(key);
-    CHECK(follower.reasonAgainst(key) == "This printer is being updated.");
+    supervisor.dismiss(key);
+    CHECK(supervisor.reasonAgainst(key) == "This printer is being updated.");
     stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
     CHECK(stage.find("Close this report") == nullptr);
-    CHECK(follower.reasonAgainst(key) == "");
+    CHECK(supervisor.reasonAgainst(key) == "");
 }
 
 TEST_CASE("a printer that is mute after its restart gets no second image without a question") {
@@ -195,13 +197,13 @@ TEST_CASE("a printer that is mute after its restart gets no second image without
         CHECK_FALSE(updateAction(stage).isEnabled());
         stage.program().alerts().dismissAll(); // nobody answers the agreement
     }
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::none);
+    CHECK(onlyUpdate(stage).isOpen());
     const auto changes = changesOnTheWire(stage);
     CHECK(std::ranges::count(changes, "FW_UPDFLASH_PROGRAM") == 1);
     // It answers after all: the first start comes to its end, and is called what it is.
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK(onlyUpdate(stage).verdict.isSuccess());
 }
 
 TEST_CASE("a printer that programs its flash is not called silent before its time, nor told to be switched off") {
@@ -210,7 +212,7 @@ TEST_CASE("a printer that programs its flash is not called silent before its tim
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the programming", [&] { return onlyUpdate(stage).state.phase == UpdatePhase::programming; });
-    const auto silence = [&] { return stage.window().follower().now() - onlyUpdate(stage).state.lastSign; };
+    const auto silence = [&] { return stage.supervisor().now() - onlyUpdate(stage).state.lastSign; };
     stage.waitFor("the stall", [&] {
         if (onlyUpdate(stage).isStalled) CHECK(silence() >= std::chrono::seconds(90));
         return onlyUpdate(stage).isStalled;
@@ -228,15 +230,15 @@ TEST_CASE("a silent printer is told as such while others are heard of all the ti
                               quick("VK14", "fault=never-back@FLASH_REWRITE")},
                  .speed = 10});
     stage.waitForFacts();
-    auto& follower = stage.window().follower();
+    auto& supervisor = stage.supervisor();
     const std::string silent = stage.printers()[2]->keyUSBdevice();
     const auto all = stage.printers();
     for (const auto& printer : all) {
-        follower.begin(printer);
+        supervisor.begin(printer, UpdateSupervisor::Equal::install);
         agreeAndConfirm(stage, "VK14 01.61");
     }
-    stage.waitFor("the stall", [&] { return follower.updates().at(silent).isStalled; });
-    CHECK_FALSE(follower.updates().at(all[0]->keyUSBdevice()).isStalled);
+    stage.waitFor("the stall", [&] { return supervisor.updates().at(silent).isStalled; });
+    CHECK_FALSE(supervisor.updates().at(all[0]->keyUSBdevice()).isStalled);
 }
 
 TEST_CASE("a printer that refuses to restart is not called unchanged without saying why") {
@@ -244,9 +246,10 @@ TEST_CASE("a printer that refuses to restart is not called unchanged without say
     stage.waitForFacts();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("the end", [&] { return onlyUpdate(stage).end == ui::FollowedUpdate::End::notStarted; });
-    CHECK(stage.visibleText().contains(
-        "The printer did not take the command to restart. Nothing has been changed in it. Start the update again."));
+    stage.waitFor("the end", [&] { return !onlyUpdate(stage).isOpen(); });
+    CHECK(onlyUpdate(stage).verdict.isUntouched());
+    CHECK(stage.visibleText().contains("✗ Not updated: the printer did not take the command to restart."));
+    CHECK(stage.visibleText().contains("⚠ Nothing has been changed in the printer. Start the update again."));
     CHECK(updateAction(stage).isEnabled());
 }
 

@@ -120,12 +120,16 @@ TEST_CASE("a printer that may not be opened is told with its node and what to do
             "The printer at 1-7 may not be used: no right to open /dev/bus/usb/001/009");
     });
     CHECK(stage.visibleText().contains("70-zul-printer-utility.rules"));
+    CHECK_FALSE(stage.visibleText().contains("Connect a ZUL printer")); // it is connected
+    CHECK_FALSE(stage.visibleText().contains("0 printers attached"));
     auto* const notice = stage.window().findChild<QLabel*>("notice");
     CHECK(QAccessible::queryAccessibleInterface(notice)->text(QAccessible::Name).contains("/dev/bus/usb/001/009"));
     CHECK(stage.rows() == 0);
     stage.screenshot("no-right");
     registry.serviceTerminated(token);
     stage.waitFor("the notice to go", [&] { return !stage.visibleText().contains("/dev/bus/usb/001/009"); });
+    CHECK(stage.visibleText().contains("Connect a ZUL printer"));
+    CHECK(stage.visibleText().contains("0 printers attached"));
 }
 
 TEST_CASE("a model that is not admitted is told with the option that admits it, for as long as it is attached") {
@@ -204,7 +208,7 @@ TEST_CASE("every control has a name for a screen reader and can be reached with 
     stage.window().findChild<QTableView*>("table")->setFocus();
     stage.tabTo("Details of the selected printer");
     stage.tabTo("Printers");
-    stage.window().follower().begin(stage.printers().front());
+    stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
     stage.waitFor("the agreement", [&] { return stage.alert().has_value(); });
     stage.bus().unplug(0);
     stage.bus().plug(0);

@@ -48,11 +48,11 @@ TEST_CASE("an update with the mouse goes from the button to the report and leave
                                                               "FW_UPDFLASH_PROGRAM", "leave", "arrive", "TBL_CL",
                                                               "TBL_WTVersion", "TBL_WTCTRLD_UPDATE_CW", "TBL_WTVersion",
                                                               "TBL_WTCTRLD_UPDATE_CW"});
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK(onlyUpdate(stage).verdict.isSuccess());
     CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
-    CHECK(stage.window().follower().now() >= onlyUpdate(stage).endedAt);
+    CHECK(stage.supervisor().now() >= onlyUpdate(stage).endedAt);
     stage.click("Close this report");
-    stage.waitFor("the report to go", [&] { return stage.window().follower().updates().empty(); });
+    stage.waitFor("the report to go", [&] { return stage.supervisor().updates().empty(); });
     CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
 }
 
@@ -85,11 +85,11 @@ TEST_CASE("the window follows an update through its steps and both restarts") {
     bool hasSeenBytes = false;
     bool wasDisabled = false;
     stage.waitFor("the report", [&] {
-        const auto& update = stage.window().follower().updates().begin()->second;
+        const auto& update = stage.supervisor().updates().begin()->second;
         const std::string step = std::to_string(static_cast<int>(update.state.phase));
         if (steps.empty() || steps.back() != step) steps.push_back(step);
-        CHECK(ui::shareDone(update.state) >= furthest);
-        furthest = ui::shareDone(update.state);
+        CHECK(update.state.share() >= furthest);
+        furthest = update.state.share();
         if (update.state.phase == UpdatePhase::writing && update.state.bytesDone > 0 && !hasSeenBytes) {
             const auto* bar = stage.window().findChild<QProgressBar*>();
             CHECK(bar->isVisible());
@@ -103,7 +103,7 @@ TEST_CASE("the window follows an update through its steps and both restarts") {
     CHECK(hasSeenBytes);
     CHECK(wasDisabled);
     for (const UpdatePhase phase :
-         {UpdatePhase::loaderGone, UpdatePhase::writing, UpdatePhase::restarting, UpdatePhase::done}) {
+         {UpdatePhase::loaderAway, UpdatePhase::writing, UpdatePhase::restarting, UpdatePhase::done}) {
         CHECK_MESSAGE(std::ranges::count(steps, std::to_string(static_cast<int>(phase))) > 0, static_cast<int>(phase));
     }
     stage.answer("Finish");
@@ -132,9 +132,9 @@ TEST_CASE("two printers are updated at the same time, each with a report of its 
         stage.answer("Finish");
     }
     stage.settle();
-    REQUIRE(stage.window().follower().updates().size() == 2);
-    for (const auto& [key, update] : stage.window().follower().updates()) {
-        CHECK(update.end == ui::FollowedUpdate::End::succeeded);
+    REQUIRE(stage.supervisor().updates().size() == 2);
+    for (const auto& [key, update] : stage.supervisor().updates()) {
+        CHECK(update.verdict.isSuccess());
     }
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.61");
     CHECK(stage.cell(1, Model::installedFirmware) == "VK14 01.61");
@@ -149,8 +149,7 @@ TEST_CASE("a cancelled update says that nothing was changed") {
     stage.answer("Continue");
     stage.waitForAlert(kConfirmTitle);
     stage.press(Qt::Key_Escape);
-    stage.waitFor("the result",
-                  [&] { return stage.visibleText().contains("Not updated. Nothing was changed in the printer."); });
+    stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated: it was declined."); });
     CHECK(updateAction(stage).isEnabled());
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.60");
     CHECK(changesOnTheWire(stage) == std::vector<std::string>{"arrive"});
@@ -159,7 +158,7 @@ TEST_CASE("a cancelled update says that nothing was changed") {
 TEST_CASE("a window that was made larger during updates can be made smaller again") {
     Stage stage({.printers = {quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14")}});
     stage.waitForFacts();
-    for (const auto& printer : stage.printers()) stage.window().follower().begin(printer);
+    for (const auto& printer : stage.printers()) stage.supervisor().begin(printer, UpdateSupervisor::Equal::install);
     stage.waitFor("all cards", [&] { return stage.window().findChildren<ui::UpdateCard*>().size() == 4; });
     const QSize before = stage.window().size();
     stage.window().resize(before + QSize(0, 250));
@@ -173,10 +172,11 @@ TEST_CASE("a failed update marks the step that failed, and calls none behind it 
     stage.waitForFacts();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitForAlert("The update is not complete."); // the facts, in front of the engine's report
+    stage.answer("OK");
     stage.waitForAlert(kSuccessTitle); // so the engine's report has it: one table was sent
     stage.answer("Finish");
-    stage.settle();
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::failed);
+    CHECK(onlyUpdate(stage).verdict.result == UpdateResult::tablesMissing);
     const QString text = stage.visibleText();
     CHECK(text.contains("✗ The update is not complete: only 1 of 2 color tables were sent"));
     CHECK(text.contains("⚠ Leave the printer switched on and start the update again."));
@@ -214,7 +214,7 @@ TEST_CASE("during an update every action of its printer is disabled and says why
     }
     stage.triggerMenu("Printer", "Reset Counter A…"); // a question that still stands when the update begins
     stage.waitFor("the question", [&] { return stage.alert().has_value(); });
-    stage.window().follower().begin(stage.printers().front());
+    stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
     for (const char* name : names) {
         const auto* action = stage.window().findChild<QAction*>(name);
         CHECK_MESSAGE(!action->isEnabled(), name);
@@ -239,7 +239,7 @@ TEST_CASE("a printer found in its loader is updated from its own alert and follo
     stage.answer("Update Firmware");
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
-    CHECK(onlyUpdate(stage).end == ui::FollowedUpdate::End::succeeded);
+    CHECK(onlyUpdate(stage).verdict.isSuccess());
 }
 
 TEST_CASE("\"Quit\" in the agreement ends the program") {
@@ -263,14 +263,89 @@ TEST_CASE("the keys that end the program do so while an alert stands, too") {
     CHECK(stage.hasEnded());
 }
 
-TEST_CASE("quitting in the middle of an update ends at once") {
+TEST_CASE("a person who quits in the middle of an update is asked once more, and keeps updating by default") {
     Stage stage({.printers = {"VK14,restart=3000,program=3000"}});
     stage.waitForFacts();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    const QString question = "A printer is being updated. Quit all the same?";
+    SUBCASE("from the menu") {
+        stage.triggerMenu("File", "Quit");
+    }
+    SUBCASE("with the keyboard") {
+        stage.press(Qt::Key_Q, Qt::ControlModifier);
+    }
+    SUBCASE("with the close box") {
+        stage.window().close();
+    }
+    const auto asked = stage.waitForAlert(question);
+    CHECK(asked.buttons == QStringList{"Keep Updating", "Quit"});
+    CHECK(asked.defaultButton == "Keep Updating");
+    CHECK(asked.isModal);
+    CHECK_FALSE(stage.hasEnded());
+    stage.press(Qt::Key_Escape);
+    stage.waitFor("the question to go", [&] { return !stage.alert(); });
+    CHECK_FALSE(stage.hasEnded());
+    CHECK(stage.window().isVisible());
     stage.triggerMenu("File", "Quit");
+    stage.waitForAlert(question);
+    stage.answer("Quit");
     CHECK(stage.hasEnded());
+}
+
+TEST_CASE("\"Quit\" in the agreement of one printer does not end the update of another without a question") {
+    Stage stage({.printers = {"VK14,restart=3000,program=3000", quick("VK14")}});
+    stage.waitForFacts();
+    const auto all = stage.printers();
+    stage.supervisor().begin(all[0], UpdateSupervisor::Equal::install);
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the first restart", [&] { return stage.supervisor().isAnyBetweenCommands(); });
+    stage.supervisor().begin(all[1], UpdateSupervisor::Equal::install);
+    stage.waitForAlert("Attention:");
+    stage.answer("Quit");
+    stage.waitForAlert("A printer is being updated. Quit all the same?");
+    CHECK_FALSE(stage.hasEnded());
+    stage.answer("Quit");
+    CHECK(stage.hasEnded());
+}
+
+TEST_CASE("the system's request to end is not asked about, and is met when the whole image is sent") {
+    Stage stage({.printers = {"VK14,restart=500,program=30000,speed=100000000"}, .speed = 4});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
+    stage.window().endAsked();
+    CHECK_FALSE(stage.hasEnded());
+    CHECK(stage.alertsStanding() == 0);
+    stage.waitFor("the end", [&] { return stage.hasEnded(); });
+    CHECK(onlyUpdate(stage).verdict.result == UpdateResult::stopped);
+    CHECK(changesOnTheWire(stage).back() == "FW_UPDFLASH_PROGRAM");
+}
+
+TEST_CASE("the system's request to end is met at once while no printer is in the middle of its update") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitForAlert("Attention:");
+    stage.window().endAsked();
+    CHECK(stage.hasEnded());
+}
+
+TEST_CASE("a printer with the same firmware and tables is updated again only after a question") {
+    Stage stage({.printers = {quick("VK14", "firmware=VK14 01.61,tables=0161")}});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    const auto question = stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
+    CHECK(question.buttons == QStringList{"Cancel", "Install Again"});
+    CHECK(question.defaultButton == "Cancel");
+    stage.answer("Cancel");
+    CHECK(stage.supervisor().updates().empty());
+    stage.click("Update Firmware…");
+    stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
+    stage.answer("Install Again");
+    stage.waitForAlert("Attention:");
 }
 
 } // namespace zul::test

@@ -3,7 +3,7 @@
 
 #include "window/Stage.h"
 
-#include "ui/UpdateFollower.h"
+#include "update/UpdateSupervisor.h"
 
 #include <QAction>
 #include <doctest/doctest.h>
@@ -17,8 +17,8 @@ namespace zul::test {
 inline const QString kConfirmTitle = "-- Warning --\n\nAre you certain you want to update the firmware?";
 inline const QString kSuccessTitle = "Firmware update was successful!";
 
-inline ui::FollowedUpdate onlyUpdate(Stage& stage) {
-    const auto& updates = stage.window().follower().updates();
+inline Update onlyUpdate(Stage& stage) {
+    const auto& updates = stage.supervisor().updates();
     REQUIRE(updates.size() == 1);
     return updates.begin()->second;
 }

@@ -17,6 +17,7 @@ OLD, NEW = "VK14 01.60", "VK14 01.61"
 AGREEMENT = "Attention:"
 CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
 SAMPLES = "The firmware files in use are samples for virtual printers."
+QUIT = "A printer is being updated. Quit all the same?"
 REPORT = "Firmware update was successful!"
 STEPS = ["Checking", "Entering the loader", "Restarting", "Writing firmware", "Restarting", "Color table", "Done"]
 
@@ -66,6 +67,8 @@ def quit_in_the_middle(screen):
         return steps[2].get_name() == "Restarting: current step"
     screen.wait("the restart", is_restarting)
     screen.press("ctrl+q")
+    expect_equal(screen.wait_for_alert(QUIT), ["Keep Updating", "Quit"], "buttons of the question")
+    screen.answer(QUIT, "Quit")
     expect_equal(screen.wait_for_end(), 0, "exit status")
 
 

@@ -36,15 +36,15 @@ class CheckProject(unittest.TestCase):
     # Floors
 
     def test_lets_a_floor_include_the_floors_below(self):
-        self.assert_clean({"src/Classes/A.cpp": '#include "platform/usb/IOReturn.h"\n#include <openssl/hmac.h>\n'
-                                                '#include "holven_log/HOLVEN_Log.h"\n#include "Classes/A.h"\n',
+        self.assert_clean({"src/archive/A.cpp": '#include "platform/usb/IOReturn.h"\n#include <openssl/hmac.h>\n'
+                                                '#include "holven_log/HOLVEN_Log.h"\n#include "archive/A.h"\n',
                            "src/cli/List.cpp": '#include "usb/libusb/Bus.h"\n#include <CLI/CLI.hpp>\n'})
 
     def test_refuses_an_include_from_a_floor_above(self):
-        self.assert_finding({"src/platform/A.cpp": '\n#include "Classes/SRecord.h"\n'}, "src/platform/A.cpp:2: includes")
+        self.assert_finding({"src/platform/A.cpp": '\n#include "archive/SRecord.h"\n'}, "src/platform/A.cpp:2: includes")
 
     def test_refuses_the_engine_in_the_virtual_printers(self):
-        self.assert_finding({"src/virtual_printer/A.cpp": '#include "Classes/SRecord.h"\n'}, "above it")
+        self.assert_finding({"src/virtual_printer/A.cpp": '#include "archive/SRecord.h"\n'}, "above it")
 
     def test_refuses_a_neighbour_that_is_not_named_from_the_source_folder(self):
         self.assert_finding({"src/cli/A.cpp": '#include "List.h"\n'}, "not named from src/")

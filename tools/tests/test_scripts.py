@@ -131,8 +131,8 @@ class Scripts(unittest.TestCase):
     def test_test_goes_on_without_the_packages_of_the_guest(self):
         self.installed.write_text("\n".join(
             "g++ cmake ninja-build ccache pkg-config gettext python3 doctest-dev libusb-1.0-0-dev libicu-dev libfmt-dev "
-            "nlohmann-json3-dev libcli11-dev libssl-dev qt6-base-dev qt6-svg-dev qt6-translations-l10n libumockdev-dev "
-            "umockdev xvfb xauth openbox "
+            "nlohmann-json3-dev libcli11-dev libssl-dev libsqlite3-dev qt6-base-dev qt6-svg-dev qt6-translations-l10n "
+            "libumockdev-dev umockdev xvfb xauth openbox "
             "dbus fonts-dejavu-core fonts-vlgothic at-spi2-core gir1.2-atspi-2.0 python3-gi xdotool".split()))
         result = self.start("test", APT_FAILS="1")
         self.assertEqual((self.last_line(result), result.returncode), ("2 passed, 0 failed", 0))

@@ -2,9 +2,13 @@
 // command line each implement these; the engine knows neither. All calls are made on the main queue.
 #pragma once
 
+#include "platform/appkit/AlertKind.h"
+
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,9 +46,13 @@ class AlertLayout {
 
 /// Everything that a presenter needs to build and show one alert. Plain data, made on any thread.
 struct AlertDescription {
+    AlertKind kind = AlertKind::other;
     std::string messageText;          // the title, in bold
     std::string informativeText;      // may be empty
     std::vector<std::string> buttons; // in order; the first is the default button; never empty
+    std::size_t harmlessButton = 0;   // index of the button that starts nothing
+    /// Index of the button that Escape presses; nullopt: Escape does nothing.
+    std::optional<std::size_t> escapeButton = {};
     AlertStyle style = AlertStyle::warning;
     std::string iconName;                           // picture of the printer; empty when there is none
     std::shared_ptr<CheckBox> accessory;            // may be null

@@ -20,6 +20,20 @@ std::optional<std::string> stringFromUTF8(std::string_view bytes) {
     return std::string(bytes);
 }
 
+std::string repairedUTF8(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    std::int32_t index = 0;
+    const auto length = static_cast<std::int32_t>(bytes.size());
+    while (index < length) {
+        const auto start = static_cast<std::size_t>(index);
+        UChar32 character = 0;
+        U8_NEXT(bytes.data(), index, length, character);
+        text += character > 0 ? bytes.substr(start, static_cast<std::size_t>(index) - start) : "\xEF\xBF\xBD";
+    }
+    return text;
+}
+
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data) {
     const auto end = std::ranges::find(data, std::uint8_t{0});
     return stringFromUTF8({reinterpret_cast<const char*>(data.data()), static_cast<std::size_t>(end - data.begin())});
@@ -46,11 +60,18 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
     const auto start = text.find_first_not_of(" \t\n\v\f\r");
     return start == std::string_view::npos ? std::string_view{} : text.substr(start);
 }
+
+// Where a number may begin. A plus says nothing; a second sign behind it makes the text no number.
+std::string_view withoutBlanksAndPlus(std::string_view text) {
+    text = withoutLeadingBlanks(text);
+    if (!text.starts_with('+')) return text;
+    text.remove_prefix(1);
+    return text.starts_with('-') ? std::string_view{} : text;
+}
 } // namespace
 
 std::int64_t integerValue(const std::string& text) {
-    std::string_view digits = withoutLeadingBlanks(text);
-    if (digits.starts_with('+')) digits.remove_prefix(1);
+    const std::string_view digits = withoutBlanksAndPlus(text);
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     if (error != std::errc::result_out_of_range) return value;
@@ -59,8 +80,7 @@ std::int64_t integerValue(const std::string& text) {
 }
 
 double doubleValue(const std::string& text) {
-    std::string_view digits = withoutLeadingBlanks(text);
-    if (digits.starts_with('+')) digits.remove_prefix(1);
+    const std::string_view digits = withoutBlanksAndPlus(text);
     // Only a plain number counts: from_chars would also take "inf" and "nan", which no version is.
     const std::size_t firstDigit = digits.starts_with('-') ? 1 : 0;
     if (digits.size() <= firstDigit) return 0.0;

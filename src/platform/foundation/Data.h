@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +11,8 @@
 namespace zul {
 
 using Data = std::vector<std::uint8_t>;
+/// Bytes that several hold and nobody changes; null where there are none.
+using SharedData = std::shared_ptr<const Data>;
 
 inline Data dataFromText(std::string_view text) {
     return Data(text.begin(), text.end());
@@ -19,6 +22,9 @@ inline Data dataFromText(std::string_view text) {
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data);
 /// The same for a length that counts: no NUL needed, none looked for.
 std::optional<std::string> stringFromUTF8(std::string_view bytes);
+/// The bytes as valid UTF-8 text: what is not valid, and NUL, becomes the replacement character. For text that has to
+/// be stored whatever it is.
+std::string repairedUTF8(std::string_view bytes);
 
 /// White space and line ends removed at both ends.
 std::string trimmedWhitespaceAndNewlines(const std::string& text);

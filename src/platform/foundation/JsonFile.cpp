@@ -5,14 +5,9 @@
 
 namespace zul {
 
-JsonFile readJsonFile(const std::filesystem::path& file) {
+JsonFile jsonFileFromData(const Data& contents, const std::filesystem::path& file) {
     JsonFile result;
-    std::ifstream stream(file);
-    if (!stream) {
-        result.problem = "there is no file " + file.string();
-        return result;
-    }
-    const auto json = nlohmann::json::parse(stream, nullptr, /*allow_exceptions=*/false);
+    const auto json = nlohmann::json::parse(contents, nullptr, /*allow_exceptions=*/false);
     if (!json.is_object()) {
         result.problem = "the file " + file.string() + " is damaged";
         return result;

@@ -1,6 +1,8 @@
 // A small file of names and values, as JSON: what the program is supplied with. Any thread.
 #pragma once
 
+#include "platform/foundation/Data.h"
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -10,12 +12,12 @@ namespace zul {
 
 struct JsonFile {
     std::map<std::string, std::variant<std::string, bool>> values; // other kinds are left out
-    /// Why the file could not be read, in plain words; empty when it was.
+    /// Why the contents are no such file, in plain words; empty when they are.
     std::string problem;
 };
 
-/// Never throws; a missing or damaged file has no values and a problem.
-JsonFile readJsonFile(const std::filesystem::path& file);
+/// Never throws; damaged contents give no values and a problem. file: where they were read, for the problem's text.
+JsonFile jsonFileFromData(const Data& contents, const std::filesystem::path& file);
 
 /// Replaces the file in one step. False when it could not be written; the old one is then still there.
 bool writeJsonFile(const std::filesystem::path& file, const JsonFile& contents);

@@ -2,6 +2,8 @@
 // itself, and once a sink has been replaced it is not running any more.
 #include "platform/foundation/SystemLog.h"
 
+#include "platform/foundation/PrintableText.h"
+
 #include <cstdio>
 #include <mutex>
 #include <syslog.h>
@@ -41,7 +43,7 @@ void toStandardError(Outlets& shared, const std::string& text) {
     if (const SystemLogSink sink = shared.standardError) {
         sink(text);
     } else {
-        const std::string line = withoutLineEnd(text) + '\n';
+        const std::string line = printable(withoutLineEnd(text)) + '\n';
         std::fwrite(line.data(), 1, line.size(), stderr);
     }
 }

@@ -1,14 +1,15 @@
 #include "platform/foundation/UserDefaults.h"
 
 #include "platform/foundation/Bundle.h"
+#include "platform/foundation/HomeFolder.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/foundation/StateFolder.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <pwd.h>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
@@ -75,12 +76,6 @@ int replaceFile(const fs::path& file, const std::string& text) {
         ::close(folder);
     }
     return 0;
-}
-
-std::string homeFolder() {
-    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
-    const passwd* entry = ::getpwuid(::getuid());
-    return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
 }
 
 } // namespace
@@ -162,16 +157,22 @@ bool UserDefaults::boolForKey(const std::string& key) const {
     return text && boolValue(*text);
 }
 
-bool UserDefaults::setString(const std::string& key, const std::string& value) {
+template <class Value> bool UserDefaults::set(const std::string& key, const Value& value) {
     const std::scoped_lock lock(_mutex);
-    _values->root[key] = value;
+    const json stored(value);
+    const auto found = _values->root.find(key);
+    const bool isInFile = _mayWrite && _writeError.empty();
+    if (isInFile && found != _values->root.end() && *found == stored) return true;
+    _values->root[key] = stored;
     return write();
 }
 
+bool UserDefaults::setString(const std::string& key, const std::string& value) {
+    return set(key, value);
+}
+
 bool UserDefaults::setBool(const std::string& key, bool value) {
-    const std::scoped_lock lock(_mutex);
-    _values->root[key] = value;
-    return write();
+    return set(key, value);
 }
 
 bool UserDefaults::remove(const std::string& key) {

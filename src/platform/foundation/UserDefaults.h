@@ -1,6 +1,6 @@
-// The user's settings: one JSON file, read once, written at each change (to a new file that replaces the old one, so a
-// crash loses nothing). A file that cannot be understood is kept under another name, one that cannot be read is left
-// alone; values of kinds that this program does not use are written back as they were. Any thread.
+// The user's settings: one JSON file, read once, written whenever a value changes (to a new file that replaces the old
+// one, so a crash loses nothing). A file that cannot be understood is kept under another name, one that cannot be read
+// is left alone; values of kinds that this program does not use are written back as they were. Any thread.
 #pragma once
 
 #include <filesystem>
@@ -38,6 +38,8 @@ class UserDefaults {
     struct Values;
     void read();
     bool write();
+    /// The file is left alone when it holds the value already: every start sets the same ones.
+    template <class Value> bool set(const std::string& key, const Value& value);
 
     mutable std::mutex _mutex;
     const std::filesystem::path _file;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -67,11 +68,18 @@ class IOUSBDeviceInterface;
 /// A usable interface: the device node is open from creation to destruction; "interface open" means claimed.
 class IOUSBInterfaceInterface : public IOUSBInterfaceDescription {
   public:
-    /// Claims the interface, taking it from the kernel's own driver if that holds it. kIOReturnExclusiveAccess when
-    /// another program holds it; success when this handle already holds it.
+    /// Claims the interface, taking it from the kernel's own driver if that holds it and no print job goes through it.
+    /// kIOReturnExclusiveAccess when another program holds it, a job is printed or another process of ours has reserved
+    /// the printer: holder() then answers which. kIOReturnNotPrivileged when it cannot be seen whether a job is
+    /// printed. Success when this handle already holds it. Command queue.
     virtual IOReturn USBInterfaceOpenSeize() = 0;
-    /// Releases the claim. Bytes of a read that were kept back are dropped.
+    /// Releases the claim. Bytes of a read that were kept back are dropped. While the bus keeps the printer for an
+    /// update, only this handle's use ends; other programs still cannot claim it. Command queue.
     virtual IOReturn USBInterfaceClose() = 0;
+    /// Which process holds the interface after a refused open, as far as the system reports it; kind unknown otherwise.
+    /// Looks through the open files of all processes: tens of milliseconds on a busy machine, and up to 300 ms more for
+    /// the answer of another process of ours. Command queue.
+    virtual InterfaceHolder holder() = 0;
 
     /// Reads up to size bytes in one transfer; size receives the count read (never more than asked).
     virtual IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
@@ -81,6 +89,11 @@ class IOUSBInterfaceInterface : public IOUSBInterfaceDescription {
                                  std::uint32_t completionTimeout) = 0;
     /// pipe is 0, the control pipe. Works without the claim where the system lets it.
     virtual IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) = 0;
+    /// Brings a bulk-in pipe back in step after a reply that was late, missing or malformed: clears its halt, drops
+    /// what was kept back, and reads until no data comes for 100 ms. Success when the pipe is quiet;
+    /// kIOReturnOverrun when the device still sends after 2 s or 1 MiB; kIOReturnNoDevice when it has left. Needs the
+    /// claim. Command queue.
+    virtual IOReturn resynchronize(std::uint8_t pipe) = 0;
 
     /// The device that this interface belongs to; null device on failure.
     virtual IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) = 0;
@@ -92,7 +105,8 @@ class IOUSBInterfaceInterface : public IOUSBInterfaceDescription {
     /// While another program holds the interface: asks the bus to call mayBeFree on the main queue each time the
     /// holder may have let go (also as a slow fallback poll). Null ends the watch. Never called for own closes.
     virtual void watchHolder(std::function<void()> mayBeFree) = 0;
-    /// Claims and releases without any other effect; success when nobody else holds the interface. Command queue.
+    /// Claims and releases without any other effect; success when nobody else holds the interface, no job is printed
+    /// and no other process of ours has reserved the printer. Command queue.
     virtual IOReturn tryClaim() = 0;
 };
 

@@ -19,11 +19,11 @@ struct InterfaceHolder {
         ownProgram // a process of this project, which has reserved the printer
     };
     Kind kind = Kind::unknown;
-    std::string program;    // name of the process; empty if not known
-    int pid = 0;            // 0 if not known
-    std::string activity;   // ownProgram: "update", "claim", "counter reset" and the like
-    std::string phase;      // ownProgram, during an update: the name of its phase
-    std::int64_t since = 0; // ownProgram: when the reservation began, in seconds since 1970; 0 if not known
+    std::string program = {};  // name of the process; empty if not known
+    int pid = 0;               // 0 if not known
+    std::string activity = {}; // ownProgram: "update", "claim", "counter reset" and the like
+    std::string phase = {};    // ownProgram, during an update: the name of its phase
+    std::int64_t since = 0;    // ownProgram: when the reservation began, in seconds since 1970; 0 if not known
 
     bool operator==(const InterfaceHolder&) const = default;
 };

@@ -135,8 +135,8 @@ class ServiceRegistry {
     ServiceToken _nextToken = 0x101; // a recognisable first value in log lines; counts up, never reused
 };
 
-/// A source of services. start() reports what is attached before it returns and goes on reporting, always on the main
-/// queue; stop() ends that without waiting for anybody.
+/// A source of services. start() reports what is attached before it returns, but for devices that are not ready yet,
+/// and reports from then on, always on the main queue; stop() ends that without waiting for anybody.
 class USBBus {
   public:
     virtual ~USBBus() = default;

@@ -1,21 +1,24 @@
-// One stay of a device on the bus as the engine sees it. A re-enumeration that resets in place ends one stay and begins
-// another for the same device.
+// One attachment of a device to the bus as the engine sees it. A re-enumeration that resets in place ends one and
+// begins another for the same device.
 #pragma once
 
 #include "usb/libusb/DeviceConnection.h"
-#include "usb/libusb/MainPort.h"
-#include "usb/libusb/NodeWatcher.h"
+#include "usb/libusb/DeviceIdentities.h"
+
+#include <vector>
 
 namespace zul {
 
 struct Attachment {
     std::shared_ptr<AttachedDevice> device;
-    std::shared_ptr<MainPort> port;
-    std::shared_ptr<NodeWatcher> nodeWatcher;
     /// For the bus: the device was reset in place and counts as new. Any thread.
     std::function<void(const std::shared_ptr<Attachment>&)> reenumerated;
-    /// From here on every call on this stay's handles answers kIOReturnNoDevice.
+    /// From here on every call on this attachment's handles answers kIOReturnNoDevice.
     std::atomic<bool> gone{false};
+
+    // What was prepared before the announcement; not changed afterwards.
+    std::vector<DeviceIdentity> identities;
+    std::shared_ptr<DeviceConnection> preparedConnection; // until somebody had the occasion to use it
 };
 
 } // namespace zul

@@ -1,74 +1,79 @@
-// Opening the node, claims, and the kernel's printer driver: it is taken off at the first claim and stays off over all
-// closes (each return would make it question the printer again); it gets the interface back when the program is done.
+// Claims. The kernel's printer driver is detached at the first claim and stays detached over the closes of a round of
+// questions, because each return makes it question the printer again; when it gets the interface back is decided in
+// DeviceConnection_GiveBack.cpp.
 #include "usb/libusb/DeviceConnection.h"
 
+#include "usb/libusb/BusLimits.h"
 #include "usb/libusb/LibusbResult.h"
+#include "usb/libusb/PrinterDriver.h"
 
 #include <libusb.h>
 
 namespace zul {
 
-AttachedDevice::AttachedDevice(std::shared_ptr<LibusbContext> context, libusb_device* device)
-    : _context(std::move(context)), _device(device) {}
-
-bool AttachedDevice::readDescriptors() {
-    DeviceFacts facts;
-    const auto interfaces = readPrinterInterfaces(_device.get(), facts);
-    _facts = facts;
-    if (interfaces) _interfaces = *interfaces;
-    return interfaces.has_value();
-}
-
-IOReturn AttachedDevice::connect(std::shared_ptr<DeviceConnection>& connection) {
-    const std::scoped_lock lock(_mutex);
-    connection = _connection.lock();
-    if (connection != nullptr) return kIOReturnSuccess;
-    libusb_device_handle* handle = nullptr;
-    if (const int result = libusb_open(_device.get(), &handle); result != 0) return ioReturnFromLibusb(result);
-    connection = std::make_shared<DeviceConnection>(shared_from_this(), handle);
-    _connection = connection;
-    return kIOReturnSuccess;
-}
-
-std::shared_ptr<DeviceConnection> AttachedDevice::connection() {
-    const std::scoped_lock lock(_mutex);
-    return _connection.lock();
-}
-
 DeviceConnection::DeviceConnection(std::shared_ptr<AttachedDevice> device, libusb_device_handle* handle)
     : _device(std::move(device)), _handle(handle) {}
 
-DeviceConnection::~DeviceConnection() {
-    {
-        const std::scoped_lock lock(_mutex);
-        releaseAllLocked();
-        giveBackLocked();
+IOReturn DeviceConnection::seize(std::uint8_t interface, const void* owner) {
+    for (;;) {
+        IOReturn code = kIOReturnSuccess;
+        {
+            const std::scoped_lock lock(_mutex);
+            code = seizeLocked(interface, owner);
+        }
+        // The node of the kernel's driver is new each time the driver gets the printer, and udev sets its rights a
+        // moment later.
+        if (code != kIOReturnNotPrivileged || !_device->mayRightsCome() || _device->hasLeft()) return code;
+        clock().sleepFor(bus_limits::kAccessRetryInterval);
     }
-    libusb_close(_handle);
 }
 
-IOReturn DeviceConnection::seize(std::uint8_t interface, const void* owner) {
-    const std::scoped_lock lock(_mutex);
+IOReturn DeviceConnection::seizeLocked(std::uint8_t interface, const void* owner) {
     if (const auto held = _owners.find(interface); held != _owners.end()) {
-        held->second = owner; // the handle of before a re-enumeration hands over to the one after it
+        if (owner != nullptr) held->second = owner; // from the handle of before a re-enumeration, or from nobody
         return kIOReturnSuccess;
     }
     int result = libusb_claim_interface(_handle, interface);
-    // Busy may be the kernel's own driver, which is taken off, or another program, which is not asked.
-    if (result == LIBUSB_ERROR_BUSY && libusb_kernel_driver_active(_handle, interface) == 1) {
-        if (const IOReturn code = takeDriverOff(interface); code != kIOReturnSuccess) return code;
-        result = libusb_claim_interface(_handle, interface);
+    // Busy may be the kernel's own driver, which is detached, or another program, which is not asked.
+    if (result == LIBUSB_ERROR_BUSY && isDriverBound(interface)) {
+        if (const IOReturn code = seizeFromDriver(interface, result); code != kIOReturnSuccess) return code;
     }
-    if (result == 0) _owners[interface] = owner;
-    return ioReturnFromLibusb(result);
+    if (result != 0) {
+        scheduleReturn(interface);
+        return ioReturnFromLibusb(result);
+    }
+    cancelReturn(interface);
+    _owners[interface] = owner;
+    if (owner == nullptr) {
+        setDriverless(interface); // this program was first; the driver would have taken it at its arrival
+        const std::scoped_lock lock(_device->_mutex);
+        _device->_claimed = shared_from_this();
+    }
+    return kIOReturnSuccess;
 }
 
-IOReturn DeviceConnection::takeDriverOff(std::uint8_t interface) {
+IOReturn DeviceConnection::seizeFromDriver(std::uint8_t interface, int& result) {
+    // The guard lives until the claim is made: no job can begin in between.
+    PrintJobGuard jobs(*_device->services().nodeWatcher);
+    if (const auto node = _device->driverNode(interface)) {
+        const IOReturn code = jobs.keepJobsOut(*node);
+        if (code == kIOReturnNotPrivileged && !_device->mayRightsCome()) _device->logHiddenJobs(*node);
+        if (code != kIOReturnSuccess) return code;
+    }
+    if (const IOReturn code = detachDriver(interface); code != kIOReturnSuccess) return code;
+    result = libusb_claim_interface(_handle, interface);
+    return kIOReturnSuccess;
+}
+
+bool DeviceConnection::isDriverBound(std::uint8_t interface) const {
+    return libusb_kernel_driver_active(_handle, interface) == 1;
+}
+
+IOReturn DeviceConnection::detachDriver(std::uint8_t interface) {
     const int result = libusb_detach_kernel_driver(_handle, interface);
     if (result == LIBUSB_ERROR_NOT_FOUND) return kIOReturnSuccess; // somebody else was quicker
     if (result != 0) return ioReturnFromLibusb(result);
-    const std::scoped_lock lock(_device->_mutex);
-    _device->_driverDetached.insert(interface);
+    setDriverless(interface);
     return kIOReturnSuccess;
 }
 
@@ -76,17 +81,32 @@ IOReturn DeviceConnection::release(std::uint8_t interface, const void* owner) {
     const std::scoped_lock lock(_mutex);
     const auto held = _owners.find(interface);
     if (held == _owners.end() || held->second != owner) return kIOReturnError;
+    if (_device->isKept() && !_device->hasLeft()) {
+        held->second = nullptr;
+        const std::scoped_lock deviceLock(_device->_mutex);
+        _device->_claimed = shared_from_this();
+        return kIOReturnSuccess;
+    }
     _owners.erase(held);
-    return ioReturnFromLibusb(libusb_release_interface(_handle, interface));
+    const int result = libusb_release_interface(_handle, interface);
+    scheduleReturn(interface);
+    return ioReturnFromLibusb(result);
 }
 
 IOReturn DeviceConnection::tryClaim(std::uint8_t interface) {
     const std::scoped_lock lock(_mutex);
     if (_owners.contains(interface)) return kIOReturnSuccess;
     const int result = libusb_claim_interface(_handle, interface);
-    if (result == LIBUSB_ERROR_BUSY && libusb_kernel_driver_active(_handle, interface) == 1) return kIOReturnSuccess;
+    if (result == LIBUSB_ERROR_BUSY && isDriverBound(interface)) return printJobState(interface);
     if (result == 0) libusb_release_interface(_handle, interface);
     return ioReturnFromLibusb(result);
+}
+
+IOReturn DeviceConnection::printJobState(std::uint8_t interface) {
+    const auto node = _device->driverNode(interface);
+    if (!node) return kIOReturnSuccess;
+    PrintJobGuard jobs(*_device->services().nodeWatcher);
+    return jobs.keepJobsOut(*node);
 }
 
 bool DeviceConnection::isClaimed(std::uint8_t interface, const void* owner) {
@@ -99,6 +119,7 @@ std::map<std::uint8_t, const void*> DeviceConnection::releaseAll() {
     const std::scoped_lock lock(_mutex);
     const auto owners = _owners;
     releaseAllLocked();
+    for (const auto& [interface, owner] : owners) scheduleReturn(interface);
     return owners;
 }
 
@@ -109,24 +130,7 @@ void DeviceConnection::releaseAllLocked() {
 }
 
 bool DeviceConnection::isOnBus(std::uint8_t interface) {
-    return !_device->left && libusb_kernel_driver_active(_handle, interface) != LIBUSB_ERROR_NO_DEVICE;
-}
-
-void DeviceConnection::giveBack() {
-    const std::scoped_lock lock(_mutex);
-    if (_transfers > 0 || _device->left || _device->restartExpected) return;
-    releaseAllLocked();
-    giveBackLocked();
-}
-
-void DeviceConnection::giveBackLocked() {
-    if (_device->left || _device->restartExpected) return;
-    std::set<std::uint8_t> detached;
-    {
-        const std::scoped_lock lock(_device->_mutex);
-        detached.swap(_device->_driverDetached);
-    }
-    for (const std::uint8_t interface : detached) libusb_attach_kernel_driver(_handle, interface);
+    return !_device->hasLeft() && libusb_kernel_driver_active(_handle, interface) != LIBUSB_ERROR_NO_DEVICE;
 }
 
 } // namespace zul

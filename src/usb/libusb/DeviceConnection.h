@@ -1,57 +1,24 @@
-// A device on the bus, and the one open node through which all its interfaces and both kinds of handles talk to it.
-// One node per device and process: a second one would find the claims of the first and report them as somebody else's.
+// The one open node through which all interfaces of a device and both kinds of handles talk to it. One node per device
+// and process: a second one would find the claims of the first and report them as somebody else's.
 #pragma once
 
-#include "usb/libusb/InterfaceFacts.h"
-#include "usb/libusb/LibusbContext.h"
+#include "usb/libusb/AttachedDevice.h"
 
-#include <atomic>
 #include <map>
 #include <mutex>
-#include <set>
 
 struct libusb_device_handle;
 
 namespace zul {
 
-class DeviceConnection;
-
-/// One device from its arrival to its departure. A reset in place keeps it.
-class AttachedDevice : public std::enable_shared_from_this<AttachedDevice> {
-  public:
-    AttachedDevice(std::shared_ptr<LibusbContext> context, libusb_device* device);
-
-    /// Reads the descriptors; false while the device is not configured. Main queue, until it has once been true.
-    bool readDescriptors();
-    const DeviceFacts& facts() const { return _facts; }
-    /// The printer interfaces; none before the descriptors were read.
-    const std::vector<InterfaceFacts>& interfaces() const { return _interfaces; }
-    /// The open node; opened when nobody has it open yet. kIOReturnNotPrivileged when it may not be. Any thread.
-    IOReturn connect(std::shared_ptr<DeviceConnection>& connection);
-    /// The open node if there is one. Any thread.
-    std::shared_ptr<DeviceConnection> connection();
-
-    std::atomic<bool> left{false};            // the bus has seen it go
-    std::atomic<bool> restartExpected{false}; // it is about to come back: the kernel's driver stays off
-
-  private:
-    friend class DeviceConnection;
-    const std::shared_ptr<LibusbContext> _context;
-    const DeviceReference _device;
-    DeviceFacts _facts;
-    std::vector<InterfaceFacts> _interfaces;
-    std::mutex _mutex;
-    std::weak_ptr<DeviceConnection> _connection;
-    std::set<std::uint8_t> _driverDetached; // interface numbers whose kernel driver we took off; under _mutex
-};
-
-/// The open node and the claims made through it. The owner of a claim is the address of the handle that asked for it.
-/// Claims may be changed from the command queues of several interfaces.
-class DeviceConnection {
+/// The open node and the claims made through it. The owner of a claim is the address of the handle that asked for it,
+/// or null for a claim that the bus keeps for nobody while an update is under way. Claims may be changed from the
+/// command queues of several interfaces.
+class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
   public:
     DeviceConnection(std::shared_ptr<AttachedDevice> device, libusb_device_handle* handle);
-    /// Releases everything, gives the interfaces back to the kernel's driver unless the device has left or a restart
-    /// is expected, and closes the node.
+    /// Releases everything and closes the node. What the kernel's driver would have is given back by then, or here if
+    /// the bus has stopped.
     ~DeviceConnection();
     DeviceConnection(const DeviceConnection&) = delete;
     DeviceConnection& operator=(const DeviceConnection&) = delete;
@@ -59,18 +26,38 @@ class DeviceConnection {
     libusb_device_handle* handle() const { return _handle; }
     const std::shared_ptr<AttachedDevice>& device() const { return _device; }
 
-    /// Claims an interface, taking the kernel's own driver off. Success when it is claimed through this node already.
+    // ---- claims ----
+
+    /// Claims an interface, detaching the kernel's own driver unless a print job goes through it
+    /// (kIOReturnExclusiveAccess) or that cannot be seen (kIOReturnNotPrivileged, after up to 2 s where the rights may
+    /// still come). Success when it is claimed through this node already; it has a new owner then. A null owner keeps
+    /// the node open until releaseUnused().
     IOReturn seize(std::uint8_t interface, const void* owner);
-    /// kIOReturnError when owner does not hold the interface.
+    /// Ends the owner's use. While an update is under way the claim stays, for nobody. kIOReturnError when owner does
+    /// not hold the interface.
     IOReturn release(std::uint8_t interface, const void* owner);
-    /// Success when a seize would succeed now, as far as this can be told without one: the kernel's driver does not
-    /// count as a holder and is left alone.
+    /// Success when a seize would succeed now, as far as this can be seen without one: the kernel's driver is not a
+    /// holder while no job is printed, and stays.
     IOReturn tryClaim(std::uint8_t interface);
+    /// Success when no print job goes through the kernel's driver; the codes of seize otherwise.
+    IOReturn printJobState(std::uint8_t interface);
     bool isClaimed(std::uint8_t interface, const void* owner);
     std::map<std::uint8_t, const void*> releaseAll();
+    /// The update is over: releases what is claimed for nobody, and lets the kernel's driver have it back later.
+    void releaseUnused();
+
     /// False when the kernel has taken the device off the bus, which it may know before the event is delivered. Asks
     /// the kernel only, not the device.
     bool isOnBus(std::uint8_t interface);
+
+    // ---- giving back ----
+
+    /// Releases the claims and gives the interfaces back to the kernel's driver now; does nothing while a transfer is
+    /// under way or after the device has left. Waits for the driver's own look at the device, some milliseconds on one
+    /// that answers.
+    void giveBackNow();
+    /// Nothing is given back any more. Any thread.
+    void cancelReturns();
 
     /// Marks a transfer for as long as it lives.
     class Transfer {
@@ -84,20 +71,32 @@ class DeviceConnection {
         std::atomic<int>& _count;
     };
 
-    /// Releases the claims and lets the kernel's driver have the interfaces back; does nothing while a transfer is
-    /// under way, after the device has left or while a restart is expected. Waits for the driver's own look at the
-    /// device, some milliseconds on a live one.
-    void giveBack();
-
   private:
-    IOReturn takeDriverOff(std::uint8_t interface);
+    struct Return {
+        Clock::TimePoint at;
+        Clock::TimerId timer = 0;
+    };
+
+    IOReturn seizeLocked(std::uint8_t interface, const void* owner);
+    IOReturn seizeFromDriver(std::uint8_t interface, int& result);
+    IOReturn detachDriver(std::uint8_t interface);
+    bool isDriverBound(std::uint8_t interface) const;
     void releaseAllLocked();
-    void giveBackLocked();
+
+    Clock& clock() const { return _device->services().clock(); }
+    void setDriverless(std::uint8_t interface);
+    bool takeDriverless(std::uint8_t interface);
+    bool isDriverless(std::uint8_t interface);
+    void scheduleReturn(std::uint8_t interface);
+    void cancelReturn(std::uint8_t interface);
+    void returnIfIdle(std::uint8_t interface);
+    void attachDriver(std::uint8_t interface);
 
     const std::shared_ptr<AttachedDevice> _device;
     libusb_device_handle* const _handle;
-    std::mutex _mutex;
+    std::mutex _mutex;                           // before the device's
     std::map<std::uint8_t, const void*> _owners; // claimed interfaces
+    std::map<std::uint8_t, Return> _returns;     // interfaces that wait for their return to the driver
     std::atomic<int> _transfers{0};
 };
 

@@ -1,39 +1,16 @@
-// Start and stop of the real bus, and the event thread. What the events mean is in LibusbBusCore.cpp.
+// Start and stop of the real bus. What the events mean is in LibusbBusCore.cpp.
 #include "usb/libusb/LibusbBus.h"
 
-#include "platform/foundation/Format.h"
+#include "usb/libusb/HotplugSource.h"
 #include "usb/libusb/LibusbBusCore.h"
-#include "usb/libusb/LibusbResult.h"
+#include "usb/libusb/ScanSource.h"
 
-#include <libusb.h>
-#include <thread>
+#include <algorithm>
 
 namespace zul {
 
-namespace {
-
-// On whatever thread handles libusb's events, which may be one that waits for a transfer: only takes a note.
-int LIBUSB_CALL hotplugCallback(libusb_context* /*context*/, libusb_device* device, libusb_hotplug_event event,
-                                void* inbox) {
-    const bool arrived = event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
-    const auto kind = arrived ? BusInbox::Event::Kind::arrived : BusInbox::Event::Kind::left;
-    static_cast<BusInbox*>(inbox)->add({kind, DeviceReference(device), nullptr});
-    return 0; // stay registered
-}
-
-void handleEvents(const std::shared_ptr<LibusbContext>& context, const std::shared_ptr<std::atomic<bool>>& ended) {
-    while (!*ended) {
-        const int result = libusb_handle_events(context->get());
-        if (result == 0 || result == LIBUSB_ERROR_INTERRUPTED) continue;
-        logText("the USB bus tells of no arrivals and departures from now on: %s", libusb_error_name(result));
-        return;
-    }
-}
-
-} // namespace
-
 LibusbBus::LibusbBus(MainQueue& mainQueue, Clock& clock, LibusbBusOptions options)
-    : _mainQueue(mainQueue), _clock(clock), _options(options) {}
+    : _mainQueue(mainQueue), _clock(clock), _options(std::move(options)) {}
 
 LibusbBus::~LibusbBus() {
     stop();
@@ -41,8 +18,9 @@ LibusbBus::~LibusbBus() {
 
 IOReturn LibusbBus::start(ServiceRegistry& registry) {
     if (_core != nullptr) return kIOReturnSuccess;
-    _core = std::make_shared<Core>(_mainQueue, _clock, registry);
-    const IOReturn code = _core->start(_options);
+    _core = std::make_shared<Core>(_mainQueue, _clock, registry, _options);
+    const auto core = _core; // the bus may be stopped by what it announces
+    const IOReturn code = core->start();
     if (code != kIOReturnSuccess) stop();
     return code;
 }
@@ -52,47 +30,79 @@ void LibusbBus::stop() {
     _core = nullptr;
 }
 
-void LibusbBus::setRestartExpected(std::uint32_t locationID, bool expected) {
-    if (_core != nullptr) _core->setRestartExpected(locationID, expected);
+ArrivalSight LibusbBus::seesArrivals() const {
+    return _core == nullptr ? ArrivalSight::no : _core->seesArrivals();
+}
+
+bool LibusbBus::hasPending() const {
+    return _core != nullptr && _core->hasPending();
+}
+
+void LibusbBus::whenEnumerated(Block block) {
+    if (_core != nullptr) {
+        _core->whenEnumerated(std::move(block));
+    } else {
+        block();
+    }
+}
+
+void LibusbBus::setKept(std::uint32_t locationID, bool kept) {
+    if (_core != nullptr) _core->setKept(locationID, kept);
 }
 
 int LibusbBus::liveSessions() {
     return LibusbContext::live();
 }
 
-IOReturn LibusbBus::Core::start(const LibusbBusOptions& options) {
-    const IOReturn code = LibusbContext::create(options.libusbDebug, _context);
-    if (code != kIOReturnSuccess) return code;
-    if (libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG) == 0) return kIOReturnError;
-    _context->keep(_inbox);
+IOReturn LibusbBus::Core::startSource() {
+    if (isUdevRunning(_services->options.system)) {
+        _source = std::make_unique<HotplugSource>(_inbox, _services->options.libusbDebug);
+        if (_source->start() == kIOReturnSuccess) return kIOReturnSuccess;
+        _source->stop();
+        _inbox->clear();
+    }
+    _source = std::make_unique<ScanSource>(_inbox, _services);
+    return _source->start();
+}
+
+IOReturn LibusbBus::Core::start() {
     _inbox->setReader([weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->drain();
     });
-    const int result = libusb_hotplug_register_callback(
-        _context->get(), LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,
-        LIBUSB_HOTPLUG_ENUMERATE, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY,
-        hotplugCallback, _inbox.get(), &_callback);
-    if (result != 0) return ioReturnFromLibusb(result);
-    std::thread([context = _context, ended = _ended] { handleEvents(context, ended); }).detach();
+    if (const IOReturn code = startSource(); code != kIOReturnSuccess) return code;
     _starting = true;
     drain();
+    waitForPreparations();
+    // By their places, whoever answered first: people name printers by their position in a list.
+    auto inOrder = std::move(_startOrder);
+    std::ranges::sort(inOrder, {}, [](const auto& entry) { return entry->device->descriptors().locationID(); });
+    for (const auto& entry : inOrder) {
+        if (_port->isClosed()) break;
+        if (entry->isPrepared && isCurrent(entry)) announce(entry);
+    }
     _starting = false;
+    noteEnumerated();
     return kIOReturnSuccess;
+}
+
+void LibusbBus::Core::waitForPreparations() {
+    const Clock::TimePoint deadline = _port->clock().now() + bus_limits::kStartWait;
+    while (!_port->isClosed() && isPreparing() && _prepared->waitUntil(deadline)) drain();
+    if (!_port->isClosed()) drain();
 }
 
 void LibusbBus::Core::stop() {
     _port->close();
-    *_ended = true;
-    if (_context == nullptr) return;
-    if (_callback != 0) libusb_hotplug_deregister_callback(_context->get(), _callback);
-    libusb_interrupt_event_handler(_context->get());
+    if (_source != nullptr) _source->stop();
+    _services->kept.clear();
     for (const auto& [key, entry] : _entries) {
         _port->clock().cancel(entry->timer);
-        if (const auto connection = entry->device->connection()) connection->giveBack();
+        if (entry->device != nullptr) entry->device->giveBackNow();
     }
     _entries.clear();
+    _startOrder.clear();
+    _enumerated.clear();
     _inbox->clear();
-    _context = nullptr;
 }
 
 } // namespace zul

@@ -1,72 +1,35 @@
-// What the bus makes of events: services that come and go. Main queue only, but for the inbox.
+// What the bus makes of events: services that come and go. Main queue only.
 #include "usb/libusb/LibusbBusCore.h"
 
-#include "usb/libusb/BusLimits.h"
-#include "usb/libusb/LibusbInterface.h"
+#include "usb/libusb/ArrivalPreparation.h"
+#include "usb/libusb/LibusbService.h"
 
-#include <libusb.h>
+#include <algorithm>
+#include <cerrno>
 #include <unistd.h>
 
 namespace zul {
 
 namespace {
 
-class LibusbService final : public DescribedInterface<USBService> {
-  public:
-    LibusbService(std::shared_ptr<Attachment> attachment, const InterfaceFacts& facts)
-        : DescribedInterface(attachment->device->facts(), facts), _attachment(std::move(attachment)) {}
-
-    IOReturn createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) override {
-        interfaceInterface = nullptr;
-        if (_attachment->gone) return kIOReturnNoDevice;
-        std::shared_ptr<DeviceConnection> connection;
-        const IOReturn code = _attachment->device->connect(connection);
-        if (code != kIOReturnSuccess) return code;
-        interfaceInterface = std::make_shared<LibusbInterface>(_attachment, std::move(connection), _facts);
-        return kIOReturnSuccess;
-    }
-    std::string locationText() const override { return _deviceFacts.locationText(); }
-    std::string nodePath() const override { return _deviceFacts.nodePath(); }
-    bool isVirtual() const override { return false; }
-
-  private:
-    const std::shared_ptr<Attachment> _attachment;
-};
-
 bool mayBeOpened(const std::string& nodePath) {
     // Only missing rights are waited for; of anything else the opening will tell.
     return ::access(nodePath.c_str(), R_OK | W_OK) == 0 || errno != EACCES;
 }
 
+std::shared_ptr<BusServices> makeServices(std::shared_ptr<MainPort> port, const LibusbBusOptions& options) {
+    auto services = std::make_shared<BusServices>();
+    services->port = std::move(port);
+    services->nodeWatcher = std::make_shared<NodeWatcher>();
+    services->options = options;
+    return services;
+}
+
 } // namespace
 
-void BusInbox::add(Event event) {
-    {
-        const std::scoped_lock lock(_mutex);
-        if (_port->isClosed()) return;
-        _events.push_back(std::move(event));
-    }
-    // Shut meanwhile: nobody reads any more, and what the events hold must not outlive the session.
-    if (!_port->post(_reader)) clear();
-}
-
-bool BusInbox::take(std::optional<Event>& event) {
-    event.reset();
-    const std::scoped_lock lock(_mutex);
-    if (_events.empty()) return false;
-    event.emplace(std::move(_events.front()));
-    _events.pop_front();
-    return true;
-}
-
-void BusInbox::clear() {
-    const std::scoped_lock lock(_mutex);
-    _events.clear();
-}
-
-LibusbBus::Core::Core(MainQueue& mainQueue, Clock& clock, ServiceRegistry& registry)
-    : _registry(registry), _port(std::make_shared<MainPort>(mainQueue, clock)),
-      _inbox(std::make_shared<BusInbox>(_port)) {}
+LibusbBus::Core::Core(MainQueue& mainQueue, Clock& clock, ServiceRegistry& registry, const LibusbBusOptions& options)
+    : _registry(registry), _port(std::make_shared<MainPort>(mainQueue, clock)), _services(makeServices(_port, options)),
+      _inbox(std::make_shared<BusInbox>(_port)), _prepared(clock.makeEvent()) {}
 
 void LibusbBus::Core::drain() {
     // A callback below may run the main queue again. Events that come up then wait for their turn here, so that one is
@@ -74,50 +37,60 @@ void LibusbBus::Core::drain() {
     if (_draining) return;
     _draining = true;
     const auto self = shared_from_this(); // the bus may be stopped by what it announces
-    std::optional<BusInbox::Event> event;
-    while (!_port->isClosed() && _inbox->take(event)) {
-        switch (event->kind) {
-        case BusInbox::Event::Kind::arrived:
-            arrived(event->device->get());
-            break;
-        case BusInbox::Event::Kind::left:
-            left(event->device->get());
-            break;
-        case BusInbox::Event::Kind::reenumerated:
-            reenumerated(event->attachment);
-            break;
-        }
-    }
+    std::optional<BusEvent> event;
+    while (!_port->isClosed() && _inbox->take(event)) handle(*event);
     _draining = false;
 }
 
-void LibusbBus::Core::arrived(libusb_device* device) {
-    const Key key{libusb_get_bus_number(device), libusb_get_device_address(device)};
+void LibusbBus::Core::handle(BusEvent& event) {
+    switch (event.kind) {
+    case BusEvent::Kind::arrived:
+        arrived(event);
+        break;
+    case BusEvent::Kind::left:
+        left(event.key);
+        break;
+    case BusEvent::Kind::prepared:
+        prepared(event.attachment);
+        break;
+    case BusEvent::Kind::reenumerated:
+        reenumerated(event.attachment);
+        break;
+    }
+}
+
+// ---- arrival --------------------------------------------------------------------------------------------------------
+
+void LibusbBus::Core::arrived(BusEvent& event) {
     // A device that is there while the callback is registered may be reported by both.
-    if (_entries.contains(key)) return;
+    if (_entries.contains(event.key)) return;
+    const auto context = event.context != nullptr ? event.context : _source->context();
     const auto entry = std::make_shared<Entry>();
-    entry->device = std::make_shared<AttachedDevice>(_context, device);
+    entry->device = std::make_shared<AttachedDevice>(_services, context, event.device->get());
     entry->announceBy = _port->clock().now() + bus_limits::kAccessWait;
-    _entries[key] = entry;
-    announceOrWait(entry);
+    entry->wasThereAtStart = _starting;
+    // What was attached before the start has long had its rights set.
+    if (!_starting) entry->device->rightsMayComeUntil(entry->announceBy);
+    _entries[event.key] = entry;
+    attachOrWait(entry);
 }
 
 bool LibusbBus::Core::isReady(Entry& entry) {
     if (!entry.isConfigured) entry.isConfigured = entry.device->readDescriptors();
     if (!entry.isConfigured) return false;
-    // What was attached before the start has long had its rights set; and what is no printer waits for none.
-    if (_starting || entry.device->interfaces().empty()) return true;
-    return mayBeOpened(entry.device->facts().nodePath());
+    // What is not a printer waits for no rights.
+    if (entry.wasThereAtStart || entry.device->interfaces().empty()) return true;
+    return mayBeOpened(entry.device->descriptors().nodePath());
 }
 
-void LibusbBus::Core::announceOrWait(const std::shared_ptr<Entry>& entry) {
+void LibusbBus::Core::attachOrWait(const std::shared_ptr<Entry>& entry) {
     if (!isCurrent(entry)) return;
     Clock& clock = _port->clock();
     const Clock::TimePoint now = clock.now();
     const bool isOverdue = now >= entry->announceBy;
     // A device that is configured only later, by hand for example, is nothing before: there is nothing to announce.
     if (isReady(*entry) || (isOverdue && entry->isConfigured)) {
-        announce(entry);
+        attach(entry);
         return;
     }
     const auto at =
@@ -126,47 +99,73 @@ void LibusbBus::Core::announceOrWait(const std::shared_ptr<Entry>& entry) {
         port->post([weak, waiting] {
             const auto self = weak.lock();
             const auto waited = waiting.lock();
-            if (self != nullptr && waited != nullptr) self->announceOrWait(waited);
+            if (self != nullptr && waited != nullptr) self->attachOrWait(waited);
         });
     });
 }
 
-void LibusbBus::Core::announce(const std::shared_ptr<Entry>& entry) {
+void LibusbBus::Core::attach(const std::shared_ptr<Entry>& entry) {
     auto attachment = std::make_shared<Attachment>();
     attachment->device = entry->device;
-    attachment->port = _port;
-    attachment->nodeWatcher = _nodeWatcher;
     attachment->reenumerated = [inbox = std::weak_ptr<BusInbox>(_inbox)](const std::shared_ptr<Attachment>& ended) {
-        if (const auto box = inbox.lock()) box->add({BusInbox::Event::Kind::reenumerated, std::nullopt, ended});
+        if (const auto box = inbox.lock()) box->add({BusEvent::Kind::reenumerated, {}, nullptr, std::nullopt, ended});
     };
     entry->attachment = attachment;
-    for (const InterfaceFacts& facts : entry->device->interfaces()) {
-        if (_port->isClosed()) return;
-        entry->tokens.push_back(_registry.serviceArrived(std::make_shared<LibusbService>(attachment, facts)));
+    entry->isPrepared = entry->isAnnounced = false;
+    if (!wantsPreparation(*entry->device)) {
+        announce(entry);
+        return;
     }
+    if (_starting) _startOrder.push_back(entry);
+    _services->runApart([attachment, inbox = _inbox, done = _prepared] {
+        prepareArrival(*attachment);
+        inbox->add({BusEvent::Kind::prepared, {}, nullptr, std::nullopt, attachment});
+        done->signal();
+    });
 }
 
-void LibusbBus::Core::left(libusb_device* device) {
-    const auto found = _entries.find({libusb_get_bus_number(device), libusb_get_device_address(device)});
+void LibusbBus::Core::prepared(const std::shared_ptr<Attachment>& attachment) {
+    const auto entry = entryOf(attachment);
+    if (entry == nullptr || entry->isAnnounced) return; // it has left meanwhile
+    entry->isPrepared = true;
+    if (_starting) return; // start announces them in order
+    announce(entry);
+    noteEnumerated();
+}
+
+void LibusbBus::Core::announce(const std::shared_ptr<Entry>& entry) {
+    entry->isAnnounced = true;
+    const auto attachment = entry->attachment;
+    for (const InterfaceDescriptors& descriptors : entry->device->interfaces()) {
+        if (_port->isClosed() || attachment->gone) break;
+        entry->tokens.push_back(_registry.serviceArrived(std::make_shared<LibusbService>(attachment, descriptors)));
+    }
+    attachment->preparedConnection = nullptr; // whoever wants the printer has a handle by now
+    if (!entry->device->interfaces().empty()) return;
+    // Not a printer: only that it is there is remembered. The session in which it was found may end.
+    entry->attachment = nullptr;
+    entry->device = nullptr;
+}
+
+// ---- departure ------------------------------------------------------------------------------------------------------
+
+void LibusbBus::Core::left(const DeviceKey& key) {
+    const auto found = _entries.find(key);
     if (found == _entries.end()) return;
     const std::shared_ptr<Entry> entry = found->second;
     _entries.erase(found);
     _port->clock().cancel(entry->timer);
-    entry->device->left = true;
+    if (entry->device != nullptr) entry->device->end();
     terminate(*entry);
+    if (!_starting) noteEnumerated();
 }
 
 void LibusbBus::Core::reenumerated(const std::shared_ptr<Attachment>& attachment) {
-    for (const auto& [key, candidate] : _entries) {
-        if (candidate->attachment != attachment) continue;
-        const std::shared_ptr<Entry> entry = candidate;
-        terminate(*entry);
-        if (_port->isClosed()) return;
-        announce(entry);
-        // Whoever wants the printer has a handle by now.
-        entry->device->restartExpected = false;
-        return;
-    }
+    const auto entry = entryOf(attachment);
+    if (entry == nullptr) return;
+    entry->wasThereAtStart = false;
+    terminate(*entry);
+    if (!_port->isClosed()) attach(entry);
 }
 
 void LibusbBus::Core::terminate(Entry& entry) {
@@ -179,16 +178,54 @@ void LibusbBus::Core::terminate(Entry& entry) {
     }
 }
 
+// ---- what is there --------------------------------------------------------------------------------------------------
+
 bool LibusbBus::Core::isCurrent(const std::shared_ptr<Entry>& entry) const {
-    for (const auto& [key, current] : _entries) {
-        if (current == entry) return true;
-    }
-    return false;
+    return std::ranges::any_of(_entries, [&](const auto& current) { return current.second == entry; });
 }
 
-void LibusbBus::Core::setRestartExpected(std::uint32_t locationID, bool expected) {
+std::shared_ptr<LibusbBus::Core::Entry> LibusbBus::Core::entryOf(const std::shared_ptr<Attachment>& attachment) const {
+    const auto isIts = [&](const auto& current) { return current.second->attachment == attachment; };
+    const auto found = std::ranges::find_if(_entries, isIts);
+    return found == _entries.end() ? nullptr : found->second;
+}
+
+bool LibusbBus::Core::isPreparing() const {
+    return std::ranges::any_of(_entries, [](const auto& current) {
+        const Entry& entry = *current.second;
+        return entry.attachment != nullptr && !entry.isPrepared && !entry.isAnnounced;
+    });
+}
+
+bool LibusbBus::Core::hasPending() const {
+    return std::ranges::any_of(_entries, [](const auto& current) {
+        const Entry& entry = *current.second;
+        return entry.wasThereAtStart && entry.attachment != nullptr && !entry.isAnnounced;
+    });
+}
+
+void LibusbBus::Core::whenEnumerated(Block block) {
+    _enumerated.push_back(std::move(block));
+    noteEnumerated();
+}
+
+void LibusbBus::Core::noteEnumerated() {
+    if (_starting || _enumerated.empty() || hasPending()) return;
+    std::vector<Block> blocks;
+    blocks.swap(_enumerated);
+    for (const Block& block : blocks) {
+        if (_port->isClosed()) return;
+        block();
+    }
+}
+
+void LibusbBus::Core::setKept(std::uint32_t locationID, bool kept) {
+    const bool wasKept = _services->kept.contains(locationID);
+    _services->kept.set(locationID, kept);
+    if (kept || !wasKept) return;
     for (const auto& [key, entry] : _entries) {
-        if (entry->device->facts().locationID() == locationID) entry->device->restartExpected = expected;
+        if (entry->device != nullptr && entry->device->descriptors().locationID() == locationID)
+            entry->device->keptEnded();
     }
 }
 

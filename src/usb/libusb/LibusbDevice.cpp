@@ -26,7 +26,10 @@ IOReturn LibusbDevice::USBDeviceReEnumerate(std::uint32_t /*options*/) {
         for (const auto& [interface, owner] : owners) static_cast<void>(_connection->seize(interface, owner));
         return ioReturnFromLibusb(result);
     }
-    _connection->device()->restartExpected = true; // until the new service has been announced
+    if (_connection->device()->isKept()) {
+        // No other program is to be quicker than the handles of the new attachment.
+        for (const auto& [interface, owner] : owners) static_cast<void>(_connection->seize(interface, nullptr));
+    }
     _attachment->gone = true;
     _attachment->reenumerated(_attachment);
     return kIOReturnSuccess;
@@ -39,15 +42,15 @@ IOReturn LibusbDevice::answer(std::uint8_t& index, std::uint8_t value) const {
 }
 
 IOReturn LibusbDevice::USBGetManufacturerStringIndex(std::uint8_t& index) {
-    return answer(index, _connection->device()->facts().manufacturerIndex);
+    return answer(index, _connection->device()->descriptors().manufacturerIndex);
 }
 
 IOReturn LibusbDevice::USBGetProductStringIndex(std::uint8_t& index) {
-    return answer(index, _connection->device()->facts().productIndex);
+    return answer(index, _connection->device()->descriptors().productIndex);
 }
 
 IOReturn LibusbDevice::USBGetSerialNumberStringIndex(std::uint8_t& index) {
-    return answer(index, _connection->device()->facts().serialNumberIndex);
+    return answer(index, _connection->device()->descriptors().serialNumberIndex);
 }
 
 } // namespace zul

@@ -3,34 +3,55 @@
 
 #include "usb/libusb/LibusbDevice.h"
 #include "usb/libusb/LibusbResult.h"
+#include "usb/libusb/ProcessSearch.h"
 
 namespace zul {
 
 LibusbInterface::LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,
-                                 const InterfaceFacts& facts)
-    : DescribedInterface(attachment->device->facts(), facts), _attachment(std::move(attachment)),
+                                 const InterfaceDescriptors& descriptors)
+    : DescribedInterface(attachment->device->descriptors(), descriptors), _attachment(std::move(attachment)),
       _connection(std::move(connection)) {}
 
 LibusbInterface::~LibusbInterface() {
     if (_watch != nullptr) _watch->end();
     // Nothing to do about a failure: not claimed, or the device has left.
-    static_cast<void>(_connection->release(_facts.number, this));
+    static_cast<void>(_connection->release(_descriptors.number, this));
 }
 
 IOReturn LibusbInterface::USBInterfaceOpenSeize() {
     if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
-    return _connection->seize(_facts.number, this);
+    if (_connection->isClaimed(_descriptors.number, this)) return kIOReturnSuccess;
+    if (reservationElsewhere(device().services(), _deviceDescriptors.key())) return kIOReturnExclusiveAccess;
+    return _connection->seize(_descriptors.number, this);
 }
 
 IOReturn LibusbInterface::USBInterfaceClose() {
     _surplus.clear();
-    const IOReturn code = _connection->release(_facts.number, this);
+    const IOReturn code = _connection->release(_descriptors.number, this);
     return present() == kIOReturnSuccess ? code : kIOReturnNoDevice;
+}
+
+InterfaceHolder LibusbInterface::holder() {
+    if (present() != kIOReturnSuccess) return {};
+    if (const auto reserved = reservationElsewhere(device().services(), _deviceDescriptors.key())) return *reserved;
+    const SystemFolders& folders = device().services().options.system;
+    if (const auto node = device().driverNode(_descriptors.number)) {
+        const auto printing = processesWithOpen(folders, *node);
+        // Where one may not look into other users' processes, the driver itself still says that a job is printed.
+        if (!printing.empty()) return probableHolder(printing, InterfaceHolder::Kind::printing);
+        if (_connection->printJobState(_descriptors.number) == kIOReturnExclusiveAccess) {
+            InterfaceHolder job;
+            job.kind = InterfaceHolder::Kind::printing;
+            return job;
+        }
+    }
+    return probableHolder(processesWithOpen(folders, _deviceDescriptors.nodePath()), InterfaceHolder::Kind::process);
 }
 
 IOReturn LibusbInterface::tryClaim() {
     if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
-    return _connection->tryClaim(_facts.number);
+    if (reservationElsewhere(device().services(), _deviceDescriptors.key())) return kIOReturnExclusiveAccess;
+    return _connection->tryClaim(_descriptors.number);
 }
 
 IOReturn LibusbInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) {
@@ -41,25 +62,27 @@ IOReturn LibusbInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& devic
 }
 
 void LibusbInterface::watchHolder(std::function<void()> mayBeFree) {
-    const std::scoped_lock lock(_watchMutex);
-    if (_watch != nullptr) _watch->end();
-    _watch = nullptr;
-    if (mayBeFree == nullptr || _attachment->gone) return;
-    // The stay may end while the watch goes on: from then on there is nobody to wait for.
-    const std::weak_ptr<Attachment> attachment = _attachment;
-    auto whileThere = [attachment, mayBeFree = std::move(mayBeFree)] {
-        const auto stay = attachment.lock();
-        if (stay != nullptr && !stay->gone) mayBeFree();
-    };
-    _watch =
-        HolderWatch::begin(_attachment->port, _attachment->nodeWatcher, _deviceFacts.nodePath(), std::move(whileThere));
+    std::shared_ptr<HolderWatch> watch;
+    if (mayBeFree != nullptr && !_attachment->gone) {
+        // The attachment may end during the watch: from then on there is nobody to wait for.
+        auto whileThere = [weak = std::weak_ptr<Attachment>(_attachment), mayBeFree = std::move(mayBeFree)] {
+            const auto attachment = weak.lock();
+            if (attachment != nullptr && !attachment->gone) mayBeFree();
+        };
+        watch = HolderWatch::begin(_attachment->device, _descriptors.number, std::move(whileThere));
+    }
+    {
+        const std::scoped_lock lock(_watchMutex);
+        watch.swap(_watch);
+    }
+    if (watch != nullptr) watch->end();
 }
 
 IOReturn LibusbInterface::result(int libusbResult) const {
     const IOReturn code = ioReturnFromLibusb(libusbResult);
     // A device that leaves in the middle of a transfer shows as an I/O error or as gone, by chance: asking the kernel
     // makes one answer of both where it knows already.
-    if (code == kIOReturnNotResponding && !_connection->isOnBus(_facts.number)) return kIOReturnNoDevice;
+    if (code == kIOReturnNotResponding && !_connection->isOnBus(_descriptors.number)) return kIOReturnNoDevice;
     return code;
 }
 

@@ -27,13 +27,18 @@ unsigned char endpointAddress(const PipeProperties& pipe) {
 
 } // namespace
 
+milliseconds controlTimeout(const IOUSBDevRequestTO& request) {
+    if (request.completionTimeout == 0 || request.noDataTimeout == 0) return timeoutOf(request.completionTimeout);
+    return milliseconds(std::min(request.noDataTimeout, request.completionTimeout));
+}
+
 IOReturn LibusbInterface::checkPipe(std::uint8_t pipe, PipeDirection direction) const {
     if (_attachment->gone) return kIOReturnNoDevice;
-    if (pipe == 0 || pipe > _facts.pipes.size()) return kIOUSBUnknownPipeErr;
-    const PipeProperties& properties = _facts.pipes[pipe - 1U];
+    if (pipe == 0 || pipe > _descriptors.pipes.size()) return kIOUSBUnknownPipeErr;
+    const PipeProperties& properties = _descriptors.pipes[pipe - 1U];
     if (properties.transferType != kUSBBulk || properties.direction != direction) return kIOReturnBadArgument;
     // The kernel would claim the interface by itself and keep it.
-    return _connection->isClaimed(_facts.number, this) ? kIOReturnSuccess : kIOReturnError;
+    return _connection->isClaimed(_descriptors.number, this) ? kIOReturnSuccess : kIOReturnError;
 }
 
 IOReturn LibusbInterface::transferResult(int libusbResult, unsigned char endpoint) const {
@@ -79,15 +84,14 @@ IOReturn LibusbInterface::ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint3
     size = takeSurplus(surplus, bytes, asked);
     // What was kept is the rest of an earlier transfer; it is only added to when that transfer goes on.
     if (size == asked || (kept && !surplus.goesOn)) return kIOReturnSuccess;
-    Clock& clock = _attachment->port->clock();
-    const Clock::TimePoint deadline = clock.now() + timeoutOf(completionTimeout);
+    const Clock::TimePoint deadline = clock().now() + timeoutOf(completionTimeout);
     const bool wentOn = surplus.goesOn;
-    IOReturn code = readPackets(_facts.pipes[pipe - 1U], surplus, asked - size, timeoutOf(completionTimeout));
+    IOReturn code = readPackets(_descriptors.pipes[pipe - 1U], surplus, asked - size, timeoutOf(completionTimeout));
     // A transfer that filled its last packet is ended by an empty one. That belongs to what was read before; taken for
     // an answer it would shift all that follow.
     if (wentOn && size == 0 && code == kIOReturnSuccess && surplus.bytes.empty()) {
-        const auto left = std::chrono::duration_cast<milliseconds>(deadline - clock.now());
-        if (left.count() > 0) code = readPackets(_facts.pipes[pipe - 1U], surplus, asked, left);
+        const auto left = std::chrono::duration_cast<milliseconds>(deadline - clock().now());
+        if (left.count() > 0) code = readPackets(_descriptors.pipes[pipe - 1U], surplus, asked, left);
     }
     size += takeSurplus(surplus, bytes + size, asked - size);
     return code;
@@ -99,13 +103,12 @@ IOReturn LibusbInterface::WritePipeTO(std::uint8_t pipe, const void* buffer, std
     if (size == 0) return kIOReturnSuccess;
     if (buffer == nullptr) return kIOReturnBadArgument;
     const DeviceConnection::Transfer transfer(*_connection);
-    const unsigned char endpoint = endpointAddress(_facts.pipes[pipe - 1U]);
+    const unsigned char endpoint = endpointAddress(_descriptors.pipes[pipe - 1U]);
     // libusb takes the bytes to send through a pointer to non-const; it does not write to them.
     auto* bytes = const_cast<unsigned char*>(static_cast<const unsigned char*>(buffer));
-    Clock& clock = _attachment->port->clock();
-    const Clock::TimePoint deadline = clock.now() + timeoutOf(completionTimeout);
+    const Clock::TimePoint deadline = clock().now() + timeoutOf(completionTimeout);
     for (std::uint32_t done = 0; done < size;) {
-        const auto left = std::chrono::duration_cast<milliseconds>(deadline - clock.now());
+        const auto left = std::chrono::duration_cast<milliseconds>(deadline - clock().now());
         if (left.count() <= 0) return kIOUSBTransactionTimeout;
         const auto piece = static_cast<int>(std::min<std::size_t>(size - done, bus_limits::kWritePiece));
         int transferred = 0;
@@ -125,15 +128,39 @@ IOReturn LibusbInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO&
     if (_attachment->gone) return kIOReturnNoDevice;
     if (pipe != 0) return kIOUSBUnknownPipeErr;
     if (request.pData == nullptr && request.wLength > 0) return kIOReturnBadArgument;
+    for (const DeviceIdentity& identity : _attachment->identities) {
+        if (identity.answers(request)) return identity.fill(request);
+    }
     std::uint16_t length = request.wLength;
     const bool in = (request.bmRequestType & LIBUSB_ENDPOINT_DIR_MASK) == LIBUSB_ENDPOINT_IN;
     if (in) length = std::min(length, bus_limits::kControlTransferMax);
     const DeviceConnection::Transfer transfer(*_connection);
     const int code = libusb_control_transfer(_connection->handle(), request.bmRequestType, request.bRequest,
                                              request.wValue, request.wIndex, static_cast<unsigned char*>(request.pData),
-                                             length, libusbTimeout(timeoutOf(request.completionTimeout)));
+                                             length, libusbTimeout(controlTimeout(request)));
     if (code > 0) request.wLenDone = static_cast<std::uint32_t>(code);
     return result(code); // a stalled control pipe frees itself with the next request
+}
+
+IOReturn LibusbInterface::resynchronize(std::uint8_t pipe) {
+    if (const IOReturn code = checkPipe(pipe, PipeDirection::in); code != kIOReturnSuccess) return code;
+    const DeviceConnection::Transfer transfer(*_connection);
+    const PipeProperties& properties = _descriptors.pipes[pipe - 1U];
+    _surplus.erase(pipe);
+    libusb_clear_halt(_connection->handle(), endpointAddress(properties)); // what it fails for, the reads report
+    const Clock::TimePoint deadline = clock().now() + bus_limits::kResynchronizeTime;
+    for (std::size_t total = 0; total < bus_limits::kResynchronizeBytes && clock().now() < deadline;) {
+        Surplus dropped;
+        const IOReturn code =
+            readPackets(properties, dropped, bus_limits::kResynchronizePiece, bus_limits::kResynchronizeQuiet);
+        if (code == kIOUSBTransactionTimeout && dropped.bytes.empty()) return kIOReturnSuccess;
+        // A stall is cleared by then, and what was too long is gone: the pipe has to be quiet, not free of errors.
+        const bool mayGoOn = code == kIOReturnSuccess || code == kIOUSBTransactionTimeout ||
+                             code == kIOUSBPipeStalled || code == kIOReturnOverrun;
+        if (!mayGoOn) return code;
+        total += std::max<std::size_t>(dropped.bytes.size(), properties.maxPacketSize); // errors count, too
+    }
+    return kIOReturnOverrun;
 }
 
 } // namespace zul

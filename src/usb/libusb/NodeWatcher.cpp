@@ -14,8 +14,13 @@
 
 namespace zul {
 
+namespace {
+constexpr std::uint32_t kCloses = IN_CLOSE_WRITE | IN_CLOSE_NOWRITE;
+}
+
 struct NodeWatcher::State {
     struct Watch {
+        std::string path;
         int descriptor = -1; // the system's: the same for all watches of one file
         Callback closed;
     };
@@ -48,7 +53,7 @@ struct NodeWatcher::State {
             inotify_event event{};
             std::memcpy(&event, buffer.data() + offset, sizeof event);
             offset += static_cast<ssize_t>(sizeof event + event.len);
-            if ((event.mask & (IN_CLOSE_WRITE | IN_CLOSE_NOWRITE)) == 0) continue;
+            if ((event.mask & kCloses) == 0) continue;
             for (const Callback& closed : callbacksOf(event.wd)) closed();
         }
     }
@@ -73,10 +78,10 @@ NodeWatcher::~NodeWatcher() {
 
 std::uint64_t NodeWatcher::add(const std::string& path, Callback closed) {
     const std::scoped_lock lock(_state->mutex);
-    const int descriptor = inotify_add_watch(_state->inotify, path.c_str(), IN_CLOSE_WRITE | IN_CLOSE_NOWRITE);
+    const int descriptor = inotify_add_watch(_state->inotify, path.c_str(), kCloses);
     if (descriptor < 0) return 0;
     const std::uint64_t id = _state->nextId++;
-    _state->watches.emplace(id, State::Watch{descriptor, std::move(closed)});
+    _state->watches.emplace(id, State::Watch{path, descriptor, std::move(closed)});
     if (!_state->running) {
         _state->running = true;
         std::thread([state = _state] { State::run(state); }).detach();
@@ -96,6 +101,20 @@ void NodeWatcher::remove(std::uint64_t watch) {
         if (other.descriptor == descriptor) return;
     }
     inotify_rm_watch(_state->inotify, descriptor);
+}
+
+void NodeWatcher::closeUnseen(const std::string& path, int descriptor) {
+    const std::scoped_lock lock(_state->mutex);
+    std::vector<State::Watch*> watches;
+    for (auto& [id, watch] : _state->watches) {
+        if (watch.path == path) watches.push_back(&watch);
+    }
+    if (!watches.empty()) inotify_rm_watch(_state->inotify, watches.front()->descriptor);
+    ::close(descriptor);
+    // The system never gives a number of its own twice, so reports for the old watch find nobody.
+    for (State::Watch* watch : watches) {
+        watch->descriptor = inotify_add_watch(_state->inotify, path.c_str(), kCloses);
+    }
 }
 
 } // namespace zul

@@ -1,4 +1,4 @@
-// Tells when somebody closes a device node: the only sign that the system gives of another program letting go of a
+// Reports when somebody closes a device node: the only sign that the system gives of another program releasing a
 // printer.
 #pragma once
 
@@ -22,6 +22,9 @@ class NodeWatcher {
     std::uint64_t add(const std::string& path, Callback closed);
     /// A callback that already runs is not waited for. Any thread.
     void remove(std::uint64_t watch);
+    /// Closes a descriptor of the file without a report to the file's watches. A close by somebody else at the same
+    /// moment goes unreported, too: who calls this has just seen that nobody else has the file open. Any thread.
+    void closeUnseen(const std::string& path, int descriptor);
 
   private:
     struct State;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/foundation/Data.h"
-#include "virtual_printer/gadget/ScopedFd.h"
+#include "platform/foundation/ScopedFd.h"
 
 #include <cstdint>
 #include <filesystem>

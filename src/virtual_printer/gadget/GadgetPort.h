@@ -1,10 +1,10 @@
 // A USB device controller with a printer's plug in it: what the printer says goes to the host, and the other way round.
 #pragma once
 
+#include "platform/foundation/ScopedFd.h"
 #include "virtual_printer/gadget/ConfigfsGadget.h"
 #include "virtual_printer/gadget/EndpointThreads.h"
 #include "virtual_printer/gadget/FunctionFs.h"
-#include "virtual_printer/gadget/ScopedFd.h"
 
 #include <functional>
 #include <memory>

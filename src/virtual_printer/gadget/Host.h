@@ -1,7 +1,7 @@
 // What this machine must have before a gadget can be made, and the USB device controllers (UDCs) that it has.
 #pragma once
 
-#include "virtual_printer/gadget/ScopedFd.h"
+#include "platform/foundation/ScopedFd.h"
 
 #include <string>
 #include <vector>

@@ -3,9 +3,12 @@
 #include "support/TemporaryFolder.h"
 
 #include <doctest/doctest.h>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace zul;
 using namespace std::chrono_literals;
@@ -53,6 +56,12 @@ struct LogLab {
 
 std::string line(const std::string& tag, const std::string& message) {
     return tag + ' ' + HOLVEN_Log::logDateString() + ' ' + message + '\n';
+}
+
+mode_t rightsOf(const std::filesystem::path& path) {
+    struct stat info {};
+    REQUIRE(::stat(path.c_str(), &info) == 0);
+    return info.st_mode & 0777;
 }
 
 std::uint64_t sizeOf(const std::filesystem::path& path) {
@@ -235,9 +244,7 @@ TEST_CASE("opening the log file makes its folders, sets its rights and answers y
     CHECK(HOLVEN_Log::setLogFile(file.string()));
     CHECK_FALSE(HOLVEN_Log::setLogFile(file.string()));
     CHECK(TemporaryFolder::read(file) == line("E", "kept"));
-    struct stat info {};
-    REQUIRE(::stat(file.c_str(), &info) == 0);
-    CHECK((info.st_mode & 0777) == 0664);
+    CHECK(rightsOf(file) == 0664);
     CHECK(lab.reopened.empty());
 }
 
@@ -256,12 +263,55 @@ TEST_CASE("a second log file is noted but lines keep going to the first") {
     CHECK(object == second.string());
 }
 
+TEST_CASE("what is given as the log and is no regular file keeps its rights") {
+    LogLab lab;
+    const std::string pipe = (lab.folder / "pipe").string();
+    REQUIRE(::mkfifo(pipe.c_str(), 0600) == 0);
+    const int reader = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC); // so that nobody waits for one
+    REQUIRE(reader >= 0);
+    CHECK(HOLVEN_Log::setLogFile(pipe));
+    CHECK(rightsOf(pipe) == 0600);
+    ::close(reader);
+}
+
+TEST_CASE("an old log that is no regular file keeps its rights") {
+    LogLab lab;
+    const auto file = lab.folder.write("app.log", "text\n");
+    const std::string old = (lab.folder / "sink").string();
+    if (::mknod(old.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) {
+        MESSAGE("only root can make a device: not tried");
+        return;
+    }
+    HOLVEN_Log::rollLogFile(file.string(), old, 0);
+    CHECK(lab.capture.hasLogged("Rolled previous log file into " + old));
+    CHECK(rightsOf(old) == 0600);
+}
+
 TEST_CASE("without mirroring, opening the log file sends standard error into it") {
     LogLab lab;
     HOLVEN_Log::setShouldLogToStdErr(false);
-    const std::string path = (lab.folder / "x/../app.log").string();
+    const std::string path = (lab.folder / "app.log").string();
     CHECK(HOLVEN_Log::setLogFile(path));
-    CHECK(lab.reopened == std::vector{(lab.folder / "app.log").string()});
+    CHECK(lab.reopened == std::vector{path});
+}
+
+TEST_CASE("the path of the log file is used as it is given, also through a link and back") {
+    LogLab lab;
+    std::filesystem::create_directories(lab.folder / "far/away");
+    std::filesystem::create_directory_symlink(lab.folder / "far/away", lab.folder / "link");
+    CHECK(HOLVEN_Log::setLogFile((lab.folder / "link/../app.log").string()));
+    CHECK(std::filesystem::exists(lab.folder / "far/app.log")); // where the system finds that path
+    CHECK_FALSE(std::filesystem::exists(lab.folder / "app.log"));
+}
+
+TEST_CASE("a log file whose lines cannot be written is reported once") {
+    LogLab lab;
+    CHECK(HOLVEN_Log::setLogFile("/dev/full"));
+    HOLVEN_Log::err("first");
+    HOLVEN_Log::err("second");
+    CHECK(
+        lab.capture.standardError ==
+        std::vector<std::string>{"ERROR: cannot write the log /dev/full (No space left on device); lines are lost\n"});
 }
 
 TEST_CASE("a log file that cannot be opened is reported in the log") {

@@ -1,6 +1,8 @@
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
+#include <cstdlib>
+#include <ctime>
 #include <doctest/doctest.h>
 #include <unicode/locid.h>
 
@@ -14,6 +16,22 @@ std::optional<std::string> text(const Data& bytes, std::size_t maxLength, String
 }
 
 constexpr CharacterRange kWholeText{0, SIZE_MAX};
+
+// The zone of the machine's clock while it lives.
+struct MachineZone {
+    explicit MachineZone(const char* zone) {
+        if (const char* was = std::getenv("TZ")) before = was;
+        ::setenv("TZ", zone, /*overwrite=*/1);
+        ::tzset();
+    }
+    ~MachineZone() {
+        before ? ::setenv("TZ", before->c_str(), /*overwrite=*/1) : ::unsetenv("TZ");
+        ::tzset();
+    }
+    MachineZone(const MachineZone&) = delete;
+    MachineZone& operator=(const MachineZone&) = delete;
+    std::optional<std::string> before;
+};
 
 } // namespace
 
@@ -153,6 +171,28 @@ TEST_CASE("a date is written by a pattern in the zone that is named") {
     const auto date = std::chrono::sys_days{std::chrono::year{2026} / 3 / 1} + 9h + 15min + 2s + 123ms;
     CHECK(stringWithUTSFormat(date, "[YYYY/MM/dd HH:mm:ss.SSS Z]", "Europe/Paris") ==
           "[2026/03/01 10:15:02.123 +0100]");
+}
+
+TEST_CASE("without a named zone a date is written in the machine's, however that is described") {
+    struct Row {
+        const char* zone;
+        const char* winter;
+        const char* summer;
+    };
+    const auto winter = std::chrono::sys_days{std::chrono::year{2026} / 1 / 15} + 12h;
+    const auto summer = std::chrono::sys_days{std::chrono::year{2026} / 7 / 15} + 12h;
+    for (const Row& row : {Row{":Europe/Berlin", "2026/01/15 13:00 +0100", "2026/07/15 14:00 +0200"},
+                           Row{"America/New_York", "2026/01/15 07:00 -0500", "2026/07/15 08:00 -0400"},
+                           Row{"CET-1CEST,M3.5.0,M10.5.0/3", "2026/01/15 13:00 +0100", "2026/07/15 14:00 +0200"},
+                           Row{"AEST-10AEDT,M10.1.0,M4.1.0/3", "2026/01/15 23:00 +1100", "2026/07/15 22:00 +1000"},
+                           Row{"<+0545>-5:45", "2026/01/15 17:45 +0545", "2026/07/15 17:45 +0545"},
+                           Row{"NST3:30NDT,M3.2.0,M11.1.0", "2026/01/15 08:30 -0330", "2026/07/15 09:30 -0230"},
+                           Row{"UTC0", "2026/01/15 12:00 +0000", "2026/07/15 12:00 +0000"}}) {
+        CAPTURE(row.zone);
+        const MachineZone zone(row.zone);
+        CHECK(stringWithUTSFormat(winter, "yyyy/MM/dd HH:mm Z") == row.winter);
+        CHECK(stringWithUTSFormat(summer, "yyyy/MM/dd HH:mm Z") == row.summer);
+    }
 }
 
 TEST_CASE("a date has the same digits and calendar in every language") {

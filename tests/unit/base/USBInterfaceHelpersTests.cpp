@@ -83,6 +83,16 @@ TEST_CASE("the string indices come from the device descriptor, each only when as
     CHECK(product == 5);
     CHECK(serialNumber == 6);
     CHECK(usbInterfaceGetiDeviceIndices(&device, nullptr, nullptr, nullptr) == kIOReturnSuccess);
+}
+
+TEST_CASE("without an interface the string indices are refused, and those that were asked for are 0") {
+    std::uint8_t manufacturer = 9;
+    std::uint8_t product = 9;
+    std::uint8_t serialNumber = 9;
+    CHECK(usbInterfaceGetiDeviceIndices(nullptr, &manufacturer, &product, &serialNumber) == kIOReturnBadArgument);
+    CHECK(manufacturer == 0);
+    CHECK(product == 0);
+    CHECK(serialNumber == 0);
     CHECK(usbInterfaceGetiDeviceIndices(nullptr, nullptr, nullptr, nullptr) == kIOReturnBadArgument);
 }
 

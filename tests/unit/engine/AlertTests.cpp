@@ -74,6 +74,32 @@ TEST_CASE("the agreement box is 72 by 18, off, and only a box can change the agr
     CHECK(bench.printer->customerDidAgree() == false);
 }
 
+TEST_CASE("a tick in an earlier agreement of the printer does not enable the next one's Continue") {
+    struct Layout final : AlertLayout {
+        std::function<bool()> isContinueEnabled;
+        std::size_t buttonCount() const override { return 2; }
+        void bindButtonEnabled(std::size_t /*button*/, const std::shared_ptr<KeyValueObservable>& /*object*/,
+                               const std::string& /*keyPath*/, std::function<bool()> isEnabled) override {
+            isContinueEnabled = std::move(isEnabled);
+        }
+    };
+    Bench bench;
+    bench.inlinePrinter()->ShowRZ7Warning();
+    bench.printer->ShowRZ7Warning();
+    bench.settle();
+    REQUIRE(bench.alerts.shown.size() == 2); // both were built before the first one was shown
+    Layout first;
+    bench.alerts.shown[0].layout(first);
+    const auto box = bench.alerts.shown[0].accessory;
+    box->state = 1;
+    box->action(*box);
+    CHECK(first.isContinueEnabled());
+    Layout second;
+    bench.alerts.shown[1].layout(second);
+    CHECK_FALSE(second.isContinueEnabled());
+    CHECK_FALSE(bench.printer->customerDidAgree());
+}
+
 TEST_CASE("Continue without the tick does not go on") {
     Bench bench;
     bench.inlinePrinter()->ShowRZ7Warning();

@@ -1,8 +1,8 @@
 // The archive: files, digests, versions.
 #include "Bench.h"
 
-#include "Classes/FirmwareDigests.h"
-#include "Classes/ProductTable.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
 
 using namespace zul;
 using namespace zul::test;
@@ -10,10 +10,10 @@ using namespace zul::test;
 namespace {
 
 // Fills the bench's archive with small files of the product and their digests.
-void fill(Bench& bench, std::uint16_t product) {
+void fill(Bench& bench, std::uint16_t product, const std::string& image = "S00600004844521B\n") {
     FirmwareDigests digests;
     for (const std::string_view name : productWithID(product)->files) {
-        const std::string contents = name.ends_with(".fw") ? "S00600004844521B\n" : "table " + std::string(name);
+        const std::string contents = name.ends_with(".fw") ? image : "table " + std::string(name);
         bench.archive.write(std::string(name), contents);
         digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(dataFromText(contents));
     }
@@ -21,26 +21,6 @@ void fill(Bench& bench, std::uint16_t product) {
 }
 
 } // namespace
-
-TEST_CASE("every model has its row of files") {
-    const std::map<std::uint16_t, std::vector<std::string_view>> rows = {
-        {3, {"VK14 01.61.fw", "VK14_300_0161.cwd", "VK14_600_0161.cwd"}},
-        {4, {"VK18 01.30.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"}},
-        {5, {"VK-RZ7 02.06.fw", "VK-RZ7_300_0201.cwd", "VK-RZ7_600_0100.cwd"}},
-        {8, {"VK18DUP 1.40PRN.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"}},
-        {0x8B01, {"VK26 01.52.fw", "VK26_300_0111.cwd", "VK26_600_0111.cwd", "VK26_610_0111.cwd"}},
-        {0x9001,
-         {"VK28 01.05.fw", "VK28_SD_300_0101.cwd", "VK28_PP_300_0101.cwd", "VK28_SD_600_0101.cwd",
-          "VK28_PP_600_0101.cwd", "VK28_SD_610_0101.cwd", "VK28_PP_610_0101.cwd", "VK28_SD_620_0101.cwd",
-          "VK28_PP_620_0101.cwd"}}};
-    CHECK(allProducts().size() == rows.size());
-    for (const auto& [id, files] : rows) {
-        const Product* product = productWithID(id);
-        REQUIRE(product);
-        CHECK(std::vector<std::string_view>(product->files.begin(), product->files.end()) == files);
-    }
-    CHECK(productWithID(6) == nullptr);
-}
 
 TEST_CASE("every model has its picture") {
     const std::map<std::uint16_t, std::string> pictures = {{3, "ZUL_VK_Series"},   {4, "ZUL_VK_Series"},
@@ -139,20 +119,62 @@ TEST_CASE("without its firmware file an archive verifies by its tables, and ther
     fill(bench, 3);
     std::filesystem::remove(bench.archive / "VK14 01.61.fw");
     CHECK(bench.inlinePrinter()->verifyFirmwareArchive());
-    CHECK(bench.printer->firmwareBlob() == std::nullopt);
+    CHECK(bench.printer->firmwareBlob() == nullptr);
 }
 
 TEST_CASE("the image is padded, and one that is no S-record text is only logged") {
     Bench bench;
     fill(bench, 3);
     bench.inlinePrinter();
-    CHECK(bench.printer->firmwareBlob() == std::nullopt); // no list yet: it does not verify by itself
+    CHECK(bench.printer->firmwareBlob() == nullptr); // no list yet: it does not verify by itself
     CHECK(bench.printer->verifyFirmwareArchive());
     CHECK(bench.printer->firmwareBlob()->size() == 20);
     CHECK(bench.log.hasLogged("Bad firmware file! Verification failed!") == false);
-    bench.archive.write("VK14 01.61.fw", "hello");
+    fill(bench, 3, "hello");
+    CHECK(bench.printer->verifyFirmwareArchive());
     CHECK(bench.printer->firmwareBlob()->size() == 8);
-    CHECK(bench.log.hasLogged("Bad firmware file! Verification failed!"));
+    CHECK(bench.printer->firmwareBlob()->size() == 8);
+    CHECK(bench.log.times("Bad firmware file! Verification failed!") == 2); // at each call, though checked once
+}
+
+TEST_CASE("the image is the one that was verified, whatever became of its file") {
+    Bench bench;
+    fill(bench, 3);
+    bench.inlinePrinter();
+    REQUIRE(bench.printer->verifyFirmwareArchive());
+    const SharedData verified = bench.printer->firmwareBlob();
+    bench.archive.write("VK14 01.61.fw", "hello");
+    CHECK(bench.printer->firmwareBlob() == verified);
+    CHECK_FALSE(bench.printer->verifyFirmwareArchive());
+    std::filesystem::remove(bench.archive / "VK14 01.61.fw");
+    CHECK(bench.printer->firmwareBlob() == verified);
+    CHECK(bench.printer->verifyFirmwareArchive()); // by its tables; now it is known that there is no image
+    CHECK(bench.printer->firmwareBlob() == nullptr);
+}
+
+TEST_CASE("each check writes its log lines and results, also where the files are known already") {
+    Bench bench;
+    fill(bench, 3);
+    bench.inlinePrinter();
+    CHECK(bench.printer->verifyFirmwareArchive());
+    CHECK(bench.log.times("keyed on TBUSBPrinterZUL") == 3);
+    bench.printer->deviceInfoDict()->remove("VK14_300_0161.cwd");
+    CHECK(bench.printer->verifyFirmwareArchive());
+    CHECK(bench.log.times("keyed on TBUSBPrinterZUL") == 6);
+    CHECK(bench.printer->deviceInfoDict()->boolean("VK14_300_0161.cwd") == true);
+}
+
+TEST_CASE("a printer reports what its archive offers and what is wrong with it") {
+    Bench bench;
+    fill(bench, 3);
+    bench.archive.write("VK14_300_0161.cwd", "damaged");
+    bench.inlinePrinter();
+    CHECK(bench.printer->firmwareOffer()->isReady());
+    CHECK(bench.printer->archiveProblems().size() == 1);
+    Bench other;
+    other.inlinePrinter(6);
+    CHECK_FALSE(other.printer->firmwareOffer().has_value());
+    CHECK(other.printer->archiveProblems().front().kind == ArchiveProblem::Kind::noFilesForModel);
 }
 
 TEST_CASE("versions are read from the last word of a name") {
@@ -204,9 +226,9 @@ TEST_CASE("a table is read as it is, and its log line shows its name") {
     Bench bench;
     bench.archive.write("x.cwd", "12345");
     bench.inlinePrinter();
-    CHECK(bench.printer->paddedColorDataForVersion("x.cwd") == dataFromText("12345"));
+    CHECK(*bench.printer->paddedColorDataForVersion("x.cwd") == dataFromText("12345"));
     CHECK(bench.log.hasLogged("got data of length 5 for file at path x.cwd"));
-    CHECK(bench.printer->paddedColorDataForVersion("y.cwd") == std::nullopt);
+    CHECK(bench.printer->paddedColorDataForVersion("y.cwd") == nullptr);
     CHECK(bench.log.hasLogged("got data of length 0 for file at path y.cwd"));
 }
 

@@ -4,6 +4,7 @@
 
 #include "Classes/TBPrinters.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
@@ -50,6 +51,7 @@ class Bench {
                       .registry = registry,
                       .userDefaults = defaults,
                       .mainBundle = bundle,
+                      .archive = firmwareArchive,
                       .alerts = alerts,
                       .application = application,
                       .events = nullptr,
@@ -127,6 +129,7 @@ class Bench {
     UserDefaults defaults;
     TemporaryFolder archive;
     Bundle bundle{{}, archive.path};
+    FirmwareArchive firmwareArchive{bundle};
     RecordedAlerts alerts;
     RecordedApplication application;
     Environment environment;

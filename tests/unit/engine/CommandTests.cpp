@@ -128,6 +128,43 @@ TEST_CASE("a payload given to a command without one is ignored") {
     CHECK(commandFrame(40, &payload).size() == 32);
 }
 
+TEST_CASE("a frame tells which of its parts do not fit") {
+    using Errors = std::vector<int>;
+    CHECK(commandFrameErrors(kCommandProgramFlash, 99'999'999) == Errors{});
+    CHECK(commandFrameErrors(kCommandProgramFlash, 100'000'000) == Errors{494});
+    CHECK(commandFrameErrors(kCommandStatus, 100'000'000) == Errors{}); // its frame carries no payload
+    CHECK(commandFrameErrors(kCommandCounterClear, 100'000'000) == Errors{});
+    CHECK(commandFrameErrors(3, 100'000'000) == Errors{486});
+}
+
+TEST_CASE("what does not fit into a frame goes to the error sink, and the frame is sent") {
+    struct Listener final : TBUSBPrinterZUL {
+        using TBUSBPrinterZUL::TBUSBPrinterZUL;
+        void errorWithString(const std::string& message, int code) override {
+            errors.push_back(message + " " + std::to_string(code));
+        }
+        std::vector<std::string> errors;
+    };
+    Bench bench;
+    bench.handle->product = 3;
+    bench.handle->answerByDefault();
+    const auto printer = std::make_shared<Listener>(bench.environment);
+    printer->initWithInterfaceInterface(bench.handle, 7);
+    REQUIRE(printer->openInterface() == kIOReturnSuccess);
+    bench.handle->clearJournal();
+    printer->sendPrinterCommand(3, nullptr);
+    printer->sendPrinterCommand(kCommandStatus, nullptr);
+    CHECK(printer->errors == std::vector<std::string>{"Internal error L486 0"});
+    CHECK(bench.frames().size() == 2);
+}
+
+TEST_CASE("a payload whose size takes nine digits is not announced with eight of them") {
+    CHECK(payloadSizeField(0) == "        ");
+    CHECK(payloadSizeField(8) == "00000008");
+    CHECK(payloadSizeField(99'999'999) == "99999999");
+    CHECK(payloadSizeField(100'000'000) == "        ");
+}
+
 TEST_CASE("a reserved number is sent as an empty command and told to nobody") {
     Bench bench;
     bench.openPrinter()->sendPrinterCommand(3, nullptr);

@@ -124,7 +124,7 @@ TEST_CASE("a successful open owns the interface, finds its pipes and says so") {
     CHECK(bench.printer->state() == kTBPrinterOpen);
     CHECK(bench.printer->interfaceStatus() == 2);
     CHECK(bench.printer->isInterfaceOpen());
-    CHECK(bench.printer->ownership() == 1);
+    CHECK(bench.printer->ownership() == Ownership::thisProgram);
     CHECK(notices->count["isOwned"] == 1);
     CHECK(bench.log.has(" is open.\n"));
 }
@@ -134,7 +134,7 @@ TEST_CASE("a refused open leaves the printer opening, owned by another, and show
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     CHECK(bench.printer->openInterface() == kIOReturnExclusiveAccess);
-    CHECK(bench.printer->ownership() == -1);
+    CHECK(bench.printer->ownership() == Ownership::otherProgram);
     CHECK(bench.printer->isOwned());
     CHECK(bench.printer->state() == kTBPrinterOpening);
     CHECK(bench.printer->willOpenInterface());
@@ -151,7 +151,7 @@ TEST_CASE("any other failure to open stays opening and is returned") {
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
     CHECK(bench.printer->openInterface() == kIOReturnNotResponding);
     CHECK(bench.printer->state() == kTBPrinterOpening);
-    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.printer->ownership() == Ownership::nobody);
 }
 
 TEST_CASE("a close that succeeds says so") {
@@ -173,7 +173,7 @@ TEST_CASE("closing a printer that is not open still closes its states and answer
     CHECK(result == kIOReturnSuccess);
     CHECK(bench.printer->state() == kTBPrinterClosed);
     CHECK(bench.printer->interfaceStatus() == 1);
-    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.printer->ownership() == Ownership::nobody);
     CHECK(bench.handle->count("USBInterfaceClose") == 0);
 }
 
@@ -244,9 +244,9 @@ TEST_CASE("taking the ownership opens, and giving it back closes") {
     Bench bench;
     bench.inlinePrinter();
     bench.printer->setIsOwned(1);
-    CHECK(bench.printer->ownership() == 1);
+    CHECK(bench.printer->ownership() == Ownership::thisProgram);
     bench.printer->setIsOwned(0);
-    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.printer->ownership() == Ownership::nobody);
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 1);
     CHECK(bench.handle->count("USBInterfaceClose") == 1);
 }
@@ -257,7 +257,7 @@ TEST_CASE("taking what another program holds closes and replays the attempt to o
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     static_cast<void>(bench.printer->openInterface());
     bench.printer->setIsOwned(1);
-    CHECK(bench.printer->ownership() == 0);
+    CHECK(bench.printer->ownership() == Ownership::nobody);
     CHECK(bench.log.has("kIOMessageServiceIsAttemptingOpen(e0000101); arg = "));
     CHECK(bench.printer->status() == "USB Busy"); // closed and not in the probed state
 }
@@ -269,7 +269,7 @@ TEST_CASE("a burst of hints that the other holder has let go leads to one retry"
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     bench.printer->openInterface(nullptr);
     bench.settle();
-    REQUIRE(bench.printer->ownership() == -1);
+    REQUIRE(bench.printer->ownership() == Ownership::otherProgram);
     bench.handle->setAnswer("tryClaim", kIOReturnSuccess);
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
     for (int hint = 0; hint < 3; ++hint) bench.handle->holderMayBeFree();

@@ -40,7 +40,7 @@ TEST_CASE("a printer that is held at its first open stays waiting for the holder
     Bench bench;
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     bench.printerWithQueue();
-    CHECK(bench.printer->ownership() == -1);
+    CHECK(bench.printer->ownership() == Ownership::otherProgram);
     CHECK(bench.printer->state() == kTBPrinterOpening);
     CHECK(bench.handle->isWatched());
 }

@@ -1,7 +1,7 @@
 // What a printer is asked for and where the answers go.
 #include "Bench.h"
 
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 
 using namespace zul;
 using namespace zul::test;

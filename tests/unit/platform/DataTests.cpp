@@ -16,7 +16,8 @@ TEST_CASE("an integer is the leading digits behind blanks and a sign") {
 }
 
 TEST_CASE("a text without leading digits is the integer 0") {
-    for (const char* text : {"", " ", "-", "+", "FU00001", "x1"}) CHECK(integerValue(text) == 0);
+    for (const char* text : {"", " ", "-", "+", "FU00001", "x1", "+-5", "-+5", "--5", "++5"})
+        CHECK(integerValue(text) == 0);
 }
 
 TEST_CASE("an integer too large is the largest, too small the smallest") {
@@ -33,7 +34,8 @@ TEST_CASE("a number with a point reads up to the second point") {
 }
 
 TEST_CASE("what is no plain number is 0.0, names of special values included") {
-    for (const char* text : {"", "-", "inf", "nan", "-inf", "V1.0"}) CHECK(doubleValue(text) == 0.0);
+    for (const char* text : {"", "-", "inf", "nan", "-inf", "V1.0", "+-1.5", "-+1.5", "--1.5", "++1.5"})
+        CHECK(doubleValue(text) == 0.0);
 }
 
 TEST_CASE("numbers do not depend on the locale's decimal mark") {
@@ -117,4 +119,12 @@ TEST_CASE("device facts describe themselves in the order of their keys") {
         {{"b", std::string("x")}, {"a", std::int64_t{1}}, {"c", true}, {"d", std::vector<std::string>{"p", "q"}}});
     CHECK(info.description() == "{ a = 1; b = \"x\"; c = 1; d = (\"p\", \"q\"); }");
     CHECK(DeviceInfo().description() == "{ }");
+}
+
+TEST_CASE("text that is stored whatever it is becomes valid UTF-8 without NUL, and valid text is kept as it is") {
+    CHECK(repairedUTF8("Größe \xE2\x82\xAC \xF0\x9F\x96\xA8") == "Größe \xE2\x82\xAC \xF0\x9F\x96\xA8");
+    CHECK(repairedUTF8("a\xFFz") == "a\xEF\xBF\xBDz");
+    CHECK(repairedUTF8(std::string_view("a\0z", 3)) == "a\xEF\xBF\xBDz");
+    CHECK(repairedUTF8("cut \xE2\x82") == "cut \xEF\xBF\xBD");
+    CHECK(repairedUTF8("") == "");
 }

@@ -75,3 +75,23 @@ TEST_CASE("a fault hits exactly the call of its number") {
     CHECK(write(device, 1, {1}) == kIOReturnNoDevice);
     CHECK(write(device, 1, {1}) == kIOReturnSuccess);
 }
+
+TEST_CASE("a pipe that is brought back in step is written down and forgets the replies in line") {
+    ScriptedInterface device;
+    device.answerByDefault();
+    device.enqueueRead({1, 2, 3});
+    CHECK(device.resynchronize(2) == kIOReturnSuccess);
+    std::uint8_t buffer[3] = {};
+    std::uint32_t size = 3;
+    CHECK(device.ReadPipeTO(2, buffer, size, 1, 2) == kIOUSBTransactionTimeout);
+    CHECK(device.traffic() == std::vector<std::string>{"resynchronize pipe 2", "ReadPipeTO pipe 2, 3 bytes, 1/2 ms"});
+}
+
+TEST_CASE("the holder is the one that the test has set, as long as the call succeeds") {
+    ScriptedInterface device;
+    device.interfaceHolder.program = "cups";
+    device.expect("holder");
+    device.expect("holder").returns(kIOReturnNoDevice);
+    CHECK(device.holder().program == "cups");
+    CHECK(device.holder() == InterfaceHolder{});
+}

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <doctest/doctest.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -18,6 +19,12 @@ int filesIn(const std::filesystem::path& folder) {
     int count = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) ++count;
     return count;
+}
+
+ino_t inodeOf(const std::filesystem::path& file) {
+    struct stat info {};
+    REQUIRE(::stat(file.c_str(), &info) == 0);
+    return info.st_ino;
 }
 
 // Sets an environment variable while it lives.
@@ -116,6 +123,43 @@ TEST_CASE("settings that cannot be written count for the run, and the reason is 
     CHECK_FALSE(defaults.setString("name", "value"));
     CHECK(defaults.stringForKey("name") == "value");
     CHECK(defaults.lastError().find(file.string()) != std::string::npos);
+}
+
+TEST_CASE("settings are written only when a value has changed") {
+    const TemporaryFolder folder;
+    const auto file = folder / "d.json";
+    UserDefaults defaults(file);
+    CHECK(defaults.setString("name", "value"));
+    CHECK(defaults.setBool("flag", false));
+    const auto before = inodeOf(file); // each write puts a new file in place of the old one
+    CHECK(defaults.setString("name", "value"));
+    CHECK(defaults.setBool("flag", false));
+    UserDefaults next(file);
+    CHECK(next.setString("name", "value"));
+    CHECK(inodeOf(file) == before);
+    CHECK(next.setString("name", "other"));
+    CHECK(inodeOf(file) != before);
+}
+
+TEST_CASE("a flag is written although a text that reads the same stood in its place") {
+    const TemporaryFolder folder;
+    const auto file = folder.write("d.json", R"({"flag": "true"})");
+    UserDefaults defaults(file);
+    CHECK(defaults.setBool("flag", true));
+    CHECK(TemporaryFolder::read(file).find("\"flag\": true") != std::string::npos);
+}
+
+TEST_CASE("a value that could not be written is written when it is set again") {
+    const TemporaryFolder folder;
+    const auto file = folder / "place/d.json";
+    UserDefaults defaults(file);
+    const auto plain = folder.write("place", ""); // no folder can be made there now
+    CHECK_FALSE(defaults.setString("name", "value"));
+    CHECK_FALSE(defaults.setString("name", "value"));
+    std::filesystem::remove(plain);
+    CHECK(defaults.setString("name", "value"));
+    CHECK(UserDefaults(file).stringForKey("name") == "value");
+    CHECK(defaults.lastError().empty());
 }
 
 TEST_CASE("a settings file that cannot be read is left alone") {

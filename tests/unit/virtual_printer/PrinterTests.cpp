@@ -1,7 +1,7 @@
 // The protocol engine: frames in, answers out, and what commands change.
 #include "unit/virtual_printer/Wire.h"
 
-#include "Classes/ProductTable.h"
+#include "archive/ProductTable.h"
 #include "virtual_printer/VirtualModels.h"
 
 namespace zul {

@@ -1,8 +1,8 @@
 // The sample archive: complete, sound, and the same bytes wherever it is made.
 #include "unit/virtual_printer/Wire.h"
 
-#include "Classes/ProductTable.h"
-#include "Classes/SRecord.h"
+#include "archive/ProductTable.h"
+#include "archive/SRecord.h"
 #include "virtual_printer/FirmwareImage.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/sample_archive/SampleFiles.h"

@@ -1,6 +1,8 @@
 // The text that describes a virtual printer.
 #include "unit/virtual_printer/Wire.h"
 
+#include "Classes/CommandFrame.h"
+#include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
 namespace zul {
@@ -38,7 +40,7 @@ TEST_CASE("models are known by name in any case") {
 
 TEST_CASE("every setting is taken") {
     const VirtualPrinterSettings settings =
-        described("VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,lifetime=7,"
+        described("VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,lifetime=7,tables=0199,"
                   "restart=10,program=20,speed=30,location=2-3,mode=loader,id1284=off,interfaces=2");
     CHECK(settings.firmware == "VK26 01.40");
     CHECK(settings.serial == "S9");
@@ -46,6 +48,7 @@ TEST_CASE("every setting is taken") {
     CHECK(settings.statuses == Texts{"01000", "00000"});
     CHECK(settings.statusesAfterUpdate == Texts{"00500"});
     CHECK(settings.lifetime == 7);
+    CHECK(settings.tableVersion == "0199");
     CHECK(settings.restartTime == milliseconds(10));
     CHECK(settings.programTime == milliseconds(20));
     CHECK(settings.speed == 30);
@@ -96,7 +99,8 @@ TEST_CASE("a value that makes no sense is named together with its setting") {
                                 "status=00000:",  "lifetime=many", "lifetime=-1",    "lifetime=4294967296",
                                 "restart=1s",     "program=",      "speed=0",        "speed",
                                 "location=1",     "location=1-16", "location=0-1",   "location=256-1",
-                                "location=1-2-3", "mode=broken",   "id1284=1",       "interfaces=3"}) {
+                                "location=1-2-3", "mode=broken",   "id1284=1",       "interfaces=3",
+                                "tables=161",     "tables=01A1"}) {
         CAPTURE(setting);
         const std::string text = setting;
         CHECK(has(problemOf("VK14," + text), "is no value for \"" + text.substr(0, text.find('=')) + "\""));
@@ -110,6 +114,38 @@ TEST_CASE("a fault that makes no sense is named together with the kinds") {
         CHECK(has(problem, "\"fault\""));
         CHECK(has(problem, "stay-in-loader"));
     }
+}
+
+TEST_CASE("a fault of an answer is refused for a command that has none") {
+    for (const char* kind : {"silence", "short", "long-header", "no-cr", "garbage", "late"}) {
+        CAPTURE(kind);
+        for (const char* word : {"FLASH_REWRITE", "FW_UPDFLASH_PROGRAM", "TBL_CL", "TBL_WT", "COUNTER_CLR", "START"}) {
+            CAPTURE(word);
+            const std::string problem = problemOf(std::string("VK14,fault=") + kind + '@' + word + "#2");
+            CHECK(has(problem, kind));
+            CHECK(has(problem, word));
+            CHECK(has(problem, "has no answer"));
+        }
+        // Some commands that hold the word have an answer.
+        for (const char* word : {"STATUS", "FVER", "COUNTER", "CTRLD", "TBL_RDVersion", "Version", "ISERI_SET", ""}) {
+            CAPTURE(word);
+            const std::string at = *word == 0 ? "" : std::string("@") + word;
+            CHECK(described(std::string("VK14,fault=") + kind + at).faults.size() == 1);
+        }
+    }
+    for (const char* kind : {"stall", "unplug", "never-back", "elsewhere", "stay-in-loader"}) {
+        CAPTURE(kind);
+        CHECK(described(std::string("VK14,fault=") + kind + "@FLASH_REWRITE").faults.size() == 1);
+    }
+}
+
+TEST_CASE("virtual printers know every command of the program by its text") {
+    std::vector<std::string_view> texts;
+    for (std::uint32_t code = 0; code < 100; ++code) {
+        if (const auto text = commandText(code)) texts.push_back(*text);
+    }
+    const auto known = virtualCommandTexts();
+    CHECK(texts == std::vector<std::string_view>(known.begin(), known.end()));
 }
 
 TEST_CASE("the help explains every model and every fault") {

@@ -67,6 +67,35 @@ TEST_CASE("an answer that is later than the read is found by the next one") {
     CHECK(BusBench::ask(*handle, "STATUS") == "00000011 VK14 01.60\r");
 }
 
+TEST_CASE("a pipe that is brought back in step has dropped what waited, and what came until it was quiet") {
+    BusBench bench({"VK14,fault=late@FVER#1:6050"});
+    const auto handle = bench.openHandle();
+    REQUIRE(BusBench::write(*handle, frame("STATUS")) == kIOReturnSuccess); // nobody reads its answer
+    REQUIRE(BusBench::ask(*handle, "INFO  FVER") == "00000006 00000\r");    // that of the question before
+    bench.advance(milliseconds(6000));
+    CHECK(handle->resynchronize(2) == kIOReturnSuccess);
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
+}
+
+TEST_CASE("a pipe that stalls is brought back in step") {
+    BusBench bench({"VK14,fault=stall@STATUS#1"});
+    const auto handle = bench.openHandle();
+    REQUIRE(BusBench::write(*handle, frame("STATUS")) == kIOReturnSuccess);
+    CHECK(handle->resynchronize(2) == kIOReturnSuccess);
+    CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
+}
+
+TEST_CASE("only the pipe of the answers of a claimed printer that is there can be brought back in step") {
+    BusBench bench;
+    const auto handle = bench.handle();
+    CHECK(handle->resynchronize(2) == kIOReturnError);
+    REQUIRE(handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
+    CHECK(handle->resynchronize(1) == kIOUSBUnknownPipeErr);
+    CHECK(handle->holder() == InterfaceHolder{});
+    bench.bus.unplug(0);
+    CHECK(handle->resynchronize(2) == kIOReturnNoDevice);
+}
+
 TEST_CASE("a reset of the printer drops answers that nobody read") {
     BusBench bench;
     const auto handle = bench.openHandle();

@@ -1,0 +1,161 @@
+// From problems to sentences. A problem names the file, and its remedy the one command that helps.
+#include "archive/ArchiveTexts.h"
+
+#include "platform/foundation/LocalizedFormat.h"
+
+#include <string_view>
+
+namespace zul {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Kind = ArchiveProblem::Kind;
+
+// As a shell takes it: a folder with blanks must survive being copied.
+std::string shellWord(const fs::path& path) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./+,:@%";
+    const std::string text = path.string();
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) return text;
+    std::string quoted = "'";
+    for (const char character : text) {
+        if (character == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += character;
+        }
+    }
+    return quoted + "'";
+}
+
+// The text that a problem's file name and folder are put into.
+const char* sentenceOf(Kind kind) {
+    switch (kind) {
+    case Kind::fileMissing:
+        return operatorText("%s is missing in %s");
+    case Kind::fileUnreadable:
+    case Kind::digestsUnreadable:
+        return operatorText("%s in %s cannot be read");
+    case Kind::fileNotRegular:
+        return operatorText("%s in %s is not a file");
+    case Kind::fileWithoutDigest:
+        return operatorText("%s in %s has no digest and cannot be verified");
+    case Kind::fileDiffers:
+        return operatorText("%s in %s is damaged: it does not match its digest");
+    case Kind::firmwareNotSRecords:
+        return operatorText("%s in %s is not a firmware image, although it matches its digest");
+    case Kind::digestsMissing:
+        return operatorText("%s is missing in %s: the firmware files cannot be verified");
+    case Kind::digestsDamaged:
+        return operatorText("%s in %s is damaged: the firmware files cannot be verified");
+    case Kind::noFolder:
+    case Kind::noFilesForModel:
+        break;
+    }
+    return "";
+}
+
+std::string copyAgain(const ArchiveProblem& problem) {
+    // A digest that is known decides whether the copy is right; it must not be replaced by the copy's own.
+    if (problem.hasDigest) {
+        return localizedFormat("Copy it from the vendor's download into %s, then run: zulctl archive verify %s",
+                               problem.folder.string(), shellWord(problem.folder));
+    }
+    return localizedFormat("Copy it from the vendor's download into %s, then run: zulctl archive digest %s",
+                           problem.folder.string(), shellWord(problem.folder));
+}
+
+} // namespace
+
+std::string messageOf(const ArchiveProblem& problem) {
+    if (problem.kind == Kind::noFilesForModel) {
+        return Bundle::localized(operatorText("There are no firmware files for this model"));
+    }
+    if (problem.kind == Kind::noFolder) {
+        return problem.path.empty()
+                   ? Bundle::localized(operatorText("There is no folder with firmware files"))
+                   : localizedFormat("The folder %s with the firmware files is missing", problem.path.string());
+    }
+    const char* sentence = sentenceOf(problem.kind);
+    return localizedFormat(sentence, problem.path.filename().string(), problem.path.parent_path().string());
+}
+
+std::string remedyOf(const ArchiveProblem& problem) {
+    if (problem.kind == Kind::noFilesForModel) return "";
+    if (problem.isOwnArchive) {
+        return Bundle::localized(operatorText("It came with this program: install the program again."));
+    }
+    switch (problem.kind) {
+    case Kind::noFolder:
+        return Bundle::localized(operatorText("Name the folder with the vendor's files: --firmware-archive DIR"));
+    case Kind::digestsMissing:
+    case Kind::digestsDamaged:
+    case Kind::fileWithoutDigest:
+        return localizedFormat("Make sure that the files are the vendor's, then run: zulctl archive digest %s",
+                               shellWord(problem.folder));
+    case Kind::digestsUnreadable:
+    case Kind::fileUnreadable:
+        return localizedFormat("Copy it from the vendor's download again, or make it readable: chmod a+r %s",
+                               shellWord(problem.path));
+    default:
+        return copyAgain(problem);
+    }
+}
+
+std::string describeProblem(const ArchiveProblem& problem) {
+    const std::string remedy = remedyOf(problem);
+    return messageOf(problem) + "." + (remedy.empty() ? "" : " " + remedy);
+}
+
+std::string offerText(const FirmwareOffer& offer) {
+    switch (offer.state) {
+    case FirmwareOffer::State::ready:
+        break;
+    case FirmwareOffer::State::missing:
+        return localizedFormat("%s, file missing", offer.version);
+    case FirmwareOffer::State::unreadable:
+        return localizedFormat("%s, file cannot be read", offer.version);
+    case FirmwareOffer::State::damaged:
+        return localizedFormat("%s, file damaged", offer.version);
+    case FirmwareOffer::State::noDigest:
+        return localizedFormat("%s, file not verified", offer.version);
+    }
+    return offer.version;
+}
+
+const char* nameOfOfferState(FirmwareOffer::State state) {
+    switch (state) {
+    case FirmwareOffer::State::ready:
+        return "ready";
+    case FirmwareOffer::State::missing:
+        return "missing";
+    case FirmwareOffer::State::unreadable:
+        return "unreadable";
+    case FirmwareOffer::State::damaged:
+        return "damaged";
+    case FirmwareOffer::State::noDigest:
+        return "no digest";
+    }
+    return "unreadable";
+}
+
+const char* nameOfFileState(ArchiveFile::State state) {
+    switch (state) {
+    case ArchiveFile::State::matches:
+        return "matches";
+    case ArchiveFile::State::differs:
+        return "differs";
+    case ArchiveFile::State::noDigest:
+        return "no digest";
+    case ArchiveFile::State::missing:
+        return "missing";
+    case ArchiveFile::State::notAFile:
+        return "not a file";
+    case ArchiveFile::State::unreadable:
+        return "unreadable";
+    }
+    return "unreadable";
+}
+
+} // namespace zul

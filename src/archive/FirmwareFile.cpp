@@ -1,0 +1,32 @@
+// One file's bytes with their padded copy and their verdict: made by FirmwareArchive, used by every printer of the
+// model.
+#include "archive/FirmwareFile.h"
+
+#include "archive/SRecord.h"
+
+namespace zul {
+
+FirmwareFile::FirmwareFile(Data contents) : _contents(std::make_shared<const Data>(std::move(contents))) {}
+
+const SharedData& FirmwareFile::padded() const {
+    std::call_once(_paddedOnce, [this] {
+        const std::size_t length = paddedLength(_contents->size());
+        if (length == _contents->size()) {
+            _padded = _contents;
+            return;
+        }
+        Data copy;
+        copy.reserve(length);
+        copy = *_contents;
+        copy.resize(length, 0);
+        _padded = std::make_shared<const Data>(std::move(copy));
+    });
+    return _padded;
+}
+
+bool FirmwareFile::isSRecordText() const {
+    std::call_once(_verdictOnce, [this] { _isSRecordText = verifySRecData(*_contents); });
+    return _isSRecordText;
+}
+
+} // namespace zul

@@ -1,0 +1,29 @@
+// From the result of an update to the exit status of the run.
+#include "cli/ExitStatus.h"
+
+namespace zul::cli {
+
+ExitStatus exitStatusOf(UpdateResult result) {
+    switch (result) {
+    case UpdateResult::succeeded:
+    case UpdateResult::upToDate:
+        return kDone;
+    case UpdateResult::newerInstalled:
+        return kNotNeeded;
+    case UpdateResult::busy:
+        return kBusy;
+    case UpdateResult::notReady:
+        return kNotReady;
+    case UpdateResult::badFiles:
+        return kCorruption;
+    case UpdateResult::unanswered:
+    case UpdateResult::notBack:
+        return kNotBack;
+    case UpdateResult::stopped:
+        return kInterrupted;
+    default:
+        return kFailed;
+    }
+}
+
+} // namespace zul::cli

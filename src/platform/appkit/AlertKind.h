@@ -1,0 +1,25 @@
+// What an alert is about. Set where the alert is made; nobody finds it out from a text.
+#pragma once
+
+namespace zul {
+
+enum class AlertKind {
+    other,        // asks for nothing
+    agreement,    // "I Agree" before every update
+    corruption,   // the firmware files are damaged; at the start of an update its button ends the application
+    notNeeded,    // the installed firmware is newer
+    notReady,     // the printer's status keeps it from being updated
+    busy,         // another program holds the printer
+    printerError, // the printer could not be opened
+    confirmation, // the last question before the update
+    damagedFile,  // the firmware files are damaged while the printer is in its loader
+    success,      // the engine's report of an update
+    problem,      // the same, without any colour table
+    loaderFound,  // a printer was found in its loader although this program did not put it there
+    loaderLeft,   // advice after "Ignore" to that
+    powerCycle,   // the USB serial-number setting counts from the next power-up on
+    printerBusy,  // the setting could not be changed
+    verdict,      // what an update came to by the facts, where the engine's report differs
+};
+
+} // namespace zul

@@ -1,0 +1,55 @@
+// From the texts of --virtual to printers on the embedded bus. Main queue.
+#include "session/EmbeddedPrinters.h"
+
+#include "platform/foundation/LocalizedFormat.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+
+#include <set>
+#include <vector>
+
+namespace zul {
+
+namespace {
+
+using Locations = std::set<VirtualBus::Location>;
+
+// The places that were named come first: the other printers are put around them.
+std::optional<SessionProblem> parsePrinters(const SessionOptions& options, Locations& taken,
+                                            std::vector<VirtualPrinterSettings>& printers) {
+    for (const std::string& text : options.virtualPrinters) {
+        auto parse = parseVirtualPrinter(text);
+        if (!parse.settings) return SessionProblem{"--virtual " + text + ": " + parse.problem + ".", true};
+        // Each printer its own serial number, unless one was named.
+        if (text.find(",serial=") == std::string::npos) {
+            parse.settings->serial = formatted("%06d", static_cast<int>(printers.size()) + 1);
+        }
+        if (parse.settings->location && !taken.insert(*parse.settings->location).second) {
+            return SessionProblem{"--virtual " + text + ": another printer is at that location already.", true};
+        }
+        printers.push_back(*parse.settings);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<SessionProblem> makeEmbeddedPrinters(const SessionOptions& options, MainQueue& mainQueue, Clock& clock,
+                                                   std::unique_ptr<VirtualBus>& bus) {
+    auto journal = std::make_shared<VirtualJournal>(clock);
+    if (!options.journalFile.empty() && !journal->writeTo(options.journalFile)) {
+        return SessionProblem{
+            localizedFormat("cannot write the journal %s. Name a file that can be written.", options.journalFile)};
+    }
+    std::vector<VirtualPrinterSettings> printers;
+    Locations taken;
+    if (auto problem = parsePrinters(options, taken, printers)) return problem;
+    bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
+    for (VirtualPrinterSettings& printer : printers) {
+        if (!printer.location) printer.location = VirtualBus::firstFreeLocation(taken);
+        taken.insert(*printer.location);
+        bus->add(printer);
+    }
+    return std::nullopt;
+}
+
+} // namespace zul

@@ -1,0 +1,15 @@
+// The logs of a run. Before anything else starts.
+#pragma once
+
+#include "session/SessionOptions.h"
+#include "session/SessionProblem.h"
+
+#include <optional>
+#include <string>
+
+namespace zul {
+
+/// Opens the program's logs as the options say. Returns what is wrong, or nullopt. Main thread.
+std::optional<SessionProblem> openLogs(const SessionOptions& options, const std::string& programName);
+
+} // namespace zul

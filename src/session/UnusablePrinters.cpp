@@ -1,0 +1,70 @@
+// Hints about printers that cannot be used. Called by the session on the main queue.
+#include "session/UnusablePrinters.h"
+
+#include "archive/ProductTable.h"
+#include "platform/foundation/LocalizedFormat.h"
+#include "update/UpdateTexts.h"
+
+#include <algorithm>
+
+namespace zul {
+
+std::string UnusablePrinters::add(const PrinterEvent& event) {
+    Unusable one{event.location, {}, {}};
+    if (const auto* const denied = std::get_if<events::NotPermitted>(&event.what)) {
+        one.node = denied->node;
+        one.hint = localizedFormat("the printer at %s may not be used: no right to open %s. Install the udev rule "
+                                   "70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm control "
+                                   "--reload\" and plug the printer in again; or join the group lp.",
+                                   event.location, denied->node);
+    } else if (const auto* const failed = std::get_if<events::OpenFailed>(&event.what)) {
+        one.node = failed->node;
+        one.hint = localizedFormat("the printer at %s cannot be opened (%s). Plug it in again.", event.location,
+                                   describeFailure(failed->code));
+    }
+    _printers.push_back(one);
+    return one.hint;
+}
+
+void UnusablePrinters::forgetDeparted() {
+    std::erase_if(_printers, [this](const Unusable& one) { return !isAttached(one); });
+}
+
+bool UnusablePrinters::isAttached(const Unusable& one) const {
+    return std::ranges::any_of(_registry.services(), [&](ServiceToken token) {
+        const auto service = _registry.service(token);
+        return service && service->locationText() == one.location && service->nodePath() == one.node;
+    });
+}
+
+std::vector<std::string> UnusablePrinters::hints() const {
+    std::vector<std::string> texts;
+    for (const Unusable& one : _printers) {
+        if (isAttached(one)) texts.push_back(one.hint);
+    }
+    for (std::string& text : notAdmitted()) texts.push_back(std::move(text));
+    return texts;
+}
+
+// Known models that this program is not yet released for: they can be admitted by name.
+std::vector<std::string> UnusablePrinters::notAdmitted() const {
+    std::vector<std::string> texts;
+    for (const ServiceToken token : _registry.services()) {
+        const auto service = _registry.service(token);
+        std::uint16_t vendor = 0;
+        std::uint16_t productID = 0;
+        if (!service || service->GetDeviceVendor(vendor) != kIOReturnSuccess ||
+            service->GetDeviceProduct(productID) != kIOReturnSuccess)
+            continue;
+        const Product* const product = productWithID(productID);
+        if (product == nullptr || !productVendorIDs().contains(vendor) || acceptedProductIDs().contains(productID) ||
+            _admittedProducts.contains(productID))
+            continue;
+        texts.push_back(localizedFormat("the %s at %s is left alone: its product ID is not admitted. Admit it for "
+                                        "this run with --admit-product 0x%.4X.",
+                                        std::string(product->model), service->locationText(), productID));
+    }
+    return texts;
+}
+
+} // namespace zul

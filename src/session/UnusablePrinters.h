@@ -1,0 +1,43 @@
+// Printers that are attached and cannot be used: without rights to their nodes, or of models that are not admitted. Main
+// queue.
+#pragma once
+
+#include "Classes/PrinterEvents.h"
+#include "platform/usb/ServiceRegistry.h"
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+class UnusablePrinters {
+  public:
+    UnusablePrinters(ServiceRegistry& registry, std::set<std::uint16_t> admittedProducts)
+        : _registry(registry), _admittedProducts(std::move(admittedProducts)) {}
+
+    /// Remembers the printer of an event (NotPermitted or OpenFailed). Returns the hint for the operator.
+    std::string add(const PrinterEvent& event);
+    /// Forgets those that have left.
+    void forgetDeparted();
+    /// Some were added that are attached still.
+    bool isAny() const { return !_printers.empty(); }
+    /// A hint for each that is attached now, with what to do.
+    std::vector<std::string> hints() const;
+
+  private:
+    struct Unusable {
+        std::string location;
+        std::string node;
+        std::string hint;
+    };
+    bool isAttached(const Unusable& one) const;
+    std::vector<std::string> notAdmitted() const;
+
+    ServiceRegistry& _registry;
+    const std::set<std::uint16_t> _admittedProducts;
+    std::vector<Unusable> _printers;
+};
+
+} // namespace zul

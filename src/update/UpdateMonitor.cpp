@@ -1,0 +1,317 @@
+// From the engine's events to the state of each update. Events come on the printers' queues and on the main queue.
+#include "update/UpdateMonitor.h"
+
+#include "Classes/CommandFrame.h"
+#include "Classes/StatusTexts.h"
+#include "Classes/TBUSBPrinterZUL.h"
+
+namespace zul {
+
+namespace {
+
+constexpr std::uint32_t kLongestQuestion = 256; // bytes of a frame: commands with a small payload
+
+} // namespace
+
+// Applies one event to one update. Each overload returns whether the event changes the update.
+struct UpdateMonitor::Visitor {
+    UpdateState& state;
+    bool& nameWritten;
+    const PrinterEvent& event;
+    Clock::TimePoint now;
+
+    // ---- attachment -------------------------------------------------------------------------------------------------
+
+    bool operator()(const events::Arrived&) {
+        state.attachment = event.attachment;
+        state.isAttached = true;
+        if (state.phase == UpdatePhase::loaderAway) enter(UpdatePhase::loaderBack);
+        // Whether an image that was cut off has been taken all the same, the version shows.
+        if (state.phase == UpdatePhase::restarting || state.phase == UpdatePhase::cutOff) enter(UpdatePhase::restarted);
+        return sign();
+    }
+
+    bool operator()(const events::Departed&) {
+        state.isAttached = false;
+        state.rawStatus.clear(); // of the attachment that has ended
+        state.refused.reset();
+        state.holder.reset();
+        state.isAnswerMissing = state.isIdentityMissing = false;
+        switch (state.phase) {
+        case UpdatePhase::done:
+            break;
+        case UpdatePhase::checking:
+            // It may leave before the end of the command's write was reported.
+            if (state.isLoaderOrdered) enter(UpdatePhase::loaderAway);
+            break;
+        case UpdatePhase::enteringLoader:
+        case UpdatePhase::loaderAway:
+        case UpdatePhase::loaderBack:
+            enter(UpdatePhase::loaderAway);
+            break;
+        case UpdatePhase::writing:
+            state.image = ImageState::unconfirmed;
+            enter(UpdatePhase::cutOff);
+            break;
+        default:
+            enter(state.image == ImageState::taken ? UpdatePhase::restarting : UpdatePhase::cutOff);
+            break;
+        }
+        return sign();
+    }
+
+    bool operator()(const events::Opened& opened) {
+        const auto before = state.holder;
+        state.holder.reset();
+        if (opened.code == kIOReturnExclusiveAccess) state.holder = opened.holder.value_or(InterfaceHolder{});
+        return state.holder != before; // no sign of life: the printer was not asked
+    }
+
+    bool operator()(const events::IdentityMissing&) { return state.isIdentityMissing = true; }
+    bool operator()(const events::ReenumerationBegun&) { return state.isReconnecting = true; }
+
+    // ---- commands ---------------------------------------------------------------------------------------------------
+
+    bool operator()(const events::CommandSent& sent) {
+        const bool isTaken = sent.code == kIOReturnSuccess;
+        if (!isTaken) state.writeFailure = sent.code;
+        switch (sent.command) {
+        case kCommandEnterLoader:
+            if (state.phase != UpdatePhase::checking) break; // it has left already
+            setRefused(sent);
+            if (isTaken) enter(UpdatePhase::enteringLoader);
+            break;
+        case kCommandProgramFlash:
+            applyImage(sent);
+            break;
+        case kCommandTableClear:
+            state.isClearRefused = !isTaken;
+            break;
+        case kCommandTableName:
+            nameWritten = isTaken;
+            break;
+        case kCommandTableWrite:
+            // Counted if its contents went out after its name: the name's failure spoils both.
+            if (isTaken && sent.payloadLength > 0 && nameWritten) ++state.tablesWritten;
+            break;
+        default:
+            break;
+        }
+        // A query that is sent is no sign of life; a reply, a bus event or written image bytes are.
+        const bool bringsTheEndNearer =
+            sent.command == kCommandEnterLoader || sent.payloadLength + kFrameHeaderSize > kLongestQuestion;
+        return isTaken && bringsTheEndNearer ? sign() : true;
+    }
+
+    void applyImage(const events::CommandSent& sent) {
+        const bool isTaken = sent.code == kIOReturnSuccess;
+        state.image = isTaken ? ImageState::taken : ImageState::unconfirmed;
+        // It may have left before the end of the write was reported.
+        if (isTaken && state.phase == UpdatePhase::cutOff) enter(UpdatePhase::restarting);
+        if (state.phase != UpdatePhase::writing) return;
+        setRefused(sent);
+        if (isTaken) enter(UpdatePhase::programming);
+    }
+
+    void setRefused(const events::CommandSent& sent) {
+        state.refused.reset();
+        state.isRefusalAnswered = false;
+        if (sent.code != kIOReturnSuccess) state.refused = RefusedCommand{sent.command, sent.code};
+    }
+
+    // Questions are written, too; only the image and the tables bring the end nearer.
+    bool operator()(const events::WriteProgress& progress) {
+        if (progress.bytesTotal <= kLongestQuestion) return false;
+        if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) return false;
+        state.bytesDone = progress.bytesDone;
+        state.bytesTotal = progress.bytesTotal;
+        if (state.phase == UpdatePhase::writing) state.isWholeImageSent = state.bytesDone == state.bytesTotal;
+        state.lastProgress = now;
+        return sign();
+    }
+
+    // ---- answers ----------------------------------------------------------------------------------------------------
+
+    bool operator()(const events::ReplyRead&) {
+        state.isAnswerMissing = false;
+        return sign();
+    }
+
+    bool operator()(const events::ReplyMissing&) { return state.isAnswerMissing = true; }
+
+    bool operator()(const events::StatusRead& status) {
+        if (!status.rawStatus) return false;
+        state.rawStatus = *status.rawStatus;
+        const bool isLoader = state.rawStatus == kLoaderStatus;
+        // Before the image the loader is where it should be; after the restart it means that the image was not taken.
+        if (state.phase == UpdatePhase::restarted && isLoader) {
+            state.image = ImageState::unconfirmed;
+            enter(UpdatePhase::backInLoader);
+        }
+        if (state.phase == UpdatePhase::backInLoader && !isLoader) enter(UpdatePhase::restarted);
+        return sign();
+    }
+
+    bool operator()(const events::FirmwareVersionRead& read) {
+        if (!read.version) return false;
+        state.currentVersion = read.version;
+        return sign();
+    }
+
+    bool operator()(const events::TableFactRead& read) {
+        if (state.tablesWritten > 0) state.tableFacts[read.key] = read.value;
+        return true;
+    }
+
+    bool operator()(const events::QuestionsEnded&) {
+        if (state.isReported) ++state.roundsSinceReport;
+        if (state.refused) state.isRefusalAnswered = true;
+        return true;
+    }
+
+    bool operator()(const events::CheckFailed&) { return state.isReadinessUnanswered = true; }
+
+    // ---- the course -------------------------------------------------------------------------------------------------
+
+    // The progress is stored just before the command that makes the printer leave.
+    bool operator()(const events::ProgressStored& progress) {
+        if (progress.value == static_cast<std::int64_t>(UpdateProgress::waitingForLoader)) {
+            return state.isLoaderOrdered = true;
+        }
+        if (progress.value != static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) return false;
+        state.bytesDone = state.bytesTotal = 0;
+        state.image = ImageState::sending;
+        state.isWholeImageSent = false;
+        ++state.imagesSent;
+        state.isArchiveRefused = state.isClearRefused = state.isReported = false;
+        state.currentVersion.reset(); // the version that is asked for is one read after the image
+        state.tableFacts.clear();
+        state.refused.reset();
+        enter(UpdatePhase::writing);
+        return sign();
+    }
+
+    bool operator()(const events::TableBegun& table) {
+        enter(UpdatePhase::colorTables);
+        if (table.number == 1) { // they are all written anew
+            state.tablesWritten = 0;
+            state.tableFacts.clear();
+        }
+        state.table = table.number;
+        state.tables = table.total;
+        state.tableName = table.name;
+        state.bytesDone = state.bytesTotal = 0;
+        state.lastProgress = now;
+        return sign();
+    }
+
+    bool operator()(const events::ArchiveRefused&) { return state.isArchiveRefused = true; }
+
+    bool operator()(const events::UpdateReported& report) {
+        enter(UpdatePhase::done);
+        state.isReported = true;
+        state.roundsSinceReport = 0;
+        state.anyTable = report.anyTable;
+        return sign();
+    }
+
+    // Of printers that nobody can use, and of questions: others act on these.
+    bool operator()(const events::Declined&) { return false; }
+    bool operator()(const events::NotPermitted&) { return false; }
+    bool operator()(const events::OpenFailed&) { return false; }
+
+    void enter(UpdatePhase phase) {
+        state.lastProgress = now;
+        state.refused.reset();
+        if (state.phase == phase) return;
+        state.pastPhases.push_back({state.phase, now - state.phaseBegun});
+        state.phase = phase;
+        state.phaseBegun = now;
+    }
+
+    bool sign() {
+        state.lastSign = now;
+        return true;
+    }
+};
+
+UpdateMonitor::UpdateMonitor(Clock& clock, std::function<void(const std::string& key)> changed)
+    : _clock(clock), _changed(std::move(changed)) {}
+
+void UpdateMonitor::beginUpdate(const UpdateBeginning& beginning) {
+    UpdateState state;
+    state.key = beginning.key;
+    state.attachment = beginning.attachment;
+    state.begun = state.phaseBegun = state.lastSign = state.lastProgress = _clock.now();
+    state.previousVersion = beginning.installedVersion;
+    state.currentVersion = beginning.installedVersion;
+    state.offeredVersion = beginning.offeredVersion;
+    state.tables = beginning.tables;
+    const std::scoped_lock lock(_mutex);
+    _states[beginning.key] = std::move(state);
+}
+
+void UpdateMonitor::setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables) {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _states.find(key);
+    if (found == _states.end()) return;
+    found->second.offeredVersion = std::move(offered);
+    found->second.tables = tables;
+}
+
+void UpdateMonitor::touch(const std::string& key) {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _states.find(key);
+    if (found != _states.end()) found->second.lastSign = found->second.lastProgress = _clock.now();
+}
+
+void UpdateMonitor::endUpdate(const std::string& key) {
+    const std::scoped_lock lock(_mutex);
+    _states.erase(key);
+}
+
+std::optional<UpdateState> UpdateMonitor::state(const std::string& key) const {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _states.find(key);
+    return found == _states.end() ? std::nullopt : std::optional(found->second);
+}
+
+bool UpdateMonitor::hasReportedStatus(const std::string& key) const {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _attachments.find(key);
+    return found != _attachments.end() && found->second.hasReportedStatus;
+}
+
+void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
+    if (event.key.empty()) return;
+    Attachment& attachment = _attachments[event.key];
+    if (std::holds_alternative<events::Arrived>(event.what)) attachment = {event.attachment, false};
+    const bool isStatus = std::holds_alternative<events::StatusRead>(event.what);
+    if (isStatus && event.attachment == attachment.token) attachment.hasReportedStatus = true;
+    if (std::holds_alternative<events::Departed>(event.what) && event.attachment == attachment.token) {
+        _attachments.erase(event.key);
+    }
+}
+
+// A device may have two printer interfaces, which give two printer objects with one key: an update is that of one of
+// them. And the object of before a restart may still report the end of its last questions. Only the end of the image
+// counts from whichever object sent it.
+bool UpdateMonitor::isOfAnotherAttachment(const UpdateState& state, const PrinterEvent& event) {
+    if (event.attachment == 0 || state.attachment == 0 || event.attachment == state.attachment) return false;
+    if (std::holds_alternative<events::Arrived>(event.what)) return state.isAttached;
+    const auto* const sent = std::get_if<events::CommandSent>(&event.what);
+    return sent == nullptr || sent->command != kCommandProgramFlash;
+}
+
+void UpdateMonitor::printerEvent(const PrinterEvent& event) {
+    {
+        const std::scoped_lock lock(_mutex);
+        noteAttachment(event);
+        const auto found = _states.find(event.key);
+        if (found == _states.end() || isOfAnotherAttachment(found->second, event)) return;
+        if (!std::visit(Visitor{found->second, _nameWritten[event.key], event, _clock.now()}, event.what)) return;
+    }
+    if (_changed) _changed(event.key);
+}
+
+} // namespace zul

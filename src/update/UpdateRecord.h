@@ -1,0 +1,60 @@
+// What the history keeps of one update. Plain values. Times are milliseconds since 1970 by the caller's wall clock;
+// texts are UTF-8, and what is not is repaired when it is stored.
+#pragma once
+
+#include "update/ProcessIdentity.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+/// One phase of an update. A phase that comes twice is there twice.
+struct UpdatePhaseTime {
+    std::string name{};
+    std::int64_t begun = 0;
+    std::optional<std::int64_t> duration{}; // ms; nullopt while the phase lasts
+    bool operator==(const UpdatePhaseTime&) const = default;
+};
+
+/// How an update ended, as far as was known when the verdict was given.
+struct RecordedVerdict {
+    std::int64_t given = 0;
+    std::string verdict{}; // the name that programs use
+    bool isSuccess = false;
+    std::string reason{}; // for people; may be empty
+    std::optional<std::string> versionAfter{};
+    std::int64_t tablesWritten = 0; // of tables
+    std::int64_t tables = 0;
+    std::int64_t retries = 0;
+    bool operator==(const RecordedVerdict&) const = default;
+};
+
+struct UpdateRecord {
+    std::int64_t begun = 0;
+    std::string key{};   // of the printer: keyUSBdevice
+    std::string place{}; // where it is attached, for people: "1-4"
+    std::string model{};
+    std::string serial{};
+    std::string program{};
+    std::string programVersion{};
+    std::string user{};
+    std::string archiveFolder{};
+    std::map<std::string, std::string> digests{}; // of the archive's files, by their names
+    std::optional<std::string> versionBefore{};
+    std::optional<std::string> versionOffered{};
+
+    // Filled by the history.
+    std::int64_t id = 0;
+    ProcessIdentity process{};
+    std::vector<UpdatePhaseTime> phases{};  // in the order in which they were added
+    std::vector<RecordedVerdict> verdicts{};  // the first one, then its corrections; empty: the update has no end
+    std::optional<std::int64_t> closedBy{}; // of an interrupted update: the record that completed it, 0 if dismissed
+
+    bool operator==(const UpdateRecord&) const = default;
+};
+
+} // namespace zul

@@ -1,0 +1,26 @@
+// What follows from the data of an update. Any thread.
+#include "update/UpdateState.h"
+
+#include "Classes/StatusTexts.h"
+
+namespace zul {
+
+bool UpdateState::isWaitingUntilReady() const {
+    const bool isAsked =
+        phase == UpdatePhase::checking || phase == UpdatePhase::restarted || phase == UpdatePhase::colorTables;
+    // The engine compares what is shown, too: several codes read "Idle".
+    return isAsked && !refused && !isAnswerMissing && !rawStatus.empty() && rawStatus != kLoaderStatus &&
+           textForStatus(rawStatus) != textForStatus(kReadyStatus);
+}
+
+double UpdateState::share() const {
+    const double bytes = bytesTotal > 0 ? static_cast<double>(bytesDone) / bytesTotal : 0;
+    double ofPhase = 0;
+    if (phase == UpdatePhase::writing) ofPhase = bytes;
+    if (phase == UpdatePhase::colorTables && tables > 0) {
+        ofPhase = (static_cast<double>(table - 1) + bytes) / static_cast<double>(tables);
+    }
+    return shareBefore(phase) + shareOf(phase) * ofPhase;
+}
+
+} // namespace zul

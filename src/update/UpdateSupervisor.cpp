@@ -1,0 +1,286 @@
+// How updates begin, and the engine's alerts and events on their way through. Main queue; events come on any thread.
+#include "update/UpdateSupervisor.h"
+
+#include "Classes/StatusTexts.h"
+#include "platform/foundation/LocalizedFormat.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zul {
+
+namespace {
+
+// Serial numbers by which a printer is recognised at another place.
+std::vector<std::string> serialNumbersOf(const TBUSBPrinterZUL& printer) {
+    std::vector<std::string> numbers;
+    for (const auto& number : {printer.serialNumberUSB(), printer.printerSerialNumber()}) {
+        if (number && !number->empty() && *number != "NULL") numbers.push_back(*number);
+    }
+    return numbers;
+}
+
+} // namespace
+
+UpdateSupervisor::UpdateSupervisor(UpdateServices services, UpdateSettings settings)
+    : _services(std::move(services)), _settings(settings),
+      _monitor(_services.clock,
+               [this](const std::string& key) {
+                   _services.mainQueue.async([weak = std::weak_ptr(_self), key] {
+                       if (const auto self = weak.lock()) (*self)->refresh(key);
+                   });
+               }),
+      _self(std::make_shared<UpdateSupervisor*>(this)) {}
+
+UpdateSupervisor::~UpdateSupervisor() {
+    if (_timer != 0) _services.clock.cancel(_timer);
+}
+
+// ---- the beginning --------------------------------------------------------------------------------------------------
+
+void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
+    const std::string key = printer->keyUSBdevice();
+    if (!reasonAgainst(key).empty()) return;
+    if (mayGetSecondImage(key)) {
+        // The first start may still come to its end by itself, and is followed as before.
+        _monitor.touch(key);
+        _updates[key].isDismissed = false;
+        refresh(key);
+        printer->updateFirmware();
+        return;
+    }
+    makeUpdate(key, printer);
+    beginMonitor(key, *printer);
+    startTicking();
+    if (_services.seesArrivals && !_services.seesArrivals()) {
+        end(key, UpdateResult::cannotFollow);
+        return;
+    }
+    if (!askForStatus(key, printer, equal)) continueBegin(key, equal);
+}
+
+Update& UpdateSupervisor::makeUpdate(const std::string& key, const Printer& printer) {
+    Course course;
+    course.pendingAlerts = _courses[key].pendingAlerts; // of an earlier update, perhaps
+    course.locationID = printer->locationNumber();
+    course.productID = printer->productNumber();
+    course.serialNumbers = serialNumbersOf(*printer);
+    _courses[key] = std::move(course);
+    Update& update = _updates[key] = Update{};
+    update.name = nameOf(*printer);
+    update.model = printer->model().value_or("");
+    update.picture = printer->image().value_or("");
+    update.location = printer->locationText();
+    update.expectation = expectationFor(printer->productNumber());
+    update.printer = printer;
+    return update;
+}
+
+void UpdateSupervisor::beginMonitor(const std::string& key, TBUSBPrinterZUL& printer) {
+    _monitor.beginUpdate({.key = key,
+                          .attachment = printer.creationToken(),
+                          .installedVersion = printer.firmwareVersion(),
+                          .offeredVersion = _updates[key].expectation.version,
+                          .tables = _updates[key].expectation.tables});
+    refresh(key);
+}
+
+// The engine goes by the printer's last status text, which may be that of before its restart. An update begins only
+// when this attachment has reported a status of its own. False if it has.
+bool UpdateSupervisor::askForStatus(const std::string& key, const Printer& printer, Equal equal) {
+    if (_monitor.hasReportedStatus(key) || !printer->printerCommandQueue()) return false;
+    printer->updatePrinterStatus();
+    printer->performInlineOnCommandQueue([weak = std::weak_ptr(_self), &mainQueue = _services.mainQueue, key, equal] {
+        mainQueue.async([weak, key, equal] {
+            if (const auto self = weak.lock()) (*self)->continueBegin(key, equal);
+        });
+    });
+    return true;
+}
+
+void UpdateSupervisor::continueBegin(const std::string& key, Equal equal) {
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || !found->second.isOpen() || _courses[key].isBegun) return;
+    refresh(key);
+    const Printer printer = found->second.printer.lock();
+    if (!printer || printer->isReleased()) {
+        end(key, UpdateResult::left);
+    } else if (found->second.state.isHeldElsewhere()) {
+        end(key, UpdateResult::busy);
+    } else if (printer->printerCommandQueue() && !_monitor.hasReportedStatus(key)) {
+        end(key, UpdateResult::unanswered);
+    } else if (equal == Equal::skip && isUpToDate(*printer)) {
+        end(key, UpdateResult::upToDate);
+    } else {
+        start(key);
+    }
+}
+
+void UpdateSupervisor::start(const std::string& key) {
+    const Printer printer = _updates[key].printer.lock();
+    if (!printer) return;
+    _courses[key].isBegun = true;
+    keepInterface(key, true);
+    printer->updateFirmware();
+}
+
+bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
+    const UpdateExpectation expectation = expectationFor(printer.productNumber());
+    if (!expectation.version || printer.firmwareVersion() != expectation.version) return false;
+    return std::ranges::all_of(expectation.tableVersions, [&](const auto& table) {
+        const auto installed = printer.fact(table.first.c_str());
+        return !installed || !isTableVersion(*installed) || table.second.contains(*installed);
+    });
+}
+
+// A printer that was found in its loader is updated without begin(): its own alert leads there.
+void UpdateSupervisor::adopt(const std::string& key) {
+    const Printer printer = _services.printerWithKey(key);
+    if (!printer) return;
+    makeUpdate(key, printer);
+    if (_monitor.state(key)) {
+        _monitor.setOffer(key, _updates[key].expectation.version, _updates[key].expectation.tables);
+    } else {
+        beginMonitor(key, *printer);
+    }
+    _courses[key].isBegun = true;
+    keepInterface(key, true);
+    startTicking();
+    refresh(key);
+}
+
+void UpdateSupervisor::keepInterface(const std::string& key, bool isKept) {
+    if (_services.setKept) _services.setKept(_courses[key].locationID, isKept);
+}
+
+// ---- alerts ---------------------------------------------------------------------------------------------------------
+
+void UpdateSupervisor::beginAlert(AlertDescription alert) {
+    const std::string key = alert.printerKey;
+    const auto found = _updates.find(key);
+    const bool isReport = alert.kind == AlertKind::success || alert.kind == AlertKind::problem;
+    if (isReport && found != _updates.end() && found->second.isOpen()) {
+        _courses[key].reports.push_back(std::move(alert));
+        refresh(key);
+        return;
+    }
+    if (!key.empty()) {
+        ++_courses[key].pendingAlerts;
+        alert.completion = [weak = std::weak_ptr(_self), asked = alert](int answer) {
+            if (const auto self = weak.lock()) (*self)->answered(asked, answer);
+        };
+        if (found != _updates.end()) refresh(key);
+    }
+    _services.alerts.beginAlert(std::move(alert));
+}
+
+void UpdateSupervisor::answered(const AlertDescription& alert, int answer) {
+    const std::string& key = alert.printerKey;
+    --_courses[key].pendingAlerts;
+    _monitor.touch(key); // what a person thinks about is no silence of the printer
+    if (alert.kind == AlertKind::loaderFound && answer == kAlertSecondButton) adopt(key);
+    if (alert.completion) alert.completion(answer);
+    const auto found = _updates.find(key);
+    if (found == _updates.end()) return;
+    if (alert.kind == AlertKind::notNeeded && found->second.isOpen()) end(key, UpdateResult::newerInstalled);
+    refresh(key);
+}
+
+// The engine's report goes by the tables alone. Where the facts differ, they are shown first.
+void UpdateSupervisor::showReports(const std::string& key) {
+    for (AlertDescription& report : std::exchange(_courses[key].reports, {})) {
+        const bool saysSuccess = report.kind == AlertKind::success;
+        if (saysSuccess != _updates[key].verdict.isSuccess()) showVerdictFirst(_updates[key], report);
+        beginAlert(std::move(report));
+    }
+}
+
+void UpdateSupervisor::showVerdictFirst(const Update& update, const AlertDescription& report) {
+    AlertDescription verdict;
+    verdict.kind = AlertKind::verdict;
+    if (update.verdict.isSuccess()) {
+        verdict.messageText = Bundle::localized(operatorText("The update is complete."));
+        verdict.informativeText = localizedFormat("The printer reports %s.", textOrNull(update.state.currentVersion));
+    } else {
+        verdict.messageText = Bundle::localized(operatorText("The update is not complete."));
+        verdict.informativeText = localizedFormat("Reason: %s.", update.verdict.reason);
+        const std::string advice = adviceAfter(update.verdict.result, update.state);
+        if (!advice.empty()) verdict.informativeText += "\n\n" + advice;
+        verdict.style = AlertStyle::critical;
+    }
+    verdict.buttons = {Bundle::localized("OK")};
+    verdict.escapeButton = 0;
+    verdict.iconName = report.iconName;
+    verdict.printerKey = report.printerKey;
+    verdict.printerName = report.printerName;
+    beginAlert(std::move(verdict));
+}
+
+// ---- events ---------------------------------------------------------------------------------------------------------
+
+void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
+    const auto* const stored = std::get_if<events::ProgressStored>(&event.what);
+    const bool isUnderWay = stored != nullptr && stored->value > 0 &&
+                            stored->value < static_cast<std::int64_t>(UpdateProgress::finished);
+    const bool isNew = isUnderWay && !_monitor.state(event.key);
+    // Followed from this very event on; the rest is filled in on the main queue.
+    if (isNew) _monitor.beginUpdate({.key = event.key, .attachment = event.attachment});
+    _monitor.printerEvent(event);
+    const bool isForMain = isNew ||
+                           std::holds_alternative<events::Declined>(event.what) ||
+                           std::holds_alternative<events::QuestionsEnded>(event.what);
+    if (!isForMain) return;
+    _services.mainQueue.async([weak = std::weak_ptr(_self), event] {
+        if (const auto self = weak.lock()) (*self)->handleEvent(event);
+    });
+}
+
+void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
+    if (const auto* const declined = std::get_if<events::Declined>(&event.what)) {
+        handleDeclined(event.key, declined->question);
+    } else if (std::holds_alternative<events::QuestionsEnded>(event.what)) {
+        lookForReturn(event);
+    } else if (!_updates.contains(event.key)) {
+        adopt(event.key);
+    }
+}
+
+void UpdateSupervisor::handleDeclined(const std::string& key, AlertKind question) {
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || !found->second.isOpen()) return;
+    if (found->second.state.phase != UpdatePhase::checking) return; // a later start; the earlier one is still followed
+    switch (question) {
+    case AlertKind::notReady:
+        end(key, UpdateResult::notReady);
+        return;
+    case AlertKind::busy:
+        end(key, UpdateResult::busy);
+        return;
+    case AlertKind::printerError:
+        end(key, UpdateResult::notOpened);
+        return;
+    default:
+        end(key, UpdateResult::declined);
+        return;
+    }
+}
+
+// A printer that is waited for may come back at another port. The engine takes it for another printer, and so no
+// update goes on there; but the operator should read where it is.
+void UpdateSupervisor::lookForReturn(const PrinterEvent& event) {
+    const Printer other = _services.printerWithKey(event.key);
+    if (!other) return;
+    const auto numbers = serialNumbersOf(*other);
+    for (auto& [key, update] : _updates) {
+        if (key == event.key || !update.isOpen() || update.state.isAttached) continue;
+        if (_courses[key].productID != other->productNumber()) continue;
+        const auto& known = _courses[key].serialNumbers;
+        const bool isSame =
+            std::ranges::any_of(numbers, [&](const auto& number) { return std::ranges::count(known, number) > 0; });
+        if (!isSame) continue;
+        update.cameBackAt = other->locationText();
+        refresh(key);
+    }
+}
+
+} // namespace zul

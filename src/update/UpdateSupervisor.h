@@ -1,0 +1,186 @@
+// The supervisor of updates: begins them, follows them through the printer's restarts, says when advice is due, judges
+// them by facts, and ends them. The window and the command line only show what it says and pass answers on. It never
+// changes what the engine does with a printer. Main queue, unless a comment says otherwise.
+#pragma once
+
+#include "Classes/PrinterEvents.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/appkit/Outlets.h"
+#include "platform/dispatch/Queue.h"
+#include "update/UpdateMonitor.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zul {
+
+/// Who shows updates. Called on the main queue.
+class UpdateObserver {
+  public:
+    virtual ~UpdateObserver() = default;
+    /// Something about this printer's update has changed, or half a second has passed while it is under way. Also the
+    /// first notice of an update that began without begin(): a printer's own alert may lead to one.
+    virtual void updateDidChange(const std::string& key) = 0;
+    /// The verdict is there, or it has been corrected.
+    virtual void updateDidEnd(const std::string& key) = 0;
+    /// Something that the operator should know and that changes no update.
+    virtual void noteDidArise(const std::string& /*text*/) {}
+};
+
+/// One update, under way or ended.
+struct Update {
+    UpdateState state;
+    UpdateVerdict verdict;
+    UpdateExpectation expectation;
+    UsualDurations usual;
+    std::string name; // of the printer
+    std::string model;
+    std::string picture;
+    std::string location;         // where the printer is attached
+    std::string cameBackAt;       // the other place at which it came back; empty if it did not
+    std::string advice;           // what to do now; empty if nothing needs to be done
+    bool isAsking = false;        // a question about this printer waits for the operator
+    bool isStalled = false;       // no sign of life for longer than the phase takes
+    bool isWaiting = false;       // it is there and cannot go on: not ready, or held by another program
+    bool mayBeDismissed = false;  // nothing has come nearer to the end for long
+    bool isDismissed = false;     // nobody waits for it any more, until it gets on
+    bool isStopRequested = false; // ends at the next point at which the printer can be left
+    Clock::TimePoint endedAt;
+    std::weak_ptr<TBUSBPrinterZUL> printer; // whose action it was; its alerts stay its own when it leaves
+
+    bool isOpen() const { return verdict.isOpen(); }
+};
+
+/// What the supervisor works with.
+struct UpdateServices {
+    MainQueue& mainQueue;
+    Clock& clock;
+    /// Shows alerts to the operator.
+    AlertOutlet& alerts;
+    /// The attached printer with a key; null if there is none.
+    std::function<std::shared_ptr<TBUSBPrinterZUL>(const std::string& key)> printerWithKey;
+    /// While true the bus keeps the interface of the printer at this location over closes and restarts; may be empty.
+    std::function<void(std::uint32_t locationID, bool isKept)> setKept = {};
+    /// Whether the arrival of a printer will be seen; empty: it will.
+    std::function<bool()> seesArrivals = {};
+};
+
+struct UpdateSettings {
+    /// Advice after this time without a sign of life, instead of the longest time of each phase.
+    std::optional<Clock::Duration> stallAfter = {};
+    /// An update without progress for this long ends; nullopt: it is waited for as long as the program runs.
+    std::optional<Clock::Duration> giveUpAfter = {};
+};
+
+class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
+  public:
+    using Printer = std::shared_ptr<TBUSBPrinterZUL>;
+
+    UpdateSupervisor(UpdateServices services, UpdateSettings settings);
+    ~UpdateSupervisor() override;
+
+    void setObserver(UpdateObserver* observer) { _observer = observer; }
+    void setSettings(const UpdateSettings& settings) { _settings = settings; }
+    Clock::TimePoint now() const { return _services.clock.now(); }
+
+    // ---- actions ----------------------------------------------------------------------------------------------------
+
+    enum class Equal { skip, install };
+    /// Begins the update of an attached printer, or explains in its verdict why it cannot begin. With Equal::skip a
+    /// printer that has the available versions already is left alone. A printer whose update is under way is only
+    /// started again if that update has stalled.
+    void begin(const Printer& printer, Equal equal);
+    /// Ends all updates as soon as their printers can be left: at once, or when the whole image is sent or the tables
+    /// are written, and after 60 s in any case.
+    void requestStop();
+    /// Forgets an update that has ended, and hides one that has stalled until it gets on.
+    void dismiss(const std::string& key);
+
+    // ---- questions --------------------------------------------------------------------------------------------------
+
+    const std::map<std::string, Update>& updates() const { return _updates; }
+    /// The printer's firmware and all color tables that it reports are those of the archive.
+    bool isUpToDate(TBUSBPrinterZUL& printer) const;
+    /// Why no update of this printer may be begun now; empty if one may.
+    std::string reasonAgainst(const std::string& key) const;
+    /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
+    /// still be at work.
+    bool mayGetSecondImage(const std::string& key) const;
+    /// A printer must not lose its power now.
+    bool isAnyUnderWay() const;
+    /// A printer is between the command to enter its loader and its last table.
+    bool isAnyBetweenCommands() const;
+    /// Of all updates under way, from 0 to 1.
+    double progress() const;
+
+    // ---- for the engine ---------------------------------------------------------------------------------------------
+
+    /// The engine's alerts come through here on their way to the operator.
+    void beginAlert(AlertDescription alert) override;
+    /// Any thread.
+    void printerEvent(const PrinterEvent& event) override;
+
+  private:
+    /// What is kept beside an update.
+    struct Course {
+        bool isBegun = false;           // the engine works on it
+        bool isAskedOnceMore = false;   // after the report, for answers that are missing
+        int roundsNeeded = 1;           // rounds of questions after the report before it is judged
+        int pendingAlerts = 0;          // shown or waiting for their turn
+        std::uint32_t locationID = 0;   // of the printer, for the bus
+        std::uint16_t productID = 0;
+        std::vector<std::string> serialNumbers; // by which it is recognised at another place
+        bool wasJudgedBefore = false;   // it has ended once already
+        Clock::TimePoint stopDeadline;  // with isStopRequested
+        Clock::TimePoint dismissedAt;   // with isDismissed
+        std::vector<AlertDescription> reports; // of the engine, kept back until the verdict is there
+    };
+
+    Update& makeUpdate(const std::string& key, const Printer& printer);
+    void start(const std::string& key);
+    void continueBegin(const std::string& key, Equal equal);
+    bool askForStatus(const std::string& key, const Printer& printer, Equal equal);
+    void adopt(const std::string& key);
+    void beginMonitor(const std::string& key, TBUSBPrinterZUL& printer);
+    void keepInterface(const std::string& key, bool isKept);
+
+    void handleEvent(const PrinterEvent& event);
+    void handleDeclined(const std::string& key, AlertKind question);
+    void lookForReturn(const PrinterEvent& event);
+    void answered(const AlertDescription& alert, int answer);
+    void showReports(const std::string& key);
+    void showVerdictFirst(const Update& update, const AlertDescription& report);
+
+    void refresh(const std::string& key);
+    void refreshOpen(Update& update);
+    void reviewEnded(Update& update);
+    void reopen(Update& update);
+    void showFlags(Update& update);
+    std::optional<UpdateResult> resultOf(Update& update);
+    std::optional<UpdateResult> resultWhileChecking(const Update& update) const;
+    std::optional<UpdateResult> resultAfterImage(const Update& update) const;
+    std::optional<UpdateResult> resultAfterReport(Update& update);
+    std::optional<UpdateResult> resultOfPatience(const Update& update) const;
+    void end(const std::string& key, UpdateResult result);
+    void startTicking();
+    void tick();
+    void notifyChange(const std::string& key);
+
+    const UpdateServices _services;
+    UpdateSettings _settings;
+    UpdateObserver* _observer = nullptr;
+    UpdateMonitor _monitor;
+    std::map<std::string, Update> _updates;
+    std::map<std::string, Course> _courses;
+    std::uint64_t _timer = 0;
+    /// Blocks that are still queued when this is destroyed find it expired.
+    std::shared_ptr<UpdateSupervisor*> _self;
+};
+
+} // namespace zul

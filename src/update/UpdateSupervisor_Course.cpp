@@ -1,0 +1,299 @@
+// The course of updates: when advice is due, when an update has come to an end, and what it came to. Main queue.
+#include "update/UpdateSupervisor.h"
+
+#include "Classes/CommandFrame.h"
+#include "Classes/StatusTexts.h"
+#include "platform/foundation/LocalizedFormat.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zul {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr auto kTick = std::chrono::milliseconds(500);   // half of what is shown, so that no second is skipped
+constexpr auto kPassingDelay = seconds(10);              // a head cools down, a cover is closed: no advice needed
+constexpr auto kLongestStop = seconds(60);               // a program that is asked to end does so within this time
+constexpr auto kLongestQuestions = seconds(60);          // after the report; a printer that answers needs none of it
+constexpr int kRoundsOfNewAttachment = 1;
+
+std::string adviceForReturnElsewhere(const Update& update) {
+    return localizedFormat("Plug it in at %s again, or start the update of the printer at %s.", update.location,
+                           update.cameBackAt);
+}
+
+// Points at which a program may end: nothing has been sent, or the printer needs it no more until the next update.
+bool canBeLeft(const UpdateState& state) {
+    if (!state.mustNotBeStopped()) return true;
+    return state.image == ImageState::taken && state.phase != UpdatePhase::colorTables;
+}
+
+} // namespace
+
+// ---- refreshing -----------------------------------------------------------------------------------------------------
+
+void UpdateSupervisor::refresh(const std::string& key) {
+    const auto found = _updates.find(key);
+    const auto state = _monitor.state(key);
+    if (found == _updates.end() || !state) return;
+    Update& update = found->second;
+    update.state = *state;
+    update.isAsking = _courses[key].pendingAlerts > 0;
+    if (update.isOpen()) {
+        refreshOpen(update);
+    } else {
+        reviewEnded(update);
+    }
+    notifyChange(key);
+}
+
+void UpdateSupervisor::refreshOpen(Update& update) {
+    const std::string key = update.state.key;
+    if (_courses[key].isBegun) {
+        if (const auto result = resultOf(update)) {
+            end(key, *result);
+            return;
+        }
+    }
+    showFlags(update);
+    Course& course = _courses[key];
+    const bool isNews = update.state.lastProgress > course.dismissedAt || update.state.isReported;
+    if (update.isDismissed && isNews) update.isDismissed = false;
+}
+
+void UpdateSupervisor::showFlags(Update& update) {
+    const UpdateState& state = update.state;
+    const auto patience = _settings.stallAfter ? _settings.stallAfter : longestDuration(state.phase, update.usual);
+    const bool isQuiet = patience && now() - state.lastSign >= *patience;
+    const auto delay = now() - state.lastProgress;
+    // A refused image that was sent as a whole may have been taken; the printer gets the time to show it.
+    update.isStalled = isQuiet && !state.isHeldElsewhere() && (state.phase != UpdatePhase::checking || !update.isAsking);
+    const auto passing = std::min<Clock::Duration>(kPassingDelay, patience.value_or(kPassingDelay));
+    update.isWaiting = !update.isAsking && ((state.isWaitingUntilReady() && delay >= passing) ||
+                                            (state.isHeldElsewhere() && state.phase != UpdatePhase::checking));
+    update.mayBeDismissed = update.isStalled || (update.isWaiting && patience && delay >= *patience);
+    update.advice.clear();
+    if (update.isStalled || update.isWaiting) update.advice = adviceFor(state);
+    if (!update.cameBackAt.empty() && !state.isAttached) {
+        update.advice = localizedFormat("The printer came back at %s instead of %s.", update.cameBackAt,
+                                        update.location) +
+                        " " + adviceForReturnElsewhere(update);
+    }
+}
+
+void UpdateSupervisor::notifyChange(const std::string& key) {
+    if (_observer != nullptr) _observer->updateDidChange(key);
+}
+
+// ---- what an update comes to ----------------------------------------------------------------------------------------
+
+// Only what can still come is waited for.
+std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
+    const UpdateState& state = update.state;
+    if (state.isArchiveRefused) return UpdateResult::badFiles;
+    std::optional<UpdateResult> result;
+    if (state.isReported) {
+        result = resultAfterReport(update);
+    } else if (state.phase == UpdatePhase::checking) {
+        result = resultWhileChecking(update);
+    } else {
+        result = resultAfterImage(update);
+    }
+    if (result) return result;
+    if (update.isStopRequested && (canBeLeft(state) || now() >= _courses[state.key].stopDeadline)) {
+        return UpdateResult::stopped;
+    }
+    return resultOfPatience(update);
+}
+
+std::optional<UpdateResult> UpdateSupervisor::resultWhileChecking(const Update& update) const {
+    const UpdateState& state = update.state;
+    if (state.refused) return UpdateResult::commandRefused;
+    if (state.isReconnecting) return UpdateResult::reconnected;
+    if (!state.isAttached) return UpdateResult::left;
+    if (state.isReadinessUnanswered) return UpdateResult::unanswered;
+    return std::nullopt;
+}
+
+std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& update) const {
+    const UpdateState& state = update.state;
+    if (state.phase == UpdatePhase::backInLoader) return UpdateResult::imageNotTaken;
+    if (state.phase == UpdatePhase::restarted && state.isIdentityMissing) return UpdateResult::identityLost;
+    // The loader did not take the image. The questions that follow it show whether it waits for another one. One that
+    // was sent whole may have been taken although its end was not confirmed: the printer then leaves.
+    const bool isLoaderWaiting = state.rawStatus == kLoaderStatus && state.isRefusalAnswered;
+    const bool isRefused = state.phase == UpdatePhase::writing && state.refused.has_value();
+    if (isRefused && (isLoaderWaiting || (state.isRefusalAnswered && !state.isWholeImageSent))) {
+        return UpdateResult::imageNotTaken;
+    }
+    return std::nullopt;
+}
+
+// After the engine's report the printer is asked for everything once more. It is judged when that is over.
+std::optional<UpdateResult> UpdateSupervisor::resultAfterReport(Update& update) {
+    const UpdateState& state = update.state;
+    Course& course = _courses[state.key];
+    const bool areQuestionsOver = state.roundsSinceReport >= course.roundsNeeded || !state.isAttached ||
+                                  now() - state.phaseBegun >= kLongestQuestions;
+    if (!areQuestionsOver) return std::nullopt;
+    const Printer printer = _services.printerWithKey(state.key);
+    if (lacksAnswersOnly(state, update.expectation) && !course.isAskedOnceMore && printer && state.isAttached) {
+        course.isAskedOnceMore = true;
+        course.roundsNeeded = state.roundsSinceReport + 1;
+        printer->updateInfo();
+        return std::nullopt;
+    }
+    return judgeByFacts(state, update.expectation);
+}
+
+std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& update) const {
+    const UpdateState& state = update.state;
+    if (!_settings.giveUpAfter || update.isAsking) return std::nullopt;
+    if (now() - state.lastProgress < *_settings.giveUpAfter) return std::nullopt;
+    if (state.isHeldElsewhere()) return UpdateResult::busy;
+    if (state.phase != UpdatePhase::checking) return UpdateResult::notBack;
+    return state.isWaitingUntilReady() ? UpdateResult::notReady : UpdateResult::unanswered;
+}
+
+void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
+    Update& update = _updates[key];
+    if (const auto state = _monitor.state(key)) update.state = *state;
+    update.endedAt = now();
+    update.isStalled = update.isWaiting = update.isDismissed = update.mayBeDismissed = update.isStopRequested = false;
+    update.verdict = {.result = result,
+                      .reason = reasonFor(result, update.state, update.expectation),
+                      .refused = update.state.refused,
+                      .holder = result == UpdateResult::busy ? update.state.holder : std::nullopt,
+                      .isCorrected = _courses[key].wasJudgedBefore};
+    update.advice = update.verdict.isSuccess() ? "" : adviceAfter(result, update.state);
+    if (result == UpdateResult::notBack && !update.cameBackAt.empty()) {
+        update.verdict.reason = localizedFormat("the printer came back at %s instead of %s", update.cameBackAt,
+                                                update.location);
+        update.advice = adviceForReturnElsewhere(update);
+    }
+    _courses[key].wasJudgedBefore = true;
+    keepInterface(key, false);
+    showReports(key);
+    if (_observer != nullptr) _observer->updateDidEnd(key);
+}
+
+// A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
+void UpdateSupervisor::reviewEnded(Update& update) {
+    if (update.verdict.isSuccess() || update.verdict.isUntouched()) return;
+    if (update.state.mustNotBeStopped() && update.state.lastProgress > update.endedAt) {
+        reopen(update);
+    } else if (update.state.isReported) {
+        const UpdateResult result = judgeByFacts(update.state, update.expectation);
+        if (result == UpdateResult::succeeded) end(update.state.key, result);
+    }
+}
+
+void UpdateSupervisor::reopen(Update& update) {
+    update.verdict = UpdateVerdict{};
+    update.advice.clear();
+    Course& course = _courses[update.state.key];
+    course.isAskedOnceMore = false;
+    course.roundsNeeded = kRoundsOfNewAttachment;
+    keepInterface(update.state.key, true);
+    startTicking();
+}
+
+// ---- patience -------------------------------------------------------------------------------------------------------
+
+// Do not restart a running timer: events of one printer must not delay the check of the others.
+void UpdateSupervisor::startTicking() {
+    if (_timer != 0) return;
+    _timer = _services.clock.callAt(now() + kTick, [weak = std::weak_ptr(_self), &mainQueue = _services.mainQueue] {
+        mainQueue.async([weak] {
+            if (const auto self = weak.lock()) (*self)->tick();
+        });
+    });
+}
+
+void UpdateSupervisor::tick() {
+    _timer = 0;
+    std::vector<std::string> open;
+    for (const auto& [key, update] : _updates) {
+        if (update.isOpen()) open.push_back(key); // a dismissed one, too: it may stall yet
+    }
+    for (const std::string& key : open) refresh(key);
+    if (!open.empty()) startTicking();
+}
+
+// ---- actions --------------------------------------------------------------------------------------------------------
+
+void UpdateSupervisor::requestStop() {
+    std::vector<std::string> open;
+    for (auto& [key, update] : _updates) {
+        if (!update.isOpen()) continue;
+        update.isStopRequested = true;
+        _courses[key].stopDeadline = now() + kLongestStop;
+        open.push_back(key);
+    }
+    for (const std::string& key : open) {
+        if (_courses[key].isBegun) {
+            refresh(key);
+        } else {
+            end(key, UpdateResult::stopped);
+        }
+    }
+}
+
+void UpdateSupervisor::dismiss(const std::string& key) {
+    const auto found = _updates.find(key);
+    if (found == _updates.end()) return;
+    if (found->second.isOpen()) {
+        if (!found->second.mayBeDismissed) return;
+        found->second.isDismissed = true; // a printer that gets on after all is shown again
+        _courses[key].dismissedAt = now();
+    } else {
+        _updates.erase(found);
+        _monitor.endUpdate(key);
+    }
+    notifyChange(key);
+}
+
+// ---- questions ------------------------------------------------------------------------------------------------------
+
+std::string UpdateSupervisor::reasonAgainst(const std::string& key) const {
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || !found->second.isOpen() || found->second.isStalled) return {};
+    return Bundle::localized(operatorText("This printer is being updated."));
+}
+
+bool UpdateSupervisor::mayGetSecondImage(const std::string& key) const {
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || !found->second.isOpen() || !found->second.isStalled) return false;
+    const UpdatePhase phase = found->second.state.phase;
+    return phase == UpdatePhase::programming || phase == UpdatePhase::restarting || phase == UpdatePhase::restarted ||
+           phase == UpdatePhase::colorTables;
+}
+
+bool UpdateSupervisor::isAnyUnderWay() const {
+    return std::ranges::any_of(_updates, [](const auto& entry) {
+        const Update& update = entry.second;
+        return update.isOpen() && !update.isDismissed && update.state.phase != UpdatePhase::checking;
+    });
+}
+
+bool UpdateSupervisor::isAnyBetweenCommands() const {
+    return std::ranges::any_of(_updates, [](const auto& entry) {
+        return entry.second.isOpen() && entry.second.state.mustNotBeStopped();
+    });
+}
+
+double UpdateSupervisor::progress() const {
+    double sum = 0;
+    int count = 0;
+    for (const auto& [key, update] : _updates) {
+        if (!update.isOpen() || update.isDismissed) continue;
+        sum += update.state.share();
+        ++count;
+    }
+    return count == 0 ? 1 : sum / count;
+}
+
+} // namespace zul

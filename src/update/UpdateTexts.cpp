@@ -1,0 +1,140 @@
+// The texts of an update while it runs. Any thread.
+#include "update/UpdateTexts.h"
+
+#include "Classes/CommandFrame.h"
+#include "Classes/StatusTexts.h"
+#include "platform/foundation/LocalizedFormat.h"
+
+#include <algorithm>
+
+namespace zul {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr int kLongestOfUsual = 2; // a phase may take so many times what it usually takes
+
+long long wholeSeconds(Clock::Duration span) {
+    return std::chrono::duration_cast<seconds>(span).count();
+}
+
+std::string phaseText(const UpdateState& state) {
+    const PhaseRow& row = phaseRow(state.phase);
+    const std::string text = Bundle::localized(row.text);
+    if (state.refused) {
+        return Bundle::localized(state.refused->command == kCommandEnterLoader
+                                     ? operatorText("the printer did not take the command to restart")
+                                     : operatorText("the printer did not take the firmware"));
+    }
+    if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
+        const unsigned percent = static_cast<unsigned>(100ULL * state.bytesDone / state.bytesTotal);
+        return localizedFormat("%s: %u of %u bytes (%u %%)", text, state.bytesDone, state.bytesTotal, percent);
+    }
+    if (state.phase == UpdatePhase::colorTables) {
+        return localizedFormat("%s: %d of %d", text, state.table, state.tables);
+    }
+    return text;
+}
+
+// What keeps the printer from going on, if anything does.
+std::string obstacle(const UpdateState& state) {
+    if (state.isHeldElsewhere()) return describeHolder(*state.holder);
+    if (state.isWaitingUntilReady()) return textForStatus(state.rawStatus);
+    if (state.isAnswerMissing) return Bundle::localized(operatorText("no answer"));
+    return {};
+}
+
+} // namespace
+
+std::optional<Clock::Duration> usualDuration(UpdatePhase phase, const UsualDurations& learned) {
+    if (const auto known = learned.find(phase); known != learned.end()) return known->second;
+    const int usual = phaseRow(phase).usualSeconds;
+    return usual == 0 ? std::nullopt : std::optional<Clock::Duration>(seconds(usual));
+}
+
+std::optional<Clock::Duration> longestDuration(UpdatePhase phase, const UsualDurations& learned) {
+    const int longest = phaseRow(phase).longestSeconds;
+    if (longest == 0) return std::nullopt;
+    Clock::Duration result = seconds(longest);
+    // A printer that is known to be slower than most gets its time.
+    if (const auto known = learned.find(phase); known != learned.end()) {
+        result = std::max<Clock::Duration>(result, kLongestOfUsual * known->second);
+    }
+    return result;
+}
+
+std::string describeState(const UpdateState& state, Clock::TimePoint now, const UsualDurations& learned) {
+    std::string text = phaseText(state);
+    if (const std::string reason = obstacle(state); !reason.empty()) text = localizedFormat("%s: %s", text, reason);
+    const long long elapsed = wholeSeconds(now - state.phaseBegun);
+    const auto usual = usualDuration(state.phase, learned);
+    if (!usual || state.refused) return localizedFormat("%s (%d s)", text, elapsed);
+    return localizedFormat("%s (%d s, usually done within %d s)", text, elapsed,
+                           std::max<long long>(wholeSeconds(*usual), 1));
+}
+
+std::string describeHolder(const InterfaceHolder& holder) {
+    switch (holder.kind) {
+    case InterfaceHolder::Kind::printing:
+        if (holder.pid == 0) return Bundle::localized(operatorText("it is printing"));
+        return localizedFormat("it is printing (%s, process %d)", holder.program, holder.pid);
+    case InterfaceHolder::Kind::ownProgram:
+        if (holder.activity.empty()) {
+            return localizedFormat("%s uses the printer (process %d)", holder.program, holder.pid);
+        }
+        if (holder.phase.empty()) {
+            return localizedFormat("%s uses the printer (process %d): %s", holder.program, holder.pid, holder.activity);
+        }
+        return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid, holder.activity,
+                               holder.phase);
+    case InterfaceHolder::Kind::process:
+        return localizedFormat("another program uses the printer (%s, process %d)", holder.program, holder.pid);
+    case InterfaceHolder::Kind::unknown:
+        break;
+    }
+    return Bundle::localized(operatorText("another program uses the printer"));
+}
+
+std::string describeFailure(IOReturn code) {
+    switch (code) {
+    case kIOReturnNoDevice:
+    case kIOReturnNotResponding:
+        return Bundle::localized(operatorText("the printer left"));
+    case kIOUSBTransactionTimeout:
+        return Bundle::localized(operatorText("the printer did not take the data in time"));
+    case kIOUSBPipeStalled:
+        return Bundle::localized(operatorText("the printer refused the data"));
+    case kIOReturnExclusiveAccess:
+        return Bundle::localized(operatorText("another program uses the printer"));
+    default:
+        return Bundle::localized(operatorText("the USB transfer failed"));
+    }
+}
+
+std::string adviceFor(const UpdateState& state) {
+    if (state.isArchiveRefused && state.image == ImageState::notSent && state.phase != UpdatePhase::checking) {
+        return Bundle::localized(operatorText("The firmware files are damaged. The printer is in firmware update mode: "
+                                              "leave it switched on, replace the files and start the update again."));
+    }
+    if (state.isArchiveRefused) {
+        return Bundle::localized(operatorText("The firmware files are damaged. Leave the printer switched on, replace "
+                                              "the files and start the update again."));
+    }
+    if (state.isHeldElsewhere()) {
+        return Bundle::localized(operatorText("Close the other program or wait until it has finished. The update "
+                                              "continues by itself. Leave the printer switched on."));
+    }
+    if (state.refused && state.refused->command == kCommandEnterLoader) {
+        return Bundle::localized(operatorText("Nothing has been changed in the printer. Start the update again."));
+    }
+    if (state.isWaitingUntilReady()) {
+        return localizedFormat("The printer reports: %s. Leave it switched on and correct that: the update continues "
+                               "by itself when the printer is ready.",
+                               textForStatus(state.rawStatus));
+    }
+    const char* const advice = phaseRow(state.phase).advice;
+    return *advice == 0 ? "" : Bundle::localized(advice);
+}
+
+} // namespace zul

@@ -1,0 +1,119 @@
+// From the facts of an update to its verdict. No text of the engine's own report is read here. Any thread.
+#include "update/UpdateVerdict.h"
+
+#include "archive/ProductTable.h"
+#include "Classes/TBUSBPrinterZUL.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string_view>
+
+namespace zul {
+
+namespace {
+
+constexpr std::size_t kVersionDigits = 4;
+
+// A write that failed may have been taken all the same, if the printer left before the end of it was reported. The
+// version is a proof only where it has changed.
+bool isImageTaken(const UpdateState& state) {
+    if (state.image == ImageState::taken) return true;
+    if (state.image == ImageState::notSent) return false;
+    const bool isOfferedNow = state.currentVersion && state.currentVersion == state.offeredVersion;
+    const bool isChanged = state.previousVersion && state.previousVersion != state.currentVersion;
+    return isOfferedNow && (isChanged || state.isWholeImageSent);
+}
+
+// "VK28_PP_600_0101.cwd": number, version, and whether it is for the other media.
+struct TableFile {
+    std::string number;
+    std::string version;
+    bool isForPP = false;
+};
+
+TableFile parseTableFile(std::string_view file) {
+    const std::string stem = std::filesystem::path(file).stem().string();
+    TableFile table;
+    const auto last = stem.rfind('_');
+    if (last == std::string::npos || last < 4) return table;
+    table.version = stem.substr(last + 1);
+    table.number = stem.substr(last - 3, 3);
+    table.isForPP = stem.find("_PP_") != std::string::npos;
+    return table;
+}
+
+// The 300 table has the key of the only one, except for the other media.
+std::string versionKey(const TableFile& table) {
+    const std::string media = table.isForPP ? "HD" : "";
+    if (table.number == "300" && !table.isForPP) return HOLVEN_TBPrinterColorTableVersion;
+    return HOLVEN_TBPrinterColorTableVersion + table.number + media;
+}
+
+bool hasOneTableVersion(std::uint16_t productID) {
+    return productID != kProductVK26 && productID != kProductVK28;
+}
+
+} // namespace
+
+bool isTableVersion(const std::string& text) {
+    return text.size() == kVersionDigits && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+UpdateExpectation expectationFor(std::uint16_t productID) {
+    UpdateExpectation expectation;
+    const Product* const product = productWithID(productID);
+    if (product == nullptr) return expectation;
+    expectation.version = std::filesystem::path(product->files.front()).stem().string();
+    for (const std::string_view file : product->files.subspan(1)) {
+        const TableFile table = parseTableFile(file);
+        ++expectation.tables;
+        if (!isTableVersion(table.version)) continue;
+        // Models with one answer for all tables report that of any of them.
+        const std::string key =
+            hasOneTableVersion(productID) ? HOLVEN_TBPrinterColorTableVersion : versionKey(table);
+        expectation.tableVersions[key].insert(table.version);
+    }
+    return expectation;
+}
+
+std::string differingTable(const UpdateState& state, const UpdateExpectation& expectation) {
+    for (const auto& [key, versions] : expectation.tableVersions) {
+        const auto read = state.tableFacts.find(key);
+        // What is not a version says nothing about the table.
+        if (read == state.tableFacts.end() || !read->second || !isTableVersion(*read->second)) continue;
+        if (!versions.contains(*read->second)) return key;
+    }
+    return {};
+}
+
+UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& expectation) {
+    if (!state.currentVersion) return UpdateResult::versionUnread;
+    if (state.currentVersion != expectation.version) return UpdateResult::otherVersion;
+    if (state.tablesWritten < expectation.tables || !state.anyTable) return UpdateResult::tablesMissing;
+    if (!differingTable(state, expectation).empty()) return UpdateResult::tablesDiffer;
+    if (state.isClearRefused) return UpdateResult::clearRefused;
+    return isImageTaken(state) ? UpdateResult::succeeded : UpdateResult::imageNotTaken;
+}
+
+bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expectation) {
+    const UpdateResult result = judgeByFacts(state, expectation);
+    if (result == UpdateResult::versionUnread) return true;
+    if (result != UpdateResult::succeeded) return false;
+    return std::ranges::any_of(expectation.tableVersions, [&](const auto& table) {
+        const auto read = state.tableFacts.find(table.first);
+        return read == state.tableFacts.end() || !read->second;
+    });
+}
+
+const char* nameOfResult(UpdateResult result) {
+    static constexpr auto kNames = std::to_array<const char*>(
+        {"open", "succeeded", "up to date", "newer installed", "declined", "busy", "not ready", "no answer",
+         "not opened", "bad files", "cannot follow", "left", "reconnected", "command refused", "image not taken",
+         "identity lost", "version unread", "other version", "tables missing", "tables differ", "clear refused",
+         "not back", "stopped"});
+    static_assert(kNames.size() == static_cast<std::size_t>(UpdateResult::stopped) + 1);
+    return kNames.at(static_cast<std::size_t>(result));
+}
+
+} // namespace zul

@@ -1,0 +1,36 @@
+#include "usb/libusb/BusInbox.h"
+
+#include <libusb.h>
+
+namespace zul {
+
+DeviceKey keyOf(libusb_device* device) {
+    return {libusb_get_bus_number(device), libusb_get_device_address(device)};
+}
+
+void BusInbox::add(BusEvent event) {
+    {
+        const std::scoped_lock lock(_mutex);
+        if (_port->isClosed()) return;
+        _events.push_back(std::move(event));
+    }
+    // Closed meanwhile: nobody reads any more, and what the events hold must not outlive the session.
+    if (!_port->post(_reader)) clear();
+}
+
+bool BusInbox::take(std::optional<BusEvent>& event) {
+    event.reset();
+    const std::scoped_lock lock(_mutex);
+    if (_events.empty()) return false;
+    event.emplace(std::move(_events.front()));
+    _events.pop_front();
+    return true;
+}
+
+void BusInbox::clear() {
+    std::deque<BusEvent> dropped; // destroyed after the lock
+    const std::scoped_lock lock(_mutex);
+    dropped.swap(_events);
+}
+
+} // namespace zul

@@ -1,0 +1,41 @@
+// What happened on the bus and was not handled yet: comes in on any thread and is put in order for the main queue.
+#pragma once
+
+#include "usb/libusb/Attachment.h"
+
+#include <deque>
+#include <optional>
+
+namespace zul {
+
+/// Bus number and address: different for any two devices that are there at the same time.
+using DeviceKey = std::pair<std::uint8_t, std::uint8_t>;
+DeviceKey keyOf(libusb_device* device);
+
+struct BusEvent {
+    enum class Kind { arrived, left, prepared, reenumerated };
+    Kind kind;
+    DeviceKey key{};                        // arrived, left
+    std::shared_ptr<LibusbContext> context; // arrived; null: the hot-plug session's own
+    std::optional<DeviceReference> device;  // arrived; before its session at the end
+    std::shared_ptr<Attachment> attachment; // prepared, reenumerated
+};
+
+/// Outlives the bus inside the libusb session, because a hot-plug callback may run at any time until the session ends.
+class BusInbox {
+  public:
+    explicit BusInbox(std::shared_ptr<MainPort> port) : _port(std::move(port)) {}
+    /// What runs on main whenever events wait. Before the first event.
+    void setReader(Block reader) { _reader = std::move(reader); }
+    void add(BusEvent event); // any thread
+    bool take(std::optional<BusEvent>& event);
+    void clear();
+
+  private:
+    const std::shared_ptr<MainPort> _port;
+    Block _reader;
+    std::mutex _mutex;
+    std::deque<BusEvent> _events;
+};
+
+} // namespace zul

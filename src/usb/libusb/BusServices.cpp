@@ -1,0 +1,15 @@
+#include "usb/libusb/BusServices.h"
+
+namespace zul {
+
+void BusServices::runApart(Block block) const {
+    // The queue's thread outlives the queue object by what it has to do.
+    SerialQueue("usb", clock()).async(std::move(block));
+}
+
+std::optional<InterfaceHolder> reservationElsewhere(const BusServices& services, const std::string& deviceKey) {
+    PrinterReservations* const reservations = services.options.reservations;
+    return reservations == nullptr ? std::nullopt : reservations->heldElsewhere(deviceKey);
+}
+
+} // namespace zul

@@ -1,0 +1,54 @@
+// What all devices of one running bus share.
+#pragma once
+
+#include "usb/libusb/LibusbBus.h"
+#include "usb/libusb/MainPort.h"
+#include "usb/libusb/NodeWatcher.h"
+
+#include <memory>
+#include <mutex>
+#include <set>
+
+namespace zul {
+
+/// The locations at which an update is under way. Any thread.
+class KeptLocations {
+  public:
+    void set(std::uint32_t locationID, bool kept) {
+        const std::scoped_lock lock(_mutex);
+        if (kept) {
+            _locations.insert(locationID);
+        } else {
+            _locations.erase(locationID);
+        }
+    }
+    bool contains(std::uint32_t locationID) const {
+        const std::scoped_lock lock(_mutex);
+        return _locations.contains(locationID);
+    }
+    void clear() {
+        const std::scoped_lock lock(_mutex);
+        _locations.clear();
+    }
+
+  private:
+    mutable std::mutex _mutex;
+    std::set<std::uint32_t> _locations;
+};
+
+struct BusServices {
+    std::shared_ptr<MainPort> port;
+    std::shared_ptr<NodeWatcher> nodeWatcher;
+    LibusbBusOptions options;
+    KeptLocations kept;
+
+    Clock& clock() const { return port->clock(); }
+    /// Runs block soon on a thread of its own, for what may block longer than the main queue can wait. Any thread.
+    void runApart(Block block) const;
+};
+
+/// The other process of ours that has reserved the device; nullopt if none has. Waits at most 300 ms for that process's
+/// answer. Any thread.
+std::optional<InterfaceHolder> reservationElsewhere(const BusServices& services, const std::string& deviceKey);
+
+} // namespace zul

@@ -1,0 +1,17 @@
+#include "usb/libusb/LibusbService.h"
+
+#include "usb/libusb/LibusbInterface.h"
+
+namespace zul {
+
+IOReturn LibusbService::createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) {
+    interfaceInterface = nullptr;
+    if (_attachment->gone) return kIOReturnNoDevice;
+    std::shared_ptr<DeviceConnection> connection;
+    const IOReturn code = _attachment->device->connect(connection);
+    if (code != kIOReturnSuccess) return code;
+    interfaceInterface = std::make_shared<LibusbInterface>(_attachment, std::move(connection), _descriptors);
+    return kIOReturnSuccess;
+}
+
+} // namespace zul

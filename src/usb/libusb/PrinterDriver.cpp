@@ -1,0 +1,66 @@
+#include "usb/libusb/PrinterDriver.h"
+
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace zul {
+
+namespace {
+
+std::optional<std::string> printerIn(const std::string& folder) {
+    DIR* const directory = ::opendir(folder.c_str());
+    if (directory == nullptr) return std::nullopt;
+    std::optional<std::string> name;
+    while (const dirent* entry = ::readdir(directory)) {
+        if (std::strncmp(entry->d_name, "lp", 2) == 0) name = entry->d_name;
+    }
+    ::closedir(directory);
+    return name;
+}
+
+IOReturn ioReturnFromOpen(int error) {
+    switch (error) {
+    case EBUSY:
+        return kIOReturnExclusiveAccess;
+    case EACCES:
+    case EPERM:
+        return kIOReturnNotPrivileged;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+        return kIOReturnNoResources;
+    default:
+        // The driver or the device has gone, or the driver cannot use the device: a job would have answered "busy".
+        return kIOReturnSuccess;
+    }
+}
+
+} // namespace
+
+std::optional<std::string> printerDriverNode(const SystemFolders& folders, const DeviceDescriptors& device,
+                                             std::uint8_t interface) {
+    const std::string name =
+        device.locationText() + ":" + std::to_string(device.configurationValue) + "." + std::to_string(interface);
+    const std::string folder = folders.sys + "/bus/usb/devices/" + name;
+    auto printer = printerIn(folder + "/usbmisc");
+    if (!printer) printer = printerIn(folder + "/usb"); // as older kernels call it
+    if (!printer) return std::nullopt;
+    return folders.dev + "/usb/" + *printer;
+}
+
+PrintJobGuard::~PrintJobGuard() {
+    if (_descriptor >= 0) _watcher.closeUnseen(_node, _descriptor);
+}
+
+IOReturn PrintJobGuard::keepJobsOut(const std::string& node) {
+    _node = node;
+    do {
+        _descriptor = ::open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    } while (_descriptor < 0 && errno == EINTR);
+    return _descriptor >= 0 ? kIOReturnSuccess : ioReturnFromOpen(errno);
+}
+
+} // namespace zul

@@ -1,0 +1,22 @@
+// Arrivals and departures found by looking at the whole bus, whenever the kernel reports something about USB, or else
+// every 2 s. For systems on which udevd does not run.
+#pragma once
+
+#include "usb/libusb/DeviceSource.h"
+
+namespace zul {
+
+class ScanSource final : public DeviceSource {
+  public:
+    ScanSource(std::shared_ptr<BusInbox> inbox, std::shared_ptr<BusServices> services);
+    ~ScanSource() override { stop(); }
+    IOReturn start() override;
+    void stop() override;
+    ArrivalSight sight() const override;
+
+  private:
+    struct State;
+    const std::shared_ptr<State> _state; // shared with the thread that looks
+};
+
+} // namespace zul

@@ -1,0 +1,74 @@
+// A bench with the supervisor of updates between the engine and the operator, as both programs have it.
+#pragma once
+
+#include "Lab.h"
+#include "update/UpdateSupervisor.h"
+
+#include <algorithm>
+#include <doctest/doctest.h>
+#include <optional>
+
+namespace zul {
+
+class SupervisedLab : public Lab, public UpdateObserver {
+  public:
+    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive())
+        : Lab(archiveFolder), supervisor({.mainQueue = mainQueue,
+                                    .clock = clock,
+                                    .alerts = operatorDesk,
+                                    .printerWithKey = [this](const std::string& key) { return attached(key); },
+                                    .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
+                                    .seesArrivals = [this] { return areArrivalsSeen; }},
+                                   {}) {
+        supervisor.setObserver(this);
+        alertSwitch.to = &supervisor;
+        environment.events = &supervisor;
+    }
+    ~SupervisedLab() override {
+        supervisor.setObserver(nullptr);
+        alertSwitch.to = &operatorDesk;
+        environment.events = nullptr;
+    }
+
+    std::shared_ptr<TBUSBPrinterZUL> attached(const std::string& key) const {
+        for (const auto& one : controller->printers()) {
+            if (one->keyUSBdevice() == key && !one->isReleased()) return one;
+        }
+        return nullptr;
+    }
+    /// The operator agrees to an update and confirms it.
+    void beginUpdate(UpdateSupervisor::Equal equal = UpdateSupervisor::Equal::install) {
+        supervisor.begin(printer(), equal);
+        rest(std::chrono::seconds(1));
+        agree();
+        if (operatorDesk.title().starts_with("-- Warning --")) {
+            REQUIRE(operatorDesk.press(operatorDesk.buttons().at(1)));
+        }
+    }
+    void agree() {
+        REQUIRE(operatorDesk.title() == "Attention:");
+        operatorDesk.setAgreed(true);
+        REQUIRE(operatorDesk.press("Continue"));
+        rest(std::chrono::milliseconds(100));
+    }
+    const Update& update() const {
+        REQUIRE(supervisor.updates().size() == 1);
+        return supervisor.updates().begin()->second;
+    }
+    UpdateResult result() const { return update().verdict.result; }
+    std::ptrdiff_t timesSeen(const std::string& command) const {
+        const Wire seen = wire();
+        return std::ranges::count(seen, command);
+    }
+
+    void updateDidChange(const std::string&) override { ++changes; }
+    void updateDidEnd(const std::string& key) override { ends.push_back(supervisor.updates().at(key).verdict.result); }
+
+    UpdateSupervisor supervisor;
+    std::map<std::uint32_t, bool> kept; // by location
+    bool areArrivalsSeen = true;
+    int changes = 0;
+    std::vector<UpdateResult> ends; // every verdict, in order
+};
+
+} // namespace zul

@@ -1,0 +1,100 @@
+"""Signals, closed pipes and lost terminals: none of them leaves a printer in the middle of its update."""
+import json
+import os
+import signal
+
+from bench import UPDATE, case, expect, expect_equal
+
+WHOLE = ["FW_UPDFLASH_REWRITE", "FW_UPDFLASH_PROGRAM", "TBL_CL", "TBL_WTVersion", "TBL_WTCTRLD_UPDATE_CW",
+         "TBL_WTVersion", "TBL_WTCTRLD_UPDATE_CW"]
+
+
+def changes_in(file):
+    with open(file, encoding="utf-8") as lines:
+        entries = [json.loads(line) for line in lines]
+    kinds = ("FW_UPD", "TBL_CL", "TBL_WT")
+    return [entry["command"] for entry in entries
+            if entry["event"] == "command" and entry["command"].startswith(kinds)]
+
+
+def wait_for_phase(process, phase):
+    for line in process.stdout:
+        if json.loads(line).get("phase") == phase:
+            return
+    raise AssertionError(f"the phase {phase!r} was never shown")
+
+
+@case("a reader that closes the pipe does not end an update")
+def _(bench):
+    file = bench.path("journal")
+    process = bench.start("--json", "--virtual-journal", file, *UPDATE)
+    wait_for_phase(process, "restarting")
+    process.stdout.close()
+    expect_equal(process.wait(), 0, "exit status")
+    expect_equal(changes_in(file), WHOLE, "what the printer got")
+
+
+@case("a lost connection does not end an update")
+def _(bench):
+    file = bench.path("journal")
+    process = bench.start("--json", "--virtual-journal", file, *UPDATE)
+    wait_for_phase(process, "restarting")
+    process.send_signal(signal.SIGHUP)
+    process.stdout.read()
+    expect_equal(process.wait(), 0, "exit status")
+    expect_equal(changes_in(file), WHOLE, "what the printer got")
+
+
+@case("a terminal that is closed does not end an update")
+def _(bench):
+    file = bench.path("journal")
+    terminal = bench.terminal("--virtual-journal", file, *UPDATE)
+    terminal.read_until("restarting into the loader")
+    os.close(terminal.fd)
+    status = os.waitstatus_to_exitcode(os.waitpid(terminal.pid, 0)[1])
+    expect_equal(changes_in(file), WHOLE, "what the printer got")
+    expect_equal(status, 0, "exit status")
+
+
+@case("a terminal that is closed while a question waits cancels it")
+def _(bench):
+    file = bench.path("journal")
+    terminal = bench.terminal("--virtual-journal", file, "update")
+    terminal.read_until("I Agree")
+    os.close(terminal.fd)
+    status = os.waitstatus_to_exitcode(os.waitpid(terminal.pid, 0)[1])
+    expect_equal(changes_in(file), [], "what the printer got")
+    expect_equal(status, 1, "exit status")
+
+
+@case("a system that shuts down is not asked once more, and the update ends when the whole image is sent")
+def _(bench):
+    file = bench.path("journal")
+    process = bench.start("--json", "--virtual-journal", file, *UPDATE, printers=("VK14,restart=1000,program=30000",))
+    wait_for_phase(process, "restarting")
+    process.send_signal(signal.SIGTERM)
+    out, err = process.communicate()
+    expect_equal(process.returncode, 130, "exit status")
+    expect("Interrupt once more" not in err, err)
+    expect_equal(changes_in(file), WHOLE[:2], "what the printer got")
+    last = json.loads(out.splitlines()[-1])
+    expect_equal(last["result"], "stopped", "result")
+    expect("start the update again: that completes it" in last["message"], last["message"])
+
+
+@case("a system that shuts down ends an update at once before anything was sent")
+def _(bench):
+    process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2",))
+    wait_for_phase(process, "checking")
+    process.send_signal(signal.SIGTERM)
+    out, _ = process.communicate()
+    expect_equal(process.returncode, 130, "exit status")
+    expect("Nothing has been changed" in json.loads(out.splitlines()[-1])["message"], out)
+
+
+@case("a list whose reader has gone ends quietly")
+def _(bench):
+    process = bench.start("list")
+    process.stdout.close()
+    expect_equal(process.wait(), 0, "exit status")
+    expect_equal(process.stderr.read(), "", "standard error")

@@ -1,0 +1,135 @@
+// Arrivals where udevd does not run: the kernel's own reports, or the clock, make the bus look.
+#include "Bench.h"
+#include "support/SimulatedClock.h"
+
+#include <dirent.h>
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A system without udevd.
+struct Bare {
+    TemporaryFolder run;
+    SimulatedClock clock;
+    Bench bench;
+
+    explicit Bare(bool takesKernelReports = true) : bench(&clock, options(takesKernelReports)) {}
+    LibusbBusOptions options(bool takesKernelReports) const {
+        LibusbBusOptions options;
+        options.system.run = run.path;
+        options.takesKernelReports = takesKernelReports;
+        return options;
+    }
+    void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
+    bool tells(const std::string& tale) {
+        return bench.until([&] { return bench.tale() == tale; });
+    }
+};
+
+constexpr bool kRefused = false;
+
+} // namespace
+
+TEST_CASE("with udevd arrivals are seen by udevd") {
+    Bench bench;
+    if (!bench.hasUdevd()) return;
+    CHECK(bench.bus.seesArrivals() == ArrivalSight::no);
+    bench.start();
+    CHECK(bench.bus.seesArrivals() == ArrivalSight::byUdev);
+    bench.bus.stop();
+    CHECK(bench.bus.seesArrivals() == ArrivalSight::no);
+}
+
+TEST_CASE("without udevd arrivals are seen by the kernel's reports") {
+    Bare bare;
+    bare.bench.plug();
+    bare.bench.start();
+    CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byKernel);
+    CHECK(bare.bench.tale() == "arrived 1-2");
+    bare.bench.plug({.port = "1-3", .address = 5});
+    CHECK(bare.tells("arrived 1-2, arrived 1-3"));
+    bare.bench.unplug("1-2");
+    CHECK(bare.tells("arrived 1-2, arrived 1-3, terminated 1-2, removed 1-2"));
+}
+
+TEST_CASE("an udevd that was killed is not waited for") {
+    Bare bare;
+    { const ListeningUdevd killed(bare.run.path); } // its socket's file stays
+    bare.bench.start();
+    CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byKernel);
+}
+
+TEST_CASE("where the kernel's reports are refused the bus is looked at every two seconds") {
+    Bare bare(kRefused);
+    bare.bench.start();
+    CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byRescan);
+    bare.bench.plug();
+    bare.advance(1999ms);
+    CHECK(bare.bench.told.empty());
+    bare.advance(1ms);
+    CHECK(bare.tells("arrived 1-2"));
+    bare.bench.unplug();
+    bare.advance(2s);
+    CHECK(bare.tells("arrived 1-2, terminated 1-2, removed 1-2"));
+}
+
+TEST_CASE("a look at an unchanged bus reports nothing") {
+    Bare bare(kRefused);
+    bare.bench.plug();
+    bare.bench.start();
+    for (int i = 0; i < 3; ++i) bare.advance(2s);
+    bare.bench.plug({.port = "1-3", .address = 5}); // the next look's
+    bare.advance(2s);
+    CHECK(bare.tells("arrived 1-2, arrived 1-3"));
+}
+
+TEST_CASE("a printer that was away for less than a look and has its old address shows as gone and come") {
+    Bare bare(kRefused);
+    bare.bench.plug();
+    bare.bench.start();
+    // The kernel gives each attachment a folder of its own number; a mocked one could get its number back.
+    DIR* const folder = ::opendir("/sys/devices/usb1/1-2");
+    REQUIRE(folder != nullptr);
+    bare.bench.unplug();
+    bare.bench.plug();
+    ::closedir(folder);
+    bare.advance(2s);
+    CHECK(bare.tells("arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2"));
+}
+
+TEST_CASE("a printer goes on working after the bus was looked at again") {
+    Bare bare(kRefused);
+    MockPrinter& printer = bare.bench.plug();
+    bare.bench.start();
+    const auto handle = bare.bench.openHandle();
+    bare.bench.plug({.port = "1-3", .address = 5});
+    bare.advance(2s);
+    REQUIRE(bare.tells("arrived 1-2, arrived 1-3"));
+    CHECK(handle->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
+    CHECK(printer.received() == "frame");
+}
+
+TEST_CASE("only the printers that are attached keep the sessions in which they were found") {
+    Bare bare(kRefused);
+    bare.bench.start();
+    for (unsigned i = 0; i < 3; ++i) {
+        bare.bench.plug({.address = 4 + i});
+        bare.advance(2s);
+        REQUIRE(bare.bench.until([&] { return bare.bench.registry.services().size() == 1; }));
+        bare.bench.unplug();
+        bare.advance(2s);
+        REQUIRE(bare.bench.until([&] { return bare.bench.registry.services().empty(); }));
+    }
+    CHECK(bare.bench.until([&] { return LibusbBus::liveSessions() == 0; }));
+}
+
+TEST_CASE("a stopped bus is not looked at any more") {
+    Bare bare(kRefused);
+    bare.bench.start();
+    bare.bench.bus.stop();
+    bare.bench.plug();
+    CHECK(bare.clock.drain(bare.bench.mainQueue, 10s)); // no timer is left
+    CHECK(bare.bench.told.empty());
+}

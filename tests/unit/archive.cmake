@@ -1,0 +1,6 @@
+target_sources(unit_tests PRIVATE
+  archive/ArchiveProblemTests.cpp
+  archive/FileReaderTests.cpp
+  archive/FirmwareArchiveTests.cpp
+  archive/ProductTableTests.cpp
+  archive/SRecordTests.cpp)

@@ -1,0 +1,88 @@
+#include "update/LockAnswer.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+
+namespace {
+
+const LockAnswer kAnswer{.program = "zulctl",
+                         .pid = 4711,
+                         .user = "kiosk",
+                         .since = 1700000000,
+                         .activity = "update",
+                         .phase = "writing",
+                         .text = "Do not switch the printer off."};
+
+} // namespace
+
+TEST_CASE("what a lock's holder answers is read back as it was sent") {
+    const std::string line = lockAnswerLine(kAnswer);
+    CHECK(line.ends_with('\n'));
+    CHECK(line.find('\n') == line.size() - 1);
+    CHECK(parseLockAnswer(line) == kAnswer);
+}
+
+TEST_CASE("an answer has the names that other programs look for") {
+    CHECK(lockAnswerLine({.program = "zulctl", .pid = 3, .user = "u", .since = 5, .activity = "claim"}) ==
+          R"({"activity":"claim","phase":"","pid":3,"program":"zulctl","since":5,"user":"u"})"
+          "\n");
+}
+
+TEST_CASE("members of an answer that are missing or of a wrong type are left empty") {
+    CHECK(parseLockAnswer("{}") == LockAnswer{});
+    CHECK(parseLockAnswer(R"({"program": 1, "pid": "4", "user": null, "since": [], "activity": {}, "phase": true})") ==
+          LockAnswer{});
+    CHECK(parseLockAnswer(R"({"pid": -4, "since": -1})") == LockAnswer{});
+    CHECK(parseLockAnswer(R"({"pid": 4.5, "since": 1e300})") == LockAnswer{});
+    CHECK(parseLockAnswer(R"({"pid": 2147483648, "since": 9223372036854775808})") == LockAnswer{});
+    CHECK(parseLockAnswer(R"({"pid": 2147483647, "since": 9223372036854775807})") ==
+          LockAnswer{.pid = 2147483647, .since = 9223372036854775807});
+}
+
+TEST_CASE("what is not an answer is refused") {
+    for (const char* line : {"", "\n", "x", "[]", "3", "\"text\"", "null", "{\"pid\": 3", "{\"phase\": \"\xFF\"}",
+                             "{\"pid\": 3} {\"pid\": 4}", "{\"since\": 1e400}"}) {
+        CAPTURE(line);
+        CHECK_FALSE(parseLockAnswer(line));
+    }
+    CHECK_FALSE(parseLockAnswer(std::string(kLongestLockAnswer, '[')));
+}
+
+TEST_CASE("an answer longer than the limit is refused, one as long as the limit is read") {
+    std::string line = R"({"phase": "writing"})";
+    line += std::string(kLongestLockAnswer - line.size(), ' ');
+    CHECK(parseLockAnswer(line) == LockAnswer{.phase = "writing"});
+    CHECK_FALSE(parseLockAnswer(line + ' '));
+}
+
+TEST_CASE("texts of an answer cannot move the cursor or turn the direction of writing") {
+    const auto answer =
+        parseLockAnswer(R"({"program": "a\u001b[31mb", "user": "\u0085\u202ec\u2066", "phase": "d\u007f"})");
+    REQUIRE(answer);
+    CHECK(answer->program == "a[31mb");
+    CHECK(answer->user == "c");
+    CHECK(answer->phase == "d");
+    CHECK(parseLockAnswer(R"({"phase": "Größe \u20ac \ud83d\ude00"})")->phase == "Größe € 😀");
+}
+
+TEST_CASE("long texts of an answer are cut between characters, and the line stays within its limit") {
+    LockAnswer answer = kAnswer;
+    answer.program = answer.user = answer.activity = answer.phase = 'a' + std::string(500, '"');
+    answer.text = std::string(3000, '\\');
+    const std::string line = lockAnswerLine(answer);
+    CHECK(line.size() <= kLongestLockAnswer);
+    const auto again = parseLockAnswer(line);
+    REQUIRE(again);
+    CHECK(again->phase.size() == 128);
+    CHECK(again->text.size() == 1024);
+
+    answer.phase = std::string(127, 'a') + "€";
+    CHECK(parseLockAnswer(lockAnswerLine(answer))->phase == std::string(127, 'a'));
+}
+
+TEST_CASE("bytes that are not text do not keep an answer from being sent") {
+    const auto answer = parseLockAnswer(lockAnswerLine({.user = "caf\xE9"}));
+    REQUIRE(answer);
+    CHECK(answer->user == "caf\xEF\xBF\xBD");
+}

@@ -1,0 +1,164 @@
+// What operators read about an update.
+#include "unit/update/Followed.h"
+#include "update/UpdateTexts.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace zul::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+std::string shown(const Followed& update, const UsualDurations& learned = {}) {
+    return describeState(update.state(), const_cast<SimulatedClock&>(update.clock).now(), learned);
+}
+
+UpdateExpectation expected() {
+    return {.version = "VK14 01.61", .tables = 2, .tableVersions = {{"colorTableVersion", {"0161"}}}};
+}
+
+} // namespace
+
+TEST_CASE("a phase is shown with its age and how long it usually takes") {
+    Followed update;
+    update.command(kCommandEnterLoader);
+    update.report(events::Departed{});
+    update.clock.sleepFor(14s);
+    CHECK(shown(update) == "restarting into the loader (14 s, usually done within 30 s)");
+    update.report(events::Arrived{});
+    update.clock.sleepFor(3s);
+    CHECK(shown(update) == "in the loader (3 s, usually done within 30 s)");
+    CHECK(shown(update, {{UpdatePhase::loaderBack, 7s}}) == "in the loader (3 s, usually done within 7 s)");
+}
+
+TEST_CASE("a phase that depends on people is shown with its age alone") {
+    Followed update;
+    update.clock.sleepFor(2s);
+    CHECK(shown(update) == "checking (2 s)");
+}
+
+TEST_CASE("a phase takes at the longest twice what past updates took, and never less than its row of the table") {
+    CHECK(longestDuration(UpdatePhase::loaderBack, {}) == 60s);
+    CHECK(longestDuration(UpdatePhase::loaderBack, {{UpdatePhase::loaderBack, 7s}}) == 60s);
+    CHECK(longestDuration(UpdatePhase::loaderBack, {{UpdatePhase::loaderBack, 50s}}) == 100s);
+    CHECK_FALSE(longestDuration(UpdatePhase::done, {}));
+}
+
+TEST_CASE("an image is shown with its bytes, a table with its number") {
+    Followed update;
+    update.upToImage();
+    update.bytes(1016, 2032);
+    CHECK(shown(update) == "writing the firmware: 1016 of 2032 bytes (50 %) (0 s, usually done within 10 s)");
+    update.image();
+    update.restart();
+    update.table(2);
+    CHECK(shown(update) == "writing color tables: 2 of 2 (0 s, usually done within 60 s)");
+}
+
+TEST_CASE("what keeps a printer from going on is shown with the phase") {
+    Followed update;
+    update.report(events::ReplyMissing{kIOUSBTransactionTimeout});
+    CHECK(shown(update) == "checking: no answer (0 s)");
+    update.report(events::ReplyRead{"x"});
+    update.status("01000");
+    CHECK(shown(update) == "checking: Cover Open (0 s)");
+    update.upToTables();
+    update.report(events::Opened{
+        .code = kIOReturnExclusiveAccess,
+        .holder = InterfaceHolder{.kind = InterfaceHolder::Kind::process, .program = "ipp", .pid = 812}});
+    CHECK(shown(update) == "back, waiting until it is idle: another program uses the printer (ipp, process 812) (0 s, "
+                           "usually done within 30 s)");
+}
+
+TEST_CASE("who holds a printer is named as far as that is known") {
+    using Kind = InterfaceHolder::Kind;
+    CHECK(describeHolder({}) == "another program uses the printer");
+    CHECK(describeHolder({.kind = Kind::printing, .program = "usb", .pid = 7}) == "it is printing (usb, process 7)");
+    CHECK(describeHolder({.kind = Kind::printing}) == "it is printing");
+    CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "update", .phase = "writing"}) ==
+          "zulctl uses the printer (process 9): update, writing");
+    CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "claim"}) ==
+          "zulctl uses the printer (process 9): claim");
+    CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9}) ==
+          "zulctl uses the printer (process 9)");
+}
+
+TEST_CASE("a refused command is named for what it is, not for the phase before it") {
+    Followed restart;
+    restart.command(kCommandEnterLoader, kIOUSBPipeStalled);
+    CHECK(shown(restart) == "the printer did not take the command to restart (0 s)");
+    CHECK(adviceFor(restart.state()).starts_with("Nothing has been changed in the printer."));
+    Followed image;
+    image.upToImage();
+    image.image(kIOUSBPipeStalled);
+    CHECK(shown(image) == "the printer did not take the firmware (0 s)");
+}
+
+TEST_CASE("every phase in which a printer can stall has advice") {
+    UpdateState state;
+    for (int phase = 0; phase < static_cast<int>(UpdatePhase::done); ++phase) {
+        state.phase = static_cast<UpdatePhase>(phase);
+        CHECK(adviceFor(state).size() > 20);
+    }
+}
+
+TEST_CASE("advice names what the printer reports, who holds it, and damaged files") {
+    Followed update;
+    update.status("01000");
+    CHECK(adviceFor(update.state()).starts_with("The printer reports: Cover Open."));
+    update.report(events::Opened{.code = kIOReturnExclusiveAccess});
+    CHECK(adviceFor(update.state()).starts_with("Close the other program or wait until it has finished."));
+    update.report(events::Opened{});
+    update.upToLoader();
+    update.report(events::ArchiveRefused{});
+    CHECK(adviceFor(update.state()).starts_with("The firmware files are damaged. The printer is in firmware update mode"));
+}
+
+TEST_CASE("no text of an operator names a return code") {
+    for (const IOReturn code : {kIOReturnNoDevice, kIOUSBTransactionTimeout, kIOUSBPipeStalled, kIOReturnOverrun,
+                                kIOReturnExclusiveAccess, kIOReturnNotResponding, kIOReturnError}) {
+        CHECK(describeFailure(code).find("kIO") == std::string::npos);
+        CHECK(describeFailure(code).size() > 10);
+    }
+    Followed update;
+    update.upToTables();
+    update.tables(1);
+    update.table(2);
+    update.command(kCommandTableName, kIOUSBPipeStalled);
+    update.finish();
+    CHECK(reasonFor(UpdateResult::tablesMissing, update.state(), expected()) ==
+          "only 1 of 2 color tables were sent (the printer refused the data)");
+}
+
+TEST_CASE("an update that did not begin says why") {
+    Followed update;
+    update.status("01000");
+    const auto reason = [&](UpdateResult result) { return reasonFor(result, update.state(), expected()); };
+    CHECK(reason(UpdateResult::notReady) == "the printer reports: Cover Open");
+    CHECK(reason(UpdateResult::newerInstalled) == "the installed firmware VK14 01.60 is newer than VK14 01.61");
+    CHECK(reason(UpdateResult::upToDate) == "VK14 01.60 and its color tables are installed already");
+    CHECK(reason(UpdateResult::busy) == "another program uses the printer");
+    for (int result = static_cast<int>(UpdateResult::upToDate); result <= static_cast<int>(UpdateResult::stopped); ++result) {
+        if (static_cast<UpdateResult>(result) == UpdateResult::tablesDiffer) continue; // needs a table that differs
+        CAPTURE(result);
+        CHECK_FALSE(reason(static_cast<UpdateResult>(result)).empty());
+    }
+}
+
+TEST_CASE("a printer that waits for the rest of its image is to be switched off and on, one in its loader is not") {
+    Followed waits;
+    waits.upToImage();
+    waits.bytes(1000, 2032);
+    waits.image(kIOUSBTransactionTimeout);
+    waits.report(events::ReplyMissing{kIOUSBTransactionTimeout});
+    CHECK(reasonFor(UpdateResult::imageNotTaken, waits.state(), expected()) ==
+          "the firmware was cut off, and the printer waits for the rest of it");
+    CHECK(adviceAfter(UpdateResult::imageNotTaken, waits.state()).starts_with("Switch the printer off and on"));
+    Followed back;
+    back.upToTables();
+    back.status(kLoaderStatus);
+    CHECK(reasonFor(UpdateResult::imageNotTaken, back.state(), expected()) ==
+          "the printer is still in firmware update mode: it did not take the firmware");
+    CHECK(adviceAfter(UpdateResult::imageNotTaken, back.state()).starts_with("Leave the printer switched on"));
+}

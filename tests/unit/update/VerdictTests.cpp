@@ -1,0 +1,164 @@
+// What an update came to, judged by facts.
+#include "archive/ProductTable.h"
+#include "unit/update/Followed.h"
+#include "update/UpdateVerdict.h"
+
+#include <doctest/doctest.h>
+#include <set>
+
+using namespace zul;
+using namespace zul::test;
+
+namespace {
+
+const UpdateExpectation& expected() {
+    static const UpdateExpectation expectation = expectationFor(kProductVK14);
+    return expectation;
+}
+
+struct Finished : Followed {
+    explicit Finished(int tablesSent = 2) {
+        upToTables();
+        tables(tablesSent);
+    }
+    UpdateResult result() {
+        finish();
+        return judgeByFacts(state(), expected());
+    }
+};
+
+} // namespace
+
+TEST_CASE("what a model should report after its update comes from its row of the archive") {
+    CHECK(expected().version == "VK14 01.61");
+    CHECK(expected().tables == 2);
+    CHECK(expected().tableVersions.at("colorTableVersion") == std::set<std::string>{"0161"});
+    const UpdateExpectation rz7 = expectationFor(kProductVKRZ7);
+    CHECK(rz7.tableVersions.at("colorTableVersion") == std::set<std::string>{"0100", "0201"});
+    const UpdateExpectation vk28 = expectationFor(kProductVK28);
+    CHECK(vk28.tables == 8);
+    CHECK(vk28.tableVersions.size() == 8);
+    for (const char* key : {"colorTableVersion", "colorTableVersion300HD", "colorTableVersion600",
+                            "colorTableVersion600HD", "colorTableVersion610", "colorTableVersion610HD",
+                            "colorTableVersion620", "colorTableVersion620HD"}) {
+        CAPTURE(key);
+        CHECK(vk28.tableVersions.at(key) == std::set<std::string>{"0101"});
+    }
+    CHECK_FALSE(expectationFor(0x1234).version);
+}
+
+TEST_CASE("an update with the available version and every table is a success") {
+    Finished update;
+    update.report(events::TableFactRead{"colorTableVersion", "0161"});
+    CHECK(update.result() == UpdateResult::succeeded);
+}
+
+TEST_CASE("the version that is read afterwards decides first") {
+    Finished other(1);
+    other.version("VK14 01.60");
+    CHECK(other.result() == UpdateResult::otherVersion);
+    Followed unread;
+    unread.upToImage();
+    unread.image();
+    unread.restart();
+    unread.tables(2);
+    unread.finish();
+    CHECK(judgeByFacts(unread.state(), expected()) == UpdateResult::versionUnread);
+    CHECK(lacksAnswersOnly(unread.state(), expected()));
+}
+
+TEST_CASE("a table that was not sent makes the update incomplete, whatever was reported") {
+    Finished update(1);
+    update.table(2);
+    update.command(kCommandTableName, kIOReturnNoDevice);
+    update.command(kCommandTableWrite, kIOReturnNoDevice);
+    CHECK(update.result() == UpdateResult::tablesMissing);
+    Finished none(0);
+    none.finish(false);
+    CHECK(judgeByFacts(none.state(), expected()) == UpdateResult::tablesMissing);
+}
+
+TEST_CASE("a table that the printer reports with another version was not taken") {
+    Finished update;
+    update.report(events::TableFactRead{"colorTableVersion", "0160"});
+    CHECK(update.result() == UpdateResult::tablesDiffer);
+    CHECK(differingTable(update.state(), expected()) == "colorTableVersion");
+}
+
+TEST_CASE("a table's answer that is not a version says nothing about the table") {
+    for (const char* answer : {"", "NULL", "16", "01610", "O161"}) {
+        CAPTURE(answer);
+        Finished update;
+        update.report(events::TableFactRead{"colorTableVersion", answer});
+        CHECK(update.result() == UpdateResult::succeeded);
+    }
+}
+
+TEST_CASE("a missing answer about a table is asked for once more before the update is judged") {
+    Finished update;
+    update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
+    CHECK(update.result() == UpdateResult::succeeded);
+    CHECK(lacksAnswersOnly(update.state(), expected()));
+    update.report(events::TableFactRead{"colorTableVersion", "0161"});
+    CHECK_FALSE(lacksAnswersOnly(update.state(), expected()));
+}
+
+TEST_CASE("tables that could not be cleared before they were written make the update incomplete") {
+    Finished update(0);
+    update.command(kCommandTableClear, kIOUSBPipeStalled, 0);
+    update.tables(2);
+    CHECK(update.result() == UpdateResult::clearRefused);
+}
+
+TEST_CASE("an image whose write failed was taken if the version has changed to the available one") {
+    Followed update;
+    update.upToImage();
+    update.bytes(1000, 2032);
+    update.image(kIOReturnNoDevice);
+    update.restart();
+    update.version("VK14 01.61");
+    update.tables(2);
+    update.finish();
+    CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
+}
+
+TEST_CASE("an image whose write failed is not proved by a version that was there before") {
+    Followed update;
+    update.monitor.beginUpdate(
+        {.key = "key", .installedVersion = "VK14 01.61", .offeredVersion = "VK14 01.61", .tables = 2});
+    update.upToImage();
+    update.bytes(1000, 2032);
+    update.image(kIOUSBPipeStalled);
+    update.restart();
+    update.version("VK14 01.61");
+    update.tables(2);
+    update.finish();
+    CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::imageNotTaken);
+}
+
+TEST_CASE("an image that was sent whole and not confirmed was taken if the available version is read") {
+    Followed update;
+    update.monitor.beginUpdate({.key = "key", .offeredVersion = "VK14 01.61", .tables = 2}); // it was in its loader
+    update.upToImage();
+    update.bytes(2032, 2032);
+    update.image(kIOReturnNotResponding);
+    update.restart();
+    update.version("VK14 01.61");
+    update.tables(2);
+    update.finish();
+    CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
+}
+
+TEST_CASE("every result has a name of its own, and only those before the first command leave the printer untouched") {
+    std::set<std::string> names;
+    for (int result = 0; result <= static_cast<int>(UpdateResult::stopped); ++result) {
+        names.insert(nameOfResult(static_cast<UpdateResult>(result)));
+    }
+    CHECK(names.size() == static_cast<std::size_t>(UpdateResult::stopped) + 1);
+    CHECK(UpdateVerdict{UpdateResult::declined, ""}.isUntouched());
+    CHECK(UpdateVerdict{UpdateResult::commandRefused, ""}.isUntouched());
+    CHECK_FALSE(UpdateVerdict{UpdateResult::imageNotTaken, ""}.isUntouched());
+    CHECK_FALSE(UpdateVerdict{UpdateResult::succeeded, ""}.isUntouched());
+    CHECK(UpdateVerdict{UpdateResult::upToDate, ""}.isSuccess());
+    CHECK_FALSE(UpdateVerdict{UpdateResult::stopped, ""}.isSuccess());
+}
