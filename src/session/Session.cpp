@@ -5,14 +5,21 @@
 #include "archive/FirmwareDigests.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/foundation/StateFolder.h"
 #include "session/EmbeddedPrinters.h"
 #include "usb/libusb/LibusbBus.h"
 
 #include <algorithm>
 #include <chrono>
 #include <unistd.h>
+#include <utility>
 
 namespace zul {
+
+std::filesystem::path historyFolder(const SessionOptions& options) {
+    const auto folder = stateFolder();
+    return options.virtualPrinters.empty() || folder.empty() ? folder : folder / "embedded";
+}
 
 namespace {
 
@@ -38,7 +45,9 @@ void Session::EventRouter::printerEvent(const PrinterEvent& event) {
 Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* givenClock)
     : clock(givenClock != nullptr ? *givenClock : _machineClock), defaults(UserDefaults::standardFile()),
       bundle(Bundle::mainBundle(options.firmwareArchive)),
-      locks(lockOptions(application.processName(), !options.virtualPrinters.empty())), supervisor(servicesFor(alerts), {}),
+      locks(lockOptions(application.processName(), !options.virtualPrinters.empty())),
+      recorder(mainQueue, clock, historyOptions(options), application.processName(), ZUL_VERSION),
+      supervisor(servicesFor(alerts), {}),
       environment{.mainQueue = mainQueue,
                   .clock = clock,
                   .registry = registry,
@@ -69,6 +78,16 @@ PrinterLocksOptions Session::lockOptions(const std::string& program, bool areEmb
     return options;
 }
 
+UpdateHistoryOptions Session::historyOptions(const SessionOptions& sessionOptions) const {
+    UpdateHistoryOptions options;
+    options.wallTime = [this] {
+        const auto wall = clock.wallTime().time_since_epoch();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(wall).count();
+    };
+    options.folder = historyFolder(sessionOptions);
+    return options;
+}
+
 UpdateServices Session::servicesFor(AlertOutlet& alerts) {
     return {.mainQueue = mainQueue,
             .clock = clock,
@@ -78,12 +97,18 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
                 [this](std::uint32_t location, bool isKept) {
                     if (_realBus != nullptr) _realBus->setKept(location, isKept);
                 },
-            .seesArrivals = [this] { return _realBus == nullptr || _realBus->seesArrivals() != ArrivalSight::no; }};
+            .seesArrivals = [this] { return _realBus == nullptr || _realBus->seesArrivals() != ArrivalSight::no; },
+            .locks = &locks,
+            .recorder = &recorder,
+            .archive = &archive};
 }
 
 void Session::setObserver(SessionObserver* observer) {
     _observer = observer;
     supervisor.setObserver(observer);
+    recorder.setProblemHandler([this](const std::string& text) {
+        if (_observer != nullptr) _observer->noteDidArise(text);
+    });
 }
 
 void Session::endBus() {
@@ -92,6 +117,7 @@ void Session::endBus() {
         for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
     if (_bus) _bus->stop();
+    recorder.flush();
 }
 
 std::optional<SessionProblem> Session::makeBus() {
@@ -126,13 +152,22 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
         return SessionProblem{
             localizedFormat("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code))};
     }
+    supervisor.readInterrupted([this] { historyIsRead(); });
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
     return std::nullopt;
 }
 
+void Session::historyIsRead() {
+    _isHistoryRead = true;
+    if (_observer != nullptr) _observer->interruptedDidChange();
+    for (Block& block : std::exchange(_waitsForHistory, {})) whenEnumerated(std::move(block));
+}
+
 void Session::whenEnumerated(Block block) {
-    if (_realBus != nullptr) {
+    if (!_isHistoryRead) {
+        _waitsForHistory.push_back(std::move(block));
+    } else if (_realBus != nullptr) {
         _realBus->whenEnumerated(std::move(block));
     } else {
         block();

@@ -12,6 +12,7 @@
 #include "session/SessionProblem.h"
 #include "session/UnusablePrinters.h"
 #include "update/PrinterLocks.h"
+#include "update/UpdateRecorder.h"
 #include "update/UpdateSupervisor.h"
 
 #include <functional>
@@ -32,7 +33,13 @@ class SessionObserver : public UpdateObserver {
     virtual void unusablePrinterDidArrive(const std::string& message) = 0;
     /// A printer has come or gone: unusablePrinters() may be different now.
     virtual void unusablePrintersDidChange() {}
+    /// supervisor.interruptedText() may have changed.
+    virtual void interruptedDidChange() {}
 };
+
+/// Where the history of a run's updates is: embedded printers are not mixed with the real ones. Empty if the user has
+/// no folder for it.
+std::filesystem::path historyFolder(const SessionOptions& options);
 
 class Session {
   public:
@@ -49,8 +56,8 @@ class Session {
     /// Makes the bus and the controller, and finds what is attached. outlets: what the user interface connects; all
     /// may be null. Returns why the session cannot start, or nullopt.
     std::optional<SessionProblem> start(TBPrinters::Outlets outlets);
-    /// Runs block once everything that was attached at the start is in the list; at once when it is so already. A
-    /// printer that is slow to answer the request for its device ID takes up to some 3 s.
+    /// Runs block once everything that was attached at the start is in the list, and it is known which updates earlier
+    /// runs did not end. A printer that is slow to answer the request for its device ID takes up to some 3 s.
     void whenEnumerated(Block block);
     /// Returns the printers to the system's own driver, except those in the middle of something.
     void endBus();
@@ -92,6 +99,7 @@ class Session {
     Bundle bundle;
     FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
     PrinterLocks locks;              // of this machine's printers; embedded ones have locks of their own
+    UpdateRecorder recorder;         // of the user's history; embedded printers have one of their own
     UpdateSupervisor supervisor;
 
   private:
@@ -103,14 +111,18 @@ class Session {
 
   private:
     PrinterLocksOptions lockOptions(const std::string& program, bool areEmbedded) const;
+    UpdateHistoryOptions historyOptions(const SessionOptions& options) const;
     UpdateServices servicesFor(AlertOutlet& alerts);
     std::optional<SessionProblem> makeBus();
     void watchServices();
+    void historyIsRead();
     void unusableDidArrive(const PrinterEvent& event);
 
     const SessionOptions _options;
     bool _areSamplesWithheld = false;
     SessionObserver* _observer = nullptr;
+    bool _isHistoryRead = false;
+    std::vector<Block> _waitsForHistory;
     UnusablePrinters _unusable;
     std::unique_ptr<USBBus> _bus;
     LibusbBus* _realBus = nullptr; // the same, if it is the real one

@@ -84,12 +84,6 @@ std::vector<UpdateRecord> interruptedRecords(HistoryDatabase& database) {
     return records;
 }
 
-// A serial number belongs to one printer of a model; a key belongs to a place, where another printer may be by now.
-bool isSamePrinter(const UpdateRecord& one, const UpdateRecord& other) {
-    if (one.serial.empty() || other.serial.empty()) return one.key == other.key;
-    return one.serial == other.serial && (one.model == other.model || one.model.empty() || other.model.empty());
-}
-
 void storeDigests(HistoryDatabase& database, std::int64_t id, const std::map<std::string, std::string>& digests) {
     Statement(database, "DELETE FROM digests WHERE update_id = ?").bind(1, id).run();
     Statement insert(database, "INSERT OR REPLACE INTO digests (update_id, file, digest) VALUES (?, ?, ?)");
@@ -152,6 +146,11 @@ std::int64_t medianOf(std::vector<std::int64_t> values) {
 }
 
 } // namespace
+
+bool isSamePrinter(const UpdateRecord& one, const UpdateRecord& other) {
+    if (one.serial.empty() || other.serial.empty()) return one.key == other.key;
+    return one.serial == other.serial && (one.model == other.model || one.model.empty() || other.model.empty());
+}
 
 UpdateHistory::UpdateHistory(UpdateHistoryOptions options) : _options(std::move(options)) {}
 

@@ -31,7 +31,7 @@ constexpr auto kRows = std::to_array<PhaseRow>({
      10, 20, 4, true,
      operatorText("The printer was ordered to restart and has not left yet. Leave it switched on. If nothing happens, "
                   "switch it off and on, then start the update again.")},
-    {UpdatePhase::loaderAway, UpdateStep::restartingIntoLoader, "restarting", operatorText("restarting into the loader"),
+    {UpdatePhase::loaderAway, UpdateStep::restartingIntoLoader, "restarting into loader", operatorText("restarting into the loader"),
      30, 60, 8, true,
      operatorText("The printer has not come back as its loader. Leave it switched on and check the USB cable. If it "
                   "stays away, switch it off and on: the update continues when it appears.")},

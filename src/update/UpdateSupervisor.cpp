@@ -56,6 +56,11 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
         end(key, UpdateResult::cannotFollow);
         return;
     }
+    if (!takeLock(key)) {
+        end(key, UpdateResult::busy);
+        return;
+    }
+    learnUsual(key);
     if (!askForStatus(key, printer, equal)) continueBegin(key, equal);
 }
 
@@ -111,20 +116,36 @@ void UpdateSupervisor::continueBegin(const std::string& key, Equal equal) {
         end(key, UpdateResult::unanswered);
     } else if (equal == Equal::skip && isUpToDate(*printer)) {
         end(key, UpdateResult::upToDate);
+    } else if (_courses[key].fileProblems = printer->archiveProblems(); !_courses[key].fileProblems.empty()) {
+        end(key, UpdateResult::badFiles); // before the first question to the operator
     } else {
         start(key);
     }
 }
 
+// The record is on the disk before the first command: an end of the program after it is found by the next start.
 void UpdateSupervisor::start(const std::string& key) {
-    const Printer printer = _updates[key].printer.lock();
-    if (!printer) return;
+    record(key, [weak = std::weak_ptr(_self), key] {
+        if (const auto self = weak.lock()) (*self)->startEngine(key);
+    });
+}
+
+void UpdateSupervisor::startEngine(const std::string& key) {
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || !found->second.isOpen() || _courses[key].isBegun) return;
+    const Printer printer = found->second.printer.lock();
+    if (!printer || printer->isReleased()) {
+        end(key, UpdateResult::left);
+        return;
+    }
     _courses[key].isBegun = true;
     keepInterface(key, true);
     printer->updateFirmware();
 }
 
+// After an update that has no end the versions do not show whether all tables are written.
 bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
+    if (interruptedRecord(printer) != nullptr) return false;
     const UpdateExpectation expectation = expectationFor(printer.productNumber());
     if (!expectation.version || printer.firmwareVersion() != expectation.version) return false;
     return std::ranges::all_of(expectation.tableVersions, [&](const auto& table) {
@@ -145,6 +166,7 @@ void UpdateSupervisor::adopt(const std::string& key) {
     }
     _courses[key].isBegun = true;
     keepInterface(key, true);
+    learnUsual(key);
     startTicking();
     refresh(key);
 }
@@ -178,12 +200,34 @@ void UpdateSupervisor::answered(const AlertDescription& alert, int answer) {
     const std::string& key = alert.printerKey;
     --_courses[key].pendingAlerts;
     _monitor.touch(key); // what a person thinks about is no silence of the printer
-    if (alert.kind == AlertKind::loaderFound && answer == kAlertSecondButton) adopt(key);
+    if (alert.kind == AlertKind::loaderFound && answer == kAlertSecondButton) {
+        adoptThen(alert, answer);
+        return;
+    }
     if (alert.completion) alert.completion(answer);
     const auto found = _updates.find(key);
     if (found == _updates.end()) return;
     if (alert.kind == AlertKind::notNeeded && found->second.isOpen()) end(key, UpdateResult::newerInstalled);
     refresh(key);
+}
+
+// The operator wants a printer updated that was found in its loader. The engine gets the answer when the update may
+// begin: by then it is reserved and recorded.
+void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
+    const std::string key = alert.printerKey;
+    const auto passOn = [completion = alert.completion](int passed) {
+        if (completion) completion(passed);
+    };
+    adopt(key);
+    const auto found = _updates.find(key);
+    if (found == _updates.end() || !found->second.isOpen()) {
+        passOn(answer); // it has left meanwhile, which the engine knows
+    } else if (!takeLock(key)) {
+        end(key, UpdateResult::busy);
+        passOn(kAlertFirstButton + static_cast<int>(alert.harmlessButton));
+    } else {
+        record(key, [passOn, answer] { passOn(answer); });
+    }
 }
 
 // The engine's report goes by the tables alone. Where the facts differ, they are shown first.
@@ -242,6 +286,8 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
         lookForReturn(event);
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);
+        takeLock(event.key); // it is under way already, whoever else has the printer
+        record(event.key, {});
     }
 }
 

@@ -5,9 +5,12 @@
 
 #include "Classes/PrinterEvents.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/appkit/Outlets.h"
 #include "platform/dispatch/Queue.h"
+#include "update/PrinterLocks.h"
 #include "update/UpdateMonitor.h"
+#include "update/UpdateRecorder.h"
 #include "update/UpdateTexts.h"
 #include "update/UpdateVerdict.h"
 
@@ -69,6 +72,12 @@ struct UpdateServices {
     std::function<void(std::uint32_t locationID, bool isKept)> setKept = {};
     /// Whether the arrival of a printer will be seen; empty: it will.
     std::function<bool()> seesArrivals = {};
+    /// Reserves printers for the updates of this process; null: nobody else is there.
+    PrinterLocks* locks = nullptr;
+    /// Keeps the records of updates; null: there are none.
+    UpdateRecorder* recorder = nullptr;
+    /// Whose folder and digests the records name; null: none.
+    FirmwareArchive* archive = nullptr;
 };
 
 struct UpdateSettings {
@@ -112,6 +121,11 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
     /// still be at work.
     bool mayGetSecondImage(const std::string& key) const;
+    /// "update was interrupted at 2026-11-22 03:10, start it to complete": an earlier update of this printer has no end,
+    /// or the printer waits in its loader, and nobody updates it now. Empty if neither is so.
+    std::string interruptedText(TBUSBPrinterZUL& printer) const;
+    /// Finds the updates that earlier runs did not end; then done runs on the main queue.
+    void readInterrupted(Block done);
     /// A printer must not lose its power now.
     bool isAnyUnderWay() const;
     /// A printer is between the command to enter its loader and its last table.
@@ -130,6 +144,11 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// What is kept beside an update.
     struct Course {
         bool isBegun = false;           // the engine works on it
+        bool isRecorded = false;        // the history has a record of it
+        std::optional<PrinterLock> lock = {};
+        std::optional<UpdatePhase> lockedPhase = {}; // that the lock answers
+        std::optional<InterfaceHolder> holder = {};  // another process that has the lock
+        std::vector<ArchiveProblem> fileProblems = {};
         bool isAskedOnceMore = false;   // after the report, for answers that are missing
         int roundsNeeded = 1;           // rounds of questions after the report before it is judged
         int pendingAlerts = 0;          // shown or waiting for their turn
@@ -144,6 +163,15 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
 
     Update& makeUpdate(const std::string& key, const Printer& printer);
     void start(const std::string& key);
+    void startEngine(const std::string& key);
+    bool takeLock(const std::string& key);
+    void showPhaseToOthers(const Update& update);
+    void record(const std::string& key, Block stored);
+    UpdateRecord recordOf(const Update& update) const;
+    void completeRecord(Update& update);
+    void learnUsual(const std::string& key);
+    const UpdateRecord* interruptedRecord(TBUSBPrinterZUL& printer) const;
+    void explain(Update& update);
     void continueBegin(const std::string& key, Equal equal);
     bool askForStatus(const std::string& key, const Printer& printer, Equal equal);
     void adopt(const std::string& key);
@@ -154,6 +182,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void handleDeclined(const std::string& key, AlertKind question);
     void lookForReturn(const PrinterEvent& event);
     void answered(const AlertDescription& alert, int answer);
+    void adoptThen(const AlertDescription& alert, int answer);
     void showReports(const std::string& key);
     void showVerdictFirst(const Update& update, const AlertDescription& report);
 
@@ -178,6 +207,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     UpdateMonitor _monitor;
     std::map<std::string, Update> _updates;
     std::map<std::string, Course> _courses;
+    std::vector<UpdateRecord> _interrupted; // by earlier ends of programs, the newest first
     std::uint64_t _timer = 0;
     /// Blocks that are still queued when this is destroyed find it expired.
     std::shared_ptr<UpdateSupervisor*> _self;

@@ -3,9 +3,11 @@
 
 #include "Classes/CommandFrame.h"
 #include "Classes/StatusTexts.h"
+#include "archive/ArchiveTexts.h"
 #include "platform/foundation/LocalizedFormat.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <utility>
 
 namespace zul {
@@ -19,6 +21,17 @@ constexpr auto kPassingDelay = seconds(10);              // a head cools down, a
 constexpr auto kLongestStop = seconds(60);               // a program that is asked to end does so within this time
 constexpr auto kLongestQuestions = seconds(60);          // after the report; a printer that answers needs none of it
 constexpr int kRoundsOfNewAttachment = 1;
+
+// Each text once: several files may lack the same thing.
+template <typename TextOf>
+std::string textOfProblems(const std::vector<ArchiveProblem>& problems, TextOf textOf, const char* separator) {
+    std::vector<std::string> texts;
+    for (const ArchiveProblem& problem : problems) {
+        std::string text = textOf(problem);
+        if (std::ranges::count(texts, text) == 0) texts.push_back(std::move(text));
+    }
+    return fmt::format("{}", fmt::join(texts, separator));
+}
 
 std::string adviceForReturnElsewhere(const Update& update) {
     return localizedFormat("Plug it in at %s again, or start the update of the printer at %s.", update.location,
@@ -42,6 +55,8 @@ void UpdateSupervisor::refresh(const std::string& key) {
     Update& update = found->second;
     update.state = *state;
     update.isAsking = _courses[key].pendingAlerts > 0;
+    if (_courses[key].isRecorded) _services.recorder->noteState(update.state);
+    showPhaseToOthers(update);
     if (update.isOpen()) {
         refreshOpen(update);
     } else {
@@ -61,7 +76,9 @@ void UpdateSupervisor::refreshOpen(Update& update) {
     showFlags(update);
     Course& course = _courses[key];
     const bool isNews = update.state.lastProgress > course.dismissedAt || update.state.isReported;
-    if (update.isDismissed && isNews) update.isDismissed = false;
+    if (!update.isDismissed || !isNews) return;
+    update.isDismissed = false;
+    takeLock(key);
 }
 
 void UpdateSupervisor::showFlags(Update& update) {
@@ -161,6 +178,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& upd
 void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     Update& update = _updates[key];
     if (const auto state = _monitor.state(key)) update.state = *state;
+    if (result == UpdateResult::busy && !update.state.holder) update.state.holder = _courses[key].holder;
     update.endedAt = now();
     update.isStalled = update.isWaiting = update.isDismissed = update.mayBeDismissed = update.isStopRequested = false;
     update.verdict = {.result = result,
@@ -169,15 +187,37 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
                       .holder = result == UpdateResult::busy ? update.state.holder : std::nullopt,
                       .isCorrected = _courses[key].wasJudgedBefore};
     update.advice = update.verdict.isSuccess() ? "" : adviceAfter(result, update.state);
+    explain(update);
+    _courses[key].wasJudgedBefore = true;
+    completeRecord(update);
+    _courses[key].lock.reset();
+    keepInterface(key, false);
+    showReports(key);
+    if (_observer != nullptr) _observer->updateDidEnd(key);
+}
+
+// Reasons that the state of the update alone does not show.
+void UpdateSupervisor::explain(Update& update) {
+    const Course& course = _courses[update.state.key];
+    const UpdateResult result = update.verdict.result;
+    if (result == UpdateResult::badFiles && !course.fileProblems.empty()) {
+        update.verdict.reason = textOfProblems(course.fileProblems, messageOf, "; ");
+        update.advice = textOfProblems(course.fileProblems, remedyOf, " ");
+    }
     if (result == UpdateResult::notBack && !update.cameBackAt.empty()) {
         update.verdict.reason = localizedFormat("the printer came back at %s instead of %s", update.cameBackAt,
                                                 update.location);
         update.advice = adviceForReturnElsewhere(update);
     }
-    _courses[key].wasJudgedBefore = true;
-    keepInterface(key, false);
-    showReports(key);
-    if (_observer != nullptr) _observer->updateDidEnd(key);
+    const Printer printer = update.printer.lock();
+    if (result != UpdateResult::unanswered || !printer) return;
+    const UpdateRecord* const earlier = interruptedRecord(*printer);
+    if (earlier == nullptr || earlier->phases.back().name != phaseRow(UpdatePhase::writing).name) return;
+    // What waits for the rest of a payload takes every question for that rest.
+    update.verdict.reason = localizedFormat("the firmware was cut off at %s, and the printer waits for the rest of it",
+                                            localTime(earlier->begun));
+    update.advice = Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
+                                                   "completes it."));
 }
 
 // A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
@@ -197,6 +237,7 @@ void UpdateSupervisor::reopen(Update& update) {
     Course& course = _courses[update.state.key];
     course.isAskedOnceMore = false;
     course.roundsNeeded = kRoundsOfNewAttachment;
+    takeLock(update.state.key); // the printer is at work for this process, whoever else has reserved it meanwhile
     keepInterface(update.state.key, true);
     startTicking();
 }
@@ -248,6 +289,7 @@ void UpdateSupervisor::dismiss(const std::string& key) {
     if (found->second.isOpen()) {
         if (!found->second.mayBeDismissed) return;
         found->second.isDismissed = true; // a printer that gets on after all is shown again
+        _courses[key].lock.reset();       // until then other programs may help it
         _courses[key].dismissedAt = now();
     } else {
         _updates.erase(found);

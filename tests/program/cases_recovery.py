@@ -42,7 +42,7 @@ def _(bench):
     folder = bench.copied_archive()
     process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,restart=1500",))
     for line in process.stdout:
-        if json.loads(line).get("phase") == "restarting":
+        if json.loads(line).get("phase") == "restarting into loader":
             os.remove(os.path.join(folder, IMAGE))
             os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
             break
@@ -193,7 +193,7 @@ def _(bench):
     folder = bench.copied_archive()
     process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,restart=1500",))
     for line in process.stdout:
-        if json.loads(line).get("phase") == "restarting":
+        if json.loads(line).get("phase") == "restarting into loader":
             with open(os.path.join(folder, IMAGE), "a", encoding="ascii") as file:
                 file.write("!")
             break

@@ -28,7 +28,7 @@ def wait_for_phase(process, phase):
 def _(bench):
     file = bench.path("journal")
     process = bench.start("--json", "--virtual-journal", file, *UPDATE)
-    wait_for_phase(process, "restarting")
+    wait_for_phase(process, "restarting into loader")
     process.stdout.close()
     expect_equal(process.wait(), 0, "exit status")
     expect_equal(changes_in(file), WHOLE, "what the printer got")
@@ -38,7 +38,7 @@ def _(bench):
 def _(bench):
     file = bench.path("journal")
     process = bench.start("--json", "--virtual-journal", file, *UPDATE)
-    wait_for_phase(process, "restarting")
+    wait_for_phase(process, "restarting into loader")
     process.send_signal(signal.SIGHUP)
     process.stdout.read()
     expect_equal(process.wait(), 0, "exit status")
@@ -71,7 +71,7 @@ def _(bench):
 def _(bench):
     file = bench.path("journal")
     process = bench.start("--json", "--virtual-journal", file, *UPDATE, printers=("VK14,restart=1000,program=30000",))
-    wait_for_phase(process, "restarting")
+    wait_for_phase(process, "restarting into loader")
     process.send_signal(signal.SIGTERM)
     out, err = process.communicate()
     expect_equal(process.returncode, 130, "exit status")

@@ -41,8 +41,8 @@ def _(bench):
         if line["event"] == "phase" and line["phase"] not in phases[-1:]:
             phases.append(line["phase"])
     # A phase that is over within a moment may be passed without being seen; none is seen out of turn.
-    order = iter(["checking", "entering loader", "restarting", "in the loader", "writing", "programming", "restarting",
-                  "restarted", "color tables"])
+    order = iter(["checking", "entering loader", "restarting into loader", "in the loader", "writing", "programming",
+                  "restarting", "restarted", "color tables"])
     expect(all(phase in order for phase in phases), f"phases in their order: {phases}")
     expect("in the loader" in phases and "writing" in phases, f"the long ones are seen: {phases}")
     expect_equal(result.err, "", "standard error")
@@ -206,7 +206,7 @@ def _(bench):
     file = bench.path("journal")
     process = bench.start("--json", "--virtual-journal", file, *UPDATE, printers=("VK14,restart=1000,program=30000",))
     for line in process.stdout:
-        if json.loads(line).get("phase") == "restarting":
+        if json.loads(line).get("phase") == "restarting into loader":
             break
     process.send_signal(signal.SIGINT)
     warning = process.stderr.readline()

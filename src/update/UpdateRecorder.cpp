@@ -1,0 +1,165 @@
+// From the states of updates to records. What the disk takes long for happens on the recorder's queue; the results come
+// back on the main queue.
+#include "update/UpdateRecorder.h"
+
+#include "update/LockSocket.h"
+
+#include <algorithm>
+#include <future>
+#include <set>
+#include <unistd.h>
+#include <utility>
+
+namespace zul {
+
+namespace {
+
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+
+std::optional<UpdatePhase> phaseNamed(const std::string& name) {
+    for (int index = 0; index < kUpdatePhases; ++index) {
+        if (name == phaseRow(static_cast<UpdatePhase>(index)).name) return static_cast<UpdatePhase>(index);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+struct UpdateRecorder::Storage {
+    explicit Storage(UpdateHistoryOptions options) : history(std::move(options)) {}
+    UpdateHistory history;
+    std::map<std::string, std::int64_t> ids; // of the newest record, by key
+    std::set<std::string> reported;          // problems
+};
+
+UpdateRecorder::UpdateRecorder(MainQueue& mainQueue, Clock& clock, UpdateHistoryOptions options, std::string program,
+                               std::string version)
+    : _mainQueue(mainQueue), _clock(clock), _program(std::move(program)), _version(std::move(version)),
+      _storage(std::make_shared<Storage>(std::move(options))),
+      _queue(std::make_unique<SerialQueue>("update history", clock)), _self(std::make_shared<UpdateRecorder*>(this)) {}
+
+UpdateRecorder::~UpdateRecorder() {
+    flush();
+}
+
+void UpdateRecorder::flush() {
+    std::promise<void> done;
+    _queue->async([&done] { done.set_value(); });
+    done.get_future().wait();
+}
+
+void UpdateRecorder::perform(std::function<std::string(Storage&)> operation, Block done) {
+    _queue->async([storage = _storage, operation = std::move(operation), done = std::move(done),
+                   weak = std::weak_ptr(_self), &mainQueue = _mainQueue] {
+        std::string problem = operation(*storage);
+        if (!problem.empty() && !storage->reported.insert(problem).second) problem.clear();
+        if (problem.empty() && !done) return;
+        mainQueue.async([weak, done, problem] {
+            const auto self = weak.lock();
+            if (!self) return;
+            if (!problem.empty() && (*self)->_problem) (*self)->_problem(problem);
+            if (done) done();
+        });
+    });
+}
+
+std::int64_t UpdateRecorder::wallTime(Clock::TimePoint time) const {
+    const auto wall = duration_cast<milliseconds>(_clock.wallTime().time_since_epoch());
+    return (wall - duration_cast<milliseconds>(_clock.now() - time)).count();
+}
+
+// ---- records --------------------------------------------------------------------------------------------------------
+
+void UpdateRecorder::begin(const std::string& key, UpdateRecord record, Block stored) {
+    _courses[key] = {};
+    record.key = key;
+    record.begun = wallTime(_clock.now());
+    record.program = _program;
+    record.programVersion = _version;
+    record.user = nameOfUser(::geteuid());
+    perform(
+        [record = std::move(record)](Storage& storage) {
+            const auto begun = storage.history.begin(record);
+            storage.ids[record.key] = begun.id;
+            return begun.problem;
+        },
+        std::move(stored));
+}
+
+void UpdateRecorder::noteState(const UpdateState& state) {
+    const auto found = _courses.find(state.key);
+    if (found == _courses.end()) return;
+    std::vector<UpdatePhaseTime> news;
+    Course& course = found->second;
+    auto begun = state.begun;
+    for (std::size_t index = 0; index < state.pastPhases.size(); ++index) {
+        const PhaseTime& past = state.pastPhases[index];
+        if (index >= course.phases) {
+            const auto stored = std::exchange(course.phaseBegun, std::nullopt);
+            news.push_back({.name = phaseRow(past.phase).name, .begun = stored.value_or(wallTime(begun))});
+            news.back().duration = duration_cast<milliseconds>(past.duration).count();
+        }
+        begun += past.duration;
+    }
+    course.phases = state.pastPhases.size();
+    // Stored at its beginning, too: it shows where an update was cut off.
+    if (!course.phaseBegun && state.phase != UpdatePhase::done) {
+        course.phaseBegun = wallTime(state.phaseBegun);
+        news.push_back({.name = phaseRow(state.phase).name, .begun = *course.phaseBegun});
+    }
+    if (news.empty()) return;
+    perform([key = state.key, news = std::move(news)](Storage& storage) {
+        std::string problem;
+        for (const UpdatePhaseTime& phase : news) {
+            if (const auto one = storage.history.addPhase(storage.ids[key], phase); !one.empty()) problem = one;
+        }
+        return problem;
+    });
+}
+
+void UpdateRecorder::complete(const UpdateState& state, RecordedVerdict verdict) {
+    if (!_courses.contains(state.key)) return;
+    noteState(state);
+    verdict.given = wallTime(_clock.now());
+    verdict.versionAfter = state.currentVersion;
+    verdict.tablesWritten = state.tablesWritten;
+    verdict.tables = state.tables;
+    verdict.retries = std::max(state.imagesSent - 1, 0);
+    perform([key = state.key, verdict = std::move(verdict), before = state.previousVersion](Storage& storage) {
+        const std::int64_t id = storage.ids[key];
+        UpdateChanges changes;
+        changes.versionBefore = before;
+        const std::string problem = storage.history.update(id, changes);
+        const std::string other = storage.history.complete(id, verdict);
+        return other.empty() ? problem : other;
+    });
+}
+
+// ---- what the records show ------------------------------------------------------------------------------------------
+
+void UpdateRecorder::readInterrupted(std::function<void(std::vector<UpdateRecord> records)> read) {
+    auto found = std::make_shared<std::vector<UpdateRecord>>();
+    perform(
+        [found](Storage& storage) {
+            auto records = storage.history.interrupted();
+            *found = std::move(records.records);
+            return records.problem;
+        },
+        [found, read = std::move(read)] { read(std::move(*found)); });
+}
+
+void UpdateRecorder::readUsual(const std::string& model, std::function<void(UsualDurations durations)> read) {
+    auto found = std::make_shared<UsualDurations>();
+    perform(
+        [found, model](Storage& storage) {
+            const auto durations = storage.history.usualDurations(model);
+            for (const auto& [name, span] : durations.milliseconds) {
+                if (const auto phase = phaseNamed(name)) (*found)[*phase] = milliseconds(span);
+            }
+            return durations.problem;
+        },
+        [found, read = std::move(read)] { read(std::move(*found)); });
+}
+
+} // namespace zul

@@ -1,0 +1,131 @@
+// What updates mean to other processes and to later runs: the printer's lock, the history, and the updates that earlier
+// runs did not end. Main queue.
+#include "update/UpdateSupervisor.h"
+
+#include "Classes/StatusTexts.h"
+#include "archive/ProductTable.h"
+#include "platform/foundation/LocalizedFormat.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zul {
+
+// ---- the lock -------------------------------------------------------------------------------------------------------
+
+// False if another process has reserved the printer. Where the system refuses locks the update begins without one, and
+// the operator reads why.
+bool UpdateSupervisor::takeLock(const std::string& key) {
+    Course& course = _courses[key];
+    if (_services.locks == nullptr || course.lock) return true;
+    auto result = _services.locks->tryLock(key, "update");
+    if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
+    course.lock = std::move(result.lock);
+    course.lockedPhase.reset();
+    course.holder = result.holder;
+    return !result.holder;
+}
+
+void UpdateSupervisor::showPhaseToOthers(const Update& update) {
+    Course& course = _courses[update.state.key];
+    if (!course.lock || course.lockedPhase == update.state.phase) return;
+    course.lockedPhase = update.state.phase;
+    course.lock->setPhase(phaseRow(update.state.phase).name);
+}
+
+// ---- the history ----------------------------------------------------------------------------------------------------
+
+UpdateRecord UpdateSupervisor::recordOf(const Update& update) const {
+    UpdateRecord record;
+    record.key = update.state.key;
+    record.place = update.location;
+    record.model = update.model;
+    record.versionBefore = update.state.previousVersion;
+    record.versionOffered = update.expectation.version;
+    const Printer printer = update.printer.lock();
+    if (!printer) return record;
+    // The number of the USB descriptors is not kept: a printer in its loader has another one.
+    record.serial = printer->printerSerialNumber().value_or("");
+    const Product* const product = productWithID(printer->productNumber());
+    if (_services.archive == nullptr || product == nullptr) return record;
+    for (const ArchiveFile& file : _services.archive->survey(*product, printer->className()).files) {
+        if (file.wasRead()) record.digests[file.name] = file.digest;
+        record.archiveFolder = file.path.parent_path().string();
+    }
+    return record;
+}
+
+void UpdateSupervisor::record(const std::string& key, Block stored) {
+    if (_services.recorder == nullptr) {
+        if (stored) stored();
+        return;
+    }
+    _courses[key].isRecorded = true;
+    _services.recorder->begin(key, recordOf(_updates[key]), std::move(stored));
+    _services.recorder->noteState(_updates[key].state);
+}
+
+// An update that never began has a record, too, so that the administrator of many machines reads why. A printer that
+// is up to date has none: it was not updated.
+void UpdateSupervisor::completeRecord(Update& update) {
+    const std::string& key = update.state.key;
+    const UpdateResult result = update.verdict.result;
+    if (_services.recorder == nullptr || result == UpdateResult::upToDate) return;
+    if (!_courses[key].isRecorded) record(key, {});
+    _services.recorder->complete(update.state, {.verdict = nameOfResult(result),
+                                                .isSuccess = update.verdict.isSuccess(),
+                                                .reason = update.verdict.reason});
+    if (!update.verdict.isSuccess()) return;
+    const UpdateRecord completed = recordOf(update);
+    std::erase_if(_interrupted, [&](const UpdateRecord& record) { return isSamePrinter(record, completed); });
+}
+
+void UpdateSupervisor::learnUsual(const std::string& key) {
+    const std::string& model = _updates[key].model;
+    if (_services.recorder == nullptr || model.empty()) return;
+    _services.recorder->readUsual(model, [weak = std::weak_ptr(_self), key](UsualDurations durations) {
+        const auto self = weak.lock();
+        if (!self) return;
+        const auto found = (*self)->_updates.find(key);
+        if (found != (*self)->_updates.end()) found->second.usual = std::move(durations);
+    });
+}
+
+// ---- earlier runs ---------------------------------------------------------------------------------------------------
+
+void UpdateSupervisor::readInterrupted(Block done) {
+    if (_services.recorder == nullptr) {
+        done();
+        return;
+    }
+    _services.recorder->readInterrupted([weak = std::weak_ptr(_self), done](std::vector<UpdateRecord> records) {
+        const auto self = weak.lock();
+        if (!self) return;
+        std::erase_if(records, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
+        (*self)->_interrupted = std::move(records);
+        done();
+    });
+}
+
+const UpdateRecord* UpdateSupervisor::interruptedRecord(TBUSBPrinterZUL& printer) const {
+    UpdateRecord attached;
+    attached.key = printer.keyUSBdevice();
+    attached.model = printer.model().value_or("");
+    attached.serial = printer.printerSerialNumber().value_or("");
+    const auto found =
+        std::ranges::find_if(_interrupted, [&](const UpdateRecord& one) { return isSamePrinter(one, attached); });
+    return found == _interrupted.end() ? nullptr : &*found;
+}
+
+std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
+    const auto found = _updates.find(printer.keyUSBdevice());
+    const bool isUnderWay = found != _updates.end() && found->second.isOpen() && !found->second.isDismissed;
+    if (isUnderWay || printer.ownership() == Ownership::otherProgram) return {};
+    if (const UpdateRecord* const record = interruptedRecord(printer)) {
+        return localizedFormat("update was interrupted at %s, start it to complete", localTime(record->begun));
+    }
+    if (printer.printerStatus() != textForStatus(kLoaderStatus)) return {};
+    return Bundle::localized(operatorText("in firmware update mode, start the update to complete it"));
+}
+
+} // namespace zul
