@@ -33,12 +33,17 @@ function(zul_add_programs_target)
   endforeach()
 endfunction()
 
-# The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers; and
-# "fuzz_tests", those behind the label fuzz.
+# The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers, and behind
+# the label window, which runs under those of memory; and "fuzz_tests", those behind the label fuzz.
 # To be called after the tests are added.
 function(zul_add_sanitized_tests_target)
   add_custom_target(sanitized_tests)
-  foreach(target unit_tests flow_tests gadget_tests)
+  set(targets unit_tests flow_tests gadget_tests)
+  # The toolkit comes without the thread sanitizer's marks: what it does between threads would look like races.
+  if(NOT ZUL_SANITIZE MATCHES "thread")
+    list(APPEND targets window_tests zul-printer-utility)
+  endif()
+  foreach(target IN LISTS targets)
     if(TARGET ${target})
       add_dependencies(sanitized_tests ${target})
     endif()

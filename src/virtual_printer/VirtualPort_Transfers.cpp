@@ -114,11 +114,12 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualStay>& stay, std:
         if (effects.stallsOut) return failed(kIOUSBPipeStalled);
         done += static_cast<std::uint32_t>(piece.size());
         deliver(stay, number, std::move(effects.transfers));
-        // A departure at once cuts the piece off; a later one finds all of it taken, whatever the write reports then.
+        // A departure at once cuts the piece off; a later one finds it taken. A device has acknowledged what it took,
+        // so a write of which all is taken has succeeded, however soon the printer leaves after that.
         const bool isCutOff = effects.departure && effects.departure->after.count() == 0;
         if (effects.departure) schedule(*effects.departure, stay);
         if (progress && !isCutOff) progress(done, total);
-        if (stay->isGone) return failed(kIOReturnNoDevice);
+        if (stay->isGone && (isCutOff || done < total)) return failed(kIOReturnNoDevice);
     }
     return kIOReturnSuccess;
 }

@@ -62,6 +62,8 @@ class Stage {
     ui::MainWindow& window() { return _program->window(); }
     UpdateSupervisor& supervisor() { return _program->session().supervisor; }
     VirtualBus& bus() { return *_program->session().virtualBus(); }
+    /// How many queues of printers still run, also of those that have left.
+    int printerQueues() const;
     std::vector<Session::Printer> printers() { return _program->session().printers(); }
     /// The program has asked its loop to end.
     bool hasEnded() const { return *_hasEnded; }

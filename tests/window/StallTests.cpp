@@ -15,12 +15,20 @@ namespace {
 
 using std::chrono::milliseconds;
 
+const char* const kDetails = "Details of the selected printer";
+
+void waitForDetailsOfHeight(Stage& stage, int height) {
+    INFO("now " << stage.findA<QTextEdit>(kDetails).height() << ", before " << height);
+    stage.waitFor("the details as large as before",
+                  [&] { return stage.findA<QTextEdit>(kDetails).height() == height; });
+}
+
 } // namespace
 
 TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
     stage.waitForFacts();
-    const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
+    const int before = stage.findA<QTextEdit>(kDetails).height();
     stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
@@ -36,8 +44,7 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     CHECK_FALSE(onlyUpdate(stage).isStalled);
     stage.click("Close this report");
     stage.waitFor("the report to go", [&] { return stage.supervisor().updates().empty(); });
-    stage.waitFor("the details as large as before",
-                  [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
+    waitForDetailsOfHeight(stage, before);
 }
 
 TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is shown again when it returns") {
@@ -45,7 +52,7 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
         CAPTURE(command);
         Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
         stage.waitForFacts();
-        const int before = stage.findA<QTextEdit>("Details of the selected printer").height();
+        const int before = stage.findA<QTextEdit>(kDetails).height();
         stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
@@ -62,8 +69,7 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
         CHECK(onlyUpdate(stage).verdict.isSuccess());
         CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
         stage.click("Close this report");
-        stage.waitFor("the details as large as before",
-                      [&] { return stage.findA<QTextEdit>("Details of the selected printer").height() == before; });
+        waitForDetailsOfHeight(stage, before);
     }
 }
 

@@ -68,7 +68,7 @@ def quit_in_the_middle(screen):
     screen.wait("the restart", is_restarting)
     screen.press("ctrl+q")
     expect_equal(screen.wait_for_alert(QUIT), ["Keep Updating", "Quit"], "buttons of the question")
-    screen.answer(QUIT, "Quit")
+    screen.choose("Quit")
     expect_equal(screen.wait_for_end(), 0, "exit status")
 
 

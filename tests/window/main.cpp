@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
     auto* const home = new zul::TemporaryFolder;
     qputenv("HOME", home->path.c_str());
     qputenv("XDG_CONFIG_HOME", home->path.c_str());
-    qputenv("LC_ALL", "C.UTF-8"); // a locale in which the language can be chosen
+    qputenv("XDG_STATE_HOME", home->path.c_str()); // root's would be the machine's
+    qputenv("LC_ALL", "C.UTF-8");                  // a locale in which the language can be chosen
     zul::setStandardErrorSink([](const std::string&) {});
     zul::HOLVEN_Log::setShouldLogToStdErr(false);
     doctest::Context context(argc, argv);

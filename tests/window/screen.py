@@ -131,9 +131,13 @@ class Screen:
             self.wait("the focus moved", lambda: self.focused() not in (None, before))  # noqa: B023  (used at once)
         raise AssertionError(f"the keyboard does not reach {name!r}")
 
-    def answer(self, title, button):
+    def choose(self, button):
         self.tab_to(button)
         self.press("space")  # Return would press the default button, wherever the focus is
+
+    def answer(self, title, button):
+        """Not for a button that ends the program, which may be gone before its alert is seen to go: choose() is."""
+        self.choose(button)
         self.wait(f"the alert {title!r} is gone", lambda: self.find("alert", title) is None)
 
     def wait_for_end(self):

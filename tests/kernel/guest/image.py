@@ -1,7 +1,8 @@
 """The guest's kernel and initrd, made once and kept in the build folder.
 
-The kernel is Debian's own package, fetched with apt and only unpacked, never installed. Everything else that runs in
-the guest is the host's: its root comes in over 9p.
+The kernel is Debian's own package, fetched with apt and only unpacked, never installed: so is the print service, which
+nobody wants on a machine just because tests ran there. Everything else that runs in the guest is the host's: its root
+comes in over 9p, and the unpacked packages are laid over it.
 """
 import os
 import pathlib
@@ -20,6 +21,12 @@ MODULE_FOLDERS = ["drivers/usb", "drivers/virtio", "fs/9p", "fs/netfs", "fs/fsca
 
 TOOLS = {"qemu-system-x86_64": "qemu-system-x86", "busybox": "busybox-static", "cpio": "cpio", "depmod": "kmod",
          "modprobe": "kmod", "dpkg-deb": "dpkg", "apt-get": "apt"}
+
+
+# The print service, and the package that only its back end for USB is taken of: the rest of that one needs a hundred more.
+PRINT_SERVICE = ["cups-daemon", "cups-client"]
+BACK_ENDS = "cups"
+PRINT_SERVICE_FILE, BACK_END_FILE = "/usr/sbin/cupsd", "/usr/lib/cups/backend-available/usb"
 
 
 class Unavailable(Exception):
@@ -46,6 +53,11 @@ def kernel_package_name():
     return names[0]
 
 
+def apt_get(*arguments, cwd):
+    # Root would drop to a user that may not write here, and apt would warn about it.
+    run("apt-get", "-o", "APT::Sandbox::User=root", *arguments, cwd=cwd)
+
+
 def fetch_kernel_package(folder):
     """The package file in folder, from an earlier run or from the archive."""
     present = sorted(folder.glob("linux-image-*.deb"))
@@ -54,13 +66,40 @@ def fetch_kernel_package(folder):
     print("guest: fetching the kernel package", flush=True)
     try:
         name = kernel_package_name()
-        # Root would drop to a user that may not write here, and apt would warn about it.
-        run("apt-get", "-o", "APT::Sandbox::User=root", "download", name, cwd=folder)
+        apt_get("download", name, cwd=folder)
     except (subprocess.CalledProcessError, OSError) as error:
         detail = getattr(error, "stderr", b"") or b""
         text = detail if isinstance(detail, str) else detail.decode(errors="replace")
         raise Unavailable(f"the kernel package cannot be fetched: {error} {text.strip()}") from error
     return sorted(folder.glob("linux-image-*.deb"))[-1]
+
+
+def fetch_print_service(folder):
+    """The unpacked packages in folder, those that this machine lacks; nothing of them where apt cannot fetch them."""
+    archives, tree = folder / "archives", folder / "tree"
+    done = folder / "unpacked"
+    if done.exists():
+        return tree
+    shutil.rmtree(folder, ignore_errors=True)
+    (archives / "partial").mkdir(parents=True)
+    tree.mkdir()
+    print("guest: fetching the print service", flush=True)
+    try:
+        if not os.path.exists(PRINT_SERVICE_FILE):
+            apt_get("-o", "Debug::NoLocking=1", "-o", f"Dir::Cache::archives={archives}", "--download-only",
+                    "--no-install-recommends", "-y", "install", *PRINT_SERVICE, cwd=archives)
+        if not os.path.exists(BACK_END_FILE):
+            apt_get("download", BACK_ENDS, cwd=archives)
+    except (subprocess.CalledProcessError, OSError) as error:
+        detail = getattr(error, "stderr", b"") or b""
+        print(f"guest: no print service: {error} {detail.decode(errors='replace').strip()}", flush=True)
+        return tree
+    for package in sorted(archives.glob("*.deb")):
+        run(tool("dpkg-deb"), "-x", package, tree)
+    # A folder of this name would hide the link that leads to the host's libraries. Only units of services are in it.
+    shutil.rmtree(tree / "lib", ignore_errors=True)
+    done.touch()
+    return tree
 
 
 def unpack(package, root):
@@ -94,7 +133,7 @@ def build_initrd(root, release, initrd):
     busybox = tool("busybox")
     tree = root.parent / "initrd"
     shutil.rmtree(tree, ignore_errors=True)
-    for folder in ["bin", "modules", "proc", "sys", "dev", "host", "overlay", "exchange", "root"]:
+    for folder in ["bin", "modules", "proc", "sys", "dev", "host", "packages", "overlay", "exchange", "root"]:
         (tree / folder).mkdir(parents=True)
     shutil.copy(busybox, tree / "bin/busybox")
     shutil.copy(HERE / "init", tree / "init")
@@ -110,7 +149,8 @@ def build_initrd(root, release, initrd):
 
 
 def prepare(folder):
-    """(kernel, initrd, modules folder) below folder, made when missing or older than the scripts. Raises Unavailable."""
+    """(kernel, initrd, modules folder, packages folder) below folder, made when missing or older than the scripts.
+    Raises Unavailable."""
     if platform.machine() != "x86_64":
         raise Unavailable("programs of the host run in the guest, and only an x86-64 guest is set up")
     for name in TOOLS:
@@ -127,4 +167,4 @@ def prepare(folder):
         build_initrd(root, unpack(package, root), initrd)
         done.write_text(package.name)
     kernel = next((root / "boot").glob("vmlinuz-*"))
-    return kernel, initrd, root / "lib/modules"
+    return kernel, initrd, root / "lib/modules", fetch_print_service(folder / "print-service")

@@ -5,6 +5,7 @@
 
 DIR of --exchange is the only place that the guest can write to; there it is /mnt/exchange and the command's working
 folder. Everything else of the host is seen at its own path, and what the command changes there is gone afterwards.
+With ZUL_LONG_TESTS in the environment, which the command sees too, the time is ten times as long.
 Exit status: the command's own; 77 when a guest cannot be had on this machine; 124 when the time was up; 125 when the
 guest ended without a word.
 """
@@ -21,9 +22,11 @@ sys.dont_write_bytecode = True  # the source tree stays as it is
 import image  # noqa: E402  (after the switch above)
 
 SKIPPED, TIMED_OUT, LOST = 77, 124, 125
+LONG = "ZUL_LONG_TESTS"
+LONGER = 10  # times the time that a short run may take
 
 
-def qemu_command(kernel, initrd, exchange):
+def qemu_command(kernel, initrd, packages, exchange):
     def share(tag, path, more):
         return ["-virtfs", f"local,path={path},mount_tag={tag},security_model=none,multidevs=remap{more}"]
 
@@ -32,7 +35,8 @@ def qemu_command(kernel, initrd, exchange):
              "-nodefaults", "-no-reboot", "-display", "none", "-nic", "none",
              "-serial", f"file:{exchange}/console.log", "-kernel", str(kernel), "-initrd", str(initrd),
              "-append", "console=ttyS0 quiet panic=-1 mitigations=off random.trust_cpu=on rdinit=/init"]
-            + share("hostroot", "/", ",readonly=on") + share("exchange", exchange, ""))
+            + share("hostroot", "/", ",readonly=on") + share("packages", packages, ",readonly=on")
+            + share("exchange", exchange, ""))
 
 
 class Output:
@@ -51,7 +55,7 @@ class Output:
             sys.stdout.flush()
 
 
-def run_guest(arguments, kernel, initrd, modules):
+def run_guest(arguments, kernel, initrd, modules, packages):
     exchange = arguments.exchange.resolve()
     exchange.mkdir(parents=True, exist_ok=True)
     for name in (".status", ".output", "console.log"):
@@ -60,8 +64,9 @@ def run_guest(arguments, kernel, initrd, modules):
     (exchange / ".parameters").write_text(
         f"GUEST_MODULES={shlex.quote(str(modules))}\n"
         f"GUEST_UDEV_RULES={shlex.quote(str(arguments.udev_rules or ''))}\n"
+        f"export {LONG}={shlex.quote(os.environ.get(LONG, ''))}\n"
         f"GUEST_COMMAND=({shlex.join(arguments.command)})\n")
-    guest = subprocess.Popen(qemu_command(kernel, initrd, exchange), stdin=subprocess.DEVNULL)
+    guest = subprocess.Popen(qemu_command(kernel, initrd, packages, exchange), stdin=subprocess.DEVNULL)
     output = Output(exchange / ".output")
     deadline = time.monotonic() + arguments.timeout
     try:
@@ -99,13 +104,15 @@ def main():
     arguments = parser.parse_args()
     if not arguments.command:
         parser.error("no command")
+    if os.environ.get(LONG):
+        arguments.timeout *= LONGER
     os.umask(0o022)
     try:
-        kernel, initrd, modules = image.prepare(arguments.cache.resolve())
+        guest = image.prepare(arguments.cache.resolve())
     except image.Unavailable as reason:
         print(f"guest: skipped: {reason}")
         return SKIPPED
-    return run_guest(arguments, kernel, initrd, modules)
+    return run_guest(arguments, *guest)
 
 
 if __name__ == "__main__":

@@ -161,6 +161,16 @@ TEST_CASE("a departure ends a slow write at once") {
     CHECK(bench.elapsed() == milliseconds(700));
 }
 
+TEST_CASE("a write of which the printer took all succeeds, also when the printer leaves before it returns") {
+    BusBench bench;
+    const auto handle = bench.openHandle();
+    handle->setWriteProgress([&](std::uint32_t done, std::uint32_t total) {
+        if (done == total) bench.advance(milliseconds(500));
+    });
+    CHECK(BusBench::write(*handle, frame("FW_UPDFLASH_REWRITE")) == kIOReturnSuccess);
+    CHECK(bench.events == Texts{"arrived 0x101", "left 0x101"});
+}
+
 TEST_CASE("an unplug in the middle of a payload fails the write, and the printer comes back without the command") {
     BusBench bench({"VK14,fault=unplug@CTRLD_UPDATE#1"});
     const auto handle = bench.openHandle();

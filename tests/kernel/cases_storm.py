@@ -1,0 +1,85 @@
+"""Printers that come and go all the time: what the programs show equals the bus at the end, and nothing is lost."""
+import contextlib
+import json
+import os
+import pathlib
+import random
+import time
+
+import usbfs
+from lab import case, expect, expect_equal
+from usbfs import plug, wait_for
+
+DONE = 0
+PRINTERS = 4
+CYCLES, MANY_CYCLES = 50, 1000
+LONGEST_GAP = 0.4  # s
+SEED = 20260707
+
+
+def shown_places(watcher):
+    """Where a watcher has printers now."""
+    places = []
+    for line in watcher.lines:
+        event = json.loads(line)
+        if event["event"] == "arrived":
+            places.append(event["location"])
+        elif event["event"] == "departed":
+            places.remove(event["location"])
+    return sorted(places)
+
+
+def resources(process):
+    """Open files and threads of a process."""
+    folder = pathlib.Path(f"/proc/{process.pid}")
+    return len(os.listdir(folder / "fd")), len(os.listdir(folder / "task"))
+
+
+def storm(gadgets, cycles, chance):
+    """Each cycle takes one printer off the bus and puts it back, at any moment of what the last one caused."""
+    for _ in range(cycles):
+        gadget = chance.choice(gadgets)
+        plug(gadget, False)
+        time.sleep(chance.uniform(0, LONGEST_GAP))
+        plug(gadget, True)
+        time.sleep(chance.uniform(0, LONGEST_GAP))
+
+
+@case("after a storm of unplugging the list equals the bus, and a watcher has lost and kept nothing")
+def _(lab):
+    cycles = MANY_CYCLES if lab.is_long else CYCLES
+    chance = random.Random(SEED)
+    with contextlib.ExitStack() as stack:
+        gadgets = [stack.enter_context(lab.gadget(port, serial=f"ZUL{port:04}")) for port in range(PRINTERS)]
+        watcher = stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch"))
+        everywhere = sorted(gadget.device for gadget in gadgets)
+        wait_for(lambda: shown_places(watcher) == everywhere, 60, "the watcher has all printers")
+        storm(gadgets, cycles // 10, chance)  # what is made once is made
+        settle(gadgets, watcher, everywhere)
+        before = resources(watcher.process)
+        started = time.monotonic()
+        storm(gadgets, cycles, chance)
+        taken = time.monotonic() - started
+        plug(gadgets[0], False)
+        settle(gadgets[1:], watcher, everywhere[1:])
+        plug(gadgets[0], True)
+        settle(gadgets, watcher, everywhere)
+        after = wait_for_resources(watcher.process, before)
+        listed = lab.zulctl("--json", "list")
+        expect_equal(listed.returncode, DONE, "exit status of list")
+        expect_equal(sorted(row["location"] for row in json.loads(listed.stdout)), everywhere, "the list")
+        for row in json.loads(listed.stdout):
+            expect_equal(row["firmwareInstalled"], "VK14 01.60", f"firmware of {row['location']}")
+        lab.report(f"{cycles} times unplugged and plugged in {taken:.0f} s; open files and threads of the watcher: "
+                   f"{before} before, {after} afterwards")
+
+
+def settle(gadgets, watcher, places):
+    wait_for(lambda: usbfs.printers() == places, 20, "the bus has these printers")
+    wait_for(lambda: shown_places(watcher) == places, 60, "the watcher shows what the bus has")
+
+
+def wait_for_resources(process, before):
+    """Threads and files of the last arrivals go when their questions are over."""
+    return wait_for(lambda: all(now <= then for now, then in zip(resources(process), before)) and resources(process),
+                    60, f"the watcher has no more files and threads than {before}")
