@@ -31,8 +31,8 @@ void reportOpenFailure(Program& program, const Program::Printer& printer, IORetu
                    program.session.supervisor.holder(printer->keyUSBdevice()).value_or(InterfaceHolder{}));
         return;
     }
-    program.output.problem(nameOf(*printer) + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)),
-                           kFailed);
+    program.output.problem(
+        nameOf(*printer) + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)), kFailed);
     program.quit(kFailed);
 }
 
@@ -91,7 +91,8 @@ void runList(Program& program) {
         facts.update(conditionOf(program.session.supervisor, *printer));
         list.push_back(facts);
         std::vector<std::string> row = {std::to_string(rows.size())};
-        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"}) row.push_back(textOf(facts[key]));
+        for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"})
+            row.push_back(textOf(facts[key]));
         const std::string status = printableInLine(statusLine(program.session.supervisor, *printer));
         row.push_back(status.empty() ? "-" : status);
         row.push_back(textOf(facts["firmwareInstalled"]));

@@ -60,8 +60,7 @@ class UpdateRun final : public SessionObserver {
         _program.session.setObserver(this);
         _program.alerts.handler = [this](AlertDescription alert) { route(std::move(alert)); };
         _program.onInterrupt([this](Program::Interrupt interrupt) { interrupted(interrupt); });
-        const auto equal =
-            options.reinstall ? UpdateSupervisor::Equal::install : UpdateSupervisor::Equal::skip;
+        const auto equal = options.reinstall ? UpdateSupervisor::Equal::install : UpdateSupervisor::Equal::skip;
         for (const auto& printer : _printers) supervisor().begin(printer, equal);
     }
 
@@ -78,8 +77,8 @@ class UpdateRun final : public SessionObserver {
             _advice.erase(key);
         } else if (std::exchange(_advice[key], update.advice) != update.advice) {
             _display.report(key,
-                            update.name + ": " + describeState(update.state, now, update.usual) + ". " +
-                                update.advice + " Still watching.",
+                            update.name + ": " + describeState(update.state, now, update.usual) + ". " + update.advice +
+                                " Still watching.",
                             "stalled");
         }
     }
@@ -211,7 +210,8 @@ class UpdateRun final : public SessionObserver {
 
     void endIfOver() {
         const auto& updates = supervisor().updates();
-        const bool isOver = std::ranges::all_of(_keys, [&](const std::string& key) { return !updates.at(key).isOpen(); });
+        const bool isOver =
+            std::ranges::all_of(_keys, [&](const std::string& key) { return !updates.at(key).isOpen(); });
         if (_isEnding || !isOver) return;
         _isEnding = true;
         const bool isStuck = std::ranges::any_of(_keys, [&](const std::string& key) {

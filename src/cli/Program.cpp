@@ -39,9 +39,8 @@ int Program::start(std::function<void()> ready) {
     session.whenEnumerated([this, ready = std::move(ready)] {
         session.mainQueue.async([this, ready] {
             session.afterQueues(session.printers(), [this, ready] {
-                session.afterQueues(session.printers(), [this, ready] {
-                    whenNotBrieflyUsed(session.clock.now() + kBriefUse, ready);
-                });
+                session.afterQueues(session.printers(),
+                                    [this, ready] { whenNotBrieflyUsed(session.clock.now() + kBriefUse, ready); });
             });
         });
     });

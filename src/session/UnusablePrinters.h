@@ -1,5 +1,5 @@
-// Printers that are attached and cannot be used: without rights to their nodes, or of models that are not admitted. Main
-// queue.
+// Printers that are attached and cannot be used: without rights to their nodes, or of models that are not admitted.
+// Main queue.
 #pragma once
 
 #include "Classes/PrinterEvents.h"

@@ -104,8 +104,8 @@ void MainWindow::updateFirmware() {
 
 void MainWindow::askBeforeEqualVersion(const Session::Printer& printer) {
     AlertDescription question;
-    question.messageText = localizedFormat("%s is already installed. Install it again?",
-                                           textOrNull(printer->newFirmwareVersion()));
+    question.messageText =
+        localizedFormat("%s is already installed. Install it again?", textOrNull(printer->newFirmwareVersion()));
     question.informativeText = localizedFormat("%s has this firmware and its color tables.", nameOf(*printer));
     question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Install Again")};
     question.escapeButton = 0;

@@ -107,7 +107,8 @@ void PrinterTableModel::readFacts(Row& row) const {
     row.texts[colorTables] = colorTableText(facts);
     row.texts[lifetimeCounter] = qtext(facts.lifetimeCounter());
     row.texts[usbSerialNumber] = localized(facts.usbISerialString().c_str());
-    row.isNewer = offer && offer->isReady() && facts.firmwareVersion() && facts.availableFirmwareVersion() > facts.installedFirmwareVersion();
+    row.isNewer = offer && offer->isReady() && facts.firmwareVersion() &&
+                  facts.availableFirmwareVersion() > facts.installedFirmwareVersion();
 }
 
 PrinterTableModel::Printer PrinterTableModel::printer(int row) const {

@@ -1,9 +1,9 @@
 #include "ui/UpdateCard.h"
 
-#include "update/UpdateTexts.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
+#include "update/UpdateTexts.h"
 
 #include <QEvent>
 #include <QGridLayout>
@@ -26,8 +26,9 @@ constexpr int kBarSteps = 1000;
 
 // In the order of the steps.
 constexpr std::array<const char*, kUpdateSteps> kStepTitles = {
-    operatorText("Checking"),         operatorText("Entering the loader"), operatorText("Restarting"),
-    operatorText("Writing firmware"), operatorText("Restarting"),          operatorText("Writing color tables"),
+    operatorText("Checking"),   operatorText("Entering the loader"),
+    operatorText("Restarting"), operatorText("Writing firmware"),
+    operatorText("Restarting"), operatorText("Writing color tables"),
     operatorText("Done"),
 };
 

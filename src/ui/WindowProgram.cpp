@@ -1,6 +1,5 @@
 #include "ui/WindowProgram.h"
 
-
 namespace zul::ui {
 
 WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock)

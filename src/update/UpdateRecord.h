@@ -50,9 +50,9 @@ struct UpdateRecord {
     // Filled by the history.
     std::int64_t id = 0;
     ProcessIdentity process{};
-    std::vector<UpdatePhaseTime> phases{};  // in the order in which they were added
-    std::vector<RecordedVerdict> verdicts{};  // the first one, then its corrections; empty: the update has no end
-    std::optional<std::int64_t> closedBy{}; // of an interrupted update: the record that completed it, 0 if dismissed
+    std::vector<UpdatePhaseTime> phases{};   // in the order in which they were added
+    std::vector<RecordedVerdict> verdicts{}; // the first one, then its corrections; empty: the update has no end
+    std::optional<std::int64_t> closedBy{};  // of an interrupted update: the record that completed it, 0 if dismissed
 
     /// A command had been sent: an end here may have left the printer without working firmware or tables.
     bool hasSentCommands() const { return !phases.empty() && phases.back().name != "checking"; }
@@ -60,8 +60,8 @@ struct UpdateRecord {
     bool operator==(const UpdateRecord&) const = default;
 };
 
-/// Whether two records are about the same printer. A serial number belongs to one printer of a model; a key belongs to a
-/// place, where another printer may be by now, and decides where a serial number is not known.
+/// Whether two records are about the same printer. A serial number belongs to one printer of a model; a key belongs to
+/// a place, where another printer may be by now, and decides where a serial number is not known.
 bool isSamePrinter(const UpdateRecord& one, const UpdateRecord& other);
 
 } // namespace zul

@@ -57,8 +57,8 @@ struct UpdateState {
     ImageState image = ImageState::notSent;
     bool isWholeImageSent = false; // all its bytes were handed to the bus, whatever became of them
     int imagesSent = 0;
-    std::int64_t tablesWritten = 0;                               // whose name and contents the bus both took
-    bool isClearRefused = false;                                  // the bus did not take the command to clear the tables
+    std::int64_t tablesWritten = 0; // whose name and contents the bus both took
+    bool isClearRefused = false;    // the bus did not take the command to clear the tables
     std::map<std::string, std::optional<std::string>> tableFacts; // as read back after the tables; nullopt: no answer
 
     std::optional<RefusedCommand> refused; // the last command that brings the end nearer, if it failed

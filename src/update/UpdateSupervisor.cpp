@@ -264,14 +264,13 @@ void UpdateSupervisor::showVerdictFirst(const Update& update, const AlertDescrip
 
 void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     const auto* const stored = std::get_if<events::ProgressStored>(&event.what);
-    const bool isUnderWay = stored != nullptr && stored->value > 0 &&
-                            stored->value < static_cast<std::int64_t>(UpdateProgress::finished);
+    const bool isUnderWay =
+        stored != nullptr && stored->value > 0 && stored->value < static_cast<std::int64_t>(UpdateProgress::finished);
     const bool isNew = isUnderWay && !_monitor.state(event.key);
     // Followed from this very event on; the rest is filled in on the main queue.
     if (isNew) _monitor.beginUpdate({.key = event.key, .attachment = event.attachment});
     _monitor.printerEvent(event);
-    const bool isForMain = isNew ||
-                           std::holds_alternative<events::Declined>(event.what) ||
+    const bool isForMain = isNew || std::holds_alternative<events::Declined>(event.what) ||
                            std::holds_alternative<events::QuestionsEnded>(event.what);
     if (!isForMain) return;
     _services.mainQueue.async([weak = std::weak_ptr(_self), event] {

@@ -123,8 +123,8 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
     /// still be at work.
     bool mayGetSecondImage(const std::string& key) const;
-    /// "update was interrupted at 2026-11-22 03:10, start it to complete": an earlier update of this printer has no end,
-    /// or the printer waits in its loader, and nobody updates it now. Empty if neither is so.
+    /// "update was interrupted at 2026-11-22 03:10, start it to complete": an earlier update of this printer has no
+    /// end, or the printer waits in its loader, and nobody updates it now. Empty if neither is so.
     std::string interruptedText(TBUSBPrinterZUL& printer) const;
     /// The other program that holds the attached printer; nullopt if none does.
     std::optional<InterfaceHolder> holder(const std::string& key) const { return _monitor.holder(key); }
@@ -147,22 +147,22 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
   private:
     /// What is kept beside an update.
     struct Course {
-        bool isBegun = false;           // the engine works on it
-        bool isRecorded = false;        // the history has a record of it
+        bool isBegun = false;    // the engine works on it
+        bool isRecorded = false; // the history has a record of it
         std::optional<PrinterLock> lock = {};
         std::optional<UpdatePhase> lockedPhase = {}; // that the lock answers
         std::optional<InterfaceHolder> holder = {};  // another process that has the lock
         std::vector<ArchiveProblem> fileProblems = {};
-        bool isAskedOnceMore = false;   // after the report, for answers that are missing
-        int roundsNeeded = 1;           // rounds of questions after the report before it is judged
-        int pendingAlerts = 0;          // shown or waiting for their turn
-        std::uint32_t locationID = 0;   // of the printer, for the bus
+        bool isAskedOnceMore = false; // after the report, for answers that are missing
+        int roundsNeeded = 1;         // rounds of questions after the report before it is judged
+        int pendingAlerts = 0;        // shown or waiting for their turn
+        std::uint32_t locationID = 0; // of the printer, for the bus
         std::uint16_t productID = 0;
         std::vector<std::string> serialNumbers; // by which it is recognised at another place
-        bool wasJudgedBefore = false;   // it has ended once already
-        Clock::TimePoint stopDeadline;  // with isStopRequested
-        Clock::TimePoint dismissedAt;   // with isDismissed
-        std::vector<AlertDescription> reports; // of the engine, kept back until the verdict is there
+        bool wasJudgedBefore = false;           // it has ended once already
+        Clock::TimePoint stopDeadline;          // with isStopRequested
+        Clock::TimePoint dismissedAt;           // with isDismissed
+        std::vector<AlertDescription> reports;  // of the engine, kept back until the verdict is there
     };
 
     Update& makeUpdate(const std::string& key, const Printer& printer);

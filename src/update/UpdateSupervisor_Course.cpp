@@ -16,10 +16,10 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr auto kTick = std::chrono::milliseconds(500);   // half of what is shown, so that no second is skipped
-constexpr auto kPassingDelay = seconds(10);              // a head cools down, a cover is closed: no advice needed
-constexpr auto kLongestStop = seconds(60);               // a program that is asked to end does so within this time
-constexpr auto kLongestQuestions = seconds(60);          // after the report; a printer that answers needs none of it
+constexpr auto kTick = std::chrono::milliseconds(500); // half of what is shown, so that no second is skipped
+constexpr auto kPassingDelay = seconds(10);            // a head cools down, a cover is closed: no advice needed
+constexpr auto kLongestStop = seconds(60);             // a program that is asked to end does so within this time
+constexpr auto kLongestQuestions = seconds(60);        // after the report; a printer that answers needs none of it
 constexpr int kRoundsOfNewAttachment = 1;
 
 // Each text once: several files may lack the same thing.
@@ -36,6 +36,12 @@ std::string textOfProblems(const std::vector<ArchiveProblem>& problems, TextOf t
 std::string adviceForReturnElsewhere(const Update& update) {
     return localizedFormat("Plug it in at %s again, or start the update of the printer at %s.", update.location,
                            update.cameBackAt);
+}
+
+// The bus reported the end of the command's write only after the printer had left: it may have taken the command. Its
+// departure and return show what came of it.
+bool hasLeft(const RefusedCommand& refused) {
+    return refused.code == kIOReturnNoDevice || refused.code == kIOReturnNotResponding;
 }
 
 // Points at which a program may end: nothing has been sent, or the printer needs it no more until the next update.
@@ -87,7 +93,8 @@ void UpdateSupervisor::showFlags(Update& update) {
     const bool isQuiet = patience && now() - state.lastSign >= *patience;
     const auto delay = now() - state.lastProgress;
     // A refused image that was sent as a whole may have been taken; the printer gets the time to show it.
-    update.isStalled = isQuiet && !state.isHeldElsewhere() && (state.phase != UpdatePhase::checking || !update.isAsking);
+    update.isStalled =
+        isQuiet && !state.isHeldElsewhere() && (state.phase != UpdatePhase::checking || !update.isAsking);
     const auto passing = std::min<Clock::Duration>(kPassingDelay, patience.value_or(kPassingDelay));
     update.isWaiting = !update.isAsking && ((state.isWaitingUntilReady() && delay >= passing) ||
                                             (state.isHeldElsewhere() && state.phase != UpdatePhase::checking));
@@ -95,9 +102,9 @@ void UpdateSupervisor::showFlags(Update& update) {
     update.advice.clear();
     if (update.isStalled || update.isWaiting) update.advice = adviceFor(state);
     if (!update.cameBackAt.empty() && !state.isAttached) {
-        update.advice = localizedFormat("The printer came back at %s instead of %s.", update.cameBackAt,
-                                        update.location) +
-                        " " + adviceForReturnElsewhere(update);
+        update.advice =
+            localizedFormat("The printer came back at %s instead of %s.", update.cameBackAt, update.location) + " " +
+            adviceForReturnElsewhere(update);
     }
 }
 
@@ -129,7 +136,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
 
 std::optional<UpdateResult> UpdateSupervisor::resultWhileChecking(const Update& update) const {
     const UpdateState& state = update.state;
-    if (state.refused) return UpdateResult::commandRefused;
+    if (state.refused && !hasLeft(*state.refused)) return UpdateResult::commandRefused;
     if (state.isReconnecting) return UpdateResult::reconnected;
     if (!state.isAttached) return UpdateResult::left;
     if (state.isReadinessUnanswered) return UpdateResult::unanswered;
@@ -143,7 +150,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& upd
     // The loader did not take the image. The questions that follow it show whether it waits for another one. One that
     // was sent whole may have been taken although its end was not confirmed: the printer then leaves.
     const bool isLoaderWaiting = state.rawStatus == kLoaderStatus && state.isRefusalAnswered;
-    const bool isRefused = state.phase == UpdatePhase::writing && state.refused.has_value();
+    const bool isRefused = state.phase == UpdatePhase::writing && state.refused && !hasLeft(*state.refused);
     if (isRefused && (isLoaderWaiting || (state.isRefusalAnswered && !state.isWholeImageSent))) {
         return UpdateResult::imageNotTaken;
     }
@@ -207,8 +214,8 @@ void UpdateSupervisor::explain(Update& update) {
         update.advice = textOfProblems(course.fileProblems, remedyOf, " ");
     }
     if (result == UpdateResult::notBack && !update.cameBackAt.empty()) {
-        update.verdict.reason = localizedFormat("the printer came back at %s instead of %s", update.cameBackAt,
-                                                update.location);
+        update.verdict.reason =
+            localizedFormat("the printer came back at %s instead of %s", update.cameBackAt, update.location);
         update.advice = adviceForReturnElsewhere(update);
     }
     const Printer printer = update.printer.lock();
@@ -224,7 +231,9 @@ void UpdateSupervisor::explain(Update& update) {
 
 // A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
 void UpdateSupervisor::reviewEnded(Update& update) {
-    if (update.verdict.isSuccess() || update.verdict.isUntouched()) return;
+    // A printer that restarts after all has taken the command, whatever the bus reported.
+    const bool isFinal = update.verdict.isUntouched() && update.verdict.result != UpdateResult::commandRefused;
+    if (update.verdict.isSuccess() || isFinal) return;
     if (update.state.mustNotBeStopped() && update.state.lastProgress > update.endedAt) {
         reopen(update);
     } else if (update.state.isReported) {
@@ -324,9 +333,8 @@ bool UpdateSupervisor::isAnyUnderWay() const {
 }
 
 bool UpdateSupervisor::isAnyBetweenCommands() const {
-    return std::ranges::any_of(_updates, [](const auto& entry) {
-        return entry.second.isOpen() && entry.second.state.mustNotBeStopped();
-    });
+    return std::ranges::any_of(
+        _updates, [](const auto& entry) { return entry.second.isOpen() && entry.second.state.mustNotBeStopped(); });
 }
 
 double UpdateSupervisor::progress() const {

@@ -14,8 +14,8 @@ namespace zul {
 
 // ---- the lock -------------------------------------------------------------------------------------------------------
 
-// False if another process has reserved the printer; this one may have claimed it before its update. Where the system refuses locks the update begins without one, and
-// the operator reads why.
+// False if another process has reserved the printer; this one may have claimed it before its update. Where the system
+// refuses locks the update begins without one, and the operator reads why.
 bool UpdateSupervisor::takeLock(const std::string& key) {
     Course& course = _courses[key];
     if (_services.locks == nullptr || course.lock) return true;
@@ -73,9 +73,9 @@ void UpdateSupervisor::completeRecord(Update& update) {
     const UpdateResult result = update.verdict.result;
     if (_services.recorder == nullptr || result == UpdateResult::upToDate) return;
     if (!_courses[key].isRecorded) record(key, {});
-    _services.recorder->complete(update.state, {.verdict = nameOfResult(result),
-                                                .isSuccess = update.verdict.isSuccess(),
-                                                .reason = update.verdict.reason});
+    _services.recorder->complete(
+        update.state,
+        {.verdict = nameOfResult(result), .isSuccess = update.verdict.isSuccess(), .reason = update.verdict.reason});
     if (!update.verdict.isSuccess()) return;
     const UpdateRecord completed = recordOf(update);
     std::erase_if(_interrupted, [&](const UpdateRecord& record) { return isSamePrinter(record, completed); });

@@ -1,8 +1,8 @@
 // From the facts of an update to its verdict. No text of the engine's own report is read here. Any thread.
 #include "update/UpdateVerdict.h"
 
-#include "archive/ProductTable.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "archive/ProductTable.h"
 
 #include <algorithm>
 #include <array>
@@ -70,8 +70,7 @@ UpdateExpectation expectationFor(std::uint16_t productID) {
         ++expectation.tables;
         if (!isTableVersion(table.version)) continue;
         // Models with one answer for all tables report that of any of them.
-        const std::string key =
-            hasOneTableVersion(productID) ? HOLVEN_TBPrinterColorTableVersion : versionKey(table);
+        const std::string key = hasOneTableVersion(productID) ? HOLVEN_TBPrinterColorTableVersion : versionKey(table);
         expectation.tableVersions[key].insert(table.version);
     }
     return expectation;
@@ -108,10 +107,10 @@ bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expecta
 
 const char* nameOfResult(UpdateResult result) {
     static constexpr auto kNames = std::to_array<const char*>(
-        {"open", "succeeded", "up to date", "newer installed", "declined", "busy", "not ready", "no answer",
-         "not opened", "bad files", "cannot follow", "left", "reconnected", "command refused", "image not taken",
-         "identity lost", "version unread", "other version", "tables missing", "tables differ", "clear refused",
-         "not back", "stopped"});
+        {"open",           "succeeded",       "up to date",      "newer installed", "declined",       "busy",
+         "not ready",      "no answer",       "not opened",      "bad files",       "cannot follow",  "left",
+         "reconnected",    "command refused", "image not taken", "identity lost",   "version unread", "other version",
+         "tables missing", "tables differ",   "clear refused",   "not back",        "stopped"});
     static_assert(kNames.size() == static_cast<std::size_t>(UpdateResult::stopped) + 1);
     return kNames.at(static_cast<std::size_t>(result));
 }

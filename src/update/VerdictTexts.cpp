@@ -122,8 +122,9 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     case UpdateResult::notReady:
         return Bundle::localized(operatorText("Correct that, then start the update again."));
     case UpdateResult::unanswered:
-        return Bundle::localized(operatorText("Nothing has been changed in the printer. Switch it off and on, then start "
-                                              "the update again."));
+        return Bundle::localized(
+            operatorText("Nothing has been changed in the printer. Switch it off and on, then start "
+                         "the update again."));
     case UpdateResult::notOpened:
         return Bundle::localized(operatorText("Plug the printer in again, then start the update again."));
     case UpdateResult::badFiles:

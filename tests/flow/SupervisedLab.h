@@ -22,16 +22,17 @@ class SupervisedLab : public Lab, public UpdateObserver {
     }
 
     explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive())
-        : Lab(archiveFolder), supervisor({.mainQueue = mainQueue,
-                                    .clock = clock,
-                                    .alerts = operatorDesk,
-                                    .printerWithKey = [this](const std::string& key) { return attached(key); },
-                                    .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
-                                    .seesArrivals = [this] { return areArrivalsSeen; },
-                                    .locks = &locks,
-                                    .recorder = &recorder,
-                                    .archive = &archive},
-                                   {}) {
+        : Lab(archiveFolder),
+          supervisor({.mainQueue = mainQueue,
+                      .clock = clock,
+                      .alerts = operatorDesk,
+                      .printerWithKey = [this](const std::string& key) { return attached(key); },
+                      .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
+                      .seesArrivals = [this] { return areArrivalsSeen; },
+                      .locks = &locks,
+                      .recorder = &recorder,
+                      .archive = &archive},
+                     {}) {
         recorder.setProblemHandler([this](const std::string& text) { notes.push_back(text); });
         supervisor.setObserver(this);
         alertSwitch.to = &supervisor;

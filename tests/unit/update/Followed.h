@@ -10,7 +10,8 @@ namespace zul::test {
 
 struct Followed {
     Followed() {
-        monitor.beginUpdate({.key = "key", .installedVersion = "VK14 01.60", .offeredVersion = "VK14 01.61", .tables = 2});
+        monitor.beginUpdate(
+            {.key = "key", .installedVersion = "VK14 01.60", .offeredVersion = "VK14 01.61", .tables = 2});
     }
     void report(PrinterEvent::What what) {
         monitor.printerEvent({.key = "key", .location = "1-1", .attachment = attachment, .what = std::move(what)});

@@ -38,9 +38,9 @@ TEST_CASE("what a model should report after its update comes from its row of the
     const UpdateExpectation vk28 = expectationFor(kProductVK28);
     CHECK(vk28.tables == 8);
     CHECK(vk28.tableVersions.size() == 8);
-    for (const char* key : {"colorTableVersion", "colorTableVersion300HD", "colorTableVersion600",
-                            "colorTableVersion600HD", "colorTableVersion610", "colorTableVersion610HD",
-                            "colorTableVersion620", "colorTableVersion620HD"}) {
+    for (const char* key :
+         {"colorTableVersion", "colorTableVersion300HD", "colorTableVersion600", "colorTableVersion600HD",
+          "colorTableVersion610", "colorTableVersion610HD", "colorTableVersion620", "colorTableVersion620HD"}) {
         CAPTURE(key);
         CHECK(vk28.tableVersions.at(key) == std::set<std::string>{"0101"});
     }

@@ -2,8 +2,8 @@
 //
 //   history_writer FOLDER
 //
-// begin KEY, cut-off KEY PHASE, complete ID, many COUNT KEY, endless KEY, read, as-nobody, small-files, small-disk, fill, empty: each is
-// answered by one line.
+// begin KEY, cut-off KEY PHASE, complete ID, many COUNT KEY, endless KEY, read, as-nobody, small-files, small-disk,
+// fill, empty: each is answered by one line.
 #include "update/UpdateHistory.h"
 
 #include <csignal>

@@ -1,0 +1,62 @@
+// Writes whose end the bus reports wrongly, because the printer was quicker: it took the command and left.
+#include "SupervisedLab.h"
+
+#include "Classes/CommandFrame.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+// The bus reports this code for a command that the printer has taken.
+class WrongEnd final : public PrinterEventsOutlet {
+  public:
+    WrongEnd(SupervisedLab& lab, std::uint32_t command, IOReturn code)
+        : _supervisor(lab.supervisor), _command(command), _code(code) {
+        lab.environment.events = this;
+    }
+    void printerEvent(const PrinterEvent& event) override {
+        PrinterEvent altered = event;
+        if (auto* const sent = std::get_if<events::CommandSent>(&altered.what); sent && sent->command == _command) {
+            sent->code = _code;
+        }
+        _supervisor.printerEvent(altered);
+    }
+
+  private:
+    UpdateSupervisor& _supervisor;
+    const std::uint32_t _command;
+    const IOReturn _code;
+};
+
+} // namespace
+
+TEST_CASE("a printer that leaves before the write of the loader command is over has taken the command") {
+    SupervisedLab lab;
+    WrongEnd bus(lab, kCommandEnterLoader, kIOReturnNoDevice);
+    lab.startWithVK14();
+    lab.beginUpdate();
+    lab.rest();
+    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::succeeded});
+}
+
+TEST_CASE("a printer that restarts although the bus reported a failed command is followed, and the verdict corrected") {
+    SupervisedLab lab;
+    WrongEnd bus(lab, kCommandEnterLoader, kIOUSBTransactionTimeout);
+    lab.startWithVK14();
+    lab.beginUpdate();
+    lab.rest();
+    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::commandRefused, UpdateResult::succeeded});
+    CHECK(lab.update().verdict.isCorrected);
+}
+
+TEST_CASE("a printer that leaves before the write of the image is over is judged by the version it comes back with") {
+    SupervisedLab lab;
+    WrongEnd bus(lab, kCommandProgramFlash, kIOReturnNoDevice);
+    lab.startWithVK14();
+    lab.beginUpdate();
+    lab.rest();
+    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::succeeded});
+}
