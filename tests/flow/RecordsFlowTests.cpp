@@ -267,7 +267,7 @@ TEST_CASE("a printer in its loader is offered for completion without a record") 
 
 TEST_CASE("a printer that waits for the rest of an image is not called unchanged, and its owner reads what helps") {
     SupervisedLab lab;
-    lab.startWithVK14("fault=silence@STATUS#2");
+    lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     cutOff(lab, "writing");
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest();
