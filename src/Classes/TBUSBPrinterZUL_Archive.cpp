@@ -120,7 +120,9 @@ TBUSBPrinter::Text TBUSBPrinterZUL::newFirmwareVersion() {
 
 std::optional<FirmwareOffer> TBUSBPrinterZUL::firmwareOffer() const {
     const Product* product = productWithID(_idProduct);
-    return product == nullptr ? std::nullopt : std::optional(_environment.archive.offer(*product, className()));
+    // Without an archive nothing is offered, and nothing is missing in it either.
+    if (product == nullptr || _environment.mainBundle.archiveFolder().empty()) return std::nullopt;
+    return _environment.archive.offer(*product, className());
 }
 
 std::vector<ArchiveProblem> TBUSBPrinterZUL::archiveProblems() const {

@@ -47,6 +47,14 @@ void begin(Lab& lab) {
 }
 } // namespace
 
+TEST_CASE("without an archive no version is offered, not even a missing one") {
+    Lab lab;
+    lab.startWithVK14();
+    CHECK(lab.printer()->firmwareOffer());
+    lab.bundle.withholdArchive();
+    CHECK_FALSE(lab.printer()->firmwareOffer());
+}
+
 TEST_CASE("a damaged firmware file is reported as corruption, and leaving the alert ends the application") {
     ChangedSamples archive;
     archive.damage(kFirmwareFile);
