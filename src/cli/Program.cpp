@@ -40,11 +40,16 @@ int Program::start(std::function<void()> ready) {
         session.mainQueue.async([this, ready] {
             session.afterQueues(session.printers(), [this, ready] {
                 session.afterQueues(session.printers(),
-                                    [this, ready] { whenNotBrieflyUsed(session.clock.now() + kBriefUse, ready); });
+                                    [this, ready] { whenNotBrieflyUsed(session.clock.now() + briefUse(), ready); });
             });
         });
     });
     return kDone;
+}
+
+// A command that answers once waits for the moment at which another program has finished; one that watches shows it.
+Clock::Duration Program::briefUse() const {
+    return options.command == "watch" ? Clock::Duration(0) : Clock::Duration(kBriefUse);
 }
 
 // Another of our programs that lists a printer uses it for a moment. What prints or updates takes longer, and has said

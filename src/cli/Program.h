@@ -70,6 +70,7 @@ class Program {
 
   private:
     std::string listed() const;
+    Clock::Duration briefUse() const;
     bool isAnyBrieflyUsed() const;
     void whenNotBrieflyUsed(Clock::TimePoint deadline, Block ready);
     std::function<void(Interrupt)> _interrupted; // main queue

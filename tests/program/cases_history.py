@@ -1,5 +1,6 @@
 """The history of updates as people and scripts read it."""
 import datetime
+import json
 import os
 import signal
 import sqlite3
@@ -195,3 +196,19 @@ def _(bench):
     expect_equal((result.status, result.out), (1, ""), "status")
     expect("history.sqlite cannot be read" in result.err and "Check its rights" in result.err, result.err)
     expect_equal(bench.run("--json", "history", printers=()).json["error"]["exit"], 1, "as JSON")
+
+
+@case("an update that was killed is shown by list and info, and the next update completes it")
+def _(bench):
+    process = bench.start("--json", "update", "--agree", "--yes", printers=("VK14,restart=60000",))
+    for line in process.stdout:
+        if json.loads(line).get("phase") == "restarting into loader":
+            break
+    process.kill()
+    process.communicate()
+    shown = bench.run("list").out
+    expect("update was interrupted at 20" in shown and "start it to complete" in shown, shown)
+    expect("update was interrupted" in bench.run("--json", "list").json[0]["interrupted"], "in JSON")
+    expect("update was interrupted" in bench.run("--json", "info").json["interrupted"], "in info")
+    expect_equal(bench.run("update", "--agree", "--yes").status, 0, "the update that completes it")
+    expect_equal(bench.run("--json", "list").json[0]["interrupted"], None, "afterwards")
