@@ -154,7 +154,7 @@ TEST_CASE("no text of the window is cut off in any language") {
         }
         stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
         stage.waitFor("the agreement", [&] { return stage.alert().has_value(); });
-        const auto shown = *stage.alert();
+        const auto shown = stage.waitForAlert(stage.alert()->title); // laid out and drawn
         for (const QAbstractButton* button : shown.box->buttons()) {
             CHECK_MESSAGE(button->width() >= button->minimumSizeHint().width(), button->text().toStdString());
         }
