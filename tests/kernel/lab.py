@@ -83,11 +83,18 @@ class Gadget:
             with contextlib.suppress(OSError):
                 self.log(f"{task.name} {(task / 'comm').read_text().strip()}\n{(task / 'stack').read_text()}")
 
+    def entries(self):
+        """The printer's journal."""
+        lines = self.journal.read_text().splitlines() if self.journal.exists() else []
+        return [json.loads(line) for line in lines if line.endswith("}")]  # the last one may be half written
+
     def commands(self):
         """The commands that the printer has got, in their order."""
-        lines = self.journal.read_text().splitlines() if self.journal.exists() else []
-        entries = [json.loads(line) for line in lines if line.endswith("}")]  # the last one may be half written
-        return [entry["command"] for entry in entries if entry["event"] == "command"]
+        return [entry["command"] for entry in self.entries() if entry["event"] == "command"]
+
+    def arrivals(self):
+        """How often the printer has come to the bus."""
+        return sum(entry["event"] == "arrive" for entry in self.entries())
 
     def address(self):
         return usbfs.attribute(self.device, "devnum")
