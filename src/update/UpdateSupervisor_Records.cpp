@@ -126,7 +126,7 @@ std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
         return localizedFormat("update was interrupted at %s, start it to complete", localTime(record->begun));
     }
     if (printer.printerStatus() != textForStatus(kLoaderStatus)) return {};
-    return Bundle::localized(operatorText("in firmware update mode, start the update to complete it"));
+    return Bundle::localized(operatorText("start the update to complete it"));
 }
 
 } // namespace zul

@@ -262,7 +262,7 @@ TEST_CASE("a printer in its loader is offered for completion without a record") 
     SupervisedLab lab;
     lab.attach("VK14,mode=loader");
     lab.start();
-    CHECK(lab.supervisor.interruptedText(*lab.printer()) == "in firmware update mode, start the update to complete it");
+    CHECK(lab.supervisor.interruptedText(*lab.printer()) == "start the update to complete it");
 }
 
 TEST_CASE("a printer that waits for the rest of an image is not called unchanged, and its owner reads what helps") {
