@@ -30,7 +30,18 @@ std::string tablesReason(const UpdateState& state) {
                      state.writeFailure);
 }
 
+// It answers where its loader was expected, and reports the status of a printer that works: its restart never happened,
+// or another printer has taken its place.
+bool isNotItsLoader(const UpdateState& state) {
+    return state.phase == UpdatePhase::loaderBack && state.isAttached && !state.isAnswerMissing &&
+           !state.rawStatus.empty() && state.rawStatus != kLoaderStatus;
+}
+
 std::string notBackReason(const UpdateState& state) {
+    if (isNotItsLoader(state)) {
+        return localizedFormat("the printer that is attached at its place is not in its loader (%s)",
+                               textForStatus(state.rawStatus));
+    }
     if (state.isWaitingUntilReady()) {
         return localizedFormat("the printer reports: %s", textForStatus(state.rawStatus));
     }
@@ -150,6 +161,10 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     case UpdateResult::identityLost:
         return Bundle::localized(operatorText("Switch the printer off and on, then start the update again."));
     case UpdateResult::notBack:
+        if (isNotItsLoader(state)) {
+            return Bundle::localized(operatorText("Check that this is the printer whose update was begun, then start the "
+                                                  "update again."));
+        }
         if (state.isWaitingUntilReady()) {
             return Bundle::localized(operatorText("Leave the printer switched on, correct that and start the update "
                                                   "again."));
