@@ -1,5 +1,5 @@
-// Restarts that are not as polite as usual, each with its verdict: never an image to the wrong printer, never two to one
-// restart.
+// Restarts that are not as polite as usual, each with its verdict: never an image to the wrong printer, never two to
+// one restart.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -20,10 +20,18 @@ void advanceTo(SupervisedLab& lab, UpdatePhase phase) {
 
 TEST_CASE("a printer may take any time for its restarts") {
     const char* time = "";
-    SUBCASE("none") { time = "restart=0"; }
-    SUBCASE("a tenth of a second") { time = "restart=100"; }
-    SUBCASE("five seconds") { time = "restart=5000"; }
-    SUBCASE("a minute") { time = "restart=60000"; }
+    SUBCASE("none") {
+        time = "restart=0";
+    }
+    SUBCASE("a tenth of a second") {
+        time = "restart=100";
+    }
+    SUBCASE("five seconds") {
+        time = "restart=5000";
+    }
+    SUBCASE("a minute") {
+        time = "restart=60000";
+    }
     SupervisedLab lab;
     lab.startWithVK14(time);
     lab.beginUpdate();
@@ -72,6 +80,5 @@ TEST_CASE("another printer of the model at the same port gets no image") {
     CHECK(lab.timesSeen(kImage) == 0);
     CHECK(lab.result() == UpdateResult::notBack);
     CHECK(lab.update().verdict.reason == "the printer that is attached at its place is not in its loader (Idle)");
-    CHECK(lab.update().advice ==
-          "Check that this is the printer whose update was begun, then start the update again.");
+    CHECK(lab.update().advice == "Check that this is the printer whose update was begun, then start the update again.");
 }

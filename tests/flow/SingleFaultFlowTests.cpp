@@ -1,0 +1,83 @@
+// One fault at any command of an arrival and an update: no success that is none, and a further update completes what is
+// left.
+#include "SupervisedLab.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int kCommands = 30; // of an arrival and an update, about
+
+// The operator agrees, confirms, and closes what is only reported.
+void answerAll(SupervisedLab& lab) {
+    for (int round = 0; round < 20; ++round) {
+        lab.rest(1min);
+        if (lab.operatorDesk.waiting() == 0) return;
+        if (lab.operatorDesk.title() == "Attention:") lab.operatorDesk.setAgreed(true);
+        REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().back()));
+    }
+    FAIL("the questions have no end");
+}
+
+void update(SupervisedLab& lab) {
+    if (lab.rows() == 0) return;
+    lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
+    answerAll(lab);
+    lab.rest(5min);
+}
+
+bool isUpdated(SupervisedLab& lab) {
+    return lab.rows() == 1 && lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61";
+}
+
+} // namespace
+
+TEST_CASE("a printer with a fault at any command is never called updated when it is not, and is updated afterwards") {
+    std::string kind, value;
+    SUBCASE("it is pulled") {
+        kind = "unplug", value = ":16";
+    }
+    SUBCASE("it stalls") {
+        kind = "stall";
+    }
+    SUBCASE("it is silent") {
+        kind = "silence";
+    }
+    SUBCASE("it answers half") {
+        kind = "short";
+    }
+    SUBCASE("it answers garbage") {
+        kind = "garbage";
+    }
+    SUBCASE("it answers late") {
+        kind = "late";
+    }
+    SUBCASE("it announces too much") {
+        kind = "long-header";
+    }
+    SUBCASE("another program holds it") {
+        kind = "holder";
+    }
+    int repeated = 0;
+    for (int number = 1; number <= kCommands; ++number) {
+        CAPTURE(number);
+        SupervisedLab lab;
+        UpdateSettings settings;
+        settings.giveUpAfter = 2min;
+        lab.supervisor.setSettings(settings);
+        lab.startWithVK14("fault=" + kind + "#" + std::to_string(number) + value);
+        answerAll(lab);
+        update(lab);
+        const bool isCalledUpdated = !lab.ends.empty() && lab.ends.back() == UpdateResult::succeeded;
+        if (isCalledUpdated) CHECK(isUpdated(lab));
+        if (isCalledUpdated) continue;
+        ++repeated;
+        update(lab);
+        CHECK(lab.result() == UpdateResult::succeeded);
+        CHECK(isUpdated(lab));
+    }
+    if (kind == "unplug") CHECK(repeated > 5); // the faults do happen
+}
