@@ -193,6 +193,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// What keeps an update from ending well, before it is begun; empty when all is well. Reads the model's files
     /// unless they are known already. Any thread.
     std::vector<ArchiveProblem> archiveProblems() const;
+    /// Ends a wait for "Idle" that goes on; what would follow it is not done. Any thread.
+    void supersedeWait() { ++_waitGeneration; }
 
     // ---- update ---------------------------------------------------------------------------------------------------
 
@@ -310,7 +312,6 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void writeColorTable(const std::string& name) ZUL_REQUIRES_ROLE(commandQueueRole);
     void reportUpdate(bool anyTable);
     void setProgress(UpdateProgress progress);
-    void supersedeWait() { ++_waitGeneration; }
     bool statusEquals(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
     SharedData verifiedFirmwareBlob();
     SharedData firmwareBlobOf(const std::shared_ptr<const FirmwareFile>& file) const;

@@ -202,7 +202,9 @@ class UpdateRun final : public SessionObserver {
     // The status of the first printer, in the order of the list, that failed.
     int exitStatus() {
         for (const auto& printer : _printers) {
-            const int status = statusOf(supervisor().updates().at(printer->keyUSBdevice()));
+            const Update& update = supervisor().updates().at(printer->keyUSBdevice());
+            // Asked to end, and begun again by a printer that got on meanwhile.
+            const int status = _isInterrupted && update.isOpen() ? static_cast<int>(kInterrupted) : statusOf(update);
             if (status != kDone) return status;
         }
         return kDone;
@@ -215,7 +217,7 @@ class UpdateRun final : public SessionObserver {
         if (_isEnding || !isOver) return;
         _isEnding = true;
         const bool isStuck = std::ranges::any_of(_keys, [&](const std::string& key) {
-            return !updates.at(key).verdict.isSuccess() && !updates.at(key).verdict.isUntouched();
+            return !updates.at(key).verdict.isSuccess();
         });
         // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone. A
         // verdict may be corrected until then.

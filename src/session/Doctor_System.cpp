@@ -159,7 +159,8 @@ Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
 std::vector<Check> Doctor::interruptedUpdates() const {
     constexpr const char* kName = "interrupted-update";
     if (_options.history == nullptr) return {{kName, {}, CheckState::unknown, localizedFormat("not checked"), {}}};
-    const UpdateHistory::Records found = _options.history->interrupted();
+    UpdateHistory::Records found = _options.history->interrupted();
+    std::erase_if(found.records, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
     if (!found.problem.empty()) {
         return {{kName, {}, CheckState::problem, found.problem, "ls -l " + _options.history->file().string()}};
     }

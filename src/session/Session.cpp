@@ -91,9 +91,11 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
 void Session::setObserver(SessionObserver* observer) {
     _observer = observer;
     supervisor.setObserver(observer);
-    recorder.setProblemHandler([this](const std::string& text) {
-        if (_observer != nullptr) _observer->noteDidArise(text);
-    });
+    if (observer == nullptr) {
+        recorder.setProblemHandler(nullptr);
+    } else {
+        recorder.setProblemHandler([observer](const std::string& text) { observer->noteDidArise(text); });
+    }
 }
 
 void Session::endBus() {
@@ -192,12 +194,20 @@ std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool 
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     if (result.lock) _claims.insert_or_assign(key, std::move(*result.lock));
     printer->setIsOwned(1);
+    // Another program may have it, which shows when it cannot be opened.
+    afterQueues({printer}, [this, key, printer] {
+        if (printer->ownership() != Ownership::thisProgram) _claims.erase(key);
+    });
     return std::nullopt;
 }
 
-// A printer that leaves is not claimed any more.
+// A printer that leaves is not claimed any more, but in an update it comes back.
 void Session::forgetClaims() {
-    std::erase_if(_claims, [this](const auto& claim) { return printerWithKey(claim.first) == nullptr; });
+    std::erase_if(_claims, [this](const auto& claim) {
+        const auto update = supervisor.updates().find(claim.first);
+        const bool isInUpdate = update != supervisor.updates().end() && update->second.isOpen();
+        return !isInUpdate && printerWithKey(claim.first) == nullptr;
+    });
 }
 
 void Session::unusableDidArrive(const PrinterEvent& event) {

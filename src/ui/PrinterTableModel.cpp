@@ -103,7 +103,7 @@ void PrinterTableModel::readFacts(Row& row) const {
     row.texts[installedFirmware] = qtext(facts.firmwareVersion());
     static_cast<void>(facts.newFirmwareVersion()); // its check puts the results of the files among the facts
     const auto offer = facts.firmwareOffer();
-    row.texts[offeredFirmware] = offer ? qtext(offerText(*offer)) : QString();
+    row.texts[offeredFirmware] = offer ? qtext(offerText(*offer)) : QString("-"); // there is no archive
     row.texts[colorTables] = colorTableText(facts);
     row.texts[lifetimeCounter] = qtext(facts.lifetimeCounter());
     row.texts[usbSerialNumber] = localized(facts.usbISerialString().c_str());

@@ -49,7 +49,7 @@ UpdateStep stepOf(const Update& update) {
     case UpdateResult::identityLost:
         return UpdateStep::writingTables;
     default:
-        return phaseRow(update.state.phase).step;
+        return update.state.isImageInDoubt() ? UpdateStep::writingFirmware : phaseRow(update.state.phase).step;
     }
 }
 

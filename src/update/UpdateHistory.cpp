@@ -74,12 +74,17 @@ std::vector<UpdateRecord> recordsOf(HistoryDatabase& database, Statement& rows) 
     return records;
 }
 
-// The records that were begun and neither completed nor closed, the newest first, of processes that have ended.
-std::vector<UpdateRecord> interruptedRecords(HistoryDatabase& database) {
+// The records that were begun and neither completed nor closed, the newest first.
+std::vector<UpdateRecord> recordsWithoutEnd(HistoryDatabase& database) {
     Statement rows(
         database,
         (std::string(kUpdateColumns) + "WHERE is_success IS NULL AND closed_by IS NULL ORDER BY id DESC").c_str());
-    std::vector<UpdateRecord> records = recordsOf(database, rows);
+    return recordsOf(database, rows);
+}
+
+// Those of them whose processes have ended.
+std::vector<UpdateRecord> interruptedRecords(HistoryDatabase& database) {
+    std::vector<UpdateRecord> records = recordsWithoutEnd(database);
     std::erase_if(records, [](const UpdateRecord& record) { return isRunning(record.process); });
     return records;
 }
@@ -127,9 +132,11 @@ void insertVerdict(HistoryDatabase& database, std::int64_t id, const RecordedVer
 
 void closeInterrupted(HistoryDatabase& database, const UpdateRecord& success) {
     Statement close(database, "UPDATE updates SET closed_by = ? WHERE id = ?");
-    for (const UpdateRecord& earlier : interruptedRecords(database)) {
-        if (earlier.id < success.id && isSamePrinter(earlier, success))
-            close.bind(1, success.id).bind(2, earlier.id).run();
+    for (const UpdateRecord& earlier : recordsWithoutEnd(database)) {
+        if (earlier.id >= success.id || !isSamePrinter(earlier, success)) continue;
+        // An update that was started again in the same process has left its first record without an end.
+        const bool isOver = earlier.process == success.process || !isRunning(earlier.process);
+        if (isOver) close.bind(1, success.id).bind(2, earlier.id).run();
     }
 }
 

@@ -5,7 +5,6 @@
 #include "update/LockSocket.h"
 
 #include <algorithm>
-#include <future>
 #include <set>
 #include <unistd.h>
 #include <utility>
@@ -22,6 +21,21 @@ std::optional<UpdatePhase> phaseNamed(const std::string& name) {
         if (name == phaseRow(static_cast<UpdatePhase>(index)).name) return static_cast<UpdatePhase>(index);
     }
     return std::nullopt;
+}
+
+constexpr std::size_t kRecordsToLookAt = 1000; // of the newest
+
+// records: the newest first.
+std::vector<UpdateRecord> lastFailures(const std::vector<UpdateRecord>& records) {
+    std::vector<UpdateRecord> last; // of each printer
+    for (const UpdateRecord& record : records) {
+        const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
+        if (record.hasSentCommands() && std::ranges::none_of(last, isSame)) last.push_back(record);
+    }
+    std::erase_if(last, [](const UpdateRecord& record) {
+        return record.verdicts.empty() || record.verdicts.back().isSuccess;
+    });
+    return last;
 }
 
 } // namespace
@@ -44,9 +58,7 @@ UpdateRecorder::~UpdateRecorder() {
 }
 
 void UpdateRecorder::flush() {
-    std::promise<void> done;
-    _queue->async([&done] { done.set_value(); });
-    done.get_future().wait();
+    _queue->waitUntilIdle();
 }
 
 void UpdateRecorder::perform(std::function<std::string(Storage&)> operation, Block done) {
@@ -58,10 +70,24 @@ void UpdateRecorder::perform(std::function<std::string(Storage&)> operation, Blo
         mainQueue.async([weak, done, problem] {
             const auto self = weak.lock();
             if (!self) return;
-            if (!problem.empty() && (*self)->_problem) (*self)->_problem(problem);
+            if (!problem.empty()) (*self)->report(problem);
             if (done) done();
         });
     });
+}
+
+void UpdateRecorder::setProblemHandler(std::function<void(const std::string& text)> handler) {
+    _problem = std::move(handler);
+    if (!_problem) return;
+    for (const std::string& problem : std::exchange(_unreported, {})) _problem(problem);
+}
+
+void UpdateRecorder::report(const std::string& problem) {
+    if (_problem) {
+        _problem(problem);
+    } else {
+        _unreported.push_back(problem); // the history is read before anybody shows it
+    }
 }
 
 std::int64_t UpdateRecorder::wallTime(Clock::TimePoint time) const {
@@ -138,13 +164,16 @@ void UpdateRecorder::complete(const UpdateState& state, RecordedVerdict verdict)
 
 // ---- what the records show ------------------------------------------------------------------------------------------
 
-void UpdateRecorder::readInterrupted(std::function<void(std::vector<UpdateRecord> records)> read) {
-    auto found = std::make_shared<std::vector<UpdateRecord>>();
+void UpdateRecorder::readUnfinished(std::function<void(Unfinished unfinished)> read) {
+    auto found = std::make_shared<Unfinished>();
     perform(
         [found](Storage& storage) {
-            auto records = storage.history.interrupted();
-            *found = std::move(records.records);
-            return records.problem;
+            auto interrupted = storage.history.interrupted();
+            if (!interrupted.problem.empty()) return interrupted.problem;
+            found->interrupted = std::move(interrupted.records);
+            auto all = storage.history.records({.limit = kRecordsToLookAt});
+            found->failed = lastFailures(all.records);
+            return all.problem;
         },
         [found, read = std::move(read)] { read(std::move(*found)); });
 }

@@ -24,8 +24,9 @@ class UpdateRecorder {
     UpdateRecorder(const UpdateRecorder&) = delete;
     UpdateRecorder& operator=(const UpdateRecorder&) = delete;
 
-    /// What happened to the history's file and what to do; each text comes once.
-    void setProblemHandler(std::function<void(const std::string& text)> handler) { _problem = std::move(handler); }
+    /// What happened to the history's file and what to do; each text comes once. Those that came before the handler are
+    /// given to it at once.
+    void setProblemHandler(std::function<void(const std::string& text)> handler);
 
     /// Begins a record for the printer with this key, in place of an earlier one. stored runs on the main queue when it
     /// is on the disk, or when it is clear that it will not be. Program, version, user and time are filled in.
@@ -35,8 +36,13 @@ class UpdateRecorder {
     /// Stores the verdict, or a correction of it.
     void complete(const UpdateState& state, RecordedVerdict verdict);
 
-    /// The records of updates that a program began and did not end, the newest first. read runs on the main queue.
-    void readInterrupted(std::function<void(std::vector<UpdateRecord> records)> read);
+    /// What earlier runs have left, of each kind the newest first.
+    struct Unfinished {
+        std::vector<UpdateRecord> interrupted{}; // begun and not ended
+        std::vector<UpdateRecord> failed{};      // each printer's last update in which something was sent, if it failed
+    };
+    /// read runs on the main queue.
+    void readUnfinished(std::function<void(Unfinished unfinished)> read);
     /// How long the phases usually take on a model. read runs on the main queue.
     void readUsual(const std::string& model, std::function<void(UsualDurations durations)> read);
 
@@ -52,12 +58,14 @@ class UpdateRecorder {
 
     void perform(std::function<std::string(Storage&)> operation, Block done = {});
     std::int64_t wallTime(Clock::TimePoint time) const;
+    void report(const std::string& problem);
 
     MainQueue& _mainQueue;
     Clock& _clock;
     const std::string _program;
     const std::string _version;
     std::function<void(const std::string&)> _problem;
+    std::vector<std::string> _unreported;   // problems that came before the handler
     std::map<std::string, Course> _courses; // by key
     std::shared_ptr<Storage> _storage;      // used on _queue
     std::unique_ptr<SerialQueue> _queue;

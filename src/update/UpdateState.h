@@ -81,6 +81,10 @@ struct UpdateState {
     bool isWaitingUntilReady() const;
     /// It takes no questions: another program holds it.
     bool isHeldElsewhere() const { return holder.has_value(); }
+    /// It was cut off in the middle of the image and is back; its version will show whether it has taken the image.
+    bool isImageInDoubt() const {
+        return phase == UpdatePhase::restarted && image != ImageState::taken && !currentVersion;
+    }
     /// The image was sent, and the printer has not come back from it with new firmware yet.
     bool isImageUnderWay() const { return image != ImageState::notSent && !isReported; }
     /// The part of its way that the update has gone, from 0 to 1.

@@ -42,6 +42,10 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
     const std::string key = printer->keyUSBdevice();
     if (!reasonAgainst(key).empty()) return;
     if (mayGetSecondImage(key)) {
+        if (!takeLock(key)) { // it was free while nobody waited for the printer
+            if (_observer != nullptr) _observer->noteDidArise(describeHolder(*_courses[key].holder));
+            return;
+        }
         // The first start may still come to its end by itself, and is followed as before.
         _monitor.touch(key);
         _updates[key].isDismissed = false;
@@ -143,9 +147,8 @@ void UpdateSupervisor::startEngine(const std::string& key) {
     printer->updateFirmware();
 }
 
-// After an update that has no end the versions do not show whether all tables are written.
 bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
-    if (interruptedRecord(printer) != nullptr) return false;
+    if (isLastUpdateIncomplete(printer)) return false;
     const UpdateExpectation expectation = expectationFor(printer.productNumber());
     if (!expectation.version || printer.firmwareVersion() != expectation.version) return false;
     return std::ranges::all_of(expectation.tableVersions, [&](const auto& table) {
@@ -218,6 +221,10 @@ void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
     const auto passOn = [completion = alert.completion](int passed) {
         if (completion) completion(passed);
     };
+    // What an earlier update came to says nothing about this one.
+    if (const auto earlier = _updates.find(key); earlier == _updates.end() || !earlier->second.isOpen()) {
+        _monitor.endUpdate(key);
+    }
     adopt(key);
     const auto found = _updates.find(key);
     if (found == _updates.end() || !found->second.isOpen()) {
@@ -266,7 +273,9 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     const auto* const stored = std::get_if<events::ProgressStored>(&event.what);
     const bool isUnderWay =
         stored != nullptr && stored->value > 0 && stored->value < static_cast<std::int64_t>(UpdateProgress::finished);
-    const bool isNew = isUnderWay && !_monitor.state(event.key);
+    // What is left of an update that nobody follows any more may begin with its tables.
+    const bool hasTables = std::holds_alternative<events::TableBegun>(event.what);
+    const bool isNew = (isUnderWay || hasTables) && !_monitor.state(event.key);
     // Followed from this very event on; the rest is filled in on the main queue.
     if (isNew) _monitor.beginUpdate({.key = event.key, .attachment = event.attachment});
     _monitor.printerEvent(event);
@@ -285,6 +294,7 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
         lookForReturn(event);
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);
+        if (!_updates.contains(event.key)) return; // it has left already
         takeLock(event.key); // it is under way already, whoever else has the printer
         record(event.key, {});
     }

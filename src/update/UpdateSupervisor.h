@@ -175,7 +175,9 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void completeRecord(Update& update);
     void learnUsual(const std::string& key);
     const UpdateRecord* interruptedRecord(TBUSBPrinterZUL& printer) const;
+    bool isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const;
     void explain(Update& update);
+    void endWait(const Update& update);
     void continueBegin(const std::string& key, Equal equal);
     bool askForStatus(const std::string& key, const Printer& printer, Equal equal);
     void adopt(const std::string& key);
@@ -212,6 +214,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     std::map<std::string, Update> _updates;
     std::map<std::string, Course> _courses;
     std::vector<UpdateRecord> _interrupted; // by earlier ends of programs, the newest first
+    std::vector<UpdateRecord> _failed;      // the last updates of printers in earlier runs
     std::uint64_t _timer = 0;
     /// Blocks that are still queued when this is destroyed find it expired.
     std::shared_ptr<UpdateSupervisor*> _self;

@@ -179,6 +179,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& upd
     if (!_settings.giveUpAfter || update.isAsking) return std::nullopt;
     if (now() - state.lastProgress < *_settings.giveUpAfter) return std::nullopt;
     if (state.isHeldElsewhere()) return UpdateResult::busy;
+    if (state.isImageInDoubt()) return UpdateResult::imageNotTaken;
     if (state.phase != UpdatePhase::checking) return UpdateResult::notBack;
     return state.isWaitingUntilReady() ? UpdateResult::notReady : UpdateResult::unanswered;
 }
@@ -188,12 +189,14 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     if (const auto state = _monitor.state(key)) update.state = *state;
     if (result == UpdateResult::busy && !update.state.holder) update.state.holder = _courses[key].holder;
     update.endedAt = now();
-    update.isStalled = update.isWaiting = update.isDismissed = update.mayBeDismissed = update.isStopRequested = false;
+    update.isStalled = update.isWaiting = update.isDismissed = update.mayBeDismissed = false;
+    endWait(update);
     update.verdict = {.result = result,
                       .reason = reasonFor(result, update.state, update.expectation),
                       .refused = update.state.refused,
                       .holder = result == UpdateResult::busy ? update.state.holder : std::nullopt,
-                      .isCorrected = _courses[key].wasJudgedBefore};
+                      .isCorrected = _courses[key].wasJudgedBefore,
+                      .isAfterOrder = update.state.phase != UpdatePhase::checking};
     update.advice = update.verdict.isSuccess() ? "" : adviceAfter(result, update.state);
     explain(update);
     _courses[key].wasJudgedBefore = true;
@@ -203,6 +206,12 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     showReports(key);
     if (_observer != nullptr) _observer->updateDidEnd(key);
+}
+
+// The engine may still wait until the printer is ready. An update that has been judged must not begin afterwards.
+void UpdateSupervisor::endWait(const Update& update) {
+    if (update.state.phase != UpdatePhase::checking || !_courses[update.state.key].isBegun) return;
+    if (const Printer printer = update.printer.lock()) printer->supersedeWait();
 }
 
 // Reasons that the state of the update alone does not show.
@@ -231,8 +240,8 @@ void UpdateSupervisor::explain(Update& update) {
 
 // A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
 void UpdateSupervisor::reviewEnded(Update& update) {
-    // A printer that restarts after all has taken the command, whatever the bus reported.
-    const bool isFinal = update.verdict.isUntouched() && update.verdict.result != UpdateResult::commandRefused;
+    // A printer that restarts after all has taken the command, whatever was reported.
+    const bool isFinal = update.verdict.isUntouched() && update.state.phase == UpdatePhase::checking;
     if (update.verdict.isSuccess() || isFinal) return;
     if (update.state.mustNotBeStopped() && update.state.lastProgress > update.endedAt) {
         reopen(update);
@@ -281,8 +290,7 @@ void UpdateSupervisor::requestStop() {
     std::vector<std::string> open;
     for (auto& [key, update] : _updates) {
         if (!update.isOpen()) continue;
-        update.isStopRequested = true;
-        _courses[key].stopDeadline = now() + kLongestStop;
+        if (!std::exchange(update.isStopRequested, true)) _courses[key].stopDeadline = now() + kLongestStop;
         open.push_back(key);
     }
     for (const std::string& key : open) {

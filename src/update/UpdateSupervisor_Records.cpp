@@ -12,6 +12,26 @@
 
 namespace zul {
 
+namespace {
+
+// As the printer answered; empty if it did not.
+std::string serialNumberOf(const TBUSBPrinterZUL& printer) {
+    const auto number = printer.printerSerialNumber();
+    return number && *number != "NULL" ? *number : "";
+}
+
+const UpdateRecord* recordOfPrinter(const std::vector<UpdateRecord>& records, const TBUSBPrinterZUL& printer) {
+    UpdateRecord attached;
+    attached.key = printer.keyUSBdevice();
+    attached.model = printer.model().value_or("");
+    attached.serial = serialNumberOf(printer);
+    const auto found =
+        std::ranges::find_if(records, [&](const UpdateRecord& one) { return isSamePrinter(one, attached); });
+    return found == records.end() ? nullptr : &*found;
+}
+
+} // namespace
+
 // ---- the lock -------------------------------------------------------------------------------------------------------
 
 // False if another process has reserved the printer; this one may have claimed it before its update. Where the system
@@ -29,7 +49,10 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
 
 void UpdateSupervisor::showPhaseToOthers(const Update& update) {
     Course& course = _courses[update.state.key];
-    if (!course.lock || course.lockedPhase == update.state.phase) return;
+    if (course.lockedPhase == update.state.phase) return;
+    // A claim that had the lock when the update began ends when the printer leaves.
+    if (!course.lock && update.isOpen() && !update.isDismissed && course.isBegun) takeLock(update.state.key);
+    if (!course.lock) return;
     course.lockedPhase = update.state.phase;
     course.lock->setPhase(phaseRow(update.state.phase).name);
 }
@@ -46,7 +69,7 @@ UpdateRecord UpdateSupervisor::recordOf(const Update& update) const {
     const Printer printer = update.printer.lock();
     if (!printer) return record;
     // The number of the USB descriptors is not kept: a printer in its loader has another one.
-    record.serial = printer->printerSerialNumber().value_or("");
+    record.serial = serialNumberOf(*printer);
     const Product* const product = productWithID(printer->productNumber());
     if (_services.archive == nullptr || product == nullptr) return record;
     for (const ArchiveFile& file : _services.archive->survey(*product, printer->className()).files) {
@@ -78,7 +101,9 @@ void UpdateSupervisor::completeRecord(Update& update) {
         {.verdict = nameOfResult(result), .isSuccess = update.verdict.isSuccess(), .reason = update.verdict.reason});
     if (!update.verdict.isSuccess()) return;
     const UpdateRecord completed = recordOf(update);
-    std::erase_if(_interrupted, [&](const UpdateRecord& record) { return isSamePrinter(record, completed); });
+    for (auto* const records : {&_interrupted, &_failed}) {
+        std::erase_if(*records, [&](const UpdateRecord& record) { return isSamePrinter(record, completed); });
+    }
 }
 
 void UpdateSupervisor::learnUsual(const std::string& key) {
@@ -99,23 +124,27 @@ void UpdateSupervisor::readInterrupted(Block done) {
         done();
         return;
     }
-    _services.recorder->readInterrupted([weak = std::weak_ptr(_self), done](std::vector<UpdateRecord> records) {
+    _services.recorder->readUnfinished([weak = std::weak_ptr(_self), done](UpdateRecorder::Unfinished unfinished) {
         const auto self = weak.lock();
         if (!self) return;
-        std::erase_if(records, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
-        (*self)->_interrupted = std::move(records);
+        std::erase_if(unfinished.interrupted, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
+        (*self)->_interrupted = std::move(unfinished.interrupted);
+        (*self)->_failed = std::move(unfinished.failed);
         done();
     });
 }
 
 const UpdateRecord* UpdateSupervisor::interruptedRecord(TBUSBPrinterZUL& printer) const {
-    UpdateRecord attached;
-    attached.key = printer.keyUSBdevice();
-    attached.model = printer.model().value_or("");
-    attached.serial = printer.printerSerialNumber().value_or("");
-    const auto found =
-        std::ranges::find_if(_interrupted, [&](const UpdateRecord& one) { return isSamePrinter(one, attached); });
-    return found == _interrupted.end() ? nullptr : &*found;
+    return recordOfPrinter(_interrupted, printer);
+}
+
+// After such an update the versions do not show whether all tables are written.
+bool UpdateSupervisor::isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const {
+    const auto found = _updates.find(printer.keyUSBdevice());
+    if (found != _updates.end() && !found->second.isOpen() && !found->second.verdict.isUntouched()) {
+        return !found->second.verdict.isSuccess();
+    }
+    return recordOfPrinter(_interrupted, printer) != nullptr || recordOfPrinter(_failed, printer) != nullptr;
 }
 
 std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {

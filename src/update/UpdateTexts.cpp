@@ -144,7 +144,7 @@ std::string adviceFor(const UpdateState& state) {
                                "by itself when the printer is ready.",
                                textForStatus(state.rawStatus));
     }
-    const char* const advice = phaseRow(state.phase).advice;
+    const char* const advice = phaseRow(state.isImageInDoubt() ? UpdatePhase::cutOff : state.phase).advice;
     return *advice == 0 ? "" : Bundle::localized(advice);
 }
 

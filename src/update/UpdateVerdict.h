@@ -53,11 +53,14 @@ struct UpdateVerdict {
     std::optional<RefusedCommand> refused = {}; // the command that the bus did not take, for logs and JSON
     std::optional<InterfaceHolder> holder = {}; // busy: who uses the printer
     bool isCorrected = false;                   // an earlier verdict on the same update was another one
+    bool isAfterOrder = false;                  // the printer had taken the order to enter its loader
 
     bool isOpen() const { return result == UpdateResult::open; }
     bool isSuccess() const { return result == UpdateResult::succeeded || result == UpdateResult::upToDate; }
     /// The printer is as it was before.
-    bool isUntouched() const { return result > UpdateResult::succeeded && result <= UpdateResult::commandRefused; }
+    bool isUntouched() const {
+        return !isAfterOrder && result > UpdateResult::succeeded && result <= UpdateResult::commandRefused;
+    }
 };
 
 /// Judges an update that the engine has reported: the version read afterwards, the tables that were sent and what the

@@ -37,6 +37,11 @@ bool isNotItsLoader(const UpdateState& state) {
            !state.rawStatus.empty() && state.rawStatus != kLoaderStatus;
 }
 
+std::optional<std::string> reportedTable(const UpdateState& state, const UpdateExpectation& expectation) {
+    const auto found = state.tableFacts.find(differingTable(state, expectation));
+    return found == state.tableFacts.end() ? std::nullopt : found->second;
+}
+
 std::string notBackReason(const UpdateState& state) {
     if (isNotItsLoader(state)) {
         return localizedFormat("the printer that is attached at its place is not in its loader (%s)",
@@ -68,7 +73,7 @@ std::string reasonAfterSending(UpdateResult result, const UpdateState& state, co
         return tablesReason(state);
     case UpdateResult::tablesDiffer:
         return localizedFormat("the printer reports another color table than the one that was sent (%s)",
-                               textOrNull(state.tableFacts.at(differingTable(state, expectation))));
+                               textOrNull(reportedTable(state, expectation)));
     case UpdateResult::clearRefused:
         return Bundle::localized(operatorText("the printer did not take the command to clear its color tables"));
     case UpdateResult::notBack:

@@ -64,7 +64,7 @@ TEST_CASE("a printer with a fault at any command is never called updated when it
     int repeated = 0;
     for (int number = 1; number <= kCommands; ++number) {
         CAPTURE(number);
-        SupervisedLab lab;
+        SupervisedLab lab(Lab::sampleArchive(), /*hasHistory=*/false);
         UpdateSettings settings;
         settings.giveUpAfter = 2min;
         lab.supervisor.setSettings(settings);

@@ -21,7 +21,8 @@ class SupervisedLab : public Lab, public UpdateObserver {
         return "zul-flow-" + std::to_string(::getpid()) + '-' + std::to_string(++count);
     }
 
-    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive())
+    /// hasHistory: whether updates are recorded, which takes the disk's time.
+    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive(), bool hasHistory = true)
         : Lab(archiveFolder),
           supervisor({.mainQueue = mainQueue,
                       .clock = clock,
@@ -30,7 +31,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
                       .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
                       .seesArrivals = [this] { return areArrivalsSeen; },
                       .locks = &locks,
-                      .recorder = &recorder,
+                      .recorder = hasHistory ? &recorder : nullptr,
                       .archive = &archive},
                      {}) {
         recorder.setProblemHandler([this](const std::string& text) { notes.push_back(text); });

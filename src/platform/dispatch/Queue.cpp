@@ -68,6 +68,7 @@ struct SerialQueue::State {
             if (state->blocks.empty()) {
                 state->busy = false;
                 state->clock.workDone();
+                state->changed.notify_all();
             }
         }
         lock.unlock();
@@ -97,6 +98,11 @@ void SerialQueue::async(Block block) {
         std::thread([state = _state] { State::run(state); }).detach();
     }
     _state->changed.notify_all();
+}
+
+void SerialQueue::waitUntilIdle() {
+    std::unique_lock lock(_state->mutex);
+    _state->changed.wait(lock, [&] { return !_state->busy; });
 }
 
 const std::string& SerialQueue::label() const {

@@ -72,6 +72,9 @@ class SerialQueue final : public Queue {
     SerialQueue& operator=(const SerialQueue&) = delete;
 
     void async(Block block) override;
+    /// Waits, in real time, until no block runs or waits. Afterwards the queue does not use its clock until it gets
+    /// another block. Never on the queue itself.
+    void waitUntilIdle();
     const std::string& label() const;
 
     /// Threads of serial queues that are still running, in the whole process; for tests and soak runs.

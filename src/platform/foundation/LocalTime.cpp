@@ -122,7 +122,7 @@ std::string universalTimeText(std::int64_t moment) {
     const std::time_t seconds = secondsOf(moment);
     std::tm parts{};
     ::gmtime_r(&seconds, &parts);
-    return textOfParts(parts, 'T') + formatted(".%.3dZ", moment - static_cast<std::int64_t>(seconds) * kSecond);
+    return textOfParts(parts, 'T') + formatted(".%.3dZ", ((moment % kSecond) + kSecond) % kSecond);
 }
 
 std::optional<std::int64_t> momentFromText(const std::string& text, std::int64_t now) {

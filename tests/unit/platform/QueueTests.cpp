@@ -135,6 +135,29 @@ TEST_CASE("blocks that wait when a serial queue is released still run, then its 
     CHECK(SerialQueue::liveThreads() == 0);
 }
 
+TEST_CASE("a queue that has been waited for does not use its clock any more") {
+    struct CountingClock final : Clock {
+        TimePoint now() override { return {}; }
+        std::chrono::system_clock::time_point wallTime() override { return {}; }
+        void sleepFor(Duration) override {}
+        std::unique_ptr<ClockEvent> makeEvent() override { return nullptr; }
+        TimerId callAt(TimePoint, Block) override { return 1; }
+        void cancel(TimerId) override {}
+        void workAdded() override { ++added; }
+        void workDone() override { ++done; }
+        std::atomic<int> added = 0, done = 0;
+    };
+    for (int round = 0; round < 500; ++round) {
+        CountingClock clock;
+        SerialQueue queue("test", clock);
+        bool hasRun = false;
+        queue.async([&] { hasRun = true; });
+        queue.waitUntilIdle();
+        CHECK(hasRun);
+        CHECK(clock.done == clock.added);
+    }
+}
+
 TEST_CASE("a serial queue may be released on its own thread") {
     QueueLab lab;
     auto queue = std::make_shared<SerialQueue>("own", lab.clock);
