@@ -216,9 +216,8 @@ class UpdateRun final : public SessionObserver {
             std::ranges::all_of(_keys, [&](const std::string& key) { return !updates.at(key).isOpen(); });
         if (_isEnding || !isOver) return;
         _isEnding = true;
-        const bool isStuck = std::ranges::any_of(_keys, [&](const std::string& key) {
-            return !updates.at(key).verdict.isSuccess();
-        });
+        const bool isStuck =
+            std::ranges::any_of(_keys, [&](const std::string& key) { return !updates.at(key).verdict.isSuccess(); });
         // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone. A
         // verdict may be corrected until then.
         if (isStuck || _isInterrupted) releasePrinters();

@@ -32,9 +32,8 @@ std::vector<UpdateRecord> lastFailures(const std::vector<UpdateRecord>& records)
         const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
         if (record.hasSentCommands() && std::ranges::none_of(last, isSame)) last.push_back(record);
     }
-    std::erase_if(last, [](const UpdateRecord& record) {
-        return record.verdicts.empty() || record.verdicts.back().isSuccess;
-    });
+    std::erase_if(
+        last, [](const UpdateRecord& record) { return record.verdicts.empty() || record.verdicts.back().isSuccess; });
     return last;
 }
 

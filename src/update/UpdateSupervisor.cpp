@@ -295,7 +295,7 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);
         if (!_updates.contains(event.key)) return; // it has left already
-        takeLock(event.key); // it is under way already, whoever else has the printer
+        takeLock(event.key);                       // it is under way already, whoever else has the printer
         record(event.key, {});
     }
 }

@@ -167,8 +167,9 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
         return Bundle::localized(operatorText("Switch the printer off and on, then start the update again."));
     case UpdateResult::notBack:
         if (isNotItsLoader(state)) {
-            return Bundle::localized(operatorText("Check that this is the printer whose update was begun, then start the "
-                                                  "update again."));
+            return Bundle::localized(
+                operatorText("Check that this is the printer whose update was begun, then start the "
+                             "update again."));
         }
         if (state.isWaitingUntilReady()) {
             return Bundle::localized(operatorText("Leave the printer switched on, correct that and start the update "

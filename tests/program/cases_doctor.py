@@ -46,7 +46,8 @@ def _(bench):
     with open(os.path.join(folder, "VK14 01.61.fw"), "ab") as file:
         file.write(b"X")
     history = History(bench, EMBEDDED)
-    history.begin("2A71000301100000", serial="000001")
+    identifier = history.begin("2A71000301100000", serial="000001")
+    history.change("INSERT INTO phases (update_id, name, begun) VALUES (?, 'writing', 1)", identifier)
     history.end()
     checks, problems = examine(bench, "--firmware-archive", folder, printers=("VK14,status=01000",))
     expect_equal(problems, {"firmware-archive", "interrupted-update", "ready"}, "the problems")

@@ -238,8 +238,9 @@ TEST_CASE("an update that was cut off is a problem until it is completed, and on
     REQUIRE(machine.doctor().interruptedUpdates().size() == 1);
     CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::ok);
     ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
-    const std::string first = writer("begin one");
-    writer("begin two");
+    writer("cut-off one writing");
+    writer("cut-off two color tables");
+    writer("cut-off three checking"); // nothing had been sent
     CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::ok);
     writer.kill();
     const auto checks = machine.doctor().interruptedUpdates();
@@ -247,7 +248,7 @@ TEST_CASE("an update that was cut off is a problem until it is completed, and on
     CHECK(checks[1].state == CheckState::problem);
     CHECK(checks[1].printer == "one");
     CHECK(checks[1].remedy == "zulctl update one");
-    CHECK(history.dismiss(std::stoll(first)).empty());
+    CHECK(history.dismiss(history.records({.printer = "one"}).records.at(0).id).empty());
     CHECK(machine.doctor().interruptedUpdates().size() == 1);
 }
 
