@@ -295,3 +295,43 @@ TEST_CASE("a missing color table is reported before the first question, and noth
     CHECK(lab.operatorDesk.waiting() == 0);
     CHECK_FALSE(hasFirmwareCommand(lab.wire()));
 }
+
+// ---- after the verdict ----------------------------------------------------------------------------------------------
+
+TEST_CASE("an update that was given up while the printer was not ready does not begin when it gets ready") {
+    SupervisedLab lab;
+    UpdateSettings settings;
+    settings.giveUpAfter = 1min;
+    lab.supervisor.setSettings(settings);
+    std::string status = "status=00000:00000"; // of the arrival and of the check
+    for (int count = 0; count < 3000; ++count) status += ":01000"; // the cover is open for long
+    lab.startWithVK14(status + ":00000");
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    lab.agree();
+    if (lab.operatorDesk.title().starts_with("-- Warning --")) {
+        REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
+    }
+    lab.rest(30min);
+    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::notReady});
+    CHECK(lab.timesSeen("FW_UPDFLASH_REWRITE") == 0);
+    CHECK(lab.timesSeen("STATUS") > 100); // it did wait
+}
+
+TEST_CASE("a printer whose last update failed is not up to date, whatever its versions are") {
+    SupervisedLab lab;
+    lab.startWithVK14("fault=stall@WTCTRLD#2");
+    lab.beginUpdate();
+    lab.rest();
+    REQUIRE(lab.result() == UpdateResult::tablesMissing);
+    CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
+    lab.supervisor.dismiss(lab.printer()->keyUSBdevice()); // what another run knows is in the history
+    lab.supervisor.readInterrupted([] {});
+    lab.rest(1s);
+    CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
+    while (lab.operatorDesk.waiting() > 0) CHECK(lab.operatorDesk.press(lab.operatorDesk.buttons().front()));
+    lab.beginUpdate(Equal::skip);
+    lab.rest();
+    CHECK(lab.result() == UpdateResult::succeeded);
+    CHECK(lab.supervisor.isUpToDate(*lab.printer()));
+}
