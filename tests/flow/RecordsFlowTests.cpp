@@ -303,7 +303,7 @@ TEST_CASE("an update that was given up while the printer was not ready does not 
     UpdateSettings settings;
     settings.giveUpAfter = 1min;
     lab.supervisor.setSettings(settings);
-    std::string status = "status=00000:00000"; // of the arrival and of the check
+    std::string status = "status=00000:00000";                     // of the arrival and of the check
     for (int count = 0; count < 3000; ++count) status += ":01000"; // the cover is open for long
     lab.startWithVK14(status + ":00000");
     lab.supervisor.begin(lab.printer(), Equal::install);
