@@ -37,8 +37,8 @@ std::optional<std::string_view> commandText(std::uint32_t code);
 /// How many payload bytes the frame of this command announces and carries, when given this many.
 std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize);
 
-/// A frame's field for the payload's size: eight digits, or blanks for 0. Blanks, too, where eight digits do not hold
-/// it: a printer must never be told less than comes.
+/// A frame's field for the payload's size: eight digits, or blanks for 0. Also blanks for a size that needs more than
+/// eight digits: a frame must never announce fewer bytes than it carries.
 std::string payloadSizeField(std::size_t size);
 
 /// The whole frame: escape, "P", text, size of the payload, payload. A payload that does not fit a fixed size leaves

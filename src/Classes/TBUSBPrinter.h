@@ -125,9 +125,9 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
     Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
-    /// Opens when value is not 0 and nobody owns the interface; otherwise closes. With 1 while another program holds
-    /// the interface the message "attempting to open" follows the close, and the printer is still opened when that
-    /// program releases it. Any thread.
+    /// Opens the interface if value is not 0 and nobody owns it; otherwise closes it. If value is 1 and another program
+    /// holds the interface, the message "attempting to open" is sent after the close, and the interface is still opened
+    /// when that program releases it. Any thread.
     void setIsOwned(int value);
     /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
     bool writeToInterfaceWithData(const Data& data) ZUL_REQUIRES_ROLE(commandQueueRole);

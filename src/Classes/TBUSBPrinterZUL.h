@@ -193,7 +193,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// What keeps an update from ending well, before it is begun; empty when all is well. Reads the model's files
     /// unless they are known already. Any thread.
     std::vector<ArchiveProblem> archiveProblems() const;
-    /// Ends a wait for "Idle" that goes on; what would follow it is not done. Any thread.
+    /// Ends the wait for "Idle" if there is one; the commands that would follow it are not sent. Any thread.
     void supersedeWait() { ++_waitGeneration; }
 
     // ---- update ---------------------------------------------------------------------------------------------------

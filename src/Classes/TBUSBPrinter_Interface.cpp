@@ -70,7 +70,7 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
     });
 }
 
-// Without a queue the main queue stands in: the caller's work ends first there, too.
+// A printer without a command queue uses the main queue: there, too, the block runs after the caller has finished.
 void TBUSBPrinter::postToCommandQueue(Block block) {
     if (_printerCommandQueue) {
         _printerCommandQueue->async(std::move(block));

@@ -57,8 +57,8 @@ std::size_t separatorLength(std::string_view text, std::size_t at) {
     return 0;
 }
 
-// The path in a file's URL: behind the scheme and the host, if one is named, with its percent escapes as the bytes that
-// they stand for. Nothing for an escape that is none, or that would end the path early.
+// The path of a file URL: what follows the scheme and the host, with its percent escapes decoded. Returns nullopt if an
+// escape is malformed or is a zero byte, which would end the path early.
 std::optional<std::string> pathOfFileURL(std::string_view url) {
     url.remove_prefix(kFileScheme.size());
     url.remove_prefix(std::min(url.find('/'), url.size()));

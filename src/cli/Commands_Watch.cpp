@@ -84,7 +84,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
 
     void show(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
         write(printer, event, key, value);
-        if (_program.output.isLost()) _program.quit(kDone); // nobody watches any more
+        if (_program.output.isLost()) _program.quit(kDone); // the reader of the output has gone
     }
 
     void write(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {

@@ -27,8 +27,8 @@ class Output {
 
     /// Nothing that is still written to standard output arrives: its reader has gone, or a write has failed.
     bool isLost() const;
-    /// Ends the output: the exit status, but failed (1) in place of done when results could not be written, which is
-    /// told on standard error. A reader that has gone is no failure.
+    /// Flushes the output and returns the exit status of the run: exitStatus, or 1 instead of 0 if results could not be
+    /// written; the reason is then written to standard error. A reader that has gone is no failure.
     int finish(int exitStatus) const;
 
   private:

@@ -48,7 +48,7 @@ bool StandardOutput::isLost() const {
     return _error != 0;
 }
 
-// A pipe or a connection that was closed, or a terminal that was: nobody misses the rest.
+// The other end of the pipe, the connection or the terminal was closed: there is no reader to report a failure to.
 bool StandardOutput::isReaderGone() const {
     return _error == EPIPE || _error == ECONNRESET || (_isTerminal && _error == EIO);
 }

@@ -1,3 +1,5 @@
+// Preparing a printer of ours for its announcement: the claim during an update, and the requests for its device IDs,
+// which may take seconds. Runs on a thread of its own; the core starts it and gets the result on the main queue.
 #include "usb/libusb/ArrivalPreparation.h"
 
 #include "platform/foundation/Format.h"

@@ -1,3 +1,5 @@
+// Reading a device's descriptors, opening its node once for all users, and giving its interfaces back. The core calls
+// this on the main queue; handles connect on the printers' queues.
 #include "usb/libusb/AttachedDevice.h"
 
 #include "platform/foundation/Format.h"

@@ -1,3 +1,5 @@
+// Collecting what libusb and the scans report, and handing it to the main queue in one order. add() on any thread, the
+// rest on the main queue.
 #include "usb/libusb/BusInbox.h"
 
 #include <libusb.h>

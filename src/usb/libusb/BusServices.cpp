@@ -1,3 +1,4 @@
+// Work apart from all queues, and the question who has reserved a printer. Called by devices and handles, any thread.
 #include "usb/libusb/BusServices.h"
 
 namespace zul {

@@ -1,3 +1,4 @@
+// Making the handle of a printer interface, which opens the device node. The engine calls it on the main queue.
 #include "usb/libusb/LibusbService.h"
 
 #include "usb/libusb/LibusbInterface.h"

@@ -1,3 +1,5 @@
+// Looking at usblp's device node without disturbing a job: opening it shows whether a job has it. Called when an
+// interface is to be claimed, on the printer's queue or the thread that prepares an arrival.
 #include "usb/libusb/PrinterDriver.h"
 
 #include <cerrno>
