@@ -43,8 +43,8 @@ bool reserve(Program& program, const Program::Printer& printer, const std::strin
     auto result = program.session.locks.tryLock(printer->keyUSBdevice(), activity);
     if (!result.problem.empty()) program.output.note(result.problem);
     lock = std::move(result.lock);
-    if (result.holder) reportBusy(program, printer, *result.holder);
-    return !result.holder;
+    if (result.isRefused()) reportBusy(program, printer, *result.holder);
+    return !result.isRefused();
 }
 
 // Runs work on the printer's queue with the interface open; done afterwards on main, with the interface closed again.

@@ -174,7 +174,7 @@ Session::Printer Session::printerWithKey(const std::string& key) const {
 std::optional<InterfaceHolder> Session::whileReserved(const Printer& printer, const std::string& activity,
                                                       const std::function<void()>& action) {
     auto result = locks.tryLock(printer->keyUSBdevice(), activity);
-    if (result.holder && result.holder->pid != ::getpid()) return result.holder;
+    if (result.isRefused()) return result.holder;
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     action();
     auto lock = std::make_shared<std::optional<PrinterLock>>(std::move(result.lock));
@@ -190,7 +190,7 @@ std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool 
         return std::nullopt;
     }
     auto result = locks.tryLock(key, "claim");
-    if (result.holder && result.holder->pid != ::getpid()) return result.holder;
+    if (result.isRefused()) return result.holder;
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     if (result.lock) _claims.insert_or_assign(key, std::move(*result.lock));
     printer->setIsOwned(1);

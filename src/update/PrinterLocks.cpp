@@ -56,6 +56,10 @@ void PrinterLock::setPhase(const std::string& phase, const std::string& text) {
     if (_service != nullptr) _service->setPhase(_id, phase, text);
 }
 
+bool PrinterLocks::Result::isRefused() const {
+    return holder && holder->pid != ::getpid();
+}
+
 PrinterLocks::PrinterLocks(PrinterLocksOptions options)
     : _options(std::move(options)), _service(std::make_shared<LockService>()) {}
 

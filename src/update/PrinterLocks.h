@@ -64,6 +64,8 @@ class PrinterLocks final : public PrinterReservations {
         std::optional<PrinterLock> lock{};
         std::optional<InterfaceHolder> holder{};
         std::string problem{};
+        /// Another process has the lock. A holder may also be this process, which has claimed the printer, for example.
+        bool isRefused() const;
     };
     /// Takes the printer's lock. A process has a printer once: a second attempt, also through another PrinterLocks, is
     /// refused with this process as the holder (pid is getpid()). Returns at once unless another process has the lock;

@@ -306,10 +306,6 @@ std::string UpdateHistory::complete(std::int64_t id, const RecordedVerdict& verd
     });
 }
 
-std::string UpdateHistory::amend(std::int64_t id, const RecordedVerdict& verdict) {
-    return complete(id, verdict);
-}
-
 std::string UpdateHistory::dismiss(std::int64_t id) {
     return perform(Access::change, [&](HistoryDatabase& database) {
         Statement(database, "UPDATE updates SET closed_by = COALESCE(closed_by, 0) WHERE id = ?").bind(1, id).run();

@@ -78,8 +78,6 @@ class UpdateHistory {
     /// last one is not stored again. A success closes the interrupted records of the same printer: of the same serial
     /// number, or, where one of the two is not known, of the same key.
     std::string complete(std::int64_t id, const RecordedVerdict& verdict);
-    /// The same, for a verdict that corrects an earlier one when later events show more.
-    std::string amend(std::int64_t id, const RecordedVerdict& verdict);
     /// Closes an interrupted record for good.
     std::string dismiss(std::int64_t id);
 

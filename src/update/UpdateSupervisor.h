@@ -123,7 +123,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
     /// still be at work.
     bool mayGetSecondImage(const std::string& key) const;
-    /// "update was interrupted at 2026-11-22 03:10, start it to complete": an earlier update of this printer has no
+    /// "update was interrupted at 2026-11-22 03:10:27, start it to complete": an earlier update of this printer has no
     /// end, or the printer waits in its loader, and nobody updates it now. Empty if neither is so.
     std::string interruptedText(TBUSBPrinterZUL& printer) const;
     /// The other program that holds the attached printer; nullopt if none does.

@@ -4,6 +4,7 @@
 #include "Classes/CommandFrame.h"
 #include "Classes/StatusTexts.h"
 #include "archive/ArchiveTexts.h"
+#include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
 
 #include <algorithm>
@@ -233,7 +234,7 @@ void UpdateSupervisor::explain(Update& update) {
     if (earlier == nullptr || earlier->phases.back().name != phaseRow(UpdatePhase::writing).name) return;
     // What waits for the rest of a payload takes every question for that rest.
     update.verdict.reason = localizedFormat("the firmware was cut off at %s, and the printer waits for the rest of it",
-                                            localTime(earlier->begun));
+                                            localTimeText(earlier->begun));
     update.advice = Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
                                                    "completes it."));
 }

@@ -4,10 +4,10 @@
 
 #include "Classes/StatusTexts.h"
 #include "archive/ProductTable.h"
+#include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
 
 #include <algorithm>
-#include <unistd.h>
 #include <utility>
 
 namespace zul {
@@ -44,7 +44,7 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
     course.lock = std::move(result.lock);
     course.lockedPhase.reset();
     course.holder = result.holder;
-    return !result.holder || result.holder->pid == ::getpid();
+    return !result.isRefused();
 }
 
 void UpdateSupervisor::showPhaseToOthers(const Update& update) {
@@ -52,9 +52,9 @@ void UpdateSupervisor::showPhaseToOthers(const Update& update) {
     if (course.lockedPhase == update.state.phase) return;
     // A claim that had the lock when the update began ends when the printer leaves.
     if (!course.lock && update.isOpen() && !update.isDismissed && course.isBegun) takeLock(update.state.key);
-    if (!course.lock) return;
+    // Also without the lock: another process may take its time to answer, and is asked once per phase only.
     course.lockedPhase = update.state.phase;
-    course.lock->setPhase(phaseRow(update.state.phase).name);
+    if (course.lock) course.lock->setPhase(phaseRow(update.state.phase).name);
 }
 
 // ---- the history ----------------------------------------------------------------------------------------------------
@@ -152,7 +152,7 @@ std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
     const bool isUnderWay = found != _updates.end() && found->second.isOpen() && !found->second.isDismissed;
     if (isUnderWay || printer.ownership() == Ownership::otherProgram) return {};
     if (const UpdateRecord* const record = interruptedRecord(printer)) {
-        return localizedFormat("update was interrupted at %s, start it to complete", localTime(record->begun));
+        return localizedFormat("update was interrupted at %s, start it to complete", localTimeText(record->begun));
     }
     if (printer.printerStatus() != textForStatus(kLoaderStatus)) return {};
     return Bundle::localized(operatorText("start the update to complete it"));

@@ -6,8 +6,6 @@
 #include "platform/foundation/LocalizedFormat.h"
 
 #include <algorithm>
-#include <array>
-#include <ctime>
 
 namespace zul {
 
@@ -74,14 +72,6 @@ std::string describeState(const UpdateState& state, Clock::TimePoint now, const 
     if (!usual || state.refused) return localizedFormat("%s (%d s)", text, elapsed);
     return localizedFormat("%s (%d s, usually done within %d s)", text, elapsed,
                            std::max<long long>(wholeSeconds(*usual), 1));
-}
-
-std::string localTime(std::int64_t milliseconds) {
-    const std::time_t time = milliseconds / 1000;
-    std::tm parts{};
-    std::array<char, 32> text{};
-    if (::localtime_r(&time, &parts) == nullptr) return {};
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &parts)};
 }
 
 std::string describeHolder(const InterfaceHolder& holder) {

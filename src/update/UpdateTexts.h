@@ -23,8 +23,6 @@ std::optional<Clock::Duration> longestDuration(UpdatePhase phase, const UsualDur
 std::string describeState(const UpdateState& state, Clock::TimePoint now, const UsualDurations& learned = {});
 /// What to do about a printer that takes longer than usual, or that needs somebody.
 std::string adviceFor(const UpdateState& state);
-/// A wall time in milliseconds since 1970 as the operator's clock has it: "2026-11-22 03:10".
-std::string localTime(std::int64_t milliseconds);
 /// Who uses the printer: "another program uses the printer (ipp, process 812)".
 std::string describeHolder(const InterfaceHolder& holder);
 /// What a failed transfer means, in plain words.

@@ -2,6 +2,7 @@
 // runs did not end.
 #include "SupervisedLab.h"
 
+#include "platform/foundation/LocalTime.h"
 #include "unit/update/ChildProcess.h"
 
 #include <algorithm>
@@ -125,6 +126,43 @@ TEST_CASE("a printer that nobody waits for any more is free for other programs u
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
+TEST_CASE("the update of a claimed printer keeps it reserved when the claim ends at its restart") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    const std::string key = lab.printer()->keyUSBdevice();
+    auto claim = lab.locks.tryLock(key, "claim");
+    REQUIRE(claim.lock);
+    lab.beginUpdate();
+    while (lab.rows() > 0) lab.advance(100ms);
+    claim.lock.reset();
+    lab.advance(3s); // it is back as its loader
+    const auto answer = lab.locks.ask(key);
+    REQUIRE(answer);
+    CHECK(answer->activity == "update");
+    CHECK(answer->phase == "in the loader");
+    lab.rest();
+    CHECK(lab.result() == UpdateResult::succeeded);
+}
+
+TEST_CASE("a second image is not sent to a printer that another program has reserved meanwhile") {
+    SupervisedLab lab;
+    lab.startWithVK14("fault=never-back@FLASH_PROGRAM");
+    const auto first = lab.printer();
+    const std::string key = first->keyUSBdevice();
+    lab.beginUpdate();
+    lab.rest(3min);
+    REQUIRE(lab.supervisor.mayGetSecondImage(key));
+    lab.supervisor.dismiss(key);
+    ChildProcess other({ZUL_LOCK_HOLDER, lab.nameSpace, "0"});
+    REQUIRE(other("lock " + key + " update") == "locked");
+    lab.supervisor.begin(first, Equal::install);
+    lab.rest(1s);
+    CHECK(lab.update().isDismissed);
+    CHECK(lab.operatorDesk.waiting() == 0);
+    REQUIRE(lab.notes.size() == 1);
+    CHECK(lab.notes.front().find("lock_holder uses the printer") == 0);
+}
+
 // ---- the history ----------------------------------------------------------------------------------------------------
 
 TEST_CASE("an update has its record before its first question to the operator") {
@@ -241,7 +279,7 @@ TEST_CASE("an update that an earlier run did not end is offered for completion u
     CHECK(lab.supervisor.isUpToDate(*lab.printer()));
     cutOff(lab, "color tables");
     CHECK(lab.supervisor.interruptedText(*lab.printer()) ==
-          "update was interrupted at " + localTime(1000) + ", start it to complete");
+          "update was interrupted at " + localTimeText(1000) + ", start it to complete");
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
     lab.beginUpdate(Equal::skip);
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty()); // it is being completed
@@ -275,7 +313,7 @@ TEST_CASE("a printer that waits for the rest of an image is not called unchanged
     lab.rest();
     CHECK(lab.result() == UpdateResult::unanswered);
     CHECK(lab.update().verdict.reason ==
-          "the firmware was cut off at " + localTime(1000) + ", and the printer waits for the rest of it");
+          "the firmware was cut off at " + localTimeText(1000) + ", and the printer waits for the rest of it");
     CHECK(lab.update().advice == "Switch the printer off and on, then start the update again: that completes it.");
 }
 

@@ -18,6 +18,7 @@ target_sources(unit_tests PRIVATE
   update/LockAnswerTests.cpp
   update/MonitorTests.cpp
   update/PrinterLocksTests.cpp
+  update/RecorderTests.cpp
   update/TextsTests.cpp
   update/UpdateHistoryTests.cpp
   update/VerdictTests.cpp)

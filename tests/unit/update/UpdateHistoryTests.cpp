@@ -120,10 +120,10 @@ TEST_CASE("a corrected verdict keeps the first one, and the same one is not stor
     CHECK(lab.history.complete(id, failure()) == "");
     RecordedVerdict again = failure();
     again.given = 3000;
-    CHECK(lab.history.amend(id, again) == "");
+    CHECK(lab.history.complete(id, again) == "");
     CHECK(lab.record(id).verdicts == std::vector{failure()});
 
-    CHECK(lab.history.amend(id, success()) == "");
+    CHECK(lab.history.complete(id, success()) == "");
     CHECK(lab.record(id).verdicts == std::vector{failure(), success()});
 }
 
@@ -293,7 +293,7 @@ TEST_CASE("a verdict that is corrected to a success closes the interrupted recor
     const auto id = lab.begin(printerAt(kKey));
     CHECK(lab.history.complete(id, failure()) == "");
     CHECK(idsOf(lab.history.interrupted()).size() == 1);
-    CHECK(lab.history.amend(id, success()) == "");
+    CHECK(lab.history.complete(id, success()) == "");
     CHECK(idsOf(lab.history.interrupted()).empty());
 }
 
@@ -395,7 +395,7 @@ TEST_CASE("an update whose success was corrected to a failure does not say what 
     CHECK(lab.history.addPhase(id, {.name = "writing", .begun = 1, .duration = 100}) == "");
     CHECK(lab.history.complete(id, success()) == "");
     CHECK(lab.history.usualDurations("VK14").milliseconds.size() == 1);
-    CHECK(lab.history.amend(id, failure()) == "");
+    CHECK(lab.history.complete(id, failure()) == "");
     CHECK(lab.history.usualDurations("VK14").milliseconds.empty());
 }
 

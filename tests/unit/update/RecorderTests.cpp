@@ -1,0 +1,103 @@
+// What the recorder makes of states and of a history that cannot be used. The disk is real, the clock is not.
+#include "support/SimulatedClock.h"
+#include "support/TemporaryFolder.h"
+#include "update/UpdateRecorder.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct RecorderLab {
+    explicit RecorderLab(bool isUsable = true) {
+        if (!isUsable) std::filesystem::create_directory(folder / "history.sqlite");
+    }
+    UpdateState stateIn(UpdatePhase phase) {
+        UpdateState state;
+        state.key = "one";
+        state.phase = phase;
+        state.begun = state.phaseBegun = clock.now();
+        return state;
+    }
+    UpdateRecord newest() {
+        recorder.flush();
+        const auto found = UpdateHistory({.folder = folder.path}).records({});
+        REQUIRE(found.records.size() >= 1);
+        return found.records.front();
+    }
+
+    TemporaryFolder folder;
+    SimulatedClock clock;
+    MainQueue mainQueue{clock};
+    UpdateRecorder recorder{mainQueue, clock, {.folder = folder.path}, "unit_tests", "1.0"};
+};
+
+} // namespace
+
+TEST_CASE("a problem of the history that comes before anybody shows it is shown later, and once") {
+    RecorderLab lab(/*isUsable=*/false);
+    lab.recorder.readUnfinished([](const auto&) {});
+    lab.recorder.flush();
+    lab.mainQueue.runPending();
+    std::vector<std::string> shown;
+    lab.recorder.setProblemHandler([&](const std::string& text) { shown.push_back(text); });
+    REQUIRE(shown.size() == 1);
+    CHECK(shown.front().find("history.sqlite cannot be read") != std::string::npos);
+    lab.recorder.setProblemHandler([&](const std::string& text) { shown.push_back(text); });
+    lab.recorder.readUnfinished([](const auto&) {});
+    lab.recorder.flush();
+    lab.mainQueue.runPending();
+    CHECK(shown.size() == 1);
+}
+
+TEST_CASE("what is to follow a record runs when it is on the disk, also when it cannot be") {
+    for (const bool isUsable : {true, false}) {
+        RecorderLab lab(isUsable);
+        bool isStored = false;
+        lab.recorder.begin("one", {}, [&] { isStored = true; });
+        CHECK_FALSE(isStored);
+        lab.recorder.flush();
+        lab.mainQueue.runPending();
+        CHECK(isStored);
+    }
+}
+
+TEST_CASE("a phase is stored when it begins, and gets its duration when it ends") {
+    RecorderLab lab;
+    lab.recorder.begin("one", {}, {});
+    UpdateState state = lab.stateIn(UpdatePhase::writing);
+    lab.recorder.noteState(state);
+    REQUIRE(lab.newest().phases.size() == 1);
+    CHECK(lab.newest().phases.front().name == "writing");
+    CHECK_FALSE(lab.newest().phases.front().duration);
+    state.pastPhases = {{UpdatePhase::writing, 1500ms}};
+    state.phase = UpdatePhase::done;
+    lab.recorder.noteState(state);
+    lab.recorder.noteState(state);
+    REQUIRE(lab.newest().phases.size() == 1);
+    CHECK(lab.newest().phases.front().duration == 1500);
+}
+
+TEST_CASE("the last update of a printer counts as failed until a later one succeeds") {
+    RecorderLab lab;
+    const auto readFailed = [&lab] {
+        std::vector<UpdateRecord> failed;
+        lab.recorder.readUnfinished([&](UpdateRecorder::Unfinished unfinished) { failed = unfinished.failed; });
+        lab.recorder.flush();
+        lab.mainQueue.runPending();
+        return failed.size();
+    };
+    const auto record = [&lab](UpdatePhase phase, bool isSuccess) {
+        lab.recorder.begin("one", {}, {});
+        lab.recorder.complete(lab.stateIn(phase), {.verdict = "any", .isSuccess = isSuccess});
+    };
+    CHECK(readFailed() == 0);
+    record(UpdatePhase::colorTables, false);
+    CHECK(readFailed() == 1);
+    record(UpdatePhase::checking, false); // declined: nothing was sent
+    CHECK(readFailed() == 1);
+    record(UpdatePhase::colorTables, true);
+    CHECK(readFailed() == 0);
+}
