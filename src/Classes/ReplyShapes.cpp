@@ -1,5 +1,5 @@
-// The shapes of replies: what each kind of answer may consist of. Called by the exchange of questions and answers, on the
-// command queue; pure functions over text.
+// The shapes of replies: what each kind of answer may consist of. Called by the exchange of questions and answers, on
+// the command queue; pure functions over text.
 #include "Classes/ReplyShapes.h"
 
 #include "Classes/CommandFrame.h"

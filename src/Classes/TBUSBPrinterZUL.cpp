@@ -161,8 +161,8 @@ void TBUSBPrinterZUL::probeWaitingForLoader() {
     });
 }
 
-// A loader does not answer the question for its version: the version of the old firmware is then removed. An answer that
-// is not valid text is ignored, and the earlier version stays.
+// A loader does not answer the question for its version: the version of the old firmware is then removed. An answer
+// that is not valid text is ignored, and the earlier version stays.
 void TBUSBPrinterZUL::storeVersionAnswer(const VersionAnswer& answer) {
     if (answer.version || !answer.isAnswered) storeFact(HOLVEN_TBPrinterFirmwareVersion, answer.version);
 }

@@ -1,5 +1,5 @@
-// Answering the engine's own request for a device ID with what was read ahead, byte for byte. Called by the handles, any
-// thread.
+// Answering the engine's own request for a device ID with what was read ahead, byte for byte. Called by the handles,
+// any thread.
 #include "usb/libusb/DeviceIdentities.h"
 
 #include <algorithm>
