@@ -1,10 +1,17 @@
-# The target "headers": every header compiled by itself, and twice in one file. A header that leans on its neighbours, or
-# has no guard, fails here.
+# The target "headers": headers compiled by themselves, and twice in one file. A header that leans on its neighbours, or has
+# no guard, fails here. A header that a source of the same name includes before anything else is compiled there already.
 function(zul_add_headers_target)
   file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR}/src CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h)
   list(FILTER headers EXCLUDE REGEX "^ui/|^AppDelegate") # the toolkit's own headers would be most of the time
   set(sources)
   foreach(header IN LISTS headers)
+    string(REGEX REPLACE "h$" "cpp" own ${PROJECT_SOURCE_DIR}/src/${header})
+    if(EXISTS ${own})
+      file(STRINGS ${own} first LIMIT_COUNT 1 REGEX "^#include")
+      if(first STREQUAL "#include \"${header}\"")
+        continue()
+      endif()
+    endif()
     string(MAKE_C_IDENTIFIER ${header} name)
     set(source ${CMAKE_BINARY_DIR}/headers/${name}.cpp)
     file(CONFIGURE OUTPUT ${source} CONTENT "#include \"${header}\"\n#include \"${header}\"\n")

@@ -34,14 +34,15 @@ function(zul_add_programs_target)
 endfunction()
 
 # The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers, and behind
-# the label window, which runs under those of memory; and "fuzz_tests", those behind the label fuzz.
+# the label window, which runs under those of memory; and "fuzz_tests", those behind the label fuzz. zulctl is built too,
+# for the compiler's check of what belongs to which queue.
 # To be called after the tests are added.
 function(zul_add_sanitized_tests_target)
   add_custom_target(sanitized_tests)
   set(targets unit_tests flow_tests gadget_tests)
   # The toolkit comes without the thread sanitizer's marks: what it does between threads would look like races.
   if(NOT ZUL_SANITIZE MATCHES "thread")
-    list(APPEND targets window_tests zul-printer-utility)
+    list(APPEND targets window_tests zul-printer-utility zulctl)
   endif()
   foreach(target IN LISTS targets)
     if(TARGET ${target})

@@ -249,6 +249,25 @@ TEST_CASE("closing the window ends the program") {
     CHECK(stage.hasEnded());
 }
 
+TEST_CASE("a claimed printer is reserved until the claim ends, and one that cannot be claimed is not") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForFacts();
+    Session& session = stage.program().session();
+    const auto printer = stage.printers().front();
+    const auto isReserved = [&] { return session.locks.ask(printer->keyUSBdevice()).has_value(); };
+    CHECK_FALSE(session.setClaimed(printer, true));
+    stage.waitFor("the claim", [&] { return printer->ownership() == Ownership::thisProgram; });
+    stage.settle();
+    CHECK(isReserved());
+    CHECK_FALSE(session.setClaimed(printer, false));
+    stage.waitFor("the end of the reservation", [&] { return !isReserved(); });
+
+    stage.bus().setHeldByOther(0, true);
+    CHECK_FALSE(session.setClaimed(printer, true));
+    stage.waitFor("the refusal", [&] { return printer->ownership() == Ownership::otherProgram; });
+    stage.waitFor("the end of the reservation", [&] { return !isReserved(); });
+}
+
 } // namespace zul::test
 
 #include "GuardTests.moc"
