@@ -1,7 +1,7 @@
 #include "cli/Output.h"
 
 #include "cli/ExitStatus.h"
-#include "cli/StandardOutput.h"
+#include "cli/StandardStream.h"
 
 #include <algorithm>
 #include <iostream>
@@ -61,17 +61,24 @@ void Output::note(const std::string& text) const {
 }
 
 bool Output::isLost() const {
-    return StandardOutput::shared().isLost();
+    return StandardStream::output().isLost();
 }
 
 int Output::finish(int exitStatus) const {
-    const int error = StandardOutput::shared().finish();
-    if (error == 0) return exitStatus;
+    // Who interrupts a program does not want to wait for a reader, either.
+    const auto reader =
+        exitStatus == kInterrupted ? StandardStream::Reader::givenUp : StandardStream::Reader::waitedFor;
+    const int error = StandardStream::output().finish(reader);
+    if (error == 0) {
+        static_cast<void>(StandardStream::error().finish(reader));
+        return exitStatus;
+    }
     const std::string text = "cannot write to standard output (" + std::generic_category().message(error) +
                              "). What it shows is not complete.";
     const int status = exitStatus == kDone ? static_cast<int>(kFailed) : exitStatus;
     const nlohmann::json problem = {{"error", {{"message", text}, {"exit", status}}}};
     std::cerr << (_json ? dumped(problem, -1) : "zulctl: " + text) << std::endl;
+    static_cast<void>(StandardStream::error().finish(reader));
     return status;
 }
 

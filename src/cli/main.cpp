@@ -3,7 +3,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/Options.h"
 #include "cli/Program.h"
-#include "cli/StandardOutput.h"
+#include "cli/StandardStream.h"
 #include "platform/dispatch/Signals.h"
 #include "platform/foundation/StandardStreams.h"
 #include "session/Logs.h"
@@ -22,11 +22,9 @@ namespace {
 
 // Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
 [[noreturn]] void leave(int status, const Output& output) {
-    const int told = output.finish(status);
-    std::cerr << std::flush;
-    std::fflush(stdout); // not all streams: a thread that reads the terminal holds its lock
-    std::fflush(stderr);
-    _exit(told);
+    const int reported = output.finish(status);
+    // The C library's buffers hold nothing: everything is written through the two streams.
+    _exit(reported);
 }
 
 bool wantsJson(int argc, char** argv) {
@@ -98,7 +96,8 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     zul::occupyStandardStreams();
-    zul::cli::StandardOutput::shared(); // everything is written through it
+    zul::cli::StandardStream::output(); // everything is written through these two
+    zul::cli::StandardStream::error();
     const int status = zul::cli::run(argc, argv);
     zul::cli::leave(status, zul::cli::Output(zul::cli::wantsJson(argc, argv)));
 }

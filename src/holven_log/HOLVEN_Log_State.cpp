@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <iostream>
 #include <thread>
 
 namespace zul {
@@ -15,7 +16,8 @@ HOLVEN_Log::Outside HOLVEN_Log::systemOutside() {
             .standardError =
                 [](const std::string& text) {
                     const std::string shown = printable(text);
-                    std::fwrite(shown.data(), 1, shown.size(), stderr);
+                    // Through the stream, whose writer a program may have put on a thread of its own.
+                    std::cerr.write(shown.data(), static_cast<std::streamsize>(shown.size())).flush();
                 },
             .reopenStandardError =
                 [](const std::string& path) {

@@ -80,9 +80,9 @@ class Bench:
             command += ["--virtual", printer if printer == "help" else ",".join(filter(None, (model, FAST, settings)))]
         return command + list(arguments)
 
-    def start(self, *arguments, printers=("VK14",)):
-        process = subprocess.Popen(self.command(arguments, printers), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE, text=True, env=self.env)
+    def start(self, *arguments, printers=("VK14",), stdout=subprocess.PIPE, stderr=subprocess.PIPE):
+        process = subprocess.Popen(self.command(arguments, printers), stdin=subprocess.DEVNULL, stdout=stdout,
+                                   stderr=stderr, text=True, env=self.env)
         # Whoever reads its output line by line must not wait for ever.
         watchdog = threading.Timer(LONGEST, process.kill)
         watchdog.daemon = True

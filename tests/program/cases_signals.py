@@ -2,6 +2,7 @@
 import json
 import os
 import signal
+import time
 
 from bench import UPDATE, case, expect, expect_equal
 
@@ -32,6 +33,64 @@ def _(bench):
     process.stdout.close()
     expect_equal(process.wait(), 0, "exit status")
     expect_equal(changes_in(file), WHOLE, "what the printer got")
+
+
+class FullPipe:
+    """A pipe whose reader is there and does not read, as a terminal after Ctrl-S: a write to it does not return."""
+
+    def __init__(self):
+        self.reader, self.writer = os.pipe()
+        os.set_blocking(self.writer, False)
+        self.size = 0
+        try:
+            while True:
+                self.size += os.write(self.writer, b" " * 4096)
+        except BlockingIOError:
+            os.set_blocking(self.writer, True)
+
+    def read_all(self):
+        """Reads until the program has ended; without what the pipe was full of."""
+        os.close(self.writer)
+        with os.fdopen(self.reader, encoding="utf-8") as stream:
+            return stream.read()[self.size:]
+
+
+def wait_for_last_table(file, process):
+    while not os.path.exists(file) or changes_in(file) != WHOLE:
+        expect_equal(process.poll(), None, "exit status while the update is under way")
+        time.sleep(0.05)
+
+
+@case("an update goes on while nobody reads its output, and the output is complete once somebody does")
+def _(bench):
+    file, pipe = bench.path("journal"), FullPipe()
+    process = bench.start("--json", "--virtual-journal", file, *UPDATE, stdout=pipe.writer)
+    wait_for_last_table(file, process)
+    lines = pipe.read_all().splitlines()
+    expect_equal(process.wait(), 0, "exit status")
+    expect_equal(json.loads(lines[-1])["result"], "succeeded", "result")
+    expect(any(json.loads(line).get("phase") == "restarting into loader" for line in lines), lines)
+
+
+@case("an update goes on while nobody reads its log lines")
+def _(bench):
+    file, pipe = bench.path("journal"), FullPipe()
+    process = bench.start("-v", "--virtual-journal", file, *UPDATE, stderr=pipe.writer)
+    wait_for_last_table(file, process)
+    lines = pipe.read_all().splitlines()
+    expect_equal(process.wait(), 0, "exit status")
+    expect(any("printer firmware version" in line for line in lines), lines)
+
+
+@case("an interrupt ends a watch that nobody reads")
+def _(bench):
+    pipe = FullPipe()
+    process = bench.start("watch", stdout=pipe.writer)
+    watched = bench.start("watch")
+    watched.stdout.readline() # as long as the other one needs to get as far
+    process.send_signal(signal.SIGINT)
+    expect(process.wait() in (0, 130), process.returncode)
+    os.close(pipe.reader)
 
 
 @case("a lost connection does not end an update")

@@ -4,7 +4,7 @@
 
 #include "platform/foundation/PrintableText.h"
 
-#include <cstdio>
+#include <iostream>
 #include <mutex>
 #include <syslog.h>
 
@@ -44,7 +44,7 @@ void toStandardError(Outlets& shared, const std::string& text) {
         sink(text);
     } else {
         const std::string line = printable(withoutLineEnd(text)) + '\n';
-        std::fwrite(line.data(), 1, line.size(), stderr);
+        std::cerr.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
     }
 }
 
