@@ -92,6 +92,8 @@ struct ReenumerationBegun {};
 struct IdentityMissing {};
 /// An answer was missing or could not be the one to its question, and the pipe of the answers was emptied.
 struct Resynchronized {};
+/// A question got no answer, or none that could be its own, also after the pipe was emptied.
+struct AnswersFailed {};
 /// A printer was found whose device node may not be opened.
 struct NotPermitted {
     std::string node;
@@ -110,8 +112,8 @@ struct PrinterEvent {
                      events::ReplyRead, events::ReplyMissing, events::StatusRead, events::FirmwareVersionRead,
                      events::TableFactRead, events::ProgressStored, events::TableBegun, events::ArchiveRefused,
                      events::UpdateReported, events::QuestionsEnded, events::CheckFailed, events::Declined,
-                     events::ReenumerationBegun, events::IdentityMissing, events::Resynchronized, events::NotPermitted,
-                     events::OpenFailed>;
+                     events::ReenumerationBegun, events::IdentityMissing, events::Resynchronized, events::AnswersFailed,
+                     events::NotPermitted, events::OpenFailed>;
 
     std::string key;      // keyUSBdevice; empty if not known
     std::string location; // for example "1-2"; may be empty

@@ -146,6 +146,7 @@ void TBUSBPrinterZUL::noteMissingAnswer() {
 
 void TBUSBPrinterZUL::reportUnusable() {
     logText("the printer at %s does not answer as it should; switch it off and on if that stays so", locationText());
+    emit(events::AnswersFailed{});
 }
 
 void TBUSBPrinterZUL::orderRestart(std::uint32_t command, const Data* payload) {

@@ -19,8 +19,8 @@ namespace {
 using nlohmann::json;
 
 void reportBusy(Program& program, const Program::Printer& printer, const InterfaceHolder& holder) {
-    program.output.problem(nameOf(*printer) + ": " + describeHolder(holder) +
-                               ". Close that program or wait until it has finished, then try again.",
+    program.output.problem(nameOf(*printer) + ": " + describeHolder(holder) + ". " + adviceForHolder(holder) +
+                               " Then try again.",
                            kBusy);
     program.quit(kBusy);
 }

@@ -2,6 +2,7 @@
 
 #include "archive/ArchiveTexts.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "update/UpdateSupervisor.h"
 
 #include <nlohmann/json.hpp>
@@ -47,13 +48,17 @@ json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
     const auto holder = supervisor.holder(printer.keyUSBdevice());
     const std::string interrupted = supervisor.interruptedText(printer);
     return {{"holder", holder ? jsonOf(*holder) : json(nullptr)},
-            {"interrupted", interrupted.empty() ? json(nullptr) : json(interrupted)}};
+            {"interrupted", interrupted.empty() ? json(nullptr) : json(interrupted)},
+            {"notAnswering", supervisor.isNotAnswering(printer.keyUSBdevice())}};
 }
 
 std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
     const auto holder = supervisor.holder(printer.keyUSBdevice());
     const std::string status = printer.printerStatus().value_or("");
-    const std::string condition = holder ? describeHolder(*holder) : supervisor.interruptedText(printer);
+    std::string condition = holder ? describeHolder(*holder) : supervisor.interruptedText(printer);
+    if (condition.empty() && supervisor.isNotAnswering(printer.keyUSBdevice())) {
+        condition = localizedFormat("does not answer as it should, switch it off and on");
+    }
     if (condition.empty()) return status;
     return status.empty() ? condition : status + ": " + condition;
 }

@@ -16,7 +16,7 @@ nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
 /// damaged". "-" for a model without firmware files.
 std::string offeredFirmware(const TBUSBPrinterZUL& printer);
 /// What keeps the printer from being used or needs to be done with it: "holder" and "interrupted", each null if there
-/// is nothing of the kind.
+/// is nothing of the kind, and "notAnswering".
 nlohmann::json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
 /// The printer's status with that condition, in one line; empty if neither is known.
 std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);

@@ -279,6 +279,10 @@ void MainWindow::updateDidEnd(const std::string& /*key*/) {
     if (_isEndAsked && !_supervisor.isAnyBetweenCommands()) _application.endNow();
 }
 
+void MainWindow::conditionsMayHaveChanged() {
+    _model.refreshAll();
+}
+
 void MainWindow::noteDidArise(const std::string& text) {
     _ui->statusbar->showMessage(asSentence(text));
 }

@@ -41,6 +41,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     // SessionObserver
     void updateDidChange(const std::string& key) override;
     void updateDidEnd(const std::string& key) override;
+    void conditionsMayHaveChanged() override;
     void noteDidArise(const std::string& text) override;
     void unusablePrinterDidArrive(const std::string& message) override;
     void unusablePrintersDidChange() override;

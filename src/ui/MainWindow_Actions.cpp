@@ -162,7 +162,7 @@ void MainWindow::whileReserved(const Session::Printer& printer, const std::strin
 
 void MainWindow::showHolder(TBUSBPrinterZUL& printer, const InterfaceHolder& holder) {
     tell(qtext(nameOf(printer) + ": " + describeHolder(holder) + "."),
-         localized("Close that program or wait until it has finished, then try again."));
+         qtext(adviceForHolder(holder) + " " + Bundle::localized(operatorText("Then try again."))));
 }
 
 void MainWindow::tell(const QString& title, const QString& message) {

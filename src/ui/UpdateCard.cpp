@@ -32,6 +32,10 @@ constexpr std::array<const char*, kUpdateSteps> kStepTitles = {
     operatorText("Done"),
 };
 
+bool isImageTaken(const UpdateState& state) {
+    return state.image == ImageState::taken || (state.currentVersion && state.currentVersion == state.offeredVersion);
+}
+
 // The step that the update is at, or that it did not get through.
 UpdateStep stepOf(const Update& update) {
     switch (update.verdict.result) {
@@ -42,15 +46,17 @@ UpdateStep stepOf(const Update& update) {
         return UpdateStep::enteringLoader;
     case UpdateResult::versionUnread:
     case UpdateResult::otherVersion:
-        return UpdateStep::restartingIntoFirmware;
+        return isImageTaken(update.state) ? UpdateStep::restartingIntoFirmware : UpdateStep::writingFirmware;
     case UpdateResult::tablesMissing:
     case UpdateResult::tablesDiffer:
     case UpdateResult::clearRefused:
     case UpdateResult::identityLost:
         return UpdateStep::writingTables;
     default:
-        return update.state.isImageInDoubt() ? UpdateStep::writingFirmware : phaseRow(update.state.phase).step;
+        break;
     }
+    const bool isCutOff = update.state.phase == UpdatePhase::restarted && !isImageTaken(update.state);
+    return isCutOff ? UpdateStep::writingFirmware : phaseRow(update.state.phase).step;
 }
 
 QString clockText(Clock::Duration span) {

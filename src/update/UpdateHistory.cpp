@@ -21,6 +21,7 @@ namespace {
 constexpr const char* kFileName = "history.sqlite";
 
 // How many updates say what is usual, and the fewest that do.
+constexpr std::size_t kRecordsToLookAt = 1000; // of the newest
 constexpr std::int64_t kUsualUpdates = 20;
 constexpr std::size_t kFewestUpdates = 3;
 
@@ -327,6 +328,19 @@ UpdateHistory::Records UpdateHistory::records(const UpdateFilter& filter) {
             .bind(3, static_cast<std::int64_t>(std::min(filter.limit, kMost)));
         found.records = recordsOf(database, rows);
     });
+    return found;
+}
+
+UpdateHistory::Records UpdateHistory::lastFailures() {
+    Records found = records({.limit = kRecordsToLookAt});
+    std::vector<UpdateRecord> last; // of each printer
+    for (UpdateRecord& record : found.records) {
+        const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
+        if (record.hasSentCommands() && std::ranges::none_of(last, isSame)) last.push_back(std::move(record));
+    }
+    std::erase_if(
+        last, [](const UpdateRecord& record) { return record.verdicts.empty() || record.verdicts.back().isSuccess; });
+    found.records = std::move(last);
     return found;
 }
 

@@ -5,6 +5,8 @@
 #include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
+#include <utility>
+
 namespace zul {
 
 namespace {
@@ -217,6 +219,7 @@ struct UpdateMonitor::Visitor {
 
     // Of printers that nobody can use, and of questions: others act on these.
     bool operator()(const events::Resynchronized&) { return false; }
+    bool operator()(const events::AnswersFailed&) { return false; }
     bool operator()(const events::Declined&) { return false; }
     bool operator()(const events::NotPermitted&) { return false; }
     bool operator()(const events::OpenFailed&) { return false; }
@@ -289,6 +292,12 @@ std::optional<InterfaceHolder> UpdateMonitor::holder(const std::string& key) con
     return found == _attachments.end() ? std::nullopt : found->second.holder;
 }
 
+bool UpdateMonitor::isNotAnswering(const std::string& key) const {
+    const std::scoped_lock lock(_mutex);
+    const auto found = _attachments.find(key);
+    return found != _attachments.end() && found->second.isNotAnswering;
+}
+
 void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
     if (event.key.empty()) return;
     Attachment& attachment = _attachments[event.key];
@@ -296,6 +305,12 @@ void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
     if (const auto* const opened = std::get_if<events::Opened>(&event.what)) {
         attachment.holder.reset();
         if (opened->code == kIOReturnExclusiveAccess) attachment.holder = opened->holder.value_or(InterfaceHolder{});
+    }
+    if (std::holds_alternative<events::AnswersFailed>(event.what)) {
+        attachment.isNotAnswering = attachment.hasFailedInRound = true;
+    }
+    if (std::holds_alternative<events::QuestionsEnded>(event.what)) {
+        attachment.isNotAnswering = std::exchange(attachment.hasFailedInRound, false);
     }
     const bool isStatus = std::holds_alternative<events::StatusRead>(event.what);
     if (isStatus && event.attachment == attachment.token) attachment.hasReportedStatus = true;

@@ -40,6 +40,9 @@ class UpdateMonitor final : public PrinterEventsOutlet {
     /// The other program that holds the attached printer; nullopt if none does, as far as the last open showed.
     std::optional<InterfaceHolder> holder(const std::string& key) const;
 
+    /// The attached printer did not answer its last questions as it should.
+    bool isNotAnswering(const std::string& key) const;
+
     void printerEvent(const PrinterEvent& event) override;
 
   private:
@@ -48,6 +51,8 @@ class UpdateMonitor final : public PrinterEventsOutlet {
         std::uint32_t token = 0;
         bool hasReportedStatus = false;
         std::optional<InterfaceHolder> holder = {};
+        bool isNotAnswering = false;
+        bool hasFailedInRound = false; // since the end of the last round of questions
     };
     struct Visitor;
     void noteAttachment(const PrinterEvent& event);

@@ -23,20 +23,6 @@ std::optional<UpdatePhase> phaseNamed(const std::string& name) {
     return std::nullopt;
 }
 
-constexpr std::size_t kRecordsToLookAt = 1000; // of the newest
-
-// records: the newest first.
-std::vector<UpdateRecord> lastFailures(const std::vector<UpdateRecord>& records) {
-    std::vector<UpdateRecord> last; // of each printer
-    for (const UpdateRecord& record : records) {
-        const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
-        if (record.hasSentCommands() && std::ranges::none_of(last, isSame)) last.push_back(record);
-    }
-    std::erase_if(
-        last, [](const UpdateRecord& record) { return record.verdicts.empty() || record.verdicts.back().isSuccess; });
-    return last;
-}
-
 } // namespace
 
 struct UpdateRecorder::Storage {
@@ -170,9 +156,9 @@ void UpdateRecorder::readUnfinished(std::function<void(Unfinished unfinished)> r
             auto interrupted = storage.history.interrupted();
             if (!interrupted.problem.empty()) return interrupted.problem;
             found->interrupted = std::move(interrupted.records);
-            auto all = storage.history.records({.limit = kRecordsToLookAt});
-            found->failed = lastFailures(all.records);
-            return all.problem;
+            auto failed = storage.history.lastFailures();
+            found->failed = std::move(failed.records);
+            return failed.problem;
         },
         [found, read = std::move(read)] { read(std::move(*found)); });
 }

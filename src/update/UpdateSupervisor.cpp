@@ -280,6 +280,7 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     if (isNew) _monitor.beginUpdate({.key = event.key, .attachment = event.attachment});
     _monitor.printerEvent(event);
     const bool isForMain = isNew || std::holds_alternative<events::Declined>(event.what) ||
+                           std::holds_alternative<events::AnswersFailed>(event.what) ||
                            std::holds_alternative<events::QuestionsEnded>(event.what);
     if (!isForMain) return;
     _services.mainQueue.async([weak = std::weak_ptr(_self), event] {
@@ -290,7 +291,10 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
 void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
     if (const auto* const declined = std::get_if<events::Declined>(&event.what)) {
         handleDeclined(event.key, declined->question);
+    } else if (std::holds_alternative<events::AnswersFailed>(event.what)) {
+        if (_observer != nullptr) _observer->conditionsMayHaveChanged();
     } else if (std::holds_alternative<events::QuestionsEnded>(event.what)) {
+        if (_observer != nullptr) _observer->conditionsMayHaveChanged();
         lookForReturn(event);
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);

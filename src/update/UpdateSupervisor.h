@@ -32,6 +32,8 @@ class UpdateObserver {
     virtual void updateDidChange(const std::string& key) = 0;
     /// The verdict is there, or it has been corrected.
     virtual void updateDidEnd(const std::string& key) = 0;
+    /// What holder(), interruptedText() and isNotAnswering() return may have changed for a printer that is not updated.
+    virtual void conditionsMayHaveChanged() {}
     /// Something that the operator should know and that changes no update.
     virtual void noteDidArise(const std::string& /*text*/) {}
 };
@@ -124,10 +126,13 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// still be at work.
     bool mayGetSecondImage(const std::string& key) const;
     /// "update was interrupted at 2026-11-22 03:10:27, start it to complete": an earlier update of this printer has no
-    /// end, or the printer waits in its loader, and nobody updates it now. Empty if neither is so.
+    /// end or failed after something was sent, or the printer waits in its loader, and nobody updates it now. Empty if
+    /// none of these is so.
     std::string interruptedText(TBUSBPrinterZUL& printer) const;
     /// The other program that holds the attached printer; nullopt if none does.
     std::optional<InterfaceHolder> holder(const std::string& key) const { return _monitor.holder(key); }
+    /// The attached printer did not answer its last questions as it should: it needs to be switched off and on.
+    bool isNotAnswering(const std::string& key) const { return _monitor.isNotAnswering(key); }
     /// Finds the updates that earlier runs did not end; then done runs on the main queue.
     void readInterrupted(Block done);
     /// A printer must not lose its power now.
@@ -174,7 +179,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     UpdateRecord recordOf(const Update& update) const;
     void completeRecord(Update& update);
     void learnUsual(const std::string& key);
-    const UpdateRecord* interruptedRecord(TBUSBPrinterZUL& printer) const;
+    const UpdateRecord* incompleteRecord(TBUSBPrinterZUL& printer) const;
     bool isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const;
     void explain(Update& update);
     void endWait(const Update& update);

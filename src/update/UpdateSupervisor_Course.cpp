@@ -230,8 +230,10 @@ void UpdateSupervisor::explain(Update& update) {
     }
     const Printer printer = update.printer.lock();
     if (result != UpdateResult::unanswered || !printer) return;
-    const UpdateRecord* const earlier = interruptedRecord(*printer);
-    if (earlier == nullptr || earlier->phases.back().name != phaseRow(UpdatePhase::writing).name) return;
+    const UpdateRecord* const earlier = incompleteRecord(*printer);
+    if (earlier == nullptr) return;
+    const std::string& last = earlier->phases.back().name;
+    if (last != phaseRow(UpdatePhase::writing).name && last != phaseRow(UpdatePhase::cutOff).name) return;
     // What waits for the rest of a payload takes every question for that rest.
     update.verdict.reason = localizedFormat("the firmware was cut off at %s, and the printer waits for the rest of it",
                                             localTimeText(earlier->begun));

@@ -39,7 +39,7 @@ const UpdateRecord* recordOfPrinter(const std::vector<UpdateRecord>& records, co
 bool UpdateSupervisor::takeLock(const std::string& key) {
     Course& course = _courses[key];
     if (_services.locks == nullptr || course.lock) return true;
-    auto result = _services.locks->tryLock(key, "update");
+    auto result = _services.locks->tryLock(key, kUpdateActivity);
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     course.lock = std::move(result.lock);
     course.lockedPhase.reset();
@@ -99,7 +99,13 @@ void UpdateSupervisor::completeRecord(Update& update) {
     _services.recorder->complete(
         update.state,
         {.verdict = nameOfResult(result), .isSuccess = update.verdict.isSuccess(), .reason = update.verdict.reason});
-    if (!update.verdict.isSuccess()) return;
+    if (!update.verdict.isSuccess()) {
+        readInterrupted([weak = std::weak_ptr(_self)] {
+            const auto self = weak.lock();
+            if (self && (*self)->_observer != nullptr) (*self)->_observer->conditionsMayHaveChanged();
+        });
+        return;
+    }
     const UpdateRecord completed = recordOf(update);
     for (auto* const records : {&_interrupted, &_failed}) {
         std::erase_if(*records, [&](const UpdateRecord& record) { return isSamePrinter(record, completed); });
@@ -134,8 +140,9 @@ void UpdateSupervisor::readInterrupted(Block done) {
     });
 }
 
-const UpdateRecord* UpdateSupervisor::interruptedRecord(TBUSBPrinterZUL& printer) const {
-    return recordOfPrinter(_interrupted, printer);
+const UpdateRecord* UpdateSupervisor::incompleteRecord(TBUSBPrinterZUL& printer) const {
+    const UpdateRecord* const interrupted = recordOfPrinter(_interrupted, printer);
+    return interrupted != nullptr ? interrupted : recordOfPrinter(_failed, printer);
 }
 
 // After such an update the versions do not show whether all tables are written.
@@ -144,15 +151,20 @@ bool UpdateSupervisor::isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const {
     if (found != _updates.end() && !found->second.isOpen() && !found->second.verdict.isUntouched()) {
         return !found->second.verdict.isSuccess();
     }
-    return recordOfPrinter(_interrupted, printer) != nullptr || recordOfPrinter(_failed, printer) != nullptr;
+    return incompleteRecord(printer) != nullptr;
 }
 
 std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
     const auto found = _updates.find(printer.keyUSBdevice());
     const bool isUnderWay = found != _updates.end() && found->second.isOpen() && !found->second.isDismissed;
     if (isUnderWay || printer.ownership() == Ownership::otherProgram) return {};
-    if (const UpdateRecord* const record = interruptedRecord(printer)) {
+    const UpdateRecord* const record = incompleteRecord(printer);
+    if (record != nullptr && record->verdicts.empty()) {
         return localizedFormat("update was interrupted at %s, start it to complete", localTimeText(record->begun));
+    }
+    // A printer that did not take the order to restart is as it was.
+    if (record != nullptr && record->verdicts.back().verdict != nameOfResult(UpdateResult::commandRefused)) {
+        return localizedFormat("update of %s is not complete, start it again", localTimeText(record->begun));
     }
     if (printer.printerStatus() != textForStatus(kLoaderStatus)) return {};
     return Bundle::localized(operatorText("start the update to complete it"));

@@ -97,6 +97,17 @@ std::string describeHolder(const InterfaceHolder& holder) {
     return Bundle::localized(operatorText("another program uses the printer"));
 }
 
+std::string adviceForHolder(const InterfaceHolder& holder) {
+    if (holder.kind == InterfaceHolder::Kind::printing) {
+        return Bundle::localized(operatorText("Wait until the job is printed."));
+    }
+    // Closing it would leave the printer in the middle of its update.
+    if (holder.kind == InterfaceHolder::Kind::ownProgram && holder.activity == kUpdateActivity) {
+        return Bundle::localized(operatorText("It updates the printer: do not close it, and wait until it has finished."));
+    }
+    return Bundle::localized(operatorText("Close that program or wait until it has finished."));
+}
+
 std::string describeFailure(IOReturn code) {
     switch (code) {
     case kIOReturnNoDevice:
@@ -123,8 +134,8 @@ std::string adviceFor(const UpdateState& state) {
                                               "the files and start the update again."));
     }
     if (state.isHeldElsewhere()) {
-        return Bundle::localized(operatorText("Close the other program or wait until it has finished. The update "
-                                              "continues by itself. Leave the printer switched on."));
+        return adviceForHolder(*state.holder) + " " +
+               Bundle::localized(operatorText("The update continues by itself. Leave the printer switched on."));
     }
     if (state.refused && state.refused->command == kCommandEnterLoader) {
         return Bundle::localized(operatorText("Nothing has been changed in the printer. Start the update again."));

@@ -25,6 +25,8 @@ std::string describeState(const UpdateState& state, Clock::TimePoint now, const 
 std::string adviceFor(const UpdateState& state);
 /// Who uses the printer: "another program uses the printer (ipp, process 812)".
 std::string describeHolder(const InterfaceHolder& holder);
+/// What to do about it, in whole sentences: never to close a program that updates the printer.
+std::string adviceForHolder(const InterfaceHolder& holder);
 /// What a failed transfer means, in plain words.
 std::string describeFailure(IOReturn code);
 /// Why an update ended with this result; empty for a success. Does not end with a full stop.

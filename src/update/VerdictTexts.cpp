@@ -94,6 +94,12 @@ std::string adviceAfterStop(const UpdateState& state) {
                                               "are not written yet. Leave it switched on and start the update again: "
                                               "that completes it."));
     }
+    // What waits for the rest of a payload takes everything for that rest.
+    const bool isCut = state.phase == UpdatePhase::writing || state.phase == UpdatePhase::cutOff;
+    if (isCut || state.isImageInDoubt()) {
+        return Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
+                                              "completes it."));
+    }
     return Bundle::localized(operatorText("The printer restarts into its loader or waits in it. Leave it switched on "
                                           "and start the update again: that completes it."));
 }
@@ -133,8 +139,8 @@ std::string reasonFor(UpdateResult result, const UpdateState& state, const Updat
 std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     switch (result) {
     case UpdateResult::busy:
-        return Bundle::localized(operatorText("Close that program or wait until it has finished, then start the update "
-                                              "again."));
+        return adviceForHolder(state.holder.value_or(InterfaceHolder{})) + " " +
+               Bundle::localized(operatorText("Then start the update again."));
     case UpdateResult::notReady:
         return Bundle::localized(operatorText("Correct that, then start the update again."));
     case UpdateResult::unanswered:

@@ -367,9 +367,41 @@ TEST_CASE("a printer whose last update failed is not up to date, whatever its ve
     lab.supervisor.readInterrupted([] {});
     lab.rest(1s);
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
+    CHECK(lab.supervisor.interruptedText(*lab.printer()).starts_with("update of "));
+    CHECK(lab.supervisor.interruptedText(*lab.printer()).ends_with(" is not complete, start it again"));
     while (lab.operatorDesk.waiting() > 0) CHECK(lab.operatorDesk.press(lab.operatorDesk.buttons().front()));
     lab.beginUpdate(Equal::skip);
     lab.rest();
     CHECK(lab.result() == UpdateResult::succeeded);
     CHECK(lab.supervisor.isUpToDate(*lab.printer()));
+    CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
+}
+
+TEST_CASE("a printer that did not take the order to restart is offered nothing to complete") {
+    SupervisedLab lab;
+    lab.startWithVK14("fault=stall@REWRITE");
+    lab.beginUpdate();
+    lab.rest();
+    REQUIRE(lab.result() == UpdateResult::commandRefused);
+    CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
+}
+
+TEST_CASE("a printer whose update was given up in its image is not called unchanged when it does not answer") {
+    SupervisedLab lab;
+    lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
+    UpdateState givenUp;
+    givenUp.key = lab.printer()->keyUSBdevice();
+    givenUp.phase = UpdatePhase::writing;
+    lab.recorder.begin(givenUp.key, {.key = givenUp.key, .model = "VK14"}, {});
+    lab.recorder.noteState(givenUp);
+    lab.recorder.complete(givenUp, {.verdict = nameOfResult(UpdateResult::notBack)});
+    lab.supervisor.readInterrupted([] {});
+    lab.rest(1s);
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest();
+    if (lab.operatorDesk.title() == "Attention:") lab.agree();
+    lab.rest();
+    CHECK(lab.result() == UpdateResult::unanswered);
+    CHECK(lab.update().verdict.reason.starts_with("the firmware was cut off at "));
+    CHECK(lab.update().advice == "Switch the printer off and on, then start the update again: that completes it.");
 }

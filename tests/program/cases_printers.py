@@ -189,3 +189,13 @@ def _(bench):
     result = bench.run("--json", "info", printers=("VK14,vendor=0x2B84",))
     expect_equal(result.json["vendorID"], "0x2B84", result.out)
     expect_equal(result.json["firmwareInstalled"], "VK14 01.60", result.out)
+
+
+@case("a printer that does not answer as it should is listed with what helps, and one that answers the second time is not")
+def _(bench):
+    mute = ("VK14,fault=silence@FVER#1,fault=silence@FVER#2",)
+    expect("Idle: does not answer as it should, switch it off and on" in bench.run("list", printers=mute).out, "list")
+    expect_equal(bench.run("--json", "list", printers=mute).json[0]["notAnswering"], True, "in JSON")
+    slow = ("VK14,fault=silence@FVER#1",)
+    expect("does not answer" not in bench.run("list", printers=slow).out, "list")
+    expect_equal(bench.run("--json", "list", printers=slow).json[0]["notAnswering"], False, "in JSON")

@@ -10,6 +10,9 @@
 
 namespace zul {
 
+/// The activity of a process that updates the printer.
+inline constexpr const char* kUpdateActivity = "update";
+
 /// The process that uses a printer's interface, as far as the system reports it.
 struct InterfaceHolder {
     enum class Kind {

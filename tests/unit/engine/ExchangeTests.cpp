@@ -177,6 +177,7 @@ TEST_CASE("a pipe that does not become quiet ends the question without an answer
     CHECK(bench.commands().size() == 1);
     CHECK(bench.log.has("could not be put in step (kIOReturnOverrun)"));
     CHECK(bench.log.has(kUnusable));
+    CHECK(bench.events.count<events::AnswersFailed>() == 1);
     CHECK(bench.events.count<events::Resynchronized>() == 0);
 }
 

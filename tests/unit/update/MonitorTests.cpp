@@ -313,6 +313,22 @@ TEST_CASE("whether an attached printer has reported a status is known for every 
     CHECK_FALSE(monitor.hasReportedStatus("other"));
 }
 
+TEST_CASE("a printer does not answer as it should from a failed answer to the next round of questions without one") {
+    Followed update;
+    UpdateMonitor& monitor = update.monitor;
+    const auto happens = [&](PrinterEvent::What what) {
+        monitor.printerEvent({.key = "other", .location = {}, .attachment = 3, .what = std::move(what)});
+        return monitor.isNotAnswering("other");
+    };
+    CHECK_FALSE(happens(events::Arrived{}));
+    CHECK(happens(events::AnswersFailed{}));
+    CHECK(happens(events::StatusRead{"00000"}));
+    CHECK(happens(events::QuestionsEnded{})); // of the round in which it failed
+    CHECK_FALSE(happens(events::QuestionsEnded{true}));
+    CHECK(happens(events::AnswersFailed{}));
+    CHECK_FALSE(happens(events::Arrived{})); // it was switched off and on
+}
+
 TEST_CASE("a printer that nobody follows changes nothing") {
     Followed update;
     update.monitor.printerEvent({.key = "another", .location = {}, .attachment = 0, .what = events::Arrived{}});

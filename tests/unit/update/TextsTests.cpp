@@ -105,12 +105,33 @@ TEST_CASE("every phase in which a printer can stall has advice") {
     }
 }
 
+TEST_CASE("nobody is advised to close a program that updates the printer") {
+    using Kind = InterfaceHolder::Kind;
+    CHECK(adviceForHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 7, .activity = "update"}) ==
+          "It updates the printer: do not close it, and wait until it has finished.");
+    CHECK(adviceForHolder({.kind = Kind::printing}) == "Wait until the job is printed.");
+    const std::string close = "Close that program or wait until it has finished.";
+    CHECK(adviceForHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 7, .activity = "claim"}) == close);
+    CHECK(adviceForHolder({.kind = Kind::process, .program = "ipp", .pid = 7}) == close);
+    CHECK(adviceForHolder({}) == close);
+}
+
+TEST_CASE("a printer whose image was being sent when the update was stopped needs its power switched") {
+    UpdateState state;
+    for (const auto phase : {UpdatePhase::writing, UpdatePhase::cutOff}) {
+        state.phase = phase;
+        CHECK(adviceAfter(UpdateResult::stopped, state).starts_with("Switch the printer off and on, then start"));
+    }
+    state.phase = UpdatePhase::loaderBack;
+    CHECK(adviceAfter(UpdateResult::stopped, state).starts_with("The printer restarts into its loader or waits in it."));
+}
+
 TEST_CASE("advice names what the printer reports, who holds it, and damaged files") {
     Followed update;
     update.status("01000");
     CHECK(adviceFor(update.state()).starts_with("The printer reports: Cover Open."));
     update.report(events::Opened{.code = kIOReturnExclusiveAccess});
-    CHECK(adviceFor(update.state()).starts_with("Close the other program or wait until it has finished."));
+    CHECK(adviceFor(update.state()).starts_with("Close that program or wait until it has finished. The update continues"));
     update.report(events::Opened{});
     update.upToLoader();
     update.report(events::ArchiveRefused{});
