@@ -73,6 +73,7 @@ Update& UpdateSupervisor::makeUpdate(const std::string& key, const Printer& prin
     course.pendingAlerts = _courses[key].pendingAlerts; // of an earlier update, perhaps
     course.locationID = printer->locationNumber();
     course.productID = printer->productNumber();
+    course.wasClaimed = printer->ownership() == Ownership::thisProgram;
     course.serialNumbers = serialNumbersOf(*printer);
     _courses[key] = std::move(course);
     Update& update = _updates[key] = Update{};
@@ -296,6 +297,7 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
     } else if (std::holds_alternative<events::QuestionsEnded>(event.what)) {
         if (_observer != nullptr) _observer->conditionsMayHaveChanged();
         lookForReturn(event);
+        if (!std::get<events::QuestionsEnded>(event.what).isComplete) releaseInterface(event.key);
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);
         if (!_updates.contains(event.key)) return; // it has left already

@@ -161,6 +161,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
         bool isAskedOnceMore = false; // after the report, for answers that are missing
         int roundsNeeded = 1;         // rounds of questions after the report before it is judged
         int pendingAlerts = 0;        // shown or waiting for their turn
+        bool wasClaimed = false;      // by the operator, before the update
         std::uint32_t locationID = 0; // of the printer, for the bus
         std::uint16_t productID = 0;
         std::vector<std::string> serialNumbers; // by which it is recognised at another place
@@ -188,6 +189,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void adopt(const std::string& key);
     void beginMonitor(const std::string& key, TBUSBPrinterZUL& printer);
     void keepInterface(const std::string& key, bool isKept);
+    void releaseInterface(const std::string& key);
 
     void handleEvent(const PrinterEvent& event);
     void handleDeclined(const std::string& key, AlertKind question);

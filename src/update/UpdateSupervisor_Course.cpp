@@ -204,9 +204,19 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     completeRecord(update);
     _courses[key].lock.reset();
     keepInterface(key, false);
+    if (update.verdict.isUntouched() && !_courses[key].wasClaimed) releaseInterface(key);
     if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     showReports(key);
     if (_observer != nullptr) _observer->updateDidEnd(key);
+}
+
+// The engine leaves the interface open where its questions were cut short, or where an update was declined: other
+// programs could not use the printer.
+void UpdateSupervisor::releaseInterface(const std::string& key) {
+    const auto found = _updates.find(key);
+    if (found != _updates.end() && found->second.isOpen()) return;
+    const Printer printer = _services.printerWithKey(key);
+    if (printer && printer->ownership() == Ownership::thisProgram) printer->closeInterface(nullptr);
 }
 
 // The engine may still wait until the printer is ready. An update that has been judged must not begin afterwards.
