@@ -4,8 +4,9 @@
 #include "StatusCodeNames.h"
 #include "archive/FirmwareDigests.h"
 #include "archive/ProductTable.h"
-#include "platform/foundation/LocalizedFormat.h"
+#include "platform/foundation/Format.h"
 #include "session/EmbeddedPrinters.h"
+#include "session/FailureTexts.h"
 #include "session/HistoryOptions.h"
 #include "usb/libusb/LibusbBus.h"
 
@@ -136,8 +137,8 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
     controller->init();
     watchServices();
     if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
-        return SessionProblem{
-            localizedFormat("cannot watch the USB bus (%s). Is USB available on this machine?", strForIOReturn(code))};
+        logText("the USB bus cannot be watched: %s\n", strForIOReturn(code));
+        return SessionProblem{busFailureText(code)};
     }
     supervisor.readInterrupted([this] { historyIsRead(); });
     controller->awakeFromNib();

@@ -3,7 +3,7 @@
 
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "update/UpdateTexts.h"
+#include "session/FailureTexts.h"
 
 #include <algorithm>
 
@@ -19,8 +19,7 @@ std::string UnusablePrinters::add(const PrinterEvent& event) {
                                    event.location, denied->node);
     } else if (const auto* const failed = std::get_if<events::OpenFailed>(&event.what)) {
         one.node = failed->node;
-        one.hint = localizedFormat("the printer at %s cannot be opened (%s). Plug it in again.", event.location,
-                                   describeFailure(failed->code));
+        one.hint = openFailureText(localizedFormat("the printer at %s", event.location), failed->code);
     }
     _printers.push_back(one);
     return one.hint;

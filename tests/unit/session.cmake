@@ -1,6 +1,7 @@
 target_sources(unit_tests PRIVATE
   session/AttachedPrintersTests.cpp
   session/DoctorTests.cpp
+  session/FailureTextsTests.cpp
   session/LoginLab.cpp
   session/LogsTests.cpp
   session/SleepInhibitorTests.cpp)

@@ -1,0 +1,43 @@
+// What an operator reads when a printer or the bus cannot be used.
+#include "StatusCodeNames.h"
+#include "session/FailureTexts.h"
+
+#include <doctest/doctest.h>
+#include <vector>
+
+using namespace zul;
+
+namespace {
+
+bool has(const std::string& text, const char* part) {
+    return text.find(part) != std::string::npos;
+}
+
+} // namespace
+
+TEST_CASE("no text for an operator has the name of a return code, and each says what to do") {
+    for (const IOReturn code :
+         {kIOReturnError, kIOReturnNoMemory, kIOReturnNoResources, kIOReturnBadArgument, kIOReturnExclusiveAccess,
+          kIOReturnNotPrivileged, kIOReturnNoDevice, kIOReturnNotResponding, kIOReturnOverrun, kIOReturnNotFound,
+          kIOReturnAborted, kIOUSBTransactionTimeout, kIOUSBPipeStalled}) {
+        CAPTURE(strForIOReturn(code));
+        for (const std::string& text :
+             {openFailureText("VK14 000001 (1-4)", code), commandFailureText("VK14 000001 (1-4)", code),
+              resetFailureText("VK14 000001 (1-4)", "reset", code), busFailureText(code)}) {
+            CAPTURE(text);
+            CHECK_FALSE(has(text, "kIO"));
+            CHECK(text.ends_with("."));
+            CHECK(has(text, ". ")); // what happened, and what to do
+        }
+    }
+}
+
+TEST_CASE("a printer that left and one that refuses are told apart, and a want of files is not the printer's") {
+    CHECK(openFailureText("VK14", kIOReturnNoDevice) == "VK14 cannot be opened: the printer left. Plug it in again.");
+    CHECK(commandFailureText("VK14", kIOUSBPipeStalled) ==
+          "VK14 did not take the command: the printer refused the data. Switch it off and on, then try again.");
+    CHECK(resetFailureText("VK14", "soft-reset", kIOReturnError) ==
+          "VK14: soft-reset failed: the USB transfer failed. Plug the printer in again.");
+    CHECK(has(openFailureText("VK14", kIOReturnNoResources), "Close other programs"));
+    CHECK_FALSE(has(openFailureText("VK14", kIOReturnNoMemory), "Plug"));
+}
