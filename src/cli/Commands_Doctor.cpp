@@ -12,6 +12,7 @@
 #include "update/UpdateHistory.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -31,7 +32,8 @@ ExaminedPrinter examinedOf(const AttachedPrinter& attached) {
             .model = model,
             .node = attached.node,
             .product = attached.product,
-            .drivers = attached.drivers};
+            .drivers = attached.drivers,
+            .driverNodes = attached.driverNodes};
 }
 
 void addSessionsView(ExaminedPrinter& examined, TBUSBPrinterZUL& printer) {
@@ -44,7 +46,7 @@ void addSessionsView(ExaminedPrinter& examined, TBUSBPrinterZUL& printer) {
     examined.status = printer.printerStatus();
     examined.isInLoader = examined.status == textForStatus(kLoaderStatus);
     examined.isReady = examined.status == textForStatus(kReadyStatus);
-    examined.isUsable = true;
+    examined.isUsable = printer.openStatus() != kIOReturnNotPrivileged; // it has not been asked anything then
     examined.isHeldElsewhere = printer.ownership() == Ownership::otherProgram;
 }
 
@@ -67,9 +69,19 @@ std::vector<ExaminedPrinter> examinedPrinters(Program& program) {
     return all;
 }
 
+// Absolute: a command that is copied from the output may be run in another folder.
+std::filesystem::path namedArchive(const Program& program) {
+    namespace fs = std::filesystem;
+    const std::string& named = program.options.firmwareArchive;
+    std::error_code error;
+    if (named.empty() || fs::equivalent(named, Bundle::mainBundle({}).archiveFolder(), error)) return {};
+    return fs::absolute(named, error).lexically_normal();
+}
+
 DoctorOptions optionsFor(Program& program, UpdateHistory& history) {
     Session& session = program.session;
     return {.stateFolder = history.file().parent_path(),
+            .firmwareArchive = namedArchive(program),
             .areEmbedded = !program.options.virtualPrinters.empty(),
             .isRoot = ::geteuid() == 0,
             .reservation = [&session](const std::string& key) { return session.locks.heldElsewhere(key); },

@@ -8,6 +8,7 @@
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
+#include "session/FailureTexts.h"
 #include "session/PrinterFacts.h"
 
 #include <nlohmann/json.hpp>
@@ -25,15 +26,24 @@ void reportBusy(Program& program, const Program::Printer& printer, const Interfa
     program.quit(kBusy);
 }
 
+// The code is for scripts and for the log; the text says the same in words.
+void reportFailure(Program& program, const std::string& text, IOReturn code) {
+    logText("%s (%s)\n", text, strForIOReturn(code));
+    if (program.output.isJson()) {
+        program.output.object({{"error", {{"message", text}, {"exit", kFailed}, {"code", strForIOReturn(code)}}}});
+    } else {
+        program.output.problem(text, kFailed);
+    }
+    program.quit(kFailed);
+}
+
 void reportOpenFailure(Program& program, const Program::Printer& printer, IOReturn code) {
     if (code == kIOReturnExclusiveAccess) {
         reportBusy(program, printer,
                    program.session.supervisor.holder(printer->keyUSBdevice()).value_or(InterfaceHolder{}));
         return;
     }
-    program.output.problem(
-        nameOf(*printer) + formatted(" cannot be opened (%s). Plug it in again.", strForIOReturn(code)), kFailed);
-    program.quit(kFailed);
+    reportFailure(program, openFailureText(*printer, code), code);
 }
 
 // What changes a printer is not done beside another of our programs that changes it. The lock is kept until this
@@ -120,6 +130,8 @@ void runInfo(Program& program) {
         program.quit(status);
         return;
     }
+    // Whoever reads that little is known must also read why.
+    if (const std::string text = missingRightText(*printer); !text.empty()) program.output.note(text);
     json facts = factsOf(*printer);
     facts.update(conditionOf(program.session.supervisor, *printer));
     if (program.output.isJson()) {
@@ -172,9 +184,7 @@ void runResetCounter(Program& program) {
         [&program, printer, letter] {
             const IOReturn code = printer->writeStatus();
             if (code != kIOReturnSuccess) {
-                program.output.problem(formatted("the printer did not take the command (%s).", strForIOReturn(code)),
-                                       kFailed);
-                program.quit(kFailed);
+                reportFailure(program, commandFailureText(nameOf(*printer), code), code);
                 return;
             }
             if (program.output.isJson()) {
@@ -240,16 +250,16 @@ void runReset(Program& program) {
     };
     withOpenPrinter(program, printer, work, [&program, printer, command, code] {
         const IOReturn result = *code;
-        if (result == kIOReturnSuccess) {
-            if (program.output.isJson()) {
-                program.output.document({{"key", printer->keyUSBdevice()}, {"done", command}});
-            } else {
-                program.output.line(nameOf(*printer) + ": " + command + " done.");
-            }
-        } else {
-            program.output.problem(formatted("%s failed (%s).", command, strForIOReturn(result)), kFailed);
+        if (result != kIOReturnSuccess) {
+            reportFailure(program, resetFailureText(nameOf(*printer), command, result), result);
+            return;
         }
-        program.quit(result == kIOReturnSuccess ? kDone : kFailed);
+        if (program.output.isJson()) {
+            program.output.document({{"key", printer->keyUSBdevice()}, {"done", command}});
+        } else {
+            program.output.line(nameOf(*printer) + ": " + command + " done.");
+        }
+        program.quit(kDone);
     });
 }
 

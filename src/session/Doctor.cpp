@@ -6,6 +6,7 @@
 #include "archive/ArchiveTexts.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/ShellWord.h"
 #include "update/UpdateTexts.h"
 #include "usb/libusb/ProcessSearch.h"
 
@@ -48,7 +49,7 @@ std::string remedyFor(const InterfaceHolder& holder, const ExaminedPrinter& prin
     std::string command = "lpstat -o";
     if (holder.kind != InterfaceHolder::Kind::printing) {
         if (holder.pid == 0 && printer.node.empty()) return {};
-        command = holder.pid == 0 ? "sudo fuser -v " + printer.node : formatted("ps -fp %d", holder.pid);
+        command = holder.pid == 0 ? "sudo fuser -v " + shellWord(printer.node) : formatted("ps -fp %d", holder.pid);
     }
     return localizedFormat("Wait until it has finished, or end it. To see what it is: %s", command);
 }
@@ -97,6 +98,13 @@ CommandResult Doctor::run(const std::string& command) const {
     return _options.run ? _options.run(command) : runByShell(command);
 }
 
+// Without the folder that this run was given, the update would use other files, or none.
+std::string Doctor::updateCommand(const std::string& printer) const {
+    const std::string folder = _options.firmwareArchive.string();
+    const std::string archive = folder.empty() ? "" : "--firmware-archive " + shellWord(folder) + " ";
+    return "zulctl " + archive + "update " + shellWord(printer);
+}
+
 std::vector<Check> Doctor::examine(const std::vector<ExaminedPrinter>& printers) {
     std::vector<Check> checks{udevRule()};
     const auto ofEach = [&](const char* name, Check (Doctor::*check)(const ExaminedPrinter&) const) {
@@ -126,11 +134,22 @@ std::vector<Check> Doctor::examine(const std::vector<ExaminedPrinter>& printers)
 Check Doctor::nodeRights(const ExaminedPrinter& printer) const {
     constexpr const char* kName = "node-rights";
     if (printer.node.empty()) return notApplicable(printer, kName);
-    if (mayUse(printer.node)) {
-        return checkOf(printer, kName, CheckState::ok, localizedFormat("%s may be used", printer.node));
+    constexpr const char* kJoin = "sudo usermod -aG lp \"$USER\"";
+    if (!mayUse(printer.node)) {
+        return checkOf(printer, kName, CheckState::problem, localizedFormat("no right to open %s", printer.node),
+                       kJoin);
     }
-    return checkOf(printer, kName, CheckState::problem, localizedFormat("no right to open %s", printer.node),
-                   "sudo usermod -aG lp \"$USER\"");
+    for (const std::string& node : printer.driverNodes) {
+        std::error_code error;
+        // The driver's node goes while this program has the printer; what has gone needs no right.
+        if (mayUse(node) || !std::filesystem::exists(node, error)) continue;
+        return checkOf(printer, kName, CheckState::problem,
+                       localizedFormat("no right to open %s, where the kernel's printer driver shows whether a job is "
+                                       "printed: the printer is left alone",
+                                       node),
+                       kJoin);
+    }
+    return checkOf(printer, kName, CheckState::ok, localizedFormat("%s may be used", printer.node));
 }
 
 Check Doctor::holder(const ExaminedPrinter& printer) const {
@@ -158,7 +177,7 @@ Check Doctor::printQueue(const ExaminedPrinter& printer) const {
         if (queue.empty() || states.find("printer " + queue + " disabled") != std::string::npos) continue;
         return checkOf(printer, kName, CheckState::warning,
                        localizedFormat("the print queue %s is active and may take the printer", queue),
-                       "cupsdisable " + queue);
+                       "cupsdisable " + shellWord(queue));
     }
     return checkOf(printer, kName, CheckState::ok, localizedFormat("no active print queue prints on it"));
 }
@@ -199,7 +218,7 @@ Check Doctor::loader(const ExaminedPrinter& printer) const {
     }
     return checkOf(printer, kName, CheckState::problem,
                    localizedFormat("it is in its loader and waits for its firmware"),
-                   "zulctl update " + (printer.serial.empty() ? printer.key : printer.serial));
+                   updateCommand(printer.serial.empty() ? printer.key : printer.serial));
 }
 
 Check Doctor::ready(const ExaminedPrinter& printer) const {
@@ -216,8 +235,9 @@ Check Doctor::ready(const ExaminedPrinter& printer) const {
                        localizedFormat("Switch it off and on, then run: %s", "zulctl doctor"));
     }
     if (printer.isReady) return checkOf(printer, kName, CheckState::ok, *printer.status);
-    return checkOf(printer, kName, CheckState::problem, *printer.status,
-                   localizedFormat("Correct it at the printer, then run: %s", "zulctl status " + printer.key));
+    return checkOf(
+        printer, kName, CheckState::problem, *printer.status,
+        localizedFormat("Correct it at the printer, then run: %s", "zulctl status " + shellWord(printer.key)));
 }
 
 } // namespace zul

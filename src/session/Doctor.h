@@ -49,7 +49,8 @@ struct ExaminedPrinter {
     std::string node{}; // empty: an embedded printer
     std::uint16_t product = 0;
     std::vector<std::string> drivers{};
-    std::optional<std::string> status{}; // its status as a text; nullopt: it was not asked or did not answer
+    std::vector<std::string> driverNodes{}; // of the kernel's printer driver, while it was bound: "/dev/usb/lp0"
+    std::optional<std::string> status{};    // its status as a text; nullopt: it was not asked or did not answer
     bool isInLoader = false;
     bool isReady = false;
     bool isUsable = false;        // the session could open it
@@ -69,6 +70,8 @@ struct DoctorOptions {
                                                    "/usr/local/lib/udev/rules.d", "/usr/lib/udev/rules.d",
                                                    "/lib/udev/rules.d"};
     std::filesystem::path stateFolder{};
+    /// The folder that was named for this run, absolute: commands that update name it too. Empty: the installed one.
+    std::filesystem::path firmwareArchive{};
     LoginServiceOptions login{};
     bool areEmbedded = false; // embedded printers: what is about USB and the print service does not apply
     bool isRoot = false;
@@ -114,6 +117,7 @@ class Doctor {
     bool mayUse(const std::string& file) const;
     CommandResult run(const std::string& command) const;
     std::string installCommand() const;
+    std::string updateCommand(const std::string& printer) const;
 
     const DoctorOptions _options;
 };

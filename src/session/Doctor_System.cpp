@@ -6,6 +6,7 @@
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/ShellWord.h"
 #include "update/UpdateHistory.h"
 #include "usb/libusb/ProcessSearch.h"
 
@@ -32,13 +33,17 @@ std::string contentsOf(const fs::path& file) {
 bool coversOurPrinters(const fs::path& file) {
     std::istringstream lines(contentsOf(file));
     std::set<std::uint16_t> missing = productVendorIDs();
+    std::set<std::uint16_t> missingDrivers =
+        missing; // the nodes of the kernel's printer driver have lines of their own
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('#')) continue;
-        std::erase_if(missing, [&](std::uint16_t vendor) {
-            return line.find(formatted("ATTR{idVendor}==\"%.4x\"", unsigned{vendor})) != std::string::npos;
+        const bool isOfDriver = line.find("SUBSYSTEM==\"usbmisc\"") != std::string::npos;
+        std::erase_if(isOfDriver ? missingDrivers : missing, [&](std::uint16_t vendor) {
+            const char* const match = isOfDriver ? "ATTRS{idVendor}==\"%.4x\"" : "ATTR{idVendor}==\"%.4x\"";
+            return line.find(formatted(match, unsigned{vendor})) != std::string::npos;
         });
     }
-    return missing.empty();
+    return missing.empty() && missingDrivers.empty();
 }
 
 Check notApplicable(const char* name) {
@@ -78,7 +83,7 @@ Check Doctor::udevRule() const {
                 CheckState::problem,
                 localizedFormat("the udev rule %s is hidden by %s, which does not cover all printers", good->string(),
                                 found.front().string()),
-                formatted("sudo rm %s && %s", found.front().string(), kReload)};
+                formatted("sudo rm %s && %s", shellWord(found.front().string()), kReload)};
     }
     return {kName,
             {},
@@ -94,7 +99,7 @@ Check Doctor::stateFolder() const {
                 {},
                 CheckState::problem,
                 localizedFormat("there is no folder for the history of updates"),
-                "export HOME=/home/USER"};
+                "export HOME=\"$(getent passwd \"$(id -un)\" | cut -d: -f6)\""};
     }
     // The first update makes the folder: until then the one above it decides.
     fs::path folder = _options.stateFolder;
@@ -105,7 +110,7 @@ Check Doctor::stateFolder() const {
                 {},
                 CheckState::problem,
                 localizedFormat("%s is not a folder", folder.string()),
-                "mv " + folder.string() + " " + folder.string() + ".old"};
+                "mv " + shellWord(folder.string()) + " " + shellWord(folder.string() + ".old")};
     }
     for (const fs::path& file : {folder, _options.stateFolder / "history.sqlite"}) {
         if (!fs::exists(file, error) || mayUse(file.string())) continue;
@@ -113,7 +118,7 @@ Check Doctor::stateFolder() const {
                 {},
                 CheckState::problem,
                 localizedFormat("%s cannot be written: updates are not recorded", file.string()),
-                "sudo chown -R \"$USER\" " + folder.string()};
+                "sudo chown -R \"$USER\" " + shellWord(folder.string())};
     }
     return {kName, {}, CheckState::ok, localizedFormat("%s can be written", _options.stateFolder.string()), {}};
 }
@@ -162,7 +167,8 @@ std::vector<Check> Doctor::interruptedUpdates() const {
     UpdateHistory::Records found = _options.history->interrupted();
     std::erase_if(found.records, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
     if (!found.problem.empty()) {
-        return {{kName, {}, CheckState::problem, found.problem, "ls -l " + _options.history->file().string()}};
+        return {
+            {kName, {}, CheckState::problem, found.problem, "ls -l " + shellWord(_options.history->file().string())}};
     }
     if (found.records.empty()) {
         return {{kName, {}, CheckState::ok, localizedFormat("no update was interrupted"), {}}};
@@ -173,7 +179,7 @@ std::vector<Check> Doctor::interruptedUpdates() const {
         checks.push_back({kName, record.key, CheckState::problem,
                           localizedFormat("the update of %s %s at %s was interrupted on %s", record.model, called,
                                           record.place, localTimeText(record.begun)),
-                          "zulctl update " + called});
+                          updateCommand(called)});
     }
     return checks;
 }

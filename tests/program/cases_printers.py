@@ -3,6 +3,7 @@ import json
 import os
 import shutil
 import signal
+import subprocess
 import time
 
 from bench import case, expect, expect_equal
@@ -107,6 +108,35 @@ def _(bench):
     expect_equal(result.status, 0, "exit status")
     commands = [entry["command"] for entry in seen if entry["event"] == "command"]
     expect_equal(commands[-1], "MNT_WTCOUNTER_CLR", "the last command")
+
+
+@case("a command that a printer refuses is told in words; the code is in the log and in JSON alone")
+def _(bench):
+    printers = ("VK14,fault=stall@MNT_WTCOUNTER_CLR",)
+    result = bench.run("reset-counter", "A", "1", printers=printers)
+    expect_equal(result.status, 1, "exit status")
+    expect_equal(result.err, "zulctl: VK14 000001 (1-1) did not take the command: the printer refused the data. "
+                             "Switch it off and on, then try again.\n", "the problem")
+    log = bench.run("-v", "reset-counter", "A", "1", printers=printers).err
+    expect("Switch it off and on, then try again. (kIOUSBPipeStalled)" in log, log)
+    error = bench.run("--json", "reset-counter", "A", "1", printers=printers).json["error"]
+    expect_equal((error["exit"], error["code"]), (1, "kIOUSBPipeStalled"), "in JSON")
+    expect("kIO" not in error["message"], error["message"])
+
+
+@case("a bus that cannot be watched is told in words; the code is in the log alone")
+def _(bench):
+    def listed(*words):
+        # Too few files for the bus, and enough for what comes before it.
+        command = ["sh", "-c", 'ulimit -n 12; exec "$0" "$@"', bench.zulctl, *words, "list"]
+        result = subprocess.run(command, capture_output=True, text=True, env=bench.env, timeout=30)
+        expect_equal(result.returncode, 1, result.stdout + result.stderr)
+        return result.stderr
+
+    problem = listed()
+    expect(problem.startswith("zulctl: the USB bus cannot be watched. Close other programs"), problem)
+    expect("kIO" not in problem, problem)
+    expect("the USB bus cannot be watched: kIOReturn" in listed("-v"), "the code is in the log")
 
 
 @case("the USB serial number is switched on a model that has it and refused on one that has not")

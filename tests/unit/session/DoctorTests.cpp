@@ -18,8 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kRule = "70-zul-printer-utility.rules";
-constexpr const char* kBothVendors = "# a remark\nSUBSYSTEM==\"usb\", ATTR{idVendor}==\"2a71\", MODE=\"0664\"\n"
-                                     "SUBSYSTEM==\"usb\", ATTR{idVendor}==\"2b84\", MODE=\"0664\"\n";
+constexpr const char* kDevices = "# a remark\nSUBSYSTEM==\"usb\", ATTR{idVendor}==\"2a71\", MODE=\"0664\"\n"
+                                 "SUBSYSTEM==\"usb\", ATTR{idVendor}==\"2b84\", MODE=\"0664\"\n";
+constexpr const char* kDriverOfOne = "SUBSYSTEM==\"usbmisc\", KERNEL==\"lp[0-9]*\", ATTRS{idVendor}==\"2a71\"\n";
+constexpr const char* kDriverOfOther = "SUBSYSTEM==\"usbmisc\", KERNEL==\"lp[0-9]*\", ATTRS{idVendor}==\"2b84\"\n";
+const std::string kWholeRule = std::string(kDevices) + kDriverOfOne + kDriverOfOther;
 
 // A machine where all is well, for a test to change.
 struct Machine {
@@ -45,7 +48,7 @@ struct Machine {
         printer.isReady = printer.isUsable = true;
     }
     Doctor doctor() const { return Doctor(options); }
-    fs::path addRule(const char* folder, const std::string& contents = kBothVendors) const {
+    fs::path addRule(const char* folder, const std::string& contents = kWholeRule) const {
         return tree.folder.write(std::string(folder) + "/" + kRule, contents);
     }
 
@@ -97,6 +100,40 @@ TEST_CASE("a udev rule for one vendor only is a problem, and the remedy installs
     CHECK(check.state == CheckState::problem);
     CHECK(check.text.find("does not cover all printers") != std::string::npos);
     CHECK(check.remedy.starts_with("sudo install"));
+}
+
+TEST_CASE("a udev rule that leaves out the nodes of the kernel's printer driver does not cover all printers") {
+    Machine machine;
+    for (const std::string& rest : {std::string(), std::string(kDriverOfOne), std::string(kDriverOfOther)}) {
+        CAPTURE(rest);
+        machine.addRule("etc", kDevices + rest);
+        const Check check = machine.doctor().udevRule();
+        CHECK(check.state == CheckState::problem);
+        CHECK(check.text.find("does not cover all printers") != std::string::npos);
+        CHECK(check.remedy.starts_with("sudo install"));
+    }
+    machine.addRule("etc", std::string(kDriverOfOne) + kDriverOfOther); // and those alone are as little
+    CHECK(machine.doctor().udevRule().state == CheckState::problem);
+}
+
+TEST_CASE("the udev rule that comes with the program covers all printers") {
+    Machine machine;
+    fs::copy_file(ZUL_UDEV_RULE_FILE, machine.tree.folder / "etc" / kRule);
+    CHECK(machine.doctor().udevRule().state == CheckState::ok);
+}
+
+TEST_CASE("the right to the node of the kernel's printer driver, for as long as the driver has one") {
+    Machine machine;
+    const std::string node = machine.tree.addDriverNode("1-2.4:1.0", "lp3");
+    machine.printer.driverNodes = {node};
+    CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
+    machine.forbidden.insert(node);
+    const Check check = machine.doctor().nodeRights(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.starts_with("VK14 000001 (1-2.4): no right to open " + node));
+    CHECK(check.remedy == "sudo usermod -aG lp \"$USER\"");
+    fs::remove(node); // this program has the printer now
+    CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
 }
 
 TEST_CASE("the right to a printer's node") {
@@ -229,6 +266,47 @@ TEST_CASE("a printer in its loader is a problem that an update fixes") {
     CHECK(machine.doctor().loader(machine.printer).state == CheckState::unknown);
     machine.printer.isHeldElsewhere = machine.printer.isUsable = false;
     CHECK(machine.doctor().loader(machine.printer).state == CheckState::unknown);
+}
+
+TEST_CASE("the command that updates a printer names the firmware files of this run") {
+    Machine machine;
+    machine.printer.isInLoader = true;
+    machine.options.firmwareArchive = "/srv/firmware";
+    CHECK(machine.doctor().loader(machine.printer).remedy == "zulctl --firmware-archive /srv/firmware update 000001");
+    machine.options.firmwareArchive = "/srv/the vendor's files";
+    machine.printer.serial = "A 1";
+    CHECK(machine.doctor().loader(machine.printer).remedy ==
+          "zulctl --firmware-archive '/srv/the vendor'\\''s files' update 'A 1'");
+    UpdateHistory history({.folder = machine.options.stateFolder});
+    machine.options.history = &history;
+    ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
+    writer("cut-off one writing");
+    writer.kill();
+    REQUIRE(machine.doctor().interruptedUpdates().size() == 1);
+    CHECK(machine.doctor().interruptedUpdates().front().remedy ==
+          "zulctl --firmware-archive '/srv/the vendor'\\''s files' update one");
+}
+
+TEST_CASE("commands take names with blanks as one word, and nothing in a name is run") {
+    Machine machine;
+    const fs::path folder = machine.tree.folder / "a b;true";
+    fs::create_directories(folder);
+    const std::string quoted = "'" + folder.string() + "'";
+    machine.options.stateFolder = folder;
+    machine.forbidden.insert(folder.string());
+    CHECK(machine.doctor().stateFolder().remedy == "sudo chown -R \"$USER\" " + quoted);
+    machine.options.stateFolder = machine.tree.folder.write("a file", "");
+    const std::string file = machine.options.stateFolder.string();
+    CHECK(machine.doctor().stateFolder().remedy == "mv '" + file + "' '" + file + ".old'");
+    machine.options.stateFolder.clear();
+    CHECK(machine.doctor().stateFolder().remedy == "export HOME=\"$(getent passwd \"$(id -un)\" | cut -d: -f6)\"");
+    machine.addRule("lib");
+    machine.options.ruleFolders = {folder, machine.tree.folder / "lib"};
+    std::ofstream(folder / kRule) << "# switched off\n";
+    CHECK(machine.doctor().udevRule().remedy ==
+          "sudo rm '" + (folder / kRule).string() + "' && sudo udevadm control --reload");
+    machine.devices = {.status = 0, .output = "device for photos&: usb://ZUL/VK14?serial=000001\n"};
+    CHECK(machine.doctor().printQueue(machine.printer).remedy == "cupsdisable 'photos&'");
 }
 
 TEST_CASE("an update that was cut off is a problem until it is completed, and one that runs is none") {
