@@ -15,6 +15,7 @@ target_compile_definitions(unit_tests PRIVATE
   ZUL_HISTORY_WRITER="$<TARGET_FILE:history_writer>")
 target_sources(unit_tests PRIVATE
   update/HistoryTroubleTests.cpp
+  update/ImageDoubtTests.cpp
   update/LockAnswerTests.cpp
   update/MonitorTests.cpp
   update/PrinterLocksTests.cpp
