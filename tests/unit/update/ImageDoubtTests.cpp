@@ -1,6 +1,8 @@
-// When it is not known whether a printer has the image.
+// When it is not known whether a printer has the image, and what follows from that for its operator and the verdict.
+#include "archive/ProductTable.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <doctest/doctest.h>
 
@@ -81,4 +83,20 @@ TEST_CASE("a second image is in doubt by itself, whatever the first one came to"
     update.image();
     update.restart();
     CHECK_FALSE(update.state().isImageInDoubt());
+}
+
+TEST_CASE("an update that is followed from its tables on had its image before, and its version decides") {
+    const UpdateExpectation expected = expectationFor(kProductVK14);
+    for (const char* version : {"VK14 01.61", "VK14 01.60"}) {
+        CAPTURE(version);
+        Followed update;
+        update.monitor.beginUpdate({.key = "key", .offeredVersion = "VK14 01.61", .tables = 2});
+        update.tables(2);
+        update.finish();
+        CHECK(judgeByFacts(update.state(), expected) == UpdateResult::versionUnread);
+        update.version(version);
+        const bool isOffered = version == expected.version;
+        CHECK(judgeByFacts(update.state(), expected) ==
+              (isOffered ? UpdateResult::succeeded : UpdateResult::otherVersion));
+    }
 }
