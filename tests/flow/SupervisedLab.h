@@ -80,12 +80,17 @@ class SupervisedLab : public Lab, public UpdateObserver {
     void updateDidEnd(const std::string& key) override { ends.push_back(supervisor.updates().at(key).verdict.result); }
 
     void noteDidArise(const std::string& text) override { notes.push_back(text); }
-    /// The newest record of the history; a new one if there is none.
-    UpdateRecord newestRecord() {
+    /// The records of the history, the newest first.
+    std::vector<UpdateRecord> records() {
         recorder.flush();
         auto found = UpdateHistory({.folder = stateFolder.path}).records({});
         CHECK(found.problem == "");
-        return found.records.empty() ? UpdateRecord{} : found.records.front();
+        return std::move(found.records);
+    }
+    /// The newest record of the history; a new one if there is none.
+    UpdateRecord newestRecord() {
+        const auto found = records();
+        return found.empty() ? UpdateRecord{} : found.front();
     }
 
     TemporaryFolder stateFolder;
