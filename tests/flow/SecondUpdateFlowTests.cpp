@@ -107,6 +107,7 @@ TEST_CASE("a printer that is found in its loader after a successful update is ju
     CHECK(lab.update().state.phase == UpdatePhase::writing);
     CHECK(lab.update().state.tablesWritten == 0);
     CHECK_FALSE(lab.update().state.previousVersion == "VK14 01.60");
+    CHECK(lab.kept.at(lab.printer()->locationNumber()));
     lab.rest(10min);
     CHECK(lab.ends == Results{UpdateResult::succeeded, expected});
     CHECK_FALSE(lab.update().verdict.isCorrected);
