@@ -32,7 +32,8 @@ class SupervisedLab : public Lab, public UpdateObserver {
                       .seesArrivals = [this] { return areArrivalsSeen; },
                       .locks = &locks,
                       .recorder = hasHistory ? &recorder : nullptr,
-                      .archive = &archive},
+                      .archive = &archive,
+                      .keepAwake = [this](bool isUnderWay) { isKeptAwake = isUnderWay; }},
                      {}) {
         recorder.setProblemHandler([this](const std::string& text) { notes.push_back(text); });
         supervisor.setObserver(this);
@@ -100,6 +101,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
     UpdateSupervisor supervisor;
     std::map<std::uint32_t, bool> kept; // by location
     bool areArrivalsSeen = true;
+    bool isKeptAwake = false; // the machine
     int changes = 0;
     std::vector<std::string> notes;
     std::vector<UpdateResult> ends; // every verdict, in order
