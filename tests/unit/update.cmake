@@ -19,7 +19,9 @@ target_sources(unit_tests PRIVATE
   update/LockAnswerTests.cpp
   update/MonitorTests.cpp
   update/PrinterLocksTests.cpp
+  update/RecorderCourseTests.cpp
   update/RecorderTests.cpp
   update/TextsTests.cpp
   update/UpdateHistoryTests.cpp
-  update/VerdictTests.cpp)
+  update/VerdictTests.cpp
+  update/VerdictTextsTests.cpp)
