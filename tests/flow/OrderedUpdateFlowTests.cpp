@@ -100,6 +100,31 @@ TEST_CASE("a printer that has its image and does not answer is not back, whateve
     CHECK(lab.ends.front() == UpdateResult::notBack);
 }
 
+TEST_CASE("only a stalled printer that has taken its image may be sent a second one") {
+    std::string faults;
+    UpdatePhase phase = UpdatePhase::checking;
+    bool mayGetImage = false;
+    SUBCASE("not one whose loader does not answer") {
+        faults = silences("STATUS", 4, 60);
+        phase = UpdatePhase::loaderBack;
+    }
+    SUBCASE("one that is back and does not answer") {
+        faults = silences("STATUS", 6, 60) + silences("FVER", 3, 20);
+        phase = UpdatePhase::restarted;
+        mayGetImage = true;
+    }
+    SupervisedLab lab;
+    lab.startWithVK14(faults.substr(1));
+    lab.beginUpdate();
+    const std::string key = lab.update().state.key;
+    advanceTo(lab, phase);
+    CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
+    lab.rest(90s);
+    CHECK(lab.update().state.phase == phase);
+    CHECK(lab.update().isStalled);
+    CHECK(lab.supervisor.mayGetSecondImage(key) == mayGetImage);
+}
+
 // ---- followed again -------------------------------------------------------------------------------------------------
 
 TEST_CASE("a printer that comes back after its update was given up is reserved and kept again until the end") {

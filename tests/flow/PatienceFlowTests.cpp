@@ -146,6 +146,32 @@ TEST_CASE("the machine is kept awake from the order to the end, and not for an u
     CHECK_FALSE(lab.isKeptAwake);
 }
 
+TEST_CASE("the progress of all updates, and what a stop must wait for, leave out what has ended or was dismissed") {
+    SupervisedLab lab;
+    lab.supervisor.setSettings({.giveUpAfter = 10min});
+    lab.startWithVK14("fault=never-back@FLASH_REWRITE");
+    CHECK(lab.supervisor.progress() == 1);
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    const double atBeginning = lab.supervisor.progress();
+    CHECK(atBeginning < 0.5);
+    CHECK_FALSE(lab.supervisor.isAnyBetweenCommands()); // nothing is sent yet
+    lab.agree();
+    REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
+    lab.rest(2min);
+    CHECK(lab.supervisor.isAnyBetweenCommands());
+    CHECK(lab.supervisor.progress() > atBeginning);
+    CHECK(lab.supervisor.progress() < 1);
+    lab.supervisor.dismiss(lab.update().state.key);
+    CHECK(lab.supervisor.progress() == 1);
+    CHECK(lab.supervisor.isAnyBetweenCommands()); // hidden, but the printer still needs the rest
+    lab.rest(20min);
+    REQUIRE(lab.result() == UpdateResult::notBack);
+    CHECK(lab.update().state.mustNotBeStopped());
+    CHECK_FALSE(lab.supervisor.isAnyBetweenCommands());
+    CHECK(lab.supervisor.progress() == 1);
+}
+
 // ---- the end --------------------------------------------------------------------------------------------------------
 
 TEST_CASE("a refused image is not judged before its loader was asked") {

@@ -105,9 +105,32 @@ TEST_CASE("a second start shows a dismissed update again, reserves its printer a
     lab.supervisor.begin(lab.printer(), Equal::install);
     CHECK_FALSE(lab.update().isDismissed);
     CHECK_FALSE(lab.update().isStalled);
-    CHECK(lab.locks.ask(key));
+    const auto answer = lab.locks.ask(key);
+    REQUIRE(answer);
+    CHECK(answer->phase == "programming");
     CHECK_FALSE(lab.supervisor.reasonAgainst(key).empty());
     CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
+}
+
+TEST_CASE("a second start of an update that is shown keeps its printer reserved") {
+    SupervisedLab lab;
+    stallWhileProgramming(lab);
+    const std::string key = lab.update().state.key;
+    REQUIRE(lab.locks.ask(key));
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    CHECK(lab.locks.ask(key));
+    CHECK(lab.notes.empty());
+}
+
+TEST_CASE("a printer that cannot be reserved is updated all the same, and its operator reads why, once") {
+    SupervisedLab lab(Lab::sampleArchive(), /*hasHistory=*/true, std::string(200, 'n')); // no lock has such a name
+    lab.startWithVK14();
+    lab.beginUpdate();
+    lab.rest();
+    CHECK(lab.result() == UpdateResult::succeeded);
+    REQUIRE(lab.notes.size() == 1);
+    CHECK(lab.notes.front().starts_with("The printer cannot be reserved for this program"));
 }
 
 // ---- reports --------------------------------------------------------------------------------------------------------

@@ -21,9 +21,10 @@ class SupervisedLab : public Lab, public UpdateObserver {
         return "zul-flow-" + std::to_string(::getpid()) + '-' + std::to_string(++count);
     }
 
-    /// hasHistory: whether updates are recorded, which takes the disk's time.
-    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive(), bool hasHistory = true)
-        : Lab(archiveFolder),
+    /// hasHistory: whether updates are recorded, which takes the disk's time. lockNames: the locks' name space.
+    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive(), bool hasHistory = true,
+                           std::string lockNames = freshNameSpace())
+        : Lab(archiveFolder), nameSpace(std::move(lockNames)),
           supervisor({.mainQueue = mainQueue,
                       .clock = clock,
                       .alerts = operatorDesk,
@@ -95,7 +96,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
     }
 
     TemporaryFolder stateFolder;
-    std::string nameSpace = freshNameSpace();
+    const std::string nameSpace;
     PrinterLocks locks{{.program = "flow_tests", .nameSpace = nameSpace}};
     UpdateRecorder recorder{mainQueue, clock, {.folder = stateFolder.path}, "flow_tests", "1.0"};
     UpdateSupervisor supervisor;

@@ -123,6 +123,7 @@ TEST_CASE("an update without an end has not failed, and one in which nothing was
 TEST_CASE("a history that cannot be written at the end of an update is reported once, whatever else follows") {
     Recording update;
     update.recorder.begin("one", {}, {});
+    update.recorder.noteState(update.state);
     update.settle();
     REQUIRE(update.problems.empty());
     std::filesystem::remove_all(update.folder / "history.sqlite");
