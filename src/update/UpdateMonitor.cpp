@@ -195,6 +195,12 @@ struct UpdateMonitor::Visitor {
 
     bool operator()(const events::TableBegun& table) {
         enter(UpdatePhase::colorTables);
+        // Only a printer that was sent an image gets tables: it was sent before anybody followed this update. The
+        // version shows whether it was taken.
+        if (state.image == ImageState::notSent) {
+            state.image = ImageState::unconfirmed;
+            state.isWholeImageSent = true;
+        }
         if (table.number == 1) { // they are all written anew
             state.tablesWritten = 0;
             state.tableFacts.clear();

@@ -21,9 +21,10 @@ class SupervisedLab : public Lab, public UpdateObserver {
         return "zul-flow-" + std::to_string(::getpid()) + '-' + std::to_string(++count);
     }
 
-    /// hasHistory: whether updates are recorded, which takes the disk's time.
-    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive(), bool hasHistory = true)
-        : Lab(archiveFolder),
+    /// hasHistory: whether updates are recorded, which takes the disk's time. lockNames: the locks' name space.
+    explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive(), bool hasHistory = true,
+                           std::string lockNames = freshNameSpace())
+        : Lab(archiveFolder), nameSpace(std::move(lockNames)),
           supervisor({.mainQueue = mainQueue,
                       .clock = clock,
                       .alerts = operatorDesk,
@@ -32,7 +33,8 @@ class SupervisedLab : public Lab, public UpdateObserver {
                       .seesArrivals = [this] { return areArrivalsSeen; },
                       .locks = &locks,
                       .recorder = hasHistory ? &recorder : nullptr,
-                      .archive = &archive},
+                      .archive = &archive,
+                      .keepAwake = [this](bool isUnderWay) { isKeptAwake = isUnderWay; }},
                      {}) {
         recorder.setProblemHandler([this](const std::string& text) { notes.push_back(text); });
         supervisor.setObserver(this);
@@ -80,21 +82,27 @@ class SupervisedLab : public Lab, public UpdateObserver {
     void updateDidEnd(const std::string& key) override { ends.push_back(supervisor.updates().at(key).verdict.result); }
 
     void noteDidArise(const std::string& text) override { notes.push_back(text); }
-    /// The newest record of the history; a new one if there is none.
-    UpdateRecord newestRecord() {
+    /// The records of the history, the newest first.
+    std::vector<UpdateRecord> records() {
         recorder.flush();
         auto found = UpdateHistory({.folder = stateFolder.path}).records({});
         CHECK(found.problem == "");
-        return found.records.empty() ? UpdateRecord{} : found.records.front();
+        return std::move(found.records);
+    }
+    /// The newest record of the history; a new one if there is none.
+    UpdateRecord newestRecord() {
+        const auto found = records();
+        return found.empty() ? UpdateRecord{} : found.front();
     }
 
     TemporaryFolder stateFolder;
-    std::string nameSpace = freshNameSpace();
+    const std::string nameSpace;
     PrinterLocks locks{{.program = "flow_tests", .nameSpace = nameSpace}};
     UpdateRecorder recorder{mainQueue, clock, {.folder = stateFolder.path}, "flow_tests", "1.0"};
     UpdateSupervisor supervisor;
     std::map<std::uint32_t, bool> kept; // by location
     bool areArrivalsSeen = true;
+    bool isKeptAwake = false; // the machine
     int changes = 0;
     std::vector<std::string> notes;
     std::vector<UpdateResult> ends; // every verdict, in order

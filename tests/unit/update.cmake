@@ -15,10 +15,13 @@ target_compile_definitions(unit_tests PRIVATE
   ZUL_HISTORY_WRITER="$<TARGET_FILE:history_writer>")
 target_sources(unit_tests PRIVATE
   update/HistoryTroubleTests.cpp
+  update/ImageDoubtTests.cpp
   update/LockAnswerTests.cpp
   update/MonitorTests.cpp
   update/PrinterLocksTests.cpp
+  update/RecorderCourseTests.cpp
   update/RecorderTests.cpp
   update/TextsTests.cpp
   update/UpdateHistoryTests.cpp
-  update/VerdictTests.cpp)
+  update/VerdictTests.cpp
+  update/VerdictTextsTests.cpp)

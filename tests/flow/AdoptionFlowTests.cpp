@@ -1,0 +1,113 @@
+// Updates that nobody has begun with the program's action: a printer that is found in its loader, and one that goes on
+// after its update was forgotten. They are reserved, recorded and watched like any other.
+#include "SupervisedLab.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Results = std::vector<UpdateResult>;
+
+// A printer that is attached for the second time is known, and its loader is reported.
+void startWithKnownLoader(SupervisedLab& lab, const std::string& settings = {}) {
+    lab.startWithVK14("mode=loader" + settings);
+    lab.bus.unplug(0);
+    lab.rest();
+    lab.bus.plug(0);
+    lab.rest();
+    REQUIRE(lab.operatorDesk.title() == "Attention:");
+    REQUIRE(lab.operatorDesk.buttons() == std::vector<std::string>{"Ignore", "Update Firmware"});
+    lab.forgetWire();
+}
+
+} // namespace
+
+TEST_CASE("a loader that the operator ignores is no update") {
+    SupervisedLab lab;
+    startWithKnownLoader(lab);
+    REQUIRE(lab.operatorDesk.press("Ignore"));
+    lab.rest();
+    CHECK(lab.supervisor.updates().empty());
+    CHECK(lab.newestRecord().id == 0);
+    CHECK_FALSE(lab.locks.ask(lab.printer()->keyUSBdevice()));
+    CHECK(lab.wire().empty());
+}
+
+TEST_CASE("a printer that is found in its loader gets its image when the record of its update is on the disk") {
+    SupervisedLab lab;
+    startWithKnownLoader(lab);
+    const std::string key = lab.printer()->keyUSBdevice();
+    const auto isImageOnItsWay = [&] { return lab.logged("device is in firmware update mode ... uploading firmware"); };
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    CHECK_FALSE(isImageOnItsWay());
+    CHECK(lab.update().state.key == key);
+    CHECK(lab.changes > 0);
+    CHECK(lab.locks.ask(key));
+    CHECK(lab.newestRecord().key == key);
+    lab.rest(100ms);
+    CHECK(isImageOnItsWay());
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::succeeded});
+    CHECK(lab.records().size() == 1);
+}
+
+TEST_CASE("a printer that was found in its loader is watched with what past updates of its model took") {
+    SupervisedLab lab;
+    UpdateHistory history({.folder = lab.stateFolder.path});
+    for (int count = 0; count < 3; ++count) {
+        const auto begun = history.begin({.begun = 1, .key = "other", .model = "VK14"});
+        CHECK(history.addPhase(begun.id, {.name = "restarting", .begun = 2, .duration = 100000}) == "");
+        CHECK(history.complete(begun.id, {.given = 3, .verdict = "succeeded", .isSuccess = true}) == "");
+    }
+    startWithKnownLoader(lab, ",fault=never-back@FLASH_PROGRAM");
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.rest(150s); // longer than the table's two minutes
+    CHECK(lab.update().state.phase == UpdatePhase::restarting);
+    CHECK_FALSE(lab.update().isStalled);
+    lab.rest(100s);
+    CHECK(lab.update().isStalled);
+    CHECK(lab.update().advice.starts_with("The printer has not come back with the new firmware."));
+}
+
+TEST_CASE("a printer that goes on after its update was forgotten is reserved and recorded while it does") {
+    SupervisedLab lab;
+    lab.supervisor.setSettings({.giveUpAfter = 5min});
+    lab.startWithVK14("fault=never-back@FLASH_PROGRAM,fault=silence@TBL_RDVersion#3");
+    const std::string key = lab.printer()->keyUSBdevice();
+    lab.beginUpdate();
+    lab.rest();
+    REQUIRE(lab.result() == UpdateResult::notBack);
+    lab.supervisor.dismiss(key);
+    REQUIRE_FALSE(lab.locks.ask(key));
+    lab.bus.plug(0);
+    for (int step = 0; step < 1000 && lab.supervisor.updates().empty(); ++step) lab.advance(10ms);
+    CHECK(lab.update().state.phase == UpdatePhase::colorTables);
+    CHECK(lab.update().isOpen());
+    CHECK(lab.locks.ask(key));
+    CHECK(lab.kept.at(lab.printer()->locationNumber()));
+    CHECK(lab.records().size() == 2);
+    CHECK(lab.newestRecord().verdicts.empty());
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::notBack, UpdateResult::succeeded});
+    CHECK(lab.newestRecord().verdicts.size() == 1);
+}
+
+TEST_CASE("a printer that is attached again after its update is no new update") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    const std::string key = lab.printer()->keyUSBdevice();
+    lab.beginUpdate();
+    lab.rest();
+    REQUIRE(lab.operatorDesk.press("Finish"));
+    lab.supervisor.dismiss(key);
+    lab.bus.unplug(0);
+    lab.rest();
+    lab.bus.plug(0);
+    lab.rest();
+    CHECK(lab.rows() == 1);
+    CHECK(lab.supervisor.updates().empty());
+    CHECK(lab.records().size() == 1);
+}

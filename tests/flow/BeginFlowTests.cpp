@@ -1,0 +1,206 @@
+// Between the operator's click and the first command: what is asked, what may change meanwhile, and who is named.
+#include "SupervisedLab.h"
+
+#include "unit/update/ChildProcess.h"
+
+#include <doctest/doctest.h>
+
+using namespace zul;
+using namespace zul::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Equal = UpdateSupervisor::Equal;
+using Results = std::vector<UpdateResult>;
+
+// Its questions at the arrival are over, and it has reported no status: the second question is the repetition.
+const std::string kNoStatusYet = "fault=silence@STATUS,fault=silence@STATUS#2";
+
+bool isAskedFor(const Lab& lab, const char* command) {
+    return std::ranges::count(lab.wire(), std::string(command)) > 0;
+}
+
+} // namespace
+
+// ---- the printer's own status ---------------------------------------------------------------------------------------
+
+TEST_CASE("a printer that has reported no status is asked for it, and its update begins with the answer") {
+    SupervisedLab lab;
+    lab.startWithVK14(kNoStatusYet);
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    CHECK(lab.operatorDesk.waiting() == 0);
+    lab.rest(1s);
+    CHECK(isAskedFor(lab, "STATUS"));
+    CHECK(lab.operatorDesk.title() == "Attention:");
+    CHECK(lab.update().isOpen());
+}
+
+TEST_CASE("an update that is stopped while its printer is asked for its status does not begin with the answer") {
+    SupervisedLab lab;
+    lab.startWithVK14(kNoStatusYet);
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.supervisor.requestStop();
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::stopped});
+    CHECK(lab.operatorDesk.waiting() == 0);
+    CHECK(lab.records().size() == 1);
+}
+
+TEST_CASE("a printer that leaves while it is asked for its status has left, and is not called silent") {
+    SupervisedLab lab;
+    lab.startWithVK14(kNoStatusYet + ",fault=silence@STATUS#3");
+    const auto printer = lab.printer();
+    lab.supervisor.begin(printer, Equal::install);
+    lab.advance(1s);
+    lab.bus.unplug(0);
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::left});
+    CHECK(lab.operatorDesk.waiting() == 0);
+}
+
+TEST_CASE("a printer that another program holds when it is asked for its status is busy, with that program") {
+    SupervisedLab lab;
+    lab.startWithVK14(kNoStatusYet);
+    lab.bus.setHeldByOther(0, true);
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1min);
+    CHECK(lab.result() == UpdateResult::busy);
+    REQUIRE(lab.update().verdict.holder);
+    CHECK(lab.update().verdict.holder->program == "another program");
+    CHECK(lab.update().verdict.isUntouched());
+    CHECK(lab.operatorDesk.waiting() == 0);
+}
+
+TEST_CASE("a printer without a device ID cannot be asked, and is reported as one that could not be opened") {
+    SupervisedLab lab;
+    lab.startWithVK14("id1284=off," + kNoStatusYet);
+    REQUIRE_FALSE(lab.printer()->printerCommandQueue());
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    REQUIRE(lab.operatorDesk.title() == "Printer Error");
+    REQUIRE(lab.operatorDesk.press("Cancel"));
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::notOpened});
+    CHECK(lab.update().verdict.isUntouched());
+}
+
+// ---- while the record is stored -------------------------------------------------------------------------------------
+
+TEST_CASE("an update that is stopped before its record is stored does not begin when it is") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.supervisor.requestStop();
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::stopped});
+    CHECK(lab.operatorDesk.waiting() == 0);
+    CHECK(lab.newestRecord().verdicts.at(0).verdict == "stopped");
+}
+
+TEST_CASE("a printer that leaves before its record is stored has left, and nobody is asked about it") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.bus.unplug(0);
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::left});
+    CHECK(lab.operatorDesk.waiting() == 0);
+    CHECK(lab.update().advice == "Start the update again.");
+}
+
+TEST_CASE("the record of a printer that does not answer for its serial number has none") {
+    SupervisedLab lab;
+    lab.startWithVK14("fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2");
+    REQUIRE(lab.fact(HOLVEN_TBPrinterSerialNumber) == "NULL");
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    CHECK(lab.newestRecord().model == "VK14");
+    CHECK(lab.newestRecord().serial.empty());
+}
+
+// ---- up to date or not ----------------------------------------------------------------------------------------------
+
+TEST_CASE("a printer with the available tables and other firmware is not up to date") {
+    SupervisedLab lab;
+    lab.startWithVK14("firmware=VK14 01.60,tables=0161");
+    CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
+}
+
+TEST_CASE("only a table's version shows that a table is another one") {
+    SupervisedLab lab;
+    lab.startWithVK14("firmware=VK14 01.61,tables=0161");
+    const auto facts = lab.printer()->deviceInfoDict();
+    const std::string key = HOLVEN_TBPrinterColorTableVersion;
+    for (const char* unclear : {"NULL", "", "01610"}) {
+        CAPTURE(unclear);
+        facts->setString(key, unclear);
+        CHECK(lab.supervisor.isUpToDate(*lab.printer()));
+    }
+    facts->setString(key, "0160");
+    CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
+}
+
+// ---- questions that wait --------------------------------------------------------------------------------------------
+
+TEST_CASE("the report of the update before, answered late, does not end the wait for a later question's answer") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    lab.beginUpdate();
+    lab.rest();
+    REQUIRE(lab.operatorDesk.title() == "Firmware update was successful!");
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    REQUIRE(lab.operatorDesk.waiting() == 2);
+    REQUIRE(lab.operatorDesk.press("Finish"));
+    CHECK(lab.operatorDesk.title() == "Attention:");
+    CHECK(lab.update().isAsking);
+    lab.rest(10min);
+    CHECK_FALSE(lab.update().isStalled);
+    lab.agree();
+    CHECK_FALSE(lab.operatorDesk.title() == "Attention:");
+}
+
+// ---- the printer at another place -----------------------------------------------------------------------------------
+
+TEST_CASE("another printer is not taken for the one that is waited for") {
+    std::string waitedFor = "fault=never-back@FLASH_REWRITE";
+    std::string other;
+    bool isTheSame = false;
+    SUBCASE("unless it has its serial number") {
+        other = "VK14,location=1-2,serial=000001";
+        isTheSame = true;
+    }
+    SUBCASE("when it has another serial number") {
+        other = "VK14,location=1-2,serial=000002";
+    }
+    SUBCASE("when it is of another model") {
+        other = "VK18,location=1-2,serial=000001";
+    }
+    SUBCASE("when neither has answered for its serial number") {
+        const std::string unknown = ",usb-serial=off,fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2";
+        waitedFor += unknown;
+        other = "VK14,location=1-2" + unknown;
+    }
+    SupervisedLab lab;
+    lab.attach("VK14,location=1-1," + waitedFor);
+    lab.start();
+    lab.beginUpdate();
+    lab.rest(10s);
+    REQUIRE_FALSE(lab.update().state.isAttached);
+    lab.attach(other);
+    lab.rest(40s);
+    CHECK(lab.update().cameBackAt == (isTheSame ? "1-2" : ""));
+    CHECK(lab.update().advice.empty() != isTheSame);
+}
+
+TEST_CASE("a printer that is there has not come back elsewhere, whatever the serial number of another one is") {
+    SupervisedLab lab;
+    lab.startWithVK14("location=1-1,restart=1000,program=60000");
+    lab.beginUpdate();
+    while (lab.update().state.phase != UpdatePhase::programming) lab.advance(100ms);
+    lab.attach("VK14,location=1-2,serial=000001");
+    lab.rest(10s);
+    CHECK(lab.update().state.phase == UpdatePhase::programming);
+    CHECK(lab.update().cameBackAt.empty());
+}
