@@ -47,7 +47,7 @@ TEST_CASE("a loader that another program holds is waited for, and may be dismiss
     lab.advance(10s);
     CHECK(lab.update().isWaiting);
     CHECK_FALSE(lab.update().mayBeDismissed);
-    CHECK(lab.update().advice.starts_with("Close the other program or wait until it has finished."));
+    CHECK(lab.update().advice.starts_with("Close that program or wait until it has finished."));
     lab.advance(3min);
     CHECK(lab.update().isWaiting);
     CHECK_FALSE(lab.update().isStalled); // it is not the printer that is silent
