@@ -136,6 +136,8 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     std::optional<Data> interfaceReadDataOfSize(std::uint32_t size) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Result of the last bulk write, for whoever watches. Any thread.
     IOReturn writeStatus() const { return _writeStatus; }
+    /// Result of the last open of the interface; success before the first. Any thread.
+    IOReturn openStatus() const { return _openStatus; }
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;
@@ -333,6 +335,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     IOReturn _USBReadStatus = kIOReturnSuccess;
     std::atomic<IOReturn> _readStatus{kIOReturnSuccess};
     std::atomic<IOReturn> _writeStatus{kIOReturnSuccess};
+    std::atomic<IOReturn> _openStatus{kIOReturnSuccess};
 
     std::atomic<bool> _released{false};
 

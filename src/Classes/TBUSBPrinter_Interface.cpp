@@ -30,6 +30,7 @@ IOReturn TBUSBPrinter::openInterface() {
     _interfaceStatus = kTBPrinterOpening;
     setState(kTBPrinterOpening);
     const IOReturn code = _iInterface ? _iInterface->USBInterfaceOpenSeize() : kIOReturnNoDevice;
+    _openStatus.store(code); // before anybody learns of the end of the open
     finishOpen(code);
     events::Opened opened{.code = code};
     if (code == kIOReturnExclusiveAccess) opened.holder = _iInterface->holder();

@@ -31,7 +31,8 @@ ExaminedPrinter examinedOf(const AttachedPrinter& attached) {
             .model = model,
             .node = attached.node,
             .product = attached.product,
-            .drivers = attached.drivers};
+            .drivers = attached.drivers,
+            .driverNodes = attached.driverNodes};
 }
 
 void addSessionsView(ExaminedPrinter& examined, TBUSBPrinterZUL& printer) {
@@ -44,7 +45,7 @@ void addSessionsView(ExaminedPrinter& examined, TBUSBPrinterZUL& printer) {
     examined.status = printer.printerStatus();
     examined.isInLoader = examined.status == textForStatus(kLoaderStatus);
     examined.isReady = examined.status == textForStatus(kReadyStatus);
-    examined.isUsable = true;
+    examined.isUsable = printer.openStatus() != kIOReturnNotPrivileged; // it has not been asked anything then
     examined.isHeldElsewhere = printer.ownership() == Ownership::otherProgram;
 }
 

@@ -43,7 +43,7 @@ void reportOpenFailure(Program& program, const Program::Printer& printer, IORetu
                    program.session.supervisor.holder(printer->keyUSBdevice()).value_or(InterfaceHolder{}));
         return;
     }
-    reportFailure(program, openFailureText(nameOf(*printer), code), code);
+    reportFailure(program, openFailureText(*printer, code), code);
 }
 
 // What changes a printer is not done beside another of our programs that changes it. The lock is kept until this
@@ -130,6 +130,8 @@ void runInfo(Program& program) {
         program.quit(status);
         return;
     }
+    // Whoever reads that little is known must also read why.
+    if (const std::string text = missingRightText(*printer); !text.empty()) program.output.note(text);
     json facts = factsOf(*printer);
     facts.update(conditionOf(program.session.supervisor, *printer));
     if (program.output.isJson()) {

@@ -50,6 +50,22 @@ std::vector<std::string> driversOf(const fs::path& devices, const std::string& l
 
 } // namespace
 
+std::vector<std::string> printerDriverNodes(const SystemFolders& folders, const std::string& location) {
+    std::vector<std::string> nodes;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(folders.sys) / "bus/usb/devices", error)) {
+        if (!entry.path().filename().string().starts_with(location + ":")) continue;
+        for (const char* const kind : {"usbmisc", "usb"}) { // the second as older kernels call it
+            for (const fs::directory_entry& node : fs::directory_iterator(entry.path() / kind, error)) {
+                const std::string name = node.path().filename().string();
+                if (name.starts_with("lp")) nodes.push_back(folders.dev + "/usb/" + name);
+            }
+        }
+    }
+    std::ranges::sort(nodes);
+    return nodes;
+}
+
 std::vector<AttachedPrinter> attachedPrinters(const SystemFolders& folders) {
     std::vector<AttachedPrinter> printers;
     const fs::path devices = fs::path(folders.sys) / "bus/usb/devices";
@@ -72,7 +88,8 @@ std::vector<AttachedPrinter> attachedPrinters(const SystemFolders& folders) {
                             .node = folders.dev + formatted("/bus/usb/%.3u/%.3u", *bus, *address),
                             .vendor = device.vendor,
                             .product = device.product,
-                            .drivers = driversOf(devices, location)});
+                            .drivers = driversOf(devices, location),
+                            .driverNodes = printerDriverNodes(folders, location)});
     }
     std::ranges::sort(printers, {}, &AttachedPrinter::location);
     return printers;

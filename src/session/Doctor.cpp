@@ -126,11 +126,22 @@ std::vector<Check> Doctor::examine(const std::vector<ExaminedPrinter>& printers)
 Check Doctor::nodeRights(const ExaminedPrinter& printer) const {
     constexpr const char* kName = "node-rights";
     if (printer.node.empty()) return notApplicable(printer, kName);
-    if (mayUse(printer.node)) {
-        return checkOf(printer, kName, CheckState::ok, localizedFormat("%s may be used", printer.node));
+    constexpr const char* kJoin = "sudo usermod -aG lp \"$USER\"";
+    if (!mayUse(printer.node)) {
+        return checkOf(printer, kName, CheckState::problem, localizedFormat("no right to open %s", printer.node),
+                       kJoin);
     }
-    return checkOf(printer, kName, CheckState::problem, localizedFormat("no right to open %s", printer.node),
-                   "sudo usermod -aG lp \"$USER\"");
+    for (const std::string& node : printer.driverNodes) {
+        std::error_code error;
+        // The driver's node goes while this program has the printer; what has gone needs no right.
+        if (mayUse(node) || !std::filesystem::exists(node, error)) continue;
+        return checkOf(printer, kName, CheckState::problem,
+                       localizedFormat("no right to open %s, where the kernel's printer driver shows whether a job is "
+                                       "printed: the printer is left alone",
+                                       node),
+                       kJoin);
+    }
+    return checkOf(printer, kName, CheckState::ok, localizedFormat("%s may be used", printer.node));
 }
 
 Check Doctor::holder(const ExaminedPrinter& printer) const {

@@ -49,7 +49,8 @@ struct ExaminedPrinter {
     std::string node{}; // empty: an embedded printer
     std::uint16_t product = 0;
     std::vector<std::string> drivers{};
-    std::optional<std::string> status{}; // its status as a text; nullopt: it was not asked or did not answer
+    std::vector<std::string> driverNodes{}; // of the kernel's printer driver, while it was bound: "/dev/usb/lp0"
+    std::optional<std::string> status{};    // its status as a text; nullopt: it was not asked or did not answer
     bool isInLoader = false;
     bool isReady = false;
     bool isUsable = false;        // the session could open it

@@ -32,13 +32,17 @@ std::string contentsOf(const fs::path& file) {
 bool coversOurPrinters(const fs::path& file) {
     std::istringstream lines(contentsOf(file));
     std::set<std::uint16_t> missing = productVendorIDs();
+    std::set<std::uint16_t> missingDrivers =
+        missing; // the nodes of the kernel's printer driver have lines of their own
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('#')) continue;
-        std::erase_if(missing, [&](std::uint16_t vendor) {
-            return line.find(formatted("ATTR{idVendor}==\"%.4x\"", unsigned{vendor})) != std::string::npos;
+        const bool isOfDriver = line.find("SUBSYSTEM==\"usbmisc\"") != std::string::npos;
+        std::erase_if(isOfDriver ? missingDrivers : missing, [&](std::uint16_t vendor) {
+            const char* const match = isOfDriver ? "ATTRS{idVendor}==\"%.4x\"" : "ATTR{idVendor}==\"%.4x\"";
+            return line.find(formatted(match, unsigned{vendor})) != std::string::npos;
         });
     }
-    return missing.empty();
+    return missing.empty() && missingDrivers.empty();
 }
 
 Check notApplicable(const char* name) {

@@ -1,7 +1,9 @@
 // Return codes as sentences. Called where a command or the start of a run has failed.
 #include "session/FailureTexts.h"
 
+#include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/AttachedPrinters.h"
 #include "update/UpdateTexts.h"
 
 namespace zul {
@@ -13,15 +15,45 @@ bool isWithoutResources(IOReturn code) {
     return code == kIOReturnNoResources || code == kIOReturnNoMemory;
 }
 
+// The rule gives the right to a printer's own node and to that of the kernel's driver.
+std::string rightsRemedy() {
+    return localizedFormat("Install the udev rule 70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm "
+                           "control --reload\" and plug the printer in again; or join the group lp.");
+}
+
+std::string hiddenJobsText(const std::string& printer, const std::string& nodes) {
+    return localizedFormat("%s may not be used: no right to open %s, where the kernel's printer driver shows whether a "
+                           "job is printed. %s",
+                           printer, nodes, rightsRemedy());
+}
+
 } // namespace
 
-std::string openFailureText(const std::string& printer, IOReturn code) {
+std::string openFailureText(const std::string& printer, IOReturn code, const std::string& node) {
+    if (code == kIOReturnNotPrivileged) {
+        return localizedFormat("%s may not be used: no right to open %s. %s", printer, node, rightsRemedy());
+    }
     if (isWithoutResources(code)) {
         return localizedFormat("%s cannot be opened: too many files are open on this machine, or its memory is full. "
                                "Close other programs, then try again.",
                                printer);
     }
     return localizedFormat("%s cannot be opened: %s. Plug it in again.", printer, describeFailure(code));
+}
+
+std::string openFailureText(const TBUSBPrinter& printer, IOReturn code, const SystemFolders& folders) {
+    if (code != kIOReturnNotPrivileged) return openFailureText(nameOf(printer), code, {});
+    std::string nodes;
+    for (const std::string& node : printerDriverNodes(folders, printer.locationText())) {
+        nodes += (nodes.empty() ? "" : ", ") + node;
+    }
+    // The driver may have been unbound meanwhile.
+    return hiddenJobsText(nameOf(printer), nodes.empty() ? folders.dev + "/usb/lp*" : nodes);
+}
+
+std::string missingRightText(const TBUSBPrinter& printer, const SystemFolders& folders) {
+    const IOReturn code = printer.openStatus();
+    return code == kIOReturnNotPrivileged ? openFailureText(printer, code, folders) : std::string();
 }
 
 std::string commandFailureText(const std::string& printer, IOReturn code) {

@@ -35,6 +35,7 @@ void Session::EventRouter::printerEvent(const PrinterEvent& event) {
         _session.unusableDidArrive(event); // on the main queue, at an arrival
     } else {
         _session.supervisor.printerEvent(event);
+        if (const auto* const opened = std::get_if<events::Opened>(&event.what)) _session.openDidEnd(opened->code);
     }
 }
 
@@ -216,6 +217,15 @@ void Session::unusableDidArrive(const PrinterEvent& event) {
     if (_observer != nullptr) _observer->unusablePrinterDidArrive(hint);
 }
 
+// On the thread of the open. While no right was ever missing, there is no hint that could change.
+void Session::openDidEnd(IOReturn code) {
+    if (code == kIOReturnNotPrivileged) _wasRightMissing = true;
+    if (!_wasRightMissing) return;
+    mainQueue.async([this] {
+        if (_observer != nullptr) _observer->unusablePrintersDidChange();
+    });
+}
+
 // The engine reports neither the printers that it does not take nor their departure.
 void Session::watchServices() {
     const auto port = TBPrinters::sharedNotificationPort(environment);
@@ -238,7 +248,12 @@ void Session::watchServices() {
 }
 
 std::vector<std::string> Session::unusablePrinters() const {
-    return _unusable.hints();
+    std::vector<std::string> texts = _unusable.hints();
+    if (!controller) return texts;
+    for (const Printer& printer : printers()) {
+        if (std::string text = missingRightText(*printer); !text.empty()) texts.push_back(std::move(text));
+    }
+    return texts;
 }
 
 void Session::afterQueues(const std::vector<Printer>& all, Block block) {

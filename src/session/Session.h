@@ -16,6 +16,7 @@
 #include "update/UpdateRecorder.h"
 #include "update/UpdateSupervisor.h"
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -33,7 +34,8 @@ class SessionObserver : public UpdateObserver {
   public:
     /// A printer that cannot be used has come; message explains why and what to do.
     virtual void unusablePrinterDidArrive(const std::string& message) = 0;
-    /// A printer has come or gone: unusablePrinters() may be different now.
+    /// A printer has come or gone, or its open was refused or not refused any more: unusablePrinters() may be
+    /// different.
     virtual void unusablePrintersDidChange() {}
     /// supervisor.interruptedText() may have changed.
     virtual void interruptedDidChange() {}
@@ -75,7 +77,8 @@ class Session {
     /// if that is another process: then nothing is done.
     std::optional<InterfaceHolder> setClaimed(const Printer& printer, bool isClaimed);
 
-    /// Hints about printers that are attached now and cannot be used: no rights, not admitted.
+    /// Hints about printers that are attached now and cannot be used: no rights, not admitted. Those that are in the
+    /// list and may not be opened are among them.
     std::vector<std::string> unusablePrinters() const;
     /// Some were found that may not or cannot be opened.
     bool hasUnusable() const { return _unusable.isAny(); }
@@ -125,6 +128,7 @@ class Session {
     void historyIsRead();
     void forgetClaims();
     void unusableDidArrive(const PrinterEvent& event);
+    void openDidEnd(IOReturn code);
 
     const SessionOptions _options;
     bool _areSamplesWithheld = false;
@@ -133,6 +137,7 @@ class Session {
     std::vector<Block> _waitsForHistory;
     std::map<std::string, PrinterLock> _claims; // by key
     UnusablePrinters _unusable;
+    std::atomic<bool> _wasRightMissing = false;
     std::unique_ptr<USBBus> _bus;
     LibusbBus* _realBus = nullptr; // the same, if it is the real one
     VirtualBus* _virtualBus = nullptr;

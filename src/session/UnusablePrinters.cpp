@@ -11,15 +11,13 @@ namespace zul {
 
 std::string UnusablePrinters::add(const PrinterEvent& event) {
     Unusable one{event.location, {}, {}};
+    const std::string name = localizedFormat("the printer at %s", event.location);
     if (const auto* const denied = std::get_if<events::NotPermitted>(&event.what)) {
         one.node = denied->node;
-        one.hint = localizedFormat("the printer at %s may not be used: no right to open %s. Install the udev rule "
-                                   "70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm control "
-                                   "--reload\" and plug the printer in again; or join the group lp.",
-                                   event.location, denied->node);
+        one.hint = openFailureText(name, kIOReturnNotPrivileged, denied->node);
     } else if (const auto* const failed = std::get_if<events::OpenFailed>(&event.what)) {
         one.node = failed->node;
-        one.hint = openFailureText(localizedFormat("the printer at %s", event.location), failed->code);
+        one.hint = openFailureText(name, failed->code, failed->node);
     }
     _printers.push_back(one);
     return one.hint;

@@ -26,6 +26,20 @@ TEST_CASE("printers of our vendors are found among the machine's devices, with t
     CHECK(printers[1].vendor == 0x2A71);
     CHECK(printers[1].product == 3);
     CHECK(printers[1].drivers == std::vector<std::string>{"usblp"});
+    CHECK(printers[1].driverNodes.empty()); // it has no node yet
+}
+
+TEST_CASE("the nodes of the kernel's printer driver are found for every interface that it is bound to") {
+    UsbTree tree;
+    tree.addDevice("1-2.4", "2a71", "0003", 12);
+    tree.addDriverNode("1-2.4:1.1", "lp3");
+    tree.addDriverNode("1-2.4:1.0", "lp12");
+    tree.addDriverNode("1-2:1.0", "lp0"); // another device's
+    std::filesystem::create_directories(tree.folder / "sys/bus/usb/devices/1-2.4:1.0/usbmisc/hiddev0");
+    const std::string folder = tree.folders().dev + "/usb/";
+    CHECK(printerDriverNodes(tree.folders(), "1-2.4") == std::vector<std::string>{folder + "lp12", folder + "lp3"});
+    CHECK(attachedPrinters(tree.folders()).at(0).driverNodes.size() == 2);
+    CHECK(printerDriverNodes({.sys = (tree.folder / "none").string()}, "1-2.4").empty());
 }
 
 TEST_CASE("a device that is leaving while it is read, and a machine without USB, are no error") {

@@ -18,8 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kRule = "70-zul-printer-utility.rules";
-constexpr const char* kBothVendors = "# a remark\nSUBSYSTEM==\"usb\", ATTR{idVendor}==\"2a71\", MODE=\"0664\"\n"
-                                     "SUBSYSTEM==\"usb\", ATTR{idVendor}==\"2b84\", MODE=\"0664\"\n";
+constexpr const char* kDevices = "# a remark\nSUBSYSTEM==\"usb\", ATTR{idVendor}==\"2a71\", MODE=\"0664\"\n"
+                                 "SUBSYSTEM==\"usb\", ATTR{idVendor}==\"2b84\", MODE=\"0664\"\n";
+constexpr const char* kDriverOfOne = "SUBSYSTEM==\"usbmisc\", KERNEL==\"lp[0-9]*\", ATTRS{idVendor}==\"2a71\"\n";
+constexpr const char* kDriverOfOther = "SUBSYSTEM==\"usbmisc\", KERNEL==\"lp[0-9]*\", ATTRS{idVendor}==\"2b84\"\n";
+const std::string kWholeRule = std::string(kDevices) + kDriverOfOne + kDriverOfOther;
 
 // A machine where all is well, for a test to change.
 struct Machine {
@@ -45,7 +48,7 @@ struct Machine {
         printer.isReady = printer.isUsable = true;
     }
     Doctor doctor() const { return Doctor(options); }
-    fs::path addRule(const char* folder, const std::string& contents = kBothVendors) const {
+    fs::path addRule(const char* folder, const std::string& contents = kWholeRule) const {
         return tree.folder.write(std::string(folder) + "/" + kRule, contents);
     }
 
@@ -97,6 +100,40 @@ TEST_CASE("a udev rule for one vendor only is a problem, and the remedy installs
     CHECK(check.state == CheckState::problem);
     CHECK(check.text.find("does not cover all printers") != std::string::npos);
     CHECK(check.remedy.starts_with("sudo install"));
+}
+
+TEST_CASE("a udev rule that leaves out the nodes of the kernel's printer driver does not cover all printers") {
+    Machine machine;
+    for (const std::string& rest : {std::string(), std::string(kDriverOfOne), std::string(kDriverOfOther)}) {
+        CAPTURE(rest);
+        machine.addRule("etc", kDevices + rest);
+        const Check check = machine.doctor().udevRule();
+        CHECK(check.state == CheckState::problem);
+        CHECK(check.text.find("does not cover all printers") != std::string::npos);
+        CHECK(check.remedy.starts_with("sudo install"));
+    }
+    machine.addRule("etc", std::string(kDriverOfOne) + kDriverOfOther); // and those alone are as little
+    CHECK(machine.doctor().udevRule().state == CheckState::problem);
+}
+
+TEST_CASE("the udev rule that comes with the program covers all printers") {
+    Machine machine;
+    fs::copy_file(ZUL_UDEV_RULE_FILE, machine.tree.folder / "etc" / kRule);
+    CHECK(machine.doctor().udevRule().state == CheckState::ok);
+}
+
+TEST_CASE("the right to the node of the kernel's printer driver, for as long as the driver has one") {
+    Machine machine;
+    const std::string node = machine.tree.addDriverNode("1-2.4:1.0", "lp3");
+    machine.printer.driverNodes = {node};
+    CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
+    machine.forbidden.insert(node);
+    const Check check = machine.doctor().nodeRights(machine.printer);
+    CHECK(check.state == CheckState::problem);
+    CHECK(check.text.starts_with("VK14 000001 (1-2.4): no right to open " + node));
+    CHECK(check.remedy == "sudo usermod -aG lp \"$USER\"");
+    fs::remove(node); // this program has the printer now
+    CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
 }
 
 TEST_CASE("the right to a printer's node") {

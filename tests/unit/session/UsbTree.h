@@ -36,6 +36,12 @@ struct UsbTree {
             std::filesystem::create_directory_symlink("../../../../bus/usb/drivers/" + driver, interface / "driver");
         }
     }
+    // What the kernel shows of its printer driver, and the node itself.
+    std::string addDriverNode(const std::string& interface, const std::string& name) {
+        std::filesystem::create_directories(folder / "sys/bus/usb/devices" / interface / "usbmisc" / name);
+        std::filesystem::create_directories(folder / "dev/usb");
+        return folder.write("dev/usb/" + name, "").string();
+    }
     void addProcess(int pid, const std::string& name, const std::string& file = {}) {
         const std::filesystem::path process = folder / ("proc/" + std::to_string(pid));
         std::filesystem::create_directories(process / "fd");

@@ -1,0 +1,104 @@
+// A run of the programs without their faces: what it shows of printers that cannot be used.
+#include "session/Session.h"
+#include "support/LogCapture.h"
+#include "support/ScriptedInterface.h"
+#include "support/SimulatedClock.h"
+#include "support/TemporaryFolder.h"
+
+#include <cstdlib>
+#include <doctest/doctest.h>
+#include <thread>
+
+using namespace zul;
+
+namespace {
+
+class NoAlerts final : public AlertOutlet {
+  public:
+    void beginAlert(AlertDescription /*alert*/) override { FAIL("nobody asked for an alert"); }
+};
+
+class TestApplication final : public ApplicationOutlet {
+  public:
+    void setDelegate(TBPrinters* /*delegate*/) override {}
+    void terminate() override {}
+    std::string processName() const override { return "zulctl"; }
+};
+
+class Watcher final : public SessionObserver {
+  public:
+    int changes = 0;
+    void updateDidChange(const std::string& /*key*/) override {}
+    void updateDidEnd(const std::string& /*key*/) override {}
+    void unusablePrinterDidArrive(const std::string& /*message*/) override {}
+    void unusablePrintersDidChange() override { ++changes; }
+};
+
+// A session with one embedded printer, and a bus to which a test adds printers of its own.
+struct Lab {
+    Lab() {
+        ::setenv("XDG_STATE_HOME", folder.path.c_str(), 1);
+        TBUSBPrinter::forgetDeviceInfo();
+        SessionOptions options;
+        options.virtualPrinters = {"VK14"};
+        session.emplace(options, alerts, application, &clock);
+        session->setObserver(&watcher);
+        REQUIRE_FALSE(session->start({}));
+        settle();
+    }
+    ~Lab() {
+        settle();
+        session->setObserver(nullptr);
+        session->endBus();
+        settle();
+        session->controller->prepareForTermination();
+        session->mainQueue.close();
+        session.reset();
+        while (SerialQueue::liveThreads() > 0) std::this_thread::yield();
+        ::unsetenv("XDG_STATE_HOME");
+    }
+    void settle() { clock.drain(session->mainQueue); }
+    static std::shared_ptr<ScriptedInterface> printer() {
+        auto handle = std::make_shared<ScriptedInterface>();
+        handle->answerByDefault();
+        handle->setDeviceID("MFG:ZUL;MDL:VK14;SERN:7;");
+        handle->locationID = 0x01700000;
+        return handle;
+    }
+    void attach(const std::shared_ptr<ScriptedInterface>& handle) {
+        const auto service = std::make_shared<ScriptedService>(handle);
+        service->location = "1-7";
+        session->registry.serviceArrived(service);
+        settle();
+    }
+
+    LogCapture log;
+    TemporaryFolder folder;
+    SimulatedClock clock;
+    NoAlerts alerts;
+    TestApplication application;
+    Watcher watcher;
+    std::optional<Session> session;
+};
+
+} // namespace
+
+TEST_CASE("a listed printer that may not be opened is among the hints until it may, and the observer learns of both") {
+    Lab lab;
+    CHECK(lab.session->unusablePrinters().empty());
+    const auto handle = Lab::printer();
+    handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotPrivileged);
+    lab.attach(handle);
+    REQUIRE(lab.session->printers().size() == 2);
+    REQUIRE(lab.session->unusablePrinters().size() == 1);
+    CHECK(lab.session->unusablePrinters().front().find("(1-7) may not be used: no right to open") != std::string::npos);
+    CHECK(lab.watcher.changes > 1); // the arrival is one
+    handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
+    const int changes = lab.watcher.changes;
+    const auto printer = lab.session->printers().back();
+    printer->openInterface(nullptr);
+    printer->closeInterface(nullptr);
+    lab.settle();
+    CHECK(lab.session->unusablePrinters().empty());
+    CHECK(lab.watcher.changes > changes);
+}
