@@ -12,6 +12,7 @@
 #include "update/UpdateHistory.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -68,9 +69,19 @@ std::vector<ExaminedPrinter> examinedPrinters(Program& program) {
     return all;
 }
 
+// Absolute: a command that is copied from the output may be run in another folder.
+std::filesystem::path namedArchive(const Program& program) {
+    namespace fs = std::filesystem;
+    const std::string& named = program.options.firmwareArchive;
+    std::error_code error;
+    if (named.empty() || fs::equivalent(named, Bundle::mainBundle({}).archiveFolder(), error)) return {};
+    return fs::absolute(named, error).lexically_normal();
+}
+
 DoctorOptions optionsFor(Program& program, UpdateHistory& history) {
     Session& session = program.session;
     return {.stateFolder = history.file().parent_path(),
+            .firmwareArchive = namedArchive(program),
             .areEmbedded = !program.options.virtualPrinters.empty(),
             .isRoot = ::geteuid() == 0,
             .reservation = [&session](const std::string& key) { return session.locks.heldElsewhere(key); },

@@ -6,6 +6,7 @@
 #include "archive/ArchiveTexts.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/ShellWord.h"
 #include "update/UpdateTexts.h"
 #include "usb/libusb/ProcessSearch.h"
 
@@ -48,7 +49,7 @@ std::string remedyFor(const InterfaceHolder& holder, const ExaminedPrinter& prin
     std::string command = "lpstat -o";
     if (holder.kind != InterfaceHolder::Kind::printing) {
         if (holder.pid == 0 && printer.node.empty()) return {};
-        command = holder.pid == 0 ? "sudo fuser -v " + printer.node : formatted("ps -fp %d", holder.pid);
+        command = holder.pid == 0 ? "sudo fuser -v " + shellWord(printer.node) : formatted("ps -fp %d", holder.pid);
     }
     return localizedFormat("Wait until it has finished, or end it. To see what it is: %s", command);
 }
@@ -95,6 +96,13 @@ bool Doctor::mayUse(const std::string& file) const {
 
 CommandResult Doctor::run(const std::string& command) const {
     return _options.run ? _options.run(command) : runByShell(command);
+}
+
+// Without the folder that this run was given, the update would use other files, or none.
+std::string Doctor::updateCommand(const std::string& printer) const {
+    const std::string folder = _options.firmwareArchive.string();
+    const std::string archive = folder.empty() ? "" : "--firmware-archive " + shellWord(folder) + " ";
+    return "zulctl " + archive + "update " + shellWord(printer);
 }
 
 std::vector<Check> Doctor::examine(const std::vector<ExaminedPrinter>& printers) {
@@ -169,7 +177,7 @@ Check Doctor::printQueue(const ExaminedPrinter& printer) const {
         if (queue.empty() || states.find("printer " + queue + " disabled") != std::string::npos) continue;
         return checkOf(printer, kName, CheckState::warning,
                        localizedFormat("the print queue %s is active and may take the printer", queue),
-                       "cupsdisable " + queue);
+                       "cupsdisable " + shellWord(queue));
     }
     return checkOf(printer, kName, CheckState::ok, localizedFormat("no active print queue prints on it"));
 }
@@ -210,7 +218,7 @@ Check Doctor::loader(const ExaminedPrinter& printer) const {
     }
     return checkOf(printer, kName, CheckState::problem,
                    localizedFormat("it is in its loader and waits for its firmware"),
-                   "zulctl update " + (printer.serial.empty() ? printer.key : printer.serial));
+                   updateCommand(printer.serial.empty() ? printer.key : printer.serial));
 }
 
 Check Doctor::ready(const ExaminedPrinter& printer) const {
@@ -227,8 +235,9 @@ Check Doctor::ready(const ExaminedPrinter& printer) const {
                        localizedFormat("Switch it off and on, then run: %s", "zulctl doctor"));
     }
     if (printer.isReady) return checkOf(printer, kName, CheckState::ok, *printer.status);
-    return checkOf(printer, kName, CheckState::problem, *printer.status,
-                   localizedFormat("Correct it at the printer, then run: %s", "zulctl status " + printer.key));
+    return checkOf(
+        printer, kName, CheckState::problem, *printer.status,
+        localizedFormat("Correct it at the printer, then run: %s", "zulctl status " + shellWord(printer.key)));
 }
 
 } // namespace zul

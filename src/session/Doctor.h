@@ -70,6 +70,8 @@ struct DoctorOptions {
                                                    "/usr/local/lib/udev/rules.d", "/usr/lib/udev/rules.d",
                                                    "/lib/udev/rules.d"};
     std::filesystem::path stateFolder{};
+    /// The folder that was named for this run, absolute: commands that update name it too. Empty: the installed one.
+    std::filesystem::path firmwareArchive{};
     LoginServiceOptions login{};
     bool areEmbedded = false; // embedded printers: what is about USB and the print service does not apply
     bool isRoot = false;
@@ -115,6 +117,7 @@ class Doctor {
     bool mayUse(const std::string& file) const;
     CommandResult run(const std::string& command) const;
     std::string installCommand() const;
+    std::string updateCommand(const std::string& printer) const;
 
     const DoctorOptions _options;
 };

@@ -6,6 +6,7 @@
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/ShellWord.h"
 #include "update/UpdateHistory.h"
 #include "usb/libusb/ProcessSearch.h"
 
@@ -82,7 +83,7 @@ Check Doctor::udevRule() const {
                 CheckState::problem,
                 localizedFormat("the udev rule %s is hidden by %s, which does not cover all printers", good->string(),
                                 found.front().string()),
-                formatted("sudo rm %s && %s", found.front().string(), kReload)};
+                formatted("sudo rm %s && %s", shellWord(found.front().string()), kReload)};
     }
     return {kName,
             {},
@@ -98,7 +99,7 @@ Check Doctor::stateFolder() const {
                 {},
                 CheckState::problem,
                 localizedFormat("there is no folder for the history of updates"),
-                "export HOME=/home/USER"};
+                "export HOME=\"$(getent passwd \"$(id -un)\" | cut -d: -f6)\""};
     }
     // The first update makes the folder: until then the one above it decides.
     fs::path folder = _options.stateFolder;
@@ -109,7 +110,7 @@ Check Doctor::stateFolder() const {
                 {},
                 CheckState::problem,
                 localizedFormat("%s is not a folder", folder.string()),
-                "mv " + folder.string() + " " + folder.string() + ".old"};
+                "mv " + shellWord(folder.string()) + " " + shellWord(folder.string() + ".old")};
     }
     for (const fs::path& file : {folder, _options.stateFolder / "history.sqlite"}) {
         if (!fs::exists(file, error) || mayUse(file.string())) continue;
@@ -117,7 +118,7 @@ Check Doctor::stateFolder() const {
                 {},
                 CheckState::problem,
                 localizedFormat("%s cannot be written: updates are not recorded", file.string()),
-                "sudo chown -R \"$USER\" " + folder.string()};
+                "sudo chown -R \"$USER\" " + shellWord(folder.string())};
     }
     return {kName, {}, CheckState::ok, localizedFormat("%s can be written", _options.stateFolder.string()), {}};
 }
@@ -166,7 +167,8 @@ std::vector<Check> Doctor::interruptedUpdates() const {
     UpdateHistory::Records found = _options.history->interrupted();
     std::erase_if(found.records, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
     if (!found.problem.empty()) {
-        return {{kName, {}, CheckState::problem, found.problem, "ls -l " + _options.history->file().string()}};
+        return {
+            {kName, {}, CheckState::problem, found.problem, "ls -l " + shellWord(_options.history->file().string())}};
     }
     if (found.records.empty()) {
         return {{kName, {}, CheckState::ok, localizedFormat("no update was interrupted"), {}}};
@@ -177,7 +179,7 @@ std::vector<Check> Doctor::interruptedUpdates() const {
         checks.push_back({kName, record.key, CheckState::problem,
                           localizedFormat("the update of %s %s at %s was interrupted on %s", record.model, called,
                                           record.place, localTimeText(record.begun)),
-                          "zulctl update " + called});
+                          updateCommand(called)});
     }
     return checks;
 }

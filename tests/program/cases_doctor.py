@@ -53,10 +53,11 @@ def _(bench):
     expect_equal(problems, {"firmware-archive", "interrupted-update", "ready"}, "the problems")
     expect("Cover Open" in checks["ready"]["text"], checks["ready"]["text"])
     expect("VK14 01.61.fw" in checks["firmware-archive"]["text"], checks["firmware-archive"]["text"])
-    expect_equal(checks["interrupted-update"]["remedy"], "zulctl update 000001", "what completes it")
+    update = f"zulctl --firmware-archive {folder} update 000001"
+    expect_equal(checks["interrupted-update"]["remedy"], update, "what completes it")
     result = bench.run("--firmware-archive", folder, "doctor", printers=("VK14,status=01000",))
     expect_equal(result.status, 1, "as text")
-    expect(f"{' ' * 29}-> zulctl update 000001\n" in result.out, result.out)
+    expect(f"{' ' * 29}-> {update}\n" in result.out, result.out)
 
 
 @case("the diagnosis finds a printer in its loader and one that another program holds")

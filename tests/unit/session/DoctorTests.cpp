@@ -268,6 +268,47 @@ TEST_CASE("a printer in its loader is a problem that an update fixes") {
     CHECK(machine.doctor().loader(machine.printer).state == CheckState::unknown);
 }
 
+TEST_CASE("the command that updates a printer names the firmware files of this run") {
+    Machine machine;
+    machine.printer.isInLoader = true;
+    machine.options.firmwareArchive = "/srv/firmware";
+    CHECK(machine.doctor().loader(machine.printer).remedy == "zulctl --firmware-archive /srv/firmware update 000001");
+    machine.options.firmwareArchive = "/srv/the vendor's files";
+    machine.printer.serial = "A 1";
+    CHECK(machine.doctor().loader(machine.printer).remedy ==
+          "zulctl --firmware-archive '/srv/the vendor'\\''s files' update 'A 1'");
+    UpdateHistory history({.folder = machine.options.stateFolder});
+    machine.options.history = &history;
+    ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
+    writer("cut-off one writing");
+    writer.kill();
+    REQUIRE(machine.doctor().interruptedUpdates().size() == 1);
+    CHECK(machine.doctor().interruptedUpdates().front().remedy ==
+          "zulctl --firmware-archive '/srv/the vendor'\\''s files' update one");
+}
+
+TEST_CASE("commands take names with blanks as one word, and nothing in a name is run") {
+    Machine machine;
+    const fs::path folder = machine.tree.folder / "a b;true";
+    fs::create_directories(folder);
+    const std::string quoted = "'" + folder.string() + "'";
+    machine.options.stateFolder = folder;
+    machine.forbidden.insert(folder.string());
+    CHECK(machine.doctor().stateFolder().remedy == "sudo chown -R \"$USER\" " + quoted);
+    machine.options.stateFolder = machine.tree.folder.write("a file", "");
+    const std::string file = machine.options.stateFolder.string();
+    CHECK(machine.doctor().stateFolder().remedy == "mv '" + file + "' '" + file + ".old'");
+    machine.options.stateFolder.clear();
+    CHECK(machine.doctor().stateFolder().remedy == "export HOME=\"$(getent passwd \"$(id -un)\" | cut -d: -f6)\"");
+    machine.addRule("lib");
+    machine.options.ruleFolders = {folder, machine.tree.folder / "lib"};
+    std::ofstream(folder / kRule) << "# switched off\n";
+    CHECK(machine.doctor().udevRule().remedy ==
+          "sudo rm '" + (folder / kRule).string() + "' && sudo udevadm control --reload");
+    machine.devices = {.status = 0, .output = "device for photos&: usb://ZUL/VK14?serial=000001\n"};
+    CHECK(machine.doctor().printQueue(machine.printer).remedy == "cupsdisable 'photos&'");
+}
+
 TEST_CASE("an update that was cut off is a problem until it is completed, and one that runs is none") {
     Machine machine;
     UpdateHistory history({.folder = machine.options.stateFolder});

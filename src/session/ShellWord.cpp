@@ -1,0 +1,22 @@
+// Quoting for a POSIX shell. Called where a remedy is a command.
+#include "session/ShellWord.h"
+
+#include <string_view>
+
+namespace zul {
+
+std::string shellWord(const std::string& text) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./+,:@%";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) return text;
+    std::string quoted = "'";
+    for (const char character : text) {
+        if (character == '\'') {
+            quoted += "'\\''"; // ends the quotes, and begins them again after the one that is meant
+        } else {
+            quoted += character;
+        }
+    }
+    return quoted + "'";
+}
+
+} // namespace zul
