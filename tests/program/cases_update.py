@@ -91,6 +91,38 @@ def _(bench):
     expect_equal(result.status, 0, "exit status with --not-needed-ok")
 
 
+@case("a printer that is up to date is skipped with status 0, and flashed with --reinstall")
+def _(bench):
+    printers = ("VK14,firmware=VK14 01.61,tables=0161",)
+
+    def commands(*words):
+        file = os.path.join(tempfile.mkdtemp(dir=bench.home), "journal")
+        result = bench.run("--virtual-journal", file, *UPDATE, *words, printers=printers)
+        expect_equal(result.status, 0, f"exit status with {words}: {result.out}")
+        with open(file, encoding="utf-8") as lines:
+            return result, [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+
+    result, sent = commands()
+    expect("up to date" in result.out.splitlines()[-1], result.out)
+    expect(not any(command.startswith(("FW_UPDFLASH", "TBL_WT")) for command in sent), f"nothing is written: {sent}")
+    result, sent = commands("--reinstall")
+    expect("updated from VK14 01.61 to VK14 01.61, 2 color tables written" in result.out.splitlines()[-1], result.out)
+    expect_equal(sent.count("FW_UPDFLASH_PROGRAM"), 1, "images")
+
+
+@case("a printer with two interfaces gets one image with --all, also where the wait has an end")
+def _(bench):
+    file = bench.path("journal")
+    result = bench.run("--json", "--virtual-journal", file, *UPDATE, "--all", "--give-up", "30",
+                       printers=("VK14,interfaces=2",))
+    expect_equal(result.status, 0, result.out)
+    expect_equal([line["exit"] for line in result.lines if line["event"] == "result"], [0], "one update")
+    with open(file, encoding="utf-8") as lines:
+        sent = [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
+    for command in ("FW_UPDFLASH_REWRITE", "FW_UPDFLASH_PROGRAM"):
+        expect_equal(sent.count(command), 1, command)
+
+
 @case("a printer that is not ready exits with 6 and names its trouble")
 def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,status=01000",))

@@ -10,7 +10,7 @@ from bench import CASES, Bench
 
 for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_signals",
                "cases_terminal", "cases_output", "cases_window", "cases_history",
-               "cases_doctor"):
+               "cases_doctor", "cases_processes"):
     importlib.import_module(module)
 
 

@@ -1,4 +1,5 @@
 // A run of the programs without their faces: what it shows of printers that cannot be used.
+#include "session/PrinterFacts.h"
 #include "session/Session.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedInterface.h"
@@ -7,6 +8,7 @@
 
 #include <cstdlib>
 #include <doctest/doctest.h>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 using namespace zul;
@@ -101,4 +103,26 @@ TEST_CASE("a listed printer that may not be opened is among the hints until it m
     lab.settle();
     CHECK(lab.session->unusablePrinters().empty());
     CHECK(lab.watcher.changes > changes);
+}
+
+TEST_CASE("a printer that another process of ours updates is shown with that process, its activity and its phase") {
+    Lab lab;
+    const auto handle = Lab::printer();
+    handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
+    handle->interfaceHolder = {.kind = InterfaceHolder::Kind::ownProgram,
+                               .program = "zulctl",
+                               .pid = 77,
+                               .activity = "update",
+                               .phase = "writing"};
+    lab.attach(handle);
+    REQUIRE(lab.session->printers().size() == 2);
+    const auto printer = lab.session->printers().back();
+    const UpdateSupervisor& supervisor = lab.session->supervisor;
+    CHECK(statusLine(supervisor, *printer) ==
+          "In use by other application: zulctl uses the printer (process 77): update, writing");
+    const auto holder = conditionOf(supervisor, *printer)["holder"];
+    CHECK(holder["kind"] == "printer utility");
+    CHECK(holder["pid"] == 77);
+    CHECK(holder["phase"] == "writing");
+    CHECK(lab.session->unusablePrinters().empty()); // it will be free again by itself
 }
