@@ -1,6 +1,8 @@
 #include "ui/DetailsPane.h"
 
+#include "archive/FirmwareArchive.h"
 #include "platform/foundation/Format.h"
+#include "session/PrinterFacts.h"
 #include "ui/Texts.h"
 
 #include <QScrollBar>
@@ -47,7 +49,9 @@ void add(Details& details, const char* label, const std::optional<std::string>& 
 
 void addFirmware(Details& details, TBUSBPrinterZUL& printer) {
     add(details, operatorText("Firmware"), printer.firmwareVersion());
-    add(details, operatorText("Available Firmware"), printer.newFirmwareVersion());
+    // Called for its check, whose results addFirmwareFiles lists.
+    static_cast<void>(printer.newFirmwareVersion());
+    if (printer.firmwareOffer()) add(details, operatorText("Available Firmware"), offeredFirmware(printer));
     add(details, operatorText("Previous firmware"), printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
     for (const Fact& fact : kTableFacts) add(details, fact.label, printer.fact(fact.key));
 }

@@ -3,6 +3,7 @@
 
 #include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
+#include "support/ChangedArchive.h"
 #include "ui/LogWindow.h"
 #include "ui/TaskbarProgress.h"
 #include "ui/WindowApplication.h"
@@ -17,6 +18,7 @@
 #include <QPlainTextEdit>
 #include <QScrollBar>
 #include <QTest>
+#include <QTextEdit>
 #include <doctest/doctest.h>
 #include <filesystem>
 #include <fstream>
@@ -163,6 +165,19 @@ TEST_CASE("a report holds all facts of all printers as text and as JSON") {
     const QString problem = stage.window().saveReport("/nowhere/at/all");
     CHECK(problem.contains("/nowhere/at/all.txt"));
     CHECK(problem.contains("Choose a folder that can be written to."));
+}
+
+TEST_CASE("details and report show an available version whose file is damaged as such") {
+    const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
+    archive.damage("VK14 01.61.fw");
+    Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
+    stage.waitForFacts();
+    const auto* const details = stage.window().findChild<QTextEdit*>("details");
+    CHECK(details->toPlainText().contains("VK14 01.61, file damaged"));
+    const auto file = stage.folder() / "report";
+    CHECK(stage.window().saveReport(QString::fromStdString(file.string() + ".txt")) == "");
+    const std::string text = TemporaryFolder::read(file.string() + ".txt");
+    CHECK(text.find("Available Firmware: VK14 01.61, file damaged\n") != std::string::npos);
 }
 
 TEST_CASE("the file dialog of the report opens and can be cancelled") {
