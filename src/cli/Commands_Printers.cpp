@@ -20,9 +20,8 @@ namespace {
 using nlohmann::json;
 
 void reportBusy(Program& program, const Program::Printer& printer, const InterfaceHolder& holder) {
-    program.output.problem(nameOf(*printer) + ": " + describeHolder(holder) + ". " + adviceForHolder(holder) +
-                               " Then try again.",
-                           kBusy);
+    program.output.problem(
+        nameOf(*printer) + ": " + describeHolder(holder) + ". " + adviceForHolder(holder) + " Then try again.", kBusy);
     program.quit(kBusy);
 }
 

@@ -157,6 +157,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
         std::optional<PrinterLock> lock = {};
         std::optional<UpdatePhase> lockedPhase = {}; // that the lock answers
         std::optional<InterfaceHolder> holder = {};  // another process that has the lock
+        std::string lockProblem = {};                // why there is no lock, as the operator has read it
         std::vector<ArchiveProblem> fileProblems = {};
         bool isAskedOnceMore = false; // after the report, for answers that are missing
         int roundsNeeded = 1;         // rounds of questions after the report before it is judged

@@ -40,7 +40,9 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
     Course& course = _courses[key];
     if (_services.locks == nullptr || course.lock) return true;
     auto result = _services.locks->tryLock(key, kUpdateActivity);
-    if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
+    // The lock is asked for again in each phase; the operator reads the same sentence once.
+    const bool isNews = std::exchange(course.lockProblem, result.problem) != result.problem;
+    if (isNews && !result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     course.lock = std::move(result.lock);
     course.lockedPhase.reset();
     course.holder = result.holder;

@@ -103,7 +103,8 @@ std::string adviceForHolder(const InterfaceHolder& holder) {
     }
     // Closing it would leave the printer in the middle of its update.
     if (holder.kind == InterfaceHolder::Kind::ownProgram && holder.activity == kUpdateActivity) {
-        return Bundle::localized(operatorText("It updates the printer: do not close it, and wait until it has finished."));
+        return Bundle::localized(
+            operatorText("It updates the printer: do not close it, and wait until it has finished."));
     }
     return Bundle::localized(operatorText("Close that program or wait until it has finished."));
 }

@@ -123,7 +123,8 @@ TEST_CASE("a printer whose image was being sent when the update was stopped need
         CHECK(adviceAfter(UpdateResult::stopped, state).starts_with("Switch the printer off and on, then start"));
     }
     state.phase = UpdatePhase::loaderBack;
-    CHECK(adviceAfter(UpdateResult::stopped, state).starts_with("The printer restarts into its loader or waits in it."));
+    CHECK(
+        adviceAfter(UpdateResult::stopped, state).starts_with("The printer restarts into its loader or waits in it."));
 }
 
 TEST_CASE("advice names what the printer reports, who holds it, and damaged files") {
@@ -131,7 +132,8 @@ TEST_CASE("advice names what the printer reports, who holds it, and damaged file
     update.status("01000");
     CHECK(adviceFor(update.state()).starts_with("The printer reports: Cover Open."));
     update.report(events::Opened{.code = kIOReturnExclusiveAccess});
-    CHECK(adviceFor(update.state()).starts_with("Close that program or wait until it has finished. The update continues"));
+    CHECK(adviceFor(update.state())
+              .starts_with("Close that program or wait until it has finished. The update continues"));
     update.report(events::Opened{});
     update.upToLoader();
     update.report(events::ArchiveRefused{});
