@@ -1,6 +1,6 @@
 // The supervisor of updates: begins them, follows them through the printer's restarts, says when advice is due, judges
-// them by facts, and ends them. The window and the command line only show what it says and pass answers on. It never
-// changes what the engine does with a printer. Main queue, unless a comment says otherwise.
+// them by facts, and ends them. The window and the command line only show what it says and pass answers on. It sends
+// nothing to a printer itself. Main queue, unless a comment says otherwise.
 #pragma once
 
 #include "Classes/PrinterEvents.h"

@@ -95,7 +95,8 @@ std::string adviceAfterStop(const UpdateState& state) {
                                               "that completes it."));
     }
     // What waits for the rest of a payload takes everything for that rest.
-    const bool isCut = state.phase == UpdatePhase::writing || state.phase == UpdatePhase::cutOff;
+    const bool isWriting = state.phase == UpdatePhase::writing && state.bytesDone > 0;
+    const bool isCut = isWriting || state.phase == UpdatePhase::cutOff;
     if (isCut || state.isImageInDoubt()) {
         return Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
                                               "completes it."));

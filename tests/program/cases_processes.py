@@ -66,7 +66,7 @@ def _(bench):
         with Other(bench, *words) as other:
             status, out, err = other.outcome()
             expect_equal(status, 5, f"exit status of {words}: {out}{err}")
-            expect(f"{other.name}. Close that program or wait" in err, err)
+            expect(f"{other.name}. It updates the printer: do not close it" in err, err)
 
 
 @case("the diagnosis names the process of ours that updates a printer")

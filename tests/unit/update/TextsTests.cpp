@@ -118,6 +118,7 @@ TEST_CASE("nobody is advised to close a program that updates the printer") {
 
 TEST_CASE("a printer whose image was being sent when the update was stopped needs its power switched") {
     UpdateState state;
+    state.bytesDone = 1;
     for (const auto phase : {UpdatePhase::writing, UpdatePhase::cutOff}) {
         state.phase = phase;
         CHECK(adviceAfter(UpdateResult::stopped, state).starts_with("Switch the printer off and on, then start"));
