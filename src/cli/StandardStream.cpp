@@ -50,6 +50,8 @@ StandardStream& StandardStream::error() {
 StandardStream::StandardStream(int descriptor, std::ostream& stream)
     : _descriptor(descriptor), _isTerminal(::isatty(descriptor) == 1) {
     stream.rdbuf(this);
+    // From the start: a program that runs for weeks has the same threads before and after its first line.
+    std::thread([this] { writeForEver(); }).detach();
 }
 
 void StandardStream::write(const std::string& text) {
@@ -113,8 +115,6 @@ void StandardStream::handOver(std::unique_lock<std::mutex>& lock) {
     _changed.wait(lock, [this] { return _handedOver.size() < kMostHandedOver; });
     _handedOver += _gathered;
     _gathered.clear();
-    if (!_hasThread) std::thread([this] { writeForEver(); }).detach();
-    _hasThread = true;
     _changed.notify_all();
     if (_isSlow) return;
     _isSlow = !_changed.wait_for(lock, kPatience, [this] { return _handedOver.empty() && !_isWriting; });
