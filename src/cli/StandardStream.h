@@ -48,7 +48,7 @@ class StandardStream final : public std::streambuf {
     std::string _handedOver; // for the thread that writes
     bool _isWriting = false; // the thread has taken text and is not through with it
     bool _isSlow = false;    // a flush has waited in vain: the next ones do not wait until all is written
-    int _error = 0; // of the first write that failed
+    int _error = 0;          // of the first write that failed
 };
 
 } // namespace zul::cli
