@@ -2,8 +2,7 @@
 #include "archive/ArchiveTexts.h"
 
 #include "platform/foundation/LocalizedFormat.h"
-
-#include <string_view>
+#include "platform/foundation/ShellWord.h"
 
 namespace zul {
 
@@ -12,22 +11,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using Kind = ArchiveProblem::Kind;
-
-// As a shell takes it: a folder with blanks must survive being copied.
-std::string shellWord(const fs::path& path) {
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./+,:@%";
-    const std::string text = path.string();
-    if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) return text;
-    std::string quoted = "'";
-    for (const char character : text) {
-        if (character == '\'') {
-            quoted += "'\\''";
-        } else {
-            quoted += character;
-        }
-    }
-    return quoted + "'";
-}
 
 // The text that a problem's file name and folder are put into.
 const char* sentenceOf(Kind kind) {

@@ -54,13 +54,6 @@ StandardStream::StandardStream(int descriptor, std::ostream& stream)
     std::thread([this] { writeForEver(); }).detach();
 }
 
-void StandardStream::write(const std::string& text) {
-    std::unique_lock lock(_mutex);
-    if (_error != 0) return;
-    _gathered += text;
-    handOver(lock);
-}
-
 bool StandardStream::isLost() const {
     const std::scoped_lock lock(_mutex);
     return _error != 0;

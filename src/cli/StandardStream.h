@@ -19,8 +19,6 @@ class StandardStream final : public std::streambuf {
     static StandardStream& output();
     static StandardStream& error();
 
-    /// Writes whole text and flushes. For threads that share the stream.
-    void write(const std::string& text);
     /// A write has failed: nothing arrives any more.
     bool isLost() const;
     enum class Reader { waitedFor, givenUp };

@@ -6,7 +6,7 @@
 #include "archive/ArchiveTexts.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "session/ShellWord.h"
+#include "platform/foundation/ShellWord.h"
 #include "update/UpdateTexts.h"
 #include "usb/libusb/ProcessSearch.h"
 

@@ -6,7 +6,7 @@
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "session/ShellWord.h"
+#include "platform/foundation/ShellWord.h"
 #include "update/UpdateHistory.h"
 #include "usb/libusb/ProcessSearch.h"
 
@@ -33,8 +33,8 @@ std::string contentsOf(const fs::path& file) {
 bool coversOurPrinters(const fs::path& file) {
     std::istringstream lines(contentsOf(file));
     std::set<std::uint16_t> missing = productVendorIDs();
-    std::set<std::uint16_t> missingDrivers =
-        missing; // the nodes of the kernel's printer driver have lines of their own
+    // The nodes of the kernel's printer driver have lines of their own.
+    std::set<std::uint16_t> missingDrivers = missing;
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('#')) continue;
         const bool isOfDriver = line.find("SUBSYSTEM==\"usbmisc\"") != std::string::npos;
@@ -166,6 +166,12 @@ std::vector<Check> Doctor::interruptedUpdates() const {
     if (_options.history == nullptr) return {{kName, {}, CheckState::unknown, localizedFormat("not checked"), {}}};
     UpdateHistory::Records found = _options.history->interrupted();
     std::erase_if(found.records, [](const UpdateRecord& record) { return !record.hasSentCommands(); });
+    UpdateHistory::Records failed = _options.history->lastFailures();
+    if (found.problem.empty()) found.problem = failed.problem;
+    for (UpdateRecord& record : failed.records) {
+        const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
+        if (std::ranges::none_of(found.records, isSame)) found.records.push_back(std::move(record));
+    }
     if (!found.problem.empty()) {
         return {
             {kName, {}, CheckState::problem, found.problem, "ls -l " + shellWord(_options.history->file().string())}};
@@ -177,8 +183,10 @@ std::vector<Check> Doctor::interruptedUpdates() const {
     for (const UpdateRecord& record : found.records) {
         const std::string called = record.serial.empty() ? record.key : record.serial;
         checks.push_back({kName, record.key, CheckState::problem,
-                          localizedFormat("the update of %s %s at %s was interrupted on %s", record.model, called,
-                                          record.place, localTimeText(record.begun)),
+                          localizedFormat(record.verdicts.empty()
+                                              ? operatorText("the update of %s %s at %s was interrupted on %s")
+                                              : operatorText("the update of %s %s at %s, begun on %s, is not complete"),
+                                          record.model, called, record.place, localTimeText(record.begun)),
                           updateCommand(called)});
     }
     return checks;

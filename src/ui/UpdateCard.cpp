@@ -32,10 +32,6 @@ constexpr std::array<const char*, kUpdateSteps> kStepTitles = {
     operatorText("Done"),
 };
 
-bool isImageTaken(const UpdateState& state) {
-    return state.image == ImageState::taken || (state.currentVersion && state.currentVersion == state.offeredVersion);
-}
-
 // The step that the update is at, or that it did not get through.
 UpdateStep stepOf(const Update& update) {
     switch (update.verdict.result) {

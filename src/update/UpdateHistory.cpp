@@ -20,8 +20,8 @@ namespace {
 
 constexpr const char* kFileName = "history.sqlite";
 
-// How many updates say what is usual, and the fewest that do.
 constexpr std::size_t kRecordsToLookAt = 1000; // of the newest
+// How many updates say what is usual, and the fewest that do.
 constexpr std::int64_t kUsualUpdates = 20;
 constexpr std::size_t kFewestUpdates = 3;
 
@@ -336,7 +336,8 @@ UpdateHistory::Records UpdateHistory::lastFailures() {
     std::vector<UpdateRecord> last; // of each printer
     for (UpdateRecord& record : found.records) {
         const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
-        if (record.hasSentCommands() && std::ranges::none_of(last, isSame)) last.push_back(std::move(record));
+        const bool hasChanged = record.hasSentCommands() && !record.wasRefused();
+        if (hasChanged && std::ranges::none_of(last, isSame)) last.push_back(std::move(record));
     }
     std::erase_if(
         last, [](const UpdateRecord& record) { return record.verdicts.empty() || record.verdicts.back().isSuccess; });

@@ -85,7 +85,7 @@ class UpdateHistory {
     Records records(const UpdateFilter& filter);
     /// Records that are neither completed nor closed, and whose process has ended.
     Records interrupted();
-    /// Each printer's last update in which something was sent, if it ended without success. Of the newest 1,000
+    /// Each printer's last update that changed something in it, if that ended without success. Of the newest 1,000
     /// records.
     Records lastFailures();
     /// How long each phase usually takes on this model: the median over the last 20 successful updates that had the

@@ -33,6 +33,9 @@ struct RecordedVerdict {
     bool operator==(const RecordedVerdict&) const = default;
 };
 
+/// The verdict on an update whose printer did not take the order to enter its loader.
+inline constexpr const char* kRefusedVerdict = "command refused";
+
 struct UpdateRecord {
     std::int64_t begun = 0;
     std::string key{};   // of the printer: keyUSBdevice
@@ -56,6 +59,9 @@ struct UpdateRecord {
 
     /// A command had been sent: an end here may have left the printer without working firmware or tables.
     bool hasSentCommands() const { return !phases.empty() && phases.back().name != "checking"; }
+
+    /// It has ended, and the printer did not take the order to enter its loader: the printer is as it was.
+    bool wasRefused() const { return !verdicts.empty() && verdicts.back().verdict == kRefusedVerdict; }
 
     bool operator==(const UpdateRecord&) const = default;
 };

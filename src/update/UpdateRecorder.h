@@ -39,7 +39,7 @@ class UpdateRecorder {
     /// What earlier runs have left, of each kind the newest first.
     struct Unfinished {
         std::vector<UpdateRecord> interrupted{}; // begun and not ended
-        std::vector<UpdateRecord> failed{};      // each printer's last update in which something was sent, if it failed
+        std::vector<UpdateRecord> failed{}; // each printer's last update that changed something in it, if it failed
     };
     /// read runs on the main queue.
     void readUnfinished(std::function<void(Unfinished unfinished)> read);

@@ -125,9 +125,10 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
     /// still be at work.
     bool mayGetSecondImage(const std::string& key) const;
-    /// "update was interrupted at 2026-11-22 03:10:27, start it to complete": an earlier update of this printer has no
-    /// end or failed after something was sent, or the printer waits in its loader, and nobody updates it now. Empty if
-    /// none of these is so.
+    /// Why an update of this printer should be started, for its row: "update was interrupted at 2026-11-22 03:10:27,
+    /// start it to complete". There is a reason if the last update that changed something in the printer was cut off or
+    /// failed, or if the printer is in its loader. Empty if there is none, while the printer is being updated, and
+    /// while another program uses it.
     std::string interruptedText(TBUSBPrinterZUL& printer) const;
     /// The other program that holds the attached printer; nullopt if none does.
     std::optional<InterfaceHolder> holder(const std::string& key) const { return _monitor.holder(key); }

@@ -164,8 +164,7 @@ std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
     if (record != nullptr && record->verdicts.empty()) {
         return localizedFormat("update was interrupted at %s, start it to complete", localTimeText(record->begun));
     }
-    // A printer that did not take the order to restart is as it was.
-    if (record != nullptr && record->verdicts.back().verdict != nameOfResult(UpdateResult::commandRefused)) {
+    if (record != nullptr) {
         return localizedFormat("update of %s is not complete, start it again", localTimeText(record->begun));
     }
     if (printer.printerStatus() != textForStatus(kLoaderStatus)) return {};

@@ -3,6 +3,7 @@
 
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "update/UpdateRecord.h"
 
 #include <algorithm>
 #include <array>
@@ -14,16 +15,6 @@ namespace zul {
 namespace {
 
 constexpr std::size_t kVersionDigits = 4;
-
-// A write that failed may have been taken all the same, if the printer left before the end of it was reported. The
-// version is a proof only where it has changed.
-bool isImageTaken(const UpdateState& state) {
-    if (state.image == ImageState::taken) return true;
-    if (state.image == ImageState::notSent) return false;
-    const bool isOfferedNow = state.currentVersion && state.currentVersion == state.offeredVersion;
-    const bool isChanged = state.previousVersion && state.previousVersion != state.currentVersion;
-    return isOfferedNow && (isChanged || state.isWholeImageSent);
-}
 
 // "VK28_PP_600_0101.cwd": number, version, and whether it is for the other media.
 struct TableFile {
@@ -55,6 +46,14 @@ bool hasOneTableVersion(std::uint16_t productID) {
 }
 
 } // namespace
+
+bool isImageTaken(const UpdateState& state) {
+    if (state.image == ImageState::taken) return true;
+    if (state.image == ImageState::notSent) return false;
+    const bool isOfferedNow = state.currentVersion && state.currentVersion == state.offeredVersion;
+    const bool isChanged = state.previousVersion && state.previousVersion != state.currentVersion;
+    return isOfferedNow && (isChanged || state.isWholeImageSent);
+}
 
 bool isTableVersion(const std::string& text) {
     return text.size() == kVersionDigits && text.find_first_not_of("0123456789") == std::string::npos;
@@ -107,10 +106,10 @@ bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expecta
 
 const char* nameOfResult(UpdateResult result) {
     static constexpr auto kNames = std::to_array<const char*>(
-        {"open",           "succeeded",       "up to date",      "newer installed", "declined",       "busy",
-         "not ready",      "no answer",       "not opened",      "bad files",       "cannot follow",  "left",
-         "reconnected",    "command refused", "image not taken", "identity lost",   "version unread", "other version",
-         "tables missing", "tables differ",   "clear refused",   "not back",        "stopped"});
+        {"open",           "succeeded",     "up to date",      "newer installed", "declined",       "busy",
+         "not ready",      "no answer",     "not opened",      "bad files",       "cannot follow",  "left",
+         "reconnected",    kRefusedVerdict, "image not taken", "identity lost",   "version unread", "other version",
+         "tables missing", "tables differ", "clear refused",   "not back",        "stopped"});
     static_assert(kNames.size() == static_cast<std::size_t>(UpdateResult::stopped) + 1);
     return kNames.at(static_cast<std::size_t>(result));
 }

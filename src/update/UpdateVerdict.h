@@ -63,6 +63,10 @@ struct UpdateVerdict {
     }
 };
 
+/// The printer has the whole image. A write that failed may have been taken all the same, if the printer left before
+/// the end of it was reported; the version is a proof of that only where it has changed.
+bool isImageTaken(const UpdateState& state);
+
 /// Judges an update that the engine has reported: the version read afterwards, the tables that were sent and what the
 /// printer reports of them, whether the tables were cleared, and whether the image was taken, in this order.
 UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& expectation);

@@ -1,5 +1,5 @@
-// Updates that nobody has begun with the program's action: a printer that is found in its loader, and one that goes on
-// after its update was forgotten. They are reserved, recorded and watched like any other.
+// Updates that were not started through begin(): from the alert about a printer in its loader, and by a printer whose
+// update was dismissed and that continues. The supervisor reserves, records and follows them like any other.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -72,7 +72,8 @@ TEST_CASE("a printer that was found in its loader is watched with what past upda
     CHECK(lab.update().advice.starts_with("The printer has not come back with the new firmware."));
 }
 
-TEST_CASE("a printer that goes on after its update was forgotten is reserved and recorded while it does") {
+TEST_CASE(
+    "a printer that continues an update that was dismissed is reserved until the end, and the update is recorded") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     lab.startWithVK14("fault=never-back@FLASH_PROGRAM,fault=silence@TBL_RDVersion#3");

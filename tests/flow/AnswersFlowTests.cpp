@@ -193,10 +193,7 @@ TEST_CASE("no update begins with the loader's status of before a restart") {
     lab.bus.plug(0);
     lab.mainQueue.runPending(); // its row is there, its first answer is not
     REQUIRE(lab.rows() == 1);
-    lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
+    lab.beginUpToQuestion();
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 0);
     CHECK(lab.operatorDesk.title().starts_with("-- Warning --")); // the whole way
 }

@@ -98,7 +98,7 @@ TEST_CASE("an update that is stopped before its record is stored does not begin 
     CHECK(lab.newestRecord().verdicts.at(0).verdict == "stopped");
 }
 
-TEST_CASE("a printer that leaves before its record is stored has left, and nobody is asked about it") {
+TEST_CASE("an update ends without a question if the printer is unplugged before the record is stored") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.supervisor.begin(lab.printer(), Equal::install);

@@ -12,11 +12,6 @@ namespace {
 using Equal = UpdateSupervisor::Equal;
 using Results = std::vector<UpdateResult>;
 
-void advanceTo(SupervisedLab& lab, UpdatePhase phase) {
-    for (int step = 0; step < 3000 && lab.update().state.phase != phase; ++step) lab.advance(50ms);
-    REQUIRE(lab.update().state.phase == phase);
-}
-
 std::string silences(const char* word, int first, int last) {
     std::string faults;
     for (int question = first; question <= last; ++question) {
@@ -40,7 +35,7 @@ TEST_CASE("a printer whose files are damaged is untouched before the order, and 
     }
     SUBCASE("after it") {
         lab.beginUpdate();
-        advanceTo(lab, UpdatePhase::loaderAway);
+        lab.advanceTo(UpdatePhase::loaderAway);
         samples.damage("VK14 01.61.fw");
         isOrdered = true;
     }
@@ -80,7 +75,7 @@ TEST_CASE("a printer that was cut off in the middle of its image and does not an
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14("fault=unplug@FLASH_PROGRAM" + silences("STATUS", 5, 60));
     lab.beginUpdate();
-    advanceTo(lab, UpdatePhase::restarted);
+    lab.advanceTo(UpdatePhase::restarted);
     CHECK(lab.update().state.isImageInDoubt());
     lab.rest(5min);
     CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
@@ -93,7 +88,7 @@ TEST_CASE("a printer that has its image and does not answer is not back, whateve
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14(silences("STATUS", 6, 60).substr(1) + silences("FVER", 3, 20));
     lab.beginUpdate();
-    advanceTo(lab, UpdatePhase::restarted);
+    lab.advanceTo(UpdatePhase::restarted);
     CHECK_FALSE(lab.update().state.isImageInDoubt());
     lab.rest(5min);
     REQUIRE_FALSE(lab.ends.empty());
@@ -117,7 +112,7 @@ TEST_CASE("only a stalled printer that has taken its image may be sent a second 
     lab.startWithVK14(faults.substr(1));
     lab.beginUpdate();
     const std::string key = lab.update().state.key;
-    advanceTo(lab, phase);
+    lab.advanceTo(phase);
     CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
     lab.rest(90s);
     CHECK(lab.update().state.phase == phase);
@@ -151,7 +146,8 @@ TEST_CASE("a printer that comes back after its update was given up is reserved a
     CHECK_FALSE(lab.kept.at(location));
 }
 
-TEST_CASE("an update that was given up because its loader was held goes on when the other program is done") {
+TEST_CASE(
+    "an update that was given up because another program held the loader continues when that program releases it") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14("fault=holder#3:300000");

@@ -1,8 +1,6 @@
 // What is said while an update takes long, how long the program waits, and what an end leaves to the printer.
 #include "SupervisedLab.h"
 
-#include "unit/update/ChildProcess.h"
-
 #include <doctest/doctest.h>
 
 using namespace zul;
@@ -14,25 +12,11 @@ namespace {
 using Equal = UpdateSupervisor::Equal;
 using Results = std::vector<UpdateResult>;
 
-void advanceTo(SupervisedLab& lab, UpdatePhase phase) {
-    for (int step = 0; step < 3000 && lab.update().state.phase != phase; ++step) lab.advance(50ms);
-    REQUIRE(lab.update().state.phase == phase);
-}
-
 // "after-update=" with the cover open for so many answers.
 std::string coverOpen(int answers) {
     std::string statuses = "after-update=01000";
     for (int answer = 1; answer < answers; ++answer) statuses += ":01000";
     return statuses;
-}
-
-// An earlier run that was killed when its update had come to this phase.
-void cutOffEarlierRun(SupervisedLab& lab, const std::string& phase) {
-    ChildProcess process({ZUL_HISTORY_WRITER, lab.stateFolder.path.string()});
-    REQUIRE(process("cut-off " + lab.printer()->keyUSBdevice() + " " + phase) == "stored");
-    process.kill();
-    lab.supervisor.readInterrupted([] {});
-    lab.rest(1s);
 }
 
 } // namespace
@@ -43,7 +27,7 @@ TEST_CASE("a loader that another program holds is waited for, and may be dismiss
     SupervisedLab lab;
     lab.startWithVK14("fault=holder#3:600000");
     lab.beginUpdate();
-    advanceTo(lab, UpdatePhase::loaderBack);
+    lab.advanceTo(UpdatePhase::loaderBack);
     lab.advance(10s);
     CHECK(lab.update().isWaiting);
     CHECK_FALSE(lab.update().mayBeDismissed);
@@ -117,7 +101,7 @@ TEST_CASE("a printer that is not ready is reported as early as a silent one wher
     lab.supervisor.setSettings({.stallAfter = 2s});
     lab.startWithVK14(coverOpen(100) + ":00000");
     lab.beginUpdate();
-    advanceTo(lab, UpdatePhase::restarted);
+    lab.advanceTo(UpdatePhase::restarted);
     lab.advance(1s);
     CHECK_FALSE(lab.update().isWaiting);
     lab.advance(2s);
@@ -239,7 +223,7 @@ TEST_CASE("an earlier interruption explains only the silence of a printer that w
     SupervisedLab lab;
     SUBCASE("a printer that answers is declined for its own reason") {
         lab.startWithVK14();
-        cutOffEarlierRun(lab, "writing");
+        lab.cutOffEarlierRun("writing");
         lab.supervisor.begin(lab.printer(), Equal::install);
         lab.rest(1s);
         REQUIRE(lab.operatorDesk.press("Quit"));
@@ -249,7 +233,7 @@ TEST_CASE("an earlier interruption explains only the silence of a printer that w
     }
     SUBCASE("a silent one whose tables were being written does not answer") {
         lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
-        cutOffEarlierRun(lab, "color tables");
+        lab.cutOffEarlierRun("color tables");
         lab.supervisor.begin(lab.printer(), Equal::install);
         lab.rest(1s);
         lab.agree();

@@ -53,10 +53,7 @@ TEST_CASE("an update is not given up for the time that its operator took to answ
 TEST_CASE("an operator who does not wait for a busy printer reads who uses it") {
     SupervisedLab lab;
     lab.startWithVK14("fault=holder#2:600000");
-    lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
+    lab.beginUpToQuestion();
     REQUIRE(lab.operatorDesk.title() == "Printer Busy");
     REQUIRE(lab.operatorDesk.press("Cancel"));
     lab.rest(1s);
@@ -68,10 +65,7 @@ TEST_CASE("an operator who does not wait for a busy printer reads who uses it") 
 TEST_CASE("an update that was stopped at its last question stays stopped when that is answered") {
     SupervisedLab lab;
     lab.startWithVK14("firmware=VK14 09.00");
-    lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
+    lab.beginUpToQuestion();
     REQUIRE(lab.operatorDesk.title() == "Firmware update not needed");
     lab.supervisor.requestStop();
     REQUIRE(lab.operatorDesk.press("OK"));

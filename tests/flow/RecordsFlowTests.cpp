@@ -26,15 +26,6 @@ struct OtherProgram {
     std::string key;
 };
 
-// An earlier run that was killed when its update had come to this phase.
-void cutOff(SupervisedLab& lab, const std::string& phase) {
-    ChildProcess process({ZUL_HISTORY_WRITER, lab.stateFolder.path.string()});
-    REQUIRE(process("cut-off " + lab.printer()->keyUSBdevice() + " " + phase) == "stored");
-    process.kill();
-    lab.supervisor.readInterrupted([] {});
-    lab.rest(1s);
-}
-
 std::vector<std::string> phasesOf(const UpdateRecord& record) {
     std::vector<std::string> names;
     for (const UpdatePhaseTime& phase : record.phases) names.push_back(phase.name);
@@ -277,7 +268,7 @@ TEST_CASE("an update that an earlier run did not end is offered for completion u
     lab.startWithVK14("firmware=VK14 01.61,tables=0161"); // the versions alone would say that there is nothing to do
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
     CHECK(lab.supervisor.isUpToDate(*lab.printer()));
-    cutOff(lab, "color tables");
+    lab.cutOffEarlierRun("color tables");
     CHECK(lab.supervisor.interruptedText(*lab.printer()) ==
           "update was interrupted at " + localTimeText(1000) + ", start it to complete");
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
@@ -292,7 +283,7 @@ TEST_CASE("an update that an earlier run did not end is offered for completion u
 TEST_CASE("an update that was cut off before its first command needs no completion") {
     SupervisedLab lab;
     lab.startWithVK14();
-    cutOff(lab, "checking");
+    lab.cutOffEarlierRun("checking");
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
 }
 
@@ -306,7 +297,7 @@ TEST_CASE("a printer in its loader is offered for completion without a record") 
 TEST_CASE("a printer that waits for the rest of an image is not called unchanged, and its owner reads what helps") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
-    cutOff(lab, "writing");
+    lab.cutOffEarlierRun("writing");
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest();
     if (lab.operatorDesk.title() == "Attention:") lab.agree();

@@ -1,4 +1,5 @@
-// An interface that nobody needs any more is free for other programs, however the questions or the update ended.
+// The interface is closed after questions that were cut short and after an update that was not begun, so that other
+// programs can open it.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -7,16 +8,21 @@ using namespace zul;
 using namespace std::chrono_literals;
 using Equal = UpdateSupervisor::Equal;
 
-TEST_CASE("an update that is declined leaves the interface free") {
-    SupervisedLab lab;
-    lab.startWithVK14();
-    lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
+namespace {
+
+void decline(SupervisedLab& lab, UpdateResult result) {
+    lab.beginUpToQuestion();
     REQUIRE(lab.operatorDesk.press("Cancel"));
     lab.rest();
-    CHECK(lab.result() == UpdateResult::declined);
+    CHECK(lab.result() == result);
+}
+
+} // namespace
+
+TEST_CASE("the interface is closed when an update is declined") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    decline(lab, UpdateResult::declined);
     CHECK(lab.printer()->ownership() == Ownership::nobody);
 }
 
@@ -26,30 +32,18 @@ TEST_CASE("a printer that was claimed before its update was declined stays claim
     lab.printer()->setIsOwned(1);
     lab.rest();
     REQUIRE(lab.printer()->ownership() == Ownership::thisProgram);
-    lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
-    REQUIRE(lab.operatorDesk.press("Cancel"));
-    lab.rest();
-    CHECK(lab.result() == UpdateResult::declined);
+    decline(lab, UpdateResult::declined);
     CHECK(lab.printer()->ownership() == Ownership::thisProgram);
 }
 
-TEST_CASE("a printer that is not ready is free when its update has been declined") {
+TEST_CASE("the interface is closed when the update of a printer that is not ready is declined") {
     SupervisedLab lab;
     lab.startWithVK14("status=00000:01000");
-    lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
-    REQUIRE(lab.operatorDesk.press("Cancel"));
-    lab.rest();
-    CHECK(lab.result() == UpdateResult::notReady);
+    decline(lab, UpdateResult::notReady);
     CHECK(lab.printer()->ownership() == Ownership::nobody);
 }
 
-TEST_CASE("a printer that does not answer the check is free") {
+TEST_CASE("the interface is closed when a printer does not answer the check before its update") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -60,7 +54,7 @@ TEST_CASE("a printer that does not answer the check is free") {
     CHECK(lab.printer()->ownership() == Ownership::nobody);
 }
 
-TEST_CASE("a printer in its loader and one that is mute are free after their questions") {
+TEST_CASE("the interface is closed after the questions of a printer in its loader, and of one that does not answer") {
     for (const char* settings : {"VK14,mode=loader", "VK14,fault=silence@STATUS#2,fault=silence@STATUS#3"}) {
         CAPTURE(settings);
         SupervisedLab lab;

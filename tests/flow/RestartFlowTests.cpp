@@ -11,11 +11,6 @@ namespace {
 
 constexpr const char* kImage = "FW_UPDFLASH_PROGRAM";
 
-void advanceTo(SupervisedLab& lab, UpdatePhase phase) {
-    for (int step = 0; step < 1000 && lab.update().state.phase != phase; ++step) lab.advance(100ms);
-    REQUIRE(lab.update().state.phase == phase);
-}
-
 } // namespace
 
 TEST_CASE("a printer may take any time for its restarts") {
@@ -44,7 +39,7 @@ TEST_CASE("a loader that leaves and comes back once more gets one image") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
-    advanceTo(lab, UpdatePhase::loaderBack);
+    lab.advanceTo(UpdatePhase::loaderBack);
     lab.bus.unplug(0);
     lab.advance(1s);
     lab.bus.plug(0);
@@ -57,7 +52,7 @@ TEST_CASE("a printer that comes back twice with its new firmware gets no second 
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
-    advanceTo(lab, UpdatePhase::restarting);
+    lab.advanceTo(UpdatePhase::restarting);
     lab.advance(1900ms); // it comes back after two seconds
     lab.bus.unplug(0);
     lab.advance(1s);

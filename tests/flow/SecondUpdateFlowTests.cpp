@@ -2,8 +2,6 @@
 // happened in it, and a success closes the records that earlier attempts left open.
 #include "SupervisedLab.h"
 
-#include "unit/update/ChildProcess.h"
-
 #include <doctest/doctest.h>
 
 using namespace zul;
@@ -28,7 +26,7 @@ void dismissAlerts(SupervisedLab& lab) {
     while (lab.operatorDesk.waiting() > 0) REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().front()));
 }
 
-// The printer comes back in its loader although nobody has ordered that, and its operator wants it updated.
+// The printer was switched on in its loader, without an order of this program, and the operator starts its update.
 void updateFromLoader(SupervisedLab& lab, const std::string& settings) {
     // What the engine remembers of an update that is over goes with the next attachment.
     lab.bus.unplug(0);
@@ -52,15 +50,6 @@ void stallInLoader(SupervisedLab& lab) {
     REQUIRE(lab.update().state.phase == UpdatePhase::loaderBack);
     REQUIRE(lab.update().isStalled);
     REQUIRE(lab.operatorDesk.waiting() == 0);
-}
-
-// An earlier run that was killed while it wrote the tables.
-void cutOffEarlierRun(SupervisedLab& lab) {
-    ChildProcess process({ZUL_HISTORY_WRITER, lab.stateFolder.path.string()});
-    REQUIRE(process("cut-off " + lab.printer()->keyUSBdevice() + " color tables") == "stored");
-    process.kill();
-    lab.supervisor.readInterrupted([] {});
-    lab.rest(1s);
 }
 
 } // namespace
@@ -182,7 +171,7 @@ TEST_CASE("the record of a stalled update stays open when the second one fails, 
 TEST_CASE("an update that an earlier run did not end stays open until one succeeds") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@WTCTRLD#2");
-    cutOffEarlierRun(lab);
+    lab.cutOffEarlierRun("color tables");
     const std::string offer = lab.supervisor.interruptedText(*lab.printer());
     CHECK(offer.starts_with("update was interrupted at "));
     lab.beginUpdate();

@@ -3,6 +3,7 @@
 
 #include "Lab.h"
 #include "support/TemporaryFolder.h"
+#include "unit/update/ChildProcess.h"
 #include "update/UpdateSupervisor.h"
 
 #include <algorithm>
@@ -67,6 +68,25 @@ class SupervisedLab : public Lab, public UpdateObserver {
         operatorDesk.setAgreed(true);
         REQUIRE(operatorDesk.press("Continue"));
         rest(std::chrono::milliseconds(100));
+    }
+    /// The update begins, and the operator has agreed: the confirmation or another question is shown.
+    void beginUpToQuestion() {
+        supervisor.begin(printer(), UpdateSupervisor::Equal::install);
+        rest(std::chrono::seconds(1));
+        agree();
+        rest(std::chrono::seconds(1));
+    }
+    void advanceTo(UpdatePhase phase) {
+        for (int step = 0; step < 3000 && update().state.phase != phase; ++step) advance(std::chrono::milliseconds(50));
+        REQUIRE(update().state.phase == phase);
+    }
+    /// An earlier run had begun the update of the attached printer and was killed in this phase.
+    void cutOffEarlierRun(const std::string& phase) {
+        test::ChildProcess process({ZUL_HISTORY_WRITER, stateFolder.path.string()});
+        REQUIRE(process("cut-off " + printer()->keyUSBdevice() + " " + phase) == "stored");
+        process.kill();
+        supervisor.readInterrupted([] {});
+        rest(std::chrono::seconds(1));
     }
     const Update& update() const {
         REQUIRE(supervisor.updates().size() == 1);

@@ -149,20 +149,14 @@ TEST_CASE("what the operator declines ends the update at once, with what was dec
     }
     SUBCASE("the confirmation") {
         lab.startWithVK14();
-        lab.supervisor.begin(lab.printer(), Equal::install);
-        lab.rest(1s);
-        lab.agree();
-        lab.rest(1s);
+        lab.beginUpToQuestion();
         REQUIRE(lab.operatorDesk.press("Cancel"));
         lab.rest();
         CHECK(lab.result() == UpdateResult::declined);
     }
     SUBCASE("a printer that is not ready") {
         lab.startWithVK14("status=01000");
-        lab.supervisor.begin(lab.printer(), Equal::install);
-        lab.rest(1s);
-        lab.agree();
-        lab.rest(1s);
+        lab.beginUpToQuestion();
         REQUIRE(lab.operatorDesk.title() == "Printer Not Ready");
         REQUIRE(lab.operatorDesk.press("Cancel"));
         lab.rest();
@@ -208,10 +202,7 @@ TEST_CASE("a printer that leaves before its update began ends it") {
 TEST_CASE("a printer that is made to reconnect because its version is not known did not leave by itself") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@FVER,fault=silence@FVER#2");
-    lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(1s);
-    lab.agree();
-    lab.rest(1s);
+    lab.beginUpToQuestion();
     REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
     lab.rest();
     CHECK(lab.result() == UpdateResult::reconnected);

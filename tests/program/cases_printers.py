@@ -110,7 +110,7 @@ def _(bench):
     expect_equal(commands[-1], "MNT_WTCOUNTER_CLR", "the last command")
 
 
-@case("a command that a printer refuses is told in words; the code is in the log and in JSON alone")
+@case("a refused command is reported in words; only the log and JSON have the return code")
 def _(bench):
     printers = ("VK14,fault=stall@MNT_WTCOUNTER_CLR",)
     result = bench.run("reset-counter", "A", "1", printers=printers)
@@ -124,7 +124,7 @@ def _(bench):
     expect("kIO" not in error["message"], error["message"])
 
 
-@case("a bus that cannot be watched is told in words; the code is in the log alone")
+@case("a bus that cannot be watched is reported in words; only the log has the return code")
 def _(bench):
     def listed(*words):
         # Too few files for the bus, and enough for what comes before it.

@@ -55,30 +55,28 @@ class FullPipe:
             return stream.read()[self.size:]
 
 
-def wait_for_last_table(file, process):
+def lines_read_after_update(bench, option, stream):
+    """Runs an update with a stream that is read only after the last table was sent; what is read then."""
+    file, pipe = bench.path("journal"), FullPipe()
+    process = bench.start(option, "--virtual-journal", file, *UPDATE, **{stream: pipe.writer})
     while not os.path.exists(file) or changes_in(file) != WHOLE:
         expect_equal(process.poll(), None, "exit status while the update is under way")
         time.sleep(0.05)
-
-
-@case("an update goes on while nobody reads its output, and the output is complete once somebody does")
-def _(bench):
-    file, pipe = bench.path("journal"), FullPipe()
-    process = bench.start("--json", "--virtual-journal", file, *UPDATE, stdout=pipe.writer)
-    wait_for_last_table(file, process)
     lines = pipe.read_all().splitlines()
     expect_equal(process.wait(), 0, "exit status")
+    return lines
+
+
+@case("an update continues while its output is not read, and all of the output arrives when it is read")
+def _(bench):
+    lines = lines_read_after_update(bench, "--json", "stdout")
     expect_equal(json.loads(lines[-1])["result"], "succeeded", "result")
     expect(any(json.loads(line).get("phase") == "restarting into loader" for line in lines), lines)
 
 
-@case("an update goes on while nobody reads its log lines")
+@case("an update continues while its log lines are not read")
 def _(bench):
-    file, pipe = bench.path("journal"), FullPipe()
-    process = bench.start("-v", "--virtual-journal", file, *UPDATE, stderr=pipe.writer)
-    wait_for_last_table(file, process)
-    lines = pipe.read_all().splitlines()
-    expect_equal(process.wait(), 0, "exit status")
+    lines = lines_read_after_update(bench, "-v", "stderr")
     expect(any("printer firmware version" in line for line in lines), lines)
 
 

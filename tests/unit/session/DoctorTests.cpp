@@ -5,6 +5,7 @@
 #include "unit/session/LoginLab.h"
 #include "unit/session/UsbTree.h"
 #include "update/UpdateHistory.h"
+#include "update/UpdateVerdict.h"
 
 #include <algorithm>
 #include <doctest/doctest.h>
@@ -328,6 +329,31 @@ TEST_CASE("an update that was cut off is a problem until it is completed, and on
     CHECK(checks[1].remedy == "zulctl update one");
     CHECK(history.dismiss(history.records({.printer = "one"}).records.at(0).id).empty());
     CHECK(machine.doctor().interruptedUpdates().size() == 1);
+}
+
+TEST_CASE("an update that failed after something was sent is a problem until a later one succeeds") {
+    Machine machine;
+    UpdateHistory history({.folder = machine.options.stateFolder});
+    machine.options.history = &history;
+    const auto update = [&](const char* phase, const RecordedVerdict& verdict) {
+        const auto begun = history.begin({.begun = 1000, .key = "one", .place = "1-1", .model = "VK14"});
+        REQUIRE(history.addPhase(begun.id, {.name = phase, .begun = 1000}).empty());
+        REQUIRE(history.complete(begun.id, verdict).empty());
+        return machine.doctor().interruptedUpdates().front();
+    };
+    CHECK(update("entering loader", {.verdict = nameOfResult(UpdateResult::commandRefused)}).state == CheckState::ok);
+    CHECK(update("checking", {.verdict = nameOfResult(UpdateResult::declined)}).state == CheckState::ok);
+    const Check failed = update("color tables", {.verdict = nameOfResult(UpdateResult::tablesMissing)});
+    CHECK(failed.state == CheckState::problem);
+    CHECK(failed.text.starts_with("the update of VK14 one at 1-1, begun on "));
+    CHECK(failed.text.ends_with(" is not complete"));
+    CHECK(failed.remedy == "zulctl update one");
+    // What changed nothing does not hide it.
+    CHECK(update("checking", {.verdict = nameOfResult(UpdateResult::declined)}).state == CheckState::problem);
+    CHECK(update("entering loader", {.verdict = nameOfResult(UpdateResult::commandRefused)}).state ==
+          CheckState::problem);
+    CHECK(update("done", {.verdict = nameOfResult(UpdateResult::succeeded), .isSuccess = true}).state ==
+          CheckState::ok);
 }
 
 TEST_CASE("a history that cannot be read is a problem") {

@@ -1,5 +1,5 @@
 // Quoting for a POSIX shell. Called where a remedy is a command.
-#include "session/ShellWord.h"
+#include "platform/foundation/ShellWord.h"
 
 #include <string_view>
 
