@@ -118,7 +118,9 @@ void UpdateSupervisor::continueBegin(const std::string& key, Equal equal) {
     } else if (found->second.state.isHeldElsewhere()) {
         end(key, UpdateResult::busy);
     } else if (printer->printerCommandQueue() && !_monitor.hasReportedStatus(key)) {
-        end(key, UpdateResult::unanswered);
+        // A printer that may not be opened was not asked.
+        const bool isMute = printer->openStatus() != kIOReturnNotPrivileged;
+        end(key, isMute ? UpdateResult::unanswered : UpdateResult::notOpened);
     } else if (equal == Equal::skip && isUpToDate(*printer)) {
         end(key, UpdateResult::upToDate);
     } else if (_courses[key].fileProblems = printer->archiveProblems(); !_courses[key].fileProblems.empty()) {

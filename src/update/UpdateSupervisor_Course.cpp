@@ -239,6 +239,12 @@ void UpdateSupervisor::explain(Update& update) {
         update.advice = adviceForReturnElsewhere(update);
     }
     const Printer printer = update.printer.lock();
+    if (result == UpdateResult::notOpened && printer && printer->openStatus() == kIOReturnNotPrivileged) {
+        update.verdict.reason = Bundle::localized(operatorText("this user has no right to open the printer"));
+        update.advice = localizedFormat("Run \"%s\": it names the missing right and what gives it. Then start the "
+                                        "update again.",
+                                        "zulctl doctor");
+    }
     if (result != UpdateResult::unanswered || !printer) return;
     const UpdateRecord* const earlier = incompleteRecord(*printer);
     if (earlier == nullptr) return;

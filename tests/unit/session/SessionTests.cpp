@@ -105,6 +105,23 @@ TEST_CASE("a listed printer that may not be opened is among the hints until it m
     CHECK(lab.watcher.changes > changes);
 }
 
+TEST_CASE("an update of a printer that may not be opened ends with the missing right, and not with a power cycle") {
+    Lab lab;
+    const auto handle = Lab::printer();
+    handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotPrivileged);
+    lab.attach(handle);
+    const auto printer = lab.session->printers().back();
+    UpdateSupervisor& supervisor = lab.session->supervisor;
+    supervisor.begin(printer, UpdateSupervisor::Equal::install);
+    lab.session->recorder.flush();
+    lab.settle();
+    const Update& update = supervisor.updates().at(printer->keyUSBdevice());
+    CHECK(update.verdict.result == UpdateResult::notOpened);
+    CHECK(update.verdict.isUntouched());
+    CHECK(update.verdict.reason == "this user has no right to open the printer");
+    CHECK(update.advice.starts_with("Run \"zulctl doctor\":"));
+}
+
 TEST_CASE("a printer that another process of ours updates is shown with that process, its activity and its phase") {
     Lab lab;
     const auto handle = Lab::printer();
