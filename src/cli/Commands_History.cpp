@@ -155,6 +155,30 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
     }
 }
 
+// A printer that is gone for good would be reported for ever.
+int dismiss(UpdateHistory& history, const std::vector<UpdateRecord>& records, const Options& options,
+            const Output& output) {
+    UpdateHistory::Records failed = history.lastFailures();
+    int count = 0;
+    for (const UpdateRecord& record : records) {
+        const auto isThis = [&](const UpdateRecord& one) { return one.id == record.id; };
+        if (courseOf(record) != Course::interrupted && std::ranges::none_of(failed.records, isThis)) continue;
+        if (const std::string problem = history.dismiss(record.id); !problem.empty()) {
+            output.problem(problem, kFailed);
+            return kFailed;
+        }
+        ++count;
+    }
+    if (output.isJson()) {
+        output.document({{"dismissed", count}});
+    } else {
+        output.line(count == 0 ? formatted("No update of %s waits to be completed.", options.printer)
+                               : formatted("Dismissed updates of %s: %d. They need not be completed any more.",
+                                           options.printer, count));
+    }
+    return kDone;
+}
+
 } // namespace
 
 int runHistory(const Options& options, const Output& output) {
@@ -164,6 +188,7 @@ int runHistory(const Options& options, const Output& output) {
         output.problem(found.problem, kFailed);
         return kFailed;
     }
+    if (options.dismiss) return dismiss(history, found.records, options, output);
     // The newest is what people look for: next to the prompt.
     std::ranges::reverse(found.records);
     if (output.isJson()) {

@@ -28,11 +28,7 @@ void reportBusy(Program& program, const Program::Printer& printer, const Interfa
 // The code is for scripts and for the log; the text says the same in words.
 void reportFailure(Program& program, const std::string& text, IOReturn code) {
     logText("%s (%s)\n", text, strForIOReturn(code));
-    if (program.output.isJson()) {
-        program.output.object({{"error", {{"message", text}, {"exit", kFailed}, {"code", strForIOReturn(code)}}}});
-    } else {
-        program.output.problem(text, kFailed);
-    }
+    program.output.problem(text, kFailed, strForIOReturn(code));
     program.quit(kFailed);
 }
 

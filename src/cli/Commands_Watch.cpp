@@ -51,6 +51,9 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
 
     void updateDidChange(const std::string& /*key*/) override {}
     void updateDidEnd(const std::string& /*key*/) override {}
+    void conditionsMayHaveChanged() override { compareConditions(); }
+    void interruptedDidChange() override { compareConditions(); }
+    void unusablePrintersDidChange() override { compareConditions(); }
     void unusablePrinterDidArrive(const std::string& message) override { _program.output.note(message); }
 
   private:
@@ -71,6 +74,25 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
             for (const auto& [key, value] : printer->deviceInfoDict()->entries())
                 showFact(*printer, key, jsonOf(value));
             printer->addObserver(weak_from_this(), KeyValueObservable::kEveryKey, printer.get());
+        }
+        compareConditions();
+    }
+
+    // What list shows beside the status: who uses a printer, an update that is to be completed, missing answers.
+    void compareConditions() {
+        for (const auto& printer : _shown) {
+            if (!_program.output.isJson()) {
+                const std::string text = conditionText(_program.session.supervisor, *printer);
+                showFact(*printer, "condition", text.empty() ? json(nullptr) : json(text));
+                continue;
+            }
+            const json conditions = conditionOf(_program.session.supervisor, *printer);
+            for (const auto& [key, value] : conditions.items()) {
+                // Conditions are reported when they begin and when they end, not that there is none.
+                if (value != json(false) || _last[printer->keyUSBdevice()].contains(key)) {
+                    showFact(*printer, key, value);
+                }
+            }
         }
     }
 

@@ -103,6 +103,10 @@ void addHistoryCommand(CLI::App& app, Options& options) {
             },
             "Only begun since then: 2026-11-01, 2026-11-01T10:00, or how long ago: 12h, 7d")
         ->type_name("TIME");
+    history
+        ->add_flag("--dismiss", options.dismiss,
+                   "Ask no more to complete the updates of --printer: it is gone for good, for example")
+        ->needs("--printer");
 }
 
 void addOfflineCommands(CLI::App& app, Options& options) {

@@ -28,6 +28,7 @@ struct Options : SessionOptions {
     // history
     std::string printer;               // key, serial number or place; empty: all
     std::optional<std::int64_t> since; // milliseconds since 1970
+    bool dismiss = false;              // close the updates without success of this printer
 };
 
 struct ParsedOptions {

@@ -48,9 +48,11 @@ void Output::object(const nlohmann::json& value) const {
     std::cout << dumped(value, -1) << std::endl;
 }
 
-void Output::problem(const std::string& text, int exitStatus) const {
+void Output::problem(const std::string& text, int exitStatus, const std::string& code) const {
     if (_json) {
-        object({{"error", {{"message", text}, {"exit", exitStatus}}}});
+        nlohmann::json error = {{"message", text}, {"exit", exitStatus}};
+        if (!code.empty()) error["code"] = code;
+        object({{"error", error}});
     } else {
         std::cerr << "zulctl: " << printable(text) << std::endl;
     }

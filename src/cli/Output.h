@@ -18,8 +18,9 @@ class Output {
     void line(const std::string& text) const;
     void document(const nlohmann::json& value) const; // indented, for one document
     void object(const nlohmann::json& value) const;   // one line
-    /// A problem with what to do about it. With --json an object on standard output with the exit status.
-    void problem(const std::string& text, int exitStatus) const;
+    /// A problem with what to do about it. With --json an object on standard output with the exit status and, if there
+    /// is one, the name of the return code.
+    void problem(const std::string& text, int exitStatus, const std::string& code = {}) const;
     /// A hint that changes no result, on standard error (with --json as an object, so that the document stays the only
     /// one on standard output).
     void note(const std::string& text) const;

@@ -32,7 +32,7 @@ int Program::start(std::function<void()> ready) {
     if (options.command == "doctor" && options.virtualPrinters.empty()) attachedAtStart = attachedPrinters({});
     if (const auto problem = session.start(TBPrinters::Outlets{})) {
         const int status = problem->isWrongUsage ? kWrongUsage : kFailed;
-        output.problem(problem->message, status);
+        output.problem(problem->message, status, problem->code);
         return status;
     }
     // After the insertion of the rows; twice, because what is queued first asks for a close after itself.

@@ -124,7 +124,7 @@ std::vector<Check> Doctor::examine(const std::vector<ExaminedPrinter>& printers)
         ofEach("firmware-archive", &Doctor::archive);
     }
     ofEach("loader", &Doctor::loader);
-    for (Check& check : interruptedUpdates()) checks.push_back(std::move(check));
+    for (Check& check : interruptedUpdates(printers)) checks.push_back(std::move(check));
     ofEach("ready", &Doctor::ready);
     checks.push_back(stateFolder());
     checks.push_back(loginService());

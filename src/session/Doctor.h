@@ -100,7 +100,7 @@ class Doctor {
     Check stateFolder() const;
     Check loginService() const;
     Check ippUsb(const std::vector<ExaminedPrinter>& printers) const;
-    std::vector<Check> interruptedUpdates() const;
+    std::vector<Check> interruptedUpdates(const std::vector<ExaminedPrinter>& printers) const;
     /// What is wrong with the firmware files whatever the model.
     Check archiveFolder() const;
 

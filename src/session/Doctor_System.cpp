@@ -161,7 +161,7 @@ Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
     return {kIppUsb, {}, CheckState::ok, localizedFormat("ipp-usb does not run"), {}};
 }
 
-std::vector<Check> Doctor::interruptedUpdates() const {
+std::vector<Check> Doctor::interruptedUpdates(const std::vector<ExaminedPrinter>& printers) const {
     constexpr const char* kName = "interrupted-update";
     if (_options.history == nullptr) return {{kName, {}, CheckState::unknown, localizedFormat("not checked"), {}}};
     UpdateHistory::Records found = _options.history->interrupted();
@@ -182,12 +182,22 @@ std::vector<Check> Doctor::interruptedUpdates() const {
     std::vector<Check> checks;
     for (const UpdateRecord& record : found.records) {
         const std::string called = record.serial.empty() ? record.key : record.serial;
-        checks.push_back({kName, record.key, CheckState::problem,
-                          localizedFormat(record.verdicts.empty()
-                                              ? operatorText("the update of %s %s at %s was interrupted on %s")
-                                              : operatorText("the update of %s %s at %s, begun on %s, is not complete"),
-                                          record.model, called, record.place, localTimeText(record.begun)),
-                          updateCommand(called)});
+        Check check{kName, record.key, CheckState::problem,
+                    localizedFormat(record.verdicts.empty()
+                                        ? operatorText("the update of %s %s at %s was interrupted on %s")
+                                        : operatorText("the update of %s %s at %s, begun on %s, is not complete"),
+                                    record.model, called, record.place, localTimeText(record.begun)),
+                    updateCommand(called)};
+        const auto isThis = [&](const ExaminedPrinter& one) {
+            return isSamePrinter({.key = one.key, .model = one.model, .serial = one.serial}, record);
+        };
+        if (std::ranges::none_of(printers, isThis)) {
+            check.text = localizedFormat("%s. The printer is not attached: attach it and start its update again. If it "
+                                         "is gone for good, run this command.",
+                                         check.text);
+            check.remedy = "zulctl history --printer " + shellWord(called) + " --dismiss";
+        }
+        checks.push_back(std::move(check));
     }
     return checks;
 }

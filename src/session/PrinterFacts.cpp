@@ -52,13 +52,18 @@ json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
             {"notAnswering", supervisor.isNotAnswering(printer.keyUSBdevice())}};
 }
 
-std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
+std::string conditionText(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
     const auto holder = supervisor.holder(printer.keyUSBdevice());
-    const std::string status = printer.printerStatus().value_or("");
     std::string condition = holder ? describeHolder(*holder) : supervisor.interruptedText(printer);
     if (condition.empty() && supervisor.isNotAnswering(printer.keyUSBdevice())) {
         condition = localizedFormat("does not answer as it should, switch it off and on");
     }
+    return condition;
+}
+
+std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
+    const std::string status = printer.printerStatus().value_or("");
+    const std::string condition = conditionText(supervisor, printer);
     if (condition.empty()) return status;
     return status.empty() ? condition : status + ": " + condition;
 }

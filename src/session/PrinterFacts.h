@@ -18,6 +18,8 @@ std::string offeredFirmware(const TBUSBPrinterZUL& printer);
 /// What keeps the printer from being used or needs to be done with it: "holder" and "interrupted", each null if there
 /// is nothing of the kind, and "notAnswering".
 nlohmann::json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
+/// The same for a person, in one line; empty if there is no such condition.
+std::string conditionText(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
 /// The printer's status with that condition, in one line; empty if neither is known.
 std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
 /// A holder in JSON.

@@ -139,7 +139,7 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
     watchServices();
     if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
         logText("the USB bus cannot be watched: %s\n", strForIOReturn(code));
-        return SessionProblem{busFailureText(code)};
+        return SessionProblem{.message = busFailureText(code), .code = strForIOReturn(code)};
     }
     supervisor.readInterrupted([this] { historyIsRead(); });
     controller->awakeFromNib();

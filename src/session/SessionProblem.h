@@ -8,6 +8,7 @@ namespace zul {
 struct SessionProblem {
     std::string message; // what is wrong, and what to do
     bool isWrongUsage = false;
+    std::string code = {}; // the name of the return code, for JSON; empty if there is none
 };
 
 } // namespace zul

@@ -95,7 +95,7 @@ void MainWindow::updateFirmware() {
     }
     if (_supervisor.mayGetSecondImage(printer->keyUSBdevice())) {
         askBeforeSecondImage(printer);
-    } else if (_supervisor.isUpToDate(*printer)) {
+    } else if (_supervisor.isUpToDate(*printer) && printer->archiveProblems().empty()) {
         askBeforeEqualVersion(printer);
     } else {
         _supervisor.begin(printer, UpdateSupervisor::Equal::install);

@@ -3,6 +3,7 @@
 #include "platform/foundation/LocalizedFormat.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
+#include "update/UpdateStep.h"
 #include "update/UpdateTexts.h"
 
 #include <QEvent>
@@ -31,29 +32,6 @@ constexpr std::array<const char*, kUpdateSteps> kStepTitles = {
     operatorText("Restarting"), operatorText("Writing color tables"),
     operatorText("Done"),
 };
-
-// The step that the update is at, or that it did not get through.
-UpdateStep stepOf(const Update& update) {
-    switch (update.verdict.result) {
-    case UpdateResult::badFiles:
-    case UpdateResult::imageNotTaken:
-        return update.verdict.isUntouched() ? UpdateStep::checking : UpdateStep::writingFirmware;
-    case UpdateResult::commandRefused:
-        return UpdateStep::enteringLoader;
-    case UpdateResult::versionUnread:
-    case UpdateResult::otherVersion:
-        return isImageTaken(update.state) ? UpdateStep::restartingIntoFirmware : UpdateStep::writingFirmware;
-    case UpdateResult::tablesMissing:
-    case UpdateResult::tablesDiffer:
-    case UpdateResult::clearRefused:
-    case UpdateResult::identityLost:
-        return UpdateStep::writingTables;
-    default:
-        break;
-    }
-    const bool isCutOff = update.state.phase == UpdatePhase::restarted && !isImageTaken(update.state);
-    return isCutOff ? UpdateStep::writingFirmware : phaseRow(update.state.phase).step;
-}
 
 QString clockText(Clock::Duration span) {
     const long long all = duration_cast<seconds>(span).count();
@@ -154,7 +132,7 @@ void UpdateCard::show(const Update& update, Clock::TimePoint now) {
 
 // A sign and a weight for each step, not a colour: it must be told without.
 void UpdateCard::showSteps(const Update& update) {
-    const auto current = static_cast<std::size_t>(stepOf(update));
+    const auto current = static_cast<std::size_t>(stepOf(update.state, update.verdict));
     const bool isDone = update.verdict.isSuccess();
     for (std::size_t i = 0; i < kSteps; ++i) {
         QString title = localized(kStepTitles[i]);

@@ -15,7 +15,6 @@ using nlohmann::json;
 namespace {
 
 constexpr std::size_t kLongestName = 128; // bytes
-constexpr std::size_t kLongestText = 1024;
 
 struct CharacterRow {
     char32_t first, last;
@@ -64,10 +63,10 @@ std::string shownText(const std::string& given, std::size_t longest) {
     return shown;
 }
 
-std::string textOfMember(const json& object, const char* name, std::size_t longest = kLongestName) {
+std::string textOfMember(const json& object, const char* name) {
     const auto found = object.find(name);
     if (found == object.end() || !found->is_string()) return {};
-    return shownText(found->get_ref<const std::string&>(), longest);
+    return displayableName(found->get_ref<const std::string&>());
 }
 
 // 0 for what is not a whole number from 1 to largest.
@@ -85,11 +84,10 @@ std::string displayableName(const std::string& text) {
 }
 
 std::string lockAnswerLine(const LockAnswer& answer) {
-    json object = {
+    const json object = {
         {"program", shownText(answer.program, kLongestName)},   {"pid", answer.pid},
         {"user", shownText(answer.user, kLongestName)},         {"since", answer.since},
         {"activity", shownText(answer.activity, kLongestName)}, {"phase", shownText(answer.phase, kLongestName)}};
-    if (std::string text = shownText(answer.text, kLongestText); !text.empty()) object["text"] = std::move(text);
     return object.dump() + '\n';
 }
 
@@ -104,7 +102,6 @@ std::optional<LockAnswer> parseLockAnswer(std::string_view line) {
     answer.since = numberOfMember(object, "since", std::numeric_limits<std::int64_t>::max());
     answer.activity = textOfMember(object, "activity");
     answer.phase = textOfMember(object, "phase");
-    answer.text = textOfMember(object, "text", kLongestText);
     return answer;
 }
 

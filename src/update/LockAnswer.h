@@ -19,8 +19,7 @@ struct LockAnswer {
     std::string user{};
     std::int64_t since = 0; // when the lock was taken, in seconds since 1970; 0 if not known
     std::string activity{}; // "update", "claim", "counter reset" and the like
-    std::string phase{};    // of an update
-    std::string text{};     // a sentence for people; usually empty
+    std::string phase{};    // of an update, by its name in the phase table
 
     bool operator==(const LockAnswer&) const = default;
 };
@@ -29,7 +28,7 @@ struct LockAnswer {
 /// the direction of writing, invalid UTF-8 replaced.
 std::string displayableName(const std::string& text);
 
-/// The line that is sent, with its line end. All texts are made displayable; "text" may have 1024 bytes.
+/// The line that is sent, with its line end. All texts are made displayable.
 std::string lockAnswerLine(const LockAnswer& answer);
 
 /// Reads such a line, with or without its line end; it comes from another process, so it may be anything. nullopt for

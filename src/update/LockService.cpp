@@ -217,12 +217,11 @@ std::uint64_t LockService::addLock(ScopedFd listener, LockAnswer answer) {
     return 0;
 }
 
-void LockService::setPhase(std::uint64_t lock, const std::string& phase, const std::string& text) {
+void LockService::setPhase(std::uint64_t lock, const std::string& phase) {
     const std::scoped_lock guard(_core->mutex);
     const auto found = _core->locks.find(lock);
     if (found == _core->locks.end()) return;
     found->second.answer.phase = phase;
-    found->second.answer.text = text;
 }
 
 void LockService::endLock(std::uint64_t lock) {

@@ -23,7 +23,7 @@ class LockService {
     /// Answers at the listener from now on. Returns an id for the two below; 0 when the system refuses a thread or
     /// descriptors (errno says why), and then the lock is released again.
     std::uint64_t addLock(ScopedFd listener, LockAnswer answer);
-    void setPhase(std::uint64_t lock, const std::string& phase, const std::string& text);
+    void setPhase(std::uint64_t lock, const std::string& phase);
     /// Releases the lock. Whoever watches it is notified by the kernel.
     void endLock(std::uint64_t lock);
 

@@ -52,8 +52,8 @@ void PrinterLock::release() {
     _service = nullptr;
 }
 
-void PrinterLock::setPhase(const std::string& phase, const std::string& text) {
-    if (_service != nullptr) _service->setPhase(_id, phase, text);
+void PrinterLock::setPhase(const std::string& phase) {
+    if (_service != nullptr) _service->setPhase(_id, phase);
 }
 
 bool PrinterLocks::Result::isRefused() const {

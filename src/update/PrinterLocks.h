@@ -40,8 +40,8 @@ class PrinterLock {
     PrinterLock& operator=(PrinterLock&& other) noexcept;
     ~PrinterLock() { release(); }
 
-    /// What is answered from now on: the name of the phase, and a sentence for people. Cheap, never waits.
-    void setPhase(const std::string& phase, const std::string& text = {});
+    /// The name of the phase that is answered from now on. Cheap, never waits.
+    void setPhase(const std::string& phase);
 
   private:
     friend class PrinterLocks;

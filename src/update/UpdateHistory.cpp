@@ -339,8 +339,9 @@ UpdateHistory::Records UpdateHistory::lastFailures() {
         const bool hasChanged = record.hasSentCommands() && !record.wasRefused();
         if (hasChanged && std::ranges::none_of(last, isSame)) last.push_back(std::move(record));
     }
-    std::erase_if(
-        last, [](const UpdateRecord& record) { return record.verdicts.empty() || record.verdicts.back().isSuccess; });
+    std::erase_if(last, [](const UpdateRecord& record) {
+        return record.verdicts.empty() || record.verdicts.back().isSuccess || record.closedBy;
+    });
     found.records = std::move(last);
     return found;
 }

@@ -78,15 +78,15 @@ class UpdateHistory {
     /// last one is not stored again. A success closes the interrupted records of the same printer: of the same serial
     /// number, or, where one of the two is not known, of the same key.
     std::string complete(std::int64_t id, const RecordedVerdict& verdict);
-    /// Closes an interrupted record for good.
+    /// Closes a record for good that is interrupted or ended without success: nobody is asked to complete it.
     std::string dismiss(std::int64_t id);
 
     /// Without a file there are no records, and none is made.
     Records records(const UpdateFilter& filter);
     /// Records that are neither completed nor closed, and whose process has ended.
     Records interrupted();
-    /// Each printer's last update that changed something in it, if that ended without success. Of the newest 1,000
-    /// records.
+    /// Each printer's last update that changed something in it, if that ended without success and is not dismissed. Of
+    /// the newest 1,000 records.
     Records lastFailures();
     /// How long each phase usually takes on this model: the median over the last 20 successful updates that had the
     /// phase, for phases of at least three such updates.

@@ -72,6 +72,11 @@ const PhaseRow& phaseRow(UpdatePhase phase) {
     return kRows.at(static_cast<std::size_t>(phase));
 }
 
+const PhaseRow* phaseRowNamed(std::string_view name) {
+    const auto found = std::ranges::find(kRows, name, &PhaseRow::name);
+    return found == kRows.end() ? nullptr : &*found;
+}
+
 double shareBefore(UpdatePhase phase) {
     return 1.0 * weightUpTo(static_cast<std::size_t>(phase)) / weightUpTo(kRows.size());
 }

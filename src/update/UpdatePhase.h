@@ -3,6 +3,8 @@
 
 #include "platform/dispatch/Clock.h"
 
+#include <string_view>
+
 namespace zul {
 
 enum class UpdatePhase {
@@ -44,6 +46,8 @@ struct PhaseRow {
 };
 
 const PhaseRow& phaseRow(UpdatePhase phase);
+/// The row with this name; null if there is none: names also come from other processes and from the history.
+const PhaseRow* phaseRowNamed(std::string_view name);
 
 inline constexpr int kUpdatePhases = static_cast<int>(UpdatePhase::done) + 1;
 inline constexpr int kUpdateSteps = static_cast<int>(UpdateStep::done) + 1;

@@ -55,7 +55,7 @@ struct UpdateRecord {
     ProcessIdentity process{};
     std::vector<UpdatePhaseTime> phases{};   // in the order in which they were added
     std::vector<RecordedVerdict> verdicts{}; // the first one, then its corrections; empty: the update has no end
-    std::optional<std::int64_t> closedBy{};  // of an interrupted update: the record that completed it, 0 if dismissed
+    std::optional<std::int64_t> closedBy{};  // the record that completed this one; 0: dismissed
 
     /// A command had been sent: an end here may have left the printer without working firmware or tables.
     bool hasSentCommands() const { return !phases.empty() && phases.back().name != "checking"; }

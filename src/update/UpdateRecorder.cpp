@@ -16,13 +16,6 @@ namespace {
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
-std::optional<UpdatePhase> phaseNamed(const std::string& name) {
-    for (int index = 0; index < kUpdatePhases; ++index) {
-        if (name == phaseRow(static_cast<UpdatePhase>(index)).name) return static_cast<UpdatePhase>(index);
-    }
-    return std::nullopt;
-}
-
 } // namespace
 
 struct UpdateRecorder::Storage {
@@ -169,7 +162,7 @@ void UpdateRecorder::readUsual(const std::string& model, std::function<void(Usua
         [found, model](Storage& storage) {
             const auto durations = storage.history.usualDurations(model);
             for (const auto& [name, span] : durations.milliseconds) {
-                if (const auto phase = phaseNamed(name)) (*found)[*phase] = milliseconds(span);
+                if (const PhaseRow* const row = phaseRowNamed(name)) (*found)[row->phase] = milliseconds(span);
             }
             return durations.problem;
         },

@@ -281,7 +281,14 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     const bool isNew = (isUnderWay || hasTables) && !_monitor.state(event.key);
     // Followed from this very event on; the rest is filled in on the main queue.
     if (isNew) _monitor.beginUpdate({.key = event.key, .attachment = event.attachment});
+    const auto holder = _monitor.holder(event.key);
     _monitor.printerEvent(event);
+    if (holder != _monitor.holder(event.key)) {
+        _services.mainQueue.async([weak = std::weak_ptr(_self)] {
+            const auto self = weak.lock();
+            if (self && (*self)->_observer != nullptr) (*self)->_observer->conditionsMayHaveChanged();
+        });
+    }
     const bool isForMain = isNew || std::holds_alternative<events::Declined>(event.what) ||
                            std::holds_alternative<events::AnswersFailed>(event.what) ||
                            std::holds_alternative<events::QuestionsEnded>(event.what);

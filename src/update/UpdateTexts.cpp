@@ -37,6 +37,20 @@ std::string phaseText(const UpdateState& state) {
     return text;
 }
 
+// Another process names its activity and its phase in English; another version of the program may have further ones.
+std::string activityText(const std::string& name) {
+    for (const char* const known : {operatorText("update"), operatorText("claim"), operatorText("counter reset"),
+                                    operatorText("setting"), operatorText("reset")}) {
+        if (name == known) return Bundle::localized(known);
+    }
+    return name;
+}
+
+std::string phaseText(const std::string& name) {
+    const PhaseRow* const row = phaseRowNamed(name);
+    return row == nullptr ? name : Bundle::localized(row->text);
+}
+
 // What keeps the printer from going on, if anything does.
 std::string obstacle(const UpdateState& state) {
     if (state.isHeldElsewhere()) return describeHolder(*state.holder);
@@ -84,10 +98,11 @@ std::string describeHolder(const InterfaceHolder& holder) {
             return localizedFormat("%s uses the printer (process %d)", holder.program, holder.pid);
         }
         if (holder.phase.empty()) {
-            return localizedFormat("%s uses the printer (process %d): %s", holder.program, holder.pid, holder.activity);
+            return localizedFormat("%s uses the printer (process %d): %s", holder.program, holder.pid,
+                                   activityText(holder.activity));
         }
-        return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid, holder.activity,
-                               holder.phase);
+        return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid,
+                               activityText(holder.activity), phaseText(holder.phase));
     case InterfaceHolder::Kind::process:
         if (holder.pid == 0) break; // the other holder of an embedded printer
         return localizedFormat("another program uses the printer (%s, process %d)", holder.program, holder.pid);

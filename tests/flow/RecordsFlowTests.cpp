@@ -52,8 +52,8 @@ TEST_CASE("an update of a printer that another process has reserved is refused w
     REQUIRE(lab.update().verdict.holder);
     CHECK(lab.update().verdict.holder->pid == other.process.pid());
     CHECK(lab.update().verdict.holder->phase == "programming");
-    CHECK(lab.update().verdict.reason ==
-          "lock_holder uses the printer (process " + std::to_string(other.process.pid()) + "): update, programming");
+    CHECK(lab.update().verdict.reason == "lock_holder uses the printer (process " +
+                                             std::to_string(other.process.pid()) + "): update, programming its flash");
     CHECK(lab.operatorDesk.waiting() == 0);
     CHECK(lab.wire().empty());
 }

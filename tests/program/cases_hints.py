@@ -1,4 +1,5 @@
 """What zulctl says so that nobody is left guessing: hints, unclear names, and what may reach a terminal or a script."""
+import itertools
 import json
 import os
 import signal
@@ -162,3 +163,30 @@ def _(bench):
     # What was queued for the old one is finished first, so it may leave the list behind its successor's arrival.
     expect_equal((events[:1], sorted(events[1:])), (["arrived"], ["arrived", "departed"]), "events")
     expect_equal(process.returncode, 130, "exit status")
+
+
+@case("watch shows who uses a printer, and when it is free again")
+def _(bench):
+    held = ("VK14,fault=holder#1:1000",)
+    process = bench.start("--json", "watch", printers=held)
+    events = map(json.loads, process.stdout)
+    holders = [event["value"] for event in itertools.islice((one for one in events if one.get("key") == "holder"), 2)]
+    expect_equal(holders, [{"kind": "program", "program": "another program", "pid": 0}, None], "the holders")
+    status = next(one for one in events if one.get("key") == "printerStatus")
+    expect_equal(status["value"], "Idle", "the status afterwards")
+    process = bench.start("watch", printers=held)
+    conditions = (line.rstrip() for line in process.stdout if "condition" in line)
+    expect_equal(list(itertools.islice(conditions, 2)),
+                 ["2A71000301100000  changed  condition = another program uses the printer",
+                  "2A71000301100000  changed  condition = -"], "as text")
+
+
+@case("watch shows that an update is to be completed")
+def _(bench):
+    update = bench.start("--json", "update", "--agree", "--yes", printers=("VK14,restart=60000",))
+    next(line for line in update.stdout if "restarting into loader" in line)
+    update.kill()
+    update.wait()
+    process = bench.start("--json", "watch")
+    shown = next(event for event in map(json.loads, process.stdout) if event.get("key") == "interrupted")
+    expect("update was interrupted at 20" in shown["value"], shown)

@@ -212,3 +212,29 @@ def _(bench):
     expect("update was interrupted" in bench.run("--json", "info").json["interrupted"], "in info")
     expect_equal(bench.run("update", "--agree", "--yes").status, 0, "the update that completes it")
     expect_equal(bench.run("--json", "list").json[0]["interrupted"], None, "afterwards")
+
+
+@case("a dismissed update is not offered for completion any more, and other printers' updates still are")
+def _(bench):
+    history = history_of_three(bench)
+    unread = history.begin("2A71-8B01-01800000", serial="ab0003")
+    history.change("INSERT INTO phases (update_id, name, begun) SELECT id, 'writing', 1 FROM updates WHERE id > 1")
+    history.end()
+    dismissed = bench.run("--json", "history", "--printer", "AB0002", "--dismiss", printers=())
+    expect_equal((dismissed.status, dismissed.json), (0, {"dismissed": 1}), "the update that ended without success")
+    by_place = bench.run("history", "--printer", "1-7", "--dismiss", printers=())
+    expect_equal((by_place.status, by_place.out),
+                 (0, "Dismissed updates of 1-7: 1. They need not be completed any more.\n"), "the interrupted update")
+    again = bench.run("history", "--printer", "1-7", "--dismiss", printers=())
+    expect_equal((again.status, again.out), (0, "No update of 1-7 waits to be completed.\n"), "once more")
+    left = bench.run("--json", "history", printers=()).json
+    expect_equal([(one["course"], one["closedBy"]) for one in left],
+                 [("ended", None), ("ended", 0), ("interrupted, dismissed", 0), ("interrupted", None)], "the records")
+    expect_equal(left[-1]["id"], unread, "the one that is left")
+
+
+@case("--dismiss without a printer exits with 2")
+def _(bench):
+    result = bench.run("history", "--dismiss", printers=())
+    expect_equal(result.status, 2, "exit status")
+    expect("--printer" in result.err, result.err)

@@ -124,19 +124,21 @@ def _(bench):
     expect("kIO" not in error["message"], error["message"])
 
 
-@case("a bus that cannot be watched is reported in words; only the log has the return code")
+@case("a bus that cannot be watched is reported in words; only the log and JSON have the return code")
 def _(bench):
     def listed(*words):
         # Too few files for the bus, and enough for what comes before it.
         command = ["sh", "-c", 'ulimit -n 12; exec "$0" "$@"', bench.zulctl, *words, "list"]
         result = subprocess.run(command, capture_output=True, text=True, env=bench.env, timeout=30)
         expect_equal(result.returncode, 1, result.stdout + result.stderr)
-        return result.stderr
+        return result.stdout + result.stderr
 
     problem = listed()
     expect(problem.startswith("zulctl: the USB bus cannot be watched. Close other programs"), problem)
     expect("kIO" not in problem, problem)
     expect("the USB bus cannot be watched: kIOReturn" in listed("-v"), "the code is in the log")
+    error = json.loads(listed("--json"))["error"]
+    expect_equal((error["exit"], error["code"].startswith("kIOReturn")), (1, True), "in JSON")
 
 
 @case("the USB serial number is switched on a model that has it and refused on one that has not")

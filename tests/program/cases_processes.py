@@ -19,7 +19,7 @@ class Other:
         program = os.path.join(os.path.dirname(bench.zulctl), "lock_holder")
         self.holder = subprocess.Popen([program, f"zul-printer-utility-embedded-{self.zulctl.pid}", "0"],
                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self.name = f"lock_holder uses the printer (process {self.holder.pid}): update, writing"
+        self.name = f"lock_holder uses the printer (process {self.holder.pid}): update, writing the firmware"
         expect_equal(self.ask(f"lock {KEY} update"), "locked", "the other process")
         expect_equal(self.ask("phase writing"), "set", "its phase")
 

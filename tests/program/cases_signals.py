@@ -2,6 +2,7 @@
 import json
 import os
 import signal
+import subprocess
 import time
 
 from bench import UPDATE, case, expect, expect_equal
@@ -78,6 +79,46 @@ def _(bench):
 def _(bench):
     lines = lines_read_after_update(bench, "-v", "stderr")
     expect(any("printer firmware version" in line for line in lines), lines)
+
+
+class LoginService:
+    """A login service on a message bus of the case's own, which is the system's bus for the programs of the case."""
+
+    def __init__(self, bench):
+        program = os.path.join(os.path.dirname(bench.zulctl), "login_service")
+        self.process = subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        bench.env["DBUS_SYSTEM_BUS_ADDRESS"] = self.process.stdout.readline().strip()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdin.close()
+        self.process.stdout.close()
+
+    def ask(self, word):
+        self.process.stdin.write(word + "\n")
+        self.process.stdin.flush()
+        return self.process.stdout.readline().strip()
+
+
+@case("zulctl keeps the machine from sleeping and shutting down while it updates a printer, and only then")
+def _(bench):
+    with LoginService(bench) as service:
+        for words in (("list",), ("status",), ("update", "--reinstall")):  # nobody agrees to that update
+            bench.run(*words)
+        expect_equal(service.ask("questions"), "0", "locks that were asked for without an update")
+        process = bench.start(*UPDATE, printers=("VK14,restart=60000",))
+        what, who, why, mode = service.ask("asked").split("|")
+        expect_equal((what, mode), ("sleep:shutdown:handle-lid-switch", "block"), "what is kept from happening")
+        expect(why, f"{who} names a reason")
+        expect_equal((process.poll(), service.ask("held")), (None, "yes"), "while the printer is away")
+        process.kill()
+        expect_equal(service.ask("released"), "released", "when the program is killed")
+        expect_equal(bench.run("update", "--agree", "--yes").status, 0, "a whole update")
+        expect_equal((service.ask("questions"), service.ask("released")), ("2", "released"), "afterwards")
 
 
 @case("an interrupt ends a watch that nobody reads")

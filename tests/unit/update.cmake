@@ -21,6 +21,7 @@ target_sources(unit_tests PRIVATE
   update/PrinterLocksTests.cpp
   update/RecorderCourseTests.cpp
   update/RecorderTests.cpp
+  update/StepTests.cpp
   update/TextsTests.cpp
   update/UpdateHistoryTests.cpp
   update/VerdictTests.cpp

@@ -114,6 +114,16 @@ TEST_CASE("damaged firmware files are named with what helps before the first que
     CHECK(std::ranges::count(changesOnTheWire(stage), "FW_UPDFLASH_REWRITE") == 0);
 }
 
+TEST_CASE("whether to install an equal version again is not asked when its files are damaged") {
+    const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
+    archive.damage(kFirmwareFile);
+    Stage stage({.printers = {quick("VK14", "firmware=VK14 01.61,tables=0161")}, .firmwareArchive = archive.folder()});
+    stage.waitForFacts();
+    stage.click("Update Firmware…");
+    stage.waitFor("the reason", [&] { return stage.visibleText().contains("Not updated: VK14 01.61.fw in "); });
+    CHECK_FALSE(stage.alert());
+}
+
 TEST_CASE("files that are damaged behind the agreement end in an alert that leads nowhere") {
     const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
     Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});

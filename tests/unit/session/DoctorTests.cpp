@@ -161,7 +161,7 @@ TEST_CASE("a process of ours that has reserved a printer is its holder") {
     };
     const Check check = machine.doctor().holder(machine.printer);
     CHECK(check.state == CheckState::problem);
-    CHECK(check.text == "VK14 000001 (1-2.4): zulctl uses the printer (process 77): update, writing");
+    CHECK(check.text == "VK14 000001 (1-2.4): zulctl uses the printer (process 77): update, writing the firmware");
     CHECK(check.remedy.ends_with("ps -fp 77"));
     machine.options.reservation = nullptr;
     machine.printer.isHeldElsewhere = true; // and nobody has its node open, as far as this user may see
@@ -283,8 +283,9 @@ TEST_CASE("the command that updates a printer names the firmware files of this r
     ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
     writer("cut-off one writing");
     writer.kill();
-    REQUIRE(machine.doctor().interruptedUpdates().size() == 1);
-    CHECK(machine.doctor().interruptedUpdates().front().remedy ==
+    const ExaminedPrinter attached{.key = "one"};
+    REQUIRE(machine.doctor().interruptedUpdates({attached}).size() == 1);
+    CHECK(machine.doctor().interruptedUpdates({attached}).front().remedy ==
           "zulctl --firmware-archive '/srv/the vendor'\\''s files' update one");
 }
 
@@ -312,34 +313,40 @@ TEST_CASE("commands take names with blanks as one word, and nothing in a name is
 
 TEST_CASE("an update that was cut off is a problem until it is completed, and one that runs is none") {
     Machine machine;
+    const ExaminedPrinter attached{.key = "one"};
     UpdateHistory history({.folder = machine.options.stateFolder});
     machine.options.history = &history;
-    REQUIRE(machine.doctor().interruptedUpdates().size() == 1);
-    CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::ok);
+    REQUIRE(machine.doctor().interruptedUpdates({attached}).size() == 1);
+    CHECK(machine.doctor().interruptedUpdates({attached}).front().state == CheckState::ok);
     ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
     writer("cut-off one writing");
     writer("cut-off two color tables");
     writer("cut-off three checking"); // nothing had been sent
-    CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::ok);
+    CHECK(machine.doctor().interruptedUpdates({attached}).front().state == CheckState::ok);
     writer.kill();
-    const auto checks = machine.doctor().interruptedUpdates();
+    const auto checks = machine.doctor().interruptedUpdates({attached});
     REQUIRE(checks.size() == 2);
     CHECK(checks[1].state == CheckState::problem);
     CHECK(checks[1].printer == "one");
     CHECK(checks[1].remedy == "zulctl update one");
+    CHECK_FALSE(checks[1].text.find("not attached") != std::string::npos);
     CHECK(history.dismiss(history.records({.printer = "one"}).records.at(0).id).empty());
-    CHECK(machine.doctor().interruptedUpdates().size() == 1);
+    const auto left = machine.doctor().interruptedUpdates({attached});
+    REQUIRE(left.size() == 1);
+    CHECK(left[0].text.find("The printer is not attached: attach it and start its update again.") != std::string::npos);
+    CHECK(left[0].remedy == "zulctl history --printer two --dismiss");
 }
 
 TEST_CASE("an update that failed after something was sent is a problem until a later one succeeds") {
     Machine machine;
+    const ExaminedPrinter attached{.key = "one"};
     UpdateHistory history({.folder = machine.options.stateFolder});
     machine.options.history = &history;
     const auto update = [&](const char* phase, const RecordedVerdict& verdict) {
         const auto begun = history.begin({.begun = 1000, .key = "one", .place = "1-1", .model = "VK14"});
         REQUIRE(history.addPhase(begun.id, {.name = phase, .begun = 1000}).empty());
         REQUIRE(history.complete(begun.id, verdict).empty());
-        return machine.doctor().interruptedUpdates().front();
+        return machine.doctor().interruptedUpdates({attached}).front();
     };
     CHECK(update("entering loader", {.verdict = nameOfResult(UpdateResult::commandRefused)}).state == CheckState::ok);
     CHECK(update("checking", {.verdict = nameOfResult(UpdateResult::declined)}).state == CheckState::ok);
@@ -352,6 +359,9 @@ TEST_CASE("an update that failed after something was sent is a problem until a l
     CHECK(update("checking", {.verdict = nameOfResult(UpdateResult::declined)}).state == CheckState::problem);
     CHECK(update("entering loader", {.verdict = nameOfResult(UpdateResult::commandRefused)}).state ==
           CheckState::problem);
+    CHECK(history.dismiss(history.lastFailures().records.at(0).id).empty());
+    CHECK(machine.doctor().interruptedUpdates({attached}).front().state == CheckState::ok);
+    CHECK(update("color tables", {.verdict = nameOfResult(UpdateResult::tablesMissing)}).state == CheckState::problem);
     CHECK(update("done", {.verdict = nameOfResult(UpdateResult::succeeded), .isSuccess = true}).state ==
           CheckState::ok);
 }
@@ -361,8 +371,8 @@ TEST_CASE("a history that cannot be read is a problem") {
     fs::create_directories(machine.options.stateFolder / "history.sqlite");
     UpdateHistory history({.folder = machine.options.stateFolder});
     machine.options.history = &history;
-    CHECK(machine.doctor().interruptedUpdates().front().state == CheckState::problem);
-    CHECK(machine.doctor().interruptedUpdates().front().text.find("cannot be read") != std::string::npos);
+    CHECK(machine.doctor().interruptedUpdates({}).front().state == CheckState::problem);
+    CHECK(machine.doctor().interruptedUpdates({}).front().text.find("cannot be read") != std::string::npos);
 }
 
 TEST_CASE("a printer that is not ready shows its status, and one that is mute is to be switched off and on") {

@@ -76,6 +76,7 @@ int FakeLoginService::answer(sd_bus_message* call, void* error) {
     if (const int code = sd_bus_message_read(call, "ssss", &what, &who, &why, &mode); code < 0) return code;
     const std::scoped_lock lock(_mutex);
     _asked.push_back(std::string(what) + '|' + who + '|' + why + '|' + mode);
+    _isAsked.notify_all();
     if (!_refused.empty() && std::string(what).find(_refused) != std::string::npos) {
         return sd_bus_error_set(static_cast<sd_bus_error*>(error), SD_BUS_ERROR_ACCESS_DENIED, "Permission denied");
     }
@@ -89,6 +90,11 @@ int FakeLoginService::answer(sd_bus_message* call, void* error) {
 std::vector<std::string> FakeLoginService::asked() {
     const std::scoped_lock lock(_mutex);
     return _asked;
+}
+
+void FakeLoginService::waitUntilAsked() {
+    std::unique_lock lock(_mutex);
+    _isAsked.wait(lock, [this] { return !_asked.empty(); });
 }
 
 bool FakeLoginService::isHeld() {

@@ -5,6 +5,7 @@
 #include "support/TemporaryFolder.h"
 #include "unit/update/ChildProcess.h"
 
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -39,6 +40,8 @@ class FakeLoginService {
 
     /// "what|who|why|mode" of each question.
     std::vector<std::string> asked();
+    /// Waits for the first question.
+    void waitUntilAsked();
     bool isHeld();
     /// Waits for the end of the lock that was given last.
     void waitUntilReleased();
@@ -53,6 +56,7 @@ class FakeLoginService {
     sd_bus_slot* _slot = nullptr;
     ScopedFd _end; // readable once the service is to end
     std::mutex _mutex;
+    std::condition_variable _isAsked;
     std::vector<std::string> _asked;
     ScopedFd _ours; // the other end of the lock that was given last
     std::thread _thread;

@@ -136,7 +136,7 @@ TEST_CASE("a printer that another process of ours updates is shown with that pro
     const auto printer = lab.session->printers().back();
     const UpdateSupervisor& supervisor = lab.session->supervisor;
     CHECK(statusLine(supervisor, *printer) ==
-          "In use by other application: zulctl uses the printer (process 77): update, writing");
+          "In use by other application: zulctl uses the printer (process 77): update, writing the firmware");
     const auto holder = conditionOf(supervisor, *printer)["holder"];
     CHECK(holder["kind"] == "printer utility");
     CHECK(holder["pid"] == 77);

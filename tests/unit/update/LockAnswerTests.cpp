@@ -6,13 +6,8 @@ using namespace zul;
 
 namespace {
 
-const LockAnswer kAnswer{.program = "zulctl",
-                         .pid = 4711,
-                         .user = "kiosk",
-                         .since = 1700000000,
-                         .activity = "update",
-                         .phase = "writing",
-                         .text = "Do not switch the printer off."};
+const LockAnswer kAnswer{
+    .program = "zulctl", .pid = 4711, .user = "kiosk", .since = 1700000000, .activity = "update", .phase = "writing"};
 
 } // namespace
 
@@ -69,13 +64,11 @@ TEST_CASE("texts of an answer cannot move the cursor or turn the direction of wr
 TEST_CASE("long texts of an answer are cut between characters, and the line stays within its limit") {
     LockAnswer answer = kAnswer;
     answer.program = answer.user = answer.activity = answer.phase = 'a' + std::string(500, '"');
-    answer.text = std::string(3000, '\\');
     const std::string line = lockAnswerLine(answer);
     CHECK(line.size() <= kLongestLockAnswer);
     const auto again = parseLockAnswer(line);
     REQUIRE(again);
     CHECK(again->phase.size() == 128);
-    CHECK(again->text.size() == 1024);
 
     answer.phase = std::string(127, 'a') + "€";
     CHECK(parseLockAnswer(lockAnswerLine(answer))->phase == std::string(127, 'a'));

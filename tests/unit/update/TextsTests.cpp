@@ -79,7 +79,7 @@ TEST_CASE("who holds a printer is named as far as that is known") {
     CHECK(describeHolder({.kind = Kind::printing}) == "it is printing");
     CHECK(describeHolder(
               {.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "update", .phase = "writing"}) ==
-          "zulctl uses the printer (process 9): update, writing");
+          "zulctl uses the printer (process 9): update, writing the firmware");
     CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "claim"}) ==
           "zulctl uses the printer (process 9): claim");
     CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9}) ==

@@ -1,0 +1,29 @@
+// Which step of an update is marked. Called by the window on the main queue.
+#include "update/UpdateStep.h"
+
+namespace zul {
+
+UpdateStep stepOf(const UpdateState& state, const UpdateVerdict& verdict) {
+    switch (verdict.result) {
+    case UpdateResult::badFiles:
+    case UpdateResult::imageNotTaken:
+        return verdict.isUntouched() ? UpdateStep::checking : UpdateStep::writingFirmware;
+    case UpdateResult::commandRefused:
+        return UpdateStep::enteringLoader;
+    case UpdateResult::versionUnread:
+    case UpdateResult::otherVersion:
+        return isImageTaken(state) ? UpdateStep::restartingIntoFirmware : UpdateStep::writingFirmware;
+    case UpdateResult::tablesMissing:
+    case UpdateResult::tablesDiffer:
+    case UpdateResult::clearRefused:
+    case UpdateResult::identityLost:
+        return UpdateStep::writingTables;
+    default:
+        break;
+    }
+    // A printer whose image was cut may come back with its old firmware.
+    const bool isCutOff = state.phase == UpdatePhase::restarted && !isImageTaken(state);
+    return isCutOff ? UpdateStep::writingFirmware : phaseRow(state.phase).step;
+}
+
+} // namespace zul
