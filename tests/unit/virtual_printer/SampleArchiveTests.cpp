@@ -3,9 +3,9 @@
 
 #include "archive/ProductTable.h"
 #include "archive/SRecord.h"
+#include "sample_archive/SampleFiles.h"
 #include "virtual_printer/FirmwareImage.h"
 #include "virtual_printer/VirtualJournal.h"
-#include "virtual_printer/sample_archive/SampleFiles.h"
 
 #include <map>
 #include <set>

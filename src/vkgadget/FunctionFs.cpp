@@ -1,7 +1,7 @@
-#include "virtual_printer/gadget/FunctionFs.h"
+#include "vkgadget/FunctionFs.h"
 
-#include "virtual_printer/gadget/Descriptors.h"
-#include "virtual_printer/gadget/GadgetError.h"
+#include "vkgadget/Descriptors.h"
+#include "vkgadget/GadgetError.h"
 
 #include <algorithm>
 #include <cerrno>

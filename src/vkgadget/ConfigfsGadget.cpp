@@ -1,8 +1,8 @@
-#include "virtual_printer/gadget/ConfigfsGadget.h"
+#include "vkgadget/ConfigfsGadget.h"
 
 #include "platform/foundation/Format.h"
 #include "platform/foundation/ScopedFd.h"
-#include "virtual_printer/gadget/GadgetError.h"
+#include "vkgadget/GadgetError.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,9 +1,9 @@
-#include "virtual_printer/gadget/GadgetPrinter.h"
+#include "vkgadget/GadgetPrinter.h"
 
 #include "platform/foundation/Format.h"
 #include "virtual_printer/VirtualModels.h"
-#include "virtual_printer/gadget/Descriptors.h"
-#include "virtual_printer/gadget/Host.h"
+#include "vkgadget/Descriptors.h"
+#include "vkgadget/Host.h"
 
 #include <algorithm>
 #include <iostream>

@@ -1,4 +1,4 @@
-#include "virtual_printer/gadget/Descriptors.h"
+#include "vkgadget/Descriptors.h"
 
 #include <initializer_list>
 #include <linux/usb/functionfs.h>

@@ -1,5 +1,5 @@
 // A literal copy of the tables of names: codes as numbers, names as texts, nothing shared with the tables themselves.
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 
 #include <cstring>
 #include <doctest/doctest.h>

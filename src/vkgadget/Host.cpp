@@ -1,6 +1,6 @@
-#include "virtual_printer/gadget/Host.h"
+#include "vkgadget/Host.h"
 
-#include "virtual_printer/gadget/GadgetError.h"
+#include "vkgadget/GadgetError.h"
 
 #include <algorithm>
 #include <cerrno>

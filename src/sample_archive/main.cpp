@@ -1,5 +1,5 @@
 // Writes the sample archive into a folder: make_sample_archive DIR
-#include "virtual_printer/sample_archive/SampleFiles.h"
+#include "sample_archive/SampleFiles.h"
 
 #include <cstdio>
 #include <filesystem>

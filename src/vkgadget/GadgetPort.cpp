@@ -1,7 +1,7 @@
-#include "virtual_printer/gadget/GadgetPort.h"
+#include "vkgadget/GadgetPort.h"
 
-#include "virtual_printer/gadget/GadgetError.h"
-#include "virtual_printer/gadget/Host.h"
+#include "vkgadget/GadgetError.h"
+#include "vkgadget/Host.h"
 
 #include <utility>
 

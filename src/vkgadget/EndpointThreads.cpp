@@ -1,4 +1,4 @@
-#include "virtual_printer/gadget/EndpointThreads.h"
+#include "vkgadget/EndpointThreads.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "platform/foundation/ScopedFd.h"
-#include "virtual_printer/gadget/ConfigfsGadget.h"
-#include "virtual_printer/gadget/EndpointThreads.h"
-#include "virtual_printer/gadget/FunctionFs.h"
+#include "vkgadget/ConfigfsGadget.h"
+#include "vkgadget/EndpointThreads.h"
+#include "vkgadget/FunctionFs.h"
 
 #include <functional>
 #include <memory>

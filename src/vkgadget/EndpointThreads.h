@@ -1,7 +1,7 @@
 // The three threads that keep a gadget's endpoints moving: control requests, host to printer, printer to host.
 #pragma once
 
-#include "virtual_printer/gadget/FunctionFs.h"
+#include "vkgadget/FunctionFs.h"
 
 #include <atomic>
 #include <condition_variable>

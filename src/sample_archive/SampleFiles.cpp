@@ -1,4 +1,4 @@
-#include "virtual_printer/sample_archive/SampleFiles.h"
+#include "sample_archive/SampleFiles.h"
 
 #include "platform/foundation/Format.h"
 

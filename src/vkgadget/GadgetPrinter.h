@@ -4,8 +4,8 @@
 #include "platform/dispatch/Queue.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
-#include "virtual_printer/gadget/GadgetError.h"
-#include "virtual_printer/gadget/GadgetPort.h"
+#include "vkgadget/GadgetError.h"
+#include "vkgadget/GadgetPort.h"
 
 #include <condition_variable>
 #include <memory>

@@ -3,9 +3,9 @@
 #include "platform/dispatch/Queue.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
-#include "virtual_printer/gadget/GadgetError.h"
-#include "virtual_printer/gadget/GadgetPrinter.h"
-#include "virtual_printer/gadget/Host.h"
+#include "vkgadget/GadgetError.h"
+#include "vkgadget/GadgetPrinter.h"
+#include "vkgadget/Host.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>

@@ -1,5 +1,5 @@
 // Names of status and event codes, for log lines. Every table is sorted by code and checked by the compiler.
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 
 #include <algorithm>
 #include <array>
