@@ -1,10 +1,23 @@
-// Writes the sample archive into a folder: make_sample_archive DIR
+// Writes the sample archive into a folder: make_sample_archive DIR. The build runs it; the digest file is marked as
+// that of a sample, so that the programs do not offer its files to a real printer.
+#include "platform/files/Files.h"
 #include "sample_archive/SampleFiles.h"
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
+#include <string_view>
+
+namespace {
+
+bool write(const std::filesystem::path& file, std::string_view contents) {
+    const auto error = zul::replaceFile(file, contents, zul::FileAccess::everyone);
+    if (error)
+        std::fprintf(stderr, "make_sample_archive: cannot write %s: %s\n", file.c_str(), error.message().c_str());
+    return !error;
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     if (argc != 2) {
@@ -16,18 +29,9 @@ int main(int argc, char** argv) {
     std::filesystem::create_directories(folder, error);
     nlohmann::json digests = {{"sample", true}};
     for (const zul::SampleFile& file : zul::sampleFiles()) {
-        std::ofstream stream(folder / file.name, std::ios::binary | std::ios::trunc);
-        stream.write(reinterpret_cast<const char*>(file.contents.data()),
-                     static_cast<std::streamsize>(file.contents.size()));
-        stream.flush();
-        if (!stream) {
-            std::fprintf(stderr, "make_sample_archive: cannot write %s\n", (folder / file.name).c_str());
-            return 1;
-        }
+        const std::string_view contents(reinterpret_cast<const char*>(file.contents.data()), file.contents.size());
+        if (!write(folder / file.name, contents)) return 1;
         digests[file.name] = zul::sampleDigest(file.contents);
     }
-    std::ofstream stream(folder / "digests.json", std::ios::trunc);
-    stream << digests.dump(2) << '\n';
-    stream.flush();
-    return stream ? 0 : 1;
+    return write(folder / "digests.json", digests.dump(2) + '\n') ? 0 : 1;
 }

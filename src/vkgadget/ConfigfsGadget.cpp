@@ -1,7 +1,7 @@
 #include "vkgadget/ConfigfsGadget.h"
 
+#include "platform/files/ScopedFd.h"
 #include "platform/foundation/Format.h"
-#include "platform/foundation/ScopedFd.h"
 #include "vkgadget/GadgetError.h"
 
 #include <cerrno>

@@ -1,5 +1,7 @@
 #include "vkgadget/EndpointThreads.h"
 
+#include "platform/dispatch/Signals.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -16,15 +18,6 @@ constexpr auto kInterruptInterval = std::chrono::milliseconds(10);
 // An endpoint that fails for a reason of its own must not keep the processor busy.
 constexpr auto kErrorPause = std::chrono::milliseconds(5);
 
-// Only there to end a system call: a signal that is ignored would not.
-void interruptHandler(int) {}
-
-void installInterruptHandler() {
-    struct sigaction action {};
-    action.sa_handler = interruptHandler; // without SA_RESTART, so that the call ends with EINTR
-    ::sigaction(SIGUSR1, &action, nullptr);
-}
-
 } // namespace
 
 std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize) {
@@ -35,7 +28,7 @@ EndpointThreads::EndpointThreads(FunctionFs& function, EndpointHandlers handlers
     : _function(function), _handlers(std::move(handlers)) {}
 
 void EndpointThreads::start() {
-    installInterruptHandler();
+    letSignalEndSystemCalls(SIGUSR1);
     run(_workers[0], &EndpointThreads::controlLoop);
     run(_workers[1], &EndpointThreads::outLoop);
     run(_workers[2], &EndpointThreads::inLoop);

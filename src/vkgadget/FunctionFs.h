@@ -1,8 +1,8 @@
 // The function's side of the gadget: a FunctionFS mount with endpoint 0 and the two bulk endpoints as files.
 #pragma once
 
+#include "platform/files/ScopedFd.h"
 #include "platform/foundation/Data.h"
-#include "platform/foundation/ScopedFd.h"
 
 #include <cstdint>
 #include <filesystem>

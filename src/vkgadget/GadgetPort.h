@@ -1,7 +1,7 @@
 // A USB device controller with a printer's plug in it: what the printer says goes to the host, and the other way round.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 #include "vkgadget/ConfigfsGadget.h"
 #include "vkgadget/EndpointThreads.h"
 #include "vkgadget/FunctionFs.h"

@@ -92,9 +92,7 @@ void GadgetPrinter::send(const VirtualTransfer& transfer) {
             const std::lock_guard lock(_mutex);
             stay = _stay;
         }
-        _clock.callAt(_clock.now() + transfer.delay, [this, stay, bytes = transfer.bytes] {
-            _mainQueue.async([this, stay, bytes] { sendLate(stay, bytes); });
-        });
+        after(transfer.delay, [this, stay, bytes = transfer.bytes] { sendLate(stay, bytes); });
     }
 }
 
@@ -174,8 +172,7 @@ void GadgetPrinter::schedule(const VirtualDeparture& departure) {
         leave(stay, departure); // at once: the host must not get rid of the rest of what it is sending
         return;
     }
-    _clock.callAt(_clock.now() + departure.after,
-                  [this, stay, departure] { _mainQueue.async([this, stay, departure] { leave(stay, departure); }); });
+    after(departure.after, [this, stay, departure] { leave(stay, departure); });
 }
 
 void GadgetPrinter::leave(unsigned stay, const VirtualDeparture& departure) {
@@ -194,8 +191,7 @@ void GadgetPrinter::leave(unsigned stay, const VirtualDeparture& departure) {
     tell(departure.comesBack ? formatted("left the bus, back in %d ms", departure.away.count())
                              : std::string("left the bus for good"));
     if (!departure.comesBack) return;
-    _clock.callAt(_clock.now() + departure.away,
-                  [this, departure] { _mainQueue.async([this, departure] { comeBack(departure); }); });
+    after(departure.away, [this, departure] { comeBack(departure); });
 }
 
 void GadgetPrinter::comeBack(const VirtualDeparture& departure) {
@@ -210,6 +206,12 @@ void GadgetPrinter::comeBack(const VirtualDeparture& departure) {
     } catch (const GadgetError& error) {
         fail(error);
     }
+}
+
+// The timer itself does not use the printer, which may be gone by then; the queue has ended before it goes.
+void GadgetPrinter::after(Clock::Duration time, Block block) {
+    _clock.callAt(_clock.now() + time,
+                  [&queue = _mainQueue, block = std::move(block)]() mutable { queue.async(std::move(block)); });
 }
 
 void GadgetPrinter::fail(const GadgetError& error) {

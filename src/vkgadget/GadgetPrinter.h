@@ -20,6 +20,7 @@ std::string problemOfGadget(const VirtualPrinterSettings& settings);
 /// Main queue, except for what the port calls on its threads. The queue must have ended before this goes.
 class GadgetPrinter {
   public:
+    /// The queue and the clock must outlive the printer and its timers.
     GadgetPrinter(MainQueue& mainQueue, Clock& clock, VirtualPrinterSettings settings, const std::string& name,
                   std::shared_ptr<VirtualJournal> journal);
     ~GadgetPrinter() { stop(); }
@@ -44,6 +45,7 @@ class GadgetPrinter {
     void schedule(const VirtualDeparture& departure);
     void leave(unsigned stay, const VirtualDeparture& departure);
     void comeBack(const VirtualDeparture& departure);
+    void after(Clock::Duration time, Block block);
     void fail(const GadgetError& error);
     void journal(const std::string& event, const std::string& command = {}, const std::string& result = {});
     void sawCommand(const VirtualCommand& command);

@@ -1,5 +1,6 @@
 #include "vkgadget/Host.h"
 
+#include "platform/files/Files.h"
 #include "vkgadget/GadgetError.h"
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
+#include <sstream>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -21,7 +22,7 @@ const fs::path kConfigfs = "/sys/kernel/config";
 const fs::path kUdcs = "/sys/class/udc";
 
 bool isMounted(const fs::path& folder) {
-    std::ifstream mounts("/proc/self/mounts");
+    std::istringstream mounts(textOfFile("/proc/self/mounts"));
     std::string device, point, rest;
     while (mounts >> device >> point && std::getline(mounts, rest)) {
         if (point == folder.string()) return true;
@@ -38,9 +39,7 @@ std::vector<std::string> allUdcs() {
 }
 
 bool isFree(const std::string& udc) {
-    std::ifstream file(kUdcs / udc / "function");
-    std::string function;
-    return !(file >> function);
+    return firstLineOfFile(kUdcs / udc / "function").empty();
 }
 
 std::string joined(const std::vector<std::string>& names) {

@@ -1,7 +1,7 @@
 // What this machine must have before a gadget can be made, and the USB device controllers (UDCs) that it has.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,8 @@
-// vkgadget: a virtual printer as a real USB device, on a device controller of this machine.
+// vkgadget: a virtual printer as a real USB device, on a device controller of this machine. The main queue runs here
+// until a signal ends it; the printer is then unplugged and taken out of the system.
 #include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/Signals.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 #include "vkgadget/GadgetError.h"
@@ -10,8 +12,6 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
-#include <pthread.h>
-#include <thread>
 
 namespace {
 
@@ -27,7 +27,7 @@ struct Options {
     std::string journal;
 };
 
-/// Nothing to do with the answer but to return it; no value: go on.
+// The exit status if the program ends here; nullopt if it goes on.
 std::optional<int> parse(int argc, char** argv, Options& options) {
     CLI::App app("A virtual printer as a real USB device. Needs root, configfs and a USB device controller.");
     app.add_option("printer", options.printer, "MODEL[,key=value...]; \"help\" lists models and keys")->required();
@@ -44,25 +44,13 @@ std::optional<int> parse(int argc, char** argv, Options& options) {
     return 0;
 }
 
-/// Blocks the signals in every thread that is made from now on; one thread waits for them.
-void quitAtSignals(MainQueue& mainQueue) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([&mainQueue, signals] {
-        int signal = 0;
-        if (::sigwait(&signals, &signal) == 0) mainQueue.quit(0);
-    }).detach();
-}
-
 int plugIn(const VirtualPrinterSettings& settings, const Options& options) {
     checkHost();
     const std::string udc = chooseUdc(options.udc);
-    // Never destroyed: the thread that waits for signals outlives every scope.
-    static RealClock clock;
-    static MainQueue mainQueue(clock);
-    quitAtSignals(mainQueue);
+    // Never destroyed: a timer of the clock may still post when the program ends.
+    static auto& clock = *new RealClock;
+    static auto& mainQueue = *new MainQueue(clock);
+    const Signals signals(mainQueue, {SIGTERM, SIGINT, SIGHUP}, [](int /*number*/) { mainQueue.quit(0); });
     const auto journal = std::make_shared<VirtualJournal>(clock);
     if (!options.journal.empty() && !journal->writeTo(options.journal)) {
         throw GadgetError("cannot write to " + options.journal);

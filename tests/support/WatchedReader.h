@@ -2,7 +2,7 @@
 // long ago, so that what is asserted does not depend on when the test's files were made.
 #pragma once
 
-#include "archive/FileReader.h"
+#include "platform/files/FileReader.h"
 
 #include <functional>
 #include <map>

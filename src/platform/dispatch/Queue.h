@@ -43,8 +43,13 @@ class MainQueue final : public Queue {
     /// the queue is closed: nobody may wait for a loop that has ended.
     bool sync(Block block);
 
-    /// Readable while blocks wait.
+    /// Readable while blocks wait or a watched descriptor is readable; negative when the system had none left.
     int eventDescriptor() const;
+    /// Runs readable on the main queue whenever the descriptor can be read, until unwatch(); it must read until there
+    /// is no more. One watch for each descriptor. Main thread.
+    void watch(int descriptor, Block readable);
+    /// Before the descriptor is closed. Main thread.
+    void unwatch(int descriptor);
     /// Runs the blocks that wait now and those that they add. Main thread; may be nested. True if any ran.
     bool runPending();
     /// Sleeps in real time until a block waits. Main thread.

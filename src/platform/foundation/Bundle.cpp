@@ -1,8 +1,6 @@
 #include "platform/foundation/Bundle.h"
 
-#include <array>
 #include <atomic>
-#include <fstream>
 #include <system_error>
 
 namespace zul {
@@ -55,20 +53,6 @@ std::optional<fs::path> Bundle::pathForResource(const std::string& name, const s
         if (const auto path = regularFile(folder / file)) return path;
     }
     return std::nullopt;
-}
-
-std::optional<Data> Bundle::contentsOfFile(const fs::path& path) {
-    if (!regularFile(path)) return std::nullopt; // a folder opens as a stream, too
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::nullopt;
-    Data contents;
-    std::array<char, 65536> part{};
-    // read() and not an iterator: a failing disk then sets bad() instead of throwing.
-    while (file.read(part.data(), part.size()) || file.gcount() > 0) {
-        contents.insert(contents.end(), part.begin(), part.begin() + file.gcount());
-    }
-    if (file.bad()) return std::nullopt;
-    return contents;
 }
 
 std::string Bundle::localizedString(const std::string& key, const std::string& value) const {

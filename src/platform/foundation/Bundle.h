@@ -1,8 +1,6 @@
 // What the program carries with it: its versions, its texts, its resources and the firmware archive.
 #pragma once
 
-#include "platform/foundation/Data.h"
-
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -32,8 +30,6 @@ class Bundle {
     /// pathForResource:ofType:  The file name.type in the archive folder, then in the resources; nothing when there
     /// is none.
     std::optional<std::filesystem::path> pathForResource(const std::string& name, const std::string& type) const;
-    /// The whole file; nothing when it is absent or cannot be read.
-    static std::optional<Data> contentsOfFile(const std::filesystem::path& path);
 
     /// localizedStringForKey:value:table:  The operator's text for the key (an English text), from the catalogue of
     /// the current language; without one value, or the key when value is empty.

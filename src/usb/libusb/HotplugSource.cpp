@@ -1,10 +1,10 @@
 // The callback runs on whatever thread handles libusb's events; the event thread is ended without being joined.
 #include "usb/libusb/HotplugSource.h"
 
+#include "platform/files/Files.h"
 #include "platform/foundation/Format.h"
 #include "usb/libusb/LibusbResult.h"
 
-#include <fstream>
 #include <libusb.h>
 #include <sstream>
 #include <thread>
@@ -37,7 +37,7 @@ void handleEvents(const std::shared_ptr<LibusbContext>& context, const std::shar
 
 bool isUdevRunning(const SystemFolders& folders) {
     const std::string control = folders.run + "/udev/control";
-    std::ifstream sockets(folders.proc + "/net/unix");
+    std::istringstream sockets(textOfFile(folders.proc + "/net/unix"));
     std::string line;
     while (std::getline(sockets, line)) {
         std::istringstream fields(line);

@@ -254,14 +254,6 @@ TEST_CASE("a folder is no resource") {
     CHECK_FALSE(Bundle(resources.path, resources.path).pathForResource("fw", "bin"));
 }
 
-TEST_CASE("the contents of a file are its bytes, of anything else nothing") {
-    const TemporaryFolder folder;
-    CHECK(Bundle::contentsOfFile(folder.write("f", std::string("a\0\xFF", 3))) == Data{'a', 0, 0xFF});
-    CHECK(Bundle::contentsOfFile(folder.write("empty", "")) == Data{});
-    CHECK_FALSE(Bundle::contentsOfFile(folder / "absent"));
-    CHECK_FALSE(Bundle::contentsOfFile(folder.path));
-}
-
 TEST_CASE("an operator's text is translated, or its default, or its key") {
     const Bundle bundle("/r", "/a");
     CHECK(bundle.localizedString("Cancel") == "Cancel");

@@ -1,5 +1,5 @@
 // Reading one file: whole, once, and never anything that is not a file.
-#include "archive/FileReader.h"
+#include "platform/files/FileReader.h"
 
 #include "support/TemporaryFolder.h"
 

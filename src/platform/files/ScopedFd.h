@@ -6,6 +6,7 @@
 
 namespace zul {
 
+/// Closes its descriptor when it is destroyed. Any negative number is none. One thread at a time.
 class ScopedFd {
   public:
     ScopedFd() = default;
@@ -19,9 +20,12 @@ class ScopedFd {
 
     int get() const { return _fd; }
     explicit operator bool() const { return _fd >= 0; }
+    /// Closes it now.
     void reset() {
         if (_fd >= 0) ::close(std::exchange(_fd, -1));
     }
+    /// Leaves it open and to the caller.
+    [[nodiscard]] int release() { return std::exchange(_fd, -1); }
 
   private:
     int _fd = -1;

@@ -1,5 +1,5 @@
-// Reads the files of a firmware archive: whole, in one go, and only what is a regular file. Nothing is opened that
-// could keep the reader waiting (a pipe) or do something when it is opened (a device). Any thread.
+// Reads files whole, in one go, and only regular files: opening a pipe could keep the reader waiting, and opening a
+// device could do something. Reports why a file cannot be read, and whose contents it has read. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -39,7 +39,7 @@ struct FileReading {
 
 class FileReader {
   public:
-    /// largest: in bytes; a longer file is not read.
+    /// largest: in bytes, below the largest std::ptrdiff_t; a longer file is not read.
     explicit FileReader(std::size_t largest = kLargestFile) : _largest(largest) {}
     virtual ~FileReader() = default;
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/StateFolder.h"
+#include "platform/files/Folders.h"
 #include "support/TemporaryFolder.h"
 
 #include <doctest/doctest.h>
@@ -17,12 +17,20 @@ unsigned modeOf(const std::filesystem::path& folder) {
 
 } // namespace
 
+TEST_CASE("settings are kept in the user's configuration folder, root's in root's") {
+    CHECK(configFolder({.configHome = "/conf", .home = "/home/u"}) == "/conf/zul-printer-utility");
+    CHECK(configFolder({.home = "/home/u"}) == "/home/u/.config/zul-printer-utility");
+    CHECK(configFolder({.isRoot = true, .home = "/root"}) == "/root/.config/zul-printer-utility");
+    CHECK(configFolder({.configHome = "conf", .home = "/home/u"}) == "/home/u/.config/zul-printer-utility");
+    CHECK(configFolder({.configHome = "conf"}).empty());
+}
+
 TEST_CASE("what outlives a run is kept in the user's state folder") {
     CHECK(stateFolder({.stateHome = "/state", .home = "/home/u"}) == "/state/zul-printer-utility");
     CHECK(stateFolder({.home = "/home/u"}) == "/home/u/.local/state/zul-printer-utility");
 }
 
-TEST_CASE("a relative state folder does not count, and without a home there is none") {
+TEST_CASE("a relative state folder is ignored, and without a home there is none") {
     CHECK(stateFolder({.stateHome = "state", .home = "/home/u"}) == "/home/u/.local/state/zul-printer-utility");
     CHECK(stateFolder({.stateHome = "state"}).empty());
 }

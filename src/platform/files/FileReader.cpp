@@ -1,5 +1,7 @@
-// Files as the system has them. Called by FirmwareArchive and for the digest file, on whatever thread asks.
-#include "archive/FileReader.h"
+// Called by FirmwareArchive for the files of an archive, and by contentsOfFile(), on the thread that asks.
+#include "platform/files/FileReader.h"
+
+#include "platform/files/ScopedFd.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,20 +17,8 @@ namespace {
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 // File systems note times in steps, up to two seconds long: a change within the same step does not show.
 constexpr std::int64_t kTimeStep = 3 * kNanosecondsPerSecond;
-
-class Descriptor {
-  public:
-    explicit Descriptor(int descriptor) : _descriptor(descriptor) {}
-    ~Descriptor() {
-        if (_descriptor >= 0) ::close(_descriptor);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return _descriptor; }
-
-  private:
-    const int _descriptor;
-};
+// The kernel does not say how long its own files are, and makes some of them anew for each part that is read.
+constexpr std::size_t kSmallestBuffer = 4096;
 
 std::int64_t nanoseconds(const timespec& time) {
     return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
@@ -57,8 +47,8 @@ FileReading FileReader::read(const std::filesystem::path& path) const {
     if (::stat(path.c_str(), &before) != 0) return failure(errno);
     if (!S_ISREG(before.st_mode)) return {FileResult::notAFile};
     // Without waiting: a pipe may have taken the file's place since.
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (file.get() < 0 || ::fstat(file.get(), &before) != 0) return failure(errno);
+    const ScopedFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file || ::fstat(file.get(), &before) != 0) return failure(errno);
     if (!S_ISREG(before.st_mode)) return {FileResult::notAFile};
 
     FileReading reading;
@@ -74,7 +64,8 @@ FileReading FileReader::read(const std::filesystem::path& path) const {
 
 FileResult FileReader::readWhole(int descriptor, std::size_t expected, Data& contents) const {
     if (expected > _largest) return FileResult::tooLarge;
-    contents.resize(expected + 1); // one more, so that the end shows without a second allocation
+    // One byte more, so that the end shows without a second allocation.
+    contents.resize(expected == 0 ? std::min(kSmallestBuffer, _largest + 1) : expected + 1);
     std::size_t length = 0;
     for (;;) {
         if (length == contents.size()) contents.resize(std::min(2 * contents.size(), _largest + 1)); // it grows
