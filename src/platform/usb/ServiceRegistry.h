@@ -33,9 +33,8 @@ enum class ServiceNotification { matched, terminated };
 /// The services that a notification has not handed out yet, in bus order. Must be drained to arm its notification.
 class ServiceIterator {
   public:
-    bool isValid() const { return true; }
-    void reset() {}
-    /// The next service's token; 0 at the end, and from then on the notification is armed.
+    /// The next service's token; 0 at the end, and from then on the notification is armed. What arrives between two
+    /// calls is added at the end, so an iterator is valid at all times.
     ServiceToken next();
 
   private:
@@ -114,23 +113,35 @@ class NotificationPort {
     const std::shared_ptr<InterestTable> _interests = std::make_shared<InterestTable>();
 };
 
+/// Every service of every bus, by token. A bus adds and withdraws them; ports are notified. Main queue.
 class ServiceRegistry {
   public:
-    /// For the bus: a new interface is there. Tells the ports. Returns its token.
+    /// For the bus: a new interface is there and has this token from now on, but no port is notified before announce().
+    /// A device's interfaces are all added before the first is announced, because what is announced may end them all.
+    ServiceToken add(std::shared_ptr<USBService> service);
+    /// For the bus: notifies the ports of a service that was added. Unknown tokens are ignored.
+    void announce(ServiceToken token);
+    /// Both at once, for a device with one interface.
     ServiceToken serviceArrived(std::shared_ptr<USBService> service);
-    /// For the bus: the interface has left. Interested contexts hear "terminated" first, then the removal
-    /// notifications run; afterwards the token is unknown. Unknown tokens are ignored.
+    /// For the bus: the interface has left. Interested contexts receive "terminated" first, then the removal
+    /// notifications run; afterwards the token is unknown. A service that was not announced leaves without notice.
+    /// Unknown tokens are ignored.
     void serviceTerminated(ServiceToken token);
     /// For the bus: any other message about a service.
     void serviceMessage(ServiceToken token, IOMessage message, void* argument);
 
     /// Null when the token is not on the bus (any more).
     std::shared_ptr<USBService> service(ServiceToken token) const;
+    /// The tokens of the announced services, in bus order.
     std::vector<ServiceToken> services() const;
 
   private:
     friend class NotificationPort;
-    std::map<ServiceToken, std::shared_ptr<USBService>> _services;
+    struct Entry {
+        std::shared_ptr<USBService> service;
+        bool isAnnounced = false;
+    };
+    std::map<ServiceToken, Entry> _services;
     std::vector<NotificationPort*> _ports;
     ServiceToken _nextToken = 0x101; // a recognisable first value in log lines; counts up, never reused
 };

@@ -50,7 +50,7 @@ bool isUdevRunning(const SystemFolders& folders) {
 
 IOReturn HotplugSource::start() {
     if (libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG) == 0) return kIOReturnError;
-    if (const IOReturn code = LibusbContext::create(_debug, _context); code != kIOReturnSuccess) return code;
+    if (const IOReturn code = LibusbContext::create(_context); code != kIOReturnSuccess) return code;
     _context->keep(_inbox);
     const int result = libusb_hotplug_register_callback(
         _context->get(), LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,

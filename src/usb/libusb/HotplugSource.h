@@ -12,7 +12,7 @@ bool isUdevRunning(const SystemFolders& folders);
 
 class HotplugSource final : public DeviceSource {
   public:
-    HotplugSource(std::shared_ptr<BusInbox> inbox, bool debug) : _inbox(std::move(inbox)), _debug(debug) {}
+    explicit HotplugSource(std::shared_ptr<BusInbox> inbox) : _inbox(std::move(inbox)) {}
     ~HotplugSource() override { stop(); }
     IOReturn start() override;
     void stop() override;
@@ -21,7 +21,6 @@ class HotplugSource final : public DeviceSource {
 
   private:
     const std::shared_ptr<BusInbox> _inbox;
-    const bool _debug;
     std::shared_ptr<LibusbContext> _context;                                                // null while stopped
     std::shared_ptr<std::atomic<bool>> _ended = std::make_shared<std::atomic<bool>>(false); // for the event thread
     int _callback = 0;

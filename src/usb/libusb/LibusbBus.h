@@ -13,7 +13,6 @@
 namespace zul {
 
 struct LibusbBusOptions {
-    bool libusbDebug = false; // libusb's own messages on standard error
     /// Which printers other processes of ours use: those are left alone. Must outlive the bus and its handles. May be
     /// null.
     PrinterReservations* reservations = nullptr;

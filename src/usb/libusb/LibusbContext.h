@@ -15,11 +15,13 @@ namespace zul {
 /// callback, which holds no reference.
 class LibusbContext {
   public:
-    static IOReturn create(bool debug, std::shared_ptr<LibusbContext>& context);
+    /// Begins a session; context is null on failure. Any thread.
+    static IOReturn create(std::shared_ptr<LibusbContext>& context);
     ~LibusbContext();
     LibusbContext(const LibusbContext&) = delete;
     LibusbContext& operator=(const LibusbContext&) = delete;
 
+    /// Sessions in the whole process. Any thread.
     static int live();
     libusb_context* get() const { return _context; }
     /// Keeps what callbacks were given until the session has ended: a callback may still run on some thread after it

@@ -14,7 +14,7 @@ std::chrono::milliseconds controlTimeout(const IOUSBDevRequestTO& request);
 class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
     LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,
-                    const InterfaceDescriptors& descriptors);
+                    DescriptorValues descriptors);
     /// Ends the watch and drops the claim. The node closes with the device's last handle, or when the kernel's driver
     /// has been given the printer back.
     ~LibusbInterface() override;

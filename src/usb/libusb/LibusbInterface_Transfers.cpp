@@ -38,7 +38,7 @@ IOReturn LibusbInterface::checkPipe(std::uint8_t pipe, PipeDirection direction) 
     const PipeProperties& properties = _descriptors.pipes[pipe - 1U];
     if (properties.transferType != kUSBBulk || properties.direction != direction) return kIOReturnBadArgument;
     // The kernel would claim the interface by itself and keep it.
-    return _connection->isClaimed(_descriptors.number, this) ? kIOReturnSuccess : kIOReturnError;
+    return _connection->isClaimed(_descriptors.interfaceNumber, this) ? kIOReturnSuccess : kIOReturnError;
 }
 
 IOReturn LibusbInterface::transferResult(int libusbResult, unsigned char endpoint) const {

@@ -51,7 +51,7 @@ struct ScanSource::State : std::enable_shared_from_this<State> {
 
 IOReturn ScanSource::State::look() {
     std::shared_ptr<LibusbContext> context;
-    const IOReturn code = LibusbContext::create(services->options.libusbDebug, context);
+    const IOReturn code = LibusbContext::create(context);
     if (code != kIOReturnSuccess) return code;
     libusb_device** devices = nullptr;
     const ssize_t count = libusb_get_device_list(context->get(), &devices);
