@@ -266,4 +266,17 @@ TEST_CASE("a stopped bus posts nothing more") {
     CHECK(bench.events == Texts{"arrived 0x101", "left 0x101"});
 }
 
+TEST_CASE("a printer that is unplugged by what is announced of it leaves nothing on the bus") {
+    BusBench bench({});
+    const auto iterator = bench.port.addMatchingNotification(ServiceNotification::matched, {"IOUSBInterface", 7, 1},
+                                                             [&](ServiceIterator& arrived) {
+                                                                 while (arrived.next() != 0) bench.bus.unplug(0);
+                                                             });
+    CHECK(iterator->next() == 0);
+    bench.bus.add(described("VK14,interfaces=2"));
+    bench.settle();
+    CHECK(bench.tokens().empty());
+    CHECK(bench.events == std::vector<std::string>{"arrived 0x101", "left 0x101"});
+}
+
 } // namespace zul
