@@ -46,7 +46,7 @@ constexpr auto kStreamEventNames = std::to_array<CodeName<unsigned>>({
 });
 static_assert(kStreamEventNames.size() == 6 && isSortedAndUnique(kStreamEventNames));
 
-// The last row is no message: it is the USB error of the same value, and is named so on purpose.
+// The last row is not a message: it is the USB error of the same value, and is named so on purpose.
 constexpr auto kMessageNames = std::to_array<CodeName<std::uint32_t>>({
     {0xE0000010, "kIOMessageServiceIsTerminated"},     {0xE0000020, "kIOMessageServiceIsSuspended"},
     {0xE0000030, "kIOMessageServiceIsResumed"},        {0xE0000100, "kIOMessageServiceIsRequestingClose"},

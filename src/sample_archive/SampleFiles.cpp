@@ -1,3 +1,5 @@
+// Making the sample files: S-records and colour tables of the right form with made-up contents, the same bytes every
+// time. Called by the program that writes them and by tests.
 #include "sample_archive/SampleFiles.h"
 
 #include "platform/foundation/Format.h"

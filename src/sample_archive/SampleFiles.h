@@ -16,7 +16,7 @@ struct SampleFile {
 /// All files of all models.
 std::vector<SampleFile> sampleFiles();
 
-/// The digest that the archive's digest file tells for the contents.
+/// The digest of the contents as the archive's digest file has it.
 std::string sampleDigest(const Data& contents);
 
 } // namespace zul

@@ -25,7 +25,7 @@ std::optional<Data> answerControlRequest(const VirtualPrinter& printer, const IO
 bool isSoftReset(const IOUSBDevRequestTO& request);
 /// The request as the journal shows it, for example "GET_DEVICE_ID".
 std::string controlRequestName(const IOUSBDevRequestTO& request);
-/// The device ID with its length in front, which counts itself, big-endian.
+/// The device ID with its length in front: two bytes, big-endian, which are included in it.
 Data deviceIDReply(const VirtualPrinter& printer);
 
 } // namespace zul

@@ -37,7 +37,7 @@ IOReturn VirtualService::createInterfaceInterface(std::shared_ptr<IOUSBInterface
 VirtualInterface::~VirtualInterface() {
     _port->watchHolder(*_attachment, number(), this, nullptr);
     if (_isClaimed)
-        static_cast<void>(_port->release(*_attachment, number(), this)); // nobody is left to report a failure to
+        static_cast<void>(_port->release(*_attachment, number(), this)); // a failure has no receiver any more
 }
 
 IOReturn VirtualInterface::USBInterfaceOpenSeize() {

@@ -116,8 +116,9 @@ void VirtualPort::leave(const std::shared_ptr<VirtualAttachment>& attachment, co
 }
 
 void VirtualPort::depart(std::shared_ptr<VirtualAttachment> attachment, const VirtualDeparture& departure) {
-    if (_attachment != attachment) return;                // it has left already
-    std::map<const void*, std::function<void()>> watches; // destroyed after the lock: what they hold may come back here
+    if (_attachment != attachment) return; // it has left already
+    std::map<const void*, std::function<void()>>
+        watches; // destroyed after the lock: their destruction may call the port
     {
         const std::scoped_lock lock(_mutex);
         endForHandles(*attachment);
@@ -195,7 +196,7 @@ bool VirtualPort::isFreeLocked(const VirtualAttachment& attachment, std::uint8_t
 
 void VirtualPort::watchHolder(VirtualAttachment& attachment, std::uint8_t number, const void* owner,
                               std::function<void()> mayBeFree) {
-    std::function<void()> dropped; // destroyed after the lock: what it holds may come back here
+    std::function<void()> dropped; // destroyed after the lock: its destruction may call the port
     bool isFreeAlready = false;
     {
         const std::scoped_lock lock(_mutex);
@@ -208,7 +209,7 @@ void VirtualPort::watchHolder(VirtualAttachment& attachment, std::uint8_t number
             attachment.holderWatches.erase(owner);
         }
     }
-    // It may have been released between the refused claim and this watch: nothing else would report that.
+    // It may have been released between the refused claim and this watch: no other event would report that.
     if (isFreeAlready) post([self = shared_from_this(), owner] { self->notifyWatch(owner); });
 }
 

@@ -7,9 +7,9 @@ namespace zul {
 
 namespace {
 
-// How often a long write tells how far it has come: the real bus writes in pieces of this size.
+// How often a long write reports its progress: the real bus writes in pieces of this size.
 constexpr std::size_t kPiece = 256 * 1024;
-// How often a write looks whether that of the other interface has ended.
+// How often a write checks whether that of the other interface has ended.
 constexpr auto kTurn = std::chrono::milliseconds(10);
 
 const char* nameOfResult(IOReturn code) {
@@ -40,7 +40,7 @@ IOReturn VirtualPort::read(VirtualAttachment& attachment, std::uint8_t number, s
                 }
                 size = std::min(asked, static_cast<std::uint32_t>(transfer.bytes.size()));
                 std::copy_n(transfer.bytes.begin(), size, buffer);
-                // What was not asked for stays for the next read, as the real bus keeps it.
+                // What was not asked for is kept for the next read, as on the real bus.
                 transfer.bytes.erase(transfer.bytes.begin(), transfer.bytes.begin() + size);
                 if (transfer.bytes.empty()) endpoints.transfers.pop_front();
                 journal("read", {}, size);
@@ -65,7 +65,7 @@ IOReturn VirtualPort::write(const std::shared_ptr<VirtualAttachment>& attachment
     return code;
 }
 
-// Both interfaces lead to one printer, which could not tell their frames apart.
+// Both interfaces lead to one printer, which could not distinguish their frames.
 bool VirtualPort::waitForTurn(VirtualAttachment& attachment, const VirtualEndpointPair& endpoints,
                               Clock::TimePoint deadline) {
     for (;;) {
@@ -88,7 +88,7 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualAttachment>& atta
                                   const IOUSBInterfaceInterface::WriteProgress& progress) {
     ClockEvent& changed = *attachment->endpointPairs.at(number).changed;
     const auto total = static_cast<std::uint32_t>(bytes.size());
-    // A command is over before anybody could tell the time; only what comes in large pieces takes any.
+    // A command takes no measurable time; only large pieces take any.
     const bool takesTime = bytes.size() >= kPiece;
     std::uint32_t done = 0;
     const auto failed = [&](IOReturn code) {

@@ -203,7 +203,7 @@ template <class Rows, class Member> std::string listOf(const Rows& rows, Member 
     return fmt::format("{}", fmt::join(names, ", "));
 }
 
-// Sets what "key=value" says; returns what is wrong with it, empty for nothing.
+// Sets what "key=value" says; returns what is wrong with it, empty if it is right.
 std::string apply(const std::string& text, VirtualPrinterSettings& settings) {
     const auto equals = text.find('=');
     const std::string key = text.substr(0, equals);

@@ -1,3 +1,5 @@
+// Writing the gadget into configfs, one attribute after another, and taking it out again. Called by the port, under its
+// lock.
 #include "vkgadget/ConfigfsGadget.h"
 
 #include "platform/files/ScopedFd.h"

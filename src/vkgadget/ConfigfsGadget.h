@@ -18,7 +18,7 @@ struct GadgetIdentity {
 /// Everything throws GadgetError except remove(). One thread at a time.
 class ConfigfsGadget {
   public:
-    /// name is the gadget's folder and the FunctionFS instance. Nothing is made yet.
+    /// name is the gadget's folder and the FunctionFS instance. create() makes it.
     ConfigfsGadget(std::string name, const GadgetIdentity& identity);
     ~ConfigfsGadget() { remove(); }
     ConfigfsGadget(const ConfigfsGadget&) = delete;

@@ -1,3 +1,4 @@
+// The blocks of bytes that FunctionFS wants, little-endian. Constant; called once when the function is opened.
 #include "vkgadget/Descriptors.h"
 
 #include <initializer_list>
@@ -30,7 +31,7 @@ void setLength(Data& data) {
 void appendEndpoint(Data& data, std::uint8_t address, std::uint16_t packetSize) {
     // clang-format off
     append(data, { 7, kEndpointDescriptor,
-                   address,                                         // only the direction counts; the core picks numbers
+                   address,                                         // only the direction is used; the core picks numbers
                    kBulk,
                    static_cast<std::uint8_t>(packetSize & 0xFF), static_cast<std::uint8_t>(packetSize >> 8),
                    0 });                                            // interval, without meaning for bulk

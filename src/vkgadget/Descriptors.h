@@ -1,4 +1,4 @@
-// What FunctionFS is told about the printer's one interface, as bytes for its endpoint 0.
+// The descriptors of the printer's one interface, as bytes that are written to FunctionFS's endpoint 0. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"

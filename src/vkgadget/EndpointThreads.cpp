@@ -1,3 +1,5 @@
+// The loops of the three endpoint threads, and ending them: each waits in a system call of the kernel, which only a
+// signal ends. Started and stopped by the port on the main queue.
 #include "vkgadget/EndpointThreads.h"
 
 #include "platform/dispatch/Signals.h"

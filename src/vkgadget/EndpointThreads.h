@@ -20,15 +20,16 @@ struct EndpointHandlers {
     std::function<std::size_t(const Data& bytes)> received;
     /// The host has configured the device (true), or configured it away, reset it or lost it (false).
     std::function<void(bool configured)> configured;
-    /// The answer to a control request; nothing refuses it.
+    /// The answer to a control request; nullopt refuses it.
     std::function<std::optional<Data>(const SetupRequest& request)> control;
 };
 
-/// How much to ask for when so many bytes are wanted. A read ends at a short packet or when it is full, and a host ends
-/// nothing with an empty packet: a read for more than still comes would wait for ever, and one packet at a time would
-/// take minutes for a firmware image.
+/// How much to ask for when so many bytes are wanted. A read ends at a short packet or when it is full, and a host
+/// sends no empty packet at the end: a read for more than still comes would wait without end, and one packet at a time
+/// would take minutes for a firmware image.
 std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize);
 
+/// The function must outlive it. Handlers may call send(), stallIn() and dropTransfers().
 class EndpointThreads {
   public:
     EndpointThreads(FunctionFs& function, EndpointHandlers handlers);
@@ -36,6 +37,7 @@ class EndpointThreads {
     EndpointThreads(const EndpointThreads&) = delete;
     EndpointThreads& operator=(const EndpointThreads&) = delete;
 
+    /// Starts the three threads; the function must be open. Once only.
     void start();
     /// Ends the threads, also those that wait for the host. Not from a handler.
     void stop();
@@ -46,7 +48,7 @@ class EndpointThreads {
     void stallIn();
     /// Stalls the endpoint that the host writes to. Only inside the handler of received bytes.
     void stallOut() { _function.haltOut(); }
-    /// Forgets what the host has not fetched yet; what it is fetching goes on. Any thread.
+    /// Drops what the host has not fetched yet, but for the transfer that it is fetching. Any thread.
     void dropTransfers();
 
   private:

@@ -1,3 +1,5 @@
+// System calls on the files of a FunctionFS mount. Opened and closed by the port on the main queue; each endpoint's
+// file is used by that endpoint's thread.
 #include "vkgadget/FunctionFs.h"
 
 #include "vkgadget/Descriptors.h"
@@ -106,7 +108,7 @@ std::optional<FunctionEvent> FunctionFs::nextEvent() {
 void FunctionFs::answer(const SetupRequest& request, const Data& reply) {
     if (request.isDeviceToHost()) {
         const std::size_t length = std::min<std::size_t>(reply.size(), request.length);
-        // A host that has given up in the meantime is no error here: the next event tells.
+        // A host that has given up in the meantime is not an error here: the next event reports it.
         [[maybe_unused]] const ssize_t written = ::write(_control.get(), reply.data(), length);
     } else {
         Data data(request.length);

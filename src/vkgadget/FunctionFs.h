@@ -42,7 +42,7 @@ class FunctionFs {
     /// The gadget loses its function and is unbound by the kernel. No thread may be inside a call.
     void close();
 
-    /// Waits for the next event; nothing when a signal came. Endpoint 0's thread.
+    /// Waits for the next event; nullopt when a signal came. Endpoint 0's thread.
     std::optional<FunctionEvent> nextEvent();
     /// Answers an IN request (with at most what it asked for) or takes an OUT request's data. Endpoint 0's thread.
     void answer(const SetupRequest& request, const Data& reply);
@@ -52,7 +52,7 @@ class FunctionFs {
     /// Reads what one transfer brings, waiting while no host is there. The size is that of buffer, a multiple of the
     /// packet size. Negative: an errno (EINTR at a signal, ESHUTDOWN when the host or the plug went).
     int readOut(Data& buffer);
-    /// Writes data as one transfer and an empty packet when nothing else would end it; returns when the host has it.
+    /// Writes data as one transfer and an empty packet when no short packet would end it; returns when the host has it.
     /// 0, or a negative errno (EAGAIN without a host).
     int writeIn(const Data& data, std::size_t packetSize);
     /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears it; its

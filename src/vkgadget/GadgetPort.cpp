@@ -1,3 +1,5 @@
+// The gadget and its function as one plug, and the printer class's control requests, which are answered here. Opened,
+// plugged and closed on the main queue; requests come on endpoint 0's thread.
 #include "vkgadget/GadgetPort.h"
 
 #include "vkgadget/GadgetError.h"
@@ -43,7 +45,7 @@ void GadgetPort::open() {
 }
 
 void GadgetPort::close() {
-    // The kernel lets go of the function's files only when nobody waits in them, and of the gadget after the function.
+    // The kernel releases the function's files only when no thread waits in them, and the gadget after the function.
     if (_threads) _threads->stop();
     const std::lock_guard lock(_plugMutex);
     try {

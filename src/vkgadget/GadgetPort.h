@@ -1,4 +1,4 @@
-// A USB device controller with a printer's plug in it: what the printer says goes to the host, and the other way round.
+// A printer plugged into a USB device controller: passes bytes and control requests between the host and the printer.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -42,6 +42,7 @@ class GadgetPort {
     /// Shown from the next plug-in on; empty for none.
     void setSerialNumber(const std::string& serialNumber) { _gadget.setSerialNumber(serialNumber); }
 
+    /// Connects to the controller: the host sees the device.
     void plugInto(const std::string& udc);
     /// What the host has not fetched is lost.
     void unplug();

@@ -1,3 +1,5 @@
+// What the protocol engine asks for, carried out on a real bus: answers after a delay, restarts, departures. Bytes come
+// on the port's threads, everything that plugs and unplugs runs on the main queue.
 #include "vkgadget/GadgetPrinter.h"
 
 #include "platform/foundation/Format.h"
@@ -74,7 +76,7 @@ std::size_t GadgetPrinter::received(const Data& bytes) {
 }
 
 void GadgetPrinter::takeTime(std::size_t bytes) {
-    // Commands are over before anybody could tell the time; only what fills packets takes any.
+    // A command takes no measurable time; only what fills packets takes any.
     if (bytes < kHighSpeedPacketSize) return;
     std::unique_lock lock(_mutex);
     _stopped.wait_for(lock, std::chrono::microseconds(1000000LL * static_cast<long long>(bytes) / _settings.speed),
@@ -87,20 +89,20 @@ void GadgetPrinter::send(const VirtualTransfer& transfer) {
     } else if (transfer.delay.count() == 0) {
         _port.send(transfer.bytes);
     } else {
-        unsigned stay = 0;
+        unsigned attachment = 0;
         {
             const std::lock_guard lock(_mutex);
-            stay = _stay;
+            attachment = _attachCount;
         }
-        after(transfer.delay, [this, stay, bytes = transfer.bytes] { sendLate(stay, bytes); });
+        after(transfer.delay, [this, attachment, bytes = transfer.bytes] { sendLate(attachment, bytes); });
     }
 }
 
 // An answer that was on its way when the printer left is lost, like that of any printer.
-void GadgetPrinter::sendLate(unsigned stay, const Data& bytes) {
+void GadgetPrinter::sendLate(unsigned attachment, const Data& bytes) {
     {
         const std::lock_guard lock(_mutex);
-        if (stay != _stay || _stopping) return;
+        if (attachment != _attachCount || _stopping) return;
     }
     _port.send(bytes);
 }
@@ -138,7 +140,8 @@ void GadgetPrinter::journal(const std::string& event, const std::string& command
     _journal->add(std::move(entry));
 }
 
-// ---- coming and going -----------------------------------------------------------------------------------------------
+// ---- arrival and departure
+// ----------------------------------------------------------------------------------------------
 
 void GadgetPrinter::attach() {
     std::optional<VirtualDeparture> restartsByItself;
@@ -149,7 +152,7 @@ void GadgetPrinter::attach() {
         const std::lock_guard lock(_mutex);
         _printer.attach();
         restartsByItself = _printer.departureAfterAttach();
-        ++_stay;
+        ++_attachCount;
         deviceID = _printer.answersDeviceID() ? _printer.deviceID() : "";
         serialNumber = _printer.serialText().value_or("");
         what = _printer.isLoader() ? "in its loader" : "with firmware " + _printer.firmware();
@@ -158,28 +161,28 @@ void GadgetPrinter::attach() {
     _port.setSerialNumber(serialNumber);
     journal("arrive");
     _port.plugInto(_udc);
-    tell("on " + _udc + " " + what);
+    report("on " + _udc + " " + what);
     if (restartsByItself) schedule(*restartsByItself);
 }
 
 void GadgetPrinter::schedule(const VirtualDeparture& departure) {
-    unsigned stay = 0;
+    unsigned attachment = 0;
     {
         const std::lock_guard lock(_mutex);
-        stay = _stay;
+        attachment = _attachCount;
     }
     if (departure.after.count() == 0) {
-        leave(stay, departure); // at once: the host must not get rid of the rest of what it is sending
+        leave(attachment, departure); // at once: the host must not get rid of the rest of what it is sending
         return;
     }
-    after(departure.after, [this, stay, departure] { leave(stay, departure); });
+    after(departure.after, [this, attachment, departure] { leave(attachment, departure); });
 }
 
-void GadgetPrinter::leave(unsigned stay, const VirtualDeparture& departure) {
+void GadgetPrinter::leave(unsigned attachment, const VirtualDeparture& departure) {
     {
         const std::lock_guard lock(_mutex);
-        if (stay != _stay || _stopping) return;
-        ++_stay;
+        if (attachment != _attachCount || _stopping) return;
+        ++_attachCount;
     }
     try {
         _port.unplug();
@@ -188,8 +191,8 @@ void GadgetPrinter::leave(unsigned stay, const VirtualDeparture& departure) {
         return;
     }
     journal("leave");
-    tell(departure.comesBack ? formatted("left the bus, back in %d ms", departure.away.count())
-                             : std::string("left the bus for good"));
+    report(departure.comesBack ? formatted("left the bus, back in %d ms", departure.away.count())
+                               : std::string("left the bus for good"));
     if (!departure.comesBack) return;
     after(departure.away, [this, departure] { comeBack(departure); });
 }
@@ -219,7 +222,7 @@ void GadgetPrinter::fail(const GadgetError& error) {
     _mainQueue.quit(1);
 }
 
-void GadgetPrinter::tell(const std::string& text) const {
+void GadgetPrinter::report(const std::string& text) const {
     std::cout << "vkgadget: " << _settings.model->name << " " << _settings.serial << " " << text << std::endl;
 }
 

@@ -14,10 +14,10 @@
 
 namespace zul {
 
-/// What of these settings no gadget can do, told for people; empty when it can all be done.
+/// Which of these settings a gadget cannot have, as a sentence for people; empty when it can have all.
 std::string problemOfGadget(const VirtualPrinterSettings& settings);
 
-/// Main queue, except for what the port calls on its threads. The queue must have ended before this goes.
+/// Main queue, except for what the port calls on its threads. The queue must have ended before this is destroyed.
 class GadgetPrinter {
   public:
     /// The queue and the clock must outlive the printer and its timers.
@@ -39,17 +39,17 @@ class GadgetPrinter {
     void controlled(const SetupRequest& request, bool answered);
     void takeTime(std::size_t bytes);
     void send(const VirtualTransfer& transfer);
-    void sendLate(unsigned stay, const Data& bytes);
+    void sendLate(unsigned attachment, const Data& bytes);
 
     void attach();
     void schedule(const VirtualDeparture& departure);
-    void leave(unsigned stay, const VirtualDeparture& departure);
+    void leave(unsigned attachment, const VirtualDeparture& departure);
     void comeBack(const VirtualDeparture& departure);
     void after(Clock::Duration time, Block block);
     void fail(const GadgetError& error);
     void journal(const std::string& event, const std::string& command = {}, const std::string& result = {});
     void sawCommand(const VirtualCommand& command);
-    void tell(const std::string& text) const;
+    void report(const std::string& text) const;
 
     MainQueue& _mainQueue;
     Clock& _clock;
@@ -57,10 +57,10 @@ class GadgetPrinter {
     const std::shared_ptr<VirtualJournal> _journal;
     std::string _udc;
 
-    std::mutex _mutex; // guards the printer, _stay and _stopping
+    std::mutex _mutex; // guards the printer, _attachCount and _stopping
     std::condition_variable _stopped;
     VirtualPrinter _printer;
-    unsigned _stay = 0; // counts the times on the bus, so that no departure is carried out in a later one
+    unsigned _attachCount = 0; // so that no departure of one attachment is carried out in a later one
     bool _stopping = false;
 
     GadgetPort _port; // last: its threads use all of the above

@@ -1,3 +1,5 @@
+// Looking at configfs and at the device controllers of this machine. Called at the start of vkgadget and when a printer
+// comes back on another controller, on the main queue.
 #include "vkgadget/Host.h"
 
 #include "platform/files/Files.h"

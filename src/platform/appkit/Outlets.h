@@ -34,7 +34,7 @@ struct CheckBox {
     std::function<void(CheckBox& sender)> action;
 };
 
-/// The alert as it stands on the screen, for the layout step.
+/// The alert as it is on the screen, for the layout step.
 class AlertLayout {
   public:
     virtual ~AlertLayout() = default;
@@ -50,8 +50,8 @@ struct AlertDescription {
     std::string messageText;          // the title, in bold
     std::string informativeText;      // may be empty
     std::vector<std::string> buttons; // in order; the first is the default button; never empty
-    std::size_t harmlessButton = 0;   // index of the button that starts nothing
-    /// Index of the button that Escape presses; nullopt: Escape does nothing.
+    std::size_t harmlessButton = 0;   // index of the button that starts no operation
+    /// Index of the button that Escape presses; nullopt: Escape has no effect.
     std::optional<std::size_t> escapeButton = {};
     AlertStyle style = AlertStyle::warning;
     std::string iconName;                           // picture of the printer; empty when there is none

@@ -1,5 +1,5 @@
-// The main queue on an event descriptor: plain C++, so that a command line can run it in a loop and a window can hang
-// it on its own.
+// The main queue on descriptors: a command line runs it in a loop of its own, a window serves it whenever the queue's
+// descriptor is readable. Blocks come from any thread; everything else is used by the main thread.
 #include "platform/dispatch/Queue.h"
 
 #include "platform/files/WakeEvent.h"
@@ -140,7 +140,7 @@ int MainQueue::run() {
 void MainQueue::quit(int status) {
     {
         const std::scoped_lock lock(_state->mutex);
-        if (_state->quit) return; // the first reason to end is the one that counts
+        if (_state->quit) return; // the first status is used
         _state->quit = true;
         _state->status = status;
     }

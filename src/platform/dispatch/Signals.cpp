@@ -81,7 +81,7 @@ void ignoreBrokenPipes() {
 }
 
 void letSignalEndSystemCalls(int number) {
-    // A signal that is ignored would not end a call; with SA_RESTART the call would begin anew.
+    // A signal that is ignored would not end a call; with SA_RESTART the call would be repeated.
     install(number, doNothing, /*flags=*/0);
 }
 

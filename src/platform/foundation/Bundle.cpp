@@ -1,3 +1,5 @@
+// Looking up resources and texts. The translators are installed once by the window or by tests; texts are then looked
+// up on any thread.
 #include "platform/foundation/Bundle.h"
 
 #include <atomic>
@@ -57,7 +59,7 @@ std::optional<fs::path> Bundle::pathForResource(const std::string& name, const s
 
 std::string Bundle::localizedString(const std::string& key, const std::string& value) const {
     if (const Translator translator = currentTranslator) {
-        // A catalogue without the text answers with the key: then the default counts.
+        // A catalogue without the text answers with the key: then the default is used.
         const std::string translated = translator(key.c_str());
         if (translated != key) return translated;
     }

@@ -8,11 +8,12 @@
 
 namespace zul {
 
-/// Marks an English text of a table for the catalogues; whoever shows it looks it up.
+/// Marks an English text of a table for the catalogues; where it is shown it is looked up.
 constexpr const char* operatorText(const char* text) {
     return text;
 }
 
+/// Any thread, but setInfo(), setTranslator() and withholdArchive() only before other threads use it.
 class Bundle {
   public:
     /// resources: the folder with the program's resources. archive: the folder with the firmware files and their
@@ -25,9 +26,10 @@ class Bundle {
 
     /// "CFBundleShortVersionString" (2.06), "CFBundleVersion", "CFBundleName".
     std::optional<std::string> objectForInfoDictionaryKey(const std::string& key) const;
+    /// nullopt removes the key (tests).
     void setInfo(const std::string& key, const std::optional<std::string>& value);
 
-    /// pathForResource:ofType:  The file name.type in the archive folder, then in the resources; nothing when there
+    /// pathForResource:ofType:  The file name.type in the archive folder, then in the resources; nullopt when there
     /// is none.
     std::optional<std::filesystem::path> pathForResource(const std::string& name, const std::string& type) const;
 

@@ -1,3 +1,5 @@
+// Reading and writing of the archive's digest file. Called by the archive and by the command line, on the thread that
+// asks.
 #include "platform/foundation/JsonFile.h"
 
 #include "platform/files/Files.h"

@@ -1,3 +1,5 @@
+// Reading, changing and writing the settings file, under one lock. Called by the session at its start, by the engine
+// for what it remembers, and by "zulctl defaults"; on any thread.
 #include "platform/foundation/UserDefaults.h"
 
 #include "platform/files/Files.h"
@@ -122,7 +124,7 @@ bool UserDefaults::setBool(const std::string& key, bool value) {
 bool UserDefaults::remove(const std::string& key) {
     const std::scoped_lock lock(_mutex);
     if (_values->root.erase(key) == 0) return false;
-    (void)write(); // lastError() tells
+    (void)write(); // lastError() reports a failure
     return true;
 }
 

@@ -11,7 +11,7 @@ namespace {
 bool matches(const ServiceMatching& matching, USBService& service) {
     std::uint8_t interfaceClass = 0;
     std::uint8_t interfaceSubClass = 0;
-    // A service whose class cannot be read is handed on: whoever looks at it logs why.
+    // A service whose class cannot be read is announced: the controller then logs why.
     if (service.GetInterfaceClass(interfaceClass) != kIOReturnSuccess) return true;
     if (service.GetInterfaceSubClass(interfaceSubClass) != kIOReturnSuccess) return true;
     return interfaceClass == matching.bInterfaceClass && interfaceSubClass == matching.bInterfaceSubClass;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kListening = "00010000"; // as the kernel shows it
 
-// On whatever thread handles libusb's events, which may be one that waits for a transfer: only takes a note.
+// On whatever thread handles libusb's events, which may be one that waits for a transfer: only adds an event.
 int LIBUSB_CALL hotplugCallback(libusb_context* /*context*/, libusb_device* device, libusb_hotplug_event event,
                                 void* inbox) {
     const bool arrived = event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;

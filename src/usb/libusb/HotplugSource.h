@@ -6,7 +6,7 @@
 namespace zul {
 
 /// Whether udevd reports to this process: somebody listens at its control socket in the folder of running services. The
-/// file alone says little: it stays after an udevd that was killed, and in a container it may be that of the machine,
+/// file alone says little: it remains after an udevd that was killed, and in a container it may be that of the machine,
 /// whose reports do not come in. The kernel's list of sockets has neither. Any thread.
 bool isUdevRunning(const SystemFolders& folders);
 

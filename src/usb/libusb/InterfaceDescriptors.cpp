@@ -20,7 +20,7 @@ PipeProperties pipeProperties(const libusb_endpoint_descriptor& endpoint) {
     pipe.direction = in ? PipeDirection::in : PipeDirection::out;
     pipe.number = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_ADDRESS_MASK;
     pipe.transferType = endpoint.bmAttributes & LIBUSB_TRANSFER_TYPE_MASK;
-    pipe.maxPacketSize = endpoint.wMaxPacketSize & 0x07FFU; // the bits above count extra transactions
+    pipe.maxPacketSize = endpoint.wMaxPacketSize & 0x07FFU; // the bits above: extra transactions
     pipe.interval = endpoint.bInterval;
     return pipe;
 }

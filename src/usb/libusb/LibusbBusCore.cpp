@@ -55,7 +55,7 @@ IOReturn LibusbBus::Core::start() {
     _starting = true;
     drain();
     waitForPreparations();
-    // By their places, whoever answered first: people name printers by their position in a list.
+    // By their places and not by the order of their answers: people name printers by their position in a list.
     auto inOrder = std::move(_startOrder);
     std::ranges::sort(inOrder, {}, [](const auto& entry) { return entry->device->descriptors().locationID(); });
     for (const auto& entry : inOrder) {
@@ -127,7 +127,7 @@ void LibusbBus::Core::arrived(BusEvent& event) {
     entry->device = std::make_shared<AttachedDevice>(_services, context, event.device->get());
     entry->announceBy = _port->clock().now() + bus_limits::kAccessWait;
     entry->wasThereAtStart = _starting;
-    // What was attached before the start has long had its rights set.
+    // The permissions of what was attached before the start have long been set.
     if (!_starting) entry->device->rightsMayComeUntil(entry->announceBy);
     _entries[event.key] = entry;
     attachOrWait(entry);
@@ -136,7 +136,7 @@ void LibusbBus::Core::arrived(BusEvent& event) {
 bool LibusbBus::Core::isReady(Entry& entry) {
     if (!entry.isConfigured) entry.isConfigured = entry.device->readDescriptors();
     if (!entry.isConfigured) return false;
-    // What is not a printer waits for no rights.
+    // A device that is not a printer does not wait for permissions.
     if (entry.wasThereAtStart || entry.device->interfaces().empty()) return true;
     return mayBeOpened(entry.device->descriptors().nodePath());
 }
@@ -204,7 +204,7 @@ void LibusbBus::Core::announce(const std::shared_ptr<Entry>& entry) {
         if (_port->isClosed() || attachment->gone) break;
         _registry.announce(token);
     }
-    attachment->preparedConnection = nullptr; // whoever wants the printer has a handle by now
+    attachment->preparedConnection = nullptr; // a user of the printer has a handle by now
     if (!tokens.empty()) return;
     // Not a printer: only that it is there is remembered. The session in which it was found may end.
     entry->attachment = nullptr;
@@ -242,7 +242,8 @@ void LibusbBus::Core::terminate(Entry& entry) {
     }
 }
 
-// ---- what is there --------------------------------------------------------------------------------------------------
+// ---- what is attached
+// --------------------------------------------------------------------------------------------------
 
 bool LibusbBus::Core::isCurrent(const std::shared_ptr<Entry>& entry) const {
     return std::ranges::any_of(_entries, [&](const auto& current) { return current.second == entry; });

@@ -11,7 +11,7 @@ struct libusb_device;
 
 namespace zul {
 
-/// One libusb session. Whoever drops the last reference ends it, on whatever thread that is; never inside a hot-plug
+/// One libusb session. It ends with its last reference, on the thread that drops it; never inside a hot-plug
 /// callback, which holds no reference.
 class LibusbContext {
   public:

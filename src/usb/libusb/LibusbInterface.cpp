@@ -14,7 +14,7 @@ LibusbInterface::LibusbInterface(std::shared_ptr<Attachment> attachment, std::sh
 
 LibusbInterface::~LibusbInterface() {
     if (_watch != nullptr) _watch->end();
-    // Nothing to do about a failure: not claimed, or the device has left.
+    // A failure needs no answer: the interface is not claimed, or the device has left.
     static_cast<void>(_connection->release(_descriptors.interfaceNumber, this));
 }
 
@@ -65,7 +65,7 @@ IOReturn LibusbInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& devic
 void LibusbInterface::watchHolder(std::function<void()> mayBeFree) {
     std::shared_ptr<HolderWatch> watch;
     if (mayBeFree != nullptr && !_attachment->gone) {
-        // The attachment may end during the watch: from then on there is nobody to wait for.
+        // The attachment may end during the watch: from then on there is no holder to wait for.
         auto whileThere = [weak = std::weak_ptr<Attachment>(_attachment), mayBeFree = std::move(mayBeFree)] {
             const auto attachment = weak.lock();
             if (attachment != nullptr && !attachment->gone) mayBeFree();

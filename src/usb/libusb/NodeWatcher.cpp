@@ -1,3 +1,6 @@
+// Watching nodes through inotify. One thread reads its events and runs the callbacks; it is not joined, because a
+// callback may be the one that destroys the watcher. Called by holder watches and by the guard of print jobs, any
+// thread.
 #include "usb/libusb/NodeWatcher.h"
 
 #include "platform/files/WakeEvent.h"
@@ -84,7 +87,7 @@ std::uint64_t NodeWatcher::add(const std::string& path, Callback closed) {
 }
 
 void NodeWatcher::remove(std::uint64_t watch) {
-    Callback dropped; // destroyed after the lock: what it holds may come back here
+    Callback dropped; // destroyed after the lock: its destruction may call this object
     const std::scoped_lock lock(_state->mutex);
     const auto found = _state->watches.find(watch);
     if (found == _state->watches.end()) return;
@@ -105,7 +108,7 @@ void NodeWatcher::closeUnseen(const std::string& path, ScopedFd file) {
     }
     if (!watches.empty()) inotify_rm_watch(_state->inotify.get(), watches.front()->descriptor);
     file.reset();
-    // The system never gives a number of its own twice, so reports for the old watch find nobody.
+    // The system never gives a watch number twice, so reports for the old watch find no callback.
     for (State::Watch* watch : watches) {
         watch->descriptor = inotify_add_watch(_state->inotify.get(), path.c_str(), kCloses);
     }

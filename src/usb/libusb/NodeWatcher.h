@@ -25,7 +25,7 @@ class NodeWatcher {
     /// A callback that already runs is not waited for. Any thread.
     void remove(std::uint64_t watch);
     /// Closes the file, which was opened at path, without a report to the file's watches. A close by somebody else at
-    /// the same moment goes unreported, too: who calls this has just seen that nobody else has the file open. Any
+    /// the same moment goes unreported, too: the caller has just seen that no other process has the file open. Any
     /// thread.
     void closeUnseen(const std::string& path, ScopedFd file);
 

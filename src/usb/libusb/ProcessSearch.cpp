@@ -1,3 +1,5 @@
+// Looking through the open files of all processes, as /proc shows them. Called by handles after a refused claim and by
+// the doctor, never for the main queue of a window.
 #include "usb/libusb/ProcessSearch.h"
 
 #include "platform/files/Files.h"

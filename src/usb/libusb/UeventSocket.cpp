@@ -1,3 +1,5 @@
+// Opening the netlink socket and reading what the kernel reports about USB. Used by the scan, on main at the start and
+// then on its own thread.
 #include "usb/libusb/UeventSocket.h"
 
 #include <array>
@@ -24,7 +26,7 @@ UeventSocket::UeventSocket(bool isWanted) {
     if (::bind(_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _socket.reset();
 }
 
-// Whoever may send to this group can at most make the bus look once more, so the sender is not checked.
+// The sender is not checked: a report can do no more than make the bus look once more.
 bool UeventSocket::readReports() {
     bool isAboutUsb = false;
     std::array<char, 16384> report{}; // the kernel's longest has 2 KiB of fields and a path
