@@ -48,7 +48,7 @@ TEST_CASE("the first line of a file ends before its line end, and a missing file
     CHECK(textOfFile(folder / "absent").empty());
 }
 
-TEST_CASE("a replaced file has the new contents, another inode and nothing beside it") {
+TEST_CASE("a replaced file has the new contents, another inode, and no other file is left") {
     const TemporaryFolder folder;
     const auto file = folder.write("f", "old and longer");
     const int before = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
@@ -70,7 +70,7 @@ TEST_CASE("a replaced file is open to its owner only, or to whom the process's m
     CHECK(modeOf(folder / "all") == 0640);
 }
 
-TEST_CASE("a file that cannot be replaced keeps its contents and leaves nothing beside it") {
+TEST_CASE("a file that cannot be replaced keeps its contents, and no other file is left") {
     const TemporaryFolder folder;
     CHECK(replaceFile(folder / "missing/f", "x", FileAccess::owner) == std::errc::no_such_file_or_directory);
     std::filesystem::create_directory(folder / "d");

@@ -1,3 +1,4 @@
+// The folders of a user: which they are, and how they are made.
 #include "platform/files/Folders.h"
 #include "support/TemporaryFolder.h"
 
@@ -20,7 +21,7 @@ unsigned modeOf(const std::filesystem::path& folder) {
 TEST_CASE("settings are kept in the user's configuration folder, root's in root's") {
     CHECK(configFolder({.configHome = "/conf", .home = "/home/u"}) == "/conf/zul-printer-utility");
     CHECK(configFolder({.home = "/home/u"}) == "/home/u/.config/zul-printer-utility");
-    CHECK(configFolder({.isRoot = true, .home = "/root"}) == "/root/.config/zul-printer-utility");
+    CHECK(configFolder({.isRoot = true, .home = "/home/r"}) == "/home/r/.config/zul-printer-utility");
     CHECK(configFolder({.configHome = "conf", .home = "/home/u"}) == "/home/u/.config/zul-printer-utility");
     CHECK(configFolder({.configHome = "conf"}).empty());
 }

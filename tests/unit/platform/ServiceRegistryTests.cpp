@@ -1,3 +1,4 @@
+// The registry of services and its notification ports.
 #include "platform/usb/ServiceRegistry.h"
 #include "support/ScriptedInterface.h"
 
@@ -125,7 +126,8 @@ TEST_CASE("services of another class are not announced") {
     CHECK(lab.notices.empty());
 }
 
-TEST_CASE("interested contexts hear termination before the removal is announced, both while the token is known") {
+TEST_CASE(
+    "interested contexts receive the termination before the removal is announced, both while the token is known") {
     RegistryLab lab;
     RegistryLab::drain(*lab.watch(ServiceNotification::terminated, "left"));
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
@@ -154,7 +156,7 @@ TEST_CASE("a service that returns is announced after its departure was") {
                                                   "arrived " + std::to_string(after)});
 }
 
-TEST_CASE("a context registered twice for a service hears each message once, two contexts hear it each") {
+TEST_CASE("a context registered twice for a service receives each message once, two contexts receive it each") {
     RegistryLab lab;
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
     int one = 0;
@@ -167,7 +169,7 @@ TEST_CASE("a context registered twice for a service hears each message once, two
     CHECK(lab.notices == std::vector<std::string>{"one " + number + " message", "two " + number + " message"});
 }
 
-TEST_CASE("a withdrawn interest hears nothing, and withdrawing it twice is answered no") {
+TEST_CASE("a withdrawn interest receives no message, and withdrawing it twice is answered no") {
     RegistryLab lab;
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
     int context = 0;

@@ -1,4 +1,4 @@
-// Signals as blocks on the main queue. Each test raises its signal itself, so nothing is waited for by time.
+// Signals as blocks on the main queue. Each test raises its signal itself, so no test waits for a time.
 #include "platform/dispatch/Signals.h"
 
 #include <atomic>
@@ -80,7 +80,7 @@ TEST_CASE("without the object the signals have their default action, and what ca
     CHECK_FALSE(isServed);
 }
 
-TEST_CASE("a signal that was read but not handled when the object went runs nothing") {
+TEST_CASE("a signal that was read but not handled when the object was destroyed has no effect") {
     Loop loop;
     bool isServed = false;
     auto signals = std::make_unique<Signals>(loop.mainQueue, std::vector{SIGUSR1}, [&](int) { isServed = true; });
