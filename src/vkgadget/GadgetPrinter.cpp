@@ -1,5 +1,5 @@
 // What the protocol engine asks for, carried out on a real bus: answers after a delay, restarts, departures. Bytes come
-// on the port's threads, everything that plugs and unplugs runs on the main queue.
+// on the port's threads, where a departure at once is carried out, too; everything later runs on the main queue.
 #include "vkgadget/GadgetPrinter.h"
 
 #include "platform/foundation/Format.h"
@@ -140,8 +140,7 @@ void GadgetPrinter::journal(const std::string& event, const std::string& command
     _journal->add(std::move(entry));
 }
 
-// ---- arrival and departure
-// ----------------------------------------------------------------------------------------------
+// ---- arrival and departure ------------------------------------------------------------------------------------------
 
 void GadgetPrinter::attach() {
     std::optional<VirtualDeparture> restartsByItself;

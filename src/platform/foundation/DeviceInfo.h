@@ -24,8 +24,8 @@ class DeviceInfo {
         : _entries(std::move(entries)), _mutability(mutability) {}
 
     bool isMutable() const { return _mutability == Mutability::isMutable; }
-    std::size_t count() const;
-    bool contains(const std::string& key) const;
+    std::size_t count() const;                   // of all keys
+    bool contains(const std::string& key) const; // whatever the kind of its value
     /// nullopt when the key is absent or holds a value of another kind.
     std::optional<std::string> string(const std::string& key) const;
     std::optional<std::int64_t> integer(const std::string& key) const;

@@ -11,7 +11,7 @@ namespace zul {
 
 struct Attachment {
     std::shared_ptr<AttachedDevice> device;
-    /// For the bus: the device was reset in place and is to be announced anew. Any thread.
+    /// For the bus: the device was reset in place and is to be announced again. Any thread.
     std::function<void(const std::shared_ptr<Attachment>&)> reenumerated;
     /// From here on every call on this attachment's handles answers kIOReturnNoDevice.
     std::atomic<bool> gone{false};

@@ -242,8 +242,7 @@ void LibusbBus::Core::terminate(Entry& entry) {
     }
 }
 
-// ---- what is attached
-// --------------------------------------------------------------------------------------------------
+// ---- what is attached -----------------------------------------------------------------------------------------------
 
 bool LibusbBus::Core::isCurrent(const std::shared_ptr<Entry>& entry) const {
     return std::ranges::any_of(_entries, [&](const auto& current) { return current.second == entry; });

@@ -158,9 +158,8 @@ IOReturn LibusbInterface::resynchronize(std::uint8_t pipe) {
         const bool mayContinue = code == kIOReturnSuccess || code == kIOUSBTransactionTimeout ||
                                  code == kIOUSBPipeStalled || code == kIOReturnOverrun;
         if (!mayContinue) return code;
-        total += std::max<std::size_t>(
-            dropped.bytes.size(),
-            properties.maxPacketSize); // an error counts as one packet, so that errors end the loop, too
+        // An error is taken for one packet, so that a pipe of errors ends the loop, too.
+        total += std::max<std::size_t>(dropped.bytes.size(), properties.maxPacketSize);
     }
     return kIOReturnOverrun;
 }
