@@ -2,8 +2,8 @@
 // returns.
 #include "AppDelegate.h"
 #include "platform/dispatch/Signals.h"
+#include "platform/files/Folders.h"
 #include "platform/foundation/StandardStreams.h"
-#include "platform/foundation/StateFolder.h"
 #include "session/Logs.h"
 #include "ui/Catalogue.h"
 #include "ui/FocusStyle.h"

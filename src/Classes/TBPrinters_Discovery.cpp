@@ -58,7 +58,6 @@ void TBPrinters::getPrintingDevices() {
 
 void TBPrinters::newPrinterCallback(ServiceIterator& iterator) {
     for (;;) {
-        if (!iterator.isValid()) iterator.reset();
         const ServiceToken token = iterator.next();
         if (token == 0) return;
         handleMatchedService(token);
@@ -67,7 +66,6 @@ void TBPrinters::newPrinterCallback(ServiceIterator& iterator) {
 
 void TBPrinters::deviceRemovedCallback(ServiceIterator& iterator) {
     for (;;) {
-        if (!iterator.isValid()) iterator.reset();
         const ServiceToken token = iterator.next();
         if (token == 0) return;
         removedDeviceObject(token);

@@ -3,7 +3,7 @@
 #include "Classes/ReplyShapes.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"

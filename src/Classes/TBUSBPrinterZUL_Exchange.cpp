@@ -5,7 +5,7 @@
 #include "Classes/ReplyShapes.h"
 #include "Classes/TBUSBPrinterZUL.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "platform/foundation/Format.h"
 
 namespace zul {

@@ -3,8 +3,8 @@
 #include "Classes/TBUSBPrinter.h"
 
 #include "Classes/DeviceObjects.h"
+#include "Classes/StatusCodeNames.h"
 #include "Classes/TBPrinters.h"
-#include "StatusCodeNames.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 

@@ -4,9 +4,9 @@
 #include "Classes/TBUSBPrinter.h"
 
 #include "Classes/DeviceObjects.h"
+#include "Classes/StatusCodeNames.h"
 #include "Classes/TBPrinters.h"
 #include "Classes/USBInterfaceHelpers.h"
-#include "StatusCodeNames.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"

@@ -3,7 +3,7 @@
 // for (never the other way round).
 #include "Classes/TBUSBPrinter.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "platform/foundation/Format.h"
 
 namespace zul {

@@ -1,6 +1,6 @@
 #include "Classes/USBInterfaceHelpers.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "platform/foundation/Format.h"
 
 #include <array>

@@ -8,10 +8,10 @@
 // Any thread. Calls for one file wait for each other, calls for different files do not. Nothing here logs.
 #pragma once
 
-#include "archive/FileReader.h"
 #include "archive/FirmwareDigests.h"
 #include "archive/FirmwareFile.h"
 #include "archive/ProductTable.h"
+#include "platform/files/FileReader.h"
 
 #include <filesystem>
 #include <map>

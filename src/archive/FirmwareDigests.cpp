@@ -1,7 +1,7 @@
 // The digest file. Read by FirmwareArchive and when a run starts, written by "archive digest".
 #include "archive/FirmwareDigests.h"
 
-#include "archive/FileReader.h"
+#include "platform/files/FileReader.h"
 #include "platform/foundation/JsonFile.h"
 
 namespace zul {

@@ -2,7 +2,7 @@
 #include "archive/SRecord.h"
 
 #include "holven_log/HOLVEN_Log.h"
-#include "platform/foundation/Bundle.h"
+#include "platform/files/Files.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
@@ -120,7 +120,7 @@ bool verifyMotorolaSFile(const Data& data) {
 bool verifyMotorolaSFile(const std::filesystem::path& pathOrURL) {
     const std::string text = pathOrURL.string();
     const auto path = text.starts_with(kFileScheme) ? pathOfFileURL(text) : std::optional(text);
-    return path && verifySRecData(Bundle::contentsOfFile(*path).value_or(Data{}));
+    return path && verifySRecData(contentsOfFile(*path).value_or(Data{}));
 }
 
 Data paddedData(Data data) {

@@ -7,6 +7,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/Output.h"
 #include "holven_Base/HOLVEN_Base.h"
+#include "platform/files/Files.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/UserDefaults.h"
@@ -163,7 +164,7 @@ int writeDigests(const Options& options, const Output& output) {
     digests.isSample = readFirmwareDigests(folder).isSample;
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {
-            const auto contents = Bundle::contentsOfFile(folder / name);
+            const auto contents = contentsOfFile(folder / name);
             if (!contents || contents->empty()) continue;
             digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(*contents);
         }
@@ -205,7 +206,7 @@ int runSRecord(const Options& options, const Output& output) {
     int status = kDone;
     json list = json::array();
     for (const std::string& file : options.arguments) {
-        const auto contents = Bundle::contentsOfFile(file);
+        const auto contents = contentsOfFile(file);
         std::string fault;
         if (!contents) {
             fault = "cannot be read";

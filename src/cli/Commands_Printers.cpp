@@ -3,7 +3,7 @@
 
 #include "Classes/StatusTexts.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"

@@ -1,7 +1,7 @@
 // update: which printers, what is shown while they are updated, and the end of the run. Main queue.
 #include "cli/Commands.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
 #include "cli/Questions.h"

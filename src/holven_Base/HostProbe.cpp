@@ -1,12 +1,14 @@
 #include "holven_Base/HostProbe.h"
 
+#include "platform/files/Files.h"
+
 #include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sched.h>
+#include <sstream>
 #include <sys/utsname.h>
 #include <unicode/uversion.h>
 #include <unistd.h>
@@ -15,9 +17,9 @@ namespace zul {
 
 namespace {
 
-// The value behind "name:" or "name\t:" in a file of such lines.
+// The value after "name:" or "name\t:" in a file of such lines.
 std::optional<std::string> valueInFile(const char* path, const std::string& name, char separator) {
-    std::ifstream file(path);
+    std::istringstream file(textOfFile(path));
     for (std::string line; std::getline(file, line);) {
         const auto mark = line.find(separator);
         if (mark == std::string::npos || !line.starts_with(name)) continue;
@@ -30,9 +32,7 @@ std::optional<std::string> valueInFile(const char* path, const std::string& name
 }
 
 std::optional<std::string> firstLine(const char* path) {
-    std::ifstream file(path);
-    std::string line;
-    if (!std::getline(file, line)) return std::nullopt;
+    std::string line = firstLineOfFile(path);
     line.erase(std::ranges::find(line, '\0'), line.end()); // device trees end their texts with it
     return line.empty() ? std::nullopt : std::optional(line);
 }

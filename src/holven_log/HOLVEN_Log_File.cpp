@@ -1,8 +1,9 @@
 // The log file: opening it, and rolling it when it has grown.
 #include "holven_log/HOLVEN_LogState.h"
-#include "platform/foundation/Bundle.h"
+#include "platform/files/Files.h"
+#include "platform/files/Folders.h"
+#include "platform/files/ScopedFd.h"
 #include "platform/foundation/Format.h"
-#include "platform/foundation/HomeFolder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -108,9 +109,9 @@ void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::s
     const std::string extension = named.size() > 1 ? named.substr(1) : "log";
     const std::string withoutExtension = (current.parent_path() / current.stem()).string();
     const std::string old = oldPath.value_or(withoutExtension + formatted("_old.%s", extension));
-    const auto lines = Bundle::contentsOfFile(current);
+    const auto lines = contentsOfFile(current);
     if (!lines) return; // what cannot be read is not cut off either
-    Data kept = Bundle::contentsOfFile(old).value_or(Data{});
+    Data kept = contentsOfFile(old).value_or(Data{});
     kept.insert(kept.end(), lines->begin(), lines->end());
     keepNewestLines(kept);
     if (writeSharedFile(old, kept)) {
@@ -118,10 +119,8 @@ void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::s
     } else {
         logText("Error writing old log file to %s", old);
     }
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (descriptor > 0) {
+    if (const ScopedFd emptied(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC)); emptied) {
         logText("Starting new log file at %s", path);
-        ::close(descriptor);
     }
 }
 

@@ -2,13 +2,13 @@
 #include "session/AttachedPrinters.h"
 
 #include "archive/ProductTable.h"
+#include "platform/files/Files.h"
 #include "platform/foundation/Format.h"
 #include "usb/libusb/InterfaceDescriptors.h"
 
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
 namespace zul {
@@ -18,8 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::optional<unsigned> numberIn(const fs::path& file, int base) {
-    std::string text;
-    std::getline(std::ifstream(file), text);
+    const std::string text = firstLineOfFile(file);
     unsigned number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
     if (error != std::errc() || end == text.data()) return std::nullopt;

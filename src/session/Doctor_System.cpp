@@ -4,6 +4,7 @@
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
 #include "archive/ProductTable.h"
+#include "platform/files/Files.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/ShellWord.h"
@@ -11,8 +12,7 @@
 #include "usb/libusb/ProcessSearch.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace zul {
 
@@ -24,14 +24,9 @@ constexpr const char* kRuleName = "70-zul-printer-utility.rules";
 constexpr const char* kReload = "sudo udevadm control --reload";
 constexpr const char* kIppUsb = "ipp-usb"; // makes network printers of USB printers and takes their interfaces for it
 
-std::string contentsOf(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
 // A file of the rule's name that does not give access to all printers of ours is another one, or an old one.
 bool coversOurPrinters(const fs::path& file) {
-    std::istringstream lines(contentsOf(file));
+    std::istringstream lines(textOfFile(file));
     std::set<std::uint16_t> missing = productVendorIDs();
     // The nodes of the kernel's printer driver have lines of their own.
     std::set<std::uint16_t> missingDrivers = missing;
@@ -149,9 +144,7 @@ Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
     }
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(_options.folders.proc, error)) {
-        std::string name;
-        std::getline(std::ifstream(entry.path() / "comm"), name);
-        if (name != kIppUsb) continue;
+        if (firstLineOfFile(entry.path() / "comm") != kIppUsb) continue;
         return {kIppUsb,
                 {},
                 CheckState::warning,

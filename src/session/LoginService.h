@@ -3,7 +3,7 @@
 // so it belongs on a thread that may wait, never on the main queue. Nothing throws.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 
 #include <chrono>
 #include <string>

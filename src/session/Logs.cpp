@@ -2,6 +2,7 @@
 #include "session/Logs.h"
 
 #include "holven_log/HOLVEN_Log.h"
+#include "platform/files/ScopedFd.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/SystemLog.h"
 
@@ -13,12 +14,9 @@ namespace {
 
 // The log facility takes standard error with it into its file; here that stays where the user reads what went wrong.
 bool openLogFile(const std::string& file) {
-    const int terminal = ::dup(STDERR_FILENO);
+    const ScopedFd terminal(::dup(STDERR_FILENO));
     const bool isOpen = HOLVEN_Log::setLogFile(file);
-    if (terminal >= 0) {
-        ::dup2(terminal, STDERR_FILENO);
-        ::close(terminal);
-    }
+    if (terminal) ::dup2(terminal.get(), STDERR_FILENO);
     return isOpen;
 }
 

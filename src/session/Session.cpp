@@ -1,7 +1,7 @@
 // The run's environment, its bus and its controller, and what connects them to the supervisor of updates. Main queue.
 #include "session/Session.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "archive/FirmwareDigests.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/Format.h"

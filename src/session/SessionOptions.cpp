@@ -1,6 +1,6 @@
 #include "session/SessionOptions.h"
 
-#include "platform/foundation/HomeFolder.h"
+#include "platform/files/Folders.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -3,6 +3,7 @@
 // threads.
 #include "update/HistoryDatabase.h"
 
+#include "platform/files/Files.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/LocalizedFormat.h"
 
@@ -274,9 +275,7 @@ fs::path putDamagedHistoryAside(const fs::path& file, std::uint64_t number, std:
     const FolderHold hold(file.parent_path(), FolderHold::Kind::alone, longestWait);
     if (!hold.isHeld()) throw HistoryFailure{.reason = localizedFormat("another program may be using it")};
     if (numberOfFile(file) != number) return {};
-    const std::string name = file.string() + ".damaged" + (time != 0 ? stampOf(time) : "");
-    fs::path kept = name;
-    for (int count = 2; fs::exists(fs::symlink_status(kept)); ++count) kept = name + '-' + std::to_string(count);
+    const fs::path kept = freePathLike(file.string() + ".damaged" + (time != 0 ? stampOf(time) : ""));
     // The journal goes first: found beside a new file, it would be taken for that file's.
     std::error_code error;
     fs::rename(file.string() + "-wal", kept.string() + "-wal", error);

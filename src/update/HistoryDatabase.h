@@ -2,7 +2,7 @@
 // UpdateHistory only. What fails is thrown as HistoryFailure and caught there. The calling thread, one at a time.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 
 #include <chrono>
 #include <cstdint>

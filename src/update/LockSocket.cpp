@@ -2,11 +2,13 @@
 // for another process and has a limit.
 #include "update/LockSocket.h"
 
+#include "platform/files/Files.h"
+
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <fstream>
 #include <poll.h>
 #include <pwd.h>
 #include <vector>
@@ -124,14 +126,11 @@ std::optional<LockAnswer> askHolder(const LockAddress& address, milliseconds tim
 std::string programOfProcess(int pid) {
     if (pid <= 0) return {};
     const std::string folder = "/proc/" + std::to_string(pid);
-    std::ifstream comm(folder + "/comm");
-    std::string name;
-    std::getline(comm, name);
+    std::string name = firstLineOfFile(folder + "/comm");
     // The kernel keeps 15 bytes of the name; the rest is in what the program was started with.
     if (name.size() == 15) {
-        std::ifstream cmdline(folder + "/cmdline");
-        std::string started;
-        std::getline(cmdline, started, '\0');
+        std::string started = textOfFile(folder + "/cmdline");
+        started.resize(std::min(started.find('\0'), started.size())); // without its arguments
         started.erase(0, started.rfind('/') + 1);
         if (started.starts_with(name)) name = started;
     }

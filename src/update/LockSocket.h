@@ -2,7 +2,7 @@
 // thread; nothing here keeps state.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 #include "update/LockAnswer.h"
 
 #include <chrono>

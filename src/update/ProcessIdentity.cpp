@@ -1,8 +1,8 @@
 // Which process it was, from the kernel's own files. Called by the history of updates, on its callers' threads.
 #include "update/ProcessIdentity.h"
 
-#include <fstream>
-#include <iterator>
+#include "platform/files/Files.h"
+
 #include <sstream>
 #include <unistd.h>
 
@@ -11,16 +11,12 @@ namespace zul {
 namespace {
 
 std::string bootId() {
-    std::ifstream file("/proc/sys/kernel/random/boot_id");
-    std::string id;
-    file >> id;
-    return id;
+    return firstLineOfFile("/proc/sys/kernel/random/boot_id");
 }
 
 // 0 if there is no such process, or if it has ended already.
 std::uint64_t beginOfProcess(int pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const std::string text = textOfFile("/proc/" + std::to_string(pid) + "/stat");
     // The name, in parentheses, may hold anything, parentheses too.
     const auto end = text.rfind(')');
     if (end == std::string::npos) return 0;

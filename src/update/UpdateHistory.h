@@ -7,7 +7,7 @@
 // must not keep an update from running.
 #pragma once
 
-#include "platform/foundation/StateFolder.h"
+#include "platform/files/Folders.h"
 #include "update/UpdateRecord.h"
 
 #include <chrono>

@@ -10,7 +10,7 @@
 namespace zul {
 
 /// The version in the S0 record of an image whose records are all sound, as many as it says (where it says so), and
-/// whose last one ends it; zero bytes behind the text are padding. Nothing for a damaged image.
+/// whose last one ends it; zero bytes after the text are padding. nullopt for a damaged image.
 std::optional<std::string> versionOfFirmwareImage(const Data& image);
 
 } // namespace zul

@@ -1,3 +1,5 @@
+// The embedded bus: its ports, and which of them a new printer gets. Called by the session and by tests on the main
+// queue; what happens at a port is in VirtualPort.cpp.
 #include "virtual_printer/VirtualBus.h"
 
 #include "virtual_printer/VirtualPort.h"

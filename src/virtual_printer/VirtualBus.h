@@ -30,13 +30,13 @@ class VirtualBus final : public USBBus {
     /// Attaches a printer: at once when the bus has been started, else with its start. Returns its number, from 0. It
     /// gets the location of its settings, or the first port that is free. Main queue.
     std::size_t add(const VirtualPrinterSettings& settings);
-    /// Main queue. Unplugging what is not plugged, and the other way round, does nothing.
+    /// Main queue. Unplugging a printer that is away, or plugging one that is attached, has no effect.
     void unplug(std::size_t printer);
     void plug(std::size_t printer);
-    /// Another program takes the interface, or lets go of it. Main queue.
+    /// Another program takes the interface, or releases it. Main queue.
     void setHeldByOther(std::size_t printer, bool isHeld);
 
-    /// Looks at the printer's inside while nothing else uses it. Any thread; inspect must be brief.
+    /// Calls inspect with the printer while no other thread uses it. Any thread; inspect must be brief.
     void inspect(std::size_t printer, const std::function<void(const VirtualPrinter&)>& inspect);
 
     IOReturn start(ServiceRegistry& registry) override;

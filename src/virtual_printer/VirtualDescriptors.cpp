@@ -1,3 +1,5 @@
+// Descriptors, strings and the device ID of an embedded printer, byte by byte. Called by its handles and its port, with
+// the port's lock held.
 #include "virtual_printer/VirtualDescriptors.h"
 
 #include "platform/foundation/Format.h"
@@ -7,6 +9,9 @@ namespace zul {
 namespace {
 
 constexpr std::uint8_t kGetDescriptor = 6;
+constexpr std::uint8_t kPrinterClass = 7;
+constexpr std::uint8_t kPrinterSubClass = 1;
+constexpr std::uint16_t kPacketSize = 512; // bytes, of high-speed bulk pipes
 
 bool isGetDeviceID(const IOUSBDevRequestTO& request) {
     return request.bmRequestType == 0xA1 && request.bRequest == 0;
@@ -68,6 +73,25 @@ std::optional<Data> stringAnswer(const VirtualPrinter& printer, std::uint8_t ind
 }
 
 } // namespace
+
+DescriptorValues descriptorValues(const VirtualPrinter& printer, std::uint32_t locationID, std::uint8_t number) {
+    const auto pipe = [number](PipeDirection direction, unsigned endpoint) {
+        return PipeProperties{.direction = direction,
+                              .number = static_cast<std::uint8_t>(endpoint + 2U * number),
+                              .transferType = kUSBBulk,
+                              .maxPacketSize = kPacketSize};
+    };
+    return {.vendor = printer.vendorID(),
+            .product = printer.productID(),
+            .releaseNumber = kVirtualReleaseNumber,
+            .locationID = locationID,
+            .configurationValue = 1,
+            .interfaceNumber = number,
+            .alternateSetting = 0,
+            .interfaceClass = kPrinterClass,
+            .interfaceSubClass = kPrinterSubClass,
+            .pipes = {pipe(PipeDirection::out, 1), pipe(PipeDirection::in, 2)}};
+}
 
 Data deviceIDReply(const VirtualPrinter& printer) {
     const std::string text = printer.deviceID();

@@ -1,3 +1,5 @@
+// What an embedded printer does with the calls of its handles: most of it is passed to its port. Called by the engine
+// on the printer's command queue, services on the main queue.
 #include "virtual_printer/VirtualHandles.h"
 
 #include "virtual_printer/VirtualDescriptors.h"
@@ -11,7 +13,6 @@ namespace {
 
 constexpr std::uint8_t kOutPipe = 1;
 constexpr std::uint8_t kInPipe = 2;
-constexpr std::uint16_t kPacketSize = 512;
 
 // How the real bus brings a pipe back in step: it reads until no data has come for the shorter time, and
 // gives up after the longer one.
@@ -24,120 +25,60 @@ Clock::TimePoint deadlineAfter(VirtualPort& port, std::uint32_t milliseconds) {
 
 } // namespace
 
-// ---- descriptors ----------------------------------------------------------------------------------------------------
-
-template <class Base>
-VirtualDescription<Base>::VirtualDescription(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualStay> stay,
-                                             std::uint8_t number)
-    : _port(std::move(port)), _stay(std::move(stay)), _number(number) {}
-
-template <class Base> IOReturn VirtualDescription<Base>::GetInterfaceClass(std::uint8_t& interfaceClass) {
-    interfaceClass = 7;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetInterfaceSubClass(std::uint8_t& interfaceSubClass) {
-    interfaceSubClass = 1;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetDeviceVendor(std::uint16_t& vendor) {
-    vendor = _port->settings.vendorID;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetDeviceProduct(std::uint16_t& product) {
-    _port->inspect([&](const VirtualPrinter& printer) { product = printer.productID(); });
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetDeviceReleaseNumber(std::uint16_t& releaseNumber) {
-    releaseNumber = kVirtualReleaseNumber;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetLocationID(std::uint32_t& locationID) {
-    locationID = _port->locationID();
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetInterfaceNumber(std::uint8_t& number) {
-    number = _number;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetAlternateSetting(std::uint8_t& alternate) {
-    alternate = 0;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetConfigurationValue(std::uint8_t& configuration) {
-    configuration = 1;
-    return kIOReturnSuccess;
-}
-template <class Base> IOReturn VirtualDescription<Base>::GetNumEndpoints(std::uint8_t& count) {
-    count = 2;
-    return kIOReturnSuccess;
-}
-template <class Base>
-IOReturn VirtualDescription<Base>::GetPipeProperties(std::uint8_t pipe, PipeProperties& properties) {
-    if (pipe != kOutPipe && pipe != kInPipe) return kIOUSBUnknownPipeErr;
-    properties.direction = pipe == kOutPipe ? PipeDirection::out : PipeDirection::in;
-    properties.number = static_cast<std::uint8_t>(pipe + 2 * _number);
-    properties.transferType = kUSBBulk;
-    properties.maxPacketSize = kPacketSize;
-    properties.interval = 0;
-    return kIOReturnSuccess;
-}
-
-template class VirtualDescription<USBService>;
-template class VirtualDescription<IOUSBInterfaceInterface>;
-
 IOReturn VirtualService::createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) {
     interfaceInterface = nullptr;
-    if (_stay->isGone) return kIOReturnNoDevice;
-    interfaceInterface = std::make_shared<VirtualInterface>(_port, _stay, _number);
+    if (_attachment->isGone) return kIOReturnNoDevice;
+    interfaceInterface = std::make_shared<VirtualInterface>(_port, _attachment, _descriptors);
     return kIOReturnSuccess;
 }
 
 // ---- interface ------------------------------------------------------------------------------------------------------
 
 VirtualInterface::~VirtualInterface() {
-    _port->watchHolder(*_stay, _number, this, nullptr);
-    if (_isClaimed) static_cast<void>(_port->release(*_stay, _number, this)); // nobody is left to hear of a failure
+    _port->watchHolder(*_attachment, number(), this, nullptr);
+    if (_isClaimed)
+        static_cast<void>(_port->release(*_attachment, number(), this)); // a failure has no receiver any more
 }
 
 IOReturn VirtualInterface::USBInterfaceOpenSeize() {
-    const IOReturn code = _port->claim(*_stay, _number, this);
+    const IOReturn code = _port->claim(*_attachment, number(), this);
     _isClaimed = code == kIOReturnSuccess;
     return code;
 }
 
 IOReturn VirtualInterface::USBInterfaceClose() {
     _isClaimed = false;
-    return _port->release(*_stay, _number, this);
+    return _port->release(*_attachment, number(), this);
 }
 
 IOReturn VirtualInterface::ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size,
                                       std::uint32_t /*noDataTimeout*/, std::uint32_t completionTimeout) {
     const std::uint32_t asked = size;
     size = 0;
-    if (_stay->isGone) return kIOReturnNoDevice;
+    if (_attachment->isGone) return kIOReturnNoDevice;
     if (pipe != kInPipe) return kIOUSBUnknownPipeErr;
     if (!isClaimed()) return kIOReturnError;
     size = asked;
-    return _port->read(*_stay, _number, static_cast<std::uint8_t*>(buffer), size,
+    return _port->read(*_attachment, number(), static_cast<std::uint8_t*>(buffer), size,
                        deadlineAfter(*_port, completionTimeout));
 }
 
 IOReturn VirtualInterface::WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size,
                                        std::uint32_t /*noDataTimeout*/, std::uint32_t completionTimeout) {
-    if (_stay->isGone) return kIOReturnNoDevice;
+    if (_attachment->isGone) return kIOReturnNoDevice;
     if (pipe != kOutPipe) return kIOUSBUnknownPipeErr;
     if (!isClaimed()) return kIOReturnError;
-    return _port->write(_stay, _number, {static_cast<const std::uint8_t*>(buffer), size},
+    return _port->write(_attachment, number(), {static_cast<const std::uint8_t*>(buffer), size},
                         deadlineAfter(*_port, completionTimeout), _progress);
 }
 
 IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) {
     request.wLenDone = 0;
-    if (_stay->isGone) return kIOReturnNoDevice;
+    if (_attachment->isGone) return kIOReturnNoDevice;
     if (pipe != 0) return kIOUSBUnknownPipeErr;
     _port->journal("control", controlRequestName(request));
     if (isSoftReset(request)) {
-        _port->resetPrinter(*_stay);
+        _port->resetPrinter(*_attachment);
         return kIOReturnSuccess;
     }
     std::optional<Data> answer;
@@ -149,7 +90,7 @@ IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO
 }
 
 IOReturn VirtualInterface::resynchronize(std::uint8_t pipe) {
-    if (_stay->isGone) return kIOReturnNoDevice;
+    if (_attachment->isGone) return kIOReturnNoDevice;
     if (pipe != kInPipe) return kIOUSBUnknownPipeErr;
     if (!isClaimed()) return kIOReturnError;
     _port->journal("resynchronize");
@@ -158,7 +99,7 @@ IOReturn VirtualInterface::resynchronize(std::uint8_t pipe) {
     while (_port->clock().now() < deadline) {
         auto size = static_cast<std::uint32_t>(dropped.size());
         const IOReturn code =
-            _port->read(*_stay, _number, dropped.data(), size, deadlineAfter(*_port, kResynchronizeQuiet));
+            _port->read(*_attachment, number(), dropped.data(), size, deadlineAfter(*_port, kResynchronizeQuiet));
         if (code == kIOUSBTransactionTimeout) return kIOReturnSuccess;
         if (code == kIOReturnNoDevice) return code;
     }
@@ -167,41 +108,41 @@ IOReturn VirtualInterface::resynchronize(std::uint8_t pipe) {
 
 IOReturn VirtualInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) {
     device = nullptr;
-    if (_stay->isGone) return kIOReturnNoDevice;
-    device = std::make_shared<VirtualDeviceHandle>(_port, _stay);
+    if (_attachment->isGone) return kIOReturnNoDevice;
+    device = std::make_shared<VirtualDeviceHandle>(_port, _attachment);
     return kIOReturnSuccess;
 }
 
 void VirtualInterface::watchHolder(std::function<void()> mayBeFree) {
-    _port->watchHolder(*_stay, _number, this, std::move(mayBeFree));
+    _port->watchHolder(*_attachment, number(), this, std::move(mayBeFree));
 }
 
 InterfaceHolder VirtualInterface::holder() {
     InterfaceHolder holder;
-    if (_stay->isGone || !_port->isHeldByOther()) return holder;
+    if (_attachment->isGone || !_port->isHeldByOther()) return holder;
     holder.kind = InterfaceHolder::Kind::process;
     holder.program = "another program";
     return holder;
 }
 
 IOReturn VirtualInterface::tryClaim() {
-    if (_stay->isGone) return kIOReturnNoDevice;
-    return _port->isFree(*_stay, _number, this) ? kIOReturnSuccess : kIOReturnExclusiveAccess;
+    if (_attachment->isGone) return kIOReturnNoDevice;
+    return _port->isFree(*_attachment, number(), this) ? kIOReturnSuccess : kIOReturnExclusiveAccess;
 }
 
 // ---- device ---------------------------------------------------------------------------------------------------------
 
 IOReturn VirtualDeviceHandle::ResetDevice() {
-    if (_stay->isGone) return kIOReturnNoDevice;
-    _port->resetPrinter(*_stay);
+    if (_attachment->isGone) return kIOReturnNoDevice;
+    _port->resetPrinter(*_attachment);
     return kIOReturnSuccess;
 }
 
 IOReturn VirtualDeviceHandle::USBDeviceReEnumerate(std::uint32_t /*options*/) {
-    if (_stay->isGone) return kIOReturnNoDevice;
+    if (_attachment->isGone) return kIOReturnNoDevice;
     VirtualDeparture departure;
     departure.away = _port->settings.restartTime;
-    _port->leave(_stay, departure);
+    _port->leave(_attachment, departure);
     return kIOReturnSuccess;
 }
 

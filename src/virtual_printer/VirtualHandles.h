@@ -1,48 +1,37 @@
-// What the engine holds of an embedded printer: its service and the handles of interface and device.
+// What the engine holds of an embedded printer: its service, used on the main queue, and the handles of interface and
+// device, used on the printer's command queue.
 #pragma once
 
+#include "platform/usb/DescribedInterface.h"
 #include "virtual_printer/VirtualPort.h"
 
 #include <memory>
-#include <mutex>
 
 namespace zul {
 
-/// The descriptors of an embedded printer, for its service and for its handle. Any thread.
-template <class Base> class VirtualDescription : public Base {
+class VirtualService final : public DescribedInterface<USBService> {
   public:
-    VirtualDescription(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualStay> stay, std::uint8_t number);
+    VirtualService(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment,
+                   DescriptorValues descriptors)
+        : DescribedInterface(std::move(descriptors)), _port(std::move(port)), _attachment(std::move(attachment)) {}
 
-    IOReturn GetInterfaceClass(std::uint8_t& interfaceClass) override;
-    IOReturn GetInterfaceSubClass(std::uint8_t& interfaceSubClass) override;
-    IOReturn GetDeviceVendor(std::uint16_t& vendor) override;
-    IOReturn GetDeviceProduct(std::uint16_t& product) override;
-    IOReturn GetDeviceReleaseNumber(std::uint16_t& releaseNumber) override;
-    IOReturn GetLocationID(std::uint32_t& locationID) override;
-    IOReturn GetInterfaceNumber(std::uint8_t& number) override;
-    IOReturn GetAlternateSetting(std::uint8_t& alternate) override;
-    IOReturn GetConfigurationValue(std::uint8_t& configuration) override;
-    IOReturn GetNumEndpoints(std::uint8_t& count) override;
-    IOReturn GetPipeProperties(std::uint8_t pipe, PipeProperties& properties) override;
-
-  protected:
-    const std::shared_ptr<VirtualPort> _port;
-    const std::shared_ptr<VirtualStay> _stay;
-    const std::uint8_t _number;
-};
-
-class VirtualService final : public VirtualDescription<USBService> {
-  public:
-    using VirtualDescription::VirtualDescription;
     IOReturn createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) override;
     std::string locationText() const override { return _port->locationText(); }
     std::string nodePath() const override { return {}; }
     bool isVirtual() const override { return true; }
+
+  private:
+    const std::shared_ptr<VirtualPort> _port;
+    const std::shared_ptr<VirtualAttachment> _attachment;
 };
 
-class VirtualInterface final : public VirtualDescription<IOUSBInterfaceInterface> {
+/// What each call does is described at the interface. Time-outs are ms on the injected clock; noDataTimeout is not
+/// used.
+class VirtualInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
-    using VirtualDescription::VirtualDescription;
+    VirtualInterface(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment,
+                     DescriptorValues descriptors)
+        : DescribedInterface(std::move(descriptors)), _port(std::move(port)), _attachment(std::move(attachment)) {}
     ~VirtualInterface() override;
     IOReturn USBInterfaceOpenSeize() override;
     IOReturn USBInterfaceClose() override;
@@ -60,15 +49,19 @@ class VirtualInterface final : public VirtualDescription<IOUSBInterfaceInterface
     IOReturn tryClaim() override;
 
   private:
-    bool isClaimed() const { return _isClaimed && !_stay->isGone; }
+    bool isClaimed() const { return _isClaimed && !_attachment->isGone; }
+    std::uint8_t number() const { return _descriptors.interfaceNumber; }
+
+    const std::shared_ptr<VirtualPort> _port;
+    const std::shared_ptr<VirtualAttachment> _attachment;
     bool _isClaimed = false;
     WriteProgress _progress;
 };
 
 class VirtualDeviceHandle final : public IOUSBDeviceInterface {
   public:
-    VirtualDeviceHandle(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualStay> stay)
-        : _port(std::move(port)), _stay(std::move(stay)) {}
+    VirtualDeviceHandle(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment)
+        : _port(std::move(port)), _attachment(std::move(attachment)) {}
     IOReturn USBDeviceOpen() override { return present(); }
     IOReturn USBDeviceClose() override { return present(); }
     IOReturn ResetDevice() override;
@@ -78,9 +71,9 @@ class VirtualDeviceHandle final : public IOUSBDeviceInterface {
     IOReturn USBGetSerialNumberStringIndex(std::uint8_t& index) override;
 
   private:
-    IOReturn present() const { return _stay->isGone ? kIOReturnNoDevice : kIOReturnSuccess; }
+    IOReturn present() const { return _attachment->isGone ? kIOReturnNoDevice : kIOReturnSuccess; }
     const std::shared_ptr<VirtualPort> _port;
-    const std::shared_ptr<VirtualStay> _stay;
+    const std::shared_ptr<VirtualAttachment> _attachment;
 };
 
 } // namespace zul

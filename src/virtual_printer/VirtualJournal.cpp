@@ -1,3 +1,4 @@
+// One list under a lock, and the file that repeats it. Called by every embedded printer on whatever thread it runs.
 #include "virtual_printer/VirtualJournal.h"
 
 #include <array>
@@ -35,7 +36,7 @@ void VirtualJournal::add(VirtualJournalEntry entry) {
         if (entry.event == "command" || entry.event == "read" || entry.event == "write") line["length"] = entry.length;
         if (!entry.sha256.empty()) line["sha256"] = entry.sha256;
         if (!entry.result.empty()) line["result"] = entry.result;
-        // A printer's own texts may be any bytes: what is no text must not end the program.
+        // A printer's own texts may be any bytes, and bytes that are not text must not end the program.
         _file << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
     }
     _entries.push_back(std::move(entry));

@@ -33,12 +33,14 @@ class VirtualJournal {
 
     /// Also writes each entry to the file, flushed line by line. False when it cannot be opened.
     bool writeTo(const std::string& file);
+    /// Adds the entry at the end, with the time of the clock.
     void add(VirtualJournalEntry entry);
 
+    /// A copy of the list.
     std::vector<VirtualJournalEntry> entries() const;
     /// Texts of the commands, of all printers or of one.
     std::vector<std::string> commands(const std::string& printer = {}) const;
-    /// From here on the list is empty; a file goes on.
+    /// Empties the list; a file keeps its lines and gets further ones.
     void clear();
 
   private:

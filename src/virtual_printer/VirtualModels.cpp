@@ -1,3 +1,4 @@
+// The table of models and the look-up by name. Constant; called by the settings and by the printers on any thread.
 #include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>

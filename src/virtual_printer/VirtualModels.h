@@ -1,5 +1,5 @@
 // What the virtual printers know about themselves: one row per model. Any thread. Kept apart from the program's own
-// table on purpose: a printer that learned its facts from the program could not show that the program has them wrong.
+// table on purpose: a printer that took its data from the program could not show that they are wrong there.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,9 @@ struct VirtualModel {
     std::string_view intermediateFirmware; // shown between two restarts of its own after an image; mostly none
 };
 
+/// All models, in the order of the help.
 std::span<const VirtualModel> virtualModels();
-/// Null for an unknown name. The name counts in any case.
+/// Null for an unknown name. Upper and lower case are the same.
 const VirtualModel* virtualModelNamed(std::string_view name);
 
 } // namespace zul

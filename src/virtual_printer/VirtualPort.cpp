@@ -1,6 +1,8 @@
-// Arrivals, departures and claims. Transfers are in VirtualPort_Transfers.cpp.
+// Arrivals, departures and claims. Called by the bus on the main queue and by the handles on the printers' queues.
+// Transfers are in VirtualPort_Transfers.cpp.
 #include "virtual_printer/VirtualPort.h"
 
+#include "virtual_printer/VirtualDescriptors.h"
 #include "virtual_printer/VirtualHandles.h"
 
 namespace zul {
@@ -45,7 +47,7 @@ void VirtualPort::inspect(const std::function<void(const VirtualPrinter&)>& insp
     inspect(_printer);
 }
 
-// ---- coming and going -----------------------------------------------------------------------------------------------
+// ---- arrival and departure ------------------------------------------------------------------------------------------
 
 void VirtualPort::setRegistry(ServiceRegistry* registry) {
     _registry = registry;
@@ -60,117 +62,126 @@ void VirtualPort::post(Block block) {
 }
 
 void VirtualPort::attach() {
-    if (_registry == nullptr || _stay != nullptr) return;
-    ++_comings;
-    auto stay = std::make_shared<VirtualStay>();
-    stay->lanes.resize(static_cast<std::size_t>(settings.interfaces));
-    for (VirtualLane& lane : stay->lanes) lane.changed = _clock.makeEvent();
+    if (_registry == nullptr || _attachment != nullptr) return;
+    ++_attachCount;
+    auto attachment = std::make_shared<VirtualAttachment>();
+    attachment->endpointPairs.resize(static_cast<std::size_t>(settings.interfaces));
+    for (VirtualEndpointPair& endpoints : attachment->endpointPairs) endpoints.changed = _clock.makeEvent();
     std::optional<VirtualDeparture> restartsByItself;
+    std::vector<DescriptorValues> interfaces;
     {
         const std::scoped_lock lock(_mutex);
         _printer.attach();
         restartsByItself = _printer.departureAfterAttach();
+        for (int number = 0; number < settings.interfaces; ++number) {
+            interfaces.push_back(descriptorValues(_printer, locationID(), static_cast<std::uint8_t>(number)));
+        }
     }
-    _stay = stay;
+    _attachment = attachment;
     _isPulled = false;
     journal("arrive");
-    for (int number = 0; number < settings.interfaces; ++number) {
-        stay->tokens.push_back(_registry->serviceArrived(
-            std::make_shared<VirtualService>(shared_from_this(), stay, static_cast<std::uint8_t>(number))));
+    // All are registered before the first is announced, because what is announced may unplug the printer.
+    for (DescriptorValues& descriptors : interfaces) {
+        attachment->tokens.push_back(
+            _registry->add(std::make_shared<VirtualService>(shared_from_this(), attachment, std::move(descriptors))));
     }
-    if (restartsByItself) schedule(*restartsByItself, stay);
+    for (const ServiceToken token : attachment->tokens) {
+        if (_registry != nullptr && !attachment->isGone) _registry->announce(token);
+    }
+    if (restartsByItself) schedule(*restartsByItself, attachment);
 }
 
 void VirtualPort::unplug() {
     _isPulled = true;
-    if (_stay == nullptr) return;
+    if (_attachment == nullptr) return;
     VirtualDeparture departure;
     departure.comesBack = false;
-    depart(_stay, departure);
+    depart(_attachment, departure);
 }
 
 // With the lock held.
-void VirtualPort::endForHandles(VirtualStay& stay) {
-    if (stay.isGone.exchange(true)) return;
+void VirtualPort::endForHandles(VirtualAttachment& attachment) {
+    if (attachment.isGone.exchange(true)) return;
     _printer.reset();
-    for (const VirtualLane& lane : stay.lanes) lane.changed->signal();
+    for (const VirtualEndpointPair& endpoints : attachment.endpointPairs) endpoints.changed->signal();
 }
 
-void VirtualPort::leave(const std::shared_ptr<VirtualStay>& stay, const VirtualDeparture& departure) {
+void VirtualPort::leave(const std::shared_ptr<VirtualAttachment>& attachment, const VirtualDeparture& departure) {
     {
         const std::scoped_lock lock(_mutex);
-        if (stay->isGone) return;
-        endForHandles(*stay);
+        if (attachment->isGone) return;
+        endForHandles(*attachment);
     }
-    post([self = shared_from_this(), stay, departure] { self->depart(stay, departure); });
+    post([self = shared_from_this(), attachment, departure] { self->depart(attachment, departure); });
 }
 
-void VirtualPort::depart(std::shared_ptr<VirtualStay> stay, const VirtualDeparture& departure) {
-    if (_stay != stay) return;                            // it has left already
-    std::map<const void*, std::function<void()>> watches; // destroyed after the lock: what they hold may come back here
+void VirtualPort::depart(std::shared_ptr<VirtualAttachment> attachment, const VirtualDeparture& departure) {
+    if (_attachment != attachment) return; // it has left already
+    std::map<const void*, std::function<void()>>
+        watches; // destroyed after the lock: their destruction may call the port
     {
         const std::scoped_lock lock(_mutex);
-        endForHandles(*stay);
-        watches.swap(stay->holderWatches);
+        endForHandles(*attachment);
+        watches.swap(attachment->holderWatches);
     }
-    _stay = nullptr;
+    _attachment = nullptr;
     journal("leave");
     if (departure.comesBack) {
         if (departure.elsewhere) _port = static_cast<std::uint8_t>(_port % 15 + 1);
-        _clock.callAt(_clock.now() + departure.away, [self = shared_from_this(), comings = _comings] {
-            self->post([self, comings] {
-                if (!self->_isPulled && self->_comings == comings) self->attach();
+        _clock.callAt(_clock.now() + departure.away, [self = shared_from_this(), attachCount = _attachCount] {
+            self->post([self, attachCount] {
+                if (!self->_isPulled && self->_attachCount == attachCount) self->attach();
             });
         });
     }
     if (_registry == nullptr) return;
-    for (const ServiceToken token : stay->tokens) _registry->serviceTerminated(token);
+    for (const ServiceToken token : attachment->tokens) _registry->serviceTerminated(token);
 }
 
-void VirtualPort::schedule(VirtualDeparture departure, const std::shared_ptr<VirtualStay>& stay) {
+void VirtualPort::schedule(VirtualDeparture departure, const std::shared_ptr<VirtualAttachment>& attachment) {
     if (departure.after.count() == 0) {
-        leave(stay, departure);
+        leave(attachment, departure);
         return;
     }
     _clock.callAt(_clock.now() + departure.after,
-                  [self = shared_from_this(), stay, departure] { self->leave(stay, departure); });
+                  [self = shared_from_this(), attachment, departure] { self->leave(attachment, departure); });
 }
 
 // ---- claims ---------------------------------------------------------------------------------------------------------
 
-IOReturn VirtualPort::claim(VirtualStay& stay, std::uint8_t number, const void* owner) {
-    VirtualLane& lane = stay.lanes.at(number);
+IOReturn VirtualPort::claim(VirtualAttachment& attachment, std::uint8_t number, const void* owner) {
+    VirtualEndpointPair& endpoints = attachment.endpointPairs.at(number);
     std::optional<std::chrono::milliseconds> hold;
     bool refused = false;
     {
         const std::scoped_lock lock(_mutex);
-        if (stay.isGone) return kIOReturnNoDevice;
-        if (lane.owner == owner) return kIOReturnSuccess;
+        if (attachment.isGone) return kIOReturnNoDevice;
+        if (endpoints.owner == owner) return kIOReturnSuccess;
         hold = _printer.holderAtOpen();
         if (hold) ++_heldByOther;
-        refused = _heldByOther > 0 || lane.owner != nullptr;
-        if (!refused) lane.owner = owner;
+        refused = _heldByOther > 0 || endpoints.owner != nullptr;
+        if (!refused) endpoints.owner = owner;
     }
     if (hold) holdFor(*hold);
     journal(refused ? "refuse" : "open");
     return refused ? kIOReturnExclusiveAccess : kIOReturnSuccess;
 }
 
-IOReturn VirtualPort::release(VirtualStay& stay, std::uint8_t number, const void* owner) {
-    VirtualLane& lane = stay.lanes.at(number);
+IOReturn VirtualPort::release(VirtualAttachment& attachment, std::uint8_t number, const void* owner) {
+    VirtualEndpointPair& endpoints = attachment.endpointPairs.at(number);
     {
         const std::scoped_lock lock(_mutex);
-        if (lane.owner != owner) return stay.isGone ? kIOReturnNoDevice : kIOReturnError;
-        lane.owner = nullptr;
-        if (stay.isGone) return kIOReturnNoDevice;
+        if (endpoints.owner != owner) return attachment.isGone ? kIOReturnNoDevice : kIOReturnError;
+        endpoints.owner = nullptr;
+        if (attachment.isGone) return kIOReturnNoDevice;
     }
     journal("close");
     return kIOReturnSuccess;
 }
 
-bool VirtualPort::isFree(const VirtualStay& stay, std::uint8_t number, const void* owner) {
+bool VirtualPort::isFree(const VirtualAttachment& attachment, std::uint8_t number, const void* owner) {
     const std::scoped_lock lock(_mutex);
-    return isFreeLocked(stay, number, owner);
+    return isFreeLocked(attachment, number, owner);
 }
 
 bool VirtualPort::isHeldByOther() {
@@ -178,27 +189,27 @@ bool VirtualPort::isHeldByOther() {
     return _heldByOther > 0;
 }
 
-bool VirtualPort::isFreeLocked(const VirtualStay& stay, std::uint8_t number, const void* owner) const {
-    const void* const holder = stay.lanes.at(number).owner;
-    return !stay.isGone && _heldByOther == 0 && (holder == nullptr || holder == owner);
+bool VirtualPort::isFreeLocked(const VirtualAttachment& attachment, std::uint8_t number, const void* owner) const {
+    const void* const holder = attachment.endpointPairs.at(number).owner;
+    return !attachment.isGone && _heldByOther == 0 && (holder == nullptr || holder == owner);
 }
 
-void VirtualPort::watchHolder(VirtualStay& stay, std::uint8_t number, const void* owner,
+void VirtualPort::watchHolder(VirtualAttachment& attachment, std::uint8_t number, const void* owner,
                               std::function<void()> mayBeFree) {
-    std::function<void()> dropped; // destroyed after the lock: what it holds may come back here
+    std::function<void()> dropped; // destroyed after the lock: its destruction may call the port
     bool isFreeAlready = false;
     {
         const std::scoped_lock lock(_mutex);
-        auto& watch = stay.holderWatches[owner];
+        auto& watch = attachment.holderWatches[owner];
         dropped.swap(watch);
-        if (mayBeFree && !stay.isGone) {
+        if (mayBeFree && !attachment.isGone) {
             watch = std::move(mayBeFree);
-            isFreeAlready = isFreeLocked(stay, number, owner);
+            isFreeAlready = isFreeLocked(attachment, number, owner);
         } else {
-            stay.holderWatches.erase(owner);
+            attachment.holderWatches.erase(owner);
         }
     }
-    // It may have been released between the refused claim and this watch: nothing else would report that.
+    // It may have been released between the refused claim and this watch: no other event would report that.
     if (isFreeAlready) post([self = shared_from_this(), owner] { self->notifyWatch(owner); });
 }
 
@@ -206,9 +217,9 @@ void VirtualPort::notifyWatch(const void* owner) {
     std::function<void()> watch;
     {
         const std::scoped_lock lock(_mutex);
-        if (_stay == nullptr) return;
-        const auto found = _stay->holderWatches.find(owner);
-        if (found != _stay->holderWatches.end()) watch = found->second; // ended since then otherwise
+        if (_attachment == nullptr) return;
+        const auto found = _attachment->holderWatches.find(owner);
+        if (found != _attachment->holderWatches.end()) watch = found->second; // ended since then otherwise
     }
     if (watch) watch();
 }
@@ -223,8 +234,8 @@ void VirtualPort::setHeldByOther(bool isHeld) {
     {
         const std::scoped_lock lock(_mutex);
         _heldByOther = std::max(0, _heldByOther + (isHeld ? 1 : -1));
-        if (_heldByOther > 0 || _stay == nullptr) return;
-        for (const auto& [watcher, watch] : _stay->holderWatches) watches.push_back(watch);
+        if (_heldByOther > 0 || _attachment == nullptr) return;
+        for (const auto& [watcher, watch] : _attachment->holderWatches) watches.push_back(watch);
     }
     for (const auto& watch : watches) watch();
 }

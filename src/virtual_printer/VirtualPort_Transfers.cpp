@@ -7,9 +7,9 @@ namespace zul {
 
 namespace {
 
-// How often a long write tells how far it has come: the real bus writes in pieces of this size.
+// How often a long write reports its progress: the real bus writes in pieces of this size.
 constexpr std::size_t kPiece = 256 * 1024;
-// How often a write looks whether that of the other interface has ended.
+// How often a write checks whether that of the other interface has ended.
 constexpr auto kTurn = std::chrono::milliseconds(10);
 
 const char* nameOfResult(IOReturn code) {
@@ -19,9 +19,9 @@ const char* nameOfResult(IOReturn code) {
 
 } // namespace
 
-IOReturn VirtualPort::read(VirtualStay& stay, std::uint8_t number, std::uint8_t* buffer, std::uint32_t& size,
-                           Clock::TimePoint deadline) {
-    VirtualLane& lane = stay.lanes.at(number);
+IOReturn VirtualPort::read(VirtualAttachment& attachment, std::uint8_t number, std::uint8_t* buffer,
+                           std::uint32_t& size, Clock::TimePoint deadline) {
+    VirtualEndpointPair& endpoints = attachment.endpointPairs.at(number);
     const std::uint32_t asked = size;
     size = 0;
     const auto failed = [this](IOReturn code) {
@@ -31,48 +31,49 @@ IOReturn VirtualPort::read(VirtualStay& stay, std::uint8_t number, std::uint8_t*
     for (;;) {
         {
             const std::scoped_lock lock(_mutex);
-            if (stay.isGone) return failed(kIOReturnNoDevice);
-            if (!lane.transfers.empty()) {
-                VirtualTransfer& transfer = lane.transfers.front();
+            if (attachment.isGone) return failed(kIOReturnNoDevice);
+            if (!endpoints.transfers.empty()) {
+                VirtualTransfer& transfer = endpoints.transfers.front();
                 if (transfer.isStall) {
-                    lane.transfers.pop_front();
+                    endpoints.transfers.pop_front();
                     return failed(kIOUSBPipeStalled);
                 }
                 size = std::min(asked, static_cast<std::uint32_t>(transfer.bytes.size()));
                 std::copy_n(transfer.bytes.begin(), size, buffer);
-                // What was not asked for stays for the next read, as the real bus keeps it.
+                // What was not asked for is kept for the next read, as on the real bus.
                 transfer.bytes.erase(transfer.bytes.begin(), transfer.bytes.begin() + size);
-                if (transfer.bytes.empty()) lane.transfers.pop_front();
+                if (transfer.bytes.empty()) endpoints.transfers.pop_front();
                 journal("read", {}, size);
                 return kIOReturnSuccess;
             }
         }
-        if (!lane.changed->waitUntil(deadline)) return failed(kIOUSBTransactionTimeout);
+        if (!endpoints.changed->waitUntil(deadline)) return failed(kIOUSBTransactionTimeout);
     }
 }
 
-IOReturn VirtualPort::write(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+IOReturn VirtualPort::write(const std::shared_ptr<VirtualAttachment>& attachment, std::uint8_t number,
                             std::span<const std::uint8_t> bytes, Clock::TimePoint deadline,
                             const IOUSBInterfaceInterface::WriteProgress& progress) {
-    if (!waitForTurn(*stay, stay->lanes.at(number), deadline)) {
-        const IOReturn code = stay->isGone ? kIOReturnNoDevice : kIOUSBTransactionTimeout;
+    if (!waitForTurn(*attachment, attachment->endpointPairs.at(number), deadline)) {
+        const IOReturn code = attachment->isGone ? kIOReturnNoDevice : kIOUSBTransactionTimeout;
         journal("write", {}, 0, nameOfResult(code));
         return code;
     }
-    const IOReturn code = writePieces(stay, number, bytes, deadline, progress);
+    const IOReturn code = writePieces(attachment, number, bytes, deadline, progress);
     const std::scoped_lock lock(_mutex);
-    stay->writer = nullptr;
+    attachment->writer = nullptr;
     return code;
 }
 
-// Both interfaces lead to one printer, which could not tell their frames apart.
-bool VirtualPort::waitForTurn(VirtualStay& stay, const VirtualLane& lane, Clock::TimePoint deadline) {
+// Both interfaces lead to one printer, which could not distinguish their frames.
+bool VirtualPort::waitForTurn(VirtualAttachment& attachment, const VirtualEndpointPair& endpoints,
+                              Clock::TimePoint deadline) {
     for (;;) {
         {
             const std::scoped_lock lock(_mutex);
-            if (stay.isGone) return false;
-            if (stay.writer == nullptr) {
-                stay.writer = &lane;
+            if (attachment.isGone) return false;
+            if (attachment.writer == nullptr) {
+                attachment.writer = &endpoints;
                 return true;
             }
         }
@@ -82,12 +83,12 @@ bool VirtualPort::waitForTurn(VirtualStay& stay, const VirtualLane& lane, Clock:
     }
 }
 
-IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualAttachment>& attachment, std::uint8_t number,
                                   std::span<const std::uint8_t> bytes, Clock::TimePoint deadline,
                                   const IOUSBInterfaceInterface::WriteProgress& progress) {
-    ClockEvent& changed = *stay->lanes.at(number).changed;
+    ClockEvent& changed = *attachment->endpointPairs.at(number).changed;
     const auto total = static_cast<std::uint32_t>(bytes.size());
-    // A command is over before anybody could tell the time; only what comes in large pieces takes any.
+    // A command takes no measurable time; only large pieces take any.
     const bool takesTime = bytes.size() >= kPiece;
     std::uint32_t done = 0;
     const auto failed = [&](IOReturn code) {
@@ -101,32 +102,32 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualStay>& stay, std:
                 std::chrono::microseconds(1000000LL * static_cast<long long>(piece.size()) / settings.speed);
             const Clock::TimePoint end = _clock.now() + time;
             const Clock::TimePoint until = std::min(end, deadline);
-            // Other things than the end of the stay wake this up, too: an answer that was late, for example.
-            while (!stay->isGone && _clock.now() < until) changed.waitUntil(until);
-            if (!stay->isGone && end > deadline) return failed(kIOUSBTransactionTimeout);
+            // Other things than the end of the attachment wake this up, too: an answer that was late, for example.
+            while (!attachment->isGone && _clock.now() < until) changed.waitUntil(until);
+            if (!attachment->isGone && end > deadline) return failed(kIOUSBTransactionTimeout);
         }
         VirtualEffects effects;
         {
             const std::scoped_lock lock(_mutex);
-            if (stay->isGone) return failed(kIOReturnNoDevice);
+            if (attachment->isGone) return failed(kIOReturnNoDevice);
             effects = _printer.receive(piece);
         }
         if (effects.stallsOut) return failed(kIOUSBPipeStalled);
         done += static_cast<std::uint32_t>(piece.size());
-        deliver(stay, number, std::move(effects.transfers));
+        deliver(attachment, number, std::move(effects.transfers));
         // A departure at once cuts the piece off; a later one finds it taken. A device has acknowledged what it took,
         // so a write of which all is taken has succeeded, however soon the printer leaves after that.
         const bool isCutOff = effects.departure && effects.departure->after.count() == 0;
-        if (effects.departure) schedule(*effects.departure, stay);
+        if (effects.departure) schedule(*effects.departure, attachment);
         if (progress && !isCutOff) progress(done, total);
-        if (stay->isGone && (isCutOff || done < total)) return failed(kIOReturnNoDevice);
+        if (attachment->isGone && (isCutOff || done < total)) return failed(kIOReturnNoDevice);
     }
     return kIOReturnSuccess;
 }
 
-void VirtualPort::deliver(const std::shared_ptr<VirtualStay>& stay, std::uint8_t number,
+void VirtualPort::deliver(const std::shared_ptr<VirtualAttachment>& attachment, std::uint8_t number,
                           std::vector<VirtualTransfer> transfers) {
-    VirtualLane& lane = stay->lanes.at(number);
+    VirtualEndpointPair& endpoints = attachment->endpointPairs.at(number);
     std::vector<VirtualTransfer> late;
     {
         const std::scoped_lock lock(_mutex);
@@ -134,24 +135,24 @@ void VirtualPort::deliver(const std::shared_ptr<VirtualStay>& stay, std::uint8_t
             if (transfer.delay.count() > 0) {
                 late.push_back(std::move(transfer));
             } else {
-                lane.transfers.push_back(std::move(transfer));
+                endpoints.transfers.push_back(std::move(transfer));
             }
         }
-        if (!lane.transfers.empty()) lane.changed->signal();
+        if (!endpoints.transfers.empty()) endpoints.changed->signal();
     }
     if (late.empty()) return;
     const auto delay = late.front().delay;
     for (VirtualTransfer& transfer : late) transfer.delay = {};
-    _clock.callAt(_clock.now() + delay, [weak = weak_from_this(), stay, number, late = std::move(late)] {
-        if (const auto self = weak.lock()) self->deliver(stay, number, late);
+    _clock.callAt(_clock.now() + delay, [weak = weak_from_this(), attachment, number, late = std::move(late)] {
+        if (const auto self = weak.lock()) self->deliver(attachment, number, late);
     });
 }
 
-void VirtualPort::resetPrinter(VirtualStay& stay) {
+void VirtualPort::resetPrinter(VirtualAttachment& attachment) {
     {
         const std::scoped_lock lock(_mutex);
         _printer.reset();
-        for (VirtualLane& lane : stay.lanes) lane.transfers.clear();
+        for (VirtualEndpointPair& endpoints : attachment.endpointPairs) endpoints.transfers.clear();
     }
     journal("reset");
 }

@@ -26,20 +26,21 @@ std::string textOf(const Data& frame, std::size_t offset, std::size_t size) {
     return text;
 }
 
-// Outside a frame only the two bytes that begin one mean anything; an escape with another byte behind it begins none.
+// Outside a frame only the two bytes that begin one have a meaning; an escape with another byte after it does not begin
+// one.
 bool skipsGarbage(Data& frame, std::span<const std::uint8_t>& bytes) {
     if (frame.empty() && bytes.front() != kEscape) {
         bytes = bytes.subspan(1);
         return true;
     }
     if (frame.size() == 1 && bytes.front() != 'P') {
-        frame.clear(); // the byte stays: it may be an escape itself
+        frame.clear(); // the byte is kept: it may be an escape itself
         return true;
     }
     return false;
 }
 
-// Nothing for a field that is neither blank nor a number.
+// nullopt for a field that is neither blank nor a number.
 std::optional<std::size_t> sizeOf(const std::string& field) {
     std::size_t size = 0;
     for (const char digit : field) {
@@ -56,15 +57,15 @@ VirtualPrinter::VirtualPrinter(VirtualPrinterSettings settings, std::function<vo
       _isLoader(_settings.startsInLoader), _nextIsLoader(_settings.startsInLoader),
       _answersDeviceID(_settings.answersDeviceID), _firmware(_settings.firmware), _nextFirmware(_settings.firmware),
       _statuses(_settings.statuses), _serialSetting(_settings.hasUSBSerial),
-      _tellsSerial(_settings.hasUSBSerial), _counters{{'A', 12}, {'B', 34}, {'M', 56},
-                                                      {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
+      _hasSerial(_settings.hasUSBSerial), _counters{{'A', 12}, {'B', 34}, {'M', 56},
+                                                    {'P', 78}, {'T', 90}, {'L', _settings.lifetime}},
       _tables(*_settings.model, _settings.tableVersion) {}
 
 VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
     VirtualEffects effects;
     while (!bytes.empty()) {
         if (skipsGarbage(_frame, bytes)) continue;
-        // An escape is taken alone, so that the byte behind it can be judged.
+        // An escape is taken alone, so that the byte after it can be checked.
         std::size_t count = _frame.empty() ? 1 : std::min(bytes.size(), bytesWanted());
         if (_unplugAt > _frame.size()) count = std::min(count, _unplugAt - _frame.size());
         _frame.insert(_frame.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
@@ -89,7 +90,7 @@ std::size_t VirtualPrinter::bytesWanted() const {
 void VirtualPrinter::takeHeader(VirtualEffects& effects) {
     const auto size = sizeOf(textOf(_frame, kSizeOffset, kSizeSize));
     if (!size) {
-        reset(); // nobody can tell where this frame ends: wait for the next one
+        reset(); // where this frame ends is unknown: wait for the next one
         return;
     }
     _text = textOf(_frame, kTextOffset, kTextSize);
@@ -172,7 +173,7 @@ std::string VirtualPrinter::productText() const {
 }
 
 std::optional<std::string> VirtualPrinter::serialText() const {
-    return _tellsSerial ? std::optional(_settings.serial) : std::nullopt;
+    return _hasSerial ? std::optional(_settings.serial) : std::nullopt;
 }
 
 std::uint16_t VirtualPrinter::productID() const {

@@ -1,6 +1,6 @@
 // One virtual printer as a protocol engine: bytes in, transfers out, and what happens on the bus because of them. It
-// knows no USB, no time and no threads; whoever plugs it in (the embedded bus, the USB gadget) gives it its bytes in
-// order and carries out what it asks for. Not thread-safe: its owner serialises the calls.
+// has no USB, no time and no threads of its own: its owner (the embedded bus, the USB gadget) passes it the bytes in
+// order, one call at a time, and carries out the effects that it returns.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -41,19 +41,19 @@ struct VirtualEffects {
 
 /// A command that is complete.
 struct VirtualCommand {
-    std::string text; // without the blanks behind it
+    std::string text; // without the blanks after it
     Data payload;
     Data header; // the frame's bytes before the payload
 };
 
 class VirtualPrinter {
   public:
-    /// sawCommand is told of each complete command.
+    /// sawCommand is called with each complete command, from receive().
     explicit VirtualPrinter(VirtualPrinterSettings settings,
                             std::function<void(const VirtualCommand&)> sawCommand = {});
 
     /// Takes bytes of the bulk OUT pipe, in pieces of any size. What follows a departure of 0 or a stall is not taken;
-    /// what is no frame is passed over.
+    /// bytes outside a frame are skipped.
     VirtualEffects receive(std::span<const std::uint8_t> bytes);
     /// How many bytes the frame under way still needs: the rest of its header, then the rest of its payload.
     std::size_t bytesWanted() const;
@@ -75,13 +75,15 @@ class VirtualPrinter {
     /// Counters by letter: A, B, M, P and T (matte), and L (lifetime).
     std::uint32_t counter(char letter) const;
 
-    // What the device tells about itself.
+    // What the device's strings and descriptors say.
+    /// The IEEE 1284 device ID without its two bytes of length.
     std::string deviceID() const;
     std::string manufacturerText() const { return "Zul Imaging Company"; }
     std::string productText() const;
-    /// Nothing while the setting is off: it counts from the next attach on.
+    /// nullopt while the USB serial setting is off; a change takes effect at the next attach.
     std::optional<std::string> serialText() const;
     std::uint16_t vendorID() const { return _settings.vendorID; }
+    /// The model's; a loader may have another.
     std::uint16_t productID() const;
 
   private:
@@ -118,12 +120,12 @@ class VirtualPrinter {
     bool _nextIsWithoutID = false;
     std::string _firmware;
     std::string _nextFirmware;
-    std::string _finalFirmware; // behind an intermediate version: one more restart leads to it
+    std::string _finalFirmware; // after an intermediate version: one more restart leads to it
     std::vector<std::string> _statuses;
     std::size_t _statusIndex = 0;
     bool _isUpdated = false;
     bool _serialSetting;
-    bool _tellsSerial;
+    bool _hasSerial;
     std::map<char, std::uint32_t> _counters;
     VirtualTableMemory _tables;
 };

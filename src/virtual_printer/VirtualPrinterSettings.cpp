@@ -1,13 +1,16 @@
+// Reading the text that describes a virtual printer, and its help. Both come from the two tables here: what a setting
+// is called and looks like is written once. Called by the programs before any printer exists, and by tests.
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
-#include <functional>
+#include <fmt/format.h>
+#include <iterator>
 #include <limits>
-#include <map>
 #include <string_view>
 
 namespace zul {
@@ -26,7 +29,7 @@ constexpr auto kFaults = std::to_array<FaultName>({
     {"short", VirtualFaultKind::shortReply, "half of the announced body"},
     {"long-header", VirtualFaultKind::longHeader, "announces more than any printer sends"},
     {"no-cr", VirtualFaultKind::noReturn, "a body without its carriage return"},
-    {"garbage", VirtualFaultKind::garbage, "a header that is no number"},
+    {"garbage", VirtualFaultKind::garbage, "a header that is not a number"},
     {"late", VirtualFaultKind::late, "the answer comes after VALUE ms (7000)"},
     {"unplug", VirtualFaultKind::unplug, "leaves after VALUE bytes of the frame (half of it) and comes back"},
     {"never-back", VirtualFaultKind::neverBack, "the restart that the command causes never ends"},
@@ -112,6 +115,11 @@ bool parseFault(std::string text, VirtualPrinterSettings& settings) {
     return false;
 }
 
+bool parseInterfaces(const std::string& text, int& interfaces) {
+    interfaces = text == "2" ? 2 : 1;
+    return text == "1" || text == "2";
+}
+
 bool isTableVersion(const std::string& text) {
     return text.size() == 4 && text.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -141,51 +149,80 @@ bool parseVendor(const std::string& text, std::uint16_t& vendor) {
     return true;
 }
 
-using Setter = std::function<bool(const std::string&, VirtualPrinterSettings&)>;
+struct Setting {
+    std::string_view key;
+    std::string_view form; // how a value is written
+    std::string_view help;
+    bool (*set)(const std::string& text, VirtualPrinterSettings& settings); // false: the text is not such a value
+};
 
-const std::map<std::string, Setter>& setters() {
-    using Settings = VirtualPrinterSettings;
-    static const std::map<std::string, Setter> table = {
-        {"firmware", [](auto& text, Settings& s) { return !(s.firmware = text).empty(); }},
-        {"serial", [](auto& text, Settings& s) { return !(s.serial = text).empty(); }},
-        {"usb-serial", [](auto& text, Settings& s) { return parseSwitch(text, "on", "off", s.hasUSBSerial); }},
-        {"status", [](auto& text, Settings& s) { return parseStatuses(text, s.statuses); }},
-        {"after-update", [](auto& text, Settings& s) { return parseStatuses(text, s.statusesAfterUpdate); }},
-        {"lifetime", [](auto& text, Settings& s) { return parseNumber(text, s.lifetime); }},
-        {"tables", [](auto& text, Settings& s) { return isTableVersion(s.tableVersion = text); }},
-        {"restart", [](auto& text, Settings& s) { return parseMilliseconds(text, s.restartTime); }},
-        {"program", [](auto& text, Settings& s) { return parseMilliseconds(text, s.programTime); }},
-        {"speed", [](auto& text, Settings& s) { return parseNumber(text, s.speed) && s.speed > 0; }},
-        {"vendor", [](auto& text, Settings& s) { return parseVendor(text, s.vendorID); }},
-        {"location", [](auto& text, Settings& s) { return parseLocation(text, s); }},
-        {"mode", [](auto& text, Settings& s) { return parseSwitch(text, "loader", "normal", s.startsInLoader); }},
-        {"id1284", [](auto& text, Settings& s) { return parseSwitch(text, "on", "off", s.answersDeviceID); }},
-        {"interfaces",
-         [](auto& text, Settings& s) {
-             s.interfaces = text == "2" ? 2 : 1;
-             return text == "1" || text == "2";
-         }},
-        {"fault", [](auto& text, Settings& s) { return parseFault(text, s); }},
-    };
-    return table;
+using Text = const std::string&;
+using Settings = VirtualPrinterSettings;
+
+// clang-format off
+constexpr auto kSettings = std::to_array<Setting>({
+    {"firmware", "TEXT", "version that it reports",
+     [](Text text, Settings& s) { return !(s.firmware = text).empty(); }},
+    {"serial", "TEXT", "printer serial number",
+     [](Text text, Settings& s) { return !(s.serial = text).empty(); }},
+    {"usb-serial", "on|off", "whether it has a USB serial number",
+     [](Text text, Settings& s) { return parseSwitch(text, "on", "off", s.hasUSBSerial); }},
+    {"status", "CODE[:CODE...]", "answers to STATUS in turn; the last one stays",
+     [](Text text, Settings& s) { return parseStatuses(text, s.statuses); }},
+    {"after-update", "CODE...", "the same after the restart into new firmware",
+     [](Text text, Settings& s) { return parseStatuses(text, s.statusesAfterUpdate); }},
+    {"lifetime", "N", "lifetime print counter",
+     [](Text text, Settings& s) { return parseNumber(text, s.lifetime); }},
+    {"tables", "VERSION", "version of its color tables, for example 0161",
+     [](Text text, Settings& s) { return isTableVersion(s.tableVersion = text); }},
+    {"restart", "MS", "how long a restart keeps it away (2000)",
+     [](Text text, Settings& s) { return parseMilliseconds(text, s.restartTime); }},
+    {"program", "MS", "how long it programs its flash before it leaves (1000)",
+     [](Text text, Settings& s) { return parseMilliseconds(text, s.programTime); }},
+    {"speed", "BYTES", "bytes per second that it takes (4000000)",
+     [](Text text, Settings& s) { return parseNumber(text, s.speed) && s.speed > 0; }},
+    {"vendor", "0x2A71|0x2B84", "USB vendor ID",
+     [](Text text, Settings& s) { return parseVendor(text, s.vendorID); }},
+    {"location", "BUS-PORT", "where it is attached, for example 1-3",
+     [](Text text, Settings& s) { return parseLocation(text, s); }},
+    {"mode", "normal|loader", "how it is when it is first attached",
+     [](Text text, Settings& s) { return parseSwitch(text, "loader", "normal", s.startsInLoader); }},
+    {"id1284", "on|off", "whether it answers the request for its IEEE 1284 device ID",
+     [](Text text, Settings& s) { return parseSwitch(text, "on", "off", s.answersDeviceID); }},
+    {"interfaces", "1|2", "how many printer interfaces it has; both lead to the same printer",
+     [](Text text, Settings& s) { return parseInterfaces(text, s.interfaces); }},
+    {"fault", "KIND[@WORD][#N][:VALUE]", "misbehaves at the N-th command whose text holds WORD; kinds:",
+     [](Text text, Settings& s) { return parseFault(text, s); }},
+});
+// clang-format on
+
+// The members that member names, in the order of the rows.
+template <class Rows, class Member> std::string listOf(const Rows& rows, Member member) {
+    std::vector<std::string_view> names;
+    std::ranges::transform(rows, std::back_inserter(names), member);
+    return fmt::format("{}", fmt::join(names, ", "));
 }
 
-std::string listOfModels() {
-    std::string text;
-    for (const VirtualModel& model : virtualModels()) text += (text.empty() ? "" : ", ") + std::string(model.name);
-    return text;
-}
-
-std::string listOfFaults() {
-    std::string text;
-    for (const FaultName& fault : kFaults) text += (text.empty() ? "" : ", ") + std::string(fault.name);
-    return text;
-}
-
-std::string listOfKeys() {
-    std::string text;
-    for (const auto& [key, setter] : setters()) text += (text.empty() ? "" : ", ") + key;
-    return text;
+// Sets what "key=value" says; returns what is wrong with it, empty if it is right.
+std::string apply(const std::string& text, VirtualPrinterSettings& settings) {
+    const auto equals = text.find('=');
+    const std::string key = text.substr(0, equals);
+    const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
+    const auto* const setting = std::ranges::find(kSettings, std::string_view(key), &Setting::key);
+    if (setting == kSettings.end()) {
+        return fmt::format("\"{}\" is not a setting; the settings are {}", key, listOf(kSettings, &Setting::key));
+    }
+    if (!setting->set(value, settings)) {
+        const std::string kinds = key == "fault" ? "; the kinds are " + listOf(kFaults, &FaultName::name) : "";
+        return fmt::format("\"{}\" is not a value for \"{}\" ({}={}){}; see --virtual help", value, key, key,
+                           setting->form, kinds);
+    }
+    if (key == "fault" && isWithoutEffect(settings.faults.back())) {
+        return fmt::format(
+            "\"{}\" would do nothing: a command with \"{}\" in its text has no answer; see --virtual help", value,
+            settings.faults.back().word);
+    }
+    return {};
 }
 
 } // namespace
@@ -195,54 +232,26 @@ VirtualPrinterParse parseVirtualPrinter(const std::string& text) {
     VirtualPrinterSettings settings;
     settings.model = virtualModelNamed(parts.front());
     if (settings.model == nullptr) {
-        return {std::nullopt, "\"" + parts.front() + "\" is no model; the models are " + listOfModels()};
+        return {std::nullopt, fmt::format("\"{}\" is not a model; the models are {}", parts.front(),
+                                          listOf(virtualModels(), &VirtualModel::name))};
     }
     settings.firmware = settings.model->firmware;
-    for (std::size_t index = 1; index < parts.size(); ++index) {
-        const auto equals = parts[index].find('=');
-        const std::string key = parts[index].substr(0, equals);
-        const auto setter = setters().find(key);
-        if (setter == setters().end()) {
-            return {std::nullopt, "\"" + key + "\" is no setting; the settings are " + listOfKeys()};
-        }
-        const std::string value = equals == std::string::npos ? "" : parts[index].substr(equals + 1);
-        if (!setter->second(value, settings)) {
-            const std::string kinds = key == "fault" ? "; the kinds are " + listOfFaults() : "";
-            return {std::nullopt, "\"" + value + "\" is no value for \"" + key + "\"" + kinds + "; see --virtual help"};
-        }
-        if (key == "fault" && isWithoutEffect(settings.faults.back())) {
-            return {std::nullopt, "\"" + value + "\" would do nothing: a command with \"" +
-                                      settings.faults.back().word + "\" in its text has no answer; see --virtual help"};
-        }
+    for (auto part = std::next(parts.begin()); part != parts.end(); ++part) {
+        if (std::string problem = apply(*part, settings); !problem.empty()) return {std::nullopt, std::move(problem)};
     }
-    return {settings, ""};
+    return {std::move(settings), ""};
 }
 
 std::string virtualPrinterHelp() {
-    std::string text = "MODEL[,key=value...]\n\nmodels: " + listOfModels() +
-                       "\n\n"
-                       "  firmware=TEXT          version that it reports\n"
-                       "  serial=TEXT            printer serial number\n"
-                       "  usb-serial=on|off      whether it has a USB serial number\n"
-                       "  status=CODE[:CODE...]  answers to STATUS in turn; the last one stays\n"
-                       "  after-update=CODE...   the same after the restart into new firmware\n"
-                       "  lifetime=N             lifetime print counter\n"
-                       "  tables=VERSION         version of its color tables, for example 0161\n"
-                       "  restart=MS             how long a restart keeps it away (2000)\n"
-                       "  program=MS             how long it programs its flash before it leaves (1000)\n"
-                       "  speed=BYTES            bytes per second that it takes (4000000)\n"
-                       "  vendor=0x2A71|0x2B84   USB vendor ID\n"
-                       "  location=BUS-PORT      where it is attached, for example 1-3\n"
-                       "  mode=normal|loader     how it is when it is first attached\n"
-                       "  id1284=on|off          whether it tells its IEEE 1284 device ID\n"
-                       "  interfaces=1|2         how many printer interfaces it has\n"
-                       "  fault=KIND[@WORD][#N][:VALUE]\n"
-                       "                         misbehaves at the N-th command whose text holds WORD; kinds:\n";
-    for (const FaultName& fault : kFaults) {
-        std::string name(fault.name);
-        name.resize(15, ' ');
-        text += "      " + name + std::string(fault.help) + '\n';
+    std::string text =
+        fmt::format("MODEL[,key=value...]\n\nmodels: {}\n\n", listOf(virtualModels(), &VirtualModel::name));
+    constexpr std::size_t kHelpColumn = 25;
+    for (const Setting& setting : kSettings) {
+        std::string left = fmt::format("  {}={}", setting.key, setting.form);
+        if (left.size() >= kHelpColumn) left += '\n' + std::string(kHelpColumn, ' ');
+        text += fmt::format("{:<25}{}\n", left, setting.help);
     }
+    for (const FaultName& fault : kFaults) text += fmt::format("      {:<15}{}\n", fault.name, fault.help);
     return text + "\nexample: VK14,serial=123456,restart=500,fault=silence@STATUS#2\n";
 }
 

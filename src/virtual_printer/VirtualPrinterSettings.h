@@ -1,22 +1,5 @@
 // How a virtual printer is described in one text: "MODEL[,key=value…]". The same text makes an embedded printer and a
-// USB gadget. Any thread.
-//
-//   firmware=TEXT        version that it reports, e.g. "VK14 01.60"
-//   serial=TEXT          printer serial number
-//   usb-serial=on|off    whether it has a USB serial number
-//   status=CODE[:CODE…]  answers to STATUS, one after another; the last one stays (default 00000)
-//   after-update=CODE…   the same after the restart into new firmware
-//   lifetime=N           lifetime print counter
-//   tables=VERSION       version of its color tables, four digits, e.g. 0161
-//   restart=MS           how long a restart keeps it away (default 2000)
-//   program=MS           how long it programs its flash after the image before it leaves (default 1000)
-//   speed=BYTES          bytes per second that it takes (default 4000000)
-//   vendor=0x2A71|0x2B84 USB vendor ID
-//   location=BUS-PORT    where it is attached, e.g. 1-3
-//   mode=normal|loader   how it is when it is first attached
-//   id1284=on|off        whether it answers the request for its IEEE 1284 device ID
-//   interfaces=1|2       how many printer interfaces it has; they lead to the same printer
-//   fault=KIND[@WORD][#N][:VALUE]   may be given several times; the kinds are below
+// USB gadget. virtualPrinterHelp() lists the models, the keys and the kinds of faults. Any thread.
 #pragma once
 
 #include <chrono>
@@ -35,7 +18,7 @@ enum class VirtualFaultKind {
     shortReply,   // half of the announced body
     longHeader,   // a body longer than any printer sends is announced
     noReturn,     // a body without its carriage return
-    garbage,      // a header that is no number
+    garbage,      // a header that is not a number
     late,         // the answer comes after VALUE ms (default 7000)
     unplug,       // leaves when VALUE bytes of the frame are there (default: half of it) and comes back
     neverBack,    // the restart that this command causes never ends
@@ -77,9 +60,10 @@ struct VirtualPrinterParse {
     std::string problem; // what is wrong and what would be right; empty when nothing is
 };
 
+/// Reads such a text; a key that is not given has the default that the struct shows. Any thread.
 VirtualPrinterParse parseVirtualPrinter(const std::string& text);
 
-/// The syntax, for people.
+/// The syntax with all models, keys and kinds of faults, for a terminal. Any thread.
 std::string virtualPrinterHelp();
 
 } // namespace zul

@@ -17,7 +17,7 @@ using std::chrono::milliseconds;
 constexpr const char* kLoaderStatusText = "FU00001";
 constexpr const char* kEnterLoader = "FW_UPDFLASH_REWRITE";
 constexpr const char* kProgramFlash = "FW_UPDFLASH_PROGRAM";
-// Long enough for the host to close the interface behind the command, as real printers leave it.
+// Long enough for the host to close the interface after the command, as real printers leave it.
 constexpr auto kLeaveForLoader = milliseconds(50);
 // How long an intermediate firmware runs before it restarts by itself.
 constexpr auto kIntermediateRun = milliseconds(3000);
@@ -25,7 +25,7 @@ constexpr auto kLate = milliseconds(7000);
 // At 0 the printer would leave in the middle of the write that brought the last byte of its image.
 constexpr auto kShortestProgramTime = milliseconds(1);
 
-// The digits at the front; nothing when there are none.
+// The digits at the front; nullopt when there are none.
 std::optional<std::uint32_t> leadingNumber(const Data& payload) {
     std::uint32_t number = 0;
     std::size_t digits = 0;
@@ -42,7 +42,7 @@ void VirtualPrinter::attach() {
     _isLoader = _nextIsLoader;
     _answersDeviceID = _settings.answersDeviceID && !std::exchange(_nextIsWithoutID, false);
     _firmware = _nextFirmware;
-    _tellsSerial = _serialSetting; // the setting takes effect with a restart
+    _hasSerial = _serialSetting; // the setting takes effect with a restart
     _statuses =
         _isUpdated && !_settings.statusesAfterUpdate.empty() ? _settings.statusesAfterUpdate : _settings.statuses;
     _statusIndex = 0;
@@ -71,7 +71,7 @@ void VirtualPrinter::handle(const VirtualCommand& command, VirtualEffects& effec
     }
 }
 
-// A loader tells its status and takes an image; it reads everything else and does nothing about it.
+// A loader answers STATUS and takes an image; it reads every other command and ignores it.
 void VirtualPrinter::handleInLoader(const VirtualCommand& command, VirtualEffects& effects) {
     if (command.text == "STATUS") {
         answer(kLoaderStatusText, effects);

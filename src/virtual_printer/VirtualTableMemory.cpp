@@ -1,3 +1,5 @@
+// What is written to the colour tables and what is answered about them. Called by their printer only, with the lock of
+// the printer's owner held.
 #include "virtual_printer/VirtualTableMemory.h"
 
 #include "platform/foundation/Format.h"

@@ -16,12 +16,14 @@ class VirtualTableMemory {
     /// version: of all tables; empty: the model's own.
     explicit VirtualTableMemory(const VirtualModel& model, const std::string& version = {});
 
+    /// Removes all tables, as the host orders before it writes new ones.
     void clear();
-    /// The name of the table whose contents come next; zero bytes behind it are padding.
+    /// The name of the table whose contents come next; zero bytes after it are padding.
     void setName(const Data& record);
+    /// Stores the contents under the name given last.
     void write(const Data& contents);
 
-    /// The answer to a question for a version or checksum; nothing for a question that this model does not know.
+    /// The answer to a question for a version or checksum; nullopt for a question that this model does not know.
     /// media is the payload's text: "0001", "0003" or empty.
     std::optional<std::string> answerTo(const std::string& command, const std::string& media) const;
 

@@ -2,6 +2,7 @@
 #include "Lab.h"
 
 #include "archive/SRecord.h"
+#include "platform/files/Files.h"
 #include "support/WatchedReader.h"
 
 #include <algorithm>
@@ -29,10 +30,10 @@ std::vector<std::string> sent(const Lab& lab, const std::string& command) {
 
 // What a printer must be sent for the sample files.
 std::string checksumOfSample(const std::string& name) {
-    return sha256Of(*Bundle::contentsOfFile(Lab::sampleArchive() / name));
+    return sha256Of(*contentsOfFile(Lab::sampleArchive() / name));
 }
 std::vector<std::string> sampleImage() {
-    return {sha256Of(paddedData(*Bundle::contentsOfFile(Lab::sampleArchive() / kFirmwareFile)))};
+    return {sha256Of(paddedData(*contentsOfFile(Lab::sampleArchive() / kFirmwareFile)))};
 }
 std::vector<std::string> sampleTables() {
     return {checksumOfSample(kTable300), checksumOfSample(kTable600)};

@@ -2,6 +2,7 @@
 #include "Lab.h"
 
 #include "archive/SRecord.h"
+#include "platform/files/Files.h"
 
 #include <algorithm>
 #include <doctest/doctest.h>
@@ -35,7 +36,7 @@ VirtualJournalEntry commandInJournal(const Lab& lab, const std::string& text, in
 }
 
 Data archiveFile(const std::string& name) {
-    const auto contents = Bundle::contentsOfFile(Lab::sampleArchive() / name);
+    const auto contents = contentsOfFile(Lab::sampleArchive() / name);
     REQUIRE(contents);
     return *contents;
 }

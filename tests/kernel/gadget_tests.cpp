@@ -1,8 +1,8 @@
 // The parts of the gadget that need no kernel.
 #define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
-#include "virtual_printer/gadget/Descriptors.h"
-#include "virtual_printer/gadget/EndpointThreads.h"
-#include "virtual_printer/gadget/GadgetPrinter.h"
+#include "vkgadget/Descriptors.h"
+#include "vkgadget/EndpointThreads.h"
+#include "vkgadget/GadgetPrinter.h"
 
 #include <doctest/doctest.h>
 #include <utility>

@@ -10,7 +10,7 @@ namespace zul {
 
 class ChangedArchive {
   public:
-    /// sample: the folder that is changed; it stays as it is.
+    /// sample: the folder that is changed; it is not changed.
     explicit ChangedArchive(std::filesystem::path sample);
     const std::filesystem::path& folder() const { return _folder.path; }
     void remove(const std::string& file) const;

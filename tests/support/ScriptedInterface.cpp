@@ -1,4 +1,4 @@
-// Calls come on printers' queues as well as on the test's thread: everything shared stands in State, under its mutex.
+// Calls come on printers' queues as well as on the test's thread: everything shared is in State, under its mutex.
 // Blocks of the test run without it.
 #include "support/ScriptedInterface.h"
 

@@ -1,6 +1,6 @@
 // A USB interface that follows a script: an ordered list of expected calls with their answers, and one ordered journal
 // of every call with its time-outs. A call that the script does not have next fails the test by name; so does a script
-// that was not played to its end. What stands in the descriptors (vendor, product, endpoints, …) is answered at any
+// that was not played to its end. What is in the descriptors (vendor, product, endpoints, …) is answered at any
 // time. With answerByDefault() all else is answered, too, and the script is only what the test cares about.
 //
 //     auto handle = std::make_shared<ScriptedInterface>();
@@ -82,7 +82,7 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     /// Fails the test when expected calls were not made.
     ~ScriptedInterface() override;
 
-    // The script. Answers are success without bytes unless told otherwise. The reference holds until the next call.
+    // The script. Answers are success without bytes unless set otherwise. The reference holds until the next call.
     Expectation& expectUSBInterfaceOpenSeize();
     Expectation& expectUSBInterfaceClose();
     Expectation& expectWritePipeTO(unsigned pipe, Data data);
@@ -105,7 +105,7 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     /// The n-th call that goes to the wire from now on (1 is the next) is answered with the code.
     void setFault(unsigned callNumber, IOReturn code);
 
-    // What stands in the descriptors. The start: a printer with two bulk pipes, 1 out and 2 in.
+    // What is in the descriptors. The start: a printer with two bulk pipes, 1 out and 2 in.
     std::uint8_t interfaceClass = 7;
     std::uint8_t interfaceSubClass = 1;
     std::uint16_t vendor = 0x2A71;
@@ -127,13 +127,13 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
 
     /// Every call so far, in order.
     Journal journal() const;
-    /// The calls that go to the wire or to the system: all but what stands in the descriptors; as texts.
+    /// The calls that go to the wire or to the system: all but what is in the descriptors; as texts.
     std::vector<std::string> traffic() const;
     unsigned count(const std::string& call) const;
     void clearJournal();
     bool isOpen() const;
     bool isWatched() const;
-    /// What the bus does when the other holder may have let go.
+    /// What the bus does when the other holder may have released it.
     void holderMayBeFree();
 
     IOReturn GetInterfaceClass(std::uint8_t& value) override;

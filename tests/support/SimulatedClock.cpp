@@ -1,3 +1,5 @@
+// Time that moves only when every queue is at rest: drain() jumps to the next timer or wait, on the test's thread.
+// Sleeping threads and events register themselves here and are woken in the order of their times.
 #include "support/SimulatedClock.h"
 
 #include <algorithm>
@@ -138,7 +140,7 @@ void SimulatedClock::settle(MainQueue& mainQueue) {
         std::unique_lock lock(_mutex);
         if (_work <= 0) return;
         // Something runs elsewhere: wake up when it ends, waits for time, or posts to this queue. The short limit only
-        // closes the gap between a post and its notice; nothing depends on its length.
+        // closes the gap between a post and its notice; no result depends on its length.
         _quiet.wait_for(lock, std::chrono::milliseconds(1));
     }
 }

@@ -29,12 +29,12 @@ class SimulatedClock final : public Clock {
     void workAdded() override;
     void workDone() override;
 
-    /// Main thread. Runs the main queue and lets all queues run until nothing is left to do at this moment.
+    /// Main thread. Runs the main queue and lets all queues run until no work is left at this moment.
     void settle(MainQueue& mainQueue);
     /// Main thread. settle(), then moves from one awaited moment to the next, settling each time, until the given
     /// span has passed or nobody waits for anything. Returns true when all is at rest with nobody waiting for time.
     bool drain(MainQueue& mainQueue, Duration limit = std::chrono::hours(1));
-    /// drain() for exactly the span: the clock stands at its end afterwards.
+    /// drain() for exactly the span: the clock is at its end afterwards.
     void advance(MainQueue& mainQueue, Duration span);
     /// Time that has passed since the clock was made.
     Duration elapsed();

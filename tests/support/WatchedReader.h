@@ -1,8 +1,8 @@
-// A reader of archive files that counts how often each is opened and can act between two looks. Files count as written
-// long ago, so that what is asserted does not depend on when the test's files were made.
+// A reader of archive files that counts how often each is opened and can act between two looks. Files are taken to be
+// written long ago, so that what is asserted does not depend on when the test's files were made.
 #pragma once
 
-#include "archive/FileReader.h"
+#include "platform/files/FileReader.h"
 
 #include <functional>
 #include <map>

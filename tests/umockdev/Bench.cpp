@@ -1,3 +1,5 @@
+// The bus on a mocked /sys and /dev, with its printers and one list of events. Everything runs on the test's thread,
+// which serves the main queue until what it waits for has happened.
 #include "Bench.h"
 
 #include <chrono>
@@ -123,16 +125,16 @@ void Bench::watch() {
             std::uint8_t number = 0;
             REQUIRE(arrived->GetInterfaceNumber(number) == kIOReturnSuccess);
             _names[token] = arrived->locationText() + (number == 0 ? "" : "/" + std::to_string(number));
-            told.push_back("arrived " + _names[token]);
+            events.push_back("arrived " + _names[token]);
             _port.interests()->add(token, this, [this](ServiceToken service, IOMessage message, void*) {
-                told.push_back((message == kIOMessageServiceIsTerminated ? "terminated " : "message ") +
-                               _names[service]);
+                events.push_back((message == kIOMessageServiceIsTerminated ? "terminated " : "message ") +
+                                 _names[service]);
             });
         }
     });
     _terminated =
         _port.addMatchingNotification(ServiceNotification::terminated, all, [this](ServiceIterator& iterator) {
-            while (const ServiceToken token = iterator.next()) told.push_back("removed " + _names[token]);
+            while (const ServiceToken token = iterator.next()) events.push_back("removed " + _names[token]);
         });
     CHECK(_matched->next() == 0);
     CHECK(_terminated->next() == 0);
@@ -254,15 +256,15 @@ bool Bench::until(const std::function<bool()>& condition) {
 
 void Bench::settle() {
     plug({.port = "1-9", .address = ++_settleAddress});
-    REQUIRE(until([this] { return !told.empty() && told.back() == "arrived 1-9"; }));
+    REQUIRE(until([this] { return !events.empty() && events.back() == "arrived 1-9"; }));
     unplug("1-9");
-    REQUIRE(until([this] { return told.back() == "removed 1-9"; }));
-    std::erase_if(told, [](const std::string& line) { return line.find("1-9") != std::string::npos; });
+    REQUIRE(until([this] { return events.back() == "removed 1-9"; }));
+    std::erase_if(events, [](const std::string& line) { return line.find("1-9") != std::string::npos; });
 }
 
-std::string Bench::tale() const {
+std::string Bench::eventList() const {
     std::string line;
-    for (const std::string& event : told) line += (line.empty() ? "" : ", ") + event;
+    for (const std::string& event : events) line += (line.empty() ? "" : ", ") + event;
     return line;
 }
 

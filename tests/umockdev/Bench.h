@@ -80,9 +80,9 @@ class Bench {
     void settle();
 
     /// For example "arrived 1-2", "terminated 1-2", "removed 1-2", in order.
-    std::vector<std::string> told;
+    std::vector<std::string> events;
     /// The same in one line, with commas.
-    std::string tale() const;
+    std::string eventList() const;
     ServiceToken token(std::size_t index = 0) const;
     std::shared_ptr<USBService> service(std::size_t index = 0) const { return registry.service(token(index)); }
     /// A usable handle; fails the test when there is none.

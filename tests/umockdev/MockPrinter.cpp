@@ -15,7 +15,7 @@ namespace zul {
 namespace {
 
 template <class Record> Record& resolved(UMockdevIoctlData* argument) {
-    // The data stays with the argument, which gives it back to the client.
+    // The data remains with the argument, which gives it back to the client.
     UMockdevIoctlData* data = umockdev_ioctl_data_resolve(argument, 0, sizeof(Record), nullptr);
     auto& record = *reinterpret_cast<Record*>(data->data);
     umockdev_ioctl_data_unref(data);

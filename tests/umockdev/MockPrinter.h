@@ -1,4 +1,4 @@
-// A printer behind a mocked usbfs node: answers the kernel's calls from a script and writes down what it was asked.
+// A printer behind a mocked usbfs node: answers the kernel's calls from a script and records what it was asked.
 #pragma once
 
 #include "MockUrbs.h"
@@ -41,13 +41,13 @@ class MockPrinter {
     void stallsControl();
     /// The kernel's own driver holds the interface.
     void bindKernelDriver(const std::string& name);
-    /// Runs block each time the kernel's driver is being detached. It may call nothing of the printer but
+    /// Runs block each time the kernel's driver is being detached. It may call no operation of the printer but
     /// holdByOtherFromInside().
     void whenDetached(std::function<void()> block);
     void holdByOtherFromInside() { _heldByOther = true; }
     /// Another program holds the interface.
     void holdByOther(bool held);
-    /// Leaves the bus, as far as the kernel's calls tell; transfers under way end with that.
+    /// Leaves the bus, as far as the kernel's calls show; transfers under way end with that.
     void vanish();
     /// Leaves as soon as a transfer on this endpoint is asked for; the transfer ends with status.
     void vanishAtTransfer(std::uint8_t endpoint, int status);
@@ -68,7 +68,7 @@ class MockPrinter {
     };
     static int onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, MockPrinter* self);
     void handle(UMockdevIoctlClient* client, UMockdevIoctlData* argument, unsigned long request);
-    /// Result or -errno of the calls that are no transfers.
+    /// Result or -errno of the calls that are not transfers.
     int simpleCall(UMockdevIoctlData* argument, unsigned long request);
     int claim(unsigned interface);
     int driverCall(UMockdevIoctlData* argument);

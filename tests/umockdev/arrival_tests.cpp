@@ -1,4 +1,4 @@
-// What the bus tells of devices that come, go, come twice, or may not be opened yet.
+// What the bus reports of devices that come, go, come twice, or may not be opened yet.
 #include "Bench.h"
 
 #include "support/SimulatedClock.h"
@@ -47,27 +47,27 @@ struct TimedBench {
 
 } // namespace
 
-TEST_CASE("a bus that is started tells of an attached printer before start returns") {
+TEST_CASE("a bus that is started announces an attached printer before start returns") {
     Bench bench;
     bench.plug();
     bench.start();
-    CHECK(bench.tale() == "arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a second start of a running bus tells nothing twice") {
+TEST_CASE("a second start of a running bus announces no printer again") {
     Bench bench;
     bench.plug();
     bench.start();
     bench.start();
-    CHECK(bench.tale() == "arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a printer that is plugged in while the bus runs is told of") {
+TEST_CASE("a printer that is plugged in while the bus runs is announced") {
     Bench bench;
     bench.start();
-    CHECK(bench.told.empty());
+    CHECK(bench.events.empty());
     bench.plug();
-    CHECK(bench.until([&] { return bench.tale() == "arrived 1-2"; }));
+    CHECK(bench.until([&] { return bench.eventList() == "arrived 1-2"; }));
 }
 
 TEST_CASE("a printer that is unplugged is terminated first and removed then") {
@@ -75,8 +75,8 @@ TEST_CASE("a printer that is unplugged is terminated first and removed then") {
     bench.plug();
     bench.start();
     bench.unplug();
-    CHECK(bench.until([&] { return bench.told.size() == 3; }));
-    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2");
+    CHECK(bench.until([&] { return bench.events.size() == 3; }));
+    CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2");
     CHECK(bench.registry.services().empty());
 }
 
@@ -89,8 +89,8 @@ TEST_CASE("a printer that returns at the same port has a new token and the same 
     REQUIRE(bench.service()->GetLocationID(locationBefore) == kIOReturnSuccess);
     bench.unplug();
     bench.plug({.address = 5});
-    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
-    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
+    REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
+    CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
     CHECK(bench.token() != before);
     std::uint32_t locationAfter = 0;
     REQUIRE(bench.service()->GetLocationID(locationAfter) == kIOReturnSuccess);
@@ -98,7 +98,7 @@ TEST_CASE("a printer that returns at the same port has a new token and the same 
     CHECK(bench.service()->nodePath() == "/dev/bus/usb/001/005");
 }
 
-TEST_CASE("an arrival and a departure that wait together are told in their order") {
+TEST_CASE("an arrival and a departure that wait together are announced in their order") {
     Bench bench;
     if (!bench.hasUdevd()) return; // a device that the bus has not looked at before it left is never known
     bench.start();
@@ -106,58 +106,58 @@ TEST_CASE("an arrival and a departure that wait together are told in their order
     bench.mainQueue.waitForWork();
     bench.leave();
     bench.plug({.port = "1-3", .address = 6});
-    CHECK(bench.until([&] { return !bench.told.empty() && bench.told.back() == "arrived 1-3"; }));
-    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-3");
+    CHECK(bench.until([&] { return !bench.events.empty() && bench.events.back() == "arrived 1-3"; }));
+    CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-3");
 }
 
-TEST_CASE("a printer that has left before its arrival was handled is never told of") {
+TEST_CASE("a printer that has left before its arrival was handled is never announced") {
     Bench bench;
     bench.start();
     bench.plug();
     bench.mainQueue.waitForWork();
     bench.unplug();
     bench.settle();
-    CHECK(bench.told.empty());
+    CHECK(bench.events.empty());
 }
 
-TEST_CASE("a device that the system reports twice is told of once") {
+TEST_CASE("a device that the system reports twice is announced once") {
     Bench bench;
     bench.plug();
     bench.start();
     bench.announceAgain();
     bench.settle();
-    CHECK(bench.tale() == "arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a device that both the list at the start and an event report is told of once") {
+TEST_CASE("a device that both the list at the start and an event report is announced once") {
     Bench bench;
     bench.plug();
     bench.start();
     LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::arrived);
     bench.settle();
-    CHECK(bench.tale() == "arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a departure that is reported twice is told of once") {
+TEST_CASE("a departure that is reported twice is announced once") {
     Bench bench;
     bench.plug();
     bench.start();
     LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::left);
     LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::left);
     bench.settle();
-    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2");
+    CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2");
 }
 
-TEST_CASE("the departure of a device that was never told of is silent") {
+TEST_CASE("the departure of a device that was never announced is not reported") {
     Bench bench;
     bench.plug({.interfaceClass = 3});
     bench.start();
     bench.unplug();
     bench.settle();
-    CHECK(bench.told.empty());
+    CHECK(bench.events.empty());
 }
 
-TEST_CASE("a device without a printer interface is no service") {
+TEST_CASE("a device without a printer interface is not a service") {
     Bench bench;
     bench.plug({.interfaceClass = 8});
     bench.start();
@@ -177,17 +177,18 @@ TEST_CASE("every printer interface of a device is a service of its own") {
     Bench bench;
     bench.plug({.interfaces = 2});
     bench.start();
-    CHECK(bench.tale() == "arrived 1-2, arrived 1-2/1");
+    CHECK(bench.eventList() == "arrived 1-2, arrived 1-2/1");
     bench.unplug();
-    REQUIRE(bench.until([&] { return bench.told.size() == 6; }));
-    CHECK(bench.tale() == "arrived 1-2, arrived 1-2/1, terminated 1-2, removed 1-2, terminated 1-2/1, removed 1-2/1");
+    REQUIRE(bench.until([&] { return bench.events.size() == 6; }));
+    CHECK(bench.eventList() ==
+          "arrived 1-2, arrived 1-2/1, terminated 1-2, removed 1-2, terminated 1-2/1, removed 1-2/1");
 }
 
 TEST_CASE("alternate settings of one interface are one service") {
     Bench bench;
     bench.plug({.secondSetting = true});
     bench.start();
-    CHECK(bench.tale() == "arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2");
     std::uint8_t alternate = 9;
     CHECK(bench.service()->GetAlternateSetting(alternate) == kIOReturnSuccess);
     CHECK(alternate == 0);
@@ -223,7 +224,7 @@ TEST_CASE("a service answers from the descriptors without opening the node") {
     CHECK(bench.nodeOpens() == 0);
 }
 
-TEST_CASE("a printer behind a hub has one digit of its location for each port on the way") {
+TEST_CASE("a printer below a hub has one digit of its location for each port on the way") {
     Bench bench;
     bench.plug({.port = "1-2.4", .address = 7});
     bench.start();
@@ -247,76 +248,76 @@ TEST_CASE("two ports of a root hub with more than fifteen of them have two locat
     CHECK(locations == std::set<std::uint32_t>{0x01100000, 0x01100001});
 }
 
-TEST_CASE("a new printer whose node may not be opened is told of as soon as it may") {
+TEST_CASE("a new printer whose node may not be opened is announced as soon as it may") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.mode = 0});
     timed.advance(500ms);
-    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.events.empty());
     timed.bench.setMode(4, 0644);
     timed.advance(100ms);
-    CHECK(timed.bench.tale() == "arrived 1-2");
+    CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a new printer whose node stays closed is told of after two seconds all the same") {
+TEST_CASE("a new printer whose node stays closed is announced after two seconds all the same") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.mode = 0});
     timed.advance(1999ms);
-    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.events.empty());
     timed.advance(1ms);
-    CHECK(timed.bench.tale() == "arrived 1-2");
+    CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a printer that leaves while its node may not be opened is never told of") {
+TEST_CASE("a printer that leaves while its node may not be opened is never announced") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.mode = 0});
     timed.bench.unplug();
     timed.bench.mainQueue.waitForWork();
     timed.advance(5s);
-    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.events.empty());
     CHECK(timed.bench.registry.services().empty());
 }
 
-TEST_CASE("a printer attached before the start is told of at once even when its node may not be opened") {
+TEST_CASE("a printer attached before the start is announced at once even when its node may not be opened") {
     TimedBench timed;
     timed.bench.plug({.mode = 0});
     timed.bench.start();
-    CHECK(timed.bench.tale() == "arrived 1-2");
+    CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a printer that is reported before it is configured is told of when it is") {
+TEST_CASE("a printer that is reported before it is configured is announced when it is") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
     timed.advance(300ms);
-    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.events.empty());
     timed.bench.configure("1-2", "1");
     timed.advance(100ms);
-    CHECK(timed.bench.tale() == "arrived 1-2");
+    CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a printer that is configured long after its arrival, by hand for example, is told of then") {
+TEST_CASE("a printer that is configured long after its arrival, by hand for example, is announced then") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
     timed.advance(10s);
-    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.events.empty());
     timed.bench.configure("1-2", "1");
     timed.advance(2s);
-    CHECK(timed.bench.tale() == "arrived 1-2");
+    CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a device that is never configured is no service") {
+TEST_CASE("a device that is never configured is not a service") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
     timed.advance(5s);
-    CHECK(timed.bench.told.empty());
+    CHECK(timed.bench.events.empty());
 }
 
-TEST_CASE("a stopped bus tells nothing more, not even what waits already") {
+TEST_CASE("a stopped bus reports no more events, not even those that wait already") {
     Bench bench;
     bench.start();
     bench.plug();
@@ -324,16 +325,16 @@ TEST_CASE("a stopped bus tells nothing more, not even what waits already") {
     bench.bus.stop();
     bench.plug({.port = "1-3", .address = 6});
     bench.mainQueue.runPending();
-    CHECK(bench.told.empty());
+    CHECK(bench.events.empty());
 }
 
-TEST_CASE("a stopped bus that is started again tells of what is attached") {
+TEST_CASE("a stopped bus that is started again announces what is attached") {
     Bench bench;
     bench.plug();
     bench.start();
     bench.bus.stop();
     bench.registry.serviceTerminated(bench.token());
-    bench.told.clear();
+    bench.events.clear();
     bench.start();
-    CHECK(bench.tale() == "arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2");
 }

@@ -98,7 +98,7 @@ TEST_CASE("a close gives the claim up and can be followed by another open") {
     CHECK(printer.journal() == Journal{"claim 0", "release 0", "claim 0"});
 }
 
-TEST_CASE("a close of an interface that is not claimed is an error and asks nothing of the system") {
+TEST_CASE("a close of an interface that is not claimed is an error and makes no system call") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -224,7 +224,7 @@ TEST_CASE("a printer that has left is not given back") {
     bench.start();
     auto handle = bench.openHandle();
     bench.unplug();
-    REQUIRE(bench.until([&] { return bench.told.size() == 3; }));
+    REQUIRE(bench.until([&] { return bench.events.size() == 3; }));
     handle = nullptr;
     CHECK(printer.journal() == Journal{"claim 0 busy", "detach 0", "claim 0"});
 }
@@ -295,7 +295,7 @@ TEST_CASE("every call on a handle whose device has left gives no device") {
     std::shared_ptr<IOUSBDeviceInterface> device;
     REQUIRE(handle->GetDevice(device) == kIOReturnSuccess);
     bench.unplug();
-    REQUIRE(bench.until([&] { return bench.told.size() == 3; }));
+    REQUIRE(bench.until([&] { return bench.events.size() == 3; }));
     const Journal before = printer.journal();
 
     std::uint8_t byte = 0;

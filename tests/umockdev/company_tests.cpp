@@ -106,7 +106,7 @@ TEST_CASE("a printer that has left has no holder") {
     Company company;
     company.processes.add(300, "ipp-usb", kNode);
     company.bench.unplug();
-    REQUIRE(company.bench.until([&] { return company.bench.told.size() == 3; }));
+    REQUIRE(company.bench.until([&] { return company.bench.events.size() == 3; }));
     CHECK(company.handle->holder() == InterfaceHolder{});
 }
 

@@ -23,7 +23,7 @@ IOUSBDevRequestTO deviceID(std::vector<char>& buffer, std::uint32_t completionTi
 
 } // namespace
 
-TEST_CASE("a control request works without a claim and tells how much came") {
+TEST_CASE("a control request works without a claim and reports how much came") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -117,7 +117,7 @@ TEST_CASE("a control request without a time-out of its own ends all the same") {
     CHECK(bench.handle()->ControlRequestTO(0, request) == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a control request that the device refuses gives pipe stalled and clears nothing") {
+TEST_CASE("a control request that the device refuses gives pipe stalled and clears no halt") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();

@@ -173,7 +173,7 @@ TEST_CASE("a printer that has just come is opened as soon as the rights of its d
     Hidden hidden;
     hidden.bench.start();
     MockPrinter& printer = hidden.plug();
-    REQUIRE(hidden.bench.until([&] { return hidden.bench.told.size() == 1; }));
+    REQUIRE(hidden.bench.until([&] { return hidden.bench.events.size() == 1; }));
     const auto handle = hidden.bench.handle();
     SerialQueue queue("printer", hidden.clock);
     std::optional<IOReturn> code;
@@ -192,7 +192,7 @@ TEST_CASE("a printer that came two seconds ago is not waited for any more") {
     Hidden hidden;
     hidden.bench.start();
     hidden.plug();
-    REQUIRE(hidden.bench.until([&] { return hidden.bench.told.size() == 1; }));
+    REQUIRE(hidden.bench.until([&] { return hidden.bench.events.size() == 1; }));
     const auto handle = hidden.bench.handle();
     hidden.clock.advance(hidden.bench.mainQueue, 2s);
     const auto before = hidden.clock.now();

@@ -1,4 +1,4 @@
-// Waiting for another program to let go of a printer.
+// Waiting for another program to release a printer.
 #include "Bench.h"
 #include "support/SimulatedClock.h"
 
@@ -12,14 +12,14 @@ struct Held {
     Bench bench{&clock};
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.handle());
-    int told = 0;
+    int reports = 0;
 
     Held() {
         printer.holdByOther(true);
         REQUIRE(handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
     }
     void watch() {
-        handle->watchHolder([this] { ++told; });
+        handle->watchHolder([this] { ++reports; });
     }
     void otherLetsGo() {
         printer.holdByOther(false);
@@ -29,40 +29,40 @@ struct Held {
 
 } // namespace
 
-TEST_CASE("a close of the node by another program is told while the holder is watched") {
+TEST_CASE("a close of the node by another program is reported while the holder is watched") {
     Held held;
     held.watch();
     held.otherLetsGo();
-    CHECK(held.bench.until([&] { return held.told == 1; }));
+    CHECK(held.bench.until([&] { return held.reports == 1; }));
     CHECK(held.handle->tryClaim() == kIOReturnSuccess);
 }
 
-TEST_CASE("a close of the node for reading only is told too") {
+TEST_CASE("a close of the node for reading only is reported, too") {
     Held held;
     held.watch();
     held.bench.openAndCloseNode(4, /*readOnly=*/true);
-    CHECK(held.bench.until([&] { return held.told == 1; }));
+    CHECK(held.bench.until([&] { return held.reports == 1; }));
 }
 
 TEST_CASE("a holder that keeps the node open is asked after every five seconds") {
     Held held;
     held.watch();
     held.clock.advance(held.bench.mainQueue, 4999ms);
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
     held.clock.advance(held.bench.mainQueue, 1ms);
-    CHECK(held.told == 1);
+    CHECK(held.reports == 1);
     held.clock.advance(held.bench.mainQueue, 10s);
-    CHECK(held.told == 3);
+    CHECK(held.reports == 3);
 }
 
-TEST_CASE("a watch that was ended tells nothing more") {
+TEST_CASE("a watch that was ended makes no more reports") {
     Held held;
     held.watch();
     held.handle->watchHolder(nullptr);
     held.otherLetsGo();
     held.clock.advance(held.bench.mainQueue, 20s);
     held.bench.settle();
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
 }
 
 TEST_CASE("a second watch takes the place of the first") {
@@ -72,7 +72,7 @@ TEST_CASE("a second watch takes the place of the first") {
     held.watch();
     held.clock.advance(held.bench.mainQueue, 5s);
     CHECK(first == 0);
-    CHECK(held.told == 1);
+    CHECK(held.reports == 1);
 }
 
 TEST_CASE("own claims and releases are not taken for another program's") {
@@ -86,16 +86,16 @@ TEST_CASE("own claims and releases are not taken for another program's") {
     CHECK(held.bench.service()->createInterfaceInterface(another) == kIOReturnSuccess);
     another = nullptr;
     held.bench.settle();
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
 }
 
 TEST_CASE("a watch ends when the device leaves") {
     Held held;
     held.watch();
     held.bench.leave();
-    REQUIRE(held.bench.until([&] { return held.bench.told.size() == 3; }));
+    REQUIRE(held.bench.until([&] { return held.bench.events.size() == 3; }));
     held.clock.advance(held.bench.mainQueue, 20s);
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
 }
 
 TEST_CASE("a watch ends with its handle") {
@@ -105,7 +105,7 @@ TEST_CASE("a watch ends with its handle") {
     held.otherLetsGo();
     held.clock.advance(held.bench.mainQueue, 20s);
     held.bench.settle();
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
 }
 
 TEST_CASE("a watch ends with the bus") {
@@ -114,18 +114,18 @@ TEST_CASE("a watch ends with the bus") {
     held.bench.bus.stop();
     held.otherLetsGo();
     held.clock.advance(held.bench.mainQueue, 20s);
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
 }
 
 TEST_CASE("two printers are watched each by itself") {
     Held held;
     held.bench.plug({.port = "1-3", .address = 6});
-    REQUIRE(held.bench.until([&] { return held.bench.told.size() == 2; }));
+    REQUIRE(held.bench.until([&] { return held.bench.events.size() == 2; }));
     int other = 0;
     const auto second = held.bench.handle(1);
     second->watchHolder([&] { ++other; });
     held.watch();
     held.bench.openAndCloseNode(6);
     CHECK(held.bench.until([&] { return other == 1; }));
-    CHECK(held.told == 0);
+    CHECK(held.reports == 0);
 }

@@ -89,7 +89,7 @@ TEST_CASE("printers that answer the request for their device IDs are announced b
     bench.plug({.port = "1-3", .address = 5}).answersControl(kDeviceID);
     bench.plug({.port = "1-4", .address = 6}).answersControl(kDeviceID);
     bench.start();
-    CHECK(bench.tale() == "arrived 1-2, arrived 1-3, arrived 1-4");
+    CHECK(bench.eventList() == "arrived 1-2, arrived 1-3, arrived 1-4");
     CHECK_FALSE(bench.bus.hasPending());
 }
 
@@ -134,9 +134,9 @@ TEST_CASE("a device ID that comes only at the second request is found") {
         printer.answersControl("", status);
         printer.answersControl(kDeviceID);
         reader.handleArrival();
-        CHECK(reader.bench.told.empty());
+        CHECK(reader.bench.events.empty());
         reader.advance(250ms);
-        CHECK(reader.bench.tale() == "arrived 1-2");
+        CHECK(reader.bench.eventList() == "arrived 1-2");
         CHECK(askDeviceID(*reader.bench.handle()).reply == kDeviceID);
     }
 }
@@ -152,7 +152,7 @@ TEST_CASE("a device ID without text is asked for again") {
         printer.answersControl(reply);
         printer.answersControl(kDeviceID);
         reader.handleArrival();
-        CHECK(reader.bench.told.empty());
+        CHECK(reader.bench.events.empty());
         reader.advance(250ms);
         CHECK(askDeviceID(*reader.bench.handle()).reply == kDeviceID);
     }
@@ -166,7 +166,7 @@ TEST_CASE("a printer that has no better device ID than an empty one is announced
     printer.stallsControl();
     reader.handleArrival();
     reader.advance(3s);
-    REQUIRE(reader.bench.tale() == "arrived 1-2");
+    REQUIRE(reader.bench.eventList() == "arrived 1-2");
     CHECK(askDeviceID(*reader.bench.handle()).reply == std::string("\0\x02", 2));
 }
 
@@ -179,9 +179,9 @@ TEST_CASE("a printer that never answers the request for its device ID is announc
     printer.stallsControl();
     reader.handleArrival();
     reader.advance(2s);
-    CHECK(reader.bench.told.empty());
+    CHECK(reader.bench.events.empty());
     reader.advance(1s);
-    CHECK(reader.bench.tale() == "arrived 1-2");
+    CHECK(reader.bench.eventList() == "arrived 1-2");
     const int asked = Reader::requests(printer);
     CHECK(asked >= 10);
     CHECK(askDeviceID(*reader.bench.handle()).code == kIOUSBTransactionTimeout);
@@ -196,13 +196,13 @@ TEST_CASE("printers without an answer hold neither start nor the main queue, and
     const auto began = reader.clock.now();
     reader.bench.start();
     CHECK(reader.clock.now() - began <= 100ms);
-    CHECK(reader.bench.told.empty());
+    CHECK(reader.bench.events.empty());
     CHECK(reader.bench.bus.hasPending());
     int enumerated = 0;
     reader.bench.bus.whenEnumerated([&] { ++enumerated; });
     CHECK(enumerated == 0);
     reader.advance(3s);
-    CHECK(reader.bench.told.size() == 4);
+    CHECK(reader.bench.events.size() == 4);
     CHECK(enumerated == 1);
     CHECK_FALSE(reader.bench.bus.hasPending());
     reader.bench.bus.whenEnumerated([&] { ++enumerated; });
@@ -219,7 +219,7 @@ TEST_CASE("a printer that leaves while its device ID is asked for is never annou
     reader.bench.unplug();
     reader.bench.mainQueue.waitForWork();
     reader.advance(5s);
-    CHECK(reader.bench.told.empty());
+    CHECK(reader.bench.events.empty());
     CHECK(enumerated == 1);
     CHECK(reader.bench.nodeOpens() == 0);
 }
@@ -232,9 +232,9 @@ TEST_CASE("a printer that leaves and returns while its device ID is asked for is
     reader.bench.unplug();
     reader.bench.mainQueue.waitForWork();
     reader.bench.plug({.address = 5}).answersControl(kDeviceID);
-    REQUIRE(reader.bench.until([&] { return !reader.bench.told.empty(); }));
+    REQUIRE(reader.bench.until([&] { return !reader.bench.events.empty(); }));
     reader.advance(5s);
-    CHECK(reader.bench.tale() == "arrived 1-2");
+    CHECK(reader.bench.eventList() == "arrived 1-2");
     CHECK(reader.bench.service()->nodePath() == "/dev/bus/usb/001/005");
 }
 
@@ -244,12 +244,12 @@ TEST_CASE("a printer that arrives later is announced first when an earlier one d
     reader.bench.plug().stallsControl();
     reader.handleArrival();
     reader.bench.plug({.port = "1-3", .address = 5}).answersControl(kDeviceID);
-    REQUIRE(reader.bench.until([&] { return !reader.bench.told.empty(); }));
+    REQUIRE(reader.bench.until([&] { return !reader.bench.events.empty(); }));
     reader.advance(3s);
-    CHECK(reader.bench.tale() == "arrived 1-3, arrived 1-2");
+    CHECK(reader.bench.eventList() == "arrived 1-3, arrived 1-2");
 }
 
-TEST_CASE("the device IDs of two interfaces are read and told apart") {
+TEST_CASE("the device IDs of two interfaces are read and distinguished") {
     Reader reader;
     MockPrinter& printer = reader.bench.plug({.interfaces = 2});
     printer.answersControl(kDeviceID);
@@ -270,8 +270,8 @@ TEST_CASE("after a re-enumeration in place the device ID is read anew, and the d
     REQUIRE(reader.bench.handle()->GetDevice(device) == kIOReturnSuccess);
     printer.answersControl(std::string("\0\x05new", 5));
     REQUIRE(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
-    REQUIRE(reader.bench.until([&] { return reader.bench.told.size() == 4; }));
-    CHECK(reader.bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
+    REQUIRE(reader.bench.until([&] { return reader.bench.events.size() == 4; }));
+    CHECK(reader.bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
     CHECK(askDeviceID(*reader.bench.handle()).reply == std::string("\0\x05new", 5));
 }
 
@@ -279,7 +279,7 @@ TEST_CASE("the node of a printer that is not ours is not opened before it is ann
     Reader reader;
     MockPrinter& printer = reader.bench.plug({.product = 99});
     reader.bench.start();
-    CHECK(reader.bench.tale() == "arrived 1-2");
+    CHECK(reader.bench.eventList() == "arrived 1-2");
     CHECK(printer.journal().empty());
     CHECK(reader.bench.nodeOpens() == 0);
 }
@@ -290,7 +290,7 @@ TEST_CASE("a printer that another process of ours has reserved is announced with
     reader.reservations.reserve(kKey);
     reader.bench.start();
     reader.clock.settle(reader.bench.mainQueue);
-    CHECK(reader.bench.tale() == "arrived 1-2");
+    CHECK(reader.bench.eventList() == "arrived 1-2");
     CHECK(printer.journal().empty());
     CHECK(reader.bench.nodeOpens() == 0);
 }
@@ -300,7 +300,7 @@ TEST_CASE("a printer whose node may not be opened is announced without its devic
     reader.bench.plug({.mode = 0});
     reader.bench.start();
     reader.clock.settle(reader.bench.mainQueue);
-    CHECK(reader.bench.tale() == "arrived 1-2");
+    CHECK(reader.bench.eventList() == "arrived 1-2");
 }
 
 TEST_CASE("the node is closed again when nobody wants the printer") {
@@ -308,7 +308,7 @@ TEST_CASE("the node is closed again when nobody wants the printer") {
     reader.bench.plug().answersControl(kDeviceID);
     reader.bench.start();
     reader.clock.settle(reader.bench.mainQueue);
-    REQUIRE(reader.bench.tale() == "arrived 1-2");
+    REQUIRE(reader.bench.eventList() == "arrived 1-2");
     CHECK(reader.bench.until([&] { return reader.bench.nodeOpens() == 0; }));
 }
 
@@ -320,7 +320,7 @@ TEST_CASE("a bus that stops while device IDs are asked for reports nothing more"
     reader.bench.bus.whenEnumerated([&] { ++enumerated; });
     reader.bench.bus.stop();
     reader.advance(5s);
-    CHECK(reader.bench.told.empty());
+    CHECK(reader.bench.events.empty());
     CHECK(enumerated == 0);
     CHECK_FALSE(reader.bench.bus.hasPending());
 }

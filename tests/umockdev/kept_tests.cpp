@@ -44,9 +44,9 @@ struct Kept {
     /// Leaves, and comes back under the next address.
     MockPrinter& restart(const Plug& next = {.address = 5}) {
         bench.unplug();
-        REQUIRE(bench.until([&] { return bench.told.size() == 3; }));
+        REQUIRE(bench.until([&] { return bench.events.size() == 3; }));
         plug(next);
-        REQUIRE(bench.until([&] { return bench.told.size() >= 4; }));
+        REQUIRE(bench.until([&] { return bench.events.size() >= 4; }));
         return *printer;
     }
     void keep(bool kept = true) { bench.bus.setKept(kLocation, kept); }
@@ -134,7 +134,7 @@ TEST_CASE("a printer that returns to a kept place is claimed before it is announ
     Kept kept;
     kept.keep();
     MockPrinter& returned = kept.restart();
-    CHECK(kept.bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
+    CHECK(kept.bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
     REQUIRE(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0"});
     const auto handle = kept.bench.openHandle();
     CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0"});
@@ -164,10 +164,10 @@ TEST_CASE("a printer that was claimed before the kernel's driver could is left t
     Kept kept;
     kept.keep();
     kept.bench.unplug();
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 3; }));
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 3; }));
     MockPrinter& returned = kept.bench.plug({.address = 5});
     returned.answersControl(kDeviceID);
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 4; }));
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 4; }));
     kept.keep(false);
     kept.advance(1s);
     CHECK(returned.kernelDriver() == "usblp");
@@ -177,11 +177,11 @@ TEST_CASE("a printer that returns to a kept place and is held by then is announc
     Kept kept;
     kept.keep();
     kept.bench.unplug();
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 3; }));
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 3; }));
     MockPrinter& returned = kept.plug({.address = 5});
     returned.bindKernelDriver("");
     returned.holdByOther(true);
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 4; }));
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 4; }));
     CHECK(kept.bench.handle()->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
 }
 
@@ -219,17 +219,17 @@ TEST_CASE("a kept printer that is re-enumerated in place stays claimed") {
     REQUIRE(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     device = nullptr;
     kept.handle = nullptr;
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 4; }));
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 4; }));
     kept.advance(5s);
     CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "reset", "claim 0"});
 }
 
-TEST_CASE("a kept printer of another kind that is re-enumerated in place is claimed again before anybody hears of it") {
+TEST_CASE("a kept printer of another kind that is re-enumerated in place is claimed again before it is announced") {
     Kept kept;
     kept.bench.unplug();
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 3; }));
-    kept.plug({.address = 5, .product = 99}); // nothing is prepared for it
-    REQUIRE(kept.bench.until([&] { return kept.bench.told.size() == 4; }));
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 3; }));
+    kept.plug({.address = 5, .product = 99}); // not prepared
+    REQUIRE(kept.bench.until([&] { return kept.bench.events.size() == 4; }));
     kept.handle = kept.bench.openHandle();
     kept.keep();
     std::shared_ptr<IOUSBDeviceInterface> device;

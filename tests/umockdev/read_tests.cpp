@@ -62,7 +62,7 @@ TEST_CASE("a read of more than a packet asks for the next multiple of it") {
     CHECK(reader.printer.journal().back() == "in 81 128");
 }
 
-TEST_CASE("a header and a body in one packet are two reads of which the second asks the device for nothing") {
+TEST_CASE("a header and a body in one packet are two reads of which the second makes no transfer") {
     Reader reader;
     reader.printer.sends("0000000600000\r");
     CHECK(reader.get(8).bytes == "00000006");
@@ -88,7 +88,7 @@ TEST_CASE("what was kept of an ended transfer is not joined with the next one") 
     CHECK(reader.get(4).bytes == "next");
 }
 
-TEST_CASE("what was kept of a transfer that goes on is completed from it") {
+TEST_CASE("what was kept of a transfer that continues is completed from it") {
     Reader reader;
     const std::string body(100, 'b');
     const std::string all = "00000100" + body;
@@ -108,7 +108,7 @@ TEST_CASE("what was kept is dropped when the interface is closed") {
     CHECK(reader.get(8).bytes == "new");
 }
 
-TEST_CASE("a read of no bytes returns at once and asks the device for nothing") {
+TEST_CASE("a read of no bytes returns at once and makes no transfer") {
     Reader reader;
     const Read result = reader.get(0);
     CHECK(result.code == kIOReturnSuccess);
@@ -124,7 +124,7 @@ TEST_CASE("an empty packet is a read of no bytes") {
     CHECK(result.bytes.empty());
 }
 
-TEST_CASE("a read that nothing answers times out") {
+TEST_CASE("a read without an answer times out") {
     Reader reader;
     CHECK(reader.get(8, 20).code == kIOUSBTransactionTimeout);
 }
@@ -188,7 +188,7 @@ TEST_CASE("a read of a device that the kernel has dropped but not yet reported g
     CHECK(reader.get(8).code == kIOReturnNoDevice);
 }
 
-TEST_CASE("a read without a claim is an error and asks the device for nothing") {
+TEST_CASE("a read without a claim is an error and makes no transfer") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();

@@ -28,7 +28,7 @@ struct Resetter {
 
 } // namespace
 
-TEST_CASE("a device tells its string indices from the descriptor") {
+TEST_CASE("a device answers its string indices from the descriptor") {
     Resetter resetter;
     std::uint8_t index = 0;
     CHECK((resetter.device->USBGetManufacturerStringIndex(index) == kIOReturnSuccess && index == 1));
@@ -36,13 +36,13 @@ TEST_CASE("a device tells its string indices from the descriptor") {
     CHECK((resetter.device->USBGetSerialNumberStringIndex(index) == kIOReturnSuccess && index == 3));
 }
 
-TEST_CASE("a reset keeps the claim and tells nobody") {
+TEST_CASE("a reset keeps the claim and causes no event") {
     Resetter resetter;
     CHECK(resetter.device->ResetDevice() == kIOReturnSuccess);
     CHECK(resetter.device->USBDeviceClose() == kIOReturnSuccess);
     CHECK(resetter.handle->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
     resetter.bench.settle();
-    CHECK(resetter.bench.tale() == "arrived 1-2");
+    CHECK(resetter.bench.eventList() == "arrived 1-2");
 }
 
 TEST_CASE("a reset that the system refuses gives an error") {
@@ -57,14 +57,14 @@ TEST_CASE("a reset of a device that comes back as another one gives not found") 
     CHECK(resetter.device->ResetDevice() == kIOReturnNotFound);
 }
 
-TEST_CASE("a re-enumeration in place is told as a departure and an arrival with a new token") {
+TEST_CASE("a re-enumeration in place is reported as a departure and an arrival with a new token") {
     Resetter resetter;
     Bench& bench = resetter.bench;
     const ServiceToken before = bench.token();
     CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
-    CHECK(bench.tale() == "arrived 1-2"); // nothing before the main queue runs
-    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
-    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
+    CHECK(bench.eventList() == "arrived 1-2"); // nothing before the main queue runs
+    REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
+    CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
     CHECK(bench.token() != before);
     CHECK(bench.registry.services().size() == 1);
 }
@@ -75,7 +75,7 @@ TEST_CASE("after a re-enumeration in place the old handles have no device and a 
     REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     CHECK(resetter.device->USBDeviceClose() == kIOReturnNoDevice);
     CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnNoDevice);
-    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
     const auto renewed = bench.openHandle();
     resetter.handle = nullptr; // the old handle goes while the new one is in use
     CHECK(renewed->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
@@ -94,7 +94,7 @@ TEST_CASE("after a re-enumeration the kernel's driver gets the printer back a se
     REQUIRE(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     device = nullptr;
     handle = nullptr; // before the new service is known
-    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
     auto renewed = bench.openHandle();
     clock.advance(bench.mainQueue, std::chrono::seconds(5));
     CHECK(printer.kernelDriver().empty());
@@ -103,12 +103,13 @@ TEST_CASE("after a re-enumeration the kernel's driver gets the printer back a se
     CHECK(printer.kernelDriver() == "usblp");
 }
 
-TEST_CASE("a re-enumeration after which the system brings the device back itself is success and invents no events") {
+TEST_CASE(
+    "a re-enumeration after which the system brings the device back itself is success and causes no further events") {
     Resetter resetter;
     resetter.printer.refuses(USBDEVFS_RESET, ENODEV);
     CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     resetter.bench.settle();
-    CHECK(resetter.bench.tale() == "arrived 1-2");
+    CHECK(resetter.bench.eventList() == "arrived 1-2");
 }
 
 TEST_CASE("a re-enumeration that the system refuses gives an error and changes nothing") {
@@ -116,7 +117,7 @@ TEST_CASE("a re-enumeration that the system refuses gives an error and changes n
     resetter.printer.refuses(USBDEVFS_RESET, EIO);
     CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnError);
     resetter.bench.settle();
-    CHECK(resetter.bench.tale() == "arrived 1-2");
+    CHECK(resetter.bench.eventList() == "arrived 1-2");
     CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
@@ -132,21 +133,21 @@ TEST_CASE("an interface that was open stays open when the system refuses a re-en
     CHECK(std::string(bytes, size) == "00000006");
 }
 
-TEST_CASE("a device that leaves after a re-enumeration in place is told of as its new service") {
+TEST_CASE("a device that leaves after a re-enumeration in place is reported as its new service") {
     Resetter resetter;
     Bench& bench = resetter.bench;
     REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
-    REQUIRE(bench.until([&] { return bench.told.size() == 4; }));
+    REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
     bench.unplug();
-    REQUIRE(bench.until([&] { return bench.told.size() == 6; }));
-    CHECK(bench.tale() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2, terminated 1-2, removed 1-2");
+    REQUIRE(bench.until([&] { return bench.events.size() == 6; }));
+    CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2, terminated 1-2, removed 1-2");
 }
 
 TEST_CASE("every call on a device handle whose device has left gives no device") {
     Resetter resetter;
     Bench& bench = resetter.bench;
     bench.unplug();
-    REQUIRE(bench.until([&] { return bench.told.size() == 3; }));
+    REQUIRE(bench.until([&] { return bench.events.size() == 3; }));
     std::uint8_t index = 0;
     CHECK(resetter.device->USBDeviceOpen() == kIOReturnNoDevice);
     CHECK(resetter.device->USBDeviceClose() == kIOReturnNoDevice);

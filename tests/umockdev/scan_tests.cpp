@@ -23,8 +23,8 @@ struct Bare {
         return options;
     }
     void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
-    bool tells(const std::string& tale) {
-        return bench.until([&] { return bench.tale() == tale; });
+    bool reports(const std::string& expected) {
+        return bench.until([&] { return bench.eventList() == expected; });
     }
 };
 
@@ -47,16 +47,16 @@ TEST_CASE("without udevd arrivals are seen by the kernel's reports") {
     bare.bench.plug();
     bare.bench.start();
     CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byKernel);
-    CHECK(bare.bench.tale() == "arrived 1-2");
+    CHECK(bare.bench.eventList() == "arrived 1-2");
     bare.bench.plug({.port = "1-3", .address = 5});
-    CHECK(bare.tells("arrived 1-2, arrived 1-3"));
+    CHECK(bare.reports("arrived 1-2, arrived 1-3"));
     bare.bench.unplug("1-2");
-    CHECK(bare.tells("arrived 1-2, arrived 1-3, terminated 1-2, removed 1-2"));
+    CHECK(bare.reports("arrived 1-2, arrived 1-3, terminated 1-2, removed 1-2"));
 }
 
 TEST_CASE("an udevd that was killed is not waited for") {
     Bare bare;
-    { const ListeningUdevd killed(bare.run.path); } // its socket's file stays
+    { const ListeningUdevd killed(bare.run.path); } // its socket's file remains
     bare.bench.start();
     CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byKernel);
 }
@@ -67,22 +67,22 @@ TEST_CASE("where the kernel's reports are refused the bus is looked at every two
     CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byRescan);
     bare.bench.plug();
     bare.advance(1999ms);
-    CHECK(bare.bench.told.empty());
+    CHECK(bare.bench.events.empty());
     bare.advance(1ms);
-    CHECK(bare.tells("arrived 1-2"));
+    CHECK(bare.reports("arrived 1-2"));
     bare.bench.unplug();
     bare.advance(2s);
-    CHECK(bare.tells("arrived 1-2, terminated 1-2, removed 1-2"));
+    CHECK(bare.reports("arrived 1-2, terminated 1-2, removed 1-2"));
 }
 
-TEST_CASE("a look at an unchanged bus reports nothing") {
+TEST_CASE("a scan of an unchanged bus reports no event") {
     Bare bare(kRefused);
     bare.bench.plug();
     bare.bench.start();
     for (int i = 0; i < 3; ++i) bare.advance(2s);
     bare.bench.plug({.port = "1-3", .address = 5}); // the next look's
     bare.advance(2s);
-    CHECK(bare.tells("arrived 1-2, arrived 1-3"));
+    CHECK(bare.reports("arrived 1-2, arrived 1-3"));
 }
 
 TEST_CASE("a printer that was away for less than a look and has its old address shows as gone and come") {
@@ -96,17 +96,17 @@ TEST_CASE("a printer that was away for less than a look and has its old address 
     bare.bench.plug();
     ::closedir(folder);
     bare.advance(2s);
-    CHECK(bare.tells("arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2"));
+    CHECK(bare.reports("arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2"));
 }
 
-TEST_CASE("a printer goes on working after the bus was looked at again") {
+TEST_CASE("a printer keeps working after the bus was scanned again") {
     Bare bare(kRefused);
     MockPrinter& printer = bare.bench.plug();
     bare.bench.start();
     const auto handle = bare.bench.openHandle();
     bare.bench.plug({.port = "1-3", .address = 5});
     bare.advance(2s);
-    REQUIRE(bare.tells("arrived 1-2, arrived 1-3"));
+    REQUIRE(bare.reports("arrived 1-2, arrived 1-3"));
     CHECK(handle->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
     CHECK(printer.received() == "frame");
 }
@@ -131,5 +131,5 @@ TEST_CASE("a stopped bus is not looked at any more") {
     bare.bench.bus.stop();
     bare.bench.plug();
     CHECK(bare.clock.drain(bare.bench.mainQueue, 10s)); // no timer is left
-    CHECK(bare.bench.told.empty());
+    CHECK(bare.bench.events.empty());
 }

@@ -44,7 +44,7 @@ TEST_CASE("a write of a multiple of the packet size is not followed by an empty 
     CHECK(writer.printer.journal() == Journal{"claim 0", "out 02 128"});
 }
 
-TEST_CASE("a large write goes out in pieces, whole and in order, and tells of each") {
+TEST_CASE("a large write goes out in pieces, whole and in order, and reports each") {
     Writer writer;
     std::vector<std::pair<std::uint32_t, std::uint32_t>> progress;
     writer.handle->setWriteProgress(
@@ -58,7 +58,7 @@ TEST_CASE("a large write goes out in pieces, whole and in order, and tells of ea
           std::vector<std::pair<std::uint32_t, std::uint32_t>>{{kPiece, total}, {2 * kPiece, total}, {total, total}});
 }
 
-TEST_CASE("a write of no bytes is success and sends nothing") {
+TEST_CASE("a write of no bytes is success and makes no transfer") {
     Writer writer;
     CHECK(writer.put("") == kIOReturnSuccess);
     CHECK(writer.printer.journal() == Journal{"claim 0"});
@@ -83,18 +83,18 @@ TEST_CASE("a write that times out before its last byte has gone is a time-out") 
     CHECK(writer.put("frame", 20) == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a write whose second piece is not taken times out after the first has been told of") {
+TEST_CASE("a write whose second piece is not taken times out after the first has been reported") {
     Writer writer;
-    std::uint32_t told = 0;
-    writer.handle->setWriteProgress([&](std::uint32_t done, std::uint32_t) { told = done; });
+    std::uint32_t reported = 0;
+    writer.handle->setWriteProgress([&](std::uint32_t done, std::uint32_t) { reported = done; });
     writer.printer.takes(kPiece);
     writer.printer.takesNothingMore();
     CHECK(writer.put(pattern(kPiece + 1), 200) == kIOUSBTransactionTimeout);
-    CHECK(told == kPiece);
+    CHECK(reported == kPiece);
     CHECK(writer.printer.journal() == Journal{"claim 0", "out 02 262144", "out 02 1"});
 }
 
-TEST_CASE("a piece that ends early without an error is an underrun and nothing is sent after it") {
+TEST_CASE("a piece that ends early without an error is an underrun and the rest is not sent") {
     Writer writer;
     writer.printer.takes(100);
     CHECK(writer.put(pattern(kPiece + 1)) == kIOReturnUnderrun);
@@ -125,7 +125,7 @@ TEST_CASE("a write during which the device leaves gives no device, whichever err
     }
 }
 
-TEST_CASE("a write without a claim is an error and sends nothing") {
+TEST_CASE("a write without a claim is an error and makes no transfer") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();

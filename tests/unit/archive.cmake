@@ -1,6 +1,5 @@
 target_sources(unit_tests PRIVATE
   archive/ArchiveProblemTests.cpp
-  archive/FileReaderTests.cpp
   archive/FirmwareArchiveTests.cpp
   archive/ProductTableTests.cpp
   archive/SRecordTests.cpp)

@@ -1,6 +1,5 @@
 target_sources(unit_tests PRIVATE
   base/HostTests.cpp
   base/LogTests.cpp
-  base/StatusCodeNamesTests.cpp
   base/StringAdditionsTests.cpp
   base/USBInterfaceHelpersTests.cpp)

@@ -12,4 +12,5 @@ target_sources(unit_tests PRIVATE
   engine/NoQueueTests.cpp
   engine/QueryTests.cpp
   engine/ReplyShapeTests.cpp
+  engine/StatusCodeNamesTests.cpp
   engine/StatusTests.cpp)

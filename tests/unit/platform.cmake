@@ -1,5 +1,8 @@
 target_sources(unit_tests PRIVATE
   platform/DataTests.cpp
+  platform/FileReaderTests.cpp
+  platform/FilesTests.cpp
+  platform/FoldersTests.cpp
   platform/KeyValueObservingTests.cpp
   platform/LocalTimeTests.cpp
   platform/PrintableTextTests.cpp
@@ -7,4 +10,4 @@ target_sources(unit_tests PRIVATE
   platform/ScriptedInterfaceTests.cpp
   platform/ServiceRegistryTests.cpp
   platform/SettingsTests.cpp
-  platform/StateFolderTests.cpp)
+  platform/SignalsTests.cpp)

@@ -1,10 +1,10 @@
-// What an alert is about. Set where the alert is made; nobody finds it out from a text.
+// What an alert is about. Set where the alert is made, so that no part of the program has to read it from a text.
 #pragma once
 
 namespace zul {
 
 enum class AlertKind {
-    other,        // asks for nothing
+    other,        // asks no question
     agreement,    // "I Agree" before every update
     corruption,   // the firmware files are damaged; at the start of an update its button ends the application
     notNeeded,    // the installed firmware is newer
@@ -17,9 +17,9 @@ enum class AlertKind {
     problem,      // the same, without any colour table
     loaderFound,  // a printer was found in its loader although this program did not put it there
     loaderLeft,   // advice after "Ignore" to that
-    powerCycle,   // the USB serial-number setting counts from the next power-up on
+    powerCycle,   // the USB serial-number setting takes effect at the next power-up
     printerBusy,  // the setting could not be changed
-    verdict,      // what an update came to by the facts, where the engine's report differs
+    verdict,      // the result of an update as the supervisor judges it, where the engine's report differs
 };
 
 } // namespace zul

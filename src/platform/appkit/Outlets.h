@@ -34,7 +34,7 @@ struct CheckBox {
     std::function<void(CheckBox& sender)> action;
 };
 
-/// The alert as it stands on the screen, for the layout step.
+/// The alert as it is on the screen, for the layout step.
 class AlertLayout {
   public:
     virtual ~AlertLayout() = default;
@@ -50,8 +50,8 @@ struct AlertDescription {
     std::string messageText;          // the title, in bold
     std::string informativeText;      // may be empty
     std::vector<std::string> buttons; // in order; the first is the default button; never empty
-    std::size_t harmlessButton = 0;   // index of the button that starts nothing
-    /// Index of the button that Escape presses; nullopt: Escape does nothing.
+    std::size_t harmlessButton = 0;   // index of the button that starts no operation
+    /// Index of the button that Escape presses; nullopt: Escape has no effect.
     std::optional<std::size_t> escapeButton = {};
     AlertStyle style = AlertStyle::warning;
     std::string iconName;                           // picture of the printer; empty when there is none
@@ -79,10 +79,10 @@ class TBPrinters;
 class ApplicationOutlet {
   public:
     virtual ~ApplicationOutlet() = default;
-    virtual void setDelegate(TBPrinters* delegate) = 0;
+    virtual void setDelegate(TBPrinters* delegate) = 0; // asked before the end; null: none
     /// Asks the delegate (applicationShouldTerminate:) and ends the application's loop.
     virtual void terminate() = 0;
-    virtual std::string processName() const = 0;
+    virtual std::string processName() const = 0; // for menus and the title
 };
 
 struct Menu;
@@ -100,8 +100,8 @@ struct Menu {
 class WindowOutlet {
   public:
     virtual ~WindowOutlet() = default;
-    virtual std::string title() const = 0;
-    virtual void setTitle(const std::string& title) = 0;
+    virtual std::string title() const = 0;               // as shown
+    virtual void setTitle(const std::string& title) = 0; // translated already
 };
 
 /// The table of printers. selectRow on the selected row must not call the selection handler again.
@@ -120,9 +120,9 @@ class TableOutlet {
 class ArrayControllerOutlet {
   public:
     virtual ~ArrayControllerOutlet() = default;
-    virtual void setPreservesSelection(bool preserves) = 0;
-    virtual void setAvoidsEmptySelection(bool avoids) = 0;
-    virtual void setSelectsInsertedObjects(bool selects) = 0;
+    virtual void setPreservesSelection(bool preserves) = 0;   // over changes of the list
+    virtual void setAvoidsEmptySelection(bool avoids) = 0;    // one is selected while there is any
+    virtual void setSelectsInsertedObjects(bool selects) = 0; // a new one becomes the selection
     /// Selects these objects and mirrors that to the table without calling its selection handler.
     virtual void setSelectedObjects(const std::vector<std::shared_ptr<TBUSBPrinterZUL>>& objects) = 0;
 };

@@ -1,25 +1,29 @@
-// The main queue on an event descriptor: plain C++, so that a command line can run it in a loop and a window can hang
-// it on its own.
+// The main queue on descriptors: a command line runs it in a loop of its own, a window serves it whenever the queue's
+// descriptor is readable. Blocks come from any thread; everything else is used by the main thread.
 #include "platform/dispatch/Queue.h"
 
+#include "platform/files/WakeEvent.h"
+
+#include <array>
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
+#include <sys/epoll.h>
 
 namespace zul {
 
 struct MainQueue::State {
-    explicit State(Clock& queueClock) : clock(queueClock), descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    ~State() {
-        if (descriptor >= 0) ::close(descriptor);
+    explicit State(Clock& queueClock) : clock(queueClock), descriptor(::epoll_create1(EPOLL_CLOEXEC)) {
+        add(blocksWait.descriptor());
     }
 
     Clock& clock;
-    const int descriptor;
+    const ScopedFd descriptor;    // readable while one of those added to it is
+    const WakeEvent blocksWait;   // under the mutex: raised exactly while blocks wait
+    std::map<int, Block> watches; // by descriptor; main thread only
     std::mutex mutex;
     std::condition_variable finished; // a block that somebody waits for has run, or the queue was closed
     std::deque<Block> blocks;
@@ -27,18 +31,31 @@ struct MainQueue::State {
     bool quit = false;
     int status = 0;
 
-    // Both under the mutex: the descriptor is readable exactly while blocks wait.
-    void raise() const {
-        const std::uint64_t one = 1;
-        while (::write(descriptor, &one, sizeof one) < 0 && errno == EINTR) {
-        }
+    void add(int added) const {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.fd = added;
+        ::epoll_ctl(descriptor.get(), EPOLL_CTL_ADD, added, &event);
     }
-    void lower() const {
-        std::uint64_t count = 0;
-        while (::read(descriptor, &count, sizeof count) < 0 && errno == EINTR) {
-        }
-    }
+    void remove(int removed) const { ::epoll_ctl(descriptor.get(), EPOLL_CTL_DEL, removed, nullptr); }
+    bool serveWatches();
 };
+
+// Main thread. True if one was readable.
+bool MainQueue::State::serveWatches() {
+    if (watches.empty()) return false;
+    std::array<epoll_event, 8> events{};
+    const int count = ::epoll_wait(descriptor.get(), events.data(), static_cast<int>(events.size()), /*timeout=*/0);
+    bool served = false;
+    for (int i = 0; i < count; ++i) {
+        const auto found = watches.find(events[static_cast<std::size_t>(i)].data.fd);
+        if (found == watches.end()) continue;
+        const Block readable = found->second; // it may end its own watch
+        readable();
+        served = true;
+    }
+    return served;
+}
 
 MainQueue::MainQueue(Clock& clock) : _state(std::make_shared<State>(clock)) {
     setCurrent(_specifics.get());
@@ -54,7 +71,7 @@ void MainQueue::async(Block block) {
     if (_state->closed) return;
     _state->clock.workAdded();
     _state->blocks.push_back(std::move(block));
-    if (_state->blocks.size() == 1) _state->raise();
+    if (_state->blocks.size() == 1) _state->blocksWait.raise();
 }
 
 bool MainQueue::sync(Block block) {
@@ -72,20 +89,30 @@ bool MainQueue::sync(Block block) {
 }
 
 int MainQueue::eventDescriptor() const {
-    return _state->descriptor;
+    return _state->blocksWait.descriptor() < 0 ? -1 : _state->descriptor.get();
+}
+
+void MainQueue::watch(int descriptor, Block readable) {
+    _state->watches[descriptor] = std::move(readable);
+    _state->add(descriptor);
+}
+
+void MainQueue::unwatch(int descriptor) {
+    if (_state->watches.erase(descriptor) > 0) _state->remove(descriptor);
 }
 
 bool MainQueue::runPending() {
     const auto state = _state;
     bool ran = false;
     for (;;) {
+        ran = state->serveWatches() || ran; // each time, so that blocks which post others do not keep a signal waiting
         Block block;
         {
             const std::scoped_lock lock(state->mutex);
             if (state->blocks.empty()) return ran;
             block = std::move(state->blocks.front());
             state->blocks.pop_front();
-            if (state->blocks.empty()) state->lower();
+            if (state->blocks.empty()) static_cast<void>(state->blocksWait.lower());
         }
         block();
         block = nullptr;
@@ -97,7 +124,7 @@ bool MainQueue::runPending() {
 }
 
 void MainQueue::waitForWork() {
-    pollfd entry{_state->descriptor, POLLIN, 0};
+    pollfd entry{_state->descriptor.get(), POLLIN, 0};
     while (::poll(&entry, 1, -1) < 0 && errno == EINTR) {
     }
 }
@@ -113,7 +140,7 @@ int MainQueue::run() {
 void MainQueue::quit(int status) {
     {
         const std::scoped_lock lock(_state->mutex);
-        if (_state->quit) return; // the first reason to end is the one that counts
+        if (_state->quit) return; // the first status is used
         _state->quit = true;
         _state->status = status;
     }
@@ -132,7 +159,7 @@ void MainQueue::close() {
         if (_state->closed) return;
         _state->closed = true;
         dropped.swap(_state->blocks);
-        if (!dropped.empty()) _state->lower();
+        if (!dropped.empty()) static_cast<void>(_state->blocksWait.lower());
         _state->finished.notify_all();
     }
     for (std::size_t i = 0; i < dropped.size(); ++i) _state->clock.workDone();

@@ -49,8 +49,8 @@ struct SerialQueue::State {
     std::condition_variable changed;
     std::deque<Block> blocks;
     bool started = false;
-    bool busy = false; // a block runs or waits; told to the clock once, not per block: a thread that waits for time is
-                       // at rest whatever waits behind it
+    bool busy = false; // a block runs or waits; reported to the clock once, not per block: a thread that waits for time
+                       // is at rest whatever waits after it
     bool released = false;
 
     static void run(const std::shared_ptr<State>& state) {

@@ -40,17 +40,23 @@ class MainQueue final : public Queue {
 
     void async(Block block) override;
     /// Runs block on the main queue and waits for it. From a serial queue only. False, with the block not run, once
-    /// the queue is closed: nobody may wait for a loop that has ended.
+    /// the queue is closed: no thread may wait for a loop that has ended.
     bool sync(Block block);
 
-    /// Readable while blocks wait.
+    /// Readable while blocks wait or a watched descriptor is readable; negative when the system had none left.
     int eventDescriptor() const;
+    /// Runs readable on the main queue whenever the descriptor can be read, until unwatch(); it must read until there
+    /// is no more. One watch for each descriptor. Main thread.
+    void watch(int descriptor, Block readable);
+    /// Before the descriptor is closed. Main thread.
+    void unwatch(int descriptor);
     /// Runs the blocks that wait now and those that they add. Main thread; may be nested. True if any ran.
     bool runPending();
-    /// Sleeps in real time until a block waits. Main thread.
+    /// Sleeps in real time until eventDescriptor() is readable. Main thread.
     void waitForWork();
     /// Runs blocks until quit() is called; returns the status given there.
     int run();
+    /// Ends run() after the block that runs now; the first status is used. Any thread.
     void quit(int status);
     bool hasQuit() const;
 
@@ -75,6 +81,7 @@ class SerialQueue final : public Queue {
     /// Waits, in real time, until no block runs or waits. Afterwards the queue does not use its clock until it gets
     /// another block. Never on the queue itself.
     void waitUntilIdle();
+    /// The name that it was made with. Any thread.
     const std::string& label() const;
 
     /// Threads of serial queues that are still running, in the whole process; for tests and soak runs.

@@ -1,6 +1,6 @@
-// Which queue a function or a member belongs to, told twice: to clang, which refuses a call from elsewhere when it
-// compiles, and to an assertion that runs. A role is no queue: a printer has no queue before its device ID is decoded,
-// and everybody plays the role until then.
+// Which queue a function or a member belongs to, checked twice: by clang, which refuses a call from elsewhere when it
+// compiles, and by an assertion at run time. A role is not a queue: a printer has no queue before its device ID is
+// decoded, and until then every thread has the role.
 //
 //     QueueRole commandQueueRole;
 //     void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);

@@ -1,21 +1,34 @@
-// A signal handler may do almost nothing: it writes the signal's number to a pipe. A thread of its own reads the pipe
-// and posts to the main queue.
+// A signal handler may do almost nothing: it writes the signal's number to a pipe, which the main queue watches. Not a
+// signalfd: that needs the signals to be blocked in every thread, those of the libraries included, because one thread
+// without the block would end the program in the middle of an update; and the block would be inherited by the programs
+// that are started from here, which could then not be interrupted.
 #include "platform/dispatch/Signals.h"
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <mutex>
-#include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace zul {
 
 namespace {
 
-std::atomic<int> writeEnd{-1};
+struct Pipe {
+    int readEnd = -1;
+    int writeEnd = -1;
+};
+
+// Made once and never closed: a handler may still be writing on some thread when its signal has been given back.
+const Pipe& signalPipe() {
+    static const Pipe made = [] {
+        int ends[2] = {-1, -1};
+        if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return Pipe{};
+        return Pipe{ends[0], ends[1]};
+    }();
+    return made;
+}
+
+int writeEnd = -1; // set before the first handler is installed
 
 void noteSignal(int number) {
     const int kept = errno;
@@ -24,58 +37,52 @@ void noteSignal(int number) {
     errno = kept;
 }
 
+void doNothing(int /*number*/) {}
+
+void install(int number, void (*handler)(int), int flags) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    ::sigaction(number, &action, nullptr);
+}
+
 } // namespace
 
-struct Signals::State {
-    State(MainQueue& queue, std::vector<int> signalNumbers, std::function<void(int)> signalHandler)
-        : mainQueue(queue), numbers(std::move(signalNumbers)), handler(std::move(signalHandler)) {}
-
-    MainQueue& mainQueue;
-    const std::vector<int> numbers;
-    const std::function<void(int)> handler;
-    std::mutex mutex;
-    bool isEnded = false; // under the mutex: from then on the queue may be gone
-
-    static void read(const std::shared_ptr<State>& state, int readEnd) {
-        for (;;) {
-            unsigned char byte = 0;
-            const auto count = ::read(readEnd, &byte, 1);
-            if (count < 0 && errno == EINTR) continue;
-            if (count <= 0) break;
-            const std::scoped_lock lock(state->mutex);
-            if (state->isEnded) break;
-            state->mainQueue.async([weak = std::weak_ptr(state), number = int{byte}] {
-                if (const auto self = weak.lock(); self && !self->isEnded) self->handler(number);
-            });
-        }
-        ::close(readEnd);
+Signals::Signals(MainQueue& mainQueue, std::vector<int> numbers, std::function<void(int)> handler)
+    : _mainQueue(mainQueue), _numbers(std::move(numbers)),
+      _handler(std::make_shared<const std::function<void(int)>>(std::move(handler))) {
+    const Pipe& pipe = signalPipe();
+    if (pipe.readEnd < 0) return;
+    writeEnd = pipe.writeEnd;
+    unsigned char unserved = 0; // what came too late for an earlier object
+    while (::read(pipe.readEnd, &unserved, 1) == 1) {
     }
-};
-
-Signals::Signals(MainQueue& mainQueue, std::initializer_list<int> numbers, std::function<void(int)> handler)
-    : _state(std::make_shared<State>(mainQueue, std::vector<int>(numbers), std::move(handler))) {
-    int ends[2] = {-1, -1};
-    if (::pipe2(ends, O_CLOEXEC) != 0) return; // without it the signals keep their default action
-    ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
-    writeEnd = ends[1];
-    std::thread([state = _state, readEnd = ends[0]] { State::read(state, readEnd); }).detach();
-    struct sigaction action {};
-    action.sa_handler = noteSignal;
-    action.sa_flags = SA_RESTART;
-    for (const int number : _state->numbers) ::sigaction(number, &action, nullptr);
+    _mainQueue.watch(pipe.readEnd, [this] { postReceived(); });
+    for (const int number : _numbers) install(number, noteSignal, SA_RESTART);
 }
 
 Signals::~Signals() {
-    for (const int number : _state->numbers) std::signal(number, SIG_DFL);
-    {
-        const std::scoped_lock lock(_state->mutex);
-        _state->isEnded = true;
+    for (const int number : _numbers) std::signal(number, SIG_DFL);
+    _mainQueue.unwatch(signalPipe().readEnd);
+}
+
+// Posted and not run at once: what the queue was given before the signal comes first.
+void Signals::postReceived() {
+    unsigned char number = 0;
+    while (::read(signalPipe().readEnd, &number, 1) == 1) {
+        _mainQueue.async([handler = std::weak_ptr(_handler), number = int{number}] {
+            if (const auto run = handler.lock()) (*run)(number);
+        });
     }
-    if (const int end = writeEnd.exchange(-1); end >= 0) ::close(end); // ends the thread
 }
 
 void ignoreBrokenPipes() {
     std::signal(SIGPIPE, SIG_IGN);
+}
+
+void letSignalEndSystemCalls(int number) {
+    // A signal that is ignored would not end a call; with SA_RESTART the call would be repeated.
+    install(number, doNothing, /*flags=*/0);
 }
 
 } // namespace zul

@@ -1,30 +1,40 @@
-// The system's signals as blocks on the main queue: a request to end, a terminal that was closed.
+// The system's signals. Requests to end, and a terminal that was closed, become blocks on the main queue; all other
+// uses of signals in the programs are here, too.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
 
 #include <functional>
-#include <initializer_list>
 #include <memory>
+#include <vector>
 
 namespace zul {
 
-/// Runs a handler on the main queue at each of some signals, for as long as it lives; afterwards their default action
-/// is back. One object in a process at a time. The queue must outlive it. Main thread.
+/// Runs a handler on the main queue after each of some signals, for as long as the object lives; afterwards their
+/// default action is back. One object in a process at a time. The queue must outlive it. Main thread.
 class Signals {
   public:
-    Signals(MainQueue& mainQueue, std::initializer_list<int> numbers, std::function<void(int number)> handler);
+    /// numbers: for example SIGINT. Where the system has no descriptors left, they keep their default action.
+    Signals(MainQueue& mainQueue, std::vector<int> numbers, std::function<void(int number)> handler);
     ~Signals();
     Signals(const Signals&) = delete;
     Signals& operator=(const Signals&) = delete;
 
   private:
-    struct State;
-    std::shared_ptr<State> _state;
+    void postReceived();
+
+    MainQueue& _mainQueue;
+    const std::vector<int> _numbers;
+    /// Shared with the posted blocks, which run nothing once the object is gone.
+    const std::shared_ptr<const std::function<void(int)>> _handler;
 };
 
 /// Writing to a pipe that nobody reads any more fails from now on, instead of ending the program: an update must not
 /// end because the reader of its output did. At the start of a program.
 void ignoreBrokenPipes();
+
+/// From now on the signal has no effect but that a system call in which the signalled thread waits ends with EINTR. For
+/// threads that another one ends with pthread_kill(). Any thread.
+void letSignalEndSystemCalls(int number);
 
 } // namespace zul

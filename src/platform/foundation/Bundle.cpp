@@ -1,8 +1,8 @@
+// Looking up resources and texts. The translators are installed once by the window or by tests; texts are then looked
+// up on any thread.
 #include "platform/foundation/Bundle.h"
 
-#include <array>
 #include <atomic>
-#include <fstream>
 #include <system_error>
 
 namespace zul {
@@ -57,23 +57,9 @@ std::optional<fs::path> Bundle::pathForResource(const std::string& name, const s
     return std::nullopt;
 }
 
-std::optional<Data> Bundle::contentsOfFile(const fs::path& path) {
-    if (!regularFile(path)) return std::nullopt; // a folder opens as a stream, too
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::nullopt;
-    Data contents;
-    std::array<char, 65536> part{};
-    // read() and not an iterator: a failing disk then sets bad() instead of throwing.
-    while (file.read(part.data(), part.size()) || file.gcount() > 0) {
-        contents.insert(contents.end(), part.begin(), part.begin() + file.gcount());
-    }
-    if (file.bad()) return std::nullopt;
-    return contents;
-}
-
 std::string Bundle::localizedString(const std::string& key, const std::string& value) const {
     if (const Translator translator = currentTranslator) {
-        // A catalogue without the text answers with the key: then the default counts.
+        // A catalogue without the text answers with the key: then the default is used.
         const std::string translated = translator(key.c_str());
         if (translated != key) return translated;
     }

@@ -1,8 +1,6 @@
 // What the program carries with it: its versions, its texts, its resources and the firmware archive.
 #pragma once
 
-#include "platform/foundation/Data.h"
-
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -10,11 +8,12 @@
 
 namespace zul {
 
-/// Marks an English text of a table for the catalogues; whoever shows it looks it up.
+/// Marks an English text of a table for the catalogues; where it is shown it is looked up.
 constexpr const char* operatorText(const char* text) {
     return text;
 }
 
+/// Any thread, but setInfo(), setTranslator() and withholdArchive() only before other threads use it.
 class Bundle {
   public:
     /// resources: the folder with the program's resources. archive: the folder with the firmware files and their
@@ -27,13 +26,12 @@ class Bundle {
 
     /// "CFBundleShortVersionString" (2.06), "CFBundleVersion", "CFBundleName".
     std::optional<std::string> objectForInfoDictionaryKey(const std::string& key) const;
+    /// nullopt removes the key (tests).
     void setInfo(const std::string& key, const std::optional<std::string>& value);
 
-    /// pathForResource:ofType:  The file name.type in the archive folder, then in the resources; nothing when there
+    /// pathForResource:ofType:  The file name.type in the archive folder, then in the resources; nullopt when there
     /// is none.
     std::optional<std::filesystem::path> pathForResource(const std::string& name, const std::string& type) const;
-    /// The whole file; nothing when it is absent or cannot be read.
-    static std::optional<Data> contentsOfFile(const std::filesystem::path& path);
 
     /// localizedStringForKey:value:table:  The operator's text for the key (an English text), from the catalogue of
     /// the current language; without one value, or the key when value is empty.

@@ -11,16 +11,16 @@
 namespace zul {
 
 using Data = std::vector<std::uint8_t>;
-/// Bytes that several hold and nobody changes; null where there are none.
+/// Shared bytes that are never changed; null where there are none.
 using SharedData = std::shared_ptr<const Data>;
 
 inline Data dataFromText(std::string_view text) {
     return Data(text.begin(), text.end());
 }
 
-/// The bytes up to the first NUL as UTF-8 text; nothing when they are not valid UTF-8.
+/// The bytes up to the first NUL as UTF-8 text; nullopt when they are not valid UTF-8.
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data);
-/// The same for a length that counts: no NUL needed, none looked for.
+/// The same for all bytes: NUL does not end them.
 std::optional<std::string> stringFromUTF8(std::string_view bytes);
 /// The bytes as valid UTF-8 text: what is not valid, and NUL, becomes the replacement character. For text that has to
 /// be stored whatever it is.

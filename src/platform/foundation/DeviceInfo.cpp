@@ -1,3 +1,5 @@
+// Every operation takes the inner lock for its own duration and calls no other code while holding it. Filled on a
+// printer's command queue, read on the main queue.
 #include "platform/foundation/DeviceInfo.h"
 
 namespace zul {

@@ -1,5 +1,6 @@
-// The facts known about one printer, under string keys. Shared between the printer's command queue, which fills it, and
-// the main queue, which shows and saves it: every operation takes an inner lock, and none calls out while holding it.
+// The device information of one printer: values under string keys. Shared between the printer's command queue, which
+// fills it, and the main queue, which shows and saves it: every operation takes an inner lock, and none calls out while
+// holding it.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +24,9 @@ class DeviceInfo {
         : _entries(std::move(entries)), _mutability(mutability) {}
 
     bool isMutable() const { return _mutability == Mutability::isMutable; }
-    std::size_t count() const;
-    bool contains(const std::string& key) const;
-    /// Nothing when the key is absent or holds a value of another kind.
+    std::size_t count() const;                   // of all keys
+    bool contains(const std::string& key) const; // whatever the kind of its value
+    /// nullopt when the key is absent or holds a value of another kind.
     std::optional<std::string> string(const std::string& key) const;
     std::optional<std::int64_t> integer(const std::string& key) const;
     std::optional<bool> boolean(const std::string& key) const;
@@ -33,11 +34,13 @@ class DeviceInfo {
 
     /// An immutable dictionary ignores every change.
     void set(const std::string& key, Value value);
-    /// Nothing cannot be stored: it removes the key.
+    /// nullopt removes the key.
     void setString(const std::string& key, const std::optional<std::string>& value);
     void remove(const std::string& key);
+    /// Takes over all entries of the other one; existing keys are overwritten.
     void addEntries(const DeviceInfo& other);
 
+    /// A copy of all entries.
     Entries entries() const;
     /// For log lines: "{key = value; …}" in key order.
     std::string description() const;

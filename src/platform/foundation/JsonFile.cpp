@@ -1,6 +1,9 @@
+// Reading and writing of the archive's digest file. Called by the archive and by the command line, on the thread that
+// asks.
 #include "platform/foundation/JsonFile.h"
 
-#include <fstream>
+#include "platform/files/Files.h"
+
 #include <nlohmann/json.hpp>
 
 namespace zul {
@@ -24,16 +27,7 @@ bool writeJsonFile(const std::filesystem::path& file, const JsonFile& contents) 
     for (const auto& [name, value] : contents.values) {
         std::visit([&json, key = name](const auto& held) { json[key] = held; }, value);
     }
-    const std::filesystem::path next = file.string() + ".new";
-    {
-        std::ofstream stream(next, std::ios::trunc);
-        stream << json.dump(2) << '\n';
-        stream.flush();
-        if (!stream) return false;
-    }
-    std::error_code error;
-    std::filesystem::rename(next, file, error);
-    return !error;
+    return !replaceFile(file, json.dump(2) + '\n', FileAccess::everyone);
 }
 
 } // namespace zul

@@ -1,5 +1,5 @@
-// Observing: an object announces every change of a named fact between a will-change and a did-change notice. Notices
-// nest per key by counting: observers hear the outermost pair only. Notices are sent on the thread that makes the
+// Observing: an object announces every change of a named value between a will-change and a did-change notice. Notices
+// nest per key by counting: observers receive the outermost pair only. Notices are sent on the thread that makes the
 // change, with no lock held; an observer that touches widgets posts to the main queue.
 #pragma once
 
@@ -16,6 +16,7 @@ class KeyValueObservable;
 class KeyValueObserver {
   public:
     virtual ~KeyValueObserver() = default;
+    /// The key's value is about to change. On the changing thread.
     virtual void willChangeValueForKey(const std::string& /*keyPath*/, KeyValueObservable& /*object*/,
                                        void* /*context*/) {}
     /// observeValueForKeyPath:ofObject:change:context:  The key's value has changed. On the changing thread.
@@ -36,10 +37,11 @@ class KeyValueObservable {
     void addObserver(std::weak_ptr<KeyValueObserver> observer, const std::string& keyPath, void* context);
     void removeObserver(const std::weak_ptr<KeyValueObserver>& observer, const std::string& keyPath, void* context);
 
+    /// The notices of one change; each will-change is followed by its did-change on the same thread.
     void willChangeValueForKey(const std::string& key);
     void didChangeValueForKey(const std::string& key);
 
-    /// A switch for development, off by default: tells about changes of observed facts that are made off the main
+    /// A switch for development, off by default: reports changes of observed values that are made off the main
     /// queue (see TBPrinters::swapImpsforPrivateAPI). Called with the key at every did-change.
     using ChangeDiagnostic = void (*)(const std::string& key);
     static void setChangeDiagnostic(ChangeDiagnostic diagnostic);

@@ -15,7 +15,7 @@ bool isCommand(UChar32 character) {
            u_hasBinaryProperty(character, UCHAR_BIDI_CONTROL);
 }
 
-// Each character that commands is replaced; the others stay, byte for byte. -1 stands for bytes that are no UTF-8.
+// Each character that commands is replaced; the others are kept, byte for byte. -1 means bytes that are not UTF-8.
 template <class Replacement> std::string withoutCommands(std::string_view text, Replacement replacement) {
     std::string result;
     result.reserve(text.size());
@@ -52,7 +52,7 @@ std::string printableInLine(std::string_view text) {
 }
 
 std::string printableJson(std::string_view json) {
-    // Line ends stand between values only; inside of them they are escapes already.
+    // Line ends are between values only; inside of them they are escapes already.
     return withoutCommands(json, [](UChar32 character, std::string_view bytes) {
         return character < 0x20 ? std::string(bytes) : escaped(character);
     });

@@ -20,7 +20,7 @@ struct Outlets {
 };
 
 Outlets& outlets() {
-    // Never destroyed: threads that are left behind at the end of the program may still log.
+    // Never destroyed: threads that still run when the program ends may log.
     static auto* const shared = new Outlets;
     return *shared;
 }

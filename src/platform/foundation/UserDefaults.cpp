@@ -1,18 +1,13 @@
+// Reading, changing and writing the settings file, under one lock. Called by the session at its start, by the engine
+// for what it remembers, and by "zulctl defaults"; on any thread.
 #include "platform/foundation/UserDefaults.h"
 
-#include "platform/foundation/Bundle.h"
-#include "platform/foundation/HomeFolder.h"
+#include "platform/files/Files.h"
+#include "platform/files/Folders.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "platform/foundation/StateFolder.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <string_view>
 #include <system_error>
-#include <unistd.h>
 
 namespace zul {
 
@@ -25,57 +20,10 @@ struct UserDefaults::Values {
 
 namespace {
 
-std::string reason(int number) {
-    return std::generic_category().message(number);
-}
-
 std::optional<std::string> textOf(const json& value) {
     if (value.is_string()) return value.get<std::string>();
     if (value.is_boolean() || value.is_number()) return value.dump();
     return std::nullopt;
-}
-
-// The first of file.damaged, file.damaged-2, … that is free, so that an older damaged file is not lost either.
-fs::path keepAside(const fs::path& file, std::error_code& error) {
-    fs::path kept = file;
-    kept += ".damaged";
-    for (int number = 2; fs::exists(fs::symlink_status(kept)) && number < 1000; ++number) {
-        kept = file;
-        kept += ".damaged-" + std::to_string(number);
-    }
-    fs::rename(file, kept, error);
-    return kept;
-}
-
-bool writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t count = ::write(descriptor, text.data(), text.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return false;
-        text.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
-}
-
-// Puts the text in place of the file in one step. Answers the error number, 0 for success.
-int replaceFile(const fs::path& file, const std::string& text) {
-    std::string temporary = file.string() + ".XXXXXX"; // in the same folder: a rename must not cross file systems
-    const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (descriptor < 0) return errno;
-    int error = 0;
-    if (!writeAll(descriptor, text) || ::fsync(descriptor) != 0) error = errno;
-    if (::close(descriptor) != 0 && error == 0) error = errno;
-    if (error == 0 && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
-    if (error != 0) {
-        ::unlink(temporary.c_str());
-        return error;
-    }
-    // The new name, too, shall survive a power cut; where a folder cannot be synced the file itself is still whole.
-    if (const int folder = ::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); folder >= 0) {
-        (void)::fsync(folder);
-        ::close(folder);
-    }
-    return 0;
 }
 
 } // namespace
@@ -88,11 +36,8 @@ UserDefaults::UserDefaults(fs::path file)
 UserDefaults::~UserDefaults() = default;
 
 fs::path UserDefaults::standardFile() {
-    const fs::path name = fs::path("zul-printer-utility") / "defaults.json";
-    // A relative folder would depend on where the program is started, so it does not count.
-    if (const char* folder = std::getenv("XDG_CONFIG_HOME"); folder != nullptr && *folder == '/') return folder / name;
-    const std::string home = homeFolder();
-    return home.empty() ? fs::path{} : home / fs::path(".config") / name;
+    const fs::path folder = configFolder();
+    return folder.empty() ? fs::path{} : folder / "defaults.json";
 }
 
 void UserDefaults::read() {
@@ -106,7 +51,7 @@ void UserDefaults::read() {
         }
         return;
     }
-    const auto contents = Bundle::contentsOfFile(_file);
+    const auto contents = contentsOfFile(_file);
     if (!contents) {
         _mayWrite = false;
         _readError = localizedFormat("The settings file %s cannot be read. Check its rights; until then changes last "
@@ -119,7 +64,8 @@ void UserDefaults::read() {
         _values->root = std::move(root);
         return;
     }
-    const fs::path kept = keepAside(_file, error);
+    const fs::path kept = freePathLike(_file.string() + ".damaged");
+    fs::rename(_file, kept, error);
     _mayWrite = !error;
     _readError = _mayWrite ? localizedFormat("The settings file %s is damaged. It was kept as %s; the settings start "
                                              "afresh. Repair it and put it back, or delete it.",
@@ -138,12 +84,12 @@ bool UserDefaults::write() {
     if (fs::is_symlink(_file, error)) target = fs::weakly_canonical(_file, error); // keep the link, replace the file
     if (error || target.empty()) target = _file;
     const std::string text = _values->root.dump(4, ' ', false, json::error_handler_t::replace) + '\n';
-    const int number = replaceFile(target, text);
-    _writeError = number == 0 ? std::string{}
-                              : localizedFormat("The settings file %s cannot be written (%s). Check the rights of its "
-                                                "folder and the free space; the change lasts for this run only.",
-                                                _file.string(), reason(number));
-    return number == 0;
+    const std::error_code failure = replaceFile(target, text, FileAccess::owner);
+    _writeError = !failure ? std::string{}
+                           : localizedFormat("The settings file %s cannot be written (%s). Check the rights of its "
+                                             "folder and the free space; the change lasts for this run only.",
+                                             _file.string(), failure.message());
+    return !failure;
 }
 
 std::optional<std::string> UserDefaults::stringForKey(const std::string& key) const {
@@ -178,7 +124,7 @@ bool UserDefaults::setBool(const std::string& key, bool value) {
 bool UserDefaults::remove(const std::string& key) {
     const std::scoped_lock lock(_mutex);
     if (_values->root.erase(key) == 0) return false;
-    (void)write(); // lastError() tells
+    (void)write(); // lastError() reports a failure
     return true;
 }
 

@@ -1,6 +1,6 @@
 // The user's settings: one JSON file, read once, written whenever a value changes (to a new file that replaces the old
-// one, so a crash loses nothing). A file that cannot be understood is kept under another name, one that cannot be read
-// is left alone; values of kinds that this program does not use are written back as they were. Any thread.
+// one, so a crash loses no setting). A file that cannot be understood is kept under another name, one that cannot be
+// read is left alone; values of kinds that this program does not use are written back as they were. Any thread.
 #pragma once
 
 #include <filesystem>
@@ -21,15 +21,16 @@ class UserDefaults {
     /// $XDG_CONFIG_HOME (or ~/.config) /zul-printer-utility/defaults.json
     static std::filesystem::path standardFile();
 
-    /// Numbers and booleans read as text too ("1", "true"). Nothing for an absent key, a list or a dictionary.
+    /// Numbers and booleans read as text too ("1", "true"). nullopt for an absent key, a list or a dictionary.
     std::optional<std::string> stringForKey(const std::string& key) const;
     /// NO when absent.
     bool boolForKey(const std::string& key) const;
-    /// False when the file could not be written; the value counts for this run all the same. lastError() says why.
+    /// False when the file could not be written; the value is used for this run all the same. lastError() says why.
     bool setString(const std::string& key, const std::string& value);
     bool setBool(const std::string& key, bool value);
     /// False when there was no such key.
     bool remove(const std::string& key);
+    /// All values that read as text, by key.
     std::map<std::string, std::string> all() const;
     /// Why the file could not be read or written, with its name and what to do; empty when all is well.
     std::string lastError() const;
@@ -45,7 +46,7 @@ class UserDefaults {
     const std::filesystem::path _file;
     std::unique_ptr<Values> _values;
     bool _mayWrite = true;   // not over a file that could not be read
-    std::string _readError;  // stays: it tells what became of the settings
+    std::string _readError;  // kept: what became of the settings
     std::string _writeError; // of the latest change
 };
 

@@ -42,7 +42,8 @@ struct PipeProperties {
     std::uint8_t interval = 0;
 };
 
-/// What can be asked of an interface without opening the device node: it stands in the descriptors.
+/// What can be asked of an interface without opening the device node: it is in the descriptors. Each call answers with
+/// kIOReturnSuccess and the value, or with the reason why the descriptors cannot be read. Any thread.
 class IOUSBInterfaceDescription {
   public:
     virtual ~IOUSBInterfaceDescription() = default;
@@ -59,7 +60,7 @@ class IOUSBInterfaceDescription {
     virtual IOReturn GetConfigurationValue(std::uint8_t& configuration) = 0;
     /// Endpoints of the active alternate setting, the control pipe not counted.
     virtual IOReturn GetNumEndpoints(std::uint8_t& count) = 0;
-    /// pipe counts from 1 to GetNumEndpoints.
+    /// pipe: 1 to GetNumEndpoints; kIOUSBUnknownPipeErr for any other.
     virtual IOReturn GetPipeProperties(std::uint8_t pipe, PipeProperties& properties) = 0;
 };
 
@@ -98,29 +99,34 @@ class IOUSBInterfaceInterface : public IOUSBInterfaceDescription {
     /// The device that this interface belongs to; null device on failure.
     virtual IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) = 0;
 
-    /// Tells how far the write under way has come, on the thread that writes. Nothing may depend on being called.
+    /// Reports how many bytes of the write under way are done, on the thread that writes. A bus need not call it.
     using WriteProgress = std::function<void(std::uint32_t bytesDone, std::uint32_t bytesTotal)>;
+    /// Called for every write from now on; null ends that. Command queue.
     virtual void setWriteProgress(WriteProgress progress) = 0;
 
     /// While another program holds the interface: asks the bus to call mayBeFree on the main queue each time the
-    /// holder may have let go (also as a slow fallback poll). Null ends the watch. Never called for own closes.
+    /// holder may have released it (also as a slow fallback poll). Null ends the watch. Never called for own closes.
+    /// Any thread.
     virtual void watchHolder(std::function<void()> mayBeFree) = 0;
     /// Claims and releases without any other effect; success when nobody else holds the interface, no job is printed
     /// and no other process of ours has reserved the printer. Command queue.
     virtual IOReturn tryClaim() = 0;
 };
 
-/// The whole device, for what is not tied to one interface.
+/// The whole device, for what is not tied to one interface. kIOReturnNoDevice once it has left. Command queue.
 class IOUSBDeviceInterface {
   public:
     virtual ~IOUSBDeviceInterface() = default;
 
+    /// Both answer whether the device is still there: its node is open as long as the handle exists.
     virtual IOReturn USBDeviceOpen() = 0;
     virtual IOReturn USBDeviceClose() = 0;
+    /// Resets the device in place: it keeps its address and its services.
     virtual IOReturn ResetDevice() = 0;
     /// The device leaves and returns as a new service: departure and arrival are delivered afterwards, on the main
     /// queue, even where the system resets in place.
     virtual IOReturn USBDeviceReEnumerate(std::uint32_t options) = 0;
+    /// The indices of the device's strings; 0 if it has none.
     virtual IOReturn USBGetManufacturerStringIndex(std::uint8_t& index) = 0;
     virtual IOReturn USBGetProductStringIndex(std::uint8_t& index) = 0;
     virtual IOReturn USBGetSerialNumberStringIndex(std::uint8_t& index) = 0;

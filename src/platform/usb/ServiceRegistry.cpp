@@ -1,5 +1,5 @@
 // The registry and its notification ports. Callbacks may add or remove registrations while they run, so every walk is
-// over a copy.
+// over a copy. Called by the buses and by the engine on the main queue; interests also on the printers' queues.
 #include "platform/usb/ServiceRegistry.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 bool matches(const ServiceMatching& matching, USBService& service) {
     std::uint8_t interfaceClass = 0;
     std::uint8_t interfaceSubClass = 0;
-    // A service whose class cannot be read is handed on: whoever looks at it logs why.
+    // A service whose class cannot be read is announced: the controller then logs why.
     if (service.GetInterfaceClass(interfaceClass) != kIOReturnSuccess) return true;
     if (service.GetInterfaceSubClass(interfaceSubClass) != kIOReturnSuccess) return true;
     return interfaceClass == matching.bInterfaceClass && interfaceSubClass == matching.bInterfaceSubClass;
@@ -43,8 +43,8 @@ std::shared_ptr<ServiceIterator> NotificationPort::addMatchingNotification(Servi
     auto match =
         std::make_shared<Match>(Match{kind, matching, std::move(callback), std::make_shared<ServiceIterator>()});
     if (kind == ServiceNotification::matched) {
-        for (const auto& [token, service] : _registry._services) {
-            if (matches(matching, *service)) match->iterator->_pending.push_back(token);
+        for (const auto& [token, entry] : _registry._services) {
+            if (entry.isAnnounced && matches(matching, *entry.service)) match->iterator->_pending.push_back(token);
         }
     }
     _matches.push_back(match);
@@ -68,10 +68,10 @@ void InterestTable::deliver(ServiceToken service, IOMessage message, void* argum
         const std::scoped_lock lock(_mutex);
         interests = _interests;
     }
-    std::vector<const void*> told;
+    std::vector<const void*> notified;
     for (const Interest& interest : interests) {
-        if (interest.service != service || std::ranges::count(told, interest.context) > 0) continue;
-        told.push_back(interest.context);
+        if (interest.service != service || std::ranges::count(notified, interest.context) > 0) continue;
+        notified.push_back(interest.context);
         interest.callback(service, message, argument);
     }
 }
@@ -87,26 +87,40 @@ void NotificationPort::announce(ServiceNotification kind, ServiceToken token, US
     }
 }
 
-ServiceToken ServiceRegistry::serviceArrived(std::shared_ptr<USBService> service) {
+ServiceToken ServiceRegistry::add(std::shared_ptr<USBService> service) {
     const ServiceToken token = _nextToken++;
-    USBService& arrived = *service;
-    _services.emplace(token, std::move(service));
+    _services.emplace(token, Entry{std::move(service)});
+    return token;
+}
+
+void ServiceRegistry::announce(ServiceToken token) {
+    const auto found = _services.find(token);
+    if (found == _services.end()) return;
+    found->second.isAnnounced = true;
+    const std::shared_ptr<USBService> service = found->second.service;
     const auto ports = _ports;
     for (NotificationPort* port : ports) {
-        // A callback may destroy a port; only those still registered may be told.
-        if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::matched, token, arrived);
+        // A callback may destroy a port; only those that are still registered may be notified.
+        if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::matched, token, *service);
     }
+}
+
+ServiceToken ServiceRegistry::serviceArrived(std::shared_ptr<USBService> service) {
+    const ServiceToken token = add(std::move(service));
+    announce(token);
     return token;
 }
 
 void ServiceRegistry::serviceTerminated(ServiceToken token) {
     const auto found = _services.find(token);
     if (found == _services.end()) return;
-    const std::shared_ptr<USBService> service = found->second;
-    serviceMessage(token, kIOMessageServiceIsTerminated, nullptr);
-    const auto ports = _ports;
-    for (NotificationPort* port : ports) {
-        if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::terminated, token, *service);
+    const std::shared_ptr<USBService> service = found->second.service;
+    if (found->second.isAnnounced) {
+        serviceMessage(token, kIOMessageServiceIsTerminated, nullptr);
+        const auto ports = _ports;
+        for (NotificationPort* port : ports) {
+            if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::terminated, token, *service);
+        }
     }
     _services.erase(token);
 }
@@ -120,12 +134,14 @@ void ServiceRegistry::serviceMessage(ServiceToken token, IOMessage message, void
 
 std::shared_ptr<USBService> ServiceRegistry::service(ServiceToken token) const {
     const auto found = _services.find(token);
-    return found == _services.end() ? nullptr : found->second;
+    return found == _services.end() ? nullptr : found->second.service;
 }
 
 std::vector<ServiceToken> ServiceRegistry::services() const {
     std::vector<ServiceToken> tokens;
-    for (const auto& [token, service] : _services) tokens.push_back(token);
+    for (const auto& [token, entry] : _services) {
+        if (entry.isAnnounced) tokens.push_back(token);
+    }
     return tokens;
 }
 

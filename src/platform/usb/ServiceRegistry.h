@@ -25,17 +25,18 @@ class USBService : public IOUSBInterfaceDescription {
     virtual std::string locationText() const = 0;
     /// The device node, for example "/dev/bus/usb/001/004"; empty when the bus has none.
     virtual std::string nodePath() const = 0;
+    /// True for an embedded printer, which exists in this process only.
     virtual bool isVirtual() const = 0;
 };
 
 enum class ServiceNotification { matched, terminated };
 
-/// The services that a notification has not handed out yet, in bus order. Must be drained to arm its notification.
+/// The services that a notification has not handed out yet, in bus order. Must be drained to arm its notification. Main
+/// queue.
 class ServiceIterator {
   public:
-    bool isValid() const { return true; }
-    void reset() {}
-    /// The next service's token; 0 at the end, and from then on the notification is armed.
+    /// The next service's token; 0 at the end, and from then on the notification is armed. What arrives between two
+    /// calls is added at the end, so an iterator is valid at all times.
     ServiceToken next();
 
   private:
@@ -53,13 +54,13 @@ struct ServiceMatching {
 
 class ServiceRegistry;
 
-/// Who wants the messages of which service. Apart from the port, because printers register and withdraw on their own
-/// queues, and the last of them may do so while the port goes on the main queue. Any thread.
+/// Which contexts receive the messages of which service. Apart from the port, because printers register and withdraw on
+/// their own queues, and the last of them may do so while the port is destroyed on the main queue. Any thread.
 class InterestTable {
   public:
     using Callback = std::function<void(ServiceToken service, IOMessage message, void* argument)>;
 
-    /// Registers for messages of one service. A context that is registered twice for a service hears each message
+    /// Registers for messages of one service. A context that is registered twice for a service receives each message
     /// once. Returns an id for remove, never 0. The callbacks run on the main queue.
     std::uint32_t add(ServiceToken service, const void* context, Callback callback);
     /// False when there is no such registration. A message being delivered may still arrive.
@@ -94,7 +95,8 @@ class NotificationPort {
     std::shared_ptr<ServiceIterator> addMatchingNotification(ServiceNotification kind, const ServiceMatching& matching,
                                                              MatchCallback callback);
 
-    /// Who hears the messages of single services. It may outlive the port by a moment; it then delivers nothing more.
+    /// The receivers of messages of single services. The table may outlive the port by a moment; it then delivers no
+    /// more messages.
     const std::shared_ptr<InterestTable>& interests() const { return _interests; }
 
     ServiceRegistry& registry() { return _registry; }
@@ -114,34 +116,47 @@ class NotificationPort {
     const std::shared_ptr<InterestTable> _interests = std::make_shared<InterestTable>();
 };
 
+/// Every service of every bus, by token. A bus adds and withdraws them; ports are notified. Main queue.
 class ServiceRegistry {
   public:
-    /// For the bus: a new interface is there. Tells the ports. Returns its token.
+    /// For the bus: a new interface is there and has this token from now on, but no port is notified before announce().
+    /// A device's interfaces are all added before the first is announced, because what is announced may end them all.
+    ServiceToken add(std::shared_ptr<USBService> service);
+    /// For the bus: notifies the ports of a service that was added. Unknown tokens are ignored.
+    void announce(ServiceToken token);
+    /// Both at once, for a device with one interface.
     ServiceToken serviceArrived(std::shared_ptr<USBService> service);
-    /// For the bus: the interface has left. Interested contexts hear "terminated" first, then the removal
-    /// notifications run; afterwards the token is unknown. Unknown tokens are ignored.
+    /// For the bus: the interface has left. Interested contexts receive "terminated" first, then the removal
+    /// notifications run; afterwards the token is unknown. A service that was not announced leaves without notice.
+    /// Unknown tokens are ignored.
     void serviceTerminated(ServiceToken token);
     /// For the bus: any other message about a service.
     void serviceMessage(ServiceToken token, IOMessage message, void* argument);
 
     /// Null when the token is not on the bus (any more).
     std::shared_ptr<USBService> service(ServiceToken token) const;
+    /// The tokens of the announced services, in bus order.
     std::vector<ServiceToken> services() const;
 
   private:
     friend class NotificationPort;
-    std::map<ServiceToken, std::shared_ptr<USBService>> _services;
+    struct Entry {
+        std::shared_ptr<USBService> service;
+        bool isAnnounced = false;
+    };
+    std::map<ServiceToken, Entry> _services;
     std::vector<NotificationPort*> _ports;
     ServiceToken _nextToken = 0x101; // a recognisable first value in log lines; counts up, never reused
 };
 
 /// A source of services. start() reports what is attached before it returns, but for devices that are not ready yet,
-/// and reports from then on, always on the main queue; stop() ends that without waiting for anybody.
+/// and reports from then on, always on the main queue; stop() ends that without waiting.
 class USBBus {
   public:
     virtual ~USBBus() = default;
     /// Main queue. kIOReturnSuccess, or why the bus cannot be watched.
     virtual IOReturn start(ServiceRegistry& registry) = 0;
+    /// Main queue. No service is announced or withdrawn afterwards. Safe to call twice.
     virtual void stop() = 0;
 };
 

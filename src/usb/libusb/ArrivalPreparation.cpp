@@ -13,7 +13,7 @@ namespace zul {
 
 namespace {
 
-constexpr std::size_t kLengthBytes = 2; // in front of a device ID; they count themselves
+constexpr std::size_t kLengthBytes = 2; // in front of a device ID; the length includes them
 
 std::vector<DeviceIdentity> unreadIdentities(const AttachedDevice& device) {
     std::vector<DeviceIdentity> identities;

@@ -27,20 +27,22 @@ class AttachedDevice : public std::enable_shared_from_this<AttachedDevice> {
     /// The node of the kernel's printer driver; nullopt while that is not bound. Any thread.
     std::optional<std::string> driverNode(std::uint8_t interface) const;
 
-    /// The open node; opened when nobody has it open yet. kIOReturnNotPrivileged when it may not be. Any thread.
+    /// The open node; opened if this process does not have it open yet. kIOReturnNotPrivileged when it may not be. Any
+    /// thread.
     IOReturn connect(std::shared_ptr<DeviceConnection>& connection);
     /// The open node if there is one. Any thread.
     std::shared_ptr<DeviceConnection> connection();
 
     /// An update is under way at this location. Any thread.
     bool isKept() const { return _services->kept.contains(_descriptors.locationID()); }
-    /// It is over: what is claimed for nobody is released, and the kernel's driver gets the interfaces back a second
-    /// later. Returns at once. Any thread.
+    /// The update is over: claims without a user are released, and the kernel's driver gets the interfaces back a
+    /// second later. Returns at once. Any thread.
     void keptEnded();
     /// The bus ends: gives everything back to the kernel's driver now. May wait for the device. Main queue.
     void giveBackNow();
-    /// The bus has seen the device go. Main queue.
+    /// The bus has seen the device leave. Main queue.
     void end();
+    /// Whether end() was called. Any thread.
     bool hasLeft() const { return _left; }
 
     /// Until then missing rights may be no more than udev's delay. Any thread.
@@ -61,7 +63,7 @@ class AttachedDevice : public std::enable_shared_from_this<AttachedDevice> {
     std::atomic<Clock::TimePoint> _rightsBy{};
     std::mutex _mutex;
     std::weak_ptr<DeviceConnection> _connection;
-    std::shared_ptr<DeviceConnection> _claimed; // keeps the node open while interfaces are claimed for nobody
+    std::shared_ptr<DeviceConnection> _claimed; // keeps the node open while interfaces are claimed without a user
     std::set<std::uint8_t>
         _driverless; // interfaces that the kernel's driver would have if it were not for this program
 };

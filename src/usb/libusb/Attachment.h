@@ -11,14 +11,14 @@ namespace zul {
 
 struct Attachment {
     std::shared_ptr<AttachedDevice> device;
-    /// For the bus: the device was reset in place and counts as new. Any thread.
+    /// For the bus: the device was reset in place and is to be announced again. Any thread.
     std::function<void(const std::shared_ptr<Attachment>&)> reenumerated;
     /// From here on every call on this attachment's handles answers kIOReturnNoDevice.
     std::atomic<bool> gone{false};
 
     // What was prepared before the announcement; not changed afterwards.
     std::vector<DeviceIdentity> identities;
-    std::shared_ptr<DeviceConnection> preparedConnection; // until somebody had the occasion to use it
+    std::shared_ptr<DeviceConnection> preparedConnection; // until the announcement is over
 };
 
 } // namespace zul

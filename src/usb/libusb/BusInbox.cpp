@@ -16,7 +16,7 @@ void BusInbox::add(BusEvent event) {
         if (_port->isClosed()) return;
         _events.push_back(std::move(event));
     }
-    // Closed meanwhile: nobody reads any more, and what the events hold must not outlive the session.
+    // Closed meanwhile: the events are not read any more, and what they hold must not outlive the session.
     if (!_port->post(_reader)) clear();
 }
 

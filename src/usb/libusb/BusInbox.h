@@ -27,8 +27,11 @@ class BusInbox {
     explicit BusInbox(std::shared_ptr<MainPort> port) : _port(std::move(port)) {}
     /// What runs on main whenever events wait. Before the first event.
     void setReader(Block reader) { _reader = std::move(reader); }
-    void add(BusEvent event); // any thread
+    /// Any thread; the reader runs on the main queue afterwards. Dropped once the port is closed.
+    void add(BusEvent event);
+    /// The oldest event; false when there is none. Main queue.
     bool take(std::optional<BusEvent>& event);
+    /// Drops all events. Any thread.
     void clear();
 
   private:

@@ -12,14 +12,14 @@ using namespace std::chrono_literals;
 /// How long a new device's node may stay closed to us before the device is announced all the same: udev makes the node
 /// first and grants the rights a moment later, at worst after some slow rules of other packages. The same span serves a
 /// device that is reported before the kernel has configured it. It serves the node of the kernel's printer driver, too,
-/// which is made anew each time the driver gets a printer.
+/// which is made again each time the driver gets a printer.
 inline constexpr std::chrono::milliseconds kAccessWait = 2000ms;
 /// How often the node is looked at meanwhile: short against what a person notices, long against the cost of a look.
 inline constexpr std::chrono::milliseconds kAccessRetryInterval = 100ms;
 
 /// The kernel takes control transfers of at most one page; more is refused before anything is sent.
 inline constexpr std::uint16_t kControlTransferMax = 4096;
-/// For requests that name no time-out: the library would wait for ever.
+/// For requests that name no time-out: the library would wait without end.
 inline constexpr std::chrono::milliseconds kDefaultTimeout = 1000ms;
 
 /// One piece of a large write. All transfers in flight on the machine share 16 MB of kernel memory, which several
@@ -36,8 +36,8 @@ inline constexpr std::chrono::milliseconds kHolderPollInterval = 5000ms;
 /// short enough that a print service finds the printer when somebody prints.
 inline constexpr std::chrono::milliseconds kIdleBeforeReturn = 1000ms;
 
-/// How long a printer's device ID is asked for before it counts as missing. A printer that has just restarted may
-/// answer late, or refuse one request; without its ID it is known by no name and an update could not go on.
+/// How long a printer's device ID is asked for before it is taken to be missing. A printer that has just restarted may
+/// answer late, or refuse one request; without its ID it has no name and an update could not continue.
 inline constexpr std::chrono::milliseconds kIdentityWait = 3000ms;
 /// One such request. The printers answer in a few milliseconds when they answer at all.
 inline constexpr std::chrono::milliseconds kIdentityTimeout = 100ms;

@@ -30,7 +30,7 @@ IOReturn DeviceConnection::seize(std::uint8_t interface, const void* owner) {
 
 IOReturn DeviceConnection::seizeLocked(std::uint8_t interface, const void* owner) {
     if (const auto held = _owners.find(interface); held != _owners.end()) {
-        if (owner != nullptr) held->second = owner; // from the handle of before a re-enumeration, or from nobody
+        if (owner != nullptr) held->second = owner; // of a handle from before a re-enumeration, or none
         return kIOReturnSuccess;
     }
     int result = libusb_claim_interface(_handle, interface);

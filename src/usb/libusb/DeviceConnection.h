@@ -12,7 +12,7 @@ struct libusb_device_handle;
 namespace zul {
 
 /// The open node and the claims made through it. The owner of a claim is the address of the handle that asked for it,
-/// or null for a claim that the bus keeps for nobody while an update is under way. Claims may be changed from the
+/// or null for a claim without a user, which the bus keeps while an update is under way. Claims may be changed from the
 /// command queues of several interfaces.
 class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
   public:
@@ -33,17 +33,19 @@ class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
     /// still come). Success when it is claimed through this node already; it has a new owner then. A null owner keeps
     /// the node open until releaseUnused().
     IOReturn seize(std::uint8_t interface, const void* owner);
-    /// Ends the owner's use. While an update is under way the claim stays, for nobody. kIOReturnError when owner does
-    /// not hold the interface.
+    /// Ends the owner's use. While an update is under way the claim is kept without a user. kIOReturnError when owner
+    /// does not hold the interface.
     IOReturn release(std::uint8_t interface, const void* owner);
     /// Success when a seize would succeed now, as far as this can be seen without one: the kernel's driver is not a
-    /// holder while no job is printed, and stays.
+    /// holder while no job is printed, and is not detached.
     IOReturn tryClaim(std::uint8_t interface);
     /// Success when no print job goes through the kernel's driver; the codes of seize otherwise.
     IOReturn printJobState(std::uint8_t interface);
+    /// Whether owner holds the interface. Any thread.
     bool isClaimed(std::uint8_t interface, const void* owner);
+    /// Releases every claim, before a reset; returns them so that they can be made again.
     std::map<std::uint8_t, const void*> releaseAll();
-    /// The update is over: releases what is claimed for nobody, and lets the kernel's driver have it back later.
+    /// The update is over: releases claims without a user, and schedules their return to the kernel's driver.
     void releaseUnused();
 
     /// False when the kernel has taken the device off the bus, which it may know before the event is delivered. Asks
@@ -52,11 +54,11 @@ class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
 
     // ---- giving back ----
 
-    /// Releases the claims and gives the interfaces back to the kernel's driver now; does nothing while a transfer is
+    /// Releases the claims and gives the interfaces back to the kernel's driver now; has no effect while a transfer is
     /// under way or after the device has left. Waits for the driver's own look at the device, some milliseconds on one
     /// that answers.
     void giveBackNow();
-    /// Nothing is given back any more. Any thread.
+    /// No interface is given back any more. Any thread.
     void cancelReturns();
 
     /// Marks a transfer for as long as it lives.

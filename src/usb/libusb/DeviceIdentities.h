@@ -15,6 +15,7 @@ struct DeviceIdentity {
     bool isMissing = true;            // no answer in the whole time
     std::vector<unsigned char> reply; // as it came over the wire
 
+    /// Whether this is the answer to the request. Any thread.
     bool answers(const IOUSBDevRequestTO& request) const;
     /// Fills the request as the device would have; kIOUSBTransactionTimeout at once when the answer is missing.
     IOReturn fill(IOUSBDevRequestTO& request) const;

@@ -11,7 +11,7 @@ class DeviceSource {
     /// What is attached is in the inbox when this returns; what happens later comes in on a thread of the source's.
     /// Main queue.
     virtual IOReturn start() = 0;
-    /// Nothing is added to the inbox afterwards but what is being added now. Waits for nobody. Main queue.
+    /// No event is added to the inbox afterwards but one that is being added now. Does not wait. Main queue.
     virtual void stop() = 0;
     /// How well it sees, once it has started.
     virtual ArrivalSight sight() const = 0;

@@ -21,7 +21,7 @@ std::shared_ptr<HolderWatch> HolderWatch::begin(std::shared_ptr<AttachedDevice> 
 }
 
 void HolderWatch::end() {
-    std::function<void()> dropped; // destroyed after the lock: what they hold may come back here
+    std::function<void()> dropped; // destroyed after the lock: their destruction may call this object
     std::shared_ptr<void> reservation;
     const std::scoped_lock lock(_mutex);
     if (_mayBeFree == nullptr) return;

@@ -9,8 +9,8 @@
 
 namespace zul {
 
-/// One watch, from begin() until its end(). This program keeps its own node open all the while and opens it only once,
-/// so no close of its own can be taken for another's.
+/// One watch, from begin() until its end(). This program keeps its own node open meanwhile and opens it only once, so
+/// no close of its own can be taken for that of another program.
 class HolderWatch : public std::enable_shared_from_this<HolderWatch> {
   public:
     /// mayBeFree runs on the main queue until end(). Any thread.

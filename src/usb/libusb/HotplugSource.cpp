@@ -1,10 +1,10 @@
 // The callback runs on whatever thread handles libusb's events; the event thread is ended without being joined.
 #include "usb/libusb/HotplugSource.h"
 
+#include "platform/files/Files.h"
 #include "platform/foundation/Format.h"
 #include "usb/libusb/LibusbResult.h"
 
-#include <fstream>
 #include <libusb.h>
 #include <sstream>
 #include <thread>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kListening = "00010000"; // as the kernel shows it
 
-// On whatever thread handles libusb's events, which may be one that waits for a transfer: only takes a note.
+// On whatever thread handles libusb's events, which may be one that waits for a transfer: only adds an event.
 int LIBUSB_CALL hotplugCallback(libusb_context* /*context*/, libusb_device* device, libusb_hotplug_event event,
                                 void* inbox) {
     const bool arrived = event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED;
@@ -37,7 +37,7 @@ void handleEvents(const std::shared_ptr<LibusbContext>& context, const std::shar
 
 bool isUdevRunning(const SystemFolders& folders) {
     const std::string control = folders.run + "/udev/control";
-    std::ifstream sockets(folders.proc + "/net/unix");
+    std::istringstream sockets(textOfFile(folders.proc + "/net/unix"));
     std::string line;
     while (std::getline(sockets, line)) {
         std::istringstream fields(line);
@@ -50,7 +50,7 @@ bool isUdevRunning(const SystemFolders& folders) {
 
 IOReturn HotplugSource::start() {
     if (libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG) == 0) return kIOReturnError;
-    if (const IOReturn code = LibusbContext::create(_debug, _context); code != kIOReturnSuccess) return code;
+    if (const IOReturn code = LibusbContext::create(_context); code != kIOReturnSuccess) return code;
     _context->keep(_inbox);
     const int result = libusb_hotplug_register_callback(
         _context->get(), LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,

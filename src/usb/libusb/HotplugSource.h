@@ -6,13 +6,13 @@
 namespace zul {
 
 /// Whether udevd reports to this process: somebody listens at its control socket in the folder of running services. The
-/// file alone says little: it stays after an udevd that was killed, and in a container it may be that of the machine,
+/// file alone says little: it remains after an udevd that was killed, and in a container it may be that of the machine,
 /// whose reports do not come in. The kernel's list of sockets has neither. Any thread.
 bool isUdevRunning(const SystemFolders& folders);
 
 class HotplugSource final : public DeviceSource {
   public:
-    HotplugSource(std::shared_ptr<BusInbox> inbox, bool debug) : _inbox(std::move(inbox)), _debug(debug) {}
+    explicit HotplugSource(std::shared_ptr<BusInbox> inbox) : _inbox(std::move(inbox)) {}
     ~HotplugSource() override { stop(); }
     IOReturn start() override;
     void stop() override;
@@ -21,7 +21,6 @@ class HotplugSource final : public DeviceSource {
 
   private:
     const std::shared_ptr<BusInbox> _inbox;
-    const bool _debug;
     std::shared_ptr<LibusbContext> _context;                                                // null while stopped
     std::shared_ptr<std::atomic<bool>> _ended = std::make_shared<std::atomic<bool>>(false); // for the event thread
     int _callback = 0;

@@ -1,4 +1,5 @@
-// Reads the descriptors. libusb answers all of this from its cache and from sysfs.
+// Reads the descriptors. libusb answers all of this from its cache and from sysfs, so nothing here waits for a device.
+// Called by the core at an arrival, on the main queue, and by the scan on its thread.
 #include "usb/libusb/InterfaceDescriptors.h"
 
 #include "platform/foundation/Format.h"
@@ -19,13 +20,13 @@ PipeProperties pipeProperties(const libusb_endpoint_descriptor& endpoint) {
     pipe.direction = in ? PipeDirection::in : PipeDirection::out;
     pipe.number = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_ADDRESS_MASK;
     pipe.transferType = endpoint.bmAttributes & LIBUSB_TRANSFER_TYPE_MASK;
-    pipe.maxPacketSize = endpoint.wMaxPacketSize & 0x07FFU; // the bits above count extra transactions
+    pipe.maxPacketSize = endpoint.wMaxPacketSize & 0x07FFU; // the bits above: extra transactions
     pipe.interval = endpoint.bInterval;
     return pipe;
 }
 
 // The alternate setting that is active once we hold the interface: the kernel goes back to number 0 when it takes its
-// own driver off, so a setting that this driver chose does not count.
+// own driver off, so a setting that this driver chose is not used.
 const libusb_interface_descriptor* activeSetting(const libusb_interface& interface) {
     const auto* begin = interface.altsetting;
     const auto* end = begin + interface.num_altsetting;
@@ -107,6 +108,19 @@ std::optional<std::vector<InterfaceDescriptors>> readPrinterInterfaces(libusb_de
     }
     libusb_free_config_descriptor(config);
     return interfaces;
+}
+
+DescriptorValues descriptorValues(const DeviceDescriptors& device, const InterfaceDescriptors& interface) {
+    return {.vendor = device.vendor,
+            .product = device.product,
+            .releaseNumber = device.releaseNumber,
+            .locationID = device.locationID(),
+            .configurationValue = device.configurationValue,
+            .interfaceNumber = interface.number,
+            .alternateSetting = interface.alternate,
+            .interfaceClass = interface.interfaceClass,
+            .interfaceSubClass = interface.interfaceSubClass,
+            .pipes = interface.pipes};
 }
 
 } // namespace zul

@@ -1,11 +1,8 @@
-// Start and stop of the real bus. What the events mean is in LibusbBusCore.cpp.
+// The owner of the running bus: a core exists from start() to stop(), and only this class starts and stops it. Main
+// queue.
 #include "usb/libusb/LibusbBus.h"
 
-#include "usb/libusb/HotplugSource.h"
 #include "usb/libusb/LibusbBusCore.h"
-#include "usb/libusb/ScanSource.h"
-
-#include <algorithm>
 
 namespace zul {
 
@@ -52,57 +49,6 @@ void LibusbBus::setKept(std::uint32_t locationID, bool kept) {
 
 int LibusbBus::liveSessions() {
     return LibusbContext::live();
-}
-
-IOReturn LibusbBus::Core::startSource() {
-    if (isUdevRunning(_services->options.system)) {
-        _source = std::make_unique<HotplugSource>(_inbox, _services->options.libusbDebug);
-        if (_source->start() == kIOReturnSuccess) return kIOReturnSuccess;
-        _source->stop();
-        _inbox->clear();
-    }
-    _source = std::make_unique<ScanSource>(_inbox, _services);
-    return _source->start();
-}
-
-IOReturn LibusbBus::Core::start() {
-    _inbox->setReader([weak = weak_from_this()] {
-        if (const auto self = weak.lock()) self->drain();
-    });
-    if (const IOReturn code = startSource(); code != kIOReturnSuccess) return code;
-    _starting = true;
-    drain();
-    waitForPreparations();
-    // By their places, whoever answered first: people name printers by their position in a list.
-    auto inOrder = std::move(_startOrder);
-    std::ranges::sort(inOrder, {}, [](const auto& entry) { return entry->device->descriptors().locationID(); });
-    for (const auto& entry : inOrder) {
-        if (_port->isClosed()) break;
-        if (entry->isPrepared && isCurrent(entry)) announce(entry);
-    }
-    _starting = false;
-    noteEnumerated();
-    return kIOReturnSuccess;
-}
-
-void LibusbBus::Core::waitForPreparations() {
-    const Clock::TimePoint deadline = _port->clock().now() + bus_limits::kStartWait;
-    while (!_port->isClosed() && isPreparing() && _prepared->waitUntil(deadline)) drain();
-    if (!_port->isClosed()) drain();
-}
-
-void LibusbBus::Core::stop() {
-    _port->close();
-    if (_source != nullptr) _source->stop();
-    _services->kept.clear();
-    for (const auto& [key, entry] : _entries) {
-        _port->clock().cancel(entry->timer);
-        if (entry->device != nullptr) entry->device->giveBackNow();
-    }
-    _entries.clear();
-    _startOrder.clear();
-    _enumerated.clear();
-    _inbox->clear();
 }
 
 } // namespace zul

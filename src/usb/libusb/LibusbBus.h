@@ -13,7 +13,6 @@
 namespace zul {
 
 struct LibusbBusOptions {
-    bool libusbDebug = false; // libusb's own messages on standard error
     /// Which printers other processes of ours use: those are left alone. Must outlive the bus and its handles. May be
     /// null.
     PrinterReservations* reservations = nullptr;
@@ -48,8 +47,8 @@ class LibusbBus final : public USBBus {
     /// node may not be opened yet is announced when it may, at the latest after 2 s. kIOReturnError when the system has
     /// no USB.
     IOReturn start(ServiceRegistry& registry) override;
-    /// Main queue. Nothing is reported afterwards; handles go on working. Gives the printers that are not in the middle
-    /// of a transfer back to the kernel's printer driver.
+    /// Main queue. No service is reported afterwards; handles keep working. Gives the printers that are not in the
+    /// middle of a transfer back to the kernel's printer driver.
     void stop() override;
 
     /// How arrivals and departures are seen; settled by start(). Main queue.
@@ -65,7 +64,7 @@ class LibusbBus final : public USBBus {
     /// the kernel's printer driver does not get the printer back; USBInterfaceClose ends the use of an interface but
     /// not its claim at the kernel, which the next open through this process takes over; and a printer of ours that
     /// arrives there is claimed as early as possible, before print services find it. Afterwards claims without a user
-    /// are released and the kernel's driver gets the printer back a second later. Nothing happens while the bus does
+    /// are released and the kernel's driver gets the printer back a second later. Without effect while the bus does
     /// not run. Main queue.
     void setKept(std::uint32_t locationID, bool kept);
 

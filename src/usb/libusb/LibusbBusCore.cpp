@@ -1,8 +1,11 @@
-// What the bus makes of events: services that come and go. Main queue only.
+// The running bus, from its start to its stop: events of the source become services that come and go. Called by
+// LibusbBus, and by what sources, timers and preparations post. Main queue only.
 #include "usb/libusb/LibusbBusCore.h"
 
 #include "usb/libusb/ArrivalPreparation.h"
+#include "usb/libusb/HotplugSource.h"
 #include "usb/libusb/LibusbService.h"
+#include "usb/libusb/ScanSource.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +16,7 @@ namespace zul {
 namespace {
 
 bool mayBeOpened(const std::string& nodePath) {
-    // Only missing rights are waited for; of anything else the opening will tell.
+    // Wait only for missing permissions; open() reports every other error.
     return ::access(nodePath.c_str(), R_OK | W_OK) == 0 || errno != EACCES;
 }
 
@@ -30,6 +33,61 @@ std::shared_ptr<BusServices> makeServices(std::shared_ptr<MainPort> port, const 
 LibusbBus::Core::Core(MainQueue& mainQueue, Clock& clock, ServiceRegistry& registry, const LibusbBusOptions& options)
     : _registry(registry), _port(std::make_shared<MainPort>(mainQueue, clock)), _services(makeServices(_port, options)),
       _inbox(std::make_shared<BusInbox>(_port)), _prepared(clock.makeEvent()) {}
+
+// ---- start and stop -------------------------------------------------------------------------------------------------
+
+IOReturn LibusbBus::Core::startSource() {
+    if (isUdevRunning(_services->options.system)) {
+        _source = std::make_unique<HotplugSource>(_inbox);
+        if (_source->start() == kIOReturnSuccess) return kIOReturnSuccess;
+        _source->stop();
+        _inbox->clear();
+    }
+    _source = std::make_unique<ScanSource>(_inbox, _services);
+    return _source->start();
+}
+
+IOReturn LibusbBus::Core::start() {
+    _inbox->setReader([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->drain();
+    });
+    if (const IOReturn code = startSource(); code != kIOReturnSuccess) return code;
+    _starting = true;
+    drain();
+    waitForPreparations();
+    // By their places and not by the order of their answers: people name printers by their position in a list.
+    auto inOrder = std::move(_startOrder);
+    std::ranges::sort(inOrder, {}, [](const auto& entry) { return entry->device->descriptors().locationID(); });
+    for (const auto& entry : inOrder) {
+        if (_port->isClosed()) break;
+        if (entry->isPrepared && isCurrent(entry)) announce(entry);
+    }
+    _starting = false;
+    noteEnumerated();
+    return kIOReturnSuccess;
+}
+
+void LibusbBus::Core::waitForPreparations() {
+    const Clock::TimePoint deadline = _port->clock().now() + bus_limits::kStartWait;
+    while (!_port->isClosed() && isPreparing() && _prepared->waitUntil(deadline)) drain();
+    if (!_port->isClosed()) drain();
+}
+
+void LibusbBus::Core::stop() {
+    _port->close();
+    if (_source != nullptr) _source->stop();
+    _services->kept.clear();
+    for (const auto& [key, entry] : _entries) {
+        _port->clock().cancel(entry->timer);
+        if (entry->device != nullptr) entry->device->giveBackNow();
+    }
+    _entries.clear();
+    _startOrder.clear();
+    _enumerated.clear();
+    _inbox->clear();
+}
+
+// ---- events ---------------------------------------------------------------------------------------------------------
 
 void LibusbBus::Core::drain() {
     // A callback below may run the main queue again. Events that come up then wait for their turn here, so that one is
@@ -69,7 +127,7 @@ void LibusbBus::Core::arrived(BusEvent& event) {
     entry->device = std::make_shared<AttachedDevice>(_services, context, event.device->get());
     entry->announceBy = _port->clock().now() + bus_limits::kAccessWait;
     entry->wasThereAtStart = _starting;
-    // What was attached before the start has long had its rights set.
+    // The permissions of what was attached before the start have long been set.
     if (!_starting) entry->device->rightsMayComeUntil(entry->announceBy);
     _entries[event.key] = entry;
     attachOrWait(entry);
@@ -78,7 +136,7 @@ void LibusbBus::Core::arrived(BusEvent& event) {
 bool LibusbBus::Core::isReady(Entry& entry) {
     if (!entry.isConfigured) entry.isConfigured = entry.device->readDescriptors();
     if (!entry.isConfigured) return false;
-    // What is not a printer waits for no rights.
+    // A device that is not a printer does not wait for permissions.
     if (entry.wasThereAtStart || entry.device->interfaces().empty()) return true;
     return mayBeOpened(entry.device->descriptors().nodePath());
 }
@@ -88,7 +146,7 @@ void LibusbBus::Core::attachOrWait(const std::shared_ptr<Entry>& entry) {
     Clock& clock = _port->clock();
     const Clock::TimePoint now = clock.now();
     const bool isOverdue = now >= entry->announceBy;
-    // A device that is configured only later, by hand for example, is nothing before: there is nothing to announce.
+    // A device that is configured only later, by hand for example, has no interfaces before that: it is waited for.
     if (isReady(*entry) || (isOverdue && entry->isConfigured)) {
         attach(entry);
         return;
@@ -136,12 +194,18 @@ void LibusbBus::Core::prepared(const std::shared_ptr<Attachment>& attachment) {
 void LibusbBus::Core::announce(const std::shared_ptr<Entry>& entry) {
     entry->isAnnounced = true;
     const auto attachment = entry->attachment;
-    for (const InterfaceDescriptors& descriptors : entry->device->interfaces()) {
-        if (_port->isClosed() || attachment->gone) break;
-        entry->tokens.push_back(_registry.serviceArrived(std::make_shared<LibusbService>(attachment, descriptors)));
+    // All are registered before the first is announced: an announcement may end the attachment, and the departure then
+    // withdraws every one of them.
+    for (const InterfaceDescriptors& interface : entry->device->interfaces()) {
+        entry->tokens.push_back(_registry.add(std::make_shared<LibusbService>(attachment, interface)));
     }
-    attachment->preparedConnection = nullptr; // whoever wants the printer has a handle by now
-    if (!entry->device->interfaces().empty()) return;
+    const auto tokens = entry->tokens;
+    for (const ServiceToken token : tokens) {
+        if (_port->isClosed() || attachment->gone) break;
+        _registry.announce(token);
+    }
+    attachment->preparedConnection = nullptr; // a user of the printer has a handle by now
+    if (!tokens.empty()) return;
     // Not a printer: only that it is there is remembered. The session in which it was found may end.
     entry->attachment = nullptr;
     entry->device = nullptr;
@@ -178,7 +242,7 @@ void LibusbBus::Core::terminate(Entry& entry) {
     }
 }
 
-// ---- what is there --------------------------------------------------------------------------------------------------
+// ---- what is attached -----------------------------------------------------------------------------------------------
 
 bool LibusbBus::Core::isCurrent(const std::shared_ptr<Entry>& entry) const {
     return std::ranges::any_of(_entries, [&](const auto& current) { return current.second == entry; });

@@ -1,4 +1,5 @@
-// The running bus behind LibusbBus: events come in on any thread, are put in order, and are handled on the main queue.
+// The running bus, which LibusbBus owns: events come in on any thread, are put in order, and are handled on the main
+// queue.
 #pragma once
 
 #include "usb/libusb/BusLimits.h"
@@ -14,9 +15,12 @@ namespace zul {
 class LibusbBus::Core : public std::enable_shared_from_this<Core> {
   public:
     Core(MainQueue& mainQueue, Clock& clock, ServiceRegistry& registry, const LibusbBusOptions& options);
+    /// Announces what is attached and begins to listen. After a failure call stop() all the same.
     IOReturn start();
+    /// Ends the source, gives the printers back and forgets everything. Runs no callback.
     void stop();
     ArrivalSight seesArrivals() const { return _source == nullptr ? ArrivalSight::no : _source->sight(); }
+    // As described at LibusbBus.
     bool hasPending() const;
     void whenEnumerated(Block block);
     void setKept(std::uint32_t locationID, bool kept);
@@ -26,8 +30,8 @@ class LibusbBus::Core : public std::enable_shared_from_this<Core> {
     // One device. It waits until it is configured and may be opened, is prepared if it is one of our printers, and is
     // announced.
     struct Entry {
-        std::shared_ptr<AttachedDevice> device; // null once it has turned out to be no printer
-        std::shared_ptr<Attachment> attachment; // null while it waits, and for what is no printer
+        std::shared_ptr<AttachedDevice> device; // null once it has turned out not to be a printer
+        std::shared_ptr<Attachment> attachment; // null while it waits, and for what is not a printer
         std::vector<ServiceToken> tokens;
         bool isConfigured = false;
         bool wasThereAtStart = false;

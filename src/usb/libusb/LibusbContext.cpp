@@ -1,3 +1,4 @@
+// Beginning and ending libusb sessions, and counting the references to their devices. Any thread.
 #include "usb/libusb/LibusbContext.h"
 
 #include "usb/libusb/LibusbResult.h"
@@ -19,10 +20,10 @@ int LibusbContext::live() {
     return liveContexts;
 }
 
-IOReturn LibusbContext::create(bool debug, std::shared_ptr<LibusbContext>& context) {
+IOReturn LibusbContext::create(std::shared_ptr<LibusbContext>& context) {
+    context = nullptr;
     libusb_context* made = nullptr;
     if (const int result = libusb_init(&made); result != 0) return ioReturnFromLibusb(result);
-    if (debug) libusb_set_option(made, LIBUSB_OPTION_LOG_LEVEL, LIBUSB_LOG_LEVEL_DEBUG);
     context.reset(new LibusbContext(made));
     return kIOReturnSuccess;
 }

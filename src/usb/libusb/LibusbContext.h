@@ -11,15 +11,17 @@ struct libusb_device;
 
 namespace zul {
 
-/// One libusb session. Whoever drops the last reference ends it, on whatever thread that is; never inside a hot-plug
+/// One libusb session. It ends with its last reference, on the thread that drops it; never inside a hot-plug
 /// callback, which holds no reference.
 class LibusbContext {
   public:
-    static IOReturn create(bool debug, std::shared_ptr<LibusbContext>& context);
+    /// Begins a session; context is null on failure. Any thread.
+    static IOReturn create(std::shared_ptr<LibusbContext>& context);
     ~LibusbContext();
     LibusbContext(const LibusbContext&) = delete;
     LibusbContext& operator=(const LibusbContext&) = delete;
 
+    /// Sessions in the whole process. Any thread.
     static int live();
     libusb_context* get() const { return _context; }
     /// Keeps what callbacks were given until the session has ended: a callback may still run on some thread after it

@@ -1,3 +1,5 @@
+// Resets and string indices of a whole device. Called by the engine on the printer's command queue; a re-enumeration
+// reports to the core through the attachment.
 #include "usb/libusb/LibusbDevice.h"
 
 #include "usb/libusb/LibusbResult.h"
@@ -22,12 +24,12 @@ IOReturn LibusbDevice::USBDeviceReEnumerate(std::uint32_t /*options*/) {
     // The device came back as a different one, or has left: the system's own events follow.
     if (result == LIBUSB_ERROR_NOT_FOUND || result == LIBUSB_ERROR_NO_DEVICE) return kIOReturnSuccess;
     if (result != 0) {
-        // Nothing has changed: whoever had the interface open has it open still.
+        // No reset was made: handles that had an interface open have it open still.
         for (const auto& [interface, owner] : owners) static_cast<void>(_connection->seize(interface, owner));
         return ioReturnFromLibusb(result);
     }
     if (_connection->device()->isKept()) {
-        // No other program is to be quicker than the handles of the new attachment.
+        // Claimed before another program can do so; the handles of the new attachment take the claims over.
         for (const auto& [interface, owner] : owners) static_cast<void>(_connection->seize(interface, nullptr));
     }
     _attachment->gone = true;

@@ -10,11 +10,12 @@ class LibusbDevice final : public IOUSBDeviceInterface {
     LibusbDevice(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection)
         : _attachment(std::move(attachment)), _connection(std::move(connection)) {}
 
-    /// The node is open as long as the handle lives: both only tell whether the device is still there.
+    /// The node is open as long as the handle lives: both only answer whether the device is still there.
     IOReturn USBDeviceOpen() override { return present(); }
     IOReturn USBDeviceClose() override { return present(); }
-    /// Resets in place: address and claim stay, no events follow.
+    /// Resets in place: address and claim are kept, no events follow.
     IOReturn ResetDevice() override;
+    /// Resets the device and ends this attachment; the core then announces the device as a new one. options: not used.
     IOReturn USBDeviceReEnumerate(std::uint32_t options) override;
     IOReturn USBGetManufacturerStringIndex(std::uint8_t& index) override;
     IOReturn USBGetProductStringIndex(std::uint8_t& index) override;

@@ -8,50 +8,51 @@
 namespace zul {
 
 LibusbInterface::LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,
-                                 const InterfaceDescriptors& descriptors)
-    : DescribedInterface(attachment->device->descriptors(), descriptors), _attachment(std::move(attachment)),
+                                 DescriptorValues descriptors)
+    : DescribedInterface(std::move(descriptors)), _attachment(std::move(attachment)),
       _connection(std::move(connection)) {}
 
 LibusbInterface::~LibusbInterface() {
     if (_watch != nullptr) _watch->end();
-    // Nothing to do about a failure: not claimed, or the device has left.
-    static_cast<void>(_connection->release(_descriptors.number, this));
+    // A failure needs no answer: the interface is not claimed, or the device has left.
+    static_cast<void>(_connection->release(_descriptors.interfaceNumber, this));
 }
 
 IOReturn LibusbInterface::USBInterfaceOpenSeize() {
     if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
-    if (_connection->isClaimed(_descriptors.number, this)) return kIOReturnSuccess;
-    if (reservationElsewhere(device().services(), _deviceDescriptors.key())) return kIOReturnExclusiveAccess;
-    return _connection->seize(_descriptors.number, this);
+    if (_connection->isClaimed(_descriptors.interfaceNumber, this)) return kIOReturnSuccess;
+    if (reservationElsewhere(device().services(), device().descriptors().key())) return kIOReturnExclusiveAccess;
+    return _connection->seize(_descriptors.interfaceNumber, this);
 }
 
 IOReturn LibusbInterface::USBInterfaceClose() {
     _surplus.clear();
-    const IOReturn code = _connection->release(_descriptors.number, this);
+    const IOReturn code = _connection->release(_descriptors.interfaceNumber, this);
     return present() == kIOReturnSuccess ? code : kIOReturnNoDevice;
 }
 
 InterfaceHolder LibusbInterface::holder() {
     if (present() != kIOReturnSuccess) return {};
-    if (const auto reserved = reservationElsewhere(device().services(), _deviceDescriptors.key())) return *reserved;
+    if (const auto reserved = reservationElsewhere(device().services(), device().descriptors().key())) return *reserved;
     const SystemFolders& folders = device().services().options.system;
-    if (const auto node = device().driverNode(_descriptors.number)) {
+    if (const auto node = device().driverNode(_descriptors.interfaceNumber)) {
         const auto printing = processesWithOpen(folders, *node);
         // Where one may not look into other users' processes, the driver itself still says that a job is printed.
         if (!printing.empty()) return probableHolder(printing, InterfaceHolder::Kind::printing);
-        if (_connection->printJobState(_descriptors.number) == kIOReturnExclusiveAccess) {
+        if (_connection->printJobState(_descriptors.interfaceNumber) == kIOReturnExclusiveAccess) {
             InterfaceHolder job;
             job.kind = InterfaceHolder::Kind::printing;
             return job;
         }
     }
-    return probableHolder(processesWithOpen(folders, _deviceDescriptors.nodePath()), InterfaceHolder::Kind::process);
+    return probableHolder(processesWithOpen(folders, device().descriptors().nodePath()),
+                          InterfaceHolder::Kind::process);
 }
 
 IOReturn LibusbInterface::tryClaim() {
     if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
-    if (reservationElsewhere(device().services(), _deviceDescriptors.key())) return kIOReturnExclusiveAccess;
-    return _connection->tryClaim(_descriptors.number);
+    if (reservationElsewhere(device().services(), device().descriptors().key())) return kIOReturnExclusiveAccess;
+    return _connection->tryClaim(_descriptors.interfaceNumber);
 }
 
 IOReturn LibusbInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) {
@@ -64,12 +65,12 @@ IOReturn LibusbInterface::GetDevice(std::shared_ptr<IOUSBDeviceInterface>& devic
 void LibusbInterface::watchHolder(std::function<void()> mayBeFree) {
     std::shared_ptr<HolderWatch> watch;
     if (mayBeFree != nullptr && !_attachment->gone) {
-        // The attachment may end during the watch: from then on there is nobody to wait for.
+        // The attachment may end during the watch: from then on there is no holder to wait for.
         auto whileThere = [weak = std::weak_ptr<Attachment>(_attachment), mayBeFree = std::move(mayBeFree)] {
             const auto attachment = weak.lock();
             if (attachment != nullptr && !attachment->gone) mayBeFree();
         };
-        watch = HolderWatch::begin(_attachment->device, _descriptors.number, std::move(whileThere));
+        watch = HolderWatch::begin(_attachment->device, _descriptors.interfaceNumber, std::move(whileThere));
     }
     {
         const std::scoped_lock lock(_watchMutex);
@@ -82,7 +83,7 @@ IOReturn LibusbInterface::result(int libusbResult) const {
     const IOReturn code = ioReturnFromLibusb(libusbResult);
     // A device that leaves in the middle of a transfer shows as an I/O error or as gone, by chance: asking the kernel
     // makes one answer of both where it knows already.
-    if (code == kIOReturnNotResponding && !_connection->isOnBus(_descriptors.number)) return kIOReturnNoDevice;
+    if (code == kIOReturnNotResponding && !_connection->isOnBus(_descriptors.interfaceNumber)) return kIOReturnNoDevice;
     return code;
 }
 

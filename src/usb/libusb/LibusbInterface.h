@@ -14,7 +14,7 @@ std::chrono::milliseconds controlTimeout(const IOUSBDevRequestTO& request);
 class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
     LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,
-                    const InterfaceDescriptors& descriptors);
+                    DescriptorValues descriptors);
     /// Ends the watch and drops the claim. The node closes with the device's last handle, or when the kernel's driver
     /// has been given the printer back.
     ~LibusbInterface() override;
@@ -27,7 +27,7 @@ class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface>
     /// not ask for waits for the next read. size 0 returns at once.
     IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
                         std::uint32_t completionTimeout) override;
-    /// In pieces under one deadline. size 0 sends nothing. A time-out after the last byte has gone is success.
+    /// In pieces under one deadline. size 0 makes no transfer. A time-out after the last byte has gone is success.
     IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,
                          std::uint32_t completionTimeout) override;
     /// IN requests are cut to what the kernel takes. The library has one time-out: the shorter of the two, because a
@@ -47,7 +47,7 @@ class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface>
   private:
     struct Surplus {
         std::vector<unsigned char> bytes;
-        bool goesOn = false; // the transfer it came from did not end with a short packet: more belongs to it
+        bool continues = false; // the transfer it came from did not end with a short packet: more belongs to it
     };
 
     IOReturn checkPipe(std::uint8_t pipe, PipeDirection direction) const;

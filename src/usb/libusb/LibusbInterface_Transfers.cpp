@@ -17,7 +17,7 @@ milliseconds timeoutOf(std::uint32_t completionTimeout) {
 }
 
 unsigned int libusbTimeout(milliseconds timeout) {
-    return static_cast<unsigned int>(std::max<milliseconds::rep>(timeout.count(), 1)); // 0 would wait for ever
+    return static_cast<unsigned int>(std::max<milliseconds::rep>(timeout.count(), 1)); // 0 would wait without end
 }
 
 unsigned char endpointAddress(const PipeProperties& pipe) {
@@ -38,11 +38,11 @@ IOReturn LibusbInterface::checkPipe(std::uint8_t pipe, PipeDirection direction) 
     const PipeProperties& properties = _descriptors.pipes[pipe - 1U];
     if (properties.transferType != kUSBBulk || properties.direction != direction) return kIOReturnBadArgument;
     // The kernel would claim the interface by itself and keep it.
-    return _connection->isClaimed(_descriptors.number, this) ? kIOReturnSuccess : kIOReturnError;
+    return _connection->isClaimed(_descriptors.interfaceNumber, this) ? kIOReturnSuccess : kIOReturnError;
 }
 
 IOReturn LibusbInterface::transferResult(int libusbResult, unsigned char endpoint) const {
-    // The caller hears of the stall and does not get the transfer repeated, but the pipe is usable for its next one.
+    // The stall is reported and the transfer is not repeated, but the pipe is usable for the next one.
     if (libusbResult == LIBUSB_ERROR_PIPE) libusb_clear_halt(_connection->handle(), endpoint);
     return result(libusbResult);
 }
@@ -64,7 +64,7 @@ IOReturn LibusbInterface::readPackets(const PipeProperties& pipe, Surplus& surpl
                                             static_cast<int>(packets.size()), &transferred, libusbTimeout(timeout));
     const auto count = static_cast<std::size_t>(std::max(transferred, 0));
     surplus.bytes.insert(surplus.bytes.end(), packets.begin(), packets.begin() + static_cast<std::ptrdiff_t>(count));
-    surplus.goesOn = result == 0 && count == packets.size();
+    surplus.continues = result == 0 && count == packets.size();
     // All that was asked for has come; only the end of the last packet's transfer was not seen.
     if (result == LIBUSB_ERROR_TIMEOUT && count >= wanted) return kIOReturnSuccess;
     return transferResult(result, endpoint);
@@ -82,14 +82,14 @@ IOReturn LibusbInterface::ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint3
     Surplus& surplus = _surplus[pipe];
     const bool kept = !surplus.bytes.empty();
     size = takeSurplus(surplus, bytes, asked);
-    // What was kept is the rest of an earlier transfer; it is only added to when that transfer goes on.
-    if (size == asked || (kept && !surplus.goesOn)) return kIOReturnSuccess;
+    // What was kept is the rest of an earlier transfer; it is only added to when that transfer continues.
+    if (size == asked || (kept && !surplus.continues)) return kIOReturnSuccess;
     const Clock::TimePoint deadline = clock().now() + timeoutOf(completionTimeout);
-    const bool wentOn = surplus.goesOn;
+    const bool continued = surplus.continues;
     IOReturn code = readPackets(_descriptors.pipes[pipe - 1U], surplus, asked - size, timeoutOf(completionTimeout));
     // A transfer that filled its last packet is ended by an empty one. That belongs to what was read before; taken for
     // an answer it would shift all that follow.
-    if (wentOn && size == 0 && code == kIOReturnSuccess && surplus.bytes.empty()) {
+    if (continued && size == 0 && code == kIOReturnSuccess && surplus.bytes.empty()) {
         const auto left = std::chrono::duration_cast<milliseconds>(deadline - clock().now());
         if (left.count() > 0) code = readPackets(_descriptors.pipes[pipe - 1U], surplus, asked, left);
     }
@@ -118,7 +118,7 @@ IOReturn LibusbInterface::WritePipeTO(std::uint8_t pipe, const void* buffer, std
         if (_writeProgress != nullptr && transferred > 0) _writeProgress(done, size);
         if (code == LIBUSB_ERROR_TIMEOUT && done == size) return kIOReturnSuccess;
         if (code != 0) return transferResult(code, endpoint);
-        if (transferred < piece) return kIOReturnUnderrun; // never seen; going on would shift the bytes of the frame
+        if (transferred < piece) return kIOReturnUnderrun; // never seen; continuing would shift the bytes of the frame
     }
     return kIOReturnSuccess;
 }
@@ -155,10 +155,11 @@ IOReturn LibusbInterface::resynchronize(std::uint8_t pipe) {
             readPackets(properties, dropped, bus_limits::kResynchronizePiece, bus_limits::kResynchronizeQuiet);
         if (code == kIOUSBTransactionTimeout && dropped.bytes.empty()) return kIOReturnSuccess;
         // A stall is cleared by then, and what was too long is gone: the pipe has to be quiet, not free of errors.
-        const bool mayGoOn = code == kIOReturnSuccess || code == kIOUSBTransactionTimeout ||
-                             code == kIOUSBPipeStalled || code == kIOReturnOverrun;
-        if (!mayGoOn) return code;
-        total += std::max<std::size_t>(dropped.bytes.size(), properties.maxPacketSize); // errors count, too
+        const bool mayContinue = code == kIOReturnSuccess || code == kIOUSBTransactionTimeout ||
+                                 code == kIOUSBPipeStalled || code == kIOReturnOverrun;
+        if (!mayContinue) return code;
+        // An error is taken for one packet, so that a pipe of errors ends the loop, too.
+        total += std::max<std::size_t>(dropped.bytes.size(), properties.maxPacketSize);
     }
     return kIOReturnOverrun;
 }

@@ -1,3 +1,5 @@
+// The one place where a result of libusb becomes a code of this program. Called wherever libusb was called, on any
+// thread.
 #include "usb/libusb/LibusbResult.h"
 
 #include <libusb.h>

@@ -8,12 +8,13 @@ namespace zul {
 
 class LibusbService final : public DescribedInterface<USBService> {
   public:
-    LibusbService(std::shared_ptr<Attachment> attachment, const InterfaceDescriptors& descriptors)
-        : DescribedInterface(attachment->device->descriptors(), descriptors), _attachment(std::move(attachment)) {}
+    LibusbService(std::shared_ptr<Attachment> attachment, const InterfaceDescriptors& interface)
+        : DescribedInterface(descriptorValues(attachment->device->descriptors(), interface)),
+          _attachment(std::move(attachment)) {}
 
     IOReturn createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) override;
-    std::string locationText() const override { return _deviceDescriptors.locationText(); }
-    std::string nodePath() const override { return _deviceDescriptors.nodePath(); }
+    std::string locationText() const override { return _attachment->device->descriptors().locationText(); }
+    std::string nodePath() const override { return _attachment->device->descriptors().nodePath(); }
     bool isVirtual() const override { return false; }
 
   private:

@@ -1,3 +1,5 @@
+// Posting to the main queue until the port is closed. Called by sources, devices and handles on any thread; closed by
+// the core on the main queue.
 #include "usb/libusb/MainPort.h"
 
 namespace zul {

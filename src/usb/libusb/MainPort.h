@@ -1,5 +1,5 @@
-// The way from the bus's private threads to the main queue. It can be shut, and then nothing of the bus arrives there
-// any more, whatever is still under way.
+// The way from the bus's private threads to the main queue. It can be closed; after that no block of the bus runs
+// there, whatever is still under way.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -17,6 +17,7 @@ class MainPort {
     bool post(Block block);
     /// Main queue. Afterwards no posted block runs.
     void close();
+    /// Any thread.
     bool isClosed() const;
     Clock& clock() const { return _clock; }
 

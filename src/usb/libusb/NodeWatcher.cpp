@@ -1,4 +1,9 @@
+// Watching nodes through inotify. One thread reads its events and runs the callbacks; it is not joined, because a
+// callback may be the one that destroys the watcher. Called by holder watches and by the guard of print jobs, any
+// thread.
 #include "usb/libusb/NodeWatcher.h"
+
+#include "platform/files/WakeEvent.h"
 
 #include <array>
 #include <cerrno>
@@ -6,7 +11,6 @@
 #include <map>
 #include <mutex>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <thread>
 #include <unistd.h>
@@ -25,17 +29,12 @@ struct NodeWatcher::State {
         Callback closed;
     };
 
-    const int inotify = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const ScopedFd inotify{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+    const WakeEvent ended;
     std::mutex mutex;
     std::map<std::uint64_t, Watch> watches;
     std::uint64_t nextId = 1;
     bool running = false;
-
-    ~State() {
-        if (inotify >= 0) ::close(inotify);
-        if (wake >= 0) ::close(wake);
-    }
 
     std::vector<Callback> callbacksOf(int descriptor) {
         const std::scoped_lock lock(mutex);
@@ -48,7 +47,7 @@ struct NodeWatcher::State {
 
     void readEvents() {
         alignas(inotify_event) std::array<char, 4096> buffer{};
-        const ssize_t length = ::read(inotify, buffer.data(), buffer.size());
+        const ssize_t length = ::read(inotify.get(), buffer.data(), buffer.size());
         for (ssize_t offset = 0; offset + static_cast<ssize_t>(sizeof(inotify_event)) <= length;) {
             inotify_event event{};
             std::memcpy(&event, buffer.data() + offset, sizeof event);
@@ -60,7 +59,7 @@ struct NodeWatcher::State {
 
     static void run(const std::shared_ptr<State>& state) {
         for (;;) {
-            std::array<pollfd, 2> entries{{{state->inotify, POLLIN, 0}, {state->wake, POLLIN, 0}}};
+            std::array<pollfd, 2> entries{{{state->inotify.get(), POLLIN, 0}, {state->ended.descriptor(), POLLIN, 0}}};
             if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) return;
             if (entries[1].revents != 0) return;
             if (entries[0].revents != 0) state->readEvents();
@@ -71,14 +70,12 @@ struct NodeWatcher::State {
 NodeWatcher::NodeWatcher() : _state(std::make_shared<State>()) {}
 
 NodeWatcher::~NodeWatcher() {
-    const std::uint64_t one = 1;
-    while (::write(_state->wake, &one, sizeof one) < 0 && errno == EINTR) {
-    }
+    _state->ended.raise();
 }
 
 std::uint64_t NodeWatcher::add(const std::string& path, Callback closed) {
     const std::scoped_lock lock(_state->mutex);
-    const int descriptor = inotify_add_watch(_state->inotify, path.c_str(), kCloses);
+    const int descriptor = inotify_add_watch(_state->inotify.get(), path.c_str(), kCloses);
     if (descriptor < 0) return 0;
     const std::uint64_t id = _state->nextId++;
     _state->watches.emplace(id, State::Watch{path, descriptor, std::move(closed)});
@@ -90,7 +87,7 @@ std::uint64_t NodeWatcher::add(const std::string& path, Callback closed) {
 }
 
 void NodeWatcher::remove(std::uint64_t watch) {
-    Callback dropped; // destroyed after the lock: what it holds may come back here
+    Callback dropped; // destroyed after the lock: its destruction may call this object
     const std::scoped_lock lock(_state->mutex);
     const auto found = _state->watches.find(watch);
     if (found == _state->watches.end()) return;
@@ -100,20 +97,20 @@ void NodeWatcher::remove(std::uint64_t watch) {
     for (const auto& [id, other] : _state->watches) {
         if (other.descriptor == descriptor) return;
     }
-    inotify_rm_watch(_state->inotify, descriptor);
+    inotify_rm_watch(_state->inotify.get(), descriptor);
 }
 
-void NodeWatcher::closeUnseen(const std::string& path, int descriptor) {
+void NodeWatcher::closeUnseen(const std::string& path, ScopedFd file) {
     const std::scoped_lock lock(_state->mutex);
     std::vector<State::Watch*> watches;
     for (auto& [id, watch] : _state->watches) {
         if (watch.path == path) watches.push_back(&watch);
     }
-    if (!watches.empty()) inotify_rm_watch(_state->inotify, watches.front()->descriptor);
-    ::close(descriptor);
-    // The system never gives a number of its own twice, so reports for the old watch find nobody.
+    if (!watches.empty()) inotify_rm_watch(_state->inotify.get(), watches.front()->descriptor);
+    file.reset();
+    // The system never gives a watch number twice, so reports for the old watch find no callback.
     for (State::Watch* watch : watches) {
-        watch->descriptor = inotify_add_watch(_state->inotify, path.c_str(), kCloses);
+        watch->descriptor = inotify_add_watch(_state->inotify.get(), path.c_str(), kCloses);
     }
 }
 

@@ -2,6 +2,8 @@
 // printer.
 #pragma once
 
+#include "platform/files/ScopedFd.h"
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,9 +24,10 @@ class NodeWatcher {
     std::uint64_t add(const std::string& path, Callback closed);
     /// A callback that already runs is not waited for. Any thread.
     void remove(std::uint64_t watch);
-    /// Closes a descriptor of the file without a report to the file's watches. A close by somebody else at the same
-    /// moment goes unreported, too: who calls this has just seen that nobody else has the file open. Any thread.
-    void closeUnseen(const std::string& path, int descriptor);
+    /// Closes the file, which was opened at path, without a report to the file's watches. A close by somebody else at
+    /// the same moment goes unreported, too: the caller has just seen that no other process has the file open. Any
+    /// thread.
+    void closeUnseen(const std::string& path, ScopedFd file);
 
   private:
     struct State;

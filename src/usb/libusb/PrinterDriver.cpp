@@ -6,7 +6,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <unistd.h>
+#include <utility>
 
 namespace zul {
 
@@ -54,15 +54,15 @@ std::optional<std::string> printerDriverNode(const SystemFolders& folders, const
 }
 
 PrintJobGuard::~PrintJobGuard() {
-    if (_descriptor >= 0) _watcher.closeUnseen(_node, _descriptor);
+    if (_driver) _watcher.closeUnseen(_node, std::move(_driver));
 }
 
 IOReturn PrintJobGuard::keepJobsOut(const std::string& node) {
     _node = node;
     do {
-        _descriptor = ::open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    } while (_descriptor < 0 && errno == EINTR);
-    return _descriptor >= 0 ? kIOReturnSuccess : ioReturnFromOpen(errno);
+        _driver = ScopedFd(::open(node.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    } while (!_driver && errno == EINTR);
+    return _driver ? kIOReturnSuccess : ioReturnFromOpen(errno);
 }
 
 } // namespace zul

@@ -1,6 +1,7 @@
 // The kernel's own printer driver (usblp): its device node, and whether a print job goes through it.
 #pragma once
 
+#include "platform/files/ScopedFd.h"
 #include "platform/usb/IOReturn.h"
 #include "usb/libusb/InterfaceDescriptors.h"
 #include "usb/libusb/NodeWatcher.h"
@@ -35,7 +36,7 @@ class PrintJobGuard {
   private:
     NodeWatcher& _watcher;
     std::string _node;
-    int _descriptor = -1;
+    ScopedFd _driver; // the open node
 };
 
 } // namespace zul

@@ -1,11 +1,14 @@
+// Looking through the open files of all processes, as /proc shows them. Called by handles after a refused claim and by
+// the doctor, never for the main queue of a window.
 #include "usb/libusb/ProcessSearch.h"
+
+#include "platform/files/Files.h"
 
 #include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
-#include <fstream>
 #include <unistd.h>
 
 namespace zul {
@@ -41,12 +44,6 @@ bool hasOpen(const std::string& processFolder, const std::string& file) {
     return found;
 }
 
-std::string nameOfProcess(const std::string& processFolder) {
-    std::string name;
-    std::getline(std::ifstream(processFolder + "/comm"), name);
-    return name;
-}
-
 bool isOwnProgram(const FoundProcess& process) {
     return std::ranges::any_of(kOwnPrograms,
                                [&](const std::string& own) { return process.name == own.substr(0, kNameMax); });
@@ -61,7 +58,7 @@ std::vector<FoundProcess> processesWithOpen(const SystemFolders& folders, const 
         const long pid = std::strtol(entry, &end, 10);
         if (*end != '\0' || pid <= 0 || pid == ::getpid()) return true;
         const std::string folder = folders.proc + "/" + entry;
-        if (hasOpen(folder, file)) processes.push_back({static_cast<int>(pid), nameOfProcess(folder)});
+        if (hasOpen(folder, file)) processes.push_back({static_cast<int>(pid), firstLineOfFile(folder + "/comm")});
         return true;
     });
     std::ranges::sort(processes, {}, &FoundProcess::pid);

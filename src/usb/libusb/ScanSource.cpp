@@ -2,6 +2,7 @@
 // that is found keeps its session. The thread that looks is ended without being joined.
 #include "usb/libusb/ScanSource.h"
 
+#include "platform/files/WakeEvent.h"
 #include "platform/foundation/Format.h"
 #include "usb/libusb/BusLimits.h"
 #include "usb/libusb/UeventSocket.h"
@@ -11,10 +12,8 @@
 #include <libusb.h>
 #include <map>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 
 namespace zul {
 
@@ -36,14 +35,11 @@ ino_t attachmentNumber(const SystemFolders& folders, libusb_device* device) {
 struct ScanSource::State : std::enable_shared_from_this<State> {
     State(std::shared_ptr<BusInbox> inboxToFill, std::shared_ptr<BusServices> busServices)
         : inbox(std::move(inboxToFill)), services(std::move(busServices)) {}
-    ~State() {
-        if (wake >= 0) ::close(wake);
-    }
 
     const std::shared_ptr<BusInbox> inbox;
     const std::shared_ptr<BusServices> services;
     UeventSocket uevents{services->options.takesKernelReports};
-    const int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const WakeEvent wake; // to look again, or to end
     std::atomic<bool> ended{false};
     std::atomic<bool> started{false};
     std::map<DeviceKey, ino_t> known; // on main until the thread starts, then on that
@@ -51,16 +47,11 @@ struct ScanSource::State : std::enable_shared_from_this<State> {
     IOReturn look();
     void run();
     void armTimer();
-    void wakeUp() const {
-        const std::uint64_t one = 1;
-        while (::write(wake, &one, sizeof one) < 0 && errno == EINTR) {
-        }
-    }
 };
 
 IOReturn ScanSource::State::look() {
     std::shared_ptr<LibusbContext> context;
-    const IOReturn code = LibusbContext::create(services->options.libusbDebug, context);
+    const IOReturn code = LibusbContext::create(context);
     if (code != kIOReturnSuccess) return code;
     libusb_device** devices = nullptr;
     const ssize_t count = libusb_get_device_list(context->get(), &devices);
@@ -88,10 +79,9 @@ IOReturn ScanSource::State::look() {
 
 void ScanSource::State::run() {
     while (!ended) {
-        std::array<pollfd, 2> entries{{{wake, POLLIN, 0}, {uevents.descriptor(), POLLIN, 0}}};
+        std::array<pollfd, 2> entries{{{wake.descriptor(), POLLIN, 0}, {uevents.descriptor(), POLLIN, 0}}};
         if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) return;
-        std::uint64_t count = 0;
-        const bool isWoken = ::read(wake, &count, sizeof count) == sizeof count;
+        const bool isWoken = wake.lower();
         const bool isReported = uevents.isOpen() && uevents.readReports();
         if (ended || (!isWoken && !isReported)) continue;
         if (const IOReturn code = look(); code != kIOReturnSuccess) {
@@ -105,7 +95,7 @@ void ScanSource::State::armTimer() {
     clock.callAt(clock.now() + bus_limits::kRescanInterval, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (self == nullptr || self->ended) return;
-        self->wakeUp();
+        self->wake.raise();
         self->armTimer();
     });
 }
@@ -124,7 +114,7 @@ IOReturn ScanSource::start() {
 
 void ScanSource::stop() {
     _state->ended = true;
-    _state->wakeUp();
+    _state->wake.raise();
 }
 
 ArrivalSight ScanSource::sight() const {

@@ -1,3 +1,5 @@
+// Opening the netlink socket and reading what the kernel reports about USB. Used by the scan, on main at the start and
+// then on its own thread.
 #include "usb/libusb/UeventSocket.h"
 
 #include <array>
@@ -5,7 +7,6 @@
 #include <linux/netlink.h>
 #include <string_view>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace zul {
 
@@ -17,26 +18,20 @@ constexpr std::string_view kUsbField{"\0SUBSYSTEM=usb\0", 15};
 
 UeventSocket::UeventSocket(bool isWanted) {
     if (!isWanted) return;
-    _descriptor = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
+    _socket = ScopedFd(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT));
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = kKernelReports;
-    if (_descriptor < 0 || ::bind(_descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-        return;
-    ::close(_descriptor);
-    _descriptor = -1;
+    if (!_socket) return;
+    if (::bind(_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) _socket.reset();
 }
 
-UeventSocket::~UeventSocket() {
-    if (_descriptor >= 0) ::close(_descriptor);
-}
-
-// Whoever may send to this group can at most make the bus look once more, so the sender is not checked.
+// The sender is not checked: a report can do no more than make the bus look once more.
 bool UeventSocket::readReports() {
     bool isAboutUsb = false;
     std::array<char, 16384> report{}; // the kernel's longest has 2 KiB of fields and a path
     for (;;) {
-        const ssize_t length = ::recv(_descriptor, report.data(), report.size(), MSG_DONTWAIT);
+        const ssize_t length = ::recv(_socket.get(), report.data(), report.size(), MSG_DONTWAIT);
         if (length < 0 && errno == EINTR) continue;
         if (length < 0) return isAboutUsb || errno == ENOBUFS;
         const std::string_view fields(report.data(), static_cast<std::size_t>(length));

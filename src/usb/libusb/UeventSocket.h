@@ -1,6 +1,8 @@
 // The kernel's own reports of devices that come and go. They need no daemon and no rights.
 #pragma once
 
+#include "platform/files/ScopedFd.h"
+
 namespace zul {
 
 /// Used on one thread at a time.
@@ -8,18 +10,15 @@ class UeventSocket {
   public:
     /// Not open when the system refuses it, or when it is not wanted.
     explicit UeventSocket(bool isWanted);
-    ~UeventSocket();
-    UeventSocket(const UeventSocket&) = delete;
-    UeventSocket& operator=(const UeventSocket&) = delete;
 
-    bool isOpen() const { return _descriptor >= 0; }
+    bool isOpen() const { return bool(_socket); }
     /// Readable when reports wait; -1 when not open.
-    int descriptor() const { return _descriptor; }
+    int descriptor() const { return _socket.get(); }
     /// Reads what waits. True if a report was about USB, or if reports were lost.
     bool readReports();
 
   private:
-    int _descriptor = -1;
+    ScopedFd _socket;
 };
 
 } // namespace zul

@@ -1,3 +1,4 @@
+// What the helpers say of the machine: on a host with known answers, and on this one.
 #include "holven_Base/HOLVEN_Base.h"
 #include "holven_Base/HOLVEN_NSObjectAdditions.h"
 #include "holven_Base/HostProbe.h"
@@ -13,7 +14,7 @@ using namespace zul;
 
 namespace {
 
-// A host of known facts in place of this machine.
+// A host with known answers in place of this machine.
 struct HostLab {
     HostLab() {
         probe.pageSize = [] { return std::optional<std::uint64_t>(16384); };
@@ -49,7 +50,7 @@ int openDescriptors() {
 
 } // namespace
 
-TEST_CASE("free memory is told in pages, bytes and whole mebibytes") {
+TEST_CASE("free memory is given in pages, bytes and whole mebibytes") {
     HostLab lab;
     CHECK(HOLVEN_Base::vmStats() == HOLVEN_Base::VMStats{{"freePages", 1000}, {"freeBytes", 16384000}, {"freeMB", 15}});
 }
@@ -68,7 +69,7 @@ TEST_CASE("free memory beyond four gibibytes is counted in full") {
     CHECK(HOLVEN_Base::vmStats()->at("freeBytes") == 0xFFFFFFFFULL * 16384);
 }
 
-TEST_CASE("a host that tells fewer than four counters tells no free memory") {
+TEST_CASE("a host with fewer than four counters gives no free memory") {
     HostLab lab;
     lab.probe.vmStatistics = [] { return std::vector<std::uint32_t>{1000, 1, 2}; };
     lab.use();
@@ -76,7 +77,7 @@ TEST_CASE("a host that tells fewer than four counters tells no free memory") {
     CHECK(HOLVEN_Base::systemVersionInfo().find("(0MB free)") != std::string::npos);
 }
 
-TEST_CASE("model and architecture make one text, nothing when the host refuses either") {
+TEST_CASE("model and architecture make one text, nullopt when the host refuses either") {
     HostLab lab;
     CHECK(HOLVEN_Base::hostModelAndArch() == "Kiosk 7 (x86_64)");
     lab.probe.model = [] { return std::optional<std::string>(); };
@@ -107,7 +108,7 @@ TEST_CASE("the banner begins with 80 carets and a line feed and ends without one
           std::string(80, '^') + "\nlab starting up\n" + HOLVEN_Base::systemVersionInfo());
 }
 
-TEST_CASE("this machine tells its memory, processors and system") {
+TEST_CASE("this machine gives its memory, processors and system") {
     HostProbe::setCurrent(HostProbe::system());
     const auto statistics = HOLVEN_Base::vmStats();
     REQUIRE(statistics);
@@ -182,7 +183,7 @@ TEST_CASE("the program's own path is logged three times and answered") {
     CHECK(capture.systemLog == std::vector<std::string>(3, "2010-04-23tavik pathToSelf will return: /opt/lab"));
 }
 
-TEST_CASE("a system that does not tell the program's path gets no answer and no lines") {
+TEST_CASE("a system that does not give the program's path gets no answer and no lines") {
     HostLab lab;
     LogCapture capture;
     lab.probe.executablePath = [] { return std::optional<std::string>(); };

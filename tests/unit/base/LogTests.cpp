@@ -1,3 +1,4 @@
+// The log facility: lines, levels, observers, the log file and its rolling. Each test has a log state of its own.
 #include "holven_log/HOLVEN_Log.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryFolder.h"
@@ -101,7 +102,7 @@ TEST_CASE("a line in the file carries date, time with milliseconds and zone in b
     CHECK(stamp.back() == ']');
 }
 
-TEST_CASE("the application's name stands in file lines when asked for") {
+TEST_CASE("the application's name is in file lines when asked for") {
     LogLab lab;
     HOLVEN_Log::setShouldLogAppName(true);
     HOLVEN_Log::err("text");
@@ -161,10 +162,10 @@ TEST_CASE("the text in memory is cut between characters, not within one") {
     CHECK(static_cast<unsigned char>(kept.front()) == 0xC3);
 }
 
-TEST_CASE("an observer hears each line with the log file's path") {
+TEST_CASE("an observer receives each line with the log file's path") {
     LogLab lab;
-    std::vector<LogNotification> heard;
-    const auto observer = HOLVEN_Log::addObserver([&](const LogNotification& update) { heard.push_back(update); });
+    std::vector<LogNotification> received;
+    const auto observer = HOLVEN_Log::addObserver([&](const LogNotification& update) { received.push_back(update); });
     HOLVEN_Log::err("unheard"); // off at the start
     HOLVEN_Log::setShouldNotifyForLogUpdates(true);
     HOLVEN_Log::err("first");
@@ -173,12 +174,12 @@ TEST_CASE("an observer hears each line with the log file's path") {
     HOLVEN_Log::err("second");
     HOLVEN_Log::removeObserver(observer);
     HOLVEN_Log::err("third");
-    REQUIRE(heard.size() == 2);
-    CHECK(heard[0].name == "HOLVEN_LogFileDidUpdate");
-    CHECK_FALSE(heard[0].object);
-    CHECK(heard[0].userInfo.at("HOLVEN_LogFileAddedString") == line("E", "first"));
-    CHECK(heard[1].object == path);
-    CHECK(heard[1].userInfo.at(HOLVEN_LogFileAddedString) == line("E", "second"));
+    REQUIRE(received.size() == 2);
+    CHECK(received[0].name == "HOLVEN_LogFileDidUpdate");
+    CHECK_FALSE(received[0].object);
+    CHECK(received[0].userInfo.at("HOLVEN_LogFileAddedString") == line("E", "first"));
+    CHECK(received[1].object == path);
+    CHECK(received[1].userInfo.at(HOLVEN_LogFileAddedString) == line("E", "second"));
 }
 
 TEST_CASE("an observer may log itself") {
@@ -186,14 +187,14 @@ TEST_CASE("an observer may log itself") {
     HOLVEN_Log::setShouldNotifyForLogUpdates(true);
     int heard = 0;
     HOLVEN_Log::addObserver([&](const LogNotification&) {
-        if (++heard == 1) HOLVEN_Log::err("answer");
+        if (++received == 1) HOLVEN_Log::err("answer");
     });
     HOLVEN_Log::err("question");
-    CHECK(heard == 2);
+    CHECK(received == 2);
     CHECK(lab.standardError == "ERROR: question\nERROR: answer\n");
 }
 
-TEST_CASE("a fatal error is logged, then the thread sleeps for ever with exit status 1 behind it") {
+TEST_CASE("a fatal error is logged, then the thread sleeps without end, with exit status 1 after it") {
     LogLab lab;
     HOLVEN_Log::fatal("broken");
     CHECK(lab.standardError == "ERROR: broken\n");
@@ -226,13 +227,13 @@ TEST_CASE("a percent sign shows doubled in the log's hex dump") {
     CHECK(lab.standardError.ends_with(" |%%. ~.|\n"));
 }
 
-TEST_CASE("a hex dump of nothing logs nothing") {
+TEST_CASE("a hex dump of no bytes logs no line") {
     LogLab lab;
     HOLVEN_Log::logData({});
     CHECK(lab.standardError.empty());
 }
 
-TEST_CASE("bytes as hex text have a blank behind each of them") {
+TEST_CASE("bytes as hex text have a blank after each of them") {
     CHECK(HOLVEN_Log::asciiHexForData({0x1B, 0x50, 0x00}) == "1b 50 00 ");
     CHECK(HOLVEN_Log::asciiHexForData({}).empty());
 }
@@ -263,7 +264,7 @@ TEST_CASE("a second log file is noted but lines keep going to the first") {
     CHECK(object == second.string());
 }
 
-TEST_CASE("what is given as the log and is no regular file keeps its rights") {
+TEST_CASE("what is given as the log and is not a regular file keeps its rights") {
     LogLab lab;
     const std::string pipe = (lab.folder / "pipe").string();
     REQUIRE(::mkfifo(pipe.c_str(), 0600) == 0);
@@ -274,7 +275,7 @@ TEST_CASE("what is given as the log and is no regular file keeps its rights") {
     ::close(reader);
 }
 
-TEST_CASE("an old log that is no regular file keeps its rights") {
+TEST_CASE("an old log that is not a regular file keeps its rights") {
     LogLab lab;
     const auto file = lab.folder.write("app.log", "text\n");
     const std::string old = (lab.folder / "sink").string();
@@ -359,7 +360,7 @@ TEST_CASE("the usual limit for rolling is one mebibyte") {
     CHECK(sizeOf(large) == 0);
 }
 
-TEST_CASE("rolling appends to the old file, which is named after the extension or as told") {
+TEST_CASE("rolling appends to the old file, which is named after the extension or as given") {
     LogLab lab;
     const auto plain = lab.folder.write("plain", "new\n");
     lab.folder.write("plain_old.log", "old\n");

@@ -1,3 +1,4 @@
+// Text helpers: encodings, comparing, replacing, dates and dumps.
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
@@ -39,12 +40,12 @@ TEST_CASE("a UTF-8 mark in front is skipped when the length is unlimited") {
     CHECK(text({0xEF, 0xBB, 0xBF, 0x41, 0x00}, 0, StringEncoding::utf8) == "A");
 }
 
-TEST_CASE("a UTF-8 mark counts as text when the maximum is 3, and not against a larger one") {
+TEST_CASE("a UTF-8 mark is text when the maximum is 3, and not against a larger one") {
     CHECK(text({0xEF, 0xBB, 0xBF, 0x41, 0x00}, 3, StringEncoding::utf8) == "\xEF\xBB\xBF");
     CHECK(text({0xEF, 0xBB, 0xBF, 'A', 'B', 'C', 'D', 'E'}, 4, StringEncoding::utf8) == "ABCD");
 }
 
-TEST_CASE("no bytes before the zero make the empty string, not nothing") {
+TEST_CASE("no bytes before the zero make the empty string, not nullopt") {
     CHECK(text({0x00}, 0, StringEncoding::utf8) == "");
     CHECK(text({0x00, 0x00}, 0, StringEncoding::utf16) == "");
     CHECK(text({0x00, 0x00, 0x00, 0x00}, 0, StringEncoding::utf32) == "");
@@ -56,21 +57,21 @@ TEST_CASE("text ends at the maximum when no zero comes before") {
     CHECK(text({'a', 0, 'b', 0, 'c', 0}, 4, StringEncoding::utf16LittleEndian) == "ab");
 }
 
-TEST_CASE("an encoding without an equivalent gives nothing") {
+TEST_CASE("an encoding without an equivalent gives nullopt") {
     CHECK_FALSE(text({'a', 0}, 0, static_cast<StringEncoding>(7777)));
 }
 
-TEST_CASE("a maximum below one unit gives nothing") {
+TEST_CASE("a maximum below one unit gives nullopt") {
     CHECK_FALSE(text({'a', 0, 0, 0}, 1, StringEncoding::utf16));
     CHECK_FALSE(text({'a', 0, 0, 0}, 3, StringEncoding::utf32));
 }
 
-TEST_CASE("bytes that are not valid in the encoding give nothing") {
+TEST_CASE("bytes that are not valid in the encoding give nullopt") {
     CHECK_FALSE(text({0xC3, 0x28, 0x00}, 0, StringEncoding::utf8));
     CHECK_FALSE(text({0x80, 0x00}, 0, StringEncoding::ascii));
 }
 
-TEST_CASE("a maximum that cuts a character gives nothing") {
+TEST_CASE("a maximum that cuts a character gives nullopt") {
     CHECK_FALSE(text({'a', 0xC3, 0xA4, 0x00}, 2, StringEncoding::utf8));
 }
 
@@ -212,7 +213,7 @@ TEST_CASE("the year of the week differs from the calendar's around New Year") {
     CHECK(stringWithUTSFormat(date, "YYYY yyyy", "UTC") == "2025 2024");
 }
 
-TEST_CASE("a date pattern with a letter that is no field gives nothing") {
+TEST_CASE("a date pattern with a letter that is not a field gives nullopt") {
     CHECK_FALSE(stringWithUTSFormat(std::chrono::system_clock::time_point{}, "yyyy nn"));
 }
 

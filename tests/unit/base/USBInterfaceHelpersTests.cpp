@@ -1,3 +1,4 @@
+// The engine's reading of strings, device IDs and descriptors, against a scripted handle.
 #include "Classes/USBInterfaceHelpers.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedInterface.h"
@@ -356,7 +357,7 @@ TEST_CASE("the plain cut ignores case, the other one as its options say") {
                                                                            Marks::excluded));
 }
 
-TEST_CASE("the terminator is looked for behind the prefix") {
+TEST_CASE("the terminator is looked for after the prefix") {
     CHECK(TBCFStringCreateSubstringFromPrefixToTerminator(";a:;", "a:", ";") == "");
 }
 

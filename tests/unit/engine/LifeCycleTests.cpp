@@ -1,7 +1,7 @@
 // Messages about a printer's service, resets, probe and release.
 #include "Bench.h"
 
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 
 using namespace zul;
 using namespace zul::test;

@@ -1,3 +1,4 @@
+// Bytes, texts and numbers, and the device information.
 #include "platform/foundation/Data.h"
 #include "platform/foundation/DeviceInfo.h"
 
@@ -7,7 +8,7 @@
 
 using namespace zul;
 
-TEST_CASE("an integer is the leading digits behind blanks and a sign") {
+TEST_CASE("an integer is the leading digits after blanks and a sign") {
     CHECK(integerValue("42") == 42);
     CHECK(integerValue("  -17 sheets") == -17);
     CHECK(integerValue("+5") == 5);
@@ -33,7 +34,7 @@ TEST_CASE("a number with a point reads up to the second point") {
     CHECK(doubleValue(".5") == doctest::Approx(0.5));
 }
 
-TEST_CASE("what is no plain number is 0.0, names of special values included") {
+TEST_CASE("what is not a plain number is 0.0, names of special values included") {
     for (const char* text : {"", "-", "inf", "nan", "-inf", "V1.0", "+-1.5", "-+1.5", "--1.5", "++1.5"})
         CHECK(doubleValue(text) == 0.0);
 }
@@ -56,7 +57,7 @@ TEST_CASE("text ends at the first zero byte and must be valid UTF-8") {
     CHECK(stringFromNulTerminatedUTF8({'a', 'b'}) == "ab");
     CHECK(stringFromNulTerminatedUTF8({}) == "");
     CHECK_FALSE(stringFromNulTerminatedUTF8({'a', 0xFF}));
-    CHECK_FALSE(stringFromNulTerminatedUTF8({0xED, 0xA0, 0x80})); // a surrogate is no character
+    CHECK_FALSE(stringFromNulTerminatedUTF8({0xED, 0xA0, 0x80})); // a surrogate is not a character
     CHECK_FALSE(stringFromNulTerminatedUTF8({0xC0, 0x80}));       // the long way to write zero
     CHECK(stringFromUTF8(std::string_view("a\0b", 3)) == std::string("a\0b", 3));
 }
@@ -68,7 +69,7 @@ TEST_CASE("white space and line ends go at both ends, not in the middle") {
     CHECK(trimmedWhitespaceAndNewlines("").empty());
 }
 
-TEST_CASE("device facts answer only as the kind that they are") {
+TEST_CASE("device information answers a value only as the kind that it is") {
     DeviceInfo info;
     info.set("model", std::string("VK14"));
     info.set("count", std::int64_t{3});
@@ -85,7 +86,7 @@ TEST_CASE("device facts answer only as the kind that they are") {
     CHECK(info.contains("flag"));
 }
 
-TEST_CASE("storing nothing as a device fact removes it") {
+TEST_CASE("storing nullopt removes the value") {
     DeviceInfo info({{"model", std::string("VK14")}});
     info.setString("model", std::nullopt);
     CHECK_FALSE(info.contains("model"));
@@ -96,7 +97,7 @@ TEST_CASE("storing nothing as a device fact removes it") {
     CHECK(info.count() == 0);
 }
 
-TEST_CASE("immutable device facts ignore every change") {
+TEST_CASE("immutable device information ignores every change") {
     DeviceInfo info({{"model", std::string("VK14")}}, DeviceInfo::Mutability::isImmutable);
     info.set("model", std::string("VK18"));
     info.setString("new", "x");
@@ -114,7 +115,7 @@ TEST_CASE("adding entries replaces those of the same key, adding to itself chang
           DeviceInfo::Entries{{"a", std::int64_t{1}}, {"b", std::int64_t{3}}, {"c", std::int64_t{4}}});
 }
 
-TEST_CASE("device facts describe themselves in the order of their keys") {
+TEST_CASE("device information describes itself in the order of its keys") {
     const DeviceInfo info(
         {{"b", std::string("x")}, {"a", std::int64_t{1}}, {"c", true}, {"d", std::vector<std::string>{"p", "q"}}});
     CHECK(info.description() == "{ a = 1; b = \"x\"; c = 1; d = (\"p\", \"q\"); }");

@@ -1,3 +1,4 @@
+// Observing: which notices of a change are sent, and to whom.
 #include "platform/foundation/KeyValueObserving.h"
 
 #include <doctest/doctest.h>
@@ -27,7 +28,7 @@ std::vector<std::string> changedKeys; // by the diagnostic, which is a plain fun
 
 } // namespace
 
-TEST_CASE("an observer hears will-change and did-change of its key with object and context") {
+TEST_CASE("an observer receives will-change and did-change of its key with object and context") {
     KeyValueObservable object;
     const auto witness = std::make_shared<Witness>();
     int context = 0;
@@ -39,7 +40,7 @@ TEST_CASE("an observer hears will-change and did-change of its key with object a
     CHECK(witness->lastContext == &context);
 }
 
-TEST_CASE("nested changes of one key are heard once, at the outermost pair") {
+TEST_CASE("nested changes of one key are reported once, at the outermost pair") {
     KeyValueObservable object;
     const auto witness = std::make_shared<Witness>();
     object.addObserver(witness, "status", nullptr);
@@ -62,7 +63,7 @@ TEST_CASE("changes of different keys nest without hiding each other") {
     CHECK(witness->notices == std::vector<std::string>{"will a", "will b", "did b", "did a"});
 }
 
-TEST_CASE("a did-change without a will-change is not heard") {
+TEST_CASE("a did-change without a will-change is not reported") {
     KeyValueObservable object;
     const auto witness = std::make_shared<Witness>();
     object.addObserver(witness, "status", nullptr);
@@ -84,7 +85,7 @@ TEST_CASE("an observer is removed for its key and context only") {
     CHECK(witness->lastContext == &two);
 }
 
-TEST_CASE("an observer that has gone is not told") {
+TEST_CASE("an observer that has gone is not notified") {
     KeyValueObservable object;
     auto witness = std::make_shared<Witness>();
     const auto other = std::make_shared<Witness>();
@@ -95,7 +96,7 @@ TEST_CASE("an observer that has gone is not told") {
     CHECK(other->notices.size() == 2);
 }
 
-TEST_CASE("an observer may change another key and remove itself while it is told") {
+TEST_CASE("an observer may change another key and remove itself while it is notified") {
     KeyValueObservable object;
     const auto witness = std::make_shared<Witness>();
     object.addObserver(witness, "status", nullptr);
@@ -108,7 +109,7 @@ TEST_CASE("an observer may change another key and remove itself while it is told
     CHECK(witness->notices == std::vector<std::string>{"will status", "did status"});
 }
 
-TEST_CASE("the change diagnostic is told every did-change while it is set") {
+TEST_CASE("the change diagnostic is called at every did-change while it is set") {
     KeyValueObservable object;
     KeyValueObservable::setChangeDiagnostic([](const std::string& key) { changedKeys.push_back(key); });
     { const KeyChange change(object, "status"); }

@@ -1,3 +1,4 @@
+// Texts of devices: no character of them commands a terminal or a window.
 #include "platform/foundation/PrintableText.h"
 #include "platform/foundation/SystemLog.h"
 #include "support/StandardErrorCapture.h"
@@ -11,7 +12,7 @@ namespace {
 struct Row {
     const char* what;
     std::string bytes;
-    std::string escape; // in JSON; empty where the character cannot stand in its texts
+    std::string escape; // in JSON; empty where the character cannot be in its texts
 };
 
 const Row kCommands[] = {
@@ -47,7 +48,7 @@ TEST_CASE("what commands a terminal or turns a text's direction shows as a quest
     CHECK(printable(std::string("\0", 1)) == "?");
 }
 
-TEST_CASE("bytes that are no text show as question marks, so that no terminal takes them for controls") {
+TEST_CASE("bytes that are not text show as question marks, so that no terminal takes them for controls") {
     CHECK(printable("a\x9B"
                     "31m") == "a?31m");
     CHECK(printable("\xFF\xFE") == "??");
@@ -55,7 +56,7 @@ TEST_CASE("bytes that are no text show as question marks, so that no terminal ta
     CHECK(printable("\xED\xA0\x80") == "???"); // half of a pair
 }
 
-TEST_CASE("letters of all languages stay as they are") {
+TEST_CASE("letters of all languages are unchanged") {
     const std::string text =
         "VK14 01.61 \xC3\xA4\xC2\xA0\xE2\x82\xAC \xE3\x83\x97\xE3\x83\xAA \xD7\xA9 \xF0\x9F\x96\xA8";
     CHECK(printable(text) == text);
@@ -64,7 +65,7 @@ TEST_CASE("letters of all languages stay as they are") {
     CHECK(printable("").empty());
 }
 
-TEST_CASE("line ends stay between lines, and do not stand inside of one") {
+TEST_CASE("line ends are kept between lines, and replaced inside of one") {
     CHECK(printable("a\nb\n") == "a\nb\n");
     CHECK(printableInLine("a\nb\n") == "a?b?");
 }

@@ -1,3 +1,4 @@
+// The main queue, serial queues and both clocks.
 #include "platform/dispatch/Queue.h"
 #include "support/SimulatedClock.h"
 
@@ -171,7 +172,7 @@ TEST_CASE("a serial queue may be released on its own thread") {
     CHECK(ran);
 }
 
-TEST_CASE("a serial queue that waits on the main queue goes on when its block has run there") {
+TEST_CASE("a serial queue that waits on the main queue continues when its block has run there") {
     QueueLab lab;
     SerialQueue queue("waiting", lab.clock);
     const auto mainThread = std::this_thread::get_id();
@@ -183,7 +184,7 @@ TEST_CASE("a serial queue that waits on the main queue goes on when its block ha
     CHECK(ranOn == mainThread);
 }
 
-TEST_CASE("waiting on a closed main queue answers no and does not run the block") {
+TEST_CASE("waiting on a closed main queue returns false and does not run the block") {
     QueueLab lab;
     SerialQueue queue("late", lab.clock);
     lab.mainQueue.close();
@@ -195,7 +196,7 @@ TEST_CASE("waiting on a closed main queue answers no and does not run the block"
     CHECK_FALSE(ran);
 }
 
-TEST_CASE("closing the main queue drops its blocks and lets those go who wait for them") {
+TEST_CASE("closing the main queue drops its blocks and releases the threads that wait for them") {
     QueueLab lab;
     SerialQueue queue("caught", lab.clock);
     std::atomic<int> answer{-1};
@@ -212,7 +213,7 @@ TEST_CASE("closing the main queue drops its blocks and lets those go who wait fo
     CHECK_FALSE(ran);
 }
 
-TEST_CASE("queue-specific data tells which queue a block runs on") {
+TEST_CASE("queue-specific data shows which queue a block runs on") {
     QueueLab lab;
     const int mainValue = 1;
     const int serialValue = 2;
@@ -241,7 +242,7 @@ TEST_CASE("a thread of no queue has no queue-specific data") {
     CHECK(seen == nullptr);
 }
 
-TEST_CASE("the simulated clock jumps over a sleep of minutes and stands at its end") {
+TEST_CASE("the simulated clock jumps over a sleep of minutes to its end") {
     QueueLab lab;
     SerialQueue queue("sleeper", lab.clock);
     Clock::TimePoint woke;
@@ -275,7 +276,7 @@ TEST_CASE("moments come in their order across queues and timers") {
     CHECK(order == std::vector{1, 2, 3, 4});
 }
 
-TEST_CASE("a drain that ends before an awaited moment tells so and stands at its limit") {
+TEST_CASE("a drain that ends before an awaited moment reports so and is at its limit") {
     QueueLab lab;
     SerialQueue queue("patient", lab.clock);
     bool done = false;
@@ -306,7 +307,7 @@ TEST_CASE("a cancelled timer does not run") {
     CHECK_FALSE(ran);
 }
 
-TEST_CASE("an event signalled before the wait is not lost, and counts once") {
+TEST_CASE("an event signalled before the wait is not lost, and is seen once") {
     QueueLab lab;
     SerialQueue queue("waiter", lab.clock);
     const auto event = lab.clock.makeEvent();

@@ -71,7 +71,7 @@ TEST_CASE("a fault hits exactly the call of its number") {
     device.setFault(2, kIOReturnNoDevice);
     std::uint16_t vendor = 0;
     CHECK(device.USBInterfaceOpenSeize() == kIOReturnSuccess);
-    CHECK(device.GetDeviceVendor(vendor) == kIOReturnSuccess); // stands in the descriptors: not counted
+    CHECK(device.GetDeviceVendor(vendor) == kIOReturnSuccess); // in the descriptors: not counted
     CHECK(write(device, 1, {1}) == kIOReturnNoDevice);
     CHECK(write(device, 1, {1}) == kIOReturnSuccess);
 }

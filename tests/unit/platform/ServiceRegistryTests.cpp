@@ -1,3 +1,4 @@
+// The registry of services and its notification ports.
 #include "platform/usb/ServiceRegistry.h"
 #include "support/ScriptedInterface.h"
 
@@ -7,11 +8,11 @@ using namespace zul;
 
 namespace {
 
-// A registry with one port, and everything that the port tells in one list.
+// A registry with one port, and all that the port reports in one list.
 struct RegistryLab {
     ServiceRegistry registry;
     NotificationPort port{registry};
-    std::vector<std::string> told;
+    std::vector<std::string> notices;
     const ServiceMatching printers{.bInterfaceClass = 7, .bInterfaceSubClass = 1};
 
     static std::shared_ptr<ScriptedService> service(std::uint8_t interfaceClass = 7) {
@@ -26,13 +27,13 @@ struct RegistryLab {
     }
     std::shared_ptr<ServiceIterator> watch(ServiceNotification kind, const std::string& name) {
         return port.addMatchingNotification(kind, printers, [this, name](ServiceIterator& iterator) {
-            for (const ServiceToken token : drain(iterator)) told.push_back(name + ' ' + std::to_string(token));
+            for (const ServiceToken token : drain(iterator)) notices.push_back(name + ' ' + std::to_string(token));
         });
     }
     std::uint32_t listen(ServiceToken token, const void* context, const std::string& name) {
         return port.interests()->add(token, context, [this, name](ServiceToken service, IOMessage message, void*) {
-            told.push_back(name + ' ' + std::to_string(service) +
-                           (message == kIOMessageServiceIsTerminated ? " terminated" : " message"));
+            notices.push_back(name + ' ' + std::to_string(service) +
+                              (message == kIOMessageServiceIsTerminated ? " terminated" : " message"));
         });
     }
 };
@@ -57,7 +58,34 @@ TEST_CASE("a registration for arrivals starts with the matching services that ar
     lab.registry.serviceArrived(RegistryLab::service(/*interfaceClass=*/3));
     const auto iterator = lab.watch(ServiceNotification::matched, "arrived");
     CHECK(RegistryLab::drain(*iterator) == std::vector{printer});
-    CHECK(lab.told.empty());
+    CHECK(lab.notices.empty());
+}
+
+TEST_CASE("a service that was added is known but neither listed nor handed out before it is announced") {
+    RegistryLab lab;
+    const auto early = lab.watch(ServiceNotification::matched, "arrived");
+    RegistryLab::drain(*early);
+    const ServiceToken token = lab.registry.add(RegistryLab::service());
+    CHECK(lab.registry.service(token) != nullptr);
+    CHECK(lab.registry.services().empty());
+    CHECK(RegistryLab::drain(*lab.watch(ServiceNotification::matched, "late")).empty());
+    CHECK(lab.notices.empty());
+    lab.registry.announce(token);
+    CHECK(lab.registry.services() == std::vector{token});
+    CHECK(lab.notices.size() == 2);
+    lab.registry.announce(token + 1); // unknown
+    CHECK(lab.notices.size() == 2);
+}
+
+TEST_CASE("a service that leaves before it was announced leaves without notice") {
+    RegistryLab lab;
+    RegistryLab::drain(*lab.watch(ServiceNotification::matched, "arrived"));
+    RegistryLab::drain(*lab.watch(ServiceNotification::terminated, "left"));
+    const ServiceToken token = lab.registry.add(RegistryLab::service());
+    lab.registry.serviceTerminated(token);
+    lab.registry.announce(token);
+    CHECK(lab.notices.empty());
+    CHECK(lab.registry.service(token) == nullptr);
 }
 
 TEST_CASE("a registration for departures starts with none") {
@@ -71,10 +99,10 @@ TEST_CASE("a notification is armed by draining its iterator, and arrivals meanwh
     RegistryLab lab;
     const auto iterator = lab.watch(ServiceNotification::matched, "arrived");
     const ServiceToken first = lab.registry.serviceArrived(RegistryLab::service());
-    CHECK(lab.told.empty());
+    CHECK(lab.notices.empty());
     CHECK(RegistryLab::drain(*iterator) == std::vector{first});
     const ServiceToken second = lab.registry.serviceArrived(RegistryLab::service());
-    CHECK(lab.told == std::vector<std::string>{"arrived " + std::to_string(second)});
+    CHECK(lab.notices == std::vector<std::string>{"arrived " + std::to_string(second)});
 }
 
 TEST_CASE("a callback that does not drain its iterator is not called again") {
@@ -95,10 +123,11 @@ TEST_CASE("services of another class are not announced") {
     RegistryLab::drain(*lab.watch(ServiceNotification::terminated, "left"));
     const ServiceToken keyboard = lab.registry.serviceArrived(RegistryLab::service(/*interfaceClass=*/3));
     lab.registry.serviceTerminated(keyboard);
-    CHECK(lab.told.empty());
+    CHECK(lab.notices.empty());
 }
 
-TEST_CASE("interested contexts hear termination before the removal is announced, both while the token is known") {
+TEST_CASE(
+    "interested contexts receive the termination before the removal is announced, both while the token is known") {
     RegistryLab lab;
     RegistryLab::drain(*lab.watch(ServiceNotification::terminated, "left"));
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
@@ -110,7 +139,7 @@ TEST_CASE("interested contexts hear termination before the removal is announced,
     });
     lab.registry.serviceTerminated(token);
     const std::string number = std::to_string(token);
-    CHECK(lab.told == std::vector<std::string>{"heard " + number + " terminated", "left " + number});
+    CHECK(lab.notices == std::vector<std::string>{"heard " + number + " terminated", "left " + number});
     CHECK(known);
     CHECK(lab.registry.service(token) == nullptr);
 }
@@ -123,11 +152,11 @@ TEST_CASE("a service that returns is announced after its departure was") {
     const ServiceToken before = lab.registry.serviceArrived(printer);
     lab.registry.serviceTerminated(before);
     const ServiceToken after = lab.registry.serviceArrived(printer);
-    CHECK(lab.told == std::vector<std::string>{"arrived " + std::to_string(before), "left " + std::to_string(before),
-                                               "arrived " + std::to_string(after)});
+    CHECK(lab.notices == std::vector<std::string>{"arrived " + std::to_string(before), "left " + std::to_string(before),
+                                                  "arrived " + std::to_string(after)});
 }
 
-TEST_CASE("a context registered twice for a service hears each message once, two contexts hear it each") {
+TEST_CASE("a context registered twice for a service receives each message once, two contexts receive it each") {
     RegistryLab lab;
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
     int one = 0;
@@ -137,10 +166,10 @@ TEST_CASE("a context registered twice for a service hears each message once, two
     lab.listen(token, &two, "two");
     lab.registry.serviceMessage(token, kIOMessageServiceWasClosed, nullptr);
     const std::string number = std::to_string(token);
-    CHECK(lab.told == std::vector<std::string>{"one " + number + " message", "two " + number + " message"});
+    CHECK(lab.notices == std::vector<std::string>{"one " + number + " message", "two " + number + " message"});
 }
 
-TEST_CASE("a withdrawn interest hears nothing, and withdrawing it twice is answered no") {
+TEST_CASE("a withdrawn interest receives no message, and withdrawing it twice is answered no") {
     RegistryLab lab;
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
     int context = 0;
@@ -149,7 +178,7 @@ TEST_CASE("a withdrawn interest hears nothing, and withdrawing it twice is answe
     CHECK(lab.port.interests()->remove(interest));
     CHECK_FALSE(lab.port.interests()->remove(interest));
     lab.registry.serviceMessage(token, kIOMessageServiceWasClosed, nullptr);
-    CHECK(lab.told.empty());
+    CHECK(lab.notices.empty());
 }
 
 TEST_CASE("messages are delivered with their argument to their own service's contexts only") {
@@ -163,7 +192,7 @@ TEST_CASE("messages are delivered with their argument to their own service's con
     lab.listen(two, &context, "two");
     lab.registry.serviceMessage(one, kIOMessageServiceBusyStateChange, &argument);
     CHECK(received == &argument);
-    CHECK(lab.told.empty());
+    CHECK(lab.notices.empty());
 }
 
 TEST_CASE("the termination of an unknown service is ignored") {
@@ -173,10 +202,10 @@ TEST_CASE("the termination of an unknown service is ignored") {
     lab.registry.serviceTerminated(token + 1);
     lab.registry.serviceTerminated(token);
     lab.registry.serviceTerminated(token);
-    CHECK(lab.told == std::vector<std::string>{"left " + std::to_string(token)});
+    CHECK(lab.notices == std::vector<std::string>{"left " + std::to_string(token)});
 }
 
-TEST_CASE("a destroyed port is not told, not even when a callback of the same event destroyed it") {
+TEST_CASE("a destroyed port is not notices, not even when a callback of the same event destroyed it") {
     ServiceRegistry registry;
     NotificationPort first(registry);
     auto second = std::make_unique<NotificationPort>(registry);

@@ -1,3 +1,4 @@
+// Settings, resources, texts and the system log.
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/SystemLog.h"
@@ -103,20 +104,20 @@ TEST_CASE("a damaged settings file is kept aside and reported, and settings work
     CHECK(defaults.lastError().find(kept) != std::string::npos);
     CHECK(defaults.setString("name", "new"));
     CHECK(UserDefaults(file).stringForKey("name") == "new");
-    CHECK_FALSE(defaults.lastError().empty()); // still to be told
+    CHECK_FALSE(defaults.lastError().empty()); // still to be reported
 }
 
 TEST_CASE("a second damaged settings file does not replace the first one kept") {
     const TemporaryFolder folder;
     const auto file = folder.write("d.json", "first");
     { const UserDefaults defaults(file); }
-    folder.write("d.json", "[\"second\"]"); // well-formed, but no settings
+    folder.write("d.json", "[\"second\"]"); // well-formed, but not settings
     { const UserDefaults defaults(file); }
     CHECK(TemporaryFolder::read(file.string() + ".damaged") == "first");
     CHECK(TemporaryFolder::read(file.string() + ".damaged-2") == "[\"second\"]");
 }
 
-TEST_CASE("settings that cannot be written count for the run, and the reason is told") {
+TEST_CASE("settings that cannot be written are used for the run, and the reason is reported") {
     const TemporaryFolder folder;
     const auto file = folder.write("plain", "") / "d.json"; // below a file: nobody can write there
     UserDefaults defaults(file);
@@ -183,14 +184,14 @@ TEST_CASE("a settings file behind a link is replaced where it stands") {
     CHECK(UserDefaults(target).stringForKey("a") == "c");
 }
 
-TEST_CASE("a setting of bytes that are no text is still written") {
+TEST_CASE("a setting of bytes that are not text is still written") {
     const TemporaryFolder folder;
     UserDefaults defaults(folder / "d.json");
     CHECK(defaults.setString("name", "a\xFF"));
     CHECK(UserDefaults(folder / "d.json").stringForKey("name") == "a\xEF\xBF\xBD");
 }
 
-TEST_CASE("the settings stand in the configuration folder, or in the home's") {
+TEST_CASE("the settings are in the configuration folder, or in the home's") {
     const Environment home("HOME", "/home/someone");
     {
         const Environment named("XDG_CONFIG_HOME", "/etc/conf");
@@ -248,18 +249,10 @@ TEST_CASE("a resource is looked for in the archive, then in the resources") {
     CHECK_FALSE(bundle.pathForResource("", ""));
 }
 
-TEST_CASE("a folder is no resource") {
+TEST_CASE("a folder is not a resource") {
     const TemporaryFolder resources;
     std::filesystem::create_directory(resources / "fw.bin");
     CHECK_FALSE(Bundle(resources.path, resources.path).pathForResource("fw", "bin"));
-}
-
-TEST_CASE("the contents of a file are its bytes, of anything else nothing") {
-    const TemporaryFolder folder;
-    CHECK(Bundle::contentsOfFile(folder.write("f", std::string("a\0\xFF", 3))) == Data{'a', 0, 0xFF});
-    CHECK(Bundle::contentsOfFile(folder.write("empty", "")) == Data{});
-    CHECK_FALSE(Bundle::contentsOfFile(folder / "absent"));
-    CHECK_FALSE(Bundle::contentsOfFile(folder.path));
 }
 
 TEST_CASE("an operator's text is translated, or its default, or its key") {

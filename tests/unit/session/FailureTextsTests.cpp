@@ -1,5 +1,5 @@
 // What an operator reads when a printer or the bus cannot be used.
-#include "StatusCodeNames.h"
+#include "Classes/StatusCodeNames.h"
 #include "session/FailureTexts.h"
 #include "unit/engine/Bench.h"
 #include "unit/session/UsbTree.h"

@@ -1,7 +1,7 @@
 // A message bus of a test's own, and a login service on it.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 #include "support/TemporaryFolder.h"
 #include "unit/update/ChildProcess.h"
 

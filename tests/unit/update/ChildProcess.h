@@ -2,7 +2,7 @@
 // (its death, its being stopped, its rights) is tested with it.
 #pragma once
 
-#include "platform/foundation/ScopedFd.h"
+#include "platform/files/ScopedFd.h"
 
 #include <csignal>
 #include <doctest/doctest.h>

@@ -54,7 +54,7 @@ TEST_CASE("an own close is not reported, and closes afterwards are, to every wat
     REQUIRE(watcher.add(file, first.callback()) != 0);
     REQUIRE(watcher.add(file, second.callback()) != 0);
     REQUIRE(watcher.add(other, others.callback()) != 0);
-    watcher.closeUnseen(file, opened(file));
+    watcher.closeUnseen(file, ScopedFd(opened(file)));
     ::close(opened(other)); // reported after whatever came before it
     REQUIRE(others.reaches(1));
     CHECK(first.now() == 0);
@@ -69,7 +69,7 @@ TEST_CASE("an own close of a file that nobody watches closes it") {
     const auto file = folder.write("node", "");
     NodeWatcher watcher;
     const int descriptor = opened(file);
-    watcher.closeUnseen(file, descriptor);
+    watcher.closeUnseen(file, ScopedFd(descriptor));
     CHECK(::fcntl(descriptor, F_GETFD) == -1);
 }
 
@@ -81,7 +81,7 @@ TEST_CASE("a watch whose file has gone meanwhile can be removed") {
     const auto watch = watcher.add(file, counter.callback());
     const int descriptor = opened(file);
     std::filesystem::remove(file);
-    watcher.closeUnseen(file, descriptor);
+    watcher.closeUnseen(file, ScopedFd(descriptor));
     watcher.remove(watch);
     CHECK(counter.now() == 0);
 }

@@ -49,7 +49,7 @@ TEST_CASE("a path that only begins like the file's is another file") {
     CHECK(processes.find().empty());
 }
 
-TEST_CASE("what is no process is passed over, and so is this process") {
+TEST_CASE("what is not a process is skipped, and so is this process") {
     Processes processes;
     processes.add("self", "self", kNode);
     processes.add("12x", "odd", kNode);

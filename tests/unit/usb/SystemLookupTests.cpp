@@ -93,7 +93,7 @@ TEST_CASE("udevd runs when somebody listens at its control socket") {
         const ControlSocket udevd(run);
         CHECK(isUdevRunning(folders));
     }
-    CHECK_FALSE(isUdevRunning(folders)); // the file of one that was killed stays
+    CHECK_FALSE(isUdevRunning(folders)); // the file of one that was killed remains
 }
 
 TEST_CASE("a control socket that the kernel does not list for this process is that of another machine's udevd") {

@@ -90,7 +90,7 @@ TEST_CASE("embedded printers get the free ports of the first bus, and then those
     CHECK(locationOf(*bench.service(15)) == 0x02100000);
 }
 
-TEST_CASE("the device descriptor tells whether there is a serial number string") {
+TEST_CASE("the device descriptor shows whether there is a serial number string") {
     BusBench bench({"VK14", "VK14,usb-serial=off"});
     const auto with = control(*bench.handle(0), 0x80, 6, 0x0100, 0, 18);
     CHECK(with.bytes == Data{18, 1, 0, 2, 0, 0, 0, 64, 0x71, 0x2A, 3, 0, 0, 1, 1, 2, 3, 1});
@@ -100,7 +100,7 @@ TEST_CASE("the device descriptor tells whether there is a serial number string")
     CHECK(stringAt(*bench.handle(1), 3) == "(refused)");
 }
 
-TEST_CASE("strings are told whatever the language that is asked for") {
+TEST_CASE("strings are answered whatever the language that is asked for") {
     BusBench bench({"VK14,serial=AB12"});
     const auto handle = bench.handle();
     CHECK(control(*handle, 0x80, 6, 0x0300, 0, 255).bytes == Data{4, 3, 0x09, 0x04});
@@ -117,7 +117,7 @@ TEST_CASE("a string descriptor is cut where its length byte ends") {
     CHECK(stringAt(*bench.handle(), 3) == std::string(126, '7'));
 }
 
-TEST_CASE("the device ID has a big-endian length in front that counts itself") {
+TEST_CASE("the device ID has a big-endian length in front that includes itself") {
     BusBench bench;
     const std::string text = "MFG:Zul Imaging Company;MDL:VK14;SERN:000001;";
     const auto answer = control(*bench.handle(), 0xA1, 0, 0, 0);
@@ -132,7 +132,7 @@ TEST_CASE("a printer without a device ID and unknown requests stall the control 
     CHECK(control(*bench.handle(), 0xC0, 9, 0).code == kIOUSBPipeStalled);
 }
 
-TEST_CASE("a loader tells the same device ID and location as the printer") {
+TEST_CASE("a loader has the same device ID and location as the printer") {
     BusBench bench({"VK14,mode=loader"});
     const auto answer = control(*bench.handle(), 0xA1, 0, 0);
     CHECK(std::string(answer.bytes.begin() + 2, answer.bytes.end()) == "MFG:Zul Imaging Company;MDL:VK14;SERN:000001;");
@@ -185,7 +185,7 @@ TEST_CASE("a re-enumeration is a departure and then an arrival with a new token"
     std::shared_ptr<IOUSBDeviceInterface> device;
     REQUIRE(bench.handle()->GetDevice(device) == kIOReturnSuccess);
     CHECK(device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
-    CHECK(bench.events == Texts{"arrived 0x101"}); // nothing is told before the main queue runs
+    CHECK(bench.events == Texts{"arrived 0x101"}); // no event before the main queue runs
     bench.settle();
     CHECK(bench.events == Texts{"arrived 0x101", "left 0x101"});
     bench.advance(milliseconds(399));
@@ -227,7 +227,7 @@ TEST_CASE("a restart can end on another port or never") {
     CHECK(bench.tokens().size() == 2);
 }
 
-TEST_CASE("a printer that is pulled during its restart stays away until it is plugged in") {
+TEST_CASE("a printer that is pulled during its restart is away until it is plugged in") {
     BusBench bench({"VK14,restart=1000"});
     CHECK(BusBench::write(*bench.openHandle(), frame("FW_UPDFLASH_REWRITE")) == kIOReturnSuccess);
     bench.advance(milliseconds(500));
@@ -256,7 +256,7 @@ TEST_CASE("a return that a plug has overtaken does not cut a later restart short
     CHECK(bench.tokens().size() == 1);
 }
 
-TEST_CASE("a stopped bus posts nothing more") {
+TEST_CASE("a stopped bus posts no more blocks") {
     BusBench bench({"VK14,restart=1000"});
     CHECK(BusBench::write(*bench.openHandle(), frame("FW_UPDFLASH_REWRITE")) == kIOReturnSuccess);
     bench.advance(milliseconds(500));
@@ -264,6 +264,19 @@ TEST_CASE("a stopped bus posts nothing more") {
     bench.clock.sleepFor(milliseconds(2000)); // the return is due meanwhile
     CHECK(!bench.mainQueue.runPending());
     CHECK(bench.events == Texts{"arrived 0x101", "left 0x101"});
+}
+
+TEST_CASE("a printer that is unplugged by what is announced of it leaves nothing on the bus") {
+    BusBench bench({});
+    const auto iterator = bench.port.addMatchingNotification(ServiceNotification::matched, {"IOUSBInterface", 7, 1},
+                                                             [&](ServiceIterator& arrived) {
+                                                                 while (arrived.next() != 0) bench.bus.unplug(0);
+                                                             });
+    CHECK(iterator->next() == 0);
+    bench.bus.add(described("VK14,interfaces=2"));
+    bench.settle();
+    CHECK(bench.tokens().empty());
+    CHECK(bench.events == std::vector<std::string>{"arrived 0x101", "left 0x101"});
 }
 
 } // namespace zul

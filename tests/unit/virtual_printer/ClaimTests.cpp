@@ -1,4 +1,4 @@
-// Who may use an embedded printer's interface, and how a program hears that another one has let go.
+// Who may use an embedded printer's interface, and how a program learns that another one has released it.
 #include "unit/virtual_printer/BusBench.h"
 
 namespace zul {
@@ -16,13 +16,13 @@ TEST_CASE("an interface is claimed by one handle at a time") {
     CHECK(other->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
-TEST_CASE("a handle that goes lets go of its claim") {
+TEST_CASE("a handle that is destroyed releases its claim") {
     BusBench bench;
     bench.openHandle().reset();
     CHECK(bench.handle()->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
-TEST_CASE("an interface that another program holds cannot be opened until it lets go") {
+TEST_CASE("an interface that another program holds cannot be opened until it is released") {
     BusBench bench;
     const auto handle = bench.handle();
     bench.bus.setHeldByOther(0, true);
@@ -33,7 +33,7 @@ TEST_CASE("an interface that another program holds cannot be opened until it let
     CHECK(handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
-TEST_CASE("a watch hears each time that the other program lets go, until it is ended") {
+TEST_CASE("a watch is called each time that the other program releases the printer, until it is ended") {
     BusBench bench;
     const auto handle = bench.handle();
     int calls = 0;
@@ -51,7 +51,7 @@ TEST_CASE("a watch hears each time that the other program lets go, until it is e
     CHECK(calls == 2);
 }
 
-TEST_CASE("own closes are not told to a watch, and a watch ends with its handle or its stay") {
+TEST_CASE("own closes are not reported to a watch, and a watch ends with its handle or its attachment") {
     BusBench bench;
     int calls = 0;
     auto handle = bench.openHandle();
@@ -71,7 +71,7 @@ TEST_CASE("own closes are not told to a watch, and a watch ends with its handle 
     CHECK(calls == 0);
 }
 
-TEST_CASE("what a watch holds may be the handle itself and goes with the stay") {
+TEST_CASE("what a watch holds may be the handle itself and is released with the attachment") {
     BusBench bench;
     std::weak_ptr<IOUSBInterfaceInterface> weak;
     {
@@ -84,7 +84,7 @@ TEST_CASE("what a watch holds may be the handle itself and goes with the stay") 
     CHECK(weak.expired());
 }
 
-TEST_CASE("a holder at the n-th open lets go after its time and is told on the main queue") {
+TEST_CASE("a holder at the n-th open releases it after its time, which is reported on the main queue") {
     BusBench bench({"VK14,fault=holder#2:800"});
     const auto handle = bench.openHandle();
     CHECK(handle->USBInterfaceClose() == kIOReturnSuccess);

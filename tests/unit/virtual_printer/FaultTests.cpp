@@ -23,7 +23,7 @@ TEST_CASE("a fault happens at the named occurrence of its command and only there
     CHECK(answers(printer, "STATUS") == kIdle);
 }
 
-TEST_CASE("a fault without a word counts all commands") {
+TEST_CASE("a fault without a word applies to all commands") {
     VirtualPrinter printer = faulty("fault=silence#2");
     CHECK(answers(printer, "STATUS") == kIdle);
     CHECK(answers(printer, "INFO  FVER").empty());
@@ -61,7 +61,7 @@ TEST_CASE("answers can be cut, overstated, unended or senseless") {
     CHECK(statusWith("garbage") == Texts{"????????", "00000\r"});
 }
 
-TEST_CASE("a late answer tells how late it is") {
+TEST_CASE("a late answer has the delay that was set") {
     VirtualPrinter printer = faulty("fault=late@STATUS#1:1500,fault=late@STATUS#2");
     VirtualEffects effects = printer.receive(frame("STATUS"));
     REQUIRE(effects.transfers.size() == 2);

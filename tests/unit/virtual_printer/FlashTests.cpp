@@ -66,7 +66,7 @@ TEST_CASE("an image that ends early is refused") {
     }
 }
 
-TEST_CASE("an image is refused without a header, without an end, with a record missing or with one behind the end") {
+TEST_CASE("an image is refused without a header, without an end, with a record missing or with one after the end") {
     const std::string name = record('0', joined({0, 0}, dataFromText("A 1"))) + '\n';
     const std::string contents = record('1', {0, 0, 1}) + '\n';
     const std::string end = record('9', {0, 0}) + '\n';
@@ -94,7 +94,7 @@ TEST_CASE("the command for the loader ends with a restart into it") {
     CHECK(printer.isLoader());
 }
 
-TEST_CASE("a loader answers STATUS and nothing else") {
+TEST_CASE("a loader answers STATUS and no other command") {
     VirtualPrinter printer = loader();
     CHECK(answers(printer, "STATUS") == Texts{"00000008", "FU00001\r"});
     for (const char* command : {"INFO  FVER", "INFO  SERIAL_NUMBER", "TBL_RDVersion", "MNT_RDCOUNTER_LIFE", "TBL_CL",
@@ -106,7 +106,7 @@ TEST_CASE("a loader answers STATUS and nothing else") {
     }
 }
 
-TEST_CASE("a loader takes a frame with a large payload and answers the one behind it") {
+TEST_CASE("a loader takes a frame with a large payload and answers the one after it") {
     VirtualPrinter printer = loader();
     const Data bytes = joined(frame("TBL_WTCTRLD_UPDATE_CW", Data(50000, 0x1B)), frame("STATUS"));
     CHECK(textsOf(printer.receive(bytes)) == Texts{"00000008", "FU00001\r"});
@@ -124,7 +124,7 @@ TEST_CASE("a loader that got a sound image restarts into its version") {
     CHECK(!printer.departureAfterAttach());
 }
 
-TEST_CASE("a STATUS behind the image is still answered by the loader") {
+TEST_CASE("a STATUS after the image is still answered by the loader") {
     VirtualPrinter printer = loader();
     sendImage(printer, image("VK14 01.61"));
     CHECK(answers(printer, "STATUS") == Texts{"00000008", "FU00001\r"});
@@ -147,7 +147,7 @@ TEST_CASE("a loader never leaves in the middle of the write that completes its i
     CHECK(effects.departure->after > milliseconds(0));
 }
 
-TEST_CASE("an image in normal mode changes nothing") {
+TEST_CASE("an image in normal mode has no effect") {
     VirtualPrinter printer(described("VK14"));
     const VirtualEffects effects = sendImage(printer, image("VK14 01.61"));
     CHECK(!effects.departure);

@@ -94,7 +94,7 @@ TEST_CASE("a journal file has one JSON object per line as soon as it happens") {
           "{\"event\":\"read\",\"length\":0,\"printer\":\"7\",\"result\":\"timeout\",\"time\":0.25}\n");
 }
 
-TEST_CASE("a command text that is no text does not keep the journal from being written") {
+TEST_CASE("a command text that is not text does not keep the journal from being written") {
     TemporaryFolder folder;
     SimulatedClock clock;
     VirtualJournal journal(clock);
@@ -108,7 +108,7 @@ TEST_CASE("a command text that is no text does not keep the journal from being w
     CHECK(line.ends_with("}\n"));
 }
 
-TEST_CASE("a journal file that cannot be opened is told") {
+TEST_CASE("a journal file that cannot be opened is reported") {
     SimulatedClock clock;
     VirtualJournal journal(clock);
     CHECK(!journal.writeTo("/nonexistent/journal"));

@@ -13,7 +13,7 @@ TEST_CASE("an idle printer answers STATUS with a header and a body as two transf
     CHECK(answers(printer, "STATUS") == Texts{"00000006", "00000\r"});
 }
 
-TEST_CASE("an answer's header counts the carriage return of its body") {
+TEST_CASE("an answer's header includes the carriage return of its body") {
     VirtualPrinter printer(described("VK14"));
     CHECK(answers(printer, "INFO  FVER") == Texts{"00000011", "VK14 01.60\r"});
     CHECK(answers(printer, "MNT_RDCOUNTER_LIFE") == Texts{"00000010", "CL0000042\r"});
@@ -46,7 +46,7 @@ TEST_CASE("commands that write, control or print are taken without an answer") {
     CHECK(body(printer, "STATUS") == "00000");
 }
 
-TEST_CASE("statuses follow one another and the last one stays") {
+TEST_CASE("statuses follow one another and the last one is repeated") {
     VirtualPrinter printer(described("VK14,status=01000:00900:00000"));
     Texts statuses;
     for (int question = 0; question < 5; ++question) statuses.push_back(body(printer, "STATUS"));
@@ -75,7 +75,7 @@ TEST_CASE("frames that arrive joined are answered one after another") {
     CHECK(textsOf(printer.receive(bytes)) == Texts{"00000006", "00000\r", "00000011", "VK14 01.60\r"});
 }
 
-TEST_CASE("the printer tells how many bytes the frame under way still needs") {
+TEST_CASE("the printer knows how many bytes the frame under way still needs") {
     VirtualPrinter printer(described("VK14"));
     CHECK(printer.bytesWanted() == 32);
     const Data bytes = frame("TBL_WTVersion", Data(20, 'x'));
@@ -87,7 +87,7 @@ TEST_CASE("the printer tells how many bytes the frame under way still needs") {
     CHECK(printer.bytesWanted() == 32);
 }
 
-TEST_CASE("a command is told with its text, its payload and the bytes of its header") {
+TEST_CASE("a command is reported with its text, its payload and the bytes of its header") {
     std::vector<VirtualCommand> seen;
     VirtualPrinter printer(described("VK14"), [&](const VirtualCommand& command) { seen.push_back(command); });
     printer.receive(frame("TBL_WTVersion", dataFromText("NAME")));
@@ -106,7 +106,7 @@ TEST_CASE("garbage before a frame is passed over, with escapes in it, too") {
     }
 }
 
-TEST_CASE("a frame whose size is no number is dropped and the next one is answered") {
+TEST_CASE("a frame whose size is not a number is dropped and the next one is answered") {
     for (const char* size : {"-0000001", "0000000x", "????????", "1 000000"}) {
         CAPTURE(size);
         VirtualPrinter printer(described("VK14"));
@@ -183,7 +183,7 @@ TEST_CASE("the USB serial number setting is read back at once and takes effect w
 
 // ---- tables ---------------------------------------------------------------------------------------------------------
 
-TEST_CASE("tables are told as cleared, and then as they were written") {
+TEST_CASE("tables are answered as cleared, and then as they were written") {
     VirtualPrinter printer(described("VK14"));
     answers(printer, "TBL_CL");
     CHECK(body(printer, "TBL_RDVersion") == "0000");
@@ -195,7 +195,7 @@ TEST_CASE("tables are told as cleared, and then as they were written") {
     CHECK(printer.tables().writtenNames() == Texts{"VK14_300_0161.CWD"});
 }
 
-TEST_CASE("a table of a name that is none changes nothing") {
+TEST_CASE("a table whose name is not one has no effect") {
     VirtualPrinter printer(described("VK14"));
     answers(printer, "TBL_WTVersion", dataFromText("NOTHING"));
     answers(printer, "TBL_WTCTRLD_UPDATE_CW", {1, 2, 3});
@@ -203,7 +203,7 @@ TEST_CASE("a table of a name that is none changes nothing") {
     CHECK(printer.tables().writtenNames().empty());
 }
 
-TEST_CASE("a VK26 tells its tables by number") {
+TEST_CASE("a VK26 answers for its tables by number") {
     VirtualPrinter printer(described("VK26"));
     answers(printer, "TBL_WTVersion", dataFromText("VK26_610_0111.CWD"));
     answers(printer, "TBL_WTCTRLD_UPDATE_CW", {5});
@@ -238,7 +238,7 @@ TEST_CASE("the virtual models are the products that the program knows") {
     }
 }
 
-TEST_CASE("a printer tells its model and serial number in its device ID") {
+TEST_CASE("a printer has its model and serial number in its device ID") {
     VirtualPrinter printer(described("VK14"));
     CHECK(printer.deviceID() == "MFG:Zul Imaging Company;MDL:VK14;SERN:000001;");
     CHECK(printer.vendorID() == 0x2A71);

@@ -3,9 +3,9 @@
 
 #include "archive/ProductTable.h"
 #include "archive/SRecord.h"
+#include "sample_archive/SampleFiles.h"
 #include "virtual_printer/FirmwareImage.h"
 #include "virtual_printer/VirtualJournal.h"
-#include "virtual_printer/sample_archive/SampleFiles.h"
 
 #include <map>
 #include <set>
@@ -105,7 +105,7 @@ TEST_CASE("sample files are the same bytes every time and everywhere") {
     }
 }
 
-TEST_CASE("a digest is a keyed hash in lower-case digits with two zeroes behind it") {
+TEST_CASE("a digest is a keyed hash in lower-case digits with two zeroes after it") {
     // Made with: printf abc | openssl dgst -sha256 -hmac TBUSBPrinterZUL
     CHECK(sampleDigest(dataFromText("abc")) == "501abc86e3974fb5670b607ecbe4c90ccfc903c75e94521e7299b998284827ca00");
 }

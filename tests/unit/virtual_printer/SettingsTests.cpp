@@ -20,7 +20,7 @@ bool has(const std::string& text, const std::string& part) {
 }
 } // namespace
 
-TEST_CASE("a model alone is a printer that is one version behind the archive") {
+TEST_CASE("a model alone is a printer whose firmware is one version older than the archive's") {
     const VirtualPrinterSettings settings = described("VK14");
     CHECK(settings.model->name == "VK14");
     CHECK(settings.firmware == "VK14 01.60");
@@ -91,7 +91,7 @@ TEST_CASE("an unknown setting is named together with the known ones") {
         CHECK(has(problem, key));
         CHECK(has(virtualPrinterHelp(), std::string("  ") + key + "="));
     }
-    CHECK(has(problemOf("VK14,"), "\"\" is no setting"));
+    CHECK(has(problemOf("VK14,"), "\"\" is not a setting"));
 }
 
 TEST_CASE("a value that makes no sense is named together with its setting") {
@@ -103,8 +103,17 @@ TEST_CASE("a value that makes no sense is named together with its setting") {
                                 "tables=161",     "tables=01A1"}) {
         CAPTURE(setting);
         const std::string text = setting;
-        CHECK(has(problemOf("VK14," + text), "is no value for \"" + text.substr(0, text.find('=')) + "\""));
+        CHECK(has(problemOf("VK14," + text), "is not a value for \"" + text.substr(0, text.find('=')) + "\" ("));
     }
+}
+
+TEST_CASE("a wrong value is answered with the form of a right one, as the help shows it") {
+    CHECK(has(problemOf("VK14,usb-serial=yes"), "(usb-serial=on|off)"));
+    CHECK(has(problemOf("VK14,location=1"), "(location=BUS-PORT)"));
+    CHECK(has(virtualPrinterHelp(), "  usb-serial=on|off      whether it has a USB serial number\n"));
+    CHECK(
+        has(virtualPrinterHelp(), "  fault=KIND[@WORD][#N][:VALUE]\n                         misbehaves at the N-th"));
+    CHECK(has(virtualPrinterHelp(), "      stay-in-loader "));
 }
 
 TEST_CASE("a fault that makes no sense is named together with the kinds") {

@@ -5,7 +5,7 @@ namespace zul {
 
 using std::chrono::milliseconds;
 
-TEST_CASE("an answer is read as its header and its body, and what was not asked for stays for the next read") {
+TEST_CASE("an answer is read as its header and its body, and what was not asked for is kept for the next read") {
     BusBench bench;
     const auto handle = bench.openHandle();
     std::string text;
@@ -18,7 +18,7 @@ TEST_CASE("an answer is read as its header and its body, and what was not asked 
     CHECK(text == " 01.60\r");
 }
 
-TEST_CASE("a read with nothing to say ends at its completion time-out") {
+TEST_CASE("a read without an answer ends at its completion time-out") {
     BusBench bench;
     const auto handle = bench.openHandle();
     std::string text;
@@ -127,7 +127,7 @@ TEST_CASE("a departure wakes a read that waits on the printer's queue") {
     CHECK(bench.elapsed() == milliseconds(1000));
 }
 
-TEST_CASE("a large write takes the time that the flash speed gives and tells how far it has come") {
+TEST_CASE("a large write takes the time that the flash speed gives and reports its progress") {
     BusBench bench({"VK14,speed=1000000"});
     const auto handle = bench.openHandle();
     std::vector<std::uint32_t> steps;

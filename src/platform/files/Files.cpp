@@ -1,0 +1,94 @@
+// Called by whatever reads or replaces a file as a whole: settings, digests, logs, the state of the system. Archives
+// are read through FileReader itself, which reports why a file cannot be read.
+#include "platform/files/Files.h"
+
+#include "platform/files/FileReader.h"
+#include "platform/files/ScopedFd.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <limits>
+#include <unistd.h>
+
+namespace zul {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kAnySize = std::numeric_limits<std::ptrdiff_t>::max();
+
+std::error_code lastError() {
+    return {errno, std::generic_category()};
+}
+
+// In the same folder, because a rename must not cross file systems; nobody else's, whatever a killed process has left.
+ScopedFd makeTemporary(const fs::path& file, mode_t mode, fs::path& temporary) {
+    for (int number = 1;; ++number) {
+        temporary = file.string() + '.' + std::to_string(::getpid()) + '-' + std::to_string(number);
+        ScopedFd made(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        if (made || errno != EEXIST) return made;
+    }
+}
+
+bool writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = ::write(descriptor, text.data(), text.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return false;
+        text.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+// The new name, too, shall survive a power cut; where a folder cannot be synced the file itself is still whole.
+void syncFolderOf(const fs::path& file) {
+    const fs::path parent = file.parent_path();
+    const ScopedFd folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder) (void)::fsync(folder.get());
+}
+
+} // namespace
+
+std::optional<Data> contentsOfFile(const fs::path& file) {
+    FileReading reading = FileReader(kAnySize).read(file);
+    if (reading.result != FileResult::contents) return std::nullopt;
+    return std::move(reading.contents);
+}
+
+std::string textOfFile(const fs::path& file) {
+    const Data contents = contentsOfFile(file).value_or(Data{});
+    return {contents.begin(), contents.end()};
+}
+
+std::string firstLineOfFile(const fs::path& file) {
+    const std::string text = textOfFile(file);
+    return text.substr(0, text.find('\n'));
+}
+
+std::error_code replaceFile(const fs::path& file, std::string_view contents, FileAccess access) {
+    fs::path temporary;
+    ScopedFd made = makeTemporary(file, access == FileAccess::owner ? 0600 : 0666, temporary);
+    if (!made) return lastError();
+    std::error_code error;
+    if (!writeAll(made.get(), contents) || ::fsync(made.get()) != 0) error = lastError();
+    if (::close(made.release()) != 0 && !error) error = lastError();
+    if (!error && ::rename(temporary.c_str(), file.c_str()) != 0) error = lastError();
+    if (error) {
+        ::unlink(temporary.c_str());
+        return error;
+    }
+    syncFolderOf(file);
+    return {};
+}
+
+fs::path freePathLike(const fs::path& wished) {
+    std::error_code ignored; // what cannot be looked at is taken to be free: the next step reports why
+    fs::path path = wished;
+    for (int number = 2; fs::exists(fs::symlink_status(path, ignored)); ++number) {
+        path = wished.string() + '-' + std::to_string(number);
+    }
+    return path;
+}
+
+} // namespace zul

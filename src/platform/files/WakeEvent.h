@@ -1,0 +1,38 @@
+// A flag with a descriptor, by which one thread wakes another that waits in poll() or in a loop of its own.
+#pragma once
+
+#include "platform/files/ScopedFd.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <sys/eventfd.h>
+
+namespace zul {
+
+/// Any thread. Without a descriptor, because the system has none left, nobody is woken.
+class WakeEvent {
+  public:
+    WakeEvent() : _event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+    /// Readable from raise() to lower(); -1 when the system gave none.
+    int descriptor() const { return _event.get(); }
+    void raise() const {
+        const std::uint64_t one = 1;
+        while (::write(_event.get(), &one, sizeof one) < 0 && errno == EINTR) {
+        }
+    }
+    /// True if it was raised since the last time.
+    bool lower() const {
+        std::uint64_t count = 0;
+        ssize_t length = 0;
+        do {
+            length = ::read(_event.get(), &count, sizeof count);
+        } while (length < 0 && errno == EINTR);
+        return length == sizeof count;
+    }
+
+  private:
+    const ScopedFd _event;
+};
+
+} // namespace zul

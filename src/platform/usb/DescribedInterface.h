@@ -1,0 +1,71 @@
+// The answers that an interface gives from its descriptors, the same for every bus: a bus reads or makes the
+// descriptors once, at the attachment, and its services and handles answer from them.
+#pragma once
+
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
+#include <vector>
+
+namespace zul {
+
+/// What the descriptors of a device and of one of its interfaces say.
+struct DescriptorValues {
+    std::uint16_t vendor = 0;
+    std::uint16_t product = 0;
+    std::uint16_t releaseNumber = 0;
+    std::uint32_t locationID = 0;
+    std::uint8_t configurationValue = 0;
+    std::uint8_t interfaceNumber = 0;
+    std::uint8_t alternateSetting = 0;
+    std::uint8_t interfaceClass = 0;
+    std::uint8_t interfaceSubClass = 0;
+    std::vector<PipeProperties> pipes; // pipe 1 is the first
+};
+
+/// Answers the descriptor questions of Base (USBService or IOUSBInterfaceInterface), each with kIOReturnSuccess unless
+/// present() refuses it. Any thread.
+template <class Base> class DescribedInterface : public Base {
+  public:
+    explicit DescribedInterface(DescriptorValues descriptors) : _descriptors(std::move(descriptors)) {}
+
+    IOReturn GetInterfaceClass(std::uint8_t& interfaceClass) override {
+        return answer(interfaceClass, _descriptors.interfaceClass);
+    }
+    IOReturn GetInterfaceSubClass(std::uint8_t& interfaceSubClass) override {
+        return answer(interfaceSubClass, _descriptors.interfaceSubClass);
+    }
+    IOReturn GetDeviceVendor(std::uint16_t& vendor) override { return answer(vendor, _descriptors.vendor); }
+    IOReturn GetDeviceProduct(std::uint16_t& product) override { return answer(product, _descriptors.product); }
+    IOReturn GetDeviceReleaseNumber(std::uint16_t& releaseNumber) override {
+        return answer(releaseNumber, _descriptors.releaseNumber);
+    }
+    IOReturn GetLocationID(std::uint32_t& locationID) override { return answer(locationID, _descriptors.locationID); }
+    IOReturn GetInterfaceNumber(std::uint8_t& number) override { return answer(number, _descriptors.interfaceNumber); }
+    IOReturn GetAlternateSetting(std::uint8_t& alternate) override {
+        return answer(alternate, _descriptors.alternateSetting);
+    }
+    IOReturn GetConfigurationValue(std::uint8_t& configuration) override {
+        return answer(configuration, _descriptors.configurationValue);
+    }
+    IOReturn GetNumEndpoints(std::uint8_t& count) override {
+        return answer(count, static_cast<std::uint8_t>(_descriptors.pipes.size()));
+    }
+    IOReturn GetPipeProperties(std::uint8_t pipe, PipeProperties& properties) override {
+        if (pipe == 0 || pipe > _descriptors.pipes.size()) return kIOUSBUnknownPipeErr;
+        return answer(properties, _descriptors.pipes[pipe - 1U]);
+    }
+
+  protected:
+    /// kIOReturnSuccess while questions are answered, otherwise the answer to all of them.
+    virtual IOReturn present() const { return kIOReturnSuccess; }
+    const DescriptorValues _descriptors;
+
+  private:
+    template <class Value> IOReturn answer(Value& out, const Value& value) const {
+        const IOReturn code = present();
+        if (code == kIOReturnSuccess) out = value;
+        return code;
+    }
+};
+
+} // namespace zul

@@ -1,0 +1,79 @@
+// The blocks of bytes that FunctionFS wants, little-endian. Constant; called once when the function is opened.
+#include "vkgadget/Descriptors.h"
+
+#include <initializer_list>
+#include <linux/usb/functionfs.h>
+
+namespace zul {
+
+namespace {
+
+constexpr std::uint8_t kInterfaceDescriptor = 4;
+constexpr std::uint8_t kEndpointDescriptor = 5;
+constexpr std::uint8_t kPrinterClass = 7;
+constexpr std::uint8_t kPrinterSubclass = 1;
+constexpr std::uint8_t kBidirectional = 2;
+constexpr std::uint8_t kBulk = 2;
+constexpr std::uint32_t kDescriptorsPerSpeed = 3;
+
+void append(Data& data, std::initializer_list<std::uint8_t> bytes) {
+    data.insert(data.end(), bytes);
+}
+
+void appendNumber(Data& data, std::uint32_t number) {
+    for (int shift = 0; shift < 32; shift += 8) data.push_back(static_cast<std::uint8_t>(number >> shift));
+}
+
+void setLength(Data& data) {
+    for (std::size_t i = 0; i < 4; ++i) data[4 + i] = static_cast<std::uint8_t>(data.size() >> (8 * i));
+}
+
+void appendEndpoint(Data& data, std::uint8_t address, std::uint16_t packetSize) {
+    // clang-format off
+    append(data, { 7, kEndpointDescriptor,
+                   address,                                         // only the direction is used; the core picks numbers
+                   kBulk,
+                   static_cast<std::uint8_t>(packetSize & 0xFF), static_cast<std::uint8_t>(packetSize >> 8),
+                   0 });                                            // interval, without meaning for bulk
+    // clang-format on
+}
+
+void appendInterface(Data& data, std::uint16_t packetSize) {
+    // clang-format off
+    append(data, { 9, kInterfaceDescriptor,
+                   0, 0,                                            // number, alternate setting
+                   2,                                               // endpoints
+                   kPrinterClass, kPrinterSubclass, kBidirectional,
+                   0 });                                            // no text
+    // clang-format on
+    appendEndpoint(data, 0x01, packetSize);
+    appendEndpoint(data, 0x82, packetSize);
+}
+
+} // namespace
+
+Data functionDescriptors() {
+    Data data;
+    appendNumber(data, FUNCTIONFS_DESCRIPTORS_MAGIC_V2);
+    appendNumber(data, 0); // length of all, set below
+    // Some hosts send the printer class's soft reset to the recipient "other"; without the last flag it would not come.
+    appendNumber(data, FUNCTIONFS_HAS_FS_DESC | FUNCTIONFS_HAS_HS_DESC | FUNCTIONFS_ALL_CTRL_RECIP);
+    appendNumber(data, kDescriptorsPerSpeed);
+    appendNumber(data, kDescriptorsPerSpeed);
+    appendInterface(data, kFullSpeedPacketSize);
+    appendInterface(data, kHighSpeedPacketSize);
+    setLength(data);
+    return data;
+}
+
+Data functionStrings() {
+    Data data;
+    appendNumber(data, FUNCTIONFS_STRINGS_MAGIC);
+    appendNumber(data, 0); // length of all, set below
+    appendNumber(data, 0); // strings
+    appendNumber(data, 0); // languages
+    setLength(data);
+    return data;
+}
+
+} // namespace zul

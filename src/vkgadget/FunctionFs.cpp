@@ -1,0 +1,154 @@
+// System calls on the files of a FunctionFS mount. Opened and closed by the port on the main queue; each endpoint's
+// file is used by that endpoint's thread.
+#include "vkgadget/FunctionFs.h"
+
+#include "vkgadget/Descriptors.h"
+#include "vkgadget/GadgetError.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/usb/functionfs.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace zul {
+
+namespace {
+
+const std::filesystem::path kMountFolder = "/run/vkgadget";
+
+std::string reason() {
+    return std::strerror(errno);
+}
+
+ScopedFd openEndpoint(const std::filesystem::path& file, int more = 0) {
+    ScopedFd fd(::open(file.c_str(), O_RDWR | O_CLOEXEC | more));
+    if (!fd) throw GadgetError("cannot open " + file.string() + ": " + reason());
+    return fd;
+}
+
+void writeBlock(int fd, const Data& block, const char* what) {
+    if (::write(fd, block.data(), block.size()) == static_cast<ssize_t>(block.size())) return;
+    throw GadgetError(std::string("the kernel did not take the gadget's ") + what + ": " + reason());
+}
+
+FunctionEventKind kindOf(std::uint8_t type) {
+    switch (type) {
+    case FUNCTIONFS_BIND:
+        return FunctionEventKind::bind;
+    case FUNCTIONFS_UNBIND:
+        return FunctionEventKind::unbind;
+    case FUNCTIONFS_ENABLE:
+        return FunctionEventKind::enable;
+    case FUNCTIONFS_DISABLE:
+        return FunctionEventKind::disable;
+    case FUNCTIONFS_SETUP:
+        return FunctionEventKind::setup;
+    default:
+        return FunctionEventKind::other;
+    }
+}
+
+// The structures of USB are little-endian, and so are the machines that this runs on.
+SetupRequest requestOf(const usb_ctrlrequest& setup) {
+    return {.requestType = setup.bRequestType,
+            .request = setup.bRequest,
+            .value = setup.wValue,
+            .index = setup.wIndex,
+            .length = setup.wLength};
+}
+
+} // namespace
+
+FunctionFs::FunctionFs(std::string name) : _name(std::move(name)), _folder(kMountFolder / _name) {}
+
+void FunctionFs::open() {
+    std::error_code error;
+    std::filesystem::create_directories(_folder, error);
+    if (error) throw GadgetError("cannot make " + _folder.string() + ": " + error.message());
+    while (::umount2(_folder.c_str(), MNT_DETACH) == 0) {
+    } // left by a killed process
+    if (::mount(_name.c_str(), _folder.c_str(), "functionfs", 0, nullptr) != 0) {
+        throw GadgetError("cannot mount FunctionFS: " + reason() + ". Load its module: modprobe usb_f_fs");
+    }
+    _mounted = true;
+    _control = openEndpoint(_folder / "ep0");
+    writeBlock(_control.get(), functionDescriptors(), "descriptors");
+    writeBlock(_control.get(), functionStrings(), "strings");
+    _out = openEndpoint(_folder / "ep1");
+    // Without a host a write fails instead of waiting: else the next host would get a reply meant for this one. A
+    // transfer that has begun waits all the same.
+    _in = openEndpoint(_folder / "ep2", O_NONBLOCK);
+}
+
+void FunctionFs::close() {
+    _in.reset();
+    _out.reset();
+    _control.reset();
+    if (!_mounted) return;
+    _mounted = false;
+    ::umount2(_folder.c_str(), MNT_DETACH);
+    ::rmdir(_folder.c_str());
+}
+
+std::optional<FunctionEvent> FunctionFs::nextEvent() {
+    // A read that waits holds the function's lock, and some kernels want that lock to unbind the gadget: its end would
+    // wait for an event that never comes. A poll waits without it.
+    pollfd ready = {.fd = _control.get(), .events = POLLIN, .revents = 0};
+    if (::poll(&ready, 1, /*timeout=*/-1) <= 0) return std::nullopt;
+    usb_functionfs_event event{};
+    if (::read(_control.get(), &event, sizeof event) != static_cast<ssize_t>(sizeof event)) return std::nullopt;
+    return FunctionEvent{.kind = kindOf(event.type), .setup = requestOf(event.u.setup)};
+}
+
+void FunctionFs::answer(const SetupRequest& request, const Data& reply) {
+    if (request.isDeviceToHost()) {
+        const std::size_t length = std::min<std::size_t>(reply.size(), request.length);
+        // A host that has given up in the meantime is not an error here: the next event reports it.
+        [[maybe_unused]] const ssize_t written = ::write(_control.get(), reply.data(), length);
+    } else {
+        Data data(request.length);
+        [[maybe_unused]] const ssize_t got = ::read(_control.get(), data.data(), data.size());
+    }
+}
+
+void FunctionFs::refuse(const SetupRequest& request) {
+    // As on the endpoints: the wrong direction is a stall.
+    std::uint8_t none = 0;
+    [[maybe_unused]] const ssize_t result =
+        request.isDeviceToHost() ? ::read(_control.get(), &none, 0) : ::write(_control.get(), &none, 0);
+}
+
+int FunctionFs::readOut(Data& buffer) {
+    const ssize_t got = ::read(_out.get(), buffer.data(), buffer.size());
+    return got < 0 ? -errno : static_cast<int>(got);
+}
+
+int FunctionFs::writeIn(const Data& data, std::size_t packetSize) {
+    if (::write(_in.get(), data.data(), data.size()) < 0) return -errno;
+    if (data.empty() || data.size() % packetSize != 0) return 0;
+    return ::write(_in.get(), data.data(), 0) < 0 ? -errno : 0;
+}
+
+void FunctionFs::haltIn() {
+    // Going against the endpoint's direction is FunctionFS's way of saying "stall".
+    std::uint8_t none = 0;
+    [[maybe_unused]] const ssize_t result = ::read(_in.get(), &none, 1);
+}
+
+void FunctionFs::haltOut() {
+    const std::uint8_t none = 0;
+    [[maybe_unused]] const ssize_t result = ::write(_out.get(), &none, 1);
+}
+
+std::size_t FunctionFs::packetSize() const {
+    usb_endpoint_descriptor descriptor{};
+    if (::ioctl(_in.get(), FUNCTIONFS_ENDPOINT_DESC, &descriptor) < 0) return kHighSpeedPacketSize;
+    return descriptor.wMaxPacketSize & 0x7FF;
+}
+
+} // namespace zul

@@ -1,0 +1,228 @@
+// What the protocol engine asks for, carried out on a real bus: answers after a delay, restarts, departures. Bytes come
+// on the port's threads, where a departure at once is carried out, too; everything later runs on the main queue.
+#include "vkgadget/GadgetPrinter.h"
+
+#include "platform/foundation/Format.h"
+#include "virtual_printer/VirtualModels.h"
+#include "vkgadget/Descriptors.h"
+#include "vkgadget/Host.h"
+
+#include <algorithm>
+#include <iostream>
+
+namespace zul {
+
+namespace {
+
+GadgetIdentity identityOf(const VirtualPrinter& printer) {
+    return {.vendorID = printer.vendorID(),
+            .productID = printer.productID(),
+            .manufacturer = printer.manufacturerText(),
+            .product = printer.productText(),
+            .serialNumber = printer.serialText().value_or("")};
+}
+
+} // namespace
+
+std::string problemOfGadget(const VirtualPrinterSettings& settings) {
+    if (settings.interfaces != 1) return "a gadget has one printer interface";
+    if (settings.location) return "a gadget's place on the bus is given by --udc, not by \"location\"";
+    const auto isHolder = [](const VirtualFault& fault) { return fault.kind == VirtualFaultKind::holder; };
+    if (std::any_of(settings.faults.begin(), settings.faults.end(), isHolder)) {
+        return "the fault \"holder\" is another program on the host, which a device cannot play";
+    }
+    return {};
+}
+
+GadgetPrinter::GadgetPrinter(MainQueue& mainQueue, Clock& clock, VirtualPrinterSettings settings,
+                             const std::string& name, std::shared_ptr<VirtualJournal> journal)
+    : _mainQueue(mainQueue), _clock(clock), _settings(std::move(settings)), _journal(std::move(journal)),
+      _printer(_settings, [this](const VirtualCommand& command) { sawCommand(command); }),
+      _port(name, identityOf(_printer),
+            {.received = [this](const Data& bytes) { return received(bytes); },
+             .configured = [this](bool isConfigured) { configured(isConfigured); },
+             .controlled = [this](const SetupRequest& request, bool answered) { controlled(request, answered); }}) {}
+
+void GadgetPrinter::start(const std::string& udc) {
+    _udc = udc;
+    _port.open();
+    attach();
+}
+
+void GadgetPrinter::stop() {
+    {
+        const std::lock_guard lock(_mutex);
+        _stopping = true;
+    }
+    _stopped.notify_all();
+    _port.close();
+}
+
+// ---- on the threads of the port -------------------------------------------------------------------------------------
+
+std::size_t GadgetPrinter::received(const Data& bytes) {
+    takeTime(bytes.size());
+    VirtualEffects effects;
+    std::size_t wanted = 0;
+    {
+        const std::lock_guard lock(_mutex);
+        effects = _printer.receive(bytes);
+        wanted = _printer.bytesWanted();
+    }
+    for (const VirtualTransfer& transfer : effects.transfers) send(transfer);
+    if (effects.stallsOut) _port.stallWrites();
+    if (effects.departure) schedule(*effects.departure);
+    return wanted;
+}
+
+void GadgetPrinter::takeTime(std::size_t bytes) {
+    // A command takes no measurable time; only what fills packets takes any.
+    if (bytes < kHighSpeedPacketSize) return;
+    std::unique_lock lock(_mutex);
+    _stopped.wait_for(lock, std::chrono::microseconds(1000000LL * static_cast<long long>(bytes) / _settings.speed),
+                      [this] { return _stopping; });
+}
+
+void GadgetPrinter::send(const VirtualTransfer& transfer) {
+    if (transfer.isStall) {
+        _port.stallReads();
+    } else if (transfer.delay.count() == 0) {
+        _port.send(transfer.bytes);
+    } else {
+        unsigned attachment = 0;
+        {
+            const std::lock_guard lock(_mutex);
+            attachment = _attachCount;
+        }
+        after(transfer.delay, [this, attachment, bytes = transfer.bytes] { sendLate(attachment, bytes); });
+    }
+}
+
+// An answer that was on its way when the printer left is lost, like that of any printer.
+void GadgetPrinter::sendLate(unsigned attachment, const Data& bytes) {
+    {
+        const std::lock_guard lock(_mutex);
+        if (attachment != _attachCount || _stopping) return;
+    }
+    _port.send(bytes);
+}
+
+void GadgetPrinter::configured(bool configured) {
+    if (configured) return;
+    const std::lock_guard lock(_mutex);
+    _printer.reset();
+}
+
+void GadgetPrinter::controlled(const SetupRequest& request, bool answered) {
+    journal("control", formatted("%02x %u", unsigned{request.requestType}, unsigned{request.request}),
+            answered ? "" : "stall");
+    if (!answered || request.isDeviceToHost()) return;
+    const std::lock_guard lock(_mutex);
+    _printer.reset();
+}
+
+void GadgetPrinter::sawCommand(const VirtualCommand& command) {
+    VirtualJournalEntry entry;
+    entry.printer = _settings.serial;
+    entry.event = "command";
+    entry.command = command.text;
+    entry.length = static_cast<std::uint32_t>(command.payload.size());
+    if (!command.payload.empty()) entry.sha256 = sha256Of(command.payload);
+    _journal->add(std::move(entry));
+}
+
+void GadgetPrinter::journal(const std::string& event, const std::string& command, const std::string& result) {
+    VirtualJournalEntry entry;
+    entry.printer = _settings.serial;
+    entry.event = event;
+    entry.command = command;
+    entry.result = result;
+    _journal->add(std::move(entry));
+}
+
+// ---- arrival and departure ------------------------------------------------------------------------------------------
+
+void GadgetPrinter::attach() {
+    std::optional<VirtualDeparture> restartsByItself;
+    std::string deviceID;
+    std::string serialNumber;
+    std::string what;
+    {
+        const std::lock_guard lock(_mutex);
+        _printer.attach();
+        restartsByItself = _printer.departureAfterAttach();
+        ++_attachCount;
+        deviceID = _printer.answersDeviceID() ? _printer.deviceID() : "";
+        serialNumber = _printer.serialText().value_or("");
+        what = _printer.isLoader() ? "in its loader" : "with firmware " + _printer.firmware();
+    }
+    _port.setDeviceID(deviceID);
+    _port.setSerialNumber(serialNumber);
+    journal("arrive");
+    _port.plugInto(_udc);
+    report("on " + _udc + " " + what);
+    if (restartsByItself) schedule(*restartsByItself);
+}
+
+void GadgetPrinter::schedule(const VirtualDeparture& departure) {
+    unsigned attachment = 0;
+    {
+        const std::lock_guard lock(_mutex);
+        attachment = _attachCount;
+    }
+    if (departure.after.count() == 0) {
+        leave(attachment, departure); // at once: the host must not get rid of the rest of what it is sending
+        return;
+    }
+    after(departure.after, [this, attachment, departure] { leave(attachment, departure); });
+}
+
+void GadgetPrinter::leave(unsigned attachment, const VirtualDeparture& departure) {
+    {
+        const std::lock_guard lock(_mutex);
+        if (attachment != _attachCount || _stopping) return;
+        ++_attachCount;
+    }
+    try {
+        _port.unplug();
+    } catch (const GadgetError& error) {
+        fail(error);
+        return;
+    }
+    journal("leave");
+    report(departure.comesBack ? formatted("left the bus, back in %d ms", departure.away.count())
+                               : std::string("left the bus for good"));
+    if (!departure.comesBack) return;
+    after(departure.away, [this, departure] { comeBack(departure); });
+}
+
+void GadgetPrinter::comeBack(const VirtualDeparture& departure) {
+    try {
+        if (departure.elsewhere) {
+            auto others = freeUdcs();
+            std::erase(others, _udc);
+            if (others.empty()) throw GadgetError("no other USB device controller is free to come back on");
+            _udc = others.front();
+        }
+        attach();
+    } catch (const GadgetError& error) {
+        fail(error);
+    }
+}
+
+// The timer itself does not use the printer, which may be gone by then; the queue has ended before it goes.
+void GadgetPrinter::after(Clock::Duration time, Block block) {
+    _clock.callAt(_clock.now() + time,
+                  [&queue = _mainQueue, block = std::move(block)]() mutable { queue.async(std::move(block)); });
+}
+
+void GadgetPrinter::fail(const GadgetError& error) {
+    std::cerr << "vkgadget: " << error.what() << std::endl;
+    _mainQueue.quit(1);
+}
+
+void GadgetPrinter::report(const std::string& text) const {
+    std::cout << "vkgadget: " << _settings.model->name << " " << _settings.serial << " " << text << std::endl;
+}
+
+} // namespace zul
