@@ -2,7 +2,7 @@
 // never asks whether anybody listens.
 #pragma once
 
-#include "platform/appkit/AlertKind.h"
+#include "Classes/AlertKind.h"
 #include "platform/usb/IOReturn.h"
 #include "platform/usb/PrinterReservations.h"
 

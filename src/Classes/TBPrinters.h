@@ -3,8 +3,8 @@
 #pragma once
 
 #include "Classes/Environment.h"
+#include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinterZUL.h"
-#include "platform/appkit/Outlets.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/usb/ServiceRegistry.h"
 

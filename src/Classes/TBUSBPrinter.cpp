@@ -181,15 +181,9 @@ void TBUSBPrinter::prepareForRelease() {
     }
 }
 
-TBUSBPrinter::Text TBUSBPrinter::text(const Text& member) const {
-    const std::scoped_lock lock(_textMutex);
-    return member;
-}
-
-void TBUSBPrinter::setText(const char* key, Text& member, const Text& value) {
-    const KeyChange change(*this, key);
-    const std::scoped_lock lock(_textMutex);
-    member = value;
+void TBUSBPrinter::setText(IdentityText which, const Text& value) {
+    const KeyChange change(*this, DeviceIdentity::keyPathOf(which));
+    _identity.setText(which, value);
 }
 
 void TBUSBPrinter::setState(std::int64_t state) {

@@ -6,13 +6,18 @@
 // change on the main queue; the facts in deviceInfoDict change on the command queue, bracketed by change notices.
 #pragma once
 
+#include "Classes/CommandChannel.h"
+#include "Classes/DeviceIdentity.h"
+#include "Classes/DeviceInfo.h"
 #include "Classes/Environment.h"
-#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterReporter.h"
+#include "Classes/PrinterTypes.h"
+#include "Classes/StringDescriptors.h"
 #include "Classes/USBInterfaceHelpers.h"
+#include "Classes/UnusedRecord.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
-#include "platform/foundation/DeviceInfo.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
@@ -20,45 +25,15 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 
 namespace zul {
 
-/// Values of state; interfaceStatus takes the same numbers.
-enum TBPrinterState : std::int64_t {
-    kTBPrinterClosed = 1,  // set by every close
-    kTBPrinterOpen = 2,    // the interface is open by this program
-    kTBPrinterOpening = 4, // an open is under way; stays while another program holds the interface
-    kTBPrinterProbed = 8,  // the device object was set, opened and closed once without being refused
-};
-
-/// Values of isOwned: who has the interface open.
-enum class Ownership : std::int64_t { otherProgram = -1, nobody = 0, thisProgram = 1 };
-
-/// Where a reply is delivered.
-class ReplyQueue {
-  public:
-    /// The main queue, as when no queue is named.
-    static ReplyQueue mainQueue() { return ReplyQueue(Kind::main, nullptr); }
-    /// The printer's own command queue: delivered inline. Can be named while no queue object exists yet.
-    static ReplyQueue commandQueue() { return ReplyQueue(Kind::command, nullptr); }
-    static ReplyQueue on(std::shared_ptr<Queue> queue) { return ReplyQueue(Kind::other, std::move(queue)); }
-
-  private:
-    friend class TBUSBPrinter;
-    enum class Kind { main, command, other };
-    ReplyQueue(Kind kind, std::shared_ptr<Queue> queue) : _kind(kind), _queue(std::move(queue)) {}
-    Kind _kind;
-    std::shared_ptr<Queue> _queue;
-};
-
-/// Recipient of the printer-class soft reset.
-enum class Recipient { interface, other };
-
-class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_this<TBUSBPrinter> {
+class TBUSBPrinter : public KeyValueObservable,
+                     public PrinterReporter,
+                     public std::enable_shared_from_this<TBUSBPrinter> {
   public:
     using CommandBlock = Block;
     using ReplyBlock = std::function<void(const std::optional<Data>& reply)>;
@@ -135,9 +110,9 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// is in _readStatus.
     std::optional<Data> interfaceReadDataOfSize(std::uint32_t size) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Result of the last bulk write, for whoever watches. Any thread.
-    IOReturn writeStatus() const { return _writeStatus; }
+    IOReturn writeStatus() const { return _transferStatus.write; }
     /// Result of the last open of the interface; success before the first. Any thread.
-    IOReturn openStatus() const { return _openStatus; }
+    IOReturn openStatus() const { return _transferStatus.open; }
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;
@@ -155,27 +130,27 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
     using Text = std::optional<std::string>;
-    Text statusString() const { return text(_printerStatusString); }
-    void setStatusString(const Text& value) { setText("statusString", _printerStatusString, value); }
-    Text raw1284DeviceID() const { return text(_raw1284DeviceID); }
-    void setRaw1284DeviceID(const Text& value) { setText("raw1284DeviceID", _raw1284DeviceID, value); }
-    Text deviceID() const { return text(_deviceID); }
-    void setDeviceID(const Text& value) { setText("deviceID", _deviceID, value); }
-    Text manufacturer() const { return text(_manufacturer); }
-    void setManufacturer(const Text& value) { setText("manufacturer", _manufacturer, value); }
-    Text model() const { return text(_model); }
-    void setModel(const Text& value) { setText("model", _model, value); }
-    Text vendorUSB() const { return text(_vendorUSB); }
-    void setVendorUSB(const Text& value) { setText("vendorUSB", _vendorUSB, value); }
-    Text productUSB() const { return text(_productUSB); }
-    void setProductUSB(const Text& value) { setText("productUSB", _productUSB, value); }
-    Text serialNumberUSB() const { return text(_serialNumberUSB); }
-    void setSerialNumberUSB(const Text& value) { setText("serialNumberUSB", _serialNumberUSB, value); }
-    Text status() const { return text(_status); }
-    void setStatus(const Text& value) { setText("status", _status, value); }
-    /// Name of the picture; nothing in this class.
-    virtual Text image() const { return text(_image); }
-    void setImage(const Text& value) { setText("image", _image, value); }
+    Text statusString() const { return _identity.text(IdentityText::statusString); }
+    void setStatusString(const Text& value) { setText(IdentityText::statusString, value); }
+    Text raw1284DeviceID() const { return _identity.text(IdentityText::raw1284DeviceID); }
+    void setRaw1284DeviceID(const Text& value) { setText(IdentityText::raw1284DeviceID, value); }
+    Text deviceID() const { return _identity.text(IdentityText::deviceID); }
+    void setDeviceID(const Text& value) { setText(IdentityText::deviceID, value); }
+    Text manufacturer() const { return _identity.text(IdentityText::manufacturer); }
+    void setManufacturer(const Text& value) { setText(IdentityText::manufacturer, value); }
+    Text model() const { return _identity.text(IdentityText::model); }
+    void setModel(const Text& value) { setText(IdentityText::model, value); }
+    Text vendorUSB() const { return _identity.text(IdentityText::vendorUSB); }
+    void setVendorUSB(const Text& value) { setText(IdentityText::vendorUSB, value); }
+    Text productUSB() const { return _identity.text(IdentityText::productUSB); }
+    void setProductUSB(const Text& value) { setText(IdentityText::productUSB, value); }
+    Text serialNumberUSB() const { return _identity.text(IdentityText::serialNumberUSB); }
+    void setSerialNumberUSB(const Text& value) { setText(IdentityText::serialNumberUSB, value); }
+    Text status() const { return _identity.text(IdentityText::status); }
+    void setStatus(const Text& value) { setText(IdentityText::status, value); }
+    /// Name of the picture; the subclass has one for each model.
+    virtual Text image() const { return _identity.text(IdentityText::image); }
+    void setImage(const Text& value) { setText(IdentityText::image, value); }
     bool inFirmwareUpdate() const { return _isBusy; }
     /// Main queue.
     void setInFirmwareUpdate(bool inUpdate);
@@ -186,11 +161,10 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     std::string idLocation() const;
     std::string idVendor() const;
     std::string idProduct() const;
-    std::uint16_t vendorNumber() const { return _idVendor; }
-    std::uint16_t productNumber() const { return _idProduct; }
-    std::uint32_t locationNumber() const { return _locationID; }
-    /// Manufacturer, model and USB serial number, for every log line that names the printer.
-    std::string descriptionUTF8() const;
+    std::uint16_t vendorNumber() const { return _identity.vendor; }
+    std::uint16_t productNumber() const { return _identity.product; }
+    std::uint32_t locationNumber() const { return _identity.location; }
+    std::string descriptionUTF8() const override;
 
     using DeviceIDCompletion = std::function<void(bool found, const Text& deviceID)>;
     using DecodedBlock =
@@ -242,7 +216,7 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     /// The service the object was made for: known from the first moment and never changed.
     ServiceToken creationToken() const { return _creationToken; }
     /// Command queue.
-    InterfacePtr interfaceInterface() const ZUL_REQUIRES_ROLE(commandQueueRole) { return _iInterface; }
+    InterfacePtr interfaceInterface() const ZUL_REQUIRES_ROLE(commandQueueRole) { return _channel.interface(); }
     /// Obtained when first asked for; null when there is none. Command queue.
     DevicePtr deviceInterface() ZUL_REQUIRES_ROLE(commandQueueRole);
 
@@ -264,9 +238,10 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void prepareForRelease();
 
     Environment& environment() const { return _environment; }
+    void emit(PrinterEvent::What what) const override;
     /// Where the printer is attached ("1-2"), for messages; set by whoever makes the object.
-    std::string locationText() const { return text(_locationText).value_or(""); }
-    void setLocationText(const std::string& location) { setText("locationText", _locationText, location); }
+    std::string locationText() const { return _identity.text(IdentityText::locationText).value_or(""); }
+    void setLocationText(const std::string& location) { setText(IdentityText::locationText, location); }
     bool isVirtual() const { return _isVirtual; }
     void setIsVirtual(bool isVirtual) { _isVirtual = isVirtual; }
     /// Retired: its service has left and prepareForRelease was called.
@@ -276,13 +251,10 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     bool isSecondOfDevice() const { return _isSecondOfDevice; }
 
   protected:
-    Text text(const Text& member) const;
-    void setText(const char* key, Text& member, const Text& value);
+    void setText(IdentityText which, const Text& value);
     /// Stores a fact with change notices around it, on the calling thread; nothing removes the key.
     void storeFact(const std::string& key, const Text& value);
     void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
-    /// Reports what has happened to whoever follows the printers. Any thread.
-    void emit(PrinterEvent::What what) const;
     /// Runs block on the command queue after what is queued there; on the main queue while there is none. Any thread.
     void postToCommandQueue(Block block);
     /// An open was refused and one has succeeded since: does what could not be done at the arrival. Command queue.
@@ -292,52 +264,19 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     }
 
     Environment& _environment;
-    mutable std::mutex _textMutex; // the identity strings: set on main, read on every queue
 
-    Text _raw1284DeviceID;
-    Text _deviceID;
-    Text _manufacturer;
-    Text _model;
-    Text _vendorUSB;
-    Text _productUSB;
-    Text _serialNumberUSB;
-    Text _status;
-    std::optional<std::set<std::uint16_t>> _langIds ZUL_GUARDED_BY_ROLE(commandQueueRole);
-    Text _printerStatusString;
-    Text _image;
-    std::atomic<std::int64_t> _state{kTBPrinterClosed};
-    std::atomic<std::int64_t> _isOwned{0};
+    // Have locks of their own. Any thread.
+    DeviceIdentity _identity;
     const DeviceInfoPtr _deviceInfoDict = std::make_shared<DeviceInfo>();
-    std::shared_ptr<SerialQueue> _printerCommandQueue;
-    InterfacePtr _iInterface ZUL_GUARDED_BY_ROLE(commandQueueRole);
-    DevicePtr _dInterface ZUL_GUARDED_BY_ROLE(commandQueueRole);
-    std::uint32_t _locationID = 0;
-    std::uint16_t _idVendor = 0;
-    std::uint16_t _idProduct = 0;
-    std::uint16_t _langId ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
-    std::atomic<bool> _isBusy{false};
-    std::weak_ptr<InterestTable> _interests; // the program may end first
-    std::uint32_t _interestNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
-    std::uint32_t
-        _busyNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // released with the first; never registered
-    std::atomic<ServiceToken> _deviceObject{0};
-    std::atomic<std::int32_t> _interfaceStatus{kTBPrinterClosed};
-    std::uint8_t _bulkIN ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
-    std::uint8_t _bulkOUT ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
-    std::uint8_t _configurationIndex = 0; // this and the next eight: part of the object's record, used by no operation
-    std::uint8_t _interfaceProtocol = 0;
-    std::uint8_t _interfaceNumber = 0;
-    std::uint8_t _interfaceAlternate = 0;
-    std::uint32_t _deviceProperties = 0;
-    std::uint32_t _readByteCount = 0;
-    std::uint32_t _writeByteCount = 0;
-    std::uint32_t _completedCount = 0;
-    IOReturn _USBReadStatus = kIOReturnSuccess;
-    std::atomic<IOReturn> _readStatus{kIOReturnSuccess};
-    std::atomic<IOReturn> _writeStatus{kIOReturnSuccess};
-    std::atomic<IOReturn> _openStatus{kIOReturnSuccess};
+    TransferStatus _transferStatus;
 
-    std::atomic<bool> _released{false};
+    // Set once, before another queue knows the object.
+    std::shared_ptr<SerialQueue> _printerCommandQueue;
+    std::weak_ptr<InterestTable> _interests; // the program may end first
+    ServiceToken _creationToken = 0;
+
+    // Of the command queue.
+    CommandChannel _channel ZUL_GUARDED_BY_ROLE(commandQueueRole){*this, _transferStatus};
 
   private:
     void finishOpen(IOReturn code) ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -357,32 +296,34 @@ class TBUSBPrinter : public KeyValueObservable, public std::enable_shared_from_t
     void attemptingOpen();
     void showStatus(const char* key);
     using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
-    Text read1284DeviceID() ZUL_REQUIRES_ROLE(commandQueueRole);
-    static Text textOf1284DeviceID(Data& buffer, std::uint32_t received);
     void readUSBStrings() ZUL_REQUIRES_ROLE(commandQueueRole);
     Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
-        ZUL_REQUIRES_ROLE(commandQueueRole);
-    IOReturn readDescriptor(std::uint16_t value, std::uint16_t index, std::uint32_t completionTimeout, Data& buffer)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action)
         ZUL_REQUIRES_ROLE(commandQueueRole);
 
-    ServiceToken _creationToken = 0;
+    // Set on main or on the command queue, read on any thread.
+    std::atomic<std::int64_t> _state{kTBPrinterClosed};
+    std::atomic<std::int64_t> _isOwned{0};
+    std::atomic<std::int32_t> _interfaceStatus{kTBPrinterClosed};
+    std::atomic<ServiceToken> _deviceObject{0};
+    std::atomic<bool> _isBusy{false};
+    std::atomic<bool> _released{false};
     std::atomic<bool> _awaitsHolder{false}; // an open was refused, and is tried again when it can succeed
     std::atomic<unsigned> _refusals{0};     // how many opens were refused
-    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // "was closed" is on its way
-    std::uint32_t _creationInterest = 0;
-    Text _locationText;
-    std::uint32_t _descriptorBytes ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // count of the last descriptor read
-    /// What the strings of one arrival have met so far.
-    struct ArrivalStrings {
-        bool isUnderWay = false;
-        bool isTableUnreadable = false; // the language table was asked for
-        bool isUnresponsive = false;    // a descriptor was not answered in time
-    };
-    ArrivalStrings _arrivalStrings ZUL_GUARDED_BY_ROLE(commandQueueRole);
     std::atomic<bool> _isVirtual{false};
     std::atomic<bool> _isSecondOfDevice{false};
+
+    // Of the command queue.
+    StringDescriptors _descriptors ZUL_GUARDED_BY_ROLE(commandQueueRole){_channel};
+    DevicePtr _dInterface ZUL_GUARDED_BY_ROLE(commandQueueRole);
+    std::uint32_t _interestNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
+    std::uint32_t
+        _busyNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;  // released with the first; never registered
+    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // "was closed" is on its way
+
+    std::uint32_t _creationInterest = 0; // main queue
+    UnusedRecord _unused;
 };
 
 /// How a printer is called in messages to people: model, serial number where one is known, location. Any thread.

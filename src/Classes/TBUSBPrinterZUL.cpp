@@ -2,9 +2,11 @@
 // part of an update that survives the printer's own restarts.
 #include "Classes/TBUSBPrinterZUL.h"
 
-#include "Classes/StatusTexts.h"
 #include "archive/ProductTable.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include <utility>
 
@@ -28,7 +30,7 @@ std::set<std::uint16_t> TBUSBPrinterZUL::supportedProductIDs() {
 }
 
 TBUSBPrinter::Text TBUSBPrinterZUL::image() const {
-    const Product* product = productWithID(_idProduct);
+    const Product* product = productWithID(productNumber());
     return product == nullptr ? Text{} : Text(product->picture);
 }
 
@@ -36,7 +38,7 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
     TBUSBPrinter::initWithInterfaceInterface(std::move(interfaceInterface), deviceObject);
     if (!printerCommandQueue()) {
         assertOnCommandQueue();
-        beginArrivalOnMain();
+        _exchange.beginArrivalOnMain();
     }
     for (int line = 0; line < 3; ++line) logText("%s", kSeparator);
     logText("initing device for key %s", keyUSBdevice());
@@ -75,13 +77,13 @@ void TBUSBPrinterZUL::probeAtInit() {
             self->_isProbeOwed = code == kIOReturnExclusiveAccess && progress;
             return;
         }
-        self->_exchange.isInRound = true;
+        self->_exchange.setInRound(true);
         if (progress) {
             self->probeUpdatedPrinter(*progress);
         } else {
             self->probeKnownPrinter();
         }
-        self->_exchange.isInRound = false;
+        self->_exchange.setInRound(false);
     });
 }
 
@@ -105,13 +107,11 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
     showCustomAlertWithTitle(
         {.kind = AlertKind::loaderFound,
-         .title = localized("Attention:"),
-         .message = localized(
+         .messageText = localized("Attention:"),
+         .informativeText = localized(
              "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? "),
-         .buttonTitles = {localized("Ignore"), localized("Update Firmware")},
-         .accessoryView = nullptr,
-         .alertStyle = AlertStyle::critical,
-         .customLayout = {},
+         .buttons = {localized("Ignore"), localized("Update Firmware")},
+         .style = AlertStyle::critical,
          .completion = [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
              if (answer == kAlertSecondButton) {
                  logText("device is in firmware update mode ... uploading firmware");
@@ -191,6 +191,38 @@ void TBUSBPrinterZUL::probeRestartedPrinter(const VersionAnswer& answer) {
                 locationText());
     }
 }
+
+// ---- frames and replies ---------------------------------------------------------------------------------------------
+
+TBUSBPrinter::Text TBUSBPrinterZUL::stringForCommandCode(std::uint32_t code) {
+    const auto text = commandText(code);
+    return text ? Text(*text) : std::nullopt;
+}
+
+void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload) {
+    for (const int number : commandFrameErrors(code, payload == nullptr ? 0 : payload->size())) {
+        reportInternalError(number);
+    }
+    if (!_channel.sendFrame(code, payload)) errorWithString(localized("Communication error"), 0);
+}
+
+std::optional<Data> TBUSBPrinterZUL::printerReply() {
+    return _exchange.readReply();
+}
+
+void TBUSBPrinterZUL::reportInternalError(int number) {
+    // The localised text keeps the key's one placeholder.
+    std::string text = localized("Internal error L%d");
+    if (const auto placeholder = text.find("%d"); placeholder != std::string::npos) {
+        text.replace(placeholder, 2, std::to_string(number));
+    }
+    errorWithString(text, 0);
+}
+
+// Failures show as missing replies and log lines; nothing is kept here, so that nobody comes to rely on it.
+void TBUSBPrinterZUL::errorWithString(const std::string& /*message*/, int /*code*/) {}
+
+// ---- progress -------------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::setProgress(UpdateProgress progress) {
     _deviceInfoDict->set(HOLVEN_TBPrinterDeviceFirmwareStatus, static_cast<std::int64_t>(progress));

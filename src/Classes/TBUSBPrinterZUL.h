@@ -6,9 +6,9 @@
 // the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
 #pragma once
 
-#include "Classes/ExchangeState.h"
+#include "Classes/Outlets.h"
+#include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinter.h"
-#include "platform/appkit/Outlets.h"
 
 #include <array>
 #include <vector>
@@ -55,19 +55,6 @@ inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZU
 /// Values of "deviceFirmwareStatus".
 enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
 
-struct CustomAlert {
-    AlertKind kind = AlertKind::other;
-    std::optional<std::string> title = {};
-    std::optional<std::string> message = {};
-    std::vector<std::string> buttonTitles = {};
-    std::size_t harmlessButton = 0;               // the one that starts nothing
-    std::optional<std::size_t> escapeButton = {}; // an alert with one button is closed by Escape in any case
-    std::shared_ptr<CheckBox> accessoryView = {};
-    AlertStyle alertStyle = AlertStyle::warning;
-    std::function<void(AlertLayout&)> customLayout = {};
-    std::function<void(int answer)> completion = {};
-};
-
 class TBUSBPrinterZUL : public TBUSBPrinter {
   public:
     static constexpr const char* kProductClassName = "TBUSBPrinterZUL";
@@ -104,6 +91,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// errorWithString:code:  The protocol's one error sink: deliberately without effect. Tests listen here. Command
     /// queue.
     virtual void errorWithString(const std::string& message, int code);
+    /// Reports an internal error to that sink by its number. Command queue.
+    void reportInternalError(int number);
 
     // ---- status and facts -----------------------------------------------------------------------------------------
 
@@ -224,7 +213,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void showAlertWithTitle(const Text& title, const Text& message,
                             const std::optional<std::vector<std::string>>& buttonTitles,
                             std::function<void(int answer)> completion);
-    void showCustomAlertWithTitle(CustomAlert alert);
+    void showCustomAlertWithTitle(AlertDescription alert);
     /// An earlier form of showAlertWithTitle that nothing calls: builds the alert on the main queue.
     void old_showAlertWithTitle(const Text& title, const Text& message,
                                 const std::optional<std::vector<std::string>>& buttonTitles,
@@ -243,11 +232,6 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
   private:
     struct TableQuery;
-    struct Question {
-        std::uint32_t command = 0;
-        std::optional<Data> payload = {};
-        IfMissing ifMissing = IfMissing::askAgain;
-    };
     std::vector<TableQuery> versionPlan() const;
     std::vector<TableQuery> checksumPlan() const;
     void queueQuery(Question question, ReplyBlock reply);
@@ -260,27 +244,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
     void setCustomerDidAgree(bool agreed);
-    void reportInternalError(int number);
-    std::optional<Data> readReplyBody(Data buffer, std::uint32_t length) ZUL_REQUIRES_ROLE(commandQueueRole);
     void queryAtOpenInterface(Question question, ReplyBlock reply);
-    std::optional<Data> askInline(const Question& question) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void sendQuestion(const Question& question) ZUL_REQUIRES_ROLE(commandQueueRole);
-    std::optional<Data> acceptReply(const Question& question, const std::optional<Data>& reply)
-        ZUL_REQUIRES_ROLE(commandQueueRole);
-    std::optional<Data> askAgain(const Question& question, ReplyFault firstFault, const std::optional<Data>& first)
-        ZUL_REQUIRES_ROLE(commandQueueRole);
-    ReplyFault faultOf(const Question& question, const std::optional<Data>& reply) const
-        ZUL_REQUIRES_ROLE(commandQueueRole);
-    void noteMissingAnswer() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void orderRestart(std::uint32_t command, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
-    bool isLeaving() const ZUL_REQUIRES_ROLE(commandQueueRole);
-    bool isRestartExpected() const ZUL_REQUIRES_ROLE(commandQueueRole);
-    void reportUnusable();
-    bool resynchronize() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void dropLateReplies() ZUL_REQUIRES_ROLE(commandQueueRole);
     bool mayAsk() const;
-    void beginArrivalOnMain() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void beginRound() ZUL_REQUIRES_ROLE(commandQueueRole);
     bool askEverything() ZUL_REQUIRES_ROLE(commandQueueRole);
     void askForStatus(IfMissing ifMissing, StatusCompletion completion);
     void refreshTables();
@@ -317,14 +282,14 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     SharedData firmwareBlobOf(const std::shared_ptr<const FirmwareFile>& file) const;
     SharedData verifiedColorData(const std::string& name) const;
     std::string localized(const char* key) const;
-    AlertDescription descriptionFor(CustomAlert alert) const;
+    AlertDescription completed(AlertDescription alert) const;
+    void postAlert(AlertDescription alert);
     void postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
                         std::function<void(int answer)> completion);
-    bool readBackchannel(void* buffer, std::uint32_t& size) ZUL_REQUIRES_ROLE(commandQueueRole);
 
     std::atomic<bool> _customerDidAgree{false}; // changed on main only
     std::atomic<int> _waitGeneration{0};
-    ExchangeState _exchange ZUL_GUARDED_BY_ROLE(commandQueueRole);
+    QueryExchange _exchange ZUL_GUARDED_BY_ROLE(commandQueueRole){*this, _channel, _transferStatus};
     bool _isProbeOwed ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it found another program on the printer
 };
 

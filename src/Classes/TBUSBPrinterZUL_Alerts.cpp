@@ -39,19 +39,16 @@ void TBUSBPrinterZUL::showAlertWithTitle(const Text& title, const Text& message,
 void TBUSBPrinterZUL::showAlert(AlertKind kind, const std::string& title, const std::string& message,
                                 std::vector<std::string> buttonTitles, std::function<void(int answer)> completion) {
     showCustomAlertWithTitle({.kind = kind,
-                              .title = title,
-                              .message = message,
-                              .buttonTitles = std::move(buttonTitles),
+                              .messageText = title,
+                              .informativeText = message,
+                              .buttons = std::move(buttonTitles),
                               .completion = std::move(completion)});
 }
 
-void TBUSBPrinterZUL::showCustomAlertWithTitle(CustomAlert alert) {
+void TBUSBPrinterZUL::showCustomAlertWithTitle(AlertDescription alert) {
     logText("%s", kShowCustomAlert);
-    if (alert.title.value_or("").empty() && alert.message.value_or("").empty()) return;
-    AlertDescription description = descriptionFor(std::move(alert));
-    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), description = std::move(description)] {
-        self->_environment.alerts.beginAlert(description);
-    });
+    if (alert.messageText.empty() && alert.informativeText.empty()) return;
+    postAlert(completed(std::move(alert)));
 }
 
 void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& message,
@@ -60,33 +57,29 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
     const std::string shownTitle = title ? *title : localized("Alert");
     if (shownTitle.empty() && message.value_or("").empty()) return;
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), shownTitle, message, buttonTitles, completion] {
-        CustomAlert alert;
-        alert.title = shownTitle;
-        alert.message = message;
-        alert.buttonTitles = buttonTitles.value_or(std::vector<std::string>{});
-        alert.completion = completion;
-        self->_environment.alerts.beginAlert(self->descriptionFor(std::move(alert)));
+        self->_environment.alerts.beginAlert(
+            self->completed({.messageText = shownTitle,
+                             .informativeText = message.value_or(""),
+                             .buttons = buttonTitles.value_or(std::vector<std::string>{}),
+                             .completion = completion}));
     });
 }
 
-AlertDescription TBUSBPrinterZUL::descriptionFor(CustomAlert alert) const {
-    AlertDescription description;
-    description.kind = alert.kind;
-    const std::string title = alert.title.value_or("");
-    description.messageText = title.empty() ? localized("Alert") : title;
-    description.informativeText = alert.message.value_or("");
-    description.buttons = std::move(alert.buttonTitles);
-    if (description.buttons.empty()) description.buttons = {localized("OK")};
-    description.harmlessButton = alert.harmlessButton;
-    description.escapeButton = description.buttons.size() == 1 ? std::optional<std::size_t>(0) : alert.escapeButton;
-    description.style = alert.alertStyle;
-    description.iconName = image().value_or("");
-    description.accessory = std::move(alert.accessoryView);
-    description.layout = std::move(alert.customLayout);
-    description.completion = std::move(alert.completion);
-    description.printerKey = keyUSBdevice();
-    description.printerName = nameOf(*this);
-    return description;
+// What every alert of this printer has, and what is left out of most.
+AlertDescription TBUSBPrinterZUL::completed(AlertDescription alert) const {
+    if (alert.messageText.empty()) alert.messageText = localized("Alert");
+    if (alert.buttons.empty()) alert.buttons = {localized("OK")};
+    if (alert.buttons.size() == 1) alert.escapeButton = 0;
+    alert.iconName = image().value_or("");
+    alert.printerKey = keyUSBdevice();
+    alert.printerName = nameOf(*this);
+    return alert;
+}
+
+void TBUSBPrinterZUL::postAlert(AlertDescription alert) {
+    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), alert = std::move(alert)] {
+        self->_environment.alerts.beginAlert(alert);
+    });
 }
 
 // ---- agreement ------------------------------------------------------------------------------------------------------
@@ -102,12 +95,12 @@ void TBUSBPrinterZUL::ShowRZ7Warning() {
 
     showCustomAlertWithTitle(
         {.kind = AlertKind::agreement,
-         .title = localized("Attention:"),
-         .message = _idProduct == kProductVKRZ7 ? RZ7UpdateWarningText() : genericUpdateWarningText(),
-         .buttonTitles = {localized("Quit"), localized("Continue")},
-         .accessoryView = agree,
-         .alertStyle = AlertStyle::critical,
-         .customLayout =
+         .messageText = localized("Attention:"),
+         .informativeText = productNumber() == kProductVKRZ7 ? RZ7UpdateWarningText() : genericUpdateWarningText(),
+         .buttons = {localized("Quit"), localized("Continue")},
+         .style = AlertStyle::critical,
+         .accessory = agree,
+         .layout =
              [self](AlertLayout& alert) {
                  self->setCustomerDidAgree(false); // it may have waited while an earlier one was ticked
                  if (alert.buttonCount() <= kContinueButton) return;
@@ -173,16 +166,11 @@ void TBUSBPrinterZUL::showPrinterBusyAlert() {
 
 void TBUSBPrinterZUL::postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
                                      std::function<void(int answer)> completion) {
-    CustomAlert alert;
-    alert.kind = kind;
-    alert.title = localized(messageKey);
-    alert.completion = std::move(completion);
-    AlertDescription description = descriptionFor(std::move(alert));
-    description.suppression = std::move(suppression);
-    description.isModal = true;
-    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), description = std::move(description)] {
-        self->_environment.alerts.beginAlert(description);
-    });
+    AlertDescription alert =
+        completed({.kind = kind, .messageText = localized(messageKey), .completion = std::move(completion)});
+    alert.suppression = std::move(suppression);
+    alert.isModal = true;
+    postAlert(std::move(alert));
 }
 
 } // namespace zul

@@ -43,8 +43,8 @@ TBUSBPrinter::Text TBUSBPrinterZUL::digestOfBlob(const Data& data) {
 
 bool TBUSBPrinterZUL::verifyFirmwareArchive() {
     logText("%s", "-[TBUSBPrinterZUL verifyFirmwareArchive]");
-    logText("switching on productID 0x%x", _idProduct);
-    const Product* product = productWithID(_idProduct);
+    logText("switching on productID 0x%x", productNumber());
+    const Product* product = productWithID(productNumber());
     if (product == nullptr) return false;
 
     const std::vector<std::string> names(product->files.begin(), product->files.end());
@@ -119,14 +119,14 @@ TBUSBPrinter::Text TBUSBPrinterZUL::newFirmwareVersion() {
 }
 
 std::optional<FirmwareOffer> TBUSBPrinterZUL::firmwareOffer() const {
-    const Product* product = productWithID(_idProduct);
+    const Product* product = productWithID(productNumber());
     // Without an archive nothing is offered, and nothing is missing in it either.
     if (product == nullptr || _environment.mainBundle.archiveFolder().empty()) return std::nullopt;
     return _environment.archive.offer(*product, className());
 }
 
 std::vector<ArchiveProblem> TBUSBPrinterZUL::archiveProblems() const {
-    return _environment.archive.problems(productWithID(_idProduct), className());
+    return _environment.archive.problems(productWithID(productNumber()), className());
 }
 
 double TBUSBPrinterZUL::availableFirmwareVersion() {

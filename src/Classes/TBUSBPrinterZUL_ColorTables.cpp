@@ -1,10 +1,10 @@
 // The colour tables: the printer's are cleared and the archive's are written, a name and its contents each. Command
 // queue.
-#include "Classes/CommandFrame.h"
-#include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
 #include "archive/SRecord.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"

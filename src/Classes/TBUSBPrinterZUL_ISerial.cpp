@@ -1,7 +1,7 @@
 // Whether the printer tells a USB serial number: reading and writing that setting, and what follows a change.
-#include "Classes/CommandFrame.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "protocol/CommandFrame.h"
 
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
@@ -35,7 +35,7 @@ void TBUSBPrinterZUL::setShell(Shell replacement) {
 }
 
 bool TBUSBPrinterZUL::hasISerialSupport() const {
-    switch (_idProduct) {
+    switch (productNumber()) {
     case kProductVK26:
     case kProductVK28:
         return true;

@@ -1,9 +1,9 @@
 // What a printer can be asked for, and where the answers are kept. Requests run one after another on the command queue;
 // answers are stored there, with change notices.
-#include "Classes/CommandFrame.h"
-#include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include "platform/foundation/Format.h"
 
@@ -27,7 +27,7 @@ struct TBUSBPrinterZUL::TableQuery {
 
 // clang-format off
 std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::versionPlan() const {
-    switch (_idProduct) {
+    switch (productNumber()) {
     case kProductVK14: case kProductVK18: case kProductVKRZ7: case kProductVK18DUP:
         return {{21, Media::none, HOLVEN_TBPrinterColorTableVersion, "printer color table version: %s"}};
     case kProductVK26:
@@ -48,7 +48,7 @@ std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::versionPlan() const {
 }
 
 std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::checksumPlan() const {
-    switch (_idProduct) {
+    switch (productNumber()) {
     case kProductVK14: case kProductVK18: case kProductVKRZ7: case kProductVK18DUP:
         return {{23, Media::none, HOLVEN_TBPrinterColorTableChecksum300, "printer color table checksum: %s"}};
     case kProductVK26:
@@ -77,6 +77,64 @@ Data TBUSBPrinterZUL::commandPayloadForMediaPP() {
     return dataFromText("0003");
 }
 
+// ---- asking ---------------------------------------------------------------------------------------------------------
+
+bool TBUSBPrinterZUL::mayAsk() const {
+    if (printerCommandQueue()) return true;
+    assertOnCommandQueue();
+    return _exchange.mayAsk();
+}
+
+void TBUSBPrinterZUL::queueQuery(Question question, ReplyBlock reply) {
+    if (!mayAsk()) return;
+    performInlineOnCommandQueue(
+        [self = sharedSelf<TBUSBPrinterZUL>(), question = std::move(question), reply = std::move(reply)] {
+            self->assertOnCommandQueue();
+            reply(self->_exchange.ask(question));
+        });
+}
+
+void TBUSBPrinterZUL::queryAtOpenInterface(Question question, ReplyBlock reply) {
+    openInterface([self = sharedSelf<TBUSBPrinterZUL>(), question = std::move(question),
+                   reply = std::move(reply)](IOReturn code) {
+        if (code == kIOReturnSuccess) self->queueQuery(question, reply);
+    });
+}
+
+// ---- status ---------------------------------------------------------------------------------------------------------
+
+std::string TBUSBPrinterZUL::stringForVKStatusString(const Text& rawStatus) {
+    return textForStatus(rawStatus);
+}
+
+void TBUSBPrinterZUL::updatePrinterStatus() {
+    getPrinterStatus({});
+}
+
+void TBUSBPrinterZUL::getPrinterStatus(StatusCompletion completion) {
+    askForStatus(IfMissing::askAgain, std::move(completion));
+}
+
+void TBUSBPrinterZUL::askForStatus(IfMissing ifMissing, StatusCompletion completion) {
+    queryAtOpenInterface(
+        {.command = kCommandStatus, .ifMissing = ifMissing},
+        [self = sharedSelf<TBUSBPrinterZUL>(), completion = std::move(completion)](const std::optional<Data>& reply) {
+            self->assertOnCommandQueue();
+            self->handleStatusReply(reply, completion);
+        });
+}
+
+void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion) {
+    if (!reply || reply->empty()) {
+        logText("Received a null printer status reply ... will try again later");
+        return;
+    }
+    const Text rawStatus = stringFromNulTerminatedUTF8(*reply);
+    emit(events::StatusRead{.rawStatus = rawStatus});
+    setPrinterStatus(stringForVKStatusString(rawStatus));
+    if (completion) completion(rawStatus);
+}
+
 // ---- single facts ---------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
@@ -95,7 +153,8 @@ TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
 }
 
 TBUSBPrinterZUL::VersionAnswer TBUSBPrinterZUL::askVersionInline(IfMissing ifMissing) {
-    const auto reply = askInline({.command = kCommandFirmwareVersion, .ifMissing = ifMissing});
+    if (!mayAsk()) return {};
+    const auto reply = _exchange.ask({.command = kCommandFirmwareVersion, .ifMissing = ifMissing});
     if (!reply || reply->empty()) return {};
     return {true, versionFromReply(*reply)};
 }
@@ -196,16 +255,16 @@ void TBUSBPrinterZUL::resetCounter(char letter) {
 }
 
 void TBUSBPrinterZUL::getDeviceCustomInfo() {
-    const bool isPartOfProbe = std::exchange(_exchange.isInRound, true);
-    beginRound();
-    const unsigned misses = _exchange.misses;
-    const unsigned slips = _exchange.slips;
+    const bool isPartOfProbe = _exchange.setInRound(true);
+    _exchange.beginRound();
+    const unsigned misses = _exchange.misses();
+    const unsigned slips = _exchange.slips();
     bool isComplete = askEverything();
     // Not every answer that belongs to another question is recognised. After a missing one the status, which is, shows
     // whether they are in step; where one was recognised, those before it are in doubt.
-    if (isComplete && _exchange.misses != misses && _exchange.slips == slips) updatePrinterStatus();
-    if (isComplete && _exchange.slips != slips) isComplete = askEverything();
-    _exchange.isInRound = isPartOfProbe;
+    if (isComplete && _exchange.misses() != misses && _exchange.slips() == slips) updatePrinterStatus();
+    if (isComplete && _exchange.slips() != slips) isComplete = askEverything();
+    _exchange.setInRound(isPartOfProbe);
     emit(events::QuestionsEnded{.isComplete = isComplete});
 }
 

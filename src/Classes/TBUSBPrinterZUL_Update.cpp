@@ -1,9 +1,9 @@
 // The halves of an update and the restarts between them. Actions and answers arrive on the main queue; everything that
 // talks to the printer runs on its command queue.
-#include "Classes/CommandFrame.h"
 #include "Classes/DeviceObjects.h"
-#include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
@@ -113,9 +113,9 @@ void TBUSBPrinterZUL::showPrinterError() {
 void TBUSBPrinterZUL::showRetryAlert(AlertKind kind, const std::string& title, const std::string& message) {
     constexpr std::size_t kCancel = 1;
     showCustomAlertWithTitle({.kind = kind,
-                              .title = title,
-                              .message = message,
-                              .buttonTitles = {localized("Proceed"), localized("Cancel")},
+                              .messageText = title,
+                              .informativeText = message,
+                              .buttons = {localized("Proceed"), localized("Cancel")},
                               .harmlessButton = kCancel,
                               .escapeButton = kCancel,
                               .completion = [self = sharedSelf<TBUSBPrinterZUL>(), kind](int answer) {
@@ -133,10 +133,10 @@ void TBUSBPrinterZUL::updateFirmwareReady() {
     constexpr std::size_t kCancel = 0; // first: Return must not start what cannot be undone
     showCustomAlertWithTitle(
         {.kind = AlertKind::confirmation,
-         .title = localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
-         .message = localized(
+         .messageText = localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
+         .informativeText = localized(
              "The printer may be permanently damaged if it is unplugged or loses power during the update process."),
-         .buttonTitles = {localized("Cancel"), update},
+         .buttons = {localized("Cancel"), update},
          .harmlessButton = kCancel,
          .escapeButton = kCancel,
          .completion = [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
@@ -181,7 +181,7 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
     // successor finds.
     _deviceInfoDict->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, firmwareVersion());
     setProgress(UpdateProgress::waitingForLoader);
-    orderRestart(kCommandEnterLoader, /*payload=*/nullptr);
+    _exchange.orderRestart(kCommandEnterLoader, /*payload=*/nullptr);
     closeInterface(nullptr);
 }
 
@@ -212,7 +212,7 @@ void TBUSBPrinterZUL::writeFirmwareImage() {
     if (const SharedData blob = verifiedFirmwareBlob()) {
         logText("Uploading firmware to printer");
         setProgress(UpdateProgress::waitingForFirmware);
-        orderRestart(kCommandProgramFlash, blob.get());
+        _exchange.orderRestart(kCommandProgramFlash, blob.get());
     } else {
         logText("FAILED Uploading firmware to printer (bad file)");
         showDamagedFileAlert();
@@ -255,7 +255,7 @@ bool TBUSBPrinterZUL::waitForPrinterStatusCode(const std::string& code) {
     const int generation = _waitGeneration;
     for (;;) {
         if (openInterface() == kIOReturnSuccess && statusEquals(code)) return true;
-        if (_released || _waitGeneration != generation) return false;
+        if (isReleased() || _waitGeneration != generation) return false;
         _environment.clock.sleepFor(kStatusPollPause);
     }
 }

@@ -64,9 +64,9 @@ void TBUSBPrinter::setInterfaceInterface(InterfacePtr interfaceInterface) {
     performInlineOnCommandQueue([self = shared_from_this(), interfaceInterface = std::move(interfaceInterface)] {
         self->assertOnCommandQueue();
         if (interfaceInterface) self->readNumbers(*interfaceInterface);
-        self->_iInterface = interfaceInterface; // the old handle goes here, on the queue that used it
-        if (!self->_iInterface) return;
-        self->_iInterface->setWriteProgress([weak = self->weak_from_this()](std::uint32_t done, std::uint32_t total) {
+        self->_channel.setInterface(interfaceInterface); // the old handle goes here, on the queue that used it
+        if (!interfaceInterface) return;
+        interfaceInterface->setWriteProgress([weak = self->weak_from_this()](std::uint32_t done, std::uint32_t total) {
             const auto printer = weak.lock();
             if (!printer) return;
             printer->emit(events::WriteProgress{.bytesDone = done, .bytesTotal = total});
@@ -79,9 +79,9 @@ void TBUSBPrinter::readNumbers(IOUSBInterfaceInterface& handle) {
     const auto logFailure = [](const char* name, IOReturn code) {
         if (code != kIOReturnSuccess) logText("%s() returned %s [%.8x]\n", name, strForIOReturn(code), asHex(code));
     };
-    logFailure("GetLocationID", handle.GetLocationID(_locationID));
-    logFailure("GetDeviceVendor", handle.GetDeviceVendor(_idVendor));
-    logFailure("GetDeviceProduct", handle.GetDeviceProduct(_idProduct));
+    logFailure("GetLocationID", handle.GetLocationID(_identity.location));
+    logFailure("GetDeviceVendor", handle.GetDeviceVendor(_identity.vendor));
+    logFailure("GetDeviceProduct", handle.GetDeviceProduct(_identity.product));
 }
 
 void TBUSBPrinter::setDeviceInterface(DevicePtr device) {
@@ -92,9 +92,9 @@ void TBUSBPrinter::setDeviceInterface(DevicePtr device) {
 }
 
 TBUSBPrinter::DevicePtr TBUSBPrinter::deviceInterface() {
-    if (_dInterface || !_iInterface) return _dInterface;
+    if (_dInterface || !_channel.interface()) return _dInterface;
     DevicePtr device;
-    if (const IOReturn code = _iInterface->GetDevice(device); code != kIOReturnSuccess) {
+    if (const IOReturn code = _channel.interface()->GetDevice(device); code != kIOReturnSuccess) {
         standardErrorLog(formatted("ERROR: IOCreatePlugInInterfaceForService() returned (%s)\n", strForIOReturn(code)));
         return nullptr;
     }
@@ -198,17 +198,18 @@ void TBUSBPrinter::hotPlug() {
 }
 
 IOReturn TBUSBPrinter::resetUSBPrinter(Recipient recipient) {
-    if (!_iInterface) return kIOReturnNoDevice;
-    logText("attempting soft reset of USB device with interface [%p]\n", static_cast<const void*>(_iInterface.get()));
+    if (!_channel.interface()) return kIOReturnNoDevice;
+    logText("attempting soft reset of USB device with interface [%p]\n",
+            static_cast<const void*>(_channel.interface().get()));
     std::uint8_t number = 0;
-    if (const IOReturn code = _iInterface->GetInterfaceNumber(number); code != kIOReturnSuccess) return code;
+    if (const IOReturn code = _channel.interface()->GetInterfaceNumber(number); code != kIOReturnSuccess) return code;
     IOUSBDevRequestTO request;
     request.bmRequestType = recipient == Recipient::other ? 0x23 : 0x21; // host to device, class
     request.bRequest = 2;                                                // SOFT_RESET
     request.wIndex = number;
     request.noDataTimeout = kSoftResetTimeout;
     request.completionTimeout = kSoftResetTimeout;
-    return _iInterface->ControlRequestTO(0, request);
+    return _channel.interface()->ControlRequestTO(0, request);
 }
 
 IOReturn TBUSBPrinter::resetUSBDevice() {

@@ -8,10 +8,6 @@
 
 namespace zul {
 
-namespace {
-constexpr std::uint32_t kBulkTimeout = 5000; // ms, both time-outs of every bulk transfer
-}
-
 bool TBUSBPrinter::isInterfaceOpen() const {
     return _state == kTBPrinterOpen && _interfaceStatus == kTBPrinterOpen;
 }
@@ -26,14 +22,14 @@ bool TBUSBPrinter::didOpenInterface() const {
 
 IOReturn TBUSBPrinter::openInterface() {
     // A retired printer has given its handle back, perhaps while it was open; an alert of it may still be answered.
-    if (_state == kTBPrinterOpen && _iInterface) return kIOReturnSuccess;
+    if (_state == kTBPrinterOpen && _channel.interface()) return kIOReturnSuccess;
     _interfaceStatus = kTBPrinterOpening;
     setState(kTBPrinterOpening);
-    const IOReturn code = _iInterface ? _iInterface->USBInterfaceOpenSeize() : kIOReturnNoDevice;
-    _openStatus.store(code); // before anybody learns of the end of the open
+    const IOReturn code = _channel.interface() ? _channel.interface()->USBInterfaceOpenSeize() : kIOReturnNoDevice;
+    _transferStatus.open.store(code); // before anybody learns of the end of the open
     finishOpen(code);
     events::Opened opened{.code = code};
-    if (code == kIOReturnExclusiveAccess) opened.holder = _iInterface->holder();
+    if (code == kIOReturnExclusiveAccess) opened.holder = _channel.interface()->holder();
     emit(std::move(opened));
     return code;
 }
@@ -51,7 +47,7 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
     }
     if (code != kIOReturnSuccess) {
         // A retry that failed for another reason is still a retry: the next hint leads to another one.
-        if (_awaitsHolder && _iInterface) watchForHolder();
+        if (_awaitsHolder && _channel.interface()) watchForHolder();
         return;
     }
     performSyncOnMainQueue([this] {
@@ -111,7 +107,7 @@ void TBUSBPrinter::queueClose(Block close) {
 IOReturn TBUSBPrinter::closeNow() {
     IOReturn code = kIOReturnSuccess;
     if (_interfaceStatus == kTBPrinterOpen) {
-        code = _iInterface ? _iInterface->USBInterfaceClose() : kIOReturnNoDevice;
+        code = _channel.interface() ? _channel.interface()->USBInterfaceClose() : kIOReturnNoDevice;
         if (code == kIOReturnSuccess) {
             logText("The %s was closed.\n", descriptionUTF8());
         } else {
@@ -129,19 +125,7 @@ IOReturn TBUSBPrinter::closeNow() {
 void TBUSBPrinter::getPipes() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
-        if (!self->_iInterface) return;
-        std::uint8_t count = 0;
-        if (const IOReturn code = self->_iInterface->GetNumEndpoints(count); code != kIOReturnSuccess) {
-            logText("failure for GetNumEndpoints on the open USB device; error=[%d]\n", asSigned(code));
-            return;
-        }
-        for (unsigned pipe = 1; pipe <= count; ++pipe) { // pipe 0 is the control pipe
-            PipeProperties properties;
-            const auto index = static_cast<std::uint8_t>(pipe);
-            if (self->_iInterface->GetPipeProperties(index, properties) != kIOReturnSuccess) continue;
-            if (properties.transferType != kUSBBulk) continue;
-            (properties.direction == PipeDirection::out ? self->_bulkOUT : self->_bulkIN) = index;
-        }
+        self->_channel.findPipes();
     });
 }
 
@@ -178,7 +162,7 @@ void TBUSBPrinter::closeAndReplayAttempt() {
 void TBUSBPrinter::watchForHolder() {
     _awaitsHolder = true;
     _isHolderGone = false;
-    _iInterface->watchHolder([weak = weak_from_this()] {
+    _channel.interface()->watchHolder([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
             self->performInlineOnCommandQueue([self] {
                 self->assertOnCommandQueue();
@@ -190,33 +174,29 @@ void TBUSBPrinter::watchForHolder() {
 
 void TBUSBPrinter::endWaitForHolder() {
     _awaitsHolder = false;
-    if (_iInterface) _iInterface->watchHolder(nullptr);
+    if (_channel.interface()) _channel.interface()->watchHolder(nullptr);
 }
 
 void TBUSBPrinter::holderMayHaveLetGo() {
     // Hints come in bursts, and the retry runs only when main has got to it: one of them is enough.
-    if (_isHolderGone || !_awaitsHolder || !_iInterface || _iInterface->tryClaim() != kIOReturnSuccess) return;
+    if (_isHolderGone || !_awaitsHolder || !_channel.interface() ||
+        _channel.interface()->tryClaim() != kIOReturnSuccess)
+        return;
     _isHolderGone = true;
-    _iInterface->watchHolder(nullptr);
+    _channel.interface()->watchHolder(nullptr);
     _environment.mainQueue.async([self = shared_from_this()] {
         usbInterfaceInterestCallback(self, self->deviceObject(), kIOMessageServiceWasClosed, nullptr);
     });
 }
 
 bool TBUSBPrinter::writeToInterfaceWithData(const Data& data) {
-    logText("writing to %s interface with %lu byte payload", descriptionUTF8(), data.size());
-    const auto size = static_cast<std::uint32_t>(data.size());
-    _writeStatus.store(_iInterface ? _iInterface->WritePipeTO(_bulkOUT, data.data(), size, kBulkTimeout, kBulkTimeout)
-                                   : kIOReturnNoDevice);
-    return _writeStatus.load() == kIOReturnSuccess;
+    return _channel.write(data);
 }
 
 std::optional<Data> TBUSBPrinter::interfaceReadDataOfSize(std::uint32_t size) {
     Data buffer(size, 0);
     std::uint32_t count = size;
-    _readStatus.store(_iInterface ? _iInterface->ReadPipeTO(_bulkIN, buffer.data(), count, kBulkTimeout, kBulkTimeout)
-                                  : kIOReturnNoDevice);
-    if (_readStatus.load() != kIOReturnSuccess) return std::nullopt;
+    if (!_channel.read(buffer.data(), count)) return std::nullopt;
     // The reply keeps the requested size: a short read stays padded with zeros, and callers rely on it.
     return buffer;
 }

@@ -2,11 +2,11 @@
 // those of "list"; the checks wait for files and services and run on a queue of their own.
 #include "cli/Commands.h"
 
-#include "Classes/StatusTexts.h"
 #include "archive/ProductTable.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
+#include "protocol/StatusTexts.h"
 #include "session/Doctor.h"
 #include "session/HistoryOptions.h"
 #include "update/UpdateHistory.h"

@@ -1,7 +1,7 @@
 // Commands that ask printers, set them or reset them. Main queue; what blocks runs on the printer's own queue.
 #include "cli/Commands.h"
 
-#include "Classes/StatusTexts.h"
+#include "protocol/StatusTexts.h"
 
 #include "Classes/StatusCodeNames.h"
 #include "cli/ExitStatus.h"

@@ -1,7 +1,7 @@
 // Questions on the terminal: one at a time, in the order asked, without ever blocking the main queue. Main queue.
 #pragma once
 
-#include "platform/appkit/Outlets.h"
+#include "Classes/Outlets.h"
 #include "platform/dispatch/Queue.h"
 
 #include <deque>

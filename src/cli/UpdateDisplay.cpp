@@ -1,7 +1,7 @@
 #include "cli/UpdateDisplay.h"
 
-#include "Classes/StatusTexts.h"
 #include "platform/foundation/Format.h"
+#include "protocol/StatusTexts.h"
 
 #include <iostream>
 #include <nlohmann/json.hpp>

@@ -2,7 +2,7 @@
 // application-modal ones at once. GUI thread.
 #pragma once
 
-#include "platform/appkit/Outlets.h"
+#include "Classes/Outlets.h"
 #include "platform/dispatch/Queue.h"
 
 #include <QObject>

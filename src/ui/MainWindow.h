@@ -2,7 +2,7 @@
 // thread, which is the main queue's.
 #pragma once
 
-#include "platform/appkit/Outlets.h"
+#include "Classes/Outlets.h"
 #include "session/Session.h"
 #include "ui/PrinterTable.h"
 #include "ui/TaskbarProgress.h"

@@ -2,7 +2,7 @@
 // controller, and given back. GUI thread.
 #pragma once
 
-#include "platform/appkit/Outlets.h"
+#include "Classes/Outlets.h"
 
 #include <memory>
 

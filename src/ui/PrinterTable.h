@@ -2,8 +2,8 @@
 // the one selection that the view mirrors. GUI thread.
 #pragma once
 
+#include "Classes/Outlets.h"
 #include "Classes/TBPrinters.h"
-#include "platform/appkit/Outlets.h"
 #include "ui/ChangeRelay.h"
 #include "ui/PrinterTableModel.h"
 

@@ -1,7 +1,7 @@
 // The application as the engine sees it: who decides about its end, and how it ends. GUI thread.
 #pragma once
 
-#include "platform/appkit/Outlets.h"
+#include "Classes/Outlets.h"
 
 #include <functional>
 #include <string>

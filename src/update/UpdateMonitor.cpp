@@ -1,9 +1,9 @@
 // From the engine's events to the state of each update. Events come on the printers' queues and on the main queue.
 #include "update/UpdateMonitor.h"
 
-#include "Classes/CommandFrame.h"
-#include "Classes/StatusTexts.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 // What follows from the data of an update. Any thread.
 #include "update/UpdateState.h"
 
-#include "Classes/StatusTexts.h"
+#include "protocol/StatusTexts.h"
 
 namespace zul {
 

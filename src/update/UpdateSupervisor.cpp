@@ -1,8 +1,8 @@
 // How updates begin, and the engine's alerts and events on their way through. Main queue; events come on any thread.
 #include "update/UpdateSupervisor.h"
 
-#include "Classes/StatusTexts.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "protocol/StatusTexts.h"
 
 #include <algorithm>
 #include <utility>

@@ -3,10 +3,10 @@
 // nothing to a printer itself. Main queue, unless a comment says otherwise.
 #pragma once
 
+#include "Classes/Outlets.h"
 #include "Classes/PrinterEvents.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
-#include "platform/appkit/Outlets.h"
 #include "platform/dispatch/Queue.h"
 #include "update/PrinterLocks.h"
 #include "update/UpdateMonitor.h"

@@ -1,11 +1,11 @@
 // The course of updates: when advice is due, when an update has come to an end, and what it came to. Main queue.
 #include "update/UpdateSupervisor.h"
 
-#include "Classes/CommandFrame.h"
-#include "Classes/StatusTexts.h"
 #include "archive/ArchiveTexts.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include <algorithm>
 #include <fmt/format.h>

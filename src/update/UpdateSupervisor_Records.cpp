@@ -2,10 +2,10 @@
 // runs did not end. Main queue.
 #include "update/UpdateSupervisor.h"
 
-#include "Classes/StatusTexts.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "protocol/StatusTexts.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,9 +1,9 @@
 // The texts of an update while it runs. Any thread.
 #include "update/UpdateTexts.h"
 
-#include "Classes/CommandFrame.h"
-#include "Classes/StatusTexts.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 
 #include <algorithm>
 

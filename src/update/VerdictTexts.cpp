@@ -1,6 +1,6 @@
 // The texts of an update that has ended: why it ended so, and what to do. Any thread.
-#include "Classes/StatusTexts.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "protocol/StatusTexts.h"
 #include "update/UpdateTexts.h"
 
 namespace zul {

@@ -1,7 +1,7 @@
 // What the operator is asked before an update begins, and what each answer leads to.
 #include "Lab.h"
 
-#include "Classes/StatusTexts.h"
+#include "protocol/StatusTexts.h"
 
 #include <algorithm>
 #include <doctest/doctest.h>

@@ -1,7 +1,7 @@
 // Writes whose end the bus reports wrongly, because the printer was quicker: it took the command and left.
 #include "SupervisedLab.h"
 
-#include "Classes/CommandFrame.h"
+#include "protocol/CommandFrame.h"
 
 #include <doctest/doctest.h>
 

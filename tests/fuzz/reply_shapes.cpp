@@ -2,8 +2,8 @@
 // are not taken for those of another where they are marked.
 #include "fuzz/FuzzInput.h"
 
-#include "Classes/ReplyShapes.h"
 #include "platform/foundation/Data.h"
+#include "protocol/ReplyShapes.h"
 
 #include <cstdlib>
 

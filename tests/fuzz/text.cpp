@@ -1,10 +1,10 @@
 // Text helpers: whatever a printer sends as text becomes valid UTF-8 or nothing, and dumps and cuts stay in bounds.
 #include "fuzz/FuzzInput.h"
 
-#include "Classes/StatusTexts.h"
 #include "Classes/USBInterfaceHelpers.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/PrintableText.h"
+#include "protocol/StatusTexts.h"
 
 #include <unicode/unistr.h>
 

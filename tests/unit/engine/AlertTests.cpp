@@ -8,8 +8,7 @@ TEST_CASE("an alert with neither title nor message is not shown and answers nobo
     Bench bench;
     bench.inlinePrinter();
     int answers = 0;
-    bench.printer->showCustomAlertWithTitle(
-        {.title = "", .message = std::nullopt, .completion = [&](int) { ++answers; }});
+    bench.printer->showCustomAlertWithTitle({.messageText = "", .completion = [&](int) { ++answers; }});
     bench.printer->showAlertWithTitle("", "", std::nullopt, [&](int) { ++answers; });
     bench.settle();
     CHECK(bench.alerts.shown.empty());
@@ -19,7 +18,7 @@ TEST_CASE("an alert with neither title nor message is not shown and answers nobo
 TEST_CASE("a missing title reads Alert, and missing buttons are one OK") {
     Bench bench;
     bench.inlinePrinter()->showAlertWithTitle(std::nullopt, std::nullopt, std::nullopt, {});
-    bench.printer->showCustomAlertWithTitle({.title = std::nullopt, .message = "m"});
+    bench.printer->showCustomAlertWithTitle({.informativeText = "m"});
     bench.settle();
     REQUIRE(bench.alerts.shown.size() == 2);
     for (const auto& alert : bench.alerts.shown) {

@@ -1,7 +1,7 @@
 // Frames out and replies in.
 #include "Bench.h"
 
-#include "Classes/CommandFrame.h"
+#include "protocol/CommandFrame.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // Which replies can be the answer to which question.
-#include "Classes/ReplyShapes.h"
+#include "protocol/ReplyShapes.h"
 
-#include "Classes/CommandFrame.h"
+#include "protocol/CommandFrame.h"
 
 #include <array>
 #include <doctest/doctest.h>

@@ -1,6 +1,6 @@
 // Bytes, texts and numbers, and the device information.
+#include "Classes/DeviceInfo.h"
 #include "platform/foundation/Data.h"
-#include "platform/foundation/DeviceInfo.h"
 
 #include <clocale>
 #include <doctest/doctest.h>

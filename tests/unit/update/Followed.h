@@ -1,8 +1,8 @@
 // One update as the monitor sees it, from events that a test makes up.
 #pragma once
 
-#include "Classes/CommandFrame.h"
-#include "Classes/StatusTexts.h"
+#include "protocol/CommandFrame.h"
+#include "protocol/StatusTexts.h"
 #include "support/SimulatedClock.h"
 #include "update/UpdateMonitor.h"
 

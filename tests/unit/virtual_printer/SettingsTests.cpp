@@ -1,7 +1,7 @@
 // The text that describes a virtual printer.
 #include "unit/virtual_printer/Wire.h"
 
-#include "Classes/CommandFrame.h"
+#include "protocol/CommandFrame.h"
 #include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
 

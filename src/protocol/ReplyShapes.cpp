@@ -1,9 +1,9 @@
 // The shapes of replies: what each kind of answer may consist of. Called by the exchange of questions and answers, on
 // the command queue; pure functions over text.
-#include "Classes/ReplyShapes.h"
+#include "protocol/ReplyShapes.h"
 
-#include "Classes/CommandFrame.h"
 #include "platform/foundation/Data.h"
+#include "protocol/CommandFrame.h"
 
 #include <algorithm>
 #include <string_view>

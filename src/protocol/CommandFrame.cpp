@@ -1,5 +1,5 @@
 // The table of commands and the layout of a frame.
-#include "Classes/CommandFrame.h"
+#include "protocol/CommandFrame.h"
 
 #include <algorithm>
 #include <array>

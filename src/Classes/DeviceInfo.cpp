@@ -1,6 +1,6 @@
 // Every operation takes the inner lock for its own duration and calls no other code while holding it. Filled on a
 // printer's command queue, read on the main queue.
-#include "platform/foundation/DeviceInfo.h"
+#include "Classes/DeviceInfo.h"
 
 namespace zul {
 

@@ -2,7 +2,7 @@
 // command line each implement these; the engine knows neither. All calls are made on the main queue.
 #pragma once
 
-#include "platform/appkit/AlertKind.h"
+#include "Classes/AlertKind.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -47,22 +47,22 @@ class AlertLayout {
 /// Everything that a presenter needs to build and show one alert. Plain data, made on any thread.
 struct AlertDescription {
     AlertKind kind = AlertKind::other;
-    std::string messageText;          // the title, in bold
-    std::string informativeText;      // may be empty
-    std::vector<std::string> buttons; // in order; the first is the default button; never empty
-    std::size_t harmlessButton = 0;   // index of the button that starts no operation
+    std::string messageText = {};          // the title, in bold
+    std::string informativeText = {};      // may be empty
+    std::vector<std::string> buttons = {}; // in order; the first is the default button; never empty when shown
+    std::size_t harmlessButton = 0;        // index of the button that starts no operation
     /// Index of the button that Escape presses; nullopt: Escape has no effect.
     std::optional<std::size_t> escapeButton = {};
     AlertStyle style = AlertStyle::warning;
-    std::string iconName;                           // picture of the printer; empty when there is none
-    std::shared_ptr<CheckBox> accessory;            // may be null
-    std::function<void(AlertLayout& alert)> layout; // called once when the buttons exist; may be empty
-    std::function<void(int answer)> completion;     // kAlertFirstButton …; may be empty; main queue
-    std::shared_ptr<CheckBox> suppression;          // "do not ask again", where there is one
+    std::string iconName = {};                           // picture of the printer; empty when there is none
+    std::shared_ptr<CheckBox> accessory = {};            // may be null
+    std::function<void(AlertLayout& alert)> layout = {}; // called once when the buttons exist; may be empty
+    std::function<void(int answer)> completion = {};     // kAlertFirstButton …; may be empty; main queue
+    std::shared_ptr<CheckBox> suppression = {};          // "do not ask again", where there is one
     bool isSuppressionHidden = true;
-    bool isModal = false;    // application-modal; otherwise a sheet on the main window
-    std::string printerKey;  // which printer asks (keyUSBdevice)
-    std::string printerName; // how it is called (model, serial number, location)
+    bool isModal = false;         // application-modal; otherwise a sheet on the main window
+    std::string printerKey = {};  // which printer asks (keyUSBdevice)
+    std::string printerName = {}; // how it is called (model, serial number, location)
 };
 
 class AlertOutlet {

@@ -1,4 +1,4 @@
-#include "Classes/StatusTexts.h"
+#include "protocol/StatusTexts.h"
 
 #include "platform/foundation/Data.h"
 

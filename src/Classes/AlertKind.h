@@ -1,4 +1,4 @@
-// What an alert is about. Set where the alert is made, so that no part of the program has to read it from a text.
+// What an alert is about. Set where the alert is made; nobody finds it out from a text. Any thread.
 #pragma once
 
 namespace zul {

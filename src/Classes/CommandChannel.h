@@ -1,0 +1,78 @@
+// The connection to a printer's interface: its handle, its bulk pipes, and the frames and replies that go through them.
+// It knows how a command and a reply are framed, not what they mean. Used on the printer's command queue only, with the
+// interface open for every transfer; a printer without a queue uses it on main.
+#pragma once
+
+#include "platform/foundation/Data.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+namespace zul {
+
+class PrinterReporter;
+
+/// Results of the last transfers and of the last open, for whoever watches. Any thread.
+struct TransferStatus {
+    std::atomic<IOReturn> read{kIOReturnSuccess};
+    std::atomic<IOReturn> write{kIOReturnSuccess};
+    std::atomic<IOReturn> open{kIOReturnSuccess};
+};
+
+/// What is wrong with a reply.
+enum class ReplyFault {
+    none,
+    missing,      // nothing could be read
+    brokenHeader, // its length is no number, or longer than any reply
+    tooShort,     // fewer bytes than its header announced
+    wrongShape,   // it cannot be the answer to its question
+};
+
+class CommandChannel {
+  public:
+    using InterfacePtr = std::shared_ptr<IOUSBInterfaceInterface>;
+
+    /// Both outlive the channel.
+    CommandChannel(const PrinterReporter& printer, TransferStatus& status) : _printer(printer), _status(status) {}
+
+    /// Null: there is no interface (any more), and every transfer ends with kIOReturnNoDevice.
+    void setInterface(InterfacePtr interface) { _interface = std::move(interface); }
+    const InterfacePtr& interface() const { return _interface; }
+    /// Finds the bulk pipes; a pipe that is not found keeps its number.
+    void findPipes();
+
+    /// One bulk write of the whole data (time-outs 5000 ms). True exactly when TransferStatus::write is success.
+    bool write(const Data& data);
+    /// One bulk read of at most size bytes (time-outs 5000 ms); afterwards size is what came. True exactly when
+    /// TransferStatus::read is success.
+    bool read(void* buffer, std::uint32_t& size);
+
+    /// Writes the frame of a command and reports that. False if the bus did not take it.
+    bool sendFrame(std::uint32_t code, const Data* payload);
+
+    struct Reply {
+        ReplyFault fault = ReplyFault::none;
+        std::optional<Data> body = {}; // with the carriage return replaced by NUL; nullopt if nothing could be read
+        bool isTooLong = false;        // its header announces more than any reply has; its body was not read
+    };
+    /// Reads one reply, a header of eight bytes and a body, and reports that.
+    Reply readReply();
+    /// Empties the pipe of the replies. Codes: those of the bus; kIOReturnNoDevice without an interface.
+    IOReturn resynchronize();
+
+  private:
+    Reply readBody(Data buffer, std::uint32_t length, ReplyFault fault);
+    bool readReported(void* buffer, std::uint32_t& size);
+
+    const PrinterReporter& _printer;
+    TransferStatus& _status;
+    InterfacePtr _interface;
+    std::uint8_t _bulkIN = 0;
+    std::uint8_t _bulkOUT = 0;
+};
+
+} // namespace zul

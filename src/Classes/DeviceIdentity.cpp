@@ -1,0 +1,45 @@
+// The values that identify a printer. The printer sets them on main and reads them on every queue.
+#include "Classes/DeviceIdentity.h"
+
+#include "platform/foundation/Format.h"
+
+namespace zul {
+
+namespace {
+
+// In the order of the texts.
+constexpr std::array<const char*, kIdentityTexts> kKeyPaths = {
+    "raw1284DeviceID", "deviceID", "manufacturer", "model", "vendorUSB",   "productUSB",
+    "serialNumberUSB", "status",   "statusString", "image", "locationText"};
+
+} // namespace
+
+const char* DeviceIdentity::keyPathOf(IdentityText which) {
+    return kKeyPaths.at(static_cast<std::size_t>(which));
+}
+
+std::optional<std::string> DeviceIdentity::text(IdentityText which) const {
+    const std::scoped_lock lock(_mutex);
+    return _texts.at(static_cast<std::size_t>(which));
+}
+
+void DeviceIdentity::setText(IdentityText which, const std::optional<std::string>& value) {
+    const std::scoped_lock lock(_mutex);
+    _texts.at(static_cast<std::size_t>(which)) = value;
+}
+
+std::string DeviceIdentity::key() const {
+    return formatted("%.4X%.4X%.8X", vendor, product, location);
+}
+
+std::string DeviceIdentity::description() const {
+    const std::scoped_lock lock(_mutex);
+    const auto of = [this](IdentityText which) { return _texts.at(static_cast<std::size_t>(which)); };
+    const auto manufacturer = of(IdentityText::manufacturer);
+    const auto model = of(IdentityText::model);
+    return textOrNull(manufacturer ? manufacturer : of(IdentityText::vendorUSB)) + ' ' +
+           textOrNull(model ? model : of(IdentityText::productUSB)) + ' ' +
+           textOrNull(of(IdentityText::serialNumberUSB));
+}
+
+} // namespace zul
