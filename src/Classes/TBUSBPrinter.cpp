@@ -181,11 +181,6 @@ void TBUSBPrinter::prepareForRelease() {
     }
 }
 
-void TBUSBPrinter::setText(IdentityText which, const Text& value) {
-    const KeyChange change(*this, DeviceIdentity::keyPathOf(which));
-    _identity.setText(which, value);
-}
-
 void TBUSBPrinter::setState(std::int64_t state) {
     const KeyChange change(*this, "state");
     _state = state;

@@ -7,10 +7,9 @@
 #pragma once
 
 #include "Classes/CommandChannel.h"
-#include "Classes/DeviceIdentity.h"
 #include "Classes/DeviceInfo.h"
 #include "Classes/Environment.h"
-#include "Classes/PrinterReporter.h"
+#include "Classes/IdentifiedPrinter.h"
 #include "Classes/PrinterTypes.h"
 #include "Classes/StringDescriptors.h"
 #include "Classes/USBInterfaceHelpers.h"
@@ -18,7 +17,6 @@
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
-#include "platform/foundation/KeyValueObserving.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 
@@ -31,9 +29,7 @@
 
 namespace zul {
 
-class TBUSBPrinter : public KeyValueObservable,
-                     public PrinterReporter,
-                     public std::enable_shared_from_this<TBUSBPrinter> {
+class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_this<TBUSBPrinter> {
   public:
     using CommandBlock = Block;
     using ReplyBlock = std::function<void(const std::optional<Data>& reply)>;
@@ -129,42 +125,11 @@ class TBUSBPrinter : public KeyValueObservable,
     std::optional<std::string> firmwareVersion() const;
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
-    using Text = std::optional<std::string>;
-    Text statusString() const { return _identity.text(IdentityText::statusString); }
-    void setStatusString(const Text& value) { setText(IdentityText::statusString, value); }
-    Text raw1284DeviceID() const { return _identity.text(IdentityText::raw1284DeviceID); }
-    void setRaw1284DeviceID(const Text& value) { setText(IdentityText::raw1284DeviceID, value); }
-    Text deviceID() const { return _identity.text(IdentityText::deviceID); }
-    void setDeviceID(const Text& value) { setText(IdentityText::deviceID, value); }
-    Text manufacturer() const { return _identity.text(IdentityText::manufacturer); }
-    void setManufacturer(const Text& value) { setText(IdentityText::manufacturer, value); }
-    Text model() const { return _identity.text(IdentityText::model); }
-    void setModel(const Text& value) { setText(IdentityText::model, value); }
-    Text vendorUSB() const { return _identity.text(IdentityText::vendorUSB); }
-    void setVendorUSB(const Text& value) { setText(IdentityText::vendorUSB, value); }
-    Text productUSB() const { return _identity.text(IdentityText::productUSB); }
-    void setProductUSB(const Text& value) { setText(IdentityText::productUSB, value); }
-    Text serialNumberUSB() const { return _identity.text(IdentityText::serialNumberUSB); }
-    void setSerialNumberUSB(const Text& value) { setText(IdentityText::serialNumberUSB, value); }
-    Text status() const { return _identity.text(IdentityText::status); }
-    void setStatus(const Text& value) { setText(IdentityText::status, value); }
-    /// Name of the picture; the subclass has one for each model.
-    virtual Text image() const { return _identity.text(IdentityText::image); }
-    void setImage(const Text& value) { setText(IdentityText::image, value); }
     bool inFirmwareUpdate() const { return _isBusy; }
     /// Main queue.
     void setInFirmwareUpdate(bool inUpdate);
 
     // ---- identity -------------------------------------------------------------------------------------------------
-
-    std::string keyUSBdevice() const;
-    std::string idLocation() const;
-    std::string idVendor() const;
-    std::string idProduct() const;
-    std::uint16_t vendorNumber() const { return _identity.vendor; }
-    std::uint16_t productNumber() const { return _identity.product; }
-    std::uint32_t locationNumber() const { return _identity.location; }
-    std::string descriptionUTF8() const override;
 
     using DeviceIDCompletion = std::function<void(bool found, const Text& deviceID)>;
     using DecodedBlock =
@@ -239,9 +204,6 @@ class TBUSBPrinter : public KeyValueObservable,
 
     Environment& environment() const { return _environment; }
     void emit(PrinterEvent::What what) const override;
-    /// Where the printer is attached ("1-2"), for messages; set by whoever makes the object.
-    std::string locationText() const { return _identity.text(IdentityText::locationText).value_or(""); }
-    void setLocationText(const std::string& location) { setText(IdentityText::locationText, location); }
     bool isVirtual() const { return _isVirtual; }
     void setIsVirtual(bool isVirtual) { _isVirtual = isVirtual; }
     /// Retired: its service has left and prepareForRelease was called.
@@ -251,7 +213,6 @@ class TBUSBPrinter : public KeyValueObservable,
     bool isSecondOfDevice() const { return _isSecondOfDevice; }
 
   protected:
-    void setText(IdentityText which, const Text& value);
     /// Stores a fact with change notices around it, on the calling thread; nothing removes the key.
     void storeFact(const std::string& key, const Text& value);
     void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
@@ -266,7 +227,6 @@ class TBUSBPrinter : public KeyValueObservable,
     Environment& _environment;
 
     // Have locks of their own. Any thread.
-    DeviceIdentity _identity;
     const DeviceInfoPtr _deviceInfoDict = std::make_shared<DeviceInfo>();
     TransferStatus _transferStatus;
 

@@ -6,6 +6,7 @@
 // the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
 #pragma once
 
+#include "Classes/DeviceInfoKeys.h"
 #include "Classes/Outlets.h"
 #include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinter.h"
@@ -18,35 +19,6 @@ namespace zul {
 class FirmwareFile;
 struct ArchiveProblem;
 struct FirmwareOffer;
-
-// Keys of deviceInfoDict.
-inline constexpr const char* HOLVEN_TBPrinterManufacturer = "manufacturer";
-inline constexpr const char* HOLVEN_TBPrinterModel = "model";
-inline constexpr const char* HOLVEN_TBPrinterStatus = "printerStatus";
-inline constexpr const char* HOLVEN_TBPrinterFirmwareVersion = "firmwareVersion";
-inline constexpr const char* HOLVEN_TBPrinterFirmwareVersionPrevious = "firmwareVersionPrevious";
-inline constexpr const char* HOLVEN_TBPrinterSerialNumber = "printerSerialNumber";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion = "colorTableVersion"; // also of the 300 table
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion600 = "colorTableVersion600";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion610 = "colorTableVersion610";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion620 = "colorTableVersion620";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion300HD = "colorTableVersion300HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion600HD = "colorTableVersion600HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion610HD = "colorTableVersion610HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableVersion620HD = "colorTableVersion620HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum300 = "colorTableChecksum300"; // also of the only table
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum600 = "colorTableChecksum600";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum610 = "colorTableChecksum610";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum620 = "colorTableChecksum620";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum300HD = "colorTableChecksum300HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum600HD = "colorTableChecksum600HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum610HD = "colorTableChecksum610HD";
-inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum620HD = "colorTableChecksum620HD";
-inline constexpr const char* HOLVEN_TBPrinterLifetimeCounter = "TBPrinterLifetimeCounter";
-inline constexpr const char* HOLVEN_ZUL_USB_ISerialisSet = "HOLVEN_ZUL_USB_ISerialisSet";
-inline constexpr const char* HOLVEN_TBPrinterDeviceFirmwareStatus = "deviceFirmwareStatus";
-inline constexpr const char* cFirmwareFilenames = "firmwareFilenames";
-inline constexpr const char* cFirmwareFileHashes = "firmwareFileHash"; // singular in the text, plural in the name
 
 // User defaults.
 inline constexpr const char* kInstallOlderFirmwareVersion = "installOlderFirmwareVersion";
@@ -231,9 +203,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void continueProbe() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
   private:
-    struct TableQuery;
-    std::vector<TableQuery> versionPlan() const;
-    std::vector<TableQuery> checksumPlan() const;
+    enum class TableFact { version, checksum };
     void queueQuery(Question question, ReplyBlock reply);
     /// What the question for the version brought: no answer, an answer that is no text, or a version.
     struct VersionAnswer {
@@ -249,9 +219,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     bool askEverything() ZUL_REQUIRES_ROLE(commandQueueRole);
     void askForStatus(IfMissing ifMissing, StatusCompletion completion);
     void refreshTables();
-    void queryTables(const std::vector<TableQuery>& plan, TableCompletion completion, IfMissing ifMissing);
-    void storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
-                         const std::shared_ptr<std::vector<std::string>>& results) ZUL_REQUIRES_ROLE(commandQueueRole);
+    void queryTables(TableFact which, TableCompletion completion, IfMissing ifMissing);
+    Text storeTableReply(const char* key, const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleISerialReply(const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);

@@ -1,5 +1,6 @@
 // What a printer can be asked for, and where the answers are kept. Requests run one after another on the command queue;
 // answers are stored there, with change notices.
+#include "Classes/ColorTables.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
 #include "protocol/CommandFrame.h"
@@ -14,61 +15,41 @@ namespace zul {
 
 namespace {
 constexpr const char* kMissingText = "NULL"; // shown where a printer did not answer
-enum class Media { none, SD, PP };
-} // namespace
 
-// One table of a model: how it is asked for, where the answer is kept, how it is logged.
-struct TBUSBPrinterZUL::TableQuery {
-    std::uint32_t command;
-    Media media;
+// The question for one fact of one table, where the answer is kept, and how it is logged.
+struct TableQuestion {
+    Question question;
     const char* key;
-    const char* logFormat;
+    std::string logFormat;
 };
 
-// clang-format off
-std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::versionPlan() const {
-    switch (productNumber()) {
-    case kProductVK14: case kProductVK18: case kProductVKRZ7: case kProductVK18DUP:
-        return {{21, Media::none, HOLVEN_TBPrinterColorTableVersion, "printer color table version: %s"}};
-    case kProductVK26:
-        return {{26, Media::none, HOLVEN_TBPrinterColorTableVersion610, "printer color table version 610: %s"},
-                {25, Media::none, HOLVEN_TBPrinterColorTableVersion600, "printer color table version 600: %s"},
-                {24, Media::none, HOLVEN_TBPrinterColorTableVersion,    "printer color table version 300: %s"}};
-    case kProductVK28:
-        return {{27, Media::SD, HOLVEN_TBPrinterColorTableVersion620,   "printer color table version 620: %s"},
-                {26, Media::SD, HOLVEN_TBPrinterColorTableVersion610,   "printer color table version 610: %s"},
-                {25, Media::SD, HOLVEN_TBPrinterColorTableVersion600,   "printer color table version 600: %s"},
-                {24, Media::SD, HOLVEN_TBPrinterColorTableVersion,      "printer color table version 300: %s"},
-                {27, Media::PP, HOLVEN_TBPrinterColorTableVersion620HD, "printer color table version 620HD: %s"},
-                {26, Media::PP, HOLVEN_TBPrinterColorTableVersion610HD, "printer color table version 610HD: %s"},
-                {25, Media::PP, HOLVEN_TBPrinterColorTableVersion600HD, "printer color table version 600HD: %s"},
-                {24, Media::PP, HOLVEN_TBPrinterColorTableVersion300HD, "printer color table version 300HD: %s"}};
-    default: return {};
-    }
+std::optional<Data> payloadFor(const ColorTable& table, bool hasMedia) {
+    if (!hasMedia || table.media == Media::any) return std::nullopt;
+    return table.media == Media::SD ? TBUSBPrinterZUL::commandPayloadForMediaSD()
+                                    : TBUSBPrinterZUL::commandPayloadForMediaPP();
 }
 
-std::vector<TBUSBPrinterZUL::TableQuery> TBUSBPrinterZUL::checksumPlan() const {
-    switch (productNumber()) {
-    case kProductVK14: case kProductVK18: case kProductVKRZ7: case kProductVK18DUP:
-        return {{23, Media::none, HOLVEN_TBPrinterColorTableChecksum300, "printer color table checksum: %s"}};
-    case kProductVK26:
-        return {{30, Media::none, HOLVEN_TBPrinterColorTableChecksum610, "printer color table CHECKSUM 610: %s"},
-                {29, Media::none, HOLVEN_TBPrinterColorTableChecksum600, "printer color table CHECKSUM 600: %s"},
-                // Labelled as a version: log readers know this line.
-                {28, Media::none, HOLVEN_TBPrinterColorTableChecksum300, "printer color table version 300: %s"}};
-    case kProductVK28:
-        return {{31, Media::SD, HOLVEN_TBPrinterColorTableChecksum620,   "printer color table CHECKSUM 620: %s"},
-                {30, Media::SD, HOLVEN_TBPrinterColorTableChecksum610,   "printer color table CHECKSUM 610: %s"},
-                {29, Media::SD, HOLVEN_TBPrinterColorTableChecksum600,   "printer color table CHECKSUM 600: %s"},
-                {28, Media::SD, HOLVEN_TBPrinterColorTableChecksum300,   "printer color table CHECKSUM 300: %s"},
-                {31, Media::PP, HOLVEN_TBPrinterColorTableChecksum620HD, "printer color table CHECKSUM 620HD: %s"},
-                {30, Media::PP, HOLVEN_TBPrinterColorTableChecksum610HD, "printer color table CHECKSUM 610HD: %s"},
-                {29, Media::PP, HOLVEN_TBPrinterColorTableChecksum600HD, "printer color table CHECKSUM 600HD: %s"},
-                {28, Media::PP, HOLVEN_TBPrinterColorTableChecksum300HD, "printer color table CHECKSUM 300HD: %s"}};
-    default: return {};
-    }
+std::string logFormatFor(const char* fact, const ColorTable& table) {
+    return formatted("printer color table %s %s: ", fact, table.name) + "%s";
 }
-// clang-format on
+
+TableQuestion versionQuestion(const ColorTable& table, std::uint16_t product, IfMissing ifMissing) {
+    return {{table.versionCommand, payloadFor(table, product == kProductVK28), ifMissing},
+            table.versionKey,
+            table.media == Media::any ? "printer color table version: %s" : logFormatFor("version", table)};
+}
+
+TableQuestion checksumQuestion(const ColorTable& table, std::uint16_t product, IfMissing ifMissing) {
+    TableQuestion result{{table.checksumCommand, payloadFor(table, product == kProductVK28), ifMissing},
+                         table.checksumKey,
+                         logFormatFor("CHECKSUM", table)};
+    if (table.media == Media::any) result.logFormat = "printer color table checksum: %s";
+    // Labelled as a version: log readers know this line.
+    if (product == kProductVK26 && table.number == "300") result.logFormat = logFormatFor("version", table);
+    return result;
+}
+
+} // namespace
 
 Data TBUSBPrinterZUL::commandPayloadForMediaSD() {
     return dataFromText("0001");
@@ -194,53 +175,50 @@ void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
 // ---- colour tables --------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::getPrinterColorTableVersion(TableCompletion completion) {
-    queryTables(versionPlan(), std::move(completion), IfMissing::askAgain);
+    queryTables(TableFact::version, std::move(completion), IfMissing::askAgain);
 }
 
 void TBUSBPrinterZUL::getPrinterColorTableChecksum(TableCompletion completion) {
-    queryTables(checksumPlan(), std::move(completion), IfMissing::askAgain);
+    queryTables(TableFact::checksum, std::move(completion), IfMissing::askAgain);
 }
 
 // Between tables the answers only refresh what is shown, and a printer that is at work may leave them out.
 void TBUSBPrinterZUL::refreshTables() {
-    queryTables(versionPlan(), {}, IfMissing::dropLateReplies);
-    queryTables(checksumPlan(), {}, IfMissing::dropLateReplies);
+    queryTables(TableFact::version, {}, IfMissing::dropLateReplies);
+    queryTables(TableFact::checksum, {}, IfMissing::dropLateReplies);
 }
 
 // The interface is not opened here: whoever asks for tables has it open already.
-void TBUSBPrinterZUL::queryTables(const std::vector<TableQuery>& plan, TableCompletion completion,
-                                  IfMissing ifMissing) {
+void TBUSBPrinterZUL::queryTables(TableFact which, TableCompletion completion, IfMissing ifMissing) {
     const auto results = std::make_shared<std::vector<std::string>>();
-    const std::size_t expected = plan.size();
-    const Data payloadSD = commandPayloadForMediaSD();
-    const Data payloadPP = commandPayloadForMediaPP();
-    for (const TableQuery& query : plan) {
-        std::optional<Data> payload;
-        if (query.media == Media::SD) payload = payloadSD;
-        if (query.media == Media::PP) payload = payloadPP;
-        queueQuery({.command = query.command, .payload = std::move(payload), .ifMissing = ifMissing},
-                   [self = sharedSelf<TBUSBPrinterZUL>(), query, results, expected,
-                    completion](const std::optional<Data>& reply) {
+    const auto tables = colorTablesOf(productNumber());
+    for (const ColorTable* const table : tables) {
+        TableQuestion asked = which == TableFact::version ? versionQuestion(*table, productNumber(), ifMissing)
+                                                          : checksumQuestion(*table, productNumber(), ifMissing);
+        Question question = std::move(asked.question);
+        queueQuery(std::move(question),
+                   [self = sharedSelf<TBUSBPrinterZUL>(), key = asked.key, logFormat = std::move(asked.logFormat),
+                    results, count = tables.size(), completion](const std::optional<Data>& reply) {
                        self->assertOnCommandQueue();
-                       self->storeTableReply(query, reply, results);
-                       if (results->size() == expected && completion) completion(*results);
+                       const Text value = self->storeTableReply(key, reply);
+                       logText(logFormat.c_str(), textOrNull(value));
+                       results->push_back(value.value_or(kMissingText));
+                       if (results->size() == count && completion) completion(*results);
                    });
     }
 }
 
-void TBUSBPrinterZUL::storeTableReply(const TableQuery& query, const std::optional<Data>& reply,
-                                      const std::shared_ptr<std::vector<std::string>>& results) {
+TBUSBPrinter::Text TBUSBPrinterZUL::storeTableReply(const char* key, const std::optional<Data>& reply) {
     Text value = kMissingText;
     if (reply && !reply->empty()) value = stringFromNulTerminatedUTF8(*reply);
     if (value) {
         value = trimmedWhitespaceAndNewlines(*value);
-        storeFact(query.key, value);
+        storeFact(key, value);
     } else {
-        value = fact(query.key); // not text: the earlier value stays, and counts
+        value = fact(key); // not text: the earlier value stays and is used
     }
-    emit(events::TableFactRead{.key = query.key, .value = reply && !reply->empty() ? value : std::nullopt});
-    logText(query.logFormat, textOrNull(value));
-    results->push_back(value.value_or(kMissingText));
+    emit(events::TableFactRead{.key = key, .value = reply && !reply->empty() ? value : std::nullopt});
+    return value;
 }
 
 // ---- everything -----------------------------------------------------------------------------------------------------

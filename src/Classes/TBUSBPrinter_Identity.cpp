@@ -37,23 +37,6 @@ std::string nameOf(const TBUSBPrinter& printer) {
     return name + " (" + printer.locationText() + ")";
 }
 
-std::string TBUSBPrinter::keyUSBdevice() const {
-    return _identity.key();
-}
-std::string TBUSBPrinter::idLocation() const {
-    return formatted("%x", _identity.location);
-}
-std::string TBUSBPrinter::idVendor() const {
-    return formatted("%d", _identity.vendor);
-}
-std::string TBUSBPrinter::idProduct() const {
-    return formatted("%d", _identity.product);
-}
-
-std::string TBUSBPrinter::descriptionUTF8() const {
-    return _identity.description();
-}
-
 // ---- IEEE 1284 device ID --------------------------------------------------------------------------------------------
 
 void TBUSBPrinter::update1284DeviceID(DeviceIDCompletion completion) {

@@ -1,5 +1,6 @@
 #include "ui/DetailsPane.h"
 
+#include "Classes/ColorTables.h"
 #include "archive/FirmwareArchive.h"
 #include "platform/foundation/Format.h"
 #include "session/PrinterFacts.h"
@@ -13,30 +14,6 @@ namespace zul::ui {
 namespace {
 
 using Details = std::vector<std::pair<QString, QString>>;
-
-struct Fact {
-    const char* label;
-    const char* key;
-};
-
-constexpr Fact kTableFacts[] = {
-    {operatorText("Color table"), HOLVEN_TBPrinterColorTableVersion},
-    {operatorText("Color table 600"), HOLVEN_TBPrinterColorTableVersion600},
-    {operatorText("Color table 610"), HOLVEN_TBPrinterColorTableVersion610},
-    {operatorText("Color table 620"), HOLVEN_TBPrinterColorTableVersion620},
-    {operatorText("Color table 300 HD"), HOLVEN_TBPrinterColorTableVersion300HD},
-    {operatorText("Color table 600 HD"), HOLVEN_TBPrinterColorTableVersion600HD},
-    {operatorText("Color table 610 HD"), HOLVEN_TBPrinterColorTableVersion610HD},
-    {operatorText("Color table 620 HD"), HOLVEN_TBPrinterColorTableVersion620HD},
-    {operatorText("Checksum of the color table"), HOLVEN_TBPrinterColorTableChecksum300},
-    {operatorText("Checksum of color table 600"), HOLVEN_TBPrinterColorTableChecksum600},
-    {operatorText("Checksum of color table 610"), HOLVEN_TBPrinterColorTableChecksum610},
-    {operatorText("Checksum of color table 620"), HOLVEN_TBPrinterColorTableChecksum620},
-    {operatorText("Checksum of color table 300 HD"), HOLVEN_TBPrinterColorTableChecksum300HD},
-    {operatorText("Checksum of color table 600 HD"), HOLVEN_TBPrinterColorTableChecksum600HD},
-    {operatorText("Checksum of color table 610 HD"), HOLVEN_TBPrinterColorTableChecksum610HD},
-    {operatorText("Checksum of color table 620 HD"), HOLVEN_TBPrinterColorTableChecksum620HD},
-};
 
 QString ownerText(Ownership ownership) {
     if (ownership == Ownership::otherProgram) return localized("another program");
@@ -53,7 +30,8 @@ void addFirmware(Details& details, TBUSBPrinterZUL& printer) {
     static_cast<void>(printer.newFirmwareVersion());
     if (printer.firmwareOffer()) add(details, operatorText("Available Firmware"), offeredFirmware(printer));
     add(details, operatorText("Previous firmware"), printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
-    for (const Fact& fact : kTableFacts) add(details, fact.label, printer.fact(fact.key));
+    for (const ColorTable& table : allColorTables()) add(details, table.versionLabel, printer.fact(table.versionKey));
+    for (const ColorTable& table : allColorTables()) add(details, table.checksumLabel, printer.fact(table.checksumKey));
 }
 
 // What came of the last look at the files; a file that is not there is not looked at.

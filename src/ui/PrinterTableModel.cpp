@@ -1,5 +1,6 @@
 #include "ui/PrinterTableModel.h"
 
+#include "Classes/ColorTables.h"
 #include "archive/ArchiveTexts.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
@@ -20,22 +21,12 @@ constexpr std::array<const char*, PrinterTableModel::columns> kTitles = {
     operatorText("Color Tables"),     operatorText("Lifetime Counter"),
     operatorText("USB Serial Number")};
 
-struct TableFact {
-    const char* name;
-    const char* key;
-};
-constexpr TableFact kTables[] = {
-    {"300", HOLVEN_TBPrinterColorTableVersion},        {"600", HOLVEN_TBPrinterColorTableVersion600},
-    {"610", HOLVEN_TBPrinterColorTableVersion610},     {"620", HOLVEN_TBPrinterColorTableVersion620},
-    {"300HD", HOLVEN_TBPrinterColorTableVersion300HD}, {"600HD", HOLVEN_TBPrinterColorTableVersion600HD},
-    {"610HD", HOLVEN_TBPrinterColorTableVersion610HD}, {"620HD", HOLVEN_TBPrinterColorTableVersion620HD}};
-
 } // namespace
 
 QString colorTableText(const TBUSBPrinterZUL& printer) {
     QStringList parts;
-    for (const TableFact& table : kTables) {
-        const auto version = printer.fact(table.key);
+    for (const ColorTable& table : allColorTables()) {
+        const auto version = printer.fact(table.versionKey);
         if (version) parts << QString("%1:\u00A0%2").arg(table.name, qtext(*version)); // lines break between tables
     }
     // A model with one table has nothing to tell apart.

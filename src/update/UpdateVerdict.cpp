@@ -1,7 +1,8 @@
 // From the facts of an update to its verdict. No text of the engine's own report is read here. Any thread.
 #include "update/UpdateVerdict.h"
 
-#include "Classes/TBUSBPrinterZUL.h"
+#include "Classes/ColorTables.h"
+#include "Classes/DeviceInfoKeys.h"
 #include "archive/ProductTable.h"
 #include "update/UpdateRecord.h"
 
@@ -34,17 +35,6 @@ TableFile parseTableFile(std::string_view file) {
     return table;
 }
 
-// The 300 table has the key of the only one, except for the other media.
-std::string versionKey(const TableFile& table) {
-    const std::string media = table.isForPP ? "HD" : "";
-    if (table.number == "300" && !table.isForPP) return HOLVEN_TBPrinterColorTableVersion;
-    return HOLVEN_TBPrinterColorTableVersion + table.number + media;
-}
-
-bool hasOneTableVersion(std::uint16_t productID) {
-    return productID != kProductVK26 && productID != kProductVK28;
-}
-
 } // namespace
 
 bool isImageTaken(const UpdateState& state) {
@@ -69,7 +59,9 @@ UpdateExpectation expectationFor(std::uint16_t productID) {
         ++expectation.tables;
         if (!isTableVersion(table.version)) continue;
         // Models with one answer for all tables report that of any of them.
-        const std::string key = hasOneTableVersion(productID) ? HOLVEN_TBPrinterColorTableVersion : versionKey(table);
+        const ColorTable* const row = colorTableOfFile(table.number, table.isForPP);
+        if (!hasOneTableAnswer(productID) && row == nullptr) continue;
+        const char* const key = hasOneTableAnswer(productID) ? HOLVEN_TBPrinterColorTableVersion : row->versionKey;
         expectation.tableVersions[key].insert(table.version);
     }
     return expectation;
