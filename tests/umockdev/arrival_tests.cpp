@@ -14,7 +14,7 @@ namespace zul {
 struct LibusbBusProbe {
     static void repeatEvent(LibusbBus& bus, BusEvent::Kind kind) {
         auto context = bus._core->_source->context();
-        if (context == nullptr) REQUIRE(LibusbContext::create(false, context) == kIOReturnSuccess);
+        if (context == nullptr) REQUIRE(LibusbContext::create(context) == kIOReturnSuccess);
         libusb_device** devices = nullptr;
         const ssize_t count = libusb_get_device_list(context->get(), &devices);
         for (ssize_t i = 0; i < count; ++i) {

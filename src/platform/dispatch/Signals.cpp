@@ -4,6 +4,7 @@
 // that are started from here, which could then not be interrupted.
 #include "platform/dispatch/Signals.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -28,7 +29,7 @@ const Pipe& signalPipe() {
     return made;
 }
 
-int writeEnd = -1; // set before the first handler is installed
+std::atomic<int> writeEnd{-1}; // set before the first handler is installed
 
 void noteSignal(int number) {
     const int kept = errno;

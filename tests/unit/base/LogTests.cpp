@@ -185,7 +185,7 @@ TEST_CASE("an observer receives each line with the log file's path") {
 TEST_CASE("an observer may log itself") {
     LogLab lab;
     HOLVEN_Log::setShouldNotifyForLogUpdates(true);
-    int heard = 0;
+    int received = 0;
     HOLVEN_Log::addObserver([&](const LogNotification&) {
         if (++received == 1) HOLVEN_Log::err("answer");
     });

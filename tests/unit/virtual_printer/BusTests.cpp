@@ -267,7 +267,7 @@ TEST_CASE("a stopped bus posts no more blocks") {
 }
 
 TEST_CASE("a printer that is unplugged by what is announced of it leaves nothing on the bus") {
-    BusBench bench({});
+    BusBench bench(std::vector<std::string>{});
     const auto iterator = bench.port.addMatchingNotification(ServiceNotification::matched, {"IOUSBInterface", 7, 1},
                                                              [&](ServiceIterator& arrived) {
                                                                  while (arrived.next() != 0) bench.bus.unplug(0);
