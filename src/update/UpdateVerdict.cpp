@@ -41,6 +41,16 @@ std::string versionKey(const TableFile& table) {
     return HOLVEN_TBPrinterColorTableVersion + table.number + media;
 }
 
+using TableVersions = std::map<std::string, std::string>;
+
+TableVersions tableVersionsOf(const UpdateState& state) {
+    TableVersions versions;
+    for (const auto& [key, value] : state.tableFacts) {
+        if (value && isTableVersion(*value)) versions[key] = *value;
+    }
+    return versions;
+}
+
 bool hasOneTableVersion(std::uint16_t productID) {
     return productID != kProductVK26 && productID != kProductVK28;
 }
@@ -102,6 +112,12 @@ bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expecta
         const auto read = state.tableFacts.find(table.first);
         return read == state.tableFacts.end() || !read->second;
     });
+}
+
+bool hasOtherFacts(const UpdateState& state, const UpdateState& judged) {
+    return state.currentVersion != judged.currentVersion || tableVersionsOf(state) != tableVersionsOf(judged) ||
+           state.image != judged.image || state.tablesWritten != judged.tablesWritten ||
+           state.isClearRefused != judged.isClearRefused;
 }
 
 const char* nameOfResult(UpdateResult result) {
