@@ -8,6 +8,24 @@
 
 namespace zul {
 
+namespace {
+
+bool isSending(UpdatePhase phase) {
+    return phase == UpdatePhase::writing || phase == UpdatePhase::colorTables;
+}
+
+// This process has sent the printer something since the verdict was given. The phase in which it did so may be over
+// when the main queue gets to it.
+bool hasSentSince(const UpdateState& state, const UpdateState& judged) {
+    const auto& past = state.pastPhases;
+    const std::size_t known = judged.pastPhases.size() + 1; // and the phase in which it was judged
+    return isSending(state.phase) ||
+           std::any_of(past.begin() + static_cast<std::ptrdiff_t>(std::min(known, past.size())), past.end(),
+                       [](const PhaseTime& phase) { return isSending(phase.phase); });
+}
+
+} // namespace
+
 // ---- recognising printers -------------------------------------------------------------------------------------------
 
 // What is stored under a printer's key may be that of an earlier printer at its place, until it has answered itself.
@@ -98,20 +116,21 @@ void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
 // A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
 void UpdateSupervisor::reviewEnded(Update& update) {
     const UpdateState& state = update.state;
-    if (!state.mustNotBeStopped() || state.lastProgress <= update.endedAt) {
-        correct(update);
-        return;
-    }
+    const bool hasMoved = state.lastProgress > update.endedAt;
     // What this process sends belongs to its own update, whoever else was there.
-    const bool isSending = state.phase == UpdatePhase::writing || state.phase == UpdatePhase::colorTables;
-    if (isSending || !isUpdatedElsewhere(state.key)) reopen(update);
+    const bool isOurs = hasMoved && hasSentSince(state, *_courses[state.key].judged);
+    if (isOurs || (hasMoved && state.mustNotBeStopped() && !isUpdatedElsewhere(state.key))) {
+        reopen(update);
+    } else {
+        correct(update);
+    }
 }
 
 // In every direction, but only by an answer of the same printer that was not there before.
 void UpdateSupervisor::correct(Update& update) {
     const UpdateState& state = update.state;
     const Course& course = _courses[state.key];
-    if (!state.isReported || !course.judged || state.attachment != course.judgedAttachment) return;
+    if (!state.isReported || state.attachment != course.judgedAttachment) return;
     if (!hasOtherFacts(state, *course.judged)) return;
     const UpdateResult result = judgeByFacts(state, update.expectation);
     const bool isNews =
@@ -125,7 +144,8 @@ bool UpdateSupervisor::isUpdatedElsewhere(const std::string& key) {
     Course& course = _courses[key];
     if (course.isSettled || _services.locks == nullptr) return course.isSettled;
     const auto holder = _services.locks->heldElsewhere(key);
-    return course.isSettled = holder && holder->activity == kUpdateActivity;
+    // One that does not answer may be in the middle of it.
+    return course.isSettled = holder && (holder->activity.empty() || holder->activity == kUpdateActivity);
 }
 
 void UpdateSupervisor::reopen(Update& update) {
