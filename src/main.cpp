@@ -126,7 +126,7 @@ int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
         program->window().endAsked();
     });
     const int status = application.exec();
-    program->session().mainQueue.close(); // whoever waits for it is told that it has ended
+    program->session().mainQueue.close(); // whoever waits for it learns that it has ended
     program->session().endBus();
     return status;
 }

@@ -9,7 +9,7 @@
 
 namespace zul {
 
-/// The media that a table is for, on models that tell two apart.
+/// The media that a table is for, on models that have tables for two.
 enum class Media { any, SD, PP };
 
 struct ColorTable {

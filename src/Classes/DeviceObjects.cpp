@@ -1,4 +1,4 @@
-// Tokens are never reused while the process lives, so they tell the objects of before and after a restart apart.
+// Tokens are never reused while the process lives, so those of the objects before and after a restart differ.
 #include "Classes/DeviceObjects.h"
 
 #include <map>

@@ -76,7 +76,7 @@ void TBPrinters::deviceRemovedCallback(ServiceIterator& iterator) {
 
 void TBPrinters::handleMatchedService(ServiceToken token) {
     const auto service = _environment.registry.service(token);
-    // What can be told from the descriptors comes first: foreign printers' nodes are never opened.
+    // What the descriptors show is checked first: foreign printers' nodes are never opened.
     if (service && isSupported(*service)) makePrinter(*service, token);
 }
 
@@ -146,7 +146,7 @@ void TBPrinters::removedDeviceObject(ServiceToken service) {
     const PrinterList waiting = _awaitingInsertion;
     const bool isListed = _printers && std::ranges::any_of(*_printers, madeForService);
     if (!isListed && std::ranges::any_of(waiting, madeForService)) {
-        // It left before its add block ran: look again behind that block, or the row would stay for ever.
+        // It left before its add block ran: look again after that block, or the row would never go.
         _environment.mainQueue.async([self = shared_from_this(), service] { self->removedDeviceObject(service); });
         return;
     }

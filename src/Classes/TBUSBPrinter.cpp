@@ -105,8 +105,8 @@ void TBUSBPrinter::assertOnCommandQueue() const {
     std::fprintf(stderr, "%s\n", kText);
     std::abort();
 #else
-    static std::once_flag told;
-    std::call_once(told, [] { logText("%s", kText); });
+    static std::once_flag isLogged;
+    std::call_once(isLogged, [] { logText("%s", kText); });
 #endif
 }
 

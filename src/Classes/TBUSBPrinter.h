@@ -43,7 +43,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     explicit TBUSBPrinter(Environment& environment);
     ~TBUSBPrinter() override;
 
-    /// Marks the main queue, so that isMainQueue can tell it. Once per main queue, before the first printer.
+    /// Marks the main queue, so that isMainQueue recognises it. Once per main queue, before the first printer.
     static void initialize(MainQueue& mainQueue);
 
     /// initWithInterfaceInterface:forDeviceObject:  Reads the identity, makes the command queue, sets the device
@@ -76,7 +76,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// sendPrinterCommand:replyQueue:reply:  Runs commandBlock on the command queue, then hands printerReply() to
     /// reply (if given) on the reply queue.
     void sendPrinterCommand(CommandBlock commandBlock, ReplyQueue replyQueue, ReplyBlock reply);
-    /// The reply of the last command. Command queue. Nothing in this class.
+    /// The reply of the last command. Command queue. nullopt in this class.
     virtual std::optional<Data> printerReply() ZUL_REQUIRES_ROLE(commandQueueRole) { return std::nullopt; }
 
     // ---- interface ------------------------------------------------------------------------------------------------
@@ -102,7 +102,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     void setIsOwned(int value);
     /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
     bool writeToInterfaceWithData(const Data& data) ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// One bulk read (time-outs 5000 ms). Command queue. Always size bytes, zero-padded; nothing on failure: the code
+    /// One bulk read (time-outs 5000 ms). Command queue. Always size bytes, zero-padded; nullopt on failure: the code
     /// is in _readStatus.
     std::optional<Data> interfaceReadDataOfSize(std::uint32_t size) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Result of the last bulk write, for whoever watches. Any thread.
@@ -138,7 +138,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     void update1284DeviceID(DeviceIDCompletion completion);
     /// decodeDeviceID:decoded:
     void decodeDeviceID(const std::string& deviceID, const DecodedBlock& decoded) const;
-    /// substringFromString:fromPrefix:toTerminator:options:inclusive:  Nothing for an empty text, a missing prefix or a
+    /// substringFromString:fromPrefix:toTerminator:options:inclusive:  nullopt for an empty text, a missing prefix or a
     /// missing terminator.
     static Text substringFromString(const std::string& text, const Text& prefix, const Text& terminator,
                                     CompareOptions options, Marks inclusive);
@@ -146,7 +146,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
                                                                const Text& terminator);
     /// Shorter names of known vendors; others unchanged.
     static Text normalizedVendorString(const Text& vendor);
-    /// Languages of the string descriptors, read once; nothing while they cannot be read. Command queue.
+    /// Languages of the string descriptors, read once; nullopt while they cannot be read. Command queue.
     std::optional<std::set<std::uint16_t>> langIds() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The chosen language; 0 while the table cannot be read. Command queue.
     std::uint16_t langId() ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -158,7 +158,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     void getUSBProductString();
     void getUSBSerialNumberString();
 
-    /// The USB identifiers that the object's class stands for; none in this class. (The subclass has class operations
+    /// The USB identifiers of the printers that the object's class is for; none in this class. (The subclass has class operations
     /// of the plain names.)
     virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const;
     virtual std::set<std::uint16_t> supportedProductIDsOfClass() const;
@@ -190,7 +190,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
                                              IOMessage message, void* argument);
     /// Asks the printer for its facts. Called on the main queue; the work is posted and not waited for.
     void probe();
-    /// Command queue. Nothing in this class.
+    /// Command queue. Does nothing in this class.
     virtual void getDeviceCustomInfo() ZUL_REQUIRES_ROLE(commandQueueRole) {}
     void updateInfo();
     void hotPlug();

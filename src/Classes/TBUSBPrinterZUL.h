@@ -1,6 +1,6 @@
 // One attached ZUL printer: the vendor's commands, the facts it can be asked for, and the update of its firmware and
 // colour tables. The update runs in halves separated by restarts of the printer; each restart gives a new object, and
-// the progress value in the device-info dictionary tells the new one where the update stands.
+// the progress value in the device-info dictionary is how the new one knows what is left to do.
 //
 // Unless a comment says otherwise the operations may be called from any thread, return at once, and do their work on
 // the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
@@ -46,19 +46,19 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Continues what the saved dictionary says. Called by the initialiser, and once more after another program held
     /// the printer at its arrival. Returns at once; without a command queue it is done when it returns.
     void probeAtInit();
-    /// Name of the model's picture; nothing for an unknown product.
+    /// Name of the model's picture; nullopt for an unknown product.
     Text image() const override;
     /// The name that keys the digests; a subclass that overrides it means to be another product.
     virtual std::string className() const { return kProductClassName; }
 
     // ---- frame and reply ------------------------------------------------------------------------------------------
 
-    /// The command's text; nothing for numbers that name no command.
+    /// The command's text; nullopt for numbers that name no command.
     static Text stringForCommandCode(std::uint32_t code);
     /// sendPrinterCommand:withPayload:  Builds one frame and writes it. Command queue, interface open. The write's
     /// result is in _writeStatus.
     void sendPrinterCommand(std::uint32_t code, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. Nothing on failure.
+    /// Reads one reply: its text with the carriage return replaced by NUL. Command queue. nullopt on failure.
     std::optional<Data> printerReply() override ZUL_REQUIRES_ROLE(commandQueueRole);
     /// errorWithString:code:  The protocol's one error sink: deliberately without effect. Tests listen here. Command
     /// queue.
@@ -75,7 +75,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void updatePrinterStatus();
 
     void getPrinterFirmwareVersion();
-    /// Command queue with the interface open: the version at once, nothing when the printer does not answer.
+    /// Command queue with the interface open: the version at once, nullopt if the printer does not answer.
     Text inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
     void updatePrinterSerialNumber();
     /// The completion (may be empty) gets all values of the model's tables, in the order asked.
@@ -131,7 +131,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Checks the model's files against their digests. Any thread; reads the files there. True when the last file that
     /// could be read matched.
     bool verifyFirmwareArchive();
-    /// verifyBlob:  The 66-character keyed digest; nothing for empty data.
+    /// verifyBlob:  The 66-character keyed digest; nullopt for empty data.
     Text verifyBlob(const Data& data) const;
     /// The same with the product's own name as key, for programs that make digest files.
     static Text digestOfBlob(const Data& data);

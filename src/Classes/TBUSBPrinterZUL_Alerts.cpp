@@ -1,4 +1,4 @@
-// What the operator is asked and told. An alert is described where the need arises, on any thread; it is shown on the
+// The questions and reports to the operator. An alert is described where the need arises, on any thread; it is shown on the
 // main queue, and nobody waits for the answer.
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"

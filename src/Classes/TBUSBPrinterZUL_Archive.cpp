@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kNewFirmwareVersionKey = "newFirmwareVersion";
 
-// The number behind the last blank: "VK18DUP 1.40PRN" offers 1.40.
+// The number after the last blank: "VK18DUP 1.40PRN" offers 1.40.
 double versionNumber(const std::optional<std::string>& version) {
     if (!version) return 0.0;
     const auto blank = version->rfind(' ');
@@ -88,7 +88,7 @@ SharedData TBUSBPrinterZUL::firmwareBlob() {
     return firmwareBlobOf(_environment.archive.fileForReading(names->front(), className()));
 }
 
-// What an upload sends. Never read anew: a file that has changed since it was verified is not what was verified.
+// What an upload sends. It is not read again: a file that has changed since it was verified is not what was verified.
 SharedData TBUSBPrinterZUL::verifiedFirmwareBlob() {
     const auto names = _deviceInfoDict->strings(cFirmwareFilenames);
     if (!names || names->empty()) return nullptr;

@@ -1,4 +1,4 @@
-// Whether the printer tells a USB serial number: reading and writing that setting, and what follows a change.
+// Whether the printer reports a USB serial number: reading and writing that setting, and what follows a change.
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
 #include "protocol/CommandFrame.h"
@@ -18,7 +18,7 @@ constexpr double kFirstRZ7VersionWithSetting = 2.04; // inclusive
 constexpr const char* kDeleteQueuesCommand =
     "for q in $(lpstat -v|awk '/QP-VK26[?]/ {print $3}');do lpadmin -x ${q%:};done";
 
-// Without a print service there is nothing to delete, and nothing to tell the operator about it.
+// Without a print service there is nothing to delete, and no message about it.
 int runShellQuietly(const std::string& commandLine) {
     return std::system(("{ " + commandLine + "; } >/dev/null 2>&1").c_str());
 }

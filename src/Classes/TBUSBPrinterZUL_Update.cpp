@@ -28,7 +28,7 @@ constexpr const char* kContactSupport = operatorText("Contact customer support."
 void TBUSBPrinterZUL::updateFirmware() {
     if (isUpdatedElsewhere()) return;
     if (!printerCommandQueue()) {
-        showPrinterError(); // it never told its ID: nothing can be queued for it
+        showPrinterError(); // it did not report its ID: it has no queue for the update
         return;
     }
     if (verifyFirmwareArchive() && firmwareBlob()) {
@@ -230,7 +230,7 @@ void TBUSBPrinterZUL::finishFirmwareUpdate() {
     });
 }
 
-// The tables alone decide what the operator is told; comparing versions is left to whoever watches the update.
+// The tables alone decide which report the operator gets; comparing versions is left to whoever watches the update.
 void TBUSBPrinterZUL::reportUpdate(bool anyTable) {
     const std::string previous = textOrNull(fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
     const std::string current = textOrNull(firmwareVersion());

@@ -98,7 +98,7 @@ void TBUSBPrinter::closeInterface(CodeCompletion completion) {
 
 void TBUSBPrinter::queueClose(Block close) {
     if (_printerCommandQueue) {
-        _printerCommandQueue->async(std::move(close)); // even from that queue: it lies behind what is queued
+        _printerCommandQueue->async(std::move(close)); // even from that queue: it runs after what is queued
     } else {
         close();
     }

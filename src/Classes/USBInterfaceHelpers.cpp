@@ -61,7 +61,7 @@ std::uint16_t languageFrom(const StringBuffer& table) {
     return static_cast<std::uint16_t>(language);
 }
 
-// Turns a string descriptor into its text; nothing when no character remains.
+// Turns a string descriptor into its text; nullopt if no character remains.
 std::optional<std::string> textOfDescriptor(StringBuffer& descriptor, IOReturn& code) {
     std::size_t length = descriptor[0];
     descriptor[0] = 0xFF; // a byte-order mark in place of the header

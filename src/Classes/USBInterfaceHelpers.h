@@ -36,7 +36,7 @@ IOReturn usbInterfaceResetUSBDevice(IOUSBInterfaceInterface* interfaceInterface)
 /// Whether a cut-out text keeps the marks around it.
 enum class Marks { excluded, included };
 
-/// The text from the prefix (or the start) to the terminator after it (or the end). Nothing when a mark is missing in
+/// The text from the prefix (or the start) to the terminator after it (or the end). nullopt if a mark is missing in
 /// the text, or for a null text.
 std::optional<std::string> TBCFStringCreateSubstringFromPrefixToTerminatorWithOptions(
     const std::optional<std::string>& string, const std::optional<std::string>& prefix,

@@ -30,7 +30,7 @@ struct FirmwareDigests {
 
 /// Never throws: a missing or damaged digest file gives no digests, so that no file matches.
 FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder);
-/// The same through a reader. identity: set to that of the digest file, nullopt when it has to be read anew each time.
+/// The same through a reader. identity: set to that of the digest file, nullopt if it has to be read each time.
 FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder, const FileReader& reader,
                                     std::optional<FileIdentity>& identity);
 

@@ -16,7 +16,7 @@ struct SRecordFault {
     std::string reason;   // in plain words
 };
 
-/// Nothing when every non-empty line is a valid record; otherwise the first fault. One pass, no copy per line.
+/// nullopt if every non-empty line is a valid record; otherwise the first fault. One pass, no copy per line.
 std::optional<SRecordFault> findSRecordFault(const Data& data);
 
 /// verifySRecData:

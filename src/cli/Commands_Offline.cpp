@@ -160,7 +160,7 @@ int showArchive(const Options& options, const Output& output, bool verify) {
 int writeDigests(const Options& options, const Output& output) {
     const fs::path folder = archiveFolder(options);
     FirmwareDigests digests;
-    // A folder that was made for virtual printers stays one, whoever counts its digests anew.
+    // A folder that was made for virtual printers stays one, whoever makes its digest file again.
     digests.isSample = readFirmwareDigests(folder).isSample;
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {

@@ -78,7 +78,7 @@ void addUpdateCommand(CLI::App& app, Options& options) {
     update->add_flag("--reinstall", options.reinstall, "Update a printer that is up to date, too");
     update
         ->add_option("--stall-timeout", options.stallTimeout,
-                     "Seconds without a sign of life before advice is given (default: the longest time of each step)")
+                     "Seconds without progress before advice is given (default: the longest time of each step)")
         ->check(kSeconds);
     update->add_option("--give-up", options.giveUp, "Seconds without progress before it ends")
         ->check(kSeconds)

@@ -19,7 +19,7 @@ namespace zul {
 namespace {
 
 constexpr std::uint64_t kUsualPageSize = 4096;
-constexpr std::size_t kLeastCounters = 4; // a host that tells less tells nothing reliable
+constexpr std::size_t kLeastCounters = 4; // what a host with fewer reports is not reliable
 constexpr std::size_t kLeastNameBuffer = 16;
 
 std::optional<std::string> hostText(const std::string& text, std::size_t maxLength) {

@@ -21,7 +21,7 @@ enum class StandardFolder {
     pictures,
 };
 
-/// Bits of a domain mask; 0 stands for all of them.
+/// Bits of a domain mask; 0 means all of them.
 constexpr unsigned kUserDomain = 1;
 constexpr unsigned kLocalDomain = 2;
 constexpr unsigned kNetworkDomain = 4;
@@ -32,9 +32,9 @@ class HOLVEN_Base {
   public:
     using VMStats = std::map<std::string, std::uint64_t>;
 
-    /// "freePages", "freeBytes", "freeMB" (whole mebibytes); nothing when the host refuses.
+    /// "freePages", "freeBytes", "freeMB" (whole mebibytes); nullopt if the host refuses.
     static std::optional<VMStats> vmStats();
-    /// "model (architecture)"; nothing when the host refuses.
+    /// "model (architecture)"; nullopt if the host refuses.
     static std::optional<std::string> hostModelAndArch();
     /// The machine and its system in two lines.
     static std::string systemVersionInfo();

@@ -7,9 +7,9 @@
 namespace zul {
 
 std::optional<std::string> pathToSelf() {
-    const auto told = HostProbe::current().executablePath();
-    if (!told || told->empty()) return std::nullopt;
-    const auto path = stringWithCString(told->c_str(), told->size(), StringEncoding::utf8);
+    const auto reported = HostProbe::current().executablePath();
+    if (!reported || reported->empty()) return std::nullopt;
+    const auto path = stringWithCString(reported->c_str(), reported->size(), StringEncoding::utf8);
     // Three times on purpose: the line is looked for as a group of three.
     for (int line = 0; line < 3; ++line) {
         logText("2010-04-23tavik pathToSelf will return: %s", textOrNull(path));

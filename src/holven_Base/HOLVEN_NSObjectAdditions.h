@@ -6,7 +6,7 @@
 
 namespace zul {
 
-/// The path of the running program; nothing when the system does not tell. Logs what it answers.
+/// The path of the running program; nullopt if the system does not report it. Logs the answer.
 std::optional<std::string> pathToSelf();
 
 } // namespace zul

@@ -35,7 +35,7 @@ enum class StringEncoding : std::uint32_t {
 
 /// stringWithCString:maxLength:encoding:  The text before the first zero unit (of 1, 2 or 4 bytes), at most maxLength
 /// bytes of it; 0 is no limit. A UTF-8 mark in front is skipped and does not count against maxLength; a UTF-16 or
-/// UTF-32 mark decides the byte order. Nothing for an unknown encoding, bytes that are not valid in it, or a maxLength
+/// UTF-32 mark decides the byte order. nullopt for an unknown encoding, bytes that are not valid in it, or a maxLength
 /// below one unit; "" for no units.
 std::optional<std::string> stringWithCString(const void* bytes, std::size_t maxLength, StringEncoding encoding);
 
@@ -59,8 +59,8 @@ struct TextRange {
     friend bool operator==(const TextRange&, const TextRange&) = default;
 };
 
-/// Where target stands within the range of text: the first place, or the last one backwards; anchored, only at that
-/// end. Case is compared character by character. Nothing when it is not there; an empty target is nowhere.
+/// Where target is within the range of text: the first place, or the last one backwards; anchored, only at that
+/// end. Case is compared character by character. nullopt if it is not there, and for an empty target.
 std::optional<TextRange> rangeOfString(std::string_view text, std::string_view target, CompareOptions options,
                                        TextRange range);
 
@@ -71,7 +71,7 @@ std::weak_ordering numericalCaseInsensitiveCompare(const std::string& text, cons
 
 using CharacterSet = std::function<bool(char32_t character)>;
 CharacterSet characterSetWithCharactersInString(const std::string& characters);
-/// Nothing for nothing.
+/// nullopt if text is nullopt.
 std::optional<std::string> stringByDeletingCharactersInSet(const std::optional<std::string>& text,
                                                            const CharacterSet& set);
 
@@ -83,7 +83,7 @@ struct CharacterRange {
 
 /// stringByReplacingSubStrings:withValues:options:range:  Replaces every target within the range by the value of the
 /// same index ("" when there are fewer values), one target after the other, each in the result of those before it. Text
-/// outside the range stays; a range that reaches beyond the text is cut. Nothing for nothing.
+/// outside the range stays; a range that reaches beyond the text is cut. nullopt if text is nullopt.
 std::optional<std::string> stringByReplacingSubStrings(const std::optional<std::string>& text,
                                                        const std::vector<std::string>& targets,
                                                        const std::vector<std::string>& values, CompareOptions options,

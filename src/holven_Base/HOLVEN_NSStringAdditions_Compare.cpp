@@ -13,7 +13,7 @@ namespace zul {
 
 namespace {
 
-// The end of the match of target that starts at the offset; nothing when there is none. Folded character by character:
+// The end of the match of target that starts at the offset; nullopt if there is none. Folded character by character:
 // the length of a match is then the text's own, whatever the language does with its capitals.
 std::optional<std::size_t> matchEnd(std::string_view text, std::string_view target, bool ignoringCase) {
     if (!ignoringCase) return text.starts_with(target) ? std::optional(target.size()) : std::nullopt;

@@ -19,7 +19,7 @@ struct HostProbe {
     std::function<std::optional<std::string>()> model;   // of the machine
     std::function<std::optional<std::string>()> machine; // its architecture
     std::function<std::string()> operatingSystemVersion;
-    std::function<double()> foundationVersion;     // of the library that stands for the text and date facilities
+    std::function<double()> foundationVersion;     // of the library that is used for texts and dates
     std::function<std::uint64_t()> physicalMemory; // bytes
     std::function<unsigned long()> activeProcessorCount;
     std::function<HostByteOrder()> byteOrder;

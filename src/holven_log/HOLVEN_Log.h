@@ -1,6 +1,6 @@
 // The program's own log: lines with level and time stamp on standard error, in memory until a log file is named, and in
 // that file from then on. It carries the traffic with the printers; everything else goes to the system log. One state
-// for the whole process, behind static members; one lock, so any thread may log.
+// for the whole process, used through static members; one lock, so any thread may log.
 #pragma once
 
 #include "holven_Base/HOLVEN_Base.h"
@@ -36,7 +36,7 @@ class HOLVEN_Log : public HOLVEN_Base {
     static void fatal(const std::string& message);
     /// Hex dump at debug level, 16 bytes to a line.
     static void logData(const Data& data);
-    /// "1b 50 ", a blank behind each byte.
+    /// "1b 50 ", a blank after each byte.
     static std::string asciiHexForData(const Data& data);
     /// The time as the lines in the file carry it.
     static std::string logDateString();

@@ -23,7 +23,7 @@ constexpr std::uint64_t kUsualRollSize = 0x100000; // bytes
 constexpr std::size_t kMostOldBytes = 0xA00000;
 constexpr mode_t kLogFileMode = 0664;
 
-// Root may be told to log into a device, whose rights belong to everybody else, too.
+// Root may log into a device, whose rights belong to everybody else, too.
 void shareIfRegular(int descriptor) {
     struct stat info {};
     if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) return;

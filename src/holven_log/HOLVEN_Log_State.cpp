@@ -50,7 +50,7 @@ void HOLVEN_Log::initialize(State& log) {
 }
 
 HOLVEN_Log::State& HOLVEN_Log::state() {
-    // Never destroyed: threads that are left behind at the end of the program may still log.
+    // Never destroyed: threads that still run at the end of the program may log.
     static State* const shared = [] {
         auto* const log = new State;
         log->outside = systemOutside();

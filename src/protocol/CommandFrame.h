@@ -31,7 +31,7 @@ enum CommandCode : std::uint32_t {
 
 constexpr std::size_t kFrameHeaderSize = 32; // bytes before the payload
 
-/// Text of the command; nothing for the numbers that are reserved or beyond the last.
+/// Text of the command; nullopt for the numbers that are reserved or beyond the last.
 std::optional<std::string_view> commandText(std::uint32_t code);
 
 /// How many payload bytes the frame of this command announces and carries, when given this many.

@@ -16,7 +16,7 @@ struct StatusText {
     std::string_view text;
 };
 
-// Shown as they stand in every language: the mixed capitals are the vendor's, and operators know the texts from the
+// Shown as they are in every language: the mixed capitals are the vendor's, and operators know the texts from the
 // printers' manuals.
 constexpr auto kStatusTexts = std::to_array<StatusText>({
     {0, "Idle"},

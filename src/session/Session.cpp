@@ -221,7 +221,7 @@ void Session::unusableDidArrive(const PrinterEvent& event) {
 void Session::openDidEnd(IOReturn code) {
     if (code == kIOReturnNotPrivileged) _wasRightMissing = true;
     if (!_wasRightMissing) return;
-    mainQueue.async([this] {
+    mainQueue.async([this] { // the queue is the session's own: its blocks end with it
         if (_observer != nullptr) _observer->unusablePrintersDidChange();
     });
 }

@@ -1,4 +1,4 @@
-// What both programs are told on their command lines about printers, archive and log. Read once, before anything
+// What both command lines say about printers, archive and log. Read once, before anything
 // starts.
 #pragma once
 

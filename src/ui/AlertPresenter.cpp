@@ -159,7 +159,7 @@ void AlertPresenter::finish(QMessageBox* box) {
 
 namespace {
 
-// A long path has no blanks to break a line at: it may be broken behind every folder. For the eye only.
+// A long path has no blanks to break a line at: it may be broken after every folder. For the eye only.
 QString breakable(QString text) {
     return text.replace('/', "/\u200b");
 }

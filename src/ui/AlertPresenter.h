@@ -31,7 +31,7 @@ class AlertPresenter final : public QObject, public AlertOutlet {
     void dismissAll();
 
   Q_SIGNALS:
-    /// The operator wants to end the program, although an alert stands.
+    /// The operator wants to end the program, although an alert is shown.
     void quitAsked();
 
   protected:

@@ -19,7 +19,7 @@ class LogWindow final : public QDialog {
 
   public:
     /// A window of its own: a sheet shadows the main window and all that belongs to it, and the log is what one reads
-    /// while a question stands.
+    /// while a question is shown.
     explicit LogWindow(MainQueue& mainQueue);
     ~LogWindow() override;
 

@@ -11,7 +11,7 @@ namespace zul::ui {
 
 namespace {
 
-// Tool buttons have no access keys; some languages put the key behind the text, in brackets.
+// Tool buttons have no access keys; some languages put the key after the text, in brackets.
 QString withoutAccessKey(QString text) {
     static const QRegularExpression key("\\(&[A-Z]\\)$");
     return text.remove(key).remove('&');

@@ -5,7 +5,7 @@
 #include <QPainter>
 #include <QStyle>
 
-// The pictures are in a library: without this the linker would leave them out. It must stand outside every namespace.
+// The pictures are in a library: without this the linker would leave them out. It must be outside every namespace.
 static void keepPictures() {
     Q_INIT_RESOURCE(pictures);
 }

@@ -29,7 +29,7 @@ QString colorTableText(const TBUSBPrinterZUL& printer) {
         const auto version = printer.fact(table.versionKey);
         if (version) parts << QString("%1:\u00A0%2").arg(table.name, qtext(*version)); // lines break between tables
     }
-    // A model with one table has nothing to tell apart.
+    // A model with one table needs no names of tables.
     return parts.size() == 1 ? parts.first().section(u':', 1).mid(1) : parts.join(", ");
 }
 

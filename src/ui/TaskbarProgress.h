@@ -8,7 +8,7 @@ namespace zul::ui {
 class TaskbarProgress {
   public:
     explicit TaskbarProgress(QDBusConnection bus = QDBusConnection::sessionBus()) : _bus(std::move(bus)) {}
-    /// progress: 0 to 1. Tells the desktop only what has changed by a per cent or more.
+    /// progress: 0 to 1. Reports to the desktop only changes of a per cent or more.
     void show(bool isVisible, double progress);
 
   private:

@@ -10,7 +10,7 @@
 
 namespace zul::ui {
 
-/// Printers tell parts of most texts: what would turn the direction of the rest, or is no character, shows as "?".
+/// Parts of most texts come from printers: what would turn the direction of the rest, or is no character, shows as "?".
 inline QString qtext(const std::string& text) {
     return QString::fromStdString(printable(text));
 }
@@ -23,7 +23,7 @@ inline QString localized(const char* key) {
     return qtext(Bundle::localized(key));
 }
 
-/// Words that also stand inside of sentences elsewhere, as a sentence of their own.
+/// Words that are part of sentences elsewhere, as a sentence of their own.
 inline QString asSentence(const std::string& words) {
     QString sentence = qtext(words);
     return sentence.isEmpty() ? sentence : sentence.replace(0, 1, sentence.at(0).toUpper());

@@ -130,7 +130,7 @@ void UpdateCard::show(const Update& update, Clock::TimePoint now) {
     QWidget::show();
 }
 
-// A sign and a weight for each step, not a colour: it must be told without.
+// A sign and a weight for each step, not a colour: not everybody sees colours.
 void UpdateCard::showSteps(const Update& update) {
     const auto current = static_cast<std::size_t>(stepOf(update.state, update.verdict));
     const bool isDone = update.verdict.isSuccess();
@@ -178,7 +178,7 @@ void UpdateCard::showProgress(const Update& update) {
                                        kilobytes(state.bytesTotal).toStdString()));
     }
     _bar->setFormat(format);
-    _bar->setValue(value); // once: each value is painted, and told to screen readers, at once
+    _bar->setValue(value); // once: each value is painted and read by screen readers at once
     _bar->setVisible(isWriting || update.verdict.isSuccess());
 }
 

@@ -4,6 +4,7 @@
 #include "Classes/TBUSBPrinterZUL.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <utility>
 
@@ -161,7 +162,12 @@ struct UpdateMonitor::Visitor {
     }
 
     bool operator()(const events::TableFactRead& read) {
-        if (state.tablesWritten > 0) state.tableFacts[read.key] = read.value;
+        if (state.tablesWritten == 0) return true;
+        std::optional<std::string>& known = state.tableFacts[read.key];
+        // After the report nothing is written any more: what was answered then stays true until there is another
+        // answer.
+        const bool isAnswer = read.value && isTableVersion(*read.value);
+        if (isAnswer || !known || !state.isReported) known = read.value;
         return true;
     }
 
@@ -257,6 +263,7 @@ void UpdateMonitor::beginUpdate(const UpdateBeginning& beginning) {
     state.currentVersion = beginning.installedVersion;
     state.offeredVersion = beginning.offeredVersion;
     state.tables = beginning.tables;
+    state.isIdentityMissing = isIdentityMissing(beginning.key);
     const std::scoped_lock lock(_mutex);
     _states[beginning.key] = std::move(state);
 }
@@ -286,22 +293,37 @@ std::optional<UpdateState> UpdateMonitor::state(const std::string& key) const {
     return found == _states.end() ? std::nullopt : std::optional(found->second);
 }
 
-bool UpdateMonitor::hasReportedStatus(const std::string& key) const {
+UpdateMonitor::Attachment UpdateMonitor::attachment(const std::string& key) const {
     const std::scoped_lock lock(_mutex);
     const auto found = _attachments.find(key);
-    return found != _attachments.end() && found->second.hasReportedStatus;
+    return found == _attachments.end() ? Attachment{} : found->second;
+}
+
+bool UpdateMonitor::hasReportedStatus(const std::string& key) const {
+    return attachment(key).hasReportedStatus;
 }
 
 std::optional<InterfaceHolder> UpdateMonitor::holder(const std::string& key) const {
-    const std::scoped_lock lock(_mutex);
-    const auto found = _attachments.find(key);
-    return found == _attachments.end() ? std::nullopt : found->second.holder;
+    return attachment(key).holder;
 }
 
 bool UpdateMonitor::isNotAnswering(const std::string& key) const {
+    return attachment(key).isNotAnswering;
+}
+
+bool UpdateMonitor::isIdentityMissing(const std::string& key) const {
+    return attachment(key).isIdentityMissing;
+}
+
+bool UpdateMonitor::wasAskedForAll(const std::string& key) const {
+    return attachment(key).wasAskedForAll;
+}
+
+std::vector<std::string> UpdateMonitor::attachedKeys() const {
     const std::scoped_lock lock(_mutex);
-    const auto found = _attachments.find(key);
-    return found != _attachments.end() && found->second.isNotAnswering;
+    std::vector<std::string> keys;
+    for (const auto& [key, attachment] : _attachments) keys.push_back(key);
+    return keys;
 }
 
 void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
@@ -315,9 +337,11 @@ void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
     if (std::holds_alternative<events::AnswersFailed>(event.what)) {
         attachment.isNotAnswering = attachment.hasFailedInRound = true;
     }
-    if (std::holds_alternative<events::QuestionsEnded>(event.what)) {
+    if (const auto* const ended = std::get_if<events::QuestionsEnded>(&event.what)) {
         attachment.isNotAnswering = std::exchange(attachment.hasFailedInRound, false);
+        if (ended->isComplete && event.attachment == attachment.token) attachment.wasAskedForAll = true;
     }
+    if (std::holds_alternative<events::IdentityMissing>(event.what)) attachment.isIdentityMissing = true;
     const bool isStatus = std::holds_alternative<events::StatusRead>(event.what);
     if (isStatus && event.attachment == attachment.token) attachment.hasReportedStatus = true;
     if (std::holds_alternative<events::Departed>(event.what) && event.attachment == attachment.token) {

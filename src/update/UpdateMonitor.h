@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zul {
 
@@ -42,6 +43,12 @@ class UpdateMonitor final : public PrinterEventsOutlet {
 
     /// The attached printer did not answer its last questions as it should.
     bool isNotAnswering(const std::string& key) const;
+    /// The attached printer did not report its device ID when it was attached.
+    bool isIdentityMissing(const std::string& key) const;
+    /// The attached printer has been asked for everything since it was attached: what is stored of it is its own.
+    bool wasAskedForAll(const std::string& key) const;
+    /// The keys of all attached printers.
+    std::vector<std::string> attachedKeys() const;
 
     void printerEvent(const PrinterEvent& event) override;
 
@@ -52,9 +59,13 @@ class UpdateMonitor final : public PrinterEventsOutlet {
         bool hasReportedStatus = false;
         std::optional<InterfaceHolder> holder = {};
         bool isNotAnswering = false;
+        bool isIdentityMissing = false;
+        bool wasAskedForAll = false;
         bool hasFailedInRound = false; // since the end of the last round of questions
     };
     struct Visitor;
+    /// Of the attached printer with this key; a default one if there is none.
+    Attachment attachment(const std::string& key) const;
     void noteAttachment(const PrinterEvent& event);
     static bool isOfAnotherAttachment(const UpdateState& state, const PrinterEvent& event);
 

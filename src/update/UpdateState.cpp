@@ -5,6 +5,11 @@
 
 namespace zul {
 
+bool UpdateState::mayBeOrdered() const {
+    if (phase != UpdatePhase::checking) return true;
+    return isLoaderOrdered && (!refused || refused->isByDeparture());
+}
+
 bool UpdateState::isWaitingUntilReady() const {
     const bool isAsked =
         phase == UpdatePhase::checking || phase == UpdatePhase::restarted || phase == UpdatePhase::colorTables;

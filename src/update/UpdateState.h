@@ -26,6 +26,10 @@ enum class ImageState {
 struct RefusedCommand {
     std::uint32_t command = 0; // command code
     IOReturn code = kIOReturnSuccess;
+
+    /// The bus reported the end of the command's write only after the printer had left: it may have taken the command.
+    /// Its departure and return show what came of it.
+    bool isByDeparture() const { return code == kIOReturnNoDevice || code == kIOReturnNotResponding; }
 };
 
 struct PhaseTime {
@@ -77,6 +81,8 @@ struct UpdateState {
 
     /// A program that ended now would leave the printer without working firmware or tables.
     bool mustNotBeStopped() const { return phaseRow(phase).mustNotBeStopped; }
+    /// The printer has taken the order to enter its loader, or may have: the order is being sent, or was sent.
+    bool mayBeOrdered() const;
     /// It answers, and something keeps it from being ready: an open cover, no paper, a head that cools down.
     bool isWaitingUntilReady() const;
     /// It takes no questions: another program holds it.
@@ -85,8 +91,6 @@ struct UpdateState {
     bool isImageInDoubt() const {
         return phase == UpdatePhase::restarted && image != ImageState::taken && !currentVersion;
     }
-    /// The image was sent, and the printer has not come back from it with new firmware yet.
-    bool isImageUnderWay() const { return image != ImageState::notSent && !isReported; }
     /// The part of its way that the update has gone, from 0 to 1.
     double share() const;
 };

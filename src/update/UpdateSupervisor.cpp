@@ -9,19 +9,6 @@
 
 namespace zul {
 
-namespace {
-
-// Serial numbers by which a printer is recognised at another place.
-std::vector<std::string> serialNumbersOf(const TBUSBPrinterZUL& printer) {
-    std::vector<std::string> numbers;
-    for (const auto& number : {printer.serialNumberUSB(), printer.printerSerialNumber()}) {
-        if (number && !number->empty() && *number != "NULL") numbers.push_back(*number);
-    }
-    return numbers;
-}
-
-} // namespace
-
 UpdateSupervisor::UpdateSupervisor(UpdateServices services, UpdateSettings settings)
     : _services(std::move(services)), _settings(settings),
       _monitor(_services.clock,
@@ -42,21 +29,13 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
     const std::string key = printer->keyUSBdevice();
     if (!reasonAgainst(key).empty()) return;
     if (mayGetSecondImage(key)) {
-        if (!takeLock(key)) { // it was free while nobody waited for the printer
-            if (_observer != nullptr) _observer->noteDidArise(describeHolder(*_courses[key].holder));
-            return;
-        }
-        // The first start may still come to its end by itself, and is followed as before.
-        _monitor.touch(key);
-        _updates[key].isDismissed = false;
-        refresh(key);
-        printer->updateFirmware();
+        startOnceMore(printer);
         return;
     }
     makeUpdate(key, printer);
     beginMonitor(key, *printer);
     startTicking();
-    if (_services.seesArrivals && !_services.seesArrivals()) {
+    if (!areArrivalsSeen()) {
         end(key, UpdateResult::cannotFollow);
         return;
     }
@@ -68,13 +47,53 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
     if (!askForStatus(key, printer, equal)) continueBegin(key, equal);
 }
 
+// The first start may still come to its end by itself, and is followed as before.
+void UpdateSupervisor::startOnceMore(const Printer& printer) {
+    const std::string key = printer->keyUSBdevice();
+    if (const auto result = whatForbids(key, *printer)) {
+        Update refused = _updates[key];
+        if (*result == UpdateResult::busy) refused.state.holder = _courses[key].holder;
+        judge(refused, *result);
+        note(refused.verdict.reason + (refused.advice.empty() ? "" : ". " + refused.advice));
+        return;
+    }
+    _monitor.touch(key);
+    _updates[key].isDismissed = false;
+    refresh(key);
+    printer->updateFirmware();
+}
+
+bool UpdateSupervisor::areArrivalsSeen() const {
+    return !_services.seesArrivals || _services.seesArrivals();
+}
+
+bool UpdateSupervisor::areFilesFit(const std::string& key, TBUSBPrinterZUL& printer) {
+    _courses[key].fileProblems = printer.archiveProblems();
+    return _courses[key].fileProblems.empty();
+}
+
+// What every start needs that leads to an image, however the operator asks for it. The lock is the last: it is kept
+// only for an update that begins.
+std::optional<UpdateResult> UpdateSupervisor::whatForbids(const std::string& key, TBUSBPrinterZUL& printer) {
+    if (!areArrivalsSeen()) return UpdateResult::cannotFollow;
+    if (!areFilesFit(key, printer)) return UpdateResult::badFiles;
+    if (!takeLock(key)) return UpdateResult::busy;
+    return std::nullopt;
+}
+
+void UpdateSupervisor::note(const std::string& text) const {
+    if (_observer != nullptr) _observer->noteDidArise(text);
+}
+
 Update& UpdateSupervisor::makeUpdate(const std::string& key, const Printer& printer) {
     Course course;
     course.pendingAlerts = _courses[key].pendingAlerts; // of an earlier update, perhaps
     course.locationID = printer->locationNumber();
+    course.vendorID = printer->vendorNumber();
     course.productID = printer->productNumber();
     course.wasClaimed = printer->ownership() == Ownership::thisProgram;
     course.serialNumbers = serialNumbersOf(*printer);
+    if (_monitor.wasAskedForAll(key)) course.ownSerialNumber = serialNumberOf(*printer);
     _courses[key] = std::move(course);
     Update& update = _updates[key] = Update{};
     update.name = nameOf(*printer);
@@ -123,7 +142,7 @@ void UpdateSupervisor::continueBegin(const std::string& key, Equal equal) {
         end(key, isMute ? UpdateResult::unanswered : UpdateResult::notOpened);
     } else if (equal == Equal::skip && isUpToDate(*printer)) {
         end(key, UpdateResult::upToDate);
-    } else if (_courses[key].fileProblems = printer->archiveProblems(); !_courses[key].fileProblems.empty()) {
+    } else if (!areFilesFit(key, *printer)) {
         end(key, UpdateResult::badFiles); // before the first question to the operator
     } else {
         start(key);
@@ -218,26 +237,31 @@ void UpdateSupervisor::answered(const AlertDescription& alert, int answer) {
 }
 
 // The operator wants a printer updated that was found in its loader. The engine gets the answer when the update may
-// begin: by then it is reserved and recorded.
+// begin: by then it is reserved and recorded. Where it may not begin, the engine gets none: its own advice, to switch
+// the printer off and on, would not help.
 void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
     const std::string key = alert.printerKey;
-    const auto passOn = [completion = alert.completion](int passed) {
-        if (completion) completion(passed);
-    };
-    // What an earlier update came to says nothing about this one.
-    if (const auto earlier = _updates.find(key); earlier == _updates.end() || !earlier->second.isOpen()) {
-        _monitor.endUpdate(key);
+    if (const std::string reason = reasonAgainst(key); !reason.empty()) {
+        note(reason); // begun in another way while the question waited
+        return;
     }
+    const Printer printer = _services.printerWithKey(key);
+    if (!printer) {
+        if (alert.completion) alert.completion(answer); // it has left meanwhile, which the engine knows
+        return;
+    }
+    _monitor.endUpdate(key); // what an earlier update came to says nothing about this one
     adopt(key);
-    const auto found = _updates.find(key);
-    if (found == _updates.end() || !found->second.isOpen()) {
-        passOn(answer); // it has left meanwhile, which the engine knows
-    } else if (!takeLock(key)) {
-        end(key, UpdateResult::busy);
-        passOn(kAlertFirstButton + static_cast<int>(alert.harmlessButton));
-    } else {
-        record(key, [passOn, answer] { passOn(answer); });
+    if (const auto result = whatForbids(key, *printer)) {
+        end(key, *result);
+        return;
     }
+    record(key, [weak = std::weak_ptr(_self), key, completion = alert.completion, answer] {
+        const auto self = weak.lock();
+        if (!self || !completion) return;
+        const auto found = (*self)->_updates.find(key);
+        if (found != (*self)->_updates.end() && found->second.isOpen()) completion(answer); // stopped meanwhile if not
+    });
 }
 
 // The engine's report goes by the tables alone. Where the facts differ, they are shown first.
@@ -305,8 +329,12 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
         if (_observer != nullptr) _observer->conditionsMayHaveChanged();
     } else if (std::holds_alternative<events::QuestionsEnded>(event.what)) {
         if (_observer != nullptr) _observer->conditionsMayHaveChanged();
-        lookForReturn(event);
-        if (!std::get<events::QuestionsEnded>(event.what).isComplete) releaseInterface(event.key);
+        lookForReturns();
+        if (std::get<events::QuestionsEnded>(event.what).isComplete) {
+            recogniseReturn(event);
+        } else {
+            releaseInterface(event.key);
+        }
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);
         if (!_updates.contains(event.key)) return; // it has left already
@@ -332,24 +360,6 @@ void UpdateSupervisor::handleDeclined(const std::string& key, AlertKind question
     default:
         end(key, UpdateResult::declined);
         return;
-    }
-}
-
-// A printer that is waited for may come back at another port. The engine takes it for another printer, and so no
-// update goes on there; but the operator should read where it is.
-void UpdateSupervisor::lookForReturn(const PrinterEvent& event) {
-    const Printer other = _services.printerWithKey(event.key);
-    if (!other) return;
-    const auto numbers = serialNumbersOf(*other);
-    for (auto& [key, update] : _updates) {
-        if (key == event.key || !update.isOpen() || update.state.isAttached) continue;
-        if (_courses[key].productID != other->productNumber()) continue;
-        const auto& known = _courses[key].serialNumbers;
-        const bool isSame =
-            std::ranges::any_of(numbers, [&](const auto& number) { return std::ranges::count(known, number) > 0; });
-        if (!isSame) continue;
-        update.cameBackAt = other->locationText();
-        refresh(key);
     }
 }
 

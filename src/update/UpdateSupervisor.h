@@ -49,9 +49,11 @@ struct Update {
     std::string picture;
     std::string location;         // where the printer is attached
     std::string cameBackAt;       // the other place at which it came back; empty if it did not
+    std::string replacedBy;       // serial number of another printer that is at its place now; empty if none is
     std::string advice;           // what to do now; empty if nothing needs to be done
     bool isAsking = false;        // a question about this printer waits for the operator
     bool isStalled = false;       // no sign of life for longer than the phase takes
+    bool isLate = false;          // it gives signs of life, and the phase takes longer than it ever should
     bool isWaiting = false;       // it is there and cannot go on: not ready, or held by another program
     bool mayBeDismissed = false;  // nothing has come nearer to the end for long
     bool isDismissed = false;     // nobody waits for it any more, until it gets on
@@ -85,7 +87,7 @@ struct UpdateServices {
 };
 
 struct UpdateSettings {
-    /// Advice after this time without a sign of life, instead of the longest time of each phase.
+    /// Advice after this time without progress, instead of the longest time of each phase.
     std::optional<Clock::Duration> stallAfter = {};
     /// An update without progress for this long ends; nullopt: it is waited for as long as the program runs.
     std::optional<Clock::Duration> giveUpAfter = {};
@@ -160,17 +162,22 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
         std::optional<InterfaceHolder> holder = {};  // another process that has the lock
         std::string lockProblem = {};                // why there is no lock, as the operator has read it
         std::vector<ArchiveProblem> fileProblems = {};
-        bool isAskedOnceMore = false; // after the report, for answers that are missing
-        int roundsNeeded = 1;         // rounds of questions after the report before it is judged
-        int pendingAlerts = 0;        // shown or waiting for their turn
-        bool wasClaimed = false;      // by the operator, before the update
-        std::uint32_t locationID = 0; // of the printer, for the bus
+        bool isIdentityReported = false; // the operator knows that the loader does not report its device ID
+        bool isAskedOnceMore = false;    // after the report, for answers that are missing
+        int roundsNeeded = 1;            // rounds of questions after the report before it is judged
+        int pendingAlerts = 0;           // shown or waiting for their turn
+        bool wasClaimed = false;         // by the operator, before the update
+        std::uint32_t locationID = 0;    // of the printer, for the bus
+        std::uint16_t vendorID = 0;
         std::uint16_t productID = 0;
-        std::vector<std::string> serialNumbers; // by which it is recognised at another place
-        bool wasJudgedBefore = false;           // it has ended once already
-        Clock::TimePoint stopDeadline;          // with isStopRequested
-        Clock::TimePoint dismissedAt;           // with isDismissed
-        std::vector<AlertDescription> reports;  // of the engine, kept back until the verdict is there
+        std::vector<std::string> serialNumbers; // by which it is recognised when it comes back
+        std::string ownSerialNumber;            // as it answered before the update; empty if it did not
+        std::optional<UpdateState> judged = {}; // what the last verdict went by; nullopt: it has not ended yet
+        std::uint32_t judgedAttachment = 0;     // whose answers may correct the verdict
+        bool isSettled = false; // by now another program or another printer makes the answers: they correct nothing
+        Clock::TimePoint stopDeadline;         // with isStopRequested
+        Clock::TimePoint dismissedAt;          // with isDismissed
+        std::vector<AlertDescription> reports; // of the engine, kept back until the verdict is there
     };
 
     Update& makeUpdate(const std::string& key, const Printer& printer);
@@ -183,10 +190,17 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void completeRecord(Update& update);
     void learnUsual(const std::string& key);
     const UpdateRecord* incompleteRecord(TBUSBPrinterZUL& printer) const;
+    std::string startText(TBUSBPrinterZUL& printer) const;
     bool isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const;
-    void explain(Update& update);
+    void judge(Update& update, UpdateResult result) const;
+    void explain(Update& update) const;
     void endWait(const Update& update);
     void continueBegin(const std::string& key, Equal equal);
+    void startOnceMore(const Printer& printer);
+    bool areArrivalsSeen() const;
+    bool areFilesFit(const std::string& key, TBUSBPrinterZUL& printer);
+    std::optional<UpdateResult> whatForbids(const std::string& key, TBUSBPrinterZUL& printer);
+    void note(const std::string& text) const;
     bool askForStatus(const std::string& key, const Printer& printer, Equal equal);
     void adopt(const std::string& key);
     void beginMonitor(const std::string& key, TBUSBPrinterZUL& printer);
@@ -195,7 +209,13 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
 
     void handleEvent(const PrinterEvent& event);
     void handleDeclined(const std::string& key, AlertKind question);
-    void lookForReturn(const PrinterEvent& event);
+    std::vector<std::string> serialNumbersOf(const TBUSBPrinterZUL& printer) const;
+    bool isItsPrinter(const Course& course, const TBUSBPrinterZUL& printer) const;
+    Printer returnedPrinter(const std::string& key) const;
+    bool isOnlyOneAway(const std::string& key) const;
+    void lookForReturns();
+    void recogniseReturn(const PrinterEvent& event);
+    bool isReplaced(Update& update);
     void answered(const AlertDescription& alert, int answer);
     void adoptThen(const AlertDescription& alert, int answer);
     void showReports(const std::string& key);
@@ -203,13 +223,17 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
 
     void refresh(const std::string& key);
     void refreshOpen(Update& update);
+    void reportMissingIdentity(const Update& update);
     void reviewEnded(Update& update);
+    void correct(Update& update);
+    bool isUpdatedElsewhere(const std::string& key);
     void reopen(Update& update);
     void showFlags(Update& update);
     std::optional<UpdateResult> resultOf(Update& update);
     std::optional<UpdateResult> resultWhileChecking(const Update& update) const;
     std::optional<UpdateResult> resultAfterImage(const Update& update) const;
     std::optional<UpdateResult> resultAfterReport(Update& update);
+    UpdateResult resultByFacts(Update& update);
     std::optional<UpdateResult> resultOfPatience(const Update& update) const;
     void end(const std::string& key, UpdateResult result);
     void startTicking();

@@ -21,7 +21,6 @@ constexpr auto kTick = std::chrono::milliseconds(500); // half of what is shown,
 constexpr auto kPassingDelay = seconds(10);            // a head cools down, a cover is closed: no advice needed
 constexpr auto kLongestStop = seconds(60);             // a program that is asked to end does so within this time
 constexpr auto kLongestQuestions = seconds(60);        // after the report; a printer that answers needs none of it
-constexpr int kRoundsOfNewAttachment = 1;
 
 // Each text once: several files may lack the same thing.
 template <typename TextOf>
@@ -39,15 +38,9 @@ std::string adviceForReturnElsewhere(const Update& update) {
                            update.cameBackAt);
 }
 
-// The bus reported the end of the command's write only after the printer had left: it may have taken the command. Its
-// departure and return show what came of it.
-bool hasLeft(const RefusedCommand& refused) {
-    return refused.code == kIOReturnNoDevice || refused.code == kIOReturnNotResponding;
-}
-
 // Points at which a program may end: nothing has been sent, or the printer needs it no more until the next update.
 bool canBeLeft(const UpdateState& state) {
-    if (!state.mustNotBeStopped()) return true;
+    if (!state.mustNotBeStopped()) return state.phase != UpdatePhase::checking || !state.mayBeOrdered();
     return state.image == ImageState::taken && state.phase != UpdatePhase::colorTables;
 }
 
@@ -81,6 +74,7 @@ void UpdateSupervisor::refreshOpen(Update& update) {
         }
     }
     showFlags(update);
+    reportMissingIdentity(update);
     Course& course = _courses[key];
     const bool isNews = update.state.lastProgress > course.dismissedAt || update.state.isReported;
     if (!update.isDismissed || !isNews) return;
@@ -88,20 +82,35 @@ void UpdateSupervisor::refreshOpen(Update& update) {
     takeLock(key);
 }
 
+// A loader without its device ID takes its image all the same, and may not be able to take a second one.
+void UpdateSupervisor::reportMissingIdentity(const Update& update) {
+    const UpdatePhase phase = update.state.phase;
+    const bool isLoader =
+        phase == UpdatePhase::loaderBack || phase == UpdatePhase::writing || phase == UpdatePhase::programming;
+    if (!update.state.isIdentityMissing || !isLoader) return;
+    if (std::exchange(_courses[update.state.key].isIdentityReported, true)) return;
+    note(localizedFormat("%s does not report its device ID in its loader; its update continues", update.name));
+}
+
+// Advice is due when a phase has taken its longest time, whether the printer is silent or not. Only a silent one may be
+// started again.
 void UpdateSupervisor::showFlags(Update& update) {
     const UpdateState& state = update.state;
     const auto patience = _settings.stallAfter ? _settings.stallAfter : longestDuration(state.phase, update.usual);
-    const bool isQuiet = patience && now() - state.lastSign >= *patience;
     const auto delay = now() - state.lastProgress;
+    const bool isOverdue = patience && delay >= *patience;
+    const bool isQuiet = patience && now() - state.lastSign >= *patience;
+    const bool isForPeople = state.isHeldElsewhere() || (state.phase == UpdatePhase::checking && update.isAsking);
     // A refused image that was sent as a whole may have been taken; the printer gets the time to show it.
-    update.isStalled =
-        isQuiet && !state.isHeldElsewhere() && (state.phase != UpdatePhase::checking || !update.isAsking);
+    update.isStalled = isQuiet && !isForPeople;
     const auto passing = std::min<Clock::Duration>(kPassingDelay, patience.value_or(kPassingDelay));
     update.isWaiting = !update.isAsking && ((state.isWaitingUntilReady() && delay >= passing) ||
                                             (state.isHeldElsewhere() && state.phase != UpdatePhase::checking));
-    update.mayBeDismissed = update.isStalled || (update.isWaiting && patience && delay >= *patience);
+    update.isLate = isOverdue && !update.isStalled && !update.isWaiting && !isForPeople;
+    update.mayBeDismissed = update.isStalled || update.isLate || (update.isWaiting && isOverdue);
     update.advice.clear();
     if (update.isStalled || update.isWaiting) update.advice = adviceFor(state);
+    if (update.isLate) update.advice = adviceForDelay(state);
     if (!update.cameBackAt.empty() && !state.isAttached) {
         update.advice =
             localizedFormat("The printer came back at %s instead of %s.", update.cameBackAt, update.location) + " " +
@@ -130,14 +139,16 @@ std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     }
     if (result) return result;
     if (update.isStopRequested && (canBeLeft(state) || now() >= _courses[state.key].stopDeadline)) {
-        return UpdateResult::stopped;
+        // Where all answers are there already, only the end of the questions is left out.
+        const bool isDone = state.isReported && resultByFacts(update) == UpdateResult::succeeded;
+        return isDone ? UpdateResult::succeeded : UpdateResult::stopped;
     }
     return resultOfPatience(update);
 }
 
 std::optional<UpdateResult> UpdateSupervisor::resultWhileChecking(const Update& update) const {
     const UpdateState& state = update.state;
-    if (state.refused && !hasLeft(*state.refused)) return UpdateResult::commandRefused;
+    if (state.refused && !state.refused->isByDeparture()) return UpdateResult::commandRefused;
     if (state.isReconnecting) return UpdateResult::reconnected;
     if (!state.isAttached) return UpdateResult::left;
     if (state.isReadinessUnanswered) return UpdateResult::unanswered;
@@ -151,7 +162,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& upd
     // The loader did not take the image. The questions that follow it show whether it waits for another one. One that
     // was sent whole may have been taken although its end was not confirmed: the printer then leaves.
     const bool isLoaderWaiting = state.rawStatus == kLoaderStatus && state.isRefusalAnswered;
-    const bool isRefused = state.phase == UpdatePhase::writing && state.refused && !hasLeft(*state.refused);
+    const bool isRefused = state.phase == UpdatePhase::writing && state.refused && !state.refused->isByDeparture();
     if (isRefused && (isLoaderWaiting || (state.isRefusalAnswered && !state.isWholeImageSent))) {
         return UpdateResult::imageNotTaken;
     }
@@ -172,7 +183,11 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterReport(Update& update) 
         printer->updateInfo();
         return std::nullopt;
     }
-    return judgeByFacts(state, update.expectation);
+    return resultByFacts(update);
+}
+
+UpdateResult UpdateSupervisor::resultByFacts(Update& update) {
+    return isReplaced(update) ? UpdateResult::notBack : judgeByFacts(update.state, update.expectation);
 }
 
 std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& update) const {
@@ -189,22 +204,19 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     Update& update = _updates[key];
     if (const auto state = _monitor.state(key)) update.state = *state;
     if (result == UpdateResult::busy && !update.state.holder) update.state.holder = _courses[key].holder;
+    Course& course = _courses[key];
     update.endedAt = now();
-    update.isStalled = update.isWaiting = update.isDismissed = update.mayBeDismissed = false;
+    update.isStalled = update.isLate = update.isWaiting = update.isDismissed = update.mayBeDismissed = false;
     endWait(update);
-    update.verdict = {.result = result,
-                      .reason = reasonFor(result, update.state, update.expectation),
-                      .refused = update.state.refused,
-                      .holder = result == UpdateResult::busy ? update.state.holder : std::nullopt,
-                      .isCorrected = _courses[key].wasJudgedBefore,
-                      .isAfterOrder = update.state.phase != UpdatePhase::checking};
-    update.advice = update.verdict.isSuccess() ? "" : adviceAfter(result, update.state);
-    explain(update);
-    _courses[key].wasJudgedBefore = true;
+    judge(update, result);
+    update.verdict.isCorrected = course.judged.has_value();
+    course.judged = update.state;
+    course.judgedAttachment = update.state.attachment;
+    course.isSettled = !update.replacedBy.empty();
     completeRecord(update);
-    _courses[key].lock.reset();
+    course.lock.reset();
     keepInterface(key, false);
-    if (update.verdict.isUntouched() && !_courses[key].wasClaimed) releaseInterface(key);
+    if (update.verdict.isUntouched() && !course.wasClaimed) releaseInterface(key);
     if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     showReports(key);
     if (_observer != nullptr) _observer->updateDidEnd(key);
@@ -225,9 +237,19 @@ void UpdateSupervisor::endWait(const Update& update) {
     if (const Printer printer = update.printer.lock()) printer->supersedeWait();
 }
 
+void UpdateSupervisor::judge(Update& update, UpdateResult result) const {
+    update.verdict = {.result = result,
+                      .reason = reasonFor(result, update.state, update.expectation),
+                      .refused = update.state.refused,
+                      .holder = result == UpdateResult::busy ? update.state.holder : std::nullopt,
+                      .isAfterOrder = update.state.mayBeOrdered()};
+    update.advice = update.verdict.isSuccess() ? "" : adviceAfter(result, update.state);
+    explain(update);
+}
+
 // Reasons that the state of the update alone does not show.
-void UpdateSupervisor::explain(Update& update) {
-    const Course& course = _courses[update.state.key];
+void UpdateSupervisor::explain(Update& update) const {
+    const Course& course = _courses.at(update.state.key);
     const UpdateResult result = update.verdict.result;
     if (result == UpdateResult::badFiles && !course.fileProblems.empty()) {
         update.verdict.reason = textOfProblems(course.fileProblems, messageOf, "; ");
@@ -237,6 +259,12 @@ void UpdateSupervisor::explain(Update& update) {
         update.verdict.reason =
             localizedFormat("the printer came back at %s instead of %s", update.cameBackAt, update.location);
         update.advice = adviceForReturnElsewhere(update);
+    }
+    if (result == UpdateResult::notBack && !update.replacedBy.empty()) {
+        update.verdict.reason =
+            localizedFormat("another printer (serial number %s) is attached at its place", update.replacedBy);
+        update.advice = Bundle::localized(operatorText("Attach the printer whose update was begun, and start its "
+                                                       "update again."));
     }
     const Printer printer = update.printer.lock();
     if (result == UpdateResult::notOpened && printer && printer->openStatus() == kIOReturnNotPrivileged) {
@@ -255,30 +283,6 @@ void UpdateSupervisor::explain(Update& update) {
                                             localTimeText(earlier->begun));
     update.advice = Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
                                                    "completes it."));
-}
-
-// A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
-void UpdateSupervisor::reviewEnded(Update& update) {
-    // A printer that restarts after all has taken the command, whatever was reported.
-    const bool isFinal = update.verdict.isUntouched() && update.state.phase == UpdatePhase::checking;
-    if (update.verdict.isSuccess() || isFinal) return;
-    if (update.state.mustNotBeStopped() && update.state.lastProgress > update.endedAt) {
-        reopen(update);
-    } else if (update.state.isReported) {
-        const UpdateResult result = judgeByFacts(update.state, update.expectation);
-        if (result == UpdateResult::succeeded) end(update.state.key, result);
-    }
-}
-
-void UpdateSupervisor::reopen(Update& update) {
-    update.verdict = UpdateVerdict{};
-    update.advice.clear();
-    Course& course = _courses[update.state.key];
-    course.isAskedOnceMore = false;
-    course.roundsNeeded = kRoundsOfNewAttachment;
-    takeLock(update.state.key); // the printer is at work for this process, whoever else has reserved it meanwhile
-    keepInterface(update.state.key, true);
-    startTicking();
 }
 
 // ---- patience -------------------------------------------------------------------------------------------------------

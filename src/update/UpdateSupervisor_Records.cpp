@@ -14,12 +14,6 @@ namespace zul {
 
 namespace {
 
-// As the printer answered; empty if it did not.
-std::string serialNumberOf(const TBUSBPrinterZUL& printer) {
-    const auto number = printer.printerSerialNumber();
-    return number && *number != "NULL" ? *number : "";
-}
-
 const UpdateRecord* recordOfPrinter(const std::vector<UpdateRecord>& records, const TBUSBPrinterZUL& printer) {
     UpdateRecord attached;
     attached.key = printer.keyUSBdevice();
@@ -52,8 +46,9 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
 void UpdateSupervisor::showPhaseToOthers(const Update& update) {
     Course& course = _courses[update.state.key];
     if (course.lockedPhase == update.state.phase) return;
-    // A claim that had the lock when the update began ends when the printer leaves.
-    if (!course.lock && update.isOpen() && !update.isDismissed && course.isBegun) takeLock(update.state.key);
+    // A claim that had the lock when the update began ends when the printer leaves. Before that, begin() has just
+    // asked.
+    if (!course.lock && update.isOpen() && course.isBegun) takeLock(update.state.key);
     // Also without the lock: another process may take its time to answer, and is asked once per phase only.
     course.lockedPhase = update.state.phase;
     if (course.lock) course.lock->setPhase(phaseRow(update.state.phase).name);
@@ -157,6 +152,13 @@ bool UpdateSupervisor::isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const {
 }
 
 std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
+    const std::string text = startText(printer);
+    if (text.empty() || !_monitor.isIdentityMissing(printer.keyUSBdevice())) return text;
+    // Without a restart it could not be updated.
+    return localizedFormat("%s; it does not report its device ID: switch it off and on first", text);
+}
+
+std::string UpdateSupervisor::startText(TBUSBPrinterZUL& printer) const {
     const auto found = _updates.find(printer.keyUSBdevice());
     const bool isUnderWay = found != _updates.end() && found->second.isOpen() && !found->second.isDismissed;
     if (isUnderWay || printer.ownership() == Ownership::otherProgram) return {};

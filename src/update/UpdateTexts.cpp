@@ -1,6 +1,7 @@
 // The texts of an update while it runs. Any thread.
 #include "update/UpdateTexts.h"
 
+#include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
@@ -56,10 +57,16 @@ std::string obstacle(const UpdateState& state) {
     if (state.isHeldElsewhere()) return describeHolder(*state.holder);
     if (state.isWaitingUntilReady()) return textForStatus(state.rawStatus);
     if (state.isAnswerMissing) return Bundle::localized(operatorText("no answer"));
+    if (state.isIdentityMissing) return Bundle::localized(operatorText("it does not report its device ID"));
     return {};
 }
 
 } // namespace
+
+std::string serialNumberOf(const TBUSBPrinterZUL& printer) {
+    const auto number = printer.printerSerialNumber();
+    return number && *number != "NULL" ? *number : "";
+}
 
 std::optional<Clock::Duration> usualDuration(UpdatePhase phase, const UsualDurations& learned) {
     if (const auto known = learned.find(phase); known != learned.end()) return known->second;
@@ -163,6 +170,17 @@ std::string adviceFor(const UpdateState& state) {
     }
     const char* const advice = phaseRow(state.isImageInDoubt() ? UpdatePhase::cutOff : state.phase).advice;
     return *advice == 0 ? "" : Bundle::localized(advice);
+}
+
+std::string adviceForDelay(const UpdateState& state) {
+    // The advice of these phases says that the printer does not answer.
+    const bool isForSilence = state.phase == UpdatePhase::checking || state.phase == UpdatePhase::restarted ||
+                              state.phase == UpdatePhase::colorTables;
+    if (isForSilence && !state.isImageInDoubt()) {
+        return Bundle::localized(operatorText("The printer answers, but this takes longer than usual. Leave it "
+                                              "switched on."));
+    }
+    return Bundle::localized(operatorText("This takes longer than usual.")) + " " + adviceFor(state);
 }
 
 } // namespace zul

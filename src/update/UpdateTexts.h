@@ -10,6 +10,11 @@
 
 namespace zul {
 
+class TBUSBPrinterZUL;
+
+/// The serial number as the printer answered; empty if it did not.
+std::string serialNumberOf(const TBUSBPrinterZUL& printer);
+
 /// What past updates of the model have shown: the usual duration of a phase, where it is known.
 using UsualDurations = std::map<UpdatePhase, Clock::Duration>;
 
@@ -21,8 +26,10 @@ std::optional<Clock::Duration> longestDuration(UpdatePhase phase, const UsualDur
 
 /// One line: "in the loader (14 s, usually done within 30 s)".
 std::string describeState(const UpdateState& state, Clock::TimePoint now, const UsualDurations& learned = {});
-/// What to do about a printer that takes longer than usual, or that needs somebody.
+/// What to do about a printer that gives no sign of life for longer than usual, or that needs somebody.
 std::string adviceFor(const UpdateState& state);
+/// What to do about a printer that answers and takes longer than usual.
+std::string adviceForDelay(const UpdateState& state);
 /// Who uses the printer: "another program uses the printer (ipp, process 812)".
 std::string describeHolder(const InterfaceHolder& holder);
 /// What to do about it, in whole sentences: never to close a program that updates the printer.

@@ -35,6 +35,16 @@ TableFile parseTableFile(std::string_view file) {
     return table;
 }
 
+using TableVersions = std::map<std::string, std::string>;
+
+TableVersions tableVersionsOf(const UpdateState& state) {
+    TableVersions versions;
+    for (const auto& [key, value] : state.tableFacts) {
+        if (value && isTableVersion(*value)) versions[key] = *value;
+    }
+    return versions;
+}
+
 } // namespace
 
 bool isImageTaken(const UpdateState& state) {
@@ -94,6 +104,12 @@ bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expecta
         const auto read = state.tableFacts.find(table.first);
         return read == state.tableFacts.end() || !read->second;
     });
+}
+
+bool hasOtherFacts(const UpdateState& state, const UpdateState& judged) {
+    return state.currentVersion != judged.currentVersion || tableVersionsOf(state) != tableVersionsOf(judged) ||
+           state.image != judged.image || state.tablesWritten != judged.tablesWritten ||
+           state.isClearRefused != judged.isClearRefused;
 }
 
 const char* nameOfResult(UpdateResult result) {

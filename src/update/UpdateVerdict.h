@@ -10,11 +10,11 @@
 
 namespace zul {
 
-/// What an update came to. The order is that of the moments at which it shows.
+/// What an update came to.
 enum class UpdateResult {
     open, // not known yet
     succeeded,
-    // Nothing was sent.
+    // Usually before anything was sent.
     upToDate,       // the same versions are installed already
     newerInstalled, // the installed firmware is newer than the available one
     declined,       // by the operator
@@ -26,7 +26,7 @@ enum class UpdateResult {
     cannotFollow,   // arrivals and departures of printers are not reported on this machine
     left,           // the printer left before its update began
     reconnected,    // its version was not known: it was made to leave and return
-    // Something was sent.
+    // Usually after something was sent.
     commandRefused, // the printer did not take the command to enter its loader
     imageNotTaken,  // the printer is in its loader and does not have the image
     identityLost,   // it restarted and does not report its device ID: its tables were not written
@@ -35,7 +35,7 @@ enum class UpdateResult {
     tablesMissing,  // not all tables were sent
     tablesDiffer,   // it reports other tables than those that were sent
     clearRefused,   // it did not take the command to clear its tables
-    notBack,        // it did not come back, or stopped answering
+    notBack,        // it did not come back, stopped answering, or another printer is at its place
     stopped,        // the program was asked to end
 };
 
@@ -53,14 +53,12 @@ struct UpdateVerdict {
     std::optional<RefusedCommand> refused = {}; // the command that the bus did not take, for logs and JSON
     std::optional<InterfaceHolder> holder = {}; // busy: who uses the printer
     bool isCorrected = false;                   // an earlier verdict on the same update was another one
-    bool isAfterOrder = false;                  // the printer had taken the order to enter its loader
+    bool isAfterOrder = false;                  // the printer had taken the order to enter its loader, or may have
 
     bool isOpen() const { return result == UpdateResult::open; }
     bool isSuccess() const { return result == UpdateResult::succeeded || result == UpdateResult::upToDate; }
     /// The printer is as it was before.
-    bool isUntouched() const {
-        return !isAfterOrder && result > UpdateResult::succeeded && result <= UpdateResult::commandRefused;
-    }
+    bool isUntouched() const { return !isOpen() && result != UpdateResult::succeeded && !isAfterOrder; }
 };
 
 /// The printer has the whole image. A write that failed may have been taken all the same, if the printer left before
@@ -73,6 +71,10 @@ UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& exp
 
 /// Only answers are missing: the printer should be asked once more before it is judged.
 bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expectation);
+
+/// Whether something is known now that was not when the update was judged: an answer, or what became of a command. An
+/// answer that is missing is none.
+bool hasOtherFacts(const UpdateState& state, const UpdateState& judged);
 
 /// Key of the first table whose reported version is not the one that was sent; empty if there is none.
 std::string differingTable(const UpdateState& state, const UpdateExpectation& expectation);

@@ -86,7 +86,7 @@ std::string reasonAfterSending(UpdateResult result, const UpdateState& state, co
 }
 
 std::string adviceAfterStop(const UpdateState& state) {
-    if (state.phase == UpdatePhase::checking) {
+    if (!state.mayBeOrdered()) {
         return Bundle::localized(operatorText("Nothing has been changed in the printer."));
     }
     if (state.image == ImageState::taken) {

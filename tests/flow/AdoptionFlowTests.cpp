@@ -112,3 +112,70 @@ TEST_CASE("a printer that is attached again after its update is no new update") 
     CHECK(lab.supervisor.updates().empty());
     CHECK(lab.records().size() == 1);
 }
+
+// ---- what forbids it ------------------------------------------------------------------------------------------------
+
+TEST_CASE("a printer that is found in its loader gets no image where no update may begin") {
+    ChangedSamples samples;
+    SupervisedLab lab(samples.folder());
+    startWithKnownLoader(lab);
+    UpdateResult expected = UpdateResult::cannotFollow;
+    SUBCASE("its return would not be seen") {
+        lab.areArrivalsSeen = false;
+    }
+    SUBCASE("a color table is damaged") {
+        samples.damage("VK14_600_0161.cwd");
+        expected = UpdateResult::badFiles;
+    }
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.rest();
+    CHECK(lab.ends == Results{expected});
+    CHECK(lab.update().verdict.isUntouched());
+    CHECK_FALSE(lab.update().verdict.reason.empty());
+    CHECK(lab.wire().empty());
+    CHECK(lab.operatorDesk.waiting() == 0); // a power cycle would not help
+    CHECK_FALSE(lab.locks.ask(lab.printer()->keyUSBdevice()));
+}
+
+TEST_CASE("a printer that is found in its loader gets no image once its update was stopped") {
+    SupervisedLab lab;
+    startWithKnownLoader(lab);
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.supervisor.requestStop(); // its record is being stored
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::stopped});
+    CHECK(lab.update().verdict.isUntouched());
+    CHECK(lab.wire().empty());
+}
+
+TEST_CASE("a question about a loader that is answered after its update has begun starts no second one") {
+    SupervisedLab lab;
+    startWithKnownLoader(lab);
+    lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
+    lab.rest(1s);
+    REQUIRE(lab.operatorDesk.waiting() == 2);
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    CHECK(lab.notes == std::vector<std::string>{"This printer is being updated."});
+    lab.agree();
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::succeeded});
+    CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
+    CHECK(lab.records().size() == 1);
+}
+
+TEST_CASE("a question about a loader that is answered when its update has stalled starts it again") {
+    SupervisedLab lab;
+    startWithKnownLoader(lab);
+    lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
+    lab.rest(1s);
+    REQUIRE(lab.operatorDesk.waiting() == 2);
+    lab.happens(events::ProgressStored{.value = 2}); // as if its image had been begun
+    lab.rest(1min);
+    REQUIRE(lab.update().isStalled);
+    REQUIRE(lab.update().state.phase == UpdatePhase::writing);
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    CHECK(lab.update().state.phase == UpdatePhase::checking);
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::succeeded});
+    CHECK(lab.update().state.imagesSent == 1);
+}

@@ -1,6 +1,7 @@
 // Between the operator's click and the first command: what is asked, what may change meanwhile, and who is named.
 #include "SupervisedLab.h"
 
+#include "archive/ProductTable.h"
 #include "unit/update/ChildProcess.h"
 
 #include <doctest/doctest.h>
@@ -177,12 +178,16 @@ TEST_CASE("another printer is not taken for the one that is waited for") {
     SUBCASE("when it is of another model") {
         other = "VK18,location=1-2,serial=000001";
     }
+    SUBCASE("when it has another vendor ID") {
+        other = "VK14,vendor=0x2B84,location=1-2,serial=000001";
+    }
     SUBCASE("when neither has answered for its serial number") {
         const std::string unknown = ",usb-serial=off,fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2";
         waitedFor += unknown;
         other = "VK14,location=1-2" + unknown;
     }
     SupervisedLab lab;
+    lab.environment.admittedProductIDs = {kProductVK18};
     lab.attach("VK14,location=1-1," + waitedFor);
     lab.start();
     lab.beginUpdate();
@@ -190,8 +195,60 @@ TEST_CASE("another printer is not taken for the one that is waited for") {
     REQUIRE_FALSE(lab.update().state.isAttached);
     lab.attach(other);
     lab.rest(40s);
+    REQUIRE(lab.rows() == 1);
     CHECK(lab.update().cameBackAt == (isTheSame ? "1-2" : ""));
     CHECK(lab.update().advice.empty() != isTheSame);
+}
+
+TEST_CASE("a loader without a serial number is the printer that is waited for only if nothing else can be meant") {
+    const std::string kUnknown = "usb-serial=off,fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2";
+    SupervisedLab lab;
+    std::vector<std::string> others = {"VK14,mode=loader,usb-serial=off,location=1-7"};
+    std::string cameBackAt;
+    bool areTwoAway = false;
+    SUBCASE("one loader") {
+        cameBackAt = "1-7";
+    }
+    SUBCASE("a printer that works") {
+        others = {"VK14,location=1-7," + kUnknown};
+    }
+    SUBCASE("two loaders") {
+        others.emplace_back("VK14,mode=loader,usb-serial=off,location=1-8");
+    }
+    SUBCASE("one loader, and two that are waited for") {
+        areTwoAway = true;
+    }
+    lab.attach("VK14,location=1-1,fault=never-back@FLASH_REWRITE," + kUnknown);
+    if (areTwoAway) lab.attach("VK14,location=1-2,fault=never-back@FLASH_REWRITE,serial=2," + kUnknown);
+    lab.start();
+    const std::string key = lab.printer()->keyUSBdevice();
+    for (const auto& printer : lab.controller->printers()) {
+        lab.supervisor.begin(printer, Equal::install);
+        lab.rest(1s);
+        lab.agree();
+        lab.rest(1s);
+        REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
+    }
+    lab.rest(10s);
+    REQUIRE(lab.rows() == 0);
+    for (const std::string& other : others) lab.attach(other);
+    lab.rest(15s);
+    CHECK(lab.rows() == others.size());
+    CHECK(lab.supervisor.updates().at(key).cameBackAt == cameBackAt);
+}
+
+TEST_CASE("a place that turns out to be another printer's is not named any longer") {
+    SupervisedLab lab;
+    lab.startWithVK14("location=1-1,usb-serial=off,fault=never-back@FLASH_REWRITE");
+    lab.beginUpdate();
+    lab.rest(10s);
+    lab.attach("VK14,mode=loader,usb-serial=off,location=1-7");
+    lab.rest(5s);
+    REQUIRE(lab.update().cameBackAt == "1-7");
+    lab.attach("VK14,mode=loader,usb-serial=off,location=1-8");
+    lab.rest(5s);
+    CHECK(lab.update().cameBackAt.empty());
+    CHECK(lab.update().advice.empty());
 }
 
 TEST_CASE("a printer that is there has not come back elsewhere, whatever the serial number of another one is") {

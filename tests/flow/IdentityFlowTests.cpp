@@ -49,6 +49,8 @@ TEST_CASE("an update whose loader does not report its device ID is a good one") 
     lab.startWithVK14("fault=no-id@FLASH_REWRITE");
     lab.beginUpdate();
     lab.rest();
+    CHECK(lab.notes == std::vector<std::string>{
+                           "VK14 000001 (1-1) does not report its device ID in its loader; its update continues"});
     CHECK(lab.timesLogged("the printer at 1-1 did not report its device ID") == 1);
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
     CHECK(lab.result() == UpdateResult::succeeded);
@@ -71,6 +73,26 @@ TEST_CASE(
     lab.rest();
     CHECK(lab.timesSeen("TBL_WTCTRLD_UPDATE_CW") == 2);
     CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::identityLost, UpdateResult::succeeded});
+}
+
+TEST_CASE("a printer in its loader that does not report its device ID is offered for completion after a restart") {
+    SupervisedLab lab;
+    std::string settings;
+    std::string offer = "start the update to complete it";
+    SUBCASE("it reports it") {}
+    SUBCASE("it does not") {
+        settings = ",id1284=off";
+        offer += "; it does not report its device ID: switch it off and on first";
+    }
+    lab.attach("VK14,mode=loader" + settings);
+    lab.start();
+    CHECK(lab.supervisor.interruptedText(*lab.printer()) == offer);
+}
+
+TEST_CASE("a working printer without its device ID has no update to complete") {
+    SupervisedLab lab;
+    lab.startWithVK14("id1284=off");
+    CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
 }
 
 TEST_CASE("a loader without its device ID is asked for its status and nothing else before its image") {

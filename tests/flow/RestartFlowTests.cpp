@@ -9,7 +9,19 @@ using namespace std::chrono_literals;
 
 namespace {
 
+using Results = std::vector<UpdateResult>;
+
 constexpr const char* kImage = "FW_UPDFLASH_PROGRAM";
+constexpr const char* kTable = "TBL_WTCTRLD_UPDATE_CW";
+
+// The update of a printer that was in this phase when it was pulled, and does not come back.
+void startUpTo(SupervisedLab& lab, UpdatePhase phase) {
+    lab.startWithVK14("location=1-1");
+    lab.beginUpdate();
+    lab.advanceTo(phase);
+    lab.bus.unplug(0);
+    lab.rest(5s);
+}
 
 } // namespace
 
@@ -31,7 +43,7 @@ TEST_CASE("a printer may take any time for its restarts") {
     lab.startWithVK14(time);
     lab.beginUpdate();
     lab.rest();
-    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::succeeded});
+    CHECK(lab.ends == Results{UpdateResult::succeeded});
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
@@ -44,7 +56,7 @@ TEST_CASE("a loader that leaves and comes back once more gets one image") {
     lab.advance(1s);
     lab.bus.plug(0);
     lab.rest();
-    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::succeeded});
+    CHECK(lab.ends == Results{UpdateResult::succeeded});
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
@@ -62,18 +74,116 @@ TEST_CASE("a printer that comes back twice with its new firmware gets no second 
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
-TEST_CASE("another printer of the model at the same port gets no image") {
+// ---- the same printer, otherwise than before ------------------------------------------------------------------------
+
+TEST_CASE("a printer that comes back on another port gets no image there, and is named with both places") {
     SupervisedLab lab;
-    lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE");
-    UpdateSettings settings;
-    settings.giveUpAfter = 3min;
-    lab.supervisor.setSettings(settings);
+    lab.supervisor.setSettings({.giveUpAfter = 5min});
+    const char* fault = "";
+    std::ptrdiff_t images = 0;
+    SUBCASE("after the order") {
+        fault = "fault=elsewhere@FLASH_REWRITE";
+    }
+    SUBCASE("after the image") {
+        fault = "fault=elsewhere@FLASH_PROGRAM";
+        images = 1;
+    }
+    lab.startWithVK14(fault);
     lab.beginUpdate();
-    lab.advance(3s);
-    lab.attach("VK14,serial=999999,location=1-1");
-    lab.rest(5min);
-    CHECK(lab.timesSeen(kImage) == 0);
-    CHECK(lab.result() == UpdateResult::notBack);
-    CHECK(lab.update().verdict.reason == "the printer that is attached at its place is not in its loader (Idle)");
-    CHECK(lab.update().advice == "Check that this is the printer whose update was begun, then start the update again.");
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::notBack});
+    CHECK(lab.update().verdict.reason == "the printer came back at 1-2 instead of 1-1");
+    CHECK(lab.timesSeen(kImage) == images);
+    CHECK(lab.timesSeen(kTable) == 0);
+}
+
+TEST_CASE("a printer that comes back with its old version after the image is not updated") {
+    SupervisedLab lab;
+    startUpTo(lab, UpdatePhase::restarting);
+    lab.attach("VK14,location=1-1,serial=000001,firmware=VK14 01.60");
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::otherVersion});
+    CHECK(lab.update().verdict.reason == "the printer reports VK14 01.60 after the update instead of VK14 01.61");
+    CHECK(lab.timesSeen(kImage) == 1);
+}
+
+TEST_CASE("a printer that comes back as its loader after the image gets no second one by itself") {
+    SupervisedLab lab;
+    lab.startWithVK14("fault=stay-in-loader@FLASH_PROGRAM");
+    lab.beginUpdate();
+    lab.rest(10min);
+    CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
+    CHECK(lab.timesSeen(kImage) == 1);
+}
+
+// ---- another printer ------------------------------------------------------------------------------------------------
+
+TEST_CASE("a stranger that is at the printer's place after the order gets no image unless it waits for one") {
+    SupervisedLab lab;
+    lab.supervisor.setSettings({.giveUpAfter = 3min});
+    startUpTo(lab, UpdatePhase::loaderAway);
+    std::string reason = "the printer that is attached at its place is not in its loader (Idle)";
+    std::string advice = "Check that this is the printer whose update was begun, then start the update again.";
+    std::ptrdiff_t images = 0;
+    SUBCASE("it works as usual") {
+        lab.attach("VK14,serial=999999,location=1-1");
+    }
+    SUBCASE("it is in its loader: what it waits for is what it gets, and the other printer is not back") {
+        lab.attach("VK14,serial=999999,location=1-1,mode=loader");
+        reason = "another printer (serial number 999999) is attached at its place";
+        advice = "Attach the printer whose update was begun, and start its update again.";
+        images = 1;
+    }
+    lab.rest(10min);
+    CHECK(lab.ends == Results{UpdateResult::notBack});
+    CHECK(lab.update().verdict.reason == reason);
+    CHECK(lab.update().advice == advice);
+    CHECK(lab.timesSeen(kImage) == images);
+}
+
+TEST_CASE("a stranger that is at the printer's place after the image makes no success of its update") {
+    SupervisedLab lab;
+    startUpTo(lab, UpdatePhase::restarting);
+    SUBCASE("not even with the right version") {
+        lab.attach("VK14,serial=999999,location=1-1,firmware=VK14 01.61,tables=0161");
+    }
+    SUBCASE("nor with an old one") {
+        lab.attach("VK14,serial=999999,location=1-1,firmware=VK14 01.60");
+    }
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::notBack});
+    CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its place");
+    CHECK(lab.timesSeen(kImage) == 1);
+    CHECK(lab.operatorDesk.title() == "The update is not complete.");
+}
+
+TEST_CASE("a stranger that is at the printer's place as a loader after the image gets none") {
+    SupervisedLab lab;
+    startUpTo(lab, UpdatePhase::restarting);
+    lab.attach("VK14,serial=999999,location=1-1,mode=loader");
+    lab.rest(10min);
+    CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
+    CHECK(lab.timesSeen(kImage) == 1);
+}
+
+TEST_CASE("a stranger at another place gets nothing, whatever it is") {
+    UpdatePhase phase = UpdatePhase::loaderAway;
+    std::ptrdiff_t images = 0;
+    SUBCASE("after the order") {}
+    SUBCASE("after the image") {
+        phase = UpdatePhase::restarting;
+        images = 1;
+    }
+    for (const char* mode : {"normal", "loader"}) {
+        CAPTURE(mode);
+        SupervisedLab lab;
+        lab.supervisor.setSettings({.giveUpAfter = 3min});
+        startUpTo(lab, phase);
+        lab.attach(std::string("VK14,serial=999999,location=1-2,mode=") + mode);
+        lab.rest(10min);
+        CHECK(lab.ends == Results{UpdateResult::notBack});
+        CHECK(lab.update().verdict.reason == "the printer did not come back");
+        CHECK(lab.timesSeen(kImage) == images);
+        CHECK(lab.timesSeen(kTable) == 0);
+    }
 }

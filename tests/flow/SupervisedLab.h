@@ -88,6 +88,15 @@ class SupervisedLab : public Lab, public UpdateObserver {
         supervisor.readInterrupted([] {});
         rest(std::chrono::seconds(1));
     }
+    /// Something happens to the attached printer; the supervisor hears of it and everything comes to rest.
+    void happens(PrinterEvent::What what) {
+        const auto subject = printer();
+        supervisor.printerEvent({.key = subject->keyUSBdevice(),
+                                 .location = subject->locationText(),
+                                 .attachment = subject->creationToken(),
+                                 .what = std::move(what)});
+        rest(std::chrono::milliseconds(10));
+    }
     const Update& update() const {
         REQUIRE(supervisor.updates().size() == 1);
         return supervisor.updates().begin()->second;

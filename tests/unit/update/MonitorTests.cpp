@@ -380,3 +380,29 @@ TEST_CASE("the share of an update grows from phase to phase, with bytes and tabl
     update.finish();
     CHECK(update.state().share() == doctest::Approx(1.0));
 }
+
+TEST_CASE("what is known of an attachment ends with it") {
+    Followed update;
+    UpdateMonitor& monitor = update.monitor;
+    const auto happens = [&](std::uint32_t attachment, PrinterEvent::What what) {
+        monitor.printerEvent({.key = "other", .location = {}, .attachment = attachment, .what = std::move(what)});
+    };
+    happens(3, events::Arrived{});
+    CHECK(monitor.attachedKeys() == std::vector<std::string>{"other"});
+    CHECK_FALSE(monitor.wasAskedForAll("other"));
+    CHECK_FALSE(monitor.isIdentityMissing("other"));
+    happens(3, events::QuestionsEnded{.isComplete = false});
+    happens(2, events::QuestionsEnded{.isComplete = true}); // of the attachment before
+    CHECK_FALSE(monitor.wasAskedForAll("other"));
+    happens(3, events::QuestionsEnded{.isComplete = true});
+    CHECK(monitor.wasAskedForAll("other"));
+    happens(3, events::IdentityMissing{});
+    CHECK(monitor.isIdentityMissing("other"));
+    monitor.beginUpdate({.key = "other", .attachment = 3});
+    CHECK(monitor.state("other")->isIdentityMissing);
+    happens(3, events::Departed{});
+    CHECK(monitor.attachedKeys().empty());
+    happens(4, events::Arrived{});
+    CHECK_FALSE(monitor.wasAskedForAll("other"));
+    CHECK_FALSE(monitor.isIdentityMissing("other"));
+}

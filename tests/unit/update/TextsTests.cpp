@@ -190,3 +190,33 @@ TEST_CASE("a printer that waits for the rest of its image is to be switched off 
           "the printer is still in firmware update mode: it did not take the firmware");
     CHECK(adviceAfter(UpdateResult::imageNotTaken, back.state()).starts_with("Leave the printer switched on"));
 }
+
+TEST_CASE("a printer that answers is not called silent when it takes longer than usual") {
+    Followed update;
+    const std::string kAnswers = "The printer answers, but this takes longer than usual. Leave it switched on.";
+    CHECK(adviceForDelay(update.state()) == kAnswers);
+    update.upToImage();
+    CHECK(adviceForDelay(update.state()).starts_with("This takes longer than usual. The printer is in firmware"));
+    update.image();
+    CHECK(adviceForDelay(update.state()) ==
+          "This takes longer than usual. The printer has the firmware and has not restarted yet. Leave it switched "
+          "on.");
+    update.restart();
+    CHECK(adviceForDelay(update.state()) == kAnswers);
+    update.table(1);
+    CHECK(adviceForDelay(update.state()) == kAnswers);
+    Followed cut;
+    cut.upToImage();
+    cut.restart();
+    REQUIRE(cut.state().isImageInDoubt());
+    CHECK(adviceForDelay(cut.state()).starts_with("This takes longer than usual. The printer left while"));
+}
+
+TEST_CASE("a printer that does not report its device ID is shown so until it leaves") {
+    Followed update;
+    update.upToLoader();
+    update.report(events::IdentityMissing{});
+    CHECK(shown(update).find("it does not report its device ID") != std::string::npos);
+    update.restart();
+    CHECK(shown(update).find("device ID") == std::string::npos);
+}

@@ -149,16 +149,90 @@ TEST_CASE("an image that was sent whole and not confirmed was taken if the avail
     CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
 }
 
-TEST_CASE("every result has a name of its own, and only those before the first command leave the printer untouched") {
+TEST_CASE("every result has a name of its own") {
     std::set<std::string> names;
     for (int result = 0; result <= static_cast<int>(UpdateResult::stopped); ++result) {
         names.insert(nameOfResult(static_cast<UpdateResult>(result)));
     }
     CHECK(names.size() == static_cast<std::size_t>(UpdateResult::stopped) + 1);
-    CHECK(UpdateVerdict{UpdateResult::declined, ""}.isUntouched());
-    CHECK(UpdateVerdict{UpdateResult::commandRefused, ""}.isUntouched());
-    CHECK_FALSE(UpdateVerdict{UpdateResult::imageNotTaken, ""}.isUntouched());
-    CHECK_FALSE(UpdateVerdict{UpdateResult::succeeded, ""}.isUntouched());
     CHECK(UpdateVerdict{UpdateResult::upToDate, ""}.isSuccess());
     CHECK_FALSE(UpdateVerdict{UpdateResult::stopped, ""}.isSuccess());
+}
+
+TEST_CASE("whether a printer is untouched depends on the order and not on what kept its update from success") {
+    for (int number = 0; number <= static_cast<int>(UpdateResult::stopped); ++number) {
+        const auto result = static_cast<UpdateResult>(number);
+        CAPTURE(nameOfResult(result));
+        UpdateVerdict verdict{.result = result, .reason = ""};
+        CHECK(verdict.isUntouched() == (result != UpdateResult::open && result != UpdateResult::succeeded));
+        verdict.isAfterOrder = true;
+        CHECK_FALSE(verdict.isUntouched());
+    }
+}
+
+TEST_CASE("a printer may have the order from its sending on, unless it has refused it") {
+    Followed update;
+    CHECK_FALSE(update.state().mayBeOrdered());
+    update.report(events::ProgressStored{1});
+    CHECK(update.state().mayBeOrdered());
+    update.command(kCommandEnterLoader, kIOUSBPipeStalled);
+    CHECK_FALSE(update.state().mayBeOrdered());
+    update.command(kCommandEnterLoader, kIOReturnNoDevice); // it left before the end of the write was reported
+    CHECK(update.state().mayBeOrdered());
+    update.command(kCommandEnterLoader, kIOReturnNotResponding);
+    CHECK(update.state().mayBeOrdered());
+    update.command(kCommandEnterLoader);
+    CHECK(update.state().mayBeOrdered());
+}
+
+// ---- other facts ----------------------------------------------------------------------------------------------------
+
+TEST_CASE("after the report only an answer takes the place of an answer") {
+    Finished update;
+    update.finish();
+    update.report(events::TableFactRead{"colorTableVersion", "0160"});
+    for (const std::optional<std::string>& none : {std::optional<std::string>{}, {"NULL"}, {""}, {"01610"}}) {
+        update.report(events::TableFactRead{"colorTableVersion", none});
+        CHECK(update.state().tableFacts.at("colorTableVersion") == "0160");
+    }
+    update.report(events::TableFactRead{"colorTableVersion", "0161"});
+    CHECK(update.state().tableFacts.at("colorTableVersion") == "0161");
+}
+
+TEST_CASE("before the report a missing answer replaces that about the tables before") {
+    Followed update;
+    update.upToTables();
+    update.tables(1);
+    update.report(events::TableFactRead{"colorTableVersion", "0161"});
+    update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
+    CHECK_FALSE(update.state().tableFacts.at("colorTableVersion"));
+}
+
+TEST_CASE("an answer and what became of a command are other facts, a missing answer and a round of questions are not") {
+    Finished update;
+    update.finish();
+    const UpdateState judged = update.state();
+    update.report(events::QuestionsEnded{true});
+    update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
+    update.report(events::TableFactRead{"colorTableVersion", "NULL"});
+    update.report(events::FirmwareVersionRead{});
+    update.status("01000");
+    CHECK_FALSE(hasOtherFacts(update.state(), judged));
+    UpdateState other = judged;
+    SUBCASE("a version") {
+        other.currentVersion = "VK14 01.60";
+    }
+    SUBCASE("a table's version") {
+        other.tableFacts["colorTableVersion"] = "0161";
+    }
+    SUBCASE("the end of the image's write") {
+        other.image = ImageState::unconfirmed;
+    }
+    SUBCASE("a table that was written") {
+        ++other.tablesWritten;
+    }
+    SUBCASE("a refused command to clear the tables") {
+        other.isClearRefused = true;
+    }
+    CHECK(hasOtherFacts(other, judged));
 }

@@ -1,0 +1,161 @@
+// Printers that come back late, elsewhere or as others, and verdicts that later answers correct. Main queue.
+#include "update/UpdateSupervisor.h"
+
+#include "protocol/StatusTexts.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zul {
+
+namespace {
+
+bool isSending(UpdatePhase phase) {
+    return phase == UpdatePhase::writing || phase == UpdatePhase::colorTables;
+}
+
+// This process has sent the printer something since the verdict was given. The phase in which it did so may be over
+// when the main queue gets to it.
+bool hasSentSince(const UpdateState& state, const UpdateState& judged) {
+    const auto& past = state.pastPhases;
+    const std::size_t known = judged.pastPhases.size() + 1; // and the phase in which it was judged
+    return isSending(state.phase) ||
+           std::any_of(past.begin() + static_cast<std::ptrdiff_t>(std::min(known, past.size())), past.end(),
+                       [](const PhaseTime& phase) { return isSending(phase.phase); });
+}
+
+} // namespace
+
+// ---- recognising printers -------------------------------------------------------------------------------------------
+
+// What is stored under a printer's key may be that of an earlier printer at its place, until it has answered itself.
+std::vector<std::string> UpdateSupervisor::serialNumbersOf(const TBUSBPrinterZUL& printer) const {
+    std::vector<std::string> numbers;
+    if (const auto number = printer.serialNumberUSB(); number && !number->empty()) numbers.push_back(*number);
+    const std::string own = serialNumberOf(printer);
+    if (!own.empty() && _monitor.wasAskedForAll(printer.keyUSBdevice())) numbers.push_back(own);
+    return numbers;
+}
+
+// Where one of them has no serial number that is known, the place decides.
+bool UpdateSupervisor::isItsPrinter(const Course& course, const TBUSBPrinterZUL& printer) const {
+    const auto numbers = serialNumbersOf(printer);
+    if (numbers.empty() || course.serialNumbers.empty()) return true;
+    return std::ranges::find_first_of(numbers, course.serialNumbers) != numbers.end();
+}
+
+// The attached printer that was waited for at another place; null if there is none. One without a serial number is
+// taken for it only while it is a loader, and while no other printer can be meant.
+UpdateSupervisor::Printer UpdateSupervisor::returnedPrinter(const std::string& key) const {
+    const Course& course = _courses.at(key);
+    std::vector<Printer> possible;
+    for (const std::string& place : _monitor.attachedKeys()) {
+        const Printer other = place == key ? nullptr : _services.printerWithKey(place);
+        if (!other || other->vendorNumber() != course.vendorID || other->productNumber() != course.productID) continue;
+        if (!isItsPrinter(course, *other)) continue;
+        if (!serialNumbersOf(*other).empty() && !course.serialNumbers.empty()) return other;
+        const auto update = _updates.find(place);
+        const bool isBusy = update != _updates.end() && update->second.isOpen();
+        if (!isBusy && other->printerStatus() == textForStatus(kLoaderStatus)) possible.push_back(other);
+    }
+    return possible.size() == 1 && isOnlyOneAway(key) ? possible.front() : nullptr;
+}
+
+// No other update waits for a printer of the same model.
+bool UpdateSupervisor::isOnlyOneAway(const std::string& key) const {
+    return std::ranges::none_of(_updates, [&](const auto& entry) {
+        const bool isAway = entry.second.isOpen() && !entry.second.state.isAttached;
+        return entry.first != key && isAway && _courses.at(entry.first).productID == _courses.at(key).productID;
+    });
+}
+
+// A printer that is waited for may come back at another port. The engine takes it for another printer, and so no
+// update goes on there; but the operator should read where it is.
+void UpdateSupervisor::lookForReturns() {
+    std::vector<std::string> changed;
+    for (auto& [key, update] : _updates) {
+        if (!update.isOpen() || update.state.isAttached) continue;
+        const Printer returned = returnedPrinter(key);
+        const std::string place = returned ? returned->locationText() : "";
+        if (std::exchange(update.cameBackAt, place) != place) changed.push_back(key);
+    }
+    for (const std::string& key : changed) refresh(key);
+}
+
+// The engine follows a printer by its place. What another one at that place reports is not about this update.
+bool UpdateSupervisor::isReplaced(Update& update) {
+    const Course& course = _courses[update.state.key];
+    const Printer printer = _services.printerWithKey(update.state.key);
+    if (!printer || course.ownSerialNumber.empty() || !_monitor.wasAskedForAll(update.state.key)) return false;
+    const std::string number = serialNumberOf(*printer);
+    update.replacedBy = number == course.ownSerialNumber ? "" : number;
+    return !update.replacedBy.empty();
+}
+
+// ---- corrections ----------------------------------------------------------------------------------------------------
+
+// A printer that has left since its verdict was given is recognised when it has answered for its serial number.
+void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
+    const auto found = _updates.find(event.key);
+    if (found == _updates.end() || found->second.isOpen() || _courses[event.key].isSettled) return;
+    Course& course = _courses[event.key];
+    const Printer printer = _services.printerWithKey(event.key);
+    if (!printer || printer->creationToken() != event.attachment) return;
+    // A loader may have had another serial number.
+    if (course.judgedAttachment == event.attachment || isItsPrinter(course, *printer)) {
+        course.judgedAttachment = event.attachment;
+        for (std::string& number : serialNumbersOf(*printer)) {
+            if (std::ranges::count(course.serialNumbers, number) == 0) course.serialNumbers.push_back(number);
+        }
+    } else {
+        course.isSettled = true;
+    }
+    refresh(event.key);
+}
+
+// A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
+void UpdateSupervisor::reviewEnded(Update& update) {
+    const UpdateState& state = update.state;
+    const bool hasMoved = state.lastProgress > update.endedAt;
+    // What this process sends belongs to its own update, whoever else was there.
+    const bool isOurs = hasMoved && hasSentSince(state, *_courses[state.key].judged);
+    if (isOurs || (hasMoved && state.mustNotBeStopped() && !isUpdatedElsewhere(state.key))) {
+        reopen(update);
+    } else {
+        correct(update);
+    }
+}
+
+// In every direction, but only by an answer of the same printer that was not there before.
+void UpdateSupervisor::correct(Update& update) {
+    const UpdateState& state = update.state;
+    const Course& course = _courses[state.key];
+    if (!state.isReported || state.attachment != course.judgedAttachment) return;
+    if (!hasOtherFacts(state, *course.judged)) return;
+    const UpdateResult result = judgeByFacts(state, update.expectation);
+    const bool isNews =
+        result != update.verdict.result || reasonFor(result, state, update.expectation) != update.verdict.reason;
+    if (isNews && !isUpdatedElsewhere(state.key)) end(state.key, result);
+}
+
+// Another process of ours updates the printer, or has done so since the verdict was given. What it changes is no news
+// of this update.
+bool UpdateSupervisor::isUpdatedElsewhere(const std::string& key) {
+    Course& course = _courses[key];
+    if (course.isSettled || _services.locks == nullptr) return course.isSettled;
+    const auto holder = _services.locks->heldElsewhere(key);
+    // One that does not answer may be in the middle of it.
+    return course.isSettled = holder && (holder->activity.empty() || holder->activity == kUpdateActivity);
+}
+
+void UpdateSupervisor::reopen(Update& update) {
+    update.verdict = UpdateVerdict{};
+    update.advice.clear();
+    update.replacedBy.clear();
+    _courses[update.state.key].isSettled = false;
+    takeLock(update.state.key); // the printer is at work for this process, whoever else has reserved it meanwhile
+    keepInterface(update.state.key, true);
+    startTicking();
+}
+
+} // namespace zul
