@@ -158,8 +158,8 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     void getUSBProductString();
     void getUSBSerialNumberString();
 
-    /// The USB identifiers of the printers that the object's class is for; none in this class. (The subclass has class operations
-    /// of the plain names.)
+    /// The USB identifiers of the printers that the object's class is for; none in this class. (The subclass has class
+    /// operations of the plain names.)
     virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const;
     virtual std::set<std::uint16_t> supportedProductIDsOfClass() const;
 

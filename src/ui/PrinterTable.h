@@ -15,8 +15,8 @@
 
 namespace zul::ui {
 
-/// The view's selection. Changes that the operator or the controller makes here are reported; those that only mirror the
-/// array controller are not.
+/// The view's selection. Changes that the operator or the controller makes here are reported; those that only mirror
+/// the array controller are not.
 class PrinterTable final : public QObject, public TableOutlet {
     Q_OBJECT
 
