@@ -13,6 +13,7 @@ import cases_gadget  # noqa: E402,F401
 if arguments.zulctl:
     import cases_zulctl  # noqa: F401
     import cases_neighbours  # noqa: F401
+    import cases_restart  # noqa: F401
     import cases_fleet  # noqa: F401
     import cases_storm  # noqa: F401
 else:

@@ -3,6 +3,7 @@
 It shares no code with the programs under test, so what it sees of a gadget is what the kernel sees. It also plays the
 other program that holds a printer.
 """
+import contextlib
 import ctypes
 import fcntl
 import hashlib
@@ -91,6 +92,16 @@ def driver_node(device):
     """The node of the kernel's printer driver, such as /dev/usb/lp0, or nothing."""
     names = [path.name for path in (DEVICES / f"{device}:1.0").glob("usbmisc/lp*")]
     return f"/dev/usb/{names[0]}" if names and os.path.exists(f"/dev/usb/{names[0]}") else None
+
+
+def users(path):
+    """The processes that have this file open: pairs of process id and name, in order."""
+    found = set()
+    for link in pathlib.Path("/proc").glob("[0-9]*/fd/*"):
+        with contextlib.suppress(OSError):  # it has ended meanwhile
+            if os.readlink(link) == path:
+                found.add((int(link.parts[2]), (link.parents[1] / "comm").read_text().strip()))
+    return sorted(found)
 
 
 def plug(gadget, is_in):
