@@ -109,6 +109,13 @@ def plug(gadget, is_in):
     gadget.port_switch.write_text("0" if is_in else "1")
 
 
+def switch_off_and_on(gadget):
+    plug(gadget, False)
+    wait_for(lambda: not gadget.present(), 10, "the printer is off")
+    plug(gadget, True)
+    wait_for(gadget.present, 20, "the printer is on")
+
+
 class Printer:
     """An open printer; claimed after claim()."""
 
