@@ -52,20 +52,21 @@ def _(lab):
     cycles = MANY_CYCLES if lab.is_long else CYCLES
     chance = random.Random(SEED)
     with contextlib.ExitStack() as stack:
-        gadgets = [stack.enter_context(lab.gadget(port, serial=f"ZUL{port:04}")) for port in range(PRINTERS)]
+        gadgets = [stack.enter_context(lab.gadget(port, serial=f"ZUL{port:04}")) for port in range(PRINTERS - 1)]
+        gadgets.append(stack.enter_context(lab.gadget(PRINTERS - 1, serial=f"ZUL{PRINTERS - 1:04}", interfaces=2)))
         watcher = stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch"))
-        everywhere = sorted(gadget.device for gadget in gadgets)
+        everywhere = places(gadgets)
         wait_for(lambda: shown_places(watcher) == everywhere, 60, "the watcher has all printers")
         storm(gadgets, cycles // 10, chance)  # what is made once is made
-        settle(gadgets, watcher, everywhere)
+        settle(gadgets, watcher)
         before = resources(watcher.process)
         started = time.monotonic()
         storm(gadgets, cycles, chance)
         taken = time.monotonic() - started
         plug(gadgets[0], False)
-        settle(gadgets[1:], watcher, everywhere[1:])
+        settle(gadgets[1:], watcher)
         plug(gadgets[0], True)
-        settle(gadgets, watcher, everywhere)
+        settle(gadgets, watcher)
         after = wait_for_resources(watcher.process, before)
         listed = lab.zulctl("--json", "list")
         expect_equal(listed.returncode, DONE, "exit status of list")
@@ -76,9 +77,14 @@ def _(lab):
                    f"{before} before, {after} afterwards")
 
 
-def settle(gadgets, watcher, places):
-    wait_for(lambda: usbfs.printers() == places, 20, "the bus has these printers")
-    wait_for(lambda: shown_places(watcher) == places, 60, "the watcher shows what the bus has")
+def places(gadgets):
+    """Where a list has rows with these printers: one for each interface."""
+    return sorted(gadget.device for gadget in gadgets for _ in range(gadget.interfaces))
+
+
+def settle(gadgets, watcher):
+    wait_for(lambda: usbfs.printers() == sorted({*places(gadgets)}), 20, "the bus has these printers")
+    wait_for(lambda: shown_places(watcher) == places(gadgets), 60, "the watcher shows what the bus has")
 
 
 def wait_for_resources(process, before):

@@ -48,6 +48,7 @@ class Gadget:
         bus = next(pathlib.Path(f"/sys/bus/platform/devices/dummy_hcd.{port}").glob("usb*")).name[3:]
         self.device = f"{bus}-1"
         self.port_switch = usbfs.DEVICES / f"{bus}-0:1.0" / f"usb{bus}-port1" / "disable"
+        self.interfaces = settings.get("interfaces", 1)
         settings = {"restart": 400, "program": 300, "speed": 20000000, **settings}
         text = ",".join([model] + [f"{key}={value}" for key, value in settings.items()])
         command = [lab.vkgadget, text, "--udc", self.udc, "--journal", self.journal, *options]

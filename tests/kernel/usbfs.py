@@ -82,9 +82,9 @@ def node(device):
     return f"/dev/bus/usb/{int(bus or 0):03}/{int(address or 0):03}"
 
 
-def driver(device):
+def driver(device, interface=0):
     """The driver bound to the printer interface, or nothing."""
-    link = DEVICES / f"{device}:1.0" / "driver"
+    link = DEVICES / f"{device}:1.{interface}" / "driver"
     return os.path.basename(os.readlink(link)) if link.is_symlink() else None
 
 

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace zul {
@@ -33,12 +34,14 @@ class GadgetPrinter {
 
   private:
     // On the threads of the port.
-    std::size_t received(const Data& bytes);
+    std::size_t received(std::size_t interface, const Data& bytes);
+    bool waitForTurn(std::size_t interface);
     void configured(bool configured);
     void controlled(const SetupRequest& request, bool answered);
     void takeTime(std::size_t bytes);
-    void send(const VirtualTransfer& transfer);
-    void sendLate(unsigned stay, const Data& bytes);
+    void send(std::size_t interface, const VirtualTransfer& transfer);
+    void sendLate(std::size_t interface, unsigned stay, const Data& bytes);
+    void resetPrinter();
 
     void attach();
     void schedule(const VirtualDeparture& departure);
@@ -55,8 +58,9 @@ class GadgetPrinter {
     const std::shared_ptr<VirtualJournal> _journal;
     std::string _udc;
 
-    std::mutex _mutex; // guards the printer, _stay and _stopping
-    std::condition_variable _stopped;
+    std::mutex _mutex;                  // guards the printer, _writer, _stay and _stopping
+    std::condition_variable _changed;   // any of the last three
+    std::optional<std::size_t> _writer; // the interface whose frame is under way
     VirtualPrinter _printer;
     unsigned _stay = 0; // counts the times on the bus, so that no departure is carried out in a later one
     bool _stopping = false;
