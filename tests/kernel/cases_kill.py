@@ -18,6 +18,7 @@ SLOW_IMAGE = 1_000_000  # bytes per second, so that some kills meet the image
 COMMANDS = 24  # of an update and the questions before it, up to its last table
 LONGEST_PAUSE = 3  # s; as long as the image takes
 IN_THE_IMAGE, BETWEEN_THE_TABLES = (11, 1), (22, 0)  # numbers of commands, and s
+A_TABLE = 20  # number of a command
 IMPATIENT = ("--stall-timeout", "10", "--give-up", "20")
 STARTS = 3  # more of them nobody would make
 
@@ -51,8 +52,8 @@ def message_of(lines):
 
 
 def complete(lab, gadget, message=""):
-    """Does what the message of an update says that has ended, until one is done. How often the printer was switched off
-    and on for it."""
+    """Does what the message of a failed update says, until one is done. How often the printer was switched off and on for
+    it."""
     cycles = 0
     for _ in range(STARTS):
         wait_for(gadget.present, 30, "the printer is on")
@@ -67,10 +68,10 @@ def complete(lab, gadget, message=""):
 
 
 def expect_complete(lab):
-    row, = json.loads(lab.zulctl("--json", "list").stdout)
-    expect_equal((row["firmwareInstalled"], row["interrupted"]), (NEW, None), "the printer's row")
+    """The printer has the new firmware and tables, and nothing is left to be offered."""
     facts = dict(line.split(maxsplit=1) for line in lab.zulctl("info").stdout.splitlines() if " " in line.strip())
-    expect_equal(facts["colorTableVersion"], NEW_TABLES, "version of its tables")
+    expect_equal([facts[name] for name in ("firmwareVersion", "colorTableVersion", "interrupted")],
+                 [NEW, NEW_TABLES, "-"], "the printer's facts")
 
 
 # ---- the program is killed ------------------------------------------------------------------------------------------
@@ -164,8 +165,7 @@ def _(lab):
 
 @case("a printer that is unplugged at any command of its update is completed by following what the programs say")
 def _(lab):
-    chance = random.Random(SEED + 2)
-    numbers = range(1, COMMANDS + 1) if lab.is_long else sorted(chance.sample(range(1, COMMANDS + 1), CUTS))
+    numbers = range(1, COMMANDS + 1) if lab.is_long else [A_TABLE]
     cycles, by_itself = [], 0
     for number in numbers:
         with lab.gadget(fault=f"unplug#{number}") as gadget:
@@ -177,5 +177,5 @@ def _(lab):
                 cycles.append(complete(lab, gadget, message_of(update.lines)))
             expect_one_image_per_stay(gadget)
             expect_complete(lab)
-    lab.report(f"{len(list(numbers))} printers were unplugged at a command, all are complete: {by_itself} by themselves, "
+    lab.report(f"unplugged at a command of their update: {len(numbers)}, all are complete: {by_itself} by themselves, "
                f"{sum(map(bool, cycles))} with a power cycle")
