@@ -260,6 +260,20 @@ def _(lab):
             expect_equal(ask(one, "INFO  FVER"), b"VK14 01.60\r", "first")
 
 
+@case("a gadget with two interfaces takes one frame after the other, and answers each on its own interface")
+def _(lab):
+    with lab.gadget(interfaces=2) as gadget, gadget.open() as first, gadget.open(1) as second:
+        expect_equal(ask(second, "INFO  FVER"), b"VK14 01.60\r", "second interface")
+        whole = frame("STATUS")
+        first.write(whole[:10])
+        first.write(whole[10:20])  # taken only when what came before it has been looked at
+        second.write(frame("INFO  SERIAL_NUMBER"))
+        expect_equal(failure(second), errno.ETIMEDOUT, "read while the other frame is under way")
+        first.write(whole[20:])
+        expect_equal(reply(first), (6, b"00000\r"), "first interface")
+        expect_equal(reply(second), (7, b"000001\r"), "second interface afterwards")
+
+
 @case("a stopped gadget leaves nothing behind and ends with status 0")
 def _(lab):
     for how in (signal.SIGTERM, signal.SIGINT):

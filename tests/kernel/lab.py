@@ -100,8 +100,8 @@ class Gadget:
     def address(self):
         return usbfs.attribute(self.device, "devnum")
 
-    def open(self):
-        printer = usbfs.Printer(self.device)
+    def open(self, interface=0):
+        printer = usbfs.Printer(self.device, interface)
         printer.claim()
         return printer
 

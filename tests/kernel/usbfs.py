@@ -117,12 +117,12 @@ def switch_off_and_on(gadget):
 
 
 class Printer:
-    """An open printer; claimed after claim()."""
+    """An open printer; one of its interfaces is claimed after claim()."""
 
-    def __init__(self, device):
-        self.device = device
+    def __init__(self, device, interface=0):
+        self.device, self._interface = device, interface
         self._fd = os.open(node(device), os.O_RDWR | os.O_CLOEXEC)
-        self.endpoints = sorted(int(path.name[3:], 16) for path in (DEVICES / f"{device}:1.0").glob("ep_*"))
+        self.endpoints = sorted(int(path.name[3:], 16) for path in (DEVICES / f"{device}:1.{interface}").glob("ep_*"))
         self._out = next(address for address in self.endpoints if not address & 0x80)
         self._in = next(address for address in self.endpoints if address & 0x80)
 
@@ -138,12 +138,12 @@ class Printer:
             self._fd = -1
 
     def claim(self):
-        if driver(self.device):
-            fcntl.ioctl(self._fd, _DRIVER_IOCTL, _DriverIoctl(0, _DISCONNECT, None))
-        fcntl.ioctl(self._fd, _CLAIM, ctypes.c_uint(0))
+        if driver(self.device, self._interface):
+            fcntl.ioctl(self._fd, _DRIVER_IOCTL, _DriverIoctl(self._interface, _DISCONNECT, None))
+        fcntl.ioctl(self._fd, _CLAIM, ctypes.c_uint(self._interface))
 
     def release(self):
-        fcntl.ioctl(self._fd, _RELEASE, ctypes.c_uint(0))
+        fcntl.ioctl(self._fd, _RELEASE, ctypes.c_uint(self._interface))
 
     def control_in(self, request_type, request, value, index, length, timeout=1000):
         buffer = ctypes.create_string_buffer(length)
