@@ -118,7 +118,7 @@ def _(lab):
         with gadget.open() as printer:
             printer.write(frame("FW_UPDFLASH_REWRITE"))
             wait_for(lambda: gadget.address() != before, 5, "the printer has left")
-        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the printer is back")
+        wait_for(lambda: gadget.is_back(before), 10, "the printer is back")
         with gadget.open() as printer:
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status in the loader")
             printer.write(frame("INFO  FVER"))
@@ -140,7 +140,7 @@ def enter_loader(gadget):
     before = gadget.address()
     with gadget.open() as printer:
         printer.write(frame("FW_UPDFLASH_REWRITE"))
-    wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the loader is there")
+    wait_for(lambda: gadget.is_back(before), 10, "the loader is there")
 
 
 @case("a loader takes a whole image, tells its status meanwhile and comes back with the new firmware")
@@ -151,7 +151,7 @@ def _(lab):
         with gadget.open() as printer:
             printer.write(frame("FW_UPDFLASH_PROGRAM", image(lab)))
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status while it programs")
-        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the new firmware is there")
+        wait_for(lambda: gadget.is_back(before), 10, "the new firmware is there")
         with gadget.open() as printer:
             expect_equal(ask(printer, "INFO  FVER"), b"VK14 01.61\r", "version")
 
@@ -168,7 +168,7 @@ def _(lab):
             except OSError as error:
                 # Which of these it is depends on how far the kernel is with taking the device away.
                 expect(error.errno in (errno.ENODEV, errno.EIO, errno.EPROTO, errno.ESHUTDOWN), f"write: {error}")
-        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "it is plugged in again")
+        wait_for(lambda: gadget.is_back(before), 10, "it is plugged in again")
         with gadget.open() as printer:
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status")
 

@@ -100,6 +100,10 @@ class Gadget:
     def address(self):
         return usbfs.attribute(self.device, "devnum")
 
+    def is_back(self, before):
+        """It is there with another address than before; while it leaves it has none."""
+        return self.address() not in (None, before) and self.present()
+
     def open(self, interface=0):
         printer = usbfs.Printer(self.device, interface)
         printer.claim()
