@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
@@ -15,6 +16,7 @@ import usbfs
 
 CASES = []
 READER_PATIENCE = 5  # s
+STATE_FOLDER = pathlib.Path("/var/lib/zul-printer-utility")  # of programs that root runs
 
 
 class Skipped(Exception):
@@ -215,6 +217,7 @@ def run_case(lab, number, sentence, function):
     path = lab.folder / f"case-{number:02}.log"
     # What else the machine does may change from case to case.
     usbfs.measure_slowness()
+    shutil.rmtree(STATE_FOLDER, ignore_errors=True)  # printers of other cases had the same ports
     started = time.monotonic()
     with open(path, "wb") as lab.log_file:
         lab.log(f"limits are multiplied by {usbfs.slowness:.2f}")
