@@ -14,7 +14,7 @@ constexpr std::uint8_t kPrinterClass = 7;
 constexpr std::uint8_t kPrinterSubclass = 1;
 constexpr std::uint8_t kBidirectional = 2;
 constexpr std::uint8_t kBulk = 2;
-constexpr std::uint32_t kDescriptorsPerSpeed = 3;
+constexpr std::uint32_t kDescriptorsPerInterface = 3;
 
 void append(Data& data, std::initializer_list<std::uint8_t> bytes) {
     data.insert(data.end(), bytes);
@@ -31,37 +31,42 @@ void setLength(Data& data) {
 void appendEndpoint(Data& data, std::uint8_t address, std::uint16_t packetSize) {
     // clang-format off
     append(data, { 7, kEndpointDescriptor,
-                   address,                                         // only the direction is used; the core picks numbers
+                   address,                                         // unique; the core picks the number that the host sees
                    kBulk,
                    static_cast<std::uint8_t>(packetSize & 0xFF), static_cast<std::uint8_t>(packetSize >> 8),
                    0 });                                            // interval, without meaning for bulk
     // clang-format on
 }
 
-void appendInterface(Data& data, std::uint16_t packetSize) {
+void appendInterface(Data& data, std::uint8_t number, std::uint16_t packetSize) {
     // clang-format off
     append(data, { 9, kInterfaceDescriptor,
-                   0, 0,                                            // number, alternate setting
+                   number,
+                   0,                                               // alternate setting
                    2,                                               // endpoints
                    kPrinterClass, kPrinterSubclass, kBidirectional,
                    0 });                                            // no text
     // clang-format on
-    appendEndpoint(data, 0x01, packetSize);
-    appendEndpoint(data, 0x82, packetSize);
+    appendEndpoint(data, static_cast<std::uint8_t>(2 * number + 1), packetSize);
+    appendEndpoint(data, static_cast<std::uint8_t>(0x80 | (2 * number + 2)), packetSize);
 }
 
 } // namespace
 
-Data functionDescriptors() {
+Data functionDescriptors(int interfaces) {
     Data data;
     appendNumber(data, FUNCTIONFS_DESCRIPTORS_MAGIC_V2);
     appendNumber(data, 0); // length of all, set below
     // Some hosts send the printer class's soft reset to the recipient "other"; without the last flag it would not come.
     appendNumber(data, FUNCTIONFS_HAS_FS_DESC | FUNCTIONFS_HAS_HS_DESC | FUNCTIONFS_ALL_CTRL_RECIP);
-    appendNumber(data, kDescriptorsPerSpeed);
-    appendNumber(data, kDescriptorsPerSpeed);
-    appendInterface(data, kFullSpeedPacketSize);
-    appendInterface(data, kHighSpeedPacketSize);
+    for (int speed = 0; speed < 2; ++speed) {
+        appendNumber(data, kDescriptorsPerInterface * static_cast<std::uint32_t>(interfaces));
+    }
+    for (const std::uint16_t packetSize : {kFullSpeedPacketSize, kHighSpeedPacketSize}) {
+        for (int number = 0; number < interfaces; ++number) {
+            appendInterface(data, static_cast<std::uint8_t>(number), packetSize);
+        }
+    }
     setLength(data);
     return data;
 }

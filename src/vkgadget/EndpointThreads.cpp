@@ -26,19 +26,22 @@ std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize) {
     return std::max(std::min(bytesWanted, kLargestRead) / packetSize * packetSize, packetSize);
 }
 
-EndpointThreads::EndpointThreads(FunctionFs& function, EndpointHandlers handlers)
-    : _function(function), _handlers(std::move(handlers)) {}
+EndpointThreads::EndpointThreads(FunctionFs& function, int interfaces, EndpointHandlers handlers)
+    : _function(function), _handlers(std::move(handlers)), _outgoing(static_cast<std::size_t>(interfaces)) {}
 
 void EndpointThreads::start() {
     letSignalEndSystemCalls(SIGUSR1);
-    run(_workers[0], &EndpointThreads::controlLoop);
-    run(_workers[1], &EndpointThreads::outLoop);
-    run(_workers[2], &EndpointThreads::inLoop);
+    run([this] { controlLoop(); });
+    for (std::size_t interface = 0; interface < _outgoing.size(); ++interface) {
+        run([this, interface] { outLoop(interface); });
+        run([this, interface] { inLoop(interface); });
+    }
 }
 
-void EndpointThreads::run(Worker& worker, void (EndpointThreads::*loop)()) {
-    worker.thread = std::thread([this, &worker, loop] {
-        (this->*loop)();
+void EndpointThreads::run(std::function<void()> loop) {
+    Worker& worker = _workers.emplace_back();
+    worker.thread = std::thread([&worker, loop = std::move(loop)] {
+        loop();
         worker.finished = true;
     });
 }
@@ -60,21 +63,27 @@ void EndpointThreads::stop() {
     }
 }
 
-void EndpointThreads::send(Data transfer) {
-    const std::lock_guard lock(_outgoingMutex);
-    _outgoing.push_back({.data = std::move(transfer), .isStall = false});
-    _outgoingChanged.notify_all();
+void EndpointThreads::send(std::size_t interface, Data transfer) {
+    enqueue(interface, {.data = std::move(transfer), .isStall = false});
 }
 
-void EndpointThreads::stallIn() {
+void EndpointThreads::stallIn(std::size_t interface) {
+    enqueue(interface, {.data = {}, .isStall = true});
+}
+
+void EndpointThreads::enqueue(std::size_t interface, Outgoing outgoing) {
     const std::lock_guard lock(_outgoingMutex);
-    _outgoing.push_back({.data = {}, .isStall = true});
+    _outgoing[interface].push_back(std::move(outgoing));
     _outgoingChanged.notify_all();
 }
 
 void EndpointThreads::dropTransfers() {
+    for (std::size_t interface = 0; interface < _outgoing.size(); ++interface) dropTransfersOf(interface);
+}
+
+void EndpointThreads::dropTransfersOf(std::size_t interface) {
     const std::lock_guard lock(_outgoingMutex);
-    _outgoing.clear();
+    _outgoing[interface].clear();
 }
 
 void EndpointThreads::controlLoop() {
@@ -108,38 +117,39 @@ void EndpointThreads::handleSetup(const SetupRequest& request) {
     }
 }
 
-void EndpointThreads::outLoop() {
+void EndpointThreads::outLoop(std::size_t interface) {
     std::size_t bytesWanted = 0;
     Data buffer;
     while (!_stopping) {
         buffer.resize(readSize(bytesWanted, _packetSize));
-        const int got = _function.readOut(buffer);
+        const int got = _function.readOut(interface, buffer);
         if (got > 0) {
             buffer.resize(static_cast<std::size_t>(got));
-            bytesWanted = _handlers.received(buffer);
+            bytesWanted = _handlers.received(interface, buffer);
         }
         if (got == -ESHUTDOWN) bytesWanted = 0; // a new host begins with a new command
         if (got < 0 && got != -EINTR) std::this_thread::sleep_for(kErrorPause);
     }
 }
 
-std::optional<EndpointThreads::Outgoing> EndpointThreads::nextOutgoing() {
+std::optional<EndpointThreads::Outgoing> EndpointThreads::nextOutgoing(std::size_t interface) {
     std::unique_lock lock(_outgoingMutex);
-    _outgoingChanged.wait(lock, [this] { return _stopping || !_outgoing.empty(); });
+    std::deque<Outgoing>& outgoing = _outgoing[interface];
+    _outgoingChanged.wait(lock, [&] { return _stopping || !outgoing.empty(); });
     if (_stopping) return std::nullopt;
-    Outgoing next = std::move(_outgoing.front());
-    _outgoing.pop_front();
+    Outgoing next = std::move(outgoing.front());
+    outgoing.pop_front();
     return next;
 }
 
-void EndpointThreads::inLoop() {
-    while (const auto next = nextOutgoing()) {
+void EndpointThreads::inLoop(std::size_t interface) {
+    while (const auto next = nextOutgoing(interface)) {
         if (next->isStall) {
-            _function.haltIn();
+            _function.haltIn(interface);
             continue;
         }
         // A transfer that the host did not fetch before it left, or reset the device, is lost, as on a real printer.
-        if (_function.writeIn(next->data, _packetSize) < 0) dropTransfers();
+        if (_function.writeIn(interface, next->data, _packetSize) < 0) dropTransfersOf(interface);
     }
 }
 

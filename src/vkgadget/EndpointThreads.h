@@ -1,4 +1,5 @@
-// The three threads that keep a gadget's endpoints moving: control requests, host to printer, printer to host.
+// The threads that keep a gadget's endpoints moving: one for control requests, and for each interface one from the host
+// to the printer and one from the printer to the host.
 #pragma once
 
 #include "vkgadget/FunctionFs.h"
@@ -10,14 +11,16 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
 namespace zul {
 
-/// Each handler is called on a thread of its own kind, never two of the same kind at once.
+/// Each handler is called on a thread of its own kind; received on one for each interface, so that a call for one
+/// interface may wait for one of another.
 struct EndpointHandlers {
     /// Bytes that the host sent, in order, in pieces of any size. Answers how many more the command under way needs.
     /// The host waits while this takes its time.
-    std::function<std::size_t(const Data& bytes)> received;
+    std::function<std::size_t(std::size_t interface, const Data& bytes)> received;
     /// The host has configured the device (true), or configured it away, reset it or lost it (false).
     std::function<void(bool configured)> configured;
     /// The answer to a control request; nullopt refuses it.
@@ -32,7 +35,7 @@ std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize);
 /// The function must outlive it. Handlers may call send(), stallIn() and dropTransfers().
 class EndpointThreads {
   public:
-    EndpointThreads(FunctionFs& function, EndpointHandlers handlers);
+    EndpointThreads(FunctionFs& function, int interfaces, EndpointHandlers handlers);
     ~EndpointThreads() { stop(); }
     EndpointThreads(const EndpointThreads&) = delete;
     EndpointThreads& operator=(const EndpointThreads&) = delete;
@@ -43,11 +46,11 @@ class EndpointThreads {
     void stop();
 
     /// Queues one transfer to the host: it waits until the host asks for it. Any thread.
-    void send(Data transfer);
+    void send(std::size_t interface, Data transfer);
     /// Queues a stall of the endpoint that the host reads from. Any thread.
-    void stallIn();
+    void stallIn(std::size_t interface);
     /// Stalls the endpoint that the host writes to. Only inside the handler of received bytes.
-    void stallOut() { _function.haltOut(); }
+    void stallOut(std::size_t interface) { _function.haltOut(interface); }
     /// Drops what the host has not fetched yet, but for the transfer that it is fetching. Any thread.
     void dropTransfers();
 
@@ -61,12 +64,14 @@ class EndpointThreads {
         std::atomic<bool> finished{false};
     };
 
-    void run(Worker& worker, void (EndpointThreads::*loop)());
+    void run(std::function<void()> loop);
     void controlLoop();
-    void outLoop();
-    void inLoop();
+    void outLoop(std::size_t interface);
+    void inLoop(std::size_t interface);
     void handleSetup(const SetupRequest& request);
-    std::optional<Outgoing> nextOutgoing();
+    std::optional<Outgoing> nextOutgoing(std::size_t interface);
+    void enqueue(std::size_t interface, Outgoing outgoing);
+    void dropTransfersOf(std::size_t interface);
 
     FunctionFs& _function;
     EndpointHandlers _handlers;
@@ -74,8 +79,8 @@ class EndpointThreads {
     std::atomic<std::size_t> _packetSize{512};
     std::mutex _outgoingMutex;
     std::condition_variable _outgoingChanged;
-    std::deque<Outgoing> _outgoing;
-    Worker _workers[3];
+    std::vector<std::deque<Outgoing>> _outgoing; // by interface
+    std::deque<Worker> _workers;
 };
 
 } // namespace zul

@@ -64,7 +64,8 @@ SetupRequest requestOf(const usb_ctrlrequest& setup) {
 
 } // namespace
 
-FunctionFs::FunctionFs(std::string name) : _name(std::move(name)), _folder(kMountFolder / _name) {}
+FunctionFs::FunctionFs(std::string name, int interfaces)
+    : _name(std::move(name)), _folder(kMountFolder / _name), _pairs(static_cast<std::size_t>(interfaces)) {}
 
 void FunctionFs::open() {
     std::error_code error;
@@ -77,17 +78,19 @@ void FunctionFs::open() {
     }
     _mounted = true;
     _control = openEndpoint(_folder / "ep0");
-    writeBlock(_control.get(), functionDescriptors(), "descriptors");
+    writeBlock(_control.get(), functionDescriptors(static_cast<int>(_pairs.size())), "descriptors");
     writeBlock(_control.get(), functionStrings(), "strings");
-    _out = openEndpoint(_folder / "ep1");
-    // Without a host a write fails instead of waiting: else the next host would get a reply meant for this one. A
-    // transfer that has begun waits all the same.
-    _in = openEndpoint(_folder / "ep2", O_NONBLOCK);
+    int number = 0; // as the descriptors have them
+    for (EndpointPair& pair : _pairs) {
+        pair.out = openEndpoint(_folder / ("ep" + std::to_string(++number)));
+        // Without a host a write fails instead of waiting: else the next host would get a reply meant for this one. A
+        // transfer that has begun waits all the same.
+        pair.in = openEndpoint(_folder / ("ep" + std::to_string(++number)), O_NONBLOCK);
+    }
 }
 
 void FunctionFs::close() {
-    _in.reset();
-    _out.reset();
+    for (EndpointPair& pair : _pairs) pair = {};
     _control.reset();
     if (!_mounted) return;
     _mounted = false;
@@ -123,31 +126,32 @@ void FunctionFs::refuse(const SetupRequest& request) {
         request.isDeviceToHost() ? ::read(_control.get(), &none, 0) : ::write(_control.get(), &none, 0);
 }
 
-int FunctionFs::readOut(Data& buffer) {
-    const ssize_t got = ::read(_out.get(), buffer.data(), buffer.size());
+int FunctionFs::readOut(std::size_t interface, Data& buffer) {
+    const ssize_t got = ::read(_pairs[interface].out.get(), buffer.data(), buffer.size());
     return got < 0 ? -errno : static_cast<int>(got);
 }
 
-int FunctionFs::writeIn(const Data& data, std::size_t packetSize) {
-    if (::write(_in.get(), data.data(), data.size()) < 0) return -errno;
+int FunctionFs::writeIn(std::size_t interface, const Data& data, std::size_t packetSize) {
+    const int fd = _pairs[interface].in.get();
+    if (::write(fd, data.data(), data.size()) < 0) return -errno;
     if (data.empty() || data.size() % packetSize != 0) return 0;
-    return ::write(_in.get(), data.data(), 0) < 0 ? -errno : 0;
+    return ::write(fd, data.data(), 0) < 0 ? -errno : 0;
 }
 
-void FunctionFs::haltIn() {
+void FunctionFs::haltIn(std::size_t interface) {
     // Going against the endpoint's direction is FunctionFS's way of saying "stall".
     std::uint8_t none = 0;
-    [[maybe_unused]] const ssize_t result = ::read(_in.get(), &none, 1);
+    [[maybe_unused]] const ssize_t result = ::read(_pairs[interface].in.get(), &none, 1);
 }
 
-void FunctionFs::haltOut() {
+void FunctionFs::haltOut(std::size_t interface) {
     const std::uint8_t none = 0;
-    [[maybe_unused]] const ssize_t result = ::write(_out.get(), &none, 1);
+    [[maybe_unused]] const ssize_t result = ::write(_pairs[interface].out.get(), &none, 1);
 }
 
 std::size_t FunctionFs::packetSize() const {
     usb_endpoint_descriptor descriptor{};
-    if (::ioctl(_in.get(), FUNCTIONFS_ENDPOINT_DESC, &descriptor) < 0) return kHighSpeedPacketSize;
+    if (::ioctl(_pairs.front().in.get(), FUNCTIONFS_ENDPOINT_DESC, &descriptor) < 0) return kHighSpeedPacketSize;
     return descriptor.wMaxPacketSize & 0x7FF;
 }
 

@@ -1,4 +1,5 @@
-// The function's side of the gadget: a FunctionFS mount with endpoint 0 and the two bulk endpoints as files.
+// The function's side of the gadget: a FunctionFS mount with endpoint 0 and the bulk endpoints of each interface as
+// files.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -8,6 +9,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zul {
 
@@ -28,11 +30,12 @@ struct FunctionEvent {
     SetupRequest setup;
 };
 
-/// Each endpoint has one thread that uses it; the three may be different ones. open() throws GadgetError.
+/// Each endpoint has one thread that uses it; they may all be different ones. Interfaces are counted from 0. open()
+/// throws GadgetError.
 class FunctionFs {
   public:
     /// name is the configfs function's instance.
-    explicit FunctionFs(std::string name);
+    FunctionFs(std::string name, int interfaces);
     ~FunctionFs() { close(); }
     FunctionFs(const FunctionFs&) = delete;
     FunctionFs& operator=(const FunctionFs&) = delete;
@@ -51,25 +54,29 @@ class FunctionFs {
 
     /// Reads what one transfer brings, waiting while no host is there. The size is that of buffer, a multiple of the
     /// packet size. Negative: an errno (EINTR at a signal, ESHUTDOWN when the host or the plug went).
-    int readOut(Data& buffer);
+    int readOut(std::size_t interface, Data& buffer);
     /// Writes data as one transfer and an empty packet when no short packet would end it; returns when the host has it.
     /// 0, or a negative errno (EAGAIN without a host).
-    int writeIn(const Data& data, std::size_t packetSize);
+    int writeIn(std::size_t interface, const Data& data, std::size_t packetSize);
     /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears it; its
     /// transfers there fail at once. On the thread that uses the endpoint, since a call in progress holds it.
-    void haltIn();
-    void haltOut();
+    void haltIn(std::size_t interface);
+    void haltOut(std::size_t interface);
 
     /// Bytes per packet of the bulk endpoints at the speed in use; known from the enable event on.
     std::size_t packetSize() const;
 
   private:
+    struct EndpointPair {
+        ScopedFd out;
+        ScopedFd in;
+    };
+
     std::string _name;
     std::filesystem::path _folder;
     bool _mounted = false;
     ScopedFd _control;
-    ScopedFd _out;
-    ScopedFd _in;
+    std::vector<EndpointPair> _pairs; // by interface; as many as there will be, from the beginning
 };
 
 } // namespace zul

@@ -22,8 +22,9 @@ constexpr std::uint8_t kSelectedNoError = 0x18;
 
 } // namespace
 
-GadgetPort::GadgetPort(std::string name, const GadgetIdentity& identity, PortHandlers handlers)
-    : _handlers(std::move(handlers)), _name(std::move(name)), _gadget(_name, identity), _function(_name) {}
+GadgetPort::GadgetPort(std::string name, const GadgetIdentity& identity, int interfaces, PortHandlers handlers)
+    : _handlers(std::move(handlers)), _name(std::move(name)), _interfaces(interfaces), _gadget(_name, identity),
+      _function(_name, interfaces) {}
 
 void GadgetPort::open() {
     _nameLock = lockName(_name);
@@ -40,7 +41,7 @@ void GadgetPort::open() {
         _handlers.controlled(request, answer.has_value());
         return answer;
     };
-    _threads = std::make_unique<EndpointThreads>(_function, std::move(handlers));
+    _threads = std::make_unique<EndpointThreads>(_function, _interfaces, std::move(handlers));
     _threads->start();
 }
 

@@ -14,10 +14,11 @@
 
 namespace zul {
 
-/// Each is called on a thread of its own.
+/// Each is called on a thread of its own, received on one for each interface.
 struct PortHandlers {
-    /// Bytes from the host, in order. Answers how many more the command under way needs; the host waits meanwhile.
-    std::function<std::size_t(const Data& bytes)> received;
+    /// Bytes from the host, in order for each interface. Answers how many more the command under way needs; the host
+    /// waits meanwhile.
+    std::function<std::size_t(std::size_t interface, const Data& bytes)> received;
     /// The host has configured the device (true) or has reset, left or lost it (false).
     std::function<void(bool configured)> configured;
     /// A control request came and was answered, or not.
@@ -27,7 +28,7 @@ struct PortHandlers {
 /// open, close and setSerialNumber on one thread; the others on any. What fails throws GadgetError.
 class GadgetPort {
   public:
-    GadgetPort(std::string name, const GadgetIdentity& identity, PortHandlers handlers);
+    GadgetPort(std::string name, const GadgetIdentity& identity, int interfaces, PortHandlers handlers);
     ~GadgetPort() { close(); }
     GadgetPort(const GadgetPort&) = delete;
     GadgetPort& operator=(const GadgetPort&) = delete;
@@ -49,11 +50,11 @@ class GadgetPort {
     bool isPlugged() const;
 
     /// One transfer to the host, ended by a short packet.
-    void send(Data transfer) { _threads->send(std::move(transfer)); }
+    void send(std::size_t interface, Data transfer) { _threads->send(interface, std::move(transfer)); }
     /// The host's next read fails at once, and all others until it clears the halt.
-    void stallReads() { _threads->stallIn(); }
+    void stallReads(std::size_t interface) { _threads->stallIn(interface); }
     /// The host's write fails when more of it is still to come, otherwise its next one. Only inside received.
-    void stallWrites() { _threads->stallOut(); }
+    void stallWrites(std::size_t interface) { _threads->stallOut(interface); }
     /// Forgets what the host has not fetched.
     void dropTransfers() { _threads->dropTransfers(); }
 
@@ -63,6 +64,7 @@ class GadgetPort {
     PortHandlers _handlers;
     ScopedFd _nameLock;
     std::string _name;
+    const int _interfaces;
     mutable std::mutex _plugMutex;
     ConfigfsGadget _gadget;
     FunctionFs _function;

@@ -14,6 +14,8 @@ namespace zul {
 
 namespace {
 
+constexpr std::size_t kHeaderSize = 32; // of a frame
+
 GadgetIdentity identityOf(const VirtualPrinter& printer) {
     return {.vendorID = printer.vendorID(),
             .productID = printer.productID(),
@@ -25,7 +27,6 @@ GadgetIdentity identityOf(const VirtualPrinter& printer) {
 } // namespace
 
 std::string problemOfGadget(const VirtualPrinterSettings& settings) {
-    if (settings.interfaces != 1) return "a gadget has one printer interface";
     if (settings.location) return "a gadget's place on the bus is given by --udc, not by \"location\"";
     const auto isHolder = [](const VirtualFault& fault) { return fault.kind == VirtualFaultKind::holder; };
     if (std::any_of(settings.faults.begin(), settings.faults.end(), isHolder)) {
@@ -38,8 +39,8 @@ GadgetPrinter::GadgetPrinter(MainQueue& mainQueue, Clock& clock, VirtualPrinterS
                              const std::string& name, std::shared_ptr<VirtualJournal> journal)
     : _mainQueue(mainQueue), _clock(clock), _settings(std::move(settings)), _journal(std::move(journal)),
       _printer(_settings, [this](const VirtualCommand& command) { sawCommand(command); }),
-      _port(name, identityOf(_printer),
-            {.received = [this](const Data& bytes) { return received(bytes); },
+      _port(name, identityOf(_printer), _settings.interfaces,
+            {.received = [this](std::size_t interface, const Data& bytes) { return received(interface, bytes); },
              .configured = [this](bool isConfigured) { configured(isConfigured); },
              .controlled = [this](const SetupRequest& request, bool answered) { controlled(request, answered); }}) {}
 
@@ -54,13 +55,14 @@ void GadgetPrinter::stop() {
         const std::lock_guard lock(_mutex);
         _stopping = true;
     }
-    _stopped.notify_all();
+    _changed.notify_all();
     _port.close();
 }
 
 // ---- on the threads of the port -------------------------------------------------------------------------------------
 
-std::size_t GadgetPrinter::received(const Data& bytes) {
+std::size_t GadgetPrinter::received(std::size_t interface, const Data& bytes) {
+    if (!waitForTurn(interface)) return 0;
     takeTime(bytes.size());
     VirtualEffects effects;
     std::size_t wanted = 0;
@@ -68,57 +70,77 @@ std::size_t GadgetPrinter::received(const Data& bytes) {
         const std::lock_guard lock(_mutex);
         effects = _printer.receive(bytes);
         wanted = _printer.bytesWanted();
+        // A rest that is as long as a header looks like the next frame's: the other interface may then come in between.
+        if (wanted == kHeaderSize) _writer.reset();
     }
-    for (const VirtualTransfer& transfer : effects.transfers) send(transfer);
-    if (effects.stallsOut) _port.stallWrites();
+    _changed.notify_all();
+    for (const VirtualTransfer& transfer : effects.transfers) send(interface, transfer);
+    if (effects.stallsOut) _port.stallWrites(interface);
     if (effects.departure) schedule(*effects.departure);
     return wanted;
+}
+
+// All interfaces lead to one printer, which could not tell their frames apart. False when the bytes are lost because
+// the printer has left meanwhile.
+bool GadgetPrinter::waitForTurn(std::size_t interface) {
+    std::unique_lock lock(_mutex);
+    const unsigned attachment = _attachCount;
+    _changed.wait(lock, [&] { return _stopping || attachment != _attachCount || !_writer || *_writer == interface; });
+    if (_stopping || attachment != _attachCount) return false;
+    _writer = interface;
+    return true;
+}
+
+void GadgetPrinter::resetPrinter() {
+    {
+        const std::lock_guard lock(_mutex);
+        _printer.reset();
+        _writer.reset();
+    }
+    _changed.notify_all();
 }
 
 void GadgetPrinter::takeTime(std::size_t bytes) {
     // A command takes no measurable time; only what fills packets takes any.
     if (bytes < kHighSpeedPacketSize) return;
     std::unique_lock lock(_mutex);
-    _stopped.wait_for(lock, std::chrono::microseconds(1000000LL * static_cast<long long>(bytes) / _settings.speed),
+    _changed.wait_for(lock, std::chrono::microseconds(1000000LL * static_cast<long long>(bytes) / _settings.speed),
                       [this] { return _stopping; });
 }
 
-void GadgetPrinter::send(const VirtualTransfer& transfer) {
+void GadgetPrinter::send(std::size_t interface, const VirtualTransfer& transfer) {
     if (transfer.isStall) {
-        _port.stallReads();
+        _port.stallReads(interface);
     } else if (transfer.delay.count() == 0) {
-        _port.send(transfer.bytes);
+        _port.send(interface, transfer.bytes);
     } else {
         unsigned attachment = 0;
         {
             const std::lock_guard lock(_mutex);
             attachment = _attachCount;
         }
-        after(transfer.delay, [this, attachment, bytes = transfer.bytes] { sendLate(attachment, bytes); });
+        after(transfer.delay,
+              [this, interface, attachment, bytes = transfer.bytes] { sendLate(interface, attachment, bytes); });
     }
 }
 
 // An answer that was on its way when the printer left is lost, like that of any printer.
-void GadgetPrinter::sendLate(unsigned attachment, const Data& bytes) {
+void GadgetPrinter::sendLate(std::size_t interface, unsigned attachment, const Data& bytes) {
     {
         const std::lock_guard lock(_mutex);
         if (attachment != _attachCount || _stopping) return;
     }
-    _port.send(bytes);
+    _port.send(interface, bytes);
 }
 
 void GadgetPrinter::configured(bool configured) {
-    if (configured) return;
-    const std::lock_guard lock(_mutex);
-    _printer.reset();
+    if (!configured) resetPrinter();
 }
 
 void GadgetPrinter::controlled(const SetupRequest& request, bool answered) {
     journal("control", formatted("%02x %u", unsigned{request.requestType}, unsigned{request.request}),
             answered ? "" : "stall");
-    if (!answered || request.isDeviceToHost()) return;
-    const std::lock_guard lock(_mutex);
-    _printer.reset();
+    if (answered && !request.isDeviceToHost()) resetPrinter();
 }
 
 void GadgetPrinter::sawCommand(const VirtualCommand& command) {
@@ -150,6 +172,7 @@ void GadgetPrinter::attach() {
     {
         const std::lock_guard lock(_mutex);
         _printer.attach();
+        _writer.reset();
         restartsByItself = _printer.departureAfterAttach();
         ++_attachCount;
         deviceID = _printer.answersDeviceID() ? _printer.deviceID() : "";
@@ -182,7 +205,9 @@ void GadgetPrinter::leave(unsigned attachment, const VirtualDeparture& departure
         const std::lock_guard lock(_mutex);
         if (attachment != _attachCount || _stopping) return;
         ++_attachCount;
+        _writer.reset();
     }
+    _changed.notify_all();
     try {
         _port.unplug();
     } catch (const GadgetError& error) {

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace zul {
@@ -34,12 +35,14 @@ class GadgetPrinter {
 
   private:
     // On the threads of the port.
-    std::size_t received(const Data& bytes);
+    std::size_t received(std::size_t interface, const Data& bytes);
+    bool waitForTurn(std::size_t interface);
     void configured(bool configured);
     void controlled(const SetupRequest& request, bool answered);
     void takeTime(std::size_t bytes);
-    void send(const VirtualTransfer& transfer);
-    void sendLate(unsigned attachment, const Data& bytes);
+    void send(std::size_t interface, const VirtualTransfer& transfer);
+    void sendLate(std::size_t interface, unsigned attachment, const Data& bytes);
+    void resetPrinter();
 
     void attach();
     void schedule(const VirtualDeparture& departure);
@@ -57,8 +60,9 @@ class GadgetPrinter {
     const std::shared_ptr<VirtualJournal> _journal;
     std::string _udc;
 
-    std::mutex _mutex; // guards the printer, _attachCount and _stopping
-    std::condition_variable _stopped;
+    std::mutex _mutex;                  // guards the printer, _writer, _attachCount and _stopping
+    std::condition_variable _changed;   // any of the last three
+    std::optional<std::size_t> _writer; // the interface whose frame is under way
     VirtualPrinter _printer;
     unsigned _attachCount = 0; // so that no departure of one attachment is carried out in a later one
     bool _stopping = false;

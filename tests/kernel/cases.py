@@ -13,7 +13,9 @@ import cases_gadget  # noqa: E402,F401
 if arguments.zulctl:
     import cases_zulctl  # noqa: F401
     import cases_neighbours  # noqa: F401
+    import cases_restart  # noqa: F401
     import cases_fleet  # noqa: F401
+    import cases_kill  # noqa: F401
     import cases_storm  # noqa: F401
 else:
     print("kernel: there is no zulctl yet, its cases are left out")

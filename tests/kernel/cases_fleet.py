@@ -1,28 +1,26 @@
-"""Many printers at once beside a print service, a window and other copies of zulctl; and updates that are killed."""
+"""Many printers at once beside a print service, a window and other copies of zulctl."""
 import contextlib
 import json
 import pathlib
-import random
 import shutil
-import signal
 import time
 
 import usbfs
 from lab import Background, case, expect, expect_equal
 from print_service import PrintService
-from usbfs import plug, wait_for
+from usbfs import switch_off_and_on, wait_for
 
 DONE, BUSY = 0, 5
 PRINTERS, FEWER_PRINTERS = 16, 4
-CARRIES_ALL = 3.0  # times slower than a quiet guest; beyond it, images of sixteen printers miss the time-out of a write
+# Times slower than a quiet guest. The write of an image has five seconds, and emulated transfers take their time: up to
+# the first number all images of sixteen printers arrive, beyond the second one too few of them would.
+ALL_ARRIVE, CARRIES_ALL = 1.5, 3.0
+MISSED = ("image not taken", "kIOUSBTransactionTimeout",
+          "the update is not complete: the printer is still in firmware update mode: it did not take the firmware. "
+          "Switch the printer off and on, then start the update again: that completes it.")
 PROGRAM_SLOWLY = 15_000  # ms; long enough for a second update to come while the first one programs the flash
 OLD, NEW = "VK14 01.60", "VK14 01.61"
-ENTER_LOADER, PROGRAM, FIRST_TABLE = "FW_UPDFLASH_REWRITE", "FW_UPDFLASH_PROGRAM", "TBL_WTCTRLD_UPDATE_CW"
-KILLS, MANY_KILLS = 2, 50
-SEED = 20260708
-SLOW_IMAGE = 1_000_000  # bytes per second, so that some kills meet the image
-COMMANDS = 22  # of an update and the questions before it, about
-LONGEST_PAUSE = 3  # s; as long as the image takes
+PROGRAM, FIRST_TABLE = "FW_UPDFLASH_PROGRAM", "TBL_WTCTRLD_UPDATE_CW"
 
 
 def update_command(lab, *more):
@@ -89,7 +87,7 @@ def _(lab):
 
 
 def update_all(lab, gadgets):
-    started = time.monotonic()
+    started, slowness = time.monotonic(), usbfs.slowness
     with lab.start(*update_command(lab, "--all", "--give-up", "600")) as update:
         wait_for(lambda: PROGRAM in gadgets[0].commands() or update.process.poll() is not None, 300,
                  "the slow printer has its image")
@@ -105,9 +103,10 @@ def update_all(lab, gadgets):
         if event["exit"] == DONE:
             expect_equal((event["version"], event["tablesWritten"]), (NEW, 2), event["message"])
         else:
-            # Emulated transfers of sixteen images at once may miss the time-out of a write.
-            expect_equal(event["result"], "image not taken", event["message"])
-            expect("then start the update again: that completes it" in event["message"], event["message"])
+            expect_equal((event["result"], event.get("code"), event["message"]), MISSED, "why it is not complete")
+    usbfs.measure_slowness()
+    if max(slowness, usbfs.slowness) <= ALL_ARRIVE:
+        expect_equal(incomplete, [], "printers without the image on a quiet machine")
     expect_equal(second.returncode, BUSY, "exit status of the second update")
     expect(f"zulctl uses the printer (process {update.process.pid})" in second.stdout + second.stderr,
            "the second update names the first one")
@@ -128,71 +127,3 @@ def complete_all(lab, gadgets):
         images = gadget.commands().count(PROGRAM) - before[gadget.device]
         expect_equal(images, 1 if gadget in left else 0, f"images that the second run sent to {gadget.device}")
         expect_equal(gadget.commands().count(PROGRAM), 1, f"whole images that {gadget.device} has got")
-
-
-def kill_when(lab, gadget, is_time):
-    """kill -9 of an update at this moment; False if the update was over before."""
-    with lab.start(*update_command(lab)) as update:
-        wait_for(lambda: is_time() or update.process.poll() is not None, 240, "the moment of the kill has come")
-        return update.end(signal.SIGKILL) == -signal.SIGKILL
-
-
-@case("an update that was killed at a step is completed by the next update")
-def _(lab):
-    # A step, and how often the printer has come when it has done what the step ordered.
-    for step, arrivals in ((ENTER_LOADER, 2), (PROGRAM, 3), (FIRST_TABLE, 3)):
-        with lab.gadget() as gadget:
-            expect(kill_when(lab, gadget, lambda: step in gadget.commands()), f"{step}: the update was killed")
-            wait_for(lambda: gadget.arrivals() == arrivals and gadget.present(), 20, "the printer is there")
-            listed = lab.zulctl("list").stdout
-            # Right after the order to enter the loader only the loader shows what happened.
-            shown = "start the update to complete it" if step == ENTER_LOADER else "update was interrupted at 20"
-            expect(shown in listed or "update was interrupted at 20" in listed, f"{step}: it is shown: {listed}")
-            result = lab.run(*update_command(lab), timeout=120)
-            expect_equal(result.returncode, DONE, f"{step}: exit status of the completion")
-            expect(NEW in lab.zulctl("info").stdout, f"{step}: the printer has the new version")
-
-
-def switch_off_and_on(gadget):
-    plug(gadget, False)
-    wait_for(lambda: not gadget.present(), 10, "the printer is off")
-    plug(gadget, True)
-    wait_for(gadget.present, 20, "the printer is on")
-
-
-@case("an update that was killed at any moment is completed by following what the next one says")
-def _(lab):
-    chance = random.Random(SEED)
-    kills = MANY_KILLS if lab.is_long else KILLS
-    rounds, killed = [], 0
-    for number in range(kills):
-        with lab.gadget(speed=SLOW_IMAGE, program=1000) as gadget:
-            count, pause = chance.randint(1, COMMANDS), chance.choice((0, chance.uniform(0, LONGEST_PAUSE)))
-            was_killed = kill_when(lab, gadget, lambda: have_come(gadget, count, pause))
-            lab.log(f"kill {number + 1}: {'killed' if was_killed else 'over before'} after {gadget.commands()[-1:]}")
-            killed += was_killed
-            wait_for(gadget.present, 30, "the printer is there")
-            rounds.append(complete(lab, gadget))
-            expect(NEW in lab.zulctl("info").stdout, "the printer has the new version")
-    lab.report(f"{killed} of {kills} updates were killed before their end, all are complete; with a power cycle: "
-               f"{sum(rounds)}")
-
-
-def have_come(gadget, count, pause):
-    """So many commands have come to the printer, and then a while has passed, during which more may have come."""
-    if len(gadget.commands()) < count:
-        return False
-    time.sleep(pause)
-    return True
-
-
-def complete(lab, gadget):
-    """True when the printer had to be switched off and on for it, as it was advised."""
-    command = update_command(lab, "--stall-timeout", "10", "--give-up", "20")
-    result = lab.run(*command, timeout=240)
-    if result.returncode == DONE:
-        return False
-    expect("off and on" in result.stdout, "the advice that helps")
-    switch_off_and_on(gadget)
-    expect_equal(lab.run(*command, timeout=240).returncode, DONE, "exit status after the power cycle")
-    return True

@@ -118,7 +118,7 @@ def _(lab):
         with gadget.open() as printer:
             printer.write(frame("FW_UPDFLASH_REWRITE"))
             wait_for(lambda: gadget.address() != before, 5, "the printer has left")
-        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the printer is back")
+        wait_for(lambda: gadget.is_back(before), 10, "the printer is back")
         with gadget.open() as printer:
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status in the loader")
             printer.write(frame("INFO  FVER"))
@@ -140,7 +140,7 @@ def enter_loader(gadget):
     before = gadget.address()
     with gadget.open() as printer:
         printer.write(frame("FW_UPDFLASH_REWRITE"))
-    wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the loader is there")
+    wait_for(lambda: gadget.is_back(before), 10, "the loader is there")
 
 
 @case("a loader takes a whole image, tells its status meanwhile and comes back with the new firmware")
@@ -151,7 +151,7 @@ def _(lab):
         with gadget.open() as printer:
             printer.write(frame("FW_UPDFLASH_PROGRAM", image(lab)))
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status while it programs")
-        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "the new firmware is there")
+        wait_for(lambda: gadget.is_back(before), 10, "the new firmware is there")
         with gadget.open() as printer:
             expect_equal(ask(printer, "INFO  FVER"), b"VK14 01.61\r", "version")
 
@@ -168,7 +168,7 @@ def _(lab):
             except OSError as error:
                 # Which of these it is depends on how far the kernel is with taking the device away.
                 expect(error.errno in (errno.ENODEV, errno.EIO, errno.EPROTO, errno.ESHUTDOWN), f"write: {error}")
-        wait_for(lambda: gadget.present() and gadget.address() != before, 10, "it is plugged in again")
+        wait_for(lambda: gadget.is_back(before), 10, "it is plugged in again")
         with gadget.open() as printer:
             expect_equal(ask(printer, "STATUS"), b"FU00001\r", "status")
 
@@ -258,6 +258,20 @@ def _(lab):
         with first.open() as one, second.open() as two:
             expect_equal(ask(two, "INFO  FVER"), b"VK14 01.59\r", "second")
             expect_equal(ask(one, "INFO  FVER"), b"VK14 01.60\r", "first")
+
+
+@case("a gadget with two interfaces takes one frame after the other, and answers each on its own interface")
+def _(lab):
+    with lab.gadget(interfaces=2) as gadget, gadget.open() as first, gadget.open(1) as second:
+        expect_equal(ask(second, "INFO  FVER"), b"VK14 01.60\r", "second interface")
+        whole = frame("STATUS")
+        first.write(whole[:10])
+        first.write(whole[10:20])  # taken only when what came before it has been looked at
+        second.write(frame("INFO  SERIAL_NUMBER"))
+        expect_equal(failure(second), errno.ETIMEDOUT, "read while the other frame is under way")
+        first.write(whole[20:])
+        expect_equal(reply(first), (6, b"00000\r"), "first interface")
+        expect_equal(reply(second), (7, b"000001\r"), "second interface afterwards")
 
 
 @case("a stopped gadget leaves nothing behind and ends with status 0")

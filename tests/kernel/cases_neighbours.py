@@ -1,4 +1,6 @@
 """Other programs on the printer: the kernel's printer driver, a print service, and whoever else reads it."""
+import json
+import re
 import subprocess
 import time
 
@@ -11,7 +13,9 @@ DONE, BUSY = 0, 5
 JOB_BYTES = 400_000
 JOB_SPEED = 20_000  # bytes per second; the job takes twenty seconds, unless it is cancelled
 IN_USE = "In use by other application"
-NOT_UPDATED = "not updated: another program uses the printer"
+WAIT_FOR_JOB = "Wait until the job is printed. Then start the update again."
+CLOSE_PROGRAM = "Close that program or wait until it has finished. Then start the update again."
+UPDATED = "updated from VK14 01.60 to VK14 01.61, 2 color tables written"
 OPENED_WITHIN = 1.0  # s
 
 
@@ -44,16 +48,30 @@ class Job:
         return self.process.wait()
 
 
+def expect_row(lab, holder):
+    """The one printer of the list is in use by this holder, and nothing has been read from it."""
+    listed = lab.zulctl("--json", "list")
+    expect_equal(listed.returncode, DONE, "exit status of list")
+    row, = json.loads(listed.stdout)
+    expect_equal((row["status"], row["holder"], row["firmwareInstalled"]), (IN_USE, holder, None), "row")
+
+
+def expect_refused(lab, reason):
+    refused = lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", "--give-up", "5")
+    expect_equal(refused.returncode, BUSY, "exit status of update")
+    last = refused.stdout.splitlines()[-1]
+    expect(re.fullmatch(re.escape(f"VK14 (1-1): not updated: {reason}") + r" \(\d+\.\d s\)", last), f"the reason: {last}")
+
+
 @case("a print job through the kernel's driver goes on while the printer is listed, and an update is refused with 5")
 def _(lab):
     with lab.gadget() as gadget, Job(lab, gadget) as job:
+        named = f"it is printing (cat, process {job.process.pid})"
         listed = lab.zulctl("list")
         expect_equal(listed.returncode, DONE, "exit status of list")
-        expect("VK14" in listed.stdout and IN_USE in listed.stdout, "the row says that it is in use")
-        refused = lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", "--give-up", "5")
-        expect_equal(refused.returncode, BUSY, "exit status of update")
-        named = f"not updated: it is printing (cat, process {job.process.pid})"
-        expect(NOT_UPDATED in refused.stdout or named in refused.stdout, "the reason is said")
+        expect(f"{IN_USE}: {named}  " in listed.stdout, "the row names the job")
+        expect_row(lab, {"kind": "print job", "program": "cat", "pid": job.process.pid})
+        expect_refused(lab, f"{named}. {WAIT_FOR_JOB}")
         expect_equal(usbfs.driver(gadget.device), "usblp", "driver of the interface")
         job.write(b"page 2\n")
         expect_equal(job.end(), 0, "exit status of the job")
@@ -86,7 +104,7 @@ def _(lab):
                 expect_equal(job.end(), 0, "exit status of the job")
 
 
-@case("a job of the print service is left alone and named, and the printer is updated when it has ended")
+@case("a job of the print service is left alone and named, and the printer answers when it has ended")
 def _(lab):
     with lab.gadget(serial="ZUL0042", speed=JOB_SPEED) as gadget, PrintService(lab) as service:
         address = next(one for one in service.addresses() if "VK14" in one)
@@ -95,12 +113,9 @@ def _(lab):
         file.write_bytes(b"page\n" * (JOB_BYTES // 5))
         service.print_file("photos", file)
         wait_for(lambda: usbfs.driver(gadget.device) == "usbfs", 30, "the back end has the interface")
-        listed = lab.zulctl("--json", "list")
-        expect_equal(listed.returncode, DONE, "exit status of list")
-        expect(IN_USE in listed.stdout, "the row says that it is in use")
-        refused = lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", "--give-up", "5")
-        expect_equal(refused.returncode, BUSY, "exit status of update beside the job")
-        expect(NOT_UPDATED in refused.stdout, "the reason is said")
+        (pid, name), = usbfs.users(usbfs.node(gadget.device))
+        expect_row(lab, {"kind": "program", "program": name, "pid": pid})
+        expect_refused(lab, f"another program uses the printer ({name}, process {pid}). {CLOSE_PROGRAM}")
         expect_equal(usbfs.driver(gadget.device), "usbfs", "the back end still has the interface")
         expect_equal(gadget.commands(), [], "what was sent to the printer beside the job")
         service.cancel_all()
@@ -151,4 +166,4 @@ def _(lab):
     with lab.gadget(), WithoutUdevd(lab):
         result = lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", timeout=120)
         expect_equal(result.returncode, DONE, "exit status")
-        expect("updated from VK14 01.60 to VK14 01.61, 2 color tables written" in result.stdout, "it is reported")
+        expect(UPDATED in result.stdout, "it is reported")

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import random
+import signal
 import time
 
 import usbfs
@@ -12,8 +13,9 @@ from usbfs import plug, wait_for
 
 DONE = 0
 PRINTERS = 4
-CYCLES, MANY_CYCLES = 50, 1000
+CYCLES, MANY_CYCLES = 40, 1000
 LONGEST_GAP = 0.4  # s
+SWAPS, MANY_SWAPS = 3, 150
 SEED = 20260707
 
 
@@ -50,20 +52,21 @@ def _(lab):
     cycles = MANY_CYCLES if lab.is_long else CYCLES
     chance = random.Random(SEED)
     with contextlib.ExitStack() as stack:
-        gadgets = [stack.enter_context(lab.gadget(port, serial=f"ZUL{port:04}")) for port in range(PRINTERS)]
+        gadgets = [stack.enter_context(lab.gadget(port, serial=f"ZUL{port:04}")) for port in range(PRINTERS - 1)]
+        gadgets.append(stack.enter_context(lab.gadget(PRINTERS - 1, serial=f"ZUL{PRINTERS - 1:04}", interfaces=2)))
         watcher = stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch"))
-        everywhere = sorted(gadget.device for gadget in gadgets)
+        everywhere = places(gadgets)
         wait_for(lambda: shown_places(watcher) == everywhere, 60, "the watcher has all printers")
         storm(gadgets, cycles // 10, chance)  # what is made once is made
-        settle(gadgets, watcher, everywhere)
+        settle(gadgets, watcher)
         before = resources(watcher.process)
         started = time.monotonic()
         storm(gadgets, cycles, chance)
         taken = time.monotonic() - started
         plug(gadgets[0], False)
-        settle(gadgets[1:], watcher, everywhere[1:])
+        settle(gadgets[1:], watcher)
         plug(gadgets[0], True)
-        settle(gadgets, watcher, everywhere)
+        settle(gadgets, watcher)
         after = wait_for_resources(watcher.process, before)
         listed = lab.zulctl("--json", "list")
         expect_equal(listed.returncode, DONE, "exit status of list")
@@ -74,12 +77,80 @@ def _(lab):
                    f"{before} before, {after} afterwards")
 
 
-def settle(gadgets, watcher, places):
-    wait_for(lambda: usbfs.printers() == places, 20, "the bus has these printers")
-    wait_for(lambda: shown_places(watcher) == places, 60, "the watcher shows what the bus has")
+def places(gadgets):
+    """Where a list has rows with these printers: one for each interface."""
+    return sorted(gadget.device for gadget in gadgets for _ in range(gadget.interfaces))
+
+
+def settle(gadgets, watcher):
+    wait_for(lambda: usbfs.printers() == sorted({*places(gadgets)}), 20, "the bus has these printers")
+    wait_for(lambda: shown_places(watcher) == places(gadgets), 60, "the watcher shows what the bus has")
 
 
 def wait_for_resources(process, before):
     """Threads and files of the last arrivals go when their questions are over."""
     return wait_for(lambda: all(now <= then for now, then in zip(resources(process), before)) and resources(process),
                     60, f"the watcher has no more files and threads than {before}")
+
+
+def versions_by_place(watcher):
+    """The version of each printer that a watcher shows now."""
+    versions = {}
+    for line in watcher.lines:
+        event = json.loads(line)
+        if event["event"] in ("arrived", "departed"):
+            versions.pop(event["location"], None)
+        elif event.get("key") == "firmwareVersion":
+            versions[event["location"]] = event["value"]
+    return versions
+
+
+def take_out(gadget, how):
+    """Switches a printer off (SIGKILL), or unplugs it in good order."""
+    gadget.stop(how)
+    wait_for(lambda: not gadget.present(), 10, "the port is empty")
+
+
+def plug_in(lab, stack, port, version):
+    return stack.enter_context(lab.gadget(port, serial=version[-2:], firmware=version))
+
+
+def swap(lab, stack, gadgets, chance, versions):
+    """Both printers leave, and each comes back at the other's port; the order, the gaps and the way are chance."""
+    for gadget in chance.sample(gadgets, 2):
+        take_out(gadget, chance.choice((signal.SIGTERM, signal.SIGKILL)))
+        time.sleep(chance.uniform(0, LONGEST_GAP))
+    versions.reverse()
+    swapped = [None, None]
+    for port in chance.sample((0, 1), 2):
+        swapped[port] = plug_in(lab, stack, port, versions[port])
+        time.sleep(chance.uniform(0, LONGEST_GAP))
+    return swapped
+
+
+@case("printers that swap their ports, some by a loss of power, are shown where they are in the end")
+def _(lab):
+    swaps = MANY_SWAPS if lab.is_long else SWAPS
+    chance = random.Random(SEED + 1)
+    versions = ["VK14 01.58", "VK14 01.59"]  # by which each is recognised
+    with contextlib.ExitStack() as stack:
+        gadgets = [plug_in(lab, stack, port, versions[port]) for port in range(2)]
+        watcher = stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch"))
+        before, started = None, time.monotonic()
+        for _ in range(swaps):
+            gadgets = swap(lab, stack, gadgets, chance, versions)
+            before = before or settled_resources(watcher, gadgets, versions)  # what is made once is made
+        after = settled_resources(watcher, gadgets, versions, before)
+        rows = json.loads(lab.zulctl("--json", "list").stdout)
+        expect_equal({row["location"]: row["firmwareInstalled"] for row in rows},
+                     {gadget.device: version for gadget, version in zip(gadgets, versions)}, "the list")
+        lab.report(f"{swaps} swaps of two ports in {time.monotonic() - started:.0f} s; open files and threads of the "
+                   f"watcher: {before} before, {after} afterwards")
+
+
+def settled_resources(watcher, gadgets, versions, before=None):
+    """Open files and threads of a watcher that shows each printer where it is."""
+    wanted = {gadget.device: version for gadget, version in zip(gadgets, versions)}
+    wait_for(lambda: usbfs.printers() == sorted(wanted), 20, "the bus has these printers")
+    wait_for(lambda: versions_by_place(watcher) == wanted, 60, "the watcher shows each where it is")
+    return wait_for_resources(watcher.process, before) if before else resources(watcher.process)

@@ -5,6 +5,7 @@
 #include "vkgadget/GadgetPrinter.h"
 
 #include <doctest/doctest.h>
+#include <set>
 #include <utility>
 
 using namespace zul;
@@ -28,26 +29,28 @@ TEST_CASE("a large payload is read in moderate pieces of whole packets") {
 }
 
 TEST_CASE("a gadget refuses settings that only an embedded printer can have") {
-    for (const char* text : {"VK14,interfaces=2", "VK14,location=1-3", "VK14,fault=holder#1"}) {
+    for (const char* text : {"VK14,location=1-3", "VK14,fault=holder#1"}) {
         const auto parsed = parseVirtualPrinter(text);
         REQUIRE(parsed.settings);
         CHECK(problemOfGadget(*parsed.settings) != "");
     }
-    const auto parsed = parseVirtualPrinter("VK14,restart=500,fault=unplug@FW_UPDFLASH_PROGRAM");
+    const auto parsed = parseVirtualPrinter("VK14,interfaces=2,restart=500,fault=unplug@FW_UPDFLASH_PROGRAM");
     REQUIRE(parsed.settings);
     CHECK(problemOfGadget(*parsed.settings) == "");
 }
 
-TEST_CASE("the descriptors' block announces its own length and three descriptors for each of two speeds") {
-    const Data block = functionDescriptors();
-    CHECK(block.size() == 20 + 2 * (9 + 7 + 7));
-    CHECK(block[4] == block.size());
-    CHECK(block[12] == 3);
-    CHECK(block[16] == 3);
+TEST_CASE("the descriptors' block announces its own length and three descriptors for each interface and speed") {
+    for (const int interfaces : {1, 2}) {
+        const Data block = functionDescriptors(interfaces);
+        CHECK(block.size() == static_cast<std::size_t>(20 + 2 * interfaces * (9 + 7 + 7)));
+        CHECK(block[4] == block.size());
+        CHECK(block[12] == 3 * interfaces);
+        CHECK(block[16] == 3 * interfaces);
+    }
 }
 
 TEST_CASE("each speed has one printer interface with a bulk endpoint in each direction") {
-    const Data block = functionDescriptors();
+    const Data block = functionDescriptors(1);
     for (const auto& [start, packetSize] : {std::pair{20U, 64U}, std::pair{43U, 512U}}) {
         CHECK(Data(block.begin() + start, block.begin() + start + 9) == Data{9, 4, 0, 0, 2, 7, 1, 2, 0});
         for (const unsigned endpoint : {start + 9, start + 16}) {
@@ -56,5 +59,19 @@ TEST_CASE("each speed has one printer interface with a bulk endpoint in each dir
         }
         CHECK((block[start + 11] & 0x80) == 0);
         CHECK((block[start + 18] & 0x80) == 0x80);
+    }
+}
+
+TEST_CASE("a second interface has a number and endpoints of its own") {
+    const Data block = functionDescriptors(2);
+    for (const unsigned start : {20U, 66U}) {
+        const unsigned second = start + 9 + 7 + 7;
+        CHECK(block[start + 2] == 0);
+        CHECK(block[second + 2] == 1);
+        const std::set<unsigned> addresses = {block[start + 11], block[start + 18], block[second + 11],
+                                              block[second + 18]};
+        CHECK(addresses.size() == 4);
+        CHECK((block[second + 11] & 0x80) == 0);
+        CHECK((block[second + 18] & 0x80) == 0x80);
     }
 }

@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import shutil
 import signal
 import subprocess
 import sys
@@ -15,6 +16,7 @@ import usbfs
 
 CASES = []
 READER_PATIENCE = 5  # s
+STATE_FOLDER = pathlib.Path("/var/lib/zul-printer-utility")  # of programs that root runs
 
 
 class Skipped(Exception):
@@ -48,6 +50,7 @@ class Gadget:
         bus = next(pathlib.Path(f"/sys/bus/platform/devices/dummy_hcd.{port}").glob("usb*")).name[3:]
         self.device = f"{bus}-1"
         self.port_switch = usbfs.DEVICES / f"{bus}-0:1.0" / f"usb{bus}-port1" / "disable"
+        self.interfaces = settings.get("interfaces", 1)
         settings = {"restart": 400, "program": 300, "speed": 20000000, **settings}
         text = ",".join([model] + [f"{key}={value}" for key, value in settings.items()])
         command = [lab.vkgadget, text, "--udc", self.udc, "--journal", self.journal, *options]
@@ -99,8 +102,12 @@ class Gadget:
     def address(self):
         return usbfs.attribute(self.device, "devnum")
 
-    def open(self):
-        printer = usbfs.Printer(self.device)
+    def is_back(self, before):
+        """It is there with another address than before; while it leaves it has none."""
+        return self.address() not in (None, before) and self.present()
+
+    def open(self, interface=0):
+        printer = usbfs.Printer(self.device, interface)
         printer.claim()
         return printer
 
@@ -210,6 +217,7 @@ def run_case(lab, number, sentence, function):
     path = lab.folder / f"case-{number:02}.log"
     # What else the machine does may change from case to case.
     usbfs.measure_slowness()
+    shutil.rmtree(STATE_FOLDER, ignore_errors=True)  # printers of other cases had the same ports
     started = time.monotonic()
     with open(path, "wb") as lab.log_file:
         lab.log(f"limits are multiplied by {usbfs.slowness:.2f}")

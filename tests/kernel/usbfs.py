@@ -3,6 +3,7 @@
 It shares no code with the programs under test, so what it sees of a gadget is what the kernel sees. It also plays the
 other program that holds a printer.
 """
+import contextlib
 import ctypes
 import fcntl
 import hashlib
@@ -81,9 +82,9 @@ def node(device):
     return f"/dev/bus/usb/{int(bus or 0):03}/{int(address or 0):03}"
 
 
-def driver(device):
+def driver(device, interface=0):
     """The driver bound to the printer interface, or nothing."""
-    link = DEVICES / f"{device}:1.0" / "driver"
+    link = DEVICES / f"{device}:1.{interface}" / "driver"
     return os.path.basename(os.readlink(link)) if link.is_symlink() else None
 
 
@@ -93,18 +94,35 @@ def driver_node(device):
     return f"/dev/usb/{names[0]}" if names and os.path.exists(f"/dev/usb/{names[0]}") else None
 
 
+def users(path):
+    """The processes that have this file open: pairs of process id and name, in order."""
+    found = set()
+    for link in pathlib.Path("/proc").glob("[0-9]*/fd/*"):
+        with contextlib.suppress(OSError):  # it has ended meanwhile
+            if os.readlink(link) == path:
+                found.add((int(link.parts[2]), (link.parents[1] / "comm").read_text().strip()))
+    return sorted(found)
+
+
 def plug(gadget, is_in):
     """As if somebody pulled its plug, or put it in."""
     gadget.port_switch.write_text("0" if is_in else "1")
 
 
-class Printer:
-    """An open printer; claimed after claim()."""
+def switch_off_and_on(gadget):
+    plug(gadget, False)
+    wait_for(lambda: not gadget.present(), 10, "the printer is off")
+    plug(gadget, True)
+    wait_for(gadget.present, 20, "the printer is on")
 
-    def __init__(self, device):
-        self.device = device
+
+class Printer:
+    """An open printer; one of its interfaces is claimed after claim()."""
+
+    def __init__(self, device, interface=0):
+        self.device, self._interface = device, interface
         self._fd = os.open(node(device), os.O_RDWR | os.O_CLOEXEC)
-        self.endpoints = sorted(int(path.name[3:], 16) for path in (DEVICES / f"{device}:1.0").glob("ep_*"))
+        self.endpoints = sorted(int(path.name[3:], 16) for path in (DEVICES / f"{device}:1.{interface}").glob("ep_*"))
         self._out = next(address for address in self.endpoints if not address & 0x80)
         self._in = next(address for address in self.endpoints if address & 0x80)
 
@@ -120,12 +138,12 @@ class Printer:
             self._fd = -1
 
     def claim(self):
-        if driver(self.device):
-            fcntl.ioctl(self._fd, _DRIVER_IOCTL, _DriverIoctl(0, _DISCONNECT, None))
-        fcntl.ioctl(self._fd, _CLAIM, ctypes.c_uint(0))
+        if driver(self.device, self._interface):
+            fcntl.ioctl(self._fd, _DRIVER_IOCTL, _DriverIoctl(self._interface, _DISCONNECT, None))
+        fcntl.ioctl(self._fd, _CLAIM, ctypes.c_uint(self._interface))
 
     def release(self):
-        fcntl.ioctl(self._fd, _RELEASE, ctypes.c_uint(0))
+        fcntl.ioctl(self._fd, _RELEASE, ctypes.c_uint(self._interface))
 
     def control_in(self, request_type, request, value, index, length, timeout=1000):
         buffer = ctypes.create_string_buffer(length)
