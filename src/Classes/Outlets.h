@@ -62,6 +62,7 @@ struct AlertDescription {
     bool isSuppressionHidden = true;
     bool isModal = false;         // application-modal; otherwise a sheet on the main window
     std::string printerKey = {};  // which printer asks (keyUSBdevice)
+    std::uint32_t attachment = 0; // token of the service that the printer object was made for; 0: no object asks
     std::string printerName = {}; // how it is called (model, serial number, location)
 };
 

@@ -72,6 +72,7 @@ AlertDescription TBUSBPrinterZUL::completed(AlertDescription alert) const {
     if (alert.buttons.size() == 1) alert.escapeButton = 0;
     alert.iconName = image().value_or("");
     alert.printerKey = keyUSBdevice();
+    alert.attachment = creationToken();
     alert.printerName = nameOf(*this);
     return alert;
 }

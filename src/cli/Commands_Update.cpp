@@ -30,7 +30,9 @@ std::string sentenceOf(const Update& update) {
     const UpdateVerdict& verdict = update.verdict;
     switch (verdict.result) {
     case UpdateResult::succeeded:
-        return formatted("updated from %s to %s, %d color tables written", textOrNull(update.state.previousVersion),
+        // A printer that was found in its loader could not report its version before.
+        return formatted("updated%s to %s, %d color tables written",
+                         update.state.previousVersion ? " from " + *update.state.previousVersion : "",
                          textOrNull(update.state.currentVersion), update.state.tablesWritten);
     case UpdateResult::upToDate:
         return "up to date: " + verdict.reason;

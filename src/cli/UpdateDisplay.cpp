@@ -63,6 +63,7 @@ bool UpdateDisplay::isNews(const UpdateState& state, Clock::TimePoint now) {
         shown += '/' + std::to_string(100ULL * state.bytesDone / state.bytesTotal / kPlainStep);
     }
     if (state.phase == UpdatePhase::restarted && state.isWaitingUntilReady()) shown += '/' + state.rawStatus;
+    if (state.holder) shown += '/' + describeHolder(*state.holder);
     shown += '/' + std::to_string((now - state.phaseBegun) / kPlainRepeat);
     return std::exchange(_shown[state.key], shown) != shown;
 }

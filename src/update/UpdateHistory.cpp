@@ -333,15 +333,16 @@ UpdateHistory::Records UpdateHistory::records(const UpdateFilter& filter) {
 
 UpdateHistory::Records UpdateHistory::lastFailures() {
     Records found = records({.limit = kRecordsToLookAt});
-    std::vector<UpdateRecord> last; // of each printer
-    for (UpdateRecord& record : found.records) {
-        const auto isSame = [&](const UpdateRecord& one) { return isSamePrinter(one, record); };
-        const bool hasChanged = record.hasSentCommands() && !record.wasRefused();
-        if (hasChanged && std::ranges::none_of(last, isSame)) last.push_back(std::move(record));
+    std::erase_if(found.records,
+                  [](const UpdateRecord& record) { return !record.hasSentCommands() || record.wasRefused(); });
+    // Each is compared with all newer ones: one without a serial number may be the same printer as two others that are
+    // not the same as each other.
+    std::vector<UpdateRecord> last;
+    for (auto record = found.records.begin(); record != found.records.end(); ++record) {
+        const auto isSame = [&](const UpdateRecord& newer) { return isSamePrinter(newer, *record); };
+        const bool isFailure = !record->verdicts.empty() && !record->verdicts.back().isSuccess && !record->closedBy;
+        if (isFailure && std::none_of(found.records.begin(), record, isSame)) last.push_back(*record);
     }
-    std::erase_if(last, [](const UpdateRecord& record) {
-        return record.verdicts.empty() || record.verdicts.back().isSuccess || record.closedBy;
-    });
     found.records = std::move(last);
     return found;
 }

@@ -122,7 +122,7 @@ void UpdateRecorder::noteState(const UpdateState& state) {
     });
 }
 
-void UpdateRecorder::complete(const UpdateState& state, RecordedVerdict verdict) {
+void UpdateRecorder::complete(const UpdateState& state, RecordedVerdict verdict, const std::string& serial) {
     if (!_courses.contains(state.key)) return;
     noteState(state);
     verdict.given = wallTime(_clock.now());
@@ -130,10 +130,11 @@ void UpdateRecorder::complete(const UpdateState& state, RecordedVerdict verdict)
     verdict.tablesWritten = state.tablesWritten;
     verdict.tables = state.tables;
     verdict.retries = std::max(state.imagesSent - 1, 0);
-    perform([key = state.key, verdict = std::move(verdict), before = state.previousVersion](Storage& storage) {
+    UpdateChanges changes;
+    changes.versionBefore = state.previousVersion;
+    if (!serial.empty()) changes.serial = serial;
+    perform([key = state.key, verdict = std::move(verdict), changes = std::move(changes)](Storage& storage) {
         const std::int64_t id = storage.ids[key];
-        UpdateChanges changes;
-        changes.versionBefore = before;
         const std::string problem = storage.history.update(id, changes);
         const std::string other = storage.history.complete(id, verdict);
         return other.empty() ? problem : other;

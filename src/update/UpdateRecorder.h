@@ -33,8 +33,8 @@ class UpdateRecorder {
     void begin(const std::string& key, UpdateRecord record, Block stored);
     /// Stores the phases that are new since the last call.
     void noteState(const UpdateState& state);
-    /// Stores the verdict, or a correction of it.
-    void complete(const UpdateState& state, RecordedVerdict verdict);
+    /// Stores the verdict, or a correction of it. serial: the printer's, if it is known now; empty keeps the record's.
+    void complete(const UpdateState& state, RecordedVerdict verdict, const std::string& serial = {});
 
     /// What earlier runs have left, of each kind the newest first.
     struct Unfinished {

@@ -224,7 +224,9 @@ void UpdateSupervisor::beginAlert(AlertDescription alert) {
 void UpdateSupervisor::answered(const AlertDescription& alert, int answer) {
     const std::string& key = alert.printerKey;
     --_courses[key].pendingAlerts;
-    _monitor.touch(key); // what a person thinks about is no silence of the printer
+    // While a person thinks about it the printer is not silent.
+    if (const auto update = _updates.find(key); update != _updates.end() && update->second.isOpen())
+        _monitor.touch(key);
     if (alert.kind == AlertKind::loaderFound && answer == kAlertSecondButton) {
         adoptThen(alert, answer);
         return;
@@ -250,6 +252,8 @@ void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
         if (alert.completion) alert.completion(answer); // it has left meanwhile, which the engine knows
         return;
     }
+    // It has left and come back since: its new object asks the same question, and only that answer can start it.
+    if (alert.attachment != printer->creationToken()) return;
     _monitor.endUpdate(key); // what an earlier update came to says nothing about this one
     adopt(key);
     if (const auto result = whatForbids(key, *printer)) {
@@ -308,9 +312,8 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     const auto holder = _monitor.holder(event.key);
     _monitor.printerEvent(event);
     if (holder != _monitor.holder(event.key)) {
-        _services.mainQueue.async([weak = std::weak_ptr(_self)] {
-            const auto self = weak.lock();
-            if (self && (*self)->_observer != nullptr) (*self)->_observer->conditionsMayHaveChanged();
+        _services.mainQueue.async([weak = std::weak_ptr(_self), key = event.key] {
+            if (const auto self = weak.lock()) (*self)->handleHolder(key);
         });
     }
     const bool isForMain = isNew || std::holds_alternative<events::Declined>(event.what) ||
@@ -320,6 +323,16 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     _services.mainQueue.async([weak = std::weak_ptr(_self), event] {
         if (const auto self = weak.lock()) (*self)->handleEvent(event);
     });
+}
+
+// What another process of ours changes in a printer while it has it is no news of an update that has ended here. This
+// process learns of the change only when it may open the printer again.
+void UpdateSupervisor::handleHolder(const std::string& key) {
+    const auto holder = _monitor.holder(key);
+    const auto found = _updates.find(key);
+    const bool isUpdated = holder && holder->kind == InterfaceHolder::Kind::ownProgram && mayUpdate(*holder);
+    if (isUpdated && found != _updates.end() && !found->second.isOpen()) _courses[key].isSettled = true;
+    if (_observer != nullptr) _observer->conditionsMayHaveChanged();
 }
 
 void UpdateSupervisor::handleEvent(const PrinterEvent& event) {

@@ -187,6 +187,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void showPhaseToOthers(const Update& update);
     void record(const std::string& key, Block stored);
     UpdateRecord recordOf(const Update& update) const;
+    std::string serialAfterSuccess(const Update& update) const;
     void completeRecord(Update& update);
     void learnUsual(const std::string& key);
     const UpdateRecord* incompleteRecord(TBUSBPrinterZUL& printer) const;
@@ -207,6 +208,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void keepInterface(const std::string& key, bool isKept);
     void releaseInterface(const std::string& key);
 
+    void handleHolder(const std::string& key);
     void handleEvent(const PrinterEvent& event);
     void handleDeclined(const std::string& key, AlertKind question);
     std::vector<std::string> serialNumbersOf(const TBUSBPrinterZUL& printer) const;
@@ -226,6 +228,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void reportMissingIdentity(const Update& update);
     void reviewEnded(Update& update);
     void correct(Update& update);
+    static bool mayUpdate(const InterfaceHolder& holder);
     bool isUpdatedElsewhere(const std::string& key);
     void reopen(Update& update);
     void showFlags(Update& update);

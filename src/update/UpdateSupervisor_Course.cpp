@@ -140,7 +140,8 @@ std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     if (result) return result;
     if (update.isStopRequested && (canBeLeft(state) || now() >= _courses[state.key].stopDeadline)) {
         // Where all answers are there already, only the end of the questions is left out.
-        const bool isDone = state.isReported && resultByFacts(update) == UpdateResult::succeeded;
+        const bool isDone = state.isReported && resultByFacts(update) == UpdateResult::succeeded &&
+                            !lacksAnswersOnly(state, update.expectation);
         return isDone ? UpdateResult::succeeded : UpdateResult::stopped;
     }
     return resultOfPatience(update);
@@ -202,10 +203,10 @@ std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& upd
 
 void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     Update& update = _updates[key];
+    update.endedAt = now(); // first: what happens from now on is news of an ended update
     if (const auto state = _monitor.state(key)) update.state = *state;
     if (result == UpdateResult::busy && !update.state.holder) update.state.holder = _courses[key].holder;
     Course& course = _courses[key];
-    update.endedAt = now();
     update.isStalled = update.isLate = update.isWaiting = update.isDismissed = update.mayBeDismissed = false;
     endWait(update);
     judge(update, result);
@@ -364,8 +365,10 @@ bool UpdateSupervisor::isAnyUnderWay() const {
 }
 
 bool UpdateSupervisor::isAnyBetweenCommands() const {
-    return std::ranges::any_of(
-        _updates, [](const auto& entry) { return entry.second.isOpen() && entry.second.state.mustNotBeStopped(); });
+    return std::ranges::any_of(_updates, [](const auto& entry) {
+        const Update& update = entry.second;
+        return update.isOpen() && (update.state.mustNotBeStopped() || !canBeLeft(update.state));
+    });
 }
 
 double UpdateSupervisor::progress() const {

@@ -86,6 +86,15 @@ void UpdateSupervisor::record(const std::string& key, Block stored) {
     _services.recorder->noteState(_updates[key].state);
 }
 
+// A printer that was updated from its loader could not report its serial number when its record was begun.
+std::string UpdateSupervisor::serialAfterSuccess(const Update& update) const {
+    // Until it was asked for everything, its number may be that of an earlier printer at this place.
+    const bool isKnown = update.replacedBy.empty() && _monitor.wasAskedForAll(update.state.key);
+    if (!update.verdict.isSuccess() || !isKnown) return {};
+    const Printer printer = _services.printerWithKey(update.state.key);
+    return printer ? serialNumberOf(*printer) : "";
+}
+
 // An update that never began has a record, too, so that the administrator of many machines reads why. A printer that
 // is up to date has none: it was not updated.
 void UpdateSupervisor::completeRecord(Update& update) {
@@ -93,9 +102,11 @@ void UpdateSupervisor::completeRecord(Update& update) {
     const UpdateResult result = update.verdict.result;
     if (_services.recorder == nullptr || result == UpdateResult::upToDate) return;
     if (!_courses[key].isRecorded) record(key, {});
+    const std::string serial = serialAfterSuccess(update);
     _services.recorder->complete(
         update.state,
-        {.verdict = nameOfResult(result), .isSuccess = update.verdict.isSuccess(), .reason = update.verdict.reason});
+        {.verdict = nameOfResult(result), .isSuccess = update.verdict.isSuccess(), .reason = update.verdict.reason},
+        serial);
     if (!update.verdict.isSuccess()) {
         readInterrupted([weak = std::weak_ptr(_self)] {
             const auto self = weak.lock();
@@ -103,7 +114,8 @@ void UpdateSupervisor::completeRecord(Update& update) {
         });
         return;
     }
-    const UpdateRecord completed = recordOf(update);
+    UpdateRecord completed = recordOf(update);
+    if (!serial.empty()) completed.serial = serial;
     for (auto* const records : {&_interrupted, &_failed}) {
         std::erase_if(*records, [&](const UpdateRecord& record) { return isSamePrinter(record, completed); });
     }

@@ -138,14 +138,18 @@ void UpdateSupervisor::correct(Update& update) {
     if (isNews && !isUpdatedElsewhere(state.key)) end(state.key, result);
 }
 
+bool UpdateSupervisor::mayUpdate(const InterfaceHolder& holder) {
+    // One that does not answer may be in the middle of it.
+    return holder.activity.empty() || holder.activity == kUpdateActivity;
+}
+
 // Another process of ours updates the printer, or has done so since the verdict was given. What it changes is no news
 // of this update.
 bool UpdateSupervisor::isUpdatedElsewhere(const std::string& key) {
     Course& course = _courses[key];
     if (course.isSettled || _services.locks == nullptr) return course.isSettled;
     const auto holder = _services.locks->heldElsewhere(key);
-    // One that does not answer may be in the middle of it.
-    return course.isSettled = holder && (holder->activity.empty() || holder->activity == kUpdateActivity);
+    return course.isSettled = holder && mayUpdate(*holder);
 }
 
 void UpdateSupervisor::reopen(Update& update) {

@@ -51,7 +51,26 @@ TEST_CASE("a printer that is found in its loader gets its image when the record 
     CHECK(isImageOnItsWay());
     lab.rest();
     CHECK(lab.ends == Results{UpdateResult::succeeded});
-    CHECK(lab.records().size() == 1);
+    REQUIRE(lab.records().size() == 1);
+    CHECK(lab.newestRecord().serial == "000001"); // which the loader did not report
+}
+
+TEST_CASE("the question about a loader that was plugged in again starts nothing, and the new one does") {
+    SupervisedLab lab;
+    startWithKnownLoader(lab);
+    lab.bus.unplug(0);
+    lab.rest();
+    lab.bus.plug(0);
+    lab.rest();
+    REQUIRE(lab.operatorDesk.waiting() == 2);
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.rest();
+    CHECK(lab.supervisor.updates().empty());
+    CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 0);
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.rest();
+    CHECK(lab.ends == Results{UpdateResult::succeeded});
+    CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
 }
 
 TEST_CASE("a printer that was found in its loader is watched with what past updates of its model took") {

@@ -83,7 +83,9 @@ TEST_CASE("an update that is asked to stop while the order is on its way waits f
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpToQuestion();
+    CHECK_FALSE(lab.supervisor.isAnyBetweenCommands());
     lab.happens(events::ProgressStored{.value = 1});
+    CHECK(lab.supervisor.isAnyBetweenCommands()); // the order is on its way
     lab.supervisor.requestStop();
     REQUIRE(lab.update().isOpen());
     SUBCASE("it is refused") {

@@ -242,6 +242,26 @@ TEST_CASE("what another program's update changes corrects no update of this one"
     CHECK(lab.ends == expected);
 }
 
+TEST_CASE("what another program has changed while it held the printer corrects no update of this one") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    updateOnce(lab);
+    InterfaceHolder holder{.kind = InterfaceHolder::Kind::ownProgram, .program = "zulctl", .pid = 9};
+    Results expected = {UpdateResult::succeeded};
+    SUBCASE("an update") {
+        holder.activity = "update";
+    }
+    SUBCASE("a claim changes nothing in the printer") {
+        holder.activity = "claim";
+        expected.push_back(UpdateResult::otherVersion);
+    }
+    // This process may not open the printer meanwhile, and so reads nothing of it.
+    lab.happens(events::Opened{.code = kIOReturnExclusiveAccess, .holder = holder});
+    lab.happens(events::Opened{});
+    lab.happens(versionRead("VK14 01.60"));
+    CHECK(lab.ends == expected);
+}
+
 TEST_CASE("a printer that comes back while another program updates it is followed again when this one continues") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});

@@ -337,6 +337,24 @@ TEST_CASE("a printer is the same by its serial number and model, and by its key 
     }
 }
 
+TEST_CASE("a failure that was completed in the loader stays completed when another printer comes to its place") {
+    HistoryLab lab;
+    const auto update = [&](const std::string& serial, const RecordedVerdict& verdict) {
+        const auto id = lab.begin(printerAt(kKey, serial));
+        REQUIRE(lab.history.addPhase(id, {.name = "writing", .begun = 1000}) == "");
+        REQUIRE(lab.history.complete(id, verdict) == "");
+        return id;
+    };
+    const auto failed = update("1", failure());
+    CHECK(idsOf(lab.history.lastFailures()) == Ids{failed});
+    update("", success()); // a loader does not report its number
+    CHECK(idsOf(lab.history.lastFailures()).empty());
+    update("2", success());
+    CHECK(idsOf(lab.history.lastFailures()).empty());
+    const auto again = update("1", failure());
+    CHECK(idsOf(lab.history.lastFailures()) == Ids{again});
+}
+
 TEST_CASE("an interrupted record that was dismissed does not come back") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
