@@ -1,10 +1,14 @@
 """The window on the real USB stack: the program on a display of its own, worked by keys and told by a screen reader."""
+import usbfs
 from lab import case, expect, expect_equal
+
+STEP = 4000  # ms that each step of the update lasts at least; a slow guest takes seconds for one look at the window
 
 
 @case("the window updates a printer on the bus through both restarts, and tells a screen reader every step")
 def _(lab):
-    with lab.gadget(restart=2000, program=2000) as gadget:
+    step = int(STEP * usbfs.slowness)
+    with lab.gadget(restart=step, program=step) as gadget:
         result = lab.run(lab.on_display, "/usr/bin/python3", lab.journey, lab.window,
                          "--firmware-archive", lab.archive, timeout=240)
         expect_equal(result.returncode, 0, "exit status")
