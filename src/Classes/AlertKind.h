@@ -1,4 +1,4 @@
-// What an alert is about. Set where the alert is made; nobody finds it out from a text. Any thread.
+// The subject of an alert, set where the alert is made, so that no code needs to compare its texts. Any thread.
 #pragma once
 
 namespace zul {

@@ -18,7 +18,7 @@ enum TBPrinterState : std::int64_t {
 };
 
 /// Values of isOwned: who has the interface open.
-enum class Ownership : std::int64_t { otherProgram = -1, nobody = 0, thisProgram = 1 };
+enum class Ownership : std::int64_t { otherProgram = -1, none = 0, thisProgram = 1 };
 
 /// Where a reply is delivered.
 class ReplyQueue {

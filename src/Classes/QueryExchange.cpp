@@ -44,10 +44,14 @@ Clock::TimePoint QueryExchange::now() const {
 
 // ---- asking ---------------------------------------------------------------------------------------------------------
 
-std::optional<Data> QueryExchange::ask(const Question& question) {
-    _printer.assertOnCommandQueue();
+void QueryExchange::begin(const Question& question) {
     dropLateReplies();
     send(question);
+}
+
+std::optional<Data> QueryExchange::ask(const Question& question) {
+    _printer.assertOnCommandQueue();
+    begin(question);
     return accept(question, _printer.printerReply());
 }
 

@@ -33,8 +33,12 @@ class QueryExchange {
     QueryExchange(TBUSBPrinterZUL& printer, CommandChannel& channel, const TransferStatus& status)
         : _printer(printer), _channel(channel), _status(status) {}
 
-    /// Sends the question and returns its answer; nullopt if there is none, or none that could be its own also when
-    /// it was asked once more.
+    /// Sends the question, after replies that came too late are dropped.
+    void begin(const Question& question);
+    /// The answer to the question that was sent, given the reply to it: that reply, or the one to the question asked
+    /// once more; nullopt if there is none, or none that could be its own.
+    std::optional<Data> accept(const Question& question, const std::optional<Data>& reply);
+    /// begin(), one reply, accept().
     std::optional<Data> ask(const Question& question);
     /// Reads one reply and keeps what is wrong with it; nullopt if nothing could be read.
     std::optional<Data> readReply();
@@ -60,7 +64,6 @@ class QueryExchange {
 
   private:
     void send(const Question& question);
-    std::optional<Data> accept(const Question& question, const std::optional<Data>& reply);
     std::optional<Data> askAgain(const Question& question, ReplyFault firstFault, const std::optional<Data>& first);
     ReplyFault faultOf(const Question& question, const std::optional<Data>& reply) const;
     void noteMissingAnswer();

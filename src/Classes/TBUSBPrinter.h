@@ -58,7 +58,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// Everybody plays this role while there is no queue.
     QueueRole commandQueueRole;
     /// The first statement of every block that is handed to the command queue. On another queue it ends a program with
-    /// sanitizers; any other logs that once and goes on, as ending in the middle of a flash is worse.
+    /// sanitizers; any other logs that once and continues, as ending in the middle of a flash is worse.
     void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);
     std::shared_ptr<SerialQueue> printerCommandQueue() const { return _printerCommandQueue; }
     static const void* printerCommandQueueKey();
@@ -96,9 +96,9 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
     Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
-    /// Opens the interface if value is not 0 and nobody owns it; otherwise closes it. If value is 1 and another program
-    /// holds the interface, the message "attempting to open" is sent after the close, and the interface is still opened
-    /// when that program releases it. Any thread.
+    /// Opens the interface if value is not 0 and no program has it open; otherwise closes it. If value is 1 and another
+    /// program holds the interface, the message "attempting to open" is sent after the close, and the interface is
+    /// still opened when that program releases it. Any thread.
     void setIsOwned(int value);
     /// One bulk write of the whole data (time-outs 5000 ms). Command queue. True exactly when _writeStatus is 0.
     bool writeToInterfaceWithData(const Data& data) ZUL_REQUIRES_ROLE(commandQueueRole);

@@ -219,7 +219,7 @@ void TBUSBPrinterZUL::reportInternalError(int number) {
     errorWithString(text, 0);
 }
 
-// Failures show as missing replies and log lines; nothing is kept here, so that nobody comes to rely on it.
+// Does nothing on purpose: failures are reported by missing replies and log lines.
 void TBUSBPrinterZUL::errorWithString(const std::string& /*message*/, int /*code*/) {}
 
 // ---- progress -------------------------------------------------------------------------------------------------------

@@ -1,5 +1,5 @@
 // The questions and reports to the operator. An alert is described where the need arises, on any thread; it is shown on
-// the main queue, and nobody waits for the answer.
+// the main queue, and no thread waits for the answer.
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
 

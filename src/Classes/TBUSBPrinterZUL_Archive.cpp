@@ -75,7 +75,7 @@ void TBUSBPrinterZUL::setFilenames(const std::vector<std::string>& filenames) {
         store();
         return;
     }
-    // At once, because the caller goes on to read files by this list; again on main, for the notices.
+    // At once, because the caller reads files by this list next; again on main, for the notices.
     _deviceInfoDict->set(cFirmwareFilenames, filenames);
     _environment.mainQueue.async(store);
 }

@@ -68,10 +68,16 @@ bool TBUSBPrinterZUL::mayAsk() const {
 
 void TBUSBPrinterZUL::queueQuery(Question question, ReplyBlock reply) {
     if (!mayAsk()) return;
-    performInlineOnCommandQueue(
-        [self = sharedSelf<TBUSBPrinterZUL>(), question = std::move(question), reply = std::move(reply)] {
+    const auto self = sharedSelf<TBUSBPrinterZUL>();
+    sendPrinterCommand(
+        [self, question] {
             self->assertOnCommandQueue();
-            reply(self->_exchange.ask(question));
+            self->_exchange.begin(question);
+        },
+        ReplyQueue::commandQueue(),
+        [self, question, reply = std::move(reply)](const std::optional<Data>& answer) {
+            self->assertOnCommandQueue();
+            reply(self->_exchange.accept(question, answer));
         });
 }
 

@@ -117,7 +117,7 @@ IOReturn TBUSBPrinter::closeNow() {
     _interfaceStatus = kTBPrinterClosed;
     setState(kTBPrinterClosed);
     performSyncOnMainQueue([this] {
-        if (ownership() != Ownership::nobody) setOwnershipOnMain(Ownership::nobody);
+        if (ownership() != Ownership::none) setOwnershipOnMain(Ownership::none);
     });
     return code;
 }
@@ -135,7 +135,7 @@ void TBUSBPrinter::setOwnershipOnMain(Ownership ownership) {
 }
 
 void TBUSBPrinter::setIsOwned(int value) {
-    if (value != 0 && ownership() == Ownership::nobody) {
+    if (value != 0 && ownership() == Ownership::none) {
         openInterface(CodeCompletion{});
     } else if (value == 1 && ownership() == Ownership::otherProgram) {
         closeAndReplayAttempt();

@@ -158,7 +158,11 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
 // A printer that is gone for good would be reported for ever.
 int dismiss(UpdateHistory& history, const std::vector<UpdateRecord>& records, const Options& options,
             const Output& output) {
-    UpdateHistory::Records failed = history.lastFailures();
+    const UpdateHistory::Records failed = history.lastFailures();
+    if (!failed.problem.empty()) {
+        output.problem(failed.problem, kFailed);
+        return kFailed;
+    }
     int count = 0;
     for (const UpdateRecord& record : records) {
         const auto isThis = [&](const UpdateRecord& one) { return one.id == record.id; };

@@ -78,7 +78,7 @@ class UpdateHistory {
     /// last one is not stored again. A success closes the interrupted records of the same printer: of the same serial
     /// number, or, where one of the two is not known, of the same key.
     std::string complete(std::int64_t id, const RecordedVerdict& verdict);
-    /// Closes a record for good that is interrupted or ended without success: nobody is asked to complete it.
+    /// Closes a record for good that is interrupted or ended without success: no program offers to complete it.
     std::string dismiss(std::int64_t id);
 
     /// Without a file there are no records, and none is made.

@@ -304,7 +304,7 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     const auto* const stored = std::get_if<events::ProgressStored>(&event.what);
     const bool isUnderWay =
         stored != nullptr && stored->value > 0 && stored->value < static_cast<std::int64_t>(UpdateProgress::finished);
-    // What is left of an update that nobody follows any more may begin with its tables.
+    // The rest of an update that was dismissed may begin with its tables.
     const bool hasTables = std::holds_alternative<events::TableBegun>(event.what);
     const bool isNew = (isUnderWay || hasTables) && !_monitor.state(event.key);
     // Followed from this very event on; the rest is filled in on the main queue.

@@ -47,16 +47,16 @@ struct Update {
     std::string name; // of the printer
     std::string model;
     std::string picture;
-    std::string location;         // where the printer is attached
-    std::string cameBackAt;       // the other place at which it came back; empty if it did not
-    std::string replacedBy;       // serial number of another printer that is at its place now; empty if none is
-    std::string advice;           // what to do now; empty if nothing needs to be done
-    bool isAsking = false;        // a question about this printer waits for the operator
-    bool isStalled = false;       // no sign of life for longer than the phase takes
-    bool isLate = false;          // it gives signs of life, and the phase takes longer than it ever should
-    bool isWaiting = false;       // it is there and cannot go on: not ready, or held by another program
-    bool mayBeDismissed = false;  // nothing has come nearer to the end for long
-    bool isDismissed = false;     // nobody waits for it any more, until it gets on
+    std::string location;        // where the printer is attached
+    std::string cameBackAt;      // the other place at which it came back; empty if it did not
+    std::string replacedBy;      // serial number of another printer that is at its place now; empty if none is
+    std::string advice;          // what to do now; empty if nothing needs to be done
+    bool isAsking = false;       // a question about this printer waits for the operator
+    bool isStalled = false;      // no sign of life for longer than the phase takes
+    bool isLate = false;         // it gives signs of life, and the phase takes longer than it ever should
+    bool isWaiting = false;      // it is attached and the update cannot continue: not ready, or held by another program
+    bool mayBeDismissed = false; // nothing has come nearer to the end for long
+    bool isDismissed = false;    // hidden by the operator, until the update makes progress
     bool isStopRequested = false; // ends at the next point at which the printer can be left
     Clock::TimePoint endedAt;
     std::weak_ptr<TBUSBPrinterZUL> printer; // whose action it was; its alerts stay its own when it leaves

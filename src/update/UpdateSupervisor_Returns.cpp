@@ -70,7 +70,7 @@ bool UpdateSupervisor::isOnlyOneAway(const std::string& key) const {
 }
 
 // A printer that is waited for may come back at another port. The engine takes it for another printer, and so no
-// update goes on there; but the operator should read where it is.
+// update continues there; but the operator should read where it is.
 void UpdateSupervisor::lookForReturns() {
     std::vector<std::string> changed;
     for (auto& [key, update] : _updates) {

@@ -27,7 +27,7 @@ struct Options {
     std::string journal;
 };
 
-// The exit status if the program ends here; nullopt if it goes on.
+// The exit status if the program ends here; nullopt if it continues.
 std::optional<int> parse(int argc, char** argv, Options& options) {
     CLI::App app("A virtual printer as a real USB device. Needs root, configfs and a USB device controller.");
     app.add_option("printer", options.printer, "MODEL[,key=value...]; \"help\" lists models and keys")->required();

@@ -74,7 +74,7 @@ TEST_CASE("one bad answer at an arrival leaves all facts right, then and later")
             lab.printer()->updateInfo();
             lab.rest();
             CHECK(factsOf(lab) == kRight);
-            CHECK(lab.printer()->ownership() == Ownership::nobody);
+            CHECK(lab.printer()->ownership() == Ownership::none);
         }
     }
 }

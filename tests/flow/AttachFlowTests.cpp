@@ -33,7 +33,7 @@ TEST_CASE("a printer that is seen for the first time is asked once, and its inte
     Wire expected = {"arrive"};
     for (const std::string& command : attachWire()) expected.push_back(command);
     CHECK(lab.wire() == expected);
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
     CHECK(lab.printer()->state() == kTBPrinterClosed);
     CHECK(lab.logged("initing device for key 2A71000301100000"));
     CHECK(lab.operatorDesk.waiting() == 0);
@@ -190,7 +190,7 @@ TEST_CASE("a printer that another program holds shows so and is asked as soon as
     lab.bus.setHeldByOther(0, false);
     lab.rest();
     CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
 TEST_CASE("after termination no further arrival is reported") {

@@ -222,13 +222,7 @@ TEST_CASE("a loader without a serial number is the printer that is waited for on
     if (areTwoAway) lab.attach("VK14,location=1-2,fault=never-back@FLASH_REWRITE,serial=2," + kUnknown);
     lab.start();
     const std::string key = lab.printer()->keyUSBdevice();
-    for (const auto& printer : lab.controller->printers()) {
-        lab.supervisor.begin(printer, Equal::install);
-        lab.rest(1s);
-        lab.agree();
-        lab.rest(1s);
-        REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
-    }
+    lab.beginAllUpdates();
     lab.rest(10s);
     REQUIRE(lab.rows() == 0);
     for (const std::string& other : others) lab.attach(other);

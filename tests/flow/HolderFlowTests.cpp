@@ -47,7 +47,7 @@ TEST_CASE("an update whose printer is held at any one open of its journey ends i
         CHECK(lab.timesSeen("TBL_WTCTRLD_UPDATE_CW") == 2);
         CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
         CHECK(lab.operatorDesk.waiting() == 1);
-        CHECK(lab.printer()->ownership() == Ownership::nobody);
+        CHECK(lab.printer()->ownership() == Ownership::none);
     }
     CHECK(open > kFewestOpensOfAnUpdate);
 }
@@ -112,7 +112,7 @@ TEST_CASE("a holder that leaves at once is not waited for in vain") {
     Lab lab;
     lab.attach("VK14,fault=holder#1:0");
     lab.start();
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
     CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
 }
 

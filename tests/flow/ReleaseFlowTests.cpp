@@ -23,7 +23,7 @@ TEST_CASE("the interface is closed when an update is declined") {
     SupervisedLab lab;
     lab.startWithVK14();
     decline(lab, UpdateResult::declined);
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
 TEST_CASE("a printer that was claimed before its update was declined stays claimed") {
@@ -40,7 +40,7 @@ TEST_CASE("the interface is closed when the update of a printer that is not read
     SupervisedLab lab;
     lab.startWithVK14("status=00000:01000");
     decline(lab, UpdateResult::notReady);
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
 TEST_CASE("the interface is closed when a printer does not answer the check before its update") {
@@ -51,7 +51,7 @@ TEST_CASE("the interface is closed when a printer does not answer the check befo
     lab.agree();
     lab.rest();
     CHECK(lab.result() == UpdateResult::unanswered);
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
 TEST_CASE("the interface is closed after the questions of a printer in its loader, and of one that does not answer") {
@@ -62,6 +62,6 @@ TEST_CASE("the interface is closed after the questions of a printer in its loade
         lab.start();
         lab.printer()->updateInfo();
         lab.rest();
-        CHECK(lab.printer()->ownership() == Ownership::nobody);
+        CHECK(lab.printer()->ownership() == Ownership::none);
     }
 }

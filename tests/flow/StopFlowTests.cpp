@@ -23,7 +23,7 @@ TEST_CASE("an update that is asked to stop before its first command stops at onc
     CHECK(lab.result() == UpdateResult::stopped);
 }
 
-TEST_CASE("an update that is asked to stop in the loader goes on until the whole image is sent") {
+TEST_CASE("an update that is asked to stop in the loader continues until the whole image is sent") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
@@ -36,7 +36,7 @@ TEST_CASE("an update that is asked to stop in the loader goes on until the whole
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
 }
 
-TEST_CASE("an update that is asked to stop while its tables are written goes on until they are") {
+TEST_CASE("an update that is asked to stop while its tables are written continues until they are written") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@TBL_RDVersion#3");
     lab.beginUpdate();

@@ -76,6 +76,16 @@ class SupervisedLab : public Lab, public UpdateObserver {
         agree();
         rest(std::chrono::seconds(1));
     }
+    /// The update of each attached printer begins, and the operator has agreed and confirmed.
+    void beginAllUpdates() {
+        for (const auto& one : controller->printers()) {
+            supervisor.begin(one, UpdateSupervisor::Equal::install);
+            rest(std::chrono::seconds(1));
+            agree();
+            rest(std::chrono::seconds(1));
+            REQUIRE(operatorDesk.press(operatorDesk.buttons().at(1)));
+        }
+    }
     void advanceTo(UpdatePhase phase) {
         for (int step = 0; step < 3000 && update().state.phase != phase; ++step) advance(std::chrono::milliseconds(50));
         REQUIRE(update().state.phase == phase);

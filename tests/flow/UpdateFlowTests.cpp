@@ -63,7 +63,7 @@ TEST_CASE("an update ends with the new version, new tables and the report of bot
     CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion) == "0161");
     CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
     CHECK(lab.printer()->inFirmwareUpdate() == false);
-    CHECK(lab.printer()->ownership() == Ownership::nobody);
+    CHECK(lab.printer()->ownership() == Ownership::none);
     lab.bus.inspect(0, [](const VirtualPrinter& printer) {
         CHECK(printer.firmware() == "VK14 01.61");
         CHECK(printer.tables().writtenNames() == std::vector<std::string>{"VK14_300_0161.CWD", "VK14_600_0161.CWD"});

@@ -20,7 +20,7 @@ LONGEST_PAUSE = 3  # s; as long as the image takes
 IN_THE_IMAGE, BETWEEN_THE_TABLES = (11, 1), (22, 0)  # numbers of commands, and s
 THE_IMAGE = 12  # number of a command
 IMPATIENT = ("--stall-timeout", "10", "--give-up", "20")
-STARTS = 3  # more of them nobody would make
+STARTS = 3  # of the update, until it has to be complete
 
 
 def update_command(lab, *more):

@@ -107,7 +107,7 @@ class LoginService:
 @case("zulctl keeps the machine from sleeping and shutting down while it updates a printer, and only then")
 def _(bench):
     with LoginService(bench) as service:
-        for words in (("list",), ("status",), ("update", "--reinstall")):  # nobody agrees to that update
+        for words in (("list",), ("status",), ("update", "--reinstall")):  # without an agreement
             bench.run(*words)
         expect_equal(service.ask("questions"), "0", "locks that were asked for without an update")
         process = bench.start(*UPDATE, printers=("VK14,restart=60000",))

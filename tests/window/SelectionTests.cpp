@@ -129,7 +129,7 @@ TEST_CASE(
     stage.waitFor("the claim", [&] { return stage.printers()[0]->ownership() == Ownership::thisProgram; });
     stage.waitFor("its mark", [&] { return stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
     stage.click("Claim Printer");
-    stage.waitFor("the release", [&] { return stage.printers()[0]->ownership() == Ownership::nobody; });
+    stage.waitFor("the release", [&] { return stage.printers()[0]->ownership() == Ownership::none; });
     stage.waitFor("no mark", [&] { return !stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
     stage.click("Hot Plug");
     stage.waitFor("the printer to leave and return", [&] { return times("\"arrive\"") == 2 && stage.rows() == 1; });

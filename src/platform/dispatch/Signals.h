@@ -29,7 +29,7 @@ class Signals {
     const std::shared_ptr<const std::function<void(int)>> _handler;
 };
 
-/// Writing to a pipe that nobody reads any more fails from now on, instead of ending the program: an update must not
+/// Writing to a pipe without a reader fails from now on, instead of ending the program: an update must not
 /// end because the reader of its output did. At the start of a program.
 void ignoreBrokenPipes();
 

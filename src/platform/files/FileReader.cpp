@@ -17,7 +17,7 @@ namespace {
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 // File systems note times in steps, up to two seconds long: a change within the same step does not show.
 constexpr std::int64_t kTimeStep = 3 * kNanosecondsPerSecond;
-// The kernel does not say how long its own files are, and makes some of them anew for each part that is read.
+// Files of the kernel report a length of 0, and some of them change between two reads: one read must be enough.
 constexpr std::size_t kSmallestBuffer = 4096;
 
 std::int64_t nanoseconds(const timespec& time) {

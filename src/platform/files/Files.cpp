@@ -22,7 +22,8 @@ std::error_code lastError() {
     return {errno, std::generic_category()};
 }
 
-// In the same folder, because a rename must not cross file systems; nobody else's, whatever a killed process has left.
+// In the same folder, because a rename must not cross file systems. The name is free even if a killed process left
+// files.
 ScopedFd makeTemporary(const fs::path& file, mode_t mode, fs::path& temporary) {
     for (int number = 1;; ++number) {
         temporary = file.string() + '.' + std::to_string(::getpid()) + '-' + std::to_string(number);

@@ -30,7 +30,7 @@ std::string pathWithHome(const std::string& path);
 /// create it.
 std::filesystem::path configFolder(const FolderUser& user = currentFolderUser());
 
-/// For what nobody edits by hand (the window's log, the history of updates): zul-printer-utility in XDG_STATE_HOME,
+/// For files that the program keeps (the window's log, the history of updates): zul-printer-utility in XDG_STATE_HOME,
 /// otherwise in /var/lib for root and in ~/.local/state for everybody else; empty without a home folder. Root follows
 /// XDG_STATE_HOME only if root owns it: carried along by sudo, it names the folder of another user, who could not write
 /// what root has made there. Does not create it.

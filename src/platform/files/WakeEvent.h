@@ -9,7 +9,7 @@
 
 namespace zul {
 
-/// Any thread. Without a descriptor, because the system has none left, nobody is woken.
+/// Any thread. If the system had no descriptor left, raise() wakes no thread.
 class WakeEvent {
   public:
     WakeEvent() : _event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}

@@ -65,7 +65,7 @@ TEST_CASE("a retry that fails with another code is a retry: the printer is still
     bench.release();
     bench.hint();
     CHECK(bench.log.times(kClosedMessage) == 2);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK(bench.printer->state() == kTBPrinterClosed);
     CHECK(bench.commands().front() == "STATUS");
     CHECK_FALSE(bench.handle->isWatched());
@@ -79,7 +79,7 @@ TEST_CASE("a retry that is refused again waits again") {
     CHECK(bench.handle->isWatched());
     bench.release();
     bench.hint();
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK(bench.commands().front() == "STATUS");
 }
 
@@ -92,7 +92,7 @@ TEST_CASE("a hint that comes while an open is under way is answered when that op
     });
     bench.open();
     CHECK(bench.log.times(kClosedMessage) == 1);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
 }
 
 TEST_CASE("a close that was asked for before another program took the printer does not end the wait for it") {
@@ -122,7 +122,7 @@ TEST_CASE("a close that is asked for during the wait ends it") {
     Held bench;
     bench.printer->closeInterface(nullptr);
     bench.settle();
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK_FALSE(bench.handle->isWatched());
     bench.release();
     bench.hint();
@@ -138,7 +138,7 @@ TEST_CASE("taking a held printer closes first, replays the attempt in the closed
         CHECK(bench.log.times("kIOMessageServiceIsAttemptingOpen(e0000101)") == 1); // delivered before this job
     });
     bench.settle();
-    CHECK(nextJob == Ownership::nobody);
+    CHECK(nextJob == Ownership::none);
     CHECK(bench.printer->state() == kTBPrinterClosed);
     CHECK(bench.printer->status() == "USB Busy"); // as a closed printer shows the message
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 0);
@@ -157,7 +157,7 @@ TEST_CASE("giving up a printer that was taken while it was held ends the wait") 
     bench.printer->setIsOwned(0);
     bench.settle();
     CHECK_FALSE(bench.handle->isWatched());
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
 }
 
 TEST_CASE("an open that succeeds ends the wait, whoever asked for it") {
@@ -198,7 +198,7 @@ TEST_CASE("a printer without a queue is waited for, too") {
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     bench.printer->openInterface(nullptr);
     bench.printer->setIsOwned(1);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK(bench.log.has("kIOMessageServiceIsAttemptingOpen(e0000101)"));
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
     bench.handle->holderMayBeFree();

@@ -151,7 +151,7 @@ TEST_CASE("any other failure to open stays opening and is returned") {
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
     CHECK(bench.printer->openInterface() == kIOReturnNotResponding);
     CHECK(bench.printer->state() == kTBPrinterOpening);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
 }
 
 TEST_CASE("a close that succeeds says so") {
@@ -173,7 +173,7 @@ TEST_CASE("closing a printer that is not open still closes its states and answer
     CHECK(result == kIOReturnSuccess);
     CHECK(bench.printer->state() == kTBPrinterClosed);
     CHECK(bench.printer->interfaceStatus() == 1);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK(bench.handle->count("USBInterfaceClose") == 0);
 }
 
@@ -246,7 +246,7 @@ TEST_CASE("taking the ownership opens, and giving it back closes") {
     bench.printer->setIsOwned(1);
     CHECK(bench.printer->ownership() == Ownership::thisProgram);
     bench.printer->setIsOwned(0);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 1);
     CHECK(bench.handle->count("USBInterfaceClose") == 1);
 }
@@ -257,7 +257,7 @@ TEST_CASE("taking what another program holds closes and replays the attempt to o
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     static_cast<void>(bench.printer->openInterface());
     bench.printer->setIsOwned(1);
-    CHECK(bench.printer->ownership() == Ownership::nobody);
+    CHECK(bench.printer->ownership() == Ownership::none);
     CHECK(bench.log.has("kIOMessageServiceIsAttemptingOpen(e0000101); arg = "));
     CHECK(bench.printer->status() == "USB Busy"); // closed and not in the probed state
 }
