@@ -174,6 +174,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
         std::string ownSerialNumber;            // as it answered before the update; empty if it did not
         std::optional<UpdateState> judged = {}; // what the last verdict went by; nullopt: it has not ended yet
         std::uint32_t judgedAttachment = 0;     // whose answers may correct the verdict
+        bool isSurelyItsPrinter = true;         // whose answers they are: attached since, or known by its serial number
         bool isSettled = false; // by now another program or another printer makes the answers: they correct nothing
         Clock::TimePoint stopDeadline;         // with isStopRequested
         Clock::TimePoint dismissedAt;          // with isDismissed
@@ -213,6 +214,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void handleDeclined(const std::string& key, AlertKind question);
     std::vector<std::string> serialNumbersOf(const TBUSBPrinterZUL& printer) const;
     bool isItsPrinter(const Course& course, const TBUSBPrinterZUL& printer) const;
+    bool hasItsNumber(const Course& course, const TBUSBPrinterZUL& printer) const;
     Printer returnedPrinter(const std::string& key) const;
     bool isOnlyOneAway(const std::string& key) const;
     void lookForReturns();

@@ -39,8 +39,11 @@ std::vector<std::string> UpdateSupervisor::serialNumbersOf(const TBUSBPrinterZUL
 
 // Where one of them has no serial number that is known, the place decides.
 bool UpdateSupervisor::isItsPrinter(const Course& course, const TBUSBPrinterZUL& printer) const {
+    return serialNumbersOf(printer).empty() || course.serialNumbers.empty() || hasItsNumber(course, printer);
+}
+
+bool UpdateSupervisor::hasItsNumber(const Course& course, const TBUSBPrinterZUL& printer) const {
     const auto numbers = serialNumbersOf(printer);
-    if (numbers.empty() || course.serialNumbers.empty()) return true;
     return std::ranges::find_first_of(numbers, course.serialNumbers) != numbers.end();
 }
 
@@ -101,6 +104,7 @@ void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
     Course& course = _courses[event.key];
     const Printer printer = _services.printerWithKey(event.key);
     if (!printer || printer->creationToken() != event.attachment) return;
+    if (course.judgedAttachment != event.attachment) course.isSurelyItsPrinter = hasItsNumber(course, *printer);
     // A loader may have had another serial number.
     if (course.judgedAttachment == event.attachment || isItsPrinter(course, *printer)) {
         course.judgedAttachment = event.attachment;
@@ -132,6 +136,10 @@ void UpdateSupervisor::correct(Update& update) {
     const Course& course = _courses[state.key];
     if (!state.isReported || state.attachment != course.judgedAttachment) return;
     if (!hasOtherFacts(state, *course.judged)) return;
+    // A success is taken back only when nothing else can explain the answer: one that belongs to another question is
+    // asked for again before the round ends, and another printer may be at the place.
+    const bool isRoundOver = state.roundsSinceReport > course.judged->roundsSinceReport;
+    if (update.verdict.isSuccess() && (!isRoundOver || !course.isSurelyItsPrinter)) return;
     const UpdateResult result = judgeByFacts(state, update.expectation);
     const bool isNews =
         result != update.verdict.result || reasonFor(result, state, update.expectation) != update.verdict.reason;
