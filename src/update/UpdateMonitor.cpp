@@ -40,6 +40,7 @@ struct UpdateMonitor::Visitor {
         state.refused.reset();
         state.holder.reset();
         state.isAnswerMissing = state.isIdentityMissing = false;
+        state.isArchiveRefused = false; // the files are read again when it is back
         switch (state.phase) {
         case UpdatePhase::done:
             break;
@@ -158,6 +159,8 @@ struct UpdateMonitor::Visitor {
     bool operator()(const events::FirmwareVersionRead& read) {
         if (!read.version) return false;
         state.currentVersion = read.version;
+        const bool isBefore = state.phase == UpdatePhase::checking;
+        if (isBefore && !state.previousVersion) state.previousVersion = read.version;
         return sign();
     }
 

@@ -18,6 +18,11 @@ bool UpdateState::isWaitingUntilReady() const {
            textForStatus(rawStatus) != textForStatus(kReadyStatus);
 }
 
+bool UpdateState::isNotInLoader() const {
+    return phase == UpdatePhase::loaderBack && isAttached && !isAnswerMissing && !rawStatus.empty() &&
+           rawStatus != kLoaderStatus;
+}
+
 double UpdateState::share() const {
     const double bytes = bytesTotal > 0 ? static_cast<double>(bytesDone) / bytesTotal : 0;
     double ofPhase = 0;

@@ -85,6 +85,9 @@ struct UpdateState {
     bool mayBeOrdered() const;
     /// It answers, and something keeps it from being ready: an open cover, no paper, a head that cools down.
     bool isWaitingUntilReady() const;
+    /// It answers where its loader was expected, with the status of a printer that works: its restart never happened,
+    /// or another printer has taken its place.
+    bool isNotInLoader() const;
     /// It takes no questions: another program holds it.
     bool isHeldElsewhere() const { return holder.has_value(); }
     /// It was cut off in the middle of the image and is back; its version will show whether it has taken the image.

@@ -9,6 +9,14 @@
 
 namespace zul {
 
+namespace {
+
+bool changesPlaces(const PrinterEvent& event) {
+    return std::holds_alternative<events::Arrived>(event.what) || std::holds_alternative<events::Departed>(event.what);
+}
+
+} // namespace
+
 UpdateSupervisor::UpdateSupervisor(UpdateServices services, UpdateSettings settings)
     : _services(std::move(services)), _settings(settings),
       _monitor(_services.clock,
@@ -44,7 +52,7 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
         return;
     }
     learnUsual(key);
-    if (!askForStatus(key, printer, equal)) continueBegin(key, equal);
+    if (!askFirst(key, printer, equal)) continueBegin(key, equal);
 }
 
 // The first start may still come to its end by itself, and is followed as before.
@@ -115,10 +123,17 @@ void UpdateSupervisor::beginMonitor(const std::string& key, TBUSBPrinterZUL& pri
 }
 
 // The engine goes by the printer's last status text, which may be that of before its restart. An update begins only
-// when this attachment has reported a status of its own. False if it has.
-bool UpdateSupervisor::askForStatus(const std::string& key, const Printer& printer, Equal equal) {
-    if (_monitor.hasReportedStatus(key) || !printer->printerCommandQueue()) return false;
-    printer->updatePrinterStatus();
+// when this attachment has reported a status of its own. The version may be missing because an earlier program was cut
+// off in the middle of a payload, whose rest the questions have been taken for since. False if nothing was asked.
+bool UpdateSupervisor::askFirst(const std::string& key, const Printer& printer, Equal equal) {
+    if (!printer->printerCommandQueue()) return false;
+    if (!_monitor.hasReportedStatus(key)) {
+        printer->updatePrinterStatus();
+    } else if (!printer->firmwareVersion() && printer->printerStatus() != textForStatus(kLoaderStatus)) {
+        printer->updateInfo();
+    } else {
+        return false;
+    }
     printer->performInlineOnCommandQueue([weak = std::weak_ptr(_self), &mainQueue = _services.mainQueue, key, equal] {
         mainQueue.async([weak, key, equal] {
             if (const auto self = weak.lock()) (*self)->continueBegin(key, equal);
@@ -317,7 +332,7 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
         });
     }
     const bool isForMain = isNew || std::holds_alternative<events::Declined>(event.what) ||
-                           std::holds_alternative<events::AnswersFailed>(event.what) ||
+                           std::holds_alternative<events::AnswersFailed>(event.what) || changesPlaces(event) ||
                            std::holds_alternative<events::QuestionsEnded>(event.what);
     if (!isForMain) return;
     _services.mainQueue.async([weak = std::weak_ptr(_self), event] {
@@ -338,6 +353,8 @@ void UpdateSupervisor::handleHolder(const std::string& key) {
 void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
     if (const auto* const declined = std::get_if<events::Declined>(&event.what)) {
         handleDeclined(event.key, declined->question);
+    } else if (changesPlaces(event)) {
+        lookForReturns();
     } else if (std::holds_alternative<events::AnswersFailed>(event.what)) {
         if (_observer != nullptr) _observer->conditionsMayHaveChanged();
     } else if (std::holds_alternative<events::QuestionsEnded>(event.what)) {

@@ -203,7 +203,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     bool areFilesFit(const std::string& key, TBUSBPrinterZUL& printer);
     std::optional<UpdateResult> whatForbids(const std::string& key, TBUSBPrinterZUL& printer);
     void note(const std::string& text) const;
-    bool askForStatus(const std::string& key, const Printer& printer, Equal equal);
+    bool askFirst(const std::string& key, const Printer& printer, Equal equal);
     void adopt(const std::string& key);
     void beginMonitor(const std::string& key, TBUSBPrinterZUL& printer);
     void keepInterface(const std::string& key, bool isKept);
@@ -219,6 +219,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     bool isOnlyOneAway(const std::string& key) const;
     void lookForReturns();
     void recogniseReturn(const PrinterEvent& event);
+    bool isUnrecognised(const Update& update) const;
     bool isReplaced(Update& update);
     void answered(const AlertDescription& alert, int answer);
     void adoptThen(const AlertDescription& alert, int answer);

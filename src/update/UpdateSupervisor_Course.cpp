@@ -141,7 +141,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     if (update.isStopRequested && (canBeLeft(state) || now() >= _courses[state.key].stopDeadline)) {
         // Where all answers are there already, only the end of the questions is left out.
         const bool isDone = state.isReported && resultByFacts(update) == UpdateResult::succeeded &&
-                            !lacksAnswersOnly(state, update.expectation);
+                            !lacksAnswersOnly(state, update.expectation) && !isUnrecognised(update);
         return isDone ? UpdateResult::succeeded : UpdateResult::stopped;
     }
     return resultOfPatience(update);
@@ -178,7 +178,8 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterReport(Update& update) 
                                   now() - state.phaseBegun >= kLongestQuestions;
     if (!areQuestionsOver) return std::nullopt;
     const Printer printer = _services.printerWithKey(state.key);
-    if (lacksAnswersOnly(state, update.expectation) && !course.isAskedOnceMore && printer && state.isAttached) {
+    const bool isAnswerMissing = lacksAnswersOnly(state, update.expectation) || isUnrecognised(update);
+    if (isAnswerMissing && !course.isAskedOnceMore && printer && state.isAttached) {
         course.isAskedOnceMore = true;
         course.roundsNeeded = state.roundsSinceReport + 1;
         printer->updateInfo();
@@ -256,7 +257,7 @@ void UpdateSupervisor::explain(Update& update) const {
         update.verdict.reason = textOfProblems(course.fileProblems, messageOf, "; ");
         update.advice = textOfProblems(course.fileProblems, remedyOf, " ");
     }
-    if (result == UpdateResult::notBack && !update.cameBackAt.empty()) {
+    if (result == UpdateResult::notBack && !update.cameBackAt.empty() && !update.state.isAttached) {
         update.verdict.reason =
             localizedFormat("the printer came back at %s instead of %s", update.cameBackAt, update.location);
         update.advice = adviceForReturnElsewhere(update);

@@ -174,6 +174,7 @@ std::string UpdateSupervisor::startText(TBUSBPrinterZUL& printer) const {
     const auto found = _updates.find(printer.keyUSBdevice());
     const bool isUnderWay = found != _updates.end() && found->second.isOpen() && !found->second.isDismissed;
     if (isUnderWay || printer.ownership() == Ownership::otherProgram) return {};
+    if (!reasonAgainst(printer.keyUSBdevice()).empty()) return {}; // a hidden one whose printer still answers
     const UpdateRecord* const record = incompleteRecord(printer);
     if (record != nullptr && record->verdicts.empty()) {
         return localizedFormat("update was interrupted at %s, start it to complete", localTimeText(record->begun));

@@ -77,12 +77,20 @@ bool UpdateSupervisor::isOnlyOneAway(const std::string& key) const {
 void UpdateSupervisor::lookForReturns() {
     std::vector<std::string> changed;
     for (auto& [key, update] : _updates) {
-        if (!update.isOpen() || update.state.isAttached) continue;
-        const Printer returned = returnedPrinter(key);
+        if (!update.isOpen()) continue;
+        const Printer returned = update.state.isAttached ? nullptr : returnedPrinter(key);
         const std::string place = returned ? returned->locationText() : "";
         if (std::exchange(update.cameBackAt, place) != place) changed.push_back(key);
     }
     for (const std::string& key : changed) refresh(key);
+}
+
+// The printer that is attached now has not been asked for its serial number yet: it may be another one.
+bool UpdateSupervisor::isUnrecognised(const Update& update) const {
+    const Course& course = _courses.at(update.state.key);
+    if (course.ownSerialNumber.empty() || _monitor.wasAskedForAll(update.state.key)) return false;
+    const Printer printer = _services.printerWithKey(update.state.key);
+    return !printer || !hasItsNumber(course, *printer);
 }
 
 // The engine follows a printer by its place. What another one at that place reports is not about this update.

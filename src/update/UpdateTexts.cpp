@@ -163,6 +163,13 @@ std::string adviceFor(const UpdateState& state) {
     if (state.refused && state.refused->command == kCommandEnterLoader) {
         return Bundle::localized(operatorText("Nothing has been changed in the printer. Start the update again."));
     }
+    if (state.isNotInLoader()) {
+        return localizedFormat(
+            "The printer that is attached at its place is not in its loader (%s). Check that this is "
+            "the printer whose update was begun. If it is, switch it off and on, then start the "
+            "update again.",
+            textForStatus(state.rawStatus));
+    }
     if (state.isWaitingUntilReady()) {
         return localizedFormat("The printer reports: %s. Leave it switched on and correct that: the update continues "
                                "by itself when the printer is ready.",
@@ -173,6 +180,7 @@ std::string adviceFor(const UpdateState& state) {
 }
 
 std::string adviceForDelay(const UpdateState& state) {
+    if (state.isNotInLoader()) return adviceFor(state);
     // The advice of these phases says that the printer does not answer.
     const bool isForSilence = state.phase == UpdatePhase::checking || state.phase == UpdatePhase::restarted ||
                               state.phase == UpdatePhase::colorTables;

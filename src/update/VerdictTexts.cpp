@@ -30,20 +30,13 @@ std::string tablesReason(const UpdateState& state) {
                      state.writeFailure);
 }
 
-// It answers where its loader was expected, and reports the status of a printer that works: its restart never happened,
-// or another printer has taken its place.
-bool isNotItsLoader(const UpdateState& state) {
-    return state.phase == UpdatePhase::loaderBack && state.isAttached && !state.isAnswerMissing &&
-           !state.rawStatus.empty() && state.rawStatus != kLoaderStatus;
-}
-
 std::optional<std::string> reportedTable(const UpdateState& state, const UpdateExpectation& expectation) {
     const auto found = state.tableFacts.find(differingTable(state, expectation));
     return found == state.tableFacts.end() ? std::nullopt : found->second;
 }
 
 std::string notBackReason(const UpdateState& state) {
-    if (isNotItsLoader(state)) {
+    if (state.isNotInLoader()) {
         return localizedFormat("the printer that is attached at its place is not in its loader (%s)",
                                textForStatus(state.rawStatus));
     }
@@ -173,7 +166,7 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     case UpdateResult::identityLost:
         return Bundle::localized(operatorText("Switch the printer off and on, then start the update again."));
     case UpdateResult::notBack:
-        if (isNotItsLoader(state)) {
+        if (state.isNotInLoader()) {
             return Bundle::localized(
                 operatorText("Check that this is the printer whose update was begun, then start the "
                              "update again."));

@@ -134,6 +134,13 @@ TEST_CASE("a stranger that is at the printer's place after the order gets no ima
         advice = "Attach the printer whose update was begun, and start its update again.";
         images = 1;
     }
+    lab.advance(2min);
+    if (images == 0) {
+        CHECK(lab.update().advice ==
+              "The printer that is attached at its place is not in its loader (Idle). Check that "
+              "this is the printer whose update was begun. If it is, switch it off and on, then "
+              "start the update again.");
+    }
     lab.rest(10min);
     CHECK(lab.ends == Results{UpdateResult::notBack});
     CHECK(lab.update().verdict.reason == reason);

@@ -193,8 +193,11 @@ TEST_CASE("a printer that leaves before its update began ends it") {
 
 TEST_CASE("a printer that is made to reconnect because its version is not known did not leave by itself") {
     SupervisedLab lab;
-    lab.startWithVK14("fault=silence@FVER,fault=silence@FVER#2");
-    lab.beginUpToQuestion();
+    lab.startWithVK14("fault=silence@FVER,fault=silence@FVER#2,fault=silence@FVER#3,fault=silence@FVER#4");
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1min); // it is asked for its version once more
+    lab.agree();
+    lab.rest(1s);
     REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
     lab.rest();
     CHECK(lab.result() == UpdateResult::reconnected);

@@ -147,7 +147,9 @@ TEST_CASE("a printer that answers while its phase takes too long is late: its op
     CHECK(lab.update().mayBeDismissed);
     CHECK_FALSE(lab.supervisor.reasonAgainst(key).empty());
     CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
-    lab.rest(5min); // and then it is silent
+    lab.supervisor.dismiss(key);
+    CHECK(lab.supervisor.interruptedText(*lab.printer()) == ""); // it may not be started
+    lab.rest(5min);                                              // and then it is silent
     CHECK_FALSE(lab.update().isLate);
     CHECK(lab.update().isStalled);
     CHECK(lab.supervisor.mayGetSecondImage(key));
