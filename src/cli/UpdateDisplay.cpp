@@ -2,6 +2,7 @@
 
 #include "platform/foundation/Format.h"
 #include "protocol/StatusTexts.h"
+#include "session/PrinterFacts.h"
 
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -80,7 +81,7 @@ void UpdateDisplay::showObject(const Update& update, Clock::TimePoint now) {
                            {"phase", phaseRow(state.phase).name},
                            {"elapsed", secondsOf(now - state.begun)},
                            {"text", describeState(state, now, update.usual)}};
-    if (state.holder) line["holder"] = {{"program", state.holder->program}, {"pid", state.holder->pid}};
+    if (state.holder) line["holder"] = jsonOf(*state.holder);
     if (state.phase == UpdatePhase::writing) {
         line["bytes"] = state.bytesDone;
         line["bytesTotal"] = state.bytesTotal;

@@ -85,6 +85,8 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
                 },
             .seesArrivals = [this] { return _realBus == nullptr || _realBus->seesArrivals() != ArrivalSight::no; },
             .locks = &locks,
+            .takeClaim = [this](const std::string& key) { return takeClaim(key); },
+            .returnClaim = [this](const std::string& key, PrinterLock lock) { returnClaim(key, std::move(lock)); },
             .recorder = &recorder,
             .archive = &archive,
             .keepAwake = [this](bool isUnderWay) { sleepInhibitor.setHeld(isUnderWay); }};
@@ -191,7 +193,7 @@ std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool 
         afterQueues({printer}, [this, key] { _claims.erase(key); });
         return std::nullopt;
     }
-    auto result = locks.tryLock(key, "claim");
+    auto result = locks.tryLock(key, kClaimActivity);
     if (result.isRefused()) return result.holder;
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     if (result.lock) _claims.insert_or_assign(key, std::move(*result.lock));
@@ -203,13 +205,22 @@ std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool 
     return std::nullopt;
 }
 
-// A printer that leaves is not claimed any more, but in an update it comes back.
+// A printer that leaves is not claimed any more.
 void Session::forgetClaims() {
-    std::erase_if(_claims, [this](const auto& claim) {
-        const auto update = supervisor.updates().find(claim.first);
-        const bool isInUpdate = update != supervisor.updates().end() && update->second.isOpen();
-        return !isInUpdate && printerWithKey(claim.first) == nullptr;
-    });
+    std::erase_if(_claims, [this](const auto& claim) { return printerWithKey(claim.first) == nullptr; });
+}
+
+std::optional<PrinterLock> Session::takeClaim(const std::string& key) {
+    auto claim = _claims.extract(key);
+    return claim ? std::optional(std::move(claim.mapped())) : std::nullopt;
+}
+
+// Nor is one that has restarted for its update; its lock ends here.
+void Session::returnClaim(const std::string& key, PrinterLock lock) {
+    const Printer printer = printerWithKey(key);
+    if (!printer || printer->ownership() != Ownership::thisProgram) return;
+    lock.setActivity(kClaimActivity);
+    _claims.insert_or_assign(key, std::move(lock));
 }
 
 void Session::unusableDidArrive(const PrinterEvent& event) {

@@ -127,6 +127,8 @@ class Session {
     void watchServices();
     void historyIsRead();
     void forgetClaims();
+    std::optional<PrinterLock> takeClaim(const std::string& key);
+    void returnClaim(const std::string& key, PrinterLock lock);
     void unusableDidArrive(const PrinterEvent& event);
     void openDidEnd(IOReturn code);
 

@@ -66,11 +66,16 @@ void MainWindow::connectActions() {
 
 void MainWindow::showActions() {
     const auto printer = selection();
-    const QString reason = printer ? qtext(_supervisor.reasonAgainst(printer->keyUSBdevice())) : QString();
+    const std::string key = printer ? printer->keyUSBdevice() : "";
+    const auto show = [&](QAction* action, const std::string& reason) {
+        action->setEnabled(printer != nullptr && reason.empty());
+        action->setToolTip(reason.empty() ? action->statusTip() : qtext(reason));
+    };
+    show(_ui->actionUpdate, _supervisor.reasonAgainst(key));
+    const std::string reason = _supervisor.reasonAgainstActions(key);
     for (QAction* action : {_ui->actionRefresh, _ui->actionHotPlug, _ui->actionClaim, _ui->actionCounterA,
-                            _ui->actionCounterB, _ui->actionCounterM, _ui->actionSerial, _ui->actionUpdate}) {
-        action->setEnabled(printer != nullptr && reason.isEmpty());
-        action->setToolTip(reason.isEmpty() ? action->statusTip() : reason);
+                            _ui->actionCounterB, _ui->actionCounterM, _ui->actionSerial}) {
+        show(action, reason);
     }
     _ui->menuCounters->setEnabled(_ui->actionCounterA->isEnabled());
     _ui->actionReport->setEnabled(_model.rowCount() > 0);
@@ -148,7 +153,7 @@ void MainWindow::resetCounter(char letter) {
     question.iconName = printer->image().value_or("");
     question.completion = [this, printer, letter](int answer) {
         // An update may have begun while the question stood.
-        const bool isFree = _supervisor.reasonAgainst(printer->keyUSBdevice()).empty();
+        const bool isFree = _supervisor.reasonAgainstActions(printer->keyUSBdevice()).empty();
         if (answer != kAlertSecondButton || !isFree) return;
         whileReserved(printer, "counter reset", [printer, letter] { printer->resetCounter(letter); });
     };

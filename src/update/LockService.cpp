@@ -224,6 +224,16 @@ void LockService::setPhase(std::uint64_t lock, const std::string& phase) {
     found->second.answer.phase = phase;
 }
 
+void LockService::setActivity(std::uint64_t lock, const std::string& activity, std::int64_t since) {
+    const std::scoped_lock guard(_core->mutex);
+    const auto found = _core->locks.find(lock);
+    if (found == _core->locks.end()) return;
+    LockAnswer& answer = found->second.answer;
+    answer.activity = activity;
+    answer.since = since;
+    answer.phase.clear();
+}
+
 void LockService::endLock(std::uint64_t lock) {
     const std::scoped_lock guard(_core->mutex);
     _core->locks.erase(lock); // first: whoever sees a connection end may take the lock at once

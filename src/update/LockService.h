@@ -24,6 +24,8 @@ class LockService {
     /// descriptors (errno says why), and then the lock is released again.
     std::uint64_t addLock(ScopedFd listener, LockAnswer answer);
     void setPhase(std::uint64_t lock, const std::string& phase);
+    /// since: when the activity began, in seconds since 1970; 0 if not known. It is in no phase yet.
+    void setActivity(std::uint64_t lock, const std::string& activity, std::int64_t since);
     /// Releases the lock. Whoever watches it is notified by the kernel.
     void endLock(std::uint64_t lock);
 

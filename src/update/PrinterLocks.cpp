@@ -36,14 +36,15 @@ std::string problemOf(int error) {
 
 } // namespace
 
-PrinterLock::PrinterLock(std::shared_ptr<LockService> service, std::uint64_t id)
-    : _service(std::move(service)), _id(id) {}
+PrinterLock::PrinterLock(std::shared_ptr<LockService> service, std::uint64_t id, std::function<std::int64_t()> unixTime)
+    : _service(std::move(service)), _id(id), _unixTime(std::move(unixTime)) {}
 
 PrinterLock& PrinterLock::operator=(PrinterLock&& other) noexcept {
     if (this == &other) return *this;
     release();
     _service = std::move(other._service);
     _id = other._id;
+    _unixTime = std::move(other._unixTime);
     return *this;
 }
 
@@ -54,6 +55,10 @@ void PrinterLock::release() {
 
 void PrinterLock::setPhase(const std::string& phase) {
     if (_service != nullptr) _service->setPhase(_id, phase);
+}
+
+void PrinterLock::setActivity(const std::string& activity) {
+    if (_service != nullptr) _service->setActivity(_id, activity, _unixTime != nullptr ? _unixTime() : 0);
 }
 
 bool PrinterLocks::Result::isRefused() const {
@@ -79,7 +84,7 @@ PrinterLocks::Result PrinterLocks::tryLock(const std::string& deviceKey, const s
                                                                            .since = now,
                                                                            .activity = activity});
             if (id == 0) return {.problem = problemOf(errno)};
-            return {.lock = PrinterLock(_service, id)};
+            return {.lock = PrinterLock(_service, id, _options.unixTime)};
         }
         if (listener.error != EADDRINUSE) return {.problem = problemOf(listener.error)};
         if (const auto answer = askHolder(*address, _options.answerTimeout)) return {.holder = holderOf(*answer)};

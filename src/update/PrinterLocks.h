@@ -15,6 +15,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -42,14 +44,17 @@ class PrinterLock {
 
     /// The name of the phase that is answered from now on. Cheap, never waits.
     void setPhase(const std::string& phase);
+    /// What the printer is reserved for from now on; it is in no phase yet. Cheap, never waits.
+    void setActivity(const std::string& activity);
 
   private:
     friend class PrinterLocks;
-    PrinterLock(std::shared_ptr<LockService> service, std::uint64_t id);
+    PrinterLock(std::shared_ptr<LockService> service, std::uint64_t id, std::function<std::int64_t()> unixTime);
     void release();
 
     std::shared_ptr<LockService> _service; // null once moved from
     std::uint64_t _id = 0;
+    std::function<std::int64_t()> _unixTime; // of PrinterLocksOptions
 };
 
 class PrinterLocks final : public PrinterReservations {

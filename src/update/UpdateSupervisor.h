@@ -78,6 +78,11 @@ struct UpdateServices {
     std::function<bool()> seesArrivals = {};
     /// Reserves printers for the updates of this process; null: nobody else is there.
     PrinterLocks* locks = nullptr;
+    /// Hands over the lock with which the operator has claimed this printer, so that its update has it; nullopt if it
+    /// is not claimed. May be empty.
+    std::function<std::optional<PrinterLock>(const std::string& key)> takeClaim = {};
+    /// Hands that lock back if the printer is still claimed after its update. May be empty.
+    std::function<void(const std::string& key, PrinterLock lock)> returnClaim = {};
     /// Keeps the records of updates; null: there are none.
     UpdateRecorder* recorder = nullptr;
     /// Whose folder and digests the records name; null: none.
@@ -124,6 +129,10 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     bool isUpToDate(TBUSBPrinterZUL& printer) const;
     /// Why no update of this printer may be begun now; empty if one may.
     std::string reasonAgainst(const std::string& key) const;
+    /// Why nothing but its update may be started on this printer now: no question, claim, reset or reconnection. Empty
+    /// if all of that may. An update that has stalled may be started again; a reset in its middle may break the
+    /// printer.
+    std::string reasonAgainstActions(const std::string& key) const;
     /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
     /// still be at work.
     bool mayGetSecondImage(const std::string& key) const;
@@ -167,6 +176,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
         int roundsNeeded = 1;            // rounds of questions after the report before it is judged
         int pendingAlerts = 0;           // shown or waiting for their turn
         bool wasClaimed = false;         // by the operator, before the update
+        bool isClaimLock = false;        // the lock was that of the claim
         std::uint32_t locationID = 0;    // of the printer, for the bus
         std::uint16_t vendorID = 0;
         std::uint16_t productID = 0;
@@ -185,6 +195,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void start(const std::string& key);
     void startEngine(const std::string& key);
     bool takeLock(const std::string& key);
+    void releaseLock(const std::string& key);
     void showPhaseToOthers(const Update& update);
     void record(const std::string& key, Block stored);
     UpdateRecord recordOf(const Update& update) const;

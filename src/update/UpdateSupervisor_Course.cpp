@@ -67,11 +67,10 @@ void UpdateSupervisor::refresh(const std::string& key) {
 
 void UpdateSupervisor::refreshOpen(Update& update) {
     const std::string key = update.state.key;
-    if (_courses[key].isBegun) {
-        if (const auto result = resultOf(update)) {
-            end(key, *result);
-            return;
-        }
+    const auto result = _courses[key].isBegun ? resultOf(update) : resultOfPatience(update);
+    if (result) {
+        end(key, *result);
+        return;
     }
     showFlags(update);
     reportMissingIdentity(update);
@@ -216,7 +215,7 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     course.judgedAttachment = update.state.attachment;
     course.isSettled = !update.replacedBy.empty();
     completeRecord(update);
-    course.lock.reset();
+    releaseLock(key);
     keepInterface(key, false);
     if (update.verdict.isUntouched() && !course.wasClaimed) releaseInterface(key);
     if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
@@ -333,7 +332,7 @@ void UpdateSupervisor::dismiss(const std::string& key) {
     if (found->second.isOpen()) {
         if (!found->second.mayBeDismissed) return;
         found->second.isDismissed = true; // a printer that gets on after all is shown again
-        _courses[key].lock.reset();       // until then other programs may help it
+        releaseLock(key);                 // until then other programs may help it
         _courses[key].dismissedAt = now();
     } else {
         _updates.erase(found);
@@ -346,13 +345,24 @@ void UpdateSupervisor::dismiss(const std::string& key) {
 
 std::string UpdateSupervisor::reasonAgainst(const std::string& key) const {
     const auto found = _updates.find(key);
-    if (found == _updates.end() || !found->second.isOpen() || found->second.isStalled) return {};
-    return Bundle::localized(operatorText("This printer is being updated."));
+    if (found == _updates.end() || !found->second.isOpen()) return {};
+    if (!found->second.isStalled) return Bundle::localized(operatorText("This printer is being updated."));
+    // The engine still has the status text of the loader before the restart, and would send it another image.
+    const bool isSilent = found->second.state.phase == UpdatePhase::restarted && !_monitor.hasReportedStatus(key);
+    if (!isSilent) return {};
+    return Bundle::localized(operatorText("This printer does not answer. Switch it off and on: its update continues."));
+}
+
+std::string UpdateSupervisor::reasonAgainstActions(const std::string& key) const {
+    const auto found = _updates.find(key);
+    const bool isInMiddle = found != _updates.end() && found->second.isOpen() &&
+                            (found->second.state.mustNotBeStopped() || !canBeLeft(found->second.state));
+    return isInMiddle ? Bundle::localized(operatorText("This printer is being updated.")) : reasonAgainst(key);
 }
 
 bool UpdateSupervisor::mayGetSecondImage(const std::string& key) const {
     const auto found = _updates.find(key);
-    if (found == _updates.end() || !found->second.isOpen() || !found->second.isStalled) return false;
+    if (found == _updates.end() || !found->second.isOpen() || !reasonAgainst(key).empty()) return false;
     const UpdatePhase phase = found->second.state.phase;
     return phase == UpdatePhase::programming || phase == UpdatePhase::restarting || phase == UpdatePhase::restarted ||
            phase == UpdatePhase::colorTables;

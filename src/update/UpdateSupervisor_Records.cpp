@@ -28,11 +28,18 @@ const UpdateRecord* recordOfPrinter(const std::vector<UpdateRecord>& records, co
 
 // ---- the lock -------------------------------------------------------------------------------------------------------
 
-// False if another process has reserved the printer; this one may have claimed it before its update. Where the system
-// refuses locks the update begins without one, and the operator reads why.
+// False if another process has reserved the printer; if this one has claimed it, the claim's lock becomes the update's.
+// Where the system refuses locks the update begins without one, and the operator reads why.
 bool UpdateSupervisor::takeLock(const std::string& key) {
     Course& course = _courses[key];
     if (_services.locks == nullptr || course.lock) return true;
+    if (_services.takeClaim) course.lock = _services.takeClaim(key);
+    course.isClaimLock = course.lock.has_value();
+    if (course.lock) {
+        course.lock->setActivity(kUpdateActivity);
+        course.lockedPhase.reset();
+        return true;
+    }
     auto result = _services.locks->tryLock(key, kUpdateActivity);
     // The lock is asked for again in each phase; the operator reads the same sentence once.
     const bool isNews = std::exchange(course.lockProblem, result.problem) != result.problem;
@@ -43,11 +50,16 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
     return !result.isRefused();
 }
 
+void UpdateSupervisor::releaseLock(const std::string& key) {
+    Course& course = _courses[key];
+    auto lock = std::exchange(course.lock, std::nullopt);
+    if (lock && course.isClaimLock && _services.returnClaim) _services.returnClaim(key, std::move(*lock));
+}
+
 void UpdateSupervisor::showPhaseToOthers(const Update& update) {
     Course& course = _courses[update.state.key];
     if (course.lockedPhase == update.state.phase) return;
-    // A claim that had the lock when the update began ends when the printer leaves. Before that, begin() has just
-    // asked.
+    // The system may have refused the lock when the update began. Before that, begin() has just asked.
     if (!course.lock && update.isOpen() && course.isBegun) takeLock(update.state.key);
     // Also without the lock: another process may take its time to answer, and is asked once per phase only.
     course.lockedPhase = update.state.phase;
@@ -182,6 +194,8 @@ std::string UpdateSupervisor::startText(TBUSBPrinterZUL& printer) const {
     if (record != nullptr) {
         return localizedFormat("update of %s is not complete, start it again", localTimeText(record->begun));
     }
+    // Until this attachment has reported a status, the text is that of an earlier one.
+    if (!_monitor.hasReportedStatus(printer.keyUSBdevice())) return {};
     if (printer.printerStatus() != textForStatus(kLoaderStatus)) return {};
     return Bundle::localized(operatorText("start the update to complete it"));
 }

@@ -2,6 +2,7 @@
 #include "update/UpdateTexts.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
@@ -61,6 +62,30 @@ std::string obstacle(const UpdateState& state) {
     return {};
 }
 
+std::string textOfHolder(const InterfaceHolder& holder) {
+    switch (holder.kind) {
+    case InterfaceHolder::Kind::printing:
+        if (holder.pid == 0) return Bundle::localized(operatorText("it is printing"));
+        return localizedFormat("it is printing (%s, process %d)", holder.program, holder.pid);
+    case InterfaceHolder::Kind::ownProgram:
+        if (holder.activity.empty()) {
+            return localizedFormat("%s uses the printer (process %d)", holder.program, holder.pid);
+        }
+        if (holder.phase.empty()) {
+            return localizedFormat("%s uses the printer (process %d): %s", holder.program, holder.pid,
+                                   activityText(holder.activity));
+        }
+        return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid,
+                               activityText(holder.activity), phaseText(holder.phase));
+    case InterfaceHolder::Kind::process:
+        if (holder.pid == 0) break; // the other holder of an embedded printer
+        return localizedFormat("another program uses the printer (%s, process %d)", holder.program, holder.pid);
+    case InterfaceHolder::Kind::unknown:
+        break;
+    }
+    return Bundle::localized(operatorText("another program uses the printer"));
+}
+
 } // namespace
 
 std::string serialNumberOf(const TBUSBPrinterZUL& printer) {
@@ -96,27 +121,8 @@ std::string describeState(const UpdateState& state, Clock::TimePoint now, const 
 }
 
 std::string describeHolder(const InterfaceHolder& holder) {
-    switch (holder.kind) {
-    case InterfaceHolder::Kind::printing:
-        if (holder.pid == 0) return Bundle::localized(operatorText("it is printing"));
-        return localizedFormat("it is printing (%s, process %d)", holder.program, holder.pid);
-    case InterfaceHolder::Kind::ownProgram:
-        if (holder.activity.empty()) {
-            return localizedFormat("%s uses the printer (process %d)", holder.program, holder.pid);
-        }
-        if (holder.phase.empty()) {
-            return localizedFormat("%s uses the printer (process %d): %s", holder.program, holder.pid,
-                                   activityText(holder.activity));
-        }
-        return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid,
-                               activityText(holder.activity), phaseText(holder.phase));
-    case InterfaceHolder::Kind::process:
-        if (holder.pid == 0) break; // the other holder of an embedded printer
-        return localizedFormat("another program uses the printer (%s, process %d)", holder.program, holder.pid);
-    case InterfaceHolder::Kind::unknown:
-        break;
-    }
-    return Bundle::localized(operatorText("another program uses the printer"));
+    const std::string text = textOfHolder(holder);
+    return holder.since == 0 ? text : localizedFormat("%s, since %s", text, localTimeText(holder.since * 1000));
 }
 
 std::string adviceForHolder(const InterfaceHolder& holder) {

@@ -99,13 +99,19 @@ TEST_CASE("only a stalled printer that has taken its image may be sent a second 
     std::string faults;
     UpdatePhase phase = UpdatePhase::checking;
     bool mayGetImage = false;
+    std::string reason;
     SUBCASE("not one whose loader does not answer") {
         faults = silences("STATUS", 4, 60);
         phase = UpdatePhase::loaderBack;
     }
-    SUBCASE("one that is back and does not answer") {
+    SUBCASE("not one that is back and does not answer: its status is still that of its loader") {
         faults = silences("STATUS", 6, 60) + silences("FVER", 3, 20);
         phase = UpdatePhase::restarted;
+        reason = "This printer does not answer. Switch it off and on: its update continues.";
+    }
+    SUBCASE("one that does not leave after its image") {
+        faults = ",program=900000";
+        phase = UpdatePhase::programming;
         mayGetImage = true;
     }
     SupervisedLab lab;
@@ -114,10 +120,21 @@ TEST_CASE("only a stalled printer that has taken its image may be sent a second 
     const std::string key = lab.update().state.key;
     lab.advanceTo(phase);
     CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
-    lab.rest(90s);
+    lab.advance(200s);
     CHECK(lab.update().state.phase == phase);
     CHECK(lab.update().isStalled);
     CHECK(lab.supervisor.mayGetSecondImage(key) == mayGetImage);
+    CHECK(lab.supervisor.reasonAgainst(key) == reason);
+    CHECK(lab.supervisor.reasonAgainstActions(key) == "This printer is being updated.");
+    lab.supervisor.dismiss(key);
+    const bool isOffered = !lab.supervisor.interruptedText(*lab.printer()).empty();
+    CHECK(isOffered == mayGetImage);
+    if (reason.empty()) return;
+    const std::size_t questions = lab.operatorDesk.history().size();
+    lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
+    lab.rest(10s);
+    CHECK(lab.operatorDesk.history().size() == questions);
+    CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
 }
 
 // ---- followed again -------------------------------------------------------------------------------------------------

@@ -117,22 +117,38 @@ TEST_CASE("a printer that nobody waits for any more is free for other programs u
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("the update of a claimed printer keeps it reserved when the claim ends at its restart") {
+TEST_CASE("the lock of a claim becomes that of the update, and is handed back when the update ends") {
     SupervisedLab lab;
     lab.startWithVK14();
     const std::string key = lab.printer()->keyUSBdevice();
-    auto claim = lab.locks.tryLock(key, "claim");
-    REQUIRE(claim.lock);
+    lab.claim = lab.locks.tryLock(key, kClaimActivity).lock;
+    REQUIRE(lab.claim);
     lab.beginUpdate();
-    while (lab.rows() > 0) lab.advance(100ms);
-    claim.lock.reset();
-    lab.advance(3s); // it is back as its loader
-    const auto answer = lab.locks.ask(key);
+    CHECK_FALSE(lab.claim);
+    lab.advance(5s); // it is back as its loader
+    auto answer = lab.locks.ask(key);
     REQUIRE(answer);
     CHECK(answer->activity == "update");
     CHECK(answer->phase == "in the loader");
     lab.rest();
     CHECK(lab.result() == UpdateResult::succeeded);
+    CHECK(lab.claim);
+    lab.claim.reset();
+    CHECK_FALSE(lab.locks.ask(key));
+}
+
+TEST_CASE("an update that is given up before it begins ends, whatever keeps it from its beginning") {
+    SupervisedLab lab;
+    lab.supervisor.setSettings({.giveUpAfter = 1s});
+    lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
+    lab.bus.unplug(0);
+    lab.rest();
+    lab.bus.plug(0);
+    lab.advance(10ms);
+    lab.supervisor.begin(lab.printer(), Equal::install); // it does not answer the first question for its status
+    lab.advance(2s);
+    CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::unanswered});
+    CHECK(lab.operatorDesk.history().empty());
 }
 
 TEST_CASE("a second image is not sent to a printer that another program has reserved meanwhile") {

@@ -33,6 +33,8 @@ class SupervisedLab : public Lab, public UpdateObserver {
                       .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
                       .seesArrivals = [this] { return areArrivalsSeen; },
                       .locks = &locks,
+                      .takeClaim = [this](const std::string&) { return std::exchange(claim, std::nullopt); },
+                      .returnClaim = [this](const std::string&, PrinterLock lock) { claim = std::move(lock); },
                       .recorder = hasHistory ? &recorder : nullptr,
                       .archive = &archive,
                       .keepAwake = [this](bool isUnderWay) { isKeptAwake = isUnderWay; }},
@@ -136,6 +138,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
 
     TemporaryFolder stateFolder;
     const std::string nameSpace;
+    std::optional<PrinterLock> claim; // the operator's, of the only printer
     PrinterLocks locks{{.program = "flow_tests", .nameSpace = nameSpace}};
     UpdateRecorder recorder{mainQueue, clock, {.folder = stateFolder.path}, "flow_tests", "1.0"};
     UpdateSupervisor supervisor;

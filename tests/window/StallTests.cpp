@@ -175,7 +175,7 @@ TEST_CASE("a printer that is put away and falls silent may be updated again") {
     CHECK(supervisor.reasonAgainst(key) == "");
 }
 
-TEST_CASE("a printer that is mute after its restart gets no second image without a question") {
+TEST_CASE("a printer that is mute after its restart gets no second image") {
     std::string settings;
     for (int question = 5; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
     Stage stage({.printers = {quick("VK14", settings.substr(1))}, .speed = 20});
@@ -185,10 +185,29 @@ TEST_CASE("a printer that is mute after its restart gets no second image without
     stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
     CHECK(onlyUpdate(stage).state.phase == UpdatePhase::restarted);
     CHECK(stage.visibleText().contains("The printer has new firmware and does not answer."));
-    CHECK(updateAction(stage).isEnabled());
+    // The engine still has the status text of the loader.
+    stage.waitFor("the reason", [&] { return !updateAction(stage).isEnabled(); });
+    CHECK(updateAction(stage).toolTip().contains("Switch it off and on: its update continues."));
+    // It answers after all, and the update comes to its end.
+    stage.waitForAlert(kSuccessTitle);
+    stage.answer("Finish");
+    CHECK(onlyUpdate(stage).verdict.isSuccess());
+    const auto changes = changesOnTheWire(stage);
+    CHECK(std::ranges::count(changes, "FW_UPDFLASH_PROGRAM") == 1);
+}
+
+TEST_CASE("a printer that does not leave after its image gets a second one only after a question") {
+    Stage stage({.printers = {"VK14,restart=150,program=60000,speed=100000000"}, .speed = 20});
+    stage.waitForFacts();
+    stage.supervisor().setSettings({.stallAfter = std::chrono::seconds(8)});
+    stage.click("Update Firmware…");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitFor("the programming", [&] { return onlyUpdate(stage).state.phase == UpdatePhase::programming; });
+    stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled && updateAction(stage).isEnabled(); });
+    CHECK_FALSE(stage.window().findChild<QAction*>("actionHotPlug")->isEnabled()); // it may be writing its flash
     stage.click("Update Firmware…");
     const auto question = stage.waitForAlert("Start the update of VK14 000001 (1-1) again?");
-    CHECK(question.message.startsWith("The printer has new firmware and does not answer."));
+    CHECK(question.message.startsWith("The printer has the firmware and has not restarted yet."));
     CHECK(question.message.endsWith("which may damage a printer that is still at work."));
     CHECK(question.buttons == QStringList{"Cancel", "Start Again"});
     CHECK(question.defaultButton == "Cancel");
@@ -199,14 +218,14 @@ TEST_CASE("a printer that is mute after its restart gets no second image without
     SUBCASE("and its first start is followed further when the operator starts again") {
         stage.answer("Start Again");
         stage.waitForAlert("Attention:");
-        CHECK(onlyUpdate(stage).state.phase == UpdatePhase::restarted);
+        CHECK(onlyUpdate(stage).state.phase == UpdatePhase::programming);
         CHECK_FALSE(updateAction(stage).isEnabled());
-        stage.program().alerts().dismissAll(); // nobody answers the agreement
+        stage.program().alerts().dismissAll(); // the agreement is not answered
     }
     CHECK(onlyUpdate(stage).isOpen());
     const auto changes = changesOnTheWire(stage);
     CHECK(std::ranges::count(changes, "FW_UPDFLASH_PROGRAM") == 1);
-    // It answers after all: the first start comes to its end, and is called what it is.
+    // It restarts after all: the first start comes to its end, and is called what it is.
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
     CHECK(onlyUpdate(stage).verdict.isSuccess());

@@ -10,8 +10,9 @@
 
 namespace zul {
 
-/// The activity of a process that updates the printer.
+/// Activities of a process that has reserved a printer: it updates it, or its operator has claimed it.
 inline constexpr const char* kUpdateActivity = "update";
+inline constexpr const char* kClaimActivity = "claim";
 
 /// The process that uses a printer's interface, as far as the system reports it.
 struct InterfaceHolder {

@@ -1,4 +1,5 @@
 // What operators read about an update.
+#include "platform/foundation/LocalTime.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateTexts.h"
 
@@ -84,6 +85,10 @@ TEST_CASE("who holds a printer is named as far as that is known") {
           "zulctl uses the printer (process 9): claim");
     CHECK(describeHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 9}) ==
           "zulctl uses the printer (process 9)");
+    const std::int64_t since = 1'795'356'000;
+    CHECK(describeHolder(
+              {.kind = Kind::ownProgram, .program = "zulctl", .pid = 9, .activity = "claim", .since = since}) ==
+          "zulctl uses the printer (process 9): claim, since " + localTimeText(since * 1000));
 }
 
 TEST_CASE("a refused command is named for what it is, not for the phase before it") {

@@ -133,6 +133,7 @@ TEST_CASE("damaged files leave a printer in its loader only between the order an
     update.report(events::ArchiveRefused{});
     CHECK(advice(UpdateResult::badFiles, update).starts_with(kReplace));
     update.upToLoader();
+    update.report(events::ArchiveRefused{});
     CHECK(advice(UpdateResult::badFiles, update).starts_with(kInUpdateMode));
     Followed later;
     later.upToTables();
