@@ -1,5 +1,5 @@
-// How an update shows while it runs: a live line on a terminal, plain lines otherwise, one object per line with --json.
-// Main queue.
+// Progress of running updates: a live line on a terminal, plain lines otherwise, one object per line with --json. Main
+// queue.
 #pragma once
 
 #include "cli/Output.h"
@@ -15,6 +15,7 @@ class UpdateDisplay {
     explicit UpdateDisplay(const Output& output);
 
     /// Called at every change and every half second.
+    /// A permanent line, also while a live line is shown.
     void show(const Update& update, Clock::TimePoint now);
     /// A line that stays, whatever is live.
     void report(const std::string& key, const std::string& text, const char* event);
