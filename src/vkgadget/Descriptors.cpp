@@ -32,7 +32,7 @@ void setLength(Data& data) {
 void appendEndpoint(Data& data, std::uint8_t address, std::uint16_t packetSize) {
     // clang-format off
     append(data, { 7, kEndpointDescriptor,
-                   address,                                         // unique; the UDC core assigns the number that the host sees
+                   address,                                         // unique; the core assigns the number that the host sees
                    kBulk,
                    static_cast<std::uint8_t>(packetSize & 0xFF), static_cast<std::uint8_t>(packetSize >> 8),
                    0 });                                            // interval, not used for bulk

@@ -59,8 +59,8 @@ class FunctionFs {
     /// Writes data as one transfer, with a zero-length packet if no short packet ends it, and returns when the host has
     /// received it. Returns 0 or a negative errno (EAGAIN without a host).
     int writeIn(std::size_t interface, const Data& data, std::size_t packetSize);
-    /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears it; its
-    /// transfers there fail at once. On the thread that uses the endpoint, since a call in progress holds it.
+    /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears the halt; its
+    /// transfers there fail at once. Call on the endpoint's own thread, because a call in progress holds the endpoint.
     void haltIn(std::size_t interface);
     void haltOut(std::size_t interface);
 
