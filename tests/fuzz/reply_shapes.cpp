@@ -1,5 +1,5 @@
-// Any text as the answer to any question: what a shape accepts is short printable text, and the answers of one question
-// are not taken for those of another where they are marked.
+// Any text as the reply to any query: a shape accepts only short printable text, and replies with a mark of their query
+// do not fit other queries.
 #include "fuzz/FuzzInput.h"
 
 #include "platform/foundation/Data.h"
@@ -45,7 +45,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::uint32_t command = input.takeByte() % kCommands;
     const Data rest = input.takeRest();
     judgeHeader(rest);
-    // As a reply's text comes: UTF-8, or nothing at all.
+    // In the form of a reply's text: UTF-8, or nullopt.
     const auto text = stringFromNulTerminatedUTF8(rest);
     if (!text) {
         require(!fitsShape(text, replyShapeFor(command)), "what is not text fits nothing");

@@ -1,4 +1,4 @@
-// S-record text: a fault is found by one way exactly when it is found by the others, and on a line that exists.
+// S-record text: all checks agree on whether there is a fault, and its line exists.
 #include "fuzz/FuzzInput.h"
 
 #include "archive/SRecord.h"
