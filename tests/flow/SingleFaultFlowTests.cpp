@@ -19,7 +19,7 @@ void answerAll(SupervisedLab& lab) {
         if (lab.operatorDesk.title() == "Attention:") lab.operatorDesk.setAgreed(true);
         REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().back()));
     }
-    FAIL("the questions have no end");
+    FAIL("the alerts do not end");
 }
 
 void update(SupervisedLab& lab) {

@@ -31,7 +31,7 @@ VirtualJournalEntry commandInJournal(const Lab& lab, const std::string& text, in
     for (const VirtualJournalEntry& entry : lab.journal->entries()) {
         if (entry.event == "command" && entry.command == text && --occurrence == 0) return entry;
     }
-    FAIL("the printer never saw " << text);
+    FAIL("the printer never received " << text);
     return {};
 }
 

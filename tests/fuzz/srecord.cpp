@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     }
     const Data padded = paddedData(data);
     require(padded.size() % 4 == 0 && padded.size() >= size && padded.size() < size + 4, "padding is to four bytes");
-    require(std::equal(data.begin(), data.end(), padded.begin()), "padding changes nothing before it");
+    require(std::equal(data.begin(), data.end(), padded.begin()), "padding changes no earlier byte");
     require(checksumForData(padded) == checksumForData(data), "zeros do not change the sum");
     return 0;
 }

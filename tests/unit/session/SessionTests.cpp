@@ -17,7 +17,7 @@ namespace {
 
 class NoAlerts final : public AlertOutlet {
   public:
-    void beginAlert(AlertDescription /*alert*/) override { FAIL("nobody asked for an alert"); }
+    void beginAlert(AlertDescription /*alert*/) override { FAIL("unexpected alert"); }
 };
 
 class TestApplication final : public ApplicationOutlet {
