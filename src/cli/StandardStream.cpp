@@ -94,7 +94,7 @@ std::streamsize StandardStream::xsputn(const char* text, std::streamsize size) {
 int StandardStream::sync() {
     std::unique_lock lock(_mutex);
     handOver(lock);
-    return 0; // the stream stays usable: finish() reports the error
+    return 0; // the stream remains usable: finish() reports the error
 }
 
 void StandardStream::append(const char* text, std::size_t size) {

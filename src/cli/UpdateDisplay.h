@@ -15,9 +15,8 @@ class UpdateDisplay {
     explicit UpdateDisplay(const Output& output);
 
     /// Called at every change and every half second.
-    /// A permanent line, also while a live line is shown.
     void show(const Update& update, Clock::TimePoint now);
-    /// A line that stays, whatever is live.
+    /// Writes a permanent line, also while a live line is shown. event: its name in JSON.
     void report(const std::string& key, const std::string& text, const char* event);
     /// Ends the live line, so that something else can be written.
     void breakLine();

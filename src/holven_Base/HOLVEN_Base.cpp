@@ -1,5 +1,5 @@
 // Host information, temporary files and standard folders.
-// Called by "zulctl host-info" and at the start of a log; any thread.
+// Called by "zulctl hostinfo" and at the start of a log; any thread.
 #include "holven_Base/HOLVEN_Base.h"
 
 #include "holven_Base/HOLVEN_NSStringAdditions.h"

@@ -78,7 +78,7 @@ struct DoctorOptions {
     bool isRoot = false;
     /// Whether this user may read and write the file; null: ask the system.
     std::function<bool(const std::string& file)> mayUse{};
-    /// Runs a command with the shell; null: really runs it.
+    /// Runs a command with the shell; null: the shell of this machine.
     std::function<CommandResult(const std::string& command)> run{};
     /// The other process of this product that has reserved the printer; null: none.
     std::function<std::optional<InterfaceHolder>(const std::string& key)> reservation{};

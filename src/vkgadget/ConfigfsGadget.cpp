@@ -1,4 +1,5 @@
-// Writes the gadget's attributes to configfs and removes the gadget again. Called by GadgetPort under its lock.
+// Writes the gadget's attributes to configfs and removes the gadget again.
+// Called by GadgetPort under its lock, on any thread.
 #include "vkgadget/ConfigfsGadget.h"
 
 #include "platform/files/ScopedFd.h"

@@ -59,9 +59,11 @@ class MainQueue final : public Queue {
     int run();
     /// Ends run() after the current block; the status of the first call is used. Any thread.
     void quit(int status);
+    /// Whether quit() was called. Any thread.
     bool hasQuit() const;
 
-    /// Drops all blocks from now on; waiting sync() calls return false. Main thread, at the end of the program.
+    /// Drops the queued blocks and all later ones; waiting sync() calls return false. Main thread, at the end of the
+    /// program.
     void close();
 
   private:

@@ -16,6 +16,7 @@ class WakeEvent {
 
     /// Readable between raise() and lower(); -1 if there is none.
     int descriptor() const { return _event.get(); }
+    /// Sets the flag and wakes the waiting thread.
     void raise() const {
         const std::uint64_t one = 1;
         while (::write(_event.get(), &one, sizeof one) < 0 && errno == EINTR) {

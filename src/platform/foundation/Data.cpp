@@ -1,4 +1,5 @@
-// Converts bytes to text and text to numbers, with the rules for printer replies. Pure functions; any thread.
+// Converts bytes to text and text to numbers, with the rules for printer replies.
+// Used by the engine, the archive and the settings. Pure functions; any thread.
 #include "platform/foundation/Data.h"
 
 #include <algorithm>

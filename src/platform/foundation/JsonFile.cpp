@@ -1,4 +1,5 @@
-// Reads and writes the archive's digest file. Called by the archive and the command line, on any thread.
+// Reads and writes the archive's digest file.
+// Called by the archive and the command line, on any thread.
 #include "platform/foundation/JsonFile.h"
 
 #include "platform/files/Files.h"

@@ -85,7 +85,7 @@ TEST_CASE("a file is checked by its path and by its URL, and a missing file is i
     CHECK(verifyMotorolaSFile(file.string() + ".not-there") == false);
 }
 
-TEST_CASE("the percent escapes of a file's URL stand for bytes of its path") {
+TEST_CASE("the percent escapes of a file's URL are bytes of its path") {
     TemporaryFolder folder;
     const auto file = folder.write("VK14 01.61 100%\xC3\xA4#1.fw", kHeader);
     const std::string url = "file://" + folder.path.string();

@@ -215,7 +215,7 @@ TEST_CASE("a reply is two reads, of eight bytes and of what they announce, cut a
     CHECK(bench.log.has("reading backchannel for 8 bytes on "));
 }
 
-TEST_CASE("a reply without a carriage return keeps the buffer's length and ends with NUL behind its bytes") {
+TEST_CASE("a reply without a carriage return keeps the buffer's length and ends with NUL after its bytes") {
     Bench bench;
     bench.openPrinter();
     bench.reply("VK14");

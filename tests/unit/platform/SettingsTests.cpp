@@ -173,7 +173,7 @@ TEST_CASE("a settings file that cannot be read is not changed") {
     CHECK(std::filesystem::is_directory(file));
 }
 
-TEST_CASE("a settings file behind a link is replaced at the link's target") {
+TEST_CASE("a settings file with a symbolic link is replaced at the link's target") {
     const TemporaryFolder folder;
     const auto target = folder.write("real.json", R"({"a": "b"})");
     const auto link = folder / "link.json";
