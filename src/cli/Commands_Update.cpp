@@ -206,7 +206,7 @@ class UpdateRun final : public SessionObserver {
     int exitStatus() {
         for (const auto& printer : _printers) {
             const Update& update = supervisor().updates().at(printer->keyUSBdevice());
-            // An interrupted update may have been started again by its printer meanwhile.
+            // Ended by the interrupt, then reopened because its printer continued.
             const int status = _isInterrupted && update.isOpen() ? static_cast<int>(kInterrupted) : statusOf(update);
             if (status != kDone) return status;
         }

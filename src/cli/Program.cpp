@@ -53,8 +53,8 @@ Clock::Duration Program::briefUse() const {
     return options.command == "watch" ? Clock::Duration(0) : Clock::Duration(kBriefUse);
 }
 
-// True if a printer is held by a process that may hold it only briefly, such as another zulctl that lists it. Print jobs
-// and updates take longer and have holder kinds of their own.
+// True if a printer is held by a process that may hold it only briefly, such as another zulctl that lists it. Print
+// jobs and updates take longer and have holder kinds of their own.
 bool Program::isAnyBrieflyUsed() const {
     return std::ranges::any_of(session.printers(), [this](const Printer& printer) {
         const auto holder = session.supervisor.holder(printer->keyUSBdevice());

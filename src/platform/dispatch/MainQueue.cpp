@@ -1,5 +1,5 @@
 // The main queue, based on descriptors: zulctl runs it in a loop of its own, a window serves it whenever its descriptor
-// is readable. Blocks are queued on any thread; all other operations are for the main thread.
+// is readable. Blocks are queued on any thread; they and the watches run on the main thread.
 #include "platform/dispatch/Queue.h"
 
 #include "platform/files/WakeEvent.h"

@@ -51,7 +51,7 @@ struct SerialQueue::State {
     std::deque<Block> blocks;
     bool started = false;
     bool busy = false; // a block runs or waits; reported to the clock once, not per block: a thread that waits for time
-                       // is at rest whatever waits after it
+                       // is idle, whatever is queued after it
     bool released = false;
 
     static void run(const std::shared_ptr<State>& state) {
