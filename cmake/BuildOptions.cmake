@@ -1,4 +1,4 @@
-# The flags that every target of this project is built with.
+# The compiler options of every target of this project.
 find_program(ZUL_CCACHE ccache)
 if(ZUL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${ZUL_CCACHE})
@@ -9,7 +9,7 @@ target_compile_options(zul_build_options INTERFACE
 if(ZUL_WARNINGS_AS_ERRORS)
   target_compile_options(zul_build_options INTERFACE -Werror)
 endif()
-# g++ 12 guesses at sizes when it optimises and is wrong about vectors and strings: shown, but no reason to stop.
+# The optimiser of g++ 12 gives false warnings about sizes of vectors and strings: they are shown, but are not errors.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(zul_build_options INTERFACE
     -Wno-error=array-bounds -Wno-error=stringop-overflow -Wno-error=stringop-overread -Wno-error=restrict
@@ -27,8 +27,8 @@ if(ZUL_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 target_include_directories(zul_build_options INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/src)
-# The sanitized builds read the largest standard headers once per target, which makes them faster. The release build does
-# not, so that a source that forgets one of its includes is found there.
+# The sanitized builds precompile the largest standard headers once per target, which makes them faster. The release
+# build does not, so that a source with a missing include fails there.
 if(ZUL_PRECOMPILE)
   target_precompile_headers(zul_build_options INTERFACE
     <algorithm> <chrono> <filesystem> <fstream> <functional> <map> <memory> <mutex> <optional> <set> <span> <sstream>

@@ -1,8 +1,8 @@
-# The target "headers": headers compiled by themselves, and twice in one file. A header that leans on its neighbours, or has
-# no guard, fails here. A header that a source of the same name includes before anything else is compiled there already.
+# The target "headers" compiles each header by itself and twice in one file. A header without its own includes or its
+# guard fails here. A header that its own source includes first is compiled there already.
 function(zul_add_headers_target)
   file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR}/src CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h)
-  list(FILTER headers EXCLUDE REGEX "^ui/|^AppDelegate") # the toolkit's own headers would be most of the time
+  list(FILTER headers EXCLUDE REGEX "^ui/|^AppDelegate") # the toolkit's own headers would take most of the time
   set(sources)
   foreach(header IN LISTS headers)
     string(REGEX REPLACE "h$" "cpp" own ${PROJECT_SOURCE_DIR}/src/${header})

@@ -1,6 +1,6 @@
-# Targets that gather others.
+# Targets that collect others.
 
-# The target "programs": everything but the tests, for who only wants to run them.
+# The target "programs": everything but the tests, for users who only run the programs.
 function(zul_collect_targets folder result)
   set(found)
   get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
@@ -19,7 +19,7 @@ function(zul_collect_targets folder result)
   set(${result} ${found} PARENT_SCOPE)
 endfunction()
 
-# To be called before the tests are added.
+# Call it before the tests are added.
 function(zul_add_programs_target)
   zul_collect_targets(${PROJECT_SOURCE_DIR} targets)
   add_custom_target(programs)
@@ -33,14 +33,13 @@ function(zul_add_programs_target)
   endforeach()
 endfunction()
 
-# The target "sanitized_tests": the programs behind the labels unit and flow, which run under the sanitizers, and behind
-# the label window, which runs under those of memory; and "fuzz_tests", those behind the label fuzz. zulctl is built too,
-# for the compiler's check of what belongs to which queue.
-# To be called after the tests are added.
+# The target "sanitized_tests": the programs of the labels unit and flow, which run under all sanitizers, and of the
+# label window, which runs under the memory sanitizers; and "fuzz_tests", those of the label fuzz. zulctl is built too,
+# for the compiler's check of the queue roles. Call it after the tests are added.
 function(zul_add_sanitized_tests_target)
   add_custom_target(sanitized_tests)
   set(targets unit_tests flow_tests gadget_tests)
-  # The toolkit comes without the thread sanitizer's marks: what it does between threads would look like races.
+  # The toolkit is built without thread sanitizer, so its synchronization between threads would be reported as races.
   if(NOT ZUL_SANITIZE MATCHES "thread")
     list(APPEND targets window_tests zul-printer-utility zulctl)
   endif()

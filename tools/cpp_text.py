@@ -1,4 +1,4 @@
-"""Reads C++ just well enough for the house rules: code without comments and texts, and where functions begin and end."""
+"""Parses C++ as far as the house rules need: code without comments and texts, and the lines of each function."""
 import re
 
 _TOKEN = re.compile(
@@ -10,7 +10,7 @@ _TOKEN = re.compile(
 
 
 def blank(text, keep_strings=False):
-    """The text with comments (and string contents) turned to spaces; every line keeps its number."""
+    """The text with comments (and string contents) replaced by spaces; line numbers are unchanged."""
 
     def replace(match):
         token = match[0]
@@ -73,6 +73,6 @@ def functions(text):
 
 
 def is_table(lines):
-    """Whether a function's lines are mostly rows: such a function is read like a list, however long it is."""
+    """Whether a function's lines are mostly rows: such a function reads like a list, whatever its length."""
     rows = [line for line in lines if re.match(r'\s*(?:case\b.*(?:return|:)|\{.*\},?|".*"[,)]?|X\()', line)]
     return len(rows) >= 0.7 * len(lines)

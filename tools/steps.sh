@@ -1,9 +1,9 @@
-# The steps that ./run, ./test and .ci/run share; to be sourced, with $root set to the top of the tree.
-# Every function answers by its status, so that callers decide what a failure means.
+# The steps shared by ./run, ./test and .ci/run; source it with $root set to the top of the tree. Every function returns
+# its status, so that callers decide what a failure means.
 
 say() { printf '==> %s\n' "$*"; }
 
-# quietly LOG COMMAND...: the output goes to LOG, and is shown only when the command fails.
+# quietly LOG COMMAND...: writes the output to LOG, and shows it only if the command fails.
 quietly() {
     log=$1
     shift
@@ -13,7 +13,7 @@ quietly() {
     return $status
 }
 
-# folder_of PRESET: where the preset builds.
+# folder_of PRESET: prints the preset's build folder.
 folder_of() {
     case $1 in
     release) echo "$root/build" ;;
@@ -21,14 +21,14 @@ folder_of() {
     esac
 }
 
-# build_preset PRESET [TARGET...]: configures and builds; without a target what the preset names.
+# build_preset PRESET [TARGET...]: configures and builds the targets; without a target those of the preset.
 build_preset() {
     preset=$1
     shift
     folder=$(folder_of "$preset")
     mkdir -p "$folder" || return 1
     fresh=
-    # A tree that was moved or copied brings a cache that CMake refuses.
+    # CMake refuses the cache of a tree that was moved or copied.
     if [ -f "$folder/CMakeCache.txt" ] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$folder/CMakeCache.txt"
     then
         fresh=--fresh
@@ -41,8 +41,8 @@ build_preset() {
     )
 }
 
-# test_preset PRESET: runs the preset's tests. The verdict of every case is left in test-results.xml and test-status of
-# the build folder for tools/count-tests. The output is indented, so that no line of a test passes for ours.
+# test_preset PRESET: runs the preset's tests. The results of all cases are written to test-results.xml and test-status
+# in the build folder for tools/count-tests. The output is indented, so that no line of a test looks like the final one.
 test_preset() {
     folder=$(folder_of "$1")
     rm -f "$folder/test-results.xml" "$folder/test-status"
@@ -51,8 +51,8 @@ test_preset() {
         cd "$root" || exit 1
         {
             status=0
-            # One at a time: the guest and the programs share the machine with nothing that could slow them past a limit.
-            # The whole output is kept, as the summaries stand at its end.
+            # One at a time: the guest and the programs must not be slowed past a time limit by other tests.
+            # The whole output is kept, because the summaries are at its end.
             ctest --preset "$1" --output-junit "$folder/test-results.xml" \
                 --test-output-size-passed 100000000 --test-output-size-failed 100000000 </dev/null 2>&1 || status=$?
             echo $status >"$folder/test-status"

@@ -1,4 +1,5 @@
-// From problems to sentences. A problem names the file, and its remedy the one command that helps.
+// Converts problems to sentences: each names the file, and its remedy the command that fixes the problem.
+// Called by the command line, the window and the diagnosis; any thread.
 #include "archive/ArchiveTexts.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -12,7 +13,7 @@ namespace {
 
 using Kind = ArchiveProblem::Kind;
 
-// The text that a problem's file name and folder are put into.
+// The text into which a problem's file name and folder are inserted.
 const char* sentenceOf(Kind kind) {
     switch (kind) {
     case Kind::fileMissing:
@@ -40,7 +41,7 @@ const char* sentenceOf(Kind kind) {
 }
 
 std::string copyAgain(const ArchiveProblem& problem) {
-    // A digest that is known decides whether the copy is right; it must not be replaced by the copy's own.
+    // A listed digest decides whether the copy is correct; never replace it with the copy's own digest.
     if (problem.hasDigest) {
         return localizedFormat("Copy it from the vendor's download into %s, then run: zulctl archive verify %s",
                                problem.folder.string(), shellWord(problem.folder));

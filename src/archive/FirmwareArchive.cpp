@@ -1,5 +1,5 @@
-// Reading, judging and keeping the files of the archive. Printers' queues verify here in parallel, the programs ask
-// from the main queue.
+// Reads, verifies and keeps the files of the archive. Called in parallel on the printers' command queues for
+// verification, and by the programs on the main queue.
 #include "archive/FirmwareArchive.h"
 
 #include "archive/KeyedDigest.h"
@@ -21,7 +21,7 @@ std::shared_ptr<FirmwareArchive::Entry> FirmwareArchive::entryOf(const std::stri
     return entry;
 }
 
-// Where the file is; where it should be when it is not there.
+// Where the file is, or where it should be if it is missing.
 fs::path FirmwareArchive::pathOf(const std::string& name) const {
     const fs::path file(name);
     const std::string extension = file.extension().string();
@@ -65,7 +65,7 @@ void FirmwareArchive::judge(ArchiveFile& file, Entry& entry, const std::string& 
     if (entry.identity && _reader->identityOf(file.path) == entry.identity) {
         file.digest = entry.digest;
         file.state = stateFor(file.digest);
-        // A digest that was supplied after the file was read: its contents were not kept.
+        // The digest was supplied after the file was read, so its contents were not kept.
         if (file.state != State::matches || (entry.verified && entry.verifiedDigest == file.digest)) return;
     }
     FileReading reading = _reader->read(file.path);
@@ -88,7 +88,7 @@ void FirmwareArchive::judge(ArchiveFile& file, Entry& entry, const std::string& 
     case FileResult::contents:
         break;
     }
-    // A file of no bytes has no digest, so it never matches.
+    // An empty file has no digest, so it never matches.
     entry.digest = reading.contents.empty() ? std::string() : keyedDigest(key, reading.contents);
     file.digest = entry.digest;
     file.state = stateFor(file.digest);

@@ -1,11 +1,11 @@
-// The firmware files of a run: read once, verified, and handed out as the very bytes that were verified. One object per
-// run, made before the printers; every printer of the run uses it, so a file that several need is read once for all.
+// The firmware files of a run: read once, verified, and returned as the very bytes that were verified. One object per
+// run, created before the printers; all printers of the run share it, so a file that several need is read only once.
 //
-// A file is read again only when another one has taken its place or it was written to (device, inode, size, times);
-// then the next check judges the new contents. What the last matching check read is kept until the run ends: one
-// content per file, and only of models that were asked for. Files that do not match are not kept.
+// A file is read again only after it was replaced or written to (its device, inode, size or times differ); the next
+// check then verifies the new contents. The contents of the last matching check are kept until the run ends: one
+// version per file, and only for models that were checked. Contents that do not match are not kept.
 //
-// Any thread. Calls for one file wait for each other, calls for different files do not. Nothing here logs.
+// Any thread. Calls for the same file wait for each other, calls for different files do not. No operation logs.
 #pragma once
 
 #include "archive/FirmwareDigests.h"
@@ -25,27 +25,27 @@ namespace zul {
 
 class Bundle;
 
-/// What a look at one file of a row found.
+/// The result of checking one file of a product's row.
 struct ArchiveFile {
     enum class State { matches, differs, noDigest, missing, notAFile, unreadable };
 
     std::string name;
-    std::filesystem::path path; // where it is, or where it should be
+    std::filesystem::path path; // where the file is, or where it should be
     State state = State::missing;
-    std::string digest = {}; // of what was read; empty for a file of no bytes and where nothing was read
+    std::string digest = {}; // of the contents; empty for an empty file and if no contents were read
 
-    /// There is a file and its contents were judged.
+    /// True if the file's contents were read and compared.
     bool wasRead() const { return state == State::matches || state == State::differs || state == State::noDigest; }
 };
 
 struct ArchiveCheck {
-    std::vector<ArchiveFile> files; // of the row, up to and including the first that was read and does not match
+    std::vector<ArchiveFile> files; // of the row, up to the first file that was read and does not match
     std::shared_ptr<const FirmwareDigests> digests;
-    /// The last file that could be read matched; false when none could be.
+    /// The last readable file matched; false if no file could be read.
     bool hasPassed = false;
 };
 
-/// What keeps an update of a model from ending well. Its texts are in ArchiveTexts.h.
+/// A reason why an update of a model could not succeed. Its texts are in ArchiveTexts.h.
 struct ArchiveProblem {
     enum class Kind {
         noFilesForModel,
@@ -58,17 +58,17 @@ struct ArchiveProblem {
         fileNotRegular, // a folder, a pipe, a device
         fileWithoutDigest,
         fileDiffers,
-        firmwareNotSRecords // although it matches its digest
+        firmwareNotSRecords // although the file matches its digest
     };
 
     Kind kind;
     std::filesystem::path path = {};   // the file or folder in question
-    std::filesystem::path folder = {}; // the archive
-    bool hasDigest = false;            // the digest file knows the file
-    bool isOwnArchive = false;         // the archive came with the program
+    std::filesystem::path folder = {}; // the archive folder
+    bool hasDigest = false;            // the digest file lists the file
+    bool isOwnArchive = false;         // the archive installed with the program
 };
 
-/// The firmware version that the archive offers to a model.
+/// The firmware version that is available for a model.
 struct FirmwareOffer {
     enum class State { ready, missing, unreadable, damaged, noDigest };
 
@@ -80,39 +80,39 @@ struct FirmwareOffer {
 
 class FirmwareArchive {
   public:
-    /// bundle: says where the files are; outlives the archive. reader: null for the system's own files.
+    /// bundle: knows the folders; must outlive the archive. reader: null for the real file system.
     explicit FirmwareArchive(const Bundle& bundle, std::shared_ptr<const FileReader> reader = nullptr);
     FirmwareArchive(const FirmwareArchive&) = delete;
     FirmwareArchive& operator=(const FirmwareArchive&) = delete;
 
-    /// Verifies the row's files in order against their digests (keyed with key). Files that cannot be read are passed
-    /// over; the first that does not match ends it, and later ones are not read.
+    /// Compares the row's files in order with their digests (keyed with key). Skips files that cannot be read; stops at
+    /// the first file that does not match.
     ArchiveCheck check(const Product& product, const std::string& key);
-    /// The same of every file of the row, whatever the others are.
+    /// Checks every file of the row, whatever the results of the others.
     ArchiveCheck survey(const Product& product, const std::string& key);
 
-    /// The contents that the last matching check of this run read, even when the file has left since; null when no
-    /// check has matched. What is sent to a printer comes from here and nowhere else.
+    /// The contents read by the last matching check of this run, even if the file was removed since; null without a
+    /// matching check. All data sent to a printer comes from here.
     std::shared_ptr<const FirmwareFile> verifiedFile(const std::string& name, const std::string& key);
-    /// verifiedFile, unless a later check found no file; otherwise the file as it is now, unverified. Null when it
+    /// The verified contents, unless a later check found no file; otherwise the current file, unverified. Null if it
     /// cannot be read.
     std::shared_ptr<const FirmwareFile> fileForReading(const std::string& name, const std::string& key);
 
-    /// Everything that would keep an update of the model from ending well; empty when all is well. Null product: a
-    /// model without a row.
+    /// All reasons why an update of the model could not succeed; empty without one. Null product: a model without a
+    /// row.
     std::vector<ArchiveProblem> problems(const Product* product, const std::string& key);
-    /// Looks at the model's firmware file alone.
+    /// Checks only the model's firmware file.
     FirmwareOffer offer(const Product& product, const std::string& key);
 
   private:
-    /// What is known about one file. Its mutex is held while the file is read.
+    /// What is known about one file. Its mutex is locked while the file is read.
     struct Entry {
         std::mutex mutex;
-        std::optional<FileIdentity> identity;         // whose digest this is; nullopt: read it again
-        std::string digest;                           // of what was read last
+        std::optional<FileIdentity> identity;         // of the file that digest belongs to; nullopt: read it again
+        std::string digest;                           // of the contents read last
         std::string verifiedDigest;                   // of verified
-        std::shared_ptr<const FirmwareFile> verified; // what matched last
-        bool isGone = false;                          // the last look found no file
+        std::shared_ptr<const FirmwareFile> verified; // the contents that matched last
+        bool isGone = false;                          // the last check found no file
     };
 
     std::shared_ptr<Entry> entryOf(const std::string& name, const std::string& key);

@@ -1,4 +1,5 @@
-// What the archive can do for a model, and what keeps it from it. Asked by the programs before anything is begun.
+// Finds the available firmware of a model and the reasons why it cannot be installed.
+// Called by the programs before an update starts; any thread.
 #include "archive/FirmwareArchive.h"
 
 #include "platform/foundation/Bundle.h"
@@ -39,7 +40,7 @@ bool FirmwareArchive::isImage(const ArchiveFile& file, const std::string& key) {
     return verified && verified->isSRecordText();
 }
 
-// The folder and the digest file: without them no file can be verified.
+// Problems of the folder and of the digest file: without them no file can be verified.
 std::vector<ArchiveProblem> FirmwareArchive::problemsOfArchive(const FirmwareDigests& digests) const {
     const fs::path& folder = _bundle.archiveFolder();
     ArchiveProblem problem{.kind = Kind::noFolder, .path = folder, .folder = folder};
@@ -75,7 +76,7 @@ std::vector<ArchiveProblem> FirmwareArchive::problems(const Product* product, co
         auto kind = kindOf(file.state);
         const bool isFirmware = &file == &survey.files.front();
         if (!kind && isFirmware && !isImage(file, key)) kind = Kind::firmwareNotSRecords;
-        // One digest file that is not there is one problem, not one for each file.
+        // A missing digest file is one problem, not one for each file.
         if (!kind || (kind == Kind::fileWithoutDigest && !hasDigests)) continue;
         problems.push_back({.kind = *kind,
                             .path = file.path,

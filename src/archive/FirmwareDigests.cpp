@@ -1,4 +1,5 @@
-// The digest file. Read by FirmwareArchive and when a run starts, written by "archive digest".
+// Reads and writes the digest file.
+// Read by FirmwareArchive and at the start of a run, written by "archive digest"; any thread.
 #include "archive/FirmwareDigests.h"
 
 #include "platform/files/FileReader.h"

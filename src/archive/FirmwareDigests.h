@@ -1,4 +1,4 @@
-// The digests that the archive's files must have: supplied with the files, in one file beside them. Any thread.
+// The required digests of the archive's files. They are supplied in one file beside the firmware files. Any thread.
 #pragma once
 
 #include <filesystem>
@@ -18,23 +18,23 @@ struct FirmwareDigests {
     enum class State { read, noFolder, missing, unreadable, damaged };
 
     std::map<std::string, std::string> digests = {}; // by file name
-    /// The archive is made by this project for trying out, and fit for virtual printers only.
+    /// The archive holds this project's own sample files, which only virtual printers may receive.
     bool isSample = false;
-    /// Why the file could not be read, in plain words; empty when it was.
+    /// Why the digest file could not be read, for people; empty if it was read.
     std::string problem = {};
     State state = State::read;
 
-    /// The digest that the file must have; empty when there is none.
+    /// The digest that the file must have; empty if none is listed.
     std::string digestOf(const std::string& fileName) const;
 };
 
-/// Never throws: a missing or damaged digest file gives no digests, so that no file matches.
+/// Never throws: a missing or damaged digest file yields no digests, so that no file matches.
 FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder);
-/// The same through a reader. identity: set to that of the digest file, nullopt if it has to be read each time.
+/// The same with a given reader. identity: set to that of the digest file; nullopt if it must be read each time.
 FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder, const FileReader& reader,
                                     std::optional<FileIdentity>& identity);
 
-/// False when the file could not be written; the old one is then still there.
+/// Replaces the digest file. Returns false if it could not be written; the old file is then unchanged.
 bool writeFirmwareDigests(const std::filesystem::path& archiveFolder, const FirmwareDigests& digests);
 
 } // namespace zul

@@ -1,5 +1,5 @@
-// One file's bytes with their padded copy and their verdict: made by FirmwareArchive, used by every printer of the
-// model.
+// The bytes of one file with their padded copy and S-record check. Created by FirmwareArchive, used by every printer of
+// the model on its command queue.
 #include "archive/FirmwareFile.h"
 
 #include "archive/SRecord.h"

@@ -1,4 +1,4 @@
-// The contents of one archive file, and what is worked out of them at most once. Any thread.
+// The contents of one archive file, with derived values that are computed at most once. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -13,12 +13,12 @@ class FirmwareFile {
     FirmwareFile(const FirmwareFile&) = delete;
     FirmwareFile& operator=(const FirmwareFile&) = delete;
 
-    /// The bytes as they were read. Never null.
+    /// The bytes of the file. Never null.
     const SharedData& contents() const { return _contents; }
-    /// Zero-padded to a multiple of 4 bytes; the contents themselves when they need no padding. The first call may copy
-    /// and logs nothing.
+    /// The contents padded with zero bytes to a multiple of 4; the same object if no padding is needed. The first call
+    /// may copy. Does not log.
     const SharedData& padded() const;
-    /// Whether all of it is S-record text; the first call reads through the contents.
+    /// Whether the whole contents are S-record text. The first call scans the contents.
     bool isSRecordText() const;
 
   private:

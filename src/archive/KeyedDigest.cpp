@@ -1,4 +1,5 @@
-// The keyed hash, by the library that uses the processor's own instructions. Called wherever a file is verified.
+// The keyed hash, computed by OpenSSL because it uses the processor's SHA instructions.
+// Called for every verified file; any thread.
 #include "archive/KeyedDigest.h"
 
 #include <openssl/evp.h>
@@ -23,7 +24,7 @@ std::string hexText(const Data& data) {
 }
 
 std::string keyedDigest(const std::string& key, const Data& data) {
-    Data digest(kDigestSize + 1, 0); // the closing zero byte belongs to every digest text
+    Data digest(kDigestSize + 1, 0); // every digest text includes a final zero byte
     unsigned length = 0;
     HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), data.data(), data.size(), digest.data(), &length);
     return hexText(digest);

@@ -10,7 +10,7 @@ namespace zul {
 /// Each byte as two lower-case hexadecimal digits, without separators.
 std::string hexText(const Data& data);
 
-/// HMAC-SHA256 of data under key, closed by a zero byte, as hexText: 66 characters.
+/// HMAC-SHA256 of data under key, followed by a zero byte, as hexText: 66 characters.
 std::string keyedDigest(const std::string& key, const Data& data);
 
 } // namespace zul

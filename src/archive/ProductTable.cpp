@@ -1,4 +1,5 @@
-// The models and their archive rows. The file is the documentation: one row per model.
+// The models and their archive rows, one row per model.
+// Constant; used by discovery, archive and update on any thread.
 #include "archive/ProductTable.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@ using Name = std::string_view;
 constexpr auto kVK14Files = std::to_array<Name>({"VK14 01.61.fw", "VK14_300_0161.cwd", "VK14_600_0161.cwd"});
 constexpr auto kVK18Files = std::to_array<Name>({"VK18 01.30.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"});
 constexpr auto kVKRZ7Files = std::to_array<Name>({"VK-RZ7 02.06.fw", "VK-RZ7_300_0201.cwd", "VK-RZ7_600_0100.cwd"});
-// The duplex model takes the colour tables of the VK18: only its firmware is its own.
+// The duplex model uses the colour tables of the VK18; only its firmware is different.
 constexpr auto kVK18DUPFiles = std::to_array<Name>({"VK18DUP 1.40PRN.fw", "VK18_300_0130.cwd", "VK18_600_0130.cwd"});
 constexpr auto kVK26Files =
     std::to_array<Name>({"VK26 01.52.fw", "VK26_300_0111.cwd", "VK26_600_0111.cwd", "VK26_610_0111.cwd"});
@@ -46,7 +47,7 @@ std::set<std::uint16_t> productVendorIDs() {
     return {0x2A71, 0x2B84};
 }
 
-// The other models' rows are complete, but this build attaches the VK14 only.
+// The rows of the other models are complete, but this build supports only the VK14.
 std::set<std::uint16_t> acceptedProductIDs() {
     return {kProductVK14};
 }

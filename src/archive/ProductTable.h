@@ -1,4 +1,4 @@
-// What is fixed about each model, by USB product ID: name, picture, firmware archive row. Any thread.
+// The fixed data of each model, by USB product ID: name, picture, firmware archive row. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -24,12 +24,12 @@ inline constexpr std::uint16_t kProductVK28 = 0x9001;
 
 /// All models, in order of product ID.
 std::span<const Product> allProducts();
-/// Null for an unknown product.
+/// The model with this product ID; null for an unknown one.
 const Product* productWithID(std::uint16_t productID);
 
-/// Vendor IDs of the printers and of their loaders: what discovery accepts and what the access rule names.
+/// Vendor IDs of the printers and of their loaders. Used by the discovery and by the udev rule.
 std::set<std::uint16_t> productVendorIDs();
-/// The product IDs that are accepted without being admitted.
+/// The product IDs that are accepted without --admit-product.
 std::set<std::uint16_t> acceptedProductIDs();
 
 } // namespace zul

@@ -1,4 +1,5 @@
-// S-record lines, one pass over the bytes: firmware images are megabytes of text, so nothing is copied per line.
+// Parses S-record lines in one pass: firmware images are megabytes of text, so no line is copied.
+// Called by FirmwareFile and the command line; any thread.
 #include "archive/SRecord.h"
 
 #include "holven_log/HOLVEN_Log.h"
@@ -22,7 +23,7 @@ int hexDigit(char character) {
     return -1;
 }
 
-// Two characters as one byte; the first that is no hexadecimal digit ends the number.
+// Two characters as one byte; the first non-hexadecimal digit ends the number.
 unsigned hexByte(std::string_view line, std::size_t at) {
     unsigned value = 0;
     for (std::size_t index = at; index < at + 2 && index < line.size(); ++index) {
@@ -33,7 +34,7 @@ unsigned hexByte(std::string_view line, std::size_t at) {
     return value;
 }
 
-// Why the line is no record; null when it is one.
+// The fault of the line; null if it is a valid record.
 const char* faultOfLine(std::string_view line) {
     if (line[0] != 'S') return "does not begin with \"S\"";
     if (line.size() < 2 || line[1] < '0' || line[1] > '9') return "has no record type digit after the \"S\"";
@@ -47,8 +48,8 @@ const char* faultOfLine(std::string_view line) {
     return (~sum & 0xFFU) == checksum ? nullptr : "does not match its checksum";
 }
 
-// Length of the line separator at this place; 0 when there is none. Beside LF, VT, FF and CR these are the separators
-// U+0085, U+2028 and U+2029 in UTF-8.
+// Length of the line separator at this position; 0 if there is none. LF, VT, FF, CR, and U+0085, U+2028 and U+2029 in
+// UTF-8.
 std::size_t separatorLength(std::string_view text, std::size_t at) {
     const auto byte = static_cast<unsigned char>(text[at]);
     if (byte >= 0x0A && byte <= 0x0D) return 1;
@@ -100,7 +101,7 @@ std::optional<SRecordFault> findSRecordFault(const Data& data) {
             continue;
         }
         const std::string_view line = text.substr(start, at - start);
-        // Each separator counts by itself, so CR LF leaves an empty line between: those are fine.
+        // Every separator ends a line, so CR LF yields an empty line in between, which is valid.
         if (const char* fault = line.empty() ? nullptr : faultOfLine(line)) return SRecordFault{lineNumber, fault};
         at += separator;
         start = at;
@@ -140,7 +141,7 @@ void logPadding(std::size_t length, std::size_t padded) {
 
 std::uint16_t checksumForData(const Data& data) {
     std::uint32_t unsignedSum = 0;
-    std::uint32_t signedSum = 0; // two's complement; it may pass the largest signed number
+    std::uint32_t signedSum = 0; // two's complement; it may exceed the largest signed number
     std::for_each(data.rbegin(), data.rend(), [&](std::uint8_t byte) {
         unsignedSum += byte;
         signedSum += static_cast<std::uint32_t>(static_cast<std::int8_t>(byte));
@@ -150,7 +151,7 @@ std::uint16_t checksumForData(const Data& data) {
     signedSum ^= 0xFFFFFFFFU;
     logOrdinary(formatted("u16count = %u;s16count = %d", unsignedSum, static_cast<std::int32_t>(signedSum)));
     const auto low = static_cast<std::uint16_t>(unsignedSum);
-    // The second is a signed number printed in hexadecimal: a negative one shows with all its bits.
+    // The second value is a signed number printed in hexadecimal: a negative one is sign-extended to 32 bits.
     const auto signedLow = static_cast<std::int32_t>(static_cast<std::int16_t>(signedSum));
     logOrdinary(formatted("u16count ~= %.4x;s16count ~= %.4x", low, static_cast<std::uint32_t>(signedLow)));
     return low;

@@ -1,5 +1,5 @@
-// Motorola S-record text, padding and checksum: pure functions of their input. They log at the ordinary level. Any
-// thread.
+// Checks, pads and sums Motorola S-record text. Pure functions apart from their log lines, which have the ordinary
+// level. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -12,25 +12,25 @@
 namespace zul {
 
 struct SRecordFault {
-    std::size_t line = 0; // counted from 1, every separator ends a line; 0: the file as a whole
-    std::string reason;   // in plain words
+    std::size_t line = 0; // from 1, every separator ends a line; 0: the file as a whole
+    std::string reason;   // for people
 };
 
-/// nullopt if every non-empty line is a valid record; otherwise the first fault. One pass, no copy per line.
+/// nullopt if every non-empty line is a valid record; otherwise the first fault.
 std::optional<SRecordFault> findSRecordFault(const Data& data);
 
 /// verifySRecData:
 bool verifySRecData(const Data& data);
-/// verifyMotorolaSFile:  Of data, of the file at a path, or of a file URL ("file://…"). False for a file that cannot be
+/// verifyMotorolaSFile:  For data, for the file at a path, or for a file URL ("file://…"). False if the file cannot be
 /// read.
 bool verifyMotorolaSFile(const Data& data);
 bool verifyMotorolaSFile(const std::filesystem::path& pathOrURL);
 
-/// Zero-padded to a multiple of 4 bytes; empty data stays empty. Logs when there is something to pad.
+/// The data padded with zero bytes to a multiple of 4; empty data stays empty. Logs if it pads.
 Data paddedData(Data data);
-/// How long data of this length is when it is padded. Logs nothing.
+/// The padded length in bytes for data of this length. Does not log.
 std::size_t paddedLength(std::size_t length);
-/// The log line of data that is padded; none where the lengths are the same.
+/// Writes the log line of a padding; no line if the lengths are equal.
 void logPadding(std::size_t length, std::size_t padded);
 
 /// One's complement of the byte sum, low 16 bits.

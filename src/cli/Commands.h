@@ -1,4 +1,4 @@
-// The commands of zulctl: each takes its options and answers with an exit status.
+// The commands of zulctl. Each takes its parsed options and yields an exit status (ExitStatus.h).
 #pragma once
 
 #include "cli/Options.h"
@@ -8,15 +8,15 @@ namespace zul::cli {
 class Output;
 class Program;
 
-// Without printers; before any queue runs.
+// Need no printer: called on the main thread before any queue runs. They return the exit status.
 int runArchive(const Options& options, const Output& output);
 int runSRecord(const Options& options, const Output& output);
 int runDefaults(const Options& options, const Output& output);
 int runHostInfo(const Output& output);
 int runHistory(const Options& options, const Output& output);
 
-// With printers: called on the main queue once the printers have been asked for their facts; they end the program's
-// main queue with the exit status, at once or later.
+// Need printers: called on the main queue after the first queries of all attached printers have ended. Each ends the
+// main queue with the exit status, during the call or later.
 void runList(Program& program);
 void runInfo(Program& program);
 void runStatus(Program& program);

@@ -1,5 +1,5 @@
-// doctor: what keeps printers from being used or updated on this machine. The printers are asked on the main queue like
-// those of "list"; the checks wait for files and services and run on a queue of their own.
+// The command doctor: finds what keeps printers from being used or updated on this machine. Printers are queried on the
+// main queue as for "list". The checks wait for files and services, so they run on a serial queue of their own.
 #include "cli/Commands.h"
 
 #include "archive/ProductTable.h"
@@ -22,7 +22,7 @@ namespace {
 
 using nlohmann::json;
 
-// As the kernel shows it; what the session knows is added afterwards.
+// The descriptors as the kernel reports them; what the session knows is added later.
 ExaminedPrinter examinedOf(const AttachedPrinter& attached) {
     const Product* const product = productWithID(attached.product);
     const std::string model = product != nullptr ? std::string(product->model) : "";
@@ -46,11 +46,11 @@ void addSessionsView(ExaminedPrinter& examined, TBUSBPrinterZUL& printer) {
     examined.status = printer.printerStatus();
     examined.isInLoader = examined.status == textForStatus(kLoaderStatus);
     examined.isReady = examined.status == textForStatus(kReadyStatus);
-    examined.isUsable = printer.openStatus() != kIOReturnNotPrivileged; // it has not been asked anything then
+    examined.isUsable = printer.openStatus() != kIOReturnNotPrivileged; // not queried without access
     examined.isHeldElsewhere = printer.ownership() == Ownership::otherProgram;
 }
 
-// The kernel's view of a printer that the session has and that was not there before it started.
+// The kernel's descriptors of a printer that was attached after the session started.
 ExaminedPrinter newlyAttached(const Program::Printer& printer) {
     if (printer->isVirtual()) return {};
     const auto attached = attachedPrinters({});
@@ -69,7 +69,7 @@ std::vector<ExaminedPrinter> examinedPrinters(Program& program) {
     return all;
 }
 
-// Absolute: a command that is copied from the output may be run in another folder.
+// Absolute, because a command copied from the output may be run in another folder.
 std::filesystem::path namedArchive(const Program& program) {
     namespace fs = std::filesystem;
     const std::string& named = program.options.firmwareArchive;
@@ -113,7 +113,7 @@ void show(Program& program, const std::vector<Check>& checks) {
 } // namespace
 
 void runDoctor(Program& program) {
-    // Kept until the process ends, like the program: an interrupt does not wait for a check that is under way.
+    // Kept until the process ends: an interrupt does not wait for a running check.
     static UpdateHistory history(historyOptions(program.options));
     static const auto queue = std::make_shared<SerialQueue>("doctor", program.session.clock);
     queue->async([&program, options = optionsFor(program, history), printers = examinedPrinters(program)] {

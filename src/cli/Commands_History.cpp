@@ -1,5 +1,5 @@
-// history: the recorded updates of both programs, from the file that they are kept in. Starts no bus and waits for no
-// printer; runs on the main thread before any queue.
+// The command history: lists or dismisses the updates that both programs have recorded, from the history file. Starts
+// no bus and waits for no printer. Runs on the main thread before any queue.
 #include "cli/Commands.h"
 
 #include "cli/ExitStatus.h"
@@ -18,7 +18,7 @@ namespace {
 
 using nlohmann::json;
 
-// Where an update is that has no verdict.
+// The state of an update in the history.
 enum class Course { ended, underWay, interrupted, completedLater, dismissed };
 
 Course courseOf(const UpdateRecord& record) {
@@ -47,7 +47,7 @@ std::string resultOf(const UpdateRecord& record) {
     return record.verdicts.empty() ? nameOfCourse(courseOf(record)) : record.verdicts.back().verdict;
 }
 
-// Until its first verdict: a correction may come much later.
+// Up to the first verdict: a correction may come much later.
 std::optional<double> secondsOf(const UpdateRecord& record) {
     if (record.verdicts.empty()) return std::nullopt;
     return static_cast<double>(record.verdicts.front().given - record.begun) / 1000;
@@ -119,7 +119,7 @@ std::string durationText(std::optional<double> seconds) {
     return whole < 60 ? formatted("%.1f s", *seconds) : formatted("%d min %.2d s", whole / 60, whole % 60);
 }
 
-// The version that was read afterwards; without one, the version that was to be installed is a plan and no result.
+// Shows only a version that was read after the update: the planned version is not a result.
 std::vector<std::string> rowOf(const UpdateRecord& record) {
     const std::string after = versionAfter(record).value_or("-");
     std::string result = resultOf(record);
@@ -132,7 +132,7 @@ std::vector<std::string> rowOf(const UpdateRecord& record) {
                                     after,
                                     durationText(secondsOf(record)),
                                     result};
-    // An empty last cell would only be blanks at the line's end.
+    // An empty last cell would only add trailing blanks.
     if (!record.verdicts.empty() && !record.verdicts.back().reason.empty())
         row.push_back(record.verdicts.back().reason);
     return row;
@@ -155,7 +155,7 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
     }
 }
 
-// A printer that is gone for good would be reported for ever.
+// Without this, an update of a printer that was scrapped would be reported for ever.
 int dismiss(UpdateHistory& history, const std::vector<UpdateRecord>& records, const Options& options,
             const Output& output) {
     const UpdateHistory::Records failed = history.lastFailures();
@@ -193,7 +193,7 @@ int runHistory(const Options& options, const Output& output) {
         return kFailed;
     }
     if (options.dismiss) return dismiss(history, found.records, options, output);
-    // The newest is what people look for: next to the prompt.
+    // The newest row comes last, next to the prompt, because that is the one people look for.
     std::ranges::reverse(found.records);
     if (output.isJson()) {
         json list = json::array();

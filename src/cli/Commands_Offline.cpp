@@ -1,4 +1,5 @@
-// Commands that need no printer: the archive, S-record files, settings, the machine.
+// Commands that need no printer: the archive, S-record files, defaults, host information.
+// Run on the main thread before any queue; called by main().
 #include "cli/Commands.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -40,7 +41,7 @@ std::string stateOfListed(const fs::path& file) {
     return error && error != std::errc::no_such_file_or_directory ? "unreadable" : "missing";
 }
 
-// A file that two models share says nothing about one of them when the other one's firmware is there.
+// A file shared by two models does not show that this model was installed if the other model's firmware is there.
 bool cameWithAnotherModel(const Product& product, std::string_view name, const fs::path& folder) {
     return std::ranges::any_of(allProducts(), [&](const Product& other) {
         return other.productID != product.productID && std::ranges::count(other.files, name) > 0 &&
@@ -48,14 +49,14 @@ bool cameWithAnotherModel(const Product& product, std::string_view name, const f
     });
 }
 
-// None of the model's files is there: that is how a folder for other models looks.
+// True if none of the model's files is present, as in a folder made for other models.
 bool isLeftOut(const Product& product, const fs::path& folder) {
     return std::ranges::none_of(product.files, [&](std::string_view name) {
         return isThere(folder / name) && !cameWithAnotherModel(product, name, folder);
     });
 }
 
-// The rows of an archive, collected for the screen or for a script.
+// Collects the rows of an archive for text or JSON output.
 class ArchiveReport {
   public:
     explicit ArchiveReport(const fs::path& folder) : _folder(folder), _bundle({}, folder), _archive(_bundle) {}
@@ -77,10 +78,10 @@ class ArchiveReport {
         }
         for (const ArchiveProblem& problem : problems) add(problem);
     }
-    /// What is wrong with the digest file; nullopt when it can be used.
+    /// The problem of the digest file; nullopt if the file can be used.
     std::optional<std::string> digestProblem() {
         using Kind = ArchiveProblem::Kind;
-        // It is the same for every model.
+        // The digest file is one for all models, so any model's problems include it.
         const auto problems = _archive.problems(&allProducts().front(), TBUSBPrinterZUL::kProductClassName);
         for (const ArchiveProblem& problem : problems) {
             if (problem.kind == Kind::digestsMissing || problem.kind == Kind::digestsUnreadable ||
@@ -126,12 +127,12 @@ class ArchiveReport {
     std::vector<std::vector<std::string>> _rows = {{"MODEL", "PRODUCT", "FILE", "STATE"}};
     json _list = json::array();
     json _problems = json::array();
-    std::vector<std::string> _lines; // the problems for the screen
+    std::vector<std::string> _lines; // the problems for text output
     bool _isEmpty = true;
     bool _isVerified = false;
 };
 
-// The rows of the archive; whether all files are there (and, when verifying, match).
+// Shows the archive. The exit status is success if all files are present (and match, when verifying).
 int showArchive(const Options& options, const Output& output, bool verify) {
     const fs::path folder = archiveFolder(options);
     std::error_code error;
@@ -153,14 +154,14 @@ int showArchive(const Options& options, const Output& output, bool verify) {
     }
     report.show(output, readFirmwareDigests(folder).isSample);
     if (report.hasProblem()) return kCorruption;
-    // Some models' files may be left out on purpose; with none at all nothing has been verified.
+    // Some models' files may be left out on purpose; without any file, nothing was verified.
     return verify && report.isEmpty() ? kFailed : kDone;
 }
 
 int writeDigests(const Options& options, const Output& output) {
     const fs::path folder = archiveFolder(options);
     FirmwareDigests digests;
-    // A folder that was made for virtual printers stays one, whoever makes its digest file again.
+    // A folder made for virtual printers keeps its mark when its digest file is written again.
     digests.isSample = readFirmwareDigests(folder).isSample;
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {

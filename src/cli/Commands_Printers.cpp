@@ -1,4 +1,5 @@
-// Commands that ask printers, set them or reset them. Main queue; what blocks runs on the printer's own queue.
+// The commands that query, set or reset printers. Called by main() on the main queue.
+// Transfers block, so they run on the printer's own command queue.
 #include "cli/Commands.h"
 
 #include "protocol/StatusTexts.h"
@@ -25,7 +26,7 @@ void reportBusy(Program& program, const Program::Printer& printer, const Interfa
     program.quit(kBusy);
 }
 
-// The code is for scripts and for the log; the text says the same in words.
+// The code is for scripts and for the log, the text for people.
 void reportFailure(Program& program, const std::string& text, IOReturn code) {
     logText("%s (%s)\n", text, strForIOReturn(code));
     program.output.problem(text, kFailed, strForIOReturn(code));
@@ -41,8 +42,8 @@ void reportOpenFailure(Program& program, const Program::Printer& printer, IORetu
     reportFailure(program, openFailureText(*printer, code), code);
 }
 
-// What changes a printer is not done beside another of our programs that changes it. The lock is kept until this
-// program ends. False after reporting who has it.
+// Takes the printer's lock, so that no other process changes the printer at the same time. The lock is kept until this
+// process ends. Returns false after reporting the process that holds it.
 bool reserve(Program& program, const Program::Printer& printer, const std::string& activity) {
     static std::optional<PrinterLock> lock;
     auto result = program.session.locks.tryLock(printer->keyUSBdevice(), activity);
@@ -52,7 +53,7 @@ bool reserve(Program& program, const Program::Printer& printer, const std::strin
     return !result.isRefused();
 }
 
-// Runs work on the printer's queue with the interface open; done afterwards on main, with the interface closed again.
+// Opens the interface, runs work on the printer's queue, closes the interface, then runs done on the main queue.
 void withOpenPrinter(Program& program, const Program::Printer& printer, std::function<void()> work, Block done) {
     printer->openInterface([&program, printer, work = std::move(work), done = std::move(done)](IOReturn code) {
         if (code == kIOReturnSuccess) work();
@@ -114,7 +115,7 @@ void runList(Program& program) {
     } else {
         program.output.table(rows);
     }
-    // A printer that is there but may not be used is a failure for a script; none at all is an answer.
+    // Attached printers that cannot be used are a failure for a script; no printer at all is a valid answer.
     program.quit(printers.empty() && program.session.hasUnusable() ? kFailed : kDone);
 }
 
@@ -125,7 +126,7 @@ void runInfo(Program& program) {
         program.quit(status);
         return;
     }
-    // Whoever reads that little is known must also read why.
+    // Explains why so little is known about this printer.
     if (const std::string text = missingRightText(*printer); !text.empty()) program.output.note(text);
     json facts = factsOf(*printer);
     facts.update(conditionOf(program.session.supervisor, *printer));

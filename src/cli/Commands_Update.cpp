@@ -1,4 +1,5 @@
-// update: which printers, what is shown while they are updated, and the end of the run. Main queue.
+// The command update: chooses the printers, shows their progress, and ends the run with an exit status.
+// Called by main(); everything runs on the main queue.
 #include "cli/Commands.h"
 
 #include "Classes/StatusCodeNames.h"
@@ -22,15 +23,15 @@ namespace {
 
 using std::chrono::seconds;
 
-// How long a run that ends waits for the answers that are under way.
-constexpr auto kPatienceAtEnd = seconds(12); // two answers that do not come
+// How long a run that ends waits for replies to commands already sent.
+constexpr auto kPatienceAtEnd = seconds(12); // two reply time-outs
 constexpr auto kPatienceAtInterrupt = seconds(2);
 
 std::string sentenceOf(const Update& update) {
     const UpdateVerdict& verdict = update.verdict;
     switch (verdict.result) {
     case UpdateResult::succeeded:
-        // A printer that was found in its loader could not report its version before.
+        // A printer that was in its loader at the start could not report its version.
         return formatted("updated%s to %s, %d color tables written",
                          update.state.previousVersion ? " from " + *update.state.previousVersion : "",
                          textOrNull(update.state.currentVersion), update.state.tablesWritten);
@@ -73,7 +74,7 @@ class UpdateRun final : public SessionObserver {
         const Update& update = supervisor().updates().at(key);
         if (!update.isOpen()) return;
         const auto now = supervisor().now();
-        // Another printer's question is on the terminal, or this one's.
+        // While a question is on the terminal, progress would overwrite it.
         if (!_questions.isAsking()) _display.show(update, now);
         if (update.advice.empty()) {
             _advice.erase(key);
@@ -90,7 +91,7 @@ class UpdateRun final : public SessionObserver {
         const Update& update = supervisor().updates().at(key);
         _display.breakLine();
         _display.forget(key);
-        // After the engine's own report, which is on its way: the last line is the result.
+        // Queued after the engine's own report, so that the result is the last line.
         _program.session.mainQueue.async([this, update] {
             showResult(update);
             endIfOver();
@@ -108,7 +109,7 @@ class UpdateRun final : public SessionObserver {
     UpdateSupervisor& supervisor() { return _program.session.supervisor; }
     bool isOurs(const std::string& key) const { return _keys.contains(key); }
 
-    // Without anybody to ask, the answers must be on the command line.
+    // Without a person at the terminal, the answers must be among the options.
     bool hasAnswers() {
         if (_answers.isInteractive()) return true;
         const auto& options = _program.options;
@@ -149,13 +150,13 @@ class UpdateRun final : public SessionObserver {
         return !_printers.empty();
     }
 
-    // Named twice is meant once, and a device with two printer interfaces is one printer: a second update of the same
-    // printer would spoil the first.
+    // Naming a printer twice selects it once. A device with two printer interfaces is one printer: a second update of
+    // it at the same time would spoil the first.
     void choose(const Program::Printer& printer) {
         if (printer && _keys.insert(printer->keyUSBdevice()).second) _printers.push_back(printer);
     }
 
-    // Before the first question: an update that cannot end well is not begun.
+    // Checked before the first question: do not begin an update that cannot succeed.
     bool isArchiveFit() {
         if (!_program.session.areSamplesWithheld()) return true;
         return refuse("the firmware files in use are samples for virtual printers. Name the folder with the vendor's "
@@ -163,7 +164,7 @@ class UpdateRun final : public SessionObserver {
                       kFailed);
     }
 
-    // Alerts of printers that nobody asked to be updated are declined.
+    // Declines alerts of printers whose update was not requested.
     void route(AlertDescription alert) {
         if (isOurs(alert.printerKey)) {
             _answers.answer(std::move(alert));
@@ -178,7 +179,7 @@ class UpdateRun final : public SessionObserver {
     }
 
     void showResult(const Update& update) {
-        // What is wrong with the files ends with a command, to be copied.
+        // Ends with a command that the user can copy.
         const double spent = std::chrono::duration<double>(update.endedAt - update.state.begun).count();
         const std::string sentence = sentenceOf(update);
         if (!_program.output.isJson()) {
@@ -201,11 +202,11 @@ class UpdateRun final : public SessionObserver {
         _program.output.object(result);
     }
 
-    // The status of the first printer, in the order of the list, that failed.
+    // The status of the first printer that failed, in list order.
     int exitStatus() {
         for (const auto& printer : _printers) {
             const Update& update = supervisor().updates().at(printer->keyUSBdevice());
-            // Asked to end, and begun again by a printer that got on meanwhile.
+            // Ended by the interrupt, then reopened because its printer continued.
             const int status = _isInterrupted && update.isOpen() ? static_cast<int>(kInterrupted) : statusOf(update);
             if (status != kDone) return status;
         }
@@ -220,14 +221,14 @@ class UpdateRun final : public SessionObserver {
         _isEnding = true;
         const bool isStuck =
             std::ranges::any_of(_keys, [&](const std::string& key) { return !updates.at(key).verdict.isSuccess(); });
-        // A printer that was updated may still be asked for its facts: let it come to rest, then leave it alone. A
-        // verdict may be corrected until then.
+        // An updated printer may still be answering queries: wait for them, then release it. Until then a verdict may
+        // be corrected.
         if (isStuck || _isInterrupted) releasePrinters();
         _program.session.afterQueues(_program.session.printers(), [this] { _program.quit(exitStatus()); });
     }
 
-    // A wait without end is given up after its question's answer: an answer that nobody reads would be taken for that
-    // of the next run's first question. A printer that does not answer at all is not waited for any longer than that.
+    // Ends waits that have no limit, but only after the reply that is under way: an unread reply would be taken for the
+    // reply to the first query of the next run. The patience limits the wait for a printer that does not reply at all.
     void releasePrinters() {
         for (const auto& printer : _program.session.printers()) printer->prepareForRelease();
         const auto patience = _isInterrupted ? kPatienceAtInterrupt : kPatienceAtEnd;
@@ -236,7 +237,7 @@ class UpdateRun final : public SessionObserver {
         });
     }
 
-    // Only a person can be asked once more. A terminal that has gone changes nothing: the update continues without it.
+    // Only a person can be asked to confirm. A closed terminal does not stop the update.
     void interrupted(Program::Interrupt interrupt) {
         if (interrupt == Program::Interrupt::terminalClosed) {
             _questions.close();
@@ -264,7 +265,7 @@ class UpdateRun final : public SessionObserver {
     UpdateAnswers _answers;
     std::vector<Program::Printer> _printers; // in the order of the list or of the command line
     std::set<std::string> _keys;
-    std::map<std::string, std::string> _advice; // by key: the advice that was given last
+    std::map<std::string, std::string> _advice; // by key: the last advice shown
     bool _isWarned = false;
     bool _isInterrupted = false;
     bool _isEnding = false;
@@ -273,7 +274,7 @@ class UpdateRun final : public SessionObserver {
 } // namespace
 
 void runUpdate(Program& program) {
-    static UpdateRun* run = nullptr; // kept until the process is gone: queued blocks use it
+    static UpdateRun* run = nullptr; // kept until the process ends: queued blocks use it
     run = new UpdateRun(program);
     run->begin();
 }

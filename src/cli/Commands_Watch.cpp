@@ -1,4 +1,5 @@
-// watch: arrivals, departures and every changed fact, as they come.
+// The command watch: prints arrivals, departures and every changed entry of the device info as they happen.
+// Called by main() on the main queue.
 #include "cli/Commands.h"
 
 #include "cli/ExitStatus.h"
@@ -15,7 +16,7 @@ namespace {
 
 using nlohmann::json;
 
-// Two facts are announced under the name of their property, not under that of their entry.
+// Two entries are announced under the name of their property instead of their key.
 std::string factOfNotice(const std::string& keyPath) {
     if (keyPath == "lifetimeCounter") return HOLVEN_TBPrinterLifetimeCounter;
     return keyPath == "usbISerialString" ? HOLVEN_ZUL_USB_ISerialisSet : keyPath;
@@ -30,7 +31,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         compareList();
     }
 
-    // On whatever thread the change is made; what is shown is shown on main.
+    // Called on the thread that makes the change; the output is written on the main queue.
     void observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& /*object*/, void* context) override {
         const auto weak = weak_from_this();
         if (context == nullptr) {
@@ -78,7 +79,8 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         compareConditions();
     }
 
-    // What list shows beside the status: who uses a printer, an update that is to be completed, missing answers.
+    // The conditions that list shows beside the status: which process uses a printer, an update to be completed,
+    // missing replies.
     void compareConditions() {
         for (const auto& printer : _shown) {
             if (!_program.output.isJson()) {
@@ -88,7 +90,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
             }
             const json conditions = conditionOf(_program.session.supervisor, *printer);
             for (const auto& [key, value] : conditions.items()) {
-                // Conditions are reported when they begin and when they end, not that there is none.
+                // Reports a condition when it begins and when it ends, but not that it is absent at the start.
                 if (value != json(false) || _last[printer->keyUSBdevice()].contains(key)) {
                     showFact(*printer, key, value);
                 }
@@ -96,17 +98,17 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         }
     }
 
-    // A fact that was read again and is the same is no change.
+    // An entry that was read again with the same value is not a change.
     void showFact(const TBUSBPrinter& printer, const std::string& key, const json& value) {
         json& last = _last[printer.keyUSBdevice()][key];
-        if (last == value) return; // also what is none of its facts, but a state of the object
+        if (last == value) return; // also for keys that are states of the object, not entries of the device info
         last = value;
         show(printer, "changed", key, value);
     }
 
     void show(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
         write(printer, event, key, value);
-        if (_program.output.isLost()) _program.quit(kDone); // the reader of the output has gone
+        if (_program.output.isLost()) _program.quit(kDone); // the reader has closed standard output
     }
 
     void write(const TBUSBPrinter& printer, const char* event, const std::string& key, const json& value) {
@@ -133,7 +135,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
 } // namespace
 
 void runWatch(Program& program) {
-    static std::shared_ptr<Watcher> watcher; // as long as the program runs
+    static std::shared_ptr<Watcher> watcher; // kept until the process ends
     watcher = std::make_shared<Watcher>(program);
     program.noteUnusable();
     program.session.setObserver(watcher.get());

@@ -1,4 +1,5 @@
-// From the result of an update to the exit status of the run.
+// Maps the result of an update to the exit status of the run.
+// Called by the update command on the main queue; a pure function.
 #include "cli/ExitStatus.h"
 
 namespace zul::cli {

@@ -1,3 +1,5 @@
+// Reads the command line with CLI11. Called by main() before any queue runs.
+// Wrong usage yields a problem text and an exit status; nothing is printed here.
 #include "cli/Options.h"
 
 #include "cli/ExitStatus.h"
@@ -16,7 +18,7 @@ const char* kFooter =
     "6 not ready, 7 damaged or missing firmware files, 8 did not come back or answer, 130 interrupted.\n"
     "With several printers it is that of the first one, in the order of the list, that failed.";
 
-constexpr int kLongestWait = 86400; // seconds: a day
+constexpr int kLongestWait = 86400; // seconds: one day
 
 void addGlobalOptions(CLI::App& app, Options& options) {
     addSessionOptions(app, options);
@@ -156,7 +158,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     ParsedOptions parsed;
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& success) { // help or version
+    } catch (const CLI::Success& success) { // help or version was requested
         std::ostringstream output;
         app.exit(success, output, output);
         parsed.output = output.str();

@@ -1,3 +1,5 @@
+// Writes results and problems to the standard streams. Called by all commands, on the main thread before the queues run
+// and on the main queue afterwards.
 #include "cli/Output.h"
 
 #include "cli/ExitStatus.h"
@@ -12,7 +14,7 @@ namespace zul::cli {
 
 namespace {
 
-// Facts come from printers and may be any bytes: what is no text is replaced rather than ending the program.
+// Values come from printers and may contain any bytes: invalid UTF-8 is replaced, because dump() would throw.
 std::string dumped(const nlohmann::json& value, int indent) {
     return printableJson(value.dump(indent, ' ', false, nlohmann::json::error_handler_t::replace));
 }
@@ -67,7 +69,7 @@ bool Output::isLost() const {
 }
 
 int Output::finish(int exitStatus) const {
-    // Who interrupts a program does not want to wait for a reader, either.
+    // A user who interrupts the program does not want to wait for a slow reader.
     const auto reader =
         exitStatus == kInterrupted ? StandardStream::Reader::givenUp : StandardStream::Reader::waitedFor;
     const int error = StandardStream::output().finish(reader);

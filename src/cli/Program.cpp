@@ -1,4 +1,5 @@
-// Finding printers by what people call them, and the start of a run. Main queue.
+// The start of a run that uses printers, and the look-up of a printer by the name that the user gave.
+// Called by main() and the commands, on the main queue.
 #include "cli/Program.h"
 
 #include "cli/ExitStatus.h"
@@ -21,7 +22,7 @@ Program::Interrupt interruptOf(int signal) {
 
 } // namespace
 
-// Commands that have more to end replace the handler.
+// Commands with more to do at an interrupt replace this handler.
 Program::Program(Options runOptions)
     : options(std::move(runOptions)), output(options.json), session(options, alerts, application),
       _interrupted([this](Interrupt) { quit(kInterrupted); }),
@@ -35,7 +36,7 @@ int Program::start(std::function<void()> ready) {
         output.problem(problem->message, status, problem->code);
         return status;
     }
-    // After the insertion of the rows; twice, because what is queued first asks for a close after itself.
+    // After the rows are inserted. Waits twice, because the first queued work queues a close of the interface.
     session.whenEnumerated([this, ready = std::move(ready)] {
         session.mainQueue.async([this, ready] {
             session.afterQueues(session.printers(), [this, ready] {
@@ -47,13 +48,13 @@ int Program::start(std::function<void()> ready) {
     return kDone;
 }
 
-// A command that answers once waits for the moment at which another program has finished; one that watches shows it.
+// A command that prints once waits until another process has finished its brief use; watch shows that use instead.
 Clock::Duration Program::briefUse() const {
     return options.command == "watch" ? Clock::Duration(0) : Clock::Duration(kBriefUse);
 }
 
-// Another of our programs that lists a printer uses it for a moment. What prints or updates takes longer, and has said
-// so.
+// True if a printer is held by a process that may hold it only briefly, such as another zulctl that lists it. Print
+// jobs and updates take longer and have holder kinds of their own.
 bool Program::isAnyBrieflyUsed() const {
     return std::ranges::any_of(session.printers(), [this](const Printer& printer) {
         const auto holder = session.supervisor.holder(printer->keyUSBdevice());
@@ -62,7 +63,7 @@ bool Program::isAnyBrieflyUsed() const {
     });
 }
 
-// The engine opens a printer again when it is released, and asks its questions then.
+// The engine opens a printer again once it is released, and sends its queries then.
 void Program::whenNotBrieflyUsed(Clock::TimePoint deadline, Block ready) {
     if (session.clock.now() >= deadline || !isAnyBrieflyUsed()) {
         session.afterQueues(session.printers(), std::move(ready));
@@ -91,7 +92,7 @@ void Program::reportNoPrinter(int exitStatus) {
     noteUnusable();
     output.problem(session.unusablePrinters().empty()
                        ? "no printer is attached. Connect a ZUL printer by USB and switch it on."
-                       : "no attached printer can be used.", // why has just been said
+                       : "no attached printer can be used.", // the reason has just been reported
                    exitStatus);
 }
 
@@ -110,7 +111,7 @@ Program::Printer Program::find(const std::string& name, int& exitStatus) {
         return nullptr;
     }
     if (const auto found = std::ranges::find_if(all, isCalled); found != all.end()) return *found;
-    // A short number is a position; a serial number that looks like one was found above.
+    // A short number is a position. Serial numbers that look like one were matched above.
     const auto position = static_cast<std::size_t>(std::max<std::int64_t>(integerValue(name), 0));
     if (name.find_first_not_of("0123456789") == std::string::npos && position >= 1 && position <= all.size()) {
         return all[position - 1];

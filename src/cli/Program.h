@@ -1,4 +1,4 @@
-// One run of zulctl with printers: its session, its start, and the ways to find a printer in it. Main queue.
+// One run of zulctl that uses printers: its session, its start, and the look-up of printers by name. Main queue.
 #pragma once
 
 #include "cli/Options.h"
@@ -13,7 +13,7 @@
 
 namespace zul::cli {
 
-/// Ends nothing but this run: "Quit" in an alert ends the update that asked.
+/// "Quit" in an alert ends only the update that showed it, never the process: terminate() does nothing.
 class ApplicationEnd final : public ApplicationOutlet {
   public:
     void setDelegate(TBPrinters*) override {}
@@ -21,7 +21,7 @@ class ApplicationEnd final : public ApplicationOutlet {
     std::string processName() const override { return "zulctl"; }
 };
 
-/// What alerts lead to; none is shown outside updates and settings.
+/// Passes alerts to the handler of the running command; without a handler they are dropped.
 class AlertRouter final : public AlertOutlet {
   public:
     std::function<void(AlertDescription)> handler;
@@ -36,32 +36,32 @@ class Program {
 
     explicit Program(Options options);
 
-    /// The bus, the controller, and the first round of questions to every attached printer; then ready runs. An exit
-    /// status other than 0 if the session cannot start.
+    /// Starts the bus and the controller, waits for the first queries of every attached printer, then runs ready.
+    /// Returns an exit status other than 0 if the session cannot start.
     int start(std::function<void()> ready);
-    /// Runs until quit; the exit status.
+    /// Runs the main queue until quit(); returns the exit status.
     int run() { return session.mainQueue.run(); }
     void quit(int status) { session.mainQueue.quit(status); }
 
-    /// By key, serial number, location or position from 1. Null after reporting the problem: there is none (exitStatus
-    /// 4), or the name stands for several (2).
+    /// Finds a printer by key, serial number, location or position from 1. Null after reporting the problem: no such
+    /// printer (exitStatus 4), or the name is ambiguous (2).
     Printer find(const std::string& name, int& exitStatus);
-    /// The one that is named, or the only one that is attached; null after reporting the problem.
+    /// The named printer, or the only attached one; null after reporting the problem.
     Printer findOnly(const std::vector<std::string>& names, int& exitStatus);
     enum class Interrupt {
         byUser,        // Ctrl-C
         bySystem,      // SIGTERM
         terminalClosed // SIGHUP
     };
-    /// Runs handler on main at each interrupt from now on, in place of the one before. Main queue.
+    /// Replaces the handler of interrupts. The handler runs on the main queue. Call on the main queue.
     void onInterrupt(std::function<void(Interrupt)> handler) { _interrupted = std::move(handler); }
     /// Reports that no printer is attached, or why those that are cannot be used.
     void reportNoPrinter(int exitStatus);
-    /// Reports the printers that are attached and cannot be used.
+    /// Reports the attached printers that cannot be used.
     void noteUnusable() const;
 
     const Options options;
-    /// doctor: the real printers as they were found, before the session opened any.
+    /// For doctor: the real printers as found before the session opened any.
     std::vector<AttachedPrinter> attachedAtStart;
     const Output output;
     AlertRouter alerts;

@@ -1,3 +1,5 @@
+// Shows one alert after the other on the terminal and reads the answers on a thread of its own.
+// Everything else runs on the main queue; called by UpdateAnswers and the update command.
 #include "cli/Questions.h"
 
 #include "cli/Output.h"
@@ -11,14 +13,14 @@ namespace zul::cli {
 
 namespace {
 
-constexpr std::size_t kContinueButton = 1; // of an alert with an "I Agree" box
+constexpr std::size_t kContinueButton = 1; // of an alert with the "I Agree" box
 
 std::string lowerCase(std::string text) {
     for (char& character : text) character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
     return text;
 }
 
-// The button that a line names: by number, by its whole title, or empty for the default; the count when none.
+// The button named by line: by number or whole title, the default for an empty line; the button count if none matches.
 std::size_t buttonNamed(const AlertDescription& alert, const std::string& line) {
     if (line.empty()) return 0;
     for (std::size_t index = 0; index < alert.buttons.size(); ++index) {
@@ -60,7 +62,7 @@ void Questions::showFirst() {
     std::cout << "> " << std::flush;
 }
 
-// One thread reads for the rest of the run: the main queue must stay free for the printers.
+// One thread reads until the process ends: the main queue must never block in a read.
 void Questions::readLines() {
     if (_isReading) return;
     _isReading = true;
@@ -83,7 +85,7 @@ bool Questions::isContinueBlocked(std::size_t button) const {
 }
 
 void Questions::handleLine(const std::string& line) {
-    if (_waiting.empty()) return; // typed ahead of any question
+    if (_waiting.empty()) return; // typed before any question
     const AlertDescription& alert = _waiting.front();
     if (alert.accessory && (lowerCase(line) == "agree" || lowerCase(line) == lowerCase(alert.accessory->title))) {
         alert.accessory->state = 1 - alert.accessory->state;

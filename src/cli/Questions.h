@@ -1,4 +1,4 @@
-// Questions on the terminal: one at a time, in the order asked, without ever blocking the main queue. Main queue.
+// Questions on the terminal: one at a time, in the order asked. Reading never blocks the main queue. Main queue.
 #pragma once
 
 #include "Classes/Outlets.h"
@@ -14,13 +14,13 @@ class Questions {
   public:
     explicit Questions(MainQueue& mainQueue) : _mainQueue(mainQueue) {}
 
-    /// Shows the alert as it is given (title, message, buttons in order, the first is the default) and calls its
-    /// completion with the answer.
+    /// Shows the alert (title, message, buttons in order; the first is the default) and calls its completion with the
+    /// chosen button.
     void ask(AlertDescription alert);
-    /// Shows an alert that needs no answer from here, headed by the printer that it is about.
+    /// Prints an alert that needs no answer, headed by the name of its printer.
     static void show(const AlertDescription& alert);
     bool isAsking() const { return !_waiting.empty(); }
-    /// The terminal is gone: every question, now and later, gets the answer that starts nothing.
+    /// The terminal is gone: every question, pending or later, gets the answer that starts nothing.
     void close();
 
   private:
@@ -33,7 +33,7 @@ class Questions {
     MainQueue& _mainQueue;
     std::deque<AlertDescription> _waiting;
     bool _isReading = false;
-    bool _isOver = false; // nobody will answer any more
+    bool _isOver = false; // no further answer can be read
 };
 
 } // namespace zul::cli

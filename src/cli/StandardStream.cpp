@@ -1,5 +1,5 @@
-// Text is gathered until a flush, then handed over to the thread that writes it. The thread lives until the process
-// ends: it may hang in a write for ever.
+// Text is collected until a flush, then passed to the thread that writes it. The thread runs until the process ends,
+// because it may be blocked in a write for ever.
 #include "cli/StandardStream.h"
 
 #include <cerrno>
@@ -18,13 +18,13 @@ constexpr std::size_t kMostGathered = 64 * 1024;     // bytes
 constexpr std::size_t kMostHandedOver = 1024 * 1024; // bytes; more than the updates of a whole fleet write
 constexpr std::chrono::seconds kPatience{1};
 
-// The number of the error, 0 for success.
+// Returns errno, 0 for success.
 int writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = ::write(descriptor, text.data(), text.size());
         if (count >= 0) {
             text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno == EAGAIN) { // another program has made the terminal or the pipe one that does not wait
+        } else if (errno == EAGAIN) { // another process has set O_NONBLOCK on the terminal or pipe
             pollfd output{descriptor, POLLOUT, 0};
             (void)::poll(&output, 1, /*timeout=*/-1);
         } else if (errno != EINTR) {
@@ -36,7 +36,7 @@ int writeAll(int descriptor, std::string_view text) {
 
 } // namespace
 
-// Never destroyed: the standard streams are flushed once more at the end of the process.
+// Never destroyed: the standard streams are flushed once more at process exit.
 StandardStream& StandardStream::output() {
     static auto* const stream = new StandardStream(STDOUT_FILENO, std::cout);
     return *stream;
@@ -50,7 +50,8 @@ StandardStream& StandardStream::error() {
 StandardStream::StandardStream(int descriptor, std::ostream& stream)
     : _descriptor(descriptor), _isTerminal(::isatty(descriptor) == 1) {
     stream.rdbuf(this);
-    // From the start: a program that runs for weeks has the same threads before and after its first line.
+    // Started here and not at the first line, so that the number of threads never changes in a program that runs for
+    // weeks.
     std::thread([this] { writeForEver(); }).detach();
 }
 
@@ -59,7 +60,7 @@ bool StandardStream::isLost() const {
     return _error != 0;
 }
 
-// The other end of the pipe, the connection or the terminal was closed: there is no reader to report a failure to.
+// The other end was closed: nobody is left to report a failure to.
 bool StandardStream::isReaderGone() const {
     return _error == EPIPE || _error == ECONNRESET || (_isTerminal && _error == EIO);
 }
@@ -73,7 +74,7 @@ int StandardStream::finish(Reader reader) {
     } else {
         _changed.wait(lock, isWritten);
     }
-    // Some file systems report only when a file is closed that it is full; closing a copy asks them.
+    // Some file systems report a full disk only at close(); closing a copy of the descriptor makes them report it.
     if (const int copy = _error == 0 ? ::dup(_descriptor) : -1; copy >= 0 && ::close(copy) != 0) _error = errno;
     return isReaderGone() ? 0 : _error;
 }
@@ -93,7 +94,7 @@ std::streamsize StandardStream::xsputn(const char* text, std::streamsize size) {
 int StandardStream::sync() {
     std::unique_lock lock(_mutex);
     handOver(lock);
-    return 0; // the stream stays usable: the failure is kept here, and reported at the end
+    return 0; // the stream remains usable: finish() reports the error
 }
 
 void StandardStream::append(const char* text, std::size_t size) {

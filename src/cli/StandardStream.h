@@ -1,5 +1,5 @@
-// What zulctl writes to its standard streams goes through here: a reader that does not read keeps no update waiting,
-// and one place knows whether the text has arrived. Any thread.
+// All text for the standard streams of zulctl goes through here: a reader that does not read must not delay an update,
+// and one place must know whether the text was written. Any thread.
 #pragma once
 
 #include <condition_variable>
@@ -9,21 +9,21 @@
 
 namespace zul::cli {
 
-/// A stream buffer in place of that of std::cout or std::cerr, with a thread of its own that writes. A flush waits
-/// until the text is written, so that both streams keep their order on a terminal, but no longer than a second: a
-/// terminal may be stopped (Ctrl-S), and a reader may read later. Once a write has failed nothing more is written: a
-/// reader that has gone wants no more, and a text with a hole in it is worse than one that ends.
+/// A stream buffer that replaces that of std::cout or std::cerr and writes on a thread of its own. A flush waits until
+/// the text is written, so that both streams keep their order on a terminal, but at most one second: a terminal may be
+/// stopped (Ctrl-S), and a reader may be slow. After a failed write no more text is written, because output with a gap
+/// is worse than output that ends.
 class StandardStream final : public std::streambuf {
   public:
-    /// Those of the process. The first call gives them to std::cout and std::cerr, for good.
+    /// The buffers of this process. The first call installs them in std::cout and std::cerr for good.
     static StandardStream& output();
     static StandardStream& error();
 
-    /// A write has failed: nothing arrives any more.
+    /// True after a write has failed: no more text is written.
     bool isLost() const;
     enum class Reader { waitedFor, givenUp };
-    /// Writes what is left, and returns the number of the error for which something could not be written; 0 when all
-    /// has arrived or the reader has gone. A reader that does not read is waited for, or given up after a second.
+    /// Writes the remaining text. Returns the errno of a failed write; 0 when everything was written or the reader has
+    /// closed the stream. waitedFor waits without limit for a slow reader; givenUp waits one second.
     int finish(Reader reader);
 
   protected:
@@ -43,10 +43,10 @@ class StandardStream final : public std::streambuf {
     mutable std::mutex _mutex;
     std::condition_variable _changed;
     std::string _gathered;   // not flushed yet
-    std::string _handedOver; // for the thread that writes
-    bool _isWriting = false; // the thread has taken text and is not through with it
-    bool _isSlow = false;    // a flush has waited in vain: the next ones do not wait until all is written
-    int _error = 0;          // of the first write that failed
+    std::string _handedOver; // being written by the thread
+    bool _isWriting = false; // the thread has taken text and has not finished writing it
+    bool _isSlow = false;    // a flush timed out: the next flushes do not wait until everything is written
+    int _error = 0;          // errno of the first failed write
 };
 
 } // namespace zul::cli

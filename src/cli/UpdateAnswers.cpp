@@ -1,4 +1,5 @@
-// Which button is pressed for which kind of alert. Called by the update command on the main queue.
+// Chooses the button for each kind of alert.
+// Called by the update command on the main queue.
 #include "cli/UpdateAnswers.h"
 
 #include <nlohmann/json.hpp>
@@ -22,7 +23,7 @@ void UpdateAnswers::decline(const AlertDescription& alert) {
 }
 
 void UpdateAnswers::answer(AlertDescription alert) {
-    alert.layout = nullptr; // the terminal asks for the tick itself; there is nothing to adjust
+    alert.layout = nullptr; // the terminal asks for the tick itself, so no button state must be adjusted
     switch (alert.kind) {
     case AlertKind::agreement:
         agree(std::move(alert));
@@ -34,7 +35,7 @@ void UpdateAnswers::answer(AlertDescription alert) {
     case AlertKind::notReady:
     case AlertKind::busy:
     case AlertKind::printerError:
-        // A person may correct the cause and proceed; a script gets the exit status.
+        // A person may fix the cause and proceed; a script gets the exit status.
         if (isInteractive()) {
             ask(std::move(alert));
         } else {
@@ -86,7 +87,7 @@ void UpdateAnswers::show(const AlertDescription& alert) {
 }
 
 void UpdateAnswers::showAndPress(const AlertDescription& alert, std::size_t button) {
-    if (alert.kind != AlertKind::agreement) show(alert); // shown before its box was ticked
+    if (alert.kind != AlertKind::agreement) show(alert); // the agreement was shown before its box was ticked
     if (!_output.isJson()) _output.line("  -> " + alert.buttons.at(button));
     if (alert.completion) alert.completion(kAlertFirstButton + static_cast<int>(button));
 }

@@ -1,4 +1,4 @@
-// What the alerts of an update are answered on the command line: by the options, by a person at the terminal, or by the
+// Answers the alerts of an update on the command line: from the options, by a person at the terminal, or with the
 // button that starts nothing. Main queue.
 #pragma once
 
@@ -14,11 +14,11 @@ class UpdateAnswers {
     UpdateAnswers(const Options& options, const Output& output, UpdateDisplay& display, Questions& questions)
         : _options(options), _output(output), _display(display), _questions(questions) {}
 
-    /// An alert of a printer whose update was asked for.
+    /// Answers an alert of a printer whose update was requested.
     void answer(AlertDescription alert);
-    /// An alert of another printer: it is left as it is, and nothing is shown.
+    /// Declines an alert of another printer without showing it.
     static void decline(const AlertDescription& alert);
-    /// A person reads the terminal and can answer.
+    /// True if a person reads the terminal and can answer.
     bool isInteractive() const;
 
   private:

@@ -1,3 +1,5 @@
+// Formats the progress of updates for a terminal, a plain log or a script.
+// Called by the update command on the main queue.
 #include "cli/UpdateDisplay.h"
 
 #include "platform/foundation/Format.h"
@@ -33,7 +35,7 @@ UpdateDisplay::UpdateDisplay(const Output& output)
 
 void UpdateDisplay::show(const Update& update, Clock::TimePoint now) {
     const UpdateState& state = update.state;
-    if (_isClosed || state.phase == UpdatePhase::done) return; // its result follows
+    if (_isClosed || state.phase == UpdatePhase::done) return; // the result is reported separately
     if (_isLive) {
         _live[state.key] = formatted("%s: %s [%.0f s]", update.name, describeState(state, now, update.usual),
                                      secondsOf(now - state.begun));
@@ -43,11 +45,11 @@ void UpdateDisplay::show(const Update& update, Clock::TimePoint now) {
     }
 }
 
-// One line for all printers: a second line could not be taken back on every terminal.
+// One line for all printers: not every terminal can erase two lines.
 void UpdateDisplay::showLive() {
     std::string line;
     for (const auto& [key, text] : _live) line += (line.empty() ? "" : " | ") + text;
-    // The last column stays free: writing there would wrap on some terminals.
+    // Leaves the last column free, because writing there wraps on some terminals.
     std::cout << "\r\033[K" << shortened(printableInLine(line), terminalWidth() - 1) << std::flush;
     _lineIsOpen = true;
 }
@@ -57,7 +59,7 @@ void UpdateDisplay::breakLine() {
     _lineIsOpen = false;
 }
 
-// A wait is shown again from time to time: silence would look like a program that hangs.
+// Repeats a wait from time to time, so that the program does not look as if it hangs.
 bool UpdateDisplay::isNews(const UpdateState& state, Clock::TimePoint now) {
     std::string shown = std::to_string(static_cast<int>(state.phase)) + '/' + std::to_string(state.table);
     if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {

@@ -1,5 +1,5 @@
-// How an update shows while it runs: a live line on a terminal, plain lines otherwise, one object per line with --json.
-// Main queue.
+// Progress of running updates: a live line on a terminal, plain lines otherwise, one object per line with --json. Main
+// queue.
 #pragma once
 
 #include "cli/Output.h"
@@ -16,7 +16,7 @@ class UpdateDisplay {
 
     /// Called at every change and every half second.
     void show(const Update& update, Clock::TimePoint now);
-    /// A line that stays, whatever is live.
+    /// Writes a permanent line, also while a live line is shown. event: its name in JSON.
     void report(const std::string& key, const std::string& text, const char* event);
     /// Ends the live line, so that something else can be written.
     void breakLine();

@@ -1,4 +1,5 @@
-// zulctl: ZUL printers from the command line.
+// Entry point of zulctl, the command line for ZUL printers.
+// Parses the options, runs one command on the main thread and leaves with its exit status.
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
 #include "cli/Options.h"
@@ -20,10 +21,10 @@ namespace zul::cli {
 
 namespace {
 
-// Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
+// Does not wait for queues that may be blocked in a transfer, and destroys nothing that they use.
 [[noreturn]] void leave(int status, const Output& output) {
     const int reported = output.finish(status);
-    // The C library's buffers hold nothing: everything is written through the two streams.
+    // The buffers of the C library are empty: all text goes through the two StandardStreams.
     _exit(reported);
 }
 
@@ -57,7 +58,7 @@ int runOffline(const Options& options, const Output& output, bool& isOffline) {
 }
 
 int runWithPrinters(const Options& options) {
-    static Program* program = nullptr; // kept: queues may use it until the process is gone
+    static Program* program = nullptr; // kept: queues may use it until the process ends
     program = new Program(options);
     const PrinterCommand command = printerCommands().at(options.command);
     if (const int status = program->start([command] { command(*program); }); status != kDone) return status;
@@ -96,7 +97,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     zul::occupyStandardStreams();
-    zul::cli::StandardStream::output(); // everything is written through these two
+    zul::cli::StandardStream::output(); // install both buffers; all text goes through them
     zul::cli::StandardStream::error();
     const int status = zul::cli::run(argc, argv);
     zul::cli::leave(status, zul::cli::Output(zul::cli::wantsJson(argc, argv)));

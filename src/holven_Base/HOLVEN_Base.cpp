@@ -1,3 +1,5 @@
+// Host information, temporary files and standard folders.
+// Called by "zulctl hostinfo" and at the start of a log; any thread.
 #include "holven_Base/HOLVEN_Base.h"
 
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
@@ -19,7 +21,7 @@ namespace zul {
 namespace {
 
 constexpr std::uint64_t kUsualPageSize = 4096;
-constexpr std::size_t kLeastCounters = 4; // what a host with fewer reports is not reliable
+constexpr std::size_t kLeastCounters = 4; // fewer counters than this are not reliable
 constexpr std::size_t kLeastNameBuffer = 16;
 
 std::optional<std::string> hostText(const std::string& text, std::size_t maxLength) {
@@ -32,7 +34,7 @@ struct FolderRow {
     const char* path;
 };
 
-// In the order of the search: the user's own first.
+// In search order: the user's folders first.
 constexpr auto kFolders = std::to_array<FolderRow>({
     {StandardFolder::application, kUserDomain, "~/.local/share/applications"},
     {StandardFolder::application, kLocalDomain, "/usr/local/share/applications"},
@@ -84,7 +86,7 @@ std::optional<std::string> HOLVEN_Base::hostModelAndArch() {
     const auto machine = host.machine();
     if (!model || !machine) return std::nullopt;
     const auto modelText = hostText(*model, model->size());
-    // Both names share one buffer of the model's length, so a machine name is cut to that, or to 16 bytes.
+    // Both names share one buffer of the model's length, so the machine name is cut to that, or to 16 bytes.
     const auto machineText = hostText(*machine, std::max(model->size(), kLeastNameBuffer));
     if (!modelText) return std::nullopt;
     return *modelText + formatted(" (%s)", textOrNull(machineText));
@@ -94,8 +96,8 @@ std::string HOLVEN_Base::systemVersionInfo() {
     const HostProbe& host = HostProbe::current();
     const auto statistics = vmStats();
     const auto freeMB = static_cast<long>(statistics ? statistics->at("freeMB") : 0);
-    const long bits = 64; // the only build there is
-    // The wording is fixed, the name of the system in front included: those who read these banners search for it.
+    const long bits = 64; // only 64-bit builds exist
+    // The wording is fixed, including the system's name at the front, because scripts and support search for it.
     return formatted("Mac OS X %s foundation (%.3f);\n%lluMB (%ldMB free); %lu CPU; %s (%ld-bit); %s",
                      host.operatingSystemVersion(), host.foundationVersion(), host.physicalMemory() >> 20, freeMB,
                      host.activeProcessorCount(), nameOf(host.byteOrder()), bits, textOrNull(hostModelAndArch()));
@@ -108,7 +110,7 @@ std::string HOLVEN_Base::startupInfo() {
 
 std::string HOLVEN_Base::safeTempFile(std::int32_t* descriptor) {
     const auto named = HostProbe::current().environment("TMPDIR");
-    // An empty name would mean the current folder, wherever that is.
+    // An empty name would select the working directory.
     const std::filesystem::path folder = named && !named->empty() ? *named : "/tmp";
     const std::string unfilled = (folder / "XXXXXXXXXXXXXXXX").string();
     std::string path = unfilled;

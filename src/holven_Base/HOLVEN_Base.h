@@ -1,4 +1,4 @@
-// What the machine is that the program runs on, and two conveniences with files. For diagnostics. Any thread.
+// Information about the host, temporary files and standard folders. For diagnostics. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -36,18 +36,18 @@ class HOLVEN_Base {
     static std::optional<VMStats> vmStats();
     /// "model (architecture)"; nullopt if the host refuses.
     static std::optional<std::string> hostModelAndArch();
-    /// The machine and its system in two lines.
+    /// Two lines about the machine and its operating system.
     static std::string systemVersionInfo();
     /// A banner for the start of a log, without a line end.
     static std::string startupInfo();
 
-    /// A new empty file that only its owner may use, in $TMPDIR or the system's temporary folder. descriptor receives
-    /// it open, for the caller to close; null: it is closed here. On failure the answer is the unfilled template and
-    /// descriptor receives a negative number.
+    /// Creates an empty file with owner-only access in $TMPDIR or the system's temporary folder, and returns its path.
+    /// descriptor receives the open file, which the caller closes; if null, the file is closed here. On failure the
+    /// unfilled template is returned and descriptor is negative.
     static std::string safeTempFile(std::int32_t* descriptor);
 
-    /// firstFoundDirectoryType:inDomain:  The first standard folder of the kind, with "~" for the user's home; nothing
-    /// when the domains have none. The folder need not exist.
+    /// firstFoundDirectoryType:inDomain:  The first standard folder of this kind in the given domains, with "~" for the
+    /// user's home; nullopt if the domains have none. The folder need not exist.
     static std::optional<std::string> firstFoundDirectoryType(StandardFolder kind, unsigned domainMask);
 };
 

@@ -1,3 +1,5 @@
+// Formats dates with ICU in the machine's time zone or in a named one.
+// Called for log lines; any thread.
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
 
 #include <ctime>
@@ -10,9 +12,9 @@ namespace zul {
 
 namespace {
 
-// The machine's zone at that time. ICU finds it by name and does not know the rules that TZ may hold instead
-// ("CET-1CEST,M3.5.0,M10.5.0/3"): the C library, which every other program asks, has the last word. Null for the zone
-// that ICU has found.
+// The machine's zone at that time. ICU finds a zone by name but does not support POSIX rules in TZ
+// ("CET-1CEST,M3.5.0,M10.5.0/3"): the offset of the C library is used, as in every other program. Null if ICU's zone
+// agrees with it.
 std::unique_ptr<icu::TimeZone> machineZoneUnlikeICU(UDate date) {
     constexpr double kMillisecondsPerSecond = 1000;
     const auto seconds = static_cast<std::time_t>(date / kMillisecondsPerSecond);
@@ -33,7 +35,7 @@ std::unique_ptr<icu::TimeZone> machineZoneUnlikeICU(UDate date) {
 std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_point date, const std::string& format,
                                                const std::string& timeZone) {
     UErrorCode status = U_ZERO_ERROR;
-    // Not the user's calendar, digits or weeks: these texts are read by programs and by people elsewhere.
+    // Without the user's calendar, digits or weeks: programs and people elsewhere read these texts.
     const icu::Locale locale("en_US_POSIX");
     icu::SimpleDateFormat formatter(icu::UnicodeString::fromUTF8(format), locale, status);
     if (U_FAILURE(status)) return std::nullopt;

@@ -1,4 +1,4 @@
-// Dates as text. Any thread.
+// Formats dates. Any thread.
 #pragma once
 
 #include <chrono>
@@ -7,10 +7,9 @@
 
 namespace zul {
 
-/// The date by a pattern of date fields such as "yyyy/MM/dd HH:mm:ss.SSS Z" (YYYY is the year that the week belongs
-/// to, which is another one around New Year). In the time zone of the name ("Europe/Paris"), or the machine's for "",
-/// with its offset at that date as the C library has it. With the same digits and calendar everywhere, whatever the
-/// user's language. nullopt for a pattern without a meaning.
+/// Formats date with a pattern such as "yyyy/MM/dd HH:mm:ss.SSS Z". YYYY is the week-based year, which differs around
+/// New Year. timeZone is a name ("Europe/Paris"); "" is the machine's zone, with the C library's offset for that date.
+/// Digits and calendar do not depend on the user's language. nullopt for an invalid pattern.
 std::optional<std::string> stringWithUTSFormat(std::chrono::system_clock::time_point date, const std::string& format,
                                                const std::string& timeZone = {});
 

@@ -1,3 +1,5 @@
+// The path of the running program.
+// Called for diagnostics; any thread.
 #include "holven_Base/HOLVEN_NSObjectAdditions.h"
 
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
@@ -10,7 +12,7 @@ std::optional<std::string> pathToSelf() {
     const auto reported = HostProbe::current().executablePath();
     if (!reported || reported->empty()) return std::nullopt;
     const auto path = stringWithCString(reported->c_str(), reported->size(), StringEncoding::utf8);
-    // Three times on purpose: the line is looked for as a group of three.
+    // Logged three times on purpose: support searches for a group of three lines.
     for (int line = 0; line < 3; ++line) {
         logText("2010-04-23tavik pathToSelf will return: %s", textOrNull(path));
     }

@@ -1,4 +1,4 @@
-// What every object may want to know. Any thread.
+// Helpers for all classes. Any thread.
 #pragma once
 
 #include <optional>
@@ -6,7 +6,7 @@
 
 namespace zul {
 
-/// The path of the running program; nullopt if the system does not report it. Logs the answer.
+/// The path of the running program; nullopt if the system does not report it. Logs the result.
 std::optional<std::string> pathToSelf();
 
 } // namespace zul

@@ -1,4 +1,5 @@
-// Bytes to text.
+// Decodes bytes of several encodings to UTF-8 text.
+// Called for replies, descriptors and file contents; any thread.
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ constexpr bool kLittleEndian = std::endian::native == std::endian::little;
 struct EncodingRow {
     StringEncoding encoding;
     const char* converter;
-    std::size_t unit; // bytes of "."
+    std::size_t unit; // bytes of one unit
 };
 
 constexpr auto kEncodings = std::to_array<EncodingRow>({
@@ -53,14 +54,14 @@ std::uint32_t unitAt(const std::uint8_t* bytes, std::size_t unit) {
     return value;
 }
 
-// Bytes before the first zero unit; only whole units within the maximum are looked at.
+// Number of bytes before the first zero unit; only whole units within the maximum are examined.
 std::size_t lengthBeforeZero(const std::uint8_t* bytes, std::size_t maximum, std::size_t unit) {
     std::size_t length = 0;
     while (maximum - length >= unit && unitAt(bytes + length, unit) != 0) length += unit;
     return length;
 }
 
-// The mark in front decides the byte order; the converters that read it are named without one.
+// A byte-order mark selects the byte order; the converters that read it have a name without one.
 const char* converterFor(const EncodingRow& row, const std::uint8_t* bytes) {
     const std::uint32_t first = unitAt(bytes, row.unit);
     if (row.unit == 2 && (first == 0xFFFE || first == 0xFEFF)) return "UTF-16";
@@ -90,7 +91,7 @@ std::optional<std::string> stringWithCString(const void* bytes, std::size_t maxL
     const auto* start = static_cast<const std::uint8_t*>(bytes);
     // Compared byte by byte: an unlimited text may end before its third byte.
     if (encoding == StringEncoding::utf8 && maximum > 3 && start[0] == 0xEF && start[1] == 0xBB && start[2] == 0xBF) {
-        start += 3; // the maximum is not reduced
+        start += 3; // the mark is not part of the maximum
     }
     const std::size_t length = lengthBeforeZero(start, maximum, row->unit);
     if (length == 0) return std::string{};

@@ -1,5 +1,5 @@
-// Text and data helpers beside the standard library's: bytes of many encodings to text, searching, comparing,
-// replacing, and hex dumps. Text is UTF-8 throughout; nothing here keeps state. Any thread.
+// Text and data helpers that the standard library lacks: decoding bytes of many encodings, searching, comparing,
+// replacing, and hex dumps. Text is UTF-8; no function keeps state. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -16,7 +16,7 @@
 
 namespace zul {
 
-/// Encodings by their registered numbers; any other number is an encoding without an equivalent here.
+/// Encodings by their registered numbers; any other number is unsupported.
 enum class StringEncoding : std::uint32_t {
     ascii = 1,
     japaneseEUC = 3,
@@ -24,7 +24,7 @@ enum class StringEncoding : std::uint32_t {
     isoLatin1 = 5,
     shiftJIS = 8,
     isoLatin2 = 9,
-    utf16 = 10, // of this machine's byte order, unless a mark says otherwise
+    utf16 = 10, // in the machine's byte order unless a byte-order mark is present
     windowsCP1252 = 12,
     utf16BigEndian = 0x90000100,
     utf16LittleEndian = 0x94000100,
@@ -34,13 +34,12 @@ enum class StringEncoding : std::uint32_t {
 };
 
 /// stringWithCString:maxLength:encoding:  The text before the first zero unit (of 1, 2 or 4 bytes), at most maxLength
-/// bytes of it; 0 is no limit. A UTF-8 mark in front is skipped and does not count against maxLength; a UTF-16 or
-/// UTF-32 mark decides the byte order. nullopt for an unknown encoding, bytes that are not valid in it, or a maxLength
-/// below one unit; "" for no units.
+/// bytes; 0 is no limit. A leading UTF-8 mark is skipped and not included in maxLength; a UTF-16 or UTF-32 mark selects
+/// the byte order. nullopt for an unknown encoding, invalid bytes, or a maxLength below one unit; "" for no units.
 std::optional<std::string> stringWithCString(const void* bytes, std::size_t maxLength, StringEncoding encoding);
 
-/// 16-bit text whose first two bytes are a byte-order mark; without one the high byte comes first. An odd last byte is
-/// ignored, a lone surrogate becomes the replacement character.
+/// Decodes UTF-16 with a byte-order mark in its first two bytes; big-endian without one. An odd last byte is ignored, a
+/// lone surrogate becomes the replacement character.
 std::string stringFromUTF16WithByteOrderMark(std::span<const std::uint8_t> bytes);
 
 enum class CompareOptions : unsigned { none = 0, caseInsensitive = 1, backwards = 4, anchored = 8 };
@@ -51,7 +50,7 @@ constexpr bool contains(CompareOptions options, CompareOptions option) {
     return (static_cast<unsigned>(options) & static_cast<unsigned>(option)) != 0;
 }
 
-/// Bytes of a UTF-8 text.
+/// A range of bytes of a UTF-8 text.
 struct TextRange {
     std::size_t location = 0;
     std::size_t length = 0;
@@ -59,44 +58,46 @@ struct TextRange {
     friend bool operator==(const TextRange&, const TextRange&) = default;
 };
 
-/// Where target is within the range of text: the first place, or the last one backwards; anchored, only at that
-/// end. Case is compared character by character. nullopt if it is not there, and for an empty target.
+/// Position of target within range of text: the first, or with backwards the last; with anchored, only at that end.
+/// Case-insensitive search compares character by character. nullopt if not found, and for an empty target.
 std::optional<TextRange> rangeOfString(std::string_view text, std::string_view target, CompareOptions options,
                                        TextRange range);
 
-/// Compares the last path components without their extensions, ignoring case, by the rules of the user's language.
+/// Compares the last path components without their extensions, ignoring case, with the collation of the user's
+/// language.
 std::weak_ordering myLocalizedCompare(const std::string& text, const std::string& other);
-/// Compares ignoring case, with runs of digits as numbers: file9 comes before file10.
+/// Compares without case, with runs of digits as numbers: file9 is before file10.
 std::weak_ordering numericalCaseInsensitiveCompare(const std::string& text, const std::string& other);
 
 using CharacterSet = std::function<bool(char32_t character)>;
+/// The set of the given characters.
 CharacterSet characterSetWithCharactersInString(const std::string& characters);
-/// nullopt if text is nullopt.
+/// text without the characters of set; nullopt if text is nullopt.
 std::optional<std::string> stringByDeletingCharactersInSet(const std::optional<std::string>& text,
                                                            const CharacterSet& set);
 
-/// Characters counted as 16-bit units, as the callers' ranges are.
+/// A range of UTF-16 units.
 struct CharacterRange {
     std::size_t location = 0;
     std::size_t length = 0;
 };
 
 /// stringByReplacingSubStrings:withValues:options:range:  Replaces every target within the range by the value of the
-/// same index ("" when there are fewer values), one target after the other, each in the result of those before it. Text
-/// outside the range stays; a range that reaches beyond the text is cut. nullopt if text is nullopt.
+/// same index ("" if there are fewer values). The targets are replaced one after the other, each in the result of the
+/// previous one. Text outside the range is unchanged; a range beyond the text is cut. nullopt if text is nullopt.
 std::optional<std::string> stringByReplacingSubStrings(const std::optional<std::string>& text,
                                                        const std::vector<std::string>& targets,
                                                        const std::vector<std::string>& values, CompareOptions options,
                                                        CharacterRange range);
 
-/// How "%" shows in the character column of a hex dump.
+/// How "%" is printed in the character column of a hex dump.
 enum class PercentSign { single, doubled };
 
-/// Cells and character column of one row of up to 16 bytes, without offset and line end.
+/// Cells and character column of a row of up to 16 bytes, without offset and line end.
 std::string hexDumpRow(std::span<const std::uint8_t> row, PercentSign percentSign);
 
-/// Bytes of the range as lines of offset, cells and characters. A row like the one before it is counted instead of
-/// shown, also at the end. Offsets count from the start of data; a range that reaches beyond it is cut.
+/// The bytes of the range as lines of offset, cells and characters. Rows equal to the previous one are replaced by a
+/// count, also at the end. Offsets are relative to the start of data; a range beyond it is cut.
 std::string hexdump(const Data& data, std::size_t location, std::size_t length);
 
 } // namespace zul

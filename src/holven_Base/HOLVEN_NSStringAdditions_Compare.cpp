@@ -1,4 +1,5 @@
-// Searching, comparing and replacing within text.
+// Searches, compares and replaces text.
+// Pure functions; any thread.
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
 #include <algorithm>
@@ -13,8 +14,8 @@ namespace zul {
 
 namespace {
 
-// The end of the match of target that starts at the offset; nullopt if there is none. Folded character by character:
-// the length of a match is then the text's own, whatever the language does with its capitals.
+// End of the match of target at the start of text; nullopt if there is none. Case is folded per character, so that the
+// length of the match is in bytes of text, whatever the language does with capitals.
 std::optional<std::size_t> matchEnd(std::string_view text, std::string_view target, bool ignoringCase) {
     if (!ignoringCase) return text.starts_with(target) ? std::optional(target.size()) : std::nullopt;
     std::int32_t textIndex = 0;
@@ -27,7 +28,7 @@ std::optional<std::size_t> matchEnd(std::string_view text, std::string_view targ
         UChar32 other = 0;
         U8_NEXT(text.data(), textIndex, textLength, one);
         U8_NEXT(target.data(), targetIndex, targetLength, other);
-        // Bytes that are no characters equal nothing, not even each other.
+        // Invalid UTF-8 matches nothing, not even itself.
         if (one < 0 || other < 0 || u_foldCase(one, U_FOLD_CASE_DEFAULT) != u_foldCase(other, U_FOLD_CASE_DEFAULT)) {
             return std::nullopt;
         }
@@ -43,13 +44,13 @@ enum class Digits { asCharacters, asNumbers };
 
 std::weak_ordering collated(const std::string& text, const std::string& other, const icu::Locale& locale,
                             Digits digits) {
-    // Folded first: the plain "C" language compares characters as they are, whatever the strength.
+    // Folds first: the "C" collation compares code points, whatever the strength.
     const icu::UnicodeString one = icu::UnicodeString::fromUTF8(text).foldCase();
     const icu::UnicodeString two = icu::UnicodeString::fromUTF8(other).foldCase();
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(locale, status));
     if (U_FAILURE(status)) return one.compare(two) <=> 0;
-    collator->setStrength(icu::Collator::SECONDARY); // accents count, case does not
+    collator->setStrength(icu::Collator::SECONDARY); // compares accents, ignores case
     if (digits == Digits::asNumbers) collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
     const UCollationResult result = collator->compare(one, two, status);
     if (result == UCOL_EQUAL) return std::weak_ordering::equivalent;

@@ -1,4 +1,5 @@
-// Hex dumps: one row layout for the traffic log and for whole dumps.
+// Hex dumps: one row format for the traffic log and for whole dumps.
+// Pure functions; any thread.
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
 #include "platform/foundation/Format.h"

@@ -1,3 +1,5 @@
+// The host queries of this machine, read from sysfs, procfs and system calls.
+// Called by HOLVEN_Base and by tests that replace the probe; any thread.
 #include "holven_Base/HostProbe.h"
 
 #include "platform/files/Files.h"
@@ -23,7 +25,7 @@ std::optional<std::string> valueInFile(const char* path, const std::string& name
     for (std::string line; std::getline(file, line);) {
         const auto mark = line.find(separator);
         if (mark == std::string::npos || !line.starts_with(name)) continue;
-        if (line.find_first_not_of(" \t", name.size()) != mark) continue; // a longer name
+        if (line.find_first_not_of(" \t", name.size()) != mark) continue; // only the prefix of a longer name
         const auto start = line.find_first_not_of(" \t\"", mark + 1);
         if (start == std::string::npos) return std::string{};
         return line.substr(start, line.find_last_not_of(" \t\"") + 1 - start);
@@ -33,7 +35,7 @@ std::optional<std::string> valueInFile(const char* path, const std::string& name
 
 std::optional<std::string> firstLine(const char* path) {
     std::string line = firstLineOfFile(path);
-    line.erase(std::ranges::find(line, '\0'), line.end()); // device trees end their texts with it
+    line.erase(std::ranges::find(line, '\0'), line.end()); // device tree strings end with NUL
     return line.empty() ? std::nullopt : std::optional(line);
 }
 
@@ -53,7 +55,7 @@ std::vector<std::uint32_t> memoryCounters() {
     return counters;
 }
 
-// Computers with firmware tables, boards with a device tree, and guests that have neither.
+// DMI on computers, the device tree on boards, the processor's name on virtual machines without either.
 std::optional<std::string> machineModel() {
     if (auto name = firstLine("/sys/class/dmi/id/product_name")) return name;
     if (auto name = firstLine("/proc/device-tree/model")) return name;

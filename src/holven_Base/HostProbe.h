@@ -1,5 +1,4 @@
-// Where the facts about this machine come from. Each is a function of its own, so that a host that refuses a query can
-// be played in tests.
+// The queries for host information. Each is a separate function, so that tests can simulate a host that refuses one.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +13,12 @@ enum class HostByteOrder { unknown, littleEndian, bigEndian };
 
 struct HostProbe {
     std::function<std::optional<std::uint64_t>()> pageSize; // bytes
-    /// Memory counters in pages, the free ones first; none when the host refuses.
+    /// Memory counters in pages, the free ones first; empty if the host refuses.
     std::function<std::vector<std::uint32_t>()> vmStatistics;
     std::function<std::optional<std::string>()> model;   // of the machine
     std::function<std::optional<std::string>()> machine; // its architecture
     std::function<std::string()> operatingSystemVersion;
-    std::function<double()> foundationVersion;     // of the library that is used for texts and dates
+    std::function<double()> foundationVersion;     // of the library for texts and dates
     std::function<std::uint64_t()> physicalMemory; // bytes
     std::function<unsigned long()> activeProcessorCount;
     std::function<HostByteOrder()> byteOrder;
@@ -27,7 +26,7 @@ struct HostProbe {
     std::function<std::optional<std::string>()> executablePath;
     std::function<std::optional<std::string>(const char* name)> environment;
 
-    /// This machine.
+    /// The queries of this machine.
     static HostProbe system();
     /// The probe in use: system() unless replaced. Replace it before other threads run.
     static const HostProbe& current();

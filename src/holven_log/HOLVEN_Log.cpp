@@ -1,4 +1,5 @@
-// Writing: one message becomes one line on standard error and one in the file (or in memory).
+// Writes messages: each becomes one line on standard error and one in the file (or in memory).
+// Called on any thread.
 #include "holven_log/HOLVEN_Log.h"
 
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
@@ -16,7 +17,7 @@ namespace zul {
 
 namespace {
 
-constexpr const char* kDateFormat = "[YYYY/MM/dd HH:mm:ss.SSS Z]"; // the year of the week, as it always was
+constexpr const char* kDateFormat = "[YYYY/MM/dd HH:mm:ss.SSS Z]"; // YYYY is the week-based year; the format is fixed
 constexpr std::size_t kMostPendingCharacters = 1'000'000;
 constexpr std::size_t kTrimmedCharacters = 10'000;
 constexpr std::size_t kRowLength = 16;
@@ -60,7 +61,7 @@ void HOLVEN_Log::logLevel(int level, const std::string& message) {
     LogNotification notification;
     {
         const std::scoped_lock lock(log.mutex);
-        if (!log.logsToStandardError && log.file == nullptr) return; // not even kept
+        if (!log.logsToStandardError && log.file == nullptr) return; // not kept for a later file, either
         const Level& kind = levelFor(level);
         if (log.logsToStandardError) {
             const std::string name = kind.namesApplication ? ": " + log.applicationName : "";
@@ -92,7 +93,7 @@ void HOLVEN_Log::debug(const std::string& message) {
         const std::size_t end = message.find('\n', start);
         logLevel(kDebugLevel, message.substr(start, end == std::string::npos ? end : end - start));
         if (end == std::string::npos) return;
-        start = end + 1; // a line end at the end gives an empty last line
+        start = end + 1; // a trailing line end yields an empty last line
     }
 }
 
@@ -111,7 +112,7 @@ void HOLVEN_Log::fatal(const std::string& message) {
         outside.exit(outside.seenSignal);
         return;
     }
-    outside.sleepForEver(); // on purpose: the state that led here can be looked at
+    outside.sleepForEver(); // deliberate: the process state can be examined
     outside.exit(1);
 }
 

@@ -1,4 +1,4 @@
-// The state of the log, for its own source files.
+// The state of the log, for its source files only.
 #pragma once
 
 #include "holven_log/HOLVEN_Log.h"
@@ -10,14 +10,14 @@
 namespace zul {
 
 struct HOLVEN_Log::State {
-    std::recursive_mutex mutex; // an outlet may log itself
+    std::recursive_mutex mutex; // recursive, because an outlet may log
     Outside outside;
     std::string applicationName;
     std::optional<std::string> logFilePath;
     std::FILE* file = nullptr;
-    std::optional<std::string> pending = std::string{}; // gone for good once a file is open
+    std::optional<std::string> pending = std::string{}; // nullopt for ever once a file is open
     std::size_t pendingCharacters = 0;
-    bool hasLostLines = false; // reported already
+    bool hasLostLines = false; // already reported
     bool notifiesForUpdates = false;
     bool logsToStandardError = true;
     bool logsApplicationName = false;

@@ -1,4 +1,5 @@
-// E-mail addresses, as people type them into a form.
+// Checks e-mail addresses as users type them into a form.
+// A pure function; any thread.
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Format.h"
 
@@ -10,8 +11,8 @@ namespace zul {
 
 namespace {
 
-// A local part, "@", and a dotted domain or a bracketed address. The range \x21-\x5a\x53-\x7f overlaps itself; it
-// stays, so that the same addresses pass as ever.
+// A local part, "@", and a dotted domain or a bracketed address. The range \x21-\x5a\x53-\x7f overlaps itself and is
+// kept, so that the same addresses are accepted as before.
 // clang-format off
 constexpr const char* kAddressPattern =
     R"x((?:[a-z0-9!#$%\&'*+/=?\^_`{|}~-]+(?:\.[a-z0-9!#$%\&'*+/=?\^_`{|}~-]+)*)x"

@@ -1,4 +1,5 @@
-// The log file: opening it, and rolling it when it has grown.
+// Opens the log file, and rolls it when it is long.
+// Called at program start; writes are called on any thread, under the log's lock.
 #include "holven_log/HOLVEN_LogState.h"
 #include "platform/files/Files.h"
 #include "platform/files/Folders.h"
@@ -23,11 +24,11 @@ constexpr std::uint64_t kUsualRollSize = 0x100000; // bytes
 constexpr std::size_t kMostOldBytes = 0xA00000;
 constexpr mode_t kLogFileMode = 0664;
 
-// Root may log into a device, whose rights belong to everybody else, too.
+// Root may log to a device, whose permissions must not be changed for everyone.
 void shareIfRegular(int descriptor) {
     struct stat info {};
     if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) return;
-    (void)::fchmod(descriptor, kLogFileMode); // a file of another owner keeps its rights
+    (void)::fchmod(descriptor, kLogFileMode); // a file of another owner keeps its permissions
 }
 
 // given: the path as the caller wrote it, for the message.
@@ -39,7 +40,7 @@ void createFolderOf(const std::string& path, const std::string& given) {
     if (error) logText("error with createDirectoryAtPath for [%s]:\nERROR = %s", given, error.message());
 }
 
-// The newest whole lines of at most 10 MiB.
+// Keeps the newest whole lines, at most 10 MiB.
 void keepNewestLines(Data& lines) {
     if (lines.size() <= kMostOldBytes) return;
     const auto from = lines.begin() + static_cast<std::ptrdiff_t>(lines.size() - kMostOldBytes - 1);
@@ -67,14 +68,14 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
             createFolderOf(*log.logFilePath, *path);
             rollLogFileIfNecessary(*log.logFilePath);
         }
-        // An open file stays the log file, although another path has been noted.
+        // An open file remains the log file, although another path was stored.
         if (log.file != nullptr || !path) return false;
         log.file = std::fopen(log.logFilePath->c_str(), "ae");
         if (log.file == nullptr) {
             error = errno;
         } else {
             shareIfRegular(::fileno(log.file));
-            std::setvbuf(log.file, nullptr, _IONBF, 0); // every line is in the file at once
+            std::setvbuf(log.file, nullptr, _IONBF, 0); // unbuffered: every line is in the file at once
             writeToFile(log, *log.pending);
             log.pending.reset();
             log.pendingCharacters = 0;
@@ -90,7 +91,7 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
 void HOLVEN_Log::writeToFile(State& log, const std::string& lines) {
     if (std::fwrite(lines.data(), 1, lines.size(), log.file) == lines.size() || log.hasLostLines) return;
     const int error = errno;
-    log.hasLostLines = true; // first: what follows may be logged, too
+    log.hasLostLines = true; // set first: the report below may itself be logged
     standardErrorLog(formatted("ERROR: cannot write the log %s (%s); lines are lost\n", log.logFilePath.value_or(""),
                                std::generic_category().message(error)));
 }
@@ -102,7 +103,7 @@ void HOLVEN_Log::rollLogFileIfNecessary(const std::string& path) {
 void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::string>& oldPath, std::uint64_t size) {
     std::error_code error;
     const std::uintmax_t currentSize = fs::file_size(path, error);
-    if (error || size > currentSize) return; // a file whose size is unknown is left alone
+    if (error || size > currentSize) return; // a file of unknown size is not rolled
     logText("Rolling log file.");
     const fs::path current(path);
     const std::string named = current.extension().string();
@@ -110,7 +111,7 @@ void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::s
     const std::string withoutExtension = (current.parent_path() / current.stem()).string();
     const std::string old = oldPath.value_or(withoutExtension + formatted("_old.%s", extension));
     const auto lines = contentsOfFile(current);
-    if (!lines) return; // what cannot be read is not cut off either
+    if (!lines) return; // a file that cannot be read is not truncated
     Data kept = contentsOfFile(old).value_or(Data{});
     kept.insert(kept.end(), lines->begin(), lines->end());
     keepNewestLines(kept);

@@ -1,4 +1,5 @@
-// The state of the log: its start, its outlets, its switches and its observers.
+// The state of the log: initial values, outlets, switches and observers.
+// Any thread; the state is guarded by its lock.
 #include "holven_Base/HostProbe.h"
 #include "holven_log/HOLVEN_LogState.h"
 #include "platform/foundation/Format.h"
@@ -16,7 +17,7 @@ HOLVEN_Log::Outside HOLVEN_Log::systemOutside() {
             .standardError =
                 [](const std::string& text) {
                     const std::string shown = printable(text);
-                    // Through the stream, whose writer a program may have put on a thread of its own.
+                    // Through the C++ stream, because a program may have given it a writer thread.
                     std::cerr.write(shown.data(), static_cast<std::streamsize>(shown.size())).flush();
                 },
             .reopenStandardError =
@@ -25,7 +26,7 @@ HOLVEN_Log::Outside HOLVEN_Log::systemOutside() {
                         logText("cannot send standard error to %s", path);
                         return;
                     }
-                    // As before: what is said just before an abort must not be lost in a buffer.
+                    // Unbuffered: text written just before an abort must not be lost.
                     std::setvbuf(stderr, nullptr, _IONBF, 0);
                 },
             .sleepForEver =
@@ -50,7 +51,7 @@ void HOLVEN_Log::initialize(State& log) {
 }
 
 HOLVEN_Log::State& HOLVEN_Log::state() {
-    // Never destroyed: threads that still run at the end of the program may log.
+    // Never destroyed: threads that still run at process exit may log.
     static State* const shared = [] {
         auto* const log = new State;
         log->outside = systemOutside();

@@ -1,5 +1,5 @@
-// Making the sample files: S-records and colour tables of the right form with made-up contents, the same bytes every
-// time. Called by the program that writes them and by tests.
+// Generates the sample files: S-records and colour tables with valid syntax and invented contents, always the same
+// bytes. Called by make_sample_archive and by tests.
 #include "sample_archive/SampleFiles.h"
 
 #include "platform/foundation/Format.h"
@@ -14,18 +14,18 @@ namespace zul {
 
 namespace {
 
-// The archive is for this product: its class name keys the digests.
+// The class name of the product whose archive this is; it is the key of the digests.
 constexpr std::string_view kDigestKey = "TBUSBPrinterZUL";
 
 struct SampleFirmware {
-    std::string_view version; // what the printer reports once it runs it; the file's name without ".fw"
+    std::string_view version; // what the printer reports with it; the file's name without ".fw"
     unsigned addressBytes;    // 2, 3 or 4: records S1, S2 or S3, ended by S9, S8 or S7
     unsigned recordBytes;     // data bytes of one record
     unsigned records;
     std::string_view lineEnd;
 };
 
-// Sizes as printers' firmware has them, 0.5 to 3 MB of text; every kind of record occurs. The two-byte addresses wrap.
+// Sizes like real firmware, 0.5 to 3 MB of text; every record type occurs. The two-byte addresses wrap around.
 constexpr auto kFirmware = std::to_array<SampleFirmware>({
     {"VK14 01.61", 4, 32, 24000, "\r\n"},
     {"VK18 01.30", 3, 32, 30000, "\r\n"},
@@ -41,7 +41,7 @@ constexpr auto kTables = std::to_array<std::string_view>(
      "VK28_PP_300_0101.cwd", "VK28_SD_600_0101.cwd", "VK28_PP_600_0101.cwd", "VK28_SD_610_0101.cwd",
      "VK28_PP_610_0101.cwd", "VK28_SD_620_0101.cwd", "VK28_PP_620_0101.cwd"});
 
-// Bytes without pattern that are the same on every machine: a 64-bit xorshift, seeded by the file's name.
+// Pseudo-random bytes that are the same on every machine: a 64-bit xorshift, seeded with the file's name.
 class Bytes {
   public:
     explicit Bytes(std::string_view seed) {
@@ -101,7 +101,7 @@ Data firmwareText(const SampleFirmware& firmware) {
 Data tableContents(std::string_view name) {
     constexpr std::size_t kSmallest = 24 * 1024;
     Bytes bytes(name);
-    // Odd lengths on purpose: tables are sent as they are.
+    // Odd lengths on purpose: tables are sent unpadded.
     Data contents(kSmallest + 64 * std::size_t{bytes.next()} + 1);
     for (std::uint8_t& byte : contents) byte = bytes.next();
     return contents;
@@ -125,7 +125,7 @@ std::string sampleDigest(const Data& contents) {
          digest.data(), &length);
     std::string text;
     for (unsigned index = 0; index < length; ++index) text += formatted("%.2x", digest[index]);
-    return text + "00"; // the closing zero byte belongs to every digest text
+    return text + "00"; // every digest text includes a final zero byte
 }
 
 } // namespace zul

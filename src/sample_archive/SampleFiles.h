@@ -1,4 +1,4 @@
-// The files of the sample archive: sound in form, fit for no real printer. Deterministic; any thread.
+// The files of the sample archive: valid in form, not usable by any real printer. Deterministic; any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -16,7 +16,7 @@ struct SampleFile {
 /// All files of all models.
 std::vector<SampleFile> sampleFiles();
 
-/// The digest of the contents as the archive's digest file has it.
+/// The digest of the contents as written to the archive's digest file.
 std::string sampleDigest(const Data& contents);
 
 } // namespace zul

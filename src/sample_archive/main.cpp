@@ -1,5 +1,5 @@
-// Writes the sample archive into a folder: make_sample_archive DIR. The build runs it; the digest file is marked as
-// that of a sample, so that the programs do not offer its files to a real printer.
+// Writes the sample archive to a folder: make_sample_archive DIR. Run by the build. The digest file is marked as a
+// sample, so that the programs do not offer its files to a real printer.
 #include "platform/files/Files.h"
 #include "sample_archive/SampleFiles.h"
 

@@ -1,4 +1,6 @@
-// Reads the kernel's list of USB devices. Called by the diagnosis, before the session opens any printer.
+// Reads the kernel's list of USB devices in sysfs. Called by the diagnosis before the session opens any printer, and by
+// the failure texts.
+// Any thread.
 #include "session/AttachedPrinters.h"
 
 #include "archive/ProductTable.h"
@@ -54,7 +56,7 @@ std::vector<std::string> printerDriverNodes(const SystemFolders& folders, const 
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(folders.sys) / "bus/usb/devices", error)) {
         if (!entry.path().filename().string().starts_with(location + ":")) continue;
-        for (const char* const kind : {"usbmisc", "usb"}) { // the second as older kernels call it
+        for (const char* const kind : {"usbmisc", "usb"}) { // older kernels use the second name
             for (const fs::directory_entry& node : fs::directory_iterator(entry.path() / kind, error)) {
                 const std::string name = node.path().filename().string();
                 if (name.starts_with("lp")) nodes.push_back(folders.dev + "/usb/" + name);
@@ -74,7 +76,7 @@ std::vector<AttachedPrinter> attachedPrinters(const SystemFolders& folders) {
         const auto product = numberIn(entry.path() / "idProduct", 16);
         const auto bus = numberIn(entry.path() / "busnum", 10);
         const auto address = numberIn(entry.path() / "devnum", 10);
-        if (!vendor || !product || !bus || !address) continue; // an interface, or a device that is leaving
+        if (!vendor || !product || !bus || !address) continue; // an interface, or a device that is being detached
         if (!productVendorIDs().contains(static_cast<std::uint16_t>(*vendor))) continue;
         DeviceDescriptors device;
         device.busNumber = static_cast<std::uint8_t>(*bus);

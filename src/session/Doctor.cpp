@@ -1,5 +1,5 @@
-// The list of checks in its order, and the checks of one printer. Called by the diagnosis of either program on a thread
-// that may wait.
+// The fixed list of checks, and the checks of a single printer. Called by the diagnosis of either program on a thread
+// that may block.
 #include "session/Doctor.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -30,7 +30,7 @@ Check notApplicable(const ExaminedPrinter& printer, const char* name) {
     return checkOf(printer, name, CheckState::unknown, localizedFormat("it is an embedded printer"));
 }
 
-// "device for NAME: usb://ZUL/VK14?serial=000001": the queue's name if its device is this printer.
+// The name of the queue if its device is this printer. line: "device for NAME: usb://ZUL/VK14?serial=000001".
 std::string queueOfLine(const std::string& line, const ExaminedPrinter& printer) {
     constexpr std::string_view kBegin = "device for ";
     const std::size_t colon = line.find(": ");
@@ -44,7 +44,7 @@ std::string queueOfLine(const std::string& line, const ExaminedPrinter& printer)
     return line.substr(kBegin.size(), colon - kBegin.size());
 }
 
-// Whether a process may be ended is for people to judge: the command shows what it is.
+// Whether a process may be ended is for people to decide: the command only shows it.
 std::string remedyFor(const InterfaceHolder& holder, const ExaminedPrinter& printer) {
     std::string command = "lpstat -o";
     if (holder.kind != InterfaceHolder::Kind::printing) {
@@ -54,7 +54,7 @@ std::string remedyFor(const InterfaceHolder& holder, const ExaminedPrinter& prin
     return localizedFormat("Wait until it has finished, or end it. To see what it is: %s", command);
 }
 
-// The system's messages in one language, and an end where a print service hangs.
+// With messages in one language, and a time limit in case the print service hangs.
 std::string lpstat(const char* option) {
     return formatted("command -v lpstat >/dev/null || exit 127; LC_ALL=C timeout 5 lpstat %s 2>/dev/null", option);
 }
@@ -98,7 +98,7 @@ CommandResult Doctor::run(const std::string& command) const {
     return _options.run ? _options.run(command) : runByShell(command);
 }
 
-// Without the folder that this run was given, the update would use other files, or none.
+// Without the folder of this run, the update would use other files, or none.
 std::string Doctor::updateCommand(const std::string& printer) const {
     const std::string folder = _options.firmwareArchive.string();
     const std::string archive = folder.empty() ? "" : "--firmware-archive " + shellWord(folder) + " ";
@@ -141,7 +141,7 @@ Check Doctor::nodeRights(const ExaminedPrinter& printer) const {
     }
     for (const std::string& node : printer.driverNodes) {
         std::error_code error;
-        // The driver's node goes while this program has the printer; what has gone needs no right.
+        // The driver's node is removed while this program holds the printer; a removed node needs no rights.
         if (mayUse(node) || !std::filesystem::exists(node, error)) continue;
         return checkOf(printer, kName, CheckState::problem,
                        localizedFormat("no right to open %s, where the kernel's printer driver shows whether a job is "
@@ -204,7 +204,7 @@ Check Doctor::archive(const ExaminedPrinter& printer) const {
     if (problems.empty()) {
         return checkOf(printer, kName, CheckState::ok, localizedFormat("its firmware files are there and match"));
     }
-    // The first is what is fixed first; "archive verify" names all.
+    // Only the first problem, which has to be fixed first; "archive verify" lists all.
     return checkOf(printer, kName, CheckState::problem, messageOf(problems.front()), remedyOf(problems.front()));
 }
 
@@ -225,7 +225,7 @@ Check Doctor::ready(const ExaminedPrinter& printer) const {
     constexpr const char* kName = "ready";
     if (!printer.isUsable)
         return checkOf(printer, kName, CheckState::unknown, localizedFormat("it could not be asked"));
-    // What keeps it in its loader, or from answering others, has a check of its own.
+    // The holder and the loader have checks of their own.
     if (printer.isHeldElsewhere || printer.isInLoader) {
         return checkOf(printer, kName, CheckState::unknown,
                        printer.status.value_or(localizedFormat("it was not asked")));

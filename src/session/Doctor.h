@@ -1,8 +1,8 @@
-// The diagnosis: a closed list of what keeps printers from being used or updated on a machine, each with the command
-// that fixes it. Both programs show the same list.
+// The diagnosis: a fixed list of conditions that keep printers from being used or updated on a machine, each with the
+// command that fixes it. Both programs show the same list.
 //
-// Checks read files, ask services and run programs of the print service, each with a time limit of some seconds: they
-// belong on a thread that may wait, never on the main queue. Nothing is changed, and no printer is opened.
+// Checks read files, ask services and run programs of the print service, each with a time limit of some seconds. Run
+// them on a thread that may block, never on the main queue. They change nothing and open no printer.
 #pragma once
 
 #include "platform/usb/PrinterReservations.h"
@@ -23,7 +23,7 @@ class UpdateHistory;
 
 enum class CheckState {
     ok,
-    warning, // works, but may disturb
+    warning, // works, but may disturb updates or printing
     problem,
     unknown // could not be checked, or does not apply
 };
@@ -32,14 +32,14 @@ enum class CheckState {
 const char* nameOfCheckState(CheckState state);
 
 struct Check {
-    std::string name{};    // of the closed list, never translated: "udev-rule"
-    std::string printer{}; // the key of the printer that it is about; empty: the machine
+    std::string name{};    // from the fixed list, never translated: "udev-rule"
+    std::string printer{}; // the key of the examined printer; empty: the machine
     CheckState state = CheckState::ok;
-    std::string text{};   // what was found, for people, without an end stop
-    std::string remedy{}; // the command that fixes it, or what to do; empty where there is nothing to do
+    std::string text{};   // the finding for people, without a full stop
+    std::string remedy{}; // the command that fixes it, or what to do; empty if there is nothing to do
 };
 
-/// What is known about an attached printer: from the kernel, and from the session where that could use it.
+/// What is known about an attached printer: from the kernel, and from the session if it could use the printer.
 struct ExaminedPrinter {
     std::string key{};
     std::string name{}; // for people: "VK14 000001 (1-4)"
@@ -49,8 +49,8 @@ struct ExaminedPrinter {
     std::string node{}; // empty: an embedded printer
     std::uint16_t product = 0;
     std::vector<std::string> drivers{};
-    std::vector<std::string> driverNodes{}; // of the kernel's printer driver, while it was bound: "/dev/usb/lp0"
-    std::optional<std::string> status{};    // its status as a text; nullopt: it was not asked or did not answer
+    std::vector<std::string> driverNodes{}; // nodes of the kernel's printer driver, while it was bound: "/dev/usb/lp0"
+    std::optional<std::string> status{};    // its status text; nullopt: not queried, or no reply
     bool isInLoader = false;
     bool isReady = false;
     bool isUsable = false;        // the session could open it
@@ -58,53 +58,54 @@ struct ExaminedPrinter {
 };
 
 struct CommandResult {
-    int status = 0; // 127: there is no such program
+    int status = 0; // 127: no such program
     std::string output{};
 };
 
-/// Where the checks look. Tests put folders and answers of their own in place of the machine's.
+/// What the checks examine. Tests replace folders and commands with their own.
 struct DoctorOptions {
     SystemFolders folders{};
-    /// In the order in which udev takes them: a file hides those of the same name in later folders.
+    /// In udev's order of precedence: a file hides files of the same name in later folders.
     std::vector<std::filesystem::path> ruleFolders{"/etc/udev/rules.d", "/run/udev/rules.d",
                                                    "/usr/local/lib/udev/rules.d", "/usr/lib/udev/rules.d",
                                                    "/lib/udev/rules.d"};
     std::filesystem::path stateFolder{};
-    /// The folder that was named for this run, absolute: commands that update name it too. Empty: the installed one.
+    /// Absolute path of the folder named for this run; proposed update commands name it too. Empty: the installed
+    /// folder.
     std::filesystem::path firmwareArchive{};
     LoginServiceOptions login{};
-    bool areEmbedded = false; // embedded printers: what is about USB and the print service does not apply
+    bool areEmbedded = false; // embedded printers: checks of USB and of the print service do not apply
     bool isRoot = false;
-    /// Whether this user may read and write the file; null: the system is asked.
+    /// Whether this user may read and write the file; null: ask the system.
     std::function<bool(const std::string& file)> mayUse{};
-    /// Runs a command by the shell; null: the system's.
+    /// Runs a command with the shell; null: the shell of this machine.
     std::function<CommandResult(const std::string& command)> run{};
-    /// The other process of ours that has reserved the printer; null: none.
+    /// The other process of this product that has reserved the printer; null: none.
     std::function<std::optional<InterfaceHolder>(const std::string& key)> reservation{};
-    /// May be null in tests that do not look at them.
+    /// May be null in tests whose checks do not use them.
     FirmwareArchive* archive = nullptr;
     UpdateHistory* history = nullptr;
 };
 
-/// One use, on one thread that may wait.
+/// For one examination, on one thread that may block.
 class Doctor {
   public:
     explicit Doctor(DoctorOptions options);
 
-    /// Every check of the list in its fixed order: those of the machine once (an interrupted update each), those of
-    /// printers once for each printer, or once as "unknown" without any.
+    /// Runs every check in its fixed order. Checks of the machine yield one entry (one per interrupted update), checks
+    /// of printers one per printer, or a single "unknown" without any printer.
     std::vector<Check> examine(const std::vector<ExaminedPrinter>& printers);
 
-    // The machine.
+    // Checks of the machine.
     Check udevRule() const;
     Check stateFolder() const;
     Check loginService() const;
     Check ippUsb(const std::vector<ExaminedPrinter>& printers) const;
     std::vector<Check> interruptedUpdates(const std::vector<ExaminedPrinter>& printers) const;
-    /// What is wrong with the firmware files whatever the model.
+    /// Problems of the firmware files that concern every model.
     Check archiveFolder() const;
 
-    // One printer.
+    // Checks of one printer.
     Check nodeRights(const ExaminedPrinter& printer) const;
     Check holder(const ExaminedPrinter& printer) const;
     Check printQueue(const ExaminedPrinter& printer) const;

@@ -1,4 +1,5 @@
-// The checks of the machine. Called by Doctor::examine on a thread that may wait.
+// The checks of the machine: rules, folders, services. Called by Doctor::examine on a thread that may block.
+// Each reads files or runs a command with a time limit; nothing is changed.
 #include "session/Doctor.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -22,13 +23,13 @@ namespace fs = std::filesystem;
 
 constexpr const char* kRuleName = "70-zul-printer-utility.rules";
 constexpr const char* kReload = "sudo udevadm control --reload";
-constexpr const char* kIppUsb = "ipp-usb"; // makes network printers of USB printers and takes their interfaces for it
+constexpr const char* kIppUsb = "ipp-usb"; // claims USB printers to turn them into network printers
 
-// A file of the rule's name that does not give access to all printers of ours is another one, or an old one.
+// A file of the rule's name that does not give access to all our printers is a different or an outdated rule.
 bool coversOurPrinters(const fs::path& file) {
     std::istringstream lines(textOfFile(file));
     std::set<std::uint16_t> missing = productVendorIDs();
-    // The nodes of the kernel's printer driver have lines of their own.
+    // The nodes of the kernel's printer driver need lines of their own.
     std::set<std::uint16_t> missingDrivers = missing;
     for (std::string line; std::getline(lines, line);) {
         if (line.starts_with('#')) continue;
@@ -60,7 +61,7 @@ Check Doctor::udevRule() const {
         if (fs::exists(fs::symlink_status(folder / kRuleName, error))) found.push_back(folder / kRuleName);
     }
     if (found.empty()) {
-        // Root may use every printer without it.
+        // Root can use every printer without the rule.
         return {kName,
                 {},
                 _options.isRoot ? CheckState::warning : CheckState::problem,
@@ -96,7 +97,7 @@ Check Doctor::stateFolder() const {
                 localizedFormat("there is no folder for the history of updates"),
                 "export HOME=\"$(getent passwd \"$(id -un)\" | cut -d: -f6)\""};
     }
-    // The first update makes the folder: until then the one above it decides.
+    // The first update creates the folder: until then the rights of the nearest existing parent decide.
     fs::path folder = _options.stateFolder;
     std::error_code error;
     while (!fs::exists(folder, error) && folder.has_relative_path()) folder = folder.parent_path();
@@ -199,7 +200,7 @@ Check Doctor::archiveFolder() const {
     constexpr const char* kName = "firmware-archive";
     if (_options.archive == nullptr) return {kName, {}, CheckState::unknown, localizedFormat("not checked"), {}};
     using Kind = ArchiveProblem::Kind;
-    // The folder and its digest file are the same for every model.
+    // The problems of the folder and its digest file are the same for every model.
     const auto problems = _options.archive->problems(&allProducts().front(), TBUSBPrinterZUL::kProductClassName);
     for (const ArchiveProblem& problem : problems) {
         if (problem.kind != Kind::noFolder && problem.kind != Kind::digestsMissing &&

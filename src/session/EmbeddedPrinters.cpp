@@ -1,4 +1,5 @@
-// From the texts of --virtual to printers on the embedded bus. Main queue.
+// Converts the texts of --virtual into printers on the embedded bus.
+// Called by the session on the main queue, before it starts.
 #include "session/EmbeddedPrinters.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -13,13 +14,13 @@ namespace {
 
 using Locations = std::set<VirtualBus::Location>;
 
-// The places that were named come first: the other printers are put around them.
+// Explicit locations are taken first; the other printers get the free ones.
 std::optional<SessionProblem> parsePrinters(const SessionOptions& options, Locations& taken,
                                             std::vector<VirtualPrinterSettings>& printers) {
     for (const std::string& text : options.virtualPrinters) {
         auto parse = parseVirtualPrinter(text);
         if (!parse.settings) return SessionProblem{"--virtual " + text + ": " + parse.problem + ".", true};
-        // Each printer its own serial number, unless one was named.
+        // Gives each printer a serial number of its own, unless one was given.
         if (text.find(",serial=") == std::string::npos) {
             parse.settings->serial = formatted("%06d", static_cast<int>(printers.size()) + 1);
         }

@@ -1,4 +1,4 @@
-// The embedded printers of a run, made from the options of its command line. Main queue, before the session starts.
+// Creates the embedded printers of a run from its command line options. Main queue, before the session starts.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -11,7 +11,7 @@
 
 namespace zul {
 
-/// Makes the bus with the printers that the options describe. Returns what is wrong with the options, or nullopt.
+/// Creates the bus with the printers that the options describe. Returns the problem of the options, or nullopt.
 std::optional<SessionProblem> makeEmbeddedPrinters(const SessionOptions& options, MainQueue& mainQueue, Clock& clock,
                                                    std::unique_ptr<VirtualBus>& bus);
 

@@ -1,4 +1,5 @@
-// Return codes as sentences. Called where a command or the start of a run has failed.
+// Translates return codes into sentences for the operator.
+// Called on any thread after a command or the start of a run has failed.
 #include "session/FailureTexts.h"
 
 #include "Classes/TBUSBPrinter.h"
@@ -10,12 +11,12 @@ namespace zul {
 
 namespace {
 
-// Of this process or of the machine: the printer is as it was.
+// The cause is this process or the machine, not the printer.
 bool isWithoutResources(IOReturn code) {
     return code == kIOReturnNoResources || code == kIOReturnNoMemory;
 }
 
-// The rule gives the right to a printer's own node and to that of the kernel's driver.
+// The rule grants access to a printer's own node and to that of the kernel's driver.
 std::string rightsRemedy() {
     return localizedFormat("Install the udev rule 70-zul-printer-utility.rules (to /etc/udev/rules.d/), run \"udevadm "
                            "control --reload\" and plug the printer in again; or join the group lp.");
@@ -47,7 +48,7 @@ std::string openFailureText(const TBUSBPrinter& printer, IOReturn code, const Sy
     for (const std::string& node : printerDriverNodes(folders, printer.locationText())) {
         nodes += (nodes.empty() ? "" : ", ") + node;
     }
-    // The driver may have been unbound meanwhile.
+    // The driver may have been unbound since.
     return hiddenJobsText(nameOf(printer), nodes.empty() ? folders.dev + "/usb/lp*" : nodes);
 }
 

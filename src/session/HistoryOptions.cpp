@@ -1,4 +1,5 @@
-// The place of the history. Called by the session and by the commands that read it without one.
+// The folder of the history. Called by the session and by the commands that read the history without a session.
+// Any thread.
 #include "session/HistoryOptions.h"
 
 #include <chrono>
@@ -7,7 +8,7 @@ namespace zul {
 
 UpdateHistoryOptions historyOptions(const SessionOptions& options) {
     UpdateHistoryOptions history;
-    // Without a state folder there is no history at all, not one in the working directory.
+    // Without a state folder there is no history; never use the working directory instead.
     if (!options.virtualPrinters.empty() && !history.folder.empty()) history.folder /= "embedded";
     history.wallTime = [] {
         using namespace std::chrono;

@@ -1,4 +1,4 @@
-// Which history of updates a run uses. Any thread.
+// Selects the history of updates that a run uses. Any thread.
 #pragma once
 
 #include "session/SessionOptions.h"
@@ -6,8 +6,8 @@
 
 namespace zul {
 
-/// The history in the user's state folder. Runs on embedded printers have one of their own, in the folder "embedded"
-/// below it: what was tried out must not show among the updates of real printers, nor as one that was interrupted.
+/// The history in the user's state folder. Runs with embedded printers use the folder "embedded" below it, so that
+/// trials appear neither among the updates of real printers nor as interrupted updates.
 UpdateHistoryOptions historyOptions(const SessionOptions& options);
 
 } // namespace zul

@@ -1,5 +1,5 @@
-// Calls of the login service over the system's message bus. Called on private threads of the sleep inhibitor and of the
-// diagnosis. The library's own blocking call is not used: it waits without a limit while a connection is being made.
+// Calls of the login service over the system's message bus, on private threads of the sleep inhibitor and of the
+// diagnosis. The library's blocking call is not used, because it waits without a limit while it connects.
 #include "session/LoginService.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -20,7 +20,7 @@ constexpr const char* kService = "org.freedesktop.login1";
 constexpr const char* kPath = "/org/freedesktop/login1";
 
 struct BusClose {
-    // Without a flush: that would wait for a bus that does not answer.
+    // Without a flush, which would wait for a bus that does not reply.
     void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
 };
 struct MessageRelease {
@@ -32,7 +32,7 @@ using Message = std::unique_ptr<sd_bus_message, MessageRelease>;
 struct Answer {
     bool isThere = false;
     ScopedFd descriptor{};
-    std::string errorName{}; // empty: the call was done
+    std::string errorName{}; // empty: the call succeeded
     std::string errorText{};
 };
 
@@ -48,7 +48,7 @@ int keepAnswer(sd_bus_message* message, void* context, sd_bus_error* /*error*/) 
         answer.errorText = error->message != nullptr ? error->message : error->name;
         return 0;
     }
-    int descriptor = -1; // the message's, and gone with it
+    int descriptor = -1; // owned by the message
     if (sd_bus_message_has_signature(message, "h") > 0 && sd_bus_message_read(message, "h", &descriptor) > 0) {
         answer.descriptor = ScopedFd(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
     }
@@ -69,7 +69,7 @@ int openBus(const std::string& address, Bus& bus) {
     return sd_bus_start(made);
 }
 
-// Serves the connection until the answer is there or the time is over; a code of the library.
+// Processes the connection until the reply has arrived or the deadline has passed. Returns a code of the library.
 int waitForAnswer(sd_bus* bus, const Answer& answer, steady_clock::time_point deadline) {
     while (!answer.isThere) {
         if (const int code = sd_bus_process(bus, nullptr); code != 0) {
@@ -96,13 +96,13 @@ std::string problemOfAnswer(const Answer& answer) {
     return localizedFormat("the system has no login service that answers (%s)", answer.errorText);
 }
 
-// One connection and the calls on it, within one time limit.
+// One connection and its calls, within one time limit.
 class Conversation {
   public:
     explicit Conversation(const LoginServiceOptions& options)
         : _deadline(steady_clock::now() + options.longestWait), _code(openBus(options.busAddress, _bus)) {}
 
-    /// Fills the call's arguments; a code of the library.
+    /// Fills the call's arguments. Returns a code of the library.
     using Arguments = std::function<int(sd_bus_message* call)>;
     Answer ask(const char* interface, const char* method, const Arguments& arguments) {
         Answer answer;
@@ -111,7 +111,7 @@ class Conversation {
         _pending.reset();
         return answer;
     }
-    /// Why there was no answer; empty if there was one.
+    /// Why there was no reply; empty if there was one.
     std::string problem() const {
         if (_code >= 0) return {};
         if (_code == -ETIMEDOUT) return localizedFormat("the message bus of the system does not answer");
@@ -133,7 +133,7 @@ class Conversation {
         if (const int code = arguments(call.get()); code < 0) return code;
         sd_bus_slot* slot = nullptr;
         const int code = sd_bus_call_async(_bus.get(), &slot, call.get(), keepAnswer, &answer, UINT64_MAX);
-        _pending.reset(slot); // dropping it forgets the call: the answer's place goes with ask()
+        _pending.reset(slot); // releasing the slot cancels the call, whose Answer is a local of ask()
         return code;
     }
 
@@ -148,7 +148,7 @@ class Conversation {
 LoginLock takeLoginLock(const LoginServiceOptions& options, const std::string& why) {
     Conversation conversation(options);
     LoginLock result;
-    // The lid is another right than sleep and shutdown; without it the whole request is refused.
+    // The lid switch needs a separate right; without it the whole request is refused.
     for (const char* what : {"sleep:shutdown:handle-lid-switch", "sleep:shutdown"}) {
         Answer answer = conversation.ask("org.freedesktop.login1.Manager", "Inhibit", [&](sd_bus_message* call) {
             return sd_bus_message_append(call, "ssss", what, "ZUL Printer Utility", why.c_str(), "block");

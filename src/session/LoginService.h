@@ -1,6 +1,6 @@
-// The login service of the system (org.freedesktop.login1), as far as updates need it: its locks against sleep,
-// shutdown and the lid. Each call opens a connection of its own to the system's message bus and waits for the answer,
-// so it belongs on a thread that may wait, never on the main queue. Nothing throws.
+// The login service of the system (org.freedesktop.login1), as far as updates need it: its inhibitor locks for sleep,
+// shutdown and the lid switch. Each call opens its own connection to the system's message bus and waits for the reply,
+// so call it on a thread that may block, never on the main queue. No function throws.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -11,23 +11,23 @@
 namespace zul {
 
 struct LoginServiceOptions {
-    /// Address of the message bus; empty: the system's.
+    /// Address of the message bus; empty: the system bus.
     std::string busAddress{};
-    /// How long a call waits in all. A bus may be there and never answer.
+    /// Time limit of a whole call. A bus may exist and never reply.
     std::chrono::milliseconds longestWait{5000};
 };
 
-/// A lock, or why there is none.
+/// A lock, or the reason why there is none.
 struct LoginLock {
-    ScopedFd lock{};       // held as long as this is open; the end of the process gives it back, too
-    std::string problem{}; // for people, without an end stop; empty with a lock
+    ScopedFd lock{};       // held while this descriptor is open; also released when the process ends
+    std::string problem{}; // for people, without a full stop; empty if the lock was taken
 };
 
-/// Asks for the lock against sleep, shutdown and closing the lid; where the user may not keep the lid from acting, for
-/// the one against sleep and shutdown. why: shown to whoever wants the machine to sleep.
+/// Requests the lock for sleep, shutdown and lid switch; if the user may not inhibit the lid switch, the one for sleep
+/// and shutdown. why: shown to a user who tries to suspend the machine.
 LoginLock takeLoginLock(const LoginServiceOptions& options, const std::string& why);
 
-/// Empty if the login service answers; otherwise what is missing, without an end stop.
+/// Empty if the login service replies; otherwise what is missing, without a full stop.
 std::string loginServiceProblem(const LoginServiceOptions& options);
 
 } // namespace zul

@@ -1,4 +1,5 @@
-// Where the log facility and the system log write to. Main thread, before any queue runs.
+// Sets the destinations of the log facility and of the system log.
+// Called by the main function of both programs, before any queue runs.
 #include "session/Logs.h"
 
 #include "holven_log/HOLVEN_Log.h"
@@ -12,7 +13,7 @@ namespace zul {
 
 namespace {
 
-// The log facility takes standard error with it into its file; here that stays where the user reads what went wrong.
+// The log facility redirects standard error into its file; this restores it, because users read problems there.
 bool openLogFile(const std::string& file) {
     const ScopedFd terminal(::dup(STDERR_FILENO));
     const bool isOpen = HOLVEN_Log::setLogFile(file);

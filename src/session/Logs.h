@@ -1,4 +1,4 @@
-// The logs of a run. Before anything else starts.
+// Opens the logs of a run, before anything else starts.
 #pragma once
 
 #include "session/SessionOptions.h"
@@ -9,7 +9,7 @@
 
 namespace zul {
 
-/// Opens the program's logs as the options say. Returns what is wrong, or nullopt. Main thread.
+/// Opens the program's logs as the options say. Returns the problem, or nullopt. Main thread.
 std::optional<SessionProblem> openLogs(const SessionOptions& options, const std::string& programName);
 
 } // namespace zul

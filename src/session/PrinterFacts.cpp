@@ -1,3 +1,5 @@
+// Converts the device info and the conditions of a printer to JSON and to lines of text.
+// Called by the command line and the window on the main queue.
 #include "session/PrinterFacts.h"
 
 #include "archive/ArchiveTexts.h"
@@ -25,7 +27,7 @@ const char* nameOfOwnership(Ownership ownership) {
 } // namespace
 
 json summaryOf(TBUSBPrinterZUL& printer) {
-    static_cast<void>(printer.newFirmwareVersion()); // its check puts the row and its results among the facts
+    static_cast<void>(printer.newFirmwareVersion()); // stores the version and the problems in the device info
     const auto offer = printer.firmwareOffer();
     const bool isReady = offer && offer->isReady();
     return {{"key", printer.keyUSBdevice()},

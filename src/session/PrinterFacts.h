@@ -1,4 +1,4 @@
-// What is known about a printer, as JSON and as lines. Main queue.
+// The device info of a printer as JSON and as lines of text. Main queue.
 #pragma once
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -10,23 +10,23 @@ namespace zul {
 
 class UpdateSupervisor;
 
-/// The short form of list.
+/// The entries that the command list shows.
 nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
-/// The offered version as a person reads it: "VK14 01.61" or, when it cannot be installed, why: "VK14 01.61, file
+/// The available version for people: "VK14 01.61", or with the reason if it cannot be installed: "VK14 01.61, file
 /// damaged". "-" for a model without firmware files.
 std::string offeredFirmware(const TBUSBPrinterZUL& printer);
-/// What keeps the printer from being used or needs to be done with it: "holder" and "interrupted", each null if there
-/// is nothing of the kind, and "notAnswering".
+/// Conditions that keep the printer from being used or that need an action: "holder" and "interrupted", each null if
+/// absent, and "notAnswering".
 nlohmann::json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
-/// The same for a person, in one line; empty if there is no such condition.
+/// The same for people, in one line; empty without such a condition.
 std::string conditionText(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
 /// The printer's status with that condition, in one line; empty if neither is known.
 std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
-/// A holder in JSON.
+/// A holder as JSON.
 nlohmann::json jsonOf(const InterfaceHolder& holder);
-/// Everything.
+/// The whole device info.
 nlohmann::json factsOf(TBUSBPrinterZUL& printer);
-/// A fact of the device-information dictionary as JSON.
+/// A value of the device-information dictionary as JSON.
 nlohmann::json jsonOf(const DeviceInfo::Value& value);
 /// Any JSON value as one line of text.
 std::string textOf(const nlohmann::json& value);

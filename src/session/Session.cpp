@@ -1,4 +1,5 @@
-// The run's environment, its bus and its controller, and what connects them to the supervisor of updates. Main queue.
+// The environment, bus and controller of a run, and their connection to the supervisor of updates.
+// Owned by the command line or the window; main queue, except where noted.
 #include "session/Session.h"
 
 #include "Classes/StatusCodeNames.h"
@@ -32,7 +33,7 @@ void Session::EventRouter::printerEvent(const PrinterEvent& event) {
     const bool isUnusable = std::holds_alternative<events::NotPermitted>(event.what) ||
                             std::holds_alternative<events::OpenFailed>(event.what);
     if (isUnusable) {
-        _session.unusableDidArrive(event); // on the main queue, at an arrival
+        _session.unusableDidArrive(event); // on the main queue, while the printer is being attached
     } else {
         _session.supervisor.printerEvent(event);
         if (const auto* const opened = std::get_if<events::Opened>(&event.what)) _session.openDidEnd(opened->code);
@@ -55,7 +56,7 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
                                                        .events = &_events,
                                                        .admittedProductIDs = options.admittedProducts},
       _options(std::move(options)), _unusable(registry, _options.admittedProducts) {
-    // Naming the sample archive is how a test bench says that it knows.
+    // Whoever names the sample archive explicitly knows what it is: a test bench.
     _areSamplesWithheld = _options.virtualPrinters.empty() && _options.firmwareArchive.empty() &&
                           readFirmwareDigests(bundle.archiveFolder()).isSample;
     if (_areSamplesWithheld) bundle.withholdArchive();
@@ -69,7 +70,7 @@ PrinterLocksOptions Session::lockOptions(const std::string& program, bool areEmb
     PrinterLocksOptions options;
     options.program = program;
     options.unixTime = [this] { return std::chrono::system_clock::to_time_t(clock.wallTime()); };
-    // The keys of embedded printers are the same in each process, and the printers are not.
+    // Embedded printers of all processes have the same keys but are different printers.
     if (areEmbedded) options.nameSpace += "-embedded-" + std::to_string(::getpid());
     return options;
 }
@@ -103,7 +104,7 @@ void Session::setObserver(SessionObserver* observer) {
 }
 
 void Session::endBus() {
-    // A printer that was ordered to restart and never left is returned like any other.
+    // A printer that was ordered to restart and never left the bus is returned like any other.
     if (_realBus != nullptr && controller) {
         for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
@@ -126,7 +127,7 @@ std::optional<SessionProblem> Session::makeBus() {
     }
     std::unique_ptr<VirtualBus> bus;
     if (auto problem = makeEmbeddedPrinters(_options, mainQueue, clock, bus)) return problem;
-    // Embedded printers have no print queues: the user's own must not go with a change of their settings.
+    // Embedded printers have no print queues: the user's own queues must not be changed with their settings.
     TBUSBPrinterZUL::setShell([](const std::string&) { return 0; });
     _virtualBus = bus.get();
     _bus = std::move(bus);
@@ -198,14 +199,14 @@ std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool 
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     if (result.lock) _claims.insert_or_assign(key, std::move(*result.lock));
     printer->setIsOwned(1);
-    // Another program may have it, which shows when it cannot be opened.
+    // Another process may hold it, which shows only when it is opened.
     afterQueues({printer}, [this, key, printer] {
         if (printer->ownership() != Ownership::thisProgram) _claims.erase(key);
     });
     return std::nullopt;
 }
 
-// A printer that leaves is not claimed any more.
+// A detached printer loses its claim.
 void Session::forgetClaims() {
     std::erase_if(_claims, [this](const auto& claim) { return printerWithKey(claim.first) == nullptr; });
 }
@@ -228,16 +229,16 @@ void Session::unusableDidArrive(const PrinterEvent& event) {
     if (_observer != nullptr) _observer->unusablePrinterDidArrive(hint);
 }
 
-// On the thread of the open. While no right was ever missing, there is no hint that could change.
+// Runs on the thread of the open. Without an earlier missing right, no hint can change.
 void Session::openDidEnd(IOReturn code) {
     if (code == kIOReturnNotPrivileged) _wasRightMissing = true;
     if (!_wasRightMissing) return;
-    mainQueue.async([this] { // the queue is the session's own: its blocks end with it
+    mainQueue.async([this] { // safe: the session owns the queue and its blocks
         if (_observer != nullptr) _observer->unusablePrintersDidChange();
     });
 }
 
-// The engine reports neither the printers that it does not take nor their departure.
+// The engine reports neither the printers that it rejects nor their departure.
 void Session::watchServices() {
     const auto port = TBPrinters::sharedNotificationPort(environment);
     const auto drain = [](ServiceIterator& services) {
@@ -247,7 +248,7 @@ void Session::watchServices() {
     for (const auto kind : {ServiceNotification::matched, ServiceNotification::terminated}) {
         const auto services = port->addMatchingNotification(kind, printerInterfaces(), [this, drain](auto& iterator) {
             drain(iterator);
-            // Later: a service is still known while its departure is reported.
+            // Queued, because a service is still registered while its removal is announced.
             mainQueue.async([this] {
                 _unusable.forgetDeparted();
                 forgetClaims();
@@ -275,7 +276,7 @@ void Session::afterQueues(const std::vector<Printer>& all, Block block) {
     };
     for (const Printer& printer : all) {
         const auto queue = printer->printerCommandQueue();
-        if (!queue) continue; // it has been asked already, inline
+        if (!queue) continue; // already queried, inline
         ++*left;
         queue->async([this, countDown] { mainQueue.async(countDown); });
     }

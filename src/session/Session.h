@@ -1,5 +1,5 @@
-// One run with printers: the environment that the engine lives in, the bus, the controller and the supervisor of
-// updates. The command line and the window each own one and add their outlets and their loop. Main queue.
+// One run with printers: the environment of the engine, the bus, the controller and the supervisor of updates. The
+// command line and the window each own one session and add their outlets and main loop. Main queue.
 #pragma once
 
 #include "Classes/Environment.h"
@@ -29,13 +29,13 @@ namespace zul {
 class LibusbBus;
 class VirtualBus;
 
-/// Who shows a session. Called on the main queue.
+/// Implemented by the user interface of a session. Called on the main queue.
 class SessionObserver : public UpdateObserver {
   public:
-    /// A printer that cannot be used has come; message explains why and what to do.
+    /// A printer that cannot be used was attached; message explains why and what to do.
     virtual void unusablePrinterDidArrive(const std::string& message) = 0;
-    /// A printer has come or gone, or its open was refused or not refused any more: unusablePrinters() may be
-    /// different.
+    /// unusablePrinters() may have changed: a printer was attached or detached, or opening it failed or succeeded
+    /// again.
     virtual void unusablePrintersDidChange() {}
     /// supervisor.interruptedText() may have changed.
     virtual void interruptedDidChange() {}
@@ -45,51 +45,50 @@ class Session {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
 
-    /// alerts: shows the alerts to the operator. clock: the machine's own if null; a given one must outlive the
-    /// session.
+    /// alerts: shows alerts to the operator. clock: null for the machine's own; a given clock must outlive the session.
     Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet& application, Clock* clock = nullptr);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Null: nobody. The observer must outlive the session or be taken back.
+    /// Sets the observer; null for none. It must outlive the session or be reset.
     void setObserver(SessionObserver* observer);
-    /// Makes the bus and the controller, and finds what is attached. outlets: what the user interface connects; all
+    /// Creates the bus and the controller, and enumerates the attached printers. outlets: the user interface's; each
     /// may be null. Returns why the session cannot start, or nullopt.
     std::optional<SessionProblem> start(TBPrinters::Outlets outlets);
-    /// Runs block once everything that was attached at the start is in the list, and it is known which updates earlier
-    /// runs did not end. A printer that is slow to answer the request for its device ID takes up to some 3 s.
+    /// Runs block once every printer attached at the start is in the list and the history of unfinished updates was
+    /// read. A printer that is slow to return its device ID takes up to about 3 s.
     void whenEnumerated(Block block);
-    /// Returns the printers to the system's own driver, except those in the middle of something.
+    /// Returns the printers to the kernel's driver, except those that must not be interrupted.
     void endBus();
 
     std::vector<Printer> printers() const { return controller->printers(); }
     /// The attached printer with this key; null if there is none.
     Printer printerWithKey(const std::string& key) const;
-    /// Runs block on main once everything that is queued for the printers now is done.
+    /// Runs block on the main queue after all work now queued for the printers.
     void afterQueues(const std::vector<Printer>& all, Block block);
 
-    /// Runs action, which changes the printer, and reserves the printer until its queue has done it. Returns who has
-    /// reserved it, if that is another process: then action is not run.
+    /// Reserves the printer, runs action, which changes it, and releases it after its queue has done the work. If
+    /// another process has reserved the printer, returns that holder and does not run action.
     std::optional<InterfaceHolder> whileReserved(const Printer& printer, const std::string& activity,
                                                  const std::function<void()>& action);
-    /// Claims the printer for this program, or releases it; a claimed printer is reserved. Returns who has reserved it,
-    /// if that is another process: then nothing is done.
+    /// Claims the printer for this program, or releases it; a claimed printer is reserved. If another process has
+    /// reserved the printer, returns that holder and changes nothing.
     std::optional<InterfaceHolder> setClaimed(const Printer& printer, bool isClaimed);
 
-    /// Hints about printers that are attached now and cannot be used: no rights, not admitted. Those that are in the
-    /// list and may not be opened are among them.
+    /// Hints about attached printers that cannot be used: missing rights, or a model that is not admitted. Listed
+    /// printers that could not be opened are included.
     std::vector<std::string> unusablePrinters() const;
-    /// Some were found that may not or cannot be opened.
+    /// True if attached printers were found that cannot be opened.
     bool hasUnusable() const { return _unusable.isAny(); }
-    /// The only firmware files are the samples, nobody named them, and the printers are real ones: there is no way from
-    /// one to the other, not even for a printer that is found in its loader.
+    /// True if the only firmware files are the samples, no archive was named, and the printers are real: samples must
+    /// never be written to a real printer, not even to one found in its loader.
     bool areSamplesWithheld() const { return _areSamplesWithheld; }
     /// The embedded printers; null on the real bus.
     VirtualBus* virtualBus() const { return _virtualBus; }
 
   private:
-    /// Passes events on: those of printers that cannot be used to the hints, all others to the supervisor.
+    /// Passes events of printers that cannot be used to the hints, all others to the supervisor.
     class EventRouter final : public PrinterEventsOutlet {
       public:
         explicit EventRouter(Session& session) : _session(session) {}
@@ -107,10 +106,10 @@ class Session {
     ServiceRegistry registry;
     UserDefaults defaults;
     Bundle bundle;
-    FirmwareArchive archive{bundle}; // the files that all printers of the run are updated from
-    PrinterLocks locks;              // of this machine's printers; embedded ones have locks of their own
-    UpdateRecorder recorder;         // of the user's history; embedded printers have one of their own
-    SleepInhibitor sleepInhibitor;   // held while an update is under way
+    FirmwareArchive archive{bundle}; // the firmware files for all updates of the run
+    PrinterLocks locks;              // locks of this machine's printers; embedded printers have separate locks
+    UpdateRecorder recorder;         // of the user's history; embedded printers have a separate history
+    SleepInhibitor sleepInhibitor;   // held during updates
     UpdateSupervisor supervisor;
 
   private:
@@ -141,7 +140,7 @@ class Session {
     UnusablePrinters _unusable;
     std::atomic<bool> _wasRightMissing = false;
     std::unique_ptr<USBBus> _bus;
-    LibusbBus* _realBus = nullptr; // the same, if it is the real one
+    LibusbBus* _realBus = nullptr; // the same object if it is the real bus
     VirtualBus* _virtualBus = nullptr;
 };
 

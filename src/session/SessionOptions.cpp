@@ -1,3 +1,5 @@
+// Defines and checks the options that zulctl and the window share.
+// Called by both main functions before any queue runs.
 #include "session/SessionOptions.h"
 
 #include "platform/files/Folders.h"

@@ -1,5 +1,4 @@
-// What both command lines say about printers, archive and log. Read once, before anything
-// starts.
+// The options that both programs share: printers, archive and log. Read once, before anything starts.
 #pragma once
 
 #include <cstdint>
@@ -21,13 +20,13 @@ struct SessionOptions {
     std::string journalFile;
     bool verbose = false;
 
-    /// Help about virtual printers was asked for in place of a printer.
+    /// True if help about virtual printers was requested instead of a printer.
     bool asksForVirtualHelp() const;
-    /// What is wrong with the options together, and what to do; empty when nothing is. program: whose help to read.
+    /// The problem of the combined options, and what to do; empty if there is none. program: whose help the text names.
     std::string problem(const std::string& program) const;
 };
 
-/// Adds the options to the command line's reader; they are stored in options when it parses. Main thread.
+/// Adds the options to the parser, which stores them in options when it parses. Main thread.
 void addSessionOptions(CLI::App& app, SessionOptions& options);
 
 } // namespace zul

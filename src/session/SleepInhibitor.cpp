@@ -1,5 +1,5 @@
-// The lock against sleep. The session holds it during updates; each question runs on a thread that nobody joins,
-// because a message bus may take its time and the main queue must not.
+// The lock against sleep, held by the session during updates. Each request runs on a detached thread, because a message
+// bus may be slow and the main queue must not wait for it.
 #include "session/SleepInhibitor.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -13,16 +13,16 @@ namespace zul {
 struct SleepInhibitor::Shared {
     const LoginServiceOptions options;
     std::mutex mutex;
-    std::function<void()> changed; // null after the inhibitor's end
+    std::function<void()> changed; // null after the inhibitor's destruction
     bool isWanted = false;
     bool isAsking = false;
     ScopedFd lock{};
     std::string problem{};
 
-    // The mutex is held.
+    // Call with the mutex held.
     void take(LoginLock answer) {
         isAsking = false;
-        if (!isWanted) return; // the update has ended meanwhile; the lock goes with the answer
+        if (!isWanted) return; // the update has ended meanwhile: the lock is released with the answer
         lock = std::move(answer.lock);
         problem = std::move(answer.problem);
         if (!problem.empty()) logText("The machine is not kept awake during the update: %s.\n", problem);
@@ -46,7 +46,7 @@ void SleepInhibitor::setHeld(bool isHeld) {
     _shared->isWanted = isHeld;
     _shared->lock.reset();
     _shared->problem.clear();
-    // The answer to a question that is still under way serves this wish, too.
+    // The reply to a request that is under way serves this call, too.
     if (!isHeld || _shared->isAsking) return;
     _shared->isAsking = true;
     const std::string why = localizedFormat("The firmware of a printer is being updated");

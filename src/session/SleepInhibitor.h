@@ -1,5 +1,5 @@
-// Keeps the machine from sleeping or shutting down, and its lid from doing either, while a printer is in an update.
-// Where the system has no login service nothing is held; the log says why. Main queue, but where noted.
+// Keeps the machine from sleeping or shutting down, and its lid switch from doing either, while a printer is being
+// updated. Without a login service no lock is held, and the log says why. Main queue unless noted.
 #pragma once
 
 #include "session/LoginService.h"
@@ -11,35 +11,36 @@
 namespace zul {
 
 enum class InhibitorState {
-    idle,       // not wanted
-    asking,     // wanted, no answer yet
-    held,       // wanted and given
-    unavailable // wanted and not to be had: problem() says why
+    idle,       // not requested
+    asking,     // requested, no reply yet
+    held,       // requested and taken
+    unavailable // requested and refused: problem() has the reason
 };
 
 class SleepInhibitor {
   public:
-    /// changed: null, or called on a private thread when an answer has come; it may only post or signal, and is not
-    /// called any more once the destructor has returned.
+    /// changed: null, or called on a private thread when a reply has arrived. It may only post or signal. It is not
+    /// called after the destructor has returned.
     explicit SleepInhibitor(LoginServiceOptions options = {}, std::function<void()> changed = nullptr);
-    /// Gives the lock back.
+    /// Releases the lock.
     ~SleepInhibitor();
     SleepInhibitor(const SleepInhibitor&) = delete;
     SleepInhibitor& operator=(const SleepInhibitor&) = delete;
 
-    /// Asks for the lock on a private thread, or gives it back at once. The same again does nothing. Never waits.
+    /// Requests the lock on a private thread, or releases it at once. Repeating the same value does nothing. Never
+    /// blocks.
     void setHeld(bool isHeld);
-    /// Whether or not there is a service that gives it.
+    /// True while the lock is requested, even if the system has no service for it.
     bool isWanted() const;
     InhibitorState state() const;
-    /// Why the lock is unavailable, without an end stop; otherwise empty.
+    /// Why the lock is unavailable, without a full stop; otherwise empty.
     std::string problem() const;
 
   private:
     struct Shared;
     static void ask(const std::shared_ptr<Shared>& shared, const std::string& why);
 
-    const std::shared_ptr<Shared> _shared; // outlives this object for as long as a question is under way
+    const std::shared_ptr<Shared> _shared; // outlives this object while a request is under way
 };
 
 } // namespace zul

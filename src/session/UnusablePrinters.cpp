@@ -1,4 +1,5 @@
-// Hints about printers that cannot be used. Called by the session on the main queue.
+// Collects the hints about attached printers that cannot be used.
+// Called by the session on the main queue.
 #include "session/UnusablePrinters.h"
 
 #include "archive/ProductTable.h"
@@ -43,7 +44,7 @@ std::vector<std::string> UnusablePrinters::hints() const {
     return texts;
 }
 
-// Known models that this program is not yet released for: they can be admitted by name.
+// Known models that this program is not released for yet; the user can admit them by product ID.
 std::vector<std::string> UnusablePrinters::notAdmitted() const {
     std::vector<std::string> texts;
     for (const ServiceToken token : _registry.services()) {

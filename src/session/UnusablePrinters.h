@@ -1,5 +1,4 @@
-// Printers that are attached and cannot be used: without rights to their nodes, or of models that are not admitted.
-// Main queue.
+// Attached printers that cannot be used: missing rights to their nodes, or models that are not admitted. Main queue.
 #pragma once
 
 #include "Classes/PrinterEvents.h"
@@ -17,13 +16,13 @@ class UnusablePrinters {
     UnusablePrinters(ServiceRegistry& registry, std::set<std::uint16_t> admittedProducts)
         : _registry(registry), _admittedProducts(std::move(admittedProducts)) {}
 
-    /// Remembers the printer of an event (NotPermitted or OpenFailed). Returns the hint for the operator.
+    /// Stores the printer of an event (NotPermitted or OpenFailed). Returns the hint for the operator.
     std::string add(const PrinterEvent& event);
-    /// Forgets those that have left.
+    /// Removes printers that were detached.
     void forgetDeparted();
-    /// Some were added that are attached still.
+    /// True if stored printers are still attached.
     bool isAny() const { return !_printers.empty(); }
-    /// A hint for each that is attached now, with what to do.
+    /// One hint for each that is attached now, with what to do.
     std::vector<std::string> hints() const;
 
   private:

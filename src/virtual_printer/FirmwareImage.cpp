@@ -1,5 +1,5 @@
-// A loader's own reading of S-records, line by line; the program's own check is not used on purpose. Called by a
-// virtual printer when an image is complete.
+// Parses S-records line by line, deliberately without the program's own check. Called by a virtual printer when an
+// image is complete.
 #include "virtual_printer/FirmwareImage.h"
 
 #include <sstream>
@@ -27,7 +27,7 @@ std::optional<Data> bytesOfHex(const std::string& hex) {
     return bytes;
 }
 
-// The record's bytes without count and checksum; nullopt when it is not sound.
+// The record's bytes without count and checksum; nullopt if the record is invalid.
 std::optional<Data> contentsOfRecord(const std::string& line) {
     if (line.size() < 4 || line[0] != 'S' || line[1] < '0' || line[1] > '9') return std::nullopt;
     auto bytes = bytesOfHex(line.substr(2));

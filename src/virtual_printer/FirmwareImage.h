@@ -1,5 +1,5 @@
-// What a printer's loader makes of a firmware image: it checks every record by itself and takes the new version from
-// the header record. Written apart from the program's own check, so that each can show the other wrong. Any thread.
+// A printer's loader parses a firmware image: it checks every record and takes the new version from the header record.
+// Independent of the program's own check, so that each can reveal an error of the other. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -9,8 +9,9 @@
 
 namespace zul {
 
-/// The version in the S0 record of an image whose records are all sound, as many as it says (where it says so), and
-/// whose last one ends it; zero bytes after the text are padding. nullopt for a damaged image.
+/// The version in the S0 record of a valid image: all records are correct, their number matches the count record (if
+/// there is one), and the last record ends the image; zero bytes after the text are padding. nullopt for a damaged
+/// image.
 std::optional<std::string> versionOfFirmwareImage(const Data& image);
 
 } // namespace zul

@@ -1,5 +1,5 @@
-// The embedded bus: its ports, and which of them a new printer gets. Called by the session and by tests on the main
-// queue; what happens at a port is in VirtualPort.cpp.
+// The embedded bus: its ports, and the location of a new printer. Called by the session and by tests on the main queue;
+// VirtualPort.cpp implements a port.
 #include "virtual_printer/VirtualBus.h"
 
 #include "virtual_printer/VirtualPort.h"
@@ -31,7 +31,7 @@ std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
     return _ports.size() - 1;
 }
 
-// The ports of the first bus, then those of the next: a port is one hexadecimal digit of the location.
+// The ports of the first bus, then those of the next: a port number is one hexadecimal digit of the location.
 VirtualBus::Location VirtualBus::firstFreeLocation(const std::set<Location>& taken) {
     Location place{kFirstBus, kFirstPort};
     while (taken.contains(place)) {

@@ -1,6 +1,6 @@
-// The embedded printers as a bus: in this process, without hardware, through the same seam as the real one. Printers
-// are added, plugged and unplugged on the main queue; their handles are used on the printers' queues. Restarts, late
-// answers and slow flashes take their time on the injected clock.
+// A bus of embedded printers: in this process, without hardware, behind the same interfaces as the real bus. Printers
+// are added, plugged and unplugged on the main queue; their handles are used on the printers' command queues. Restarts,
+// late replies and slow flash memory take their time on the injected clock.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -24,19 +24,19 @@ class VirtualBus final : public USBBus {
     ~VirtualBus() override;
 
     using Location = std::pair<std::uint8_t, std::uint8_t>; // bus, port
-    /// The first port that is not taken. Any thread.
+    /// The first port that is not in taken. Any thread.
     static Location firstFreeLocation(const std::set<Location>& taken);
 
-    /// Attaches a printer: at once when the bus has been started, else with its start. Returns its number, from 0. It
-    /// gets the location of its settings, or the first port that is free. Main queue.
+    /// Adds a printer at the location of its settings, or at the first free port. It is attached at once if the bus was
+    /// started, otherwise by start(). Returns its number, from 0. Main queue.
     std::size_t add(const VirtualPrinterSettings& settings);
-    /// Main queue. Unplugging a printer that is away, or plugging one that is attached, has no effect.
+    /// Unplugs or plugs a printer. Unplugging a detached printer or plugging an attached one has no effect. Main queue.
     void unplug(std::size_t printer);
     void plug(std::size_t printer);
-    /// Another program takes the interface, or releases it. Main queue.
+    /// Simulates another program that claims the printer, or releases it. Main queue.
     void setHeldByOther(std::size_t printer, bool isHeld);
 
-    /// Calls inspect with the printer while no other thread uses it. Any thread; inspect must be brief.
+    /// Calls inspect with the printer while no other thread uses it. inspect must be short. Any thread.
     void inspect(std::size_t printer, const std::function<void(const VirtualPrinter&)>& inspect);
 
     IOReturn start(ServiceRegistry& registry) override;

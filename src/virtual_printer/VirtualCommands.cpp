@@ -1,4 +1,5 @@
-// Written out once more on purpose: a printer does not share its host's table, and a test compares both.
+// The printer's own list of commands. It repeats the host's table on purpose: a test compares both.
+// Constant; used on any thread.
 #include "virtual_printer/VirtualCommands.h"
 
 #include <array>

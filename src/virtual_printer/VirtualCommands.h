@@ -1,4 +1,4 @@
-// The commands that a printer knows, by their texts. Any thread.
+// The command texts that a virtual printer knows. Any thread.
 #pragma once
 
 #include <span>
@@ -6,10 +6,10 @@
 
 namespace zul {
 
-/// All of them, in the order of their numbers.
+/// All command texts, in the order of their numbers.
 std::span<const std::string_view> virtualCommandTexts();
 
-/// Whether the printer answers a command of this text.
+/// Whether the printer replies to the command with this text.
 bool virtualCommandHasAnswer(std::string_view text);
 
 } // namespace zul

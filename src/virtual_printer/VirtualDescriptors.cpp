@@ -1,5 +1,5 @@
-// Descriptors, strings and the device ID of an embedded printer, byte by byte. Called by its handles and its port, with
-// the port's lock held.
+// Builds descriptors, strings and the device ID of an embedded printer. Called by its handles and its port, with the
+// port's lock held.
 #include "virtual_printer/VirtualDescriptors.h"
 
 #include "platform/foundation/Format.h"
@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint8_t kGetDescriptor = 6;
 constexpr std::uint8_t kPrinterClass = 7;
 constexpr std::uint8_t kPrinterSubClass = 1;
-constexpr std::uint16_t kPacketSize = 512; // bytes, of high-speed bulk pipes
+constexpr std::uint16_t kPacketSize = 512; // bytes, for high-speed bulk pipes
 
 bool isGetDeviceID(const IOUSBDevRequestTO& request) {
     return request.bmRequestType == 0xA1 && request.bRequest == 0;
@@ -43,7 +43,7 @@ Data deviceDescriptor(const VirtualPrinter& printer) {
     // clang-format on
 }
 
-// Its length must fit its first byte: what is longer is cut.
+// The length must fit the descriptor's first byte: longer text is cut.
 Data stringDescriptor(const std::string& text) {
     constexpr std::size_t kLongest = 126;
     const std::string ascii = text.substr(0, kLongest);
@@ -55,7 +55,7 @@ Data stringDescriptor(const std::string& text) {
     return descriptor;
 }
 
-// The language that the host asks for does not matter: there is only one set of texts.
+// The requested language is ignored: there is only one set of texts.
 std::optional<Data> stringAnswer(const VirtualPrinter& printer, std::uint8_t index) {
     switch (index) {
     case 0:

@@ -1,5 +1,5 @@
-// What an embedded printer does with the calls of its handles: most of it is passed to its port. Called by the engine
-// on the printer's command queue, services on the main queue.
+// The handles of an embedded printer: most calls are forwarded to its port. Called by the engine on the printer's
+// command queue, services on the main queue.
 #include "virtual_printer/VirtualHandles.h"
 
 #include "virtual_printer/VirtualDescriptors.h"
@@ -14,8 +14,8 @@ namespace {
 constexpr std::uint8_t kOutPipe = 1;
 constexpr std::uint8_t kInPipe = 2;
 
-// How the real bus brings a pipe back in step: it reads until no data has come for the shorter time, and
-// gives up after the longer one.
+// As on the real bus, resynchronization reads until no data arrives for the shorter time, and gives up after the longer
+// one.
 constexpr std::uint32_t kResynchronizeQuiet = 100; // ms
 constexpr std::uint32_t kResynchronizeTime = 2000; // ms
 
@@ -37,7 +37,7 @@ IOReturn VirtualService::createInterfaceInterface(std::shared_ptr<IOUSBInterface
 VirtualInterface::~VirtualInterface() {
     _port->watchHolder(*_attachment, number(), this, nullptr);
     if (_isClaimed)
-        static_cast<void>(_port->release(*_attachment, number(), this)); // a failure has no receiver any more
+        static_cast<void>(_port->release(*_attachment, number(), this)); // the destructor cannot report a failure
 }
 
 IOReturn VirtualInterface::USBInterfaceOpenSeize() {

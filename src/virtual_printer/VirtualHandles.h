@@ -1,4 +1,4 @@
-// What the engine holds of an embedded printer: its service, used on the main queue, and the handles of interface and
+// The engine's handles to an embedded printer: its service, used on the main queue, and the handles of interface and
 // device, used on the printer's command queue.
 #pragma once
 
@@ -25,8 +25,8 @@ class VirtualService final : public DescribedInterface<USBService> {
     const std::shared_ptr<VirtualAttachment> _attachment;
 };
 
-/// What each call does is described at the interface. Time-outs are ms on the injected clock; noDataTimeout is not
-/// used.
+/// The calls are documented in IOUSBInterfaceInterface. Time-outs are ms on the injected clock; noDataTimeout is
+/// ignored.
 class VirtualInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
     VirtualInterface(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment,
@@ -35,7 +35,7 @@ class VirtualInterface final : public DescribedInterface<IOUSBInterfaceInterface
     ~VirtualInterface() override;
     IOReturn USBInterfaceOpenSeize() override;
     IOReturn USBInterfaceClose() override;
-    /// A process named "another program" while another program holds the printer; kind unknown otherwise.
+    /// A process named "another program" while another program claims the printer; otherwise kind unknown.
     InterfaceHolder holder() override;
     IOReturn ReadPipeTO(std::uint8_t pipe, void* buffer, std::uint32_t& size, std::uint32_t noDataTimeout,
                         std::uint32_t completionTimeout) override;

@@ -1,4 +1,5 @@
-// One list under a lock, and the file that repeats it. Called by every embedded printer on whatever thread it runs.
+// One list under a lock, and the file with the same entries.
+// Called by every embedded printer on any thread.
 #include "virtual_printer/VirtualJournal.h"
 
 #include <array>
@@ -36,7 +37,7 @@ void VirtualJournal::add(VirtualJournalEntry entry) {
         if (entry.event == "command" || entry.event == "read" || entry.event == "write") line["length"] = entry.length;
         if (!entry.sha256.empty()) line["sha256"] = entry.sha256;
         if (!entry.result.empty()) line["result"] = entry.result;
-        // A printer's own texts may be any bytes, and bytes that are not text must not end the program.
+        // A printer's texts may contain any bytes: invalid UTF-8 is replaced, because dump() would throw.
         _file << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
     }
     _entries.push_back(std::move(entry));

@@ -1,5 +1,5 @@
-// Everything that virtual printers saw, in one list in order: arrivals, claims, commands, reads, departures. For tests,
-// and as JSON lines for people. Any thread.
+// Records all events of the virtual printers in one ordered list: arrivals, claims, commands, reads, departures. For
+// tests, and as JSON lines for people. Any thread.
 #pragma once
 
 #include "platform/dispatch/Clock.h"
@@ -14,33 +14,33 @@
 
 namespace zul {
 
-/// Writes that succeed have no entry: the commands in them have.
+/// Successful writes have no entry of their own; the commands that they contain have one.
 struct VirtualJournalEntry {
     std::chrono::milliseconds time{0}; // since the journal began
     std::string printer;               // serial number
     std::string event;                 // arrive, leave, open, refuse, close, control, command, read, write, reset,
                                        // resynchronize
     std::string command;               // text of a command; recipient and request of a control request
-    std::uint32_t length = 0;          // payload of a command, bytes of a read, bytes taken of a write that failed
-    std::string sha256;                // of a payload; empty when there is none
+    std::uint32_t length = 0;          // payload of a command, bytes of a read, bytes accepted of a failed write
+    std::string sha256;                // of a payload; empty if there is none
     Data header;                       // of a command: the frame's bytes before the payload; not written to files
-    std::string result;                // of a read or write that failed: timeout, stall, gone; otherwise empty
+    std::string result;                // of a failed read or write: timeout, stall, gone; otherwise empty
 };
 
 class VirtualJournal {
   public:
     explicit VirtualJournal(Clock& clock) : _clock(clock), _begin(clock.now()) {}
 
-    /// Also writes each entry to the file, flushed line by line. False when it cannot be opened.
+    /// Also writes each entry to the file, flushed line by line. Returns false if the file cannot be opened.
     bool writeTo(const std::string& file);
-    /// Adds the entry at the end, with the time of the clock.
+    /// Appends the entry with the time of the clock.
     void add(VirtualJournalEntry entry);
 
     /// A copy of the list.
     std::vector<VirtualJournalEntry> entries() const;
-    /// Texts of the commands, of all printers or of one.
+    /// Texts of the recorded commands, of all printers or of one.
     std::vector<std::string> commands(const std::string& printer = {}) const;
-    /// Empties the list; a file keeps its lines and gets further ones.
+    /// Empties the list; a file keeps its lines and is continued.
     void clear();
 
   private:

@@ -1,4 +1,5 @@
-// The table of models and the look-up by name. Constant; called by the settings and by the printers on any thread.
+// The table of models and the look-up by name.
+// Constant; used by the settings and the printers on any thread.
 #include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// What the virtual printers know about themselves: one row per model. Any thread. Kept apart from the program's own
-// table on purpose: a printer that took its data from the program could not show that they are wrong there.
+// The data that the virtual printers report, one row per model. Any thread. Separate from the program's own table on
+// purpose: a printer that used the program's data could not reveal that they are wrong.
 #pragma once
 
 #include <cstdint>
@@ -8,21 +8,21 @@
 
 namespace zul {
 
-/// How a model answers questions about its colour tables.
+/// How a model replies to queries about its colour tables.
 enum class VirtualTables { single, byNumber, byNumberAndMedia };
 
 struct VirtualModel {
     std::string_view name;
     std::uint16_t productID;
-    std::string_view firmware;     // what it has when it is new
-    std::string_view tableVersion; // of the tables that it has when it is new
+    std::string_view firmware;     // of a new printer
+    std::string_view tableVersion; // of a new printer's tables
     VirtualTables tables;
-    std::string_view intermediateFirmware; // shown between two restarts of its own after an image; mostly none
+    std::string_view intermediateFirmware; // reported between two restarts of its own after an image; mostly empty
 };
 
 /// All models, in the order of the help.
 std::span<const VirtualModel> virtualModels();
-/// Null for an unknown name. Upper and lower case are the same.
+/// The model with this name, in any case; null for an unknown one.
 const VirtualModel* virtualModelNamed(std::string_view name);
 
 } // namespace zul

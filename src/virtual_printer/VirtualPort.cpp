@@ -1,5 +1,5 @@
-// Arrivals, departures and claims. Called by the bus on the main queue and by the handles on the printers' queues.
-// Transfers are in VirtualPort_Transfers.cpp.
+// Arrivals, departures and claims of one port. Called by the bus on the main queue and by the handles on the printers'
+// command queues. Transfers are in VirtualPort_Transfers.cpp.
 #include "virtual_printer/VirtualPort.h"
 
 #include "virtual_printer/VirtualDescriptors.h"
@@ -55,7 +55,7 @@ void VirtualPort::setRegistry(ServiceRegistry* registry) {
     _mayPost = registry != nullptr;
 }
 
-// Timers outlive the bus; the main queue need not.
+// Timers outlive the bus, but the main queue may not.
 void VirtualPort::post(Block block) {
     const std::scoped_lock lock(_postMutex);
     if (_mayPost) _mainQueue.async(std::move(block));
@@ -80,7 +80,7 @@ void VirtualPort::attach() {
     _attachment = attachment;
     _isPulled = false;
     journal("arrive");
-    // All are registered before the first is announced, because what is announced may unplug the printer.
+    // Registers all interfaces before announcing the first, because a callback may unplug the printer.
     for (DescriptorValues& descriptors : interfaces) {
         attachment->tokens.push_back(
             _registry->add(std::make_shared<VirtualService>(shared_from_this(), attachment, std::move(descriptors))));
@@ -99,7 +99,7 @@ void VirtualPort::unplug() {
     depart(_attachment, departure);
 }
 
-// With the lock held.
+// Call with the lock held.
 void VirtualPort::endForHandles(VirtualAttachment& attachment) {
     if (attachment.isGone.exchange(true)) return;
     _printer.reset();
@@ -116,9 +116,9 @@ void VirtualPort::leave(const std::shared_ptr<VirtualAttachment>& attachment, co
 }
 
 void VirtualPort::depart(std::shared_ptr<VirtualAttachment> attachment, const VirtualDeparture& departure) {
-    if (_attachment != attachment) return; // it has left already
+    if (_attachment != attachment) return; // already detached
     std::map<const void*, std::function<void()>>
-        watches; // destroyed after the lock: their destruction may call the port
+        watches; // destroyed after unlocking: their destruction may call the port
     {
         const std::scoped_lock lock(_mutex);
         endForHandles(*attachment);
@@ -196,7 +196,7 @@ bool VirtualPort::isFreeLocked(const VirtualAttachment& attachment, std::uint8_t
 
 void VirtualPort::watchHolder(VirtualAttachment& attachment, std::uint8_t number, const void* owner,
                               std::function<void()> mayBeFree) {
-    std::function<void()> dropped; // destroyed after the lock: its destruction may call the port
+    std::function<void()> dropped; // destroyed after unlocking: its destruction may call the port
     bool isFreeAlready = false;
     {
         const std::scoped_lock lock(_mutex);
@@ -209,7 +209,8 @@ void VirtualPort::watchHolder(VirtualAttachment& attachment, std::uint8_t number
             attachment.holderWatches.erase(owner);
         }
     }
-    // It may have been released between the refused claim and this watch: no other event would report that.
+    // The printer may have been released between the refused claim and this watch, and no other event would report
+    // that.
     if (isFreeAlready) post([self = shared_from_this(), owner] { self->notifyWatch(owner); });
 }
 
@@ -219,7 +220,7 @@ void VirtualPort::notifyWatch(const void* owner) {
         const std::scoped_lock lock(_mutex);
         if (_attachment == nullptr) return;
         const auto found = _attachment->holderWatches.find(owner);
-        if (found != _attachment->holderWatches.end()) watch = found->second; // ended since then otherwise
+        if (found != _attachment->holderWatches.end()) watch = found->second; // otherwise the watch has ended meanwhile
     }
     if (watch) watch();
 }

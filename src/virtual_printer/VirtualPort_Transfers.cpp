@@ -1,4 +1,5 @@
-// Bulk transfers of the embedded printers. On the printers' queues, which they block as a real device would.
+// Bulk transfers of the embedded printers.
+// Called on the printers' command queues, which they block as a real device would.
 #include "virtual_printer/VirtualPort.h"
 
 #include <algorithm>
@@ -7,9 +8,9 @@ namespace zul {
 
 namespace {
 
-// How often a long write reports its progress: the real bus writes in pieces of this size.
+// A long write reports its progress after each piece of this size, as the real bus does.
 constexpr std::size_t kPiece = 256 * 1024;
-// How often a write checks whether that of the other interface has ended.
+// How often a write checks whether the write of the other interface has ended.
 constexpr auto kTurn = std::chrono::milliseconds(10);
 
 const char* nameOfResult(IOReturn code) {
@@ -40,7 +41,7 @@ IOReturn VirtualPort::read(VirtualAttachment& attachment, std::uint8_t number, s
                 }
                 size = std::min(asked, static_cast<std::uint32_t>(transfer.bytes.size()));
                 std::copy_n(transfer.bytes.begin(), size, buffer);
-                // What was not asked for is kept for the next read, as on the real bus.
+                // Bytes that were not requested are kept for the next read, as on the real bus.
                 transfer.bytes.erase(transfer.bytes.begin(), transfer.bytes.begin() + size);
                 if (transfer.bytes.empty()) endpoints.transfers.pop_front();
                 journal("read", {}, size);
@@ -88,7 +89,7 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualAttachment>& atta
                                   const IOUSBInterfaceInterface::WriteProgress& progress) {
     ClockEvent& changed = *attachment->endpointPairs.at(number).changed;
     const auto total = static_cast<std::uint32_t>(bytes.size());
-    // A command takes no measurable time; only large pieces take any.
+    // A command takes no measurable time; only large pieces do.
     const bool takesTime = bytes.size() >= kPiece;
     std::uint32_t done = 0;
     const auto failed = [&](IOReturn code) {
@@ -102,7 +103,7 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualAttachment>& atta
                 std::chrono::microseconds(1000000LL * static_cast<long long>(piece.size()) / settings.speed);
             const Clock::TimePoint end = _clock.now() + time;
             const Clock::TimePoint until = std::min(end, deadline);
-            // Other things than the end of the attachment wake this up, too: an answer that was late, for example.
+            // Other events, such as a late reply, also wake this up.
             while (!attachment->isGone && _clock.now() < until) changed.waitUntil(until);
             if (!attachment->isGone && end > deadline) return failed(kIOUSBTransactionTimeout);
         }
@@ -115,8 +116,9 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualAttachment>& atta
         if (effects.stallsOut) return failed(kIOUSBPipeStalled);
         done += static_cast<std::uint32_t>(piece.size());
         deliver(attachment, number, std::move(effects.transfers));
-        // A departure at once cuts the piece off; a later one finds it taken. A device has acknowledged what it took,
-        // so a write of which all is taken has succeeded, however soon the printer leaves after that.
+        // An immediate departure discards the piece; a later one happens after it was accepted. A device has
+        // acknowledged what it accepted, so a write that was accepted whole succeeds, even if the printer departs at
+        // once afterwards.
         const bool isCutOff = effects.departure && effects.departure->after.count() == 0;
         if (effects.departure) schedule(*effects.departure, attachment);
         if (progress && !isCutOff) progress(done, total);

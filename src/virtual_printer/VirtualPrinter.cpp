@@ -1,5 +1,5 @@
-// Frames in: gathering them, and the faults that happen while they come. What a complete command does is in
-// VirtualPrinter_Commands.cpp.
+// Collects the frames of a virtual printer, with the faults that occur while they arrive. Complete commands are
+// executed in VirtualPrinter_Commands.cpp. Called by the printer's owner, one call at a time.
 #include "virtual_printer/VirtualPrinter.h"
 
 #include "virtual_printer/VirtualCommands.h"
@@ -26,15 +26,15 @@ std::string textOf(const Data& frame, std::size_t offset, std::size_t size) {
     return text;
 }
 
-// Outside a frame only the two bytes that begin one have a meaning; an escape with another byte after it does not begin
-// one.
+// Outside a frame, only the two bytes that begin one are significant; an escape before any other byte does not begin a
+// frame.
 bool skipsGarbage(Data& frame, std::span<const std::uint8_t>& bytes) {
     if (frame.empty() && bytes.front() != kEscape) {
         bytes = bytes.subspan(1);
         return true;
     }
     if (frame.size() == 1 && bytes.front() != 'P') {
-        frame.clear(); // the byte is kept: it may be an escape itself
+        frame.clear(); // keeps the byte: it may be an escape itself
         return true;
     }
     return false;
@@ -65,7 +65,7 @@ VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
     VirtualEffects effects;
     while (!bytes.empty()) {
         if (skipsGarbage(_frame, bytes)) continue;
-        // An escape is taken alone, so that the byte after it can be checked.
+        // Reads an escape alone, so that the byte after it can be checked.
         std::size_t count = _frame.empty() ? 1 : std::min(bytes.size(), bytesWanted());
         if (_unplugAt > _frame.size()) count = std::min(count, _unplugAt - _frame.size());
         _frame.insert(_frame.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
@@ -90,7 +90,7 @@ std::size_t VirtualPrinter::bytesWanted() const {
 void VirtualPrinter::takeHeader(VirtualEffects& effects) {
     const auto size = sizeOf(textOf(_frame, kSizeOffset, kSizeSize));
     if (!size) {
-        reset(); // where this frame ends is unknown: wait for the next one
+        reset(); // the end of this frame is unknown: wait for the next one
         return;
     }
     _text = textOf(_frame, kTextOffset, kTextSize);
@@ -146,7 +146,7 @@ const VirtualFault* VirtualPrinter::fault(VirtualFaultKind kind) const {
 
 std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {
     std::optional<std::chrono::milliseconds> hold;
-    // All of them count every open, also one at which another happens.
+    // Every holder fault counts every open, also one at which another fault happens.
     for (auto fault = _faults.begin(); fault != _faults.end();) {
         if (fault->kind != VirtualFaultKind::holder || --fault->occurrence > 0) {
             ++fault;

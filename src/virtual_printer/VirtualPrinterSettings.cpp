@@ -1,5 +1,5 @@
-// Reading the text that describes a virtual printer, and its help. Both come from the two tables here: what a setting
-// is called and looks like is written once. Called by the programs before any printer exists, and by tests.
+// Parses the text that describes a virtual printer, and generates its help. Both use the two tables here, so that the
+// name and form of a setting are written only once. Called by the programs before any printer exists, and by tests.
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include "virtual_printer/VirtualCommands.h"
@@ -130,7 +130,7 @@ bool isOfAnswer(VirtualFaultKind kind) {
            kind == late;
 }
 
-// A fault of an answer at commands that have none: a test that asks for it would show nothing.
+// True for a fault of a reply that is set for commands without one: a test with it would prove nothing.
 bool isWithoutEffect(const VirtualFault& fault) {
     if (!isOfAnswer(fault.kind)) return false;
     bool isCommand = false;
@@ -142,7 +142,7 @@ bool isWithoutEffect(const VirtualFault& fault) {
     return isCommand;
 }
 
-// Printers are sold under two vendor IDs.
+// The printers have two vendor IDs.
 bool parseVendor(const std::string& text, std::uint16_t& vendor) {
     if (text != "0x2A71" && text != "0x2B84") return false;
     vendor = text == "0x2A71" ? 0x2A71 : 0x2B84;
@@ -151,9 +151,9 @@ bool parseVendor(const std::string& text, std::uint16_t& vendor) {
 
 struct Setting {
     std::string_view key;
-    std::string_view form; // how a value is written
+    std::string_view form; // syntax of the value
     std::string_view help;
-    bool (*set)(const std::string& text, VirtualPrinterSettings& settings); // false: the text is not such a value
+    bool (*set)(const std::string& text, VirtualPrinterSettings& settings); // false: invalid value
 };
 
 using Text = const std::string&;
@@ -196,14 +196,14 @@ constexpr auto kSettings = std::to_array<Setting>({
 });
 // clang-format on
 
-// The members that member names, in the order of the rows.
+// Joins the given member of all rows.
 template <class Rows, class Member> std::string listOf(const Rows& rows, Member member) {
     std::vector<std::string_view> names;
     std::ranges::transform(rows, std::back_inserter(names), member);
     return fmt::format("{}", fmt::join(names, ", "));
 }
 
-// Sets what "key=value" says; returns what is wrong with it, empty if it is right.
+// Applies "key=value"; returns the problem, empty if there is none.
 std::string apply(const std::string& text, VirtualPrinterSettings& settings) {
     const auto equals = text.find('=');
     const std::string key = text.substr(0, equals);

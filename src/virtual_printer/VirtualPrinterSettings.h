@@ -1,5 +1,5 @@
-// How a virtual printer is described in one text: "MODEL[,key=value…]". The same text makes an embedded printer and a
-// USB gadget. virtualPrinterHelp() lists the models, the keys and the kinds of faults. Any thread.
+// The text that describes a virtual printer: "MODEL[,key=value…]". The same text creates an embedded printer or a USB
+// gadget. virtualPrinterHelp() lists models, keys and kinds of faults. Any thread.
 #pragma once
 
 #include <chrono>
@@ -13,25 +13,25 @@ namespace zul {
 struct VirtualModel;
 
 enum class VirtualFaultKind {
-    stall,        // the answer (or, where there is none, the command) stalls its pipe
-    silence,      // no answer
+    stall,        // the reply (or, without a reply, the command) stalls its pipe
+    silence,      // no reply
     shortReply,   // half of the announced body
-    longHeader,   // a body longer than any printer sends is announced
+    longHeader,   // the header announces a body longer than any printer sends
     noReturn,     // a body without its carriage return
     garbage,      // a header that is not a number
-    late,         // the answer comes after VALUE ms (default 7000)
-    unplug,       // leaves when VALUE bytes of the frame are there (default: half of it) and comes back
-    neverBack,    // the restart that this command causes never ends
-    elsewhere,    // comes back from it on another port
+    late,         // the reply comes after VALUE ms (default 7000)
+    unplug,       // departs when VALUE bytes of the frame have arrived (default: half of it) and returns
+    neverBack,    // the restart caused by this command never ends
+    elsewhere,    // the restart ends on another port
     holder,       // at the N-th open another program holds the interface, for VALUE ms (default 3000)
-    stayInLoader, // comes back from it as its loader
-    withoutID,    // comes back from it without its IEEE 1284 device ID
+    stayInLoader, // the restart ends in the loader
+    withoutID,    // after the restart it has no IEEE 1284 device ID
 };
 
 struct VirtualFault {
     VirtualFaultKind kind = VirtualFaultKind::silence;
     std::string word;   // part of the command's text; empty: any command
-    int occurrence = 1; // counted from 1
+    int occurrence = 1; // from 1
     std::optional<std::uint32_t> value;
 };
 
@@ -57,13 +57,13 @@ struct VirtualPrinterSettings {
 
 struct VirtualPrinterParse {
     std::optional<VirtualPrinterSettings> settings;
-    std::string problem; // what is wrong and what would be right; empty when nothing is
+    std::string problem; // what is wrong and what would be right; empty without a problem
 };
 
-/// Reads such a text; a key that is not given has the default that the struct shows. Any thread.
+/// Parses the text; missing keys have the defaults of the struct. Any thread.
 VirtualPrinterParse parseVirtualPrinter(const std::string& text);
 
-/// The syntax with all models, keys and kinds of faults, for a terminal. Any thread.
+/// Help for a terminal: the syntax with all models, keys and kinds of faults. Any thread.
 std::string virtualPrinterHelp();
 
 } // namespace zul

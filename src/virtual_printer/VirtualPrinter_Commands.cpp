@@ -1,4 +1,5 @@
-// What a command does: answers, counters, settings, tables, and the two that lead to restarts.
+// Executes complete commands: replies, counters, settings, tables, and the two that lead to restarts.
+// Called by VirtualPrinter::receive().
 #include "virtual_printer/FirmwareImage.h"
 #include "virtual_printer/VirtualModels.h"
 #include "virtual_printer/VirtualPrinter.h"
@@ -17,15 +18,15 @@ using std::chrono::milliseconds;
 constexpr const char* kLoaderStatusText = "FU00001";
 constexpr const char* kEnterLoader = "FW_UPDFLASH_REWRITE";
 constexpr const char* kProgramFlash = "FW_UPDFLASH_PROGRAM";
-// Long enough for the host to close the interface after the command, as real printers leave it.
+// Long enough for the host to close the interface after the command, as with real printers.
 constexpr auto kLeaveForLoader = milliseconds(50);
 // How long an intermediate firmware runs before it restarts by itself.
 constexpr auto kIntermediateRun = milliseconds(3000);
 constexpr auto kLate = milliseconds(7000);
-// At 0 the printer would leave in the middle of the write that brought the last byte of its image.
+// With 0 the printer would depart during the write that carries the last byte of its image.
 constexpr auto kShortestProgramTime = milliseconds(1);
 
-// The digits at the front; nullopt when there are none.
+// The leading number; nullopt if there is none.
 std::optional<std::uint32_t> leadingNumber(const Data& payload) {
     std::uint32_t number = 0;
     std::size_t digits = 0;
@@ -42,7 +43,7 @@ void VirtualPrinter::attach() {
     _isLoader = _nextIsLoader;
     _answersDeviceID = _settings.answersDeviceID && !std::exchange(_nextIsWithoutID, false);
     _firmware = _nextFirmware;
-    _hasSerial = _serialSetting; // the setting takes effect with a restart
+    _hasSerial = _serialSetting; // the setting takes effect at a restart
     _statuses =
         _isUpdated && !_settings.statusesAfterUpdate.empty() ? _settings.statusesAfterUpdate : _settings.statuses;
     _statusIndex = 0;
@@ -71,7 +72,7 @@ void VirtualPrinter::handle(const VirtualCommand& command, VirtualEffects& effec
     }
 }
 
-// A loader answers STATUS and takes an image; it reads every other command and ignores it.
+// A loader replies to STATUS and accepts an image; it reads and ignores every other command.
 void VirtualPrinter::handleInLoader(const VirtualCommand& command, VirtualEffects& effects) {
     if (command.text == "STATUS") {
         answer(kLoaderStatusText, effects);
@@ -90,7 +91,7 @@ void VirtualPrinter::programFlash(const Data& image, VirtualEffects& effects) {
     const auto version = versionOfFirmwareImage(image);
     effects.departure = restart(std::max(_settings.programTime, kShortestProgramTime));
     _nextIsWithoutID = hasFault(VirtualFaultKind::withoutID);
-    if (!version || hasFault(VirtualFaultKind::stayInLoader)) return; // comes back as it is: its loader
+    if (!version || hasFault(VirtualFaultKind::stayInLoader)) return; // returns in its loader
     _nextIsLoader = false;
     _isUpdated = true;
     if (_settings.model->intermediateFirmware.empty()) {
@@ -155,7 +156,7 @@ std::optional<std::string> VirtualPrinter::counterAnswer(const std::string& text
     return formatted("C%c%07u", name[0], counter(name[0]));
 }
 
-// Header and body are two transfers, each ended by its own short packet.
+// Header and body are two transfers, each ended by a short packet.
 void VirtualPrinter::answer(const std::string& body, VirtualEffects& effects) {
     if (hasFault(VirtualFaultKind::silence)) return;
     if (hasFault(VirtualFaultKind::stall)) {

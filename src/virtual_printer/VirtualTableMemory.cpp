@@ -1,5 +1,5 @@
-// What is written to the colour tables and what is answered about them. Called by their printer only, with the lock of
-// the printer's owner held.
+// Stores written colour tables and replies to queries about them. Called only by their printer, with the lock of the
+// printer's owner held.
 #include "virtual_printer/VirtualTableMemory.h"
 
 #include "platform/foundation/Format.h"
@@ -34,7 +34,7 @@ void VirtualTableMemory::clear() {
     _writtenNames.clear();
 }
 
-// "VK28_PP_600_0101.CWD" is the table PP600; the media is only in names of models that have both.
+// "VK28_PP_600_0101.CWD" is the table PP600; the media is part of the name only for models with both media.
 std::string VirtualTableMemory::keyOfName(const std::string& name) {
     for (const char* number : kNumbers) {
         if (name.find(std::string("_") + number + "_") == std::string::npos) continue;

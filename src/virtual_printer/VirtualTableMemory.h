@@ -1,4 +1,4 @@
-// The colour tables that a virtual printer holds. Not thread-safe: part of its printer.
+// The colour tables stored in a virtual printer. Not thread-safe: part of its printer.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -13,21 +13,21 @@ namespace zul {
 
 class VirtualTableMemory {
   public:
-    /// version: of all tables; empty: the model's own.
+    /// version: of all tables; empty: the model's default.
     explicit VirtualTableMemory(const VirtualModel& model, const std::string& version = {});
 
     /// Removes all tables, as the host orders before it writes new ones.
     void clear();
-    /// The name of the table whose contents come next; zero bytes after it are padding.
+    /// Sets the name of the next table; trailing zero bytes are padding.
     void setName(const Data& record);
-    /// Stores the contents under the name given last.
+    /// Stores the contents under the name set last.
     void write(const Data& contents);
 
-    /// The answer to a question for a version or checksum; nullopt for a question that this model does not know.
-    /// media is the payload's text: "0001", "0003" or empty.
+    /// The reply to a query for a version or checksum; nullopt for a query that this model does not know. media is the
+    /// payload's text: "0001", "0003" or empty.
     std::optional<std::string> answerTo(const std::string& command, const std::string& media) const;
 
-    /// Names in the order written since the last clear.
+    /// Names in the order written since the last clear().
     const std::vector<std::string>& writtenNames() const { return _writtenNames; }
 
   private:

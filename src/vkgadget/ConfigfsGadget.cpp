@@ -1,5 +1,5 @@
-// Writing the gadget into configfs, one attribute after another, and taking it out again. Called by the port, under its
-// lock.
+// Writes the gadget's attributes to configfs and removes the gadget again.
+// Called by GadgetPort under its lock, on any thread.
 #include "vkgadget/ConfigfsGadget.h"
 
 #include "platform/files/ScopedFd.h"
@@ -35,7 +35,7 @@ ConfigfsGadget::ConfigfsGadget(std::string name, const GadgetIdentity& identity)
     : _name(std::move(name)), _identity(identity), _folder(kGadgets / _name) {}
 
 void ConfigfsGadget::write(const fs::path& file, const std::string& text) const {
-    // One write call each: configfs takes every call as a whole value.
+    // In a single write call: configfs takes each call as a whole value.
     const ScopedFd fd(::open((_folder / file).c_str(), O_WRONLY | O_CLOEXEC));
     const ssize_t written = fd ? ::write(fd.get(), text.data(), text.size()) : -1;
     if (written == static_cast<ssize_t>(text.size())) return;
@@ -64,7 +64,7 @@ void ConfigfsGadget::create() {
 }
 
 void ConfigfsGadget::setSerialNumber(const std::string& serialNumber) {
-    // The line end is part of the value's syntax; without it an empty text would be no write at all.
+    // The line end is required: an empty text would cause no write at all.
     write("strings/0x409/serialnumber", serialNumber + "\n");
 }
 
@@ -76,7 +76,7 @@ void ConfigfsGadget::plug(const std::string& udc) {
 void ConfigfsGadget::unplug() {
     if (!_plugged) return;
     _plugged = false;
-    // The kernel has already unbound a gadget whose function went away; then it answers "no such device".
+    // The kernel unbinds a gadget whose function is gone by itself, and then returns ENODEV.
     const ScopedFd fd(::open((_folder / "UDC").c_str(), O_WRONLY | O_CLOEXEC));
     if (fd && ::write(fd.get(), "\n", 1) < 0 && errno != ENODEV) {
         throw GadgetError("cannot unplug gadget " + _name + ": " + std::strerror(errno));
@@ -96,7 +96,7 @@ void ConfigfsGadget::remove() {
 }
 
 void ConfigfsGadget::removeFolders() {
-    // The order is configfs's: links first, then what they point to. Attribute files go with their folder.
+    // configfs requires this order: links before their targets. Attribute files disappear with their folder.
     std::error_code ignored;
     fs::remove(_folder / "configs/c.1" / ("ffs." + _name), ignored);
     for (const auto& folder : {std::string("configs/c.1/strings/0x409"), std::string("configs/c.1"),

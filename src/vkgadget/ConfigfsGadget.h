@@ -1,4 +1,4 @@
-// A USB gadget as the kernel's configfs describes one: identity, one configuration, one FunctionFS function.
+// A USB gadget in the kernel's configfs: identity, one configuration, one FunctionFS function.
 #pragma once
 
 #include <cstdint>
@@ -12,27 +12,28 @@ struct GadgetIdentity {
     std::uint16_t productID = 0;
     std::string manufacturer;
     std::string product;
-    std::string serialNumber; ///< empty: the device shows an empty text, since configfs always gives an index
+    std::string serialNumber; ///< empty: the device reports an empty string, because configfs always assigns an index
 };
 
-/// Everything throws GadgetError except remove(). One thread at a time.
+/// All operations but remove() throw GadgetError. One thread at a time.
 class ConfigfsGadget {
   public:
-    /// name is the gadget's folder and the FunctionFS instance. create() makes it.
+    /// name: of the gadget's folder and of the FunctionFS instance. The gadget is created by create().
     ConfigfsGadget(std::string name, const GadgetIdentity& identity);
     ~ConfigfsGadget() { remove(); }
     ConfigfsGadget(const ConfigfsGadget&) = delete;
     ConfigfsGadget& operator=(const ConfigfsGadget&) = delete;
 
-    /// Makes the folders. What a killed process left under the same name goes first.
+    /// Creates the folders, after removing those that a killed process left under the same name.
     void create();
     /// Takes effect at the next plug().
     void setSerialNumber(const std::string& serialNumber);
-    /// Connects to a UDC: the host sees the device. The function's descriptors must have been written before.
+    /// Binds the gadget to a UDC: the host detects the device. The function's descriptors must have been written
+    /// before.
     void plug(const std::string& udc);
-    /// The host sees the device leave. Not an error when it was not plugged.
+    /// Unbinds the gadget: the host sees the device leave. Not an error if it was not plugged.
     void unplug();
-    /// Unplugs and takes the gadget out of configfs. Never throws; what does not go is reported on standard error.
+    /// Unplugs the gadget and removes it from configfs. Never throws; failures are reported on standard error.
     void remove();
 
     bool isPlugged() const { return _plugged; }

@@ -1,4 +1,5 @@
-// The blocks of bytes that FunctionFS wants, little-endian. Constant; called once when the function is opened.
+// The little-endian descriptor blocks for FunctionFS.
+// Constant; used once, when the function is opened.
 #include "vkgadget/Descriptors.h"
 
 #include <initializer_list>
@@ -31,10 +32,10 @@ void setLength(Data& data) {
 void appendEndpoint(Data& data, std::uint8_t address, std::uint16_t packetSize) {
     // clang-format off
     append(data, { 7, kEndpointDescriptor,
-                   address,                                         // unique; the core picks the number that the host sees
+                   address,                                         // unique; the core assigns the number that the host sees
                    kBulk,
                    static_cast<std::uint8_t>(packetSize & 0xFF), static_cast<std::uint8_t>(packetSize >> 8),
-                   0 });                                            // interval, without meaning for bulk
+                   0 });                                            // interval, not used for bulk
     // clang-format on
 }
 
@@ -45,7 +46,7 @@ void appendInterface(Data& data, std::uint8_t number, std::uint16_t packetSize) 
                    0,                                               // alternate setting
                    2,                                               // endpoints
                    kPrinterClass, kPrinterSubclass, kBidirectional,
-                   0 });                                            // no text
+                   0 });                                            // no string
     // clang-format on
     appendEndpoint(data, static_cast<std::uint8_t>(2 * number + 1), packetSize);
     appendEndpoint(data, static_cast<std::uint8_t>(0x80 | (2 * number + 2)), packetSize);
@@ -56,8 +57,9 @@ void appendInterface(Data& data, std::uint8_t number, std::uint16_t packetSize) 
 Data functionDescriptors(int interfaces) {
     Data data;
     appendNumber(data, FUNCTIONFS_DESCRIPTORS_MAGIC_V2);
-    appendNumber(data, 0); // length of all, set below
-    // Some hosts send the printer class's soft reset to the recipient "other"; without the last flag it would not come.
+    appendNumber(data, 0); // total length, set below
+    // Some hosts send the printer class's soft reset to the recipient "other", which the kernel passes on only with the
+    // last flag.
     appendNumber(data, FUNCTIONFS_HAS_FS_DESC | FUNCTIONFS_HAS_HS_DESC | FUNCTIONFS_ALL_CTRL_RECIP);
     for (int speed = 0; speed < 2; ++speed) {
         appendNumber(data, kDescriptorsPerInterface * static_cast<std::uint32_t>(interfaces));
@@ -74,7 +76,7 @@ Data functionDescriptors(int interfaces) {
 Data functionStrings() {
     Data data;
     appendNumber(data, FUNCTIONFS_STRINGS_MAGIC);
-    appendNumber(data, 0); // length of all, set below
+    appendNumber(data, 0); // total length, set below
     appendNumber(data, 0); // strings
     appendNumber(data, 0); // languages
     setLength(data);

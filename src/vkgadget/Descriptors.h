@@ -1,4 +1,4 @@
-// The descriptors of the printer's interfaces, as bytes that are written to FunctionFS's endpoint 0. Any thread.
+// The descriptors of the printer's interfaces, in the format for FunctionFS's endpoint 0. Any thread.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -7,13 +7,14 @@
 
 namespace zul {
 
-// Packet sizes that the two speeds prescribe for bulk endpoints.
+// Bulk packet sizes in bytes at full and high speed.
 inline constexpr std::uint16_t kFullSpeedPacketSize = 64;
 inline constexpr std::uint16_t kHighSpeedPacketSize = 512;
 
-/// So many bi-directional printer interfaces, each with a bulk OUT and a bulk IN endpoint, for full and for high speed.
+/// Descriptors for this number of bi-directional printer interfaces, each with a bulk OUT and a bulk IN endpoint, for
+/// full and high speed.
 Data functionDescriptors(int interfaces);
-/// The interfaces' texts, in English; there are none, but FunctionFS asks for the block.
+/// The interfaces' strings: none, but FunctionFS requires the block.
 Data functionStrings();
 
 } // namespace zul

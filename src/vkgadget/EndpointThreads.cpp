@@ -1,5 +1,5 @@
-// The loops of the three endpoint threads, and ending them: each waits in a system call of the kernel, which only a
-// signal ends. Started and stopped by the port on the main queue.
+// The loops of the endpoint threads, and their end: each blocks in a system call that only a signal interrupts. Started
+// and stopped by GadgetPort on the main queue.
 #include "vkgadget/EndpointThreads.h"
 
 #include "platform/dispatch/Signals.h"
@@ -14,10 +14,10 @@ namespace zul {
 
 namespace {
 
-// The kernel needs a contiguous buffer of the size that is asked for, so it stays moderate.
+// The kernel needs a contiguous buffer of the requested size, so it must not be large.
 constexpr std::size_t kLargestRead = 64 * 1024;
 constexpr auto kInterruptInterval = std::chrono::milliseconds(10);
-// An endpoint that fails for a reason of its own must not keep the processor busy.
+// Keeps an endpoint that always fails from using a whole processor.
 constexpr auto kErrorPause = std::chrono::milliseconds(5);
 
 } // namespace
@@ -54,7 +54,7 @@ void EndpointThreads::stop() {
     _outgoingChanged.notify_all();
     for (Worker& worker : _workers) {
         if (!worker.thread.joinable()) continue;
-        // Repeated, since a signal that comes just before the call that waits is lost.
+        // Repeated, because a signal just before the blocking call has no effect.
         while (!worker.finished) {
             ::pthread_kill(worker.thread.native_handle(), SIGUSR1);
             std::this_thread::sleep_for(kInterruptInterval);
@@ -148,7 +148,7 @@ void EndpointThreads::inLoop(std::size_t interface) {
             _function.haltIn(interface);
             continue;
         }
-        // A transfer that the host did not fetch before it left, or reset the device, is lost, as on a real printer.
+        // A transfer that the host did not fetch before it left or reset the device is lost, as with a real printer.
         if (_function.writeIn(interface, next->data, _packetSize) < 0) dropTransfersOf(interface);
     }
 }

@@ -1,5 +1,5 @@
-// The threads that keep a gadget's endpoints moving: one for control requests, and for each interface one from the host
-// to the printer and one from the printer to the host.
+// The threads that serve a gadget's endpoints: one for control requests, and two per interface, from the host to the
+// printer and from the printer to the host.
 #pragma once
 
 #include "vkgadget/FunctionFs.h"
@@ -15,24 +15,24 @@
 
 namespace zul {
 
-/// Each handler is called on a thread of its own kind; received on one for each interface, so that a call for one
-/// interface may wait for one of another.
+/// Each handler is called on a separate thread; received on one per interface, so that a call for one interface may
+/// wait for a call for another.
 struct EndpointHandlers {
-    /// Bytes that the host sent, in order, in pieces of any size. Answers how many more the command under way needs.
-    /// The host waits while this takes its time.
+    /// Receives bytes of the host in order, in pieces of any size. Returns how many more bytes the current command
+    /// needs. The host waits until it returns.
     std::function<std::size_t(std::size_t interface, const Data& bytes)> received;
-    /// The host has configured the device (true), or configured it away, reset it or lost it (false).
+    /// The host has configured the device (true), or has deconfigured, reset or lost it (false).
     std::function<void(bool configured)> configured;
-    /// The answer to a control request; nullopt refuses it.
+    /// Returns the reply to a control request; nullopt stalls it.
     std::function<std::optional<Data>(const SetupRequest& request)> control;
 };
 
-/// How much to ask for when so many bytes are wanted. A read ends at a short packet or when it is full, and a host
-/// sends no empty packet at the end: a read for more than still comes would wait without end, and one packet at a time
-/// would take minutes for a firmware image.
+/// The size of a read when this many bytes are wanted. A read ends with a short packet or when it is full, and the host
+/// sends no zero-length packet at the end: a read larger than the remaining data would never end, and reading single
+/// packets would take minutes for a firmware image.
 std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize);
 
-/// The function must outlive it. Handlers may call send(), stallIn() and dropTransfers().
+/// The function must outlive this object. Handlers may call send(), stallIn() and dropTransfers().
 class EndpointThreads {
   public:
     EndpointThreads(FunctionFs& function, int interfaces, EndpointHandlers handlers);
@@ -40,18 +40,18 @@ class EndpointThreads {
     EndpointThreads(const EndpointThreads&) = delete;
     EndpointThreads& operator=(const EndpointThreads&) = delete;
 
-    /// Starts the three threads; the function must be open. Once only.
+    /// Starts the threads; the function must be open. Call once.
     void start();
-    /// Ends the threads, also those that wait for the host. Not from a handler.
+    /// Ends the threads, including those that wait for the host. Do not call from a handler.
     void stop();
 
-    /// Queues one transfer to the host: it waits until the host asks for it. Any thread.
+    /// Queues one transfer to the host; it waits until the host reads it. Any thread.
     void send(std::size_t interface, Data transfer);
     /// Queues a stall of the endpoint that the host reads from. Any thread.
     void stallIn(std::size_t interface);
-    /// Stalls the endpoint that the host writes to. Only inside the handler of received bytes.
+    /// Stalls the endpoint that the host writes to. Call only inside the handler received.
     void stallOut(std::size_t interface) { _function.haltOut(interface); }
-    /// Drops what the host has not fetched yet, but for the transfer that it is fetching. Any thread.
+    /// Drops the transfers that the host has not begun to fetch. Any thread.
     void dropTransfers();
 
   private:

@@ -1,4 +1,4 @@
-// System calls on the files of a FunctionFS mount. Opened and closed by the port on the main queue; each endpoint's
+// System calls on the files of a FunctionFS mount. Opened and closed by GadgetPort on the main queue; each endpoint's
 // file is used by that endpoint's thread.
 #include "vkgadget/FunctionFs.h"
 
@@ -53,7 +53,7 @@ FunctionEventKind kindOf(std::uint8_t type) {
     }
 }
 
-// The structures of USB are little-endian, and so are the machines that this runs on.
+// USB structures are little-endian, and so are all supported machines.
 SetupRequest requestOf(const usb_ctrlrequest& setup) {
     return {.requestType = setup.bRequestType,
             .request = setup.bRequest,
@@ -72,7 +72,7 @@ void FunctionFs::open() {
     std::filesystem::create_directories(_folder, error);
     if (error) throw GadgetError("cannot make " + _folder.string() + ": " + error.message());
     while (::umount2(_folder.c_str(), MNT_DETACH) == 0) {
-    } // left by a killed process
+    } // of a killed process
     if (::mount(_name.c_str(), _folder.c_str(), "functionfs", 0, nullptr) != 0) {
         throw GadgetError("cannot mount FunctionFS: " + reason() + ". Load its module: modprobe usb_f_fs");
     }
@@ -80,11 +80,11 @@ void FunctionFs::open() {
     _control = openEndpoint(_folder / "ep0");
     writeBlock(_control.get(), functionDescriptors(static_cast<int>(_pairs.size())), "descriptors");
     writeBlock(_control.get(), functionStrings(), "strings");
-    int number = 0; // as the descriptors have them
+    int number = 0; // in the order of the descriptors
     for (EndpointPair& pair : _pairs) {
         pair.out = openEndpoint(_folder / ("ep" + std::to_string(++number)));
-        // Without a host a write fails instead of waiting: else the next host would get a reply meant for this one. A
-        // transfer that has begun waits all the same.
+        // Non-blocking, so that a write without a host fails: otherwise the next host would get a reply for this one. A
+        // transfer that has begun still blocks.
         pair.in = openEndpoint(_folder / ("ep" + std::to_string(++number)), O_NONBLOCK);
     }
 }
@@ -99,8 +99,8 @@ void FunctionFs::close() {
 }
 
 std::optional<FunctionEvent> FunctionFs::nextEvent() {
-    // A read that waits holds the function's lock, and some kernels want that lock to unbind the gadget: its end would
-    // wait for an event that never comes. A poll waits without it.
+    // Waits with poll(), because a blocking read holds the function's lock: some kernels need that lock to unbind the
+    // gadget, which would then wait for ever.
     pollfd ready = {.fd = _control.get(), .events = POLLIN, .revents = 0};
     if (::poll(&ready, 1, /*timeout=*/-1) <= 0) return std::nullopt;
     usb_functionfs_event event{};
@@ -111,7 +111,7 @@ std::optional<FunctionEvent> FunctionFs::nextEvent() {
 void FunctionFs::answer(const SetupRequest& request, const Data& reply) {
     if (request.isDeviceToHost()) {
         const std::size_t length = std::min<std::size_t>(reply.size(), request.length);
-        // A host that has given up in the meantime is not an error here: the next event reports it.
+        // A host that has given up meanwhile is not an error here: the next event reports it.
         [[maybe_unused]] const ssize_t written = ::write(_control.get(), reply.data(), length);
     } else {
         Data data(request.length);
@@ -120,7 +120,7 @@ void FunctionFs::answer(const SetupRequest& request, const Data& reply) {
 }
 
 void FunctionFs::refuse(const SetupRequest& request) {
-    // As on the endpoints: the wrong direction is a stall.
+    // On endpoint 0, too, an access in the wrong direction means stall.
     std::uint8_t none = 0;
     [[maybe_unused]] const ssize_t result =
         request.isDeviceToHost() ? ::read(_control.get(), &none, 0) : ::write(_control.get(), &none, 0);
@@ -139,7 +139,7 @@ int FunctionFs::writeIn(std::size_t interface, const Data& data, std::size_t pac
 }
 
 void FunctionFs::haltIn(std::size_t interface) {
-    // Going against the endpoint's direction is FunctionFS's way of saying "stall".
+    // FunctionFS stalls an endpoint on an access against its direction.
     std::uint8_t none = 0;
     [[maybe_unused]] const ssize_t result = ::read(_pairs[interface].in.get(), &none, 1);
 }

@@ -1,5 +1,5 @@
-// The function's side of the gadget: a FunctionFS mount with endpoint 0 and the bulk endpoints of each interface as
-// files.
+// The function of the gadget: a FunctionFS mount with files for endpoint 0 and for the bulk endpoints of each
+// interface.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -13,7 +13,7 @@
 
 namespace zul {
 
-/// A control request that the host sent to the interface.
+/// A control request to the interface.
 struct SetupRequest {
     std::uint8_t requestType = 0;
     std::uint8_t request = 0;
@@ -30,40 +30,41 @@ struct FunctionEvent {
     SetupRequest setup;
 };
 
-/// Each endpoint has one thread that uses it; they may all be different ones. Interfaces are counted from 0. open()
-/// throws GadgetError.
+/// Each endpoint is used by one thread; they may all be different. Interfaces are numbered from 0. open() throws
+/// GadgetError.
 class FunctionFs {
   public:
-    /// name is the configfs function's instance.
+    /// name: of the function instance in configfs.
     FunctionFs(std::string name, int interfaces);
     ~FunctionFs() { close(); }
     FunctionFs(const FunctionFs&) = delete;
     FunctionFs& operator=(const FunctionFs&) = delete;
 
-    /// Mounts, writes the descriptors, opens the endpoints.
+    /// Mounts FunctionFS, writes the descriptors and opens the endpoints.
     void open();
-    /// The gadget loses its function and is unbound by the kernel. No thread may be inside a call.
+    /// Closes the function; the kernel then unbinds the gadget. No thread may be inside a call.
     void close();
 
-    /// Waits for the next event; nullopt when a signal came. Endpoint 0's thread.
+    /// Waits for the next event; nullopt after a signal. Endpoint 0's thread.
     std::optional<FunctionEvent> nextEvent();
-    /// Answers an IN request (with at most what it asked for) or takes an OUT request's data. Endpoint 0's thread.
+    /// Replies to an IN request (at most the requested size) or receives an OUT request's data. Endpoint 0's thread.
     void answer(const SetupRequest& request, const Data& reply);
-    /// Refuses a request: the host sees a stall. Endpoint 0's thread.
+    /// Stalls a request. Endpoint 0's thread.
     void refuse(const SetupRequest& request);
 
-    /// Reads what one transfer brings, waiting while no host is there. The size is that of buffer, a multiple of the
-    /// packet size. Negative: an errno (EINTR at a signal, ESHUTDOWN when the host or the plug went).
+    /// Reads one transfer, blocking while no host is present. Reads up to the size of buffer, a multiple of the packet
+    /// size. Returns the byte count, or a negative errno (EINTR after a signal, ESHUTDOWN when the host or the
+    /// connection is gone).
     int readOut(std::size_t interface, Data& buffer);
-    /// Writes data as one transfer and an empty packet when no short packet would end it; returns when the host has it.
-    /// 0, or a negative errno (EAGAIN without a host).
+    /// Writes data as one transfer, with a zero-length packet if no short packet ends it, and returns when the host has
+    /// received it. Returns 0 or a negative errno (EAGAIN without a host).
     int writeIn(std::size_t interface, const Data& data, std::size_t packetSize);
-    /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears it; its
-    /// transfers there fail at once. On the thread that uses the endpoint, since a call in progress holds it.
+    /// Halts the endpoint that the host reads from, or the one that it writes to, until the host clears the halt; its
+    /// transfers there fail at once. Call on the endpoint's own thread, because a call in progress holds the endpoint.
     void haltIn(std::size_t interface);
     void haltOut(std::size_t interface);
 
-    /// Bytes per packet of the bulk endpoints at the speed in use; known from the enable event on.
+    /// Bytes per packet of the bulk endpoints at the current speed; valid from the enable event on.
     std::size_t packetSize() const;
 
   private:
@@ -76,7 +77,7 @@ class FunctionFs {
     std::filesystem::path _folder;
     bool _mounted = false;
     ScopedFd _control;
-    std::vector<EndpointPair> _pairs; // by interface; as many as there will be, from the beginning
+    std::vector<EndpointPair> _pairs; // by interface; has its final size from the constructor on
 };
 
 } // namespace zul

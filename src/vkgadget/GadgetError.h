@@ -1,11 +1,11 @@
-// Why a gadget cannot be made, as a sentence for people with the next step to take.
+// Why a gadget cannot be created, as a sentence for people that includes the next step.
 #pragma once
 
 #include <stdexcept>
 
 namespace zul {
 
-/// Thrown by everything that prepares or changes a gadget; vkgadget shows its text and ends.
+/// Thrown by all operations that prepare or change a gadget; vkgadget prints its text and exits.
 class GadgetError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

@@ -1,5 +1,5 @@
-// The gadget and its function as one plug, and the printer class's control requests, which are answered here. Opened,
-// plugged and closed on the main queue; requests come on endpoint 0's thread.
+// Combines the gadget with its function, and replies to the printer class's control requests. Opened, plugged and
+// closed on the main queue; requests arrive on endpoint 0's thread.
 #include "vkgadget/GadgetPort.h"
 
 #include "vkgadget/GadgetError.h"
@@ -14,7 +14,7 @@ namespace {
 // Requests of the printer class.
 constexpr std::uint8_t kClassInterfaceIn = 0xA1;
 constexpr std::uint8_t kClassInterfaceOut = 0x21;
-constexpr std::uint8_t kClassOtherOut = 0x23; // how early hosts address the soft reset
+constexpr std::uint8_t kClassOtherOut = 0x23; // recipient of the soft reset from early hosts
 constexpr std::uint8_t kGetDeviceID = 0;
 constexpr std::uint8_t kGetPortStatus = 1;
 constexpr std::uint8_t kSoftReset = 2;
@@ -46,13 +46,14 @@ void GadgetPort::open() {
 }
 
 void GadgetPort::close() {
-    // The kernel releases the function's files only when no thread waits in them, and the gadget after the function.
+    // The kernel releases the function's files only when no thread blocks in them, and the gadget only after the
+    // function.
     if (_threads) _threads->stop();
     const std::lock_guard lock(_plugMutex);
     try {
         _gadget.unplug();
     } catch (const GadgetError&) {
-        // Closing the function unbinds the gadget, whatever its own switch says.
+        // Ignored: closing the function unbinds the gadget in any case.
     }
     _function.close();
     _gadget.remove();

@@ -1,4 +1,4 @@
-// A printer plugged into a USB device controller: passes bytes and control requests between the host and the printer.
+// Connects a printer to a USB device controller: passes bytes and control requests between the host and the printer.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -14,18 +14,18 @@
 
 namespace zul {
 
-/// Each is called on a thread of its own, received on one for each interface.
+/// Each handler is called on a separate thread; received on one per interface.
 struct PortHandlers {
-    /// Bytes from the host, in order for each interface. Answers how many more the command under way needs; the host
-    /// waits meanwhile.
+    /// Receives bytes of the host, in order for each interface. Returns how many more bytes the current command needs;
+    /// the host waits until it returns.
     std::function<std::size_t(std::size_t interface, const Data& bytes)> received;
-    /// The host has configured the device (true) or has reset, left or lost it (false).
+    /// The host has configured the device (true), or has reset, left or lost it (false).
     std::function<void(bool configured)> configured;
-    /// A control request came and was answered, or not.
+    /// A control request was answered or refused.
     std::function<void(const SetupRequest& request, bool answered)> controlled;
 };
 
-/// open, close and setSerialNumber on one thread; the others on any. What fails throws GadgetError.
+/// open(), close() and setSerialNumber() on one thread; the others on any. Failures throw GadgetError.
 class GadgetPort {
   public:
     GadgetPort(std::string name, const GadgetIdentity& identity, int interfaces, PortHandlers handlers);
@@ -33,29 +33,29 @@ class GadgetPort {
     GadgetPort(const GadgetPort&) = delete;
     GadgetPort& operator=(const GadgetPort&) = delete;
 
-    /// Makes the gadget, still unplugged.
+    /// Creates the gadget, not plugged in.
     void open();
-    /// Takes it out of the system. Not an error when it was not open.
+    /// Removes the gadget. Not an error if it was not open.
     void close();
 
-    /// Answered from now on, with its two bytes of length in front; empty: the request is refused.
+    /// Sets the device ID that is returned from now on, after its two bytes of length; empty: the request is refused.
     void setDeviceID(const std::string& text);
-    /// Shown from the next plug-in on; empty for none.
+    /// Sets the serial number for the next plug-in; empty for none.
     void setSerialNumber(const std::string& serialNumber) { _gadget.setSerialNumber(serialNumber); }
 
-    /// Connects to the controller: the host sees the device.
+    /// Connects to the controller: the host detects the device.
     void plugInto(const std::string& udc);
-    /// What the host has not fetched is lost.
+    /// Disconnects from the controller. Transfers that the host has not fetched are lost.
     void unplug();
     bool isPlugged() const;
 
-    /// One transfer to the host, ended by a short packet.
+    /// Queues one transfer to the host, ended by a short packet.
     void send(std::size_t interface, Data transfer) { _threads->send(interface, std::move(transfer)); }
-    /// The host's next read fails at once, and all others until it clears the halt.
+    /// Makes the host's reads fail until it clears the halt.
     void stallReads(std::size_t interface) { _threads->stallIn(interface); }
-    /// The host's write fails when more of it is still to come, otherwise its next one. Only inside received.
+    /// Makes the host's current write fail if it has more data, otherwise its next one. Call only inside received.
     void stallWrites(std::size_t interface) { _threads->stallOut(interface); }
-    /// Forgets what the host has not fetched.
+    /// Drops the transfers that the host has not fetched.
     void dropTransfers() { _threads->dropTransfers(); }
 
   private:

@@ -1,5 +1,5 @@
-// What the protocol engine asks for, carried out on a real bus: answers after a delay, restarts, departures. Bytes come
-// on the port's threads, where a departure at once is carried out, too; everything later runs on the main queue.
+// Carries out the effects of the protocol engine on a real bus: delayed replies, restarts, departures. Bytes arrive on
+// the port's threads, which also carry out an immediate departure; all later effects run on the main queue.
 #include "vkgadget/GadgetPrinter.h"
 
 #include "platform/foundation/Format.h"
@@ -70,7 +70,7 @@ std::size_t GadgetPrinter::received(std::size_t interface, const Data& bytes) {
         const std::lock_guard lock(_mutex);
         effects = _printer.receive(bytes);
         wanted = _printer.bytesWanted();
-        // A rest that is as long as a header looks like the next frame's: the other interface may then come in between.
+        // A rest of a header's size may be the start of the next frame: let the other interface write first.
         if (wanted == kHeaderSize) _writer.reset();
     }
     _changed.notify_all();
@@ -80,8 +80,8 @@ std::size_t GadgetPrinter::received(std::size_t interface, const Data& bytes) {
     return wanted;
 }
 
-// All interfaces lead to one printer, which could not tell their frames apart. False when the bytes are lost because
-// the printer has left meanwhile.
+// All interfaces lead to one printer, which could not distinguish their frames. Returns false if the bytes are lost
+// because the printer has left meanwhile.
 bool GadgetPrinter::waitForTurn(std::size_t interface) {
     std::unique_lock lock(_mutex);
     const unsigned attachment = _attachCount;
@@ -101,7 +101,7 @@ void GadgetPrinter::resetPrinter() {
 }
 
 void GadgetPrinter::takeTime(std::size_t bytes) {
-    // A command takes no measurable time; only what fills packets takes any.
+    // A command takes no measurable time; only full packets do.
     if (bytes < kHighSpeedPacketSize) return;
     std::unique_lock lock(_mutex);
     _changed.wait_for(lock, std::chrono::microseconds(1000000LL * static_cast<long long>(bytes) / _settings.speed),
@@ -124,7 +124,7 @@ void GadgetPrinter::send(std::size_t interface, const VirtualTransfer& transfer)
     }
 }
 
-// An answer that was on its way when the printer left is lost, like that of any printer.
+// A delayed reply is lost when the printer leaves, as with a real printer.
 void GadgetPrinter::sendLate(std::size_t interface, unsigned attachment, const Data& bytes) {
     {
         const std::lock_guard lock(_mutex);
@@ -194,7 +194,7 @@ void GadgetPrinter::schedule(const VirtualDeparture& departure) {
         attachment = _attachCount;
     }
     if (departure.after.count() == 0) {
-        leave(attachment, departure); // at once: the host must not get rid of the rest of what it is sending
+        leave(attachment, departure); // immediately: the host must not complete the rest of its write
         return;
     }
     after(departure.after, [this, attachment, departure] { leave(attachment, departure); });
@@ -235,7 +235,7 @@ void GadgetPrinter::comeBack(const VirtualDeparture& departure) {
     }
 }
 
-// The timer itself does not use the printer, which may be gone by then; the queue has ended before it goes.
+// The timer itself must not use the printer, which may be destroyed before it; the queue ends first.
 void GadgetPrinter::after(Clock::Duration time, Block block) {
     _clock.callAt(_clock.now() + time,
                   [&queue = _mainQueue, block = std::move(block)]() mutable { queue.async(std::move(block)); });

@@ -1,4 +1,4 @@
-// A virtual printer plugged into a USB device controller: carries out on the bus what the protocol engine asks for.
+// A virtual printer on a USB device controller: carries out the effects of the protocol engine on the bus.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -15,10 +15,10 @@
 
 namespace zul {
 
-/// Which of these settings a gadget cannot have, as a sentence for people; empty when it can have all.
+/// The settings that a gadget cannot have, as a sentence for people; empty if it can have all.
 std::string problemOfGadget(const VirtualPrinterSettings& settings);
 
-/// Main queue, except for what the port calls on its threads. The queue must have ended before this is destroyed.
+/// Main queue, except for calls of the port's threads. The queue must have ended before this object is destroyed.
 class GadgetPrinter {
   public:
     /// The queue and the clock must outlive the printer and its timers.
@@ -28,13 +28,13 @@ class GadgetPrinter {
     GadgetPrinter(const GadgetPrinter&) = delete;
     GadgetPrinter& operator=(const GadgetPrinter&) = delete;
 
-    /// Makes the gadget and plugs it in. Throws GadgetError.
+    /// Creates the gadget and plugs it in. Throws GadgetError.
     void start(const std::string& udc);
-    /// Unplugs it and takes it out of the system. Safe to call twice.
+    /// Unplugs and removes the gadget. May be called twice.
     void stop();
 
   private:
-    // On the threads of the port.
+    // Called on the threads of the port.
     std::size_t received(std::size_t interface, const Data& bytes);
     bool waitForTurn(std::size_t interface);
     void configured(bool configured);
@@ -62,9 +62,9 @@ class GadgetPrinter {
 
     std::mutex _mutex;                  // guards the printer, _writer, _attachCount and _stopping
     std::condition_variable _changed;   // any of the last three
-    std::optional<std::size_t> _writer; // the interface whose frame is under way
+    std::optional<std::size_t> _writer; // the interface whose frame is incomplete
     VirtualPrinter _printer;
-    unsigned _attachCount = 0; // so that no departure of one attachment is carried out in a later one
+    unsigned _attachCount = 0; // keeps a departure of one attachment from ending a later one
     bool _stopping = false;
 
     GadgetPort _port; // last: its threads use all of the above

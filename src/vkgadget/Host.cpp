@@ -1,5 +1,5 @@
-// Looking at configfs and at the device controllers of this machine. Called at the start of vkgadget and when a printer
-// comes back on another controller, on the main queue.
+// Examines configfs and the device controllers of this machine. Called on the main queue at the start of vkgadget and
+// when a printer returns on another controller.
 #include "vkgadget/Host.h"
 
 #include "platform/files/Files.h"

@@ -1,4 +1,4 @@
-// What this machine must have before a gadget can be made, and the USB device controllers (UDCs) that it has.
+// The requirements of a gadget, and the USB device controllers (UDCs) of this machine.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -8,15 +8,15 @@
 
 namespace zul {
 
-/// Throws GadgetError when not root, or when configfs or the gadget framework is not there; loads nothing by itself.
+/// Throws GadgetError if the user is not root, or if configfs or the gadget framework is missing. Loads no module.
 void checkHost();
 
-/// The controller to use: the named one, or the first that is free when name is empty. Throws GadgetError.
+/// Selects a controller: the named one, or the first free one if name is empty. Throws GadgetError.
 std::string chooseUdc(const std::string& name);
-/// The controllers that no gadget uses, by name.
+/// Names of the controllers that no gadget uses.
 std::vector<std::string> freeUdcs();
 
-/// Held while a gadget of this name is running, so that a second process does not take it for a leftover.
+/// A lock that is held while a gadget of this name runs, so that a second process does not remove it as a leftover.
 ScopedFd lockName(const std::string& name);
 
 } // namespace zul

@@ -1,5 +1,5 @@
-// vkgadget: a virtual printer as a real USB device, on a device controller of this machine. The main queue runs here
-// until a signal ends it; the printer is then unplugged and taken out of the system.
+// vkgadget: a virtual printer as a real USB device, on a device controller of this machine. Runs the main queue until a
+// signal ends it, then unplugs and removes the gadget.
 #include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/Signals.h"
@@ -27,7 +27,7 @@ struct Options {
     std::string journal;
 };
 
-// The exit status if the program ends here; nullopt if it continues.
+// Returns the exit status if the program ends here; nullopt if it continues.
 std::optional<int> parse(int argc, char** argv, Options& options) {
     CLI::App app("A virtual printer as a real USB device. Needs root, configfs and a USB device controller.");
     app.add_option("printer", options.printer, "MODEL[,key=value...]; \"help\" lists models and keys")->required();
@@ -47,7 +47,7 @@ std::optional<int> parse(int argc, char** argv, Options& options) {
 int plugIn(const VirtualPrinterSettings& settings, const Options& options) {
     checkHost();
     const std::string udc = chooseUdc(options.udc);
-    // Never destroyed: a timer of the clock may still post when the program ends.
+    // Never destroyed: a timer of the clock may still post at process exit.
     static auto& clock = *new RealClock;
     static auto& mainQueue = *new MainQueue(clock);
     const Signals signals(mainQueue, {SIGTERM, SIGINT, SIGHUP}, [](int /*number*/) { mainQueue.quit(0); });

@@ -1,5 +1,5 @@
-// Updates that were not started through begin(): from the alert about a printer in its loader, and by a printer whose
-// update was dismissed and that continues. The supervisor reserves, records and follows them like any other.
+// Updates that were not started through begin(): from the alert about a printer in its loader, and by a printer that
+// continues although its update was dismissed. The supervisor reserves, records and follows them like any other.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -11,7 +11,7 @@ namespace {
 
 using Results = std::vector<UpdateResult>;
 
-// A printer that is attached for the second time is known, and its loader is reported.
+// A printer that is attached for the second time is known, so its loader is reported.
 void startWithKnownLoader(SupervisedLab& lab, const std::string& settings = {}) {
     lab.startWithVK14("mode=loader" + settings);
     lab.bus.unplug(0);
@@ -25,7 +25,7 @@ void startWithKnownLoader(SupervisedLab& lab, const std::string& settings = {}) 
 
 } // namespace
 
-TEST_CASE("a loader that the operator ignores is no update") {
+TEST_CASE("a loader that the operator ignores does not start an update") {
     SupervisedLab lab;
     startWithKnownLoader(lab);
     REQUIRE(lab.operatorDesk.press("Ignore"));
@@ -36,7 +36,7 @@ TEST_CASE("a loader that the operator ignores is no update") {
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("a printer that is found in its loader gets its image when the record of its update is on the disk") {
+TEST_CASE("a printer found in its loader gets its image only after the record of its update is stored") {
     SupervisedLab lab;
     startWithKnownLoader(lab);
     const std::string key = lab.printer()->keyUSBdevice();
@@ -52,10 +52,10 @@ TEST_CASE("a printer that is found in its loader gets its image when the record 
     lab.rest();
     CHECK(lab.ends == Results{UpdateResult::succeeded});
     REQUIRE(lab.records().size() == 1);
-    CHECK(lab.newestRecord().serial == "000001"); // which the loader did not report
+    CHECK(lab.newestRecord().serial == "000001"); // the loader did not report it
 }
 
-TEST_CASE("the question about a loader that was plugged in again starts nothing, and the new one does") {
+TEST_CASE("after a replug the old question about a loader starts nothing, and the new question starts the update") {
     SupervisedLab lab;
     startWithKnownLoader(lab);
     lab.bus.unplug(0);
@@ -73,7 +73,7 @@ TEST_CASE("the question about a loader that was plugged in again starts nothing,
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
 }
 
-TEST_CASE("a printer that was found in its loader is watched with what past updates of its model took") {
+TEST_CASE("the limit of a phase of a printer found in its loader comes from past updates of its model") {
     SupervisedLab lab;
     UpdateHistory history({.folder = lab.stateFolder.path});
     for (int count = 0; count < 3; ++count) {
@@ -83,7 +83,7 @@ TEST_CASE("a printer that was found in its loader is watched with what past upda
     }
     startWithKnownLoader(lab, ",fault=never-back@FLASH_PROGRAM");
     REQUIRE(lab.operatorDesk.press("Update Firmware"));
-    lab.rest(150s); // longer than the table's two minutes
+    lab.rest(150s); // longer than the two minutes of the table
     CHECK(lab.update().state.phase == UpdatePhase::restarting);
     CHECK_FALSE(lab.update().isStalled);
     lab.rest(100s);
@@ -91,8 +91,7 @@ TEST_CASE("a printer that was found in its loader is watched with what past upda
     CHECK(lab.update().advice.starts_with("The printer has not come back with the new firmware."));
 }
 
-TEST_CASE(
-    "a printer that continues an update that was dismissed is reserved until the end, and the update is recorded") {
+TEST_CASE("a printer that continues its dismissed update is reserved until the end, and the update is recorded") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     lab.startWithVK14("fault=never-back@FLASH_PROGRAM,fault=silence@TBL_RDVersion#3");
@@ -115,7 +114,7 @@ TEST_CASE(
     CHECK(lab.newestRecord().verdicts.size() == 1);
 }
 
-TEST_CASE("a printer that is attached again after its update is no new update") {
+TEST_CASE("a printer that is attached again after its update starts no new update") {
     SupervisedLab lab;
     lab.startWithVK14();
     const std::string key = lab.printer()->keyUSBdevice();
@@ -132,14 +131,14 @@ TEST_CASE("a printer that is attached again after its update is no new update") 
     CHECK(lab.records().size() == 1);
 }
 
-// ---- what forbids it ------------------------------------------------------------------------------------------------
+// ---- conditions that prevent it -------------------------------------------------------------------------------------
 
-TEST_CASE("a printer that is found in its loader gets no image where no update may begin") {
+TEST_CASE("a printer found in its loader gets no image where no update may begin") {
     ChangedSamples samples;
     SupervisedLab lab(samples.folder());
     startWithKnownLoader(lab);
     UpdateResult expected = UpdateResult::cannotFollow;
-    SUBCASE("its return would not be seen") {
+    SUBCASE("its return would not be noticed") {
         lab.areArrivalsSeen = false;
     }
     SUBCASE("a color table is damaged") {
@@ -156,7 +155,7 @@ TEST_CASE("a printer that is found in its loader gets no image where no update m
     CHECK_FALSE(lab.locks.ask(lab.printer()->keyUSBdevice()));
 }
 
-TEST_CASE("a printer that is found in its loader gets no image once its update was stopped") {
+TEST_CASE("a printer found in its loader gets no image once its update was stopped") {
     SupervisedLab lab;
     startWithKnownLoader(lab);
     REQUIRE(lab.operatorDesk.press("Update Firmware"));
@@ -167,7 +166,7 @@ TEST_CASE("a printer that is found in its loader gets no image once its update w
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("a question about a loader that is answered after its update has begun starts no second one") {
+TEST_CASE("answering a question about a loader after its update has begun starts no second update") {
     SupervisedLab lab;
     startWithKnownLoader(lab);
     lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
@@ -182,7 +181,7 @@ TEST_CASE("a question about a loader that is answered after its update has begun
     CHECK(lab.records().size() == 1);
 }
 
-TEST_CASE("a question about a loader that is answered when its update has stalled starts it again") {
+TEST_CASE("answering a question about a loader after its update has stalled starts the update again") {
     SupervisedLab lab;
     startWithKnownLoader(lab);
     lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);

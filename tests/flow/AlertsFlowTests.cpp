@@ -1,4 +1,4 @@
-// What the operator is asked before an update begins, and what each answer leads to.
+// The questions to the operator before an update, and the effect of each answer.
 #include "Lab.h"
 
 #include "protocol/StatusTexts.h"
@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Up to the readiness check: agreed and continued.
+// Runs to the readiness check: agrees and continues.
 void agree(Lab& lab) {
     lab.printer()->updateFirmware();
     lab.rest();
@@ -22,7 +22,7 @@ void agree(Lab& lab) {
 
 } // namespace
 
-TEST_CASE("the agreement comes first, names the version, and can only be left by Quit until the box is ticked") {
+TEST_CASE("the agreement comes first, names the version, and offers only Quit until the box is ticked") {
     Lab lab;
     lab.startWithVK14();
     lab.printer()->updateFirmware();
@@ -41,7 +41,7 @@ TEST_CASE("the agreement comes first, names the version, and can only be left by
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("Quit in the agreement ends the application and sends nothing") {
+TEST_CASE("Quit in the agreement ends the application and sends no command") {
     Lab lab;
     lab.startWithVK14();
     lab.printer()->updateFirmware();
@@ -52,7 +52,7 @@ TEST_CASE("Quit in the agreement ends the application and sends nothing") {
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("the confirmation asks with Cancel first, and Cancel leaves the printer as it is") {
+TEST_CASE("the confirmation has Cancel first, and Cancel leaves the printer unchanged") {
     Lab lab;
     lab.startWithVK14();
     agree(lab);
@@ -66,9 +66,9 @@ TEST_CASE("the confirmation asks with Cancel first, and Cancel leaves the printe
     CHECK(lab.progress() == 0);
 }
 
-TEST_CASE("a printer that is not ready is named with its trouble, and Proceed checks everything again") {
+TEST_CASE("a printer that is not ready is reported with its status, and Proceed repeats all checks") {
     Lab lab;
-    lab.startWithVK14("status=00000:01000:00000"); // idle at the attach, then open, then closed again
+    lab.startWithVK14("status=00000:01000:00000"); // idle at the attachment, then open, then closed again
     agree(lab);
     CHECK(lab.operatorDesk.title() == "Printer Not Ready");
     CHECK(lab.operatorDesk.message() == "Please correct the following issue: Cover Open");
@@ -79,7 +79,7 @@ TEST_CASE("a printer that is not ready is named with its trouble, and Proceed ch
     CHECK(lab.wire() == Wire{"STATUS", "STATUS"});
 }
 
-TEST_CASE("a printer that answers 0 instead of 00000 is idle in words but not ready") {
+TEST_CASE("the status 0 instead of 00000 has the text Idle but is not ready") {
     Lab lab;
     lab.startWithVK14("status=0");
     agree(lab);
@@ -87,7 +87,7 @@ TEST_CASE("a printer that answers 0 instead of 00000 is idle in words but not re
     CHECK(lab.operatorDesk.message() == "Please correct the following issue: Idle");
 }
 
-TEST_CASE("a busy printer is reported as busy, and Proceed goes on once it is free") {
+TEST_CASE("a busy printer is reported as busy, and Proceed continues once it is idle") {
     Lab lab;
     lab.startWithVK14();
     lab.bus.setHeldByOther(0, true);
@@ -102,7 +102,7 @@ TEST_CASE("a busy printer is reported as busy, and Proceed goes on once it is fr
     CHECK(lab.operatorDesk.title().starts_with("-- Warning --"));
 }
 
-TEST_CASE("an alert of a printer that has left leads to Printer Error when it is proceeded with") {
+TEST_CASE("Proceed in an alert of a printer that was detached leads to Printer Error") {
     Lab lab;
     lab.startWithVK14("status=00000:01000");
     agree(lab);
@@ -118,7 +118,7 @@ TEST_CASE("an alert of a printer that has left leads to Printer Error when it is
     CHECK(lab.rows() == 0);
 }
 
-TEST_CASE("a newer installed version is not replaced and not asked about again") {
+TEST_CASE("a newer installed version is not replaced, and the question is not repeated") {
     Lab lab;
     lab.startWithVK14("firmware=VK14 01.70");
     agree(lab);
@@ -130,7 +130,7 @@ TEST_CASE("a newer installed version is not replaced and not asked about again")
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("a newer installed version is replaced when the settings say so") {
+TEST_CASE("a newer installed version is replaced if the settings allow it") {
     Lab lab;
     lab.defaults.setBool(kInstallOlderFirmwareVersion, true);
     lab.startWithVK14("firmware=VK14 01.70");
@@ -138,16 +138,16 @@ TEST_CASE("a newer installed version is replaced when the settings say so") {
     CHECK(lab.operatorDesk.message() == "Firmware version updated from VK14 01.70 to VK14 01.61");
 }
 
-TEST_CASE("a check that gets no status answer ends without an alert and without a command") {
+TEST_CASE("a check without a status reply ends without an alert and without a command") {
     Lab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     agree(lab);
     CHECK(lab.operatorDesk.waiting() == 0);
-    CHECK(lab.wire() == Wire{"STATUS", "STATUS"}); // it was asked for once more
+    CHECK(lab.wire() == Wire{"STATUS", "STATUS"}); // the query was repeated once
     CHECK(lab.logged("Received a null printer status reply ... will try again later"));
 }
 
-TEST_CASE("two printers' alerts are each about their own printer") {
+TEST_CASE("the alerts of two printers refer to their own printer") {
     Lab lab;
     lab.attach("VK14,serial=A");
     lab.attach("VK14,serial=B");
@@ -164,7 +164,7 @@ TEST_CASE("two printers' alerts are each about their own printer") {
     CHECK(lab.operatorDesk.isEnabled("Continue") == false);
 }
 
-TEST_CASE("switching the USB serial number asks for a power cycle and cleans the model's queues up") {
+TEST_CASE("switching the USB serial number asks for a power cycle and removes the model's queues") {
     Lab lab;
     lab.environment.admittedProductIDs = {0x8B01};
     std::vector<std::string> commandLines;

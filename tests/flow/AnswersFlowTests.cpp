@@ -1,5 +1,5 @@
-// Answers that are late, missing, cut short or senseless, at each question: no later answer is shifted, and the update
-// that follows is a good one.
+// Late, missing, truncated or invalid replies to each query: no later reply is taken for an earlier query, and the
+// update afterwards succeeds.
 #include "SupervisedLab.h"
 
 #include <array>
@@ -13,11 +13,11 @@ namespace {
 
 constexpr auto kQuestions =
     std::to_array<std::string_view>({"STATUS", "FVER", "LIFE", "TBL_RDVersion", "CHKSUM", "SERIAL_NUMBER"});
-// With times: after the second question, while the pipe is emptied, and in the middle of what follows.
+// The delays are: after the second query, while the pipe is drained, and during the following queries.
 constexpr auto kKinds = std::to_array<std::string_view>(
     {"late:7000", "late:5050", "late:5100", "garbage", "short", "long-header", "no-cr", "silence", "stall"});
 
-// One of each sort, for the journeys of whole updates.
+// One of each kind, for whole updates.
 constexpr auto kSorts = std::to_array<std::string_view>({"late:7000", "garbage", "short", "silence"});
 
 std::string fault(std::string_view kind, std::string_view word, int occurrence = 1) {
@@ -27,7 +27,7 @@ std::string fault(std::string_view kind, std::string_view word, int occurrence =
            std::string(kind.substr(colon));
 }
 
-// One line, which a failing test shows whole.
+// On one line, so that a failing test shows all values.
 std::string factsOf(const Lab& lab) {
     std::string facts;
     for (const char* key :
@@ -40,7 +40,7 @@ std::string factsOf(const Lab& lab) {
 
 const std::string kRight = "Idle, VK14 01.60, 42, 0160, 1203, 000001";
 
-// What the printer has answered and nobody has read: a program that ended in the middle left it.
+// Leaves a reply unread in the pipe, as a program that ended in mid-exchange does.
 void leaveAnswerUnread(Lab& lab, const std::string& command) {
     const ServiceToken token = lab.registry.services().at(0);
     std::shared_ptr<IOUSBInterfaceInterface> handle;
@@ -55,14 +55,14 @@ void leaveAnswerUnread(Lab& lab, const std::string& command) {
 
 } // namespace
 
-TEST_CASE("the facts of a printer are these when nothing goes wrong") {
+TEST_CASE("the device info of a printer without faults has these values") {
     Lab lab;
     lab.attach("VK14");
     lab.start();
     CHECK(factsOf(lab) == kRight);
 }
 
-TEST_CASE("one bad answer at an arrival leaves all facts right, then and later") {
+TEST_CASE("one bad reply at an arrival leaves the device info correct, then and later") {
     for (const std::string_view kind : kKinds) {
         for (const std::string_view question : kQuestions) {
             CAPTURE(kind);
@@ -79,7 +79,7 @@ TEST_CASE("one bad answer at an arrival leaves all facts right, then and later")
     }
 }
 
-TEST_CASE("an update after one bad answer at an arrival is a good one") {
+TEST_CASE("an update after one bad reply at an arrival succeeds") {
     for (const std::string_view kind : kKinds) {
         CAPTURE(kind);
         SupervisedLab lab;
@@ -90,7 +90,7 @@ TEST_CASE("an update after one bad answer at an arrival is a good one") {
     }
 }
 
-TEST_CASE("one bad answer in the check or in the update leaves the update a good one") {
+TEST_CASE("an update with one bad reply during its check or its run succeeds") {
     for (const std::string_view kind : kSorts) {
         for (int question = 2; question <= 7; ++question) { // the check, the first half, the loader, the new firmware
             CAPTURE(kind);
@@ -112,7 +112,7 @@ TEST_CASE("one bad answer in the check or in the update leaves the update a good
     }
 }
 
-TEST_CASE("one bad answer to the new firmware's questions leaves the update a good one and its facts right") {
+TEST_CASE("an update with one bad reply of the new firmware succeeds, with correct device info") {
     for (const std::string_view kind : kSorts) {
         for (const auto& [question, occurrence] :
              {std::pair{"FVER", 3}, {"TBL_RDVersion", 2}, {"TBL_RDVersion", 4}, {"CHKSUM", 3}}) {
@@ -129,7 +129,7 @@ TEST_CASE("one bad answer to the new firmware's questions leaves the update a go
     }
 }
 
-TEST_CASE("answers that another program left unread shift nothing") {
+TEST_CASE("replies that another program left unread are not taken for replies to later queries") {
     for (const std::string& command : Wire{"STATUS", "INFO  FVER", "MNT_RDCOUNTER_LIFE", "TBL_RDVersion",
                                            "MNT_RDCTRLD_CHKSUM", "INFO  SERIAL_NUMBER"}) {
         for (const int count : {1, 3}) {
@@ -145,9 +145,9 @@ TEST_CASE("answers that another program left unread shift nothing") {
     }
 }
 
-TEST_CASE("a printer that is programming its flash is not asked twice and its pipe is left alone") {
+TEST_CASE("a printer that is programming its flash gets no second query, and its pipe is not drained") {
     Lab lab;
-    lab.startWithVK14("fault=silence@STATUS#5,program=30000"); // the question after the image
+    lab.startWithVK14("fault=silence@STATUS#5,program=30000"); // the query after the image
     lab.confirmUpdate();
     lab.rest();
     const Wire wire = lab.wire();
@@ -159,21 +159,21 @@ TEST_CASE("a printer that is programming its flash is not asked twice and its pi
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a printer that is still there long after the order to restart is asked as any other") {
+TEST_CASE("a printer that is still attached long after the order to restart is queried like any other") {
     Lab lab;
     lab.startWithVK14("fault=silence@STATUS#6,program=900000");
     lab.confirmUpdate();
     lab.rest(6min);
-    REQUIRE(lab.wire().back() == "STATUS"); // after the image, and it has not left
+    REQUIRE(lab.wire().back() == "STATUS"); // after the image, and it is still attached
     lab.forgetWire();
     lab.printer()->updateInfo();
     lab.rest(30s);
     CHECK(lab.wire().front() == "STATUS");
     CHECK(std::ranges::count(lab.journal->entries(), "resynchronize", &VirtualJournalEntry::event) == 1);
-    CHECK(std::ranges::count(lab.wire(), "STATUS") >= 2); // asked once more
+    CHECK(std::ranges::count(lab.wire(), "STATUS") >= 2); // the query was repeated
 }
 
-TEST_CASE("a printer whose answers are in step is never disturbed") {
+TEST_CASE("the pipe of a printer with correct replies is never drained") {
     Lab lab;
     lab.startWithVK14();
     lab.update();
@@ -181,7 +181,7 @@ TEST_CASE("a printer whose answers are in step is never disturbed") {
     CHECK(std::ranges::count(entries, "resynchronize", &VirtualJournalEntry::event) == 0);
 }
 
-TEST_CASE("no update begins with the loader's status of before a restart") {
+TEST_CASE("no update begins with the loader's status from before a restart") {
     SupervisedLab lab;
     lab.startWithVK14();
     const std::string key = lab.printer()->keyUSBdevice();
@@ -191,9 +191,9 @@ TEST_CASE("no update begins with the loader's status of before a restart") {
                                              TBUSBPrinterZUL::stringForVKStatusString("FU00001"));
     lab.forgetWire();
     lab.bus.plug(0);
-    lab.mainQueue.runPending(); // its row is there, its first answer is not
+    lab.mainQueue.runPending(); // its row exists, its first reply has not arrived
     REQUIRE(lab.rows() == 1);
     lab.beginUpToQuestion();
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 0);
-    CHECK(lab.operatorDesk.title().starts_with("-- Warning --")); // the whole way
+    CHECK(lab.operatorDesk.title().starts_with("-- Warning --")); // the complete update with its confirmation
 }

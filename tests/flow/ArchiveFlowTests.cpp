@@ -1,4 +1,4 @@
-// What damaged, missing and empty archive files lead to, at every place where the archive is looked at.
+// The effect of damaged, missing and empty archive files at every point where the archive is used.
 #include "Lab.h"
 
 #include "archive/SRecord.h"
@@ -19,7 +19,7 @@ constexpr const char* kTable300 = "VK14_300_0161.cwd";
 constexpr const char* kTable600 = "VK14_600_0161.cwd";
 constexpr const char* kCorruption = "-- File corruption --\n\nThere is a problem with the firmware files.";
 
-// Checksums of what the printer was sent with this command, in order.
+// Checksums of the payloads that were sent with this command, in order.
 std::vector<std::string> sent(const Lab& lab, const std::string& command) {
     std::vector<std::string> checksums;
     for (const VirtualJournalEntry& entry : lab.journal->entries()) {
@@ -28,7 +28,7 @@ std::vector<std::string> sent(const Lab& lab, const std::string& command) {
     return checksums;
 }
 
-// What a printer must be sent for the sample files.
+// The checksum of the payload for this sample file.
 std::string checksumOfSample(const std::string& name) {
     return sha256Of(*contentsOfFile(Lab::sampleArchive() / name));
 }
@@ -39,7 +39,7 @@ std::vector<std::string> sampleTables() {
     return {checksumOfSample(kTable300), checksumOfSample(kTable600)};
 }
 
-// An update that has been confirmed; the printer is on its way to the loader.
+// Starts an update and confirms it; the printer is restarting into its loader.
 void begin(Lab& lab) {
     lab.startWithVK14("restart=5000");
     lab.confirmUpdate();
@@ -48,7 +48,7 @@ void begin(Lab& lab) {
 }
 } // namespace
 
-TEST_CASE("without an archive no version is offered, not even a missing one") {
+TEST_CASE("without an archive no version is available, not even a missing one") {
     Lab lab;
     lab.startWithVK14();
     CHECK(lab.printer()->firmwareOffer());
@@ -72,7 +72,7 @@ TEST_CASE("a damaged firmware file is reported as corruption, and leaving the al
     CHECK(lab.printer()->deviceInfoDict()->boolean(kFirmwareFile) == false);
 }
 
-TEST_CASE("a damaged color table is as bad as a damaged firmware file") {
+TEST_CASE("a damaged color table is reported like a damaged firmware file") {
     ChangedSamples archive;
     archive.damage("VK14_600_0161.cwd");
     Lab lab(archive.folder());
@@ -84,7 +84,7 @@ TEST_CASE("a damaged color table is as bad as a damaged firmware file") {
     CHECK(lab.printer()->deviceInfoDict()->boolean("VK14_600_0161.cwd") == false);
 }
 
-TEST_CASE("a firmware file of no bytes never matches") {
+TEST_CASE("an empty firmware file never matches") {
     ChangedSamples archive;
     archive.empty(kFirmwareFile);
     Lab lab(archive.folder());
@@ -94,7 +94,7 @@ TEST_CASE("a firmware file of no bytes never matches") {
     CHECK(lab.operatorDesk.title() == kCorruption);
 }
 
-TEST_CASE("an archive without the firmware file passes its check but has no image, so nothing begins") {
+TEST_CASE("an archive without the firmware file passes its check but has no image, so no update begins") {
     ChangedSamples archive;
     archive.remove(kFirmwareFile);
     Lab lab(archive.folder());
@@ -106,7 +106,7 @@ TEST_CASE("an archive without the firmware file passes its check but has no imag
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("an archive without its digest file matches nothing") {
+TEST_CASE("no file of an archive without a digest file matches") {
     ChangedSamples archive;
     archive.remove("digests.json");
     Lab lab(archive.folder());
@@ -114,7 +114,7 @@ TEST_CASE("an archive without its digest file matches nothing") {
     CHECK(lab.printer()->verifyFirmwareArchive() == false);
 }
 
-TEST_CASE("an archive that is damaged between the question and the answer is noticed before the first command") {
+TEST_CASE("an archive damaged between the question and the answer is detected before the first command") {
     ChangedSamples archive;
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -133,7 +133,7 @@ TEST_CASE("an archive that is damaged between the question and the answer is not
     CHECK(lab.wire() == Wire{"STATUS"});
 }
 
-TEST_CASE("an archive that is damaged while the printer restarts leaves it in its loader with a message") {
+TEST_CASE("an archive damaged while the printer restarts leaves it in its loader with a message") {
     ChangedSamples archive;
     Lab lab(archive.folder());
     lab.startWithVK14("restart=5000");
@@ -149,7 +149,7 @@ TEST_CASE("an archive that is damaged while the printer restarts leaves it in it
     CHECK(std::ranges::count(wire, std::string("FW_UPDFLASH_PROGRAM")) == 0);
 }
 
-TEST_CASE("a color table that is missing at the end still gets its name sent and counts for the report") {
+TEST_CASE("for a color table that is missing at the end only the name is sent, and the report includes it") {
     ChangedSamples archive;
     archive.remove("VK14_600_0161.cwd");
     Lab lab(archive.folder());
@@ -166,7 +166,7 @@ TEST_CASE("a color table that is missing at the end still gets its name sent and
     CHECK(lengths[1] == 0);
 }
 
-TEST_CASE("a whole update opens each file once, and that of a second printer of the model opens none") {
+TEST_CASE("an update opens each file once, and the update of a second printer of the model opens none") {
     const auto reader = std::make_shared<WatchedReader>();
     Lab lab(Lab::sampleArchive(), reader);
     lab.attach("VK14");
@@ -184,12 +184,12 @@ TEST_CASE("a whole update opens each file once, and that of a second printer of 
           std::map<std::string, int>{{kFirmwareFile, 1}, {kTable300, 1}, {kTable600, 1}, {"digests.json", 1}});
 }
 
-TEST_CASE("a firmware file that is swapped right after the upload's check is not what is sent") {
+TEST_CASE("a firmware file replaced right after the upload's check is not what is sent") {
     ChangedSamples archive;
     const auto reader = std::make_shared<WatchedReader>();
     std::atomic<bool> isArmed{false};
     reader->beforeLook = [&](const std::string& name) {
-        // The last file of the row: the firmware file was judged a moment ago.
+        // The last file of the row: the firmware file was checked just before.
         if (name == kTable600 && isArmed.exchange(false)) archive.damage(kFirmwareFile);
     };
     Lab lab(archive.folder(), reader);
@@ -198,15 +198,15 @@ TEST_CASE("a firmware file that is swapped right after the upload's check is not
     lab.rest();
     REQUIRE_FALSE(isArmed);
     CHECK(sent(lab, "FW_UPDFLASH_PROGRAM") == sampleImage());
-    // The next check, that of the tables, sees the damaged file and refuses.
+    // The next check, that of the tables, detects the damaged file.
     CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW").empty());
     CHECK(lab.logged("failed to verify firmware archive"));
 }
 
-TEST_CASE("a color table that is swapped right after the check of the tables is not what is sent") {
+TEST_CASE("a color table replaced right after the check of the tables is not what is sent") {
     ChangedSamples archive;
     const auto reader = std::make_shared<WatchedReader>();
-    std::atomic<int> looks{0}; // at the last file of the row, since the printer left for its loader
+    std::atomic<int> looks{0}; // of the last file of the row, since the printer left for its loader
     std::atomic<bool> isArmed{false};
     reader->beforeLook = [&](const std::string& name) {
         if (isArmed && name == kTable600 && ++looks == 2) archive.damage(kTable300);
@@ -220,7 +220,7 @@ TEST_CASE("a color table that is swapped right after the check of the tables is 
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("files that are cut in place while the printer restarts are refused") {
+TEST_CASE("files truncated in place while the printer restarts are refused") {
     ChangedSamples archive;
     archive.remove(kFirmwareFile);
     std::filesystem::copy_file(Lab::sampleArchive() / kFirmwareFile, archive.folder() / kFirmwareFile);
@@ -232,7 +232,7 @@ TEST_CASE("files that are cut in place while the printer restarts are refused") 
     CHECK(sent(lab, "FW_UPDFLASH_PROGRAM").empty());
 }
 
-TEST_CASE("files that vanish while the printer restarts were verified before, and the update is completed with them") {
+TEST_CASE("files that were verified before the printer restarts are used although they were removed meanwhile") {
     for (const char* name : {kFirmwareFile, kTable300}) {
         CAPTURE(name);
         ChangedSamples archive;
@@ -246,7 +246,7 @@ TEST_CASE("files that vanish while the printer restarts were verified before, an
     }
 }
 
-TEST_CASE("an archive of which nothing is left when the printer is back leaves it in its loader with a message") {
+TEST_CASE("an archive that is empty when the printer returns leaves it in its loader with a message") {
     ChangedSamples archive;
     Lab lab(archive.folder());
     begin(lab);
@@ -256,7 +256,7 @@ TEST_CASE("an archive of which nothing is left when the printer is back leaves i
     CHECK(sent(lab, "FW_UPDFLASH_PROGRAM").empty());
 }
 
-TEST_CASE("a firmware file that vanished after it was offered stops the update before anything is sent") {
+TEST_CASE("a firmware file removed after the offer stops the update before the first command") {
     ChangedSamples archive;
     Lab lab(archive.folder());
     lab.startWithVK14();
@@ -285,7 +285,7 @@ TEST_CASE("a color table that appears after the check is not sent unverified") {
     CHECK(sent(lab, "TBL_WTCTRLD_UPDATE_CW") == std::vector<std::string>{"", checksumOfSample(kTable600)});
 }
 
-TEST_CASE("a pipe in place of the firmware file keeps nobody waiting") {
+TEST_CASE("a pipe in place of the firmware file does not block") {
     ChangedSamples archive;
     archive.remove(kFirmwareFile);
     REQUIRE(::mkfifo((archive.folder() / kFirmwareFile).c_str(), 0600) == 0);

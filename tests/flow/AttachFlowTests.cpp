@@ -1,4 +1,4 @@
-// From the plug to the row: what a printer is asked when it is attached, and what the list shows.
+// From the attachment to the row: the queries at an attachment, and the contents of the list.
 #include "Lab.h"
 
 #include <algorithm>
@@ -7,7 +7,7 @@
 using namespace zul;
 using namespace std::chrono_literals;
 
-TEST_CASE("a printer that is attached at the start is listed with all its facts") {
+TEST_CASE("a printer that is attached at the start is listed with its complete device info") {
     Lab lab;
     lab.attach("VK14,serial=123456,lifetime=4711");
     lab.start();
@@ -25,7 +25,7 @@ TEST_CASE("a printer that is attached at the start is listed with all its facts"
     CHECK(lab.printer()->serialNumberUSB() == "123456");
 }
 
-TEST_CASE("a printer that is seen for the first time is asked once, and its interface is left closed") {
+TEST_CASE("a printer that is seen for the first time gets each query once, and its interface is closed afterwards") {
     Lab lab;
     lab.attach("VK14");
     lab.start();
@@ -39,7 +39,7 @@ TEST_CASE("a printer that is seen for the first time is asked once, and its inte
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("the first frame of an attach is byte for byte the status command") {
+TEST_CASE("the first frame after an attachment is byte for byte the status command") {
     Lab lab;
     lab.attach("VK14");
     lab.start();
@@ -51,7 +51,7 @@ TEST_CASE("the first frame of an attach is byte for byte the status command") {
     CHECK(std::string(first->header.begin(), first->header.end()) == header);
 }
 
-TEST_CASE("a known printer that is replugged is asked for its status and then twice for its facts") {
+TEST_CASE("a known printer that is replugged is queried for its status, and twice for its device info") {
     Lab lab;
     lab.startWithVK14();
     lab.bus.unplug(0);
@@ -69,7 +69,7 @@ TEST_CASE("a known printer that is replugged is asked for its status and then tw
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("a version that is no text leaves the earlier one in its place, whatever the printer comes back from") {
+TEST_CASE("a version reply that is not text keeps the earlier version, whatever state the printer returns from") {
     for (const std::int64_t progress : {2, 3}) {
         CAPTURE(progress);
         Lab lab;
@@ -88,7 +88,7 @@ TEST_CASE("a version that is no text leaves the earlier one in its place, whatev
     }
 }
 
-TEST_CASE("a version that is not answered removes the earlier one") {
+TEST_CASE("a missing version reply removes the earlier version") {
     Lab lab;
     std::string faults;
     for (int question = 1; question < 9; ++question) faults += ",fault=silence@FVER#" + std::to_string(question);
@@ -134,10 +134,10 @@ TEST_CASE("a model that is not admitted is ignored without a log line and withou
     CHECK(lab.logged("Found a device") == false);
 }
 
-TEST_CASE("a printer that leaves before its row was inserted leaves no row behind") {
+TEST_CASE("a printer that is detached before its row was inserted leaves no row") {
     Lab lab;
     lab.start();
-    lab.attach("VK14"); // handled at once, its row is still waiting on the main queue
+    lab.attach("VK14"); // handled at once; its row is still queued on the main queue
     lab.bus.unplug(0);
     lab.rest();
     CHECK(lab.rows() == 0);
@@ -145,18 +145,18 @@ TEST_CASE("a printer that leaves before its row was inserted leaves no row behin
     CHECK(lab.logged("failed to match a printer object") == false);
 }
 
-TEST_CASE("a printer that is unplugged while it is being asked loses its row once its commands have ended") {
+TEST_CASE("a printer that is unplugged during its queries loses its row after its commands have ended") {
     Lab lab;
     lab.startWithVK14("fault=silence@LIFE#2");
     lab.printer()->updateInfo();
-    lab.advance(1s); // it waits for the answer that does not come
+    lab.advance(1s); // waiting for a reply that does not come
     CHECK(lab.rows() == 1);
     lab.bus.unplug(0);
     lab.rest();
     CHECK(lab.rows() == 0);
 }
 
-TEST_CASE("a printer without a 1284 ID is listed without a queue, is not updated, and its row leaves with it") {
+TEST_CASE("a printer without a 1284 ID is listed without a queue, is not updated, and loses its row when detached") {
     Lab lab;
     lab.attach("VK14,id1284=off");
     lab.start();
@@ -176,7 +176,7 @@ TEST_CASE("a printer without a 1284 ID is listed without a queue, is not updated
     CHECK(lab.rows() == 0);
 }
 
-TEST_CASE("a printer that another program holds shows so and is asked as soon as that program lets go") {
+TEST_CASE("a printer held by another program is shown so, and is queried as soon as that program releases it") {
     Lab lab;
     lab.attach("VK14");
     lab.bus.setHeldByOther(0, true);

@@ -1,4 +1,4 @@
-// Between the operator's click and the first command: what is asked, what may change meanwhile, and who is named.
+// From the operator's click to the first command: the queries, changes meanwhile, and the identity of the printer.
 #include "SupervisedLab.h"
 
 #include "archive/ProductTable.h"
@@ -15,7 +15,7 @@ namespace {
 using Equal = UpdateSupervisor::Equal;
 using Results = std::vector<UpdateResult>;
 
-// Its questions at the arrival are over, and it has reported no status: the second question is the repetition.
+// The queries of its arrival have ended without a status: the second STATUS is the repetition.
 const std::string kNoStatusYet = "fault=silence@STATUS,fault=silence@STATUS#2";
 
 bool isAskedFor(const Lab& lab, const char* command) {
@@ -26,7 +26,7 @@ bool isAskedFor(const Lab& lab, const char* command) {
 
 // ---- the printer's own status ---------------------------------------------------------------------------------------
 
-TEST_CASE("a printer that has reported no status is asked for it, and its update begins with the answer") {
+TEST_CASE("a printer without a reported status is queried for it, and its update begins with the reply") {
     SupervisedLab lab;
     lab.startWithVK14(kNoStatusYet);
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -37,7 +37,7 @@ TEST_CASE("a printer that has reported no status is asked for it, and its update
     CHECK(lab.update().isOpen());
 }
 
-TEST_CASE("an update that is stopped while its printer is asked for its status does not begin with the answer") {
+TEST_CASE("an update stopped during the status query does not begin with the reply") {
     SupervisedLab lab;
     lab.startWithVK14(kNoStatusYet);
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -48,7 +48,7 @@ TEST_CASE("an update that is stopped while its printer is asked for its status d
     CHECK(lab.records().size() == 1);
 }
 
-TEST_CASE("a printer that leaves while it is asked for its status has left, and is not called silent") {
+TEST_CASE("a printer detached during the status query is reported as detached, not as unresponsive") {
     SupervisedLab lab;
     lab.startWithVK14(kNoStatusYet + ",fault=silence@STATUS#3");
     const auto printer = lab.printer();
@@ -60,7 +60,7 @@ TEST_CASE("a printer that leaves while it is asked for its status has left, and 
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("a printer that another program holds when it is asked for its status is busy, with that program") {
+TEST_CASE("a printer held by another program during the status query is reported as busy, with that program") {
     SupervisedLab lab;
     lab.startWithVK14(kNoStatusYet);
     lab.bus.setHeldByOther(0, true);
@@ -73,7 +73,7 @@ TEST_CASE("a printer that another program holds when it is asked for its status 
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("a printer without a device ID cannot be asked, and is reported as one that could not be opened") {
+TEST_CASE("a printer without a device ID cannot be queried, and is reported as one that could not be opened") {
     SupervisedLab lab;
     lab.startWithVK14("id1284=off," + kNoStatusYet);
     REQUIRE_FALSE(lab.printer()->printerCommandQueue());
@@ -88,7 +88,7 @@ TEST_CASE("a printer without a device ID cannot be asked, and is reported as one
 
 // ---- while the record is stored -------------------------------------------------------------------------------------
 
-TEST_CASE("an update that is stopped before its record is stored does not begin when it is") {
+TEST_CASE("an update stopped before its record is stored does not begin afterwards") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -110,7 +110,7 @@ TEST_CASE("an update ends without a question if the printer is unplugged before 
     CHECK(lab.update().advice == "Start the update again.");
 }
 
-TEST_CASE("the record of a printer that does not answer for its serial number has none") {
+TEST_CASE("the record of a printer without a serial number reply has no serial number") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2");
     REQUIRE(lab.fact(HOLVEN_TBPrinterSerialNumber) == "NULL");
@@ -128,7 +128,7 @@ TEST_CASE("a printer with the available tables and other firmware is not up to d
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
 }
 
-TEST_CASE("only a table's version shows that a table is another one") {
+TEST_CASE("different tables are detected only by a table's version") {
     SupervisedLab lab;
     lab.startWithVK14("firmware=VK14 01.61,tables=0161");
     const auto facts = lab.printer()->deviceInfoDict();
@@ -142,9 +142,9 @@ TEST_CASE("only a table's version shows that a table is another one") {
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
 }
 
-// ---- questions that wait --------------------------------------------------------------------------------------------
+// ---- pending questions ----------------------------------------------------------------------------------------------
 
-TEST_CASE("the report of the update before, answered late, does not end the wait for a later question's answer") {
+TEST_CASE("answering the report of the previous update late does not end the wait for a later question's answer") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
@@ -162,9 +162,9 @@ TEST_CASE("the report of the update before, answered late, does not end the wait
     CHECK_FALSE(lab.operatorDesk.title() == "Attention:");
 }
 
-// ---- the printer at another place -----------------------------------------------------------------------------------
+// ---- a printer that returns at another location ---------------------------------------------------------------------
 
-TEST_CASE("another printer is not taken for the one that is waited for") {
+TEST_CASE("another printer is not taken for the awaited one") {
     std::string waitedFor = "fault=never-back@FLASH_REWRITE";
     std::string other;
     bool isTheSame = false;
@@ -172,16 +172,16 @@ TEST_CASE("another printer is not taken for the one that is waited for") {
         other = "VK14,location=1-2,serial=000001";
         isTheSame = true;
     }
-    SUBCASE("when it has another serial number") {
+    SUBCASE("if it has another serial number") {
         other = "VK14,location=1-2,serial=000002";
     }
-    SUBCASE("when it is of another model") {
+    SUBCASE("if it is of another model") {
         other = "VK18,location=1-2,serial=000001";
     }
-    SUBCASE("when it has another vendor ID") {
+    SUBCASE("if it has another vendor ID") {
         other = "VK14,vendor=0x2B84,location=1-2,serial=000001";
     }
-    SUBCASE("when neither has answered for its serial number") {
+    SUBCASE("if neither has reported a serial number") {
         const std::string unknown = ",usb-serial=off,fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2";
         waitedFor += unknown;
         other = "VK14,location=1-2" + unknown;
@@ -200,7 +200,7 @@ TEST_CASE("another printer is not taken for the one that is waited for") {
     CHECK(lab.update().advice.empty() != isTheSame);
 }
 
-TEST_CASE("a loader without a serial number is the printer that is waited for only if nothing else can be meant") {
+TEST_CASE("a loader without a serial number is taken for the awaited printer only if it is unambiguous") {
     const std::string kUnknown = "usb-serial=off,fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2";
     SupervisedLab lab;
     std::vector<std::string> others = {"VK14,mode=loader,usb-serial=off,location=1-7"};
@@ -209,13 +209,13 @@ TEST_CASE("a loader without a serial number is the printer that is waited for on
     SUBCASE("one loader") {
         cameBackAt = "1-7";
     }
-    SUBCASE("a printer that works") {
+    SUBCASE("a printer in normal mode") {
         others = {"VK14,location=1-7," + kUnknown};
     }
     SUBCASE("two loaders") {
         others.emplace_back("VK14,mode=loader,usb-serial=off,location=1-8");
     }
-    SUBCASE("one loader, and two that are waited for") {
+    SUBCASE("one loader, and two awaited printers") {
         areTwoAway = true;
     }
     lab.attach("VK14,location=1-1,fault=never-back@FLASH_REWRITE," + kUnknown);
@@ -231,7 +231,7 @@ TEST_CASE("a loader without a serial number is the printer that is waited for on
     CHECK(lab.supervisor.updates().at(key).cameBackAt == cameBackAt);
 }
 
-TEST_CASE("a place that turns out to be another printer's is not named any longer") {
+TEST_CASE("a location that turns out to be another printer's is no longer reported") {
     SupervisedLab lab;
     lab.startWithVK14("location=1-1,usb-serial=off,fault=never-back@FLASH_REWRITE");
     lab.beginUpdate();
@@ -245,7 +245,7 @@ TEST_CASE("a place that turns out to be another printer's is not named any longe
     CHECK(lab.update().advice.empty());
 }
 
-TEST_CASE("a printer that is there has not come back elsewhere, whatever the serial number of another one is") {
+TEST_CASE("an attached printer has not returned elsewhere, whatever serial number another one has") {
     SupervisedLab lab;
     lab.startWithVK14("location=1-1,restart=1000,program=60000");
     lab.beginUpdate();

@@ -1,4 +1,4 @@
-// Another program on the printer, at each open of an update: the update waits for it and goes on by itself.
+// Another program holds the printer at each open of an update: the update waits for it and continues by itself.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -15,7 +15,7 @@ std::ptrdiff_t refusedOpens(const Lab& lab) {
     return std::ranges::count(entries, "refuse", &VirtualJournalEntry::event);
 }
 
-// As an operator does who finds the printer busy before anything was sent.
+// The answers of an operator who finds the printer busy before the first command.
 void beginThroughBusy(SupervisedLab& lab) {
     lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);
     lab.rest(1s);
@@ -31,7 +31,7 @@ void beginThroughBusy(SupervisedLab& lab) {
 
 } // namespace
 
-TEST_CASE("an update whose printer is held at any one open of its journey ends in success by itself") {
+TEST_CASE("an update whose printer is held at any one open succeeds without the operator") {
     int open = 1;
     for (bool isReached = true; isReached; ++open) {
         CAPTURE(open);
@@ -41,7 +41,7 @@ TEST_CASE("an update whose printer is held at any one open of its journey ends i
         REQUIRE(lab.rows() == 1);
         beginThroughBusy(lab);
         lab.rest();
-        isReached = refusedOpens(lab) > 0; // the journey has fewer opens than this one otherwise
+        isReached = refusedOpens(lab) > 0; // otherwise the update has fewer opens than this number
         CHECK(lab.result() == UpdateResult::succeeded);
         CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
         CHECK(lab.timesSeen("TBL_WTCTRLD_UPDATE_CW") == 2);
@@ -52,9 +52,10 @@ TEST_CASE("an update whose printer is held at any one open of its journey ends i
     CHECK(open > kFewestOpensOfAnUpdate);
 }
 
-TEST_CASE("a program that takes the printer again and again only delays the update") {
+TEST_CASE("a program that claims the printer repeatedly only delays the update") {
     SupervisedLab lab;
-    // At the arrival of the loader, where three jobs try to open, and at its first retry; and so with the new firmware.
+    // At the arrival of the loader, where three jobs try to open, and at its first retry; then the same with the new
+    // firmware.
     lab.startWithVK14("fault=holder#3:3000,fault=holder#6:2000,fault=holder#8:3000,fault=holder#11:1000");
     lab.beginUpdate();
     lab.rest();
@@ -63,7 +64,7 @@ TEST_CASE("a program that takes the printer again and again only delays the upda
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
 }
 
-TEST_CASE("what is held is reported with the program that holds it, and is no stall of the printer") {
+TEST_CASE("a held printer is reported with the program that holds it, and not as stalled") {
     SupervisedLab lab;
     lab.startWithVK14("fault=holder#3:600000");
     lab.beginUpdate();
@@ -78,7 +79,7 @@ TEST_CASE("what is held is reported with the program that holds it, and is no st
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("a loader that was held is probed as at its arrival when it is free, and then asked as after any wait") {
+TEST_CASE("a loader that was held is probed as at its arrival once it is free, and then queried as after any wait") {
     Lab lab;
     lab.startWithVK14("fault=holder#3:3000");
     lab.confirmUpdate();
@@ -90,7 +91,7 @@ TEST_CASE("a loader that was held is probed as at its arrival when it is free, a
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a probe that has run is not run again when another program releases the printer later") {
+TEST_CASE("a finished probe is not repeated when another program releases the printer later") {
     Lab lab;
     lab.startWithVK14();
     lab.update();
@@ -108,7 +109,7 @@ TEST_CASE("a probe that has run is not run again when another program releases t
     CHECK_FALSE(lab.logged("found a device finished with firmware update"));
 }
 
-TEST_CASE("a holder that leaves at once is not waited for in vain") {
+TEST_CASE("a holder that releases the printer at once causes no endless wait") {
     Lab lab;
     lab.attach("VK14,fault=holder#1:0");
     lab.start();
@@ -116,7 +117,7 @@ TEST_CASE("a holder that leaves at once is not waited for in vain") {
     CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
 }
 
-TEST_CASE("a printer that was taken while it was held is asked when it is free") {
+TEST_CASE("a printer that was claimed while it was held is queried once it is free") {
     Lab lab;
     lab.startWithVK14();
     lab.bus.setHeldByOther(0, true);

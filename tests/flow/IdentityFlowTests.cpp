@@ -1,5 +1,4 @@
-// Printers that do not report their device ID: what an update can still do for them, and how long they hold the main
-// queue.
+// Printers that do not report their device ID: what an update can still do, and how long they block the main queue.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -9,14 +8,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Learned before the printer is attached, as if it had left in the middle of an update.
+// Stored before the printer is attached, as if it had been detached during an update.
 void leaveInUpdate(std::int64_t progress) {
     const auto saved = TBUSBPrinter::deviceInfoForKey("2A71000301100000");
     saved->set(HOLVEN_TBPrinterDeviceFirmwareStatus, progress);
     saved->set(HOLVEN_TBPrinterFirmwareVersionPrevious, std::string("VK14 01.60"));
 }
 
-// How long the main queue is held while the printer arrives. The bus hands an arrival on at once.
+// How long an arrival blocks the main queue. The bus reports an arrival at once.
 Clock::Duration timeOfArrival(Lab& lab, const std::string& description) {
     const auto begin = lab.clock.elapsed();
     lab.attach(description);
@@ -25,7 +24,7 @@ Clock::Duration timeOfArrival(Lab& lab, const std::string& description) {
 
 } // namespace
 
-TEST_CASE("a printer that comes back from an update without its device ID gets no tables, and is remembered") {
+TEST_CASE("a printer that returns from an update without its device ID gets no tables, and its progress is kept") {
     Lab lab;
     lab.start();
     leaveInUpdate(2);
@@ -35,7 +34,7 @@ TEST_CASE("a printer that comes back from an update without its device ID gets n
     CHECK(lab.wire() == Wire{"arrive", "INFO  FVER", "STATUS", "INFO  FVER", "MNT_RDCOUNTER_LIFE", "TBL_RDVersion",
                              "MNT_RDCTRLD_CHKSUM", "INFO  SERIAL_NUMBER"});
     CHECK(lab.logged("firmware version changed from VK14 01.60 to VK14 01.61"));
-    CHECK(lab.progress() == 2); // a replug with the ID brings the tables
+    CHECK(lab.progress() == 2); // a replug with the ID then writes the tables
     CHECK(lab.operatorDesk.waiting() == 0);
     const std::string key = lab.printer()->keyUSBdevice();
     lab.bus.unplug(0);
@@ -44,7 +43,7 @@ TEST_CASE("a printer that comes back from an update without its device ID gets n
     CHECK(TBUSBPrinter::deviceInfoForKey(key)->integer(HOLVEN_TBPrinterDeviceFirmwareStatus) == 2);
 }
 
-TEST_CASE("an update whose loader does not report its device ID is a good one") {
+TEST_CASE("an update whose loader does not report its device ID succeeds") {
     SupervisedLab lab;
     lab.startWithVK14("fault=no-id@FLASH_REWRITE");
     lab.beginUpdate();
@@ -57,8 +56,7 @@ TEST_CASE("an update whose loader does not report its device ID is a good one") 
     CHECK(lab.operatorDesk.waiting() == 1);
 }
 
-TEST_CASE(
-    "an update whose new firmware does not report its device ID says so, and is completed by plugging it in again") {
+TEST_CASE("an update whose new firmware does not report its device ID says so, and is completed by a replug") {
     SupervisedLab lab;
     lab.startWithVK14("fault=no-id@FLASH_PROGRAM");
     lab.beginUpdate();
@@ -75,12 +73,12 @@ TEST_CASE(
     CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::identityLost, UpdateResult::succeeded});
 }
 
-TEST_CASE("a printer in its loader that does not report its device ID is offered for completion after a restart") {
+TEST_CASE("a loader without a device ID is offered for completion after a restart of the program") {
     SupervisedLab lab;
     std::string settings;
     std::string offer = "start the update to complete it";
-    SUBCASE("it reports it") {}
-    SUBCASE("it does not") {
+    SUBCASE("it reports its device ID") {}
+    SUBCASE("it does not report it") {
         settings = ",id1284=off";
         offer += "; it does not report its device ID: switch it off and on first";
     }
@@ -89,13 +87,13 @@ TEST_CASE("a printer in its loader that does not report its device ID is offered
     CHECK(lab.supervisor.interruptedText(*lab.printer()) == offer);
 }
 
-TEST_CASE("a working printer without its device ID has no update to complete") {
+TEST_CASE("a printer in normal mode without its device ID has no update to complete") {
     SupervisedLab lab;
     lab.startWithVK14("id1284=off");
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
 }
 
-TEST_CASE("a loader without its device ID is asked for its status and nothing else before its image") {
+TEST_CASE("a loader without its device ID gets only the status query before its image") {
     Lab lab;
     lab.start();
     leaveInUpdate(1);
@@ -104,7 +102,8 @@ TEST_CASE("a loader without its device ID is asked for its status and nothing el
     CHECK(lab.wire() == Wire{"arrive", "STATUS", "FW_UPDFLASH_PROGRAM", "STATUS", "leave"});
 }
 
-TEST_CASE("the arrival of a printer without its device ID holds the main queue for one time-out and the image's time") {
+TEST_CASE("the arrival of a printer without its device ID blocks the main queue for one time-out and the image's "
+          "time") {
     const std::string questions[] = {"STATUS", "FVER", "LIFE", "TBL_RDVersion", "CHKSUM", "SERIAL"};
     for (const int progress : {0, 1, 2, 3}) {
         for (const std::string& question : questions) {
@@ -124,13 +123,13 @@ TEST_CASE("the arrival of a printer without its device ID holds the main queue f
     CHECK(timeOfArrival(lab, "VK14,id1284=off,mode=loader,fault=silence@STATUS#2") <= 5s + 500ms);
 }
 
-TEST_CASE("a printer without its device ID that did not answer can be asked again, and its answers are in step") {
+TEST_CASE("an unresponsive printer without its device ID can be queried again, with replies in step") {
     Lab lab;
     lab.start();
     lab.attach("VK14,id1284=off,fault=late@FVER");
     lab.rest();
     REQUIRE(lab.printer()->firmwareVersion() == std::nullopt);
-    lab.advance(10s); // the late answer is there by now
+    lab.advance(10s); // the late reply has arrived
     lab.printer()->updateInfo();
     lab.rest();
     CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");

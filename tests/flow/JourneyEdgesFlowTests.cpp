@@ -1,5 +1,5 @@
-// Corners of the journey: what is checked again after "Proceed", what a failed open leaves behind, and what the log
-// says about an upload.
+// Special cases of an update: the checks that "Proceed" repeats, the state after a failed open, and the log of an
+// upload.
 #include "Lab.h"
 
 #include <doctest/doctest.h>
@@ -31,7 +31,7 @@ TEST_CASE("the agreement of a VK18DUP names the version as the file has it") {
           "undone");
 }
 
-TEST_CASE("Proceed compares the versions again before it looks at the status") {
+TEST_CASE("Proceed compares the versions again before it checks the status") {
     Lab lab;
     lab.startWithVK14("status=00000:01000:00000");
     lab.printer()->updateFirmware();
@@ -49,7 +49,7 @@ TEST_CASE("Proceed compares the versions again before it looks at the status") {
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("a first half whose open fails sends nothing, says nothing, and stays marked as an update") {
+TEST_CASE("a first half whose open fails sends no command, shows no alert, and keeps its update mark") {
     Lab lab;
     lab.startWithVK14();
     lab.printer()->updateFirmware();
@@ -58,7 +58,7 @@ TEST_CASE("a first half whose open fails sends nothing, says nothing, and stays 
     REQUIRE(lab.operatorDesk.press("Continue"));
     lab.rest();
     REQUIRE(lab.operatorDesk.title().starts_with("-- Warning --"));
-    // The readiness check left the interface open: it is given back first, and then somebody else takes it.
+    // The readiness check left the interface open: release it first, then let another program claim it.
     lab.printer()->closeInterface(nullptr);
     lab.rest();
     lab.bus.setHeldByOther(0, true);
@@ -70,7 +70,7 @@ TEST_CASE("a first half whose open fails sends nothing, says nothing, and stays 
     CHECK(lab.printer()->inFirmwareUpdate());
 }
 
-TEST_CASE("an upload is logged under the line that its readers know, also when nothing failed") {
+TEST_CASE("an upload writes its known log line, also without an error") {
     Lab lab;
     lab.startWithVK14();
     lab.update();
@@ -80,7 +80,7 @@ TEST_CASE("an upload is logged under the line that its readers know, also when n
     CHECK(lab.logged("-[TBUSBPrinterZUL finishFirmwareUpdate]_block_invoke"));
 }
 
-TEST_CASE("a firmware file that is gone when the loader waits for it is told, and nothing is sent") {
+TEST_CASE("a firmware file that is missing when the loader waits for it is reported, and no command is sent") {
     const ChangedSamples archive;
     Lab lab(archive.folder());
     lab.startWithVK14("mode=loader");
@@ -99,7 +99,7 @@ TEST_CASE("a firmware file that is gone when the loader waits for it is told, an
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("a printer's row stays until the command that runs for it has finished") {
+TEST_CASE("a printer's row is kept until its running command has finished") {
     Lab lab;
     lab.startWithVK14();
     lab.printer()->printerCommandQueue()->async([&lab] { lab.clock.sleepFor(10s); });
@@ -110,7 +110,7 @@ TEST_CASE("a printer's row stays until the command that runs for it has finished
     CHECK(lab.rows() == 0);
 }
 
-TEST_CASE("a version that a retired printer still tells selects nothing") {
+TEST_CASE("selecting a row has no effect for a version reported by a retired printer") {
     Lab lab;
     lab.startWithVK14();
     const auto retired = lab.printer();

@@ -1,5 +1,4 @@
-// When an update is judged that the engine itself would hardly bring about: its printer's events are made up, in the
-// order in which real ones come.
+// Verdicts in situations that the engine rarely produces: the tests generate the printer's events in their real order.
 #include "SupervisedLab.h"
 
 #include "protocol/CommandFrame.h"
@@ -61,7 +60,7 @@ struct MadeUp : SupervisedLab {
 
 } // namespace
 
-TEST_CASE("an image that was refused after its last byte may have been taken, until its loader waits for another one") {
+TEST_CASE("an image refused after its last byte may have been taken, until its loader waits for another one") {
     MadeUp lab;
     lab.upToImage();
     lab.image(kImageSize + kFrameHeaderSize, kIOUSBPipeStalled);
@@ -71,7 +70,7 @@ TEST_CASE("an image that was refused after its last byte may have been taken, un
     CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
 }
 
-TEST_CASE("a loader that answers before the questions about a refused image are over does not end its update") {
+TEST_CASE("a loader that replies before the queries about a refused image have ended does not end its update") {
     MadeUp lab;
     lab.upToImage();
     lab.image(kImageSize + kFrameHeaderSize, kIOUSBPipeStalled);
@@ -81,7 +80,7 @@ TEST_CASE("a loader that answers before the questions about a refused image are 
     CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
 }
 
-TEST_CASE("an image that was refused before its last byte was not taken, whatever its printer answers") {
+TEST_CASE("an image refused before its last byte was not taken, whatever its printer replies") {
     MadeUp lab;
     lab.upToImage();
     lab.image(1000, kIOUSBPipeStalled);
@@ -90,7 +89,7 @@ TEST_CASE("an image that was refused before its last byte was not taken, whateve
     CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
 }
 
-TEST_CASE("an image whose printer left before its end was reported is not refused") {
+TEST_CASE("an image whose printer was detached before its end was reported is not refused") {
     MadeUp lab;
     lab.upToImage();
     lab.image(1000, kIOReturnNoDevice);
@@ -98,7 +97,7 @@ TEST_CASE("an image whose printer left before its end was reported is not refuse
     CHECK(lab.update().isOpen());
 }
 
-TEST_CASE("questions that do not end after the report are waited for no longer than a minute") {
+TEST_CASE("queries that do not end after the report are waited for at most a minute") {
     MadeUp lab;
     lab.upToReport();
     lab.advance(59s);
@@ -113,7 +112,7 @@ TEST_CASE("an ended update whose printer turns out to be in its loader does not 
     lab.upToImage();
     lab.image(kImageSize + kFrameHeaderSize, kIOReturnSuccess);
     lab.restart();
-    lab.agree(); // to the update that is made up here
+    lab.agree(); // to the generated update
     lab.rest(1s);
     REQUIRE(lab.operatorDesk.press("Cancel"));
     lab.rest(2min);

@@ -1,3 +1,5 @@
+// The lab: an operator that stores alerts, and the engine with embedded printers on a simulated clock.
+// Used by the flow tests on the test's thread.
 #include "Lab.h"
 
 #include "holven_log/HOLVEN_Log.h"
@@ -109,7 +111,7 @@ Lab::Lab(const fs::path& archiveFolder, std::shared_ptr<const FileReader> reader
 }
 
 Lab::~Lab() {
-    // Whatever a test left behind must not run into the next one: pull everything and let the queues end.
+    // Ends everything that a test left running: removes all services and lets the queues end.
     for (const ServiceToken token : registry.services()) registry.serviceTerminated(token);
     while (operatorDesk.waiting() > 0) static_cast<void>(operatorDesk.press(operatorDesk.buttons().front()));
     rest();
@@ -201,9 +203,7 @@ bool Lab::logged(const std::string& part) const {
     return timesLogged(part) > 0;
 }
 
-// ---- archive --------------------------------------------------------------------------------------------------------
-
-// ---- what a VK14 sees -----------------------------------------------------------------------------------------------
+// ---- commands of a VK14 ---------------------------------------------------------------------------------------------
 
 Wire attachWire() {
     return {"STATUS", "INFO  FVER", "MNT_RDCOUNTER_LIFE", "TBL_RDVersion", "MNT_RDCTRLD_CHKSUM", "INFO  SERIAL_NUMBER"};

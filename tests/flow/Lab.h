@@ -1,5 +1,4 @@
-// A bench for journeys: the engine, embedded printers, an operator who answers alerts, and a clock moved by hand. The
-// vocabulary of the tests; what it hides is plumbing only.
+// A test lab for whole scenarios: the engine, embedded printers, an operator who answers alerts, and a simulated clock.
 #pragma once
 
 #include "Classes/Environment.h"
@@ -20,12 +19,12 @@
 
 namespace zul {
 
-/// Keeps the alerts until the test answers them.
+/// Stores alerts until the test answers them.
 class Operator final : public AlertOutlet {
   public:
     void beginAlert(AlertDescription alert) override;
 
-    /// Title of the alert that stands first; empty when none does.
+    /// Title of the first alert; empty if there is none.
     std::string title() const;
     std::string message() const;
     std::vector<std::string> buttons() const;
@@ -33,9 +32,9 @@ class Operator final : public AlertOutlet {
     const AlertDescription& alert() const { return _alerts.front(); }
     bool isEnabled(const std::string& button) const;
     void setAgreed(bool agreed);
-    /// Presses a button of the first alert. False when there is no such button or it is not enabled.
+    /// Presses a button of the first alert. False if the button does not exist or is disabled.
     [[nodiscard]] bool press(const std::string& button);
-    /// Titles of all alerts that were ever shown, in order.
+    /// Titles of all alerts shown so far, in order.
     const std::vector<std::string>& history() const { return _history; }
 
   private:
@@ -51,7 +50,7 @@ class Operator final : public AlertOutlet {
     std::vector<std::string> _history;
 };
 
-/// Leads the engine's alerts to the operator, or to the supervisor of updates on their way there.
+/// Passes the engine's alerts to the operator, directly or through the supervisor of updates.
 class AlertSwitch final : public AlertOutlet {
   public:
     AlertOutlet* to = nullptr;
@@ -69,39 +68,39 @@ class Application final : public ApplicationOutlet {
     TBPrinters* _delegate = nullptr;
 };
 
-/// Commands and where the printer left or came, as one list: "STATUS", "INFO  FVER", "leave", "arrive".
+/// Commands, departures and arrivals as one list: "STATUS", "INFO  FVER", "leave", "arrive".
 using Wire = std::vector<std::string>;
 
 class Lab {
   public:
-    /// archiveFolder: the firmware files; reader: how they are read, null for as they are.
+    /// archiveFolder: the firmware files; reader: null for real reading.
     explicit Lab(const std::filesystem::path& archiveFolder = sampleArchive(),
                  std::shared_ptr<const FileReader> reader = nullptr);
     ~Lab();
 
     static std::filesystem::path sampleArchive();
 
-    /// Adds a printer; see the settings of virtual printers. Before or after start().
+    /// Adds a printer with the settings of a virtual printer. Before or after start().
     std::size_t attach(const std::string& description);
-    /// The controller starts and finds what is attached; everything comes to rest.
+    /// Starts the controller, enumerates the attached printers and waits until all queues are idle.
     void start();
-    /// Lets everything come to rest, at most for this long. True when nothing waits for time any more.
+    /// Runs until all queues are idle, for at most limit. True if no wait or timer is left.
     bool rest(Clock::Duration limit = std::chrono::minutes(10));
     void advance(Clock::Duration span);
-    /// start() with one VK14 that has been asked for its facts.
+    /// start() with one VK14 whose queries have ended.
     void startWithVK14(const std::string& settings = {});
-    /// Operator's part of an update up to and including the last confirmation.
+    /// The operator's answers of an update, including the last confirmation.
     void confirmUpdate(std::size_t row = 0);
-    /// The whole of it, up to the report.
+    /// A whole update up to the report.
     void update(std::size_t row = 0);
 
     std::shared_ptr<TBUSBPrinterZUL> printer(std::size_t row = 0) const;
     std::size_t rows() const { return controller->printers().size(); }
     std::string fact(const char* key, std::size_t row = 0) const;
-    /// deviceFirmwareStatus as the row's object has it; 0 when absent.
+    /// The deviceFirmwareStatus of the row's printer; 0 if absent.
     std::int64_t progress(std::size_t row = 0) const;
 
-    /// What the printers saw since the last call of forgetWire().
+    /// The commands and events since the last forgetWire().
     Wire wire(const std::string& serial = {}) const;
     void forgetWire() { journal->clear(); }
     bool logged(const std::string& part) const;
@@ -131,7 +130,7 @@ struct ChangedSamples : ChangedArchive {
     ChangedSamples() : ChangedArchive(Lab::sampleArchive()) {}
 };
 
-// The commands of the steps that every journey is made of, for a VK14.
+// The commands of the steps that every scenario contains, for a VK14.
 Wire attachWire();
 Wire tablesWire();
 

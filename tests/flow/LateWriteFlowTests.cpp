@@ -1,4 +1,4 @@
-// Writes whose end the bus reports wrongly, because the printer was quicker: it took the command and left.
+// Writes with a wrong result: the printer accepted the command and was detached before the bus completed the write.
 #include "SupervisedLab.h"
 
 #include "protocol/CommandFrame.h"
@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// The bus reports this code for a command that the printer has taken.
+// Makes the bus report this code for a command that the printer has accepted.
 class WrongEnd final : public PrinterEventsOutlet {
   public:
     WrongEnd(SupervisedLab& lab, std::uint32_t command, IOReturn code)
@@ -33,7 +33,7 @@ class WrongEnd final : public PrinterEventsOutlet {
 
 } // namespace
 
-TEST_CASE("a printer that leaves before the write of the loader command is over has taken the command") {
+TEST_CASE("a printer detached before the write of the loader command has ended has accepted the command") {
     for (const IOReturn code : {kIOReturnNoDevice, kIOReturnNotResponding}) {
         CAPTURE(code);
         SupervisedLab lab;
@@ -55,7 +55,7 @@ TEST_CASE("a printer that restarts although the bus reported a failed command is
     CHECK(lab.update().verdict.isCorrected);
 }
 
-TEST_CASE("a printer that leaves before the write of the image is over is judged by the version it comes back with") {
+TEST_CASE("a printer detached before the write of the image has ended is judged by the version after its return") {
     for (const IOReturn code : {kIOReturnNoDevice, kIOReturnNotResponding}) {
         CAPTURE(code);
         SupervisedLab lab;

@@ -1,4 +1,4 @@
-// Every model, admitted for the test: its facts, its archive row and its whole update.
+// Every model, admitted for the test: its device info, its archive row and its whole update.
 #include "Lab.h"
 
 #include <algorithm>
@@ -52,7 +52,7 @@ TEST_CASE("each model is updated to the version of its own archive row, with its
     }
 }
 
-TEST_CASE("a VK-RZ7 is not finished at its intermediate version but after one more restart of its own") {
+TEST_CASE("a VK-RZ7 is not finished with its intermediate version but after one more restart of its own") {
     Lab lab;
     lab.environment.admittedProductIDs = {5};
     lab.attach("VK-RZ7");
@@ -69,7 +69,7 @@ TEST_CASE("a VK-RZ7 is not finished at its intermediate version but after one mo
     CHECK(std::ranges::count(wire, std::string("FW_UPDFLASH_PROGRAM")) == 1);
 }
 
-TEST_CASE("a VK-RZ7 is warned about its media by version") {
+TEST_CASE("a VK-RZ7 gets a warning about its media that depends on the version") {
     for (const auto& [firmware, isWarned] : {std::pair{"VK-RZ7 02.03", true}, std::pair{"VK-RZ7 02.04", false}}) {
         CAPTURE(firmware);
         Lab lab;
@@ -87,7 +87,7 @@ TEST_CASE("a VK-RZ7 is warned about its media by version") {
     }
 }
 
-TEST_CASE("a VK28 is asked for its eight tables, first of one medium and then of the other") {
+TEST_CASE("a VK28 is queried for its eight tables, first of one medium and then of the other") {
     Lab lab;
     lab.environment.admittedProductIDs = {0x9001};
     lab.attach("VK28");
@@ -114,7 +114,7 @@ TEST_CASE("a VK28 is asked for its eight tables, first of one medium and then of
     CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion300HD) == "0100");
 }
 
-TEST_CASE("a VK26 is asked for three tables without a payload") {
+TEST_CASE("a VK26 is queried for three tables without a payload") {
     Lab lab;
     lab.environment.admittedProductIDs = {0x8B01};
     lab.attach("VK26");

@@ -1,5 +1,5 @@
-// What an update comes to once its printer was ordered into the loader: it is not called untouched any more, what was
-// read before says nothing about it, and a printer that gets on after all is followed again.
+// Updates whose printer was ordered into the loader: it is no longer called untouched, values read before prove
+// nothing, and a printer that continues after all is followed again.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -24,7 +24,7 @@ std::string silences(const char* word, int first, int last) {
 
 // ---- untouched or not -----------------------------------------------------------------------------------------------
 
-TEST_CASE("a printer whose files are damaged is untouched before the order, and not after it") {
+TEST_CASE("a printer whose files are damaged is untouched before the order, but not after it") {
     ChangedSamples samples;
     SupervisedLab lab(samples.folder());
     lab.startWithVK14();
@@ -45,7 +45,7 @@ TEST_CASE("a printer whose files are damaged is untouched before the order, and 
     CHECK(lab.update().verdict.isUntouched() != isOrdered);
 }
 
-TEST_CASE("a printer that another program holds in its loader is busy, and not untouched") {
+TEST_CASE("a printer that another program holds in its loader is busy, but not untouched") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14("fault=holder#3:600000"); // the open of the loader
@@ -70,7 +70,7 @@ TEST_CASE("a version that was read before the order does not make the update a s
     CHECK(lab.update().verdict.isAfterOrder);
 }
 
-TEST_CASE("a printer that was cut off in the middle of its image and does not answer has not taken it") {
+TEST_CASE("an unresponsive printer that was cut off during its image has not taken it") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14("fault=unplug@FLASH_PROGRAM" + silences("STATUS", 5, 60));
@@ -83,7 +83,7 @@ TEST_CASE("a printer that was cut off in the middle of its image and does not an
     CHECK(lab.update().advice.starts_with("Switch the printer off and on"));
 }
 
-TEST_CASE("a printer that has its image and does not answer is not back, whatever its tables are") {
+TEST_CASE("an unresponsive printer that has its image is not back, whatever its tables are") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14(silences("STATUS", 6, 60).substr(1) + silences("FVER", 3, 20));
@@ -95,16 +95,16 @@ TEST_CASE("a printer that has its image and does not answer is not back, whateve
     CHECK(lab.ends.front() == UpdateResult::notBack);
 }
 
-TEST_CASE("only a stalled printer that has taken its image may be sent a second one") {
+TEST_CASE("a second image may be sent only to a stalled printer that has taken its image") {
     std::string faults;
     UpdatePhase phase = UpdatePhase::checking;
     bool mayGetImage = false;
     std::string reason;
-    SUBCASE("not one whose loader does not answer") {
+    SUBCASE("not to one whose loader is unresponsive") {
         faults = silences("STATUS", 4, 60);
         phase = UpdatePhase::loaderBack;
     }
-    SUBCASE("not one that is back and does not answer: its status is still that of its loader") {
+    SUBCASE("not to one that is back and unresponsive: its status is still that of its loader") {
         faults = silences("STATUS", 6, 60) + silences("FVER", 3, 20);
         phase = UpdatePhase::restarted;
         reason = "This printer does not answer. Switch it off and on: its update continues.";
@@ -139,7 +139,7 @@ TEST_CASE("only a stalled printer that has taken its image may be sent a second 
 
 // ---- followed again -------------------------------------------------------------------------------------------------
 
-TEST_CASE("a printer that comes back after its update was given up is reserved and kept again until the end") {
+TEST_CASE("a printer that returns after its update was given up is reserved and kept again until the end") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 20s});
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
@@ -176,7 +176,7 @@ TEST_CASE(
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
 }
 
-TEST_CASE("an update that is followed again is watched: it stalls and is given up like any other") {
+TEST_CASE("an update that is followed again is monitored: it stalls and is given up like any other") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     lab.startWithVK14("fault=never-back@FLASH_REWRITE,fault=never-back@FLASH_PROGRAM");

@@ -1,4 +1,4 @@
-// What is said while an update takes long, how long the program waits, and what an end leaves to the printer.
+// Texts while an update takes long, the time limits of the program, and the state after the end of an update.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -12,7 +12,7 @@ namespace {
 using Equal = UpdateSupervisor::Equal;
 using Results = std::vector<UpdateResult>;
 
-// "after-update=" with the cover open for so many answers.
+// "after-update=" with the cover open for this many replies.
 std::string coverOpen(int answers) {
     std::string statuses = "after-update=01000";
     for (int answer = 1; answer < answers; ++answer) statuses += ":01000";
@@ -23,7 +23,7 @@ std::string coverOpen(int answers) {
 
 // ---- stalled, waiting, dismissed ------------------------------------------------------------------------------------
 
-TEST_CASE("a loader that another program holds is waited for, and may be dismissed when that takes long") {
+TEST_CASE("a loader that another program holds is waited for, and may be dismissed if that takes long") {
     SupervisedLab lab;
     lab.startWithVK14("fault=holder#3:600000");
     lab.beginUpdate();
@@ -34,11 +34,11 @@ TEST_CASE("a loader that another program holds is waited for, and may be dismiss
     CHECK(lab.update().advice.starts_with("Close that program or wait until it has finished."));
     lab.advance(3min);
     CHECK(lab.update().isWaiting);
-    CHECK_FALSE(lab.update().isStalled); // it is not the printer that is silent
+    CHECK_FALSE(lab.update().isStalled); // the printer itself is not unresponsive
     CHECK(lab.update().mayBeDismissed);
 }
 
-TEST_CASE("the advice about a stalled update goes away when its printer gets on") {
+TEST_CASE("the advice about a stalled update disappears when its printer continues") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     lab.beginUpdate();
@@ -53,7 +53,7 @@ TEST_CASE("the advice about a stalled update goes away when its printer gets on"
     CHECK(lab.update().advice.empty());
 }
 
-TEST_CASE("the advice about another place goes away when the printer is back at its own") {
+TEST_CASE("the advice about another location disappears when the printer is back at its own") {
     SupervisedLab lab;
     lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE,fault=never-back@FLASH_PROGRAM");
     lab.beginUpdate();
@@ -68,7 +68,7 @@ TEST_CASE("the advice about another place goes away when the printer is back at 
     CHECK(lab.update().advice.empty());
 }
 
-TEST_CASE("a question that waits for the operator does not hide that the printer is silent") {
+TEST_CASE("a pending question to the operator does not hide that the printer is unresponsive") {
     SupervisedLab lab;
     lab.startWithVK14("program=900000");
     lab.beginUpdate();
@@ -83,7 +83,7 @@ TEST_CASE("a question that waits for the operator does not hide that the printer
     CHECK(lab.update().isStalled);
 }
 
-TEST_CASE("a printer that is not ready is not waited for while its operator is asked what to do") {
+TEST_CASE("the time of a question to the operator is not part of the wait for a printer that is not ready") {
     SupervisedLab lab;
     lab.startWithVK14("status=00000:01000");
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -96,7 +96,7 @@ TEST_CASE("a printer that is not ready is not waited for while its operator is a
     CHECK(lab.update().advice.empty());
 }
 
-TEST_CASE("a printer that is not ready is reported as early as a silent one where the time is set") {
+TEST_CASE("a printer that is not ready is reported as early as an unresponsive one if the time is set") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.stallAfter = 2s});
     lab.startWithVK14(coverOpen(100) + ":00000");
@@ -108,7 +108,7 @@ TEST_CASE("a printer that is not ready is reported as early as a silent one wher
     CHECK(lab.update().isWaiting);
 }
 
-TEST_CASE("the machine is kept awake from the order to the end, and not for an update that was dismissed") {
+TEST_CASE("the machine is kept awake from the order to the end, but not for a dismissed update") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -130,7 +130,7 @@ TEST_CASE("the machine is kept awake from the order to the end, and not for an u
     CHECK_FALSE(lab.isKeptAwake);
 }
 
-TEST_CASE("the progress of all updates, and what a stop must wait for, leave out what has ended or was dismissed") {
+TEST_CASE("ended and dismissed updates are not part of the total progress or of what a stop must wait for") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 10min});
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
@@ -139,7 +139,7 @@ TEST_CASE("the progress of all updates, and what a stop must wait for, leave out
     lab.rest(1s);
     const double atBeginning = lab.supervisor.progress();
     CHECK(atBeginning < 0.5);
-    CHECK_FALSE(lab.supervisor.isAnyBetweenCommands()); // nothing is sent yet
+    CHECK_FALSE(lab.supervisor.isAnyBetweenCommands()); // no command was sent yet
     lab.agree();
     REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
     lab.rest(2min);
@@ -158,7 +158,7 @@ TEST_CASE("the progress of all updates, and what a stop must wait for, leave out
 
 // ---- the end --------------------------------------------------------------------------------------------------------
 
-TEST_CASE("a refused image is not judged before its loader was asked") {
+TEST_CASE("a refused image gets its verdict only after its loader was queried") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@FLASH_PROGRAM,fault=silence@STATUS#5");
     lab.beginUpdate();
@@ -171,9 +171,9 @@ TEST_CASE("a refused image is not judged before its loader was asked") {
     CHECK(lab.result() == UpdateResult::imageNotTaken);
 }
 
-TEST_CASE("a printer that leaves after the report is judged at once") {
+TEST_CASE("a printer detached after the report gets its verdict at once") {
     SupervisedLab lab;
-    lab.startWithVK14("fault=silence@SERIAL_NUMBER#2"); // the last round takes five seconds
+    lab.startWithVK14("fault=silence@SERIAL_NUMBER#2"); // the last queries take five seconds
     lab.beginUpdate();
     for (int step = 0; step < 3000 && !lab.update().state.isReported; ++step) lab.advance(50ms);
     REQUIRE(lab.update().isOpen());
@@ -182,7 +182,7 @@ TEST_CASE("a printer that leaves after the report is judged at once") {
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("an update that was given up while its printer was not ready is completed when it is") {
+TEST_CASE("an update given up while its printer was not ready is completed when it is") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 20s});
     lab.startWithVK14(coverOpen(120) + ":00000"); // for a minute
@@ -195,7 +195,7 @@ TEST_CASE("an update that was given up while its printer was not ready is comple
     CHECK(lab.timesSeen("TBL_WTCTRLD_UPDATE_CW") == 2);
 }
 
-TEST_CASE("an update that is stopped says so, whatever else keeps its printer") {
+TEST_CASE("a stopped update is reported as stopped, whatever else delays its printer") {
     SupervisedLab lab;
     SUBCASE("it is held by another program") {
         lab.startWithVK14("fault=holder#3:600000");
@@ -203,7 +203,7 @@ TEST_CASE("an update that is stopped says so, whatever else keeps its printer") 
         lab.rest(90s);
         REQUIRE(lab.update().isWaiting);
     }
-    SUBCASE("it is at another place") {
+    SUBCASE("it is at another location") {
         lab.startWithVK14("fault=elsewhere@FLASH_REWRITE");
         lab.beginUpdate();
         lab.rest(90s);
@@ -219,9 +219,10 @@ TEST_CASE("an update that is stopped says so, whatever else keeps its printer") 
     CHECK_FALSE(lab.update().mayBeDismissed);
 }
 
-TEST_CASE("an earlier interruption explains only the silence of a printer that waits for the rest of its image") {
+TEST_CASE("an earlier interruption is the reason only for an unresponsive printer that waits for the rest of its "
+          "image") {
     SupervisedLab lab;
-    SUBCASE("a printer that answers is declined for its own reason") {
+    SUBCASE("a printer that replies is declined for its own reason") {
         lab.startWithVK14();
         lab.cutOffEarlierRun("writing");
         lab.supervisor.begin(lab.printer(), Equal::install);
@@ -231,7 +232,7 @@ TEST_CASE("an earlier interruption explains only the silence of a printer that w
         CHECK(lab.result() == UpdateResult::declined);
         CHECK(lab.update().verdict.reason == "it was declined");
     }
-    SUBCASE("a silent one whose tables were being written does not answer") {
+    SUBCASE("an unresponsive one whose tables were being written is reported as unresponsive") {
         lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
         lab.cutOffEarlierRun("color tables");
         lab.supervisor.begin(lab.printer(), Equal::install);

@@ -1,5 +1,5 @@
-// The operator's answers during an update: whose time a question is, what a refusal ends and what it leaves alone, and
-// when the engine's own reports are shown.
+// The operator's answers during an update: which time limit a question belongs to, what a refusal ends and what it does
+// not, and when the engine's own reports are shown.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -12,7 +12,7 @@ namespace {
 using Equal = UpdateSupervisor::Equal;
 using Results = std::vector<UpdateResult>;
 
-// It has taken its image, is still attached and takes longer than its flash usually takes.
+// It has taken its image, is still attached, and takes longer than programming usually takes.
 void stallWhileProgramming(SupervisedLab& lab) {
     lab.startWithVK14("program=900000");
     lab.beginUpdate();
@@ -36,7 +36,7 @@ TEST_CASE("an update is shown as asking from its question to the answer") {
     CHECK_FALSE(lab.update().isAsking);
 }
 
-TEST_CASE("an update is not given up for the time that its operator took to answer") {
+TEST_CASE("the operator's time for an answer does not make an update be given up") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 1min});
     lab.startWithVK14();
@@ -50,7 +50,7 @@ TEST_CASE("an update is not given up for the time that its operator took to answ
     CHECK(lab.ends == Results{UpdateResult::succeeded});
 }
 
-TEST_CASE("an operator who does not wait for a busy printer reads who uses it") {
+TEST_CASE("an operator who does not wait for a busy printer is shown which program uses it") {
     SupervisedLab lab;
     lab.startWithVK14("fault=holder#2:600000");
     lab.beginUpToQuestion();
@@ -62,7 +62,7 @@ TEST_CASE("an operator who does not wait for a busy printer reads who uses it") 
     CHECK(lab.update().verdict.isUntouched());
 }
 
-TEST_CASE("an update that was stopped at its last question stays stopped when that is answered") {
+TEST_CASE("an update stopped at its last question remains stopped when the question is answered") {
     SupervisedLab lab;
     lab.startWithVK14("firmware=VK14 09.00");
     lab.beginUpToQuestion();
@@ -75,7 +75,7 @@ TEST_CASE("an update that was stopped at its last question stays stopped when th
 
 // ---- a second start of a stalled update -----------------------------------------------------------------------------
 
-TEST_CASE("a second start that is declined leaves the first one as it is") {
+TEST_CASE("declining a second start does not change the first one") {
     SupervisedLab lab;
     stallWhileProgramming(lab);
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -89,7 +89,7 @@ TEST_CASE("a second start that is declined leaves the first one as it is") {
     CHECK(lab.records().size() == 1);
 }
 
-TEST_CASE("a second start shows a dismissed update again, reserves its printer and gives it new time") {
+TEST_CASE("a second start shows a dismissed update again, reserves its printer and restarts its time") {
     SupervisedLab lab;
     stallWhileProgramming(lab);
     const std::string key = lab.update().state.key;
@@ -106,7 +106,7 @@ TEST_CASE("a second start shows a dismissed update again, reserves its printer a
     CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
 }
 
-TEST_CASE("a second start of an update that is shown keeps its printer reserved") {
+TEST_CASE("a second start of a visible update keeps its printer reserved") {
     SupervisedLab lab;
     stallWhileProgramming(lab);
     const std::string key = lab.update().state.key;
@@ -117,8 +117,8 @@ TEST_CASE("a second start of an update that is shown keeps its printer reserved"
     CHECK(lab.notes.empty());
 }
 
-TEST_CASE("a printer that cannot be reserved is updated all the same, and its operator reads why, once") {
-    SupervisedLab lab(Lab::sampleArchive(), /*hasHistory=*/true, std::string(200, 'n')); // no lock has such a name
+TEST_CASE("a printer that cannot be reserved is updated nevertheless, and its operator is shown the reason once") {
+    SupervisedLab lab(Lab::sampleArchive(), /*hasHistory=*/true, std::string(200, 'n')); // too long for a lock's name
     lab.startWithVK14();
     lab.beginUpdate();
     lab.rest();
@@ -129,7 +129,7 @@ TEST_CASE("a printer that cannot be reserved is updated all the same, and its op
 
 // ---- reports --------------------------------------------------------------------------------------------------------
 
-TEST_CASE("a report of a problem waits for the verdict, and a success is shown before it") {
+TEST_CASE("a report of a problem is shown after the verdict, a success before it") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
@@ -162,7 +162,7 @@ TEST_CASE("a verdict that is shown before the engine's report says what to do") 
     CHECK(lab.operatorDesk.alert().style == AlertStyle::critical);
 }
 
-TEST_CASE("advice that several damaged files have in common is given once") {
+TEST_CASE("advice that is the same for several damaged files is given once") {
     ChangedSamples archive;
     std::filesystem::remove(archive.folder() / "VK14_600_0161.cwd");
     std::filesystem::remove(archive.folder() / "VK14_300_0161.cwd");

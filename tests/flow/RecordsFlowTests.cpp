@@ -1,5 +1,5 @@
-// What an update means to other processes and to later runs: the printer's lock, the history, and updates that earlier
-// runs did not end.
+// Updates as other processes and later runs see them: the printer's lock, the history, and updates that earlier runs
+// did not end.
 #include "SupervisedLab.h"
 
 #include "platform/foundation/LocalTime.h"
@@ -16,7 +16,7 @@ namespace {
 
 using Equal = UpdateSupervisor::Equal;
 
-// Another process of ours that has reserved the printer.
+// Another process of this product that has reserved the printer.
 struct OtherProgram {
     explicit OtherProgram(SupervisedLab& lab)
         : process({ZUL_LOCK_HOLDER, lab.nameSpace, "0"}), key(lab.printer()->keyUSBdevice()) {
@@ -58,7 +58,7 @@ TEST_CASE("an update of a printer that another process has reserved is refused w
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("the process that has reserved a printer is asked for its phase while the update runs, and not afterwards") {
+TEST_CASE("the process that has reserved a printer is queried for its phase during the update, and not afterwards") {
     SupervisedLab lab;
     lab.startWithVK14("restart=5000");
     const std::string key = lab.printer()->keyUSBdevice();
@@ -74,12 +74,12 @@ TEST_CASE("the process that has reserved a printer is asked for its phase while 
     CHECK_FALSE(lab.locks.ask(key));
 }
 
-TEST_CASE("a printer that was found in its loader and is reserved by another process is left alone") {
+TEST_CASE("a printer found in its loader that another process has reserved is not used") {
     SupervisedLab lab;
     lab.startWithVK14("mode=loader");
     lab.bus.unplug(0);
     lab.rest();
-    lab.bus.plug(0); // a printer that is attached for the second time is known, and its loader is reported
+    lab.bus.plug(0); // a printer that is attached for the second time is known, so its loader is reported
     lab.rest();
     OtherProgram other(lab);
     lab.forgetWire();
@@ -99,7 +99,7 @@ TEST_CASE("a printer that this program has claimed is updated") {
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("a printer that nobody waits for any more is free for other programs until it gets on") {
+TEST_CASE("a printer of a dismissed update is free for other programs until it continues") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     const std::string key = lab.printer()->keyUSBdevice();
@@ -125,7 +125,7 @@ TEST_CASE("the lock of a claim becomes that of the update, and is handed back wh
     REQUIRE(lab.claim);
     lab.beginUpdate();
     CHECK_FALSE(lab.claim);
-    lab.advance(5s); // it is back as its loader
+    lab.advance(5s); // it is back in its loader
     auto answer = lab.locks.ask(key);
     REQUIRE(answer);
     CHECK(answer->activity == "update");
@@ -192,7 +192,7 @@ TEST_CASE("an update has its record before its first question to the operator") 
     CHECK(record.verdicts.empty());
 }
 
-TEST_CASE("the record of a good update has its phases once each, with their times, and its verdict") {
+TEST_CASE("the record of a successful update has each phase once, with its duration, and its verdict") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
@@ -202,7 +202,7 @@ TEST_CASE("the record of a good update has its phases once each, with their time
                                                        "in the loader", "writing", "programming", "restarting",
                                                        "restarted", "color tables"});
     for (const UpdatePhaseTime& phase : record.phases) CHECK_MESSAGE(phase.duration, phase.name);
-    CHECK(record.phases.at(2).duration == 2000); // as long as the virtual printer takes
+    CHECK(record.phases.at(2).duration == 2000); // the time that the virtual printer takes
     REQUIRE(record.verdicts.size() == 1);
     CHECK(record.verdicts.front().verdict == "succeeded");
     CHECK(record.verdicts.front().isSuccess);
@@ -212,7 +212,7 @@ TEST_CASE("the record of a good update has its phases once each, with their time
     CHECK(record.verdicts.front().retries == 0);
 }
 
-TEST_CASE("an update that is declined has a record with its reason") {
+TEST_CASE("a declined update has a record with its reason") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.supervisor.begin(lab.printer(), Equal::skip);
@@ -232,7 +232,7 @@ TEST_CASE("a printer that is up to date gets no record") {
     CHECK(current.newestRecord().id == 0);
 }
 
-TEST_CASE("a verdict that is corrected is corrected in the record") {
+TEST_CASE("a corrected verdict is corrected in the record") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_PROGRAM");
     UpdateSettings settings;
@@ -250,7 +250,7 @@ TEST_CASE("a verdict that is corrected is corrected in the record") {
     CHECK(record.verdicts.at(1).verdict == "succeeded");
 }
 
-TEST_CASE("a history that cannot be used is reported once in each way and does not stop the update") {
+TEST_CASE("an unusable history is reported once per cause and does not stop the update") {
     SupervisedLab lab;
     std::filesystem::create_directory(lab.stateFolder.path / "history.sqlite");
     lab.startWithVK14();
@@ -262,7 +262,7 @@ TEST_CASE("a history that cannot be used is reported once in each way and does n
     CHECK(lab.notes.at(1).find("history.sqlite cannot be written") != std::string::npos);
 }
 
-TEST_CASE("how long a phase usually takes on a model comes from its past updates") {
+TEST_CASE("the usual time of a phase on a model comes from its past updates") {
     SupervisedLab lab;
     UpdateHistory history({.folder = lab.stateFolder.path});
     for (int count = 0; count < 3; ++count) {
@@ -281,7 +281,7 @@ TEST_CASE("how long a phase usually takes on a model comes from its past updates
 
 TEST_CASE("an update that an earlier run did not end is offered for completion until one succeeds") {
     SupervisedLab lab;
-    lab.startWithVK14("firmware=VK14 01.61,tables=0161"); // the versions alone would say that there is nothing to do
+    lab.startWithVK14("firmware=VK14 01.61,tables=0161"); // by the versions alone there is nothing to do
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
     CHECK(lab.supervisor.isUpToDate(*lab.printer()));
     lab.cutOffEarlierRun("color tables");
@@ -296,7 +296,7 @@ TEST_CASE("an update that an earlier run did not end is offered for completion u
     CHECK(lab.supervisor.isUpToDate(*lab.printer()));
 }
 
-TEST_CASE("an update that was cut off before its first command needs no completion") {
+TEST_CASE("an update interrupted before its first command needs no completion") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.cutOffEarlierRun("checking");
@@ -310,7 +310,8 @@ TEST_CASE("a printer in its loader is offered for completion without a record") 
     CHECK(lab.supervisor.interruptedText(*lab.printer()) == "start the update to complete it");
 }
 
-TEST_CASE("a printer that waits for the rest of an image is not called unchanged, and its owner reads what helps") {
+TEST_CASE("a printer that waits for the rest of an image is not called unchanged, and its operator is shown the "
+          "remedy") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     lab.cutOffEarlierRun("writing");
@@ -326,7 +327,7 @@ TEST_CASE("a printer that waits for the rest of an image is not called unchanged
 
 // ---- the files ------------------------------------------------------------------------------------------------------
 
-TEST_CASE("a missing color table is reported before the first question, and nothing is sent") {
+TEST_CASE("a missing color table is reported before the first question, and no command is sent") {
     ChangedSamples archive;
     std::filesystem::remove(archive.folder() / "VK14_600_0161.cwd");
     SupervisedLab lab(archive.folder());
@@ -343,13 +344,13 @@ TEST_CASE("a missing color table is reported before the first question, and noth
 
 // ---- after the verdict ----------------------------------------------------------------------------------------------
 
-TEST_CASE("an update that was given up while the printer was not ready does not begin when it gets ready") {
+TEST_CASE("an update given up while the printer was not ready does not begin when it gets ready") {
     SupervisedLab lab;
     UpdateSettings settings;
     settings.giveUpAfter = 1min;
     lab.supervisor.setSettings(settings);
     std::string status = "status=00000:00000";                     // of the arrival and of the check
-    for (int count = 0; count < 3000; ++count) status += ":01000"; // the cover is open for long
+    for (int count = 0; count < 3000; ++count) status += ":01000"; // the cover is open for a long time
     lab.startWithVK14(status + ":00000");
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest(1s);
@@ -370,7 +371,7 @@ TEST_CASE("a printer whose last update failed is not up to date, whatever its ve
     lab.rest();
     REQUIRE(lab.result() == UpdateResult::tablesMissing);
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
-    lab.supervisor.dismiss(lab.printer()->keyUSBdevice()); // what another run knows is in the history
+    lab.supervisor.dismiss(lab.printer()->keyUSBdevice()); // the history holds what another run knows
     lab.supervisor.readInterrupted([] {});
     lab.rest(1s);
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
@@ -384,7 +385,7 @@ TEST_CASE("a printer whose last update failed is not up to date, whatever its ve
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
 }
 
-TEST_CASE("a printer that did not take the order to restart is offered nothing to complete") {
+TEST_CASE("a printer that did not accept the order to restart is not offered for completion") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@REWRITE");
     lab.beginUpdate();
@@ -393,7 +394,7 @@ TEST_CASE("a printer that did not take the order to restart is offered nothing t
     CHECK(lab.supervisor.interruptedText(*lab.printer()).empty());
 }
 
-TEST_CASE("a printer whose update was given up in its image is not called unchanged when it does not answer") {
+TEST_CASE("an unresponsive printer whose update was given up during its image is not called unchanged") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     UpdateState givenUp;

@@ -1,5 +1,5 @@
-// Printers that leave at the wrong moment, come back late, stay in their loader or answer badly: what is lost, what
-// goes on by itself, and what the operator can do.
+// Printers that are detached at a bad moment, return late, remain in their loader or reply badly: what is lost, what
+// continues by itself, and what the operator can do.
 #include "Lab.h"
 
 #include <algorithm>
@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// The operator starts again with a printer that shows firmware update mode: no question after the agreement.
+// The operator starts again with a printer in firmware update mode: no question after the agreement.
 void uploadAgain(Lab& lab) {
     lab.printer()->updateFirmware();
     lab.rest(100ms);
@@ -25,7 +25,7 @@ std::ptrdiff_t timesSeen(const Lab& lab, const char* command) {
     return std::ranges::count(wire, std::string(command));
 }
 
-// A printer that is attached for the second time is known, and is asked where it stands.
+// A printer that is attached for the second time is known, and is probed for its state.
 void startWithKnownLoader(Lab& lab) {
     lab.startWithVK14("mode=loader");
     lab.bus.unplug(0);
@@ -36,21 +36,21 @@ void startWithKnownLoader(Lab& lab) {
 
 } // namespace
 
-TEST_CASE("a printer that is pulled in the middle of the image is updated by starting again") {
+TEST_CASE("a printer unplugged during the image is updated by starting again") {
     Lab lab;
     lab.startWithVK14("fault=unplug@FLASH_PROGRAM");
     lab.confirmUpdate();
-    lab.rest(1min); // it came back as its loader, and is waited for: it will not become idle by itself
+    lab.rest(1min); // it returned as its loader and is waited for; it does not become idle by itself
     REQUIRE(lab.rows() == 1);
     CHECK(lab.progress() == 2);
     CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
     uploadAgain(lab);
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
     CHECK(lab.operatorDesk.message() == "Firmware version updated from VK14 01.60 to VK14 01.61");
-    CHECK(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 1); // the first one never became complete
+    CHECK(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 1); // the first one was never complete
 }
 
-TEST_CASE("a printer whose loader refuses the image stays in update mode until the operator starts again") {
+TEST_CASE("a printer whose loader refuses the image remains in update mode until the operator starts again") {
     Lab lab;
     lab.startWithVK14("fault=stay-in-loader@FLASH_PROGRAM");
     lab.confirmUpdate();
@@ -61,7 +61,7 @@ TEST_CASE("a printer whose loader refuses the image stays in update mode until t
     CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
 }
 
-TEST_CASE("a printer that is pulled while it is waited for loses its row and its wait") {
+TEST_CASE("a printer unplugged while it is waited for loses its row, and its wait ends") {
     Lab lab;
     lab.startWithVK14("fault=stay-in-loader@FLASH_PROGRAM");
     lab.confirmUpdate();
@@ -73,12 +73,12 @@ TEST_CASE("a printer that is pulled while it is waited for loses its row and its
     CHECK(timesSeen(lab, "TBL_CL") == 0);
 }
 
-TEST_CASE("a printer that is pulled on its way to the loader goes on when it is plugged in again") {
+TEST_CASE("a printer unplugged during its restart into the loader continues when it is plugged in again") {
     Lab lab;
     lab.startWithVK14("restart=5000");
     lab.confirmUpdate();
     lab.advance(1s);
-    lab.bus.unplug(0); // while it is away: its own return does not bring it back
+    lab.bus.unplug(0); // while it restarts: it does not return by itself
     lab.advance(1min);
     CHECK(lab.rows() == 0);
     lab.bus.plug(0);
@@ -86,12 +86,12 @@ TEST_CASE("a printer that is pulled on its way to the loader goes on when it is 
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a printer that is pulled while the first half waits for it is sent nothing more, and is updated by starting "
+TEST_CASE("a printer unplugged while the first half waits for it gets no further command, and is updated by starting "
           "again") {
     Lab lab;
     lab.startWithVK14("status=00000:00000:00001:00000"); // printing when the first half begins
     lab.confirmUpdate();
-    lab.advance(200ms); // before it asks again
+    lab.advance(200ms); // before the next query
     lab.bus.unplug(0);
     CHECK(lab.rest());
     CHECK(lab.rows() == 0);
@@ -102,11 +102,11 @@ TEST_CASE("a printer that is pulled while the first half waits for it is sent no
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a printer that is pulled on its way to the new firmware goes on when it is plugged in again") {
+TEST_CASE("a printer unplugged during its restart into the new firmware continues when it is plugged in again") {
     Lab lab;
     lab.startWithVK14("restart=20000,program=1000");
     lab.confirmUpdate();
-    lab.advance(20s + 8s); // back as its loader, written, and gone again
+    lab.advance(20s + 8s); // back in its loader, programmed, and restarting
     REQUIRE(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 1);
     REQUIRE(lab.rows() == 0);
     lab.bus.unplug(0);
@@ -117,7 +117,7 @@ TEST_CASE("a printer that is pulled on its way to the new firmware goes on when 
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a printer that is pulled while its new firmware gets ready gets its tables when it is plugged in again") {
+TEST_CASE("a printer unplugged while its new firmware gets ready gets its tables when it is plugged in again") {
     Lab lab;
     lab.startWithVK14("after-update=00001:00001:00001:00001:00000");
     lab.confirmUpdate();
@@ -134,7 +134,7 @@ TEST_CASE("a printer that is pulled while its new firmware gets ready gets its t
     CHECK(timesSeen(lab, "TBL_WTCTRLD_UPDATE_CW") == 2);
 }
 
-TEST_CASE("a printer that comes back very late is updated all the same") {
+TEST_CASE("a printer that returns very late is updated") {
     Lab lab;
     lab.startWithVK14("restart=600000");
     lab.confirmUpdate();
@@ -142,7 +142,7 @@ TEST_CASE("a printer that comes back very late is updated all the same") {
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a printer that never comes back leaves no row, and its progress is remembered") {
+TEST_CASE("a printer that never returns leaves no row, and its progress is stored") {
     Lab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     lab.confirmUpdate();
@@ -151,7 +151,7 @@ TEST_CASE("a printer that never comes back leaves no row, and its progress is re
     CHECK(TBUSBPrinter::deviceInfoForKey("2A71000301100000")->integer(HOLVEN_TBPrinterDeviceFirmwareStatus) == 1);
 }
 
-TEST_CASE("a printer that comes back on another port is a new printer in its loader, and nothing is sent to it") {
+TEST_CASE("a printer that returns on another port is a new printer in its loader, and gets no command") {
     Lab lab;
     lab.startWithVK14("fault=elsewhere@FLASH_REWRITE");
     lab.confirmUpdate();
@@ -163,7 +163,7 @@ TEST_CASE("a printer that comes back on another port is a new printer in its loa
     CHECK(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 0);
 }
 
-TEST_CASE("a printer first seen in its loader is asked for its status only, and can be updated from there") {
+TEST_CASE("a printer first seen in its loader gets only the status query, and can be updated from there") {
     Lab lab;
     lab.attach("VK14,mode=loader");
     lab.start();
@@ -187,7 +187,7 @@ TEST_CASE("a known printer that is found in its loader raises a question, and Up
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("a loader gets no image where there are no firmware files for it, and the operator is told") {
+TEST_CASE("a loader gets no image without firmware files for it, and the operator is notified") {
     Lab lab;
     lab.bundle.withholdArchive();
     startWithKnownLoader(lab);
@@ -198,7 +198,7 @@ TEST_CASE("a loader gets no image where there are no firmware files for it, and 
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("Ignore leaves a loader alone and asks for a power cycle") {
+TEST_CASE("Ignore leaves a loader unchanged and asks for a power cycle") {
     Lab lab;
     startWithKnownLoader(lab);
     lab.forgetWire();
@@ -210,9 +210,9 @@ TEST_CASE("Ignore leaves a loader alone and asks for a power cycle") {
     CHECK(lab.wire().empty());
 }
 
-TEST_CASE("a loader whose status is no loader's mark gets no image, and the log says why") {
+TEST_CASE("a loader whose status is not a loader's mark gets no image, and the log has the reason") {
     Lab lab;
-    lab.startWithVK14("fault=garbage@STATUS#4,fault=garbage@STATUS#5"); // the loader's first status, asked for twice
+    lab.startWithVK14("fault=garbage@STATUS#4,fault=garbage@STATUS#5"); // the loader's first status and its repetition
     lab.confirmUpdate();
     lab.rest();
     CHECK(lab.logged("Bad Status () while waiting for firmware update"));
@@ -220,7 +220,7 @@ TEST_CASE("a loader whose status is no loader's mark gets no image, and the log 
     CHECK(lab.printer()->inFirmwareUpdate());
 }
 
-TEST_CASE("a loader that does not answer twice is recovered by the operator") {
+TEST_CASE("a loader that twice does not reply is recovered by the operator") {
     Lab lab;
     lab.startWithVK14("fault=silence@STATUS#4,fault=silence@STATUS#5"); // the loader's first status
     lab.confirmUpdate();
@@ -228,12 +228,12 @@ TEST_CASE("a loader that does not answer twice is recovered by the operator") {
     CHECK(lab.logged("Received a null printer status reply ... will try again later"));
     CHECK(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 0);
     CHECK(lab.printer()->inFirmwareUpdate());
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode"); // from the probe behind it
+    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode"); // from the probe after it
     uploadAgain(lab);
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
 
-TEST_CASE("an image that the printer takes too slowly is cut off, leaves value 2 and raises no alert") {
+TEST_CASE("an image that the printer accepts too slowly is cut off, leaves value 2 and raises no alert") {
     Lab lab;
     lab.startWithVK14("speed=200000"); // about 2 MB within 5 s is too much
     lab.confirmUpdate();
@@ -256,7 +256,7 @@ TEST_CASE("a wait for a printer with an open cover lasts as long as the cover is
     CHECK(timesSeen(lab, "STATUS") > 10000); // every half second for hours
 }
 
-TEST_CASE("a printer that is pulled between its tables is still reported, and the facts tell the rest") {
+TEST_CASE("a printer unplugged between its tables is still reported, and the device info shows the rest") {
     Lab lab;
     lab.startWithVK14("fault=unplug@UPDATE_CW#2");
     lab.confirmUpdate();
@@ -268,16 +268,16 @@ TEST_CASE("a printer that is pulled between its tables is still reported, and th
     });
 }
 
-TEST_CASE("an answer longer than any printer sends is refused when it comes again") {
+TEST_CASE("a reply longer than any printer sends is refused even if it is repeated") {
     Lab lab;
     lab.attach("VK14,fault=long-header@FVER,fault=long-header@FVER#2");
     lab.start();
     CHECK(lab.printer()->firmwareVersion() == std::nullopt);
-    CHECK(lab.fact(HOLVEN_TBPrinterLifetimeCounter) == "42"); // its body is not taken for the next answer
+    CHECK(lab.fact(HOLVEN_TBPrinterLifetimeCounter) == "42"); // its body is not taken for the next reply
     CHECK(lab.rows() == 1);
 }
 
-TEST_CASE("an answer that stalls twice loses that one fact and nothing else") {
+TEST_CASE("a reply that stalls twice loses only its own value") {
     Lab lab;
     lab.attach("VK14,fault=stall@LIFE,fault=stall@LIFE#2");
     lab.start();
@@ -287,7 +287,7 @@ TEST_CASE("an answer that stalls twice loses that one fact and nothing else") {
     CHECK(lab.logged("bad read (kIOUSBPipeStalled) on backchannel of ZUL VK14 000001"));
 }
 
-TEST_CASE("an answer without its carriage return is read to its end") {
+TEST_CASE("a reply without its carriage return is read to its end") {
     Lab lab;
     lab.attach("VK14,fault=no-cr@FVER");
     lab.start();

@@ -1,5 +1,5 @@
-// The interface is closed after questions that were cut short and after an update that was not begun, so that other
-// programs can open it.
+// The interface is closed after interrupted queries and after an update that did not begin, so that other programs can
+// open it.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -26,7 +26,7 @@ TEST_CASE("the interface is closed when an update is declined") {
     CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
-TEST_CASE("a printer that was claimed before its update was declined stays claimed") {
+TEST_CASE("a printer that was claimed before its update was declined remains claimed") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.printer()->setIsOwned(1);
@@ -43,7 +43,7 @@ TEST_CASE("the interface is closed when the update of a printer that is not read
     CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
-TEST_CASE("the interface is closed when a printer does not answer the check before its update") {
+TEST_CASE("the interface is closed when a printer does not reply to the check before its update") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -54,7 +54,7 @@ TEST_CASE("the interface is closed when a printer does not answer the check befo
     CHECK(lab.printer()->ownership() == Ownership::none);
 }
 
-TEST_CASE("the interface is closed after the questions of a printer in its loader, and of one that does not answer") {
+TEST_CASE("the interface is closed after the queries of a loader, and of an unresponsive printer") {
     for (const char* settings : {"VK14,mode=loader", "VK14,fault=silence@STATUS#2,fault=silence@STATUS#3"}) {
         CAPTURE(settings);
         SupervisedLab lab;

@@ -1,5 +1,4 @@
-// Restarts that are not as polite as usual, each with its verdict: never an image to the wrong printer, never two to
-// one restart.
+// Unusual restarts, each with its verdict: never an image to the wrong printer, never two images for one restart.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -14,7 +13,7 @@ using Results = std::vector<UpdateResult>;
 constexpr const char* kImage = "FW_UPDFLASH_PROGRAM";
 constexpr const char* kTable = "TBL_WTCTRLD_UPDATE_CW";
 
-// The update of a printer that was in this phase when it was pulled, and does not come back.
+// Starts an update, unplugs its printer in this phase, and does not plug it in again.
 void startUpTo(SupervisedLab& lab, UpdatePhase phase) {
     lab.startWithVK14("location=1-1");
     lab.beginUpdate();
@@ -47,7 +46,7 @@ TEST_CASE("a printer may take any time for its restarts") {
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
-TEST_CASE("a loader that leaves and comes back once more gets one image") {
+TEST_CASE("a loader that is detached and returns once more gets one image") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
@@ -60,12 +59,12 @@ TEST_CASE("a loader that leaves and comes back once more gets one image") {
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
-TEST_CASE("a printer that comes back twice with its new firmware gets no second image") {
+TEST_CASE("a printer that returns twice with its new firmware gets no second image") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
     lab.advanceTo(UpdatePhase::restarting);
-    lab.advance(1900ms); // it comes back after two seconds
+    lab.advance(1900ms); // it returns after two seconds
     lab.bus.unplug(0);
     lab.advance(1s);
     lab.bus.plug(0);
@@ -74,9 +73,9 @@ TEST_CASE("a printer that comes back twice with its new firmware gets no second 
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
-// ---- the same printer, otherwise than before ------------------------------------------------------------------------
+// ---- the same printer, changed --------------------------------------------------------------------------------------
 
-TEST_CASE("a printer that comes back on another port gets no image there, and is named with both places") {
+TEST_CASE("a printer that returns on another port gets no image there, and is reported with both locations") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     const char* fault = "";
@@ -97,7 +96,7 @@ TEST_CASE("a printer that comes back on another port gets no image there, and is
     CHECK(lab.timesSeen(kTable) == 0);
 }
 
-TEST_CASE("a printer that comes back with its old version after the image is not updated") {
+TEST_CASE("a printer that returns with its old version after the image is not updated") {
     SupervisedLab lab;
     startUpTo(lab, UpdatePhase::restarting);
     lab.attach("VK14,location=1-1,serial=000001,firmware=VK14 01.60");
@@ -107,7 +106,7 @@ TEST_CASE("a printer that comes back with its old version after the image is not
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
-TEST_CASE("a printer that comes back as its loader after the image gets no second one by itself") {
+TEST_CASE("a printer that returns in its loader after the image gets no second one by itself") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stay-in-loader@FLASH_PROGRAM");
     lab.beginUpdate();
@@ -118,17 +117,17 @@ TEST_CASE("a printer that comes back as its loader after the image gets no secon
 
 // ---- another printer ------------------------------------------------------------------------------------------------
 
-TEST_CASE("a stranger that is at the printer's place after the order gets no image unless it waits for one") {
+TEST_CASE("another printer at the same location after the order gets no image unless it waits for one") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 3min});
     startUpTo(lab, UpdatePhase::loaderAway);
     std::string reason = "the printer that is attached at its place is not in its loader (Idle)";
     std::string advice = "Check that this is the printer whose update was begun, then start the update again.";
     std::ptrdiff_t images = 0;
-    SUBCASE("it works as usual") {
+    SUBCASE("it is in normal mode") {
         lab.attach("VK14,serial=999999,location=1-1");
     }
-    SUBCASE("it is in its loader: what it waits for is what it gets, and the other printer is not back") {
+    SUBCASE("it is in its loader: it gets the image that it waits for, and the first printer is not back") {
         lab.attach("VK14,serial=999999,location=1-1,mode=loader");
         reason = "another printer (serial number 999999) is attached at its place";
         advice = "Attach the printer whose update was begun, and start its update again.";
@@ -148,13 +147,13 @@ TEST_CASE("a stranger that is at the printer's place after the order gets no ima
     CHECK(lab.timesSeen(kImage) == images);
 }
 
-TEST_CASE("a stranger that is at the printer's place after the image makes no success of its update") {
+TEST_CASE("another printer at the same location after the image does not make its update a success") {
     SupervisedLab lab;
     startUpTo(lab, UpdatePhase::restarting);
     SUBCASE("not even with the right version") {
         lab.attach("VK14,serial=999999,location=1-1,firmware=VK14 01.61,tables=0161");
     }
-    SUBCASE("nor with an old one") {
+    SUBCASE("nor with an old version") {
         lab.attach("VK14,serial=999999,location=1-1,firmware=VK14 01.60");
     }
     lab.rest();
@@ -164,7 +163,7 @@ TEST_CASE("a stranger that is at the printer's place after the image makes no su
     CHECK(lab.operatorDesk.title() == "The update is not complete.");
 }
 
-TEST_CASE("a stranger that is at the printer's place as a loader after the image gets none") {
+TEST_CASE("another printer's loader at the same location after the image gets no image") {
     SupervisedLab lab;
     startUpTo(lab, UpdatePhase::restarting);
     lab.attach("VK14,serial=999999,location=1-1,mode=loader");
@@ -173,7 +172,7 @@ TEST_CASE("a stranger that is at the printer's place as a loader after the image
     CHECK(lab.timesSeen(kImage) == 1);
 }
 
-TEST_CASE("a stranger at another place gets nothing, whatever it is") {
+TEST_CASE("another printer at another location gets no command, whatever it is") {
     UpdatePhase phase = UpdatePhase::loaderAway;
     std::ptrdiff_t images = 0;
     SUBCASE("after the order") {}

@@ -1,5 +1,5 @@
-// The same printer in more than one update of a run, or after an update that has no end: each update is judged by what
-// happened in it, and a success closes the records that earlier attempts left open.
+// Several updates of one printer in a run, or an update after one without an end: each update is judged by its own
+// events, and a success closes the records that earlier attempts left open.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -13,7 +13,7 @@ namespace {
 using Equal = UpdateSupervisor::Equal;
 using Results = std::vector<UpdateResult>;
 
-// One good update, whose report the operator has read.
+// One successful update whose report the operator has read.
 void updateOnce(SupervisedLab& lab) {
     lab.beginUpdate();
     lab.rest();
@@ -28,7 +28,7 @@ void dismissAlerts(SupervisedLab& lab) {
 
 // The printer was switched on in its loader, without an order of this program, and the operator starts its update.
 void updateFromLoader(SupervisedLab& lab, const std::string& settings) {
-    // What the engine remembers of an update that is over goes with the next attachment.
+    // The engine's state of an ended update is discarded at the next attachment.
     lab.bus.unplug(0);
     lab.rest();
     lab.bus.plug(0);
@@ -41,7 +41,7 @@ void updateFromLoader(SupervisedLab& lab, const std::string& settings) {
     REQUIRE(lab.operatorDesk.press("Update Firmware"));
 }
 
-// Its loader does not answer, so that nothing is sent to it.
+// Its loader is unresponsive, so no command is sent to it.
 const std::string kSilentLoader = "fault=silence@STATUS#4,fault=silence@STATUS#5";
 
 void stallInLoader(SupervisedLab& lab) {
@@ -56,7 +56,7 @@ void stallInLoader(SupervisedLab& lab) {
 
 // ---- one update after another ---------------------------------------------------------------------------------------
 
-TEST_CASE("an update that fails after a successful one of the same run is a failure of its own, not a correction") {
+TEST_CASE("an update that fails after a successful one of the same run is a separate failure, not a correction") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@WTCTRLD#4"); // the last table of the second update
     updateOnce(lab);
@@ -75,7 +75,7 @@ TEST_CASE("an update that fails after a successful one of the same run is a fail
     CHECK(records.at(1).verdicts.at(0).verdict == "succeeded");
 }
 
-TEST_CASE("a printer that is found in its loader after a successful update is judged by its second update") {
+TEST_CASE("a printer found in its loader after a successful update is judged by its second update") {
     std::string settings;
     UpdateResult expected = UpdateResult::succeeded;
     SUBCASE("which succeeds") {}
@@ -83,7 +83,7 @@ TEST_CASE("a printer that is found in its loader after a successful update is ju
         settings = ",fault=stall@WTCTRLD#2";
         expected = UpdateResult::tablesMissing;
     }
-    SUBCASE("whose image is not taken") {
+    SUBCASE("whose image is not accepted") {
         settings = ",fault=stay-in-loader@FLASH_PROGRAM";
         expected = UpdateResult::imageNotTaken;
     }
@@ -92,7 +92,7 @@ TEST_CASE("a printer that is found in its loader after a successful update is ju
     updateOnce(lab);
     updateFromLoader(lab, settings);
     lab.advance(100ms);
-    CHECK(lab.update().isOpen()); // what the first one came to says nothing about it
+    CHECK(lab.update().isOpen()); // the first verdict does not apply to it
     CHECK(lab.update().state.phase == UpdatePhase::writing);
     CHECK(lab.update().state.tablesWritten == 0);
     CHECK_FALSE(lab.update().state.previousVersion == "VK14 01.60");
@@ -108,11 +108,11 @@ TEST_CASE("a printer that is found in its loader after a successful update is ju
     CHECK(records.at(1).verdicts.size() == 1);
 }
 
-TEST_CASE("an update that was given up and forgotten is judged by itself when its printer returns") {
+TEST_CASE("an update that was given up and dismissed is judged by itself when its printer returns") {
     std::string fault;
     UpdateResult expected = UpdateResult::succeeded;
     SUBCASE("and gets its tables") {}
-    SUBCASE("and does not take its last table") {
+    SUBCASE("and does not accept its last table") {
         fault = ",fault=stall@WTCTRLD#4";
         expected = UpdateResult::tablesMissing;
     }
@@ -133,7 +133,7 @@ TEST_CASE("an update that was given up and forgotten is judged by itself when it
     CHECK(lab.update().state.offeredVersion == "VK14 01.61");
 }
 
-// ---- what earlier attempts left open --------------------------------------------------------------------------------
+// ---- records that earlier attempts left open ------------------------------------------------------------------------
 
 TEST_CASE("the record of a stalled update that is started again is closed by the success of the second one") {
     SupervisedLab lab;
@@ -148,7 +148,7 @@ TEST_CASE("the record of a stalled update that is started again is closed by the
     CHECK(records.at(1).closedBy == records.at(0).id);
 }
 
-TEST_CASE("the record of a stalled update stays open when the second one fails, and is closed by a later success") {
+TEST_CASE("the record of a stalled update remains open when the second one fails, and is closed by a later success") {
     SupervisedLab lab;
     lab.startWithVK14(kSilentLoader + ",fault=stall@WTCTRLD#2");
     stallInLoader(lab);
@@ -168,7 +168,7 @@ TEST_CASE("the record of a stalled update stays open when the second one fails, 
     CHECK(records.at(2).closedBy == records.at(0).id);
 }
 
-TEST_CASE("an update that an earlier run did not end stays open until one succeeds") {
+TEST_CASE("an update that an earlier run did not end remains open until one succeeds") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@WTCTRLD#2");
     lab.cutOffEarlierRun("color tables");

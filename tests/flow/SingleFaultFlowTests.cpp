@@ -1,5 +1,5 @@
-// One fault at any command of an arrival and an update: no success that is none, and a further update completes what is
-// left.
+// One fault at any command of an arrival and an update: no failed update is reported as a success, and a second update
+// completes the rest.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -9,9 +9,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int kCommands = 30; // of an arrival and an update, about
+constexpr int kCommands = 30; // of an arrival and an update, approximately
 
-// The operator agrees, confirms, and closes what is only reported.
+// The operator agrees, confirms, and closes reports.
 void answerAll(SupervisedLab& lab) {
     for (int round = 0; round < 20; ++round) {
         lab.rest(1min);
@@ -19,7 +19,7 @@ void answerAll(SupervisedLab& lab) {
         if (lab.operatorDesk.title() == "Attention:") lab.operatorDesk.setAgreed(true);
         REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().back()));
     }
-    FAIL("the questions have no end");
+    FAIL("the alerts do not end");
 }
 
 void update(SupervisedLab& lab) {
@@ -35,27 +35,27 @@ bool isUpdated(SupervisedLab& lab) {
 
 } // namespace
 
-TEST_CASE("a printer with a fault at any command is never called updated when it is not, and is updated afterwards") {
+TEST_CASE("a printer with a fault at any command is never called updated if it is not, and a second update succeeds") {
     std::string kind, value;
-    SUBCASE("it is pulled") {
+    SUBCASE("it is unplugged") {
         kind = "unplug", value = ":16";
     }
     SUBCASE("it stalls") {
         kind = "stall";
     }
-    SUBCASE("it is silent") {
+    SUBCASE("it does not reply") {
         kind = "silence";
     }
-    SUBCASE("it answers half") {
+    SUBCASE("it sends half a reply") {
         kind = "short";
     }
-    SUBCASE("it answers garbage") {
+    SUBCASE("it sends garbage") {
         kind = "garbage";
     }
-    SUBCASE("it answers late") {
+    SUBCASE("it replies late") {
         kind = "late";
     }
-    SUBCASE("it announces too much") {
+    SUBCASE("it announces too many bytes") {
         kind = "long-header";
     }
     SUBCASE("another program holds it") {
@@ -79,5 +79,5 @@ TEST_CASE("a printer with a fault at any command is never called updated when it
         CHECK(lab.result() == UpdateResult::succeeded);
         CHECK(isUpdated(lab));
     }
-    if (kind == "unplug") CHECK(repeated > 5); // the faults do happen
+    if (kind == "unplug") CHECK(repeated > 5); // the faults did happen
 }

@@ -1,4 +1,4 @@
-// What a request to stop does to updates: at which points they end, and what is left to the printer.
+// Requests to stop updates: at which points updates end, and which state the printer is left in.
 #include "SupervisedLab.h"
 
 #include "protocol/CommandFrame.h"
@@ -47,7 +47,7 @@ TEST_CASE("an update that is asked to stop while its tables are written continue
     CHECK(lab.ends == std::vector<UpdateResult>{UpdateResult::succeeded});
 }
 
-TEST_CASE("a printer that cannot be left is left after a minute all the same") {
+TEST_CASE("a printer that must not be interrupted is released after at most a minute") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     lab.beginUpdate();
@@ -60,7 +60,7 @@ TEST_CASE("a printer that cannot be left is left after a minute all the same") {
     CHECK(lab.update().advice.size() > 20);
 }
 
-TEST_CASE("an update that is stopped before its order is not updated, and its printer is untouched") {
+TEST_CASE("an update stopped before its order is not updated, and its printer is untouched") {
     SupervisedLab lab;
     lab.startWithVK14();
     SUBCASE("before its first question") {
@@ -79,13 +79,13 @@ TEST_CASE("an update that is stopped before its order is not updated, and its pr
     CHECK(lab.timesSeen("FW_UPDFLASH_REWRITE") == 0);
 }
 
-TEST_CASE("an update that is asked to stop while the order is on its way waits for what comes of it") {
+TEST_CASE("an update that is asked to stop while the order is being sent waits for its effect") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpToQuestion();
     CHECK_FALSE(lab.supervisor.isAnyBetweenCommands());
     lab.happens(events::ProgressStored{.value = 1});
-    CHECK(lab.supervisor.isAnyBetweenCommands()); // the order is on its way
+    CHECK(lab.supervisor.isAnyBetweenCommands()); // the order is being sent
     lab.supervisor.requestStop();
     REQUIRE(lab.update().isOpen());
     SUBCASE("it is refused") {
@@ -93,14 +93,14 @@ TEST_CASE("an update that is asked to stop while the order is on its way waits f
         CHECK(lab.result() == UpdateResult::commandRefused);
         CHECK(lab.update().verdict.isUntouched());
     }
-    SUBCASE("it is taken") {
+    SUBCASE("it is accepted") {
         lab.happens(events::CommandSent{.command = kCommandEnterLoader});
         CHECK(lab.update().isOpen());
         lab.advance(61s);
         CHECK(lab.result() == UpdateResult::stopped);
         CHECK_FALSE(lab.update().verdict.isUntouched());
     }
-    SUBCASE("that is not known after a minute") {
+    SUBCASE("its effect is unknown after a minute") {
         lab.advance(61s);
         CHECK(lab.result() == UpdateResult::stopped);
         CHECK_FALSE(lab.update().verdict.isUntouched());

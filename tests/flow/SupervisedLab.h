@@ -1,4 +1,4 @@
-// A bench with the supervisor of updates between the engine and the operator, as both programs have it.
+// A lab with the supervisor of updates between the engine and the operator, as in both programs.
 #pragma once
 
 #include "Lab.h"
@@ -16,13 +16,13 @@ namespace zul {
 
 class SupervisedLab : public Lab, public UpdateObserver {
   public:
-    /// Programs of other tests have other locks.
+    /// A separate name space, so that concurrent test programs do not share locks.
     static std::string freshNameSpace() {
         static std::atomic<int> count = 0;
         return "zul-flow-" + std::to_string(::getpid()) + '-' + std::to_string(++count);
     }
 
-    /// hasHistory: whether updates are recorded, which takes the disk's time. lockNames: the locks' name space.
+    /// hasHistory: whether updates are recorded, which takes disk time. lockNames: the name space of the locks.
     explicit SupervisedLab(const std::filesystem::path& archiveFolder = sampleArchive(), bool hasHistory = true,
                            std::string lockNames = freshNameSpace())
         : Lab(archiveFolder), nameSpace(std::move(lockNames)),
@@ -71,14 +71,14 @@ class SupervisedLab : public Lab, public UpdateObserver {
         REQUIRE(operatorDesk.press("Continue"));
         rest(std::chrono::milliseconds(100));
     }
-    /// The update begins, and the operator has agreed: the confirmation or another question is shown.
+    /// Starts an update and agrees: the confirmation or another question is shown.
     void beginUpToQuestion() {
         supervisor.begin(printer(), UpdateSupervisor::Equal::install);
         rest(std::chrono::seconds(1));
         agree();
         rest(std::chrono::seconds(1));
     }
-    /// The update of each attached printer begins, and the operator has agreed and confirmed.
+    /// Starts an update of each attached printer, agrees and confirms.
     void beginAllUpdates() {
         for (const auto& one : controller->printers()) {
             supervisor.begin(one, UpdateSupervisor::Equal::install);
@@ -92,7 +92,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
         for (int step = 0; step < 3000 && update().state.phase != phase; ++step) advance(std::chrono::milliseconds(50));
         REQUIRE(update().state.phase == phase);
     }
-    /// An earlier run had begun the update of the attached printer and was killed in this phase.
+    /// Simulates an earlier run that began the update of the attached printer and was killed in this phase.
     void cutOffEarlierRun(const std::string& phase) {
         test::ChildProcess process({ZUL_HISTORY_WRITER, stateFolder.path.string()});
         REQUIRE(process("cut-off " + printer()->keyUSBdevice() + " " + phase) == "stored");
@@ -100,7 +100,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
         supervisor.readInterrupted([] {});
         rest(std::chrono::seconds(1));
     }
-    /// Something happens to the attached printer; the supervisor hears of it and everything comes to rest.
+    /// Sends an event of the attached printer to the supervisor and runs until all queues are idle.
     void happens(PrinterEvent::What what) {
         const auto subject = printer();
         supervisor.printerEvent({.key = subject->keyUSBdevice(),
@@ -123,14 +123,14 @@ class SupervisedLab : public Lab, public UpdateObserver {
     void updateDidEnd(const std::string& key) override { ends.push_back(supervisor.updates().at(key).verdict.result); }
 
     void noteDidArise(const std::string& text) override { notes.push_back(text); }
-    /// The records of the history, the newest first.
+    /// The records of the history, newest first.
     std::vector<UpdateRecord> records() {
         recorder.flush();
         auto found = UpdateHistory({.folder = stateFolder.path}).records({});
         CHECK(found.problem == "");
         return std::move(found.records);
     }
-    /// The newest record of the history; a new one if there is none.
+    /// The newest record of the history; a default one if there is none.
     UpdateRecord newestRecord() {
         const auto found = records();
         return found.empty() ? UpdateRecord{} : found.front();

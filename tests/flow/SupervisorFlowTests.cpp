@@ -1,4 +1,4 @@
-// Updates under supervision: the good path, what keeps an update from beginning, and what ends it at once.
+// Supervised updates: the good path, conditions that prevent an update, and failures that end it at once.
 #include "SupervisedLab.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ const std::string kReport = "Firmware update was successful!";
 
 } // namespace
 
-TEST_CASE("a supervised update ends with a verdict by facts, and its report is shown") {
+TEST_CASE("a supervised update ends with a verdict from device info, and its report is shown") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.beginUpdate();
@@ -45,7 +45,7 @@ TEST_CASE("supervision adds nothing to the wire of an update") {
     CHECK(lab.wire() == expected);
 }
 
-TEST_CASE("the interface is kept from the beginning of an update to its end") {
+TEST_CASE("the interface is kept from the start of an update to its end") {
     SupervisedLab lab;
     lab.startWithVK14();
     const std::uint32_t location = lab.printer()->locationNumber();
@@ -55,9 +55,9 @@ TEST_CASE("the interface is kept from the beginning of an update to its end") {
     CHECK_FALSE(lab.kept.at(location));
 }
 
-TEST_CASE("the verdict waits for the end of the printer's questions after the report") {
+TEST_CASE("the verdict waits for the end of the printer's queries after the report") {
     SupervisedLab lab;
-    lab.startWithVK14("fault=silence@SERIAL_NUMBER#2"); // the last round ends five seconds later
+    lab.startWithVK14("fault=silence@SERIAL_NUMBER#2"); // the last queries end five seconds later
     lab.beginUpdate();
     while (!lab.update().state.isReported) lab.advance(100ms);
     CHECK(lab.update().isOpen());
@@ -67,7 +67,7 @@ TEST_CASE("the verdict waits for the end of the printer's questions after the re
     CHECK(lab.operatorDesk.title() == kReport);
 }
 
-// ---- what keeps an update from beginning ----------------------------------------------------------------------------
+// ---- conditions that prevent an update ------------------------------------------------------------------------------
 
 TEST_CASE("a printer with the available firmware and tables is skipped unless it is to be installed again") {
     SupervisedLab lab;
@@ -91,7 +91,7 @@ TEST_CASE("a printer with the available firmware and other tables is updated") {
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("nothing is begun that cannot be followed") {
+TEST_CASE("an update that cannot be followed is not begun") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.areArrivalsSeen = false;
@@ -102,14 +102,14 @@ TEST_CASE("nothing is begun that cannot be followed") {
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("an update begins only when the attached printer has reported a status of its own") {
+TEST_CASE("an update begins only after the attached printer has reported its own status") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     lab.bus.unplug(0);
     lab.rest();
-    lab.bus.plug(0); // its first question for the status is not answered, not even when it is asked once more
+    lab.bus.plug(0); // its first status query gets no reply, not even when it is repeated
     lab.rest(1s);
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle"); // what it had before
+    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle"); // the earlier value
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest(1s);
     CHECK(lab.operatorDesk.waiting() == 0);
@@ -128,7 +128,7 @@ TEST_CASE("a printer that never reports a status is not updated") {
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("what the operator declines ends the update at once, with what was declined") {
+TEST_CASE("a refusal by the operator ends the update at once, with what was declined") {
     SupervisedLab lab;
     SUBCASE("the agreement") {
         lab.startWithVK14();
@@ -168,7 +168,7 @@ TEST_CASE("what the operator declines ends the update at once, with what was dec
     CHECK(lab.update().verdict.isUntouched());
 }
 
-TEST_CASE("a question that waits for its answer is not a silence of the printer") {
+TEST_CASE("a question that waits for its answer is not a missing reply of the printer") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -181,7 +181,7 @@ TEST_CASE("a question that waits for its answer is not a silence of the printer"
     CHECK_FALSE(lab.update().isStalled);
 }
 
-TEST_CASE("a printer that leaves before its update began ends it") {
+TEST_CASE("a printer that is detached before its update began ends it") {
     SupervisedLab lab;
     lab.startWithVK14();
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -191,7 +191,7 @@ TEST_CASE("a printer that leaves before its update began ends it") {
     CHECK(lab.result() == UpdateResult::left);
 }
 
-TEST_CASE("a printer that is made to reconnect because its version is not known did not leave by itself") {
+TEST_CASE("a reconnect because of an unknown version is not taken for a detached printer") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@FVER,fault=silence@FVER#2,fault=silence@FVER#3,fault=silence@FVER#4");
     lab.supervisor.begin(lab.printer(), Equal::install);
@@ -204,16 +204,16 @@ TEST_CASE("a printer that is made to reconnect because its version is not known 
     CHECK(lab.printer()->firmwareVersion() == "VK14 01.60");
 }
 
-// ---- dead ends ------------------------------------------------------------------------------------------------------
+// ---- failures that end an update at once ----------------------------------------------------------------------------
 
-TEST_CASE("a readiness question without an answer ends the update at once") {
+TEST_CASE("a readiness query without a reply ends the update at once") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS#2,fault=silence@STATUS#3");
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest(1s);
     lab.agree();
     lab.advance(5s);
-    CHECK(lab.update().isOpen()); // it is asked once more
+    CHECK(lab.update().isOpen()); // the query is repeated once
     lab.advance(5s);
     lab.rest(100ms);
     CHECK(lab.result() == UpdateResult::unanswered);
@@ -230,7 +230,7 @@ TEST_CASE("a refused command to enter the loader ends the update at once and lea
     CHECK(lab.update().verdict.refused->code == kIOUSBPipeStalled);
 }
 
-TEST_CASE("a refused image ends the update when the loader has shown that it waits for another one") {
+TEST_CASE("a refused image ends the update once the loader has shown that it waits for another one") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@FLASH_PROGRAM");
     lab.beginUpdate();
@@ -252,7 +252,7 @@ TEST_CASE("a printer that is back in its loader after the image ends the update,
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 2);
 }
 
-TEST_CASE("an image that is cut in the middle is never called written") {
+TEST_CASE("an image that is interrupted is never reported as written") {
     SupervisedLab lab;
     lab.startWithVK14("fault=unplug@FLASH_PROGRAM");
     lab.beginUpdate();

@@ -1,5 +1,5 @@
 // The wire of a whole update, byte for byte and in order: claims, frames, reads, releases, departures. The printer's
-// own list is compared with one literal list, so that nothing may be missing, added or moved.
+// journal is compared with one literal list, so that no entry may be missing, added or moved.
 #include "Lab.h"
 
 #include <doctest/doctest.h>
@@ -8,15 +8,14 @@ using namespace zul;
 
 namespace {
 
-// As one text, which a failing test shows whole.
+// As one text, so that a failing test shows all of it.
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
     for (const std::string& line : lines) text += line + '\n';
     return text;
 }
 
-// One line for each thing that the printer saw. A frame is shown as its bytes; a payload that is longer than a word by
-// its length.
+// One line per journal entry. A frame is shown as its bytes, a long payload as its length.
 std::string transcriptOf(const Lab& lab) {
     std::vector<std::string> lines;
     for (const VirtualJournalEntry& entry : lab.journal->entries()) {

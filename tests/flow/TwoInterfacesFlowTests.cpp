@@ -1,4 +1,4 @@
-// A device with two printer interfaces gives two rows for one printer: one update, one image, one pass of tables.
+// A device with two printer interfaces has two rows for one printer: one update, one image, one pass of tables.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -45,7 +45,7 @@ TEST_CASE("the update of either row is one update of the printer, and both rows 
     }
 }
 
-TEST_CASE("an update that is confirmed for both rows is begun by the first one") {
+TEST_CASE("an update confirmed for both rows is begun by the first one") {
     Lab lab;
     lab.attach("VK14,interfaces=2");
     lab.start();
@@ -62,7 +62,7 @@ TEST_CASE("an update that is confirmed for both rows is begun by the first one")
     REQUIRE(lab.operatorDesk.waiting() == 2);
     const std::string update = lab.operatorDesk.buttons().at(1);
     REQUIRE(lab.operatorDesk.press(update));
-    REQUIRE(lab.operatorDesk.press(update)); // at once: the first has not even begun
+    REQUIRE(lab.operatorDesk.press(update)); // at once: the first has not begun yet
     lab.rest();
     checkOneUpdate(lab);
     CHECK(lab.logged("ZUL VK14 000001 is being updated through its other interface"));
@@ -101,7 +101,7 @@ TEST_CASE("a second update is possible through the other row when the first has 
     checkOneUpdate(lab);
 }
 
-TEST_CASE("a known printer that is found in its loader raises one question, not one for each row") {
+TEST_CASE("a known printer found in its loader raises one question, not one for each row") {
     Lab lab;
     lab.attach("VK14,interfaces=2,mode=loader");
     lab.start();

@@ -1,4 +1,4 @@
-// The update of a VK14 from the operator's click to the report, over both restarts, as the printer sees it.
+// The update of a VK14 from the operator's click to the report, over both restarts, as recorded by the printer.
 #include "Lab.h"
 
 #include "archive/SRecord.h"
@@ -31,7 +31,7 @@ VirtualJournalEntry commandInJournal(const Lab& lab, const std::string& text, in
     for (const VirtualJournalEntry& entry : lab.journal->entries()) {
         if (entry.event == "command" && entry.command == text && --occurrence == 0) return entry;
     }
-    FAIL("the printer never saw " << text);
+    FAIL("the printer never received " << text);
     return {};
 }
 
@@ -98,21 +98,21 @@ TEST_CASE("each table goes out as its padded upper-case name and its unpadded by
     CHECK(commandInJournal(lab, "TBL_WTCTRLD_UPDATE_CW", 2).sha256 == sha256Of(archiveFile("VK14_600_0161.cwd")));
 }
 
-TEST_CASE("the progress value is 1 on the way to the loader, 2 on the way to the firmware, 3 at the end") {
+TEST_CASE("the progress value is 1 during the restart into the loader, 2 into the firmware, 3 at the end") {
     Lab lab;
     lab.startWithVK14("restart=2000,program=20000");
     lab.confirmUpdate();
-    lab.advance(1s); // gone, not back yet
+    lab.advance(1s); // detached, not back yet
     CHECK(lab.rows() == 0);
     const auto saved = [] {
         return TBUSBPrinter::deviceInfoForKey("2A71000301100000")->integer(HOLVEN_TBPrinterDeviceFirmwareStatus);
     };
     CHECK(saved() == 1);
-    lab.advance(8s); // back as its loader, the unanswered version question over, the image written
+    lab.advance(8s); // back in its loader, the version query timed out, the image written
     REQUIRE(lab.rows() == 1);
     CHECK(lab.progress() == 2);
     CHECK(lab.printer()->inFirmwareUpdate());
-    lab.advance(20s); // programming ends, it leaves
+    lab.advance(20s); // programming ends, it restarts
     lab.rest();
     CHECK(lab.progress() == 3);
     CHECK(lab.logged("firmware version changed from VK14 01.60 to VK14 01.61"));
@@ -128,7 +128,7 @@ TEST_CASE("the progress value is 1 on the way to the loader, 2 on the way to the
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("the texts of an update stand in the status column until the next real status") {
+TEST_CASE("the texts of an update are shown in the status column until the next real status") {
     Lab lab;
     lab.startWithVK14("program=60000");
     lab.confirmUpdate();
@@ -151,13 +151,13 @@ TEST_CASE("a printer that is busy after its restart gets its tables once it is i
     CHECK(Wire(clear - 4, clear) == Wire{"STATUS", "STATUS", "STATUS", "STATUS"});
 }
 
-TEST_CASE("a pass that wrote no table clears the printer's, and both versions are reported as a problem") {
+TEST_CASE("a pass that wrote no table clears the printer's tables, and both versions are reported as a problem") {
     Lab lab;
     lab.startWithVK14();
     const auto printer = lab.printer();
     lab.forgetWire();
     printer->deviceInfoDict()->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, "VK14 01.50");
-    // The check of the archive takes the list anew; what is stored when the queue gets there is what counts.
+    // The archive check reads the list again; the value stored when the queue runs is the one that is used.
     std::promise<void> listIsCut;
     printer->printerCommandQueue()->async([&] { listIsCut.get_future().wait(); });
     printer->finishFirmwareUpdate();
@@ -173,7 +173,7 @@ TEST_CASE("a pass that wrote no table clears the printer's, and both versions ar
     CHECK_FALSE(printer->inFirmwareUpdate());
 }
 
-TEST_CASE("the same version is installed again without a word about it") {
+TEST_CASE("the same version is installed again without a question") {
     Lab lab;
     lab.startWithVK14("firmware=VK14 01.61");
     lab.update();
@@ -195,7 +195,7 @@ TEST_CASE("two printers are updated at the same time and do not mix") {
         lab.rest(1ms);
         lab.operatorDesk.setAgreed(true);
         REQUIRE(lab.operatorDesk.press("Continue"));
-        lab.rest(1ms); // the first one must not be done before the second begins
+        lab.rest(1ms); // the first one must not have ended before the second begins
         REQUIRE(lab.operatorDesk.press("Update Firmware to VK14 01.61"));
     }
     lab.rest();

@@ -1,5 +1,4 @@
-// What an update comes to when its printer was asked for everything: the engine's report, the facts, and corrections by
-// later answers.
+// Verdicts after all queries of the printer: the engine's report, the device info, and corrections by later replies.
 #include "SupervisedLab.h"
 
 #include "unit/update/ChildProcess.h"
@@ -14,15 +13,15 @@ namespace {
 using Results = std::vector<UpdateResult>;
 const std::string kReport = "Firmware update was successful!";
 
-// Questions for the version that the new firmware does not answer: from the third, as the loader gets the second, to
-// this one.
+// Version queries that the new firmware does not reply to: from the third, because the loader gets the second, to this
+// one.
 std::string silentVersions(int last) {
     std::string faults = "fault=silence@FVER#3";
     for (int question = 4; question <= last; ++question) faults += ",fault=silence@FVER#" + std::to_string(question);
     return faults;
 }
 
-// The version that the printer answers when it is asked once more.
+// The version that the printer replies when the query is repeated.
 PrinterEvent::What versionRead(const char* version) {
     return events::FirmwareVersionRead{.version = version};
 }
@@ -30,7 +29,7 @@ PrinterEvent::What tableRead(std::optional<std::string> version) {
     return events::TableFactRead{.key = HOLVEN_TBPrinterColorTableVersion, .value = std::move(version)};
 }
 
-// The answer, and the end of the round of questions that it belongs to.
+// The reply, and the end of its round of queries.
 void answers(SupervisedLab& lab, PrinterEvent::What what) {
     lab.happens(std::move(what));
     lab.happens(events::QuestionsEnded{.isComplete = true});
@@ -43,7 +42,7 @@ void updateOnce(SupervisedLab& lab) {
     REQUIRE(lab.operatorDesk.press("Finish"));
 }
 
-// The printer leaves, and what is described comes to its place.
+// Unplugs the printer and plugs the described one in at its location.
 void replaceBy(SupervisedLab& lab, const std::string& settings) {
     lab.bus.unplug(0);
     lab.rest();
@@ -60,7 +59,7 @@ std::vector<std::string> recordedVerdicts(SupervisedLab& lab) {
 
 } // namespace
 
-TEST_CASE("where the engine's report and the facts differ, the facts are shown in front") {
+TEST_CASE("if the engine's report and the device info differ, the device info is shown first") {
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@UPDATE_CW#2");
     lab.beginUpdate();
@@ -83,24 +82,24 @@ TEST_CASE("a refused command to clear the tables is not reported as a success") 
     CHECK(lab.operatorDesk.title() == "The update is not complete.");
 }
 
-TEST_CASE("one lost answer to the question for the version does not make a good update a failed one") {
+TEST_CASE("one lost reply to the version query does not make a successful update a failed one") {
     SupervisedLab lab;
-    lab.startWithVK14("fault=silence@FVER#3"); // the second one is that of the loader
+    lab.startWithVK14("fault=silence@FVER#3"); // the second one is sent to the loader
     lab.beginUpdate();
     lab.rest();
     CHECK(lab.result() == UpdateResult::succeeded);
     CHECK(lab.update().state.currentVersion == "VK14 01.61");
 }
 
-TEST_CASE("a printer that does not answer for its version in two rounds is asked once more") {
+TEST_CASE("a printer without a version reply in two rounds is queried once more") {
     SupervisedLab lab;
-    lab.startWithVK14(silentVersions(6)); // each is asked for twice
+    lab.startWithVK14(silentVersions(6)); // each query is repeated once
     lab.beginUpdate();
     lab.rest();
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("a version that is never read is no success, until it is read later") {
+TEST_CASE("a version that was never read is not a success, until it is read later") {
     SupervisedLab lab;
     lab.startWithVK14(silentVersions(8));
     lab.beginUpdate();
@@ -112,12 +111,12 @@ TEST_CASE("a version that is never read is no success, until it is read later") 
     CHECK(lab.update().verdict.isCorrected);
 }
 
-TEST_CASE("a printer that was found in its loader is supervised from its own alert on") {
+TEST_CASE("a printer found in its loader is supervised from its own alert on") {
     SupervisedLab lab;
     lab.startWithVK14("mode=loader");
     lab.bus.unplug(0);
     lab.rest();
-    lab.bus.plug(0); // known now: it is asked where it is
+    lab.bus.plug(0); // it is known now, so it is probed
     lab.rest(1s);
     REQUIRE(lab.operatorDesk.title() == "Attention:");
     REQUIRE(lab.operatorDesk.press("Update Firmware"));
@@ -128,7 +127,7 @@ TEST_CASE("a printer that was found in its loader is supervised from its own ale
 
 // ---- corrections ----------------------------------------------------------------------------------------------------
 
-TEST_CASE("a verdict is corrected when a late return brings other facts") {
+TEST_CASE("a verdict is corrected when a late return brings other device info") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 20s});
     lab.startWithVK14("fault=never-back@FLASH_PROGRAM");
@@ -141,7 +140,7 @@ TEST_CASE("a verdict is corrected when a late return brings other facts") {
     CHECK(lab.update().verdict.isCorrected);
 }
 
-TEST_CASE("a success is corrected by what the printer answers afterwards, in the history, too") {
+TEST_CASE("a success is corrected by later replies of the printer, in the history, too") {
     SupervisedLab lab;
     lab.startWithVK14();
     updateOnce(lab);
@@ -149,7 +148,7 @@ TEST_CASE("a success is corrected by what the printer answers afterwards, in the
     std::string reason = "the printer reports VK14 01.60 after the update instead of VK14 01.61";
     SUBCASE("another version") {
         lab.happens(versionRead("VK14 01.60"));
-        CHECK(lab.ends == Results{UpdateResult::succeeded}); // it may be the answer to another question
+        CHECK(lab.ends == Results{UpdateResult::succeeded}); // it may be the reply to another query
         lab.happens(events::QuestionsEnded{.isComplete = true});
     }
     SUBCASE("another table") {
@@ -166,7 +165,7 @@ TEST_CASE("a success is corrected by what the printer answers afterwards, in the
     CHECK(lab.operatorDesk.waiting() == 0);
 }
 
-TEST_CASE("a failure is corrected to another failure, and to a success, as the printer answers") {
+TEST_CASE("a failure is corrected to another failure, and to a success, by the printer's replies") {
     SupervisedLab lab;
     lab.startWithVK14(silentVersions(8));
     lab.beginUpdate();
@@ -181,7 +180,7 @@ TEST_CASE("a failure is corrected to another failure, and to a success, as the p
           std::vector<std::string>{"version unread", "other version", "succeeded", "tables differ"});
 }
 
-TEST_CASE("a missing answer, and one that is none, correct nothing") {
+TEST_CASE("a missing or invalid reply corrects no verdict") {
     SupervisedLab lab;
     lab.startWithVK14();
     updateOnce(lab);
@@ -201,7 +200,7 @@ TEST_CASE("a missing answer, and one that is none, correct nothing") {
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("a stop after the report is corrected by an answer, and by nothing else") {
+TEST_CASE("a stop after the report is corrected only by a reply") {
     SupervisedLab lab;
     lab.startWithVK14(silentVersions(3) + ",fault=silence@FVER#4,fault=silence@FVER#5,fault=silence@FVER#6");
     lab.beginUpdate();
@@ -215,7 +214,7 @@ TEST_CASE("a stop after the report is corrected by an answer, and by nothing els
     CHECK(lab.ends == Results{UpdateResult::stopped, UpdateResult::succeeded});
 }
 
-TEST_CASE("no answer corrects an update after the next one of its printer has begun") {
+TEST_CASE("no reply corrects an update after the next one of its printer has begun") {
     SupervisedLab lab;
     lab.startWithVK14();
     updateOnce(lab);
@@ -230,14 +229,14 @@ TEST_CASE("no answer corrects an update after the next one of its printer has be
     CHECK(recordedVerdicts(lab) == std::vector<std::string>{"declined"});
 }
 
-TEST_CASE("what another program's update changes corrects no update of this one") {
+TEST_CASE("changes by another program's update correct no update of this one") {
     SupervisedLab lab;
     lab.startWithVK14();
     updateOnce(lab);
     std::string activity = "update";
     Results expected = {UpdateResult::succeeded};
     SUBCASE("an update") {}
-    SUBCASE("what only claims the printer changes nothing in it") {
+    SUBCASE("a claim, which changes nothing in the printer") {
         activity = "claim";
         expected.push_back(UpdateResult::otherVersion);
     }
@@ -246,11 +245,11 @@ TEST_CASE("what another program's update changes corrects no update of this one"
     answers(lab, versionRead("VK14 01.60"));
     CHECK(lab.ends == expected);
     other.kill();
-    answers(lab, versionRead("VK14 01.60")); // what that program has left
+    answers(lab, versionRead("VK14 01.60")); // left by that program
     CHECK(lab.ends == expected);
 }
 
-TEST_CASE("what another program has changed while it held the printer corrects no update of this one") {
+TEST_CASE("changes by another program that held the printer correct no update of this one") {
     SupervisedLab lab;
     lab.startWithVK14();
     updateOnce(lab);
@@ -259,18 +258,18 @@ TEST_CASE("what another program has changed while it held the printer corrects n
     SUBCASE("an update") {
         holder.activity = "update";
     }
-    SUBCASE("a claim changes nothing in the printer") {
+    SUBCASE("a claim, which changes nothing in the printer") {
         holder.activity = "claim";
         expected.push_back(UpdateResult::otherVersion);
     }
-    // This process may not open the printer meanwhile, and so reads nothing of it.
+    // Meanwhile this process may not open the printer, so it reads no values.
     lab.happens(events::Opened{.code = kIOReturnExclusiveAccess, .holder = holder});
     lab.happens(events::Opened{});
     answers(lab, versionRead("VK14 01.60"));
     CHECK(lab.ends == expected);
 }
 
-TEST_CASE("a printer that comes back while another program updates it is followed again when this one continues") {
+TEST_CASE("a printer that returns while another program updates it is followed again when this one continues") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     lab.startWithVK14("fault=never-back@FLASH_PROGRAM");
@@ -286,14 +285,14 @@ TEST_CASE("a printer that comes back while another program updates it is followe
     CHECK_FALSE(lab.update().isOpen());
     CHECK(lab.ends == Results{UpdateResult::notBack});
     other.kill();
-    lab.happens(versionRead("VK14 01.60")); // what that program has left
+    lab.happens(versionRead("VK14 01.60")); // left by that program
     CHECK_FALSE(lab.update().isOpen());
     lab.bus.setHeldByOther(0, false);
     lab.rest();
     CHECK(lab.ends == Results{UpdateResult::notBack, UpdateResult::succeeded});
 }
 
-TEST_CASE("a printer that returns after its update is judged by its own answers, another one at its place is not") {
+TEST_CASE("a printer that returns after its update is judged by its own replies, another one at its location is not") {
     SupervisedLab lab;
     lab.startWithVK14("location=1-1");
     updateOnce(lab);
@@ -318,7 +317,7 @@ TEST_CASE("a printer that returns after its update is judged by its own answers,
     CHECK(lab.ends == expected);
 }
 
-TEST_CASE("a version that was never read is not read from another printer at the same place") {
+TEST_CASE("a version that was never read is not read from another printer at the same location") {
     SupervisedLab lab;
     lab.startWithVK14("location=1-1," + silentVersions(8));
     lab.beginUpdate();

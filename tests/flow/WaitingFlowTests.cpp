@@ -1,5 +1,4 @@
-// Updates whose printers take their time: when advice is due, what is waited for, and what may be started or dismissed
-// meanwhile.
+// Updates of slow printers: when advice is due, what is waited for, and what may be started or dismissed meanwhile.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -13,7 +12,7 @@ using Equal = UpdateSupervisor::Equal;
 
 } // namespace
 
-TEST_CASE("advice is due when a phase has taken its longest time, and a late return is a success like any other") {
+TEST_CASE("advice is due when a phase has reached its limit, and a late return is a success like any other") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     lab.beginUpdate();
@@ -29,7 +28,7 @@ TEST_CASE("advice is due when a phase has taken its longest time, and a late ret
     CHECK(lab.update().advice.empty());
 }
 
-TEST_CASE("the time until advice can be set, and an update without progress ends where that is asked for") {
+TEST_CASE("the time until advice can be set, and an update without progress ends if that is requested") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.stallAfter = 2s, .giveUpAfter = 5s});
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
@@ -41,7 +40,7 @@ TEST_CASE("the time until advice can be set, and an update without progress ends
     CHECK(lab.update().verdict.reason == "the printer did not come back");
 }
 
-TEST_CASE("a printer that answers but is not ready gets advice that names its status, and continues by itself") {
+TEST_CASE("a printer that replies but is not ready gets advice with its status, and continues by itself") {
     SupervisedLab lab;
     std::string statuses = "01000";
     for (int answer = 0; answer < 60; ++answer) statuses += ":01000"; // two of them a second
@@ -59,7 +58,7 @@ TEST_CASE("a printer that answers but is not ready gets advice that names its st
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("a printer that comes back at another place is named with both places, and gets no image") {
+TEST_CASE("a printer that returns at another location is reported with both locations, and gets no image") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     lab.startWithVK14("fault=elsewhere@FLASH_REWRITE");
@@ -73,7 +72,7 @@ TEST_CASE("a printer that comes back at another place is named with both places,
     CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 0);
 }
 
-TEST_CASE("a silent printer is noticed while others are heard of all the time") {
+TEST_CASE("an unresponsive printer is detected although other printers send events all the time") {
     SupervisedLab lab;
     lab.attach("VK14,after-update=01000");
     lab.attach("VK14,fault=never-back@FLASH_REWRITE");
@@ -85,7 +84,7 @@ TEST_CASE("a silent printer is noticed while others are heard of all the time") 
     CHECK_FALSE(lab.supervisor.updates().begin()->second.isStalled);
 }
 
-TEST_CASE("another update of a printer is refused while one is under way, and allowed when that has stalled") {
+TEST_CASE("another update of a printer is refused while one is running, and allowed when that has stalled") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_PROGRAM");
     lab.beginUpdate();
@@ -98,13 +97,13 @@ TEST_CASE("another update of a printer is refused while one is under way, and al
     CHECK(lab.supervisor.mayGetSecondImage(first->keyUSBdevice()));
 }
 
-TEST_CASE("an update that is dismissed is hidden until it gets on, and one that has ended is forgotten") {
+TEST_CASE("a dismissed update is hidden until it continues, and an ended one is forgotten") {
     SupervisedLab lab;
     lab.startWithVK14("fault=never-back@FLASH_REWRITE");
     lab.beginUpdate();
     lab.rest(1s);
     const std::string key = lab.update().state.key;
-    lab.supervisor.dismiss(key); // not yet: it is under way
+    lab.supervisor.dismiss(key); // refused: it is running
     CHECK_FALSE(lab.update().isDismissed);
     lab.rest(2min);
     lab.supervisor.dismiss(key);
@@ -121,8 +120,8 @@ TEST_CASE("an update that is dismissed is hidden until it gets on, and one that 
     CHECK(lab.supervisor.updates().empty());
 }
 
-TEST_CASE("a printer that answers while its phase takes too long is late: its operator reads so, and it is not started "
-          "again") {
+TEST_CASE("a printer that replies while its phase exceeds the limit is late: its operator is notified, and it is not "
+          "started again") {
     SupervisedLab lab;
     lab.startWithVK14("program=900000");
     lab.beginUpdate();
@@ -149,7 +148,7 @@ TEST_CASE("a printer that answers while its phase takes too long is late: its op
     CHECK_FALSE(lab.supervisor.mayGetSecondImage(key));
     lab.supervisor.dismiss(key);
     CHECK(lab.supervisor.interruptedText(*lab.printer()) == ""); // it may not be started
-    lab.rest(5min);                                              // and then it is silent
+    lab.rest(5min);                                              // then it becomes unresponsive
     CHECK_FALSE(lab.update().isLate);
     CHECK(lab.update().isStalled);
     CHECK(lab.supervisor.mayGetSecondImage(key));
@@ -176,11 +175,11 @@ TEST_CASE("a printer that is not ready or held by another program is waiting, no
     CHECK(lab.update().mayBeDismissed);
 }
 
-TEST_CASE("a printer that another program takes before its update has begun is not waited for") {
+TEST_CASE("a printer that another program claims before its update has begun is not waited for") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@STATUS,fault=silence@STATUS#2,fault=silence@STATUS#3");
     lab.supervisor.begin(lab.printer(), Equal::install);
-    lab.rest(100ms); // it is asked for its status
+    lab.rest(100ms); // its status is being queried
     lab.happens(events::Opened{.code = kIOReturnExclusiveAccess});
     REQUIRE(lab.update().state.isHeldElsewhere());
     REQUIRE_FALSE(lab.update().isAsking);
@@ -190,7 +189,7 @@ TEST_CASE("a printer that another program takes before its update has begun is n
     CHECK(lab.result() == UpdateResult::busy);
 }
 
-TEST_CASE("a second image is begun only where a first one would be") {
+TEST_CASE("a second image is begun only where a first one may be") {
     ChangedSamples samples;
     SupervisedLab lab(samples.folder());
     lab.startWithVK14("program=900000");
@@ -199,7 +198,7 @@ TEST_CASE("a second image is begun only where a first one would be") {
     const std::string key = lab.update().state.key;
     REQUIRE(lab.supervisor.mayGetSecondImage(key));
     std::string note;
-    SUBCASE("not where its return would not be seen") {
+    SUBCASE("not if its return would not be noticed") {
         lab.areArrivalsSeen = false;
         note = "this machine does not report when printers leave and return. Start the device service (udev)";
     }

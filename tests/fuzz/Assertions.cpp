@@ -1,5 +1,5 @@
-// What every target starts with. The scripted interface asserts through the test framework; here nothing runs a test
-// case, so a failure ends the process. Logs would be most of a run's time.
+// Included in every target. The scripted interface asserts through the test framework; here no test case is running, so
+// a failure ends the process. Logs are off, because they would take most of a run's time.
 #define DOCTEST_CONFIG_IMPLEMENT
 #include <cstdlib>
 #include <doctest/doctest.h>

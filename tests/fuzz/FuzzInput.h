@@ -1,5 +1,4 @@
-// What a fuzzing engine or a corpus file gives, taken from front to back; and how a target says that something is
-// wrong.
+// Reads the input of a fuzzing engine or corpus file from front to back, and lets a target report a finding.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -18,16 +17,16 @@ class FuzzInput {
     FuzzInput(const std::uint8_t* bytes, std::size_t size) : _rest(bytes, size) {}
 
     bool isEmpty() const { return _rest.empty(); }
-    /// 0 at the end.
+    /// The next byte; 0 at the end.
     std::uint8_t takeByte() {
         if (_rest.empty()) return 0;
         const std::uint8_t byte = _rest.front();
         _rest = _rest.subspan(1);
         return byte;
     }
-    /// A byte that says how many follow, and those; fewer at the end.
+    /// A block: one byte with its length, and that many bytes; fewer at the end.
     Data takeBlock() {
-        const std::size_t wanted = takeByte(); // first: the order of an expression's parts is the compiler's
+        const std::size_t wanted = takeByte(); // read first: the evaluation order within an expression is unspecified
         const std::size_t size = std::min(wanted, _rest.size());
         const Data block(_rest.begin(), _rest.begin() + static_cast<std::ptrdiff_t>(size));
         _rest = _rest.subspan(size);
@@ -47,7 +46,7 @@ class FuzzInput {
     std::span<const std::uint8_t> _rest;
 };
 
-/// Ends the process, which is how a fuzzing engine learns of a finding.
+/// Ends the process if isTrue is false; the fuzzing engine reports that as a finding.
 inline void require(bool isTrue, const char* what) {
     if (isTrue) return;
     std::fprintf(stderr, "not true: %s\n", what);
@@ -56,5 +55,5 @@ inline void require(bool isTrue, const char* what) {
 
 } // namespace zul::test
 
-/// The one function of every target.
+/// The entry point of every target.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size);

@@ -1,4 +1,4 @@
-// Runs a target over its corpus where there is no fuzzing engine: every file that was ever worth keeping, once.
+// Runs a target once over every file of its corpus, for builds without a fuzzing engine.
 //
 //   TARGET FOLDER
 #include "fuzz/FuzzInput.h"
@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::error_code error;
-    std::set<std::filesystem::path> files; // in the order of their names
+    std::set<std::filesystem::path> files; // sorted by name
     for (const auto& entry : std::filesystem::directory_iterator(argv[1], error)) files.insert(entry.path());
     if (files.empty()) {
         std::cerr << "no corpus in " << argv[1] << '\n';

@@ -1,5 +1,5 @@
-// A printer that answers anything: every question of the engine gets arbitrary transfers, and each fact that comes of
-// it is short text or nothing.
+// A printer with arbitrary replies: every query of the engine gets arbitrary transfers, and each resulting value is a
+// short text or absent.
 #include "fuzz/FuzzInput.h"
 
 #include "unit/engine/Bench.h"

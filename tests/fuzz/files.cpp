@@ -1,4 +1,4 @@
-// Files that users and archives bring: settings and digests. A damaged one gives a reason and loses nothing.
+// Files from users and archives: settings and digests. A damaged file yields a reason and loses no data.
 #include "fuzz/FuzzInput.h"
 
 #include "archive/FirmwareDigests.h"

@@ -1,5 +1,4 @@
-// A USB device that describes itself in any way: descriptors, strings and device ID are arbitrary bytes, and a printer
-// object comes of it all the same.
+// A USB device with arbitrary descriptors, strings and device ID: a printer object can always be created for it.
 #include "fuzz/FuzzInput.h"
 
 #include "Classes/USBInterfaceHelpers.h"
@@ -12,7 +11,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     FuzzInput input(bytes, size);
     Bench bench;
     bench.handle->answerByDefault();
-    bench.handle->setDescriptor(0x0100, input.takeBlock()); // the device
+    bench.handle->setDescriptor(0x0100, input.takeBlock()); // device descriptor
     for (const std::uint16_t index : {0, 1, 2, 3}) {
         bench.handle->setDescriptor(static_cast<std::uint16_t>(0x0300 | index), input.takeBlock());
     }

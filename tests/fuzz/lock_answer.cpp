@@ -1,4 +1,4 @@
-// Another process answers whatever it likes about a printer's lock: texts that can be displayed come of it, or nothing.
+// Another process sends an arbitrary reply about a printer's lock: the result is displayable text or nullopt.
 #include "fuzz/FuzzInput.h"
 
 #include "platform/foundation/Data.h"

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Writes the inputs that the fuzzing programs start from, and every one that ever made one fail.
+"""Writes the initial inputs of the fuzzing programs, and every input that has ever made one fail.
 
     make_corpus.py FOLDER          (FOLDER/TARGET/NAME for each)
 
-They are kept here as what they mean and not as files of bytes, so that a reader sees what an input is about. A new finding
+They are kept here in a readable form and not as binary files, so that a reader sees what an input is about. A new finding
 is added as write("target", "what-was-wrong", bytes.fromhex("…")).
 """
 import pathlib
@@ -19,7 +19,7 @@ def write(target, name, contents):
 
 
 def block(contents):
-    """Taken back by one takeBlock()."""
+    """Read back by one takeBlock()."""
     assert len(contents) < 256
     return bytes([len(contents)]) + contents
 
@@ -29,7 +29,7 @@ def blocks(contents, size):
 
 
 def answers():
-    """Which product, then one block for each transfer."""
+    """The product, then one block for each transfer."""
     vk14, vk26, vk28 = bytes([0]), bytes([4]), bytes([5])
 
     def reply(text):
@@ -50,7 +50,7 @@ def answers():
 
 
 def reply_shapes():
-    """Which command, then the reply's text (or header) as it comes."""
+    """The command, then the reply's text (or header) as it is on the wire."""
     for name, code, text in [("status", 0, b"00000"), ("loader", 0, b"FU00001"), ("status-text", 0, b"01000 now"),
                              ("version", 1, b" VK14 01.60 \n"), ("version-loader", 1, b"FU00001"),
                              ("version-checksum", 1, b"12AB"), ("serial", 2, b"000001"), ("serial-counter", 2, b"CL42"),
@@ -133,7 +133,7 @@ def files():
 
 
 def virtual_printer():
-    """The printer's settings, then one block for each piece of what the host sends."""
+    """The printer's settings, then one block for each piece of the host's data."""
     def frame(command, payload=b""):
         return b"\x1bP" + command.ljust(22) + b"%08d" % len(payload) + payload
 

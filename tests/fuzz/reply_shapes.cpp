@@ -1,5 +1,5 @@
-// Any text as the answer to any question: what a shape accepts is short printable text, and the answers of one question
-// are not taken for those of another where they are marked.
+// Any text as the reply to any query: a shape accepts only short printable text, and replies with a mark of their query
+// do not fit other queries.
 #include "fuzz/FuzzInput.h"
 
 #include "platform/foundation/Data.h"
@@ -24,7 +24,7 @@ void judge(const std::string& text, ReplyShape shape) {
         const auto byte = static_cast<unsigned char>(character);
         require(byte >= 0x20 && byte != 0x7F, "what fits commands no terminal");
     }
-    if (trimmed == "FU00001") require(shape == ReplyShape::status, "the loader's mark is a status and nothing else");
+    if (trimmed == "FU00001") require(shape == ReplyShape::status, "the loader's mark is only a status");
     if (shape == ReplyShape::lifetimeCounter || shape == ReplyShape::usbSerialSetting) {
         require(trimmed.find_first_not_of("CL0123456789") == std::string::npos, "a number is made of digits");
     }
@@ -45,13 +45,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::uint32_t command = input.takeByte() % kCommands;
     const Data rest = input.takeRest();
     judgeHeader(rest);
-    // As a reply's text comes: UTF-8, or nothing at all.
+    // In the form of a reply's text: UTF-8, or nullopt.
     const auto text = stringFromNulTerminatedUTF8(rest);
     if (!text) {
-        require(!fitsShape(text, replyShapeFor(command)), "what is not text fits nothing");
+        require(!fitsShape(text, replyShapeFor(command)), "invalid text fits no shape");
         return 0;
     }
     judge(*text, replyShapeFor(command));
-    require(fitsShape("", replyShapeFor(command)), "an empty answer fits every question");
+    require(fitsShape("", replyShapeFor(command)), "an empty reply fits every query");
     return 0;
 }

@@ -1,4 +1,4 @@
-// S-record text: a fault is found by one way exactly when it is found by the others, and on a line that exists.
+// S-record text: all checks agree on whether there is a fault, and its line exists.
 #include "fuzz/FuzzInput.h"
 
 #include "archive/SRecord.h"
@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     }
     const Data padded = paddedData(data);
     require(padded.size() % 4 == 0 && padded.size() >= size && padded.size() < size + 4, "padding is to four bytes");
-    require(std::equal(data.begin(), data.end(), padded.begin()), "padding changes nothing before it");
+    require(std::equal(data.begin(), data.end(), padded.begin()), "padding changes no earlier byte");
     require(checksumForData(padded) == checksumForData(data), "zeros do not change the sum");
     return 0;
 }

@@ -1,4 +1,4 @@
-// Text helpers: whatever a printer sends as text becomes valid UTF-8 or nothing, and dumps and cuts stay in bounds.
+// Text helpers: any text of a printer becomes valid UTF-8 or nullopt, and dumps and ranges remain within bounds.
 #include "fuzz/FuzzInput.h"
 
 #include "Classes/USBInterfaceHelpers.h"
@@ -15,7 +15,7 @@ namespace {
 
 bool isUTF8(const std::string& text) {
     std::string again;
-    icu::UnicodeString::fromUTF8(text).toUTF8String(again); // what is not valid becomes a replacement character
+    icu::UnicodeString::fromUTF8(text).toUTF8String(again); // invalid bytes become the replacement character
     return again == text;
 }
 
@@ -36,7 +36,7 @@ constexpr StringEncoding kEncodings[] = {StringEncoding::ascii,
 
 void decode(const Data& bytes, std::size_t maxLength) {
     Data ended = bytes;
-    ended.insert(ended.end(), 7, 0); // a whole zero unit of any size ends it, as the callers' buffers do
+    ended.insert(ended.end(), 7, 0); // a zero unit of any size ends it, as in the callers' buffers
     for (const StringEncoding encoding : kEncodings) {
         const auto text = stringWithCString(ended.data(), maxLength, encoding);
         require(!text || isUTF8(*text), "text is UTF-8");

@@ -1,5 +1,5 @@
-// The virtual printer as a USB host sees it: bytes in pieces of any size never give more than the printer has, and the
-// same bytes in one piece come to the same.
+// The virtual printer as a USB host sees it: bytes in pieces of any size never yield more than the printer has, and the
+// same bytes in one piece yield the same result.
 #include "fuzz/FuzzInput.h"
 
 #include "virtual_printer/VirtualPrinter.h"

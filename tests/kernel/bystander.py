@@ -1,15 +1,15 @@
 #!/usr/bin/python3
-"""Somebody who has the window open while others work: looks at it when asked, and touches nothing but its close.
+"""Keeps the window open while other programs work, and reads it on request. It only closes it at the end.
 
     bystander.py PROGRAM [ARGUMENT...]
 
-Reads lines "rows N FIRMWARE" from standard input: waits until N rows show that firmware, and answers "shown". At the end
-of the input the window is closed with a key. Between two lines nothing is looked at, which would cost the machine more
-than what is tested.
+Reads lines "rows N FIRMWARE" from standard input: waits until N rows show that firmware, and prints "shown". At the end
+of the input it closes the window with a key. Between two lines it does not read the window, because that would use more
+processor time than the tested programs.
 """
 import sys
 
-sys.dont_write_bytecode = True  # the source tree stays as it is
+sys.dont_write_bytecode = True  # the source tree is not changed
 
 from screen import Atspi, Screen  # noqa: E402  (after the switch above)
 
@@ -18,7 +18,7 @@ COLUMN = "Firmware"
 
 
 def firmware_shown(screen):
-    """The firmware of each row, also of those that one would have to scroll to."""
+    """The firmware of each row, including rows that are not scrolled into view."""
     table = screen.find("table", "Printers")
     if table is None:
         return []

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs in the test guest: every case in the order of its file, each reported on a line of its own."""
+"""Runs in the test guest: all cases in file order, each reported on one line."""
 import shutil
 import sys
 

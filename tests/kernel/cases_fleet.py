@@ -1,4 +1,4 @@
-"""Many printers at once beside a print service, a window and other copies of zulctl."""
+"""Many printers at once, used by a print service, a window and several zulctl."""
 import contextlib
 import json
 import pathlib
@@ -12,13 +12,13 @@ from usbfs import switch_off_and_on, wait_for
 
 DONE, BUSY = 0, 5
 PRINTERS, FEWER_PRINTERS = 16, 4
-# Times slower than a quiet guest. The write of an image has five seconds, and emulated transfers take their time: up to
-# the first number all images of sixteen printers arrive, beyond the second one too few of them would.
+# Factors by which this guest is slower than a quiet one. Writing an image has a limit of five seconds, and emulated
+# transfers are slow: up to the first factor all images of sixteen printers succeed, above the second too few do.
 ALL_ARRIVE, CARRIES_ALL = 1.5, 3.0
 MISSED = ("image not taken", "kIOUSBTransactionTimeout",
           "the update is not complete: the printer is still in firmware update mode: it did not take the firmware. "
           "Switch the printer off and on, then start the update again: that completes it.")
-PROGRAM_SLOWLY = 15_000  # ms; long enough for a second update to come while the first one programs the flash
+PROGRAM_SLOWLY = 15_000  # ms; long enough for a second update to start while the first one programs the flash
 OLD, NEW = "VK14 01.60", "VK14 01.61"
 PROGRAM, FIRST_TABLE = "FW_UPDFLASH_PROGRAM", "TBL_WTCTRLD_UPDATE_CW"
 
@@ -29,7 +29,7 @@ def update_command(lab, *more):
 
 @contextlib.contextmanager
 def window(lab):
-    """A window that somebody has open; nothing where there is no display to be had."""
+    """An open window; None without a display."""
     if not lab.window or not shutil.which("Xvfb"):
         yield None
         return
@@ -42,7 +42,7 @@ def window(lab):
 
 
 def look(bystander, count, firmware, seconds):
-    """Every row of the window shows this firmware."""
+    """Waits until every row of the window shows this firmware."""
     if bystander is None:
         return
     start = len(bystander.lines)
@@ -52,7 +52,7 @@ def look(bystander, count, firmware, seconds):
 
 
 def versions_seen(watcher):
-    """What a watcher was told last of each printer's version, by place."""
+    """The last version that a watcher has printed for each printer, by location."""
     versions = {}
     for line in watcher.lines:
         event = json.loads(line)
@@ -61,7 +61,7 @@ def versions_seen(watcher):
     return versions
 
 
-@case("all printers are brought up to date beside a print service, a window, two watchers and a second update")
+@case("all printers are updated beside a print service, a window, two watchers and a second update")
 def _(lab):
     count = PRINTERS if usbfs.slowness <= CARRIES_ALL else FEWER_PRINTERS
     with contextlib.ExitStack() as stack:
@@ -70,16 +70,16 @@ def _(lab):
         gadgets += [stack.enter_context(lab.gadget(port, serial=f"ZUL{port:04}")) for port in range(1, count)]
         service = stack.enter_context(PrintService(lab))
         service.add_queue("photos", next(one for one in service.addresses() if "ZUL0001" in one))
-        queues = service.queues()  # with those of other cases
+        queues = service.queues()  # including those of other cases
         watchers = [stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch")) for _ in range(2)]
         bystander = stack.enter_context(window(lab))
         look(bystander, count, OLD, 240)
         for watcher in watchers:
-            wait_for(lambda: len(versions_seen(watcher)) == count, 120, "the watchers know all printers")
+            wait_for(lambda: len(versions_seen(watcher)) == count, 120, "the watchers show all printers")
         update_all(lab, gadgets)
         look(bystander, count, NEW, 240)
         for watcher in watchers:
-            wait_for(lambda: set(versions_seen(watcher).values()) == {NEW}, 60, "the watchers know the new versions")
+            wait_for(lambda: set(versions_seen(watcher).values()) == {NEW}, 60, "the watchers show the new versions")
         if bystander:
             bystander.process.stdin.close()
             bystander.wait_for_line(lambda line: line == "closed 0\n", 60, "the window is closed")
@@ -116,7 +116,7 @@ def update_all(lab, gadgets):
 
 
 def complete_all(lab, gadgets):
-    """What the first run reported is so, and a second run does only what is left."""
+    """Checks the first run's report, and that a second run updates only the remaining printers."""
     left = [gadget for gadget in gadgets if FIRST_TABLE not in gadget.commands()]
     for gadget in left:
         switch_off_and_on(gadget)

@@ -1,5 +1,5 @@
-"""Updates that are cut off: the program is killed, the printer loses its power or its plug. Each of them is completed by
-following what the programs say."""
+"""Interrupted updates: the program is killed, or the printer loses its power or its connection. Each of them is
+completed by following the programs' texts."""
 import json
 import random
 import signal
@@ -14,9 +14,9 @@ ENTER_LOADER, PROGRAM, CLEAR_TABLES, TABLE = ("FW_UPDFLASH_REWRITE", "FW_UPDFLAS
                                               "TBL_WTCTRLD_UPDATE_CW")
 CUTS, MANY_CUTS = 2, 50
 SEED = 20260708
-SLOW_IMAGE = 1_000_000  # bytes per second, so that some kills meet the image
-COMMANDS = 24  # of an update and the questions before it, up to its last table
-LONGEST_PAUSE = 3  # s; as long as the image takes
+SLOW_IMAGE = 1_000_000  # bytes per second, so that some kills happen during the image
+COMMANDS = 24  # of an update and the queries before it, up to its last table
+LONGEST_PAUSE = 3  # s; the duration of the image
 IN_THE_IMAGE, BETWEEN_THE_TABLES = (11, 1), (22, 0)  # numbers of commands, and s
 THE_IMAGE = 12  # number of a command
 IMPATIENT = ("--stall-timeout", "10", "--give-up", "20")
@@ -28,7 +28,7 @@ def update_command(lab, *more):
 
 
 def moments(lab, seed, *first):
-    """When to cut off: so many commands have come to the printer, and a while has passed, during which more may come."""
+    """Moments of interruption: the printer has received this many commands, then a pause in which more may come."""
     chance = random.Random(seed)
     count = MANY_CUTS if lab.is_long else CUTS
     more = [(chance.randint(1, COMMANDS), chance.choice((0, chance.uniform(0, LONGEST_PAUSE)))) for _ in range(count)]
@@ -44,19 +44,19 @@ def has_come(gadget, moment):
 
 
 def message_of(lines):
-    """What the last line of an update says that has failed; it always says what to do."""
+    """The message of a failed update's last line, which must contain a remedy."""
     last = json.loads(lines[-1])
     message = last.get("error", last)["message"]
-    expect("start the update again" in message.lower() or "switch it on" in message, f"what to do is said: {message}")
+    expect("start the update again" in message.lower() or "switch it on" in message, f"a remedy is given: {message}")
     return message
 
 
 def complete(lab, gadget, message=""):
-    """Does what the message of a failed update says, until one is done. How often the printer was switched off and on for
-    it."""
+    """Follows the message of a failed update until one succeeds. Returns how often it had to switch the printer off and
+    on."""
     cycles = 0
     for _ in range(STARTS):
-        wait_for(gadget.present, 30, "the printer is on")
+        wait_for(gadget.present, 30, "the printer is attached")
         if "off and on" in message:
             switch_off_and_on(gadget)
             cycles += 1
@@ -68,7 +68,7 @@ def complete(lab, gadget, message=""):
 
 
 def expect_complete(lab):
-    """The printer has the new firmware and tables, and nothing is left to be offered."""
+    """The printer has the new firmware and tables, and no completion is offered."""
     facts = dict(line.split(maxsplit=1) for line in lab.zulctl("info").stdout.splitlines() if " " in line.strip())
     expect_equal([facts[name] for name in ("firmwareVersion", "colorTableVersion", "interrupted")],
                  [NEW, NEW_TABLES, "-"], "the printer's facts")
@@ -78,22 +78,22 @@ def expect_complete(lab):
 
 
 def kill_when(lab, gadget, is_time):
-    """kill -9 of an update at this moment; False if the update was over before."""
+    """Kills an update with SIGKILL at this moment; returns False if it had already ended."""
     with lab.start(*update_command(lab)) as update:
         wait_for(lambda: is_time() or update.process.poll() is not None, 240, "the moment of the kill has come")
         return update.end(signal.SIGKILL) == -signal.SIGKILL
 
 
-@case("an update that was killed at a step is completed by the next update")
+@case("an update killed at a step is completed by the next update")
 def _(lab):
-    # A step, and how often the printer has come when it has done what the step ordered.
+    # A step, and the printer's number of arrivals after executing the step's command.
     steps = ((ENTER_LOADER, 2), (PROGRAM, 3), (TABLE, 3)) if lab.is_long else ((ENTER_LOADER, 2), (TABLE, 3))
     for step, arrivals in steps:
         with lab.gadget() as gadget:
             expect(kill_when(lab, gadget, lambda: step in gadget.commands()), f"{step}: the update was killed")
-            wait_for(lambda: gadget.arrivals() == arrivals and gadget.present(), 20, "the printer is there")
+            wait_for(lambda: gadget.arrivals() == arrivals and gadget.present(), 20, "the printer is attached")
             listed = lab.zulctl("list").stdout
-            # Right after the order to enter the loader only the loader shows what happened.
+            # Right after the order to enter the loader only the loader's mode shows the interruption.
             shown = "start the update to complete it" if step == ENTER_LOADER else "update was interrupted at 20"
             expect(shown in listed or "update was interrupted at 20" in listed, f"{step}: it is shown: {listed}")
             result = lab.run(*update_command(lab), timeout=120)
@@ -101,7 +101,7 @@ def _(lab):
             expect_complete(lab)
 
 
-@case("an update that was killed at any moment is completed by following what the next one says")
+@case("an update killed at any moment is completed by following the next one's message")
 def _(lab):
     cycles, killed, cuts = [], 0, moments(lab, SEED)
     for number, moment in enumerate(cuts, 1):
@@ -119,10 +119,10 @@ def _(lab):
 
 
 def memory_of(gadget):
-    """What a printer has kept that lost its power, as settings of the gadget that it will be when it is on again."""
+    """The stored state of a printer without power, as settings of the gadget for its next start."""
     if gadget.arrivals() == 1:
         return {}
-    if gadget.arrivals() == 2:  # its loader takes no image that was not programmed to its end
+    if gadget.arrivals() == 2:  # its loader has no memory of a partially written image
         return {"mode": "loader"}
     commands = gadget.commands()
     tables = {"tables": NEW_TABLES if commands.count(TABLE) == 2 else "0000"} if CLEAR_TABLES in commands else {}
@@ -130,14 +130,14 @@ def memory_of(gadget):
 
 
 def expect_one_image_per_stay(gadget):
-    """An image is sent to a printer at most once before it leaves."""
+    """An image is sent to a printer at most once per attachment."""
     images = 0
     for entry in gadget.entries():
         images = 0 if entry["event"] == "arrive" else images + (entry.get("command") == PROGRAM)
         expect(images <= 1, "one image")
 
 
-@case("a printer that loses its power at any moment of its update is completed by following what the programs say")
+@case("a printer that loses its power at any moment of its update is completed by following the programs' texts")
 def _(lab):
     cuts = moments(lab, SEED + 1, IN_THE_IMAGE, BETWEEN_THE_TABLES)
     cycles, cut, by_itself = [], 0, 0
@@ -147,7 +147,7 @@ def _(lab):
             wait_for(lambda: has_come(gadget, moment) or update.process.poll() is not None, 240, "the moment has come")
             was_under_way = update.process.poll() is None
             gadget.stop(signal.SIGKILL)
-            wait_for(lambda: not gadget.present(), 10, "the printer is off")
+            wait_for(lambda: not gadget.present(), 10, "the printer is detached")
             expect_one_image_per_stay(gadget)
             settings = memory_of(gadget)
             lab.log(f"cut {number}: {'cut' if was_under_way else 'over before'} after {gadget.commands()[-1:]}, back "
@@ -164,7 +164,7 @@ def _(lab):
                f"{by_itself} by themselves, {sum(map(bool, cycles))} with one more power cycle")
 
 
-@case("a printer that is unplugged at any command of its update is completed by following what the programs say")
+@case("a printer unplugged at any command of its update is completed by following the programs' texts")
 def _(lab):
     numbers = range(1, COMMANDS + 1) if lab.is_long else [THE_IMAGE]
     cycles, by_itself = [], 0

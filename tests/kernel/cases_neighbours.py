@@ -1,4 +1,4 @@
-"""Other programs on the printer: the kernel's printer driver, a print service, and whoever else reads it."""
+"""Other programs that use the printer: the kernel's printer driver, a print service, and other USB clients."""
 import json
 import re
 import subprocess
@@ -11,7 +11,7 @@ from usbfs import wait_for
 
 DONE, BUSY = 0, 5
 JOB_BYTES = 400_000
-JOB_SPEED = 20_000  # bytes per second; the job takes twenty seconds, unless it is cancelled
+JOB_SPEED = 20_000  # bytes per second; the job takes twenty seconds unless it is cancelled
 IN_USE = "In use by other application"
 WAIT_FOR_JOB = "Wait until the job is printed. Then start the update again."
 CLOSE_PROGRAM = "Close that program or wait until it has finished. Then start the update again."
@@ -20,13 +20,13 @@ OPENED_WITHIN = 1.0  # s
 
 
 class Job:
-    """Somebody prints through the kernel's driver for as long as the case wants: cat > /dev/usb/lp0."""
+    """A print job through the kernel's driver for as long as the case needs: cat > /dev/usb/lp0."""
 
     def __init__(self, lab, gadget):
         wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 10, "usblp is bound")
         self.node = wait_for(lambda: usbfs.driver_node(gadget.device), 5, "the driver's node is there")
         lab.log(f"$ cat > {self.node} &")
-        with open(self.node, "wb", buffering=0) as printer:  # the driver admits one opener, which is cat
+        with open(self.node, "wb", buffering=0) as printer:  # the driver can be opened once, here by cat
             self.process = subprocess.Popen(["cat"], stdin=subprocess.PIPE, stdout=printer, stderr=lab.log_file)
         self.write(b"page 1\n")
 
@@ -43,13 +43,13 @@ class Job:
         self.process.stdin.flush()
 
     def end(self):
-        """Its exit status."""
+        """Ends the job; returns its exit status."""
         self.process.stdin.close()
         return self.process.wait()
 
 
 def expect_row(lab, holder):
-    """The one printer of the list is in use by this holder, and nothing has been read from it."""
+    """Checks that the only listed printer is in use by this holder, and that no value was read from it."""
     listed = lab.zulctl("--json", "list")
     expect_equal(listed.returncode, DONE, "exit status of list")
     row, = json.loads(listed.stdout)
@@ -63,7 +63,7 @@ def expect_refused(lab, reason):
     expect(re.fullmatch(re.escape(f"VK14 (1-1): not updated: {reason}") + r" \(\d+\.\d s\)", last), f"the reason: {last}")
 
 
-@case("a print job through the kernel's driver goes on while the printer is listed, and an update is refused with 5")
+@case("a print job through the kernel's driver continues while the printer is listed, and an update is refused with 5")
 def _(lab):
     with lab.gadget() as gadget, Job(lab, gadget) as job:
         named = f"it is printing (cat, process {job.process.pid})"
@@ -91,7 +91,7 @@ def _(lab):
             expect(taken <= OPENED_WITHIN * usbfs.slowness, f"read after {taken:.2f} s")
 
 
-@case("usblp has its printer back a second after the last question, also while watch goes on")
+@case("usblp is bound again a second after the last query, also while watch is running")
 def _(lab):
     with lab.gadget() as gadget:
         wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 10, "usblp is bound")
@@ -99,12 +99,12 @@ def _(lab):
             watch.wait_for_event(30, "its version is read", key="firmwareVersion", value="VK14 01.60")
             wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 5, "usblp is bound again")
             expect_equal(watch.process.poll(), None, "watch still runs")
-            # A job is printed beside it as if it were not there.
+            # A job prints normally meanwhile.
             with Job(lab, gadget) as job:
                 expect_equal(job.end(), 0, "exit status of the job")
 
 
-@case("a job of the print service is left alone and named, and the printer answers when it has ended")
+@case("a job of the print service is not interrupted but reported, and the printer is queried when it has ended")
 def _(lab):
     with lab.gadget(serial="ZUL0042", speed=JOB_SPEED) as gadget, PrintService(lab) as service:
         address = next(one for one in service.addresses() if "VK14" in one)
@@ -112,14 +112,14 @@ def _(lab):
         file = lab.folder / "page"
         file.write_bytes(b"page\n" * (JOB_BYTES // 5))
         service.print_file("photos", file)
-        wait_for(lambda: usbfs.driver(gadget.device) == "usbfs", 30, "the back end has the interface")
+        wait_for(lambda: usbfs.driver(gadget.device) == "usbfs", 30, "the back end has claimed the interface")
         (pid, name), = usbfs.users(usbfs.node(gadget.device))
         expect_row(lab, {"kind": "program", "program": name, "pid": pid})
         expect_refused(lab, f"another program uses the printer ({name}, process {pid}). {CLOSE_PROGRAM}")
         expect_equal(usbfs.driver(gadget.device), "usbfs", "the back end still has the interface")
         expect_equal(gadget.commands(), [], "what was sent to the printer beside the job")
         service.cancel_all()
-        wait_for(service.is_idle, 60, "the job is gone")
+        wait_for(service.is_idle, 60, "the job has ended")
         expect_equal(lab.zulctl("status").returncode, DONE, "exit status of status afterwards")
 
 
@@ -142,7 +142,7 @@ def _(lab):
 
 
 class WithoutUdevd:
-    """The guest without its device service, for as long as the case wants."""
+    """Stops the guest's udevd for as long as the case needs."""
 
     def __init__(self, lab):
         self._lab = lab
@@ -161,7 +161,7 @@ def is_udevd_running():
     return subprocess.run(["pidof", "systemd-udevd"], stdout=subprocess.DEVNULL).returncode == 0
 
 
-@case("without udevd an update is followed by the kernel's own reports")
+@case("without udevd an update uses the kernel's events")
 def _(lab):
     with lab.gadget(), WithoutUdevd(lab):
         result = lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", timeout=120)

@@ -1,4 +1,4 @@
-"""Another program that takes the printer when it comes back from a restart of its update."""
+"""Another program claims the printer when it returns from a restart of its update."""
 import contextlib
 import json
 import pathlib
@@ -12,20 +12,20 @@ NEW = "VK14 01.61"
 PROGRAM, TABLE = "FW_UPDFLASH_PROGRAM", "TBL_WTCTRLD_UPDATE_CW"
 HELD = 3  # s
 GIVE_UP = "6"  # s
-# Where the update is when the printer returns, and how often it has arrived by then.
+# The phase of the update when the printer returns, and its number of arrivals by then.
 RESTARTS = {"in the loader": 2, "restarted": 3}
 SHORT_RESTARTS = {"in the loader": 2}
 RULE = pathlib.Path("/run/udev/rules.d/00-held-first.rules")
 
 
 class Holder:
-    """Another program that is always the first to have the printer: until then udevd reports none."""
+    """Another program that always claims the printer first: until then udevd reports no printer."""
 
     def __init__(self, lab, gadget):
         self._lab = lab
         self._flag = lab.folder / "held"
         self._flag.unlink(missing_ok=True)
-        lab.run("udevadm", "settle", "--timeout=20")  # the printer that is there is not to wait
+        lab.run("udevadm", "settle", "--timeout=20")  # the attached printer must not wait
         RULE.write_text('ACTION=="add", SUBSYSTEM=="usb", ENV{DEVTYPE}=="usb_device", ATTR{bDeviceClass}=="00", '
                         f"PROGRAM=\"/bin/sh -c 'until test -e {self._flag}; do sleep 0.02; done'\"\n")
         self._reload()
@@ -38,7 +38,7 @@ class Holder:
 
     def __exit__(self, *_):
         RULE.unlink()
-        self._flag.touch()  # nothing waits any longer
+        self._flag.touch()  # ends all waits
         self._reload()
         self._background.__exit__()
         self._flag.unlink(missing_ok=True)
@@ -68,17 +68,17 @@ def text_while_held(holder):
 
 
 def take_after_restart(gadget, holder, arrivals):
-    wait_for(lambda: gadget.arrivals() == arrivals, 60, f"the printer has arrived for time {arrivals}")
+    wait_for(lambda: gadget.arrivals() == arrivals, 60, f"the printer has arrived {arrivals} times")
     holder.take()
 
 
 def wait_until_named(update, holder, start=0):
-    """The number of the line after the one in which the update names the holder."""
+    """Waits for the line in which the update names the holder; returns the number of the next line."""
     number, _ = update.wait_for_line(lambda line: text_while_held(holder) in line, 60, "the holder is named", start)
     return number + 1
 
 
-@case("an update continues when another program has had the printer for three seconds after each of its restarts")
+@case("an update continues after another program has held the printer for three seconds after each of its restarts")
 def _(lab):
     with contextlib.ExitStack() as stack:
         gadget = stack.enter_context(lab.gadget())

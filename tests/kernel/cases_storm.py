@@ -1,4 +1,4 @@
-"""Printers that come and go all the time: what the programs show equals the bus at the end, and nothing is lost."""
+"""Printers that are plugged and unplugged all the time: at the end the programs show the state of the bus."""
 import contextlib
 import json
 import os
@@ -20,7 +20,7 @@ SEED = 20260707
 
 
 def shown_places(watcher):
-    """Where a watcher has printers now."""
+    """The locations at which a watcher shows printers now."""
     places = []
     for line in watcher.lines:
         event = json.loads(line)
@@ -38,7 +38,7 @@ def resources(process):
 
 
 def storm(gadgets, cycles, chance):
-    """Each cycle takes one printer off the bus and puts it back, at any moment of what the last one caused."""
+    """Each cycle unplugs and plugs one printer, at any moment of the effects of the previous cycle."""
     for _ in range(cycles):
         gadget = chance.choice(gadgets)
         plug(gadget, False)
@@ -47,7 +47,7 @@ def storm(gadgets, cycles, chance):
         time.sleep(chance.uniform(0, LONGEST_GAP))
 
 
-@case("after a storm of unplugging the list equals the bus, and a watcher has lost and kept nothing")
+@case("after a storm of unplugging the list equals the bus, and a watcher shows the same and leaks no resources")
 def _(lab):
     cycles = MANY_CYCLES if lab.is_long else CYCLES
     chance = random.Random(SEED)
@@ -56,8 +56,8 @@ def _(lab):
         gadgets.append(stack.enter_context(lab.gadget(PRINTERS - 1, serial=f"ZUL{PRINTERS - 1:04}", interfaces=2)))
         watcher = stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch"))
         everywhere = places(gadgets)
-        wait_for(lambda: shown_places(watcher) == everywhere, 60, "the watcher has all printers")
-        storm(gadgets, cycles // 10, chance)  # what is made once is made
+        wait_for(lambda: shown_places(watcher) == everywhere, 60, "the watcher shows all printers")
+        storm(gadgets, cycles // 10, chance)  # creates what is created only once
         settle(gadgets, watcher)
         before = resources(watcher.process)
         started = time.monotonic()
@@ -78,17 +78,17 @@ def _(lab):
 
 
 def places(gadgets):
-    """Where a list has rows with these printers: one for each interface."""
+    """The locations of the rows with these printers: one for each interface."""
     return sorted(gadget.device for gadget in gadgets for _ in range(gadget.interfaces))
 
 
 def settle(gadgets, watcher):
     wait_for(lambda: usbfs.printers() == sorted({*places(gadgets)}), 20, "the bus has these printers")
-    wait_for(lambda: shown_places(watcher) == places(gadgets), 60, "the watcher shows what the bus has")
+    wait_for(lambda: shown_places(watcher) == places(gadgets), 60, "the watcher shows the printers of the bus")
 
 
 def wait_for_resources(process, before):
-    """Threads and files of the last arrivals go when their questions are over."""
+    """Threads and files of the last arrivals are released when their queries have ended."""
     return wait_for(lambda: all(now <= then for now, then in zip(resources(process), before)) and resources(process),
                     60, f"the watcher has no more files and threads than {before}")
 
@@ -106,7 +106,7 @@ def versions_by_place(watcher):
 
 
 def take_out(gadget, how):
-    """Switches a printer off (SIGKILL), or unplugs it in good order."""
+    """Switches a printer off (SIGKILL), or unplugs it regularly."""
     gadget.stop(how)
     wait_for(lambda: not gadget.present(), 10, "the port is empty")
 
@@ -116,7 +116,7 @@ def plug_in(lab, stack, port, version):
 
 
 def swap(lab, stack, gadgets, chance, versions):
-    """Both printers leave, and each comes back at the other's port; the order, the gaps and the way are chance."""
+    """Both printers leave, and each returns on the other's port; order, gaps and way are random."""
     for gadget in chance.sample(gadgets, 2):
         take_out(gadget, chance.choice((signal.SIGTERM, signal.SIGKILL)))
         time.sleep(chance.uniform(0, LONGEST_GAP))
@@ -128,18 +128,18 @@ def swap(lab, stack, gadgets, chance, versions):
     return swapped
 
 
-@case("printers that swap their ports, some by a loss of power, are shown where they are in the end")
+@case("printers that swap their ports, some by a loss of power, are shown at their final location")
 def _(lab):
     swaps = MANY_SWAPS if lab.is_long else SWAPS
     chance = random.Random(SEED + 1)
-    versions = ["VK14 01.58", "VK14 01.59"]  # by which each is recognised
+    versions = ["VK14 01.58", "VK14 01.59"]  # which identify them
     with contextlib.ExitStack() as stack:
         gadgets = [plug_in(lab, stack, port, versions[port]) for port in range(2)]
         watcher = stack.enter_context(lab.start(lab.zulctl_path, "--json", "watch"))
         before, started = None, time.monotonic()
         for _ in range(swaps):
             gadgets = swap(lab, stack, gadgets, chance, versions)
-            before = before or settled_resources(watcher, gadgets, versions)  # what is made once is made
+            before = before or settled_resources(watcher, gadgets, versions)  # after what is created only once
         after = settled_resources(watcher, gadgets, versions, before)
         rows = json.loads(lab.zulctl("--json", "list").stdout)
         expect_equal({row["location"]: row["firmwareInstalled"] for row in rows},
@@ -149,8 +149,8 @@ def _(lab):
 
 
 def settled_resources(watcher, gadgets, versions, before=None):
-    """Open files and threads of a watcher that shows each printer where it is."""
+    """Open files and threads of a watcher once it shows each printer at its location."""
     wanted = {gadget.device: version for gadget, version in zip(gadgets, versions)}
     wait_for(lambda: usbfs.printers() == sorted(wanted), 20, "the bus has these printers")
-    wait_for(lambda: versions_by_place(watcher) == wanted, 60, "the watcher shows each where it is")
+    wait_for(lambda: versions_by_place(watcher) == wanted, 60, "the watcher shows each at its location")
     return wait_for_resources(watcher.process, before) if before else resources(watcher.process)

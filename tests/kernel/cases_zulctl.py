@@ -1,4 +1,4 @@
-"""zulctl on the real USB stack: finding, reading and updating a printer, and what it says when something is in the way."""
+"""zulctl on the real USB stack: finding, reading and updating a printer, and its messages when that is not possible."""
 import json
 import os
 import shutil
@@ -15,13 +15,13 @@ def update(lab, *more, timeout=90):
 
 
 def installed_version(lab):
-    """What a fresh zulctl reads from the printer."""
+    """The version that a new zulctl reads from the printer."""
     result = lab.zulctl("info")
     expect_equal(result.returncode, DONE, "exit status of info")
     return result.stdout
 
 
-@case("zulctl says that no printer is attached and exits with 4")
+@case("zulctl reports that no printer is attached and exits with 4")
 def _(lab):
     expect_equal(usbfs.printers(), [], "printers on the bus")
     expect_equal(lab.zulctl("info").returncode, NO_PRINTER, "exit status")
@@ -35,7 +35,7 @@ def _(lab):
         expect("VK14" in result.stdout and "01.60" in result.stdout, "model and installed version are shown")
 
 
-@case("zulctl info shows what the printer answers")
+@case("zulctl info shows the printer's values")
 def _(lab):
     with lab.gadget():
         text = installed_version(lab)
@@ -43,7 +43,7 @@ def _(lab):
             expect(wanted in text, f"{wanted} is shown")
 
 
-@case("zulctl takes the interface from usblp and gives it back when it ends")
+@case("zulctl detaches usblp and attaches it again at its end")
 def _(lab):
     with lab.gadget() as gadget:
         wait_for(lambda: usbfs.driver(gadget.device) == "usblp", 10, "usblp is bound")
@@ -70,13 +70,13 @@ def _(lab):
         expect_equal(gadget.process.poll(), None, "the gadget still runs")
 
 
-@case("a printer on the bus is not updated from the sample archive unless that is named")
+@case("a printer on the bus is not updated from the sample archive unless that is named explicitly")
 def _(lab):
     with lab.gadget() as gadget:
         result = lab.zulctl("update", "--agree", "--yes")
         expect_equal(result.returncode, 1, "exit status")
         expect("samples for virtual printers" in result.stderr and "--firmware-archive" in result.stderr, "it says so")
-        expect("FW_UPD" not in gadget.journal.read_text(), "nothing was sent")
+        expect("FW_UPD" not in gadget.journal.read_text(), "no command was sent")
 
 
 @case("two printers are updated in one run")
@@ -86,7 +86,8 @@ def _(lab):
         expect(lab.zulctl("list").stdout.count("01.60") == 0, "no printer has the old version")
 
 
-@case("a printer with two interfaces is updated once: one result, one image, each table once, and both drivers are back")
+@case("a printer with two interfaces is updated once: one result, one image, each table once, and both drivers are "
+      "bound again")
 def _(lab):
     with lab.gadget(interfaces=2) as gadget:
         result = lab.zulctl("--json", "--firmware-archive", lab.archive, "update", "--agree", "--yes", "--all", timeout=120)
@@ -100,12 +101,12 @@ def _(lab):
                  "usblp is bound to both")
 
 
-@case("without rights on the node zulctl names the node and the udev rule")
+@case("without rights on the node zulctl reports the node and the udev rule")
 def _(lab):
     with lab.gadget() as gadget:
         node = usbfs.node(gadget.device)
         os.chmod(node, 0o600)
-        # Somebody without rights may not be able to reach the build folder either.
+        # A user without rights may not be able to reach the build folder either.
         program = shutil.copy(lab.zulctl_path, lab.folder / "zulctl")
         result = lab.run(program, "list", user=65534, group=65534, extra_groups=[])
         text = result.stdout + result.stderr

@@ -1,4 +1,4 @@
-// The parts of the gadget that need no kernel.
+// The parts of the gadget that need no kernel support.
 #define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
 #include "vkgadget/Descriptors.h"
 #include "vkgadget/EndpointThreads.h"
@@ -10,20 +10,20 @@
 
 using namespace zul;
 
-TEST_CASE("one packet is asked for while less than a packet is known to come") {
+TEST_CASE("a read requests one packet while less than a packet is known to come") {
     CHECK(readSize(0, 512) == 512);
     CHECK(readSize(32, 512) == 512);
     CHECK(readSize(511, 512) == 512);
 }
 
-TEST_CASE("no read asks for more than the command still brings") {
+TEST_CASE("no read requests more than the command still needs") {
     CHECK(readSize(512, 512) == 512);
     CHECK(readSize(1023, 512) == 512);
     CHECK(readSize(2000, 512) == 1536);
     CHECK(readSize(2000, 64) == 1984);
 }
 
-TEST_CASE("a large payload is read in moderate pieces of whole packets") {
+TEST_CASE("a large payload is read in limited pieces of whole packets") {
     CHECK(readSize(2000000, 512) == 65536);
     CHECK(readSize(2000000, 64) == 65536);
 }
@@ -62,7 +62,7 @@ TEST_CASE("each speed has one printer interface with a bulk endpoint in each dir
     }
 }
 
-TEST_CASE("a second interface has a number and endpoints of its own") {
+TEST_CASE("a second interface has its own number and endpoints") {
     const Data block = functionDescriptors(2);
     for (const unsigned start : {20U, 66U}) {
         const unsigned second = start + 9 + 7 + 7;

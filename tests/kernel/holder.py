@@ -1,34 +1,34 @@
 #!/usr/bin/python3
-"""Another program that wants a printer for itself, and gets it first.
+"""Another program that claims a printer before all others.
 
     holder.py DEVICE FLAG
 
-Reads lines from standard input. "take": waits until DEVICE (such as 1-1) is on the bus, claims its interface, makes the
-file FLAG and answers "taken". "release": removes FLAG, releases the printer and answers "released".
+Reads lines from standard input. "take": waits until DEVICE (such as 1-1) is on the bus, claims its interface, creates
+the file FLAG and prints "taken". "release": removes FLAG, releases the printer and prints "released".
 """
 import errno
 import pathlib
 import sys
 
-sys.dont_write_bytecode = True  # the source tree stays as it is
+sys.dont_write_bytecode = True  # the source tree is not changed
 
 import usbfs  # noqa: E402  (after the switch above)
 
-PATIENCE = 60  # s; also as long as an image takes
+PATIENCE = 60  # s; also the duration of an image
 
 
 def claimed(device):
-    """An open printer that is claimed; nothing while somebody has it, or while it is not there."""
+    """An open printer that is claimed; None while it is claimed elsewhere or detached."""
     try:
         printer = usbfs.Printer(device)
-    except (OSError, StopIteration):  # not yet, or not completely
+    except (OSError, StopIteration):  # not attached, or not completely
         return None
     try:
         printer.claim()
         return printer
     except OSError as error:
         printer.close()
-        if error.errno in (errno.EBUSY, errno.ENODEV, errno.ENODATA):  # the kernel's driver came in between, or it left
+        if error.errno in (errno.EBUSY, errno.ENODEV, errno.ENODATA):  # its driver was bound, or it was detached
             return None
         raise
 

@@ -1,4 +1,4 @@
-"""What the cases of the test guest share: naming and running them, gadgets on numbered ports, programs with a log."""
+"""Shared by the cases of the test guest: registering and running cases, gadgets on numbered ports, logged programs."""
 import argparse
 import contextlib
 import json
@@ -16,15 +16,15 @@ import usbfs
 
 CASES = []
 READER_PATIENCE = 5  # s
-STATE_FOLDER = pathlib.Path("/var/lib/zul-printer-utility")  # of programs that root runs
+STATE_FOLDER = pathlib.Path("/var/lib/zul-printer-utility")  # of programs run by root
 
 
 class Skipped(Exception):
-    """The case cannot be run on this machine; the text says why."""
+    """The case cannot run on this machine; the text has the reason."""
 
 
 def case(sentence):
-    """Registers a function of one argument (the lab) under the behaviour that it proves."""
+    """Registers a function of one argument (the lab) under the behaviour that it tests."""
     def register(function):
         CASES.append((sentence, function))
         return function
@@ -70,7 +70,7 @@ class Gadget:
         return self.device in usbfs.printers() and os.path.exists(usbfs.node(self.device))
 
     def stop(self, how=signal.SIGTERM):
-        """Its exit status."""
+        """Stops the gadget; returns its exit status."""
         if self.process.poll() is None:
             self.process.send_signal(how)
         try:
@@ -81,7 +81,7 @@ class Gadget:
             raise AssertionError("vkgadget did not end within 10 s of being told") from None
 
     def log_stacks(self):
-        """Where in the kernel its threads are: who waits for whom."""
+        """Logs the kernel stacks of its threads, to show which one waits for what."""
         for task in sorted(pathlib.Path(f"/proc/{self.process.pid}/task").iterdir()):
             with contextlib.suppress(OSError):
                 self.log(f"{task.name} {(task / 'comm').read_text().strip()}\n{(task / 'stack').read_text()}")
@@ -89,21 +89,21 @@ class Gadget:
     def entries(self):
         """The printer's journal."""
         lines = self.journal.read_text().splitlines() if self.journal.exists() else []
-        return [json.loads(line) for line in lines if line.endswith("}")]  # the last one may be half written
+        return [json.loads(line) for line in lines if line.endswith("}")]  # the last one may be incomplete
 
     def commands(self):
-        """The commands that the printer has got, in their order."""
+        """The commands that the printer has received, in order."""
         return [entry["command"] for entry in self.entries() if entry["event"] == "command"]
 
     def arrivals(self):
-        """How often the printer has come to the bus."""
+        """How often the printer was attached to the bus."""
         return sum(entry["event"] == "arrive" for entry in self.entries())
 
     def address(self):
         return usbfs.attribute(self.device, "devnum")
 
     def is_back(self, before):
-        """It is there with another address than before; while it leaves it has none."""
+        """It is attached with another address than before; while it is detached it has none."""
         return self.address() not in (None, before) and self.present()
 
     def open(self, interface=0):
@@ -113,14 +113,14 @@ class Gadget:
 
 
 class Background:
-    """A program that runs beside the case. Its lines of standard output are kept as they come."""
+    """A program that runs beside the case. Its lines of standard output are stored as they arrive."""
 
     def __init__(self, lab, *command):
         command = list(map(str, command))
         lab.log(f"$ {' '.join(command)} &")
         self._lab = lab
         self.lines = []
-        # A session of its own: what it has started ends with it.
+        # A session of its own, so that its child processes end with it.
         self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=lab.log_file,
                                         text=True, errors="replace", start_new_session=True)
         self._changed = threading.Condition()
@@ -167,7 +167,7 @@ class Background:
         return self.wait_for_line(is_wanted, seconds, what, start)
 
     def end(self, how=signal.SIGTERM, seconds=30):
-        """Its exit status."""
+        """Ends the program; returns its exit status."""
         if self.process.poll() is None and how:
             self.process.send_signal(how)
         status = self.process.wait(seconds * usbfs.slowness)
@@ -192,7 +192,7 @@ class Lab:
         return Gadget(self, port, model, settings, options)
 
     def run(self, *command, timeout=30, **options):
-        """A finished process with its output as text; all of it in the log."""
+        """A finished process with its output as text; all of it is logged."""
         command = list(map(str, command))
         self.log(f"$ {' '.join(command)}")
         started = time.monotonic()
@@ -208,14 +208,14 @@ class Lab:
         return Background(self, *command)
 
     def report(self, text):
-        """A figure that whoever runs the tests wants to see."""
+        """Prints a measured value for the person who runs the tests."""
         print(f"kernel: {text}", flush=True)
         self.log(text)
 
 
 def run_case(lab, number, sentence, function):
     path = lab.folder / f"case-{number:02}.log"
-    # What else the machine does may change from case to case.
+    # The load of the machine may change from case to case.
     usbfs.measure_slowness()
     shutil.rmtree(STATE_FOLDER, ignore_errors=True)  # printers of other cases had the same ports
     started = time.monotonic()
@@ -227,7 +227,7 @@ def run_case(lab, number, sentence, function):
         except Skipped as reason:
             print(f"ok {number} - {sentence} # SKIP {reason}", flush=True)
             return True
-        except Exception:  # whatever went wrong belongs to this case, and the next one starts afresh
+        except Exception:  # any failure belongs to this case, and the next one starts independently
             lab.log(traceback.format_exc())
             passed = False
     print(f"{'ok' if passed else 'not ok'} {number} - {sentence} ({time.monotonic() - started:.1f} s)", flush=True)

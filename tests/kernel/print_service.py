@@ -1,4 +1,4 @@
-"""A print service of the guest's own, with the back end that speaks to printers through libusb. Only the loopback hears it."""
+"""A print service for the guest, with the back end that uses printers through libusb. Reachable on loopback only."""
 import os
 import pathlib
 import shutil
@@ -46,7 +46,7 @@ class PrintService:
         pathlib.Path("/etc/cups/cups-files.conf").write_text(FILES)
         if available.exists():
             shutil.copy(available, BACK_ENDS / "usb")
-        # The service runs a back end as root exactly when nobody else may.
+        # The service runs a back end as root only if no other user may run it.
         os.chown(BACK_ENDS / "usb", 0, 0)
         os.chmod(BACK_ENDS / "usb", 0o700)
         ERROR_LOG.unlink(missing_ok=True)
@@ -54,7 +54,7 @@ class PrintService:
     def __enter__(self):
         self._process = subprocess.Popen(["cupsd", "-f"], stdout=self._lab.log_file, stderr=self._lab.log_file)
         usbfs.wait_for(lambda: self._call("lpstat", "-r").stdout.strip() == "scheduler is running", 30,
-                       "the print service answers")
+                       "the print service is running")
         return self
 
     def __exit__(self, *_):
@@ -76,7 +76,7 @@ class PrintService:
         return result.stdout
 
     def addresses(self):
-        """What the back end finds on the bus, as addresses for queues."""
+        """The printers that the back end finds on the bus, as addresses for queues."""
         lines = self._do(BACK_ENDS / "usb").splitlines()
         return [line.split()[1] for line in lines if line.startswith("direct ")]
 

@@ -1,7 +1,7 @@
-"""A USB client of a few ioctls on the kernel's device nodes.
+"""A USB client that uses a few ioctls of the kernel's device nodes.
 
-It shares no code with the programs under test, so what it sees of a gadget is what the kernel sees. It also plays the
-other program that holds a printer.
+It shares no code with the tested programs, so it sees a gadget as the kernel does. It also plays the other program that
+holds a printer.
 """
 import contextlib
 import ctypes
@@ -46,15 +46,15 @@ def printers():
                   if attribute(path.name, "bInterfaceClass") == "07")
 
 
-# How many times slower than the machine on which the limits were chosen this one is, at least 1.
+# By which factor this machine is slower than the one on which the limits were chosen, at least 1.
 slowness = 1.0
 _REFERENCE = 0.1  # s; a quiet guest
-_SLOWEST = 8.0  # a machine that is slower only makes a case fail later that fails anyway
+_SLOWEST = 8.0  # on a slower machine, a case that fails anyway only fails later
 
 
 def measure_slowness():
-    """Processes and computing, as everything that has a limit is made of them. The best of some: the first one also
-    waits for files."""
+    """Starts processes and computes, like all limited steps. Uses the best of several runs: the first one also reads
+    files from disk."""
     def taken():
         started = time.monotonic()
         for _ in range(3):
@@ -66,7 +66,7 @@ def measure_slowness():
 
 
 def wait_for(condition, seconds, what):
-    """The first true result of condition."""
+    """Waits for the condition; returns its first true result."""
     deadline = time.monotonic() + seconds * slowness
     while time.monotonic() < deadline:
         result = condition()
@@ -77,19 +77,19 @@ def wait_for(condition, seconds, what):
 
 
 def node(device):
-    """The device node's path; a path of nothing when the device is not there (any more)."""
+    """The device node's path; a path of no file if the device is detached."""
     bus, address = attribute(device, "busnum"), attribute(device, "devnum")
     return f"/dev/bus/usb/{int(bus or 0):03}/{int(address or 0):03}"
 
 
 def driver(device, interface=0):
-    """The driver bound to the printer interface, or nothing."""
+    """The driver bound to the printer interface, or None."""
     link = DEVICES / f"{device}:1.{interface}" / "driver"
     return os.path.basename(os.readlink(link)) if link.is_symlink() else None
 
 
 def driver_node(device):
-    """The node of the kernel's printer driver, such as /dev/usb/lp0, or nothing."""
+    """The node of the kernel's printer driver, such as /dev/usb/lp0, or None."""
     names = [path.name for path in (DEVICES / f"{device}:1.0").glob("usbmisc/lp*")]
     return f"/dev/usb/{names[0]}" if names and os.path.exists(f"/dev/usb/{names[0]}") else None
 
@@ -105,15 +105,15 @@ def users(path):
 
 
 def plug(gadget, is_in):
-    """As if somebody pulled its plug, or put it in."""
+    """Simulates that the gadget's plug is pulled or put in."""
     gadget.port_switch.write_text("0" if is_in else "1")
 
 
 def switch_off_and_on(gadget):
     plug(gadget, False)
-    wait_for(lambda: not gadget.present(), 10, "the printer is off")
+    wait_for(lambda: not gadget.present(), 10, "the printer is detached")
     plug(gadget, True)
-    wait_for(gadget.present, 20, "the printer is on")
+    wait_for(gadget.present, 20, "the printer is attached")
 
 
 class Printer:
@@ -158,7 +158,7 @@ class Printer:
         return fcntl.ioctl(self._fd, _BULK, _Bulk(endpoint, length, timeout, ctypes.addressof(buffer)))
 
     def write(self, data, timeout=5000):
-        """One transfer per 16 KiB; the number of bytes that went."""
+        """One transfer per 16 KiB; returns the number of bytes written."""
         sent = 0
         while sent < len(data):
             piece = data[sent:sent + 16384]
@@ -166,7 +166,7 @@ class Printer:
         return sent
 
     def read(self, length=4096, timeout=3000):
-        """One transfer: ends with a short or an empty packet, or when length bytes are there."""
+        """One transfer: ends with a short or zero-length packet, or after length bytes."""
         buffer = ctypes.create_string_buffer(length)
         got = self._bulk(self._in, buffer, length, timeout)
         return buffer.raw[:got]
@@ -177,6 +177,6 @@ class Printer:
 
 
 def frame(text, payload=b""):
-    """A command as it goes over the wire: escape, P, the command text to byte 23, the payload's size."""
+    """A command in wire format: escape, P, the command text to byte 23, the payload's size."""
     size = f"{len(payload):08}" if payload else " " * 8
     return b"\x1bP" + text.ljust(22).encode() + size.encode() + payload

@@ -1,4 +1,4 @@
-"""zulctl as a process: running it, looking at what it wrote, and the list of cases."""
+"""Runs zulctl as a process and collects its output; also the list of cases."""
 import fcntl
 import json
 import os
@@ -14,7 +14,7 @@ import time
 
 FAST = "restart=100,program=100,speed=100000000"
 UPDATE = ("update", "--agree", "--yes")
-LONGEST = 60  # seconds that any run may take
+LONGEST = 60  # seconds; limit of any run
 CASES = []
 
 
@@ -49,7 +49,7 @@ class Result:
 
 
 class Bench:
-    """One case: a home of its own, and zulctl with virtual printers."""
+    """One case: a private home folder, and zulctl with virtual printers."""
 
     def __init__(self, options):
         self.zulctl, self.window, self.archive = options.zulctl, options.window, options.firmware_archive
@@ -64,7 +64,7 @@ class Bench:
         return os.path.join(self.home, name)
 
     def copied_archive(self):
-        """A folder with the sample files, for a case to change."""
+        """A copy of the sample files for a case to change."""
         return shutil.copytree(self.archive, self.path("archive"))
 
     def run(self, *arguments, printers=("VK14",), input="", timeout=60):
@@ -76,14 +76,14 @@ class Bench:
         command = [self.zulctl]
         for printer in printers:
             model, _, settings = printer.partition(",")
-            # Settings of the case come last: they win over the quick ones.
+            # Settings of the case come last, so that they override the quick ones.
             command += ["--virtual", printer if printer == "help" else ",".join(filter(None, (model, FAST, settings)))]
         return command + list(arguments)
 
     def start(self, *arguments, printers=("VK14",), stdout=subprocess.PIPE, stderr=subprocess.PIPE):
         process = subprocess.Popen(self.command(arguments, printers), stdin=subprocess.DEVNULL, stdout=stdout,
                                    stderr=stderr, text=True, env=self.env)
-        # Whoever reads its output line by line must not wait for ever.
+        # A reader of its output must not wait for ever.
         watchdog = threading.Timer(LONGEST, process.kill)
         watchdog.daemon = True
         watchdog.start()
@@ -102,7 +102,7 @@ class Bench:
 
 
 class Terminal:
-    """A program on a terminal, and a person who reads and types."""
+    """A program on a terminal, with a simulated user who reads and types."""
 
     def __init__(self, command, env, columns):
         self.text = ""

@@ -1,4 +1,4 @@
-"""The diagnosis as people and scripts read it."""
+"""The diagnosis as shown to people and scripts."""
 import os
 
 from bench import case, expect, expect_equal
@@ -17,11 +17,11 @@ def examine(bench, *arguments, printers=("VK14",)):
 
 
 def quiet(bench):
-    """A machine without a message bus, whatever this one has."""
+    """Makes the run independent of this machine's message bus: there is none."""
     bench.env["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + bench.path("no-bus")
 
 
-@case("the diagnosis of a printer that is fine ends with 0 and shows every check of its list")
+@case("the diagnosis of a printer without problems exits with 0 and shows every check")
 def _(bench):
     quiet(bench)
     checks, problems = examine(bench)
@@ -29,17 +29,17 @@ def _(bench):
     expect_equal({name for name, check in checks.items() if check["state"] == "ok"},
                  {"holder", "firmware-archive", "loader", "interrupted-update", "ready", "state-folder"}, "what is fine")
     expect_equal(checks["login-service"]["state"], "warning", "no message bus")
-    expect(checks["ready"]["printer"] is not None and checks["udev-rule"]["printer"] is None, "which are of a printer")
+    expect(checks["ready"]["printer"] is not None and checks["udev-rule"]["printer"] is None, "one is of a printer")
     result = bench.run("doctor")
     expect_equal((result.status, result.err), (0, ""), "as text")
     lines = result.out.splitlines()
     expect_equal([line.split()[1] for line in lines if not line.startswith(" ")], NAMES, "one line per check")
     expect(lines[-2].startswith("warning  login-service"), lines[-2])
     expect_equal(lines[-1].strip(), "-> sudo systemctl start dbus systemd-logind", "the command below it")
-    expect(not os.path.exists(bench.path("state")), "nothing was made")
+    expect(not os.path.exists(bench.path("state")), "no folder was created")
 
 
-@case("the diagnosis finds a printer that is not ready, damaged files and an interrupted update, and ends with 1")
+@case("the diagnosis detects a printer that is not ready, damaged files and an interrupted update, and exits with 1")
 def _(bench):
     quiet(bench)
     folder = bench.copied_archive()
@@ -60,7 +60,7 @@ def _(bench):
     expect(f"{' ' * 29}-> {update}\n" in result.out, result.out)
 
 
-@case("the diagnosis finds a printer in its loader and one that another program holds")
+@case("the diagnosis detects a printer in its loader and one that another program holds")
 def _(bench):
     quiet(bench)
     result = bench.run("--json", "doctor", printers=("VK14,mode=loader", "VK14,fault=holder#1:60000"))
@@ -71,7 +71,7 @@ def _(bench):
     expect_equal(found, {("loader", keys[0]), ("holder", keys[1])}, "the problems")
 
 
-@case("a state folder that is a file is found before an update needs it")
+@case("a state folder that is a file is detected before an update needs it")
 def _(bench):
     quiet(bench)
     with open(bench.path("state"), "w", encoding="ascii"):
@@ -81,7 +81,7 @@ def _(bench):
     expect(bench.path("state") in checks["state-folder"]["text"], checks["state-folder"]["text"])
 
 
-@case("the diagnosis of the machine itself runs without a printer")
+@case("the diagnosis of the machine runs without a printer")
 def _(bench):
     quiet(bench)
     checks, _ = examine(bench, printers=())

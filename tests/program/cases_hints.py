@@ -1,4 +1,4 @@
-"""What zulctl says so that nobody is left guessing: hints, unclear names, and what may reach a terminal or a script."""
+"""Hints of zulctl, ambiguous names, and which text may reach a terminal or a script."""
 import itertools
 import json
 import os
@@ -7,7 +7,7 @@ import signal
 from bench import case, expect, expect_equal
 
 
-@case("a model that is not admitted is named together with the option that admits it")
+@case("a model that is not admitted is reported with the option that admits it")
 def _(bench):
     result = bench.run("list", printers=("VK26",))
     expect_equal(result.status, 0, "exit status of list")
@@ -20,14 +20,14 @@ def _(bench):
     expect_equal(problem, "zulctl: no attached printer can be used.", "the problem behind the hint")
 
 
-@case("with --json standard output holds the one document, and hints are objects on standard error")
+@case("with --json standard output contains one document, and hints are objects on standard error")
 def _(bench):
     result = bench.run("--json", "list", printers=("VK14", "VK28"))
     expect_equal([row["model"] for row in result.json], ["VK14"], "the document")
     expect("--admit-product 0x9001" in json.loads(result.err)["note"], result.err)
 
 
-@case("a serial number that two printers have is refused with their keys, and a key tells them apart")
+@case("a serial number of two printers is refused with their keys, and a key selects one")
 def _(bench):
     twins = ("VK14,serial=777,lifetime=1", "VK14,serial=777,lifetime=2")
     result = bench.run("info", "777", printers=twins)
@@ -43,7 +43,7 @@ def _(bench):
     expect_equal(facts["deviceInfo"]["TBPrinterLifetimeCounter"], "11", "the printer whose serial number is 2")
 
 
-@case("update with printers named and --all is wrong usage")
+@case("update with both named printers and --all is wrong usage")
 def _(bench):
     result = bench.run("update", "--agree", "--yes", "--all", "1")
     expect_equal(result.status, 2, "exit status")
@@ -62,10 +62,10 @@ def _(bench):
     result = bench.run("--virtual-journal", bench.path("journal"), "hostinfo", printers=())
     expect_equal(result.status, 2, "exit status")
     expect("--virtual-journal needs --virtual" in result.err, result.err)
-    expect(not os.path.exists(bench.path("journal")), "no file is left behind")
+    expect(not os.path.exists(bench.path("journal")), "no file remains")
 
 
-@case("a wait of no time or of many days is wrong usage that names the option and its range")
+@case("a time-out of 0 or of many days is wrong usage, reported with the option and its range")
 def _(bench):
     for option in ("--stall-timeout", "--give-up"):
         for value in ("0", "100000", "soon"):
@@ -74,7 +74,7 @@ def _(bench):
             expect(option in result.err and "86400" in result.err, result.err)
 
 
-@case("an archive folder without any firmware file is not called verified")
+@case("an archive folder without any firmware file is not reported as verified")
 def _(bench):
     with open(bench.path("digests.json"), "w", encoding="ascii") as file:
         file.write("{}")
@@ -86,7 +86,7 @@ def _(bench):
     expect(bench.path("nothing") in result.err, result.err)
 
 
-@case("an archive without its digest file exits with 7 and names the command that makes one")
+@case("an archive without its digest file exits with 7 and names the command that creates one")
 def _(bench):
     os.mkdir(bench.path("empty"))
     result = bench.run("archive", "verify", bench.path("empty"), printers=())
@@ -94,7 +94,7 @@ def _(bench):
     expect("zulctl archive digest" in result.err, result.err)
 
 
-@case("a sample archive stays one when its digests are counted anew")
+@case("a sample archive keeps its mark when its digests are written again")
 def _(bench):
     with open(bench.path("digests.json"), "w", encoding="ascii") as file:
         file.write('{"sample": true}')
@@ -106,7 +106,7 @@ def _(bench):
         expect_equal(json.load(file).get("sample"), True, "the mark")
 
 
-@case("what a printer says cannot command the terminal, and is kept as it is in JSON")
+@case("text from a printer cannot control the terminal, and is unchanged in JSON")
 def _(bench):
     evil = "VK14,serial=1\x1b]0;title\x07"
     result = bench.run("list", printers=(evil,))
@@ -116,20 +116,20 @@ def _(bench):
     expect_equal(rows[0]["printerSerialNumber"], "1\x1b]0;title\x07", "in JSON")
 
 
-@case("with a log file, problems are still told on standard error and not only in the file")
+@case("with a log file, problems are still reported on standard error")
 def _(bench):
     result = bench.run("--log", bench.path("log"), "info", "nobody")
     expect_equal(result.status, 4, "exit status")
     expect("no printer is called" in result.err, repr(result.err))
 
 
-@case("without -v nothing but results and problems is written")
+@case("without -v only results and problems are written")
 def _(bench):
     for words in (("list",), ("info",), ("status",), ("reset-counter", "A", "1"), ("soft-reset", "1")):
         expect_equal(bench.run(*words).err, "", f"standard error of {words}")
 
 
-@case("a printer that another program holds is listed as such")
+@case("a printer that another program holds is listed as in use")
 def _(bench):
     result = bench.run("--json", "list", printers=("VK14,fault=holder:60000",))
     expect_equal(result.json[0]["status"], "In use by other application", "status")
@@ -137,7 +137,7 @@ def _(bench):
     expect_equal(result.json["heldBy"], "another program", "holder")
 
 
-@case("a printer without a 1284 ID is listed, and an update of it ends with what to do")
+@case("a printer without a 1284 ID is listed, and its update ends with a remedy")
 def _(bench):
     printers = ("VK14,id1284=off",)
     expect_equal(bench.run("--json", "list", printers=printers).json[0]["model"], None, "model")
@@ -146,9 +146,9 @@ def _(bench):
     expect("power-cycle the printer and try again" in result.out, result.out)
 
 
-@case("watch tells that a printer left and came back")
+@case("watch reports that a printer left and returned")
 def _(bench):
-    # Asked only when the other program lets go, and pulled while it is asked.
+    # Queried when the other program releases it, and unplugged during the queries.
     process = bench.start("--json", "watch", 
                           printers=("VK14,fault=holder:1000,fault=unplug@SERIAL_NUMBER:16,restart=500",))
     events = []
@@ -160,12 +160,12 @@ def _(bench):
             break
     process.send_signal(signal.SIGTERM)
     process.communicate(timeout=20)
-    # What was queued for the old one is finished first, so it may leave the list behind its successor's arrival.
+    # Queued work of the old object ends first, so the old object may leave the list after its successor's arrival.
     expect_equal((events[:1], sorted(events[1:])), (["arrived"], ["arrived", "departed"]), "events")
     expect_equal(process.returncode, 130, "exit status")
 
 
-@case("watch shows who uses a printer, and when it is free again")
+@case("watch shows which program uses a printer, and when it is released")
 def _(bench):
     held = ("VK14,fault=holder#1:1000",)
     process = bench.start("--json", "watch", printers=held)

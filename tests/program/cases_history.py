@@ -1,4 +1,4 @@
-"""The history of updates as people and scripts read it."""
+"""The history of updates as shown to people and scripts."""
 import datetime
 import json
 import os
@@ -17,7 +17,7 @@ def moment(text):
 
 
 class History:
-    """A history as the programs write it, with records as a case wants them."""
+    """A history in the format of the programs, with records that the case adds."""
 
     def __init__(self, bench, place=REAL):
         self.folder = os.path.join(bench.path("state"), *place)
@@ -49,7 +49,7 @@ class History:
 
 
 def history_of_three(bench):
-    """One that went well, one that failed and was corrected, and one without an end."""
+    """One successful update, one failed and corrected, and one without an end."""
     history = History(bench)
     first = history.begin("2A71-8B01-01100000", begun=moment("2026-11-01T09:00:00"), place="1-1", serial="000001",
                           version_before="VK14 01.60", version_offered="VK14 01.61", program="zulctl", user_name="kim",
@@ -74,12 +74,12 @@ def history_of_three(bench):
     return history
 
 
-@case("the history shows past updates, the newest last, and how an interrupted one is completed")
+@case("the history shows past updates, newest last, and how an interrupted one is completed")
 def _(bench):
     bench.env["TZ"] = "XST-2"
     history = history_of_three(bench)
     lines = bench.run("history", printers=()).out.splitlines()
-    expect(lines[3].endswith("under way"), f"its program runs: {lines[3]}")
+    expect(lines[3].endswith("under way"), f"its program is running: {lines[3]}")
     history.end()
     result = bench.run("history", printers=())
     expect_equal((result.status, result.err), (0, ""), "status")
@@ -97,7 +97,7 @@ def _(bench):
                   "Start it again to complete it: zulctl update 2A71-8B01-01700000"], "what to do")
 
 
-@case("the history as JSON holds every field, with times in universal time")
+@case("the history as JSON contains every field, with times in UTC")
 def _(bench):
     bench.env["TZ"] = "XST-2"
     history = history_of_three(bench)
@@ -121,7 +121,7 @@ def _(bench):
                  ("interrupted", "interrupted", None, None, []), "the third")
 
 
-@case("the history of one printer is found by its serial number, its key or its place, in any case")
+@case("the history of one printer is found by its serial number, its key or its location, in any case")
 def _(bench):
     history_of_three(bench).end()
     for name, wanted in (("000001", [1]), ("AB0002", [2]), ("2a71-8b01-01700000", [3]), ("1-4", [2]), ("1", []),
@@ -132,7 +132,7 @@ def _(bench):
     expect_equal((result.status, result.out), (0, "No recorded update fits.\n"), "none")
 
 
-@case("the history since a time, and since a while ago")
+@case("the history since a time, and for an age")
 def _(bench):
     bench.env["TZ"] = "XST-2"
     history = history_of_three(bench)
@@ -147,7 +147,7 @@ def _(bench):
         expect_equal(4 in [record["id"] for record in found], is_found, f"the one of three days ago, {since}")
 
 
-@case("a wrong --since exits with 2, shows what was not understood and where help is")
+@case("a wrong --since exits with 2, with the invalid text and a pointer to the help")
 def _(bench):
     for text in ("yesterday", "7", "2026-13-01", "2026-11-01T25:00", "-3d"):
         result = bench.run("history", f"--since={text}", printers=())
@@ -156,16 +156,16 @@ def _(bench):
     expect_equal(bench.run("--json", "history", "--since", "soon", printers=()).json["error"]["exit"], 2, "as JSON")
 
 
-@case("without any update the history says so, and makes no file")
+@case("without any update the history says so and creates no file")
 def _(bench):
     result = bench.run("history", printers=())
     file = os.path.join(bench.path("state"), "zul-printer-utility", "history.sqlite")
     expect_equal((result.status, result.out, result.err), (0, f"No update has been recorded yet in {file}.\n", ""), "none")
     expect_equal(bench.run("--json", "history", printers=()).json, [], "as JSON")
-    expect(not os.path.exists(bench.path("state")), "nothing was made")
+    expect(not os.path.exists(bench.path("state")), "no folder was created")
 
 
-@case("embedded printers have a history of their own")
+@case("embedded printers have a separate history")
 def _(bench):
     history_of_three(bench).end()
     embedded = History(bench, EMBEDDED)
@@ -175,7 +175,7 @@ def _(bench):
     expect_equal(len(bench.run("--json", "history", printers=()).json), 3, "real ones")
 
 
-@case("a damaged history is reported and kept, and a new one begins")
+@case("a damaged history is reported and renamed, and a new one begins")
 def _(bench):
     history = history_of_three(bench)
     history.end()
@@ -189,7 +189,7 @@ def _(bench):
     expect_equal(bench.run("history", printers=()).status, 0, "the next one")
 
 
-@case("a history that cannot be read is a failure with the file's name and what to do")
+@case("a history that cannot be read is a failure with the file's name and a remedy")
 def _(bench):
     os.makedirs(os.path.join(bench.path("state"), "zul-printer-utility", "history.sqlite"))
     result = bench.run("history", printers=())
@@ -198,7 +198,7 @@ def _(bench):
     expect_equal(bench.run("--json", "history", printers=()).json["error"]["exit"], 1, "as JSON")
 
 
-@case("an update that was killed is shown by list and info, and the next update completes it")
+@case("a killed update is shown by list and info, and the next update completes it")
 def _(bench):
     process = bench.start("--json", "update", "--agree", "--yes", printers=("VK14,restart=60000",))
     for line in process.stdout:
@@ -214,7 +214,7 @@ def _(bench):
     expect_equal(bench.run("--json", "list").json[0]["interrupted"], None, "afterwards")
 
 
-@case("a dismissed update is not offered for completion any more, and other printers' updates still are")
+@case("a dismissed update is no longer offered for completion, other printers' updates still are")
 def _(bench):
     history = history_of_three(bench)
     unread = history.begin("2A71-8B01-01800000", serial="ab0003")

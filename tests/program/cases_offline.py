@@ -6,7 +6,7 @@ import shutil
 from bench import case, expect, expect_equal
 
 
-@case("wrong usage exits with 2, says what is wrong and where help is")
+@case("wrong usage exits with 2 and reports the problem and where to find help")
 def _(bench):
     for words in (["frobnicate"], ["list", "--no-such-option"], ["soft-reset"], ["reset-counter", "C", "1"],
                   ["--admit-product", "horse", "list"], ["update", "--give-up", "-1"], []):
@@ -15,7 +15,7 @@ def _(bench):
         expect("--help" in result.err and result.out == "", f"help is named for {words}: {result.err}")
 
 
-@case("a wrong virtual printer exits with 2 and names what would be right")
+@case("a wrong virtual printer exits with 2 and lists the valid values")
 def _(bench):
     result = bench.run("list", printers=("VK99",))
     expect_equal(result.status, 2, "exit status")
@@ -37,7 +37,7 @@ def _(bench):
                           (["--version"], "zulctl 2.06")):
         result = bench.run(*words, printers=())
         expect_equal(result.status, 0, f"exit status of {words}")
-        expect(wanted in result.out, f"{wanted} is told")
+        expect(wanted in result.out, f"{wanted} is shown")
     result = bench.run(printers=("help",))
     expect(result.status == 0 and "stay-in-loader" in result.out, "the faults are listed")
 
@@ -50,7 +50,7 @@ def _(bench):
     expect_equal(bench.run("--json", "defaults", "read", printers=()).json["installOlderFirmwareVersion"], "true", "json")
     expect_equal(bench.run("defaults", "delete", "installOlderFirmwareVersion", printers=()).status, 0, "delete")
     result = bench.run("defaults", "read", "installOlderFirmwareVersion", printers=())
-    expect(result.status == 1 and "no setting" in result.err, "a missing setting is told")
+    expect(result.status == 1 and "no setting" in result.err, "a missing setting is reported")
 
 
 @case("hostinfo shows the banner of the machine")
@@ -98,7 +98,7 @@ def _(bench):
     expect_equal(bench.run("archive", "digest", bench.home, printers=()).status, 1, "a folder without such files")
 
 
-@case("a model of which only some files are there is incomplete: each missing file is named, and the status is 7")
+@case("an archive with only some files of a model is incomplete: each missing file is reported, and the status is 7")
 def _(bench):
     folder = bench.copied_archive()
     for name in os.listdir(folder):
@@ -116,7 +116,7 @@ def _(bench):
     expect_equal([problem["file"] for problem in document["problems"]], ["VK14_600_0161.cwd", "VK28 01.05.fw"], "json")
 
 
-@case("tables that came with one model do not make the other model that shares them incomplete")
+@case("shared tables installed with one model do not make the other model incomplete")
 def _(bench):
     folder = bench.path("vk18")
     os.mkdir(folder)
@@ -146,7 +146,7 @@ def _(bench):
     expect(f"digests.json is missing in {folder}" in result.err and result.err.endswith(remedy), result.err)
 
 
-@case("a pipe in place of an archive file is told and keeps nobody waiting")
+@case("a pipe in place of an archive file is reported and does not block")
 def _(bench):
     folder = bench.copied_archive()
     os.remove(os.path.join(folder, "VK14 01.61.fw"))
@@ -161,14 +161,14 @@ def _(bench):
     expect("digests.json" in result.err, result.err)
 
 
-@case("the archive's path is the named folder, or the program's own")
+@case("the archive's path is the named folder, or the program's default")
 def _(bench):
     expect_equal(bench.run("--firmware-archive", "/x/y", "archive", "path", printers=()).out, "/x/y\n", "named")
     own = bench.run("archive", "path", printers=()).out.strip()
-    expect(os.path.isfile(os.path.join(own, "digests.json")), f"its own: {own}")
+    expect(os.path.isfile(os.path.join(own, "digests.json")), f"the default: {own}")
 
 
-@case("srecord verify names the bad line and the reason")
+@case("srecord verify reports the bad line and the reason")
 def _(bench):
     good, bad = bench.path("good.fw"), bench.path("bad.fw")
     with open(good, "w", encoding="ascii") as file:
@@ -184,7 +184,7 @@ def _(bench):
     expect_equal([row["valid"] for row in faults], [True, False], "json")
 
 
-@case("a log and a journal that cannot be written are told, with status 1")
+@case("a log and a journal that cannot be written are reported, with status 1")
 def _(bench):
     for option in ("--log", "--virtual-journal"):
         result = bench.run(option, "/dev/null/file", "list")
@@ -192,7 +192,7 @@ def _(bench):
         expect("/dev/null/file" in result.err, "the file is named")
 
 
-@case("a name that is too long for a folder is a problem that is told, not a crash")
+@case("a name that is too long for a folder is reported, and does not crash the program")
 def _(bench):
     result = bench.run("archive", "list", "x" * 5000, printers=())
     expect_equal(result.status, 1, result.err)

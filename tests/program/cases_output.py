@@ -1,4 +1,4 @@
-"""Where zulctl's output goes: files that are full, readers that have gone, terminals that obey, files that it keeps."""
+"""The output of zulctl: full disks, closed pipes, terminals, and files that must not be overwritten."""
 import json
 import os
 import subprocess
@@ -10,7 +10,7 @@ EVIL = "1\x1b]0;title\x07\u009b31m\u202eABC\u2066\u200f\x7f"
 
 
 def run_into(bench, output, *arguments, printers=("VK14",)):
-    """A run whose standard output is a file or a descriptor. A closed pipe is an error for it and no signal."""
+    """Runs with standard output to a file or a descriptor. Writing to a closed pipe is an error, not a signal."""
     return subprocess.run(bench.command(arguments, printers), stdin=subprocess.DEVNULL, stdout=output,
                           stderr=subprocess.PIPE, text=True, env=bench.env, timeout=60, restore_signals=False)
 
@@ -30,7 +30,7 @@ def run_without_stream(bench, redirection, *arguments):
                           env=bench.env, timeout=60)
 
 
-@case("results that cannot be written are a failure that is told on standard error")
+@case("results that cannot be written are a failure that is reported on standard error")
 def _(bench):
     for words in (("list",), ("info",), ("status",), ("soft-reset", "1"), ("archive", "list"), ("archive", "path"),
                   ("hostinfo",), ("--help",), ("--version",), ("--virtual", "help")):
@@ -43,7 +43,7 @@ def _(bench):
                 expect_equal(json.loads(result.stderr)["error"]["exit"], 1, "the status as JSON")
 
 
-@case("a command that fails keeps its own exit status where its output cannot be written")
+@case("a failed command keeps its own exit status if its output cannot be written")
 def _(bench):
     with open("/dev/full", "w", encoding="ascii") as full:
         result = run_into(bench, full, "--json", "info", "nobody")
@@ -59,14 +59,14 @@ def _(bench):
     expect_equal(result.stderr.count(FULL), 1, result.stderr)
 
 
-@case("a reader that has gone is no failure, and nothing is said about it")
+@case("a closed pipe on standard output is neither a failure nor reported")
 def _(bench):
     for words in (("list",), ("--json", "list"), ("info",), ("archive", "list"), ("watch",), ("--json", "watch")):
         result = run_into_closed_pipe(bench, *words)
         expect_equal((result.returncode, result.stderr), (0, ""), f"exit status and standard error of {words}")
 
 
-@case("an update goes on to its end when nobody reads about it any more")
+@case("an update continues to its end after the reader of its output has gone")
 def _(bench):
     journal = bench.path("journal")
     result = run_into_closed_pipe(bench, "--virtual-journal", journal, *UPDATE)
@@ -76,7 +76,7 @@ def _(bench):
     expect_equal(commands.count("TBL_WTCTRLD_UPDATE_CW"), 2, "tables written")
 
 
-@case("with standard output closed from the start nothing is written into another file")
+@case("with standard output closed from the start no text is written into another file")
 def _(bench):
     result = run_without_stream(bench, ">&-", "--log", bench.path("log"), "list")
     expect_equal(result.returncode, 1, "exit status")
@@ -85,15 +85,15 @@ def _(bench):
         path = bench.path(name)
         if os.path.isfile(path):
             with open(path, encoding="utf-8") as file:
-                expect("MANUFACTURER" not in file.read(), f"the list stands in {name}")
+                expect("MANUFACTURER" not in file.read(), f"the list is in {name}")
 
 
-@case("with standard error closed from the start problems are written into no other file")
+@case("with standard error closed from the start problems are not written into another file")
 def _(bench):
     result = run_without_stream(bench, "2>&-", "--log", bench.path("log"), "info", "nobody")
     expect_equal(result.returncode, 4, "exit status")
     with open(bench.path("log"), encoding="utf-8") as file:
-        expect("nobody" not in file.read(), "the problem stands in the log")
+        expect("nobody" not in file.read(), "the problem is in the log")
 
 
 @case("with -v no control character and no direction mark of a printer reaches the terminal")
@@ -107,13 +107,13 @@ def _(bench):
     expect_equal(result.json["printerSerialNumber"], EVIL, "in JSON it is as the printer has it")
 
 
-@case("what a printer tells stays in its line of the table")
+@case("text from a printer remains in its line of the table")
 def _(bench):
     result = bench.run("list", printers=("VK14,serial=1\nzulctl: all is well",))
     expect_equal(len(result.out.splitlines()), 2, result.out)
 
 
-@case("listing printers again leaves the settings file alone")
+@case("listing printers again does not change the settings file")
 def _(bench):
     settings = bench.path("zul-printer-utility/defaults.json")
     bench.run("list")
@@ -124,7 +124,7 @@ def _(bench):
     expect_equal((after.st_ino, after.st_mtime_ns), (before.st_ino, before.st_mtime_ns), "the file")
 
 
-@case("a path that begins with ~ is below the home folder, also behind an equals sign")
+@case("a path that begins with ~ is below the home folder, also after an equals sign")
 def _(bench):
     os.mkdir(bench.path("files"))
     result = bench.run("--log=~/a/log", "--virtual-journal=~/journal", "--firmware-archive=~/files", "archive", "path")
@@ -133,7 +133,7 @@ def _(bench):
     expect(os.path.getsize(bench.path("a/log")) > 0 and os.path.getsize(bench.path("journal")) > 0, "both are written")
 
 
-@case("a log that cannot be written ends the program with its name")
+@case("a log that cannot be written ends the program, and its name is reported")
 def _(bench):
     os.mkdir(bench.path("folder"))
     result = bench.run("--log", bench.path("folder"), "list")
@@ -141,7 +141,7 @@ def _(bench):
     expect(bench.path("folder") in result.err and result.out == "", result.err)
 
 
-@case("a log that is full is told about once, and the command does its work")
+@case("a full log is reported once, and the command continues")
 def _(bench):
     result = bench.run("--log", "/dev/full", "list")
     expect_equal(result.status, 0, "exit status")

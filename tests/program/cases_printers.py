@@ -1,4 +1,4 @@
-"""Commands that ask printers, set them and reset them."""
+"""Commands that query, set or reset printers."""
 import json
 import os
 import shutil
@@ -20,7 +20,7 @@ def _(bench):
     expect_equal((rows[0]["firmwareOffered"], rows[0]["firmwareFile"]), ("VK14 01.61", "ready"), "offered")
 
 
-@case("a version whose file cannot be installed is not offered: list and info say why")
+@case("a version whose file cannot be installed is listed with the reason by list and info")
 def _(bench):
     folder = bench.copied_archive()
     firmware = os.path.join(folder, "VK14 01.61.fw")
@@ -42,13 +42,13 @@ def _(bench):
     expect_shown("file not verified", "no digest")
 
 
-@case("a model that is not admitted is not listed, and admitted it is")
+@case("a model is listed only if it is admitted")
 def _(bench):
     expect_equal(bench.run("--json", "list", printers=("VK26",)).json, [], "not admitted")
     expect_equal(len(bench.run("--json", "--admit-product", "0x8B01", "list", printers=("VK26",)).json), 1, "admitted")
 
 
-@case("info shows everything, and finds a printer by key, serial number, location and position")
+@case("info shows the device info, and finds a printer by key, serial number, location and position")
 def _(bench):
     for name in ("2A71000301200000", "777", "1-2", "2"):
         facts = bench.run("--json", "info", name, printers=("VK14", "VK14,serial=777,lifetime=9")).json
@@ -58,7 +58,7 @@ def _(bench):
         expect(wanted in text, f"{wanted} is shown")
 
 
-@case("a printer that is not there exits with 4 and names those that are")
+@case("an unknown printer exits with 4 and lists the attached ones")
 def _(bench):
     for words in (("info", "nobody"), ("status", "nobody"), ("update", "--agree", "--yes", "nobody"),
                   ("soft-reset", "nobody"), ("reset-counter", "A", "nobody"), ("usb-serial", "on", "nobody")):
@@ -67,21 +67,21 @@ def _(bench):
         expect("2A71000301100000" in result.err, "the attached one is named")
 
 
-@case("several printers without a name are wrong usage where one is meant")
+@case("several printers without a name are wrong usage for a command on one printer")
 def _(bench):
     result = bench.run("info", printers=("VK14", "VK14"))
     expect_equal(result.status, 2, "exit status")
     expect("name one" in result.err, result.err)
 
 
-@case("status asks now and shows code and text")
+@case("status sends a query and shows code and text")
 def _(bench):
     expect_equal(bench.run("status", printers=("VK14,status=00000:01300",)).out, "01300  Paper Jam\n", "text")
     answer = bench.run("--json", "status").json
     expect_equal((answer["code"], answer["status"]), ("00000", "Idle"), "json")
 
 
-@case("status of a printer that does not answer exits with 8")
+@case("status of an unresponsive printer exits with 8")
 def _(bench):
     result = bench.run("status", printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     expect_equal(result.status, 8, "exit status")
@@ -102,7 +102,7 @@ def journal(bench, *words, printers=("VK14",)):
         return result, [json.loads(line) for line in lines]
 
 
-@case("a counter is reset on the wire")
+@case("a counter reset is sent to the printer")
 def _(bench):
     result, seen = journal(bench, "reset-counter", "B", "1")
     expect_equal(result.status, 0, "exit status")
@@ -110,7 +110,7 @@ def _(bench):
     expect_equal(commands[-1], "MNT_WTCOUNTER_CLR", "the last command")
 
 
-@case("a refused command is reported in words; only the log and JSON have the return code")
+@case("a refused command is reported as text; only the log and JSON have the return code")
 def _(bench):
     printers = ("VK14,fault=stall@MNT_WTCOUNTER_CLR",)
     result = bench.run("reset-counter", "A", "1", printers=printers)
@@ -124,10 +124,10 @@ def _(bench):
     expect("kIO" not in error["message"], error["message"])
 
 
-@case("a bus that cannot be watched is reported in words; only the log and JSON have the return code")
+@case("a bus that cannot be watched is reported as text; only the log and JSON have the return code")
 def _(bench):
     def listed(*words):
-        # Too few files for the bus, and enough for what comes before it.
+        # Too few descriptors for the bus, but enough for the steps before it.
         command = ["sh", "-c", 'ulimit -n 12; exec "$0" "$@"', bench.zulctl, *words, "list"]
         result = subprocess.run(command, capture_output=True, text=True, env=bench.env, timeout=30)
         expect_equal(result.returncode, 1, result.stdout + result.stderr)
@@ -141,12 +141,12 @@ def _(bench):
     expect_equal((error["exit"], error["code"].startswith("kIOReturn")), (1, True), "in JSON")
 
 
-@case("the USB serial number is switched on a model that has it and refused on one that has not")
+@case("the USB serial number is switched on for a model that has it and refused for one without it")
 def _(bench):
     result, seen = journal(bench, "--admit-product", "0x8B01", "usb-serial", "on", "1",
                            printers=("VK26,usb-serial=off",))
     expect_equal(result.status, 0, "exit status")
-    expect("Enabled" in result.out and "power-cycle" in result.err, "what to do next is told")
+    expect("Enabled" in result.out and "power-cycle" in result.err, "the next step is shown")
     commands = [entry["command"] for entry in seen if entry["event"] == "command"]
     expect_equal(commands[-2:], ["MNT_WTUSB_ISERI_SET", "MNT_RDUSB_ISERI_SET"], "the last commands")
     result = bench.run("usb-serial", "on", "1")
@@ -164,7 +164,7 @@ def _(bench):
             expect(event in [json.loads(line)["event"] for line in lines], f"{command} shows as {event}")
 
 
-@case("watch tells an arrival and its facts as JSON lines and ends with 130 at an interrupt")
+@case("watch reports an arrival and its values as JSON lines and exits with 130 after an interrupt")
 def _(bench):
     process = bench.start("--json", "watch")
     seen = []
@@ -174,7 +174,7 @@ def _(bench):
     process.communicate(timeout=20)
     expect_equal(process.returncode, 130, "exit status")
     expect_equal(seen[0]["event"], "arrived", "the first event")
-    expect(any(line.get("key") == "firmwareVersion" and line["value"] == "VK14 01.60" for line in seen), "a fact")
+    expect(any(line.get("key") == "firmwareVersion" and line["value"] == "VK14 01.60" for line in seen), "a value")
 
 
 @case("the log file and -v show what was sent")
@@ -186,20 +186,20 @@ def _(bench):
         expect("1b 50 53 54 41 54 55 53" in log.read(), "the traffic is dumped")
 
 
-@case("a counter of a printer in its loader is not said to be reset")
+@case("a counter of a printer in its loader is not reported as reset")
 def _(bench):
     result = bench.run("reset-counter", "A", "1", printers=("VK14,mode=loader",))
     expect_equal(result.status, 6, result.out + result.err)
     expect("Firmware Update Mode" in result.err, result.err)
 
 
-@case("serial numbers of virtual printers differ, also where one has a setting that ends like theirs")
+@case("serial numbers of virtual printers differ, also if another setting's name ends with serial")
 def _(bench):
     result = bench.run("--json", "--admit-product", "0x8B01", "list", printers=("VK26,usb-serial=on", "VK26,usb-serial=on"))
     expect_equal([row["printerSerialNumber"] for row in result.json], ["000001", "000002"], result.out)
 
 
-@case("an interrupt ends a command that waits for a silent printer with 130")
+@case("an interrupt ends a command that waits for an unresponsive printer with 130")
 def _(bench):
     process = bench.start("status", printers=("VK14,fault=silence@STATUS",))
     time.sleep(1)
@@ -207,7 +207,7 @@ def _(bench):
     expect_equal(process.wait(), 130, "exit status")
 
 
-@case("two virtual printers at one location are refused, and a named location is kept free for its printer")
+@case("two virtual printers at one location are refused, and an explicit location is reserved for its printer")
 def _(bench):
     result = bench.run("list", printers=("VK14,location=1-2", "VK14,location=1-2"))
     expect_equal(result.status, 2, result.err)
@@ -223,7 +223,7 @@ def _(bench):
     expect_equal(result.json["firmwareInstalled"], "VK14 01.60", result.out)
 
 
-@case("a printer that does not answer as it should is listed with what helps, and one that answers the second time is not")
+@case("a printer with bad replies is listed with a remedy, and one that replies to the second query is not")
 def _(bench):
     mute = ("VK14,fault=silence@FVER#1,fault=silence@FVER#2",)
     expect("Idle: does not answer as it should, switch it off and on" in bench.run("list", printers=mute).out, "list")

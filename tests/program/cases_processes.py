@@ -1,21 +1,21 @@
-"""Two of our own processes and one printer: what the second one says and does."""
+"""Two processes of this product and one printer: the output and the effect of the second one."""
 import os
 import subprocess
 
 from bench import UPDATE, case, expect, expect_equal
 
 KEY = "2A71000301100000"
-WAITS = 'read go; exec "$0" "$@"'  # its process is zulctl's from the beginning
+WAITS = 'read go; exec "$0" "$@"'  # the shell's process becomes zulctl's
 
 
 class Other:
-    """A process that has reserved the printer of a zulctl that has not begun yet."""
+    """A process that has reserved the printer of a zulctl that has not started yet."""
 
     def __init__(self, bench, *words, printers=("VK14",)):
         command = ["sh", "-c", WAITS, *bench.command(words, printers)]
         self.zulctl = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                        text=True, env=bench.env)
-        # Embedded printers belong to one process, and so do their locks: the name holds its number.
+        # Embedded printers and their locks belong to one process: the lock's name contains its number.
         program = os.path.join(os.path.dirname(bench.zulctl), "lock_holder")
         self.holder = subprocess.Popen([program, f"zul-printer-utility-embedded-{self.zulctl.pid}", "0"],
                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
@@ -40,7 +40,7 @@ class Other:
         return self.holder.stdout.readline().strip()
 
     def outcome(self):
-        """zulctl begins; its exit status and what it wrote."""
+        """Starts zulctl; returns its exit status and its output."""
         out, err = self.zulctl.communicate("go\n", timeout=60)
         return self.zulctl.returncode, out, err
 
@@ -50,17 +50,17 @@ def flashed(file):
         return any("FW_UPDFLASH" in line for line in lines)
 
 
-@case("an update of a printer that another process of ours updates is refused, names that process and sends nothing")
+@case("an update of a printer that another process is updating is refused, names that process and sends no command")
 def _(bench):
     file = bench.path("journal")
     with Other(bench, "--virtual-journal", file, *UPDATE) as other:
         status, out, err = other.outcome()
         expect_equal(status, 5, out + err)
         expect(other.name in out.splitlines()[-1], out)
-    expect(not flashed(file), "nothing was sent")
+    expect(not flashed(file), "no command was sent")
 
 
-@case("what changes a printer is refused while another process of ours updates it, and that process is named")
+@case("commands that change a printer are refused while another process updates it, and that process is named")
 def _(bench):
     for words in (("reset-counter", "A", "1"), ("soft-reset", "1"), ("reset", "1"), ("reenumerate", "1")):
         with Other(bench, *words) as other:
@@ -69,7 +69,7 @@ def _(bench):
             expect(f"{other.name}. It updates the printer: do not close it" in err, err)
 
 
-@case("the diagnosis names the process of ours that updates a printer")
+@case("the diagnosis names the process that updates a printer")
 def _(bench):
     bench.env["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + bench.path("no-bus")
     with Other(bench, "doctor") as other:

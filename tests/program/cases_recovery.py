@@ -1,4 +1,4 @@
-"""Updates in which something goes wrong: what is told, what is sent, how it ends, and how it is put right."""
+"""Updates with a failure: what is reported, what is sent, how they end, and how they are completed."""
 import json
 import os
 import signal
@@ -22,7 +22,7 @@ def events_of(result):
     return [line["event"] for line in result.lines]
 
 
-@case("firmware that reports another version than the offered one is no success, whatever was reported")
+@case("firmware that reports another version than the available one is not a success, whatever was reported")
 def _(bench):
     folder = bench.copied_archive()
     image = os.path.join(folder, IMAGE)
@@ -34,10 +34,10 @@ def _(bench):
     result = bench.run("--firmware-archive", folder, *UPDATE)
     expect_equal(result.status, 1, result.out)
     expect("Firmware update was successful!" in result.out, "the report")
-    expect("reports VK14 01.59 after the update instead of VK14 01.61" in result.out.splitlines()[-1], "the facts")
+    expect("reports VK14 01.59 after the update instead of VK14 01.61" in result.out.splitlines()[-1], "device info")
 
 
-@case("files that are removed while the printer restarts were verified before: the update is completed with them")
+@case("files that were verified before the printer restarts are used although they were removed meanwhile")
 def _(bench):
     folder = bench.copied_archive()
     process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,restart=1500",))
@@ -50,7 +50,7 @@ def _(bench):
     expect_equal((process.wait(), last["tablesWritten"]), (0, 2), str(last))
 
 
-@case("an archive without the firmware file exits with 7 and sends nothing")
+@case("an archive without the firmware file exits with 7 and sends no command")
 def _(bench):
     folder, file = bench.copied_archive(), bench.path("journal")
     os.remove(os.path.join(folder, IMAGE))
@@ -59,7 +59,7 @@ def _(bench):
     expect(not any(command.startswith("FW_UPD") for command in commands_of(file)), "no firmware command")
 
 
-@case("an image that the bus does not take ends the update at once, with its code in the JSON alone")
+@case("an image that the bus does not accept ends the update at once, with its code only in the JSON")
 def _(bench):
     result = bench.run("--json", *UPDATE, printers=("VK14,fault=stall@FLASH_PROGRAM",))
     expect_equal(result.status, 1, result.out)
@@ -68,14 +68,14 @@ def _(bench):
     expect("it did not take the firmware" in last["message"] and "kIO" not in last["message"], last["message"])
 
 
-@case("a command to restart that fails leaves the printer unchanged, and that is what is said")
+@case("a failed command to restart leaves the printer unchanged, and this is reported")
 def _(bench):
     result = bench.run("--json", *UPDATE, printers=("VK14,fault=stall@FLASH_REWRITE",))
     expect_equal(result.status, 1, result.out)
     expect("did not take the command to restart. Nothing has been changed" in result.lines[-1]["message"], result.out)
 
 
-@case("a printer that is pulled in the middle of the image is told of, and the next run updates it")
+@case("a printer unplugged during the image is reported, and the next run updates it")
 def _(bench):
     result = bench.run("--json", *UPDATE, printers=("VK14,fault=unplug@FW_UPDFLASH_PROGRAM",))
     expect_equal(result.status, 1, result.out)
@@ -85,7 +85,7 @@ def _(bench):
     expect_equal(result.status, 0, result.out)
 
 
-@case("a printer that stops answering before anything was sent exits with 8 and says that nothing was changed")
+@case("a printer unresponsive before the first command exits with 8 and is reported as unchanged")
 def _(bench):
     file = bench.path("journal")
     result = bench.run("--json", "--virtual-journal", file, *UPDATE, "--stall-timeout", "1", "--give-up", "2",
@@ -93,10 +93,10 @@ def _(bench):
     expect_equal(result.status, 8, result.out)
     expect_equal(events_of(result)[-2:], ["stalled", "result"], "events")
     expect("Nothing has been changed" in result.lines[-1]["message"], result.out)
-    expect("FW_UPDFLASH_REWRITE" not in commands_of(file), "nothing was sent")
+    expect("FW_UPDFLASH_REWRITE" not in commands_of(file), "no command was sent")
 
 
-@case("a printer that comes back on another port is not mistaken for the one that is waited for")
+@case("a printer that returns on another port is not taken for the awaited one")
 def _(bench):
     file = bench.path("journal")
     result = bench.run("--virtual-journal", file, *UPDATE, "--give-up", "3",
@@ -113,14 +113,14 @@ def _(bench):
     expect_equal((result.lines[-1]["version"], result.lines[-1]["tablesWritten"]), ("VK14 01.61", 2), "the facts")
 
 
-@case("a printer that stays unready after its restart is given up with its status named")
+@case("a printer that is not ready after its restart is given up with its status")
 def _(bench):
     result = bench.run(*UPDATE, "--give-up", "8", printers=("VK14,after-update=01100",))
     expect_equal(result.status, 8, result.out)
     expect("the printer reports: Paper End" in result.out.splitlines()[-1], result.out)
 
 
-@case("when one printer is lost the others are still finished, and the run ends")
+@case("if one printer is lost the others are still updated, and the run ends")
 def _(bench):
     result = bench.run("--json", *UPDATE, "--all", "--give-up", "8",
                        printers=("VK14,status=01000", "VK14", "VK14,fault=never-back@FLASH_REWRITE"))
@@ -137,28 +137,28 @@ def _(bench):
     expect_equal(commands_of(file).count("FW_UPDFLASH_PROGRAM"), 1, "images")
 
 
-@case("the same version is installed again without a word about it")
+@case("the same version is installed again without a question")
 def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,firmware=VK14 01.61",))
     expect_equal(result.status, 0, result.out)
     expect("updated from VK14 01.61 to VK14 01.61" in result.out, result.out)
 
 
-@case("a newer version is replaced when the setting says so")
+@case("a newer version is replaced if the setting allows it")
 def _(bench):
     bench.run("defaults", "write", "installOlderFirmwareVersion", "true", printers=())
     result = bench.run(*UPDATE, printers=("VK14,firmware=VK14 01.70",))
     expect_equal(result.status, 0, result.out)
 
 
-@case("plain output has no carriage returns, and every phase that lasts has its line")
+@case("plain output has no carriage returns, and every long phase has its line")
 def _(bench):
     result = bench.run(*UPDATE)
     expect("\r" not in result.out and "\x1b" not in result.out, repr(result.out))
     for wanted in ("checking", "restarting into the loader", "in the loader", "programming its flash",
                    "restarting into the new firmware"):
         expect(wanted in result.out, f"{wanted!r} is shown")
-    expect("usually done within 30 s" in result.out, "how long it may take is told")
+    expect("usually done within 30 s" in result.out, "the usual time is shown")
 
 
 def wait_for_phase(process, phase):
@@ -168,7 +168,7 @@ def wait_for_phase(process, phase):
     raise AssertionError(f"the update ended before {phase!r}")
 
 
-@case("one interrupt in the middle of an update warns and changes nothing")
+@case("one interrupt during an update warns and changes nothing")
 def _(bench):
     process = bench.start("--json", *UPDATE)
     wait_for_phase(process, "in the loader")
@@ -179,7 +179,7 @@ def _(bench):
     expect_equal(json.loads(out.splitlines()[-1])["exit"], 0, "the result")
 
 
-@case("an interrupt before anything was sent ends at once")
+@case("an interrupt before the first command ends the run at once")
 def _(bench):
     process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     wait_for_phase(process, "checking")
@@ -188,7 +188,7 @@ def _(bench):
     expect_equal((process.returncode, err), (130, ""), "exit status and standard error")
 
 
-@case("an archive that is damaged while the printer restarts exits with 7 and says that it is in its loader")
+@case("an archive damaged while the printer restarts exits with 7 and reports that the printer is in its loader")
 def _(bench):
     folder = bench.copied_archive()
     process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,restart=1500",))
@@ -205,7 +205,7 @@ def _(bench):
     expect("There was a problem with the firmware file!" in str(alerts), str(events))
 
 
-@case("an archive that is damaged before the tables exits with 7 and names the files")
+@case("an archive damaged before the tables exits with 7 and reports the files")
 def _(bench):
     folder = bench.copied_archive()
     process = bench.start("--firmware-archive", folder, "--json", *UPDATE, printers=("VK14,program=1500",))
@@ -231,7 +231,7 @@ def _(bench):
     expect_equal(last["tablesWritten"], 2, str(last))
 
 
-@case("a run that gives up on a printer that is not ready says what to do, and promises nothing that has ended with it")
+@case("a run that gives up on a printer that is not ready shows a remedy that works after its end")
 def _(bench):
     result = bench.run("--json", *UPDATE, "--give-up", "8", printers=("VK14,restart=100,program=100,after-update=01100",))
     expect_equal(result.status, 8, result.out)

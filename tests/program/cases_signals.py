@@ -1,4 +1,4 @@
-"""Signals, closed pipes and lost terminals: none of them leaves a printer in the middle of its update."""
+"""Signals, closed pipes and lost terminals: none of them interrupts a printer's update."""
 import json
 import os
 import signal
@@ -37,7 +37,7 @@ def _(bench):
 
 
 class FullPipe:
-    """A pipe whose reader is there and does not read, as a terminal after Ctrl-S: a write to it does not return."""
+    """A pipe whose reader does not read, like a terminal after Ctrl-S: a write to it does not return."""
 
     def __init__(self):
         self.reader, self.writer = os.pipe()
@@ -50,14 +50,14 @@ class FullPipe:
             os.set_blocking(self.writer, True)
 
     def read_all(self):
-        """Reads until the program has ended; without what the pipe was full of."""
+        """Reads until the program has ended; returns the text without the filling."""
         os.close(self.writer)
         with os.fdopen(self.reader, encoding="utf-8") as stream:
             return stream.read()[self.size:]
 
 
 def lines_read_after_update(bench, option, stream):
-    """Runs an update with a stream that is read only after the last table was sent; what is read then."""
+    """Runs an update with a stream that is read only after the last table was sent; returns the text read then."""
     file, pipe = bench.path("journal"), FullPipe()
     process = bench.start(option, "--virtual-journal", file, *UPDATE, **{stream: pipe.writer})
     while not os.path.exists(file) or changes_in(file) != WHOLE:
@@ -68,7 +68,7 @@ def lines_read_after_update(bench, option, stream):
     return lines
 
 
-@case("an update continues while its output is not read, and all of the output arrives when it is read")
+@case("an update continues while its output is not read, and all output arrives when it is read")
 def _(bench):
     lines = lines_read_after_update(bench, "--json", "stdout")
     expect_equal(json.loads(lines[-1])["result"], "succeeded", "result")
@@ -82,7 +82,7 @@ def _(bench):
 
 
 class LoginService:
-    """A login service on a message bus of the case's own, which is the system's bus for the programs of the case."""
+    """A login service on a private message bus, which is the system bus for the programs of the case."""
 
     def __init__(self, bench):
         program = os.path.join(os.path.dirname(bench.zulctl), "login_service")
@@ -107,7 +107,7 @@ class LoginService:
 @case("zulctl keeps the machine from sleeping and shutting down while it updates a printer, and only then")
 def _(bench):
     with LoginService(bench) as service:
-        for words in (("list",), ("status",), ("update", "--reinstall")):  # without an agreement
+        for words in (("list",), ("status",), ("update", "--reinstall")):  # no agreement given
             bench.run(*words)
         expect_equal(service.ask("questions"), "0", "locks that were asked for without an update")
         process = bench.start(*UPDATE, printers=("VK14,restart=60000",))
@@ -121,12 +121,12 @@ def _(bench):
         expect_equal((service.ask("questions"), service.ask("released")), ("2", "released"), "afterwards")
 
 
-@case("an interrupt ends a watch that nobody reads")
+@case("an interrupt ends a watch whose output is not read")
 def _(bench):
     pipe = FullPipe()
     process = bench.start("watch", stdout=pipe.writer)
     watched = bench.start("watch")
-    watched.stdout.readline() # as long as the other one needs to get as far
+    watched.stdout.readline() # gives the other one time to get as far
     process.send_signal(signal.SIGINT)
     expect(process.wait() in (0, 130), process.returncode)
     os.close(pipe.reader)
@@ -154,7 +154,7 @@ def _(bench):
     expect_equal(status, 0, "exit status")
 
 
-@case("a terminal that is closed while a question waits cancels it")
+@case("a terminal that is closed during a question cancels the update")
 def _(bench):
     file = bench.path("journal")
     terminal = bench.terminal("--virtual-journal", file, "update")
@@ -165,7 +165,7 @@ def _(bench):
     expect_equal(status, 1, "exit status")
 
 
-@case("a system that shuts down is not asked once more, and the update ends when the whole image is sent")
+@case("a system shutdown needs no second request, and the update ends when the whole image is sent")
 def _(bench):
     file = bench.path("journal")
     process = bench.start("--json", "--virtual-journal", file, *UPDATE, printers=("VK14,restart=1000,program=30000",))
@@ -180,7 +180,7 @@ def _(bench):
     expect("start the update again: that completes it" in last["message"], last["message"])
 
 
-@case("a system that shuts down ends an update at once before anything was sent")
+@case("a system shutdown ends an update at once before the first command")
 def _(bench):
     process = bench.start("--json", *UPDATE, printers=("VK14,fault=silence@STATUS#2,fault=silence@STATUS#3",))
     wait_for_phase(process, "checking")
@@ -190,7 +190,7 @@ def _(bench):
     expect("Nothing has been changed" in json.loads(out.splitlines()[-1])["message"], out)
 
 
-@case("a list whose reader has gone ends quietly")
+@case("a list with a closed output pipe ends silently")
 def _(bench):
     process = bench.start("list")
     process.stdout.close()

@@ -1,10 +1,10 @@
-"""The questions of an update on a terminal, answered by typing."""
+"""The questions of an update on a terminal, with typed answers."""
 import time
 
 from bench import case, expect, expect_equal
 
 
-@case("on a terminal the tick comes before Continue, and the confirmation's default is Cancel")
+@case("on a terminal the tick is needed before Continue, and the confirmation's default is Cancel")
 def _(bench):
     terminal = bench.terminal("update")
     terminal.read_until("> ")
@@ -31,7 +31,7 @@ def _(bench):
     expect("not updated: it was declined" in terminal.text, terminal.text)
 
 
-@case("an update that is answered on the terminal runs to its end, with one live line")
+@case("an update answered on the terminal runs to its end, with one live line")
 def _(bench):
     terminal = bench.terminal("update")
     terminal.read_until("> ")
@@ -45,7 +45,7 @@ def _(bench):
     expect("updated from VK14 01.60 to VK14 01.61" in terminal.text, "the last line")
 
 
-@case("a printer that was not ready can be mended and proceeded with on a terminal")
+@case("on a terminal a printer that was not ready can be fixed, and Proceed continues")
 def _(bench):
     terminal = bench.terminal("update", "--agree", printers=("VK14,status=00000:01000:00000",))
     terminal.read_until("1) Proceed  (Return)")
@@ -56,7 +56,7 @@ def _(bench):
     expect_equal(terminal.wait(), 1, "exit status")
 
 
-@case("an answer that is no button is asked again")
+@case("after an answer that is not a button the question is repeated")
 def _(bench):
     terminal = bench.terminal("update")
     terminal.read_until("> ")
@@ -66,7 +66,7 @@ def _(bench):
     expect_equal(terminal.wait(), 1, "exit status")
 
 
-@case("two printers ask one after the other, each under its name")
+@case("the questions of two printers are asked one after the other, each with its printer's name")
 def _(bench):
     terminal = bench.terminal("update", "--all", printers=("VK14,serial=111", "VK14,serial=222"))
     terminal.read_until("> ")
@@ -78,7 +78,7 @@ def _(bench):
     expect_equal(terminal.wait(), 1, "exit status")
 
 
-@case("a terminal that is closed cancels what was asked, even where Proceed comes first")
+@case("closing the terminal cancels a pending question, even if Proceed is the first button")
 def _(bench):
     terminal = bench.terminal("update", "--agree", printers=("VK14,status=01000",))
     terminal.read_until("1) Proceed  (Return)")
@@ -87,7 +87,7 @@ def _(bench):
     expect("Cover Open" in terminal.text, terminal.text)
 
 
-@case("with --json nothing is asked, even on a terminal")
+@case("with --json no question is asked, even on a terminal")
 def _(bench):
     terminal = bench.terminal("--json", "update")
     expect_equal(terminal.wait(), 2, "exit status")
@@ -102,7 +102,7 @@ def _(bench):
     expect_equal(terminal.wait(), 130, terminal.text)
 
 
-@case("an operator who thinks longer than the update may stand still is not taken for a silent printer")
+@case("the operator's time for an answer does not make the printer unresponsive")
 def _(bench):
     terminal = bench.terminal("update", "--agree", "--give-up", "8", "--stall-timeout", "2")
     terminal.read_until("> ")

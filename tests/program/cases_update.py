@@ -1,4 +1,4 @@
-"""The update as a process: what the printer sees, what the operator reads, and every way it can end."""
+"""The update as a process: the commands to the printer, the text for the operator, and every kind of end."""
 import json
 import os
 import signal
@@ -20,7 +20,7 @@ def _(bench):
         commands = [entry["command"] for entry in map(json.loads, lines) if entry["event"] == "command"]
     wanted = FACTS + ["STATUS", "STATUS", "FW_UPDFLASH_REWRITE", "INFO  FVER", "STATUS", "FW_UPDFLASH_PROGRAM"]
     expect_equal(commands[:len(wanted)], wanted, "up to the image")
-    # Behind the image one more question may still reach the printer before it leaves.
+    # After the image one more query may still reach the printer before it restarts.
     rest = commands[len(wanted):]
     if rest[0] == "STATUS":
         rest = rest[1:]
@@ -40,11 +40,11 @@ def _(bench):
     for line in lines:
         if line["event"] == "phase" and line["phase"] not in phases[-1:]:
             phases.append(line["phase"])
-    # A phase that is over within a moment may be passed without being seen; none is seen out of turn.
+    # A very short phase may not be reported; no phase is reported out of order.
     order = iter(["checking", "entering loader", "restarting into loader", "in the loader", "writing", "programming",
                   "restarting", "restarted", "color tables"])
     expect(all(phase in order for phase in phases), f"phases in their order: {phases}")
-    expect("in the loader" in phases and "writing" in phases, f"the long ones are seen: {phases}")
+    expect("in the loader" in phases and "writing" in phases, f"the long ones are reported: {phases}")
     expect_equal(result.err, "", "standard error")
 
 
@@ -70,10 +70,10 @@ def _(bench):
 def _(bench):
     result = bench.run(*UPDATE, "--all", printers=("VK14", "VK14,status=01000", "VK14,firmware=VK14 01.70"))
     expect_equal(result.status, 6, "exit status")
-    expect("2 color tables written" in result.out, "the first one is updated all the same")
+    expect("2 color tables written" in result.out, "the first one is updated nevertheless")
 
 
-@case("without a terminal and without the answers update refuses and names what is missing")
+@case("without a terminal and without options for the answers update refuses and lists the missing ones")
 def _(bench):
     for words, missing in ((("update",), "--agree and --yes"), (("update", "--agree"), "--yes"),
                            (("update", "--yes"), "--agree")):
@@ -82,7 +82,7 @@ def _(bench):
         expect(f"missing: {missing}." in result.err, result.err)
 
 
-@case("a newer installed version exits with 3, or with 0 where that is wanted")
+@case("a newer installed version exits with 3, or with 0 if that is requested")
 def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,firmware=VK14 01.70",))
     expect_equal(result.status, 3, "exit status")
@@ -104,13 +104,13 @@ def _(bench):
 
     result, sent = commands()
     expect("up to date" in result.out.splitlines()[-1], result.out)
-    expect(not any(command.startswith(("FW_UPDFLASH", "TBL_WT")) for command in sent), f"nothing is written: {sent}")
+    expect(not any(command.startswith(("FW_UPDFLASH", "TBL_WT")) for command in sent), f"no data is written: {sent}")
     result, sent = commands("--reinstall")
     expect("updated from VK14 01.61 to VK14 01.61, 2 color tables written" in result.out.splitlines()[-1], result.out)
     expect_equal(sent.count("FW_UPDFLASH_PROGRAM"), 1, "images")
 
 
-@case("a printer with two interfaces gets one image with --all, also where the wait has an end")
+@case("a printer with two interfaces gets one image with --all, also with a time limit")
 def _(bench):
     file = bench.path("journal")
     result = bench.run("--json", "--virtual-journal", file, *UPDATE, "--all", "--give-up", "30",
@@ -123,7 +123,7 @@ def _(bench):
         expect_equal(sent.count(command), 1, command)
 
 
-@case("a printer that is not ready exits with 6 and names its trouble")
+@case("a printer that is not ready exits with 6 and reports its problem")
 def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,status=01000",))
     expect_equal(result.status, 6, "exit status")
@@ -138,7 +138,7 @@ def _(bench):
 
 
 def expect_refused(bench, folder, *texts, printers=("VK14",)):
-    """An update with these files is refused before its first question, with these texts; nothing is sent."""
+    """An update with these files is refused before its first question, with these texts; no command is sent."""
     file = os.path.join(tempfile.mkdtemp(dir=bench.home), "journal")
     result = bench.run("--firmware-archive", folder, "--virtual-journal", file, *UPDATE, printers=printers)
     expect_equal(result.status, 7, "exit status")
@@ -151,7 +151,7 @@ def expect_refused(bench, folder, *texts, printers=("VK14",)):
     return result
 
 
-@case("damaged firmware files are named before the first question, with status 7, and nothing is sent")
+@case("damaged firmware files are reported before the first question, with status 7, and no command is sent")
 def _(bench):
     folder = bench.copied_archive()
     with open(os.path.join(folder, "VK14_600_0161.cwd"), "r+b") as table:
@@ -160,7 +160,7 @@ def _(bench):
                    f"run: zulctl archive verify {folder} (")
 
 
-@case("a missing color table is named before the first question, with what puts it right")
+@case("a missing color table is reported before the first question, with its remedy")
 def _(bench):
     folder = bench.copied_archive()
     os.remove(os.path.join(folder, "VK14_300_0161.cwd"))
@@ -171,7 +171,7 @@ def _(bench):
     expect_equal((last["exit"], last["result"]), (7, "bad files"), str(last))
 
 
-@case("a missing folder and a missing digest file are told before the first question")
+@case("a missing folder and a missing digest file are reported before the first question")
 def _(bench):
     expect_refused(bench, bench.path("none"), f"The folder {bench.path('none')} with the firmware files is missing",
                    "--firmware-archive DIR")
@@ -180,7 +180,7 @@ def _(bench):
     expect_refused(bench, folder, f"digests.json is missing in {folder}", f"run: zulctl archive digest {folder} (")
 
 
-@case("a missing file is named for each printer that needs it, and damaged files of other models stop nobody")
+@case("a missing file is reported for each printer that needs it, and other models' damaged files prevent no update")
 def _(bench):
     folder = bench.copied_archive()
     with open(os.path.join(folder, "VK28 01.05.fw"), "r+b") as firmware:
@@ -191,7 +191,7 @@ def _(bench):
     expect_equal((result.status, result.out.count("is missing")), (7, 2), result.out)
 
 
-@case("a printer that never comes back is told of, with advice, and exits with 8")
+@case("a printer that never returns is reported, with advice, and exits with 8")
 def _(bench):
     result = bench.run(*UPDATE, "--stall-timeout", "1", "--give-up", "3",
                        printers=("VK14,fault=never-back@FLASH_REWRITE",))
@@ -200,7 +200,7 @@ def _(bench):
         expect(wanted in result.out, f"{wanted!r} is shown")
 
 
-@case("a printer that comes back after the advice is updated all the same")
+@case("a printer that returns after the advice is updated")
 def _(bench):
     process = bench.start("--json", *UPDATE, "--stall-timeout", "1", printers=("VK14,restart=2500",))
     out, _ = process.communicate(timeout=60)
@@ -209,7 +209,7 @@ def _(bench):
     expect_equal(process.returncode, 0, "exit status")
 
 
-@case("a printer that is back in its loader after the image ends the update at once, with what completes it")
+@case("a printer that is back in its loader after the image ends the update at once, with its remedy")
 def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,fault=stay-in-loader@FLASH_PROGRAM",))
     expect_equal(result.status, 1, "exit status")
@@ -224,17 +224,17 @@ def _(bench):
     expect("to VK14 01.61, 2 color tables written" in result.out, result.out)
 
 
-@case("a table that was lost makes the update incomplete, whatever was reported")
+@case("a lost table makes the update incomplete, whatever was reported")
 def _(bench):
     result = bench.run(*UPDATE, printers=("VK14,fault=stall@UPDATE_CW#2",))
     expect_equal(result.status, 1, "exit status")
     expect("Firmware update was successful!" in result.out, "the report")
-    expect("only 1 of 2 color tables were sent" in result.out.splitlines()[-1], "the facts")
+    expect("only 1 of 2 color tables were sent" in result.out.splitlines()[-1], "the device info")
     expect(result.out.index("The update is not complete.") < result.out.index("Firmware update was successful!"),
-           "the facts are shown in front of the report")
+           "the device info is shown before the report")
 
 
-@case("an interrupt in the middle of an update warns once, and the second one ends it when the whole image is sent")
+@case("an interrupt during an update warns once, and the second one ends it when the whole image is sent")
 def _(bench):
     file = bench.path("journal")
     process = bench.start("--json", "--virtual-journal", file, *UPDATE, printers=("VK14,restart=1000,program=30000",))

@@ -35,7 +35,7 @@ def wait_for_command(journal, command):
     raise AssertionError(f"the printer never saw {command}")
 
 
-@case("the window tells its options and its version")
+@case("the window prints its options and its version")
 def _(bench):
     status, out, _err = finished(bench, "--help")
     expect_equal(status, 0, out)
@@ -45,7 +45,7 @@ def _(bench):
     expect("fault=KIND" in finished(bench, "--virtual", "help")[1], "the settings of virtual printers")
 
 
-@case("the window refuses options that it does not know, with a hint")
+@case("the window refuses unknown options, with a hint")
 def _(bench):
     for arguments in (["--no-such-option"], ["--virtual", "VK99"], ["--admit-product", "x"],
                       ["--virtual-journal", "file"]):
@@ -54,14 +54,14 @@ def _(bench):
         expect("zul-printer-utility: " in err, err)
 
 
-@case("the window says that there is no display, and what to use instead")
+@case("the window reports a missing display, and what to use instead")
 def _(bench):
     status, _out, err = finished(bench, "--virtual", "VK14", display="")
     expect_equal(status, 1, err)
     expect("Use zulctl" in err, err)
 
 
-@case("the window asks a printer for its facts, keeps a log, and ends when the system asks for it")
+@case("the window queries a printer, keeps a log, and ends when the system requests it")
 def _(bench):
     for number in (signal.SIGTERM, signal.SIGINT):
         journal = bench.path(f"journal-{number}")
@@ -71,14 +71,14 @@ def _(bench):
         out, err = process.communicate(timeout=30)
         expect_equal(process.returncode, 0, out + err)
         with open(journal, encoding="utf-8") as lines:
-            expect(json.loads(lines.readline())["event"], "the journal holds events")
+            expect(json.loads(lines.readline())["event"], "the journal contains events")
     with open(bench.path("state/zul-printer-utility/log.txt"), encoding="utf-8") as log:
         expect("STATUS" in log.read(), "the traffic is in the log")
 
 
-@case("the window works without its usual log, and says so")
+@case("the window works without its default log, and says so")
 def _(bench):
-    with open(bench.path("state"), "w", encoding="ascii"):  # where its folder would be
+    with open(bench.path("state"), "w", encoding="ascii"):  # in place of its folder
         pass
     journal = bench.path("journal")
     process = window(bench, "--virtual", f"VK14,{FAST}", "--virtual-journal", journal)
@@ -89,7 +89,7 @@ def _(bench):
     expect("the log is kept in the log window only" in err, err)
 
 
-@case("the window works although its usual log cannot be opened, and names it")
+@case("the window works although its default log cannot be opened, and reports its name")
 def _(bench):
     os.makedirs(bench.path("state/zul-printer-utility/log.txt"))
     journal = bench.path("journal")
@@ -101,7 +101,7 @@ def _(bench):
     expect(bench.path("state/zul-printer-utility/log.txt") in err, err)
 
 
-@case("the window does not start without the log that was named")
+@case("the window does not start if the named log cannot be opened")
 def _(bench):
     os.mkdir(bench.path("folder"))
     status, _out, err = finished(bench, "--virtual", "VK14", "--log", bench.path("folder"))
@@ -109,7 +109,7 @@ def _(bench):
     expect(bench.path("folder") in err, err)
 
 
-@case("the window remembers where its columns stood when it ended")
+@case("the window restores the column positions of its last run")
 def _(bench):
     journal = bench.path("journal")
     process = window(bench, "--virtual", f"VK14,{FAST}", "--virtual-journal", journal)

@@ -1,4 +1,4 @@
-"""Runs all cases, some at a time, and prints one line each."""
+"""Runs all cases, several in parallel, and prints one line each."""
 import argparse
 import concurrent.futures
 import importlib
@@ -20,7 +20,7 @@ def run(sentence, function, options):
     try:
         function(bench)
         return True, sentence, time.monotonic() - begun, ""
-    except Exception:  # a case that breaks is a case that fails
+    except Exception:  # any exception fails the case
         return False, sentence, time.monotonic() - begun, traceback.format_exc()
     finally:
         bench.close()
@@ -36,7 +36,7 @@ def main():
     options = parser.parse_args()
     chosen = [entry for entry in CASES if options.only in entry[0]]
     failed = 0
-    # Most of an update's time is waiting: more at a time than there are processors.
+    # Most of an update's time is waiting, so more run in parallel than there are processors.
     with concurrent.futures.ThreadPoolExecutor(6) as pool:
         results = pool.map(lambda entry: run(*entry, options), chosen)
         for number, (passed, sentence, seconds, trouble) in enumerate(results, 1):

@@ -1,5 +1,5 @@
-// Making a changed copy of the sample archive, with a digest file that fits it. Called by tests that need an archive
-// which differs from the one of the build.
+// Creates a changed copy of the sample archive with a matching digest file. Called by tests that need an archive
+// different from that of the build.
 #include "support/ChangedArchive.h"
 
 #include <fstream>

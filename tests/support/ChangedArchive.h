@@ -1,4 +1,4 @@
-// The sample archive with some files changed: a folder of its own that goes with the object.
+// A copy of the sample archive with some files changed, in a temporary folder that is removed with the object.
 #pragma once
 
 #include "support/TemporaryFolder.h"
@@ -10,7 +10,7 @@ namespace zul {
 
 class ChangedArchive {
   public:
-    /// sample: the folder that is changed; it is not changed.
+    /// sample: the folder to copy; it is not changed.
     explicit ChangedArchive(std::filesystem::path sample);
     const std::filesystem::path& folder() const { return _folder.path; }
     void remove(const std::string& file) const;

@@ -1,4 +1,4 @@
-// Collects what goes to the system log and to standard error while it lives.
+// Collects the texts for the system log and for standard error while the object exists.
 #pragma once
 
 #include "platform/foundation/SystemLog.h"
@@ -9,7 +9,7 @@
 
 namespace zul {
 
-/// Sinks run one at a time, so the lists need no lock; read them when the queues are at rest.
+/// Sinks run one at a time, so the lists need no lock; read them when the queues are idle.
 class LogCapture {
   public:
     LogCapture() {
@@ -25,7 +25,7 @@ class LogCapture {
 
     bool hasLogged(const std::string& text) const { return std::ranges::count(systemLog, text) > 0; }
 
-    /// Whether some text holds this part.
+    /// Whether any system log text contains part.
     bool has(const std::string& part) const { return times(part) > 0; }
     int times(const std::string& part) const {
         return static_cast<int>(std::ranges::count_if(

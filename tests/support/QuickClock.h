@@ -1,5 +1,5 @@
-// A clock that runs faster than the machine's: what takes ten seconds takes one. For tests with a real event loop,
-// where nobody can move a clock by hand.
+// A clock that runs faster than the machine's by a factor: with 10, ten seconds take one. For tests with a real event
+// loop, where no test code can advance a simulated clock.
 #pragma once
 
 #include "platform/dispatch/Clock.h"

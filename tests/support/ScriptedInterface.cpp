@@ -1,5 +1,5 @@
-// Calls come on printers' queues as well as on the test's thread: everything shared is in State, under its mutex.
-// Blocks of the test run without it.
+// Calls arrive on printers' queues as well as on the test's thread: shared data is in State, guarded by its mutex.
+// Blocks of the test run without the mutex.
 #include "support/ScriptedInterface.h"
 
 #include <algorithm>
@@ -63,7 +63,7 @@ struct ScriptedInterface::State {
     std::map<std::string, IOReturn> answers;
     unsigned faultAt = 0;
     IOReturn faultCode = kIOReturnSuccess;
-    std::map<std::uint32_t, Data> replies; // of control requests, by descriptorKey
+    std::map<std::uint32_t, Data> replies; // to control requests, by descriptorKey
     Journal journal;
     bool open = false;
     WriteProgress progress;
@@ -75,7 +75,7 @@ struct ScriptedInterface::State {
         return script.back();
     }
 
-    // What is wrong with the call, compared with the first expected one; empty when nothing is. Under the mutex.
+    // The difference from the first expected call; empty if there is none. Call with the mutex held.
     std::string mismatch(const JournalEntry& entry) const {
         if (script.empty()) return "unexpected call " + entry.text() + ": the script has ended";
         const Expectation& next = script.front();
@@ -94,7 +94,7 @@ struct ScriptedInterface::State {
         return {};
     }
 
-    // The answer of an interface that follows no script. Under the mutex.
+    // The result of an interface without a script. Call with the mutex held.
     IOReturn defaultAnswer(const JournalEntry& entry, Data& answer) {
         if (entry.call == "ReadPipeTO") {
             if (reads.empty()) return kIOUSBTransactionTimeout;
@@ -112,7 +112,7 @@ struct ScriptedInterface::State {
     }
 };
 
-// Decides the answer of one call and writes it down. The script comes first; then set answers; then the default.
+// Determines the result of a call and records it. The script has precedence, then set answers, then the default.
 IOReturn ScriptedInterface::play(State& state, JournalEntry entry, Data* answer) {
     Data bytes;
     std::function<void()> during;
@@ -197,7 +197,7 @@ ScriptedInterface::ScriptedInterface()
       _state(std::make_shared<State>()) {}
 
 ScriptedInterface::~ScriptedInterface() {
-    if (std::uncaught_exceptions() == 0) verify(); // a test that has failed already needs no second reason
+    if (std::uncaught_exceptions() == 0) verify(); // a test that has already failed needs no second reason
 }
 
 void ScriptedInterface::verify() {

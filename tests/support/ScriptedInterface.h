@@ -1,7 +1,7 @@
-// A USB interface that follows a script: an ordered list of expected calls with their answers, and one ordered journal
-// of every call with its time-outs. A call that the script does not have next fails the test by name; so does a script
-// that was not played to its end. What is in the descriptors (vendor, product, endpoints, …) is answered at any
-// time. With answerByDefault() all else is answered, too, and the script is only what the test cares about.
+// A USB interface that follows a script: an ordered list of expected calls with their results, and one ordered journal
+// of every call with its time-outs. A call that is not the next one of the script fails the test by name; so does a
+// script with calls left at the end. Values of the descriptors (vendor, product, endpoints, …) are returned at any
+// time. With answerByDefault() all other calls succeed, too, and the script contains only what the test is about.
 //
 //     auto handle = std::make_shared<ScriptedInterface>();
 //     handle->expectUSBInterfaceOpenSeize();
@@ -21,12 +21,12 @@
 
 namespace zul {
 
-/// One call as it was made, and what it was answered. Fields that a call does not have are 0.
+/// One call with its arguments and its result. Fields that a call does not have are 0.
 struct JournalEntry {
     std::string call; // the method's name
     unsigned pipe = 0;
-    Data data;                           // bytes written, or bytes answered
-    std::uint32_t size = 0;              // bytes asked for (read, control) or given (write)
+    Data data;                           // bytes written, or bytes returned
+    std::uint32_t size = 0;              // bytes requested (read, control) or given (write)
     IOUSBDevRequestTO request;           // control requests; pData is null
     std::uint32_t noDataTimeout = 0;     // ms
     std::uint32_t completionTimeout = 0; // ms
@@ -40,16 +40,16 @@ using Journal = std::vector<JournalEntry>;
 using DataMatcher = std::function<bool(const Data& data)>;
 using RequestMatcher = std::function<bool(const IOUSBDevRequestTO& request)>;
 
-/// The standard request for a descriptor (type in the high byte, index in the low one), whatever its language.
+/// Matches the standard request for a descriptor (type in the high byte, index in the low one) in any language.
 RequestMatcher getDescriptor(std::uint16_t value);
 RequestMatcher getDescriptor(std::uint16_t value, std::uint16_t language);
-/// The printer class's request for the device ID.
+/// Matches the printer class's request for the device ID.
 RequestMatcher getDeviceID();
 RequestMatcher anyRequest();
 
 /// Header and 16-bit characters of a string descriptor.
 Data stringDescriptor(const std::u16string& text);
-/// Two length bytes, high byte first and counting themselves, and the text.
+/// Two length bytes, high byte first, that include themselves, and the text.
 Data deviceIDReply(const std::string& text);
 
 class ScriptedInterface final : public IOUSBInterfaceInterface {
@@ -57,11 +57,11 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     class Expectation {
       public:
         Expectation& returns(IOReturn code);
-        /// Bytes for a read or a control request (cut to what was asked for).
+        /// Bytes for a read or a control request (cut to the requested size).
         Expectation& returns(Data bytes, IOReturn code = kIOReturnSuccess);
         /// Also checks the call's time-outs, in ms.
         Expectation& withTimeouts(std::uint32_t noData, std::uint32_t completion);
-        /// Runs during the call, on the calling thread, before it is answered: a departure, say.
+        /// Runs during the call, on the calling thread, before it returns: for example a departure.
         Expectation& during(std::function<void()> block);
 
       private:
@@ -79,10 +79,11 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     };
 
     ScriptedInterface();
-    /// Fails the test when expected calls were not made.
+    /// Fails the test if expected calls were not made.
     ~ScriptedInterface() override;
 
-    // The script. Answers are success without bytes unless set otherwise. The reference holds until the next call.
+    // The script. Results are success without bytes unless set otherwise. A returned reference is valid until the next
+    // call.
     Expectation& expectUSBInterfaceOpenSeize();
     Expectation& expectUSBInterfaceClose();
     Expectation& expectWritePipeTO(unsigned pipe, Data data);
@@ -93,19 +94,19 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     /// Any other call by its name: "tryClaim", "resynchronize", "holder", "USBDeviceOpen", "ResetDevice",
     /// "USBDeviceReEnumerate", …
     Expectation& expect(const std::string& call);
-    /// Fails the test when expected calls were not made yet; forgets them.
+    /// Fails the test if expected calls were not made yet; removes them.
     void verify();
 
-    /// Calls that the script does not have next succeed: writes are taken, reads are answered by enqueueRead() and
-    /// time out after that, requests are answered from the descriptors given here (and stall without one).
+    /// Calls that the script does not expect next succeed: writes are accepted, reads return the data of enqueueRead()
+    /// and time out after that, requests return the descriptors set here (and stall without one).
     void answerByDefault();
     void enqueueRead(Data data, IOReturn code = kIOReturnSuccess);
-    /// From now on the call of this name is answered with the code.
+    /// Makes all following calls of this name return the code.
     void setAnswer(const std::string& call, IOReturn code);
-    /// The n-th call that goes to the wire from now on (1 is the next) is answered with the code.
+    /// Makes the n-th wire call from now on (1 is the next) return the code.
     void setFault(unsigned callNumber, IOReturn code);
 
-    // What is in the descriptors. The start: a printer with two bulk pipes, 1 out and 2 in.
+    // The descriptors. Initially: a printer with two bulk pipes, 1 out and 2 in.
     std::uint8_t interfaceClass = 7;
     std::uint8_t interfaceSubClass = 1;
     std::uint16_t vendor = 0x2A71;
@@ -119,21 +120,21 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     std::uint8_t productStringIndex = 2;
     std::uint8_t serialNumberStringIndex = 3;
     std::vector<PipeProperties> endpoints;
-    InterfaceHolder interfaceHolder;                          // what holder() answers
+    InterfaceHolder interfaceHolder;                          // returned by holder()
     void setDescriptor(std::uint16_t value, Data descriptor); // type in the high byte, index in the low one
     void setString(std::uint8_t index, const std::u16string& text);
     void setDeviceID(const std::string& text);
-    void setDeviceIDReply(Data reply); // as it goes over the wire, with whatever length it announces
+    void setDeviceIDReply(Data reply); // as it is on the wire, with whatever length it announces
 
     /// Every call so far, in order.
     Journal journal() const;
-    /// The calls that go to the wire or to the system: all but what is in the descriptors; as texts.
+    /// The calls to the wire or to the system as texts: all but reads of the descriptors.
     std::vector<std::string> traffic() const;
     unsigned count(const std::string& call) const;
     void clearJournal();
     bool isOpen() const;
     bool isWatched() const;
-    /// What the bus does when the other holder may have released it.
+    /// Simulates the bus's hint that the other holder may have released the interface.
     void holderMayBeFree();
 
     IOReturn GetInterfaceClass(std::uint8_t& value) override;
@@ -155,7 +156,7 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     IOReturn WritePipeTO(std::uint8_t pipe, const void* buffer, std::uint32_t size, std::uint32_t noDataTimeout,
                          std::uint32_t completionTimeout) override;
     IOReturn ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO& request) override;
-    /// Forgets what enqueueRead() has put in line, as a drained pipe does.
+    /// Drops the data of enqueueRead(), as draining a pipe does.
     IOReturn resynchronize(std::uint8_t pipe) override;
     IOReturn GetDevice(std::shared_ptr<IOUSBDeviceInterface>& device) override;
     void setWriteProgress(WriteProgress progress) override;
@@ -168,7 +169,7 @@ class ScriptedInterface final : public IOUSBInterfaceInterface {
     template <class Value> IOReturn described(const char* call, const Value& known, Value& value);
     static IOReturn play(State& state, JournalEntry entry, Data* answer = nullptr);
 
-    std::shared_ptr<State> _state; // shared with the device handles, which write into the same journal
+    std::shared_ptr<State> _state; // shared with the device handles, which use the same journal
 };
 
 /// The service of a scripted interface, as a bus announces it.

@@ -1,4 +1,5 @@
-// How calls show in the journal, how requests are recognised, and bytes as a device sends them.
+// Texts of calls in the journal, matchers of requests, and bytes in the format of a device.
+// Called by tests and by ScriptedInterface; pure functions.
 #include "support/ScriptedInterface.h"
 
 #include <fmt/printf.h>

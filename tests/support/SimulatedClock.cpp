@@ -1,5 +1,5 @@
-// Time that moves only when every queue is at rest: drain() jumps to the next timer or wait, on the test's thread.
-// Sleeping threads and events register themselves here and are woken in the order of their times.
+// Advances time only when every queue is idle: drain() jumps to the next timer or wait, on the test's thread. Sleeping
+// threads and events register here and are woken in the order of their deadlines.
 #include "support/SimulatedClock.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ class SimulatedClock::Event final : public ClockEvent {
         }
         waiter->signalled = true;
         waiter->released = true;
-        ++_clock._work; // counted as running from this moment, not from when its thread wakes up
+        ++_clock._work; // counted as running from now on, not from when its thread wakes up
         waiter->wake.notify_one();
     }
     Waiter* waiter = nullptr;
@@ -39,7 +39,7 @@ Clock::TimePoint SimulatedClock::now() {
 }
 
 std::chrono::system_clock::time_point SimulatedClock::wallTime() {
-    // A fixed morning, so that time stamps in tests are the same everywhere.
+    // A fixed morning, so that time stamps in tests are the same on every machine.
     return std::chrono::sys_days{std::chrono::year{2026} / 3 / 1} + std::chrono::hours(9) +
            std::chrono::duration_cast<std::chrono::system_clock::duration>(elapsed());
 }
@@ -71,7 +71,7 @@ bool SimulatedClock::wait(Event* event, TimePoint deadline) {
     return waiter.signalled;
 }
 
-// The thread that moves the clock waits itself: nobody else would move it, so it does, up to its own deadline.
+// The thread that advances the clock is itself waiting, so it advances the clock here, up to its own deadline.
 bool SimulatedClock::waitOnOwner(Event* event, TimePoint deadline) {
     for (;;) {
         {
@@ -139,8 +139,8 @@ void SimulatedClock::settle(MainQueue& mainQueue) {
         mainQueue.runPending();
         std::unique_lock lock(_mutex);
         if (_work <= 0) return;
-        // Something runs elsewhere: wake up when it ends, waits for time, or posts to this queue. The short limit only
-        // closes the gap between a post and its notice; no result depends on its length.
+        // Work is running on another thread: wake up when it ends, waits for time, or posts to this queue. The short
+        // limit only covers the moment between a post and its notification; no result depends on its length.
         _quiet.wait_for(lock, std::chrono::milliseconds(1));
     }
 }

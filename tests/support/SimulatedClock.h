@@ -1,6 +1,6 @@
-// A clock that is moved by hand. Threads are real, time is not: when every queue is at rest or waits for time, the
-// clock jumps to the next moment that somebody waits for. So a journey of minutes runs in milliseconds, in a fixed
-// order of moments, and a wait that never ends shows as "at rest" instead of hanging the test.
+// A clock that a test advances. Threads are real, time is not: when every queue is idle or waits for time, the clock
+// jumps to the next awaited moment. So a scenario of minutes runs in milliseconds, its moments are always in the same
+// order, and a wait that never ends is reported as idle instead of blocking the test.
 #pragma once
 
 #include "platform/dispatch/Clock.h"
@@ -29,14 +29,14 @@ class SimulatedClock final : public Clock {
     void workAdded() override;
     void workDone() override;
 
-    /// Main thread. Runs the main queue and lets all queues run until no work is left at this moment.
+    /// Runs the main queue, and lets all queues run until no work is left at the current time. Main thread.
     void settle(MainQueue& mainQueue);
-    /// Main thread. settle(), then moves from one awaited moment to the next, settling each time, until the given
-    /// span has passed or nobody waits for anything. Returns true when all is at rest with nobody waiting for time.
+    /// settle(), then advances from one awaited moment to the next, settling each time, until the given span has passed
+    /// or no wait or timer is left. Returns true if everything is idle and no wait or timer is left. Main thread.
     bool drain(MainQueue& mainQueue, Duration limit = std::chrono::hours(1));
-    /// drain() for exactly the span: the clock is at its end afterwards.
+    /// drain() for exactly the span: afterwards the clock is at its end. Main thread.
     void advance(MainQueue& mainQueue, Duration span);
-    /// Time that has passed since the clock was made.
+    /// Time since the clock was created.
     Duration elapsed();
 
   private:
@@ -55,7 +55,7 @@ class SimulatedClock final : public Clock {
     std::mutex _mutex;
     std::condition_variable _quiet;
     TimePoint _now;
-    int _work = 0; // blocks waiting or running in any queue, less the threads that wait for time
+    int _work = 0; // blocks waiting or running in any queue, minus the threads that wait for time
     std::set<Waiter*> _waiters;
     std::multimap<TimePoint, std::pair<TimerId, Block>> _timers;
     TimerId _nextTimer = 1;

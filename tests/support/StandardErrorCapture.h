@@ -1,4 +1,4 @@
-// Reads what goes to standard error while it lives. One at a time.
+// Captures standard error while the object exists. One object at a time.
 #pragma once
 
 #include <cstdio>

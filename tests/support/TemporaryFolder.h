@@ -1,4 +1,4 @@
-// A folder of a test's own, gone with it.
+// A temporary folder that is removed with the object.
 #pragma once
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// A reader of archive files that counts how often each is opened and can act between two looks. Files are taken to be
-// written long ago, so that what is asserted does not depend on when the test's files were made.
+// A file reader that counts how often each file is opened and calls the test between the check of a file and its
+// opening. It treats files as written long ago, so that results do not depend on when the test's files were created.
 #pragma once
 
 #include "platform/files/FileReader.h"
@@ -13,11 +13,11 @@ namespace zul {
 
 class WatchedReader : public FileReader {
   public:
-    /// Before the file's identity is looked at. Set before the reader is used; called on whatever thread looks.
+    /// Called before the file's identity is determined, on the thread that does it. Set before the reader is used.
     std::function<void(const std::string& fileName)> beforeLook;
-    /// Before the file is opened.
+    /// Called before the file is opened.
     std::function<void(const std::string& fileName)> beforeRead;
-    /// In place of what reading would find; contents: as it is. Set before the reader is used.
+    /// Results that replace those of reading; contents: read the file. Set before the reader is used.
     std::map<std::string, FileResult> results;
 
     std::optional<FileIdentity> identityOf(const std::filesystem::path& path) const override {

@@ -1,5 +1,5 @@
-// The bus on a mocked /sys and /dev, with its printers and one list of events. Everything runs on the test's thread,
-// which serves the main queue until what it waits for has happened.
+// The bus with mocked /sys and /dev, with its printers and one list of events. Everything runs on the test's thread,
+// which serves the main queue until the awaited condition holds.
 #include "Bench.h"
 
 #include <chrono>
@@ -32,7 +32,7 @@ std::string interfaceDescriptor(const Plug& plug, unsigned number, unsigned alte
 }
 
 std::string descriptors(const Plug& plug) {
-    std::string bytes = "1201000200000040"; // USB 2.0, class per interface, 64 bytes at the control pipe
+    std::string bytes = "1201000200000040"; // USB 2.0, class per interface, 64 bytes on the control pipe
     bytes += text("%02x%02x%02x%02x", kVendor & 0xFF, kVendor >> 8, plug.product & 0xFF, plug.product >> 8);
     bytes += "070201020301"; // release 2.07, string indices 1, 2, 3, one configuration
     std::string interfaces;
@@ -45,7 +45,7 @@ std::string descriptors(const Plug& plug) {
     return bytes + interfaces;
 }
 
-// A hub: what lies between a port and the host must be there, or the path cannot be followed.
+// A hub: every device between a port and the host must exist, or the path cannot be resolved.
 std::string hub(const std::string& path, unsigned address) {
     std::string entry = text("P: %s\nN: bus/usb/001/%03u\n", path.c_str(), address);
     entry += text("E: SUBSYSTEM=usb\nE: DRIVER=usb\nE: BUSNUM=001\nE: DEVNUM=%03u\n", address);
@@ -99,8 +99,8 @@ Bench::Bench(Clock* clock, LibusbBusOptions options)
 
 Bench::~Bench() {
     bus.stop();
-    for (const ServiceToken left : registry.services()) registry.serviceTerminated(left); // they hold the session
-    // The next bench has a system of its own; the session on this one must be over first.
+    for (const ServiceToken left : registry.services()) registry.serviceTerminated(left); // they keep the session alive
+    // The next bench has its own mocked system, so the session with this one must end first.
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (LibusbBus::liveSessions() > 0 && std::chrono::steady_clock::now() < limit) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -111,8 +111,8 @@ Bench::~Bench() {
         g_object_unref(_testbed);
         return;
     }
-    // The testbed ends the process when a socket's file comes or goes while it removes its folder, and without udevd a
-    // thread may still close one. Its folder is removed here instead.
+    // The testbed ends the process if a socket's file appears or disappears while it removes its folder, and without
+    // udevd a thread may still close one. So the folder is removed here.
     std::error_code ignored;
     std::filesystem::remove_all(root(), ignored);
 }
@@ -185,7 +185,7 @@ MockPrinter& Bench::plug(const Plug& plug) {
     }
     addDevice(plug);
     setMode(plug.address, plug.mode);
-    _printers.erase(plug.address); // one at a time may answer for a node
+    _printers.erase(plug.address); // only one may respond for a node
     _printers[plug.address] = std::make_unique<MockPrinter>(_testbed, text("/dev/bus/usb/001/%03u", plug.address));
     _addresses[plug.port] = plug.address;
     announceAgain(plug.port);
@@ -203,7 +203,8 @@ void Bench::leave(const std::string& port) {
         umockdev_testbed_uevent(_testbed, device.c_str(), "remove");
         return;
     }
-    // The kernel has taken everything away when it reports it. The mocked one can report only what is there.
+    // The real kernel has removed all files before it reports the removal. The mocked one can report only existing
+    // devices.
     umockdev_testbed_remove_device(_testbed, device.c_str());
     umockdev_testbed_uevent(_testbed, "/sys/devices/usb1", "change");
 }
@@ -232,7 +233,7 @@ int Bench::nodeOpens(unsigned address) const {
     const std::filesystem::path node = std::filesystem::canonical(nodeFile(address));
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone; // the listing's own descriptor among them
+        std::error_code gone; // among them the listing's own descriptor
         if (std::filesystem::read_symlink(entry.path(), gone) == node) ++count;
     }
     return count;
@@ -240,7 +241,7 @@ int Bench::nodeOpens(unsigned address) const {
 
 void Bench::start() {
     REQUIRE(bus.start(registry) == kIOReturnSuccess);
-    mainQueue.runPending(); // leaves it empty, so that the next thing in it is the next event
+    mainQueue.runPending(); // empties the queue, so that its next block is the next event
 }
 
 bool Bench::until(const std::function<bool()>& condition) {

@@ -1,6 +1,6 @@
-// A bench to try the real bus on: a mocked system with one root hub, printers that are plugged and unplugged, a main
-// queue, and a list of what the engine would have been notified of. With ZUL_TEST_ARRIVALS=kernel in the environment
-// there is no udevd on it, so that the same tests show that the bus does without.
+// A test bench for the real bus: a mocked system with one root hub, printers that are plugged and unplugged, a main
+// queue, and a list of the notifications. With ZUL_TEST_ARRIVALS=kernel in the environment it has no udevd, so that the
+// same tests show that the bus works without udevd.
 #pragma once
 
 #include "MockPrinter.h"
@@ -19,7 +19,7 @@ constexpr std::uint8_t kPipeOut = 1;
 constexpr std::uint8_t kPipeIn = 2;
 constexpr std::uint32_t kPacket = 64; // bytes, of both pipes
 
-/// Somebody who listens at udevd's control socket.
+/// A process that listens on udevd's control socket.
 class ListeningUdevd {
   public:
     explicit ListeningUdevd(const std::filesystem::path& runFolder);
@@ -31,7 +31,7 @@ class ListeningUdevd {
     int _socket = -1;
 };
 
-/// How a device describes itself.
+/// The descriptors of a device.
 struct Plug {
     std::string port = "1-2";
     unsigned address = 4;
@@ -46,27 +46,27 @@ struct Plug {
 
 class Bench {
   public:
-    /// Time is the machine's own unless another clock is given. Of the options' folders only the one of running
-    /// services is the bench's own; the others are redirected for the whole process.
+    /// clock: null for the machine's own. Of the options' folders only that of running services is the bench's; the
+    /// others are redirected for the whole process.
     explicit Bench(Clock* clock = nullptr, LibusbBusOptions options = {});
     ~Bench();
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
 
-    /// Puts a device on the mocked bus; when the bus runs, it hears of it.
+    /// Attaches a device to the mocked bus and reports it to a running bus.
     MockPrinter& plug(const Plug& plug = {});
-    /// Reports a device that is there already a second time.
+    /// Reports an attached device a second time.
     void announceAgain(const std::string& port = "1-2");
     void unplug(const std::string& port = "1-2");
-    /// The same, but with udevd what the system knows of the device can still be read.
+    /// Like unplug(), but with udevd the device's data can still be read.
     void leave(const std::string& port = "1-2");
     bool hasUdevd() const { return _hasUdevd; }
     void configure(const std::string& port, const std::string& configuration);
     void setMode(unsigned address, unsigned mode) const;
-    /// Another program opens the node and closes it.
+    /// Simulates another program that opens the node and closes it.
     void openAndCloseNode(unsigned address, bool readOnly = false) const;
 
-    /// The kernel's printer driver has the printer: its node is this file.
+    /// Binds the kernel's printer driver to the printer; file is its node.
     void bindDriverNode(const std::filesystem::path& file, const Plug& plug = {}) const;
     void removeDriverNode() const;
 
@@ -76,18 +76,18 @@ class Bench {
     void start();
     /// Runs the main queue until the condition holds; false after ten seconds of real time.
     bool until(const std::function<bool()>& condition);
-    /// Lets everything that is under way arrive: a further device comes and goes, and its events are the last ones.
+    /// Waits for all pending events: attaches and removes a further device, whose events are the last ones.
     void settle();
 
     /// For example "arrived 1-2", "terminated 1-2", "removed 1-2", in order.
     std::vector<std::string> events;
-    /// The same in one line, with commas.
+    /// The events on one line, separated by commas.
     std::string eventList() const;
     ServiceToken token(std::size_t index = 0) const;
     std::shared_ptr<USBService> service(std::size_t index = 0) const { return registry.service(token(index)); }
-    /// A usable handle; fails the test when there is none.
+    /// A usable handle; fails the test if it cannot be created.
     std::shared_ptr<IOUSBInterfaceInterface> handle(std::size_t index = 0) const;
-    /// The same, claimed.
+    /// The same, with the interface claimed.
     std::shared_ptr<IOUSBInterfaceInterface> openHandle(std::size_t index = 0) const;
 
     ServiceRegistry registry;

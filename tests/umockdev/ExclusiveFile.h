@@ -1,6 +1,6 @@
-// A file that admits one opener, as the node of the kernel's printer driver does: a terminal that somebody has opened
-// for himself alone answers every other open with "busy". The system is called directly here, because the mocked one
-// would take a terminal for a device of its own.
+// A file that can be opened only once, like the node of the kernel's printer driver: a terminal in exclusive mode
+// returns "busy" to every other open. Uses direct system calls, because umockdev would treat a terminal as a mocked
+// device.
 #pragma once
 
 #include <doctest/doctest.h>

@@ -1,4 +1,4 @@
-// Reservations of other processes, made by the test.
+// Reservations of other processes, controlled by the test.
 #pragma once
 
 #include "platform/usb/PrinterReservations.h"

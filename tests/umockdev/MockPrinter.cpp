@@ -1,4 +1,4 @@
-// The kernel's side of usbfs, as far as libusb uses it. The calls come in on the test bed's own thread.
+// The kernel's side of usbfs as far as libusb uses it. Called on the testbed's own thread.
 #include "MockPrinter.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace zul {
 namespace {
 
 template <class Record> Record& resolved(UMockdevIoctlData* argument) {
-    // The data remains with the argument, which gives it back to the client.
+    // The data belongs to the argument, which returns it to the client.
     UMockdevIoctlData* data = umockdev_ioctl_data_resolve(argument, 0, sizeof(Record), nullptr);
     auto& record = *reinterpret_cast<Record*>(data->data);
     umockdev_ioctl_data_unref(data);
@@ -33,7 +33,7 @@ MockPrinter::MockPrinter(UMockdevTestbed* testbed, const std::string& node)
 MockPrinter::~MockPrinter() {
     umockdev_testbed_detach_ioctl(_testbed, _node.c_str(), nullptr);
     g_signal_handlers_disconnect_by_data(_handler, this);
-    { const std::scoped_lock lock(_mutex); } // a call that is being answered ends first
+    { const std::scoped_lock lock(_mutex); } // waits for a call in progress
     g_object_unref(_handler);
 }
 
@@ -265,7 +265,7 @@ void MockPrinter::playAll() {
 
 int MockPrinter::reap(UMockdevIoctlData* argument, std::unique_lock<std::mutex>& lock) {
     const auto finished = [this] { return std::ranges::find_if(_urbs, &MockUrb::isDone); };
-    // The mocked node always looks ready, so libusb asks without pause; waiting a little here spares the processor.
+    // The mocked node is always ready, so libusb polls without pause; a short wait here saves processor time.
     _changed.wait_for(lock, std::chrono::milliseconds(1), [&] { return finished() != _urbs.end(); });
     const auto urb = finished();
     if (urb == _urbs.end()) return _gone ? -ENODEV : -EAGAIN;

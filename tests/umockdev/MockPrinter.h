@@ -1,4 +1,4 @@
-// A printer behind a mocked usbfs node: answers the kernel's calls from a script and records what it was asked.
+// A printer behind a mocked usbfs node: responds to the kernel's calls from a script and records the calls.
 #pragma once
 
 #include "MockUrbs.h"
@@ -14,7 +14,7 @@
 
 namespace zul {
 
-/// All functions may be called while the bus works with the printer.
+/// All functions may be called while the bus uses the printer.
 class MockPrinter {
   public:
     MockPrinter(UMockdevTestbed* testbed, const std::string& node);
@@ -24,39 +24,39 @@ class MockPrinter {
 
     // ---- the script ------------------------------------------------------------------------------------------------
 
-    /// As a status: the transfer does that much and then waits until it is given up.
+    /// As a status: the transfer gets this far and then waits until it is cancelled.
     static constexpr int kNeverEnds = 1;
-    /// The next bulk-in transfer ends so; without a script it waits until it is given up. status is 0, -errno, or
-    /// kNeverEnds.
+    /// The result of the next bulk-in transfer; without a script it waits until it is cancelled. status is 0, -errno,
+    /// or kNeverEnds.
     void sends(const std::string& bytes, int status = 0);
-    /// The next bulk-out transfer ends so, having taken that many bytes; without a script it takes everything.
+    /// The next bulk-out transfer ends after accepting this many bytes; without a script it accepts everything.
     void takes(std::size_t bytes, int status = 0);
-    /// From the script's end on, bulk-out transfers wait until they are given up.
+    /// After the end of the script, bulk-out transfers wait until they are cancelled.
     void takesNothingMore();
-    /// The next control transfer ends so; without a script it waits until it is given up.
+    /// The result of the next control transfer; without a script it waits until it is cancelled.
     void answersControl(const std::string& bytes, int status = 0);
-    /// Every call of this ioctl fails with error; 0 ends that.
+    /// Makes every call of this ioctl fail with error; 0 ends that.
     void refuses(unsigned long request, int error);
-    /// Without a script control transfers are stalled.
+    /// Makes control transfers without a script stall.
     void stallsControl();
-    /// The kernel's own driver holds the interface.
+    /// Binds a kernel driver to the interface.
     void bindKernelDriver(const std::string& name);
-    /// Runs block each time the kernel's driver is being detached. It may call no operation of the printer but
+    /// Calls block each time the kernel's driver is being detached. It may call no operation of the printer but
     /// holdByOtherFromInside().
     void whenDetached(std::function<void()> block);
     void holdByOtherFromInside() { _heldByOther = true; }
-    /// Another program holds the interface.
+    /// Simulates another program that holds the interface.
     void holdByOther(bool held);
-    /// Leaves the bus, as far as the kernel's calls show; transfers under way end with that.
+    /// Detaches the device for the kernel's calls; current transfers end with that.
     void vanish();
-    /// Leaves as soon as a transfer on this endpoint is asked for; the transfer ends with status.
+    /// Detaches the device when a transfer on this endpoint is requested; the transfer ends with status.
     void vanishAtTransfer(std::uint8_t endpoint, int status);
 
     // ---- what was seen ---------------------------------------------------------------------------------------------
 
     /// For example "claim 0", "in 81 64", "out 02 8", "control a1 00 0000 0000 4096", "halt 81", "reset".
     std::vector<std::string> journal();
-    /// What bulk-out transfers carried.
+    /// The bytes of all bulk-out transfers.
     std::string received();
     std::string kernelDriver();
 
@@ -68,7 +68,7 @@ class MockPrinter {
     };
     static int onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, MockPrinter* self);
     void handle(UMockdevIoctlClient* client, UMockdevIoctlData* argument, unsigned long request);
-    /// Result or -errno of the calls that are not transfers.
+    /// Result or -errno of calls that are not transfers.
     int simpleCall(UMockdevIoctlData* argument, unsigned long request);
     int claim(unsigned interface);
     int driverCall(UMockdevIoctlData* argument);

@@ -1,5 +1,5 @@
-// The transfers that a mocked printer has been given and not answered yet. Called by MockPrinter on the thread that
-// serves the mocked nodes.
+// Transfers that a mocked printer has received and not completed yet. Called by MockPrinter on the thread that serves
+// the mocked nodes.
 #include "MockUrbs.h"
 
 #include <algorithm>

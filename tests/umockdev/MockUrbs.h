@@ -1,4 +1,4 @@
-// One transfer request on its way through the mocked usbfs.
+// One transfer request in the mocked usbfs.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace zul {
 
 class MockUrb {
   public:
-    /// From the argument of a submit call; copies the request and its buffer out of the client.
+    /// From the argument of a submit call; copies the request and its buffer from the client.
     static MockUrb submitted(UMockdevIoctlData* argument);
     MockUrb(MockUrb&& other) noexcept;
     MockUrb& operator=(MockUrb&& other) noexcept;
@@ -19,24 +19,24 @@ class MockUrb {
     bool isControl() const;
     bool isIn() const;
     std::uint8_t endpoint() const;
-    /// Bytes of data, without the set-up of a control request.
+    /// Bytes of data, without the setup packet of a control request.
     std::size_t length() const;
     std::string data() const;
-    /// The eight bytes of set-up.
+    /// The eight bytes of the setup packet.
     const unsigned char* setup() const;
-    /// The client's address of the request, by which it gives it up.
+    /// The client's address of the request, which identifies it in a discard call.
     unsigned long address() const;
 
-    /// Ends the transfer: bytes for the client (cut to its buffer), or the count that was taken from it.
+    /// Ends the transfer with bytes for the client (cut to its buffer), or with the count of accepted bytes.
     void complete(int status, const std::string& bytes);
     void completeOut(int status, std::size_t taken);
-    /// Goes on waiting with so much done already.
+    /// Keeps waiting after this much was transferred.
     void hold(const std::string& bytes);
     void holdOut(std::size_t taken);
-    /// The client gives it up; what was done stays done.
+    /// The client cancels the transfer; transferred bytes remain.
     void giveUp();
     bool isDone() const { return _done; }
-    /// Hands the finished transfer to the client through the argument of a reap call.
+    /// Returns the finished transfer to the client through the argument of a reap call.
     void reapInto(UMockdevIoctlData* argument);
 
   private:

@@ -1,4 +1,4 @@
-// What the bus reports of devices that come, go, come twice, or may not be opened yet.
+// The bus's reports of devices that arrive, leave, are reported twice, or may not be opened yet.
 #include "Bench.h"
 
 #include "support/SimulatedClock.h"
@@ -9,8 +9,8 @@
 
 namespace zul {
 
-/// libusb itself drops most repeated reports; what slips through (a device that arrives while the callback is being
-/// registered) cannot be timed from outside, so the event is put where libusb's callback would put it.
+/// libusb itself drops most repeated reports. The remaining ones (a device that arrives while the callback is being
+/// registered) cannot be timed from outside, so the event is inserted where libusb's callback would insert it.
 struct LibusbBusProbe {
     static void repeatEvent(LibusbBus& bus, BusEvent::Kind kind) {
         auto context = bus._core->_source->context();
@@ -36,7 +36,7 @@ struct TimedBench {
     SimulatedClock clock;
     Bench bench{&clock};
     void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
-    /// Plugs, and waits until the event is on the main queue and handled.
+    /// Plugs the device and waits until the event was handled on the main queue.
     MockPrinter& plug(const Plug& plug) {
         MockPrinter& printer = bench.plug(plug);
         bench.mainQueue.waitForWork();
@@ -80,7 +80,7 @@ TEST_CASE("a printer that is unplugged is terminated first and removed then") {
     CHECK(bench.registry.services().empty());
 }
 
-TEST_CASE("a printer that returns at the same port has a new token and the same location") {
+TEST_CASE("a printer that returns on the same port has a new token and the same location") {
     Bench bench;
     bench.plug();
     bench.start();
@@ -98,9 +98,9 @@ TEST_CASE("a printer that returns at the same port has a new token and the same 
     CHECK(bench.service()->nodePath() == "/dev/bus/usb/001/005");
 }
 
-TEST_CASE("an arrival and a departure that wait together are announced in their order") {
+TEST_CASE("an arrival and a departure that are queued together are announced in their order") {
     Bench bench;
-    if (!bench.hasUdevd()) return; // a device that the bus has not looked at before it left is never known
+    if (!bench.hasUdevd()) return; // a device that left before the bus has examined it is never known
     bench.start();
     bench.plug();
     bench.mainQueue.waitForWork();
@@ -129,7 +129,7 @@ TEST_CASE("a device that the system reports twice is announced once") {
     CHECK(bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a device that both the list at the start and an event report is announced once") {
+TEST_CASE("a device that is both in the list at the start and in an event is announced once") {
     Bench bench;
     bench.plug();
     bench.start();
@@ -164,7 +164,7 @@ TEST_CASE("a device without a printer interface is not a service") {
     CHECK(bench.registry.services().empty());
 }
 
-TEST_CASE("a printer interface of another subclass is a service that says so") {
+TEST_CASE("a printer interface of another subclass is a service that reports its subclass") {
     Bench bench;
     bench.plug({.interfaceSubClass = 2});
     bench.start();
@@ -173,7 +173,7 @@ TEST_CASE("a printer interface of another subclass is a service that says so") {
     CHECK(subClass == 2);
 }
 
-TEST_CASE("every printer interface of a device is a service of its own") {
+TEST_CASE("every printer interface of a device is a separate service") {
     Bench bench;
     bench.plug({.interfaces = 2});
     bench.start();
@@ -194,7 +194,7 @@ TEST_CASE("alternate settings of one interface are one service") {
     CHECK(alternate == 0);
 }
 
-TEST_CASE("a service answers from the descriptors without opening the node") {
+TEST_CASE("a service returns descriptor values without opening the node") {
     Bench bench;
     bench.plug({.mode = 0});
     bench.start();
@@ -248,7 +248,7 @@ TEST_CASE("two ports of a root hub with more than fifteen of them have two locat
     CHECK(locations == std::set<std::uint32_t>{0x01100000, 0x01100001});
 }
 
-TEST_CASE("a new printer whose node may not be opened is announced as soon as it may") {
+TEST_CASE("a new printer whose node may not be opened is announced as soon as it may be") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.mode = 0});
@@ -259,7 +259,7 @@ TEST_CASE("a new printer whose node may not be opened is announced as soon as it
     CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a new printer whose node stays closed is announced after two seconds all the same") {
+TEST_CASE("a new printer whose node may not be opened for two seconds is announced then") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.mode = 0});
@@ -298,7 +298,7 @@ TEST_CASE("a printer that is reported before it is configured is announced when 
     CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a printer that is configured long after its arrival, by hand for example, is announced then") {
+TEST_CASE("a printer that is configured long after its arrival is announced then") {
     TimedBench timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
@@ -317,7 +317,7 @@ TEST_CASE("a device that is never configured is not a service") {
     CHECK(timed.bench.events.empty());
 }
 
-TEST_CASE("a stopped bus reports no more events, not even those that wait already") {
+TEST_CASE("a stopped bus reports no more events, not even queued ones") {
     Bench bench;
     bench.start();
     bench.plug();

@@ -1,4 +1,4 @@
-// Who may open the node, who holds the interface, and what becomes of the kernel's own printer driver.
+// Opening the node, claiming the interface, and the effect on the kernel's printer driver.
 #include "Bench.h"
 #include "support/SimulatedClock.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 using Journal = std::vector<std::string>;
 
-// A printer that the kernel's own driver has.
+// A printer that is bound to the kernel's driver.
 struct Bound {
     SimulatedClock clock;
     Bench bench{&clock};
@@ -30,7 +30,7 @@ struct Bound {
 
 } // namespace
 
-TEST_CASE("a node that may not be opened gives not privileged and no handle") {
+TEST_CASE("a node that may not be opened yields not privileged and no handle") {
     Bench bench;
     bench.plug({.mode = 0});
     bench.start();
@@ -69,7 +69,7 @@ TEST_CASE("the node is closed with the last handle") {
     CHECK(printer.journal() == Journal{"claim 0", "release 0"});
 }
 
-TEST_CASE("a claim of an interface that this handle holds is success without asking again") {
+TEST_CASE("claiming an interface that this handle already holds succeeds without a system call") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -78,7 +78,7 @@ TEST_CASE("a claim of an interface that this handle holds is success without ask
     CHECK(printer.journal() == Journal{"claim 0"});
 }
 
-TEST_CASE("an interface that another program holds gives exclusive access and is left alone") {
+TEST_CASE("an interface that another program holds yields exclusive access and is not changed") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.holdByOther(true);
@@ -88,7 +88,7 @@ TEST_CASE("an interface that another program holds gives exclusive access and is
     CHECK(printer.journal() == Journal{"claim 0 busy"});
 }
 
-TEST_CASE("a close gives the claim up and can be followed by another open") {
+TEST_CASE("a close releases the claim and can be followed by another open") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -106,7 +106,7 @@ TEST_CASE("a close of an interface that is not claimed is an error and makes no 
     CHECK(printer.journal().empty());
 }
 
-TEST_CASE("the kernel's printer driver is detached at the open and stays detached over closes") {
+TEST_CASE("the kernel's printer driver is detached at the open and remains detached over closes") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
@@ -118,7 +118,7 @@ TEST_CASE("the kernel's printer driver is detached at the open and stays detache
     CHECK(printer.kernelDriver().empty());
 }
 
-TEST_CASE("the kernel's printer driver gets the interface back one second after its last use") {
+TEST_CASE("the kernel's printer driver is attached again one second after the last use") {
     Bound bound;
     REQUIRE(bound.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     REQUIRE(bound.handle->USBInterfaceClose() == kIOReturnSuccess);
@@ -129,7 +129,7 @@ TEST_CASE("the kernel's printer driver gets the interface back one second after 
     CHECK(bound.printer.kernelDriver() == "usblp");
 }
 
-TEST_CASE("the kernel's printer driver gets the interface back only once") {
+TEST_CASE("the kernel's printer driver is attached again only once") {
     Bound bound;
     REQUIRE(bound.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     REQUIRE(bound.handle->USBInterfaceClose() == kIOReturnSuccess);
@@ -140,7 +140,7 @@ TEST_CASE("the kernel's printer driver gets the interface back only once") {
     CHECK(bound.printer.journal() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "attach 0"});
 }
 
-TEST_CASE("a use within the second puts the return off until a second after that use") {
+TEST_CASE("a use within the second delays the return until a second after that use") {
     Bound bound;
     REQUIRE(bound.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     REQUIRE(bound.handle->USBInterfaceClose() == kIOReturnSuccess);
@@ -155,7 +155,7 @@ TEST_CASE("a use within the second puts the return off until a second after that
     CHECK(bound.printer.kernelDriver() == "usblp");
 }
 
-TEST_CASE("the node stays open until the kernel's printer driver has the interface back") {
+TEST_CASE("the node remains open until the kernel's printer driver is attached again") {
     Bound bound;
     REQUIRE(bound.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     bound.handle = nullptr;
@@ -165,12 +165,12 @@ TEST_CASE("the node stays open until the kernel's printer driver has the interfa
     CHECK(bound.bench.until([&] { return bound.bench.nodeOpens() == 0; }));
 }
 
-TEST_CASE("an interface is not given back while a transfer is under way") {
+TEST_CASE("the kernel's driver is not attached during a transfer") {
     Bound bound;
     REQUIRE(bound.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     REQUIRE(bound.handle->USBInterfaceClose() == kIOReturnSuccess);
-    // A control request needs no claim; it waits for its answer while the second passes.
-    RealClock real; // the clock moved by hand would wait for the request, which waits for the test
+    // A control request needs no claim; it waits for its reply while the second passes.
+    RealClock real; // a simulated clock would wait for the request, which waits for the test
     SerialQueue queue("request", real);
     std::atomic<bool> isDone{false};
     queue.async([&] {
@@ -189,7 +189,7 @@ TEST_CASE("an interface is not given back while a transfer is under way") {
     CHECK(bound.printer.kernelDriver() == "usblp");
 }
 
-TEST_CASE("an interface that somebody else took in the moment after the driver was detached is given back later") {
+TEST_CASE("an interface claimed by another program just after the driver was detached gets the driver back later") {
     Bound bound;
     bound.printer.whenDetached([&] { bound.printer.holdByOtherFromInside(); });
     CHECK(bound.handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
@@ -198,7 +198,7 @@ TEST_CASE("an interface that somebody else took in the moment after the driver w
     CHECK(bound.printer.kernelDriver() == "usblp");
 }
 
-TEST_CASE("a driver that was never detached is not given anything back") {
+TEST_CASE("a driver that was never detached is not attached") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
@@ -207,7 +207,7 @@ TEST_CASE("a driver that was never detached is not given anything back") {
     CHECK(printer.journal().empty());
 }
 
-TEST_CASE("a bus that stops gives open printers back") {
+TEST_CASE("a bus that stops attaches the driver of open printers again") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
@@ -217,7 +217,7 @@ TEST_CASE("a bus that stops gives open printers back") {
     CHECK(printer.journal() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "attach 0"});
 }
 
-TEST_CASE("a printer that has left is not given back") {
+TEST_CASE("the driver of a detached printer is not attached again") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
@@ -237,15 +237,15 @@ TEST_CASE("a silent claim of a free interface leaves it free") {
     CHECK(printer.journal() == Journal{"claim 0", "release 0"});
 }
 
-TEST_CASE("a silent claim of an own interface keeps it") {
+TEST_CASE("a silent claim of an interface that this handle holds keeps it") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     CHECK(bench.openHandle()->tryClaim() == kIOReturnSuccess);
-    CHECK(printer.journal() == Journal{"claim 0", "release 0"}); // the release is the handle's end
+    CHECK(printer.journal() == Journal{"claim 0", "release 0"}); // the release is the end of the handle
 }
 
-TEST_CASE("a silent claim of an interface that another program holds gives exclusive access") {
+TEST_CASE("a silent claim of an interface that another program holds yields exclusive access") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.holdByOther(true);
@@ -263,7 +263,7 @@ TEST_CASE("a silent claim does not detach the kernel's printer driver") {
     CHECK(printer.journal() == Journal{"claim 0 busy"});
 }
 
-TEST_CASE("a claim that the system refuses for a reason of its own gives the code of that reason") {
+TEST_CASE("a claim that the system refuses for another reason yields the code of that reason") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -276,7 +276,7 @@ TEST_CASE("a claim that the system refuses for a reason of its own gives the cod
     CHECK(handle->USBInterfaceOpenSeize() == kIOReturnError);
 }
 
-TEST_CASE("a kernel driver that cannot be detached refuses the open with the reason") {
+TEST_CASE("an open whose kernel driver cannot be detached is refused with the reason") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
@@ -286,7 +286,7 @@ TEST_CASE("a kernel driver that cannot be detached refuses the open with the rea
     CHECK(handle->USBInterfaceOpenSeize() == kIOReturnBadArgument);
 }
 
-TEST_CASE("every call on a handle whose device has left gives no device") {
+TEST_CASE("every call on a handle of a detached device yields no device") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();

@@ -1,4 +1,4 @@
-// Other processes on a printer: who holds it, and printers that another process of ours has reserved.
+// Other processes that use a printer: the holder of the interface, and reservations by another process of this product.
 #include "Bench.h"
 #include "ExclusiveFile.h"
 #include "FakeReservations.h"
@@ -15,12 +15,12 @@ using Journal = std::vector<std::string>;
 constexpr const char* kKey = "2A71000301200000"; // vendor, product, location of the bench's printer
 constexpr const char* kNode = "/dev/bus/usb/001/004";
 
-// Processes as the kernel shows them.
+// Processes as listed in procfs.
 struct Processes {
     TemporaryFolder folder;
 
     Processes() {
-        std::filesystem::create_directory(folder / "net"); // where the bus looks for udevd
+        std::filesystem::create_directory(folder / "net"); // where the bus searches for udevd
         std::filesystem::create_symlink("/proc/net/unix", folder / "net" / "unix");
     }
     void add(int pid, const std::string& name, const std::string& openFile) const {
@@ -72,7 +72,7 @@ TEST_CASE("the holder of an interface is the process that has the device open") 
     CHECK(company.handle->holder() == holder(InterfaceHolder::Kind::process, "ipp-usb", 300));
 }
 
-TEST_CASE("a holder that the system does not show is unknown") {
+TEST_CASE("a holder that the system does not report is unknown") {
     Company company;
     company.processes.add(300, "cat", "/dev/bus/usb/001/005");
     company.printer.holdByOther(true);
@@ -80,7 +80,7 @@ TEST_CASE("a holder that the system does not show is unknown") {
     CHECK(company.handle->holder() == InterfaceHolder{});
 }
 
-TEST_CASE("the holder of a printer that prints is the process that has the node of the kernel's driver open") {
+TEST_CASE("the holder of a printing printer is the process that has the node of the kernel's driver open") {
     Company company;
     ExclusiveFile file;
     company.printer.bindKernelDriver("usblp");
@@ -92,7 +92,7 @@ TEST_CASE("the holder of a printer that prints is the process that has the node 
     CHECK(company.handle->holder() == holder(InterfaceHolder::Kind::printing, "usb", 300));
 }
 
-TEST_CASE("a job of a process that cannot be looked into is printing by nobody known") {
+TEST_CASE("a job of a process that cannot be examined is reported as printing without a process") {
     Company company;
     ExclusiveFile file;
     company.printer.bindKernelDriver("usblp");
@@ -102,7 +102,7 @@ TEST_CASE("a job of a process that cannot be looked into is printing by nobody k
     CHECK(company.handle->holder() == holder(InterfaceHolder::Kind::printing, "", 0));
 }
 
-TEST_CASE("a printer that has left has no holder") {
+TEST_CASE("a detached printer has no holder") {
     Company company;
     company.processes.add(300, "ipp-usb", kNode);
     company.bench.unplug();
@@ -110,7 +110,7 @@ TEST_CASE("a printer that has left has no holder") {
     CHECK(company.handle->holder() == InterfaceHolder{});
 }
 
-TEST_CASE("a printer that another process of ours has reserved is refused without being touched") {
+TEST_CASE("a printer reserved by another process of this product is refused without any system call") {
     Company company;
     company.processes.add(300, "ipp-usb", kNode);
     company.reservations.reserve(kKey);
@@ -120,13 +120,13 @@ TEST_CASE("a printer that another process of ours has reserved is refused withou
     CHECK(company.handle->holder() == FakeReservations::holder());
 }
 
-TEST_CASE("a reservation of another printer is none of this one's") {
+TEST_CASE("a reservation of another printer does not apply to this one") {
     Company company;
     company.reservations.reserve("2A71000301300000");
     CHECK(company.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
-TEST_CASE("an interface that this process has claimed stays usable under another's reservation") {
+TEST_CASE("an interface that this process has claimed remains usable despite another process's reservation") {
     Company company;
     REQUIRE(company.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     company.reservations.reserve(kKey);
@@ -147,7 +147,7 @@ TEST_CASE("the end of a reservation is reported while the holder is watched") {
     CHECK(company.handle->tryClaim() == kIOReturnSuccess);
 }
 
-TEST_CASE("the end of a reservation is not reported any more once the watch has ended") {
+TEST_CASE("the end of a reservation is not reported after the watch has ended") {
     Company company;
     company.reservations.reserve(kKey);
     REQUIRE(company.handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);

@@ -23,7 +23,7 @@ IOUSBDevRequestTO deviceID(std::vector<char>& buffer, std::uint32_t completionTi
 
 } // namespace
 
-TEST_CASE("a control request works without a claim and reports how much came") {
+TEST_CASE("a control request works without a claim and returns the number of received bytes") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -36,7 +36,7 @@ TEST_CASE("a control request works without a claim and reports how much came") {
     CHECK(printer.journal() == Journal{"control a1 00 0000 0000 64"});
 }
 
-TEST_CASE("a control request for more than the kernel takes is cut to that on its way") {
+TEST_CASE("a control request for more than the kernel's limit is cut to it") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -49,7 +49,7 @@ TEST_CASE("a control request for more than the kernel takes is cut to that on it
     CHECK(printer.journal() == Journal{"control a1 00 0000 0000 4096"});
 }
 
-TEST_CASE("a control request that sends more than the kernel takes is a bad argument") {
+TEST_CASE("a control request that sends more than the kernel's limit is a bad argument") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -71,7 +71,7 @@ TEST_CASE("a control request without data sends its fields as they are") {
     CHECK(printer.journal() == Journal{"control 21 02 1234 0501 0"});
 }
 
-TEST_CASE("a control request that is not answered times out") {
+TEST_CASE("a control request without a reply times out") {
     Bench bench;
     bench.plug();
     bench.start();
@@ -81,12 +81,12 @@ TEST_CASE("a control request that is not answered times out") {
     CHECK(request.wLenDone == 0);
 }
 
-TEST_CASE("a control request ends when no data has come for its shorter time-out") {
+TEST_CASE("a control request ends when no data has arrived within its shorter time-out") {
     Bench bench;
     bench.plug();
     bench.start();
     std::vector<char> buffer(8);
-    IOUSBDevRequestTO request = deviceID(buffer, /*completionTimeout=*/3600000); // an hour would fail the test
+    IOUSBDevRequestTO request = deviceID(buffer, /*completionTimeout=*/3600000); // with an hour the test would fail
     request.noDataTimeout = 20;
     CHECK(bench.handle()->ControlRequestTO(0, request) == kIOUSBTransactionTimeout);
 }
@@ -103,11 +103,11 @@ TEST_CASE("the shorter time-out of a control request is the one that applies") {
     CHECK(timeout(100, 100) == 100);
     CHECK(timeout(2000, 500) == 500);
     CHECK(timeout(0, 300) == 300);
-    CHECK(timeout(1, 0) == 1000); // no time-out is asked for: the bus has one of its own, whatever the other says
+    CHECK(timeout(1, 0) == 1000); // without a time-out the bus uses its own, whatever the other one is
     CHECK(timeout(0, 0) == 1000);
 }
 
-TEST_CASE("a control request without a time-out of its own ends all the same") {
+TEST_CASE("a control request without a time-out ends, too") {
     Bench bench;
     bench.plug();
     bench.start();
@@ -117,7 +117,7 @@ TEST_CASE("a control request without a time-out of its own ends all the same") {
     CHECK(bench.handle()->ControlRequestTO(0, request) == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a control request that the device refuses gives pipe stalled and clears no halt") {
+TEST_CASE("a control request that the device refuses yields pipe stalled and clears no halt") {
     Bench bench;
     MockPrinter& printer = bench.plug();
     bench.start();
@@ -146,7 +146,7 @@ TEST_CASE("a control request with a length and no buffer is a bad argument") {
     CHECK(bench.handle()->ControlRequestTO(0, request) == kIOReturnBadArgument);
 }
 
-TEST_CASE("a control request during which the device leaves gives no device") {
+TEST_CASE("a control request during which the device is detached yields no device") {
     for (const int status : {-ESHUTDOWN, -ENODEV, -EPROTO}) {
         CAPTURE(status);
         Bench bench;

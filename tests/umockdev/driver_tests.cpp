@@ -1,4 +1,4 @@
-// Print jobs through the kernel's own printer driver: they are never disturbed.
+// Print jobs through the kernel's printer driver: they are never interrupted.
 #include "Bench.h"
 #include "ExclusiveFile.h"
 #include "support/LogCapture.h"
@@ -25,7 +25,7 @@ int ownOpens(const std::string& file) {
     return count;
 }
 
-// A printer that the kernel's driver has; its node is a file that admits one opener.
+// A printer that is bound to the kernel's driver; its node is a file that can be opened only once.
 struct Driven {
     SimulatedClock clock;
     Bench bench{&clock};
@@ -66,7 +66,7 @@ struct Hidden {
 
 } // namespace
 
-TEST_CASE("a printer that prints through the kernel's driver gives exclusive access and keeps its driver") {
+TEST_CASE("a printer that prints through the kernel's driver yields exclusive access and keeps its driver") {
     Driven driven;
     driven.file.beginJob();
     CHECK(driven.handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
@@ -74,7 +74,7 @@ TEST_CASE("a printer that prints through the kernel's driver gives exclusive acc
     CHECK(driven.handle->holder().kind == InterfaceHolder::Kind::printing);
 }
 
-TEST_CASE("a printer that prints is opened once the job has ended") {
+TEST_CASE("a printer that prints is opened after the job has ended") {
     Driven driven;
     driven.file.beginJob();
     REQUIRE(driven.handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
@@ -98,14 +98,14 @@ TEST_CASE("a kernel's driver without a node has no job to protect") {
     CHECK(driven.printer.journal() == kTakenFromDriver);
 }
 
-TEST_CASE("a node of the kernel's driver that is gone by now has no job to protect") {
+TEST_CASE("a node of the kernel's driver that was removed meanwhile has no job to protect") {
     Driven driven;
     driven.bench.removeDriverNode();
     CHECK(driven.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     CHECK(driven.printer.journal() == kTakenFromDriver);
 }
 
-TEST_CASE("a silent claim of a printer that prints gives exclusive access") {
+TEST_CASE("a silent claim of a printer that prints yields exclusive access") {
     Driven driven;
     driven.file.beginJob();
     CHECK(driven.handle->tryClaim() == kIOReturnExclusiveAccess);
@@ -124,7 +124,7 @@ TEST_CASE("the end of a print job is reported while the holder is watched") {
     CHECK(driven.handle->tryClaim() == kIOReturnSuccess);
 }
 
-TEST_CASE("looking whether a job is printed is not taken for a job that ends") {
+TEST_CASE("checking for a print job is not taken for a job that ends") {
     Driven driven;
     driven.file.beginJob();
     REQUIRE(driven.handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
@@ -137,13 +137,13 @@ TEST_CASE("looking whether a job is printed is not taken for a job that ends") {
     CHECK(driven.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     driven.bench.settle();
     CHECK(driven.hints == 1);
-    // The watch is still there for the next one.
+    // The watch is still active for the next job.
     driven.file.beginJob();
     driven.file.endJob();
     CHECK(driven.bench.until([&] { return driven.hints == 2; }));
 }
 
-TEST_CASE("a kernel's driver that gets the printer during the wait is watched from the next look on") {
+TEST_CASE("a kernel's driver that is bound during the wait is watched from the next check on") {
     Driven driven(/*hasNode=*/false);
     driven.printer.bindKernelDriver("");
     driven.printer.holdByOther(true);
@@ -157,7 +157,7 @@ TEST_CASE("a kernel's driver that gets the printer during the wait is watched fr
     CHECK(driven.bench.until([&] { return driven.hints == 2; }));
 }
 
-TEST_CASE("a printer whose jobs cannot be seen is left alone, and the log says why once") {
+TEST_CASE("a printer whose jobs cannot be seen is not used, and the log has the reason once") {
     Hidden hidden;
     MockPrinter& printer = hidden.plug();
     hidden.bench.start();
@@ -169,7 +169,7 @@ TEST_CASE("a printer whose jobs cannot be seen is left alone, and the log says w
     CHECK(hidden.log.times("may not be opened, so it cannot be seen whether a job is printed") == 1);
 }
 
-TEST_CASE("a printer that has just come is opened as soon as the rights of its driver's node are set") {
+TEST_CASE("a new printer is opened as soon as the permissions of its driver's node are set") {
     Hidden hidden;
     hidden.bench.start();
     MockPrinter& printer = hidden.plug();
@@ -188,7 +188,7 @@ TEST_CASE("a printer that has just come is opened as soon as the rights of its d
     CHECK_FALSE(hidden.log.has("may not be opened"));
 }
 
-TEST_CASE("a printer that came two seconds ago is not waited for any more") {
+TEST_CASE("a printer that arrived two seconds ago is no longer waited for") {
     Hidden hidden;
     hidden.bench.start();
     hidden.plug();
@@ -200,7 +200,7 @@ TEST_CASE("a printer that came two seconds ago is not waited for any more") {
     CHECK(hidden.clock.now() == before);
 }
 
-TEST_CASE("after the kernel's driver has been given a printer the rights of its new node are waited for") {
+TEST_CASE("after the kernel's driver was attached again the permissions of its new node are waited for") {
     Hidden hidden;
     hidden.mode(0600);
     MockPrinter& printer = hidden.plug();

@@ -1,4 +1,4 @@
-// Waiting for another program to release a printer.
+// Waiting until another program releases a printer.
 #include "Bench.h"
 #include "support/SimulatedClock.h"
 
@@ -37,14 +37,14 @@ TEST_CASE("a close of the node by another program is reported while the holder i
     CHECK(held.handle->tryClaim() == kIOReturnSuccess);
 }
 
-TEST_CASE("a close of the node for reading only is reported, too") {
+TEST_CASE("a read-only close of the node is reported, too") {
     Held held;
     held.watch();
     held.bench.openAndCloseNode(4, /*readOnly=*/true);
     CHECK(held.bench.until([&] { return held.reports == 1; }));
 }
 
-TEST_CASE("a holder that keeps the node open is asked after every five seconds") {
+TEST_CASE("a holder that keeps the node open is checked every five seconds") {
     Held held;
     held.watch();
     held.clock.advance(held.bench.mainQueue, 4999ms);
@@ -55,7 +55,7 @@ TEST_CASE("a holder that keeps the node open is asked after every five seconds")
     CHECK(held.reports == 3);
 }
 
-TEST_CASE("a watch that was ended makes no more reports") {
+TEST_CASE("an ended watch reports no more events") {
     Held held;
     held.watch();
     held.handle->watchHolder(nullptr);
@@ -65,7 +65,7 @@ TEST_CASE("a watch that was ended makes no more reports") {
     CHECK(held.reports == 0);
 }
 
-TEST_CASE("a second watch takes the place of the first") {
+TEST_CASE("a second watch replaces the first") {
     Held held;
     int first = 0;
     held.handle->watchHolder([&] { ++first; });
@@ -75,7 +75,7 @@ TEST_CASE("a second watch takes the place of the first") {
     CHECK(held.reports == 1);
 }
 
-TEST_CASE("own claims and releases are not taken for another program's") {
+TEST_CASE("claims and releases by this process are not reported") {
     Held held;
     held.watch();
     held.printer.holdByOther(false);
@@ -89,7 +89,7 @@ TEST_CASE("own claims and releases are not taken for another program's") {
     CHECK(held.reports == 0);
 }
 
-TEST_CASE("a watch ends when the device leaves") {
+TEST_CASE("a watch ends when the device is detached") {
     Held held;
     held.watch();
     held.bench.leave();
@@ -117,7 +117,7 @@ TEST_CASE("a watch ends with the bus") {
     CHECK(held.reports == 0);
 }
 
-TEST_CASE("two printers are watched each by itself") {
+TEST_CASE("two printers are watched independently") {
     Held held;
     held.bench.plug({.port = "1-3", .address = 6});
     REQUIRE(held.bench.until([&] { return held.bench.events.size() == 2; }));

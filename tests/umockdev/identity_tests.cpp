@@ -1,4 +1,4 @@
-// Device IDs that are read before a printer is announced.
+// Device IDs are read before a printer is announced.
 #include "Bench.h"
 #include "FakeReservations.h"
 #include "support/LogCapture.h"
@@ -30,7 +30,7 @@ struct Asked {
     std::string reply;
 };
 
-// As the engine asks.
+// The engine's request.
 Asked askDeviceID(IOUSBInterfaceInterface& handle, std::uint16_t length = 65535, std::uint16_t index = 0) {
     std::vector<char> buffer(length);
     IOUSBDevRequestTO request{.bmRequestType = 0xA1, .bRequest = 0, .wIndex = index, .wLength = length};
@@ -48,7 +48,7 @@ struct Reader {
     Bench bench{&clock, ours(&reservations)};
 
     void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
-    /// Until the arrival has been handled.
+    /// Waits until the arrival was handled.
     void handleArrival() {
         bench.mainQueue.waitForWork();
         clock.settle(bench.mainQueue);
@@ -58,8 +58,8 @@ struct Reader {
     }
 };
 
-// The machine's own clock, but nobody's patience ends before what he waits for has come: for what a good printer does
-// in time, however busy the machine that tests it.
+// The machine's own clock, but no wait times out before the awaited event: for printers that reply in time, on however
+// busy a machine.
 class PatientClock final : public Clock {
   public:
     TimePoint now() override { return _real.now(); }
@@ -82,7 +82,7 @@ class PatientClock final : public Clock {
 
 } // namespace
 
-TEST_CASE("printers that answer the request for their device IDs are announced before start returns, by their places") {
+TEST_CASE("printers that return their device IDs are announced before start returns, sorted by location") {
     PatientClock clock;
     Bench bench{&clock, ours()};
     bench.plug({.port = "1-2", .address = 4}).answersControl(kDeviceID);
@@ -93,7 +93,7 @@ TEST_CASE("printers that answer the request for their device IDs are announced b
     CHECK_FALSE(bench.bus.hasPending());
 }
 
-TEST_CASE("the engine's request for a device ID is answered from memory, each time") {
+TEST_CASE("the engine's request for a device ID is answered from the cache each time") {
     Reader reader;
     MockPrinter& printer = reader.bench.plug();
     printer.answersControl(kDeviceID);
@@ -109,7 +109,7 @@ TEST_CASE("the engine's request for a device ID is answered from memory, each ti
     CHECK(Reader::requests(printer) == 1);
 }
 
-TEST_CASE("any other control request goes to the printer") {
+TEST_CASE("any other control request is sent to the printer") {
     Reader reader;
     MockPrinter& printer = reader.bench.plug();
     printer.answersControl(kDeviceID);
@@ -117,7 +117,7 @@ TEST_CASE("any other control request goes to the printer") {
     reader.clock.settle(reader.bench.mainQueue);
     const auto handle = reader.bench.handle();
     printer.answersControl("other");
-    CHECK(askDeviceID(*handle, 64, 0x0100).reply == "other"); // another interface's
+    CHECK(askDeviceID(*handle, 64, 0x0100).reply == "other"); // of another interface
     printer.answersControl("x");
     std::array<char, 8> buffer{};
     IOUSBDevRequestTO request{.bmRequestType = 0xA1, .bRequest = 1, .wLength = 1, .pData = buffer.data()};
@@ -125,7 +125,7 @@ TEST_CASE("any other control request goes to the printer") {
     CHECK(buffer[0] == 'x');
 }
 
-TEST_CASE("a device ID that comes only at the second request is found") {
+TEST_CASE("a device ID returned only to the second request is used") {
     for (const int status : {MockPrinter::kNeverEnds, -EPIPE}) { // late, or refused once
         CAPTURE(status);
         Reader reader;
@@ -141,7 +141,7 @@ TEST_CASE("a device ID that comes only at the second request is found") {
     }
 }
 
-TEST_CASE("a device ID without text is asked for again") {
+TEST_CASE("a device ID without text is requested again") {
     const std::string noText[] = {"", std::string("\0", 1), std::string("\0\0", 2), std::string("\0\x02", 2),
                                   std::string("\0\x02old", 5)};
     for (const std::string& reply : noText) {
@@ -158,7 +158,7 @@ TEST_CASE("a device ID without text is asked for again") {
     }
 }
 
-TEST_CASE("a printer that has no better device ID than an empty one is announced with that after three seconds") {
+TEST_CASE("a printer with only an empty device ID is announced with it after three seconds") {
     Reader reader;
     reader.bench.start();
     MockPrinter& printer = reader.bench.plug();
@@ -189,7 +189,8 @@ TEST_CASE("a printer that never answers the request for its device ID is announc
     CHECK(log.times("the printer at 1-2 does not answer the request for its device ID") == 1);
 }
 
-TEST_CASE("printers without an answer hold neither start nor the main queue, and all wait at the same time") {
+TEST_CASE("printers without a device ID block neither start nor the main queue, and all are waited for at the same "
+          "time") {
     Reader reader;
     for (unsigned i = 0; i < 4; ++i)
         reader.bench.plug({.port = "1-" + std::to_string(2 + i), .address = 4 + i}).stallsControl();
@@ -209,11 +210,11 @@ TEST_CASE("printers without an answer hold neither start nor the main queue, and
     CHECK(enumerated == 2);
 }
 
-TEST_CASE("a printer that leaves while its device ID is asked for is never announced and awaited by nobody") {
+TEST_CASE("a printer detached while its device ID is requested is never announced and no longer waited for") {
     Reader reader;
     reader.bench.plug().stallsControl();
     reader.bench.start();
-    reader.clock.settle(reader.bench.mainQueue); // it has been asked once
+    reader.clock.settle(reader.bench.mainQueue); // one request was sent
     int enumerated = 0;
     reader.bench.bus.whenEnumerated([&] { ++enumerated; });
     reader.bench.unplug();
@@ -224,7 +225,7 @@ TEST_CASE("a printer that leaves while its device ID is asked for is never annou
     CHECK(reader.bench.nodeOpens() == 0);
 }
 
-TEST_CASE("a printer that leaves and returns while its device ID is asked for is announced once") {
+TEST_CASE("a printer that leaves and returns while its device ID is requested is announced once") {
     Reader reader;
     reader.bench.start();
     reader.bench.plug().stallsControl();
@@ -238,7 +239,7 @@ TEST_CASE("a printer that leaves and returns while its device ID is asked for is
     CHECK(reader.bench.service()->nodePath() == "/dev/bus/usb/001/005");
 }
 
-TEST_CASE("a printer that arrives later is announced first when an earlier one does not answer") {
+TEST_CASE("a printer that arrives later is announced first if an earlier one does not reply") {
     Reader reader;
     reader.bench.start();
     reader.bench.plug().stallsControl();
@@ -260,7 +261,7 @@ TEST_CASE("the device IDs of two interfaces are read and distinguished") {
     CHECK(askDeviceID(*reader.bench.handle(1), 64, 0x0100).reply == std::string("\0\x05two", 5));
 }
 
-TEST_CASE("after a re-enumeration in place the device ID is read anew, and the departure comes first") {
+TEST_CASE("after a re-enumeration in place the device ID is read again, and the departure is reported first") {
     Reader reader;
     MockPrinter& printer = reader.bench.plug();
     printer.answersControl(kDeviceID);
@@ -275,7 +276,7 @@ TEST_CASE("after a re-enumeration in place the device ID is read anew, and the d
     CHECK(askDeviceID(*reader.bench.handle()).reply == std::string("\0\x05new", 5));
 }
 
-TEST_CASE("the node of a printer that is not ours is not opened before it is announced") {
+TEST_CASE("the node of another vendor's printer is not opened before it is announced") {
     Reader reader;
     MockPrinter& printer = reader.bench.plug({.product = 99});
     reader.bench.start();
@@ -284,7 +285,7 @@ TEST_CASE("the node of a printer that is not ours is not opened before it is ann
     CHECK(reader.bench.nodeOpens() == 0);
 }
 
-TEST_CASE("a printer that another process of ours has reserved is announced without being asked") {
+TEST_CASE("a printer reserved by another process of this product is announced without a request") {
     Reader reader;
     MockPrinter& printer = reader.bench.plug();
     reader.reservations.reserve(kKey);
@@ -303,7 +304,7 @@ TEST_CASE("a printer whose node may not be opened is announced without its devic
     CHECK(reader.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("the node is closed again when nobody wants the printer") {
+TEST_CASE("the node is closed again if no handle is created") {
     Reader reader;
     reader.bench.plug().answersControl(kDeviceID);
     reader.bench.start();
@@ -312,7 +313,7 @@ TEST_CASE("the node is closed again when nobody wants the printer") {
     CHECK(reader.bench.until([&] { return reader.bench.nodeOpens() == 0; }));
 }
 
-TEST_CASE("a bus that stops while device IDs are asked for reports nothing more") {
+TEST_CASE("a bus that stops while device IDs are requested reports no more events") {
     Reader reader;
     reader.bench.plug().stallsControl();
     reader.bench.start();
@@ -325,7 +326,7 @@ TEST_CASE("a bus that stops while device IDs are asked for reports nothing more"
     CHECK_FALSE(reader.bench.bus.hasPending());
 }
 
-TEST_CASE("a bus that does not run has nothing to wait for") {
+TEST_CASE("waiting for a bus that is not running returns at once") {
     Reader reader;
     int enumerated = 0;
     reader.bench.bus.whenEnumerated([&] { ++enumerated; });

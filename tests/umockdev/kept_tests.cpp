@@ -1,4 +1,4 @@
-// Printers that are kept while an update is under way: no other program gets them between two steps.
+// Printers that are kept during an update: no other program can claim them between two steps.
 #include "Bench.h"
 #include "FakeReservations.h"
 #include "support/SimulatedClock.h"
@@ -13,7 +13,7 @@ constexpr std::uint32_t kLocation = 0x01200000;
 constexpr const char* kKey = "2A71000301200000";
 const std::string kDeviceID{"\0\x10MFG:Z;MDL:VK;", 16};
 
-// A printer of ours that the kernel's driver has, and that answers the request for its device ID.
+// An accepted printer that is bound to the kernel's driver and returns its device ID.
 struct Kept {
     FakeReservations reservations;
     SimulatedClock clock;
@@ -41,7 +41,7 @@ struct Kept {
         for (unsigned i = 0; i < plug.interfaces; ++i) printer->answersControl(kDeviceID);
         return *printer;
     }
-    /// Leaves, and comes back under the next address.
+    /// Detaches the printer and attaches it with the next address.
     MockPrinter& restart(const Plug& next = {.address = 5}) {
         bench.unplug();
         REQUIRE(bench.until([&] { return bench.events.size() == 3; }));
@@ -60,7 +60,7 @@ struct Kept {
 
 } // namespace
 
-TEST_CASE("a kept printer is not given back to the kernel's driver") {
+TEST_CASE("the kernel's driver of a kept printer is not attached again") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     kept.keep();
@@ -70,7 +70,7 @@ TEST_CASE("a kept printer is not given back to the kernel's driver") {
     CHECK(kept.printer->kernelDriver().empty());
 }
 
-TEST_CASE("a printer that an update begins with within the second after its last use is not given back") {
+TEST_CASE("the driver of a printer is not attached if an update begins within the second after its last use") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     REQUIRE(kept.handle->USBInterfaceClose() == kIOReturnSuccess);
@@ -93,7 +93,7 @@ TEST_CASE("a close of a kept printer ends the use and keeps the claim") {
     CHECK(kept.handle->USBInterfaceClose() == kIOReturnError);
 }
 
-TEST_CASE("the next open of a kept printer takes the claim over, through whichever handle") {
+TEST_CASE("the next open of a kept printer takes the claim over, with any handle") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     kept.keep();
@@ -104,7 +104,7 @@ TEST_CASE("the next open of a kept printer takes the claim over, through whichev
     CHECK(next->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
 }
 
-TEST_CASE("a printer that is kept no longer is released and given back a second later") {
+TEST_CASE("a printer that is no longer kept is released, and its driver attached a second later") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     kept.keep();
@@ -118,7 +118,7 @@ TEST_CASE("a printer that is kept no longer is released and given back a second 
     CHECK(kept.bench.until([&] { return kept.bench.nodeOpens() == 0; }));
 }
 
-TEST_CASE("the end of an update does not take the claim of a user") {
+TEST_CASE("the end of an update does not release the claim of a user") {
     Kept kept;
     kept.keep();
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
@@ -130,7 +130,7 @@ TEST_CASE("the end of an update does not take the claim of a user") {
     CHECK(kept.printer->kernelDriver() == "usblp");
 }
 
-TEST_CASE("a printer that returns to a kept place is claimed before it is announced") {
+TEST_CASE("a printer that returns to a kept location is claimed before it is announced") {
     Kept kept;
     kept.keep();
     MockPrinter& returned = kept.restart();
@@ -141,15 +141,15 @@ TEST_CASE("a printer that returns to a kept place is claimed before it is announ
     CHECK(returned.kernelDriver().empty());
 }
 
-TEST_CASE("every printer interface of a device that returns to a kept place is claimed") {
+TEST_CASE("every printer interface of a device that returns to a kept location is claimed") {
     Kept kept;
     kept.keep();
     kept.restart({.address = 5, .interfaces = 2});
     CHECK(kept.claims() ==
-          Journal{"claim 0 busy", "detach 0", "claim 0", "claim 1"}); // the mocked driver has both at once
+          Journal{"claim 0 busy", "detach 0", "claim 0", "claim 1"}); // the mocked driver is bound to both at once
 }
 
-TEST_CASE("a printer that returns to a kept place and is wanted by nobody is kept until the update is over") {
+TEST_CASE("a printer that returns to a kept location without being opened is kept until the end of the update") {
     Kept kept;
     kept.keep();
     kept.restart();
@@ -160,7 +160,7 @@ TEST_CASE("a printer that returns to a kept place and is wanted by nobody is kep
     CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "attach 0"});
 }
 
-TEST_CASE("a printer that was claimed before the kernel's driver could is left to that driver in the end") {
+TEST_CASE("a printer that was claimed before the kernel's driver was bound gets that driver in the end") {
     Kept kept;
     kept.keep();
     kept.bench.unplug();
@@ -173,7 +173,7 @@ TEST_CASE("a printer that was claimed before the kernel's driver could is left t
     CHECK(returned.kernelDriver() == "usblp");
 }
 
-TEST_CASE("a printer that returns to a kept place and is held by then is announced all the same") {
+TEST_CASE("a printer that returns to a kept location and is held by another program is still announced") {
     Kept kept;
     kept.keep();
     kept.bench.unplug();
@@ -185,7 +185,7 @@ TEST_CASE("a printer that returns to a kept place and is held by then is announc
     CHECK(kept.bench.handle()->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
 }
 
-TEST_CASE("a stranger at a kept place is not touched") {
+TEST_CASE("another vendor's device at a kept location is not touched") {
     Kept kept;
     kept.keep();
     MockPrinter& stranger = kept.restart({.address = 5, .product = 99});
@@ -194,14 +194,14 @@ TEST_CASE("a stranger at a kept place is not touched") {
     CHECK(stranger.journal().empty());
 }
 
-TEST_CASE("a printer at another place than the kept one is not claimed") {
+TEST_CASE("a printer at another location than the kept one is not claimed") {
     Kept kept;
     kept.keep();
     kept.restart({.port = "1-3", .address = 5});
     CHECK(kept.claims().empty());
 }
 
-TEST_CASE("a printer at a kept place that another process of ours has reserved is not touched") {
+TEST_CASE("a printer at a kept location that another process of this product has reserved is not touched") {
     Kept kept;
     kept.keep();
     kept.reservations.reserve(kKey);
@@ -209,7 +209,7 @@ TEST_CASE("a printer at a kept place that another process of ours has reserved i
     CHECK(returned.journal().empty());
 }
 
-TEST_CASE("a kept printer that is re-enumerated in place stays claimed") {
+TEST_CASE("a kept printer that is re-enumerated in place remains claimed") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     kept.keep();
@@ -238,13 +238,13 @@ TEST_CASE("a kept printer of another kind that is re-enumerated in place is clai
     CHECK(kept.claims() == Journal{"claim 0 busy", "detach 0", "claim 0", "release 0", "reset", "claim 0"});
 }
 
-TEST_CASE("a driver that was detached in vain at a kept place gets the printer back when the update is over") {
+TEST_CASE("a driver that was detached in vain at a kept location is attached again after the update") {
     Kept kept;
     kept.keep();
     MockPrinter& printer = *kept.printer;
     printer.whenDetached([&] { printer.holdByOtherFromInside(); });
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnExclusiveAccess);
-    kept.handle = nullptr; // with the last handle the node is closed
+    kept.handle = nullptr; // the node is closed with the last handle
     kept.advance(5s);
     printer.holdByOther(false);
     kept.keep(false);
@@ -252,7 +252,7 @@ TEST_CASE("a driver that was detached in vain at a kept place gets the printer b
     CHECK(printer.kernelDriver() == "usblp");
 }
 
-TEST_CASE("a bus that stops gives back what it kept") {
+TEST_CASE("a bus that stops releases kept printers") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     kept.keep();
@@ -263,11 +263,11 @@ TEST_CASE("a bus that stops gives back what it kept") {
     CHECK(kept.bench.nodeOpens() == 0);
 }
 
-TEST_CASE("a printer whose transfer outlives a bus that kept it is given back with its last handle") {
+TEST_CASE("a printer whose transfer outlives a bus that kept it gets its driver back with its last handle") {
     Kept kept;
     REQUIRE(kept.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     kept.keep();
-    RealClock real; // the clock moved by hand would wait for the request, which waits for the test
+    RealClock real; // a simulated clock would wait for the request, which waits for the test
     SerialQueue queue("request", real);
     std::atomic<bool> isDone{false};
     queue.async([&] {

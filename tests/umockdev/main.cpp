@@ -1,4 +1,4 @@
-// The tests run as an ordinary user, because what may not be opened is part of what they are about.
+// The tests run as an ordinary user, because refused permissions are part of what they test.
 #define DOCTEST_CONFIG_IMPLEMENT
 #include <doctest/doctest.h>
 
@@ -21,7 +21,7 @@ bool dropRights() {
 } // namespace
 
 int main(int argc, char** argv) {
-    // umockdev's own question for this answers no as long as there is no test bed.
+    // umockdev's own check returns false as long as there is no testbed.
     const char* preloaded = std::getenv("LD_PRELOAD");
     if (preloaded == nullptr || std::strstr(preloaded, "umockdev-preload") == nullptr) {
         std::fputs("run this through umockdev-wrapper\n", stderr);

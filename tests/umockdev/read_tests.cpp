@@ -1,4 +1,4 @@
-// Bulk reads: whole packets on the wire, the caller's own size towards the caller.
+// Bulk reads: whole packets on the wire, the requested size for the caller.
 #include "Bench.h"
 
 #include <cerrno>
@@ -27,7 +27,7 @@ Read read(IOUSBInterfaceInterface& handle, std::uint32_t size, std::uint32_t tim
     return result;
 }
 
-/// A claimed handle; what was done before it does not count.
+/// A claimed handle; earlier calls are not in the journal.
 struct Reader {
     Bench bench;
     MockPrinter& printer = bench.plug();
@@ -37,7 +37,7 @@ struct Reader {
 
 } // namespace
 
-TEST_CASE("a read asks for whole packets and reports a short one as it came") {
+TEST_CASE("a read requests whole packets and returns a short one unchanged") {
     Reader reader;
     reader.printer.sends("0000");
     const Read result = reader.get(8);
@@ -46,7 +46,7 @@ TEST_CASE("a read asks for whole packets and reports a short one as it came") {
     CHECK(reader.printer.journal() == Journal{"claim 0", "in 81 64"});
 }
 
-TEST_CASE("the empty packet that ends a full one belongs to it, not to the next answer") {
+TEST_CASE("a zero-length packet after a full one belongs to it, not to the next reply") {
     Reader reader;
     reader.printer.sends(std::string(64, 'x'));
     reader.printer.sends("");
@@ -55,14 +55,14 @@ TEST_CASE("the empty packet that ends a full one belongs to it, not to the next 
     CHECK(reader.get(8).bytes == "00000006");
 }
 
-TEST_CASE("a read of more than a packet asks for the next multiple of it") {
+TEST_CASE("a read of more than a packet requests the next multiple of it") {
     Reader reader;
     reader.printer.sends(std::string(65, 'x'));
     CHECK(reader.get(65).bytes == std::string(65, 'x'));
     CHECK(reader.printer.journal().back() == "in 81 128");
 }
 
-TEST_CASE("a header and a body in one packet are two reads of which the second makes no transfer") {
+TEST_CASE("a header and a body in one packet are two reads, and the second makes no transfer") {
     Reader reader;
     reader.printer.sends("0000000600000\r");
     CHECK(reader.get(8).bytes == "00000006");
@@ -70,7 +70,7 @@ TEST_CASE("a header and a body in one packet are two reads of which the second m
     CHECK(reader.printer.journal() == Journal{"claim 0", "in 81 64"});
 }
 
-TEST_CASE("a header and a body in transfers of their own are two reads") {
+TEST_CASE("a header and a body in separate transfers are two reads") {
     Reader reader;
     reader.printer.sends("00000006");
     reader.printer.sends("00000\r");
@@ -79,7 +79,7 @@ TEST_CASE("a header and a body in transfers of their own are two reads") {
     CHECK(reader.printer.journal() == Journal{"claim 0", "in 81 64", "in 81 64"});
 }
 
-TEST_CASE("what was kept of an ended transfer is not joined with the next one") {
+TEST_CASE("buffered bytes of an ended transfer are not joined with the next one") {
     Reader reader;
     reader.printer.sends("header--ab");
     reader.printer.sends("next");
@@ -88,7 +88,7 @@ TEST_CASE("what was kept of an ended transfer is not joined with the next one") 
     CHECK(reader.get(4).bytes == "next");
 }
 
-TEST_CASE("what was kept of a transfer that continues is completed from it") {
+TEST_CASE("buffered bytes of a transfer that continues are completed from it") {
     Reader reader;
     const std::string body(100, 'b');
     const std::string all = "00000100" + body;
@@ -98,7 +98,7 @@ TEST_CASE("what was kept of a transfer that continues is completed from it") {
     CHECK(reader.get(100).bytes == body);
 }
 
-TEST_CASE("what was kept is dropped when the interface is closed") {
+TEST_CASE("buffered bytes are dropped when the interface is closed") {
     Reader reader;
     reader.printer.sends("00000006kept");
     CHECK(reader.get(8).bytes == "00000006");
@@ -116,7 +116,7 @@ TEST_CASE("a read of no bytes returns at once and makes no transfer") {
     CHECK(reader.printer.journal() == Journal{"claim 0"});
 }
 
-TEST_CASE("an empty packet is a read of no bytes") {
+TEST_CASE("a zero-length packet is a read of no bytes") {
     Reader reader;
     reader.printer.sends("");
     const Read result = reader.get(8);
@@ -124,12 +124,12 @@ TEST_CASE("an empty packet is a read of no bytes") {
     CHECK(result.bytes.empty());
 }
 
-TEST_CASE("a read without an answer times out") {
+TEST_CASE("a read without a reply times out") {
     Reader reader;
     CHECK(reader.get(8, 20).code == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a read that times out with all that was asked for is success") {
+TEST_CASE("a read that times out with all requested bytes is success") {
     Reader reader;
     reader.printer.sends("00000006", MockPrinter::kNeverEnds);
     const Read result = reader.get(8, 20);
@@ -137,13 +137,13 @@ TEST_CASE("a read that times out with all that was asked for is success") {
     CHECK(result.bytes == "00000006");
 }
 
-TEST_CASE("a read that times out with less than was asked for is a time-out") {
+TEST_CASE("a read that times out with fewer bytes than requested is a time-out") {
     Reader reader;
     reader.printer.sends("0000", MockPrinter::kNeverEnds);
     CHECK(reader.get(8, 20).code == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a stalled read gives pipe stalled, clears the halt once and is not repeated") {
+TEST_CASE("a stalled read yields pipe stalled, clears the halt once and is not repeated") {
     Reader reader;
     reader.printer.sends("", -EPIPE);
     reader.printer.sends("00000006");
@@ -152,13 +152,13 @@ TEST_CASE("a stalled read gives pipe stalled, clears the halt once and is not re
     CHECK(reader.get(8).bytes == "00000006");
 }
 
-TEST_CASE("a packet that is longer than the pipe allows gives overrun") {
+TEST_CASE("a packet that is longer than the pipe allows yields overrun") {
     Reader reader;
     reader.printer.sends(std::string(kPacket + 1, 'x'));
     CHECK(reader.get(8).code == kIOReturnOverrun);
 }
 
-TEST_CASE("a disturbed read of a device that is there gives not responding") {
+TEST_CASE("a failed read of an attached device yields not responding") {
     for (const int status : {-EPROTO, -EILSEQ, -ETIME, -ECOMM}) {
         CAPTURE(status);
         Reader reader;
@@ -167,13 +167,13 @@ TEST_CASE("a disturbed read of a device that is there gives not responding") {
     }
 }
 
-TEST_CASE("a read that the kernel has no memory for says so") {
+TEST_CASE("a read for which the kernel has no memory yields no memory") {
     Reader reader;
     reader.printer.refuses(USBDEVFS_SUBMITURB, ENOMEM);
     CHECK(reader.get(8).code == kIOReturnNoMemory);
 }
 
-TEST_CASE("a read during which the device leaves gives no device, whichever error the system reports") {
+TEST_CASE("a read during which the device is detached yields no device, whichever error the system reports") {
     for (const int status : {-ESHUTDOWN, -ENODEV, -EPROTO}) {
         CAPTURE(status);
         Reader reader;
@@ -182,7 +182,7 @@ TEST_CASE("a read during which the device leaves gives no device, whichever erro
     }
 }
 
-TEST_CASE("a read of a device that the kernel has dropped but not yet reported gives no device") {
+TEST_CASE("a read of a device whose removal is not reported yet yields no device") {
     Reader reader;
     reader.printer.vanish();
     CHECK(reader.get(8).code == kIOReturnNoDevice);
@@ -197,13 +197,13 @@ TEST_CASE("a read without a claim is an error and makes no transfer") {
     CHECK(printer.journal().empty());
 }
 
-TEST_CASE("a read of the control pipe or of a pipe that is not there gives unknown pipe") {
+TEST_CASE("a read of the control pipe or of a missing pipe yields unknown pipe") {
     Reader reader;
     CHECK(read(*reader.handle, 8, 100, 0).code == kIOUSBUnknownPipeErr);
     CHECK(read(*reader.handle, 8, 100, 3).code == kIOUSBUnknownPipeErr);
 }
 
-TEST_CASE("a read of the pipe that goes out is a bad argument") {
+TEST_CASE("a read of the OUT pipe is a bad argument") {
     Reader reader;
     CHECK(read(*reader.handle, 8, 100, kPipeOut).code == kIOReturnBadArgument);
 }

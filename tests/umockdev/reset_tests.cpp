@@ -28,7 +28,7 @@ struct Resetter {
 
 } // namespace
 
-TEST_CASE("a device answers its string indices from the descriptor") {
+TEST_CASE("a device returns its string indices from the descriptor") {
     Resetter resetter;
     std::uint8_t index = 0;
     CHECK((resetter.device->USBGetManufacturerStringIndex(index) == kIOReturnSuccess && index == 1));
@@ -45,13 +45,13 @@ TEST_CASE("a reset keeps the claim and causes no event") {
     CHECK(resetter.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a reset that the system refuses gives an error") {
+TEST_CASE("a reset that the system refuses yields an error") {
     Resetter resetter;
     resetter.printer.refuses(USBDEVFS_RESET, EIO);
     CHECK(resetter.device->ResetDevice() == kIOReturnError);
 }
 
-TEST_CASE("a reset of a device that comes back as another one gives not found") {
+TEST_CASE("a reset of a device that returns as another one yields not found") {
     Resetter resetter;
     resetter.printer.refuses(USBDEVFS_RESET, ENODEV);
     CHECK(resetter.device->ResetDevice() == kIOReturnNotFound);
@@ -62,14 +62,14 @@ TEST_CASE("a re-enumeration in place is reported as a departure and an arrival w
     Bench& bench = resetter.bench;
     const ServiceToken before = bench.token();
     CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
-    CHECK(bench.eventList() == "arrived 1-2"); // nothing before the main queue runs
+    CHECK(bench.eventList() == "arrived 1-2"); // no event before the main queue runs
     REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
     CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2");
     CHECK(bench.token() != before);
     CHECK(bench.registry.services().size() == 1);
 }
 
-TEST_CASE("after a re-enumeration in place the old handles have no device and a new one works") {
+TEST_CASE("after a re-enumeration in place the old handles yield no device and a new one works") {
     Resetter resetter;
     Bench& bench = resetter.bench;
     REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
@@ -77,12 +77,12 @@ TEST_CASE("after a re-enumeration in place the old handles have no device and a 
     CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnNoDevice);
     REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
     const auto renewed = bench.openHandle();
-    resetter.handle = nullptr; // the old handle goes while the new one is in use
+    resetter.handle = nullptr; // the old handle is destroyed while the new one is in use
     CHECK(renewed->WritePipeTO(kPipeOut, "frame", 5, 1000, 1000) == kIOReturnSuccess);
     CHECK(resetter.printer.journal() == Journal{"claim 0", "release 0", "reset", "claim 0", "out 02 5"});
 }
 
-TEST_CASE("after a re-enumeration the kernel's driver gets the printer back a second after the new handle's end") {
+TEST_CASE("after a re-enumeration the kernel's driver is attached again a second after the new handle's end") {
     SimulatedClock clock;
     Bench bench{&clock};
     MockPrinter& printer = bench.plug();
@@ -112,7 +112,7 @@ TEST_CASE(
     CHECK(resetter.bench.eventList() == "arrived 1-2");
 }
 
-TEST_CASE("a re-enumeration that the system refuses gives an error and changes nothing") {
+TEST_CASE("a re-enumeration that the system refuses yields an error and changes no state") {
     Resetter resetter;
     resetter.printer.refuses(USBDEVFS_RESET, EIO);
     CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnError);
@@ -121,7 +121,7 @@ TEST_CASE("a re-enumeration that the system refuses gives an error and changes n
     CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
 }
 
-TEST_CASE("an interface that was open stays open when the system refuses a re-enumeration") {
+TEST_CASE("an open interface remains open when the system refuses a re-enumeration") {
     Resetter resetter;
     REQUIRE(resetter.handle->USBInterfaceOpenSeize() == kIOReturnSuccess);
     resetter.printer.refuses(USBDEVFS_RESET, EIO);
@@ -133,7 +133,7 @@ TEST_CASE("an interface that was open stays open when the system refuses a re-en
     CHECK(std::string(bytes, size) == "00000006");
 }
 
-TEST_CASE("a device that leaves after a re-enumeration in place is reported as its new service") {
+TEST_CASE("a device detached after a re-enumeration in place is reported as its new service") {
     Resetter resetter;
     Bench& bench = resetter.bench;
     REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
@@ -143,7 +143,7 @@ TEST_CASE("a device that leaves after a re-enumeration in place is reported as i
     CHECK(bench.eventList() == "arrived 1-2, terminated 1-2, removed 1-2, arrived 1-2, terminated 1-2, removed 1-2");
 }
 
-TEST_CASE("every call on a device handle whose device has left gives no device") {
+TEST_CASE("every call on a device handle of a detached device yields no device") {
     Resetter resetter;
     Bench& bench = resetter.bench;
     bench.unplug();

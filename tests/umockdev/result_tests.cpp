@@ -1,6 +1,6 @@
-// Every row of the conversion of libusb's results. Through the mocked system also come TIMEOUT, PIPE, OVERFLOW,
-// NO_DEVICE, BUSY, ACCESS, NOT_FOUND, NO_MEM, INVALID_PARAM, IO and OTHER, in the files beside this one; INTERRUPTED
-// and NOT_SUPPORTED do not come from any call that the bus makes on Linux and are seen here alone.
+// Every row of the conversion of libusb's results. The other files of this folder get TIMEOUT, PIPE, OVERFLOW,
+// NO_DEVICE, BUSY, ACCESS, NOT_FOUND, NO_MEM, INVALID_PARAM, IO and OTHER from the mocked system; INTERRUPTED and
+// NOT_SUPPORTED are returned by no call of the bus on Linux and occur only here.
 #include "usb/libusb/LibusbResult.h"
 
 #include <doctest/doctest.h>
@@ -8,7 +8,7 @@
 
 using namespace zul;
 
-TEST_CASE("a result of libusb has one code of the program's own") {
+TEST_CASE("each libusb result has one return code") {
     CHECK(ioReturnFromLibusb(LIBUSB_SUCCESS) == kIOReturnSuccess);
     CHECK(ioReturnFromLibusb(LIBUSB_ERROR_TIMEOUT) == kIOUSBTransactionTimeout);
     CHECK(ioReturnFromLibusb(LIBUSB_ERROR_PIPE) == kIOUSBPipeStalled);
@@ -25,7 +25,7 @@ TEST_CASE("a result of libusb has one code of the program's own") {
     CHECK(ioReturnFromLibusb(LIBUSB_ERROR_OTHER) == kIOReturnError);
 }
 
-TEST_CASE("a count is success and an unknown result is an error") {
+TEST_CASE("a byte count is success and an unknown result is an error") {
     CHECK(ioReturnFromLibusb(18) == kIOReturnSuccess);
     CHECK(ioReturnFromLibusb(-77) == kIOReturnError);
 }

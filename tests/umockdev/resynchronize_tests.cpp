@@ -1,4 +1,4 @@
-// Bringing a pipe back in step after a reply that was late, missing or malformed.
+// Resynchronizing a pipe after a late, missing or malformed reply.
 #include "Bench.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ struct Slipped {
 
 } // namespace
 
-TEST_CASE("replies that wait in the pipe are dropped, and the next answer is the next one read") {
+TEST_CASE("pending replies in the pipe are dropped, and the next reply is the next one read") {
     Slipped slipped;
     slipped.printer.sends("00000006");
     slipped.printer.sends("00000\r");
@@ -34,7 +34,7 @@ TEST_CASE("replies that wait in the pipe are dropped, and the next answer is the
     CHECK(slipped.read(8) == "00000011");
 }
 
-TEST_CASE("bytes that an earlier read kept back are dropped") {
+TEST_CASE("buffered bytes of an earlier read are dropped") {
     Slipped slipped;
     slipped.printer.sends("0000000600000\r");
     REQUIRE(slipped.read(8) == "00000006");
@@ -43,13 +43,13 @@ TEST_CASE("bytes that an earlier read kept back are dropped") {
     CHECK(slipped.read(8) == "next");
 }
 
-TEST_CASE("the halt of the pipe is cleared before anything is read") {
+TEST_CASE("the halt of the pipe is cleared before reading") {
     Slipped slipped;
     CHECK(slipped.handle->resynchronize(kPipeIn) == kIOReturnSuccess);
     CHECK(slipped.printer.journal() == Journal{"claim 0", "halt 81", "in 81 16384"});
 }
 
-TEST_CASE("a pipe that stalls again on the way is cleared again and read to its end") {
+TEST_CASE("a pipe that stalls again is cleared again and read to its end") {
     Slipped slipped;
     slipped.printer.sends("", -EPIPE);
     slipped.printer.sends("late");
@@ -59,7 +59,7 @@ TEST_CASE("a pipe that stalls again on the way is cleared again and read to its 
     CHECK(slipped.read(8) == "next");
 }
 
-TEST_CASE("an empty packet on the way is not taken for the end") {
+TEST_CASE("a zero-length packet is not taken for the end") {
     Slipped slipped;
     slipped.printer.sends("");
     slipped.printer.sends("late");
@@ -68,7 +68,7 @@ TEST_CASE("an empty packet on the way is not taken for the end") {
     CHECK(slipped.read(8) == "next");
 }
 
-TEST_CASE("a device that sends without end is given up after a megabyte") {
+TEST_CASE("reading a device that sends without end stops after a megabyte") {
     Slipped slipped;
     const std::string piece(16384, 'x');
     for (int i = 0; i < 100; ++i) slipped.printer.sends(piece);
@@ -76,13 +76,13 @@ TEST_CASE("a device that sends without end is given up after a megabyte") {
     CHECK(slipped.count("in 81 16384") == 64);
 }
 
-TEST_CASE("a device that leaves while its pipe is read gives no device") {
+TEST_CASE("a device detached during the reads yields no device") {
     Slipped slipped;
     slipped.printer.vanishAtTransfer(0x81, -EPROTO);
     CHECK(slipped.handle->resynchronize(kPipeIn) == kIOReturnNoDevice);
 }
 
-TEST_CASE("only a bulk-in pipe of a claimed interface can be brought back in step") {
+TEST_CASE("only a bulk-in pipe of a claimed interface can be resynchronized") {
     Slipped slipped;
     CHECK(slipped.handle->resynchronize(kPipeOut) == kIOReturnBadArgument);
     CHECK(slipped.handle->resynchronize(0) == kIOUSBUnknownPipeErr);

@@ -1,4 +1,4 @@
-// Arrivals where udevd does not run: the kernel's own reports, or the clock, make the bus look.
+// Arrivals without udevd: the bus is scanned after kernel events or at intervals.
 #include "Bench.h"
 #include "support/SimulatedClock.h"
 
@@ -32,7 +32,7 @@ constexpr bool kRefused = false;
 
 } // namespace
 
-TEST_CASE("with udevd arrivals are seen by udevd") {
+TEST_CASE("with udevd arrivals are reported by udevd") {
     Bench bench;
     if (!bench.hasUdevd()) return;
     CHECK(bench.bus.seesArrivals() == ArrivalSight::no);
@@ -42,7 +42,7 @@ TEST_CASE("with udevd arrivals are seen by udevd") {
     CHECK(bench.bus.seesArrivals() == ArrivalSight::no);
 }
 
-TEST_CASE("without udevd arrivals are seen by the kernel's reports") {
+TEST_CASE("without udevd arrivals are reported by the kernel's events") {
     Bare bare;
     bare.bench.plug();
     bare.bench.start();
@@ -54,14 +54,14 @@ TEST_CASE("without udevd arrivals are seen by the kernel's reports") {
     CHECK(bare.reports("arrived 1-2, arrived 1-3, terminated 1-2, removed 1-2"));
 }
 
-TEST_CASE("an udevd that was killed is not waited for") {
+TEST_CASE("a killed udevd is not waited for") {
     Bare bare;
     { const ListeningUdevd killed(bare.run.path); } // its socket's file remains
     bare.bench.start();
     CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byKernel);
 }
 
-TEST_CASE("where the kernel's reports are refused the bus is looked at every two seconds") {
+TEST_CASE("if the kernel's events are refused the bus is scanned every two seconds") {
     Bare bare(kRefused);
     bare.bench.start();
     CHECK(bare.bench.bus.seesArrivals() == ArrivalSight::byRescan);
@@ -80,16 +80,16 @@ TEST_CASE("a scan of an unchanged bus reports no event") {
     bare.bench.plug();
     bare.bench.start();
     for (int i = 0; i < 3; ++i) bare.advance(2s);
-    bare.bench.plug({.port = "1-3", .address = 5}); // the next look's
+    bare.bench.plug({.port = "1-3", .address = 5}); // for the next scan
     bare.advance(2s);
     CHECK(bare.reports("arrived 1-2, arrived 1-3"));
 }
 
-TEST_CASE("a printer that was away for less than a look and has its old address shows as gone and come") {
+TEST_CASE("a printer that returned with its old address between two scans is reported as removed and arrived") {
     Bare bare(kRefused);
     bare.bench.plug();
     bare.bench.start();
-    // The kernel gives each attachment a folder of its own number; a mocked one could get its number back.
+    // The kernel gives each attachment a folder with a new inode; a mocked folder could reuse the old one.
     DIR* const folder = ::opendir("/sys/devices/usb1/1-2");
     REQUIRE(folder != nullptr);
     bare.bench.unplug();
@@ -111,7 +111,7 @@ TEST_CASE("a printer keeps working after the bus was scanned again") {
     CHECK(printer.received() == "frame");
 }
 
-TEST_CASE("only the printers that are attached keep the sessions in which they were found") {
+TEST_CASE("only attached printers keep the sessions in which they were found") {
     Bare bare(kRefused);
     bare.bench.start();
     for (unsigned i = 0; i < 3; ++i) {
@@ -125,7 +125,7 @@ TEST_CASE("only the printers that are attached keep the sessions in which they w
     CHECK(bare.bench.until([&] { return LibusbBus::liveSessions() == 0; }));
 }
 
-TEST_CASE("a stopped bus is not looked at any more") {
+TEST_CASE("a stopped bus is no longer scanned") {
     Bare bare(kRefused);
     bare.bench.start();
     bare.bench.bus.stop();

@@ -31,20 +31,20 @@ std::string pattern(std::size_t size) {
 
 } // namespace
 
-TEST_CASE("a write sends its bytes as they are") {
+TEST_CASE("a write sends its bytes unchanged") {
     Writer writer;
     CHECK(writer.put("frame") == kIOReturnSuccess);
     CHECK(writer.printer.received() == "frame");
     CHECK(writer.printer.journal() == Journal{"claim 0", "out 02 5"});
 }
 
-TEST_CASE("a write of a multiple of the packet size is not followed by an empty packet") {
+TEST_CASE("a write of a multiple of the packet size is not followed by a zero-length packet") {
     Writer writer;
     CHECK(writer.put(std::string(2 * kPacket, 'x')) == kIOReturnSuccess);
     CHECK(writer.printer.journal() == Journal{"claim 0", "out 02 128"});
 }
 
-TEST_CASE("a large write goes out in pieces, whole and in order, and reports each") {
+TEST_CASE("a large write is sent in pieces, whole and in order, with progress after each") {
     Writer writer;
     std::vector<std::pair<std::uint32_t, std::uint32_t>> progress;
     writer.handle->setWriteProgress(
@@ -64,26 +64,26 @@ TEST_CASE("a write of no bytes is success and makes no transfer") {
     CHECK(writer.printer.journal() == Journal{"claim 0"});
 }
 
-TEST_CASE("a write that the device does not take times out") {
+TEST_CASE("a write that the device does not accept times out") {
     Writer writer;
     writer.printer.takesNothingMore();
     CHECK(writer.put("frame", 20) == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a write that times out after its last byte has gone is success") {
+TEST_CASE("a write that times out after its last byte was sent is success") {
     Writer writer;
     writer.printer.takes(5, MockPrinter::kNeverEnds);
     CHECK(writer.put("frame", 20) == kIOReturnSuccess);
     CHECK(writer.printer.received() == "frame");
 }
 
-TEST_CASE("a write that times out before its last byte has gone is a time-out") {
+TEST_CASE("a write that times out before its last byte was sent is a time-out") {
     Writer writer;
     writer.printer.takes(4, MockPrinter::kNeverEnds);
     CHECK(writer.put("frame", 20) == kIOUSBTransactionTimeout);
 }
 
-TEST_CASE("a write whose second piece is not taken times out after the first has been reported") {
+TEST_CASE("a write whose second piece is not accepted times out after the first was reported") {
     Writer writer;
     std::uint32_t reported = 0;
     writer.handle->setWriteProgress([&](std::uint32_t done, std::uint32_t) { reported = done; });
@@ -94,14 +94,14 @@ TEST_CASE("a write whose second piece is not taken times out after the first has
     CHECK(writer.printer.journal() == Journal{"claim 0", "out 02 262144", "out 02 1"});
 }
 
-TEST_CASE("a piece that ends early without an error is an underrun and the rest is not sent") {
+TEST_CASE("a piece that ends early without an error is an underrun, and the rest is not sent") {
     Writer writer;
     writer.printer.takes(100);
     CHECK(writer.put(pattern(kPiece + 1)) == kIOReturnUnderrun);
     CHECK(writer.printer.journal() == Journal{"claim 0", "out 02 262144"});
 }
 
-TEST_CASE("a stalled write gives pipe stalled, clears the halt once and is not repeated") {
+TEST_CASE("a stalled write yields pipe stalled, clears the halt once and is not repeated") {
     Writer writer;
     writer.printer.takes(0, -EPIPE);
     CHECK(writer.put("frame") == kIOUSBPipeStalled);
@@ -110,13 +110,13 @@ TEST_CASE("a stalled write gives pipe stalled, clears the halt once and is not r
     CHECK(writer.printer.received() == "again");
 }
 
-TEST_CASE("a disturbed write of a device that is there gives not responding") {
+TEST_CASE("a failed write to an attached device yields not responding") {
     Writer writer;
     writer.printer.takes(0, -EPROTO);
     CHECK(writer.put("frame") == kIOReturnNotResponding);
 }
 
-TEST_CASE("a write during which the device leaves gives no device, whichever error the system reports") {
+TEST_CASE("a write during which the device is detached yields no device, whichever error the system reports") {
     for (const int status : {-ESHUTDOWN, -ENODEV, -EPROTO}) {
         CAPTURE(status);
         Writer writer;
@@ -133,13 +133,13 @@ TEST_CASE("a write without a claim is an error and makes no transfer") {
     CHECK(printer.journal().empty());
 }
 
-TEST_CASE("a write to the control pipe or to a pipe that is not there gives unknown pipe") {
+TEST_CASE("a write to the control pipe or to a missing pipe yields unknown pipe") {
     Writer writer;
     CHECK(writer.put("frame", 100, 0) == kIOUSBUnknownPipeErr);
     CHECK(writer.put("frame", 100, 3) == kIOUSBUnknownPipeErr);
 }
 
-TEST_CASE("a write to the pipe that comes in is a bad argument") {
+TEST_CASE("a write to the IN pipe is a bad argument") {
     Writer writer;
     CHECK(writer.put("frame", 100, kPipeIn) == kIOReturnBadArgument);
 }

@@ -6,7 +6,7 @@ target_sources(unit_tests PRIVATE
   session/LogsTests.cpp
   session/SessionTests.cpp
   session/SleepInhibitorTests.cpp)
-# A message bus of the tests' own, with a login service on it.
+# A private message bus with a login service for the tests.
 find_program(ZUL_DBUS_DAEMON dbus-daemon)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 set_source_files_properties(session/LoginLab.cpp PROPERTIES COMPILE_DEFINITIONS "ZUL_DBUS_DAEMON=\"${ZUL_DBUS_DAEMON}\"")

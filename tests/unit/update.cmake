@@ -1,4 +1,4 @@
-# Helpers that the tests start as processes of their own; the second is the first under a name longer than the kernel keeps.
+# Helpers that the tests start as separate processes; the second is the first under a name longer than the kernel keeps.
 find_package(SQLite3 REQUIRED)
 add_executable(lock_holder update/lock_holder.cpp)
 target_link_libraries(lock_holder PRIVATE zul_update)

@@ -1,4 +1,4 @@
-"""The house rules, each on a small tree that breaks it and on one that keeps it."""
+"""The house rules, each on a small tree that violates it and on one that does not."""
 import pathlib
 import subprocess
 import sys

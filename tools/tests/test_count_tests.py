@@ -1,4 +1,4 @@
-"""Counting: every way in which a program tells its cases, and every way in which a run can go wrong."""
+"""Counting: every format in which a program reports its cases, and every failure of a run."""
 import pathlib
 import subprocess
 import sys

@@ -1,4 +1,4 @@
-"""./run, ./test, .ci/run and tools/install-packages, on a copy of the scripts with stand-ins for the tools they call."""
+"""./run, ./test, .ci/run and tools/install-packages, on a copy of the scripts with stubs for the tools that they call."""
 import os
 import pathlib
 import shutil
@@ -8,7 +8,7 @@ import unittest
 
 TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 
-# Each stand-in notes how it was called.
+# Each stub records how it was called.
 NOTE = '#!/bin/sh\necho "${0##*/} $*" >>"$CALLS"\n'
 CMAKE = NOTE + '''echo "noise of the build"
 [ "${FAIL:-}" != "$*" ] || { echo "error of the build"; exit 2; }
@@ -24,7 +24,7 @@ ok 2</system-out></testcase></testsuite>
 END
 [ "${VERDICT:-run}" = run ] || exit 8
 '''
-# Installed is what stands in the file; with apt-get everything comes to be there.
+# The installed packages are those in the file; apt-get can install any.
 DPKG = '#!/bin/sh\nfor last; do :; done\n! grep -qx "$last\\|all" "$INSTALLED" || printf installed\n'
 APT = NOTE + '''echo "noise of apt"
 case " $* " in *" install "*) [ -z "${APT_FAILS:-}" ] || { echo "no such package"; exit 100; }; echo all >>"$INSTALLED" ;; esac

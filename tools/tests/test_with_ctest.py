@@ -1,4 +1,4 @@
-"""./test on a small project with the real cmake and ctest: what ctest writes down is what tools/count-tests expects."""
+"""./test on a small project with the real cmake and ctest: their output has the format that tools/count-tests expects."""
 import json
 import pathlib
 import shutil

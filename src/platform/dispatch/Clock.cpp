@@ -1,4 +1,5 @@
 // The real clock: condition variables, and one thread for all timers.
+// Used by queues, printers and programs on any thread.
 #include "platform/dispatch/Clock.h"
 
 #include <condition_variable>
@@ -19,7 +20,7 @@ class RealEvent final : public ClockEvent {
         return signalled;
     }
     void signal() override {
-        // Notified under the lock: the waiter may destroy the event as soon as it has seen the signal.
+        // Notifies under the lock: the waiter may destroy the event as soon as it has seen the signal.
         const std::scoped_lock lock(_mutex);
         _signalled = true;
         _condition.notify_one();
@@ -58,7 +59,7 @@ struct RealClock::Timers {
             timers->pending.erase(first);
             lock.unlock();
             block();
-            block = nullptr; // what it holds goes before the lock is taken again
+            block = nullptr; // releases captured objects before the lock is taken again
             lock.lock();
         }
     }
@@ -101,7 +102,7 @@ Clock::TimerId RealClock::callAt(TimePoint time, Block block) {
 }
 
 void RealClock::cancel(TimerId timer) {
-    Block dropped; // destroyed after the lock: what it holds may call back
+    Block dropped; // destroyed after unlocking: captured objects may call back
     const std::scoped_lock lock(_timers->mutex);
     for (auto entry = _timers->pending.begin(); entry != _timers->pending.end(); ++entry) {
         if (entry->second.first != timer) continue;

@@ -1,4 +1,4 @@
-// Time as every part of this program uses it: injected, so that tests move it by hand and never sleep.
+// The clock that all code of this project uses. It is injected, so that tests advance it by hand and never sleep.
 #pragma once
 
 #include <chrono>
@@ -8,21 +8,22 @@
 
 namespace zul {
 
+/// Work for a queue or a timer.
 using Block = std::function<void()>;
 
-/// Something that one thread waits for and others signal. A signal that comes before the wait is not lost; several
-/// signals before a wait are one.
+/// One thread waits for the event, others signal it. A signal before the wait is not lost; several signals before a
+/// wait act as one.
 class ClockEvent {
   public:
     using TimePoint = std::chrono::steady_clock::time_point;
     virtual ~ClockEvent() = default;
-    /// True when signalled, false when the deadline came first. Any thread, one waiter at a time.
+    /// Returns true when signalled, false when the deadline has passed. Any thread, one waiter at a time.
     virtual bool waitUntil(TimePoint deadline) = 0;
-    /// Ends the wait under way, or the next one. Any thread.
+    /// Ends the current wait, or the next one. Any thread.
     virtual void signal() = 0;
 };
 
-/// Every operation may be called on any thread unless it says otherwise.
+/// All operations may be called on any thread unless stated otherwise.
 class Clock {
   public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -30,26 +31,27 @@ class Clock {
     using TimerId = std::uint64_t;
 
     virtual ~Clock() = default;
-    /// Never goes back. Any thread.
+    /// Monotonic time.
     virtual TimePoint now() = 0;
-    /// For time stamps shown to people.
+    /// Calendar time for time stamps.
     virtual std::chrono::system_clock::time_point wallTime() = 0;
     /// Blocks the calling thread. Never on the main queue.
     virtual void sleepFor(Duration duration) = 0;
-    /// An event whose waits use this clock. Any thread.
+    /// Creates an event whose waits use this clock.
     virtual std::unique_ptr<ClockEvent> makeEvent() = 0;
-    /// Runs block once at the given time on a thread of the clock's own; the block may only post or signal. Never 0.
+    /// Runs block once at time on a thread of the clock; block may only post or signal. Returns an id that is never 0.
     virtual TimerId callAt(TimePoint time, Block block) = 0;
-    /// A timer that already runs, or ran, is not an error; its block is not waited for.
+    /// Cancels a timer. Cancelling a timer that is running or has run is not an error; the call does not wait for its
+    /// block.
     virtual void cancel(TimerId timer) = 0;
 
-    /// Queues report when they become busy and when they are at rest again (the main queue: each block), so that a
-    /// clock moved by hand knows when no block runs. The real clock ignores it.
+    /// Queues report when they become busy and when they become idle (the main queue: for each block), so that a
+    /// simulated clock knows when no block is running. The real clock ignores both calls.
     virtual void workAdded() {}
     virtual void workDone() {}
 };
 
-/// The machine's own clock. Timers run on one thread, made when first needed and never joined.
+/// The machine's clock. Timers run on one thread, which is started when first needed and never joined.
 class RealClock final : public Clock {
   public:
     RealClock();

@@ -1,5 +1,5 @@
-// The main queue on descriptors: a command line runs it in a loop of its own, a window serves it whenever the queue's
-// descriptor is readable. Blocks come from any thread; everything else is used by the main thread.
+// The main queue, based on descriptors: zulctl runs it in a loop of its own, a window serves it whenever its descriptor
+// is readable. Blocks are queued on any thread; they and the watches run on the main thread.
 #include "platform/dispatch/Queue.h"
 
 #include "platform/files/WakeEvent.h"
@@ -21,11 +21,11 @@ struct MainQueue::State {
     }
 
     Clock& clock;
-    const ScopedFd descriptor;    // readable while one of those added to it is
-    const WakeEvent blocksWait;   // under the mutex: raised exactly while blocks wait
+    const ScopedFd descriptor;    // epoll; readable while any added descriptor is readable
+    const WakeEvent blocksWait;   // guarded by the mutex: raised exactly while blocks are queued
     std::map<int, Block> watches; // by descriptor; main thread only
     std::mutex mutex;
-    std::condition_variable finished; // a block that somebody waits for has run, or the queue was closed
+    std::condition_variable finished; // a block of sync() has run, or the queue was closed
     std::deque<Block> blocks;
     bool closed = false;
     bool quit = false;
@@ -41,7 +41,7 @@ struct MainQueue::State {
     bool serveWatches();
 };
 
-// Main thread. True if one was readable.
+// Main thread. Returns true if a watched descriptor was readable.
 bool MainQueue::State::serveWatches() {
     if (watches.empty()) return false;
     std::array<epoll_event, 8> events{};
@@ -50,7 +50,7 @@ bool MainQueue::State::serveWatches() {
     for (int i = 0; i < count; ++i) {
         const auto found = watches.find(events[static_cast<std::size_t>(i)].data.fd);
         if (found == watches.end()) continue;
-        const Block readable = found->second; // it may end its own watch
+        const Block readable = found->second; // a copy: it may remove its own watch
         readable();
         served = true;
     }
@@ -105,7 +105,7 @@ bool MainQueue::runPending() {
     const auto state = _state;
     bool ran = false;
     for (;;) {
-        ran = state->serveWatches() || ran; // each time, so that blocks which post others do not keep a signal waiting
+        ran = state->serveWatches() || ran; // in every round, so that blocks which post others do not delay a signal
         Block block;
         {
             const std::scoped_lock lock(state->mutex);
@@ -144,7 +144,7 @@ void MainQueue::quit(int status) {
         _state->quit = true;
         _state->status = status;
     }
-    async([] {}); // wakes a loop that sleeps
+    async([] {}); // wakes a waiting loop
 }
 
 bool MainQueue::hasQuit() const {
@@ -153,7 +153,7 @@ bool MainQueue::hasQuit() const {
 }
 
 void MainQueue::close() {
-    std::deque<Block> dropped; // destroyed without the lock: what the blocks hold may post again
+    std::deque<Block> dropped; // destroyed after unlocking: captured objects may post again
     {
         const std::scoped_lock lock(_state->mutex);
         if (_state->closed) return;

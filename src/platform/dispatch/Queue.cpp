@@ -1,4 +1,5 @@
-// The serial queue, and the queue-specific data of both kinds.
+// Serial queues, and the queue-specific data of both kinds of queue.
+// Called on any thread; blocks run on the queue's own thread.
 #include "platform/dispatch/Queue.h"
 
 #include <atomic>
@@ -37,7 +38,7 @@ void Queue::setCurrent(const Specifics* specifics) {
     currentSpecifics = specifics;
 }
 
-// The thread owns the state together with the queue object, so that either may end first.
+// The thread and the queue object share the state, so either may end first.
 struct SerialQueue::State {
     State(std::string queueLabel, Clock& queueClock, std::shared_ptr<Specifics> queueSpecifics)
         : label(std::move(queueLabel)), clock(queueClock), specifics(std::move(queueSpecifics)) {}
@@ -50,7 +51,7 @@ struct SerialQueue::State {
     std::deque<Block> blocks;
     bool started = false;
     bool busy = false; // a block runs or waits; reported to the clock once, not per block: a thread that waits for time
-                       // is at rest whatever waits after it
+                       // is idle, whatever is queued after it
     bool released = false;
 
     static void run(const std::shared_ptr<State>& state) {
@@ -63,7 +64,7 @@ struct SerialQueue::State {
             state->blocks.pop_front();
             lock.unlock();
             block();
-            block = nullptr; // may release the queue itself: the state lives on in this thread
+            block = nullptr; // may release the queue itself: this thread keeps the state alive
             lock.lock();
             if (state->blocks.empty()) {
                 state->busy = false;

@@ -1,5 +1,5 @@
-// The two kinds of execution context of this program: the main queue and serial queues (one per printer). A queue
-// carries queue-specific data, so that code can ask "am I on that queue?" without thread identities.
+// The two execution contexts of the programs: the main queue and serial queues (one per printer). A queue carries
+// queue-specific data, so that code can check which queue it runs on without comparing thread ids.
 #pragma once
 
 #include "platform/dispatch/Clock.h"
@@ -13,13 +13,13 @@ namespace zul {
 class Queue {
   public:
     virtual ~Queue();
-    /// Runs block later, in order with the other blocks of this queue. Any thread; never waits.
+    /// Queues block after the blocks queued before. Any thread; never blocks.
     virtual void async(Block block) = 0;
 
-    /// Attaches a value to the queue under a key, an address. Set it before the queue is shared.
+    /// Stores value under key (an address). Call before the queue is shared.
     void setSpecific(const void* key, const void* value);
-    /// The value under key of the queue whose block runs on this thread (on the main queue's thread: of the main
-    /// queue, also between blocks); null when there is none.
+    /// The value under key of the queue that the calling thread is running (on the main thread: the main queue, also
+    /// between blocks); null if there is none.
     static const void* currentSpecific(const void* key);
 
   protected:
@@ -29,8 +29,8 @@ class Queue {
     std::shared_ptr<Specifics> _specifics;
 };
 
-/// The queue of the thread that made it. A program runs it in run(), or calls runPending() whenever the event
-/// descriptor is readable; so a window can hang it on its own loop.
+/// The queue of the thread that creates it. A program executes it with run(), or calls runPending() whenever the event
+/// descriptor is readable, so a window can serve it from its own event loop.
 class MainQueue final : public Queue {
   public:
     explicit MainQueue(Clock& clock);
@@ -39,28 +39,31 @@ class MainQueue final : public Queue {
     MainQueue& operator=(const MainQueue&) = delete;
 
     void async(Block block) override;
-    /// Runs block on the main queue and waits for it. From a serial queue only. False, with the block not run, once
-    /// the queue is closed: no thread may wait for a loop that has ended.
+    /// Runs block on the main queue and waits for it. Call from a serial queue only. Returns false without running
+    /// block once the queue is closed, because no thread may wait for an ended loop.
     bool sync(Block block);
 
-    /// Readable while blocks wait or a watched descriptor is readable; negative when the system had none left.
+    /// Readable while blocks are queued or a watched descriptor is readable; negative if the system had no descriptor
+    /// left.
     int eventDescriptor() const;
-    /// Runs readable on the main queue whenever the descriptor can be read, until unwatch(); it must read until there
-    /// is no more. One watch for each descriptor. Main thread.
+    /// Calls readable on the main queue whenever descriptor is readable, until unwatch(). readable must read until no
+    /// data is left. One watch per descriptor. Main thread.
     void watch(int descriptor, Block readable);
-    /// Before the descriptor is closed. Main thread.
+    /// Call before closing the descriptor. Main thread.
     void unwatch(int descriptor);
-    /// Runs the blocks that wait now and those that they add. Main thread; may be nested. True if any ran.
+    /// Runs the queued blocks and those that they queue. Returns true if any ran. Main thread; may be nested.
     bool runPending();
     /// Sleeps in real time until eventDescriptor() is readable. Main thread.
     void waitForWork();
-    /// Runs blocks until quit() is called; returns the status given there.
+    /// Runs blocks until quit(); returns its status. Main thread.
     int run();
-    /// Ends run() after the block that runs now; the first status is used. Any thread.
+    /// Ends run() after the current block; the status of the first call is used. Any thread.
     void quit(int status);
+    /// Whether quit() was called. Any thread.
     bool hasQuit() const;
 
-    /// From here on blocks are dropped and waiting sync() calls return false. Main thread, at the end of the program.
+    /// Drops the queued blocks and all later ones; waiting sync() calls return false. Main thread, at the end of the
+    /// program.
     void close();
 
   private:
@@ -68,8 +71,8 @@ class MainQueue final : public Queue {
     std::shared_ptr<State> _state;
 };
 
-/// One thread of its own, made with the first block and ended, without joining, when the last reference is gone and
-/// the last block has run. May be destroyed on its own thread.
+/// Runs its blocks on one thread of its own. The thread starts with the first block. It ends, without being joined,
+/// after the last reference is released and the last block has run. The queue may be destroyed on its own thread.
 class SerialQueue final : public Queue {
   public:
     SerialQueue(std::string label, Clock& clock);
@@ -78,13 +81,13 @@ class SerialQueue final : public Queue {
     SerialQueue& operator=(const SerialQueue&) = delete;
 
     void async(Block block) override;
-    /// Waits, in real time, until no block runs or waits. Afterwards the queue does not use its clock until it gets
-    /// another block. Never on the queue itself.
+    /// Waits in real time until no block is running or queued. Afterwards the queue does not use its clock until
+    /// another block is queued. Never call it on the queue itself.
     void waitUntilIdle();
-    /// The name that it was made with. Any thread.
+    /// The label passed to the constructor. Any thread.
     const std::string& label() const;
 
-    /// Threads of serial queues that are still running, in the whole process; for tests and soak runs.
+    /// The number of running threads of serial queues in this process; for tests and soak runs.
     static int liveThreads();
 
   private:

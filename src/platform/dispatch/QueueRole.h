@@ -1,16 +1,16 @@
-// Which queue a function or a member belongs to, checked twice: by clang, which refuses a call from elsewhere when it
-// compiles, and by an assertion at run time. A role is not a queue: a printer has no queue before its device ID is
-// decoded, and until then every thread has the role.
+// States which queue a function or a member belongs to. It is checked twice: clang rejects a call from elsewhere at
+// compile time, and an assertion checks at run time. A role is not a queue: a printer has no queue before its device ID
+// is decoded, and until then every thread has the role.
 //
 //     QueueRole commandQueueRole;
 //     void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);
 //     void writeFrame() ZUL_REQUIRES_ROLE(commandQueueRole);
 //     Handle _handle ZUL_GUARDED_BY_ROLE(commandQueueRole);
 //
-// The analysis judges each lambda by itself, so the first statement of a block for a queue is the assertion.
+// The analysis treats each lambda separately, so the first statement of a block for a queue is the assertion.
 #pragma once
 
-#if defined(__clang__) && !defined(ZUL_ANY_QUEUE) // tests play every role
+#if defined(__clang__) && !defined(ZUL_ANY_QUEUE) // tests take every role
 #define ZUL_ROLE_ATTRIBUTE(attribute) __attribute__((attribute))
 #else
 #define ZUL_ROLE_ATTRIBUTE(attribute)

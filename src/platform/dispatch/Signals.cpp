@@ -1,7 +1,7 @@
-// A signal handler may do almost nothing: it writes the signal's number to a pipe, which the main queue watches. Not a
-// signalfd: that needs the signals to be blocked in every thread, those of the libraries included, because one thread
-// without the block would end the program in the middle of an update; and the block would be inherited by the programs
-// that are started from here, which could then not be interrupted.
+// A signal handler may do very little: it writes the signal's number to a pipe that the main queue watches. signalfd is
+// not used, because it needs the signals blocked in every thread, including those of libraries: one thread without the
+// block would end the program during an update. Child processes would also inherit the block and could not be
+// interrupted.
 #include "platform/dispatch/Signals.h"
 
 #include <atomic>
@@ -19,7 +19,7 @@ struct Pipe {
     int writeEnd = -1;
 };
 
-// Made once and never closed: a handler may still be writing on some thread when its signal has been given back.
+// Created once and never closed: a handler may still be writing after its signal has its default action again.
 const Pipe& signalPipe() {
     static const Pipe made = [] {
         int ends[2] = {-1, -1};
@@ -55,7 +55,7 @@ Signals::Signals(MainQueue& mainQueue, std::vector<int> numbers, std::function<v
     const Pipe& pipe = signalPipe();
     if (pipe.readEnd < 0) return;
     writeEnd = pipe.writeEnd;
-    unsigned char unserved = 0; // what came too late for an earlier object
+    unsigned char unserved = 0; // bytes that arrived too late for an earlier object
     while (::read(pipe.readEnd, &unserved, 1) == 1) {
     }
     _mainQueue.watch(pipe.readEnd, [this] { postReceived(); });
@@ -67,7 +67,7 @@ Signals::~Signals() {
     _mainQueue.unwatch(signalPipe().readEnd);
 }
 
-// Posted and not run at once: what the queue was given before the signal comes first.
+// Posts the handler's call, so that blocks queued before the signal run first.
 void Signals::postReceived() {
     unsigned char number = 0;
     while (::read(signalPipe().readEnd, &number, 1) == 1) {
@@ -82,7 +82,7 @@ void ignoreBrokenPipes() {
 }
 
 void letSignalEndSystemCalls(int number) {
-    // A signal that is ignored would not end a call; with SA_RESTART the call would be repeated.
+    // SIG_IGN would not interrupt a call, and SA_RESTART would repeat it.
     install(number, doNothing, /*flags=*/0);
 }
 

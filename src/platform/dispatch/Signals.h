@@ -1,5 +1,4 @@
-// The system's signals. Requests to end, and a terminal that was closed, become blocks on the main queue; all other
-// uses of signals in the programs are here, too.
+// The programs' use of POSIX signals. Requests to terminate, and a closed terminal, become blocks on the main queue.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -10,11 +9,11 @@
 
 namespace zul {
 
-/// Runs a handler on the main queue after each of some signals, for as long as the object lives; afterwards their
-/// default action is back. One object in a process at a time. The queue must outlive it. Main thread.
+/// Runs a handler on the main queue after each of the given signals while the object exists; the destructor restores
+/// their default action. Only one object may exist in a process at a time. The queue must outlive it. Main thread.
 class Signals {
   public:
-    /// numbers: for example SIGINT. Where the system has no descriptors left, they keep their default action.
+    /// numbers: for example SIGINT. If the system has no descriptors left, the signals keep their default action.
     Signals(MainQueue& mainQueue, std::vector<int> numbers, std::function<void(int number)> handler);
     ~Signals();
     Signals(const Signals&) = delete;
@@ -25,16 +24,16 @@ class Signals {
 
     MainQueue& _mainQueue;
     const std::vector<int> _numbers;
-    /// Shared with the posted blocks, which run nothing once the object is gone.
+    /// Shared with the posted blocks, which do nothing after the object is destroyed.
     const std::shared_ptr<const std::function<void(int)>> _handler;
 };
 
-/// Writing to a pipe without a reader fails from now on, instead of ending the program: an update must not
-/// end because the reader of its output did. At the start of a program.
+/// Makes writes to a pipe without a reader fail instead of ending the program, so that an update continues when the
+/// reader of its output ends. Call at the start of the program.
 void ignoreBrokenPipes();
 
-/// From now on the signal has no effect but that a system call in which the signalled thread waits ends with EINTR. For
-/// threads that another one ends with pthread_kill(). Any thread.
+/// Gives the signal one effect: a system call that blocks the signalled thread returns EINTR. For threads that another
+/// thread stops with pthread_kill(). Any thread.
 void letSignalEndSystemCalls(int number);
 
 } // namespace zul

@@ -1,4 +1,5 @@
-// Called by FirmwareArchive for the files of an archive, and by contentsOfFile(), on the thread that asks.
+// Reads regular files whole and determines their identity.
+// Called by FirmwareArchive for archive files and by contentsOfFile(), on the calling thread.
 #include "platform/files/FileReader.h"
 
 #include "platform/files/ScopedFd.h"
@@ -15,9 +16,9 @@ namespace zul {
 namespace {
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-// File systems note times in steps, up to two seconds long: a change within the same step does not show.
+// File systems store times with a resolution of up to two seconds: a change within one step does not alter them.
 constexpr std::int64_t kTimeStep = 3 * kNanosecondsPerSecond;
-// Files of the kernel report a length of 0, and some of them change between two reads: one read must be enough.
+// Files of the kernel report length 0, and some change between two reads: one read must be enough.
 constexpr std::size_t kSmallestBuffer = 4096;
 
 std::int64_t nanoseconds(const timespec& time) {
@@ -43,10 +44,10 @@ std::optional<FileIdentity> FileReader::identityOf(const std::filesystem::path& 
 
 FileReading FileReader::read(const std::filesystem::path& path) const {
     struct stat before {};
-    // Looked at before it is opened: some devices do something when they are opened.
+    // Checked before opening: opening some devices has an effect.
     if (::stat(path.c_str(), &before) != 0) return failure(errno);
     if (!S_ISREG(before.st_mode)) return {FileResult::notAFile};
-    // Without waiting: a pipe may have taken the file's place since.
+    // Without blocking: a pipe may have replaced the file since.
     const ScopedFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file || ::fstat(file.get(), &before) != 0) return failure(errno);
     if (!S_ISREG(before.st_mode)) return {FileResult::notAFile};
@@ -64,11 +65,11 @@ FileReading FileReader::read(const std::filesystem::path& path) const {
 
 FileResult FileReader::readWhole(int descriptor, std::size_t expected, Data& contents) const {
     if (expected > _largest) return FileResult::tooLarge;
-    // One byte more, so that the end shows without a second allocation.
+    // One byte more, so that the end is detected without a second allocation.
     contents.resize(expected == 0 ? std::min(kSmallestBuffer, _largest + 1) : expected + 1);
     std::size_t length = 0;
     for (;;) {
-        if (length == contents.size()) contents.resize(std::min(2 * contents.size(), _largest + 1)); // it grows
+        if (length == contents.size()) contents.resize(std::min(2 * contents.size(), _largest + 1)); // the file grows
         const auto count = readSome(descriptor, contents.data() + length, contents.size() - length);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return FileResult::unreadable;

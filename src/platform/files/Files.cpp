@@ -1,5 +1,5 @@
-// Called by whatever reads or replaces a file as a whole: settings, digests, logs, the state of the system. Archives
-// are read through FileReader itself, which reports why a file cannot be read.
+// Called for files that are read or replaced as a whole: settings, digests, logs, kernel state. Archives use FileReader
+// directly, which reports why a file cannot be read. Any thread.
 #include "platform/files/Files.h"
 
 #include "platform/files/FileReader.h"
@@ -22,8 +22,8 @@ std::error_code lastError() {
     return {errno, std::generic_category()};
 }
 
-// In the same folder, because a rename must not cross file systems. The name is free even if a killed process left
-// files.
+// In the same folder, because rename() must not cross file systems. Skips names of temporary files that a killed
+// process has left.
 ScopedFd makeTemporary(const fs::path& file, mode_t mode, fs::path& temporary) {
     for (int number = 1;; ++number) {
         temporary = file.string() + '.' + std::to_string(::getpid()) + '-' + std::to_string(number);
@@ -42,7 +42,7 @@ bool writeAll(int descriptor, std::string_view text) {
     return true;
 }
 
-// The new name, too, shall survive a power cut; where a folder cannot be synced the file itself is still whole.
+// Makes the new name survive a power loss, too. If the folder cannot be synced, the file itself is still whole.
 void syncFolderOf(const fs::path& file) {
     const fs::path parent = file.parent_path();
     const ScopedFd folder(::open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -84,7 +84,7 @@ std::error_code replaceFile(const fs::path& file, std::string_view contents, Fil
 }
 
 fs::path freePathLike(const fs::path& wished) {
-    std::error_code ignored; // what cannot be looked at is taken to be free: the next step reports why
+    std::error_code ignored; // a path that cannot be checked is taken as free: the next step reports the error
     fs::path path = wished;
     for (int number = 2; fs::exists(fs::symlink_status(path, ignored)); ++number) {
         path = wished.string() + '-' + std::to_string(number);

@@ -1,4 +1,4 @@
-// Whole files: reading one in one go, and replacing one so that a crash leaves either the old contents or the new. Any
+// Whole files: reads a file at once, and replaces one so that a crash leaves either the old or the new contents. Any
 // thread.
 #pragma once
 
@@ -13,28 +13,27 @@
 
 namespace zul {
 
-/// All bytes of a regular file, however many; nullopt when there is no such file or it cannot be read. Never waits for
-/// a pipe or a device: those are not read.
+/// All bytes of a regular file; nullopt if there is no such file or it cannot be read. Pipes and devices are refused,
+/// so the call never blocks on one.
 std::optional<Data> contentsOfFile(const std::filesystem::path& file);
 
-/// The same as text, for the small files in which the kernel and the system describe themselves; empty on failure.
+/// The same as text; empty on failure. For the small files of sysfs, procfs and the like.
 std::string textOfFile(const std::filesystem::path& file);
-/// The text up to the first line end; empty on failure.
+/// The text before the first line end; empty on failure.
 std::string firstLineOfFile(const std::filesystem::path& file);
 
-/// Who may read a file that replaceFile() makes.
+/// Read permission of a file that replaceFile() creates.
 enum class FileAccess {
     owner,   // mode 0600
-    everyone // mode 0666 less the process's mask
+    everyone // mode 0666 without the bits of the process's umask
 };
 
-/// Puts the contents in place of the file in one step: readers see the old contents or the new, and a power cut leaves
-/// one of both. The folder must exist; a symbolic link is replaced, not followed. On an error the old file is
-/// unchanged.
+/// Replaces the file's contents in one step: readers see the old or the new contents, and so does a restart after a
+/// power loss. The folder must exist; a symbolic link is replaced, not followed. On an error the old file is unchanged.
 std::error_code replaceFile(const std::filesystem::path& file, std::string_view contents, FileAccess access);
 
-/// The wished path if nothing has it yet, otherwise the first of path-2, path-3, … that is free: for what is kept aside
-/// without losing an earlier one.
+/// wished if no file has that path, otherwise the first free one of path-2, path-3, …: keeps a file without replacing
+/// an earlier one.
 std::filesystem::path freePathLike(const std::filesystem::path& wished);
 
 } // namespace zul

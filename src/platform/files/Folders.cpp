@@ -1,5 +1,5 @@
-// Called for the settings, the history of updates, the logs, and for paths that are named on a command line: shells
-// expand "~" only at the start of a word, so "--log=~/x" comes as it is. Any thread.
+// Called for the settings, the history of updates, the logs, and for paths of command lines: shells expand "~" only at
+// the start of a word, so "--log=~/x" arrives unexpanded. Any thread.
 #include "platform/files/Folders.h"
 
 #include <cerrno>
@@ -30,7 +30,7 @@ fs::path belowHome(const FolderUser& user, const char* usualPlace) {
     return user.home.empty() ? fs::path{} : fs::path(user.home) / usualPlace / kName;
 }
 
-// Of a folder that is still to be created, the one above decides.
+// For a folder that does not exist yet, its nearest existing parent decides.
 bool belongsToRoot(fs::path folder) {
     struct stat entry {};
     while (::stat(folder.c_str(), &entry) != 0) {
@@ -53,7 +53,7 @@ std::string homeFolder() {
     if (const std::string home = textOfVariable("HOME"); !home.empty()) return home;
     passwd entry{};
     passwd* found = nullptr;
-    std::vector<char> texts(16384); // more than any entry needs; with a longer one there is no home folder
+    std::vector<char> texts(16384); // larger than any entry; with a longer one the home folder is unknown
     ::getpwuid_r(::getuid(), &entry, texts.data(), texts.size(), &found);
     return found != nullptr && found->pw_dir != nullptr ? found->pw_dir : "";
 }
@@ -82,7 +82,7 @@ std::error_code createStateFolder(const fs::path& folder) {
         upTo /= name;
         std::error_code error;
         if (fs::is_directory(upTo, error)) continue;
-        // Another process may be creating it at the same time.
+        // Another process may create it at the same time.
         if (::mkdir(upTo.c_str(), mode) != 0 && errno != EEXIST) return {errno, std::generic_category()};
     }
     std::error_code error;

@@ -1,6 +1,5 @@
-// The folders of the person who runs the program: home, settings, and what is kept from one run to the next. One rule
-// for all: the variable of the folder's kind if it holds an absolute path, otherwise the usual place below the home
-// folder. Any thread.
+// The folders of the user: home, settings, and state kept between runs. One rule for all: the XDG variable of the
+// folder's kind if it is an absolute path, otherwise the default below the home folder. Any thread.
 #pragma once
 
 #include <filesystem>
@@ -9,8 +8,8 @@
 
 namespace zul {
 
-/// Who asks for a folder, so that tests can choose it. A relative path in a variable would depend on where the program
-/// is started, and is ignored.
+/// The user and environment that decide the folders, so that tests can choose them. A relative path in a variable would
+/// depend on the working directory and is ignored.
 struct FolderUser {
     bool isRoot = false;
     std::string configHome{}; // XDG_CONFIG_HOME
@@ -20,24 +19,24 @@ struct FolderUser {
 /// This process's user and environment.
 FolderUser currentFolderUser();
 
-/// The home folder, from HOME or else from the user database; empty when neither has it.
+/// The home folder from HOME or else from the user database; empty if neither has one.
 std::string homeFolder();
-/// The path with its leading "~" (as a whole, or before a slash) replaced by the home folder. Everything else stays as
-/// it is given: only the system knows where a link leads.
+/// The path with a leading "~" (alone or before a slash) replaced by the home folder. The rest is unchanged: ".." is
+/// not resolved, because only the system knows where a link leads.
 std::string pathWithHome(const std::string& path);
 
 /// For settings: zul-printer-utility in XDG_CONFIG_HOME, otherwise in ~/.config; empty without a home folder. Does not
 /// create it.
 std::filesystem::path configFolder(const FolderUser& user = currentFolderUser());
 
-/// For files that the program keeps (the window's log, the history of updates): zul-printer-utility in XDG_STATE_HOME,
-/// otherwise in /var/lib for root and in ~/.local/state for everybody else; empty without a home folder. Root follows
-/// XDG_STATE_HOME only if root owns it: carried along by sudo, it names the folder of another user, who could not write
-/// what root has made there. Does not create it.
+/// For files that the programs keep (the window's log, the history of updates): zul-printer-utility in XDG_STATE_HOME,
+/// otherwise in /var/lib for root and in ~/.local/state for other users; empty without a home folder. Root uses
+/// XDG_STATE_HOME only if root owns that folder: with a variable passed on by sudo, root would create files in another
+/// user's folder that this user cannot write. Does not create it.
 std::filesystem::path stateFolder(const FolderUser& user = currentFolderUser());
 
-/// Creates the folder and its missing parents, for root with mode 0755, otherwise 0700. An existing folder keeps its
-/// mode.
+/// Creates the folder and its missing parents, with mode 0755 for root and 0700 otherwise. An existing folder keeps its
+/// mode. Returns the error of the failed step, or success.
 std::error_code createStateFolder(const std::filesystem::path& folder);
 
 } // namespace zul

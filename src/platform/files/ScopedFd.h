@@ -1,4 +1,4 @@
-// A file descriptor with an owner.
+// A file descriptor that is closed by its owner.
 #pragma once
 
 #include <unistd.h>
@@ -6,7 +6,7 @@
 
 namespace zul {
 
-/// Closes its descriptor when it is destroyed. Any negative number is none. One thread at a time.
+/// Closes its descriptor in the destructor. A negative number means no descriptor. One thread at a time.
 class ScopedFd {
   public:
     ScopedFd() = default;
@@ -20,11 +20,11 @@ class ScopedFd {
 
     int get() const { return _fd; }
     explicit operator bool() const { return _fd >= 0; }
-    /// Closes it now.
+    /// Closes the descriptor now.
     void reset() {
         if (_fd >= 0) ::close(std::exchange(_fd, -1));
     }
-    /// Leaves it open and to the caller.
+    /// Passes the open descriptor to the caller.
     [[nodiscard]] int release() { return std::exchange(_fd, -1); }
 
   private:

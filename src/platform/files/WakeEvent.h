@@ -1,4 +1,4 @@
-// A flag with a descriptor, by which one thread wakes another that waits in poll() or in a loop of its own.
+// A flag with a file descriptor: one thread uses it to wake another that waits in poll() or in an event loop.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -14,14 +14,15 @@ class WakeEvent {
   public:
     WakeEvent() : _event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-    /// Readable from raise() to lower(); -1 when the system gave none.
+    /// Readable between raise() and lower(); -1 if there is none.
     int descriptor() const { return _event.get(); }
+    /// Sets the flag and wakes the waiting thread.
     void raise() const {
         const std::uint64_t one = 1;
         while (::write(_event.get(), &one, sizeof one) < 0 && errno == EINTR) {
         }
     }
-    /// True if it was raised since the last time.
+    /// Clears the flag. Returns true if it was raised since the last call.
     bool lower() const {
         std::uint64_t count = 0;
         ssize_t length = 0;

@@ -1,5 +1,5 @@
-// Looking up resources and texts. The translators are installed once by the window or by tests; texts are then looked
-// up on any thread.
+// Looks up resources and texts. The window or a test installs the translation functions once; texts are then looked up
+// on any thread.
 #include "platform/foundation/Bundle.h"
 
 #include <atomic>
@@ -51,7 +51,7 @@ std::optional<fs::path> Bundle::pathForResource(const std::string& name, const s
     const std::string file = type.empty() ? name : name + '.' + type;
     if (file.empty()) return std::nullopt;
     for (const fs::path& folder : {_archive, _resources}) {
-        if (folder.empty()) continue; // not the folder that the program was started in
+        if (folder.empty()) continue; // an empty path would mean the working directory
         if (const auto path = regularFile(folder / file)) return path;
     }
     return std::nullopt;
@@ -59,7 +59,7 @@ std::optional<fs::path> Bundle::pathForResource(const std::string& name, const s
 
 std::string Bundle::localizedString(const std::string& key, const std::string& value) const {
     if (const Translator translator = currentTranslator) {
-        // A catalogue without the text answers with the key: then the default is used.
+        // Without a translation the catalogue returns the key: then the default is used.
         const std::string translated = translator(key.c_str());
         if (translated != key) return translated;
     }

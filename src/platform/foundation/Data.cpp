@@ -1,5 +1,5 @@
-// Text out of bytes and numbers out of text, by the rules that the printers' replies are read with.
-// Pure functions over bytes and text; any thread.
+// Converts bytes to text and text to numbers, with the rules for printer replies.
+// Used by the engine, the archive and the settings. Pure functions; any thread.
 #include "platform/foundation/Data.h"
 
 #include <algorithm>
@@ -42,7 +42,7 @@ std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data) {
 
 std::string trimmedWhitespaceAndNewlines(const std::string& text) {
     const auto length = static_cast<std::int32_t>(text.size());
-    std::int32_t first = -1; // byte range of what is kept
+    std::int32_t first = -1; // first byte of the kept range
     std::int32_t last = -1;
     for (std::int32_t index = 0; index < length;) {
         const std::int32_t start = index;
@@ -62,7 +62,7 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
     return start == std::string_view::npos ? std::string_view{} : text.substr(start);
 }
 
-// Where a number may begin. A plus is skipped; with a second sign after it the text is not a number.
+// Start of a number. Skips a plus; a second sign after it makes the text invalid.
 std::string_view withoutBlanksAndPlus(std::string_view text) {
     text = withoutLeadingBlanks(text);
     if (!text.starts_with('+')) return text;
@@ -82,7 +82,7 @@ std::int64_t integerValue(const std::string& text) {
 
 double doubleValue(const std::string& text) {
     const std::string_view digits = withoutBlanksAndPlus(text);
-    // Only a plain number is taken: from_chars would also accept "inf" and "nan", which no version is.
+    // Accepts only a plain number: from_chars would also accept "inf" and "nan", which no version contains.
     const std::size_t firstDigit = digits.starts_with('-') ? 1 : 0;
     if (digits.size() <= firstDigit) return 0.0;
     const char first = digits[firstDigit];

@@ -1,4 +1,4 @@
-// Bytes, as they come from files and wires.
+// Byte buffers and their conversion to text and numbers. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -11,29 +11,30 @@
 namespace zul {
 
 using Data = std::vector<std::uint8_t>;
-/// Shared bytes that are never changed; null where there are none.
+/// Shared, constant bytes; null if there are none.
 using SharedData = std::shared_ptr<const Data>;
 
+/// The bytes of text.
 inline Data dataFromText(std::string_view text) {
     return Data(text.begin(), text.end());
 }
 
-/// The bytes up to the first NUL as UTF-8 text; nullopt when they are not valid UTF-8.
+/// The bytes before the first NUL as text; nullopt if they are not valid UTF-8.
 std::optional<std::string> stringFromNulTerminatedUTF8(const Data& data);
-/// The same for all bytes: NUL does not end them.
+/// All bytes as text, NULs included; nullopt if they are not valid UTF-8.
 std::optional<std::string> stringFromUTF8(std::string_view bytes);
-/// The bytes as valid UTF-8 text: what is not valid, and NUL, becomes the replacement character. For text that has to
-/// be stored whatever it is.
+/// The bytes as valid UTF-8 text: invalid bytes and NULs become the replacement character. For text that must be stored
+/// whatever it contains.
 std::string repairedUTF8(std::string_view bytes);
 
-/// White space and line ends removed at both ends.
+/// The text without white space and line ends at both ends.
 std::string trimmedWhitespaceAndNewlines(const std::string& text);
 
-/// Leading digits (after white space and a sign), the rest ignored; 0 when there are none.
+/// The leading integer (after white space and a sign); the rest is ignored; 0 if there is none.
 std::int64_t integerValue(const std::string& text);
-/// Leading number with one point, the rest ignored; 0.0 when there is none. Independent of the locale.
+/// The leading decimal number; the rest is ignored; 0.0 if there is none. Independent of the locale.
 double doubleValue(const std::string& text);
-/// YES for leading Y, y, T, t or a number other than 0.
+/// True for a leading Y, y, T, t or a number other than 0.
 bool boolValue(const std::string& text);
 
 } // namespace zul

@@ -1,4 +1,4 @@
-// printf-shaped texts, type-safe. Only for source files: headers that others include stay free of it.
+// Type-safe printf-style formatting. Include it in source files only: it makes other headers slow to compile.
 #pragma once
 
 #include "platform/foundation/SystemLog.h"
@@ -9,16 +9,17 @@
 
 namespace zul {
 
+/// The formatted text; format has printf's conversions.
 template <class... Arguments> std::string formatted(const char* format, const Arguments&... arguments) {
     return fmt::sprintf(format, arguments...);
 }
 
-/// A formatted text for the system log.
+/// Writes a formatted text to the system log.
 template <class... Arguments> void logText(const char* format, const Arguments&... arguments) {
     systemLog(fmt::sprintf(format, arguments...));
 }
 
-/// How a missing text shows wherever one is printed.
+/// The text, or "(null)" for nullopt.
 inline std::string textOrNull(const std::optional<std::string>& text) {
     return text.value_or("(null)");
 }

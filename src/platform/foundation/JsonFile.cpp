@@ -1,5 +1,5 @@
-// Reading and writing of the archive's digest file. Called by the archive and by the command line, on the thread that
-// asks.
+// Reads and writes the archive's digest file.
+// Called by the archive and the command line, on any thread.
 #include "platform/foundation/JsonFile.h"
 
 #include "platform/files/Files.h"

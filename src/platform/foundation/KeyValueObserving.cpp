@@ -1,5 +1,5 @@
-// Registrations and open changes are under a lock, which is not held while observers are called: they may register or
-// withdraw themselves. Called on the thread that makes a change.
+// Registrations and open changes are guarded by a lock that is not held while observers are called, because observers
+// may add or remove registrations. Called on the thread that makes a change.
 #include "platform/foundation/KeyValueObserving.h"
 
 #include <algorithm>
@@ -60,7 +60,7 @@ void KeyValueObservable::didChangeValueForKey(const std::string& key) {
     {
         const std::scoped_lock lock(_observingMutex);
         const auto open = _openChanges.find(key);
-        if (open == _openChanges.end()) return; // did-change without will-change: there is no change to announce
+        if (open == _openChanges.end()) return; // did-change without will-change: nothing was announced
         if (--open->second > 0) return;
         _openChanges.erase(open);
         interested = registrationsFor(key);

@@ -1,6 +1,6 @@
-// Observing: an object announces every change of a named value between a will-change and a did-change notice. Notices
-// nest per key by counting: observers receive the outermost pair only. Notices are sent on the thread that makes the
-// change, with no lock held; an observer that touches widgets posts to the main queue.
+// Key-value observing: an object announces each change of a named value by a will-change and a did-change notice.
+// Notices of one key nest; observers receive only the outermost pair. They are called on the thread that makes the
+// change, without a lock; an observer that uses widgets posts to the main queue.
 #pragma once
 
 #include <map>
@@ -16,10 +16,10 @@ class KeyValueObservable;
 class KeyValueObserver {
   public:
     virtual ~KeyValueObserver() = default;
-    /// The key's value is about to change. On the changing thread.
+    /// The key's value is about to change. Called on the changing thread.
     virtual void willChangeValueForKey(const std::string& /*keyPath*/, KeyValueObservable& /*object*/,
                                        void* /*context*/) {}
-    /// observeValueForKeyPath:ofObject:change:context:  The key's value has changed. On the changing thread.
+    /// observeValueForKeyPath:ofObject:change:context:  The key's value has changed. Called on the changing thread.
     virtual void observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& object, void* context) = 0;
 };
 
@@ -30,19 +30,20 @@ class KeyValueObservable {
     KeyValueObservable& operator=(const KeyValueObservable&) = delete;
     virtual ~KeyValueObservable() = default;
 
-    /// Every key, for observers that mirror the whole object.
+    /// Stands for every key, for observers that mirror the whole object.
     static constexpr const char* kEveryKey = "*";
 
-    /// The observer is held weakly and must be removed (or gone) before it is destroyed elsewhere. Any thread.
+    /// Holds the observer weakly. Remove it, or let it expire, before its context becomes invalid. Any thread.
     void addObserver(std::weak_ptr<KeyValueObserver> observer, const std::string& keyPath, void* context);
+    /// Removes the registration with these three values. Any thread.
     void removeObserver(const std::weak_ptr<KeyValueObserver>& observer, const std::string& keyPath, void* context);
 
-    /// The notices of one change; each will-change is followed by its did-change on the same thread.
+    /// The two notices of a change: each will-change is followed by its did-change on the same thread.
     void willChangeValueForKey(const std::string& key);
     void didChangeValueForKey(const std::string& key);
 
-    /// A switch for development, off by default: reports changes of observed values that are made off the main
-    /// queue (see TBPrinters::swapImpsforPrivateAPI). Called with the key at every did-change.
+    /// Off by default; for development. Reports changes of observed values outside the main queue (see
+    /// TBPrinters::swapImpsforPrivateAPI): called with the key at every did-change.
     using ChangeDiagnostic = void (*)(const std::string& key);
     static void setChangeDiagnostic(ChangeDiagnostic diagnostic);
 
@@ -59,7 +60,7 @@ class KeyValueObservable {
     std::map<std::string, int> _openChanges;
 };
 
-/// The pair of notices as a scope: will-change now, did-change at the end, whatever happens between.
+/// Sends will-change in the constructor and did-change in the destructor.
 class KeyChange {
   public:
     KeyChange(KeyValueObservable& object, std::string key) : _object(object), _key(std::move(key)) {

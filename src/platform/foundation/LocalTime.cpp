@@ -1,5 +1,5 @@
-// Texts of moments and moments from texts, by the C library's calendar: it follows TZ in all its forms. Called by the
-// commands about past updates, on any thread.
+// Converts time stamps with the C library's calendar, because it supports every form of TZ. Called by the commands
+// about past updates, on any thread.
 #include "platform/foundation/LocalTime.h"
 
 #include "platform/foundation/Format.h"
@@ -13,7 +13,7 @@ namespace zul {
 
 namespace {
 
-// Every moment that fits its type is in the calendar: none of the C library's functions can fail.
+// Every time stamp of this type is within the calendar's range: the C library's functions cannot fail.
 constexpr std::int64_t kSecond = 1000;
 
 std::time_t secondsOf(std::int64_t moment) {
@@ -25,7 +25,8 @@ std::string textOfParts(const std::tm& parts, char separator) {
                      parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
-// Takes so many digits and what must follow them off the text's front; -1 if they are not there.
+// Removes a number with the given count of digits and the text after it from the front of text; -1 if they are not
+// there.
 int takeNumber(std::string_view& text, std::size_t digits, std::string_view follows) {
     if (text.size() < digits) return -1;
     int number = 0;
@@ -43,7 +44,8 @@ bool isSame(const std::tm& one, const std::tm& other) {
            one.tm_hour == other.tm_hour && one.tm_min == other.tm_min && one.tm_sec == other.tm_sec;
 }
 
-// The calendar's functions move what does not exist (the 31st of June) on to what does: that is how it shows.
+// The C library normalizes a date that does not exist (31 June) to one that does: a difference shows that it did not
+// exist.
 std::optional<std::int64_t> momentOfParts(const std::tm& parts, bool isUniversal) {
     std::tm normal = parts;
     normal.tm_isdst = -1;
@@ -70,12 +72,12 @@ std::optional<std::int64_t> calendarMoment(std::string_view text) {
         if (hasSeconds) parts.tm_sec = takeNumber(text, 2, "");
     }
     if (!text.empty()) return std::nullopt;
-    // What was not there is negative, and out of every calendar's range.
+    // Missing parts are negative and outside every calendar.
     if (parts.tm_year < 0 || parts.tm_mon < 0 || parts.tm_mday < 1 || parts.tm_hour < 0 || parts.tm_min < 0 ||
         parts.tm_sec < 0) {
         return std::nullopt;
     }
-    // Where clocks go forward at midnight the day begins later.
+    // Where clocks go forward at midnight, the day begins later.
     const auto moment = momentOfParts(parts, isUniversal);
     if (moment || !isDay) return moment;
     parts.tm_hour = 1;

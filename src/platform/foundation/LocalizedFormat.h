@@ -1,4 +1,4 @@
-// Operator texts with values in them. Only for source files. Any thread.
+// Translated texts with inserted values. Include it in source files only. Any thread.
 #pragma once
 
 #include "platform/foundation/Bundle.h"
@@ -9,8 +9,8 @@
 
 namespace zul {
 
-/// Fills the places of a text ("%@", "%s", "%d", "%.2f") in order. A translation whose places do not fit the values is
-/// not used: the operator then reads the English text rather than none.
+/// Replaces the placeholders of a text ("%@", "%s", "%d", "%.2f") in order. If the placeholders of the translation do
+/// not fit the values, the English text is used.
 template <class... Arguments>
 std::string filledText(const std::string& translation, const char* english, const Arguments&... arguments) {
     const auto fill = [&](std::string format) {
@@ -24,7 +24,7 @@ std::string filledText(const std::string& translation, const char* english, cons
     }
 }
 
-/// The localised text for an English one, with its places filled.
+/// The translation of key with its placeholders replaced.
 template <class... Arguments>
 std::string localizedFormat(const Bundle& bundle, const char* key, const Arguments&... arguments) {
     return filledText(bundle.localizedString(key), key, arguments...);
@@ -33,7 +33,7 @@ template <class... Arguments> std::string localizedFormat(const char* key, const
     return filledText(Bundle::localized(key), key, arguments...);
 }
 
-/// The same for a text with a number that decides its form; the number fills the first place.
+/// The same for a text whose form depends on a number; the number replaces the first placeholder.
 template <class... Arguments>
 std::string localizedPluralFormat(const char* singular, const char* plural, unsigned long number,
                                   const Arguments&... arguments) {

@@ -1,4 +1,5 @@
-// A terminal obeys what it is sent, a window turns the direction of what it shows: devices must not command either.
+// Replaces characters that control a terminal or the text direction of a window: device texts must do neither.
+// Called wherever a device's text is shown or logged; any thread.
 #include "platform/foundation/PrintableText.h"
 
 #include <array>
@@ -15,7 +16,7 @@ bool isCommand(UChar32 character) {
            u_hasBinaryProperty(character, UCHAR_BIDI_CONTROL);
 }
 
-// Each character that commands is replaced; the others are kept, byte for byte. -1 means bytes that are not UTF-8.
+// Replaces each control character and keeps all others byte for byte. A character of -1 means bytes that are not UTF-8.
 template <class Replacement> std::string withoutCommands(std::string_view text, Replacement replacement) {
     std::string result;
     result.reserve(text.size());
@@ -52,7 +53,7 @@ std::string printableInLine(std::string_view text) {
 }
 
 std::string printableJson(std::string_view json) {
-    // Line ends are between values only; inside of them they are escapes already.
+    // Raw line ends occur only between values; within values JSON has them escaped.
     return withoutCommands(json, [](UChar32 character, std::string_view bytes) {
         return character < 0x20 ? std::string(bytes) : escaped(character);
     });

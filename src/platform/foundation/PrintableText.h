@@ -1,4 +1,4 @@
-// Texts of devices for terminals and windows. Any thread.
+// Makes texts from devices safe for terminals and windows. Any thread.
 #pragma once
 
 #include <string>
@@ -6,14 +6,13 @@
 
 namespace zul {
 
-/// The text without anything that commands a terminal or turns the direction of what follows: control characters (C0,
-/// C1, DEL), direction marks, and bytes that are not UTF-8 show as "?". Line ends are kept.
+/// The text with "?" for everything that controls a terminal or changes the text direction: control characters (C0, C1,
+/// DEL), direction marks, and bytes that are not UTF-8. Line ends are kept.
 std::string printable(std::string_view text);
-/// The same for a text that is part of a line: line ends show as "?", too, so that no device writes lines of its own.
+/// The same for text within a line: line ends become "?", too, so that a device cannot add lines.
 std::string printableInLine(std::string_view text);
 
-/// JSON text in which the same characters are escapes: it means the same, and no terminal obeys it. Valid JSON
-/// only.
+/// JSON text with the same characters escaped: the value is unchanged, and a terminal ignores it. Valid JSON only.
 std::string printableJson(std::string_view json);
 
 } // namespace zul

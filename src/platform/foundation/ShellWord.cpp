@@ -1,4 +1,5 @@
-// Quoting for a POSIX shell. Called where a remedy is a command.
+// Quotes for a POSIX shell.
+// Called for proposed commands; any thread.
 #include "platform/foundation/ShellWord.h"
 
 #include <string_view>
@@ -11,7 +12,7 @@ std::string shellWord(const std::string& text) {
     std::string quoted = "'";
     for (const char character : text) {
         if (character == '\'') {
-            quoted += "'\\''"; // ends the quotes, and begins them again after the one that is meant
+            quoted += "'\\''"; // closes the quotes, adds an escaped quote, and opens them again
         } else {
             quoted += character;
         }

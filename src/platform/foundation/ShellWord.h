@@ -1,11 +1,11 @@
-// Arguments of commands that people copy into a shell. Any thread.
+// Quotes arguments of commands that users copy into a shell. Any thread.
 #pragma once
 
 #include <string>
 
 namespace zul {
 
-/// The text as one argument for a shell: unchanged if that is safe, in quotes otherwise.
+/// The text as one shell argument: unchanged if that is safe, quoted otherwise.
 std::string shellWord(const std::string& text);
 
 } // namespace zul

@@ -1,4 +1,5 @@
-// A new descriptor is always the lowest that is free, so what is opened here takes the place that was closed.
+// Opens closed standard streams: open() always returns the lowest free descriptor, which is the closed one.
+// Called first in main() of every program.
 #include "platform/foundation/StandardStreams.h"
 
 #include <cerrno>
@@ -11,7 +12,7 @@ namespace zul {
 void occupyStandardStreams() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF) continue;
-        // The other way round: reading from it, or writing to it, is an error as before.
+        // With the opposite access mode, so that reading or writing fails as it did before.
         (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
 }

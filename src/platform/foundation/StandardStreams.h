@@ -1,10 +1,10 @@
-// The three descriptors that every program is started with. Main thread, before anything is opened.
+// The three standard descriptors of a process. Main thread, before any file is opened.
 #pragma once
 
 namespace zul {
 
-/// Takes the place of each standard stream that was closed when the program was started, with one that fails at each
-/// use: the next file to be opened, a printer's node for example, would be written to as if it were standard output.
+/// Opens each standard stream that was closed at program start, so that each use of it fails. Otherwise the next opened
+/// file, a printer's node for example, would get its number and receive standard output.
 void occupyStandardStreams();
 
 } // namespace zul

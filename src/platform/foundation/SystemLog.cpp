@@ -1,5 +1,5 @@
-// One recursive lock around every delivery: texts of several threads never mix, a sink need not lock, a sink may log
-// itself, and once a sink has been replaced it is not running any more.
+// One recursive lock is held during every delivery: texts of several threads never mix, a sink needs no lock, a sink
+// may log, and a replaced sink is no longer running. Any thread.
 #include "platform/foundation/SystemLog.h"
 
 #include "platform/foundation/PrintableText.h"
@@ -20,7 +20,7 @@ struct Outlets {
 };
 
 Outlets& outlets() {
-    // Never destroyed: threads that still run when the program ends may log.
+    // Never destroyed: threads that still run at process exit may log.
     static auto* const shared = new Outlets;
     return *shared;
 }
@@ -30,7 +30,7 @@ std::string withoutLineEnd(const std::string& text) {
     return last == std::string::npos ? std::string{} : text.substr(0, last + 1);
 }
 
-// The sink is copied first: it may replace itself while it runs.
+// Copies the sink first, because it may replace itself while it runs.
 void toSystemLog(Outlets& shared, const std::string& text, int priority) {
     if (const SystemLogSink sink = shared.systemLog) {
         sink(text);
@@ -60,7 +60,7 @@ void systemLog(const std::string& text) {
 void standardErrorLog(const std::string& text) {
     Outlets& shared = outlets();
     const std::scoped_lock lock(shared.mutex);
-    toStandardError(shared, text); // once, however talkative the system log is
+    toStandardError(shared, text); // only once, even if the system log is repeated on standard error
     toSystemLog(shared, text, LOG_ERR);
 }
 

@@ -1,5 +1,5 @@
-// Reading, changing and writing the settings file, under one lock. Called by the session at its start, by the engine
-// for what it remembers, and by "zulctl defaults"; on any thread.
+// Reads, changes and writes the settings file under one lock. Called by the session at its start, by the engine, and by
+// "zulctl defaults"; any thread.
 #include "platform/foundation/UserDefaults.h"
 
 #include "platform/files/Files.h"
@@ -79,7 +79,7 @@ bool UserDefaults::write() {
     if (_file.empty()) return true;
     if (!_mayWrite) return false;
     std::error_code error;
-    fs::create_directories(_file.parent_path(), error); // a failure shows at the next step
+    fs::create_directories(_file.parent_path(), error); // the next step reports a failure
     fs::path target = _file;
     if (fs::is_symlink(_file, error)) target = fs::weakly_canonical(_file, error); // keep the link, replace the file
     if (error || target.empty()) target = _file;
@@ -124,7 +124,7 @@ bool UserDefaults::setBool(const std::string& key, bool value) {
 bool UserDefaults::remove(const std::string& key) {
     const std::scoped_lock lock(_mutex);
     if (_values->root.erase(key) == 0) return false;
-    (void)write(); // lastError() reports a failure
+    (void)write(); // a failure is available from lastError()
     return true;
 }
 

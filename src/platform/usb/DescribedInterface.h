@@ -1,5 +1,5 @@
-// The answers that an interface gives from its descriptors, the same for every bus: a bus reads or makes the
-// descriptors once, at the attachment, and its services and handles answer from them.
+// Implements the descriptor queries for every bus. A bus reads or builds the descriptors once, at attachment; its
+// services and handles return the values from here.
 #pragma once
 
 #include "platform/usb/IOUSBInterfaceInterface.h"
@@ -8,7 +8,7 @@
 
 namespace zul {
 
-/// What the descriptors of a device and of one of its interfaces say.
+/// The descriptors of a device and of one of its interfaces.
 struct DescriptorValues {
     std::uint16_t vendor = 0;
     std::uint16_t product = 0;
@@ -19,11 +19,11 @@ struct DescriptorValues {
     std::uint8_t alternateSetting = 0;
     std::uint8_t interfaceClass = 0;
     std::uint8_t interfaceSubClass = 0;
-    std::vector<PipeProperties> pipes; // pipe 1 is the first
+    std::vector<PipeProperties> pipes; // pipe number 1 is the first element
 };
 
-/// Answers the descriptor questions of Base (USBService or IOUSBInterfaceInterface), each with kIOReturnSuccess unless
-/// present() refuses it. Any thread.
+/// Implements the descriptor queries of Base (USBService or IOUSBInterfaceInterface). Each returns kIOReturnSuccess, or
+/// the code of present(). Any thread.
 template <class Base> class DescribedInterface : public Base {
   public:
     explicit DescribedInterface(DescriptorValues descriptors) : _descriptors(std::move(descriptors)) {}
@@ -56,7 +56,7 @@ template <class Base> class DescribedInterface : public Base {
     }
 
   protected:
-    /// kIOReturnSuccess while questions are answered, otherwise the answer to all of them.
+    /// kIOReturnSuccess while the descriptors can be read, otherwise the result of every query.
     virtual IOReturn present() const { return kIOReturnSuccess; }
     const DescriptorValues _descriptors;
 

@@ -1,5 +1,5 @@
-// The return codes of every USB operation. One 32-bit code space for all back ends: a bus converts its own codes once,
-// at its border, and unknown values travel unchanged.
+// The return codes of all USB operations. One 32-bit code space for all buses: a bus converts its own codes where they
+// enter, and passes unknown values through.
 #pragma once
 
 #include <cstdint>
@@ -9,16 +9,16 @@ namespace zul {
 enum class [[nodiscard]] IOReturn : std::uint32_t{
     kIOReturnSuccess = 0,
     kIOReturnInvalid = 0xE0000001,
-    kIOReturnError = 0xE00002BC, // any failure without a code of its own
+    kIOReturnError = 0xE00002BC, // any failure without a specific code
     kIOReturnNoMemory = 0xE00002BD,
     kIOReturnNoResources = 0xE00002BE,
     kIOReturnIPCError = 0xE00002BF,
     kIOReturnNoDevice = 0xE00002C0,      // the device has left the bus
-    kIOReturnNotPrivileged = 0xE00002C1, // the device node may not be opened
+    kIOReturnNotPrivileged = 0xE00002C1, // no permission to open the device node
     kIOReturnBadArgument = 0xE00002C2,
     kIOReturnLockedRead = 0xE00002C3,
     kIOReturnLockedWrite = 0xE00002C4,
-    kIOReturnExclusiveAccess = 0xE00002C5, // another program holds the interface
+    kIOReturnExclusiveAccess = 0xE00002C5, // another process holds the interface
     kIOReturnStillOpen = 0xE00002D2,
     kIOReturnTimeout = 0xE00002D6,
     kIOReturnUnderrun = 0xE00002E7,
@@ -68,7 +68,7 @@ constexpr std::uint32_t asHex(IOReturn code) {
     return static_cast<std::uint32_t>(code);
 }
 
-/// General-interest messages that a service sends about itself.
+/// Messages about a service to contexts that registered interest in it.
 enum class IOMessage : std::uint32_t {
     kIOMessageServiceIsTerminated = 0xE0000010,
     kIOMessageServiceIsAttemptingOpen = 0xE0000101,

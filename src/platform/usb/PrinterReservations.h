@@ -1,5 +1,5 @@
-// Which process uses a printer. Printers are shared by all processes of a machine: print services, and further copies
-// of this project's own programs. A bus asks here before it takes an interface.
+// Which process uses a printer. All processes of a machine share the printers: print services and further instances of
+// this product's programs. A bus checks here before it claims an interface.
 #pragma once
 
 #include <cstdint>
@@ -18,9 +18,9 @@ inline constexpr const char* kClaimActivity = "claim";
 struct InterfaceHolder {
     enum class Kind {
         unknown,   // some process; the system does not report which
-        process,   // a program that has the device open
-        printing,  // a print job that goes through the kernel's printer driver
-        ownProgram // a process of this project, which has reserved the printer
+        process,   // a process that has the device open
+        printing,  // a print job through the kernel's printer driver
+        ownProgram // a process of this product that has reserved the printer
     };
     Kind kind = Kind::unknown;
     std::string program = {};  // name of the process; empty if not known
@@ -32,15 +32,15 @@ struct InterfaceHolder {
     bool operator==(const InterfaceHolder&) const = default;
 };
 
-/// The reservations of this project's own processes, one per printer. A printer is named by its key (keyUSBdevice).
+/// Reservations by processes of this product, one per printer. Printers are identified by key (keyUSBdevice).
 class PrinterReservations {
   public:
     virtual ~PrinterReservations() = default;
-    /// The other process that has reserved this printer; nullopt if none has, or if this process has it. Waits at most
-    /// 300 ms for the other process's answer. Any thread.
+    /// The other process that has reserved this printer; nullopt if no process or this one has. Waits up to 300 ms for
+    /// the other process's reply. Any thread.
     virtual std::optional<InterfaceHolder> heldElsewhere(const std::string& deviceKey) = 0;
     /// Calls released once when the other process's reservation ends, at once if there is none. released runs on a
-    /// thread of the reservations and may only post. Dropping the returned object ends the watch. Any thread.
+    /// private thread and may only post. Destroying the returned object ends the watch. Any thread.
     [[nodiscard]] virtual std::shared_ptr<void> watch(const std::string& deviceKey, std::function<void()> released) = 0;
 };
 

@@ -1,5 +1,5 @@
-// The registry and its notification ports. Callbacks may add or remove registrations while they run, so every walk is
-// over a copy. Called by the buses and by the engine on the main queue; interests also on the printers' queues.
+// The registry and its notification ports. Callbacks may add or remove registrations, so every loop runs over a copy.
+// Called by the buses and the engine on the main queue; interests also on the printers' queues.
 #include "platform/usb/ServiceRegistry.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 bool matches(const ServiceMatching& matching, USBService& service) {
     std::uint8_t interfaceClass = 0;
     std::uint8_t interfaceSubClass = 0;
-    // A service whose class cannot be read is announced: the controller then logs why.
+    // Announces a service whose class cannot be read: the controller then logs the reason.
     if (service.GetInterfaceClass(interfaceClass) != kIOReturnSuccess) return true;
     if (service.GetInterfaceSubClass(interfaceSubClass) != kIOReturnSuccess) return true;
     return interfaceClass == matching.bInterfaceClass && interfaceSubClass == matching.bInterfaceSubClass;
@@ -100,7 +100,7 @@ void ServiceRegistry::announce(ServiceToken token) {
     const std::shared_ptr<USBService> service = found->second.service;
     const auto ports = _ports;
     for (NotificationPort* port : ports) {
-        // A callback may destroy a port; only those that are still registered may be notified.
+        // A callback may destroy a port: notify only ports that are still registered.
         if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::matched, token, *service);
     }
 }

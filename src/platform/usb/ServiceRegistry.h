@@ -1,5 +1,5 @@
-// What is on the bus, as the engine sees it: services (one per USB interface), and the notification port through which
-// their arrival, departure and messages reach the engine. A bus feeds the registry; everything here is main queue only.
+// The engine's view of the bus: services (one per USB interface), and the notification port that delivers their
+// arrival, departure and messages. A bus fills the registry. Main queue only, unless noted.
 #pragma once
 
 #include "platform/usb/IOUSBInterfaceInterface.h"
@@ -15,15 +15,15 @@
 
 namespace zul {
 
-/// One USB interface on a bus, before anything of it is opened.
+/// One USB interface on a bus, not opened yet.
 class USBService : public IOUSBInterfaceDescription {
   public:
-    /// Opens the device node and makes a handle. kIOReturnNotPrivileged when the node may not be opened.
+    /// Opens the device node and creates a handle. kIOReturnNotPrivileged if the user may not open the node.
     virtual IOReturn createInterfaceInterface(std::shared_ptr<IOUSBInterfaceInterface>& interfaceInterface) = 0;
 
-    /// The port in the system's notation, for example "1-2.4"; for messages to people.
+    /// The port in the kernel's notation, for example "1-2.4"; for messages.
     virtual std::string locationText() const = 0;
-    /// The device node, for example "/dev/bus/usb/001/004"; empty when the bus has none.
+    /// The device node, for example "/dev/bus/usb/001/004"; empty if the bus has none.
     virtual std::string nodePath() const = 0;
     /// True for an embedded printer, which exists in this process only.
     virtual bool isVirtual() const = 0;
@@ -31,12 +31,12 @@ class USBService : public IOUSBInterfaceDescription {
 
 enum class ServiceNotification { matched, terminated };
 
-/// The services that a notification has not handed out yet, in bus order. Must be drained to arm its notification. Main
-/// queue.
+/// The services that a notification has not returned yet, in bus order. The notification is armed when next() has
+/// returned 0. Main queue.
 class ServiceIterator {
   public:
-    /// The next service's token; 0 at the end, and from then on the notification is armed. What arrives between two
-    /// calls is added at the end, so an iterator is valid at all times.
+    /// The next service's token; 0 at the end, which arms the notification. Services that arrive between two calls are
+    /// appended, so an iterator is always valid.
     ServiceToken next();
 
   private:
@@ -45,7 +45,7 @@ class ServiceIterator {
     bool _armed = false;
 };
 
-/// Which interfaces a notification is about.
+/// Selects the interfaces of a notification.
 struct ServiceMatching {
     std::string className = "IOUSBInterface";
     std::int32_t bInterfaceClass = 0;
@@ -54,16 +54,16 @@ struct ServiceMatching {
 
 class ServiceRegistry;
 
-/// Which contexts receive the messages of which service. Apart from the port, because printers register and withdraw on
-/// their own queues, and the last of them may do so while the port is destroyed on the main queue. Any thread.
+/// Which contexts receive the messages of which service. Separate from the port, because printers register and
+/// unregister on their own queues, possibly while the port is being destroyed on the main queue. Any thread.
 class InterestTable {
   public:
     using Callback = std::function<void(ServiceToken service, IOMessage message, void* argument)>;
 
-    /// Registers for messages of one service. A context that is registered twice for a service receives each message
-    /// once. Returns an id for remove, never 0. The callbacks run on the main queue.
+    /// Registers for messages of one service. A context registered twice for a service receives each message once.
+    /// Returns an id for remove(), never 0. Callbacks run on the main queue.
     std::uint32_t add(ServiceToken service, const void* context, Callback callback);
-    /// False when there is no such registration. A message being delivered may still arrive.
+    /// False if there is no such registration. A message that is being delivered may still arrive.
     bool remove(std::uint32_t interest);
     /// Delivers a message to every context registered for the service.
     void deliver(ServiceToken service, IOMessage message, void* argument);
@@ -90,13 +90,13 @@ class NotificationPort {
     NotificationPort(const NotificationPort&) = delete;
     NotificationPort& operator=(const NotificationPort&) = delete;
 
-    /// Registers for arrivals or departures. The returned iterator already holds the matching services (for
-    /// departures: none) and must be drained to arm the notification.
+    /// Registers for arrivals or departures. The returned iterator already holds the matching services (none for
+    /// departures) and must be drained to arm the notification.
     std::shared_ptr<ServiceIterator> addMatchingNotification(ServiceNotification kind, const ServiceMatching& matching,
                                                              MatchCallback callback);
 
-    /// The receivers of messages of single services. The table may outlive the port by a moment; it then delivers no
-    /// more messages.
+    /// The receivers of messages of single services. The table may briefly outlive the port; it then delivers no
+    /// messages.
     const std::shared_ptr<InterestTable>& interests() const { return _interests; }
 
     ServiceRegistry& registry() { return _registry; }
@@ -116,24 +116,24 @@ class NotificationPort {
     const std::shared_ptr<InterestTable> _interests = std::make_shared<InterestTable>();
 };
 
-/// Every service of every bus, by token. A bus adds and withdraws them; ports are notified. Main queue.
+/// All services of all buses, by token. A bus adds and removes them; the ports are notified. Main queue.
 class ServiceRegistry {
   public:
-    /// For the bus: a new interface is there and has this token from now on, but no port is notified before announce().
-    /// A device's interfaces are all added before the first is announced, because what is announced may end them all.
+    /// For the bus: registers a new interface under the returned token, without notifying the ports. Add all interfaces
+    /// of a device before announcing the first, because a callback may remove them all.
     ServiceToken add(std::shared_ptr<USBService> service);
-    /// For the bus: notifies the ports of a service that was added. Unknown tokens are ignored.
+    /// For the bus: notifies the ports of an added service. Unknown tokens are ignored.
     void announce(ServiceToken token);
-    /// Both at once, for a device with one interface.
+    /// add() and announce(), for a device with one interface.
     ServiceToken serviceArrived(std::shared_ptr<USBService> service);
-    /// For the bus: the interface has left. Interested contexts receive "terminated" first, then the removal
-    /// notifications run; afterwards the token is unknown. A service that was not announced leaves without notice.
-    /// Unknown tokens are ignored.
+    /// For the bus: the interface was detached. Interested contexts receive "terminated" first, then the removal
+    /// notifications run, then the token is unknown. A service that was not announced is removed silently. Unknown
+    /// tokens are ignored.
     void serviceTerminated(ServiceToken token);
-    /// For the bus: any other message about a service.
+    /// For the bus: delivers any other message about a service.
     void serviceMessage(ServiceToken token, IOMessage message, void* argument);
 
-    /// Null when the token is not on the bus (any more).
+    /// Null if the token is not, or no longer, on the bus.
     std::shared_ptr<USBService> service(ServiceToken token) const;
     /// The tokens of the announced services, in bus order.
     std::vector<ServiceToken> services() const;
@@ -146,17 +146,17 @@ class ServiceRegistry {
     };
     std::map<ServiceToken, Entry> _services;
     std::vector<NotificationPort*> _ports;
-    ServiceToken _nextToken = 0x101; // a recognisable first value in log lines; counts up, never reused
+    ServiceToken _nextToken = 0x101; // a recognisable first value in log lines; incremented, never reused
 };
 
-/// A source of services. start() reports what is attached before it returns, but for devices that are not ready yet,
-/// and reports from then on, always on the main queue; stop() ends that without waiting.
+/// A source of services. start() announces the attached devices that are ready before it returns, and later ones as
+/// they become ready or are attached, always on the main queue. stop() ends that without waiting.
 class USBBus {
   public:
     virtual ~USBBus() = default;
     /// Main queue. kIOReturnSuccess, or why the bus cannot be watched.
     virtual IOReturn start(ServiceRegistry& registry) = 0;
-    /// Main queue. No service is announced or withdrawn afterwards. Safe to call twice.
+    /// Main queue. No service is announced or removed afterwards. May be called twice.
     virtual void stop() = 0;
 };
 

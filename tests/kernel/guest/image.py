@@ -1,8 +1,8 @@
-"""The guest's kernel and initrd, made once and kept in the build folder.
+"""The guest's kernel and initrd, created once and kept in the build folder.
 
-The kernel is Debian's own package, fetched with apt and only unpacked, never installed: so is the print service, which
-nobody wants on a machine just because tests ran there. Everything else that runs in the guest is the host's: its root
-comes in over 9p, and the unpacked packages are laid over it.
+The kernel is Debian's own package, fetched with apt and only unpacked, not installed; so is the print service, because
+tests must not install one on the machine. All other programs in the guest are the host's: its root is mounted over 9p,
+and the unpacked packages are overlaid.
 """
 import os
 import pathlib
@@ -12,10 +12,10 @@ import subprocess
 
 HERE = pathlib.Path(__file__).resolve().parent
 
-# Enough to reach the host's files; all other modules are loaded later, from the host's side of the 9p mount.
+# Enough to mount the host's files; all other modules are loaded later from the 9p mount.
 INITRD_MODULES = ["virtio_pci", "9pnet_virtio", "9p", "overlay"]
 
-# What is unpacked of the kernel package: a whole one is six times as large.
+# The unpacked parts of the kernel package: the whole one is six times as large.
 MODULE_FOLDERS = ["drivers/usb", "drivers/virtio", "fs/9p", "fs/netfs", "fs/fscache", "fs/overlayfs", "fs/configfs",
                   "net/9p", "lib", "crypto"]
 
@@ -23,14 +23,14 @@ TOOLS = {"qemu-system-x86_64": "qemu-system-x86", "busybox": "busybox-static", "
          "modprobe": "kmod", "dpkg-deb": "dpkg", "apt-get": "apt"}
 
 
-# The print service, and the package that only its back end for USB is taken of: the rest of that one needs a hundred more.
+# The print service, and the package of which only the USB back end is used: the rest of it needs a hundred more.
 PRINT_SERVICE = ["cups-daemon", "cups-client"]
 BACK_ENDS = "cups"
 PRINT_SERVICE_FILE, BACK_END_FILE = "/usr/sbin/cupsd", "/usr/lib/cups/backend-available/usb"
 
 
 class Unavailable(Exception):
-    """The guest cannot be had on this machine; the text says why and what to install."""
+    """No guest is possible on this machine; the text has the reason and what to install."""
 
 
 def tool(name):
@@ -54,12 +54,12 @@ def kernel_package_name():
 
 
 def apt_get(*arguments, cwd):
-    # Root would drop to a user that may not write here, and apt would warn about it.
+    # As root, apt would drop to a user without write access to this folder, and warn about it.
     run("apt-get", "-o", "APT::Sandbox::User=root", *arguments, cwd=cwd)
 
 
 def fetch_kernel_package(folder):
-    """The package file in folder, from an earlier run or from the archive."""
+    """The package file in folder, from an earlier run or from the package mirror."""
     present = sorted(folder.glob("linux-image-*.deb"))
     if present:
         return present[-1]
@@ -75,7 +75,7 @@ def fetch_kernel_package(folder):
 
 
 def fetch_print_service(folder):
-    """The unpacked packages in folder, those that this machine lacks; nothing of them where apt cannot fetch them."""
+    """The unpacked packages in folder that this machine lacks; none if apt cannot fetch them."""
     archives, tree = folder / "archives", folder / "tree"
     done = folder / "unpacked"
     if done.exists():
@@ -96,7 +96,7 @@ def fetch_print_service(folder):
         return tree
     for package in sorted(archives.glob("*.deb")):
         run(tool("dpkg-deb"), "-x", package, tree)
-    # A folder of this name would hide the link that leads to the host's libraries. Only units of services are in it.
+    # A folder of this name would hide the link to the host's libraries. It contains only service units.
     shutil.rmtree(tree / "lib", ignore_errors=True)
     done.touch()
     return tree
@@ -119,7 +119,7 @@ def unpack(package, root):
 
 
 def module_files(root, release):
-    """The files of INITRD_MODULES and of what they need, in loading order."""
+    """The files of INITRD_MODULES and of their dependencies, in loading order."""
     files = []
     for module in INITRD_MODULES:
         listing = run(tool("modprobe"), "-d", root, "-S", release, "--show-depends", module, text=True)
@@ -149,7 +149,7 @@ def build_initrd(root, release, initrd):
 
 
 def prepare(folder):
-    """(kernel, initrd, modules folder, packages folder) below folder, made when missing or older than the scripts.
+    """(kernel, initrd, modules folder, packages folder) below folder, created if missing or older than the scripts.
     Raises Unavailable."""
     if platform.machine() != "x86_64":
         raise Unavailable("programs of the host run in the guest, and only an x86-64 guest is set up")

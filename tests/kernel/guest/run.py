@@ -1,13 +1,13 @@
 #!/usr/bin/python3
-"""Runs one command in the test guest and ends with its exit status.
+"""Runs one command in the test guest and exits with its exit status.
 
     run.py --cache DIR --exchange DIR [--timeout S] [--udev-rules FILE] COMMAND [ARGUMENT...]
 
-DIR of --exchange is the only place that the guest can write to; there it is /mnt/exchange and the command's working
-folder. Everything else of the host is seen at its own path, and what the command changes there is gone afterwards.
-With ZUL_LONG_TESTS in the environment, which the command sees too, the time is ten times as long.
-Exit status: the command's own; 77 when a guest cannot be had on this machine; 124 when the time was up; 125 when the
-guest ended without a word.
+DIR of --exchange is the only folder that the guest can write to; there it is /mnt/exchange and the command's working
+folder. All other files of the host are visible at their own paths, and the command's changes to them are discarded.
+With ZUL_LONG_TESTS in the environment, which the command receives too, the time limit is ten times as long.
+Exit status: the command's own; 77 if no guest is possible on this machine; 124 after the time limit; 125 if the guest
+ended without a status.
 """
 import argparse
 import os
@@ -17,20 +17,20 @@ import subprocess
 import sys
 import time
 
-sys.dont_write_bytecode = True  # the source tree stays as it is
+sys.dont_write_bytecode = True  # the source tree is not changed
 
 import image  # noqa: E402  (after the switch above)
 
 SKIPPED, TIMED_OUT, LOST = 77, 124, 125
 LONG = "ZUL_LONG_TESTS"
-LONGER = 10  # times the time that a short run may take
+LONGER = 10  # times the time limit of a short run
 
 
 def qemu_command(kernel, initrd, packages, exchange):
     def share(tag, path, more):
         return ["-virtfs", f"local,path={path},mount_tag={tag},security_model=none,multidevs=remap{more}"]
 
-    # Emulated even where the processor could help: accelerators hang on some of the machines that this runs on.
+    # Emulated even if the processor has virtualization: accelerators hang on some of the test machines.
     return ([image.tool("qemu-system-x86_64"), "-accel", "tcg,thread=multi", "-cpu", "max", "-smp", "2", "-m", "1024",
              "-nodefaults", "-no-reboot", "-display", "none", "-nic", "none",
              "-serial", f"file:{exchange}/console.log", "-kernel", str(kernel), "-initrd", str(initrd),
@@ -40,7 +40,7 @@ def qemu_command(kernel, initrd, packages, exchange):
 
 
 class Output:
-    """Passes on what the command prints while it still runs."""
+    """Prints the command's output while it is still running."""
 
     def __init__(self, path):
         self._path, self._offset = path, 0

@@ -1,4 +1,4 @@
-// What keeps an update from ending well, and what is offered: each with its text and what to do about it.
+// Reasons why an update could not succeed, and the available version, each with its texts.
 #include "archive/ArchiveTexts.h"
 #include "archive/KeyedDigest.h"
 #include "platform/foundation/Bundle.h"
@@ -51,7 +51,7 @@ struct Shelf {
 
 } // namespace
 
-TEST_CASE("an archive that has every file as it should be has no problem, and its version is ready") {
+TEST_CASE("a complete and valid archive has no problem, and its version is ready") {
     Shelf shelf;
     CHECK(shelf.problems().empty());
     const FirmwareOffer offer = shelf.archive.offer(shelf.product, kKey);
@@ -60,7 +60,7 @@ TEST_CASE("an archive that has every file as it should be has no problem, and it
     CHECK(nameOfOfferState(offer.state) == std::string("ready"));
 }
 
-TEST_CASE("a table that is missing is named with its folder and the commands that put it right") {
+TEST_CASE("a missing table is reported with its folder and the commands that fix it") {
     Shelf shelf;
     std::filesystem::remove(shelf.folder / kTable300);
     const ArchiveProblem problem = shelf.onlyProblem();
@@ -69,10 +69,10 @@ TEST_CASE("a table that is missing is named with its folder and the commands tha
     CHECK(messageOf(problem) == "VK14_300_0161.cwd is missing in " + shelf.place());
     CHECK(remedyOf(problem) == "Copy it from the vendor's download into " + shelf.place() +
                                    ", then run: zulctl archive verify " + shelf.place());
-    CHECK(shelf.offered() == FirmwareOffer::State::ready); // the version's own file is there
+    CHECK(shelf.offered() == FirmwareOffer::State::ready); // the firmware file itself is present
 }
 
-TEST_CASE("a missing file without a digest needs one: the advice names the command that makes it") {
+TEST_CASE("the remedy for a missing file without a digest names the command that creates digests") {
     Shelf shelf;
     std::filesystem::remove(shelf.folder / kTable300);
     shelf.supplyDigests({kFirmware, kTable600});
@@ -80,7 +80,7 @@ TEST_CASE("a missing file without a digest needs one: the advice names the comma
                                                ", then run: zulctl archive digest " + shelf.place());
 }
 
-TEST_CASE("a missing firmware file makes the offer one that cannot be installed") {
+TEST_CASE("without its firmware file a version cannot be installed") {
     Shelf shelf;
     std::filesystem::remove(shelf.folder / kFirmware);
     CHECK(shelf.onlyProblem().kind == Kind::fileMissing);
@@ -88,7 +88,7 @@ TEST_CASE("a missing firmware file makes the offer one that cannot be installed"
     CHECK(offerText(shelf.archive.offer(shelf.product, kKey)) == "VK14 01.61, file missing");
 }
 
-TEST_CASE("every damaged file is named, not only the first") {
+TEST_CASE("every damaged file is reported, not only the first") {
     Shelf shelf;
     shelf.folder.write(kFirmware, "damaged");
     shelf.folder.write(kTable600, "");
@@ -102,7 +102,7 @@ TEST_CASE("every damaged file is named, not only the first") {
     CHECK(offerText(shelf.archive.offer(shelf.product, kKey)) == "VK14 01.61, file damaged");
 }
 
-TEST_CASE("a firmware file that matches and is no S-record text cannot be installed either") {
+TEST_CASE("a firmware file that matches its digest but is not S-record text cannot be installed") {
     Shelf shelf;
     shelf.folder.write(kFirmware, "not an image");
     shelf.supplyDigests({kFirmware, kTable300, kTable600});
@@ -110,7 +110,7 @@ TEST_CASE("a firmware file that matches and is no S-record text cannot be instal
     CHECK(shelf.offered() == FirmwareOffer::State::damaged);
 }
 
-TEST_CASE("a file without a digest is a problem of its own") {
+TEST_CASE("a file without a digest is a separate problem") {
     Shelf shelf;
     shelf.supplyDigests({kTable300, kTable600});
     const ArchiveProblem problem = shelf.onlyProblem();
@@ -121,7 +121,7 @@ TEST_CASE("a file without a digest is a problem of its own") {
     CHECK(nameOfOfferState(shelf.offered()) == std::string("no digest"));
 }
 
-TEST_CASE("a digest file that is missing, damaged or no file is one problem, beside the files that are missing") {
+TEST_CASE("a digest file that is missing, damaged or not a file is one problem, in addition to missing files") {
     Shelf shelf;
     std::filesystem::remove(shelf.folder / kTable600);
     std::filesystem::remove(shelf.folder / kDigestFileName);
@@ -141,7 +141,7 @@ TEST_CASE("a digest file that is missing, damaged or no file is one problem, bes
     CHECK(shelf.onlyProblem().kind == Kind::digestsUnreadable);
 }
 
-TEST_CASE("a folder or a pipe in place of a file is a problem and keeps nobody waiting") {
+TEST_CASE("a folder or a pipe in place of a file is a problem and does not block") {
     Shelf shelf;
     for (const bool isPipe : {false, true}) {
         CAPTURE(isPipe);
@@ -158,7 +158,7 @@ TEST_CASE("a folder or a pipe in place of a file is a problem and keeps nobody w
     }
 }
 
-TEST_CASE("a file that cannot be read is named with the way to make it readable") {
+TEST_CASE("a file that cannot be read is reported with the command that makes it readable") {
     Shelf shelf;
     shelf.reader->results = {{kTable300, FileResult::unreadable}, {kFirmware, FileResult::unreadable}};
     const auto problems = shelf.problems();
@@ -169,7 +169,7 @@ TEST_CASE("a file that cannot be read is named with the way to make it readable"
     CHECK(offerText(shelf.archive.offer(shelf.product, kKey)) == "VK14 01.61, file cannot be read");
 }
 
-TEST_CASE("a folder that is not there is the only problem, and its name is told") {
+TEST_CASE("a missing archive folder is the only problem, and its name is reported") {
     const TemporaryFolder folder;
     const auto place = folder / "it's not here";
     const Bundle bundle({}, place);
@@ -181,7 +181,7 @@ TEST_CASE("a folder that is not there is the only problem, and its name is told"
     CHECK(remedyOf(problems[0]) == "Name the folder with the vendor's files: --firmware-archive DIR");
 }
 
-TEST_CASE("without any folder nothing is offered, and the working folder is not looked at") {
+TEST_CASE("without any folder no version is available, and the working directory is not read") {
     const Bundle bundle({}, {});
     FirmwareArchive archive(bundle);
     const auto problems = archive.problems(productWithID(kProductVK14), kKey);
@@ -190,7 +190,7 @@ TEST_CASE("without any folder nothing is offered, and the working folder is not 
     CHECK(archive.offer(*productWithID(kProductVK14), kKey).state == FirmwareOffer::State::missing);
 }
 
-TEST_CASE("what came with the program is put right by installing it again") {
+TEST_CASE("the remedy for the installed archive is to reinstall the program") {
     const TemporaryFolder resources;
     const Bundle bundle(resources.path, resources / "firmware");
     FirmwareArchive archive(bundle);
@@ -199,7 +199,7 @@ TEST_CASE("what came with the program is put right by installing it again") {
     CHECK(remedyOf(problems[0]) == "It came with this program: install the program again.");
 }
 
-TEST_CASE("a model without a row has no files, and that is its problem") {
+TEST_CASE("the problem of a model without a row is that it has no files") {
     Shelf shelf;
     const auto problems = shelf.archive.problems(nullptr, kKey);
     REQUIRE(problems.size() == 1);
@@ -207,7 +207,7 @@ TEST_CASE("a model without a row has no files, and that is its problem") {
     CHECK(describeProblem(problems[0]) == "There are no firmware files for this model.");
 }
 
-TEST_CASE("a command that is shown survives being copied, whatever the folder is called") {
+TEST_CASE("a displayed command can be copied, whatever the folder is called") {
     const TemporaryFolder folder;
     const auto place = folder / "it's here";
     std::filesystem::create_directory(place);

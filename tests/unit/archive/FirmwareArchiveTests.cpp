@@ -1,4 +1,4 @@
-// The archive of a run: every file is read once, and what is handed out is what was verified.
+// The archive of a run: every file is read once, and the returned contents are the verified ones.
 #include "archive/FirmwareArchive.h"
 
 #include "archive/KeyedDigest.h"
@@ -63,7 +63,7 @@ using State = ArchiveFile::State;
 
 } // namespace
 
-TEST_CASE("a row is verified in order, and every file is opened once, however often it is checked and handed out") {
+TEST_CASE("a row is verified in order, and every file is opened once, however often it is checked and returned") {
     Shelf shelf;
     const ArchiveCheck check = shelf.archive.check(shelf.product, kKey);
     CHECK(check.hasPassed);
@@ -83,21 +83,20 @@ TEST_CASE("a row is verified in order, and every file is opened once, however of
           std::map<std::string, int>{{kFirmware, 1}, {kTable300, 1}, {kTable600, 1}, {kDigestFileName, 1}});
 }
 
-TEST_CASE(
-    "a file that is replaced after the check changes nothing in what is handed out, and the next check refuses it") {
+TEST_CASE("replacing a file after the check does not change the returned contents, and the next check refuses it") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     shelf.folder.write("new", "another image");
     std::filesystem::rename(shelf.folder / "new", shelf.folder / kFirmware);
     CHECK(shelf.verified() == kImage);
     CHECK(shelf.forReading() == kImage);
-    CHECK(shelf.states() == std::vector<State>{State::differs}); // and ends there
+    CHECK(shelf.states() == std::vector<State>{State::differs}); // stops there
     CHECK(shelf.verified() == kImage);
     CHECK(shelf.forReading() == kImage);
     CHECK(shelf.reader->timesOpened(kFirmware) == 2);
 }
 
-TEST_CASE("a file that is cut or rewritten in place after the check is noticed by the next one") {
+TEST_CASE("a file that is truncated or rewritten in place after the check is detected by the next one") {
     for (const std::string& changed : {std::string("S006"), std::string("S00600004844521C\n")}) {
         CAPTURE(changed);
         Shelf shelf;
@@ -109,17 +108,17 @@ TEST_CASE("a file that is cut or rewritten in place after the check is noticed b
     }
 }
 
-TEST_CASE("a file that is swapped together with its digest is verified anew, and its new contents are handed out") {
+TEST_CASE("a file replaced together with its digest is verified again, and its new contents are returned") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     shelf.folder.write(kFirmware, "S9030000FC\n");
     shelf.supplyDigests();
-    CHECK(shelf.verified() == kImage); // until somebody has checked
+    CHECK(shelf.verified() == kImage); // until the next check
     CHECK(shelf.passes());
     CHECK(shelf.verified() == "S9030000FC\n");
 }
 
-TEST_CASE("two files that have swapped their names are refused") {
+TEST_CASE("two files with exchanged names are refused") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     std::filesystem::rename(shelf.folder / kTable300, shelf.folder / "kept");
@@ -130,7 +129,7 @@ TEST_CASE("two files that have swapped their names are refused") {
     CHECK(shelf.verified(kTable600) == "table 600");
 }
 
-TEST_CASE("a file that is swapped between the look at it and its opening is judged by what is read") {
+TEST_CASE("a file replaced between its check and its opening is judged by the contents that were read") {
     Shelf shelf;
     shelf.reader->beforeRead = [&](const std::string& name) {
         if (name == kTable600) shelf.folder.write(kTable600, "another table");
@@ -139,7 +138,7 @@ TEST_CASE("a file that is swapped between the look at it and its opening is judg
     CHECK(shelf.verified(kTable600) == "(none)");
 }
 
-TEST_CASE("a file with new times and the same contents is read again and stays the same object") {
+TEST_CASE("a file with new times and the same contents is read again and keeps its object") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     const auto before = shelf.archive.verifiedFile(kFirmware, kKey);
@@ -149,25 +148,25 @@ TEST_CASE("a file with new times and the same contents is read again and stays t
     CHECK(shelf.archive.verifiedFile(kFirmware, kKey) == before);
 }
 
-TEST_CASE("a file that has vanished is still handed out until a check has missed it, and to an upload even then") {
+TEST_CASE("a removed file is still returned until a check has missed it, and to an upload even after that") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     std::filesystem::remove(shelf.folder / kFirmware);
     CHECK(shelf.forReading() == kImage);
     CHECK(shelf.verified() == kImage);
-    CHECK(shelf.passes()); // by its tables
+    CHECK(shelf.passes()); // because of its tables
     CHECK(shelf.forReading() == "(none)");
     CHECK(shelf.verified() == kImage);
 }
 
-TEST_CASE("without any file a check does not pass, and its files are named as missing") {
+TEST_CASE("a check without any file does not pass, and its files are reported as missing") {
     Shelf shelf;
     for (const char* name : {kFirmware, kTable300, kTable600}) std::filesystem::remove(shelf.folder / name);
     CHECK_FALSE(shelf.passes());
     CHECK(shelf.states() == std::vector<State>(3, State::missing));
 }
 
-TEST_CASE("a file that nobody has checked is read as it is and never taken for a verified one") {
+TEST_CASE("an unchecked file is read as it is and never used as a verified one") {
     Shelf shelf;
     CHECK(shelf.verified() == "(none)");
     CHECK(shelf.forReading() == kImage);
@@ -179,7 +178,7 @@ TEST_CASE("a file that nobody has checked is read as it is and never taken for a
     CHECK(shelf.forReading("none.fw") == "(none)");
 }
 
-TEST_CASE("a digest file that is edited is read again: what matched before may not match now") {
+TEST_CASE("an edited digest file is read again: files that matched before may no longer match") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     shelf.folder.write(kDigestFileName, R"({"VK14 01.61.fw": "00"})");
@@ -191,7 +190,7 @@ TEST_CASE("a digest file that is edited is read again: what matched before may n
     CHECK(shelf.reader->timesOpened(kFirmware) == 1);
 }
 
-TEST_CASE("a digest that is supplied after its file was read lets the file be handed out") {
+TEST_CASE("a file whose digest is supplied after it was read is returned as verified") {
     Shelf shelf;
     std::filesystem::remove(shelf.folder / kDigestFileName);
     CHECK_FALSE(shelf.passes());
@@ -206,12 +205,12 @@ TEST_CASE("a damaged file that is repaired passes the next check") {
     shelf.folder.write(kTable600, "damaged");
     CHECK_FALSE(shelf.passes());
     CHECK_FALSE(shelf.passes());
-    CHECK(shelf.reader->timesOpened(kTable600) == 1); // a bad digest is remembered as well
+    CHECK(shelf.reader->timesOpened(kTable600) == 1); // the digest that did not match is remembered as well
     shelf.folder.write(kTable600, "table 600");
     CHECK(shelf.passes());
 }
 
-TEST_CASE("another key makes other digests, and files under one key are none under the other") {
+TEST_CASE("another key yields other digests, and a file verified under one key is not verified under another") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     CHECK_FALSE(shelf.archive.check(shelf.product, "Other").hasPassed);
@@ -219,7 +218,7 @@ TEST_CASE("another key makes other digests, and files under one key are none und
     CHECK(shelf.passes());
 }
 
-TEST_CASE("files that cannot be read are passed over by a check, and too large ones never match") {
+TEST_CASE("a check skips files that cannot be read, and too large ones never match") {
     Shelf shelf;
     shelf.reader->results = {{kFirmware, FileResult::unreadable}, {kTable300, FileResult::notAFile}};
     CHECK(shelf.states() == std::vector<State>{State::unreadable, State::notAFile, State::matches});
@@ -228,7 +227,7 @@ TEST_CASE("files that cannot be read are passed over by a check, and too large o
     CHECK(shelf.states() == std::vector<State>{State::differs});
 }
 
-TEST_CASE("a survey looks at every file, also after one that differs") {
+TEST_CASE("a survey checks every file, also after one that differs") {
     Shelf shelf;
     shelf.folder.write(kFirmware, "damaged");
     const ArchiveCheck survey = shelf.archive.survey(shelf.product, kKey);
@@ -252,7 +251,7 @@ TEST_CASE("a file that is not in the archive is found among the resources") {
     CHECK(check.files[2].path == resources / kTable600);
 }
 
-TEST_CASE("the padded copy and the verdict on an image are made once and shared") {
+TEST_CASE("the padded copy and the S-record check of an image are made once and shared") {
     Shelf shelf;
     REQUIRE(shelf.passes());
     const auto image = shelf.archive.verifiedFile(kFirmware, kKey);
@@ -260,7 +259,7 @@ TEST_CASE("the padded copy and the verdict on an image are made once and shared"
     CHECK(image->padded() == image->padded());
     CHECK(image->isSRecordText());
     const FirmwareFile whole(dataFromText("12345678"));
-    CHECK(whole.padded() == whole.contents()); // nothing is copied where nothing is padded
+    CHECK(whole.padded() == whole.contents()); // no copy without padding
     CHECK_FALSE(whole.isSRecordText());
 }
 

@@ -1,4 +1,4 @@
-// What is fixed about each model.
+// The fixed data of each model.
 #include "archive/ProductTable.h"
 
 #include <doctest/doctest.h>

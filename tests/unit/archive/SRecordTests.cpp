@@ -15,12 +15,12 @@ bool isValid(const std::string& text) {
 constexpr const char* kHeader = "S00600004844521B";
 } // namespace
 
-TEST_CASE("a header record with the right checksum is valid and with another is not") {
+TEST_CASE("a header record is valid only with the right checksum") {
     CHECK(isValid("S00600004844521B"));
     CHECK(isValid("S00600004844521C") == false);
 }
 
-TEST_CASE("a record type without anything behind it is invalid") {
+TEST_CASE("a record type without further characters is invalid") {
     for (const char* line : {"S1", "S", "S10", "S1000", "S100FF"}) {
         CAPTURE(line);
         CHECK(isValid(line) == false);
@@ -57,7 +57,7 @@ TEST_CASE("empty data is invalid, and a single NUL is one empty line") {
     CHECK(isValid("\n\n"));
 }
 
-TEST_CASE("what stands behind the first NUL is not looked at") {
+TEST_CASE("characters after the first NUL are ignored") {
     Data data = dataFromText(kHeader);
     data.push_back(0);
     data.push_back('x');
@@ -70,14 +70,14 @@ TEST_CASE("text that is not UTF-8 is invalid") {
     CHECK(verifySRecData(data) == false);
 }
 
-TEST_CASE("the first bad line is named with its number and the reason") {
+TEST_CASE("the first invalid line is reported with its number and the reason") {
     const auto fault = findSRecordFault(dataFromText(std::string(kHeader) + "\nS00600004844521C\nS1"));
     REQUIRE(fault);
     CHECK(fault->line == 2);
     CHECK(fault->reason == "does not match its checksum");
 }
 
-TEST_CASE("a file is checked by its path and by its URL, and one that is not there is invalid") {
+TEST_CASE("a file is checked by its path and by its URL, and a missing file is invalid") {
     TemporaryFolder folder;
     const auto file = folder.write("a.fw", kHeader);
     CHECK(verifyMotorolaSFile(file));
@@ -85,14 +85,14 @@ TEST_CASE("a file is checked by its path and by its URL, and one that is not the
     CHECK(verifyMotorolaSFile(file.string() + ".not-there") == false);
 }
 
-TEST_CASE("the percent escapes of a file's URL stand for bytes of its path") {
+TEST_CASE("the percent escapes of a file's URL are bytes of its path") {
     TemporaryFolder folder;
     const auto file = folder.write("VK14 01.61 100%\xC3\xA4#1.fw", kHeader);
     const std::string url = "file://" + folder.path.string();
     CHECK(verifyMotorolaSFile(url + "/VK14%2001.61%20100%25%C3%A4%231.fw"));
     CHECK(verifyMotorolaSFile(url + "/VK14%2001.61%20100%25%c3%a4%231.fw"));
     CHECK(verifyMotorolaSFile("file://localhost" + folder.path.string() + "/VK14%2001.61%20100%25%C3%A4%231.fw"));
-    CHECK(verifyMotorolaSFile(file)); // in a path a percent sign is one
+    CHECK(verifyMotorolaSFile(file)); // in a path a percent sign is literal
     CHECK(verifyMotorolaSFile("file://" + file.string()) == false);
     folder.write("a.fw", kHeader);
     for (const char* wrong : {"/a.fw%", "/a.fw%0", "/a.fw%zz", "/a.fw%00"}) {
@@ -101,7 +101,7 @@ TEST_CASE("the percent escapes of a file's URL stand for bytes of its path") {
     }
 }
 
-TEST_CASE("padding fills up to a multiple of four and leaves the rest alone") {
+TEST_CASE("padding fills up to a multiple of four and changes no other byte") {
     HOLVEN_Log::setShouldLogToStdErr(false);
     CHECK(paddedData({1, 2, 3, 4, 5}) == Data{1, 2, 3, 4, 5, 0, 0, 0});
     CHECK(paddedData(Data(8, 1)) == Data(8, 1));
@@ -123,7 +123,7 @@ TEST_CASE("a line of \"S1\" alone is invalid") {
     CHECK_FALSE(verifySRecData(dataFromText("S1")));
 }
 
-TEST_CASE("padding and the checksum tell their numbers in the log") {
+TEST_CASE("padding and the checksum log their numbers") {
     std::string logged;
     HOLVEN_Log::Outside outside = HOLVEN_Log::systemOutside();
     outside.standardError = [&logged](const std::string& text) { logged += text; };

@@ -1,4 +1,4 @@
-// What the helpers say of the machine: on a host with known answers, and on this one.
+// Host information: of a host with known answers, and of this machine.
 #include "holven_Base/HOLVEN_Base.h"
 #include "holven_Base/HOLVEN_NSObjectAdditions.h"
 #include "holven_Base/HostProbe.h"
@@ -14,7 +14,7 @@ using namespace zul;
 
 namespace {
 
-// A host with known answers in place of this machine.
+// Replaces this machine by a host with known answers.
 struct HostLab {
     HostLab() {
         probe.pageSize = [] { return std::optional<std::uint64_t>(16384); };
@@ -50,26 +50,26 @@ int openDescriptors() {
 
 } // namespace
 
-TEST_CASE("free memory is given in pages, bytes and whole mebibytes") {
+TEST_CASE("free memory is reported in pages, bytes and whole mebibytes") {
     HostLab lab;
     CHECK(HOLVEN_Base::vmStats() == HOLVEN_Base::VMStats{{"freePages", 1000}, {"freeBytes", 16384000}, {"freeMB", 15}});
 }
 
-TEST_CASE("a host that refuses its page size has pages of 4096 bytes") {
+TEST_CASE("the page size of a host that refuses the query is 4096 bytes") {
     HostLab lab;
     lab.probe.pageSize = [] { return std::optional<std::uint64_t>(); };
     lab.use();
     CHECK(HOLVEN_Base::vmStats()->at("freeBytes") == 4096000);
 }
 
-TEST_CASE("free memory beyond four gibibytes is counted in full") {
+TEST_CASE("free memory beyond four gibibytes is not truncated") {
     HostLab lab;
     lab.probe.vmStatistics = [] { return std::vector<std::uint32_t>{0xFFFFFFFF, 0, 0, 0}; };
     lab.use();
     CHECK(HOLVEN_Base::vmStats()->at("freeBytes") == 0xFFFFFFFFULL * 16384);
 }
 
-TEST_CASE("a host with fewer than four counters gives no free memory") {
+TEST_CASE("a host with fewer than four counters reports no free memory") {
     HostLab lab;
     lab.probe.vmStatistics = [] { return std::vector<std::uint32_t>{1000, 1, 2}; };
     lab.use();
@@ -108,7 +108,7 @@ TEST_CASE("the banner begins with 80 carets and a line feed and ends without one
           std::string(80, '^') + "\nlab starting up\n" + HOLVEN_Base::systemVersionInfo());
 }
 
-TEST_CASE("this machine gives its memory, processors and system") {
+TEST_CASE("this machine reports its memory, processors and system") {
     HostProbe::setCurrent(HostProbe::system());
     const auto statistics = HOLVEN_Base::vmStats();
     REQUIRE(statistics);
@@ -120,7 +120,7 @@ TEST_CASE("this machine gives its memory, processors and system") {
     CHECK(HostProbe::current().processName() == "unit_tests");
 }
 
-TEST_CASE("a temporary file without a descriptor asked for leaves none open") {
+TEST_CASE("a temporary file without a requested descriptor leaves none open") {
     HostLab lab;
     const TemporaryFolder folder;
     lab.setTemporaryFolder(folder.path.string());
@@ -134,7 +134,7 @@ TEST_CASE("a temporary file without a descriptor asked for leaves none open") {
     CHECK((info.st_mode & 0777) == 0600);
 }
 
-TEST_CASE("a temporary file with a descriptor asked for leaves exactly one open") {
+TEST_CASE("a temporary file with a requested descriptor leaves exactly one open") {
     HostLab lab;
     const TemporaryFolder folder;
     lab.setTemporaryFolder(folder.path.string());
@@ -147,7 +147,7 @@ TEST_CASE("a temporary file with a descriptor asked for leaves exactly one open"
     ::close(descriptor);
 }
 
-TEST_CASE("a temporary file that cannot be made is logged and answered as its template") {
+TEST_CASE("for a temporary file that cannot be created the template is returned, and the error is logged") {
     HostLab lab;
     LogCapture capture;
     const TemporaryFolder folder;
@@ -160,14 +160,14 @@ TEST_CASE("a temporary file that cannot be made is logged and answered as its te
                                                         "/XXXXXXXXXXXXXXXX (Error 2: No such file or directory)"});
 }
 
-TEST_CASE("without a folder named in the environment temporary files go to the system's") {
+TEST_CASE("without a folder in the environment, temporary files are created in the system's folder") {
     HostLab lab;
     const std::string path = HOLVEN_Base::safeTempFile(nullptr);
     CHECK(std::filesystem::path(path).parent_path() == "/tmp");
     std::filesystem::remove(path);
 }
 
-TEST_CASE("a standard folder is looked for in the domains of the mask, the user's first, tilde and all") {
+TEST_CASE("a standard folder is searched in the domains of the mask, the user's first, with its tilde") {
     CHECK(HOLVEN_Base::firstFoundDirectoryType(StandardFolder::caches, 0) == "~/.cache");
     CHECK(HOLVEN_Base::firstFoundDirectoryType(StandardFolder::caches, kAllDomains) == "~/.cache");
     CHECK(HOLVEN_Base::firstFoundDirectoryType(StandardFolder::caches, kSystemDomain) == "/var/cache");
@@ -176,14 +176,14 @@ TEST_CASE("a standard folder is looked for in the domains of the mask, the user'
     CHECK_FALSE(HOLVEN_Base::firstFoundDirectoryType(StandardFolder::desktop, kNetworkDomain));
 }
 
-TEST_CASE("the program's own path is logged three times and answered") {
+TEST_CASE("the program's own path is logged three times and returned") {
     HostLab lab;
     LogCapture capture;
     CHECK(pathToSelf() == "/opt/lab");
     CHECK(capture.systemLog == std::vector<std::string>(3, "2010-04-23tavik pathToSelf will return: /opt/lab"));
 }
 
-TEST_CASE("a system that does not give the program's path gets no answer and no lines") {
+TEST_CASE("a system that does not report the program's path yields no path and no log lines") {
     HostLab lab;
     LogCapture capture;
     lab.probe.executablePath = [] { return std::optional<std::string>(); };

@@ -1,4 +1,4 @@
-// The log facility: lines, levels, observers, the log file and its rolling. Each test has a log state of its own.
+// The log facility: lines, levels, observers, the log file and its rolling. Each test has a separate log state.
 #include "holven_log/HOLVEN_Log.h"
 #include "support/LogCapture.h"
 #include "support/TemporaryFolder.h"
@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// The log with an outside of its own: a fixed time, and everything it does written down.
+// The log with replaced system calls: a fixed time, and recorded output.
 struct LogLab {
     LogLab() {
         HOLVEN_Log::Outside outside;
@@ -40,7 +40,7 @@ struct LogLab {
         HOLVEN_Log::reset(outside);
     }
 
-    // The pending text, which shows when a file is opened.
+    // The text kept in memory, which is written when a file is opened.
     std::string fileText() {
         const auto file = folder / "lab.log";
         HOLVEN_Log::setLogFile(file.string());
@@ -95,21 +95,21 @@ TEST_CASE("a level without a name is tagged and prefixed as debug") {
 TEST_CASE("a line in the file carries date, time with milliseconds and zone in brackets") {
     LogLab lab;
     const std::string stamp = HOLVEN_Log::logDateString();
-    // Whatever the zone of this machine: the month, the milliseconds and the shape are the same.
+    // In any zone of this machine, the month, the milliseconds and the length are the same.
     REQUIRE(stamp.size() == std::string("[2026/06/15 12:00:00.123 +0000]").size());
     CHECK(stamp.substr(0, 9) == "[2026/06/");
     CHECK(stamp.substr(20, 5) == ".123 ");
     CHECK(stamp.back() == ']');
 }
 
-TEST_CASE("the application's name is in file lines when asked for") {
+TEST_CASE("the application's name is in file lines if requested") {
     LogLab lab;
     HOLVEN_Log::setShouldLogAppName(true);
     HOLVEN_Log::err("text");
     CHECK(lab.fileText() == "E " + HOLVEN_Log::logDateString() + " lab: text\n");
 }
 
-TEST_CASE("with mirroring off and no file open nothing is recorded, not even in memory") {
+TEST_CASE("without standard error and without an open file no line is recorded, not even in memory") {
     LogLab lab;
     HOLVEN_Log::err("before");
     HOLVEN_Log::setShouldLogToStdErr(false);
@@ -127,7 +127,7 @@ TEST_CASE("lines go to the file once it is open") {
     CHECK(TemporaryFolder::read(lab.folder / "lab.log") == line("E", "after"));
 }
 
-TEST_CASE("a message of several lines is logged line by line, a line end at the end as an empty line") {
+TEST_CASE("a message of several lines is logged line by line, and a trailing line end as an empty line") {
     LogLab lab;
     HOLVEN_Log::debug("one\ntwo\n");
     CHECK(lab.standardError == "DEBUG: lab: one\nDEBUG: lab: two\nDEBUG: lab: \n");
@@ -166,7 +166,7 @@ TEST_CASE("an observer receives each line with the log file's path") {
     LogLab lab;
     std::vector<LogNotification> received;
     const auto observer = HOLVEN_Log::addObserver([&](const LogNotification& update) { received.push_back(update); });
-    HOLVEN_Log::err("unheard"); // off at the start
+    HOLVEN_Log::err("unheard"); // notification is off at the start
     HOLVEN_Log::setShouldNotifyForLogUpdates(true);
     HOLVEN_Log::err("first");
     const std::string path = (lab.folder / "lab.log").string();
@@ -194,7 +194,7 @@ TEST_CASE("an observer may log itself") {
     CHECK(lab.standardError == "ERROR: question\nERROR: answer\n");
 }
 
-TEST_CASE("a fatal error is logged, then the thread sleeps without end, with exit status 1 after it") {
+TEST_CASE("a fatal error is logged, then the thread sleeps for ever, followed by exit status 1") {
     LogLab lab;
     HOLVEN_Log::fatal("broken");
     CHECK(lab.standardError == "ERROR: broken\n");
@@ -233,12 +233,12 @@ TEST_CASE("a hex dump of no bytes logs no line") {
     CHECK(lab.standardError.empty());
 }
 
-TEST_CASE("bytes as hex text have a blank after each of them") {
+TEST_CASE("bytes as hex text have a space after each byte") {
     CHECK(HOLVEN_Log::asciiHexForData({0x1B, 0x50, 0x00}) == "1b 50 00 ");
     CHECK(HOLVEN_Log::asciiHexForData({}).empty());
 }
 
-TEST_CASE("opening the log file makes its folders, sets its rights and answers yes once") {
+TEST_CASE("opening the log file creates its folders, sets its permissions and returns true once") {
     LogLab lab;
     HOLVEN_Log::err("kept");
     const auto file = lab.folder / "deep/er/app.log";
@@ -249,7 +249,7 @@ TEST_CASE("opening the log file makes its folders, sets its rights and answers y
     CHECK(lab.reopened.empty());
 }
 
-TEST_CASE("a second log file is noted but lines keep going to the first") {
+TEST_CASE("a second log file is stored but lines still go to the first") {
     LogLab lab;
     const auto first = lab.folder / "first.log";
     const auto second = lab.folder / "second.log";
@@ -264,18 +264,18 @@ TEST_CASE("a second log file is noted but lines keep going to the first") {
     CHECK(object == second.string());
 }
 
-TEST_CASE("what is given as the log and is not a regular file keeps its rights") {
+TEST_CASE("a log file that is not a regular file keeps its permissions") {
     LogLab lab;
     const std::string pipe = (lab.folder / "pipe").string();
     REQUIRE(::mkfifo(pipe.c_str(), 0600) == 0);
-    const int reader = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC); // so that nobody waits for one
+    const int reader = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC); // so that opening it does not wait for a reader
     REQUIRE(reader >= 0);
     CHECK(HOLVEN_Log::setLogFile(pipe));
     CHECK(rightsOf(pipe) == 0600);
     ::close(reader);
 }
 
-TEST_CASE("an old log that is not a regular file keeps its rights") {
+TEST_CASE("an old log that is not a regular file keeps its permissions") {
     LogLab lab;
     const auto file = lab.folder.write("app.log", "text\n");
     const std::string old = (lab.folder / "sink").string();
@@ -288,7 +288,7 @@ TEST_CASE("an old log that is not a regular file keeps its rights") {
     CHECK(rightsOf(old) == 0600);
 }
 
-TEST_CASE("without mirroring, opening the log file sends standard error into it") {
+TEST_CASE("if standard error is off, opening the log file redirects standard error into it") {
     LogLab lab;
     HOLVEN_Log::setShouldLogToStdErr(false);
     const std::string path = (lab.folder / "app.log").string();
@@ -296,12 +296,12 @@ TEST_CASE("without mirroring, opening the log file sends standard error into it"
     CHECK(lab.reopened == std::vector{path});
 }
 
-TEST_CASE("the path of the log file is used as it is given, also through a link and back") {
+TEST_CASE("the path of the log file is not simplified, so that links keep their meaning") {
     LogLab lab;
     std::filesystem::create_directories(lab.folder / "far/away");
     std::filesystem::create_directory_symlink(lab.folder / "far/away", lab.folder / "link");
     CHECK(HOLVEN_Log::setLogFile((lab.folder / "link/../app.log").string()));
-    CHECK(std::filesystem::exists(lab.folder / "far/app.log")); // where the system finds that path
+    CHECK(std::filesystem::exists(lab.folder / "far/app.log")); // the file to which the system resolves that path
     CHECK_FALSE(std::filesystem::exists(lab.folder / "app.log"));
 }
 
@@ -322,7 +322,7 @@ TEST_CASE("a log file that cannot be opened is reported in the log") {
           "DEBUG: lab: Failed to open log file at " + lab.folder.path.string() + "; error 21 \"Is a directory\"\n");
 }
 
-TEST_CASE("a folder that cannot be made is reported in the system log") {
+TEST_CASE("a folder that cannot be created is reported in the system log") {
     LogLab lab;
     const std::string path = lab.folder.write("plain", "").string() + "/app.log";
     CHECK_FALSE(HOLVEN_Log::setLogFile(path));
@@ -335,7 +335,7 @@ TEST_CASE("no path opens no log file") {
     CHECK(lab.standardError.empty());
 }
 
-TEST_CASE("a file of exactly the limit is rolled, one byte less is not") {
+TEST_CASE("a file of exactly the limit is rolled, a shorter one is not") {
     LogLab lab;
     const auto file = lab.folder.write("app.log", "0123456789");
     HOLVEN_Log::rollLogFile(file.string(), std::nullopt, 11);
@@ -360,7 +360,7 @@ TEST_CASE("the usual limit for rolling is one mebibyte") {
     CHECK(sizeOf(large) == 0);
 }
 
-TEST_CASE("rolling appends to the old file, which is named after the extension or as given") {
+TEST_CASE("rolling appends to the old file, which is named after the extension or explicitly") {
     LogLab lab;
     const auto plain = lab.folder.write("plain", "new\n");
     lab.folder.write("plain_old.log", "old\n");
@@ -371,7 +371,7 @@ TEST_CASE("rolling appends to the old file, which is named after the extension o
     CHECK(TemporaryFolder::read(lab.folder / "named") == "new\n");
 }
 
-TEST_CASE("rolling into an old file of 10 MiB keeps whole lines only and starts at one") {
+TEST_CASE("rolling into an old file of 10 MiB keeps only whole lines") {
     LogLab lab;
     std::string old;
     while (old.size() < 0xA00000) old += "line " + std::to_string(old.size()) + '\n';
@@ -395,7 +395,7 @@ TEST_CASE("rolling keeps all 10 MiB when a line begins exactly there") {
     CHECK(TemporaryFolder::read(lab.folder / "app_old.log") == lines);
 }
 
-TEST_CASE("an over-long old text without a line end is dropped as a whole") {
+TEST_CASE("a too long old text without a line end is dropped as a whole") {
     LogLab lab;
     const auto file = lab.folder.write("app.log", std::string(0xA00001, 'x'));
     HOLVEN_Log::rollLogFile(file.string(), std::nullopt, 1);
@@ -426,7 +426,7 @@ TEST_CASE("opening a log file that has grown rolls it first") {
     CHECK(sizeOf(lab.folder / "app_old.log") == 0x100000);
 }
 
-TEST_CASE("a log file in the home folder is made, rolled and opened at the same place") {
+TEST_CASE("a log file in the home folder is created, rolled and opened at the same place") {
     LogLab lab;
     const std::string home = std::getenv("HOME") == nullptr ? "" : std::getenv("HOME");
     ::setenv("HOME", lab.folder.path.c_str(), /*overwrite=*/1);
@@ -445,7 +445,7 @@ TEST_CASE("a log whose name ends with a point is rolled into one with the usual 
     CHECK(TemporaryFolder::read(lab.folder / "app_old.log") == "line\n");
 }
 
-TEST_CASE("lines of several threads stay whole") {
+TEST_CASE("lines of several threads do not mix") {
     LogLab lab;
     const auto file = lab.folder / "lab.log";
     HOLVEN_Log::setLogFile(file.string());
@@ -473,9 +473,9 @@ TEST_CASE("an address with a trailing blank is rejected") {
     CHECK_FALSE(HOLVEN_Log::validateEmailAddress("jane@example.org "));
 }
 
-TEST_CASE("quoted local parts and bracketed addresses are accepted, halves of addresses are not") {
+TEST_CASE("quoted local parts and bracketed addresses are accepted, incomplete addresses are not") {
     LogCapture capture;
-    CHECK(HOLVEN_Log::validateEmailAddress("\"jane doe\"@example.org") == false); // a blank is not quotable
+    CHECK(HOLVEN_Log::validateEmailAddress("\"jane doe\"@example.org") == false); // a blank must not be quoted
     CHECK(HOLVEN_Log::validateEmailAddress("\"jane!doe\"@example.org"));
     CHECK(HOLVEN_Log::validateEmailAddress("jane@[192.168.0.1]"));
     CHECK_FALSE(HOLVEN_Log::validateEmailAddress("jane@[192.168.0.256]"));

@@ -1,4 +1,4 @@
-// The engine's reading of strings, device IDs and descriptors, against a scripted handle.
+// Reading of strings, device IDs and descriptors, with a scripted handle.
 #include "Classes/USBInterfaceHelpers.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedInterface.h"
@@ -28,7 +28,7 @@ Data languageTable(std::initializer_list<std::uint8_t> entries) {
     return bytes;
 }
 
-// What a string descriptor of these bytes reads as.
+// The result of reading a string descriptor of these bytes.
 struct StringRead {
     explicit StringRead(Data descriptor) {
         ScriptedInterface device;
@@ -40,7 +40,7 @@ struct StringRead {
     std::optional<std::string> text;
 };
 
-// The language that is asked for after this table.
+// The language of the string request after this table.
 std::uint16_t languageAfter(Data table, IOReturn code = kIOReturnSuccess) {
     ScriptedInterface device;
     device.expectControlRequestTO(getDescriptor(kLanguages)).returns(std::move(table), code);
@@ -61,7 +61,7 @@ TEST_CASE("the device descriptor is one standard request with time-outs of 100 m
     CHECK(device.traffic() == std::vector<std::string>{"ControlRequestTO 80 06 0100 0000, 18 bytes, 100/100 ms"});
 }
 
-TEST_CASE("a device descriptor asked for with a null or without length is a bad argument, and logged") {
+TEST_CASE("a device descriptor read without a buffer or length is a bad argument, and logged") {
     ScriptedInterface device;
     LogCapture capture;
     Data buffer(18);
@@ -72,7 +72,7 @@ TEST_CASE("a device descriptor asked for with a null or without length is a bad 
           std::vector<std::string>(3, "Passed a NULL pointer or zero length into usbInterfaceGetDeviceDescriptor.\n"));
 }
 
-TEST_CASE("the string indices come from the device descriptor, each only when asked for") {
+TEST_CASE("the string indices come from the device descriptor, each only if requested") {
     ScriptedInterface device;
     device.answerByDefault();
     device.setDescriptor(kDeviceDescriptor, deviceDescriptor(4, 5, 6));
@@ -86,7 +86,7 @@ TEST_CASE("the string indices come from the device descriptor, each only when as
     CHECK(usbInterfaceGetiDeviceIndices(&device, nullptr, nullptr, nullptr) == kIOReturnSuccess);
 }
 
-TEST_CASE("without an interface the string indices are refused, and those that were asked for are 0") {
+TEST_CASE("without an interface the string indices are refused, and the requested ones are 0") {
     std::uint8_t manufacturer = 9;
     std::uint8_t product = 9;
     std::uint8_t serialNumber = 9;
@@ -111,7 +111,7 @@ TEST_CASE("a device descriptor of 8 instead of 18 bytes is an underrun and all t
     CHECK(serialNumber == 0);
 }
 
-TEST_CASE("a failed request's own code is answered, whatever its length") {
+TEST_CASE("the code of a failed request is returned, whatever its length") {
     ScriptedInterface device;
     device.expectControlRequestTO(getDescriptor(kDeviceDescriptor)).returns(kIOUSBPipeStalled);
     std::uint8_t product = 9;
@@ -130,7 +130,7 @@ TEST_CASE("a string is two requests, languages and text, with time-outs of 1 and
                                                        "ControlRequestTO 80 06 0303 0409, 256 bytes, 1/0 ms"});
 }
 
-TEST_CASE("a string asked for with a null or index 0 is a bad argument, logged, and changes nothing") {
+TEST_CASE("a string request without a buffer or with index 0 is a bad argument, logged, and changes no output") {
     ScriptedInterface device;
     LogCapture capture;
     std::optional<std::string> text = "before";
@@ -143,7 +143,7 @@ TEST_CASE("a string asked for with a null or index 0 is a bad argument, logged, 
         std::vector<std::string>(3, "Passed a NULL pointer or zero index into usbInterfaceGetDescriptorStringCopy.\n"));
 }
 
-TEST_CASE("a table in the standard order answers with its first language") {
+TEST_CASE("a table in the standard order yields its first language") {
     CHECK(languageAfter(languageTable({0x09, 0x04})) == 0x0409);
     CHECK(languageAfter(languageTable({0x07, 0x04, 0x09, 0x04})) == 0x0407);
 }
@@ -159,24 +159,24 @@ TEST_CASE("without a readable language table the language is 0") {
     CHECK(languageAfter({4, 3, 9}) == 0);
 }
 
-TEST_CASE("a language table that claims 255 bytes is read no further than the buffer") {
+TEST_CASE("a language table that announces 255 bytes is read no further than the buffer") {
     Data table(256, 0x01);
     table[0] = 0xFF;
     CHECK(languageAfter(table) == 0x0101);
 }
 
-TEST_CASE("a string descriptor of its header only yields no string") {
+TEST_CASE("a string descriptor without characters yields no string") {
     const StringRead read({2, 3});
     CHECK(read.code == kIOReturnSuccess);
     CHECK_FALSE(read.text);
 }
 
-TEST_CASE("zero code units at the end of a string are lost") {
+TEST_CASE("zero code units at the end of a string are dropped") {
     CHECK(StringRead({6, 3, 0x41, 0x00, 0x00, 0x00}).text == "A");
     CHECK_FALSE(StringRead({6, 3, 0x00, 0x00, 0x00, 0x00}).text);
 }
 
-TEST_CASE("a last character whose low byte is zero is lost, too") {
+TEST_CASE("a last character whose low byte is zero is dropped, too") {
     CHECK(StringRead({6, 3, 0x41, 0x00, 0x00, 0x01}).text == "A");
 }
 
@@ -184,16 +184,16 @@ TEST_CASE("a string of odd length loses its last byte") {
     CHECK(StringRead({5, 3, 0x41, 0x00, 0x42}).text == "A");
 }
 
-TEST_CASE("a string shorter than its header says ends where its bytes do") {
+TEST_CASE("a string shorter than announced ends with its bytes") {
     CHECK(StringRead({0xFF, 3, 0x41, 0x00}).text == "A");
 }
 
-TEST_CASE("a string descriptor that says 0 or 1 byte yields no string") {
+TEST_CASE("a string descriptor that announces 0 or 1 byte yields no string") {
     CHECK_FALSE(StringRead({0, 3, 0x41, 0x00}).text);
     CHECK_FALSE(StringRead({1, 3, 0x41, 0x00}).text);
 }
 
-TEST_CASE("a failed string request clears the string and answers its code") {
+TEST_CASE("a failed string request clears the string and returns its code") {
     ScriptedInterface device;
     device.answerByDefault();
     std::optional<std::string> text = "before";
@@ -230,7 +230,7 @@ TEST_CASE("a device whose serial-number index is 0 gets the synthetic serial num
                                             "GetDeviceReleaseNumber"});
 }
 
-TEST_CASE("a serial-number string that cannot be read is reported and made up") {
+TEST_CASE("a serial-number string that cannot be read is reported and replaced by the synthetic one") {
     ScriptedInterface device;
     LogCapture capture;
     device.answerByDefault();
@@ -242,7 +242,7 @@ TEST_CASE("a serial-number string that cannot be read is reported and made up") 
           std::vector<std::string>{"ERROR: usbInterfaceGetDescriptorStringCopy returned [-536854449]\n"});
 }
 
-TEST_CASE("a truncated serial-number string without text is reported, and a serial number is made up") {
+TEST_CASE("a truncated serial-number string without text is reported and replaced by the synthetic one") {
     ScriptedInterface device;
     LogCapture capture;
     device.expectControlRequestTO(getDescriptor(kDeviceDescriptor)).returns(deviceDescriptor(1, 2, 3));
@@ -257,7 +257,7 @@ TEST_CASE("a truncated serial-number string without text is reported, and a seri
     CHECK(text == "2A7100030100;*LOC:14100000");
 }
 
-TEST_CASE("indices that cannot be read are logged, and the serial number is made up") {
+TEST_CASE("indices that cannot be read are logged, and the serial number is the synthetic one") {
     ScriptedInterface device;
     LogCapture capture;
     device.answerByDefault();
@@ -267,7 +267,7 @@ TEST_CASE("indices that cannot be read are logged, and the serial number is made
     CHECK(capture.hasLogged("usbInterfaceGetiDeviceIndices returned kIOUSBPipeStalled [e000404f]\n"));
 }
 
-TEST_CASE("the first value that cannot be had for a synthetic serial number is named and ends it") {
+TEST_CASE("the first unavailable value of a synthetic serial number is reported and ends its creation") {
     const std::vector<std::string> calls{"GetDeviceVendor", "GetDeviceProduct", "GetLocationID",
                                          "GetDeviceReleaseNumber"};
     for (std::size_t failing = 0; failing < calls.size(); ++failing) {
@@ -286,7 +286,7 @@ TEST_CASE("the first value that cannot be had for a synthetic serial number is n
     }
 }
 
-TEST_CASE("a serial number asked for with a null is a bad argument and clears the string") {
+TEST_CASE("a serial number request without a result pointer is a bad argument and clears the string") {
     ScriptedInterface device;
     std::optional<std::string> text = "before";
     CHECK(usbInterfaceCreateSerialNumberString(nullptr, &text) == kIOReturnBadArgument);
@@ -307,7 +307,7 @@ TEST_CASE("resetting a device opens and re-enumerates it and does not close it")
     CHECK(capture.systemLog[1].starts_with("ReEnumerating USB device [0x"));
 }
 
-TEST_CASE("a device that cannot be had is reported on standard error and not reset") {
+TEST_CASE("a missing device handle is reported on standard error, and the device is not reset") {
     ScriptedInterface device;
     LogCapture capture;
     device.expectGetDevice().returns(kIOReturnNoResources);
@@ -357,11 +357,11 @@ TEST_CASE("the plain cut ignores case, the other one as its options say") {
                                                                            Marks::excluded));
 }
 
-TEST_CASE("the terminator is looked for after the prefix") {
+TEST_CASE("the terminator is searched after the prefix") {
     CHECK(TBCFStringCreateSubstringFromPrefixToTerminator(";a:;", "a:", ";") == "");
 }
 
-TEST_CASE("swapping the bytes of 16 bits twice gives them back") {
+TEST_CASE("swapping the bytes of 16 bits twice restores them") {
     CHECK(OSSwapInt16(0x1234) == 0x3412);
     CHECK(OSSwapInt16(OSSwapInt16(0xFF00)) == 0xFF00);
 }

@@ -1,10 +1,10 @@
-// The alert routine and the waits, by themselves.
+// The alert routine and the waits, without a whole update.
 #include "Bench.h"
 
 using namespace zul;
 using namespace zul::test;
 
-TEST_CASE("an alert with neither title nor message is not shown and answers nobody") {
+TEST_CASE("an alert with neither title nor message is not shown and calls no completion") {
     Bench bench;
     bench.inlinePrinter();
     int answers = 0;
@@ -15,7 +15,7 @@ TEST_CASE("an alert with neither title nor message is not shown and answers nobo
     CHECK(answers == 0);
 }
 
-TEST_CASE("a missing title reads Alert, and missing buttons are one OK") {
+TEST_CASE("a missing title becomes Alert, and missing buttons one OK") {
     Bench bench;
     bench.inlinePrinter()->showAlertWithTitle(std::nullopt, std::nullopt, std::nullopt, {});
     bench.printer->showCustomAlertWithTitle({.informativeText = "m"});
@@ -31,7 +31,7 @@ TEST_CASE("a missing title reads Alert, and missing buttons are one OK") {
     CHECK(bench.alerts.shown[1].informativeText == "m");
 }
 
-TEST_CASE("an alert is posted, not shown on the spot") {
+TEST_CASE("an alert is posted, not shown synchronously") {
     Bench bench;
     bench.inlinePrinter()->showAlertWithTitle("t", "m", std::vector<std::string>{"A", "B"}, {});
     CHECK(bench.alerts.shown.empty());
@@ -40,7 +40,7 @@ TEST_CASE("an alert is posted, not shown on the spot") {
     CHECK(bench.log.has("showCustomAlertWithTitle:message:buttonTitles:accessoryView:alertStyle:customLayout:"));
 }
 
-TEST_CASE("the earlier form of the alert shows the same") {
+TEST_CASE("the older form of the alert shows the same") {
     Bench bench;
     bench.inlinePrinter()->old_showAlertWithTitle(std::nullopt, "m", std::nullopt, {});
     bench.settle();
@@ -86,7 +86,7 @@ TEST_CASE("a tick in an earlier agreement of the printer does not enable the nex
     bench.inlinePrinter()->ShowRZ7Warning();
     bench.printer->ShowRZ7Warning();
     bench.settle();
-    REQUIRE(bench.alerts.shown.size() == 2); // both were built before the first one was shown
+    REQUIRE(bench.alerts.shown.size() == 2); // both were created before the first one was shown
     Layout first;
     bench.alerts.shown[0].layout(first);
     const auto box = bench.alerts.shown[0].accessory;
@@ -99,7 +99,7 @@ TEST_CASE("a tick in an earlier agreement of the printer does not enable the nex
     CHECK_FALSE(bench.printer->customerDidAgree());
 }
 
-TEST_CASE("Continue without the tick does not go on") {
+TEST_CASE("Continue without the tick does not continue") {
     Bench bench;
     bench.inlinePrinter()->ShowRZ7Warning();
     bench.settle();
@@ -109,7 +109,7 @@ TEST_CASE("Continue without the tick does not go on") {
     CHECK(bench.application.terminations == 0);
 }
 
-TEST_CASE("a power cycle is asked for only while the device does not yet show what was set") {
+TEST_CASE("a power cycle is requested only while the device does not yet report the new setting") {
     struct Row {
         const char* setting;
         bool hasSerial;
@@ -120,7 +120,7 @@ TEST_CASE("a power cycle is asked for only while the device does not yet show wh
         Bench bench;
         bench.inlinePrinter(0x8B01)->deviceInfoDict()->set(HOLVEN_ZUL_USB_ISerialisSet, std::string(row.setting));
         bench.printer->setSerialNumberUSB(row.hasSerial ? std::optional<std::string>("S") : std::nullopt);
-        bench.defaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true); // never keeps it away
+        bench.defaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true); // never suppresses it
         bench.printer->showPowerCycleAlert();
         bench.settle();
         CHECK(bench.alerts.shown.size() == (row.isShown ? 1 : 0));
@@ -142,30 +142,30 @@ TEST_CASE("the power-cycle alert remembers a suppression if its box were ever sh
     CHECK(bench.defaults.boolForKey(HOLVEN_ZUL_USB_SuppressPowerCycleAlert));
 }
 
-TEST_CASE("a wait asks every half second and ends when the texts are equal") {
+TEST_CASE("a wait queries every half second and ends when the texts are equal") {
     Bench bench;
     bench.inlinePrinter();
     bench.reply("00001\r");
     bench.reply("00900\r");
-    bench.reply("0\r"); // reads Idle like 00000
+    bench.reply("0\r"); // its text is Idle, like that of 00000
     const auto before = bench.clock.elapsed();
     CHECK(bench.printer->waitForPrinterStatusCode("00000"));
     CHECK(bench.clock.elapsed() - before == std::chrono::seconds(1));
     CHECK(bench.commands().size() == 3);
 }
 
-TEST_CASE("a wait goes on over refused opens and missing answers") {
+TEST_CASE("a wait continues after refused opens and missing replies") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setFault(1, kIOReturnExclusiveAccess);
     bench.handle->enqueueRead({}, kIOUSBTransactionTimeout);
-    bench.handle->expect("resynchronize"); // before the next question: the answer may still come
+    bench.handle->expect("resynchronize"); // before the next query: the reply may still come
     bench.handle->expectWritePipeTO(1, [](const Data&) { return true; }).during([&] { bench.reply("00000\r"); });
     CHECK(bench.printer->waitForPrinterStatusCode("00000"));
     CHECK(bench.commands().size() == 2);
 }
 
-TEST_CASE("the progress value is saved for the successor when it is asked to be") {
+TEST_CASE("the progress value is saved for the successor if requested") {
     Bench bench;
     bench.inlinePrinter()->setFirmwareUpdateStatus(2);
     bench.settle();
@@ -175,7 +175,7 @@ TEST_CASE("the progress value is saved for the successor when it is asked to be"
     CHECK(bench.log.has("writing key:2A71000314100000 for dict:"));
 }
 
-TEST_CASE("the text in place of the status is told and shown") {
+TEST_CASE("the text in place of the status is announced and shown") {
     Bench bench;
     bench.inlinePrinter()->setOverridePrinterStatus("Writing firmware ...");
     bench.settle();

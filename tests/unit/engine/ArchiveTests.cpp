@@ -9,7 +9,7 @@ using namespace zul::test;
 
 namespace {
 
-// Fills the bench's archive with small files of the product and their digests.
+// Fills the archive with small files of the product and their digests.
 void fill(Bench& bench, std::uint16_t product, const std::string& image = "S00600004844521B\n") {
     FirmwareDigests digests;
     for (const std::string_view name : productWithID(product)->files) {
@@ -32,10 +32,10 @@ TEST_CASE("every model has its picture") {
     }
 }
 
-TEST_CASE("a digest is the keyed hash of the contents with the class name, closed by two zeros") {
+TEST_CASE("a digest is the keyed hash of the contents with the class name, followed by two zeros") {
     Bench bench;
     bench.inlinePrinter();
-    // Made with: printf hello | openssl dgst -sha256 -hmac TBUSBPrinterZUL
+    // Created with: printf hello | openssl dgst -sha256 -hmac TBUSBPrinterZUL
     const auto digest = bench.printer->verifyBlob(dataFromText("hello"));
     REQUIRE(digest);
     CHECK(digest->size() == 66);
@@ -46,7 +46,7 @@ TEST_CASE("a digest is the keyed hash of the contents with the class name, close
     CHECK(TBUSBPrinterZUL::asciiHexForData({0x00, 0xAB, 0x0F}) == "00ab0f");
 }
 
-TEST_CASE("another product's class name gives other digests") {
+TEST_CASE("another product's class name yields other digests") {
     struct Other final : TBUSBPrinterZUL {
         using TBUSBPrinterZUL::TBUSBPrinterZUL;
         std::string className() const override { return "Other"; }
@@ -56,7 +56,7 @@ TEST_CASE("another product's class name gives other digests") {
     CHECK(other->verifyBlob(dataFromText("hello")) != TBUSBPrinterZUL::digestOfBlob(dataFromText("hello")));
 }
 
-TEST_CASE("a whole archive is verified file by file and stored with its list, digests and results") {
+TEST_CASE("a whole archive is verified file by file, and the list, digests and results are stored") {
     Bench bench;
     fill(bench, 3);
     bench.inlinePrinter();
@@ -70,7 +70,7 @@ TEST_CASE("a whole archive is verified file by file and stored with its list, di
     CHECK(bench.log.hasLogged("switching on productID 0x3"));
 }
 
-TEST_CASE("a product without a row verifies nothing and stores nothing") {
+TEST_CASE("a product without a row verifies no file and stores no result") {
     Bench bench;
     bench.inlinePrinter(6);
     CHECK(bench.printer->verifyFirmwareArchive() == false);
@@ -93,7 +93,7 @@ TEST_CASE("a mismatch of the fifth of nine files stops there with four good resu
     CHECK(info->contains("VK28_SD_610_0101.cwd") == false);
 }
 
-TEST_CASE("a file of no bytes never matches, whatever the digest file says") {
+TEST_CASE("an empty file never matches, whatever the digest file says") {
     Bench bench;
     bench.archive.write("VK14 01.61.fw", "");
     bench.archive.write("digests.json", R"({"VK14 01.61.fw": ""})");
@@ -106,7 +106,7 @@ TEST_CASE("an archive without any file is not verified, and its list of digests 
     CHECK(bench.printer->deviceInfoDict()->strings("firmwareFileHash") == std::vector<std::string>{});
 }
 
-TEST_CASE("a damaged digest file matches nothing") {
+TEST_CASE("no file of an archive with a damaged digest file matches") {
     Bench bench;
     fill(bench, 3);
     bench.archive.write("digests.json", "{ no json");
@@ -122,7 +122,7 @@ TEST_CASE("without its firmware file an archive verifies by its tables, and ther
     CHECK(bench.printer->firmwareBlob() == nullptr);
 }
 
-TEST_CASE("the image is padded, and one that is no S-record text is only logged") {
+TEST_CASE("the image is padded, and one that is not S-record text is only logged") {
     Bench bench;
     fill(bench, 3);
     bench.inlinePrinter();
@@ -134,10 +134,10 @@ TEST_CASE("the image is padded, and one that is no S-record text is only logged"
     CHECK(bench.printer->verifyFirmwareArchive());
     CHECK(bench.printer->firmwareBlob()->size() == 8);
     CHECK(bench.printer->firmwareBlob()->size() == 8);
-    CHECK(bench.log.times("Bad firmware file! Verification failed!") == 2); // at each call, though checked once
+    CHECK(bench.log.times("Bad firmware file! Verification failed!") == 2); // at each call, although checked once
 }
 
-TEST_CASE("the image is the one that was verified, whatever became of its file") {
+TEST_CASE("the image is the verified one, even if its file has changed since") {
     Bench bench;
     fill(bench, 3);
     bench.inlinePrinter();
@@ -152,7 +152,7 @@ TEST_CASE("the image is the one that was verified, whatever became of its file")
     CHECK(bench.printer->firmwareBlob() == nullptr);
 }
 
-TEST_CASE("each check writes its log lines and results, also where the files are known already") {
+TEST_CASE("each check writes its log lines and results, also for files that are already known") {
     Bench bench;
     fill(bench, 3);
     bench.inlinePrinter();
@@ -164,7 +164,7 @@ TEST_CASE("each check writes its log lines and results, also where the files are
     CHECK(bench.printer->deviceInfoDict()->boolean("VK14_300_0161.cwd") == true);
 }
 
-TEST_CASE("a printer reports what its archive offers and what is wrong with it") {
+TEST_CASE("a printer reports the available version and the problems of its archive") {
     Bench bench;
     fill(bench, 3);
     bench.archive.write("VK14_300_0161.cwd", "damaged");
@@ -189,7 +189,7 @@ TEST_CASE("versions are read from the last word of a name") {
     CHECK(bench.printer->installedFirmwareVersion() == doctest::Approx(2.5));
 }
 
-TEST_CASE("the list is stored at once on main, with a notice") {
+TEST_CASE("the list is stored at once on the main queue, with a notice") {
     Bench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
@@ -199,7 +199,7 @@ TEST_CASE("the list is stored at once on main, with a notice") {
     CHECK(notices->count["newFirmwareVersion"] == 1);
 }
 
-TEST_CASE("on a printer's queue the list is there at once and noticed from main") {
+TEST_CASE("on a printer's queue the list is stored at once and announced from the main queue") {
     Bench bench;
     bench.printerWithQueue();
     auto notices = std::make_shared<Notices>();
@@ -214,7 +214,7 @@ TEST_CASE("on a printer's queue the list is there at once and noticed from main"
     CHECK(notices->count["newFirmwareVersion"] == 1);
 }
 
-TEST_CASE("a list of two names has no tables, and longer ones lose their first") {
+TEST_CASE("a list of two names has no tables, and from a longer one the first is removed") {
     Bench bench;
     bench.inlinePrinter()->setFilenames({"a.fw", "b.cwd"});
     CHECK(bench.printer->colorTableNames().empty());
@@ -222,7 +222,7 @@ TEST_CASE("a list of two names has no tables, and longer ones lose their first")
     CHECK(bench.printer->colorTableNames() == std::vector<std::string>{"b.cwd", "c.cwd"});
 }
 
-TEST_CASE("a table is read as it is, and its log line shows its name") {
+TEST_CASE("a table is read unchanged, and its log line shows its name") {
     Bench bench;
     bench.archive.write("x.cwd", "12345");
     bench.inlinePrinter();
@@ -232,7 +232,7 @@ TEST_CASE("a table is read as it is, and its log line shows its name") {
     CHECK(bench.log.hasLogged("got data of length 0 for file at path y.cwd"));
 }
 
-TEST_CASE("a stored value can be taken as a padded blob") {
+TEST_CASE("a stored value can be read as a padded blob") {
     Bench bench;
     bench.inlinePrinter()->deviceInfoDict()->set("k", std::string("hello"));
     CHECK(bench.printer->firmwareBlobForKey("k")->size() == 8);

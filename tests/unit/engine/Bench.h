@@ -1,5 +1,5 @@
-// A bench for one printer object on a scripted handle. A printer whose device ID cannot be read has no queue, so all
-// its work runs inline and a test reads from top to bottom; withQueue() makes one that has.
+// A test bench for one printer object with a scripted handle. A printer whose device ID cannot be read has no queue, so
+// all its work runs inline and a test reads from top to bottom; printerWithQueue() creates one with a queue.
 #pragma once
 
 #include "Classes/TBPrinters.h"
@@ -33,7 +33,7 @@ class RecordedApplication final : public ApplicationOutlet {
     std::string processName() const override { return "ZUL Printer Utility"; }
 };
 
-/// Counts the notices of one object, by key.
+/// Counts the notices of one object by key.
 class Notices final : public KeyValueObserver {
   public:
     std::map<std::string, int> count;
@@ -69,7 +69,7 @@ class Bench {
         TBPrinters(environment, {}).prepareForTermination(); // the port belongs to this bench's registry
     }
 
-    /// A printer of the product whose work runs inline.
+    /// A printer of the product, without a queue.
     std::shared_ptr<TBUSBPrinterZUL> inlinePrinter(std::uint16_t product = 3) {
         handle->product = product;
         handle->answerByDefault();
@@ -85,7 +85,7 @@ class Bench {
         handle->clearJournal();
         return printer;
     }
-    /// A printer that told its device ID.
+    /// A printer that reports its device ID and so has a queue.
     std::shared_ptr<TBUSBPrinterZUL> printerWithQueue(const std::string& deviceID = "MFG:ZUL;MDL:VK14;SERN:1;") {
         handle->setDeviceID(deviceID);
         handle->answerByDefault();

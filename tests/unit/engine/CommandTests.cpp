@@ -13,10 +13,10 @@ namespace {
 struct Row {
     std::uint32_t code;
     const char* text; // null: no command
-    int payload;      // -1: as long as given
+    int payload;      // -1: of any length
 };
 
-// Written out once more on purpose: the table in the program is tested against this one.
+// Repeated here on purpose: the table in the program is compared with this one.
 const Row kRows[] = {
     {0, "STATUS", 0},
     {1, "INFO  FVER", 0},
@@ -72,7 +72,7 @@ std::string textOf(const Data& data) {
 
 } // namespace
 
-TEST_CASE("every command number has its text, or none where it is reserved") {
+TEST_CASE("every command number has its text, and reserved ones have none") {
     int named = 0;
     for (const Row& row : kRows) {
         CAPTURE(row.code);
@@ -105,7 +105,7 @@ TEST_CASE("the USB serial command is 36 bytes with 00000004 at offset 24") {
     CHECK(Data(frame.begin() + 32, frame.end()) == payload);
 }
 
-TEST_CASE("a cutter command with seven bytes announces eight and carries none of them") {
+TEST_CASE("a cutter command with seven bytes announces eight and contains none of them") {
     const Data payload(7, 'x');
     const Data frame = commandFrame(16, &payload);
     REQUIRE(frame.size() == 40);
@@ -114,7 +114,7 @@ TEST_CASE("a cutter command with seven bytes announces eight and carries none of
     CHECK(textOf(commandFrame(16, &exact)).substr(32) == "xxxxxxxx");
 }
 
-TEST_CASE("a fixed-size command never copies more than its size, and a short payload leaves blanks") {
+TEST_CASE("a fixed-size command never copies more than its size, and a short payload is filled with blanks") {
     const Data longer(20, 'x');
     CHECK(textOf(commandFrame(35, &longer)).substr(32) == "xxxx");
     CHECK(textOf(commandFrame(37, &longer)).substr(32) == "xxxxxxxx");
@@ -123,21 +123,21 @@ TEST_CASE("a fixed-size command never copies more than its size, and a short pay
     CHECK(textOf(commandFrame(35, nullptr)).substr(32) == "    ");
 }
 
-TEST_CASE("a payload given to a command without one is ignored") {
+TEST_CASE("a payload for a command without one is ignored") {
     const Data payload(9, 'x');
     CHECK(commandFrame(40, &payload).size() == 32);
 }
 
-TEST_CASE("a frame tells which of its parts do not fit") {
+TEST_CASE("a frame reports which of its parts do not fit") {
     using Errors = std::vector<int>;
     CHECK(commandFrameErrors(kCommandProgramFlash, 99'999'999) == Errors{});
     CHECK(commandFrameErrors(kCommandProgramFlash, 100'000'000) == Errors{494});
-    CHECK(commandFrameErrors(kCommandStatus, 100'000'000) == Errors{}); // its frame carries no payload
+    CHECK(commandFrameErrors(kCommandStatus, 100'000'000) == Errors{}); // its frame has no payload
     CHECK(commandFrameErrors(kCommandCounterClear, 100'000'000) == Errors{});
     CHECK(commandFrameErrors(3, 100'000'000) == Errors{486});
 }
 
-TEST_CASE("what does not fit into a frame goes to the error sink, and the frame is sent") {
+TEST_CASE("a part that does not fit into a frame goes to the error sink, and the frame is sent") {
     struct Listener final : TBUSBPrinterZUL {
         using TBUSBPrinterZUL::TBUSBPrinterZUL;
         void errorWithString(const std::string& message, int code) override {
@@ -165,7 +165,7 @@ TEST_CASE("a payload whose size takes nine digits is not announced with eight of
     CHECK(payloadSizeField(100'000'000) == "        ");
 }
 
-TEST_CASE("a reserved number is sent as an empty command and told to nobody") {
+TEST_CASE("a reserved number is sent as an empty command and reported to no observer") {
     Bench bench;
     bench.openPrinter()->sendPrinterCommand(3, nullptr);
     REQUIRE(bench.frames().size() == 1);
@@ -215,7 +215,7 @@ TEST_CASE("a reply is two reads, of eight bytes and of what they announce, cut a
     CHECK(bench.log.has("reading backchannel for 8 bytes on "));
 }
 
-TEST_CASE("a reply without a carriage return keeps the buffer's length and ends with NUL behind its bytes") {
+TEST_CASE("a reply without a carriage return keeps the buffer's length and ends with NUL after its bytes") {
     Bench bench;
     bench.openPrinter();
     bench.reply("VK14");
@@ -254,7 +254,7 @@ TEST_CASE("4096 announced bytes are read and 4097 are not") {
     CHECK(bench.printer->printerReply() == std::nullopt);
 }
 
-TEST_CASE("a read that fails is logged and gives no reply, at the header as at the body") {
+TEST_CASE("a failed read is logged and yields no reply, for the header and for the body") {
     Bench bench;
     bench.openPrinter();
     bench.handle->enqueueRead({}, kIOUSBTransactionTimeout);

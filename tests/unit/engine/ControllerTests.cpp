@@ -11,7 +11,7 @@ class Table final : public TableOutlet {
     int rows = 0, selected = -1, redraws = 0;
     std::vector<int> selections;
     std::vector<std::string> titles = {"Model", "Status"};
-    TBPrinters* controller = nullptr; // told of changed selections, as a window tells it
+    TBPrinters* controller = nullptr; // notified of changed selections, as by a window
     int numberOfRows() const override { return rows; }
     int selectedRow() const override { return selected; }
     void selectRow(int row) override {
@@ -93,7 +93,7 @@ std::string translated(const char* key) {
 
 } // namespace
 
-TEST_CASE("the main queue carries its mark, and a printer's queue does not") {
+TEST_CASE("the main queue has its mark, and a printer's queue does not") {
     Shell shell;
     CHECK(TBPrinters::isMainQueue());
     bool onQueue = true;
@@ -103,7 +103,7 @@ TEST_CASE("the main queue carries its mark, and a printer's queue does not") {
     CHECK(onQueue == false);
 }
 
-TEST_CASE("the start records the version that is displayed and sets the array controller up") {
+TEST_CASE("the start stores the displayed version and sets the array controller up") {
     Shell shell;
     shell.bundle.setInfo("CFBundleVersion", "7");
     shell.start();
@@ -117,7 +117,7 @@ TEST_CASE("the start records the version that is displayed and sets the array co
     CHECK(shell.table.redraws == 1);
 }
 
-TEST_CASE("a missing version shows as (null) and is not written as such") {
+TEST_CASE("a missing version is shown as (null) and not stored") {
     Shell shell;
     shell.bundle.setInfo("CFBundleShortVersionString", std::nullopt);
     shell.bundle.setInfo("CFBundleVersion", "7");
@@ -134,7 +134,7 @@ TEST_CASE("the window's title is translated and then becomes the process name") 
     CHECK(shell.window.titles == std::vector<std::string>{"Printers", "Drucker", "ZUL Printer Utility"});
 }
 
-TEST_CASE("menus are translated with their submenus, tool tips and titles, separators left out") {
+TEST_CASE("menus are translated with their submenus, tool tips and titles, without separators") {
     Shell shell;
     auto submenu = std::make_shared<Menu>(Menu{"Printers", {{"Printers", "", false, nullptr}}});
     Menu menu{"Printers", {{"Other", "Printers", false, submenu}, {"Printers", "Printers", true, nullptr}}};
@@ -160,7 +160,7 @@ TEST_CASE("printers that are attached at the start are listed in bus order witho
     CHECK(printers[1]->locationNumber() == 2);
 }
 
-TEST_CASE("the list is handed out as a copy and cannot be set") {
+TEST_CASE("the list is returned as a copy and cannot be set") {
     Shell shell;
     shell.plugged();
     shell.start();
@@ -173,7 +173,7 @@ TEST_CASE("the list is handed out as a copy and cannot be set") {
     CHECK(shell.controller->updateInProgress() == false);
 }
 
-TEST_CASE("an interface of a foreign vendor or product is ignored silently and not opened") {
+TEST_CASE("an interface of another vendor or product is ignored without a log line and not opened") {
     Shell shell;
     shell.start();
     const auto lines = shell.log.systemLog.size();
@@ -187,12 +187,13 @@ TEST_CASE("an interface of a foreign vendor or product is ignored silently and n
     CHECK(shell.log.standardError.empty());
 }
 
-TEST_CASE("a printer by class that is none by subclass is left alone, with a line that names the subclass") {
+TEST_CASE("an interface of the printer class with another subclass is ignored, with a log line that names the "
+          "subclass") {
     Shell shell;
     shell.start();
     auto printer = std::make_shared<ScriptedInterface>();
     printer->interfaceSubClass = 2;
-    // A service whose subclass cannot be read yet is handed on; here it can be when it is looked at.
+    // A service whose subclass cannot be read yet is announced; here it can be read when it is examined.
     printer->expect("GetInterfaceSubClass").returns(kIOReturnNotResponding);
     shell.plug(printer);
     shell.settle();
@@ -210,7 +211,7 @@ TEST_CASE("either vendor is accepted with the accepted product") {
     CHECK(shell.controller->printers().size() == 1);
 }
 
-TEST_CASE("a handle that cannot be made gives the two error lines and no printer") {
+TEST_CASE("a handle that cannot be created yields the two error lines and no printer") {
     Shell shell;
     shell.start();
     auto printer = std::make_shared<ScriptedInterface>();
@@ -225,7 +226,7 @@ TEST_CASE("a handle that cannot be made gives the two error lines and no printer
                                    "ERROR: QueryInterface() returned [-536870207]\n"});
 }
 
-TEST_CASE("the first fact of a service that cannot be read is logged and ends the look at it") {
+TEST_CASE("the first descriptor value of a service that cannot be read is logged and ends its examination") {
     Shell shell;
     shell.start();
     for (const char* call : {"GetInterfaceClass", "GetInterfaceSubClass", "GetDeviceVendor", "GetDeviceProduct"}) {
@@ -238,7 +239,7 @@ TEST_CASE("the first fact of a service that cannot be read is logged and ends th
     CHECK(shell.controller->printers().empty());
 }
 
-TEST_CASE("a printer's departure saves its facts, retires it, and logs both") {
+TEST_CASE("a printer's departure saves its device info, retires it, and logs both") {
     Shell shell;
     shell.plugged();
     shell.start();
@@ -252,7 +253,7 @@ TEST_CASE("a printer's departure saves its facts, retires it, and logs both") {
     CHECK(shell.log.has("removing ZUL VK14 "));
 }
 
-TEST_CASE("a departure that matches no printer is logged and changes nothing") {
+TEST_CASE("a departure that matches no printer is logged and changes no row") {
     Shell shell;
     shell.plugged();
     shell.start();
@@ -261,7 +262,7 @@ TEST_CASE("a departure that matches no printer is logged and changes nothing") {
     CHECK(shell.controller->printers().size() == 1);
 }
 
-TEST_CASE("adding a printer selects row 0 again when it was selected, and leaves no selection alone") {
+TEST_CASE("adding a printer selects row 0 again if it was selected, and an empty selection remains empty") {
     Shell shell;
     shell.start();
     shell.table.rows = 1;
@@ -276,7 +277,7 @@ TEST_CASE("adding a printer selects row 0 again when it was selected, and leaves
     CHECK(shell.table.selections.empty());
 }
 
-TEST_CASE("every change of selection that the table makes ends at row 0") {
+TEST_CASE("every change of selection by the table ends at row 0") {
     Shell shell;
     shell.table.rows = 3;
     shell.table.selectRow(2);
@@ -308,7 +309,7 @@ TEST_CASE("a printer whose version changes becomes the selected object") {
     CHECK(shell.log.hasLogged("-[TBPrinters observeValueForKeyPath:ofObject:change:context:] firmwareVersion"));
 }
 
-TEST_CASE("quitting answers at once, releases the arrivals' iterator and keeps the departures'") {
+TEST_CASE("quitting returns at once, releases the arrivals' iterator and keeps the departures'") {
     Shell shell;
     shell.plugged();
     shell.start();
@@ -326,7 +327,7 @@ TEST_CASE("quitting answers at once, releases the arrivals' iterator and keeps t
     CHECK(shell.controller->printers().empty());
 }
 
-TEST_CASE("the diagnostic switch names changes that are made off the main queue") {
+TEST_CASE("the diagnostic switch reports changes made outside the main queue") {
     Shell shell;
     shell.plugged();
     shell.start();

@@ -1,5 +1,5 @@
-// Answers that are missing or cannot be the ones to their questions: what is asked once more, what is not, and what is
-// taken in the end.
+// Missing replies, and replies that cannot belong to their queries: which queries are repeated, which are not, and
+// which reply is used in the end.
 #include "Bench.h"
 #include "Classes/DeviceObjects.h"
 #include "RecordedEvents.h"
@@ -24,7 +24,7 @@ struct Asked : Bench {
         handle->clearJournal();
         log.systemLog.clear();
     }
-    /// Runs work as a block of the command queue.
+    /// Runs work on the command queue.
     template <class Work> void onQueue(Work work) {
         printer->performInlineOnCommandQueue([this, work] {
             printer->assertOnCommandQueue();
@@ -32,7 +32,7 @@ struct Asked : Bench {
         });
         settle();
     }
-    /// What the printer answers once its pipe was emptied; nothing for none.
+    /// The reply after the pipe was drained; nullopt for none.
     void answersAgain(const std::optional<std::string>& body) {
         handle->expect("resynchronize");
         handle->expectWritePipeTO(1, [](const Data&) { return true; }).during([this, body] {
@@ -51,7 +51,7 @@ struct Asked : Bench {
 
 } // namespace
 
-TEST_CASE("an answer that fits is taken with exactly one write and two reads") {
+TEST_CASE("a reply that fits is accepted with exactly one write and two reads") {
     Asked bench;
     bench.reply("VK14 01.60\r");
     CHECK(bench.version() == "VK14 01.60");
@@ -61,7 +61,7 @@ TEST_CASE("an answer that fits is taken with exactly one write and two reads") {
     CHECK(bench.events.count<events::Resynchronized>() == 0);
 }
 
-TEST_CASE("a missing answer empties the pipe, and the question is asked once more") {
+TEST_CASE("after a missing reply the pipe is drained and the query is repeated") {
     Asked bench;
     bench.answersAgain("VK14 01.60\r");
     CHECK(bench.version() == "VK14 01.60");
@@ -72,7 +72,7 @@ TEST_CASE("a missing answer empties the pipe, and the question is asked once mor
     CHECK_FALSE(bench.log.has(kUnusable));
 }
 
-TEST_CASE("an answer that is missing twice is missing, and the advice is in the log") {
+TEST_CASE("a reply missing twice is reported as missing, with advice in the log") {
     Asked bench;
     bench.answersAgain(std::nullopt);
     CHECK(bench.version() == std::nullopt);
@@ -81,16 +81,16 @@ TEST_CASE("an answer that is missing twice is missing, and the advice is in the 
     CHECK(bench.log.has(kUnusable));
 }
 
-TEST_CASE("an answer to another question is dropped with all that follows it") {
+TEST_CASE("a reply to another query is dropped with all that follows it") {
     Asked bench;
     bench.reply("00000\r");
-    bench.reply("CL0000042\r"); // more of what came too late
+    bench.reply("CL0000042\r"); // the rest of the late reply
     bench.answersAgain("VK14 01.60\r");
     CHECK(bench.version() == "VK14 01.60");
     CHECK(bench.resynchronizations() == 1);
 }
 
-TEST_CASE("an answer that looks wrong is the printer's when it comes again") {
+TEST_CASE("a reply of the wrong form is accepted when it is repeated") {
     Asked bench;
     bench.reply("PROTOTYPE\r");
     bench.answersAgain("PROTOTYPE\r");
@@ -99,7 +99,7 @@ TEST_CASE("an answer that looks wrong is the printer's when it comes again") {
     CHECK_FALSE(bench.log.has(kUnusable));
 }
 
-TEST_CASE("two answers that look wrong in different ways are none") {
+TEST_CASE("two replies that are wrong in different ways count as none") {
     Asked bench;
     bench.reply("00000\r");
     bench.answersAgain("CL0000042\r");
@@ -108,9 +108,9 @@ TEST_CASE("two answers that look wrong in different ways are none") {
     CHECK(bench.log.has(kUnusable));
 }
 
-TEST_CASE("a header that is no number, an oversized one and a body that is cut short are asked for once more") {
+TEST_CASE("an invalid, an oversized and a truncated reply are queried again") {
     Asked bench;
-    SUBCASE("no number") {
+    SUBCASE("not a number") {
         bench.handle->enqueueRead(dataFromText("????????"));
     }
     SUBCASE("too long") {
@@ -122,11 +122,11 @@ TEST_CASE("a header that is no number, an oversized one and a body that is cut s
     SUBCASE("seven bytes") {
         bench.handle->enqueueRead(dataFromText("0000000"));
     }
-    SUBCASE("a body that is cut short") {
+    SUBCASE("a truncated body") {
         bench.handle->enqueueRead(dataFromText("00000011"));
         bench.handle->enqueueRead(dataFromText("VK14 0"));
     }
-    SUBCASE("a body that does not come") {
+    SUBCASE("a missing body") {
         bench.handle->enqueueRead(dataFromText("00000011"));
     }
     bench.answersAgain("VK14 01.60\r");
@@ -134,7 +134,7 @@ TEST_CASE("a header that is no number, an oversized one and a body that is cut s
     CHECK(bench.resynchronizations() == 1);
 }
 
-TEST_CASE("a broken header that comes again is handled as it always was, and its body does not stay in the pipe") {
+TEST_CASE("a broken header that is repeated is handled as before, and its body does not remain in the pipe") {
     Asked bench;
     bench.handle->enqueueRead(dataFromText("????????"));
     bench.handle->expect("resynchronize");
@@ -149,7 +149,7 @@ TEST_CASE("a broken header that comes again is handled as it always was, and its
     CHECK(bench.resynchronizations() == 2);
 }
 
-TEST_CASE("nothing is asked once more of a printer that has left") {
+TEST_CASE("no query is repeated after the printer was detached") {
     Asked bench;
     bench.handle->enqueueRead({}, kIOReturnNoDevice);
     CHECK(bench.version() == std::nullopt);
@@ -157,7 +157,7 @@ TEST_CASE("nothing is asked once more of a printer that has left") {
     CHECK(bench.resynchronizations() == 0);
 }
 
-TEST_CASE("a printer that is updated through its other interface is not asked twice and its pipe is left alone") {
+TEST_CASE("a printer that is updated through its other interface gets no second query, and its pipe is not drained") {
     Asked bench;
     constexpr ServiceToken kOther = 8;
     const std::string key = bench.printer->keyUSBdevice();
@@ -169,7 +169,7 @@ TEST_CASE("a printer that is updated through its other interface is not asked tw
     DeviceObjects::remove(key, kOther);
 }
 
-TEST_CASE("a pipe that does not become quiet ends the question without an answer") {
+TEST_CASE("a pipe that does not become idle ends the query without a reply") {
     Asked bench;
     bench.reply("00000\r");
     bench.handle->setAnswer("resynchronize", kIOReturnOverrun);
@@ -181,7 +181,7 @@ TEST_CASE("a pipe that does not become quiet ends the question without an answer
     CHECK(bench.events.count<events::Resynchronized>() == 0);
 }
 
-TEST_CASE("an answer that is missing twice leaves each fact as a missing answer always did") {
+TEST_CASE("a reply missing twice affects each value like a missing reply without repetition") {
     Asked bench(0x8B01);
     bench.printer->deviceInfoDict()->set(HOLVEN_TBPrinterFirmwareVersion, std::string("VK26 01.51"));
     bench.printer->deviceInfoDict()->set(HOLVEN_TBPrinterLifetimeCounter, std::string("7"));
@@ -199,10 +199,10 @@ TEST_CASE("an answer that is missing twice leaves each fact as a missing answer 
     CHECK(bench.printer->printerSerialNumber() == "NULL");
     CHECK(versions == Calls{"NULL", "NULL", "NULL"});
     CHECK(bench.printer->usbISerialString() == "Enabled");
-    CHECK(bench.commands().size() == 14); // each of the seven questions twice
+    CHECK(bench.commands().size() == 14); // each of the seven queries twice
 }
 
-TEST_CASE("a status that is missing twice calls nobody and keeps the earlier text") {
+TEST_CASE("a status missing twice calls no completion and keeps the earlier text") {
     Asked bench;
     bench.printer->setPrinterStatus("Printing");
     int calls = 0;
@@ -212,7 +212,7 @@ TEST_CASE("a status that is missing twice calls nobody and keeps the earlier tex
     CHECK(bench.log.times("Received a null printer status reply ... will try again later") == 1);
 }
 
-TEST_CASE("the wait for a status asks once in each turn, and drops what may still come") {
+TEST_CASE("the wait for a status queries once per turn, and drops a late reply") {
     Asked bench;
     bool isReady = false;
     bench.handle->expect("resynchronize").during([&] { CHECK(bench.commands() == Calls{"STATUS"}); });
@@ -221,10 +221,10 @@ TEST_CASE("the wait for a status asks once in each turn, and drops what may stil
     CHECK(isReady);
     CHECK(bench.commands() == Calls{"STATUS", "STATUS"});
     CHECK(bench.resynchronizations() == 1);
-    CHECK(bench.clock.elapsed() >= 500ms); // of the pause between two turns
+    CHECK(bench.clock.elapsed() >= 500ms); // from the pause between two turns
 }
 
-TEST_CASE("a reply that is still on its way is dropped before a later question, for half a minute") {
+TEST_CASE("for half a minute, a late reply is dropped before the next query") {
     Asked bench;
     bench.answersAgain("VK14 01.60\r");
     REQUIRE(bench.version() == "VK14 01.60");
@@ -237,16 +237,16 @@ TEST_CASE("a reply that is still on its way is dropped before a later question, 
         CHECK(bench.version() == "VK14 01.60");
         return bench.resynchronizations();
     };
-    CHECK(askAfter(0ms) == 0); // the pipe was emptied just now
+    CHECK(askAfter(0ms) == 0); // the pipe was just drained
     CHECK(askAfter(2s) == 1);
     CHECK(askAfter(500ms) == 0);
     CHECK(askAfter(40s) == 1);
     CHECK(askAfter(40s) == 0);
 }
 
-TEST_CASE("a round in which answers slipped is asked once more as a whole") {
+TEST_CASE("a round of queries whose replies were shifted is repeated as a whole") {
     Asked bench;
-    // A status of before is in the pipe: every answer is that of the question before it.
+    // An earlier status is in the pipe: every reply belongs to the query before.
     bench.reply("01000\r");
     bench.reply("00000\r");
     bench.handle->expect("resynchronize");
@@ -267,7 +267,7 @@ TEST_CASE("a round in which answers slipped is asked once more as a whole") {
     CHECK(bench.events.all<events::QuestionsEnded>().back().isComplete);
 }
 
-TEST_CASE("a round with a missing answer ends with the status, which shows whether the others are in step") {
+TEST_CASE("a round with a missing reply ends with the status, which shows whether the others are in step") {
     Asked bench;
     const auto answerTo = [&](const std::string& body) {
         bench.handle->expectWritePipeTO(1, [](const Data&) { return true; }).during([&bench, body] {

@@ -1,4 +1,4 @@
-// Another program on the printer: what keeps the wait for it alive, what ends it, and what follows its release.
+// Another program holds the printer: what keeps the wait for it going, what ends it, and what follows its release.
 #include "Bench.h"
 #include "RecordedEvents.h"
 
@@ -37,7 +37,7 @@ struct Held : Bench {
 
 } // namespace
 
-TEST_CASE("a refused open reports which process holds the printer, and other opens report none") {
+TEST_CASE("a refused open reports the process that holds the printer, and other opens report none") {
     Bench bench;
     RecordedEvents events;
     bench.environment.events = &events;
@@ -54,7 +54,7 @@ TEST_CASE("a refused open reports which process holds the printer, and other ope
     CHECK(bench.handle->count("holder") == 1);
 }
 
-TEST_CASE("a retry that fails with another code is a retry: the printer is still waited for") {
+TEST_CASE("a retry that fails with another code does not end the wait for the printer") {
     Held bench;
     bench.release();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
@@ -83,7 +83,7 @@ TEST_CASE("a retry that is refused again waits again") {
     CHECK(bench.commands().front() == "STATUS");
 }
 
-TEST_CASE("a hint that comes while an open is under way is answered when that open has been refused") {
+TEST_CASE("a hint during an open is handled after that open was refused") {
     Held bench;
     bench.handle->expect("USBInterfaceOpenSeize").returns(kIOReturnExclusiveAccess).during([&] {
         bench.handle->setAnswer("tryClaim", kIOReturnSuccess);
@@ -95,13 +95,13 @@ TEST_CASE("a hint that comes while an open is under way is answered when that op
     CHECK(bench.printer->ownership() == Ownership::none);
 }
 
-TEST_CASE("a close that was asked for before another program took the printer does not end the wait for it") {
+TEST_CASE("a close requested before another program claimed the printer does not end the wait for it") {
     Bench bench;
     bench.printerWithQueue();
     std::optional<IOReturn> closed;
     bench.printer->performInlineOnCommandQueue([&] {
         bench.printer->assertOnCommandQueue();
-        // Queued by somebody who had it open; before it runs the printer is closed, taken and refused.
+        // Queued while the interface was open; before it runs, the printer is closed, claimed and refused.
         bench.printer->closeInterface([&](IOReturn code) { closed = code; });
         bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
         static_cast<void>(bench.printer->openInterface());
@@ -114,11 +114,10 @@ TEST_CASE("a close that was asked for before another program took the printer do
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
     bench.handle->holderMayBeFree();
     bench.settle();
-    CHECK(bench.commands() ==
-          std::vector<std::string>{"STATUS", "STATUS"}); // asked, and once more for want of an answer
+    CHECK(bench.commands() == std::vector<std::string>{"STATUS", "STATUS"}); // queried, and repeated without a reply
 }
 
-TEST_CASE("a close that is asked for during the wait ends it") {
+TEST_CASE("a close requested during the wait ends it") {
     Held bench;
     bench.printer->closeInterface(nullptr);
     bench.settle();
@@ -129,7 +128,7 @@ TEST_CASE("a close that is asked for during the wait ends it") {
     CHECK(bench.log.times(kClosedMessage) == 0);
 }
 
-TEST_CASE("taking a held printer closes first, replays the attempt in the closed state, and keeps waiting") {
+TEST_CASE("claiming a held printer closes first, replays the attempt in the closed state, and keeps waiting") {
     Held bench;
     std::optional<Ownership> nextJob;
     bench.printer->setIsOwned(1);
@@ -140,7 +139,7 @@ TEST_CASE("taking a held printer closes first, replays the attempt in the closed
     bench.settle();
     CHECK(nextJob == Ownership::none);
     CHECK(bench.printer->state() == kTBPrinterClosed);
-    CHECK(bench.printer->status() == "USB Busy"); // as a closed printer shows the message
+    CHECK(bench.printer->status() == "USB Busy"); // a closed printer shows the message so
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 0);
     CHECK(bench.handle->isWatched());
     bench.release();
@@ -150,7 +149,7 @@ TEST_CASE("taking a held printer closes first, replays the attempt in the closed
     CHECK(bench.commands().front() == "STATUS");
 }
 
-TEST_CASE("giving up a printer that was taken while it was held ends the wait") {
+TEST_CASE("releasing a printer that was claimed while it was held ends the wait") {
     Held bench;
     bench.printer->setIsOwned(1);
     bench.settle();
@@ -160,7 +159,7 @@ TEST_CASE("giving up a printer that was taken while it was held ends the wait") 
     CHECK(bench.printer->ownership() == Ownership::none);
 }
 
-TEST_CASE("an open that succeeds ends the wait, whoever asked for it") {
+TEST_CASE("any successful open ends the wait") {
     Held bench;
     bench.release();
     bench.open();
@@ -170,7 +169,7 @@ TEST_CASE("an open that succeeds ends the wait, whoever asked for it") {
     CHECK(bench.log.times(kClosedMessage) == 0);
 }
 
-TEST_CASE("an update that found its printer held goes on when any open succeeds, and only once") {
+TEST_CASE("an update that found its printer held continues after any successful open, and only once") {
     Bench bench;
     bench.handle->locationID = 0x01100000;
     TBUSBPrinter::deviceInfoForKey("2A71000301100000")->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{3});
@@ -179,7 +178,7 @@ TEST_CASE("an update that found its printer held goes on when any open succeeds,
     const std::string probed = "found a device finished with firmware update";
     REQUIRE_FALSE(bench.log.has(probed));
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
-    bench.printer->openInterface(nullptr); // a person's request, say, before the hint comes
+    bench.printer->openInterface(nullptr); // for example a user's request, before the hint
     bench.settle();
     CHECK(bench.log.times(probed) == 1);
     CHECK_FALSE(bench.printer->deviceInfoDict()->integer(HOLVEN_TBPrinterDeviceFirmwareStatus));

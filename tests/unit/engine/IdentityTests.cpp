@@ -1,4 +1,4 @@
-// Who a printer is: device ID, strings, keys, and the store of what is known about devices.
+// The identity of a printer: device ID, strings, keys, and the store of device info.
 #include "Bench.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ Decoded decode(const TBUSBPrinter& printer, const std::string& deviceID) {
     return decoded;
 }
 
-// An arrival whose journal is kept.
+// Attaches a printer and records its calls.
 void arrive(Bench& bench) {
     bench.handle->answerByDefault();
     bench.printer = std::make_shared<TBUSBPrinterZUL>(bench.environment);
@@ -38,7 +38,7 @@ long timesAsked(const Bench& bench, std::uint16_t value) {
 
 } // namespace
 
-TEST_CASE("a device ID with the long keys is decoded, and the USB serial number stands in for its own") {
+TEST_CASE("a device ID with the long keys is decoded, and the USB serial number replaces a missing one") {
     Bench bench;
     bench.inlinePrinter()->setSerialNumberUSB("USB1");
     const Decoded decoded = decode(*bench.printer, "MANUFACTURER:Zul Imaging Company;MODEL:VK26;");
@@ -57,7 +57,7 @@ TEST_CASE("a device ID without manufacturer and model decodes to unknown") {
     CHECK(decoded.description == "A printer");
 }
 
-TEST_CASE("keys of a device ID count in any case") {
+TEST_CASE("keys of a device ID may have any case") {
     Bench bench;
     const Decoded decoded = decode(*bench.inlinePrinter(), "mfg:hewlett-packard;mdl:X;description:D;");
     CHECK(decoded.manufacturer == "HP");
@@ -65,7 +65,7 @@ TEST_CASE("keys of a device ID count in any case") {
     CHECK(decoded.description == "D");
 }
 
-TEST_CASE("known vendor names are shortened and others are left alone") {
+TEST_CASE("known vendor names are shortened and others are unchanged") {
     CHECK(TBUSBPrinter::normalizedVendorString("Zul Imaging Company ") == "ZUL");
     CHECK(TBUSBPrinter::normalizedVendorString("ZUL IMAGING COMPANY") == "ZUL");
     CHECK(TBUSBPrinter::normalizedVendorString("HP") == "HP");
@@ -73,7 +73,7 @@ TEST_CASE("known vendor names are shortened and others are left alone") {
     CHECK(TBUSBPrinter::normalizedVendorString(std::nullopt) == std::nullopt);
 }
 
-TEST_CASE("the device ID is asked for with the printer class's request and 65535 bytes") {
+TEST_CASE("the device ID is requested with the printer class's request and 65535 bytes") {
     Bench bench;
     bench.handle->configurationValue = 2;
     bench.handle->interfaceNumber = 1;
@@ -100,7 +100,7 @@ TEST_CASE("the device ID is asked for with the printer class's request and 65535
     CHECK(requests[0].completionTimeout == 100);
 }
 
-TEST_CASE("a device ID whose length is 0 is none") {
+TEST_CASE("a device ID of length 0 is treated as missing") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->expectControlRequestTO(getDeviceID()).returns(Data{0, 0});
@@ -113,7 +113,7 @@ TEST_CASE("a device ID whose length is 0 is none") {
     CHECK(called);
 }
 
-TEST_CASE("a device ID that announces more than came is read as far as it came") {
+TEST_CASE("a device ID that announces more bytes than it has is used as received") {
     Bench bench;
     bench.inlinePrinter();
     Data reply = {0x10, 0x00};
@@ -122,14 +122,14 @@ TEST_CASE("a device ID that announces more than came is read as far as it came")
     bench.printer->update1284DeviceID([&](bool, const auto& text) { CHECK(text == "MDL:X;"); });
 }
 
-TEST_CASE("a device ID that is not UTF-8 is none") {
+TEST_CASE("a device ID that is not UTF-8 is treated as missing") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->expectControlRequestTO(getDeviceID()).returns(Data{0, 4, 0xC3, 0x28});
     bench.printer->update1284DeviceID([&](bool found, const auto&) { CHECK(found == false); });
 }
 
-TEST_CASE("the first failed question about the interface ends the reading of the device ID with its own line") {
+TEST_CASE("the first failed query of the interface ends reading the device ID with its own log line") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("GetConfigurationValue", kIOReturnNoDevice);
@@ -150,7 +150,7 @@ TEST_CASE("languages are read high byte first, English is preferred, and a small
     CHECK(bench.printer->langId() == 0x0809);
 }
 
-TEST_CASE("a language that the device does not have is not taken") {
+TEST_CASE("a language that the device does not have is not used") {
     Bench bench;
     bench.handle->setDescriptor(0x0300, {6, 3, 0x04, 0x07, 0x04, 0x09});
     bench.inlinePrinter()->setLangId(0x1234);
@@ -159,7 +159,7 @@ TEST_CASE("a language that the device does not have is not taken") {
     CHECK(bench.printer->langId() == 0x0407);
 }
 
-TEST_CASE("a language table that cannot be read is asked for again") {
+TEST_CASE("a language table that cannot be read is requested again") {
     Bench bench;
     bench.inlinePrinter();
     CHECK(bench.printer->langIds() == std::nullopt);
@@ -167,12 +167,12 @@ TEST_CASE("a language table that cannot be read is asked for again") {
     CHECK(bench.printer->langId() == 0x0409);
 }
 
-TEST_CASE("a device that answers no request is asked for one descriptor at its arrival, and again when somebody asks") {
+TEST_CASE("an unresponsive device gets one descriptor request at its arrival, and another one on demand") {
     Bench bench;
     bench.handle->setAnswer("ControlRequestTO", kIOUSBTransactionTimeout);
     arrive(bench);
     CHECK(timesAsked(bench, 0x0300) == 1);
-    CHECK(bench.handle->count("ControlRequestTO") == 2); // and for its device ID
+    CHECK(bench.handle->count("ControlRequestTO") == 2); // including the one for its device ID
     CHECK(bench.printer->productUSB() == std::nullopt);
     bench.handle->setAnswer("ControlRequestTO", kIOReturnSuccess);
     bench.printer->getUSBProductString();
@@ -180,7 +180,7 @@ TEST_CASE("a device that answers no request is asked for one descriptor at its a
     CHECK(timesAsked(bench, 0x0302) == 1);
 }
 
-TEST_CASE("a device without a language table is asked for it once at its arrival, and for its strings all the same") {
+TEST_CASE("a device without a language table gets one request for it at its arrival, and its strings are still read") {
     Bench bench;
     bench.handle->setString(1, u"ZUL");
     bench.handle->setString(2, u"VK14");
@@ -190,7 +190,7 @@ TEST_CASE("a device without a language table is asked for it once at its arrival
     CHECK(bench.printer->descriptionUTF8() == "ZUL VK14 000042");
 }
 
-TEST_CASE("a string that does not come ends the strings of that arrival") {
+TEST_CASE("a string that is not returned ends the string requests of that arrival") {
     Bench bench;
     bench.handle->setDescriptor(0x0300, {4, 3, 0x04, 0x09});
     bench.handle->expectControlRequestTO(getDescriptor(0x0300)).returns(Data{4, 3, 0x04, 0x09});
@@ -201,7 +201,7 @@ TEST_CASE("a string that does not come ends the strings of that arrival") {
     CHECK(timesAsked(bench, 0x0301) == 0);
 }
 
-TEST_CASE("a string descriptor loses its trailing zeros, and one without characters is none") {
+TEST_CASE("trailing zeros of a string descriptor are dropped, and one without characters yields no string") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setDescriptor(0x0305, {6, 3, 0x41, 0, 0, 0});
@@ -212,7 +212,7 @@ TEST_CASE("a string descriptor loses its trailing zeros, and one without charact
     CHECK(bench.printer->descriptorStringAtIndex(7) == "AB");
 }
 
-TEST_CASE("a descriptor of the wrong type is logged, and text behind a device qualifier is taken") {
+TEST_CASE("a descriptor of the wrong type is logged, and text after a device qualifier is accepted") {
     Bench bench;
     bench.inlinePrinter();
     Data descriptor(20, 0);
@@ -246,7 +246,7 @@ TEST_CASE("the USB strings are read product first, then serial number, then vend
           std::vector<std::string>{"got USB product:VK14", "got USB Serial Number:000042", "got USB vendor:ZUL"});
 }
 
-TEST_CASE("a string index of 0 means none and asks for nothing") {
+TEST_CASE("a string index of 0 means no string and causes no request") {
     Bench bench;
     bench.handle->serialNumberStringIndex = 0;
     bench.inlinePrinter();
@@ -254,7 +254,7 @@ TEST_CASE("a string index of 0 means none and asks for nothing") {
     CHECK(bench.log.hasLogged("got USB Serial Number:(null)"));
 }
 
-TEST_CASE("a string index that cannot be read is logged by its call") {
+TEST_CASE("a string index that cannot be read is logged with the name of its call") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBGetProductStringIndex", kIOReturnNoDevice);
@@ -272,7 +272,7 @@ TEST_CASE("a printer's key is vendor, product and location in capitals") {
     CHECK(bench.printer->idProduct() == "35585");
 }
 
-TEST_CASE("what is known of a device is found again by its key, and never by another") {
+TEST_CASE("stored device info is found by its device's key only") {
     Bench bench;
     const auto info = TBUSBPrinter::deviceInfoForKey("one");
     info->set("fact", std::string("x"));
@@ -292,7 +292,7 @@ TEST_CASE("an immutable dictionary is not stored") {
     CHECK(bench.log.has("+[TBUSBPrinter setDeviceInfo:forKey:]:[one] : "));
 }
 
-TEST_CASE("the generic printer supports no identifiers and the vendor's printer its own") {
+TEST_CASE("the generic printer supports no identifiers, the vendor's printer its own") {
     Bench bench;
     const auto generic = std::make_shared<TBUSBPrinter>(bench.environment);
     CHECK(generic->supportedVendorIDsOfClass().empty());
@@ -300,7 +300,7 @@ TEST_CASE("the generic printer supports no identifiers and the vendor's printer 
     CHECK(TBUSBPrinterZUL::supportedProductIDs() == std::set<std::uint16_t>{3});
 }
 
-TEST_CASE("an empty text has no part to cut out") {
+TEST_CASE("no part is found in an empty text") {
     CHECK(TBUSBPrinter::noninclusiveCaseInsensitiveSubstringFromString("", std::nullopt, std::nullopt) == std::nullopt);
     CHECK(TBUSBPrinter::noninclusiveCaseInsensitiveSubstringFromString("MFG:X;mdl:Y;", "MDL:", ";") == "Y");
 }

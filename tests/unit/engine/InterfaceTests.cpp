@@ -21,7 +21,7 @@ TEST_CASE("before the device ID is decoded there is no queue and everything runs
     CHECK(ran == 3);
 }
 
-TEST_CASE("a decoded device ID gives the printer a queue that is labelled with who it is") {
+TEST_CASE("a printer with a decoded device ID has a queue, labelled with its identity") {
     Bench bench;
     bench.printerWithQueue("MFG:Zul Imaging Company;MDL:VK14;SERN:42;");
     REQUIRE(bench.printer->printerCommandQueue());
@@ -39,7 +39,7 @@ TEST_CASE("the label falls back to the USB serial number") {
     CHECK(bench.printer->printerCommandQueue()->label().ends_with("printer.ZUL.VK14.USB7"));
 }
 
-TEST_CASE("work on the command queue runs inline there and is queued from elsewhere") {
+TEST_CASE("work for the command queue runs inline there and is queued from other threads") {
     Bench bench;
     bench.printerWithQueue();
     std::vector<int> order;
@@ -51,7 +51,7 @@ TEST_CASE("work on the command queue runs inline there and is queued from elsewh
     CHECK(order == std::vector<int>{1, 2});
 }
 
-TEST_CASE("a reply is delivered on main when no queue is named, and inline on the command queue") {
+TEST_CASE("without a named queue a reply is delivered on the main queue, or inline on the command queue") {
     Bench bench;
     bench.printerWithQueue();
     bool onMain = false;
@@ -65,7 +65,7 @@ TEST_CASE("a reply is delivered on main when no queue is named, and inline on th
     CHECK(onQueue);
 }
 
-TEST_CASE("a reply is delivered on the queue that the caller names, and inline when that is the command queue") {
+TEST_CASE("a reply is delivered on the queue that the caller names, or inline if that is the command queue") {
     Bench bench;
     bench.printerWithQueue();
     auto others = std::make_shared<SerialQueue>("others", bench.clock);
@@ -85,14 +85,14 @@ TEST_CASE("a reply is delivered on the queue that the caller names, and inline w
     CHECK(order == std::vector<int>{1, 2});
 }
 
-TEST_CASE("a command without a block ends the program with a line that says what is missing") {
+TEST_CASE("a command without a block ends the program with a message that names the missing block") {
     TemporaryFolder folder;
     const auto output = folder.path / "stderr";
     for (const bool wantsReply : {false, true}) {
         const pid_t child = ::fork();
         REQUIRE(child >= 0);
         if (child == 0) {
-            std::signal(SIGABRT, SIG_DFL); // not the test framework's report
+            std::signal(SIGABRT, SIG_DFL); // without the test framework's report
             ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
             Bench bench;
             bench.inlinePrinter();
@@ -108,14 +108,14 @@ TEST_CASE("a command without a block ends the program with a line that says what
     }
 }
 
-TEST_CASE("an open printer is opened again without asking the device") {
+TEST_CASE("opening an open printer makes no call to the device") {
     Bench bench;
     bench.openPrinter();
     CHECK(bench.printer->openInterface() == kIOReturnSuccess);
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 0);
 }
 
-TEST_CASE("a successful open owns the interface, finds its pipes and says so") {
+TEST_CASE("a successful open owns the interface, finds its pipes and is announced") {
     Bench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
@@ -129,7 +129,7 @@ TEST_CASE("a successful open owns the interface, finds its pipes and says so") {
     CHECK(bench.log.has(" is open.\n"));
 }
 
-TEST_CASE("a refused open leaves the printer opening, owned by another, and shown so") {
+TEST_CASE("after a refused open the printer is opening, owned by another program, and shown so") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -145,7 +145,7 @@ TEST_CASE("a refused open leaves the printer opening, owned by another, and show
     CHECK(bench.handle->isWatched());
 }
 
-TEST_CASE("any other failure to open stays opening and is returned") {
+TEST_CASE("after any other failed open the printer remains opening, and the code is returned") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
@@ -154,7 +154,7 @@ TEST_CASE("any other failure to open stays opening and is returned") {
     CHECK(bench.printer->ownership() == Ownership::none);
 }
 
-TEST_CASE("a close that succeeds says so") {
+TEST_CASE("a successful close is announced") {
     Bench bench;
     bench.openPrinter();
     IOReturn code = kIOReturnError;
@@ -163,7 +163,7 @@ TEST_CASE("a close that succeeds says so") {
     CHECK(bench.log.hasLogged("The " + bench.printer->descriptionUTF8() + " was closed.\n"));
 }
 
-TEST_CASE("closing a printer that is not open still closes its states and answers 0") {
+TEST_CASE("closing a printer that is not open still closes its states and returns 0") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -177,7 +177,7 @@ TEST_CASE("closing a printer that is not open still closes its states and answer
     CHECK(bench.handle->count("USBInterfaceClose") == 0);
 }
 
-TEST_CASE("a close that fails is logged by name and closes the states all the same") {
+TEST_CASE("a failed close is logged by name, and the states are closed nevertheless") {
     Bench bench;
     bench.openPrinter();
     bench.handle->setAnswer("USBInterfaceClose", kIOReturnNoDevice);
@@ -188,7 +188,7 @@ TEST_CASE("a close that fails is logged by name and closes the states all the sa
     CHECK(bench.printer->state() == kTBPrinterClosed);
 }
 
-TEST_CASE("a close lies behind what is queued, even when the queue itself asks for it") {
+TEST_CASE("a close runs after the work that is already queued, even if it is requested on the queue itself") {
     Bench bench;
     bench.printerWithQueue();
     std::vector<int> order;
@@ -200,7 +200,7 @@ TEST_CASE("a close lies behind what is queued, even when the queue itself asks f
     CHECK(order == std::vector<int>{1, 2});
 }
 
-TEST_CASE("only bulk pipes count, and a later one of the same direction replaces the earlier") {
+TEST_CASE("only bulk pipes are used, and a later one of the same direction replaces the earlier") {
     Bench bench;
     bench.handle->endpoints = {{PipeDirection::in, 1, 3, 8, 1},
                                {PipeDirection::out, 2, 2, 512, 0},
@@ -222,7 +222,7 @@ TEST_CASE("a failure to count the endpoints is logged") {
     CHECK(bench.log.has("failure for GetNumEndpoints on the open USB device; error=[-536870208]\n"));
 }
 
-TEST_CASE("a short read keeps the size that was asked for, padded with zeros") {
+TEST_CASE("a short read keeps the requested size, padded with zeros") {
     Bench bench;
     bench.openPrinter();
     bench.handle->enqueueRead(Data(10, 'x'));
@@ -233,14 +233,14 @@ TEST_CASE("a short read keeps the size that was asked for, padded with zeros") {
     CHECK(*data == expected);
 }
 
-TEST_CASE("a read that fails gives nothing") {
+TEST_CASE("a failed read returns no data") {
     Bench bench;
     bench.openPrinter();
     bench.handle->enqueueRead({}, kIOReturnOverrun);
     CHECK(bench.printer->interfaceReadDataOfSize(8) == std::nullopt);
 }
 
-TEST_CASE("taking the ownership opens, and giving it back closes") {
+TEST_CASE("taking the ownership opens, and releasing it closes") {
     Bench bench;
     bench.inlinePrinter();
     bench.printer->setIsOwned(1);
@@ -251,7 +251,7 @@ TEST_CASE("taking the ownership opens, and giving it back closes") {
     CHECK(bench.handle->count("USBInterfaceClose") == 1);
 }
 
-TEST_CASE("taking what another program holds closes and replays the attempt to open") {
+TEST_CASE("taking a printer that another program holds closes it and replays the attempt to open") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -262,7 +262,7 @@ TEST_CASE("taking what another program holds closes and replays the attempt to o
     CHECK(bench.printer->status() == "USB Busy"); // closed and not in the probed state
 }
 
-TEST_CASE("a burst of hints that the other holder has let go leads to one retry") {
+TEST_CASE("several hints that the other holder has released the printer cause one retry") {
     Bench bench;
     bench.printerWithQueue();
     bench.settle();
@@ -277,7 +277,7 @@ TEST_CASE("a burst of hints that the other holder has let go leads to one retry"
     CHECK(bench.log.times("kIOMessageServiceWasClosed(e0000110)") == 1);
 }
 
-TEST_CASE("the other holder's close is checked with a silent claim and leads to one retry") {
+TEST_CASE("the other holder's close is checked with a silent claim and causes one retry") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -292,6 +292,6 @@ TEST_CASE("the other holder's close is checked with a silent claim and leads to 
     bench.handle->holderMayBeFree();
     bench.settle();
     CHECK(bench.log.times("kIOMessageServiceWasClosed(e0000110)") == 1);
-    CHECK(bench.commands() == std::vector<std::string>{"STATUS"}); // asked at once, and closed again
+    CHECK(bench.commands() == std::vector<std::string>{"STATUS"}); // queried at once, and closed again
     CHECK(bench.printer->state() == kTBPrinterClosed);
 }

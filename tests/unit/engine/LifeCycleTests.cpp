@@ -14,7 +14,7 @@ void send(const Bench& bench, IOMessage message) {
 
 } // namespace
 
-TEST_CASE("taking a service registers for its messages, opens once and closes behind") {
+TEST_CASE("taking a service registers for its messages, opens once and closes afterwards") {
     Bench bench;
     bench.printerWithQueue();
     CHECK(bench.printer->deviceObject() == 7);
@@ -27,7 +27,7 @@ TEST_CASE("taking a service registers for its messages, opens once and closes be
     CHECK(bench.printer->state() == kTBPrinterClosed);
 }
 
-TEST_CASE("taking the same service twice is refused with a line") {
+TEST_CASE("taking the same service twice is refused with a log line") {
     Bench bench;
     bench.printerWithQueue();
     bench.printer->setDeviceObject(7);
@@ -36,7 +36,7 @@ TEST_CASE("taking the same service twice is refused with a line") {
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 1);
 }
 
-TEST_CASE("a printer that is held at its first open stays waiting for the holder") {
+TEST_CASE("a printer that is held at its first open keeps waiting for the holder") {
     Bench bench;
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     bench.printerWithQueue();
@@ -54,7 +54,7 @@ TEST_CASE("a terminated service saves its printer's dictionary, even an empty on
     CHECK(bench.log.has(" (device 00000007) was removed\n"));
 }
 
-TEST_CASE("a holder's close means nothing to a printer of which nothing is known") {
+TEST_CASE("a holder's close has no effect on a printer without device info") {
     Bench bench;
     bench.inlinePrinter();
     send(bench, kIOMessageServiceWasClosed);
@@ -62,14 +62,14 @@ TEST_CASE("a holder's close means nothing to a printer of which nothing is known
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 0);
 }
 
-TEST_CASE("a holder's close makes the printer available when nobody waits for it") {
+TEST_CASE("a holder's close makes the printer available if nothing waits for it") {
     Bench bench;
     bench.inlinePrinter()->setPrinterStatus("Idle");
     send(bench, kIOMessageServiceWasClosed);
     CHECK(bench.printer->status() == "USB Available");
 }
 
-TEST_CASE("an attempt to open is shown by the state that the printer is in") {
+TEST_CASE("an attempt to open is shown according to the printer's state") {
     Bench bench;
     bench.inlinePrinter();
     send(bench, kIOMessageServiceIsAttemptingOpen);
@@ -85,13 +85,13 @@ TEST_CASE("an attempt to open is shown by the state that the printer is in") {
     send(bench, kIOMessageServiceIsAttemptingOpen);
     CHECK(bench.printer->status() == "USB Open");
 
-    bench.printer->setState(kTBPrinterOpening); // the interface is open, its state is not told yet
+    bench.printer->setState(kTBPrinterOpening); // the interface is open, its state is not announced yet
     REQUIRE(bench.printer->didOpenInterface());
     send(bench, kIOMessageServiceIsAttemptingOpen);
     CHECK(bench.printer->state() == kTBPrinterOpen);
 }
 
-TEST_CASE("an attempt to open in the probed state closes it without a word") {
+TEST_CASE("an attempt to open in the probed state closes it without a text") {
     Bench bench;
     bench.inlinePrinter()->setState(kTBPrinterProbed);
     send(bench, kIOMessageServiceIsAttemptingOpen);
@@ -99,7 +99,7 @@ TEST_CASE("an attempt to open in the probed state closes it without a word") {
     CHECK(bench.printer->status() == std::nullopt);
 }
 
-TEST_CASE("any other message shows OK, but a change of the busy state shows nothing") {
+TEST_CASE("any other message shows OK, except a change of the busy state, which shows no text") {
     Bench bench;
     bench.inlinePrinter();
     send(bench, kIOMessageServiceBusyStateChange);
@@ -122,7 +122,7 @@ TEST_CASE("during an update no status text changes, but states do") {
     CHECK(bench.printer->state() == kTBPrinterClosed);
 }
 
-TEST_CASE("a soft reset goes to the interface, or to the other recipient when asked") {
+TEST_CASE("a soft reset has the recipient interface, or other if requested") {
     Bench bench;
     bench.handle->interfaceNumber = 2;
     bench.inlinePrinter();
@@ -157,7 +157,7 @@ TEST_CASE("a device reset opens the device, resets and closes") {
     CHECK(bench.handle->count("ResetDevice") == 1);
 }
 
-TEST_CASE("a device handle that cannot be had is told with the code's name") {
+TEST_CASE("a missing device handle is reported with the code's name") {
     Bench bench;
     bench.handle->setAnswer("GetDevice", kIOReturnNotPrivileged);
     bench.inlinePrinter();
@@ -166,7 +166,7 @@ TEST_CASE("a device handle that cannot be had is told with the code's name") {
                                                 std::string(strForIOReturn(kIOReturnNotPrivileged)) + ")\n");
 }
 
-TEST_CASE("a re-enumeration without a device handle fails and logs nothing") {
+TEST_CASE("a re-enumeration without a device handle fails without a log line") {
     Bench bench;
     const auto printer = std::make_shared<TBUSBPrinter>(bench.environment);
     const auto before = bench.log.systemLog.size();
@@ -174,7 +174,7 @@ TEST_CASE("a re-enumeration without a device handle fails and logs nothing") {
     CHECK(bench.log.systemLog.size() == before);
 }
 
-TEST_CASE("a re-enumeration is logged with what came of it") {
+TEST_CASE("a re-enumeration is logged with its result") {
     Bench bench;
     bench.inlinePrinter();
     CHECK(bench.printer->reEnumerateUSBDevice() == kIOReturnSuccess);
@@ -184,7 +184,7 @@ TEST_CASE("a re-enumeration is logged with what came of it") {
     CHECK(bench.log.has("(kIOReturnNotResponding)"));
 }
 
-TEST_CASE("a released printer has given its handles back and answers as a device that has left") {
+TEST_CASE("a released printer has released its handles and replies like a detached device") {
     Bench bench;
     bench.printerWithQueue();
     bench.printer->prepareForRelease();
@@ -197,7 +197,7 @@ TEST_CASE("a released printer has given its handles back and answers as a device
     CHECK(result == kIOReturnNoDevice);
 }
 
-TEST_CASE("a probe says so and asks for the facts") {
+TEST_CASE("a probe is announced and queries the device info") {
     Bench bench;
     bench.inlinePrinter()->probe();
     CHECK(bench.log.has("running probe on "));

@@ -1,5 +1,4 @@
-// A printer that did not report its device ID: it has no command queue, so everything that is asked of it holds the
-// main queue.
+// A printer that did not report its device ID has no command queue, so every exchange with it blocks the main queue.
 #include "Bench.h"
 #include "RecordedEvents.h"
 
@@ -22,7 +21,7 @@ struct Attached : Bench {
     ~Attached() { controller.reset(); }
     DeviceInfoPtr known() { return TBUSBPrinter::deviceInfoForKey("2A71000301100000"); }
     void knownWithProgress(std::int64_t progress) { known()->set(HOLVEN_TBPrinterDeviceFirmwareStatus, progress); }
-    /// What the controller does with an arrival, in one block of the main queue; returns how long that took.
+    /// The controller's work for an arrival, in one block of the main queue; returns its duration.
     Clock::Duration attach() {
         const auto begin = clock.now();
         printer = std::make_shared<TBUSBPrinterZUL>(environment);
@@ -31,11 +30,11 @@ struct Attached : Bench {
         controller->addPrinter(printer);
         return clock.now() - begin;
     }
-    /// A write that is answered at once.
+    /// A write whose reply comes at once.
     void answerTo(const std::string& body) {
         handle->expectWritePipeTO(1, [](const Data&) { return true; }).during([this, body] { reply(body); });
     }
-    /// A write whose answer does not come within the time-out of a transfer.
+    /// A write whose reply does not come within the time-out.
     void noAnswer() {
         handle->expectWritePipeTO(1, [](const Data&) { return true; });
         handle->expectReadPipeTO(2, {}, kIOUSBTransactionTimeout).during([this] { clock.sleepFor(5s); });
@@ -47,7 +46,7 @@ struct Attached : Bench {
 
 } // namespace
 
-TEST_CASE("a printer that does not report its device ID is reported by its place, in the log and as an event") {
+TEST_CASE("a printer that does not report its device ID is reported by its location, in the log and as an event") {
     Attached bench;
     bench.attach();
     CHECK(bench.log.hasLogged("the printer at 1-1 did not report its device ID"));
@@ -55,7 +54,7 @@ TEST_CASE("a printer that does not report its device ID is reported by its place
     CHECK(bench.printer->printerCommandQueue() == nullptr);
 }
 
-TEST_CASE("a printer that reports its device ID is reported as no such printer") {
+TEST_CASE("a printer that reports its device ID is not reported as one without") {
     Attached bench;
     bench.handle->setDeviceID("MFG:ZUL;MDL:VK14;SERN:1;");
     bench.attach();
@@ -63,7 +62,7 @@ TEST_CASE("a printer that reports its device ID is reported as no such printer")
     CHECK(bench.events.count<events::IdentityMissing>() == 0);
 }
 
-TEST_CASE("the first missing answer ends the round, and it is not asked for once more") {
+TEST_CASE("the first missing reply ends the round of queries, and is not repeated") {
     Attached bench;
     bench.answerTo("00000\r");
     bench.answerTo("VK14 01.60\r");
@@ -75,7 +74,7 @@ TEST_CASE("the first missing answer ends the round, and it is not asked for once
     CHECK(bench.printer->firmwareVersion() == "VK14 01.60");
 }
 
-TEST_CASE("the probe of a known printer and that of the controller are one round") {
+TEST_CASE("the probe of a known printer and the queries of the controller are one round") {
     Attached bench;
     bench.known()->set(HOLVEN_TBPrinterManufacturer, std::string("ZUL"));
     bench.noAnswer();
@@ -83,7 +82,7 @@ TEST_CASE("the probe of a known printer and that of the controller are one round
     CHECK(bench.commands() == Calls{"STATUS"});
 }
 
-TEST_CASE("a known printer that answers is asked for its status and twice for its facts, as any other") {
+TEST_CASE("a known printer that replies is queried for its status, and twice for its device info, like any other") {
     Attached bench;
     bench.known()->set(HOLVEN_TBPrinterManufacturer, std::string("ZUL"));
     bench.answerTo("00000\r");
@@ -97,7 +96,7 @@ TEST_CASE("a known printer that answers is asked for its status and twice for it
     CHECK(bench.events.all<events::QuestionsEnded>().back().isComplete);
 }
 
-TEST_CASE("a write that is not taken is not waited for a second time") {
+TEST_CASE("a refused write is not waited for a second time") {
     Attached bench;
     bench.handle->expectWritePipeTO(1, [](const Data&) { return true; }).returns(kIOUSBTransactionTimeout).during([&] {
         bench.clock.sleepFor(5s);
@@ -107,7 +106,7 @@ TEST_CASE("a write that is not taken is not waited for a second time") {
     CHECK(bench.events.count<events::ReplyMissing>() == 1);
 }
 
-TEST_CASE("answers that are slow but come end the round when they have taken as long as one may") {
+TEST_CASE("slow replies end the round after the time of one time-out") {
     Attached bench;
     const auto slow = [&](const std::string& body) {
         bench.handle->expectWritePipeTO(1, [](const Data&) { return true; }).during([&bench, body] {
@@ -121,7 +120,7 @@ TEST_CASE("answers that are slow but come end the round when they have taken as 
     CHECK(bench.commands() == Calls{"STATUS", "INFO  FVER"});
 }
 
-TEST_CASE("a later round asks again, and begins by dropping what may still come") {
+TEST_CASE("a later round queries again, after dropping a late reply") {
     Attached bench;
     bench.noAnswer();
     bench.attach();
@@ -137,7 +136,7 @@ TEST_CASE("a later round asks again, and begins by dropping what may still come"
     CHECK(bench.printer->printerSerialNumber() == "000001");
 }
 
-TEST_CASE("a loader that was expected is asked for its status at once") {
+TEST_CASE("a loader that was expected is queried for its status at once") {
     Attached bench;
     bench.knownWithProgress(1);
     SUBCASE("and gets its image, if there is one") {
@@ -147,7 +146,7 @@ TEST_CASE("a loader that was expected is asked for its status at once") {
         CHECK(bench.commands() == Calls{"STATUS", "STATUS"}); // this bench has no firmware files
         CHECK(bench.log.has("failed to verify firmware archive"));
     }
-    SUBCASE("and is left alone where it does not answer") {
+    SUBCASE("and gets no image if it does not reply") {
         bench.noAnswer();
         CHECK(bench.attach() == 5s);
         CHECK(bench.commands() == Calls{"STATUS"});
@@ -157,7 +156,7 @@ TEST_CASE("a loader that was expected is asked for its status at once") {
     CHECK(bench.printer->inFirmwareUpdate());
 }
 
-TEST_CASE("new firmware is asked for its version, and neither waited for nor given tables") {
+TEST_CASE("new firmware is queried for its version, but neither waited for nor given tables") {
     Attached bench;
     bench.knownWithProgress(2);
     bench.known()->set(HOLVEN_TBPrinterFirmwareVersionPrevious, std::string("VK14 01.60"));
@@ -165,14 +164,14 @@ TEST_CASE("new firmware is asked for its version, and neither waited for nor giv
     bench.noAnswer();
     CHECK(bench.attach() == 5s);
     bench.settle();
-    CHECK(bench.commands() == Calls{"INFO  FVER", "STATUS"}); // the status is the controller's question
+    CHECK(bench.commands() == Calls{"INFO  FVER", "STATUS"}); // the status is the controller's query
     CHECK(bench.log.hasLogged("firmware version changed from VK14 01.60 to VK14 01.61"));
     CHECK(bench.log.has("the color tables of the printer at 1-1 are not written: it did not report its device ID"));
     CHECK(bench.printer->deviceInfoDict()->integer(HOLVEN_TBPrinterDeviceFirmwareStatus) == 2);
     CHECK(bench.events.count<events::UpdateReported>() == 0);
 }
 
-TEST_CASE("the intermediate firmware of a VK-RZ7 does not hold the main queue either") {
+TEST_CASE("the intermediate firmware of a VK-RZ7 does not block the main queue either") {
     Attached bench;
     bench.handle->product = 5;
     TBUSBPrinter::deviceInfoForKey("2A71000501100000")->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{2});
@@ -181,7 +180,7 @@ TEST_CASE("the intermediate firmware of a VK-RZ7 does not hold the main queue ei
     CHECK(bench.attach() == 5s);
 }
 
-TEST_CASE("an update that was finished is cleared for a printer without a queue, too") {
+TEST_CASE("a finished update is cleared for a printer without a queue, too") {
     Attached bench;
     bench.knownWithProgress(3);
     for (const char* body : {"VK14 01.61\r", "00000\r", "VK14 01.61\r", "CL0000042\r", "0161\r", "1F2E\r", "000001\r",

@@ -1,4 +1,4 @@
-// What a printer is asked for and where the answers go.
+// The queries of a printer, and where their replies are stored.
 #include "Bench.h"
 
 #include "archive/ProductTable.h"
@@ -19,14 +19,14 @@ TEST_CASE("the firmware version is trimmed, stored with its notices, and logged"
     CHECK(bench.commands() == std::vector<std::string>{"INFO  FVER"});
 }
 
-TEST_CASE("a version query without an answer keeps the earlier version") {
+TEST_CASE("a version query without a reply keeps the earlier version") {
     Bench bench;
     bench.inlinePrinter()->deviceInfoDict()->set("firmwareVersion", std::string("old"));
     bench.printer->getPrinterFirmwareVersion();
     CHECK(bench.printer->firmwareVersion() == "old");
 }
 
-TEST_CASE("the inline version is answered and neither stored nor logged") {
+TEST_CASE("the inline version is returned and neither stored nor logged") {
     Bench bench;
     bench.openPrinter();
     bench.reply("VK14 01.61\r");
@@ -35,7 +35,7 @@ TEST_CASE("the inline version is answered and neither stored nor logged") {
     CHECK(bench.printer->inlineGetFirmwareString() == std::nullopt);
 }
 
-TEST_CASE("the serial number is stored as it came, and a missing answer shows as NULL") {
+TEST_CASE("the serial number is stored unchanged, and a missing reply is shown as NULL") {
     Bench bench;
     bench.inlinePrinter();
     bench.reply(" 42 \r");
@@ -46,7 +46,7 @@ TEST_CASE("the serial number is stored as it came, and a missing answer shows as
     CHECK(bench.printer->printerSerialNumber() == "NULL");
 }
 
-TEST_CASE("the lifetime counter loses its prefix and its zeros, and is noticed under its own name") {
+TEST_CASE("the lifetime counter loses its prefix and its zeros, and is announced under its own name") {
     Bench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
@@ -79,7 +79,7 @@ TEST_CASE("a single-table model keeps its version and its checksum under the key
     CHECK(bench.commands() == std::vector<std::string>{"TBL_RDVersion", "MNT_RDCTRLD_CHKSUM"});
 }
 
-TEST_CASE("a VK26 answers three tables in the order 610, 600, 300, and its last checksum line says version") {
+TEST_CASE("a VK26 is queried for three tables in the order 610, 600, 300, and its last checksum line says version") {
     Bench bench;
     bench.openPrinter(0x8B01);
     for (const char* version : {"A", "B", "C"}) bench.reply(std::string(version) + '\r');
@@ -97,7 +97,7 @@ TEST_CASE("a VK26 answers three tables in the order 610, 600, 300, and its last 
     CHECK(bench.log.hasLogged("printer color table version 300: 3"));
 }
 
-TEST_CASE("a VK28 is asked for four tables of one medium and four of the other") {
+TEST_CASE("a VK28 is queried for four tables of one medium and four of the other") {
     Bench bench;
     bench.openPrinter(0x9001);
     for (int table = 1; table <= 8; ++table) bench.reply(std::to_string(table) + '\r');
@@ -119,7 +119,7 @@ TEST_CASE("a VK28 is asked for four tables of one medium and four of the other")
     CHECK(bench.log.hasLogged("printer color table version 300HD: 8"));
 }
 
-TEST_CASE("a table that is not answered shows as NULL and still counts") {
+TEST_CASE("a missing reply for a table is shown as NULL, and the table is still listed") {
     Bench bench;
     bench.openPrinter(0x8B01);
     bench.reply("A\r");
@@ -128,7 +128,7 @@ TEST_CASE("a table that is not answered shows as NULL and still counts") {
     CHECK(seen == std::vector<std::string>{"A", "NULL", "NULL"});
 }
 
-TEST_CASE("an unknown model is asked for no table") {
+TEST_CASE("an unknown model is queried for no table") {
     Bench bench;
     bench.openPrinter(0x1234);
     int calls = 0;
@@ -138,7 +138,7 @@ TEST_CASE("an unknown model is asked for no table") {
     CHECK(bench.printer->image() == std::nullopt);
 }
 
-TEST_CASE("a counter is reset by its letter, and another letter sends nothing") {
+TEST_CASE("a counter is reset by its letter, and another letter sends no command") {
     Bench bench;
     bench.inlinePrinter()->resetCounterA();
     bench.printer->resetCounterB();
@@ -152,7 +152,7 @@ TEST_CASE("a counter is reset by its letter, and another letter sends nothing") 
     CHECK(bench.handle->count("ReadPipeTO") == 0);
 }
 
-TEST_CASE("a printer in its loader is asked for nothing but its status") {
+TEST_CASE("a printer in its loader is queried only for its status") {
     Bench bench;
     bench.inlinePrinter();
     bench.reply("FU00001\r");
@@ -161,7 +161,7 @@ TEST_CASE("a printer in its loader is asked for nothing but its status") {
     CHECK(bench.printer->printerStatus() == "Firmware Update Mode");
 }
 
-TEST_CASE("all facts are asked for in a fixed order, and the interface is closed behind them") {
+TEST_CASE("all values are queried in a fixed order, and the interface is closed afterwards") {
     Bench bench;
     bench.inlinePrinter(0x8B01);
     for (const char* body : {"00000\r", "VK26 01.51\r", "CL0000042\r", "0110\r", "0110\r", "0110\r", "1F2E\r", "1F2E\r",
@@ -179,7 +179,7 @@ TEST_CASE("all facts are asked for in a fixed order, and the interface is closed
 
 // ---- USB serial number ----------------------------------------------------------------------------------------------
 
-TEST_CASE("the USB serial setting is known to the models that have it") {
+TEST_CASE("the USB serial setting is supported by the models that have it") {
     const std::pair<std::uint16_t, bool> rows[] = {{3, false},     {4, false},     {8, false},
                                                    {0x8B01, true}, {0x9001, true}, {0x1234, false}};
     for (const auto& [product, supported] : rows) {
@@ -200,7 +200,7 @@ TEST_CASE("a VK-RZ7 has the USB serial setting from version 2.04 on") {
     }
 }
 
-TEST_CASE("the USB serial setting is read as a number and shown in words") {
+TEST_CASE("the USB serial setting is read as a number and shown as text") {
     Bench bench;
     bench.inlinePrinter(0x8B01);
     auto notices = std::make_shared<Notices>();
@@ -211,17 +211,17 @@ TEST_CASE("the USB serial setting is read as a number and shown in words") {
     CHECK(bench.printer->usbISerialString() == "Enabled");
     CHECK(notices->count["usbISerialString"] == 1);
     CHECK(bench.log.hasLogged("usbISerial value: 1"));
-    CHECK(bench.commands() == std::vector<std::string>{"MNT_RDUSB_ISERI_SET"}); // reading never leads to writing
+    CHECK(bench.commands() == std::vector<std::string>{"MNT_RDUSB_ISERI_SET"}); // reading never causes a write
 }
 
-TEST_CASE("a missing answer leaves the USB serial setting as it was") {
+TEST_CASE("a missing reply keeps the USB serial setting") {
     Bench bench;
     bench.inlinePrinter(0x8B01)->deviceInfoDict()->set(HOLVEN_ZUL_USB_ISerialisSet, std::string("1"));
     bench.printer->getUSB_ISerial();
     CHECK(bench.printer->usbISerialString() == "Enabled");
 }
 
-TEST_CASE("the USB serial setting is written and read back, and a VK14 gets nothing") {
+TEST_CASE("the USB serial setting is written and read back, and not written to a VK14") {
     Bench bench;
     bench.inlinePrinter(0x9001);
     bench.reply("1\r");
@@ -258,7 +258,7 @@ TEST_CASE("the queue clean-up removes the queues of the model whose name ends in
     CHECK(TemporaryFolder::read(folder / "removed") == "-x Lab_1\n-x Lab_2\n");
 }
 
-TEST_CASE("setting what is already set asks for nothing") {
+TEST_CASE("setting the current value sends no command") {
     Bench bench;
     bench.inlinePrinter(0x8B01)->setUsbISerial(false);
     CHECK(bench.frames().empty());

@@ -1,4 +1,4 @@
-// Keeps the events of printers, for tests that ask for them.
+// Records the events of printers.
 #pragma once
 
 #include "Classes/PrinterEvents.h"

@@ -1,4 +1,4 @@
-// Which replies can be the answer to which question.
+// Which replies can belong to which query.
 #include "protocol/ReplyShapes.h"
 
 #include "protocol/CommandFrame.h"
@@ -14,7 +14,7 @@ constexpr auto kShapes = std::to_array<ReplyShape>(
     {ReplyShape::status, ReplyShape::firmwareVersion, ReplyShape::serialNumber, ReplyShape::lifetimeCounter,
      ReplyShape::tableVersion, ReplyShape::tableChecksum, ReplyShape::usbSerialSetting});
 
-// Which shapes a text fits, as one letter each in the order above.
+// The shapes that a text fits, one letter each in the order above.
 std::string shapesOf(const std::string& text) {
     constexpr std::string_view kLetters = "svnlqcu";
     std::string letters;
@@ -30,7 +30,7 @@ bool isHeader(std::string_view text) {
 
 } // namespace
 
-TEST_CASE("a reply fits the questions that can have it as an answer") {
+TEST_CASE("a reply fits the queries that it can belong to") {
     // s status, v version, n serial number, l lifetime counter, q table version, c checksum, u USB serial setting
     CHECK(shapesOf("00000") == "snlqcu");
     CHECK(shapesOf("01000") == "snlqcu");
@@ -50,14 +50,14 @@ TEST_CASE("a reply fits the questions that can have it as an answer") {
     CHECK(shapesOf("NULL") == "nqc");
 }
 
-TEST_CASE("an empty reply is an answer to any question, and text that is not UTF-8 to none") {
+TEST_CASE("an empty reply fits any query, and text that is not UTF-8 fits none") {
     CHECK(shapesOf("") == "svnlqcu");
     CHECK(shapesOf(" \n") == "svnlqcu");
     for (const ReplyShape shape : kShapes) CHECK_FALSE(fitsShape(std::nullopt, shape));
     CHECK_FALSE(fitsShape(std::nullopt, ReplyShape::anyText));
 }
 
-TEST_CASE("a status may have zeros in front, a sign, and text after its number") {
+TEST_CASE("a status may have leading zeros, a sign, and text after its number") {
     for (const char* text : {"0", "1", "01000 now", "-1", "+5", " 00000 "}) {
         CAPTURE(text);
         CHECK(fitsShape(text, ReplyShape::status));
@@ -68,7 +68,7 @@ TEST_CASE("a status may have zeros in front, a sign, and text after its number")
     }
 }
 
-TEST_CASE("a version has letters and digits, and is no checksum, counter or loader's mark") {
+TEST_CASE("a version has letters and digits, and is not a checksum, counter or loader's mark") {
     for (const char* text : {" VK14 01.60 \n", "V2", "1.39PRN"}) {
         CAPTURE(text);
         CHECK(fitsShape(text, ReplyShape::firmwareVersion));
@@ -79,7 +79,7 @@ TEST_CASE("a version has letters and digits, and is no checksum, counter or load
     }
 }
 
-TEST_CASE("an answer is no longer than such answers are and has no control characters inside") {
+TEST_CASE("a reply has a limited length and no control characters inside") {
     const std::string longest(64, '7');
     CHECK(fitsShape(longest, ReplyShape::serialNumber));
     CHECK_FALSE(fitsShape(longest + '7', ReplyShape::serialNumber));
@@ -96,7 +96,7 @@ TEST_CASE("an answer is no longer than such answers are and has no control chara
     CHECK(fitsShape("0\x1B[2J0", ReplyShape::anyText));
 }
 
-TEST_CASE("every question whose answer is kept has a shape") {
+TEST_CASE("every query whose reply is stored has a shape") {
     CHECK(replyShapeFor(kCommandStatus) == ReplyShape::status);
     CHECK(replyShapeFor(kCommandFirmwareVersion) == ReplyShape::firmwareVersion);
     CHECK(replyShapeFor(kCommandSerialNumber) == ReplyShape::serialNumber);
@@ -109,7 +109,7 @@ TEST_CASE("every question whose answer is kept has a shape") {
     }
 }
 
-TEST_CASE("a reply's header is eight digits, and blanks may stand at its ends") {
+TEST_CASE("a reply's header is eight digits, with blanks allowed at its ends") {
     for (const char* text : {"00000006", "00004097", "      11", "11      "}) CHECK(isHeader(text));
     for (const char* text : {"", "0000006", "000000006", "????????", "        ", "-0000001", "0000 006", "0000000x",
                              "\xC2\xA0"

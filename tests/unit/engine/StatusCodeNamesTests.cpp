@@ -1,4 +1,4 @@
-// A literal copy of the tables of names: codes as numbers, names as texts, nothing shared with the tables themselves.
+// A literal copy of the tables of names: codes as numbers, names as texts, independent of the tables themselves.
 #include "Classes/StatusCodeNames.h"
 
 #include <cstring>

@@ -35,7 +35,7 @@ TEST_CASE("every status code has its text") {
     for (const auto& [raw, text] : rows) CHECK(TBUSBPrinterZUL::stringForVKStatusString(raw) == text);
 }
 
-TEST_CASE("the loader's mark counts only as the whole text") {
+TEST_CASE("the loader's mark is recognised only as the whole text") {
     CHECK(TBUSBPrinterZUL::stringForVKStatusString("FU00002") == "Idle");
     CHECK(TBUSBPrinterZUL::stringForVKStatusString("FU00001 ") == "Idle");
 }
@@ -52,7 +52,7 @@ TEST_CASE("a number between the known ones is an unknown status") {
     }
 }
 
-TEST_CASE("a status query stores the text and hands the raw status on") {
+TEST_CASE("a status query stores the text and passes the raw status to its completion") {
     Bench bench;
     bench.inlinePrinter();
     bench.reply("02610\r");
@@ -63,7 +63,7 @@ TEST_CASE("a status query stores the text and hands the raw status on") {
     CHECK(bench.commands() == std::vector<std::string>{"STATUS"});
 }
 
-TEST_CASE("a status query without an answer keeps the earlier text and calls nobody") {
+TEST_CASE("a status query without a reply keeps the earlier text and calls no completion") {
     Bench bench;
     bench.inlinePrinter()->setPrinterStatus("Printing");
     int calls = 0;
@@ -73,7 +73,7 @@ TEST_CASE("a status query without an answer keeps the earlier text and calls nob
     CHECK(bench.log.has("Received a null printer status reply ... will try again later"));
 }
 
-TEST_CASE("a status query of a printer that cannot be opened is silent") {
+TEST_CASE("a status query of a printer that cannot be opened writes no log line") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
@@ -83,7 +83,7 @@ TEST_CASE("a status query of a printer that cannot be opened is silent") {
     CHECK(bench.frames().empty());
 }
 
-TEST_CASE("an empty status body is a status like any other and reads as idle") {
+TEST_CASE("an empty status body is a status like any other and has the text Idle") {
     Bench bench;
     bench.inlinePrinter();
     bench.handle->enqueueRead(dataFromText("00000000"));

@@ -1,4 +1,4 @@
-// Bytes, texts and numbers, and the device information.
+// Conversion of bytes and texts, and the device information.
 #include "Classes/DeviceInfo.h"
 #include "platform/foundation/Data.h"
 
@@ -34,14 +34,14 @@ TEST_CASE("a number with a point reads up to the second point") {
     CHECK(doubleValue(".5") == doctest::Approx(0.5));
 }
 
-TEST_CASE("what is not a plain number is 0.0, names of special values included") {
+TEST_CASE("text that is not a plain number is 0.0, including names of special values") {
     for (const char* text : {"", "-", "inf", "nan", "-inf", "V1.0", "+-1.5", "-+1.5", "--1.5", "++1.5"})
         CHECK(doubleValue(text) == 0.0);
 }
 
 TEST_CASE("numbers do not depend on the locale's decimal mark") {
     const std::string before = std::setlocale(LC_NUMERIC, nullptr);
-    std::setlocale(LC_NUMERIC, "de_DE.UTF-8"); // where it is installed
+    std::setlocale(LC_NUMERIC, "de_DE.UTF-8"); // if it is installed
     CHECK(doubleValue("1.5") == doctest::Approx(1.5));
     CHECK(doubleValue("1,5") == doctest::Approx(1.0));
     std::setlocale(LC_NUMERIC, before.c_str());
@@ -57,19 +57,19 @@ TEST_CASE("text ends at the first zero byte and must be valid UTF-8") {
     CHECK(stringFromNulTerminatedUTF8({'a', 'b'}) == "ab");
     CHECK(stringFromNulTerminatedUTF8({}) == "");
     CHECK_FALSE(stringFromNulTerminatedUTF8({'a', 0xFF}));
-    CHECK_FALSE(stringFromNulTerminatedUTF8({0xED, 0xA0, 0x80})); // a surrogate is not a character
+    CHECK_FALSE(stringFromNulTerminatedUTF8({0xED, 0xA0, 0x80})); // overlong encoding of zero
     CHECK_FALSE(stringFromNulTerminatedUTF8({0xC0, 0x80}));       // the long way to write zero
     CHECK(stringFromUTF8(std::string_view("a\0b", 3)) == std::string("a\0b", 3));
 }
 
-TEST_CASE("white space and line ends go at both ends, not in the middle") {
+TEST_CASE("white space and line ends are removed at both ends, not in the middle") {
     CHECK(trimmedWhitespaceAndNewlines(" \t\r\n a b \n") == "a b");
     CHECK(trimmedWhitespaceAndNewlines("\xC2\xA0x\xE3\x80\x80") == "x");
     CHECK(trimmedWhitespaceAndNewlines(" \n ").empty());
     CHECK(trimmedWhitespaceAndNewlines("").empty());
 }
 
-TEST_CASE("device information answers a value only as the kind that it is") {
+TEST_CASE("device information returns a value only as its own type") {
     DeviceInfo info;
     info.set("model", std::string("VK14"));
     info.set("count", std::int64_t{3});
@@ -122,7 +122,7 @@ TEST_CASE("device information describes itself in the order of its keys") {
     CHECK(DeviceInfo().description() == "{ }");
 }
 
-TEST_CASE("text that is stored whatever it is becomes valid UTF-8 without NUL, and valid text is kept as it is") {
+TEST_CASE("text for storing becomes valid UTF-8 without NUL, and valid text is unchanged") {
     CHECK(repairedUTF8("Größe \xE2\x82\xAC \xF0\x9F\x96\xA8") == "Größe \xE2\x82\xAC \xF0\x9F\x96\xA8");
     CHECK(repairedUTF8("a\xFFz") == "a\xEF\xBF\xBDz");
     CHECK(repairedUTF8(std::string_view("a\0z", 3)) == "a\xEF\xBF\xBDz");

@@ -1,4 +1,4 @@
-// Reading one file: whole, once, and never anything that is not a file.
+// Reading one file: whole, once, and only regular files.
 #include "platform/files/FileReader.h"
 
 #include "support/TemporaryFolder.h"
@@ -18,12 +18,12 @@ namespace {
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 
-// The system's read, in parts, with something happening before each; the clock stands where the test puts it.
+// Reads in parts and calls the test before each; the test sets the clock.
 class StagedReader final : public FileReader {
   public:
     using FileReader::FileReader;
     std::size_t part = 1'000'000;
-    std::function<void(int number)> beforePart; // numbers from 1
+    std::function<void(int number)> beforePart; // numbered from 1
     int failingPart = 0;
     int error = 0;
     std::int64_t secondsLater = 3600;
@@ -48,7 +48,7 @@ void append(const std::filesystem::path& file, const std::string& text) {
 
 } // namespace
 
-TEST_CASE("a file is read whole, and its identity is the one that the next look finds") {
+TEST_CASE("a file is read whole, and its identity is the one found by the next check") {
     const TemporaryFolder folder;
     const auto file = folder.write("a.fw", std::string("a\0\xFF", 3));
     const StagedReader reader;
@@ -60,7 +60,7 @@ TEST_CASE("a file is read whole, and its identity is the one that the next look 
     CHECK(reader.read(folder.write("empty", "")).contents.empty());
 }
 
-TEST_CASE("a file that is read in small parts, with interruptions, is whole all the same") {
+TEST_CASE("a file that is read in small parts, with interruptions, is complete") {
     const TemporaryFolder folder;
     const auto file = folder.write("a.fw", "0123456789");
     StagedReader reader;
@@ -73,7 +73,7 @@ TEST_CASE("a file that is read in small parts, with interruptions, is whole all 
     CHECK(reader.parts == 6); // four parts, one interruption, the end
 }
 
-TEST_CASE("an error in the middle of a file leaves nothing of it") {
+TEST_CASE("an error in the middle of a file yields no contents") {
     const TemporaryFolder folder;
     StagedReader reader;
     reader.part = 3;
@@ -98,7 +98,7 @@ TEST_CASE("a file that grows while it is read is read to its new end and has no 
     CHECK_FALSE(reading.identity.has_value());
 }
 
-TEST_CASE("a file that is cut while it is read has no identity") {
+TEST_CASE("a file that is truncated while it is read has no identity") {
     const TemporaryFolder folder;
     const auto file = folder.write("a.fw", "0123456789");
     StagedReader reader;
@@ -122,7 +122,7 @@ TEST_CASE("a file is read up to the largest size and not beyond it") {
     CHECK(reader.read(file).result == FileResult::tooLarge);
 }
 
-TEST_CASE("what is not a regular file is not opened, so a pipe keeps nobody waiting") {
+TEST_CASE("an entry that is not a regular file is not opened, so a pipe does not block") {
     const TemporaryFolder folder;
     const FileReader reader;
     const auto pipe = folder / "pipe.fw";
@@ -141,7 +141,7 @@ TEST_CASE("what is not a regular file is not opened, so a pipe keeps nobody wait
     }
 }
 
-TEST_CASE("a link is followed, and one that leads nowhere is a missing file") {
+TEST_CASE("a link is followed, and a dangling one is a missing file") {
     const TemporaryFolder folder;
     const FileReader reader;
     const auto file = folder.write("a.fw", "text");
@@ -156,7 +156,7 @@ TEST_CASE("a link is followed, and one that leads nowhere is a missing file") {
     CHECK(reader.read(folder / "ring.fw").result == FileResult::unreadable);
 }
 
-TEST_CASE("a file that was written just now has no identity yet: a second change might not show in its times") {
+TEST_CASE("a file written just now has no identity yet: a second change might not alter its times") {
     const TemporaryFolder folder;
     const auto file = folder.write("a.fw", "text");
     StagedReader reader;
@@ -164,11 +164,11 @@ TEST_CASE("a file that was written just now has no identity yet: a second change
     CHECK_FALSE(reader.read(file).identity.has_value());
     reader.secondsLater = 4;
     CHECK(reader.read(file).identity.has_value());
-    reader.secondsLater = -4; // the clock was put back since
+    reader.secondsLater = -4; // the clock was set back since
     CHECK_FALSE(reader.read(file).identity.has_value());
 }
 
-TEST_CASE("a file's identity changes with its contents, its times and its place") {
+TEST_CASE("a file's identity changes with its contents, its times and its location") {
     const TemporaryFolder folder;
     const FileReader reader;
     const auto file = folder.write("a.fw", "text");

@@ -33,7 +33,7 @@ TEST_CASE("the contents of a regular file are its bytes, and anything else has n
     CHECK_FALSE(contentsOfFile(folder / "pipe"));
 }
 
-TEST_CASE("a file of the kernel is read whole although it says that it is empty") {
+TEST_CASE("a file of the kernel is read whole although its reported size is 0") {
     const std::string status = textOfFile("/proc/self/status");
     CHECK(status.find("Pid:\t" + std::to_string(::getpid()) + '\n') != std::string::npos);
     CHECK(status.ends_with('\n'));
@@ -55,12 +55,12 @@ TEST_CASE("a replaced file has the new contents, another inode, and no other fil
     CHECK_FALSE(replaceFile(file, "new", FileAccess::everyone));
     CHECK(TemporaryFolder::read(file) == "new");
     char old[32] = {};
-    CHECK(::read(before, old, sizeof old) == 14); // who has it open still reads the old contents
+    CHECK(::read(before, old, sizeof old) == 14); // a process that has it open still reads the old contents
     ::close(before);
     CHECK(filesIn(folder.path) == 1);
 }
 
-TEST_CASE("a replaced file is open to its owner only, or to whom the process's mask lets") {
+TEST_CASE("a replaced file is readable by its owner only, or as the process's umask allows") {
     const TemporaryFolder folder;
     const auto mask = ::umask(027);
     CHECK_FALSE(replaceFile(folder / "own", "x", FileAccess::owner));
@@ -70,7 +70,7 @@ TEST_CASE("a replaced file is open to its owner only, or to whom the process's m
     CHECK(modeOf(folder / "all") == 0640);
 }
 
-TEST_CASE("a file that cannot be replaced keeps its contents, and no other file is left") {
+TEST_CASE("a file that cannot be replaced keeps its contents, and no other file remains") {
     const TemporaryFolder folder;
     CHECK(replaceFile(folder / "missing/f", "x", FileAccess::owner) == std::errc::no_such_file_or_directory);
     std::filesystem::create_directory(folder / "d");
@@ -80,7 +80,7 @@ TEST_CASE("a file that cannot be replaced keeps its contents, and no other file 
     CHECK(filesIn(folder.path) == 1);
 }
 
-TEST_CASE("what a killed process of the same number left beside a file is not in the way") {
+TEST_CASE("a leftover file of a killed process with the same number does not prevent a replacement") {
     const TemporaryFolder folder;
     const auto left = folder.write("f." + std::to_string(::getpid()) + "-1", "left");
     CHECK_FALSE(replaceFile(folder / "f", "new", FileAccess::owner));
@@ -88,7 +88,7 @@ TEST_CASE("what a killed process of the same number left beside a file is not in
     CHECK(TemporaryFolder::read(left) == "left");
 }
 
-TEST_CASE("a name that is taken gets a number, a link that leads nowhere takes its name, too") {
+TEST_CASE("a used name gets a number, and a dangling link uses its name, too") {
     const TemporaryFolder folder;
     CHECK(freePathLike(folder / "f") == folder / "f");
     folder.write("f", "");

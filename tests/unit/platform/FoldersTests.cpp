@@ -1,4 +1,4 @@
-// The folders of a user: which they are, and how they are made.
+// The folders of a user: their paths, and their creation.
 #include "platform/files/Folders.h"
 #include "support/TemporaryFolder.h"
 
@@ -26,7 +26,7 @@ TEST_CASE("settings are kept in the user's configuration folder, root's in root'
     CHECK(configFolder({.configHome = "conf"}).empty());
 }
 
-TEST_CASE("what outlives a run is kept in the user's state folder") {
+TEST_CASE("state that is kept between runs is in the user's state folder") {
     CHECK(stateFolder({.stateHome = "/state", .home = "/home/u"}) == "/state/zul-printer-utility");
     CHECK(stateFolder({.home = "/home/u"}) == "/home/u/.local/state/zul-printer-utility");
 }
@@ -41,15 +41,15 @@ TEST_CASE("root keeps its state in the system's folder, or where a variable name
     CHECK(stateFolder({.isRoot = true, .stateHome = "/usr/new/state"}) == "/usr/new/state/zul-printer-utility");
 }
 
-TEST_CASE("root leaves the state folder of another user alone") {
+TEST_CASE("root does not use the state folder of another user") {
     const TemporaryFolder folder;
     if (::geteuid() == 0) REQUIRE(::chown(folder.path.c_str(), 65534, 65534) == 0);
-    // Run by another user than root, the folder is that user's anyway.
+    // If the test runs as another user than root, the folder belongs to that user anyway.
     CHECK(stateFolder({.isRoot = true, .stateHome = folder.path.string()}) == "/var/lib/zul-printer-utility");
     CHECK(stateFolder({.isRoot = true, .stateHome = (folder / "new").string()}) == "/var/lib/zul-printer-utility");
 }
 
-TEST_CASE("the state folder is made with all above it, closed to other users unless root makes it") {
+TEST_CASE("the state folder is created with its parents, closed to other users unless root creates it") {
     const TemporaryFolder folder;
     const auto before = ::umask(022);
     const auto state = folder / "a/b/zul-printer-utility";
@@ -57,11 +57,11 @@ TEST_CASE("the state folder is made with all above it, closed to other users unl
     const unsigned expected = ::geteuid() == 0 ? 0755 : 0700;
     CHECK(modeOf(state) == expected);
     CHECK(modeOf(folder / "a") == expected);
-    CHECK_FALSE(createStateFolder(state)); // there already
+    CHECK_FALSE(createStateFolder(state)); // exists already
     ::umask(before);
 }
 
-TEST_CASE("a state folder that cannot be made is an error") {
+TEST_CASE("a state folder that cannot be created is an error") {
     const TemporaryFolder folder;
     const auto file = folder.write("file", "");
     CHECK(createStateFolder(file / "state"));

@@ -1,4 +1,4 @@
-// Observing: which notices of a change are sent, and to whom.
+// Which notices of a change are sent, and to which observers.
 #include "platform/foundation/KeyValueObserving.h"
 
 #include <doctest/doctest.h>
@@ -24,7 +24,7 @@ struct Witness : KeyValueObserver {
     std::function<void()> whenTold;
 };
 
-std::vector<std::string> changedKeys; // by the diagnostic, which is a plain function
+std::vector<std::string> changedKeys; // set by the diagnostic, which is a plain function
 
 } // namespace
 
@@ -85,7 +85,7 @@ TEST_CASE("an observer is removed for its key and context only") {
     CHECK(witness->lastContext == &two);
 }
 
-TEST_CASE("an observer that has gone is not notified") {
+TEST_CASE("an observer that no longer exists is not notified") {
     KeyValueObservable object;
     auto witness = std::make_shared<Witness>();
     const auto other = std::make_shared<Witness>();

@@ -1,4 +1,4 @@
-// Moments as people write and read them.
+// Time stamps as text.
 #include "platform/foundation/LocalTime.h"
 
 #include <cstdlib>
@@ -9,7 +9,7 @@ using namespace zul;
 
 namespace {
 
-// The zone of the machine's clock while it lives.
+// Sets the time zone of the machine while the object exists.
 struct MachineZone {
     explicit MachineZone(const char* zone) {
         if (const char* was = std::getenv("TZ")) before = was;
@@ -26,12 +26,12 @@ struct MachineZone {
 };
 
 constexpr std::int64_t kNow = 1'793'488'000'000; // 2026-10-31T23:06:40Z
-// Central Europe, written out: the machine may have no table of zones.
+// Central Europe as a rule: the machine may have no table of zones.
 constexpr const char* kEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
 
 } // namespace
 
-TEST_CASE("a moment is shown in the machine's zone to people and in universal time to programs") {
+TEST_CASE("a time stamp is shown in the machine's zone to people and in UTC to programs") {
     const MachineZone zone(kEurope);
     CHECK(localTimeText(kNow) == "2026-11-01 00:06:40");
     CHECK(universalTimeText(kNow + 7) == "2026-10-31T23:06:40.007Z");
@@ -45,12 +45,12 @@ TEST_CASE("a day begins at midnight of the machine's zone, whatever its summer t
     const MachineZone zone(kEurope);
     CHECK(universalTimeText(momentFromText("2026-11-01", kNow).value()) == "2026-10-31T23:00:00.000Z");
     CHECK(universalTimeText(momentFromText("2026-07-01", kNow).value()) == "2026-06-30T22:00:00.000Z");
-    // Clocks that go forward at midnight: the day begins an hour later.
+    // Where clocks go forward at midnight, the day begins an hour later.
     const MachineZone midnight("XST5XDT,M3.2.0/0,M11.1.0/0");
     CHECK(localTimeText(momentFromText("2026-03-08", kNow).value()) == "2026-03-08 01:00:00");
 }
 
-TEST_CASE("a time is taken with and without seconds, in the machine's zone or in universal time") {
+TEST_CASE("a time is accepted with and without seconds, in the machine's zone or in UTC") {
     const MachineZone zone(kEurope);
     CHECK(localTimeText(momentFromText("2026-11-01T10:00", kNow).value()) == "2026-11-01 10:00:00");
     CHECK(localTimeText(momentFromText("2026-11-01 10:00:59", kNow).value()) == "2026-11-01 10:00:59");
@@ -58,7 +58,7 @@ TEST_CASE("a time is taken with and without seconds, in the machine's zone or in
     CHECK(universalTimeText(momentFromText("2028-02-29T23:59:59Z", kNow).value()) == "2028-02-29T23:59:59.000Z");
 }
 
-TEST_CASE("how long ago is counted back from now") {
+TEST_CASE("an age is subtracted from now") {
     CHECK(momentFromText("90s", kNow) == kNow - 90'000);
     CHECK(momentFromText("45m", kNow) == kNow - 2'700'000);
     CHECK(momentFromText("12h", kNow) == kNow - 43'200'000);
@@ -67,7 +67,7 @@ TEST_CASE("how long ago is counted back from now") {
     CHECK(momentFromText("0d", kNow) == kNow);
 }
 
-TEST_CASE("what is no moment is refused") {
+TEST_CASE("text that is not a time is refused") {
     const MachineZone zone(kEurope);
     for (const char* text : {"",
                              "yesterday",
@@ -99,7 +99,7 @@ TEST_CASE("what is no moment is refused") {
                              "2026-11-01T+9:00",
                              "2026-11-01x",
                              "20261101",
-                             "2026-03-29T02:30"}) { // the last one was skipped by the clocks
+                             "2026-03-29T02:30"}) { // the last one was skipped by the change to summer time
         CAPTURE(text);
         CHECK_FALSE(momentFromText(text, kNow));
     }

@@ -1,4 +1,4 @@
-// Texts of devices: no character of them commands a terminal or a window.
+// Texts of devices: no character of them controls a terminal or a window.
 #include "platform/foundation/PrintableText.h"
 #include "platform/foundation/SystemLog.h"
 #include "support/StandardErrorCapture.h"
@@ -12,7 +12,7 @@ namespace {
 struct Row {
     const char* what;
     std::string bytes;
-    std::string escape; // in JSON; empty where the character cannot be in its texts
+    std::string escape; // in JSON; empty if the character cannot occur in its texts
 };
 
 const Row kCommands[] = {
@@ -35,7 +35,7 @@ const Row kCommands[] = {
 
 } // namespace
 
-TEST_CASE("what commands a terminal or turns a text's direction shows as a question mark") {
+TEST_CASE("characters that control a terminal or the text direction are shown as a question mark") {
     for (const Row& row : kCommands) {
         CAPTURE(row.what);
         CHECK(printable("a" + row.bytes + "b") == "a?b");
@@ -48,12 +48,12 @@ TEST_CASE("what commands a terminal or turns a text's direction shows as a quest
     CHECK(printable(std::string("\0", 1)) == "?");
 }
 
-TEST_CASE("bytes that are not text show as question marks, so that no terminal takes them for controls") {
+TEST_CASE("bytes that are not text are shown as question marks, so that no terminal takes them for controls") {
     CHECK(printable("a\x9B"
                     "31m") == "a?31m");
     CHECK(printable("\xFF\xFE") == "??");
     CHECK(printable("a\xC3") == "a?");
-    CHECK(printable("\xED\xA0\x80") == "???"); // half of a pair
+    CHECK(printable("\xED\xA0\x80") == "???"); // half of a surrogate pair
 }
 
 TEST_CASE("letters of all languages are unchanged") {
@@ -70,7 +70,7 @@ TEST_CASE("line ends are kept between lines, and replaced inside of one") {
     CHECK(printableInLine("a\nb\n") == "a?b?");
 }
 
-TEST_CASE("JSON keeps what it means, with escapes for what a terminal would obey") {
+TEST_CASE("JSON keeps its value, with escapes for characters that control a terminal") {
     for (const Row& row : kCommands) {
         if (row.escape.empty()) continue;
         CAPTURE(row.what);
@@ -78,7 +78,7 @@ TEST_CASE("JSON keeps what it means, with escapes for what a terminal would obey
     }
 }
 
-TEST_CASE("what the logs write to standard error commands no terminal") {
+TEST_CASE("log text on standard error contains no terminal control characters") {
     const StandardErrorCapture capture;
     setSystemLogSink([](const std::string&) {});
     setSystemLogVerbose(true);

@@ -26,14 +26,14 @@ struct QueueLab {
 const int kFirstKey = 0;
 const int kSecondKey = 0;
 
-// Ends when the threads of all released queues have ended; they do so on their own.
+// Returns when at most count threads remain; the threads of released queues end by themselves.
 void waitForThreads(int count) {
     while (SerialQueue::liveThreads() > count) std::this_thread::yield();
 }
 
 } // namespace
 
-TEST_CASE("blocks of the main queue run in the order of their posting, those posted meanwhile at the end") {
+TEST_CASE("blocks of the main queue run in the order of their posting, including those posted meanwhile") {
     QueueLab lab;
     std::vector<int> order;
     lab.mainQueue.async([&] {
@@ -69,7 +69,7 @@ TEST_CASE("the main queue may be run from within one of its blocks") {
     CHECK(order == std::vector{1, 2});
 }
 
-TEST_CASE("quitting ends the loop with the first status that was given") {
+TEST_CASE("quitting ends the loop with the status of the first call") {
     QueueLab lab;
     bool ranAfter = false;
     lab.mainQueue.async([&] {
@@ -82,7 +82,7 @@ TEST_CASE("quitting ends the loop with the first status that was given") {
     CHECK_FALSE(ranAfter);
 }
 
-TEST_CASE("a loop that sleeps wakes up for a block of another thread") {
+TEST_CASE("a sleeping loop wakes up for a block of another thread") {
     QueueLab lab;
     std::thread other([&] { lab.mainQueue.async([&] { lab.mainQueue.quit(7); }); });
     CHECK(lab.mainQueue.run() == 7);
@@ -111,7 +111,7 @@ TEST_CASE("a serial queue runs its blocks one at a time in order") {
     CHECK_FALSE(overlapped);
 }
 
-TEST_CASE("a serial queue keeps its label and makes its thread with the first block") {
+TEST_CASE("a serial queue keeps its label and starts its thread with the first block") {
     QueueLab lab;
     waitForThreads(0);
     SerialQueue queue("com.example.printer", lab.clock);
@@ -136,7 +136,7 @@ TEST_CASE("blocks that wait when a serial queue is released still run, then its 
     CHECK(SerialQueue::liveThreads() == 0);
 }
 
-TEST_CASE("a queue that has been waited for does not use its clock any more") {
+TEST_CASE("an idle queue does not use its clock any more") {
     struct CountingClock final : Clock {
         TimePoint now() override { return {}; }
         std::chrono::system_clock::time_point wallTime() override { return {}; }
@@ -202,7 +202,7 @@ TEST_CASE("closing the main queue drops its blocks and releases the threads that
     std::atomic<int> answer{-1};
     bool ran = false;
     queue.async([&] { answer = lab.mainQueue.sync([&] { ran = true; }) ? 1 : 0; });
-    while (!lab.hasEvent()) std::this_thread::yield(); // the block waits now
+    while (!lab.hasEvent()) std::this_thread::yield(); // the block is now queued
     lab.mainQueue.close();
     lab.clock.drain(lab.mainQueue);
     CHECK(answer == 0);
@@ -233,7 +233,7 @@ TEST_CASE("queue-specific data shows which queue a block runs on") {
     CHECK(Queue::currentSpecific(&kSecondKey) == nullptr);
 }
 
-TEST_CASE("a thread of no queue has no queue-specific data") {
+TEST_CASE("a thread without a queue has no queue-specific data") {
     QueueLab lab;
     const int value = 1;
     lab.mainQueue.setSpecific(&kFirstKey, &value);
@@ -256,7 +256,7 @@ TEST_CASE("the simulated clock jumps over a sleep of minutes to its end") {
     CHECK(lab.clock.elapsed() == 5min);
 }
 
-TEST_CASE("moments come in their order across queues and timers") {
+TEST_CASE("wakeups occur in the order of their times, across queues and timers") {
     QueueLab lab;
     std::vector<int> order;
     SerialQueue one("one", lab.clock);
@@ -291,7 +291,7 @@ TEST_CASE("a drain that ends before an awaited moment reports so and is at its l
     CHECK(done);
 }
 
-TEST_CASE("advancing moves the clock by the whole span, with nobody waiting") {
+TEST_CASE("advancing moves the clock by the whole span, even without a wait") {
     QueueLab lab;
     lab.clock.advance(lab.mainQueue, 90s);
     CHECK(lab.clock.elapsed() == 90s);
@@ -307,7 +307,7 @@ TEST_CASE("a cancelled timer does not run") {
     CHECK_FALSE(ran);
 }
 
-TEST_CASE("an event signalled before the wait is not lost, and is seen once") {
+TEST_CASE("a signal before the wait is not lost, and ends one wait only") {
     QueueLab lab;
     SerialQueue queue("waiter", lab.clock);
     const auto event = lab.clock.makeEvent();
@@ -340,10 +340,10 @@ TEST_CASE("an event that is signalled during the wait ends it at that moment") {
     CHECK(woke - start == 3s);
 }
 
-TEST_CASE("the real clock wakes a waiter that is signalled and runs a timer that is due") {
+TEST_CASE("the real clock wakes a signalled waiter and runs a due timer") {
     RealClock clock;
     const auto event = clock.makeEvent();
     clock.callAt(clock.now(), [&] { event->signal(); });
     CHECK(event->waitUntil(clock.now() + 1h));
-    CHECK_FALSE(event->waitUntil(clock.now())); // once signalled, once seen
+    CHECK_FALSE(event->waitUntil(clock.now())); // one signal ends one wait
 }

@@ -1,4 +1,4 @@
-// The script itself: a test that relies on it must fail when the calls differ. should_fail turns the answer round.
+// The scripted interface: a test that relies on it must fail when the calls differ. should_fail inverts the result.
 #include "support/ScriptedInterface.h"
 
 #include <doctest/doctest.h>
@@ -17,7 +17,7 @@ TEST_CASE("an expected call that is not made fails the test" * doctest::should_f
     device.expectUSBInterfaceOpenSeize();
 }
 
-TEST_CASE("a call that the script does not have fails the test" * doctest::should_fail()) {
+TEST_CASE("a call that is not in the script fails the test" * doctest::should_fail()) {
     ScriptedInterface device;
     CHECK(device.USBInterfaceOpenSeize() == kIOReturnNotResponding);
 }
@@ -47,7 +47,7 @@ TEST_CASE("other time-outs than the script's fail the test" * doctest::should_fa
     (void)write(device, 1, {1});
 }
 
-TEST_CASE("a script is answered in order, never with more bytes than asked, and written down with its time-outs") {
+TEST_CASE("a script is answered in order, never with more bytes than requested, and recorded with its time-outs") {
     ScriptedInterface device;
     device.expectUSBInterfaceOpenSeize();
     device.expectWritePipeTO(1, Data{1, 2}).withTimeouts(5000, 6000).returns(kIOReturnTimeout);
@@ -71,12 +71,12 @@ TEST_CASE("a fault hits exactly the call of its number") {
     device.setFault(2, kIOReturnNoDevice);
     std::uint16_t vendor = 0;
     CHECK(device.USBInterfaceOpenSeize() == kIOReturnSuccess);
-    CHECK(device.GetDeviceVendor(vendor) == kIOReturnSuccess); // in the descriptors: not counted
+    CHECK(device.GetDeviceVendor(vendor) == kIOReturnSuccess); // part of the descriptors: not counted
     CHECK(write(device, 1, {1}) == kIOReturnNoDevice);
     CHECK(write(device, 1, {1}) == kIOReturnSuccess);
 }
 
-TEST_CASE("a pipe that is brought back in step is written down and forgets the replies in line") {
+TEST_CASE("resynchronizing a pipe is recorded and drops the pending replies") {
     ScriptedInterface device;
     device.answerByDefault();
     device.enqueueRead({1, 2, 3});
@@ -87,7 +87,7 @@ TEST_CASE("a pipe that is brought back in step is written down and forgets the r
     CHECK(device.traffic() == std::vector<std::string>{"resynchronize pipe 2", "ReadPipeTO pipe 2, 3 bytes, 1/2 ms"});
 }
 
-TEST_CASE("the holder is the one that the test has set, as long as the call succeeds") {
+TEST_CASE("the holder is the one that the test has set if the call succeeds") {
     ScriptedInterface device;
     device.interfaceHolder.program = "cups";
     device.expect("holder");

@@ -8,7 +8,7 @@ using namespace zul;
 
 namespace {
 
-// A registry with one port, and all that the port reports in one list.
+// A registry with one port, and a list of all its notifications.
 struct RegistryLab {
     ServiceRegistry registry;
     NotificationPort port{registry};
@@ -40,7 +40,7 @@ struct RegistryLab {
 
 } // namespace
 
-TEST_CASE("tokens count up and are never used again") {
+TEST_CASE("tokens are incremented and never used again") {
     RegistryLab lab;
     const ServiceToken first = lab.registry.serviceArrived(RegistryLab::service());
     lab.registry.serviceTerminated(first);
@@ -52,7 +52,7 @@ TEST_CASE("tokens count up and are never used again") {
     CHECK(lab.registry.services() == std::vector{second});
 }
 
-TEST_CASE("a registration for arrivals starts with the matching services that are there") {
+TEST_CASE("a registration for arrivals starts with the matching services") {
     RegistryLab lab;
     const ServiceToken printer = lab.registry.serviceArrived(RegistryLab::service());
     lab.registry.serviceArrived(RegistryLab::service(/*interfaceClass=*/3));
@@ -61,7 +61,7 @@ TEST_CASE("a registration for arrivals starts with the matching services that ar
     CHECK(lab.notices.empty());
 }
 
-TEST_CASE("a service that was added is known but neither listed nor handed out before it is announced") {
+TEST_CASE("an added service is known but neither listed nor returned before it is announced") {
     RegistryLab lab;
     const auto early = lab.watch(ServiceNotification::matched, "arrived");
     RegistryLab::drain(*early);
@@ -77,7 +77,7 @@ TEST_CASE("a service that was added is known but neither listed nor handed out b
     CHECK(lab.notices.size() == 2);
 }
 
-TEST_CASE("a service that leaves before it was announced leaves without notice") {
+TEST_CASE("a service that is removed before it was announced is removed silently") {
     RegistryLab lab;
     RegistryLab::drain(*lab.watch(ServiceNotification::matched, "arrived"));
     RegistryLab::drain(*lab.watch(ServiceNotification::terminated, "left"));
@@ -88,14 +88,14 @@ TEST_CASE("a service that leaves before it was announced leaves without notice")
     CHECK(lab.registry.service(token) == nullptr);
 }
 
-TEST_CASE("a registration for departures starts with none") {
+TEST_CASE("a registration for departures starts with no service") {
     RegistryLab lab;
     lab.registry.serviceArrived(RegistryLab::service());
     const auto iterator = lab.watch(ServiceNotification::terminated, "left");
     CHECK(RegistryLab::drain(*iterator).empty());
 }
 
-TEST_CASE("a notification is armed by draining its iterator, and arrivals meanwhile wait in it") {
+TEST_CASE("draining its iterator arms a notification, and services that arrive meanwhile are appended to it") {
     RegistryLab lab;
     const auto iterator = lab.watch(ServiceNotification::matched, "arrived");
     const ServiceToken first = lab.registry.serviceArrived(RegistryLab::service());
@@ -169,7 +169,7 @@ TEST_CASE("a context registered twice for a service receives each message once, 
     CHECK(lab.notices == std::vector<std::string>{"one " + number + " message", "two " + number + " message"});
 }
 
-TEST_CASE("a withdrawn interest receives no message, and withdrawing it twice is answered no") {
+TEST_CASE("a removed interest receives no message, and removing it twice returns false") {
     RegistryLab lab;
     const ServiceToken token = lab.registry.serviceArrived(RegistryLab::service());
     int context = 0;
@@ -205,7 +205,7 @@ TEST_CASE("the termination of an unknown service is ignored") {
     CHECK(lab.notices == std::vector<std::string>{"left " + std::to_string(token)});
 }
 
-TEST_CASE("a destroyed port is not notices, not even when a callback of the same event destroyed it") {
+TEST_CASE("a destroyed port is not notified, not even when a callback of the same event destroyed it") {
     ServiceRegistry registry;
     NotificationPort first(registry);
     auto second = std::make_unique<NotificationPort>(registry);
@@ -221,7 +221,7 @@ TEST_CASE("a destroyed port is not notices, not even when a callback of the same
     CHECK(secondCalls == 0);
 }
 
-TEST_CASE("an interest may be withdrawn by the last who holds it, after its port has gone") {
+TEST_CASE("an interest may be removed by its last owner after its port was destroyed") {
     ServiceRegistry registry;
     auto port = std::make_unique<NotificationPort>(registry);
     const ServiceToken token = registry.serviceArrived(RegistryLab::service());

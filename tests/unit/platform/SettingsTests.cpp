@@ -1,4 +1,4 @@
-// Settings, resources, texts and the system log.
+// Settings, resources, translated texts and the system log.
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/SystemLog.h"
@@ -28,7 +28,7 @@ ino_t inodeOf(const std::filesystem::path& file) {
     return info.st_ino;
 }
 
-// Sets an environment variable while it lives.
+// Sets an environment variable while the object exists.
 struct Environment {
     Environment(const char* variable, const char* value) : name(variable) {
         if (const char* was = std::getenv(variable)) before = was;
@@ -41,7 +41,7 @@ struct Environment {
 
 } // namespace
 
-TEST_CASE("settings are found again by the next run") {
+TEST_CASE("settings are read by the next run") {
     const TemporaryFolder folder;
     const auto file = folder / "deep/defaults.json";
     {
@@ -55,10 +55,10 @@ TEST_CASE("settings are found again by the next run") {
     CHECK(defaults.boolForKey("flag"));
     CHECK(defaults.stringForKey("flag") == "true");
     CHECK(defaults.all() == std::map<std::string, std::string>{{"flag", "true"}, {"name", "value \xE2\x82\xAC"}});
-    CHECK(filesIn(file.parent_path()) == 1); // no temporary file is left behind
+    CHECK(filesIn(file.parent_path()) == 1); // no temporary file remains
 }
 
-TEST_CASE("absent settings are nothing and no") {
+TEST_CASE("absent settings are nullopt and false") {
     const UserDefaults defaults;
     CHECK_FALSE(defaults.stringForKey("absent"));
     CHECK_FALSE(defaults.boolForKey("absent"));
@@ -74,7 +74,7 @@ TEST_CASE("settings without a file are kept for the run") {
     CHECK(defaults.lastError().empty());
 }
 
-TEST_CASE("numbers and flags of a file written by hand read as text and as flags") {
+TEST_CASE("numbers and flags of a hand-written file are read as text and as flags") {
     const TemporaryFolder folder;
     const UserDefaults defaults(folder.write("d.json", R"({"one": 1, "zero": 0, "yes": "YES", "list": [1]})"));
     CHECK(defaults.stringForKey("one") == "1");
@@ -84,7 +84,7 @@ TEST_CASE("numbers and flags of a file written by hand read as text and as flags
     CHECK_FALSE(defaults.stringForKey("list"));
 }
 
-TEST_CASE("a change keeps values of kinds that are not used here") {
+TEST_CASE("a change keeps values of unknown types") {
     const TemporaryFolder folder;
     const auto file = folder.write("d.json", R"({"list": [1, {"a": null}], "number": 7})");
     UserDefaults defaults(file);
@@ -95,7 +95,7 @@ TEST_CASE("a change keeps values of kinds that are not used here") {
     CHECK(text.find("\"flag\": false") != std::string::npos);
 }
 
-TEST_CASE("a damaged settings file is kept aside and reported, and settings work on") {
+TEST_CASE("a damaged settings file is renamed and reported, and settings still work") {
     const TemporaryFolder folder;
     const auto file = folder.write("d.json", R"({"name": "val)");
     UserDefaults defaults(file);
@@ -107,11 +107,11 @@ TEST_CASE("a damaged settings file is kept aside and reported, and settings work
     CHECK_FALSE(defaults.lastError().empty()); // still to be reported
 }
 
-TEST_CASE("a second damaged settings file does not replace the first one kept") {
+TEST_CASE("a second damaged settings file does not replace the renamed first one") {
     const TemporaryFolder folder;
     const auto file = folder.write("d.json", "first");
     { const UserDefaults defaults(file); }
-    folder.write("d.json", "[\"second\"]"); // well-formed, but not settings
+    folder.write("d.json", "[\"second\"]"); // valid JSON, but not settings
     { const UserDefaults defaults(file); }
     CHECK(TemporaryFolder::read(file.string() + ".damaged") == "first");
     CHECK(TemporaryFolder::read(file.string() + ".damaged-2") == "[\"second\"]");
@@ -119,7 +119,7 @@ TEST_CASE("a second damaged settings file does not replace the first one kept") 
 
 TEST_CASE("settings that cannot be written are used for the run, and the reason is reported") {
     const TemporaryFolder folder;
-    const auto file = folder.write("plain", "") / "d.json"; // below a file: nobody can write there
+    const auto file = folder.write("plain", "") / "d.json"; // below a file: it can never be written
     UserDefaults defaults(file);
     CHECK_FALSE(defaults.setString("name", "value"));
     CHECK(defaults.stringForKey("name") == "value");
@@ -132,7 +132,7 @@ TEST_CASE("settings are written only when a value has changed") {
     UserDefaults defaults(file);
     CHECK(defaults.setString("name", "value"));
     CHECK(defaults.setBool("flag", false));
-    const auto before = inodeOf(file); // each write puts a new file in place of the old one
+    const auto before = inodeOf(file); // each write replaces the file by a new one
     CHECK(defaults.setString("name", "value"));
     CHECK(defaults.setBool("flag", false));
     UserDefaults next(file);
@@ -142,7 +142,7 @@ TEST_CASE("settings are written only when a value has changed") {
     CHECK(inodeOf(file) != before);
 }
 
-TEST_CASE("a flag is written although a text that reads the same stood in its place") {
+TEST_CASE("a flag is written although a text with the same meaning was stored") {
     const TemporaryFolder folder;
     const auto file = folder.write("d.json", R"({"flag": "true"})");
     UserDefaults defaults(file);
@@ -154,7 +154,7 @@ TEST_CASE("a value that could not be written is written when it is set again") {
     const TemporaryFolder folder;
     const auto file = folder / "place/d.json";
     UserDefaults defaults(file);
-    const auto plain = folder.write("place", ""); // no folder can be made there now
+    const auto plain = folder.write("place", ""); // no folder can be created there now
     CHECK_FALSE(defaults.setString("name", "value"));
     CHECK_FALSE(defaults.setString("name", "value"));
     std::filesystem::remove(plain);
@@ -163,17 +163,17 @@ TEST_CASE("a value that could not be written is written when it is set again") {
     CHECK(defaults.lastError().empty());
 }
 
-TEST_CASE("a settings file that cannot be read is left alone") {
+TEST_CASE("a settings file that cannot be read is not changed") {
     const TemporaryFolder folder;
     const auto file = folder / "d.json";
-    std::filesystem::create_directory(file); // cannot be read as a file, whoever tries
+    std::filesystem::create_directory(file); // cannot be read as a file by any user
     UserDefaults defaults(file);
     CHECK_FALSE(defaults.lastError().empty());
     CHECK_FALSE(defaults.setString("name", "value"));
     CHECK(std::filesystem::is_directory(file));
 }
 
-TEST_CASE("a settings file behind a link is replaced where it stands") {
+TEST_CASE("a settings file with a symbolic link is replaced at the link's target") {
     const TemporaryFolder folder;
     const auto target = folder.write("real.json", R"({"a": "b"})");
     const auto link = folder / "link.json";
@@ -228,7 +228,7 @@ TEST_CASE("the bundle knows the program's name and versions") {
     CHECK(bundle.objectForInfoDictionaryKey("CFBundleVersion") == "9");
 }
 
-TEST_CASE("the main bundle's resources stand beside the program's folder, the archive in them or where named") {
+TEST_CASE("the main bundle's resources are beside the program's folder, the archive in them or where named") {
     const auto program = std::filesystem::read_symlink("/proc/self/exe");
     const Bundle bundle = Bundle::mainBundle();
     CHECK(bundle.resourcesFolder() == program.parent_path().parent_path() / "share/zul-printer-utility");
@@ -236,7 +236,7 @@ TEST_CASE("the main bundle's resources stand beside the program's folder, the ar
     CHECK(Bundle::mainBundle("/srv/archive").archiveFolder() == "/srv/archive");
 }
 
-TEST_CASE("a resource is looked for in the archive, then in the resources") {
+TEST_CASE("a resource is searched in the archive, then in the resources") {
     const TemporaryFolder archive;
     const TemporaryFolder resources;
     const Bundle bundle(resources.path, archive.path);
@@ -286,7 +286,7 @@ TEST_CASE("a verbose system log is repeated on standard error") {
     CHECK(capture.standardError == std::vector<std::string>{"one"});
 }
 
-TEST_CASE("an error for standard error is in the system log, too, and on standard error once even when verbose") {
+TEST_CASE("an error for standard error is also in the system log, and on standard error once even when verbose") {
     LogCapture capture;
     setSystemLogVerbose(true);
     standardErrorLog("ERROR: x\n");
@@ -311,7 +311,7 @@ TEST_CASE("on the real standard error each text is one line") {
     CHECK(TemporaryFolder::read(file) == "with an end\nwithout\n");
 }
 
-TEST_CASE("a sink may log itself and may take itself away") {
+TEST_CASE("a sink may log and may remove itself") {
     std::vector<std::string> texts;
     setSystemLogSink([&](const std::string& text) {
         texts.push_back(text);
@@ -336,7 +336,7 @@ TEST_CASE("texts of several threads reach a sink one at a time") {
     CHECK(capture.systemLog == std::vector<std::string>(400, "text"));
 }
 
-TEST_CASE("a missing text shows as null") {
+TEST_CASE("a missing text is shown as null") {
     CHECK(textOrNull(std::nullopt) == "(null)");
     CHECK(textOrNull("x") == "x");
 }

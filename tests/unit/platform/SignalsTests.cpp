@@ -1,4 +1,4 @@
-// Signals as blocks on the main queue. Each test raises its signal itself, so no test waits for a time.
+// Signals as blocks on the main queue. Each test raises its signal itself, so no test depends on time.
 #include "platform/dispatch/Signals.h"
 
 #include <atomic>
@@ -41,7 +41,7 @@ TEST_CASE("signals run the handler on the main queue, after the blocks that were
     CHECK_FALSE(loop.mainQueue.runPending());
 }
 
-TEST_CASE("a signal wakes a main queue that sleeps, whichever thread it reaches") {
+TEST_CASE("a signal wakes a sleeping main queue, whichever thread receives it") {
     Loop loop;
     const Signals signals(loop.mainQueue, {SIGUSR1}, [&](int number) { loop.mainQueue.quit(number); });
     std::thread elsewhere([] { ::raise(SIGUSR1); });
@@ -49,7 +49,7 @@ TEST_CASE("a signal wakes a main queue that sleeps, whichever thread it reaches"
     elsewhere.join();
 }
 
-TEST_CASE("a signal is served although each block posts another one") {
+TEST_CASE("a signal is handled although each block posts another one") {
     Loop loop;
     bool isServed = false;
     const Signals signals(loop.mainQueue, {SIGUSR1}, [&](int) { isServed = true; });
@@ -64,7 +64,7 @@ TEST_CASE("a signal is served although each block posts another one") {
     CHECK(isServed);
 }
 
-TEST_CASE("without the object the signals have their default action, and what came last is not handled") {
+TEST_CASE("without the object the signals have their default action, and the last one is not handled") {
     Loop loop;
     bool isServed = false;
     {
@@ -90,7 +90,7 @@ TEST_CASE("a signal that was read but not handled when the object was destroyed 
     CHECK_FALSE(isServed);
 }
 
-TEST_CASE("a signal that is only to end system calls ends one with an interruption") {
+TEST_CASE("a signal that only interrupts system calls interrupts one") {
     letSignalEndSystemCalls(SIGUSR1);
     int ends[2] = {-1, -1};
     REQUIRE(::pipe(ends) == 0);
@@ -101,7 +101,7 @@ TEST_CASE("a signal that is only to end system calls ends one with an interrupti
         if (::read(ends[0], &byte, 1) < 0) error = errno;
         hasEnded = true;
     });
-    // Again and again: a signal that comes before the call that waits has no effect.
+    // Repeated, because a signal before the blocking call has no effect.
     while (!hasEnded) ::pthread_kill(reader.native_handle(), SIGUSR1);
     reader.join();
     CHECK(error == EINTR);

@@ -1,4 +1,4 @@
-// Our printers in the kernel's list of devices.
+// Printers in the kernel's list of devices.
 #include "session/AttachedPrinters.h"
 #include "unit/session/UsbTree.h"
 
@@ -13,7 +13,7 @@ TEST_CASE("printers of our vendors are found among the machine's devices, with t
     tree.addInterface("1-2.4:1.0", "usblp");
     tree.addInterface("1-2.4:1.1", "");
     tree.addDevice("1-1", "2b84", "8b01", 4);
-    tree.addDevice("1-3", "1d6b", "0002", 5); // another vendor's
+    tree.addDevice("1-3", "1d6b", "0002", 5); // of another vendor
     tree.addInterface("1-3:1.0", "hub");
     const auto printers = attachedPrinters(tree.folders());
     REQUIRE(printers.size() == 2);
@@ -34,7 +34,7 @@ TEST_CASE("the nodes of the kernel's printer driver are found for every interfac
     tree.addDevice("1-2.4", "2a71", "0003", 12);
     tree.addDriverNode("1-2.4:1.1", "lp3");
     tree.addDriverNode("1-2.4:1.0", "lp12");
-    tree.addDriverNode("1-2:1.0", "lp0"); // another device's
+    tree.addDriverNode("1-2:1.0", "lp0"); // of another device
     std::filesystem::create_directories(tree.folder / "sys/bus/usb/devices/1-2.4:1.0/usbmisc/hiddev0");
     const std::string folder = tree.folders().dev + "/usb/";
     CHECK(printerDriverNodes(tree.folders(), "1-2.4") == std::vector<std::string>{folder + "lp12", folder + "lp3"});
@@ -42,7 +42,7 @@ TEST_CASE("the nodes of the kernel's printer driver are found for every interfac
     CHECK(printerDriverNodes({.sys = (tree.folder / "none").string()}, "1-2.4").empty());
 }
 
-TEST_CASE("a device that is leaving while it is read, and a machine without USB, are no error") {
+TEST_CASE("a device that is being detached while it is read, and a machine without USB, cause no error") {
     UsbTree tree;
     tree.addDevice("1-1", "2a71", "0003", 4);
     std::filesystem::remove(tree.folder / "sys/bus/usb/devices/1-1/devnum");

@@ -1,4 +1,4 @@
-// Each check of the diagnosis: when it is fine, and when it is not.
+// Each check of the diagnosis, with and without its problem.
 #include "archive/FirmwareArchive.h"
 #include "platform/foundation/Bundle.h"
 #include "session/Doctor.h"
@@ -25,7 +25,7 @@ constexpr const char* kDriverOfOne = "SUBSYSTEM==\"usbmisc\", KERNEL==\"lp[0-9]*
 constexpr const char* kDriverOfOther = "SUBSYSTEM==\"usbmisc\", KERNEL==\"lp[0-9]*\", ATTRS{idVendor}==\"2b84\"\n";
 const std::string kWholeRule = std::string(kDevices) + kDriverOfOne + kDriverOfOther;
 
-// A machine where all is well, for a test to change.
+// A machine without problems, for a test to change.
 struct Machine {
     Machine() {
         fs::create_directories(tree.folder / "etc");
@@ -62,14 +62,14 @@ struct Machine {
 
 } // namespace
 
-TEST_CASE("a udev rule that covers all printers is fine, wherever it is installed") {
+TEST_CASE("a udev rule that covers all printers is ok, wherever it is installed") {
     Machine machine;
     const fs::path rule = machine.addRule("lib");
     CHECK(machine.doctor().udevRule().state == CheckState::ok);
     CHECK(machine.doctor().udevRule().text == "the udev rule is " + rule.string());
 }
 
-TEST_CASE("a missing udev rule is a problem, but for root, and the remedy installs it") {
+TEST_CASE("a missing udev rule is a problem except for root, and the remedy installs it") {
     Machine machine;
     const Check check = machine.doctor().udevRule();
     CHECK(check.state == CheckState::problem);
@@ -79,7 +79,7 @@ TEST_CASE("a missing udev rule is a problem, but for root, and the remedy instal
     CHECK(machine.doctor().udevRule().state == CheckState::warning);
 }
 
-TEST_CASE("a udev rule that another file of its name hides is a problem, and the remedy removes that file") {
+TEST_CASE("a udev rule hidden by another file of its name is a problem, and the remedy removes that file") {
     Machine machine;
     const fs::path good = machine.addRule("lib");
     const fs::path bad = machine.addRule("etc", "# ATTR{idVendor}==\"2a71\" ATTR{idVendor}==\"2b84\"\n");
@@ -88,7 +88,7 @@ TEST_CASE("a udev rule that another file of its name hides is a problem, and the
     CHECK(check.text.find(good.string() + " is hidden by " + bad.string()) != std::string::npos);
     CHECK(check.remedy == "sudo rm " + bad.string() + " && sudo udevadm control --reload");
     fs::remove(bad);
-    fs::create_symlink("/dev/null", bad); // how administrators switch a rule off
+    fs::create_symlink("/dev/null", bad); // the way in which administrators disable a rule
     check = machine.doctor().udevRule();
     CHECK(check.state == CheckState::problem);
     CHECK(check.text.find("is hidden by") != std::string::npos);
@@ -113,17 +113,17 @@ TEST_CASE("a udev rule that leaves out the nodes of the kernel's printer driver 
         CHECK(check.text.find("does not cover all printers") != std::string::npos);
         CHECK(check.remedy.starts_with("sudo install"));
     }
-    machine.addRule("etc", std::string(kDriverOfOne) + kDriverOfOther); // and those alone are as little
+    machine.addRule("etc", std::string(kDriverOfOne) + kDriverOfOther); // and without the others it is incomplete, too
     CHECK(machine.doctor().udevRule().state == CheckState::problem);
 }
 
-TEST_CASE("the udev rule that comes with the program covers all printers") {
+TEST_CASE("the udev rule of the program covers all printers") {
     Machine machine;
     fs::copy_file(ZUL_UDEV_RULE_FILE, machine.tree.folder / "etc" / kRule);
     CHECK(machine.doctor().udevRule().state == CheckState::ok);
 }
 
-TEST_CASE("the right to the node of the kernel's printer driver, for as long as the driver has one") {
+TEST_CASE("the right to the node of the kernel's printer driver is checked while the driver has one") {
     Machine machine;
     const std::string node = machine.tree.addDriverNode("1-2.4:1.0", "lp3");
     machine.printer.driverNodes = {node};
@@ -133,11 +133,11 @@ TEST_CASE("the right to the node of the kernel's printer driver, for as long as 
     CHECK(check.state == CheckState::problem);
     CHECK(check.text.starts_with("VK14 000001 (1-2.4): no right to open " + node));
     CHECK(check.remedy == "sudo usermod -aG lp \"$USER\"");
-    fs::remove(node); // this program has the printer now
+    fs::remove(node); // this program holds the printer now
     CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
 }
 
-TEST_CASE("the right to a printer's node") {
+TEST_CASE("the right to a printer's node is checked") {
     Machine machine;
     CHECK(machine.doctor().nodeRights(machine.printer).state == CheckState::ok);
     machine.forbidden.insert(machine.printer.node);
@@ -148,7 +148,7 @@ TEST_CASE("the right to a printer's node") {
     CHECK(check.remedy == "sudo usermod -aG lp \"$USER\"");
 }
 
-TEST_CASE("a process of ours that has reserved a printer is its holder") {
+TEST_CASE("a process of this product that has reserved a printer is its holder") {
     Machine machine;
     CHECK(machine.doctor().holder(machine.printer).state == CheckState::ok);
     machine.options.reservation = [&](const std::string& key) -> std::optional<InterfaceHolder> {
@@ -164,14 +164,14 @@ TEST_CASE("a process of ours that has reserved a printer is its holder") {
     CHECK(check.text == "VK14 000001 (1-2.4): zulctl uses the printer (process 77): update, writing the firmware");
     CHECK(check.remedy.ends_with("ps -fp 77"));
     machine.options.reservation = nullptr;
-    machine.printer.isHeldElsewhere = true; // and nobody has its node open, as far as this user may see
+    machine.printer.isHeldElsewhere = true; // and no process visible to this user has its node open
     CHECK(machine.doctor().holder(machine.printer).remedy.ends_with("sudo fuser -v " + machine.printer.node));
 }
 
-TEST_CASE("a process that has a printer's node open is its holder when the session could not use the printer") {
+TEST_CASE("a process that has a printer's node open is its holder if the session could not use the printer") {
     Machine machine;
     machine.tree.addProcess(812, "spooler", machine.printer.node);
-    CHECK(machine.doctor().holder(machine.printer).state == CheckState::ok); // an open node alone keeps nobody out
+    CHECK(machine.doctor().holder(machine.printer).state == CheckState::ok); // an open node alone does not prevent use
     machine.printer.isHeldElsewhere = true;
     const Check check = machine.doctor().holder(machine.printer);
     CHECK(check.state == CheckState::problem);
@@ -193,10 +193,10 @@ TEST_CASE("an active print queue for the printer is a warning with the command t
     machine.states.output = "printer photos disabled since Sun -\n\tPaused\n";
     CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::ok);
     machine.devices.output = "device for other: usb://Other/Name?serial=000001\n";
-    CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::warning); // its serial number
+    CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::warning); // identified by serial number
 }
 
-TEST_CASE("a print service that does not run is no problem") {
+TEST_CASE("a print service that is not running is not a problem") {
     Machine machine;
     machine.devices = {.status = 1};
     CHECK(machine.doctor().printQueue(machine.printer).state == CheckState::ok);
@@ -210,7 +210,7 @@ TEST_CASE("the kernel's printer driver on a printer is a warning") {
     CHECK(machine.doctor().usblp(machine.printer).remedy == "sudo modprobe -r usblp");
 }
 
-TEST_CASE("ipp-usb is a warning while it runs, and a problem once it has a printer") {
+TEST_CASE("ipp-usb is a warning while it runs, and a problem once it holds a printer") {
     Machine machine;
     machine.tree.addProcess(1, "init");
     CHECK(machine.doctor().ippUsb({machine.printer}).state == CheckState::ok);
@@ -225,7 +225,7 @@ TEST_CASE("ipp-usb is a warning while it runs, and a problem once it has a print
     CHECK(check.printer == machine.printer.key);
 }
 
-TEST_CASE("firmware files that are missing or damaged are a problem with the archive's own remedy") {
+TEST_CASE("missing or damaged firmware files are a problem with the archive's own remedy") {
     Machine machine;
     fs::copy(ZUL_SAMPLE_ARCHIVE, machine.tree.folder / "archive");
     const Bundle bundle = Bundle::mainBundle((machine.tree.folder / "archive").string());
@@ -243,7 +243,7 @@ TEST_CASE("firmware files that are missing or damaged are a problem with the arc
     CHECK(check.state == CheckState::problem);
     CHECK(check.text.find("VK14 01.61.fw") != std::string::npos);
     CHECK(check.remedy.find("zulctl archive verify") != std::string::npos);
-    CHECK(withArchive(ofFolder).state == CheckState::ok); // that is a matter of one model
+    CHECK(withArchive(ofFolder).state == CheckState::ok); // this concerns only one model
     fs::remove(machine.tree.folder / "archive/digests.json");
     check = withArchive(ofFolder);
     CHECK(check.state == CheckState::problem);
@@ -260,7 +260,7 @@ TEST_CASE("a printer in its loader is a problem that an update fixes") {
     machine.printer.isReady = false;
     CHECK(machine.doctor().loader(machine.printer).state == CheckState::problem);
     CHECK(machine.doctor().loader(machine.printer).remedy == "zulctl update 000001");
-    CHECK(machine.doctor().ready(machine.printer).state == CheckState::unknown); // said once
+    CHECK(machine.doctor().ready(machine.printer).state == CheckState::unknown); // reported only once
     machine.printer.serial.clear();
     CHECK(machine.doctor().loader(machine.printer).remedy == "zulctl update 2A71000301240000");
     machine.printer.isHeldElsewhere = true;
@@ -289,7 +289,7 @@ TEST_CASE("the command that updates a printer names the firmware files of this r
           "zulctl --firmware-archive '/srv/the vendor'\\''s files' update one");
 }
 
-TEST_CASE("commands take names with blanks as one word, and nothing in a name is run") {
+TEST_CASE("commands quote names with blanks, and execute no part of a name") {
     Machine machine;
     const fs::path folder = machine.tree.folder / "a b;true";
     fs::create_directories(folder);
@@ -311,7 +311,7 @@ TEST_CASE("commands take names with blanks as one word, and nothing in a name is
     CHECK(machine.doctor().printQueue(machine.printer).remedy == "cupsdisable 'photos&'");
 }
 
-TEST_CASE("an update that was cut off is a problem until it is completed, and one that runs is none") {
+TEST_CASE("an interrupted update is a problem until it is completed, and a running one is not") {
     Machine machine;
     const ExaminedPrinter attached{.key = "one"};
     UpdateHistory history({.folder = machine.options.stateFolder});
@@ -321,7 +321,7 @@ TEST_CASE("an update that was cut off is a problem until it is completed, and on
     ChildProcess writer({ZUL_HISTORY_WRITER, machine.options.stateFolder.string()});
     writer("cut-off one writing");
     writer("cut-off two color tables");
-    writer("cut-off three checking"); // nothing had been sent
+    writer("cut-off three checking"); // no command was sent
     CHECK(machine.doctor().interruptedUpdates({attached}).front().state == CheckState::ok);
     writer.kill();
     const auto checks = machine.doctor().interruptedUpdates({attached});
@@ -337,7 +337,7 @@ TEST_CASE("an update that was cut off is a problem until it is completed, and on
     CHECK(left[0].remedy == "zulctl history --printer two --dismiss");
 }
 
-TEST_CASE("an update that failed after something was sent is a problem until a later one succeeds") {
+TEST_CASE("an update that failed after a command was sent is a problem until a later one succeeds") {
     Machine machine;
     const ExaminedPrinter attached{.key = "one"};
     UpdateHistory history({.folder = machine.options.stateFolder});
@@ -355,7 +355,7 @@ TEST_CASE("an update that failed after something was sent is a problem until a l
     CHECK(failed.text.starts_with("the update of VK14 one at 1-1, begun on "));
     CHECK(failed.text.ends_with(" is not complete"));
     CHECK(failed.remedy == "zulctl update one");
-    // What changed nothing does not hide it.
+    // Later updates without any change do not hide it.
     CHECK(update("checking", {.verdict = nameOfResult(UpdateResult::declined)}).state == CheckState::problem);
     CHECK(update("entering loader", {.verdict = nameOfResult(UpdateResult::commandRefused)}).state ==
           CheckState::problem);
@@ -375,7 +375,8 @@ TEST_CASE("a history that cannot be read is a problem") {
     CHECK(machine.doctor().interruptedUpdates({}).front().text.find("cannot be read") != std::string::npos);
 }
 
-TEST_CASE("a printer that is not ready shows its status, and one that is mute is to be switched off and on") {
+TEST_CASE("a printer that is not ready is shown with its status, and the remedy for an unresponsive one is a power "
+          "cycle") {
     Machine machine;
     CHECK(machine.doctor().ready(machine.printer).state == CheckState::ok);
     machine.printer.isReady = false;
@@ -393,7 +394,7 @@ TEST_CASE("a printer that is not ready shows its status, and one that is mute is
     CHECK(machine.doctor().ready(machine.printer).state == CheckState::unknown);
 }
 
-TEST_CASE("a state folder is fine when it can be written or made, and otherwise a problem") {
+TEST_CASE("a state folder is ok if it can be written or created, and otherwise a problem") {
     Machine machine;
     CHECK(machine.doctor().stateFolder().state == CheckState::ok);
     machine.options.stateFolder = machine.tree.folder / "state/not/there/yet";
@@ -405,7 +406,7 @@ TEST_CASE("a state folder is fine when it can be written or made, and otherwise 
     machine.forbidden = {machine.tree.folder.write("state/history.sqlite", "").string()};
     machine.options.stateFolder = machine.tree.folder / "state";
     CHECK(machine.doctor().stateFolder().state == CheckState::problem);
-    machine.options.stateFolder = machine.tree.folder / "state/history.sqlite"; // a file where a folder should be
+    machine.options.stateFolder = machine.tree.folder / "state/history.sqlite"; // a file in place of a folder
     CHECK(machine.doctor().stateFolder().state == CheckState::problem);
     machine.options.stateFolder.clear();
     CHECK(machine.doctor().stateFolder().state == CheckState::problem);
@@ -421,7 +422,7 @@ TEST_CASE("a missing login service is a warning") {
     CHECK(machine.doctor().loginService().state == CheckState::ok);
 }
 
-TEST_CASE("the list is closed: every check comes, with printers, without any and with embedded ones") {
+TEST_CASE("the list is fixed: every check is included, with printers, without any and with embedded ones") {
     const std::vector<std::string> names = {"udev-rule",    "node-rights",      "holder", "print-queue",        "usblp",
                                             "ipp-usb",      "firmware-archive", "loader", "interrupted-update", "ready",
                                             "state-folder", "login-service"};

@@ -1,4 +1,4 @@
-// What an operator reads when a printer or the bus cannot be used.
+// The texts for operators when a printer or the bus cannot be used.
 #include "Classes/StatusCodeNames.h"
 #include "session/FailureTexts.h"
 #include "unit/engine/Bench.h"
@@ -17,7 +17,7 @@ bool has(const std::string& text, const char* part) {
 
 } // namespace
 
-TEST_CASE("no text for an operator has the name of a return code, and each says what to do") {
+TEST_CASE("no text for an operator contains the name of a return code, and each says what to do") {
     for (const IOReturn code :
          {kIOReturnError, kIOReturnNoMemory, kIOReturnNoResources, kIOReturnBadArgument, kIOReturnExclusiveAccess,
           kIOReturnNotPrivileged, kIOReturnNoDevice, kIOReturnNotResponding, kIOReturnOverrun, kIOReturnNotFound,
@@ -29,12 +29,13 @@ TEST_CASE("no text for an operator has the name of a return code, and each says 
             CAPTURE(text);
             CHECK_FALSE(has(text, "kIO"));
             CHECK(text.ends_with("."));
-            CHECK(has(text, ". ")); // what happened, and what to do
+            CHECK(has(text, ". ")); // the event, and what to do
         }
     }
 }
 
-TEST_CASE("a printer that left and one that refuses are told apart, and a want of files is not the printer's") {
+TEST_CASE("a detached printer and one that refuses have different texts, and a lack of descriptors is not the "
+          "printer's fault") {
     CHECK(openFailureText("VK14", kIOReturnNoDevice, {}) ==
           "VK14 cannot be opened: the printer left. Plug it in again.");
     CHECK(commandFailureText("VK14", kIOUSBPipeStalled) ==
@@ -45,7 +46,7 @@ TEST_CASE("a printer that left and one that refuses are told apart, and a want o
     CHECK_FALSE(has(openFailureText("VK14", kIOReturnNoMemory, {}), "Plug"));
 }
 
-TEST_CASE("a printer whose print jobs cannot be seen is named with the node that may not be opened and what gives it") {
+TEST_CASE("a printer whose print jobs cannot be seen is reported with the refused node and the remedy") {
     Bench bench;
     UsbTree tree;
     const std::string node = tree.addDriverNode("1-2.4:1.0", "lp3");
@@ -65,5 +66,5 @@ TEST_CASE("a printer whose print jobs cannot be seen is named with the node that
     CHECK(has(missingRightText(*printer, tree.folders()), "/usb/lp*"));
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
     CHECK(printer->openInterface() == kIOReturnNotResponding);
-    CHECK(missingRightText(*printer, tree.folders()).empty()); // that is another trouble
+    CHECK(missingRightText(*printer, tree.folders()).empty()); // that is a different problem
 }

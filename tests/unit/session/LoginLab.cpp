@@ -1,4 +1,4 @@
-// The lab's bus and login service.
+// Implements the message bus and the login service of the tests.
 #include "unit/session/LoginLab.h"
 
 #include <cerrno>
@@ -22,11 +22,11 @@ PrivateBus::PrivateBus() {
     std::string configuration = kConfiguration;
     configuration.replace(configuration.find('%'), 1, (_folder / "bus").string());
     const std::string file = _folder.write("bus.conf", configuration).string();
-    // Its remarks about the machine's limits are no part of a test's output.
+    // Without its messages about the machine's limits in the test's output.
     _daemon = std::make_unique<ChildProcess>(std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>/dev/null",
                                                                       ZUL_DBUS_DAEMON, "--config-file=" + file,
                                                                       "--nofork", "--print-address"});
-    _address = _daemon->readLine(); // it serves from now on
+    _address = _daemon->readLine(); // it accepts connections from now on
 }
 
 FakeLoginService::FakeLoginService(const std::string& address, std::string refused)

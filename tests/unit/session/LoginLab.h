@@ -1,4 +1,4 @@
-// A message bus of a test's own, and a login service on it.
+// A private message bus for a test, and a login service on it.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -18,7 +18,7 @@ struct sd_bus_slot;
 
 namespace zul::test {
 
-/// The bus as a process.
+/// The bus as a child process.
 class PrivateBus {
   public:
     PrivateBus();
@@ -30,20 +30,19 @@ class PrivateBus {
     std::string _address;
 };
 
-/// The login service, as far as its locks go: it sees when a lock's descriptor is closed. Serves on a thread of its
-/// own.
+/// The locks of the login service; detects when a lock's descriptor is closed. Runs on a thread of its own.
 class FakeLoginService {
   public:
-    /// refused: the kinds of locks that this user may not have.
+    /// refused: the kinds of locks that are refused to this user.
     explicit FakeLoginService(const std::string& address, std::string refused = {});
     ~FakeLoginService();
 
-    /// "what|who|why|mode" of each question.
+    /// "what|who|why|mode" of each request.
     std::vector<std::string> asked();
-    /// Waits for the first question.
+    /// Waits for the first request.
     void waitUntilAsked();
     bool isHeld();
-    /// Waits for the end of the lock that was given last.
+    /// Waits for the release of the last lock.
     void waitUntilReleased();
 
   private:
@@ -54,11 +53,11 @@ class FakeLoginService {
     const std::string _refused;
     sd_bus* _bus = nullptr;
     sd_bus_slot* _slot = nullptr;
-    ScopedFd _end; // readable once the service is to end
+    ScopedFd _end; // readable once the service has to end
     std::mutex _mutex;
     std::condition_variable _isAsked;
     std::vector<std::string> _asked;
-    ScopedFd _ours; // the other end of the lock that was given last
+    ScopedFd _ours; // the other end of the last lock
     std::thread _thread;
 };
 

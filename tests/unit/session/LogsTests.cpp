@@ -1,4 +1,4 @@
-// What the programs' logs leave on standard error.
+// The output of the programs' logs on standard error.
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/SystemLog.h"
 #include "session/Logs.h"
@@ -11,7 +11,7 @@ using namespace zul;
 
 namespace {
 
-// The logs as a program opens them, and as they were afterwards.
+// Opens the logs as a program does, and restores them afterwards.
 struct OpenedLogs {
     explicit OpenedLogs(const SessionOptions& options) : problem(openLogs(options, "lab")) {
         setSystemLogSink([this](const std::string& text) { systemLog += text; });
@@ -28,7 +28,7 @@ struct OpenedLogs {
 
 } // namespace
 
-TEST_CASE("an error of a driver is told on standard error once, with and without -v, and in the system log") {
+TEST_CASE("an error of a driver is written to standard error once, with and without -v, and to the system log") {
     for (const bool verbose : {false, true}) {
         CAPTURE(verbose);
         const StandardErrorCapture standardError;
@@ -69,7 +69,7 @@ TEST_CASE("with a log file an error of a driver still goes to standard error, an
     CHECK(file.find("ERROR") == std::string::npos);
 }
 
-TEST_CASE("a log that cannot be opened is a problem that names it") {
+TEST_CASE("a log that cannot be opened is a problem that names the file") {
     const TemporaryFolder folder;
     SessionOptions options;
     options.logFile = folder.path.string();

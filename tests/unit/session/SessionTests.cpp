@@ -1,4 +1,4 @@
-// A run of the programs without their faces: what it shows of printers that cannot be used.
+// A session without a user interface: what it reports about printers that cannot be used.
 #include "session/PrinterFacts.h"
 #include "session/Session.h"
 #include "support/LogCapture.h"
@@ -17,7 +17,7 @@ namespace {
 
 class NoAlerts final : public AlertOutlet {
   public:
-    void beginAlert(AlertDescription /*alert*/) override { FAIL("nobody asked for an alert"); }
+    void beginAlert(AlertDescription /*alert*/) override { FAIL("unexpected alert"); }
 };
 
 class TestApplication final : public ApplicationOutlet {
@@ -36,7 +36,7 @@ class Watcher final : public SessionObserver {
     void unusablePrintersDidChange() override { ++changes; }
 };
 
-// A session with one embedded printer, and a bus to which a test adds printers of its own.
+// A session with one embedded printer, and a bus to which a test adds printers.
 struct Lab {
     Lab() {
         ::setenv("XDG_STATE_HOME", folder.path.c_str(), 1);
@@ -85,7 +85,8 @@ struct Lab {
 
 } // namespace
 
-TEST_CASE("a listed printer that may not be opened is among the hints until it may, and the observer learns of both") {
+TEST_CASE("a listed printer is among the hints while opening it is not permitted, and the observer is notified of "
+          "both") {
     Lab lab;
     CHECK(lab.session->unusablePrinters().empty());
     const auto handle = Lab::printer();
@@ -94,7 +95,7 @@ TEST_CASE("a listed printer that may not be opened is among the hints until it m
     REQUIRE(lab.session->printers().size() == 2);
     REQUIRE(lab.session->unusablePrinters().size() == 1);
     CHECK(lab.session->unusablePrinters().front().find("(1-7) may not be used: no right to open") != std::string::npos);
-    CHECK(lab.watcher.changes > 1); // the arrival is one
+    CHECK(lab.watcher.changes > 1); // the arrival is one of them
     handle->setAnswer("USBInterfaceOpenSeize", kIOReturnSuccess);
     const int changes = lab.watcher.changes;
     const auto printer = lab.session->printers().back();
@@ -105,7 +106,7 @@ TEST_CASE("a listed printer that may not be opened is among the hints until it m
     CHECK(lab.watcher.changes > changes);
 }
 
-TEST_CASE("an update of a printer that may not be opened ends with the missing right, and not with a power cycle") {
+TEST_CASE("an update of a printer that may not be opened ends with the missing right, not with a power cycle") {
     Lab lab;
     const auto handle = Lab::printer();
     handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotPrivileged);
@@ -122,7 +123,8 @@ TEST_CASE("an update of a printer that may not be opened ends with the missing r
     CHECK(update.advice.starts_with("Run \"zulctl doctor\":"));
 }
 
-TEST_CASE("a printer that another process of ours updates is shown with that process, its activity and its phase") {
+TEST_CASE("a printer that another process of this product updates is shown with that process, its activity and its "
+          "phase") {
     Lab lab;
     const auto handle = Lab::printer();
     handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -141,5 +143,5 @@ TEST_CASE("a printer that another process of ours updates is shown with that pro
     CHECK(holder["kind"] == "printer utility");
     CHECK(holder["pid"] == 77);
     CHECK(holder["phase"] == "writing");
-    CHECK(lab.session->unusablePrinters().empty()); // it will be free again by itself
+    CHECK(lab.session->unusablePrinters().empty()); // it will be released without help
 }

@@ -1,4 +1,4 @@
-// The lock against sleep, with true message buses. Waits here are for an answer or for the end of a connection.
+// The lock against sleep, with real message buses. Waits are for a reply or for the end of a connection.
 #include "session/SleepInhibitor.h"
 #include "support/StandardErrorCapture.h"
 #include "unit/session/LoginLab.h"
@@ -16,9 +16,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kGenerous = 60s; // far longer than any answer takes, also on a busy machine
+constexpr auto kGenerous = 60s; // far longer than any reply takes, also on a busy machine
 
-// An inhibitor, its answers and its log.
+// An inhibitor, its replies and its log.
 struct Inhibited {
     explicit Inhibited(const std::string& address, std::chrono::milliseconds longestWait = kGenerous)
         : inhibitor({.busAddress = address, .longestWait = longestWait}, [this] {
@@ -49,7 +49,7 @@ struct Inhibited {
     SleepInhibitor inhibitor;
 };
 
-// A bus that takes connections and never says a word.
+// A bus that accepts connections and never sends a byte.
 struct MuteBus {
     MuteBus() : _listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_un place{};
@@ -74,7 +74,7 @@ struct MuteBus {
 
 } // namespace
 
-TEST_CASE("the lock against sleep is held while it is wanted and given back afterwards") {
+TEST_CASE("the lock against sleep is held while requested and released afterwards") {
     const PrivateBus bus;
     FakeLoginService service(bus.address());
     Inhibited machine(bus.address());
@@ -96,7 +96,7 @@ TEST_CASE("the lock against sleep is held while it is wanted and given back afte
     CHECK(machine.logged().empty());
 }
 
-TEST_CASE("the lock against sleep is taken once more for the next update") {
+TEST_CASE("the lock against sleep is taken again for the next update") {
     const PrivateBus bus;
     FakeLoginService service(bus.address());
     Inhibited machine(bus.address());
@@ -110,7 +110,7 @@ TEST_CASE("the lock against sleep is taken once more for the next update") {
     CHECK(machine.inhibitor.state() == InhibitorState::held);
 }
 
-TEST_CASE("the end of the program's inhibitor gives the lock back") {
+TEST_CASE("destroying the inhibitor releases the lock") {
     const PrivateBus bus;
     FakeLoginService service(bus.address());
     {
@@ -122,7 +122,7 @@ TEST_CASE("the end of the program's inhibitor gives the lock back") {
     service.waitUntilReleased();
 }
 
-TEST_CASE("who may not keep the lid from acting gets the lock against sleep and shutdown") {
+TEST_CASE("a user who may not inhibit the lid switch gets the lock against sleep and shutdown") {
     const PrivateBus bus;
     FakeLoginService service(bus.address(), "handle-lid-switch");
     Inhibited machine(bus.address());
@@ -134,7 +134,7 @@ TEST_CASE("who may not keep the lid from acting gets the lock against sleep and 
     CHECK(service.isHeld());
 }
 
-TEST_CASE("a lock that is refused is logged, and shows as unavailable with the reason") {
+TEST_CASE("a refused lock is logged, and reported as unavailable with the reason") {
     const PrivateBus bus;
     FakeLoginService service(bus.address(), "sleep");
     Inhibited machine(bus.address());
@@ -149,7 +149,7 @@ TEST_CASE("a lock that is refused is logged, and shows as unavailable with the r
     CHECK(machine.inhibitor.problem().empty());
 }
 
-TEST_CASE("a system without a login service, or without a message bus, is no more than a line in the log") {
+TEST_CASE("without a login service or a message bus there is only a line in the log") {
     const PrivateBus bus;
     const TemporaryFolder folder;
     for (const std::string& address : {bus.address(), "unix:path=" + (folder / "nothing").string()}) {
@@ -168,7 +168,7 @@ TEST_CASE("a system without a login service, or without a message bus, is no mor
     }
 }
 
-TEST_CASE("a message bus that hangs keeps nobody waiting, and the lock that comes too late is not taken") {
+TEST_CASE("a message bus that hangs blocks no caller, and a lock that comes too late is released") {
     MuteBus bus;
     Inhibited machine(bus.address);
     machine.inhibitor.setHeld(true);
@@ -182,7 +182,7 @@ TEST_CASE("a message bus that hangs keeps nobody waiting, and the lock that come
     CHECK(machine.logged().empty());
 }
 
-TEST_CASE("an inhibitor that goes while a message bus hangs is not called back") {
+TEST_CASE("an inhibitor destroyed while a message bus hangs is not called back") {
     MuteBus bus;
     auto machine = std::make_unique<Inhibited>(bus.address);
     machine->inhibitor.setHeld(true);
@@ -191,7 +191,7 @@ TEST_CASE("an inhibitor that goes while a message bus hangs is not called back")
     bus.hangUp();
 }
 
-TEST_CASE("a message bus that does not answer in time is unavailable") {
+TEST_CASE("a message bus that does not reply in time is unavailable") {
     MuteBus bus;
     Inhibited machine(bus.address, 1ms);
     machine.inhibitor.setHeld(true);
@@ -202,7 +202,7 @@ TEST_CASE("a message bus that does not answer in time is unavailable") {
           "the message bus of the system does not answer");
 }
 
-TEST_CASE("whether there is a login service can be asked without taking a lock") {
+TEST_CASE("the presence of a login service can be checked without taking a lock") {
     const PrivateBus bus;
     CHECK(loginServiceProblem({.busAddress = bus.address(), .longestWait = kGenerous})
               .starts_with("the system has no login service that answers ("));

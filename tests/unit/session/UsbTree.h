@@ -1,4 +1,4 @@
-// A kernel's list of USB devices, and of processes, in a folder of a test's own.
+// The kernel's list of USB devices and of processes, in a temporary folder.
 #pragma once
 
 #include "support/TemporaryFolder.h"
@@ -36,7 +36,7 @@ struct UsbTree {
             std::filesystem::create_directory_symlink("../../../../bus/usb/drivers/" + driver, interface / "driver");
         }
     }
-    // What the kernel shows of its printer driver, and the node itself.
+    // The sysfs entry of the kernel's printer driver, and its node.
     std::string addDriverNode(const std::string& interface, const std::string& name) {
         std::filesystem::create_directories(folder / "sys/bus/usb/devices" / interface / "usbmisc" / name);
         std::filesystem::create_directories(folder / "dev/usb");

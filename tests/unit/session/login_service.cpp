@@ -1,10 +1,10 @@
-// A login service on a message bus of its own, for cases that run whole programs: it writes the address of its bus, and
-// then answers each line of its standard input by one line.
+// A login service on a message bus of its own, for tests of whole programs. It prints the address of its bus, then
+// replies to each line of its standard input with one line.
 //
-//   asked     waits for a question, and answers with all of them, separated by blanks
-//   questions how many there were, at once
+// asked     waits for a request, and prints all of them, separated by blanks
+// questions prints how many there were, at once
 //   held      yes or no
-//   released  waits for the end of the lock that was given last
+// released  waits for the release of the last lock
 #define DOCTEST_CONFIG_IMPLEMENT
 #include "unit/session/LoginLab.h"
 
@@ -31,7 +31,7 @@ std::string answerTo(const std::string& word, FakeLoginService& service) {
 } // namespace
 
 int main() {
-    doctest::Context context; // the lab checks its calls; a failure ends this process
+    doctest::Context context; // checks the lab's calls; a failure ends this process
     context.setAsDefaultForAssertsOutOfTestCases();
     context.setAssertHandler([](const doctest::AssertData& failed) {
         if (!failed.m_failed) return;

@@ -1,5 +1,5 @@
-// A helper program as a process of its own, which is given one line and answers one line. What a process alone can show
-// (its death, its being stopped, its rights) is tested with it.
+// Runs a helper program as a child process that replies to each line with one line. For behaviour that needs a separate
+// process: being killed, being stopped, other rights.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -41,16 +41,16 @@ class ChildProcess {
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     int pid() const { return _pid; }
-    /// The child's answer to one line; empty when it has ended.
+    /// Sends a line and returns the child's reply; empty if it has ended.
     std::string operator()(const std::string& line) {
         send(line);
         return readLine();
     }
     void send(const std::string& line) {
         const std::string sent = line + '\n';
-        static_cast<void>(!::write(_input.get(), sent.data(), sent.size())); // a child that has ended answers nothing
+        static_cast<void>(!::write(_input.get(), sent.data(), sent.size())); // a child that has ended does not reply
     }
-    /// The child's next line; waits for it. Empty when the child has ended.
+    /// Waits for the child's next line. Empty if it has ended.
     std::string readLine() {
         std::string line;
         for (char byte = 0; ::read(_output.get(), &byte, 1) == 1;) {
@@ -59,20 +59,20 @@ class ChildProcess {
         }
         return line;
     }
-    /// Ends as a killed process does; returns when it is gone.
+    /// Kills the process and waits until it has ended.
     void kill() {
         if (_pid <= 0) return;
         ::kill(_pid, SIGKILL);
         ::waitpid(_pid, nullptr, 0);
         _pid = 0;
     }
-    /// Kills it but leaves it to be waited for, as a process whose parent is busy.
+    /// Kills it but leaves it as a zombie, like a child of a busy parent.
     void killWithoutReaping() {
         ::kill(_pid, SIGKILL);
         siginfo_t info{};
         ::waitid(P_PID, static_cast<id_t>(_pid), &info, WEXITED | WNOWAIT);
     }
-    /// Returns when it does not run any more.
+    /// Stops the process; returns when it is no longer running.
     void stop() {
         ::kill(_pid, SIGSTOP);
         ::waitpid(_pid, nullptr, WUNTRACED);

@@ -1,4 +1,4 @@
-// One update as the monitor sees it, from events that a test makes up.
+// One update in the monitor, driven by generated events.
 #pragma once
 
 #include "protocol/CommandFrame.h"

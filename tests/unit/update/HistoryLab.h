@@ -1,4 +1,4 @@
-// A folder with a history, and the ways to look at it and to damage it.
+// A folder with a history, and functions to inspect and damage it.
 #pragma once
 
 #include "support/TemporaryFolder.h"
@@ -55,7 +55,7 @@ struct HistoryLab {
         REQUIRE(found.problem == "");
         return found.records.size();
     }
-    /// As another program would.
+    /// Changes the database as another program would.
     void execute(const std::string& sql) const {
         sqlite3* connection = nullptr;
         REQUIRE(sqlite3_open(file().c_str(), &connection) == SQLITE_OK);

@@ -1,4 +1,4 @@
-// A history that cannot be used is reported in a sentence that names the file, and nothing throws; what was stored
+// A history that cannot be used is reported in a sentence that names the file, and no function throws; data stored
 // before is still there afterwards.
 #include "unit/update/HistoryLab.h"
 #include "update/HistoryDatabase.h"
@@ -22,7 +22,7 @@ std::set<std::string> filesIn(const std::filesystem::path& folder) {
     return files;
 }
 
-// A disk whose n-th write or sync fails, once or from then on, as SQLite sees it. Only for calls of one thread.
+// A disk whose n-th write or sync fails, once or permanently, as seen by SQLite. Only for calls of one thread.
 class FailingDisk {
   public:
     FailingDisk() {
@@ -42,7 +42,7 @@ class FailingDisk {
         left = writes;
         staysBroken = isForGood;
     }
-    // Whether it did fail.
+    // Stops failing. Returns whether it has failed.
     bool repair() {
         const bool hasFailed = left < 0;
         left = kNever;
@@ -52,7 +52,7 @@ class FailingDisk {
   private:
     static constexpr int kNever = 1'000'000;
     struct Methods {
-        sqlite3_io_methods changed; // first: a file's pointer to it is one to the whole
+        sqlite3_io_methods changed; // first member: a file's pointer to it is also a pointer to the whole
         const sqlite3_io_methods* original;
     };
     static const sqlite3_io_methods* originalOf(sqlite3_file* file) {
@@ -83,8 +83,8 @@ class FailingDisk {
     sqlite3_vfs _vfs{};
 };
 
-// One update, and afterwards: what was acknowledged is there, the file is whole, and the next update is recorded.
-// Whether the disk did fail.
+// Records one update, then checks that acknowledged data is stored, that the file is whole, and that the next update is
+// recorded. Returns whether the disk has failed.
 bool updateOnFailingDisk(HistoryLab& lab, FailingDisk& disk) {
     const auto begun = lab.history.begin(printerAt(kKey));
     const std::string phaseProblem = lab.history.addPhase(begun.id, {.name = "writing", .begun = 1, .duration = 2});
@@ -107,7 +107,7 @@ bool updateOnFailingDisk(HistoryLab& lab, FailingDisk& disk) {
 
 } // namespace
 
-TEST_CASE("a disk that fails at any write is reported, and nothing that was acknowledged is lost") {
+TEST_CASE("a disk that fails at any write is reported, and no acknowledged data is lost") {
     for (const bool isForGood : {false, true}) {
         int points = 0;
         for (bool hasFailed = true; hasFailed; ++points) {
@@ -117,11 +117,11 @@ TEST_CASE("a disk that fails at any write is reported, and nothing that was ackn
             disk.failAfter(points, isForGood);
             hasFailed = updateOnFailingDisk(lab, disk);
         }
-        CHECK(points > 20); // each write of a whole update was one of them
+        CHECK(points > 20); // all writes of a whole update were among them
     }
 }
 
-TEST_CASE("a process that is killed while it writes loses nothing that was stored") {
+TEST_CASE("killing a process while it writes loses no stored data") {
     HistoryLab lab;
     for (int kills = 0; kills < 10; ++kills) {
         ChildProcess child(lab.writer());
@@ -134,7 +134,7 @@ TEST_CASE("a process that is killed while it writes loses nothing that was store
     }
 }
 
-TEST_CASE("a full disk is reported, and the history goes on when there is room again") {
+TEST_CASE("a full disk is reported, and the history works again when there is space") {
     HistoryLab lab;
     ChildProcess child(lab.writer());
     if (child("small-disk") != "done") {
@@ -151,7 +151,7 @@ TEST_CASE("a full disk is reported, and the history goes on when there is room a
     CHECK(child("complete " + id) == "stored");
 }
 
-TEST_CASE("files that may not grow are reported, and what was stored is still there") {
+TEST_CASE("a file size limit is reported, and stored data is still there") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     ChildProcess child(lab.writer());
@@ -161,7 +161,7 @@ TEST_CASE("files that may not grow are reported, and what was stored is still th
     CHECK(lab.history.complete(id, success()) == "");
 }
 
-TEST_CASE("a folder that may not be written is reported") {
+TEST_CASE("a folder without write permission is reported") {
     HistoryLab lab;
     ::chmod(lab.folder.path.c_str(), 0555);
     ChildProcess child(lab.writer());
@@ -173,7 +173,7 @@ TEST_CASE("a folder that may not be written is reported") {
     ::chmod(lab.folder.path.c_str(), 0755);
 }
 
-TEST_CASE("a file that may only be read is reported by writing") {
+TEST_CASE("a read-only file is reported when it is written") {
     HistoryLab lab;
     lab.begin(printerAt(kKey));
     ::chmod(lab.file().c_str(), 0444);
@@ -187,7 +187,7 @@ TEST_CASE("a file that may only be read is reported by writing") {
     ::chmod(lab.file().parent_path().c_str(), 0755);
 }
 
-TEST_CASE("a folder that cannot be made, or is not a folder, is reported") {
+TEST_CASE("a folder that cannot be created, or is not a folder, is reported") {
     HistoryLab lab;
     lab.folder.write("state", "");
     const auto begun = lab.history.begin(printerAt(kKey));
@@ -205,7 +205,7 @@ TEST_CASE("a user without a home has no history, and each call says so") {
     CHECK(history.dismiss(1) == begun.problem);
 }
 
-TEST_CASE("a damaged file is put aside and reported, and the update is recorded in a new one") {
+TEST_CASE("a damaged file is renamed and reported, and the update is recorded in a new one") {
     HistoryLab lab;
     lab.begin(printerAt(kKey));
     lab.overwrite(0, 100);
@@ -225,7 +225,7 @@ TEST_CASE("a damaged file is put aside and reported, and the update is recorded 
           std::set<std::string>{"history.sqlite", kept.filename(), kept.filename().string() + "-2"});
 }
 
-TEST_CASE("damage inside the file is found by the call that meets it") {
+TEST_CASE("damage inside the file is detected by the call that reads it") {
     HistoryLab lab;
     for (int count = 0; count < 50; ++count) lab.begin(printerAt(kKey));
     lab.overwrite(4096, 60000); // all but the first page
@@ -236,7 +236,7 @@ TEST_CASE("damage inside the file is found by the call that meets it") {
     CHECK(lab.history.begin(printerAt(kKey)).problem == "");
 }
 
-TEST_CASE("the record of an update whose file was damaged in between is missed without a second complaint") {
+TEST_CASE("the record of an update whose file was damaged in between is lost without a second report") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     lab.overwrite(0, 100);
@@ -246,7 +246,7 @@ TEST_CASE("the record of an update whose file was damaged in between is missed w
     CHECK(names(lab.history.complete(id, failure()), lab.file()));
 }
 
-TEST_CASE("a damaged file is left alone while another process uses it") {
+TEST_CASE("a damaged file is not replaced while another process uses it") {
     HistoryLab lab;
     lab.begin(printerAt(kKey));
     lab.overwrite(0, 100);
@@ -263,7 +263,7 @@ TEST_CASE("a damaged file is left alone while another process uses it") {
     CHECK(history.begin(printerAt(kKey)).id != 0);
 }
 
-TEST_CASE("tables are made by one process alone") {
+TEST_CASE("tables are created by one process only") {
     HistoryLab lab;
     UpdateHistoryOptions options = lab.options();
     options.longestWait = std::chrono::milliseconds(1);
@@ -278,14 +278,14 @@ TEST_CASE("tables are made by one process alone") {
     CHECK(history.begin(printerAt(kKey)).problem == "");
 }
 
-TEST_CASE("a damaged file that another process has replaced meanwhile is not put aside again") {
+TEST_CASE("a damaged file that another process has replaced meanwhile is not renamed again") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     CHECK(putDamagedHistoryAside(lab.file(), /*number=*/1, /*time=*/0, std::chrono::milliseconds(1)).empty());
     CHECK(lab.record(id).key == kKey);
 }
 
-TEST_CASE("the journal of a damaged file is put aside with it") {
+TEST_CASE("the journal of a damaged file is renamed with it") {
     HistoryLab lab;
     lab.begin(printerAt(kKey));
     lab.folder.write("state/history.sqlite-wal", "journal");
@@ -298,7 +298,7 @@ TEST_CASE("the journal of a damaged file is put aside with it") {
           std::set<std::string>{"history.sqlite.damaged", "history.sqlite.damaged-wal"});
 }
 
-TEST_CASE("a history of a newer version is left as it is") {
+TEST_CASE("a history of a newer version is not changed") {
     HistoryLab lab;
     lab.begin(printerAt(kKey));
     lab.execute("PRAGMA user_version = 1000");
@@ -313,7 +313,7 @@ TEST_CASE("a history of a newer version is left as it is") {
     CHECK(filesIn(lab.folder / "state") == std::set<std::string>{"history.sqlite"});
 }
 
-TEST_CASE("another program's database of the same name is left as it is") {
+TEST_CASE("another program's database of the same name is not changed") {
     HistoryLab lab;
     std::filesystem::create_directories(lab.folder / "state");
     lab.execute("CREATE TABLE updates (theirs)");
@@ -327,11 +327,11 @@ TEST_CASE("an empty file, as a full disk leaves it, becomes a history") {
     lab.folder.write("state/history.sqlite", "");
     CHECK(lab.history.records({}).problem == "");
     CHECK(names(lab.history.complete(1, success()), lab.file()));
-    CHECK(std::filesystem::file_size(lab.file()) == 0); // only a new update makes tables
+    CHECK(std::filesystem::file_size(lab.file()) == 0); // only a new update creates tables
     lab.begin(printerAt(kKey));
 }
 
-TEST_CASE("a record that is gone is reported by the calls that need it") {
+TEST_CASE("a missing record is reported by the calls that need it") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     std::filesystem::remove_all(lab.folder / "state");
@@ -362,12 +362,12 @@ TEST_CASE("a history that another program keeps locked is reported") {
     const std::string problem = history.complete(id, success());
     CHECK(names(problem, lab.file()));
     CHECK(problem.find("another program is using it") != std::string::npos);
-    CHECK(history.records({}).records.size() == 1); // reading is not kept away
+    CHECK(history.records({}).records.size() == 1); // reading is still possible
     sqlite3_close(other);
     CHECK(history.complete(id, success()) == "");
 }
 
-TEST_CASE("a file that another program has changed reads as valid text") {
+TEST_CASE("text that another program has changed is read as valid text") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     lab.execute("UPDATE updates SET place = CAST(x'ff61' AS TEXT), model = x'00ff', serial = 42");

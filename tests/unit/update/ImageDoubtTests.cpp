@@ -1,4 +1,4 @@
-// When it is not known whether a printer has the image, and what follows from that for its operator and the verdict.
+// When it is unknown whether a printer has the image, and the effect on the operator's texts and the verdict.
 #include "archive/ProductTable.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateTexts.h"
@@ -14,7 +14,7 @@ namespace {
 const std::string kCutOffAdvice = "The printer left while the firmware was written to it.";
 const std::string kTablesAdvice = "The printer has new firmware and does not answer.";
 
-// It has left in the middle of the image and is back.
+// It was detached during the image and is back.
 struct CutOff : Followed {
     CutOff() {
         upToImage();
@@ -25,7 +25,7 @@ struct CutOff : Followed {
 
 } // namespace
 
-TEST_CASE("an image that was cut in the middle is in doubt when its printer is back, until a version is read") {
+TEST_CASE("an interrupted image is in doubt when its printer is back, until a version is read") {
     CutOff update;
     CHECK(update.state().phase == UpdatePhase::restarted);
     CHECK(update.state().isImageInDoubt());
@@ -40,7 +40,7 @@ TEST_CASE("an image whose write was not completed is in doubt when its printer i
     update.upToImage();
     update.bytes(2032, 2032);
     update.image(kIOUSBTransactionTimeout);
-    CHECK_FALSE(update.state().isImageInDoubt()); // the loader is still there and can be asked
+    CHECK_FALSE(update.state().isImageInDoubt()); // the loader is still attached and can be queried
     update.restart();
     CHECK(update.state().phase == UpdatePhase::restarted);
     CHECK(update.state().isImageInDoubt());
@@ -58,7 +58,7 @@ TEST_CASE("an image that was written to its end is not in doubt, also before a v
     CHECK(adviceFor(update.state()).starts_with(kTablesAdvice));
 }
 
-TEST_CASE("an image is not in doubt while its printer is away, nor when it is back as its loader") {
+TEST_CASE("an image is not in doubt while its printer is detached, nor when it is back in its loader") {
     Followed update;
     update.upToImage();
     update.bytes(1000, 2032);
@@ -67,12 +67,12 @@ TEST_CASE("an image is not in doubt while its printer is away, nor when it is ba
     CHECK(update.state().phase == UpdatePhase::cutOff);
     CHECK_FALSE(update.state().isImageInDoubt());
     update.report(events::Arrived{});
-    update.status(kLoaderStatus); // it was not taken, which is no doubt
+    update.status(kLoaderStatus); // it was not accepted, which is certain
     CHECK(update.state().phase == UpdatePhase::backInLoader);
     CHECK_FALSE(update.state().isImageInDoubt());
 }
 
-TEST_CASE("a second image is in doubt by itself, whatever the first one came to") {
+TEST_CASE("a second image is in doubt independently of the first one") {
     CutOff update;
     update.version("VK14 01.61");
     update.report(events::ProgressStored{2});

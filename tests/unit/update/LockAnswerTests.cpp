@@ -11,20 +11,20 @@ const LockAnswer kAnswer{
 
 } // namespace
 
-TEST_CASE("what a lock's holder answers is read back as it was sent") {
+TEST_CASE("the reply of a lock's holder is read back as it was sent") {
     const std::string line = lockAnswerLine(kAnswer);
     CHECK(line.ends_with('\n'));
     CHECK(line.find('\n') == line.size() - 1);
     CHECK(parseLockAnswer(line) == kAnswer);
 }
 
-TEST_CASE("an answer has the names that other programs look for") {
+TEST_CASE("a reply has the names that other programs search for") {
     CHECK(lockAnswerLine({.program = "zulctl", .pid = 3, .user = "u", .since = 5, .activity = "claim"}) ==
           R"({"activity":"claim","phase":"","pid":3,"program":"zulctl","since":5,"user":"u"})"
           "\n");
 }
 
-TEST_CASE("members of an answer that are missing or of a wrong type are left empty") {
+TEST_CASE("missing or wrongly typed members of a reply are left empty") {
     CHECK(parseLockAnswer("{}") == LockAnswer{});
     CHECK(parseLockAnswer(R"({"program": 1, "pid": "4", "user": null, "since": [], "activity": {}, "phase": true})") ==
           LockAnswer{});
@@ -35,7 +35,7 @@ TEST_CASE("members of an answer that are missing or of a wrong type are left emp
           LockAnswer{.pid = 2147483647, .since = 9223372036854775807});
 }
 
-TEST_CASE("what is not an answer is refused") {
+TEST_CASE("data that is not a reply is refused") {
     for (const char* line : {"", "\n", "x", "[]", "3", "\"text\"", "null", "{\"pid\": 3", "{\"phase\": \"\xFF\"}",
                              "{\"pid\": 3} {\"pid\": 4}", "{\"since\": 1e400}"}) {
         CAPTURE(line);
@@ -44,14 +44,14 @@ TEST_CASE("what is not an answer is refused") {
     CHECK_FALSE(parseLockAnswer(std::string(kLongestLockAnswer, '[')));
 }
 
-TEST_CASE("an answer longer than the limit is refused, one as long as the limit is read") {
+TEST_CASE("a reply longer than the limit is refused, one of exactly the limit is read") {
     std::string line = R"({"phase": "writing"})";
     line += std::string(kLongestLockAnswer - line.size(), ' ');
     CHECK(parseLockAnswer(line) == LockAnswer{.phase = "writing"});
     CHECK_FALSE(parseLockAnswer(line + ' '));
 }
 
-TEST_CASE("texts of an answer cannot move the cursor or turn the direction of writing") {
+TEST_CASE("texts of a reply cannot move the cursor or change the text direction") {
     const auto answer =
         parseLockAnswer(R"({"program": "a\u001b[31mb", "user": "\u0085\u202ec\u2066", "phase": "d\u007f"})");
     REQUIRE(answer);
@@ -61,7 +61,7 @@ TEST_CASE("texts of an answer cannot move the cursor or turn the direction of wr
     CHECK(parseLockAnswer(R"({"phase": "Größe \u20ac \ud83d\ude00"})")->phase == "Größe € 😀");
 }
 
-TEST_CASE("long texts of an answer are cut between characters, and the line stays within its limit") {
+TEST_CASE("long texts of a reply are cut between characters, and the line remains within its limit") {
     LockAnswer answer = kAnswer;
     answer.program = answer.user = answer.activity = answer.phase = 'a' + std::string(500, '"');
     const std::string line = lockAnswerLine(answer);
@@ -74,7 +74,7 @@ TEST_CASE("long texts of an answer are cut between characters, and the line stay
     CHECK(parseLockAnswer(lockAnswerLine(answer))->phase == std::string(127, 'a'));
 }
 
-TEST_CASE("bytes that are not text do not keep an answer from being sent") {
+TEST_CASE("bytes that are not text do not prevent a reply from being sent") {
     const auto answer = parseLockAnswer(lockAnswerLine({.user = "caf\xE9"}));
     REQUIRE(answer);
     CHECK(answer->user == "caf\xEF\xBF\xBD");

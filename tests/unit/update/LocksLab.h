@@ -24,7 +24,7 @@ inline std::string freshNameSpace() {
 
 struct Machine {
     std::string nameSpace = freshNameSpace();
-    // Where an answer will come it is waited for, however busy the machine is.
+    // A long time-out, because expected replies must arrive on any busy machine.
     PrinterLocks locks{options(/*answerTimeout=*/60s)};
 
     PrinterLocksOptions options(std::chrono::milliseconds answerTimeout) const {
@@ -47,7 +47,7 @@ inline InterfaceHolder ownProgram(const std::string& program, int pid) {
     return holder;
 }
 
-// A call on the private thread that a test waits for.
+// A callback on the private thread that a test waits for.
 struct Call {
     std::promise<void> promise;
     std::atomic<int> count = 0;
@@ -69,12 +69,12 @@ inline void waitForAnswer(const HolderConnection& connection) {
     REQUIRE(::poll(&entry, 1, -1) == 1);
 }
 
-// A holder that is not one of our programs: it listens, and sends what it likes.
+// A holder that is not one of our programs: it listens, and sends any text.
 struct Stranger {
     explicit Stranger(const Machine& machine) : listener(listenAt(*lockAddress(machine.nameSpace, kPrinter))) {
         REQUIRE(listener.socket);
     }
-    // Answers every connection until the end of the test.
+    // Replies to every connection until the end of the test.
     void answer(const std::string& text) {
         thread = std::thread([this, text] {
             for (;;) {

@@ -1,4 +1,4 @@
-// What the update monitor makes of the engine's events.
+// The states that the update monitor derives from the engine's events.
 #include "unit/update/Followed.h"
 
 #include <doctest/doctest.h>
@@ -33,7 +33,7 @@ TEST_CASE("the monitor follows an update through all its phases") {
     CHECK_FALSE(update.state().mustNotBeStopped());
 }
 
-TEST_CASE("each phase that is over is kept with the time it took") {
+TEST_CASE("each completed phase is kept with its duration") {
     Followed update;
     update.clock.sleepFor(3s);
     update.command(kCommandEnterLoader);
@@ -47,7 +47,7 @@ TEST_CASE("each phase that is over is kept with the time it took") {
     CHECK(past[1].duration == 2s);
 }
 
-TEST_CASE("a version that was read before the image is not the one after it") {
+TEST_CASE("a version that was read before the image is not used as the one after it") {
     Followed update;
     update.version("VK14 01.61");
     update.command(kCommandEnterLoader);
@@ -55,7 +55,7 @@ TEST_CASE("a version that was read before the image is not the one after it") {
     CHECK(update.state().currentVersion == std::nullopt);
 }
 
-TEST_CASE("a version that is not text changes nothing") {
+TEST_CASE("a version that is not text changes no state") {
     Followed update;
     update.upToTables();
     update.report(events::FirmwareVersionRead{std::nullopt});
@@ -77,7 +77,7 @@ TEST_CASE("a table without contents, or without its name, is not counted") {
     CHECK(update.state().tablesWritten == 1);
 }
 
-TEST_CASE("tables of a round that was broken off do not make up for those of the next one") {
+TEST_CASE("tables of an interrupted pass are not counted for the next one") {
     Followed update;
     update.upToTables();
     update.tables(1);
@@ -91,7 +91,7 @@ TEST_CASE("tables of a round that was broken off do not make up for those of the
     CHECK(update.state().tablesWritten == 1);
 }
 
-TEST_CASE("what is read back is that of the tables written last") {
+TEST_CASE("values that are read back belong to the tables written last") {
     Followed update;
     update.upToTables();
     update.report(events::TableFactRead{"colorTableVersion", "0160"}); // of the tables that are being replaced
@@ -99,11 +99,11 @@ TEST_CASE("what is read back is that of the tables written last") {
     update.tables(1);
     update.report(events::TableFactRead{"colorTableVersion", "0161"});
     CHECK(update.state().tableFacts.at("colorTableVersion") == "0161");
-    update.table(1); // once more from the beginning
+    update.table(1); // again from the beginning
     CHECK(update.state().tableFacts.empty());
 }
 
-TEST_CASE("a refused command to clear the tables is remembered") {
+TEST_CASE("a refused command to clear the tables is recorded") {
     Followed update;
     update.upToTables();
     update.command(kCommandTableClear, kIOUSBPipeStalled, 0);
@@ -112,7 +112,7 @@ TEST_CASE("a refused command to clear the tables is remembered") {
     CHECK_FALSE(update.state().isClearRefused);
 }
 
-TEST_CASE("a loader that answers after the image has not taken it") {
+TEST_CASE("a loader that replies after the image has not taken it") {
     Followed update;
     update.upToTables();
     update.status(kLoaderStatus);
@@ -124,7 +124,7 @@ TEST_CASE("a loader that answers after the image has not taken it") {
     CHECK(update.state().imagesSent == 2);
 }
 
-TEST_CASE("a printer that leaves in the middle of the image is cut off, not restarting") {
+TEST_CASE("a printer detached during the image is cut off, not restarting") {
     Followed update;
     update.upToImage();
     update.bytes(1000, 2032);
@@ -138,7 +138,7 @@ TEST_CASE("a printer that leaves in the middle of the image is cut off, not rest
     CHECK(update.state().phase == UpdatePhase::restarted);
 }
 
-TEST_CASE("a printer that leaves before the end of the command's write is reported is on its way to its loader") {
+TEST_CASE("a printer detached before the end of the command's write is reported is restarting into its loader") {
     Followed update;
     update.report(events::ProgressStored{1});
     update.report(events::Departed{});
@@ -149,14 +149,14 @@ TEST_CASE("a printer that leaves before the end of the command's write is report
     CHECK(update.state().phase == UpdatePhase::loaderBack);
 }
 
-TEST_CASE("a printer that leaves before its update has sent anything has left") {
+TEST_CASE("a printer detached before its update has sent a command has left") {
     Followed update;
     update.report(events::Departed{});
     CHECK(update.state().phase == UpdatePhase::checking);
     CHECK_FALSE(update.state().isAttached);
 }
 
-TEST_CASE("a printer that leaves before the end of the image's write is reported has taken it") {
+TEST_CASE("a printer detached before the end of the image's write is reported has taken it") {
     Followed update;
     update.upToImage();
     update.report(events::Departed{});
@@ -165,7 +165,7 @@ TEST_CASE("a printer that leaves before the end of the image's write is reported
     CHECK(update.state().image == ImageState::taken);
 }
 
-TEST_CASE("the last questions of the object of before a restart say nothing about the printer after it") {
+TEST_CASE("the last queries of an object from before a restart do not apply to the printer after it") {
     Followed update;
     update.attachment = 1;
     update.report(events::Arrived{});
@@ -179,7 +179,7 @@ TEST_CASE("the last questions of the object of before a restart say nothing abou
     update.status("01000");
     CHECK_FALSE(update.state().isAnswerMissing);
     CHECK(update.state().rawStatus.empty());
-    update.report(events::Departed{}); // once more, of an attachment that has ended
+    update.report(events::Departed{}); // repeated, of an attachment that has ended
     CHECK(update.state().isAttached);
 }
 
@@ -196,7 +196,7 @@ TEST_CASE("the second printer interface of a device is not a second update") {
     CHECK(update.state().rawStatus.empty());
 }
 
-TEST_CASE("a printer that takes questions and never answers gives no sign of life") {
+TEST_CASE("a printer that accepts queries and never replies gives no sign of life") {
     Followed update;
     update.upToTables();
     const auto before = update.state().lastSign;
@@ -211,7 +211,7 @@ TEST_CASE("a printer that takes questions and never answers gives no sign of lif
     CHECK(update.state().isAnswerMissing);
 }
 
-TEST_CASE("an answer is a sign of life, but no progress") {
+TEST_CASE("a reply is a sign of life, but no progress") {
     Followed update;
     update.upToTables();
     const auto before = update.state();
@@ -222,15 +222,15 @@ TEST_CASE("an answer is a sign of life, but no progress") {
     CHECK(update.state().lastProgress == before.lastProgress);
 }
 
-TEST_CASE("a printer that is asked whether it is ready and is not is waited for") {
+TEST_CASE("a printer that reports that it is not ready is waited for") {
     Followed update;
     update.status("00000");
     CHECK_FALSE(update.state().isWaitingUntilReady());
-    update.status("FU00002"); // reads "Idle", too
+    update.status("FU00002"); // its text is "Idle", too
     CHECK_FALSE(update.state().isWaitingUntilReady());
     update.status("01000");
     CHECK(update.state().isWaitingUntilReady());
-    update.report(events::ReplyMissing{kIOUSBTransactionTimeout}); // its last status is an old one now
+    update.report(events::ReplyMissing{kIOUSBTransactionTimeout}); // its last status is outdated now
     CHECK_FALSE(update.state().isWaitingUntilReady());
     update.report(events::ReplyRead{"01000"});
     update.command(kCommandEnterLoader);
@@ -240,7 +240,7 @@ TEST_CASE("a printer that is asked whether it is ready and is not is waited for"
     CHECK_FALSE(update.state().isWaitingUntilReady());
 }
 
-TEST_CASE("a table begins with none of its bytes written, whatever the frame before it came to") {
+TEST_CASE("a table begins with none of its bytes written, whatever the frame before it reached") {
     Followed update;
     update.upToTables();
     update.table(1);
@@ -251,7 +251,7 @@ TEST_CASE("a table begins with none of its bytes written, whatever the frame bef
     CHECK(update.state().bytesTotal == 0);
 }
 
-TEST_CASE("a question after the image does not change the bytes that are shown of it") {
+TEST_CASE("a query after the image does not change its displayed bytes") {
     Followed update;
     update.upToImage();
     update.bytes(1000, 2032);
@@ -264,7 +264,7 @@ TEST_CASE("a question after the image does not change the bytes that are shown o
     CHECK(update.state().phase == UpdatePhase::writing);
 }
 
-TEST_CASE("a refusal is answered when the round of questions after it has ended") {
+TEST_CASE("a refusal is confirmed when the round of queries after it has ended") {
     Followed update;
     update.upToImage();
     update.image(kIOUSBPipeStalled);
@@ -275,7 +275,7 @@ TEST_CASE("a refusal is answered when the round of questions after it has ended"
     CHECK_FALSE(update.state().isRefusalAnswered);
 }
 
-TEST_CASE("another program that holds the printer is named until the printer opens or leaves") {
+TEST_CASE("another program that holds the printer is reported until the printer is opened or detached") {
     Followed update;
     const InterfaceHolder printing{.kind = InterfaceHolder::Kind::printing, .program = "usb", .pid = 812};
     update.report(events::Opened{.code = kIOReturnExclusiveAccess, .holder = printing});
@@ -290,7 +290,7 @@ TEST_CASE("another program that holds the printer is named until the printer ope
     CHECK_FALSE(update.state().isHeldElsewhere());
 }
 
-TEST_CASE("rounds of questions are counted from the report on") {
+TEST_CASE("rounds of queries are counted from the report on") {
     Followed update;
     update.upToTables();
     update.report(events::QuestionsEnded{true});
@@ -300,20 +300,20 @@ TEST_CASE("rounds of questions are counted from the report on") {
     CHECK(update.state().roundsSinceReport == 1);
 }
 
-TEST_CASE("whether an attached printer has reported a status is known for every printer, until it leaves") {
+TEST_CASE("it is known of every printer whether it has reported a status, until it is detached") {
     Followed update;
     UpdateMonitor& monitor = update.monitor;
     monitor.printerEvent({.key = "other", .location = {}, .attachment = 3, .what = events::Arrived{}});
     CHECK_FALSE(monitor.hasReportedStatus("other"));
     monitor.printerEvent({.key = "other", .location = {}, .attachment = 2, .what = events::StatusRead{"00000"}});
-    CHECK_FALSE(monitor.hasReportedStatus("other")); // of the attachment before
+    CHECK_FALSE(monitor.hasReportedStatus("other")); // of the previous attachment
     monitor.printerEvent({.key = "other", .location = {}, .attachment = 3, .what = events::StatusRead{"00000"}});
     CHECK(monitor.hasReportedStatus("other"));
     monitor.printerEvent({.key = "other", .location = {}, .attachment = 4, .what = events::Arrived{}});
     CHECK_FALSE(monitor.hasReportedStatus("other"));
 }
 
-TEST_CASE("a printer does not answer as it should from a failed answer to the next round of questions without one") {
+TEST_CASE("a printer has bad replies from a failed reply to the next round of queries without one") {
     Followed update;
     UpdateMonitor& monitor = update.monitor;
     const auto happens = [&](PrinterEvent::What what) {
@@ -329,14 +329,14 @@ TEST_CASE("a printer does not answer as it should from a failed answer to the ne
     CHECK_FALSE(happens(events::Arrived{})); // it was switched off and on
 }
 
-TEST_CASE("a printer that nobody follows changes nothing") {
+TEST_CASE("events of a printer that is not followed change no state") {
     Followed update;
     update.monitor.printerEvent({.key = "another", .location = {}, .attachment = 0, .what = events::Arrived{}});
     CHECK(update.changes == 0);
     CHECK(update.monitor.state("another") == std::nullopt);
 }
 
-TEST_CASE("every change of a followed printer is notified, and what changes nothing is not") {
+TEST_CASE("every change of a followed printer is notified, and an event without a change is not") {
     Followed update;
     update.status("00000");
     CHECK(update.changes == 1);
@@ -344,7 +344,7 @@ TEST_CASE("every change of a followed printer is notified, and what changes noth
     CHECK(update.changes == 1);
 }
 
-TEST_CASE("the time at a question is the operator's, not the printer's") {
+TEST_CASE("the time of a question is the operator's, not the printer's") {
     Followed update;
     update.clock.sleepFor(1000s);
     update.monitor.touch("key");
@@ -381,7 +381,7 @@ TEST_CASE("the share of an update grows from phase to phase, with bytes and tabl
     CHECK(update.state().share() == doctest::Approx(1.0));
 }
 
-TEST_CASE("what is known of an attachment ends with it") {
+TEST_CASE("the state of an attachment ends with it") {
     Followed update;
     UpdateMonitor& monitor = update.monitor;
     const auto happens = [&](std::uint32_t attachment, PrinterEvent::What what) {
@@ -392,7 +392,7 @@ TEST_CASE("what is known of an attachment ends with it") {
     CHECK_FALSE(monitor.wasAskedForAll("other"));
     CHECK_FALSE(monitor.isIdentityMissing("other"));
     happens(3, events::QuestionsEnded{.isComplete = false});
-    happens(2, events::QuestionsEnded{.isComplete = true}); // of the attachment before
+    happens(2, events::QuestionsEnded{.isComplete = true}); // of the previous attachment
     CHECK_FALSE(monitor.wasAskedForAll("other"));
     happens(3, events::QuestionsEnded{.isComplete = true});
     CHECK(monitor.wasAskedForAll("other"));

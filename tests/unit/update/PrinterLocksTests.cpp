@@ -1,4 +1,4 @@
-// Locks between true processes. Waits here are for another process's line, for the end of a connection or for a call of
+// Locks between real processes. Tests wait for another process's line, for the end of a connection or for a callback of
 // the private thread, never for a time.
 #include "unit/update/LocksLab.h"
 
@@ -28,7 +28,7 @@ TEST_CASE("the locks of two printers are independent") {
     CHECK(machine.locks.tryLock("2A7100030000000B", "update").lock);
 }
 
-TEST_CASE("a lock that is dropped can be taken by another process") {
+TEST_CASE("a released lock can be taken by another process") {
     Machine machine;
     ChildProcess child(machine.holder());
     {
@@ -48,7 +48,7 @@ TEST_CASE("the lock of a killed process is free") {
     CHECK(machine.locks.tryLock(kPrinter, "update").lock);
 }
 
-TEST_CASE("a program that was started by the holder does not keep the lock") {
+TEST_CASE("a child process of the holder does not keep the lock") {
     Machine machine;
     ChildProcess child(machine.holder());
     REQUIRE(child("lock " + kPrinter + " update") == "locked");
@@ -59,7 +59,7 @@ TEST_CASE("a program that was started by the holder does not keep the lock") {
     ::kill(started, SIGKILL);
 }
 
-TEST_CASE("a holder reports who it is, what it does, since when, and the phase that was set last") {
+TEST_CASE("a holder reports its identity, its activity, its start time, and the phase that was set last") {
     Machine machine;
     ChildProcess child(machine.holder(/*since=*/1650000000));
     REQUIRE(child("lock " + kPrinter + " counter reset") == "locked");
@@ -75,13 +75,13 @@ TEST_CASE("a holder reports who it is, what it does, since when, and the phase t
     CHECK(machine.locks.ask(kPrinter)->user == nameOfUser(::geteuid()));
 }
 
-TEST_CASE("a printer without a lock is held by nobody") {
+TEST_CASE("a printer without a lock has no holder") {
     Machine machine;
     CHECK_FALSE(machine.locks.heldElsewhere(kPrinter));
     CHECK_FALSE(machine.locks.ask(kPrinter));
 }
 
-TEST_CASE("a process has a printer once, and is not another process to itself") {
+TEST_CASE("a process locks a printer once, and is not another process to itself") {
     Machine machine;
     PrinterLocks others(machine.options(60s));
     auto first = machine.locks.tryLock(kPrinter, "update");
@@ -129,7 +129,7 @@ TEST_CASE("a stopped holder whose queue is full still has its lock") {
     CHECK(locks.tryLock(kPrinter, "update").holder == ownProgram("", 0));
 }
 
-TEST_CASE("a holder whose name is being taken at this moment is a holder without a name") {
+TEST_CASE("a holder whose name is not known yet is a holder without a name") {
     Machine machine;
     PrinterLocks locks(machine.options(1ms));
     ScopedFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -138,7 +138,7 @@ TEST_CASE("a holder whose name is being taken at this moment is a holder without
     CHECK(locks.tryLock(kPrinter, "update").holder == ownProgram("", 0));
 }
 
-TEST_CASE("answers that cannot be read leave what the kernel knows") {
+TEST_CASE("unreadable replies yield only what the kernel knows") {
     Machine machine;
     for (const std::string& answer :
          {std::string("\n"), std::string("not JSON\n"), std::string("[1]\n"), std::string("{\"phase\":\"\xFF\"}\n"),
@@ -153,7 +153,7 @@ TEST_CASE("answers that cannot be read leave what the kernel knows") {
     }
 }
 
-TEST_CASE("process id and user of an answer are the kernel's") {
+TEST_CASE("process id and user of a reply are the kernel's") {
     Machine machine;
     Stranger stranger(machine);
     stranger.answer(R"({"program":"zulctl","pid":1,"user":"nobody","phase":"writing"})"
@@ -166,7 +166,7 @@ TEST_CASE("process id and user of an answer are the kernel's") {
     CHECK(answer->phase == "writing");
 }
 
-TEST_CASE("half an answer leaves what the kernel knows") {
+TEST_CASE("an incomplete reply yields only what the kernel knows") {
     Machine machine;
     PrinterLocks locks(machine.options(1ms));
     Stranger stranger(machine);
@@ -196,7 +196,7 @@ TEST_CASE("a watch is notified when another process releases its lock") {
     REQUIRE(child("lock " + kPrinter + " update") == "locked");
     Call released;
     const auto watch = machine.locks.watch(kPrinter, released.function());
-    // The private thread takes requests in order: when this one has run, the first is under way.
+    // The private thread processes requests in order: when this one has run, the first is active.
     Call later;
     const auto other = machine.locks.watch("2A7100030000000B", later.function());
     later.wait();
@@ -223,7 +223,7 @@ TEST_CASE("a watch is notified when the holder is killed, running or stopped") {
     }
 }
 
-TEST_CASE("a watch without a holder is notified at once, on a thread of its own") {
+TEST_CASE("a watch without a holder is notified at once, on a separate thread") {
     Machine machine;
     std::promise<std::thread::id> thread;
     const auto watch = machine.locks.watch(kPrinter, [&] { thread.set_value(std::this_thread::get_id()); });
@@ -239,7 +239,7 @@ TEST_CASE("a watch on a printer that this process has locked is notified at once
     released.wait();
 }
 
-TEST_CASE("a watch that was dropped is not notified") {
+TEST_CASE("a destroyed watch is not notified") {
     Machine machine;
     ChildProcess child(machine.holder());
     REQUIRE(child("lock " + kPrinter + " update") == "locked");
@@ -255,7 +255,7 @@ TEST_CASE("a watch that was dropped is not notified") {
     CHECK(dropped.count == 0);
 }
 
-TEST_CASE("a watch may be dropped and another begun while it is notified") {
+TEST_CASE("a watch may be destroyed and another begun while it is notified") {
     Machine machine;
     std::shared_ptr<void> watch;
     std::promise<void> begun, done;
@@ -269,7 +269,7 @@ TEST_CASE("a watch may be dropped and another begun while it is notified") {
     done.get_future().wait();
 }
 
-TEST_CASE("a lock and a watch outlive the object that they came from") {
+TEST_CASE("a lock and a watch outlive the object that created them") {
     Machine machine;
     ChildProcess child(machine.holder());
     REQUIRE(child("lock 2A7100030000000B update") == "locked");
@@ -303,7 +303,7 @@ TEST_CASE("a lock that is replaced is released") {
     CHECK(machine.locks.ask("2A7100030000000B"));
 }
 
-TEST_CASE("a hundred processes' worth of connections are answered, and the newest are kept until the lock ends") {
+TEST_CASE("connections of a hundred processes are answered, and the newest are kept until the lock ends") {
     Machine machine;
     auto result = machine.locks.tryLock(kPrinter, "update");
     REQUIRE(result.lock);
@@ -336,7 +336,7 @@ TEST_CASE("a process that opens many connections does not end another process's"
     CHECK(child("state") == "open");
 }
 
-TEST_CASE("connections that are closed by the other side make room again") {
+TEST_CASE("connections closed by the other side free their slots") {
     Machine machine;
     const auto result = machine.locks.tryLock(kPrinter, "update");
     REQUIRE(result.lock);
@@ -346,7 +346,7 @@ TEST_CASE("connections that are closed by the other side make room again") {
     CHECK_FALSE(isEnded(first));
 }
 
-TEST_CASE("a holder without free descriptors is reported by the kernel, and answers again when it has some") {
+TEST_CASE("a holder without free descriptors is reported by the kernel, and replies again when it has some") {
     Machine machine;
     PrinterLocks impatient(machine.options(1ms));
     ChildProcess child(machine.holder());
@@ -357,7 +357,7 @@ TEST_CASE("a holder without free descriptors is reported by the kernel, and answ
     CHECK(machine.locks.ask(kPrinter)->activity == "update");
 }
 
-TEST_CASE("no descriptor is left when locks, watches and their object are gone") {
+TEST_CASE("no descriptor remains open after locks, watches and their object were destroyed") {
     Machine machine;
     const auto held = machine.locks.tryLock("2A7100030000000B", "update");
     REQUIRE(held.lock);
@@ -368,11 +368,11 @@ TEST_CASE("no descriptor is left when locks, watches and their object are gone")
     CHECK(machine.locks.ask(kPrinter)->pid == child.pid());
     CHECK(child("descriptors") != before);
     REQUIRE(child("end") == "ended");
-    // The private thread closes the last two when it ends, which nobody waits for in the programs.
+    // The private thread closes the last two when it ends; the programs do not wait for that.
     while (child("descriptors") != before) std::this_thread::yield();
 }
 
-TEST_CASE("threads of a process may take, change, ask and watch locks at once") {
+TEST_CASE("threads of a process may take, change, query and watch locks at once") {
     Machine machine;
     std::vector<std::thread> threads;
     std::atomic<int> refused = 0;
@@ -397,7 +397,7 @@ TEST_CASE("threads of a process may take, change, ask and watch locks at once") 
     CHECK(machine.locks.tryLock(kPrinter, "update").lock);
 }
 
-TEST_CASE("a printer whose key is too long for a lock is a problem and is not locked") {
+TEST_CASE("a printer whose key is too long for a lock is reported as a problem and not locked") {
     Machine machine;
     const auto result = machine.locks.tryLock(std::string(200, 'A'), "update");
     CHECK_FALSE(result.lock);
@@ -406,7 +406,7 @@ TEST_CASE("a printer whose key is too long for a lock is a problem and is not lo
     CHECK_FALSE(machine.locks.heldElsewhere(std::string(200, 'A')));
 }
 
-TEST_CASE("the name of a process is whole where the kernel keeps only its beginning") {
+TEST_CASE("the name of a process is complete where the kernel keeps only its beginning") {
     Machine machine;
     ChildProcess child({ZUL_LONG_NAMED_HOLDER, machine.nameSpace, "0"});
     REQUIRE(child("lock " + kPrinter + " update") == "locked");

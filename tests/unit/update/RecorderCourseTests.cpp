@@ -1,5 +1,5 @@
-// What the recorder stores of one update after another: each phase at its time, each verdict with what it came to, and
-// each problem of the disk once.
+// The stored data of successive updates: each phase at its time, each verdict with its values, and each problem of the
+// disk once.
 #include "support/SimulatedClock.h"
 #include "support/TemporaryFolder.h"
 #include "update/UpdateRecorder.h"
@@ -53,13 +53,13 @@ struct Recording {
 
 } // namespace
 
-TEST_CASE("phases that went by unseen are stored with their times, one after another") {
+TEST_CASE("phases that were not reported individually are stored with their times, one after another") {
     Recording update;
     update.recorder.begin("one", {}, {});
     update.spend(3s, UpdatePhase::enteringLoader);
     update.spend(2s, UpdatePhase::loaderAway);
     update.spend(4s, UpdatePhase::loaderBack);
-    update.recorder.noteState(update.state); // the first time since the beginning
+    update.recorder.noteState(update.state); // the first call since the start
     const auto phases = update.newest().phases;
     REQUIRE(phases.size() == 4);
     CHECK(phases.at(1).begun - phases.at(0).begun == 3000);
@@ -88,7 +88,7 @@ TEST_CASE("a phase keeps the time at which it was stored first, and is stored on
 
 TEST_CASE("a verdict is stored with further images as retries, and with a version that was read late") {
     Recording update;
-    update.recorder.begin("one", {}, {}); // found in its loader: its version was not known
+    update.recorder.begin("one", {}, {}); // found in its loader: its version was unknown
     update.state.previousVersion = "VK14 01.60";
     update.state.currentVersion = "VK14 01.61";
     update.state.imagesSent = 3;
@@ -108,7 +108,7 @@ TEST_CASE("a printer that was never recorded gets no verdict and no phases") {
     CHECK(update.problems.empty());
 }
 
-TEST_CASE("an update without an end has not failed, and one in which nothing was sent has not, either") {
+TEST_CASE("an update without an end has not failed, and neither has one that sent no command") {
     Recording update;
     update.recorder.begin("one", {}, {});
     update.state.phase = UpdatePhase::checking;
@@ -120,7 +120,7 @@ TEST_CASE("an update without an end has not failed, and one in which nothing was
     CHECK(update.unfinished().failed.empty());
 }
 
-TEST_CASE("a history that cannot be written at the end of an update is reported once, whatever else follows") {
+TEST_CASE("a history that cannot be written at the end of an update is reported once, whatever follows") {
     Recording update;
     update.recorder.begin("one", {}, {});
     update.recorder.noteState(update.state);
@@ -135,7 +135,7 @@ TEST_CASE("a history that cannot be written at the end of an update is reported 
     REQUIRE(update.problems.size() == 1);
     CHECK(update.problems.at(0).find("history.sqlite cannot be written") != std::string::npos);
     bool isStored = false;
-    update.recorder.begin("two", {}, [&] { isStored = true; }); // the next update is not stopped by it
+    update.recorder.begin("two", {}, [&] { isStored = true; }); // the next update is not prevented by it
     update.settle();
     CHECK(isStored);
     CHECK(update.problems.size() == 1);

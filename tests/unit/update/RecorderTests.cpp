@@ -1,4 +1,4 @@
-// What the recorder makes of states and of a history that cannot be used. The disk is real, the clock is not.
+// The recorder's handling of states and of an unusable history. The disk is real, the clock is simulated.
 #include "support/SimulatedClock.h"
 #include "support/TemporaryFolder.h"
 #include "update/UpdateRecorder.h"
@@ -36,7 +36,7 @@ struct RecorderLab {
 
 } // namespace
 
-TEST_CASE("a problem of the history that comes before anybody shows it is shown later, and once") {
+TEST_CASE("a problem of the history that occurs before a handler is set is reported later, and once") {
     RecorderLab lab(/*isUsable=*/false);
     lab.recorder.readUnfinished([](const auto&) {});
     lab.recorder.flush();
@@ -52,7 +52,7 @@ TEST_CASE("a problem of the history that comes before anybody shows it is shown 
     CHECK(shown.size() == 1);
 }
 
-TEST_CASE("what is to follow a record runs when it is on the disk, also when it cannot be") {
+TEST_CASE("a completion runs after its record is on the disk, also if it cannot be written") {
     for (const bool isUsable : {true, false}) {
         RecorderLab lab(isUsable);
         bool isStored = false;
@@ -80,7 +80,7 @@ TEST_CASE("a phase is stored when it begins, and gets its duration when it ends"
     CHECK(lab.newest().phases.front().duration == 1500);
 }
 
-TEST_CASE("the last update of a printer counts as failed until a later one succeeds") {
+TEST_CASE("the last update of a printer is reported as failed until a later one succeeds") {
     RecorderLab lab;
     const auto readFailed = [&lab] {
         std::vector<UpdateRecord> failed;
@@ -96,7 +96,7 @@ TEST_CASE("the last update of a printer counts as failed until a later one succe
     CHECK(readFailed() == 0);
     record(UpdatePhase::colorTables, false);
     CHECK(readFailed() == 1);
-    record(UpdatePhase::checking, false); // declined: nothing was sent
+    record(UpdatePhase::checking, false); // declined: no command was sent
     CHECK(readFailed() == 1);
     record(UpdatePhase::colorTables, true);
     CHECK(readFailed() == 0);

@@ -1,4 +1,4 @@
-// Which step of an update is shown as the current one, or as the one that it did not get through.
+// Which step of an update is shown as the current one, or as the one that failed.
 #include "unit/update/Followed.h"
 #include "update/UpdateStep.h"
 
@@ -15,7 +15,7 @@ UpdateStep shownStep(const Followed& update, UpdateResult result = UpdateResult:
 
 } // namespace
 
-TEST_CASE("an update that is under way is at the step of its phase") {
+TEST_CASE("a running update is at the step of its phase") {
     Followed update;
     CHECK(shownStep(update) == UpdateStep::checking);
     update.upToImage();
@@ -26,7 +26,7 @@ TEST_CASE("an update that is under way is at the step of its phase") {
     CHECK(shownStep(update) == UpdateStep::restartingIntoFirmware);
 }
 
-TEST_CASE("a printer that is back from a cut image has not got through the writing of its firmware") {
+TEST_CASE("for a printer that is back from an interrupted image the failed step is writing the firmware") {
     Followed update;
     update.upToImage();
     update.bytes(1000, 2032);
@@ -38,7 +38,7 @@ TEST_CASE("a printer that is back from a cut image has not got through the writi
     CHECK(shownStep(update, UpdateResult::otherVersion) == UpdateStep::writingFirmware);
 }
 
-TEST_CASE("a printer that took the image and shows another version has not got through its restart") {
+TEST_CASE("for a printer that took the image and reports another version the failed step is its restart") {
     Followed update;
     update.upToImage();
     update.bytes(2032, 2032);
@@ -57,7 +57,7 @@ TEST_CASE("a result that belongs to one step marks that step, whatever the phase
     }
 }
 
-TEST_CASE("damaged files stop an update at its check, or at the image when the printer is in its loader already") {
+TEST_CASE("damaged files stop an update at its check, or at the image if the printer is already in its loader") {
     const Followed update;
     CHECK(shownStep(update, UpdateResult::badFiles, false) == UpdateStep::checking);
     CHECK(shownStep(update, UpdateResult::badFiles, true) == UpdateStep::writingFirmware);

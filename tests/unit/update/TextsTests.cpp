@@ -1,4 +1,4 @@
-// What operators read about an update.
+// The operator's texts about an update.
 #include "platform/foundation/LocalTime.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateTexts.h"
@@ -21,7 +21,7 @@ UpdateExpectation expected() {
 
 } // namespace
 
-TEST_CASE("a phase is shown with its age and how long it usually takes") {
+TEST_CASE("a phase is shown with its duration and how long it usually takes") {
     Followed update;
     update.command(kCommandEnterLoader);
     update.report(events::Departed{});
@@ -33,13 +33,13 @@ TEST_CASE("a phase is shown with its age and how long it usually takes") {
     CHECK(shown(update, {{UpdatePhase::loaderBack, 7s}}) == "in the loader (3 s, usually done within 7 s)");
 }
 
-TEST_CASE("a phase that depends on people is shown with its age alone") {
+TEST_CASE("a phase that depends on people is shown only with its duration") {
     Followed update;
     update.clock.sleepFor(2s);
     CHECK(shown(update) == "checking (2 s)");
 }
 
-TEST_CASE("a phase takes at the longest twice what past updates took, and never less than its row of the table") {
+TEST_CASE("the limit of a phase is twice the time of past updates, and at least its value in the table") {
     CHECK(longestDuration(UpdatePhase::loaderBack, {}) == 60s);
     CHECK(longestDuration(UpdatePhase::loaderBack, {{UpdatePhase::loaderBack, 7s}}) == 60s);
     CHECK(longestDuration(UpdatePhase::loaderBack, {{UpdatePhase::loaderBack, 50s}}) == 100s);
@@ -57,7 +57,7 @@ TEST_CASE("an image is shown with its bytes, a table with its number") {
     CHECK(shown(update) == "writing color tables: 2 of 2 (0 s, usually done within 60 s)");
 }
 
-TEST_CASE("what keeps a printer from going on is shown with the phase") {
+TEST_CASE("the reason why a printer does not continue is shown with the phase") {
     Followed update;
     update.report(events::ReplyMissing{kIOUSBTransactionTimeout});
     CHECK(shown(update) == "checking: no answer (0 s)");
@@ -72,7 +72,7 @@ TEST_CASE("what keeps a printer from going on is shown with the phase") {
                            "usually done within 30 s)");
 }
 
-TEST_CASE("who holds a printer is named as far as that is known") {
+TEST_CASE("the holder of a printer is named as far as it is known") {
     using Kind = InterfaceHolder::Kind;
     CHECK(describeHolder({}) == "another program uses the printer");
     CHECK(describeHolder({.kind = Kind::process, .program = "another program"}) == "another program uses the printer");
@@ -91,7 +91,7 @@ TEST_CASE("who holds a printer is named as far as that is known") {
           "zulctl uses the printer (process 9): claim, since " + localTimeText(since * 1000));
 }
 
-TEST_CASE("a refused command is named for what it is, not for the phase before it") {
+TEST_CASE("a refused command has its own text, not that of the phase before it") {
     Followed restart;
     restart.command(kCommandEnterLoader, kIOUSBPipeStalled);
     CHECK(shown(restart) == "the printer did not take the command to restart (0 s)");
@@ -110,7 +110,7 @@ TEST_CASE("every phase in which a printer can stall has advice") {
     }
 }
 
-TEST_CASE("nobody is advised to close a program that updates the printer") {
+TEST_CASE("no advice is to close a program that updates the printer") {
     using Kind = InterfaceHolder::Kind;
     CHECK(adviceForHolder({.kind = Kind::ownProgram, .program = "zulctl", .pid = 7, .activity = "update"}) ==
           "It updates the printer: do not close it, and wait until it has finished.");
@@ -121,7 +121,7 @@ TEST_CASE("nobody is advised to close a program that updates the printer") {
     CHECK(adviceForHolder({}) == close);
 }
 
-TEST_CASE("a printer whose image was being sent when the update was stopped needs its power switched") {
+TEST_CASE("the advice for a printer whose image was being sent when the update was stopped is a power cycle") {
     UpdateState state;
     state.bytesDone = 1;
     for (const auto phase : {UpdatePhase::writing, UpdatePhase::cutOff}) {
@@ -133,7 +133,7 @@ TEST_CASE("a printer whose image was being sent when the update was stopped need
         adviceAfter(UpdateResult::stopped, state).starts_with("The printer restarts into its loader or waits in it."));
 }
 
-TEST_CASE("advice names what the printer reports, who holds it, and damaged files") {
+TEST_CASE("advice contains the printer's status, its holder, and damaged files") {
     Followed update;
     update.status("01000");
     CHECK(adviceFor(update.state()).starts_with("The printer reports: Cover Open."));
@@ -147,7 +147,7 @@ TEST_CASE("advice names what the printer reports, who holds it, and damaged file
               .starts_with("The firmware files are damaged. The printer is in firmware update mode"));
 }
 
-TEST_CASE("no text of an operator names a return code") {
+TEST_CASE("no operator text contains the name of a return code") {
     for (const IOReturn code : {kIOReturnNoDevice, kIOUSBTransactionTimeout, kIOUSBPipeStalled, kIOReturnOverrun,
                                 kIOReturnExclusiveAccess, kIOReturnNotResponding, kIOReturnError}) {
         CHECK(describeFailure(code).find("kIO") == std::string::npos);
@@ -163,7 +163,7 @@ TEST_CASE("no text of an operator names a return code") {
           "only 1 of 2 color tables were sent (the printer refused the data)");
 }
 
-TEST_CASE("an update that did not begin says why") {
+TEST_CASE("an update that did not begin has a reason") {
     Followed update;
     update.status("01000");
     const auto reason = [&](UpdateResult result) { return reasonFor(result, update.state(), expected()); };
@@ -179,7 +179,8 @@ TEST_CASE("an update that did not begin says why") {
     }
 }
 
-TEST_CASE("a printer that waits for the rest of its image is to be switched off and on, one in its loader is not") {
+TEST_CASE("the advice for a printer that waits for the rest of its image is a power cycle, for one in its loader it "
+          "is not") {
     Followed waits;
     waits.upToImage();
     waits.bytes(1000, 2032);
@@ -196,7 +197,7 @@ TEST_CASE("a printer that waits for the rest of its image is to be switched off 
     CHECK(adviceAfter(UpdateResult::imageNotTaken, back.state()).starts_with("Leave the printer switched on"));
 }
 
-TEST_CASE("a printer that answers is not called silent when it takes longer than usual") {
+TEST_CASE("a printer that replies is not called unresponsive when it takes longer than usual") {
     Followed update;
     const std::string kAnswers = "The printer answers, but this takes longer than usual. Leave it switched on.";
     CHECK(adviceForDelay(update.state()) == kAnswers);
@@ -217,7 +218,7 @@ TEST_CASE("a printer that answers is not called silent when it takes longer than
     CHECK(adviceForDelay(cut.state()).starts_with("This takes longer than usual. The printer left while"));
 }
 
-TEST_CASE("a printer that does not report its device ID is shown so until it leaves") {
+TEST_CASE("a printer that does not report its device ID is shown so until it is detached") {
     Followed update;
     update.upToLoader();
     update.report(events::IdentityMissing{});

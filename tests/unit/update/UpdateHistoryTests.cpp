@@ -1,4 +1,4 @@
-// What the history keeps and gives back, and which updates it calls interrupted.
+// What the history stores and returns, and which updates it reports as interrupted.
 #include "unit/update/HistoryLab.h"
 
 #include <doctest/doctest.h>
@@ -23,7 +23,7 @@ UpdateRecord fullRecord() {
             .versionOffered = "VK14 01.61"};
 }
 
-// An update of the model with the given time for one phase.
+// Stores an update of the model with the given duration of one phase.
 void storeUpdate(HistoryLab& lab, std::int64_t duration, const RecordedVerdict& verdict, const char* phase = "writing",
                  const char* model = "VK14") {
     UpdateRecord record = printerAt(kKey);
@@ -44,7 +44,7 @@ using Ids = std::vector<std::int64_t>;
 
 } // namespace
 
-TEST_CASE("a record is given back as it was stored") {
+TEST_CASE("a record is returned as it was stored") {
     HistoryLab lab;
     UpdateRecord record = fullRecord();
     record.id = lab.begin(record);
@@ -65,7 +65,7 @@ TEST_CASE("a record is given back as it was stored") {
     CHECK(lab.record(record.id) == record);
 }
 
-TEST_CASE("what is not known of an update is given back as not known") {
+TEST_CASE("unknown values of an update are returned as unknown") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     CHECK(lab.history.complete(id, success()) == "");
@@ -77,7 +77,7 @@ TEST_CASE("what is not known of an update is given back as not known") {
     CHECK(record.digests.empty());
 }
 
-TEST_CASE("a change of a record leaves alone what it does not name") {
+TEST_CASE("a change of a record keeps the fields that it does not name") {
     HistoryLab lab;
     UpdateRecord record = fullRecord();
     record.id = lab.begin(record);
@@ -114,7 +114,7 @@ TEST_CASE("a phase that was stored at its beginning gets its duration at its end
     CHECK(lab.record(id).phases == std::vector<UpdatePhaseTime>{{"writing", 10, 77}});
 }
 
-TEST_CASE("a corrected verdict keeps the first one, and the same one is not stored twice") {
+TEST_CASE("a corrected verdict keeps the first one, and an equal one is not stored twice") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     CHECK(lab.history.complete(id, failure()) == "");
@@ -127,7 +127,7 @@ TEST_CASE("a corrected verdict keeps the first one, and the same one is not stor
     CHECK(lab.record(id).verdicts == std::vector{failure(), success()});
 }
 
-TEST_CASE("records are found by key, serial number or place in any case, the newest first") {
+TEST_CASE("records are found by key, serial number or location in any case, newest first") {
     HistoryLab lab;
     UpdateRecord record = fullRecord();
     record.serial = "ab42";
@@ -150,7 +150,7 @@ TEST_CASE("records are found by key, serial number or place in any case, the new
     CHECK(idsOf(lab.history.records({.limit = static_cast<std::size_t>(-1)})).size() == 3);
 }
 
-TEST_CASE("without a file there are no records, and asking makes none") {
+TEST_CASE("without a file there are no records, and reading creates none") {
     HistoryLab lab;
     CHECK(idsOf(lab.history.records({})).empty());
     CHECK(idsOf(lab.history.interrupted()).empty());
@@ -158,7 +158,7 @@ TEST_CASE("without a file there are no records, and asking makes none") {
     CHECK_FALSE(std::filesystem::exists(lab.folder / "state"));
 }
 
-TEST_CASE("calls for an update that could not be recorded do nothing") {
+TEST_CASE("calls for an update that could not be recorded have no effect") {
     HistoryLab lab;
     CHECK(lab.history.update(0, {}) == "");
     CHECK(lab.history.addPhase(0, {.name = "writing"}) == "");
@@ -166,7 +166,7 @@ TEST_CASE("calls for an update that could not be recorded do nothing") {
     CHECK_FALSE(std::filesystem::exists(lab.file()));
 }
 
-TEST_CASE("the oldest records make room for new ones, with all that belongs to them") {
+TEST_CASE("the oldest records are deleted for new ones, with all that belongs to them") {
     HistoryLab lab;
     UpdateHistoryOptions options = lab.options();
     options.mostRecords = 3;
@@ -178,14 +178,14 @@ TEST_CASE("the oldest records make room for new ones, with all that belongs to t
         CHECK(history.complete(ids.back(), failure()) == "");
     }
     CHECK(idsOf(history.records({})) == Ids{ids[4], ids[3], ids[2]});
-    // As many as belong to three records.
+    // The number of rows that belong to three records.
     lab.execute(
         "CREATE TABLE counted (digests CHECK (digests = 6), phases CHECK (phases = 3), verdicts CHECK (verdicts = 3));"
         "INSERT INTO counted SELECT (SELECT count(*) FROM digests), (SELECT count(*) FROM phases), "
         "(SELECT count(*) FROM verdicts)");
 }
 
-TEST_CASE("any bytes can be stored as text, and come back as valid text") {
+TEST_CASE("any bytes can be stored as text, and are returned as valid text") {
     HistoryLab lab;
     UpdateRecord record = printerAt("'); DROP TABLE updates; --", "\xFF\xFE");
     record.place = std::string("a\0b", 3);
@@ -212,13 +212,13 @@ TEST_CASE("any bytes can be stored as text, and come back as valid text") {
     CHECK(idsOf(lab.history.records({.printer = "' OR '1' = '1"})).empty());
 }
 
-TEST_CASE("the record of a killed process is interrupted, also before its parent has noticed") {
+TEST_CASE("the record of a killed process is interrupted, also while it is a zombie") {
     for (const bool isReaped : {true, false}) {
         CAPTURE(isReaped);
         HistoryLab lab;
         ChildProcess child(lab.writer());
         const auto id = std::stoll(child("begin " + kKey));
-        CHECK(idsOf(lab.history.interrupted()).empty()); // it may still update
+        CHECK(idsOf(lab.history.interrupted()).empty()); // it may still be updating
         isReaped ? child.kill() : child.killWithoutReaping();
 
         const auto found = lab.history.interrupted();
@@ -228,7 +228,7 @@ TEST_CASE("the record of a killed process is interrupted, also before its parent
     }
 }
 
-TEST_CASE("a completed record is not interrupted, whatever became of its process") {
+TEST_CASE("a completed record is not interrupted, whatever happened to its process") {
     HistoryLab lab;
     ChildProcess child(lab.writer());
     CHECK(child("complete " + child("begin " + kKey)) == "stored");
@@ -243,7 +243,7 @@ TEST_CASE("a record of this process is not interrupted while the process lives")
     CHECK(idsOf(lab.history.interrupted()).empty());
 }
 
-TEST_CASE("a living process is known by its beginning, whatever it is called") {
+TEST_CASE("a living process is identified by its start time, whatever its name") {
     HistoryLab lab;
     const auto program = lab.folder / "odd) Z 1 (name";
     std::filesystem::copy_file(ZUL_HISTORY_WRITER, program);
@@ -254,7 +254,7 @@ TEST_CASE("a living process is known by its beginning, whatever it is called") {
     CHECK(idsOf(lab.history.interrupted()) == Ids{id});
 }
 
-TEST_CASE("a process id that was given to another process, or before a restart, is of an ended process") {
+TEST_CASE("a process id that was reused, or is from before a reboot, belongs to an ended process") {
     for (const char* change : {"process_begun = process_begun + 1", "boot = 'another'", "process_begun = 0"}) {
         CAPTURE(change);
         HistoryLab lab;
@@ -297,7 +297,7 @@ TEST_CASE("a verdict that is corrected to a success closes the interrupted recor
     CHECK(idsOf(lab.history.interrupted()).empty());
 }
 
-TEST_CASE("a success leaves alone the open record of a process that still updates, and later records") {
+TEST_CASE("a success does not close the open record of a process that is still updating, or later records") {
     HistoryLab lab;
     ChildProcess living(lab.writer()), killed(lab.writer());
     living("begin " + kKey);
@@ -310,7 +310,7 @@ TEST_CASE("a success leaves alone the open record of a process that still update
     CHECK(idsOf(lab.history.interrupted()).front() == later);
 }
 
-TEST_CASE("a printer is the same by its serial number and model, and by its key where one serial number is not known") {
+TEST_CASE("a printer is identified by serial number and model, and by its key if a serial number is unknown") {
     struct Case {
         UpdateRecord interrupted, completed;
         bool isSame;
@@ -337,7 +337,8 @@ TEST_CASE("a printer is the same by its serial number and model, and by its key 
     }
 }
 
-TEST_CASE("a failure that was completed in the loader stays completed when another printer comes to its place") {
+TEST_CASE("a failure that was completed in the loader remains completed when another printer is attached at its "
+          "location") {
     HistoryLab lab;
     const auto update = [&](const std::string& serial, const RecordedVerdict& verdict) {
         const auto id = lab.begin(printerAt(kKey, serial));
@@ -355,7 +356,7 @@ TEST_CASE("a failure that was completed in the loader stays completed when anoth
     CHECK(idsOf(lab.history.lastFailures()) == Ids{again});
 }
 
-TEST_CASE("an interrupted record that was dismissed does not come back") {
+TEST_CASE("a dismissed interrupted record is not reported again") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     lab.execute("UPDATE updates SET boot = 'another'");
@@ -364,7 +365,7 @@ TEST_CASE("an interrupted record that was dismissed does not come back") {
     CHECK(lab.record(id).closedBy == 0);
 }
 
-TEST_CASE("what is usual is the median of at least three successful updates of the model") {
+TEST_CASE("the usual time is the median of at least three successful updates of the model") {
     HistoryLab lab;
     const auto usual = [&] { return lab.history.usualDurations("VK14").milliseconds; };
     storeUpdate(lab, 100, success());
@@ -379,11 +380,11 @@ TEST_CASE("what is usual is the median of at least three successful updates of t
     CHECK(usual() == std::map<std::string, std::int64_t>{{"writing", 350}});
 }
 
-TEST_CASE("what is usual follows the last twenty updates that had the phase") {
+TEST_CASE("the usual time is taken from the last twenty updates with the phase") {
     HistoryLab lab;
     for (int count = 0; count < 20; ++count) storeUpdate(lab, 1000, success());
     for (int count = 0; count < 9; ++count) storeUpdate(lab, 2000, success());
-    for (int count = 0; count < 30; ++count) storeUpdate(lab, 1, success(), "checking"); // up to date: nothing written
+    for (int count = 0; count < 30; ++count) storeUpdate(lab, 1, success(), "checking"); // up to date: no command sent
     CHECK(lab.history.usualDurations("VK14").milliseconds.at("writing") == 1000);
     storeUpdate(lab, 2000, success());
     CHECK(lab.history.usualDurations("VK14").milliseconds.at("writing") == 1500);
@@ -391,7 +392,8 @@ TEST_CASE("what is usual follows the last twenty updates that had the phase") {
     CHECK(lab.history.usualDurations("VK14").milliseconds.at("writing") == 2000);
 }
 
-TEST_CASE("phases without an end, and a phase that came thrice in one update, do not say what is usual") {
+TEST_CASE("phases without an end, and a phase that occurred three times in one update, are not part of the usual "
+          "time") {
     HistoryLab lab;
     const auto id = lab.begin(printerAt(kKey));
     for (int count = 0; count < 3; ++count) {
@@ -406,7 +408,7 @@ TEST_CASE("phases without an end, and a phase that came thrice in one update, do
     CHECK(lab.history.usualDurations("VK14").milliseconds.empty());
 }
 
-TEST_CASE("an update whose success was corrected to a failure does not say what is usual") {
+TEST_CASE("an update whose success was corrected to a failure is not part of the usual time") {
     HistoryLab lab;
     for (int count = 0; count < 2; ++count) storeUpdate(lab, 100, success());
     const auto id = lab.begin(printerAt(kKey));
@@ -417,7 +419,7 @@ TEST_CASE("an update whose success was corrected to a failure does not say what 
     CHECK(lab.history.usualDurations("VK14").milliseconds.empty());
 }
 
-TEST_CASE("processes and threads that write at once lose nothing") {
+TEST_CASE("concurrent processes and threads lose no data") {
     HistoryLab lab;
     constexpr int kEach = 40;
     const std::string many = "many " + std::to_string(kEach) + ' ';

@@ -1,4 +1,4 @@
-// What an update came to, judged by facts.
+// The result of an update, derived from device info.
 #include "archive/ProductTable.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateVerdict.h"
@@ -29,7 +29,7 @@ struct Finished : Followed {
 
 } // namespace
 
-TEST_CASE("what a model should report after its update comes from its row of the archive") {
+TEST_CASE("the values that a model should report after its update come from its row of the archive") {
     CHECK(expected().version == "VK14 01.61");
     CHECK(expected().tables == 2);
     CHECK(expected().tableVersions.at("colorTableVersion") == std::set<std::string>{"0161"});
@@ -53,7 +53,7 @@ TEST_CASE("an update with the available version and every table is a success") {
     CHECK(update.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("the version that is read afterwards decides first") {
+TEST_CASE("a version read afterwards has precedence") {
     Finished other(1);
     other.version("VK14 01.60");
     CHECK(other.result() == UpdateResult::otherVersion);
@@ -78,14 +78,14 @@ TEST_CASE("a table that was not sent makes the update incomplete, whatever was r
     CHECK(judgeByFacts(none.state(), expected()) == UpdateResult::tablesMissing);
 }
 
-TEST_CASE("a table that the printer reports with another version was not taken") {
+TEST_CASE("a table that the printer reports with another version was not accepted") {
     Finished update;
     update.report(events::TableFactRead{"colorTableVersion", "0160"});
     CHECK(update.result() == UpdateResult::tablesDiffer);
     CHECK(differingTable(update.state(), expected()) == "colorTableVersion");
 }
 
-TEST_CASE("a table's answer that is not a version says nothing about the table") {
+TEST_CASE("a table's reply that is not a version proves nothing about the table") {
     for (const char* answer : {"", "NULL", "16", "01610", "O161"}) {
         CAPTURE(answer);
         Finished update;
@@ -94,7 +94,7 @@ TEST_CASE("a table's answer that is not a version says nothing about the table")
     }
 }
 
-TEST_CASE("a missing answer about a table is asked for once more before the update is judged") {
+TEST_CASE("a missing reply about a table is queried again before the verdict") {
     Finished update;
     update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
     CHECK(update.result() == UpdateResult::succeeded);
@@ -103,7 +103,7 @@ TEST_CASE("a missing answer about a table is asked for once more before the upda
     CHECK_FALSE(lacksAnswersOnly(update.state(), expected()));
 }
 
-TEST_CASE("tables that could not be cleared before they were written make the update incomplete") {
+TEST_CASE("a failed clearing of the tables makes the update incomplete") {
     Finished update(0);
     update.command(kCommandTableClear, kIOUSBPipeStalled, 0);
     update.tables(2);
@@ -122,7 +122,7 @@ TEST_CASE("an image whose write failed was taken if the version has changed to t
     CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
 }
 
-TEST_CASE("an image whose write failed is not proved by a version that was there before") {
+TEST_CASE("a version that was there before does not prove that an image whose write failed was taken") {
     Followed update;
     update.monitor.beginUpdate(
         {.key = "key", .installedVersion = "VK14 01.61", .offeredVersion = "VK14 01.61", .tables = 2});
@@ -149,7 +149,7 @@ TEST_CASE("an image that was sent whole and not confirmed was taken if the avail
     CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
 }
 
-TEST_CASE("every result has a name of its own") {
+TEST_CASE("every result has a unique name") {
     std::set<std::string> names;
     for (int result = 0; result <= static_cast<int>(UpdateResult::stopped); ++result) {
         names.insert(nameOfResult(static_cast<UpdateResult>(result)));
@@ -159,7 +159,7 @@ TEST_CASE("every result has a name of its own") {
     CHECK_FALSE(UpdateVerdict{UpdateResult::stopped, ""}.isSuccess());
 }
 
-TEST_CASE("whether a printer is untouched depends on the order and not on what kept its update from success") {
+TEST_CASE("whether a printer is untouched depends on the order, not on the reason of the failure") {
     for (int number = 0; number <= static_cast<int>(UpdateResult::stopped); ++number) {
         const auto result = static_cast<UpdateResult>(number);
         CAPTURE(nameOfResult(result));
@@ -170,14 +170,14 @@ TEST_CASE("whether a printer is untouched depends on the order and not on what k
     }
 }
 
-TEST_CASE("a printer may have the order from its sending on, unless it has refused it") {
+TEST_CASE("a printer may have received the order from its sending on, unless it has refused it") {
     Followed update;
     CHECK_FALSE(update.state().mayBeOrdered());
     update.report(events::ProgressStored{1});
     CHECK(update.state().mayBeOrdered());
     update.command(kCommandEnterLoader, kIOUSBPipeStalled);
     CHECK_FALSE(update.state().mayBeOrdered());
-    update.command(kCommandEnterLoader, kIOReturnNoDevice); // it left before the end of the write was reported
+    update.command(kCommandEnterLoader, kIOReturnNoDevice); // it was detached before the end of the write was reported
     CHECK(update.state().mayBeOrdered());
     update.command(kCommandEnterLoader, kIOReturnNotResponding);
     CHECK(update.state().mayBeOrdered());
@@ -185,9 +185,9 @@ TEST_CASE("a printer may have the order from its sending on, unless it has refus
     CHECK(update.state().mayBeOrdered());
 }
 
-// ---- other facts ----------------------------------------------------------------------------------------------------
+// ---- changed device info --------------------------------------------------------------------------------------------
 
-TEST_CASE("after the report only an answer takes the place of an answer") {
+TEST_CASE("after the report only a reply replaces a reply") {
     Finished update;
     update.finish();
     update.report(events::TableFactRead{"colorTableVersion", "0160"});
@@ -199,7 +199,7 @@ TEST_CASE("after the report only an answer takes the place of an answer") {
     CHECK(update.state().tableFacts.at("colorTableVersion") == "0161");
 }
 
-TEST_CASE("before the report a missing answer replaces that about the tables before") {
+TEST_CASE("before the report a missing reply replaces the earlier value of the tables") {
     Followed update;
     update.upToTables();
     update.tables(1);
@@ -208,7 +208,8 @@ TEST_CASE("before the report a missing answer replaces that about the tables bef
     CHECK_FALSE(update.state().tableFacts.at("colorTableVersion"));
 }
 
-TEST_CASE("an answer and what became of a command are other facts, a missing answer and a round of questions are not") {
+TEST_CASE("a reply and the result of a command change the verdict's input, a missing reply and a round of queries do "
+          "not") {
     Finished update;
     update.finish();
     const UpdateState judged = update.state();

@@ -1,4 +1,4 @@
-// What the operator of an update that has ended reads: the reason as the facts have it, and the one thing that helps.
+// The operator's texts of an ended update: the reason from the device info, and the one remedy.
 #include "archive/ProductTable.h"
 #include "unit/update/Followed.h"
 #include "update/UpdateTexts.h"
@@ -22,7 +22,7 @@ std::string advice(UpdateResult result, const Followed& update) {
     return adviceAfter(result, update.state());
 }
 
-// The bus did not take all of the image.
+// The bus did not accept all of the image.
 struct ImageRefused : Followed {
     ImageRefused() {
         upToImage();
@@ -33,7 +33,7 @@ struct ImageRefused : Followed {
 
 } // namespace
 
-TEST_CASE("why an image was not taken is what the printer showed last") {
+TEST_CASE("the reason why an image was not taken is the printer's last state") {
     ImageRefused update;
     CHECK(reason(UpdateResult::imageNotTaken, update) == kNotWritten);
     update.report(events::ReplyMissing{kIOUSBTransactionTimeout});
@@ -44,12 +44,12 @@ TEST_CASE("why an image was not taken is what the printer showed last") {
     CHECK(reason(UpdateResult::imageNotTaken, update) == kInLoader);
     CHECK(advice(UpdateResult::imageNotTaken, update).starts_with("Leave the printer switched on"));
     update.report(events::Departed{});
-    update.report(events::ReplyMissing{kIOReturnNoDevice}); // that is no printer that waits for anything
+    update.report(events::ReplyMissing{kIOReturnNoDevice}); // a detached printer does not wait for an image
     CHECK(reason(UpdateResult::imageNotTaken, update) == kNotWritten);
     CHECK(advice(UpdateResult::imageNotTaken, update).starts_with("Leave the printer switched on"));
 }
 
-TEST_CASE("a printer that is back in its loader stays there while it does not answer") {
+TEST_CASE("a printer that is back in its loader is shown so while it does not reply") {
     Followed update;
     update.upToTables();
     update.status(kLoaderStatus);
@@ -62,7 +62,7 @@ TEST_CASE("a printer that is back in its loader stays there while it does not an
     CHECK(update.state().rawStatus.empty());
 }
 
-TEST_CASE("tables that are missing are counted, with the cause") {
+TEST_CASE("missing tables are counted, with the cause") {
     Followed none;
     none.upToTables();
     none.table(1);
@@ -76,7 +76,8 @@ TEST_CASE("tables that are missing are counted, with the cause") {
     CHECK(reason(UpdateResult::tablesMissing, one) == "only 1 of 2 color tables were sent");
 }
 
-TEST_CASE("a printer that did not come back, one that stopped answering and one that is not ready are told apart") {
+TEST_CASE("a printer that did not come back, one that stopped replying and one that is not ready have different "
+          "texts") {
     const std::string kCheckCable = "Leave the printer switched on and check the USB cable.";
     Followed update;
     update.upToTables();
@@ -91,7 +92,7 @@ TEST_CASE("a printer that did not come back, one that stopped answering and one 
     CHECK(advice(UpdateResult::notBack, update).starts_with(kCheckCable));
 }
 
-TEST_CASE("only a printer that answers as a working one where a loader is expected is not the loader") {
+TEST_CASE("only a printer that replies in normal mode where a loader is expected is another printer") {
     const auto isAnother = [](const Followed& update) {
         const bool isNamed = reason(UpdateResult::notBack, update).find("is not in its loader") != std::string::npos;
         const bool isAdvised = advice(UpdateResult::notBack, update).starts_with("Check that this is the printer");
@@ -100,7 +101,7 @@ TEST_CASE("only a printer that answers as a working one where a loader is expect
     };
     Followed update;
     update.upToLoader();
-    CHECK_FALSE(isAnother(update)); // it has not answered yet
+    CHECK_FALSE(isAnother(update)); // it has not replied yet
     update.status(kLoaderStatus);
     CHECK_FALSE(isAnother(update));
     update.status("00000");
@@ -115,7 +116,7 @@ TEST_CASE("only a printer that answers as a working one where a loader is expect
     CHECK_FALSE(isAnother(later));
 }
 
-TEST_CASE("what a stop leaves depends on how far the update had come") {
+TEST_CASE("the state after a stop depends on the progress of the update") {
     Followed update;
     CHECK(advice(UpdateResult::stopped, update) == "Nothing has been changed in the printer.");
     update.upToLoader();
@@ -141,7 +142,7 @@ TEST_CASE("damaged files leave a printer in its loader only between the order an
     CHECK(advice(UpdateResult::badFiles, later).starts_with(kReplace));
 }
 
-TEST_CASE("an image that the bus did not take is no order that the printer refused") {
+TEST_CASE("an image that the bus did not accept is not an order that the printer refused") {
     const ImageRefused image;
     CHECK(adviceFor(image.state()).find("Nothing has been changed") == std::string::npos);
 }
@@ -156,7 +157,7 @@ TEST_CASE("a busy printer in its loader is not untouched, one that never got the
     }
 }
 
-// ---- the image by its version ---------------------------------------------------------------------------------------
+// ---- the image judged by its version --------------------------------------------------------------------------------
 
 TEST_CASE("an unconfirmed image that was not sent whole needs a version that is known to have changed") {
     const auto judged = [](std::optional<std::string> before, std::uint32_t bytesSent) {
@@ -174,22 +175,22 @@ TEST_CASE("an unconfirmed image that was not sent whole needs a version that is 
     };
     CHECK(judged("VK14 01.60", 1000) == UpdateResult::succeeded);
     CHECK(judged("VK14 01.61", 1000) == UpdateResult::imageNotTaken);
-    CHECK(judged(std::nullopt, 1000) == UpdateResult::imageNotTaken); // not known: it may have had that version
+    CHECK(judged(std::nullopt, 1000) == UpdateResult::imageNotTaken); // unknown: it may have had that version before
     CHECK(judged(std::nullopt, 2032) == UpdateResult::succeeded);
 }
 
-TEST_CASE("an image that the bus took whole needs no change of the version") {
+TEST_CASE("an image that the bus accepted whole needs no change of the version") {
     Followed update;
     update.monitor.beginUpdate(
         {.key = "key", .installedVersion = "VK14 01.61", .offeredVersion = "VK14 01.61", .tables = 2});
-    update.upToTables(); // its bytes were not reported one by one
+    update.upToTables(); // its bytes were not reported individually
     update.tables(2);
     update.finish();
     REQUIRE_FALSE(update.state().isWholeImageSent);
     CHECK(judgeByFacts(update.state(), expectationFor(kProductVK14)) == UpdateResult::succeeded);
 }
 
-TEST_CASE("a printer whose update has failed is not asked once more for what would not change that") {
+TEST_CASE("a failed update causes no further query that would not change the verdict") {
     Followed update;
     update.upToTables();
     update.tables(1);

@@ -1,9 +1,9 @@
-// A process that writes the history as its standard input says, one line each:
+// A process that writes the history as its standard input says, one command per line:
 //
 //   history_writer FOLDER
 //
 // begin KEY, cut-off KEY PHASE, complete ID, many COUNT KEY, endless KEY, read, as-nobody, small-files, small-disk,
-// fill, empty: each is answered by one line.
+// fill, empty. The reply to each is one line.
 #include "update/UpdateHistory.h"
 
 #include <csignal>
@@ -32,13 +32,13 @@ std::string begun(UpdateHistory& history, const std::string& key) {
     return begun.id != 0 ? std::to_string(begun.id) : begun.problem;
 }
 
-// An update that has come to this phase and will have no end.
+// Records an update that reaches this phase and never ends.
 std::string cutOff(UpdateHistory& history, const std::string& key, const std::string& phase) {
     const auto begun = history.begin({.begun = 1000, .key = key, .model = "VK14"});
     return shown(begun.id == 0 ? begun.problem : history.addPhase(begun.id, {.name = phase, .begun = 1000}));
 }
 
-// The first problem, or "stored".
+// Returns the first problem, or "stored".
 std::string writeMany(UpdateHistory& history, int count, const std::string& key) {
     std::string problem;
     for (int index = 0; index < count && problem.empty(); ++index) {
@@ -50,7 +50,7 @@ std::string writeMany(UpdateHistory& history, int count, const std::string& key)
     return shown(problem);
 }
 
-// Reports each completed record with a line of its own, until the process is killed.
+// Prints a line for each completed record until the process is killed.
 std::string writeEndlessly(UpdateHistory& history, const std::string& key) {
     for (;;) {
         const auto begun = history.begin({.begun = 1, .key = key});
@@ -61,7 +61,7 @@ std::string writeEndlessly(UpdateHistory& history, const std::string& key) {
     }
 }
 
-// A disk of 256 KiB in place of the folder, seen by this process only.
+// Mounts a disk of 256 KiB over the folder, visible to this process only.
 bool mountSmallDisk(const std::filesystem::path& folder) {
     std::filesystem::create_directories(folder);
     return ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&

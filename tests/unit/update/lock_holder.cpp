@@ -1,9 +1,9 @@
-// A process that takes, asks and watches locks as its standard input says, one line each:
+// A process that takes, queries and watches locks as its standard input says, one command per line:
 //
 //   lock_holder NAME-SPACE UNIX-TIME
 //
-// lock KEY ACTIVITY, phase NAME, release, watch KEY, connect KEY, state, descriptors, exhaust, relent, end: each is
-// answered by one line.
+// lock KEY ACTIVITY, phase NAME, release, watch KEY, connect KEY, state, descriptors, exhaust, relent, end. The reply
+// to each is one line.
 #include "update/LockSocket.h"
 #include "update/PrinterLocks.h"
 
@@ -85,14 +85,14 @@ class Holder {
             say(result.holder ? "held by " + std::to_string(result.holder->pid) : result.problem);
         }
     }
-    // A program that does not end by itself; its process id.
+    // Starts a program that does not end by itself; returns its process id.
     static int startProgram() {
         char name[] = "tail", option[] = "-f", file[] = "/dev/null";
         char* const arguments[] = {name, option, file, nullptr};
         pid_t pid = 0;
         return ::posix_spawnp(&pid, name, nullptr, nullptr, arguments, environ) == 0 ? pid : 0;
     }
-    // Keeps a connection open after its answer.
+    // Opens a connection and keeps it open after its reply.
     void connect(const std::string& key) {
         _connection = connectToHolder(*lockAddress(_nameSpace, key));
         pollfd entry{_connection.socket.get(), POLLIN, 0};

@@ -1,4 +1,4 @@
-// Device IDs answered from memory, and the key of a device.
+// Device IDs answered from the cache, and the key of a device.
 #include "usb/libusb/DeviceIdentities.h"
 #include "usb/libusb/InterfaceDescriptors.h"
 
@@ -31,7 +31,7 @@ DeviceIdentity identity() {
 
 } // namespace
 
-TEST_CASE("a device ID answers the request that it was read with and no other") {
+TEST_CASE("a device ID answers only the request that it was read with") {
     std::vector<unsigned char> buffer(8);
     const DeviceIdentity known = identity();
     const IOUSBDevRequestTO request = deviceIDRequest(buffer);
@@ -47,7 +47,7 @@ TEST_CASE("a device ID answers the request that it was read with and no other") 
     CHECK(differs([](IOUSBDevRequestTO& other) { other.wIndex = 0x0101; }));
 }
 
-TEST_CASE("a known device ID is filled in as the device would, cut to what is asked for") {
+TEST_CASE("a cached device ID is returned as the device would, cut to the requested size") {
     std::vector<unsigned char> buffer(8, 0xFF);
     IOUSBDevRequestTO request = deviceIDRequest(buffer);
     CHECK(identity().fill(request) == kIOReturnSuccess);

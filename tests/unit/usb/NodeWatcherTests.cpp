@@ -1,4 +1,4 @@
-// Closes of files by other programs, and own closes that are not reported.
+// Closes of files by other programs, and closes by this process, which are not reported.
 #include "usb/libusb/NodeWatcher.h"
 
 #include "support/TemporaryFolder.h"
@@ -43,7 +43,7 @@ struct Counter {
 
 } // namespace
 
-TEST_CASE("an own close is not reported, and closes afterwards are, to every watch of the file") {
+TEST_CASE("a close by this process is not reported, and closes afterwards are, to every watch of the file") {
     TemporaryFolder folder;
     const auto file = folder.write("node", "");
     const auto other = folder.write("other", "");
@@ -55,7 +55,7 @@ TEST_CASE("an own close is not reported, and closes afterwards are, to every wat
     REQUIRE(watcher.add(file, second.callback()) != 0);
     REQUIRE(watcher.add(other, others.callback()) != 0);
     watcher.closeUnseen(file, ScopedFd(opened(file)));
-    ::close(opened(other)); // reported after whatever came before it
+    ::close(opened(other)); // reported after all earlier closes
     REQUIRE(others.reaches(1));
     CHECK(first.now() == 0);
     CHECK(second.now() == 0);
@@ -64,7 +64,7 @@ TEST_CASE("an own close is not reported, and closes afterwards are, to every wat
     CHECK(second.reaches(1));
 }
 
-TEST_CASE("an own close of a file that nobody watches closes it") {
+TEST_CASE("closing an unwatched file closes it") {
     TemporaryFolder folder;
     const auto file = folder.write("node", "");
     NodeWatcher watcher;
@@ -73,7 +73,7 @@ TEST_CASE("an own close of a file that nobody watches closes it") {
     CHECK(::fcntl(descriptor, F_GETFD) == -1);
 }
 
-TEST_CASE("a watch whose file has gone meanwhile can be removed") {
+TEST_CASE("a watch whose file was removed meanwhile can be removed") {
     TemporaryFolder folder;
     const auto file = folder.write("node", "");
     Counter counter;

@@ -1,4 +1,4 @@
-// Which process has a file open, looked up in folders that look as the kernel's do.
+// Which process has a file open, searched in folders like those of the kernel.
 #include "usb/libusb/ProcessSearch.h"
 
 #include "support/TemporaryFolder.h"
@@ -33,7 +33,7 @@ struct Processes {
 
 } // namespace
 
-TEST_CASE("the processes that have the file open are found, by their ids") {
+TEST_CASE("the processes that have the file open are found with their ids") {
     Processes processes;
     processes.add("4000", "other", kNode);
     processes.add("300", "ipp-usb", kNode);
@@ -41,7 +41,7 @@ TEST_CASE("the processes that have the file open are found, by their ids") {
     CHECK(processes.find() == std::vector<FoundProcess>{{300, "ipp-usb"}, {4000, "other"}});
 }
 
-TEST_CASE("a path that only begins like the file's is another file") {
+TEST_CASE("a path of which the file's is only a prefix is another file") {
     Processes processes;
     processes.add("300", "one", std::string(kNode) + "1");
     processes.add("301", "two", std::string(kNode) + " (deleted)");
@@ -49,7 +49,7 @@ TEST_CASE("a path that only begins like the file's is another file") {
     CHECK(processes.find().empty());
 }
 
-TEST_CASE("what is not a process is skipped, and so is this process") {
+TEST_CASE("entries that are not processes are skipped, and so is this process") {
     Processes processes;
     processes.add("self", "self", kNode);
     processes.add("12x", "odd", kNode);
@@ -59,7 +59,7 @@ TEST_CASE("what is not a process is skipped, and so is this process") {
     CHECK(processes.find().empty());
 }
 
-TEST_CASE("a process that ends while it is looked at, or is somebody else's, is passed over") {
+TEST_CASE("a process that ends during the search, or belongs to another user, is skipped") {
     Processes processes;
     std::filesystem::create_directories(processes.folder / "300"); // without its open files
     processes.add("301", "cat", kNode);
@@ -67,7 +67,7 @@ TEST_CASE("a process that ends while it is looked at, or is somebody else's, is 
     CHECK(processes.find() == std::vector<FoundProcess>{{301, ""}});
 }
 
-TEST_CASE("a system that shows no processes has none") {
+TEST_CASE("a system that lists no processes has none") {
     SystemFolders folders;
     folders.proc = "/nowhere";
     CHECK(processesWithOpen(folders, kNode).empty());
@@ -97,20 +97,20 @@ TEST_CASE("a process of this machine is found in the machine's own folder") {
     ::waitpid(child, nullptr, 0);
 }
 
-TEST_CASE("the probable holder is another program before one of this project's own") {
+TEST_CASE("the probable holder is another program before one of this product") {
     const auto holder = probableHolder({{200, "zulctl"}, {300, "zul-printer-uti"}, {400, "cups"}}, Kind::process);
     CHECK(holder.kind == Kind::process);
     CHECK(holder.program == "cups");
     CHECK(holder.pid == 400);
 }
 
-TEST_CASE("where only this project's own programs have the device open the first of them is the holder") {
+TEST_CASE("if only programs of this product have the device open, the first of them is the holder") {
     const auto holder = probableHolder({{200, "zulctl"}, {300, "zul-printer-uti"}}, Kind::printing);
     CHECK(holder.kind == Kind::printing);
     CHECK(holder.program == "zulctl");
     CHECK(holder.pid == 200);
 }
 
-TEST_CASE("where nobody has the device open the holder is unknown") {
+TEST_CASE("if no process has the device open, the holder is unknown") {
     CHECK(probableHolder({}, Kind::printing) == InterfaceHolder{});
 }

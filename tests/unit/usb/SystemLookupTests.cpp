@@ -1,4 +1,4 @@
-// What the bus looks up in the system's folders: the node of the kernel's printer driver, and whether udevd runs.
+// Values from the system's folders: the node of the kernel's printer driver, and whether udevd runs.
 #include "support/TemporaryFolder.h"
 #include "usb/libusb/HotplugSource.h"
 #include "usb/libusb/PrinterDriver.h"
@@ -68,7 +68,7 @@ TEST_CASE("the node of the kernel's driver is found where older kernels show it"
     CHECK(tree.node() == tree.folders.dev + "/usb/lp1");
 }
 
-TEST_CASE("an interface that the kernel's driver does not have has no node of it") {
+TEST_CASE("an interface that is not bound to the kernel's driver has no node of it") {
     Tree tree;
     CHECK(tree.node() == "none");
     tree.add("1-2.4:1.0/usbmisc");
@@ -84,7 +84,7 @@ TEST_CASE("a node that can be opened, or is gone, has no job") {
     CHECK(PrintJobGuard(watcher).keepJobsOut(folder / "lp1") == kIOReturnSuccess);
 }
 
-TEST_CASE("udevd runs when somebody listens at its control socket") {
+TEST_CASE("udevd is running if a process listens at its control socket") {
     TemporaryFolder run;
     SystemFolders folders;
     folders.run = run.path;
@@ -93,7 +93,7 @@ TEST_CASE("udevd runs when somebody listens at its control socket") {
         const ControlSocket udevd(run);
         CHECK(isUdevRunning(folders));
     }
-    CHECK_FALSE(isUdevRunning(folders)); // the file of one that was killed remains
+    CHECK_FALSE(isUdevRunning(folders)); // the file of a killed one remains
 }
 
 TEST_CASE("a control socket that the kernel does not list for this process is that of another machine's udevd") {
@@ -110,7 +110,7 @@ TEST_CASE("a control socket that the kernel does not list for this process is th
         return isUdevRunning(folders);
     };
     CHECK(lists("0000000000000000: 00000002 00000000 00010000 0005 01 12345 " + path));
-    CHECK_FALSE(lists("0000000000000000: 00000003 00000000 00000000 0005 03 12346 " + path)); // a client's end
+    CHECK_FALSE(lists("0000000000000000: 00000003 00000000 00000000 0005 03 12346 " + path)); // the client's end
     CHECK_FALSE(lists("0000000000000000: 00000002 00000000 00010000 0005 01 12345 " + path + "2"));
     CHECK_FALSE(lists("0000000000000000: 00000002 00000000 00010000 0005 01 12345"));
 }

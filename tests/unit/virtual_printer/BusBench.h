@@ -1,5 +1,5 @@
-// A bench for the embedded bus: the clock is moved by hand, arrivals and departures are noted, and handles are used
-// from a queue of their own as the engine does, or straight from the test.
+// A test bench for the embedded bus: the clock is simulated, arrivals and departures are recorded, and handles are used
+// from a separate queue as in the engine, or directly from the test.
 #pragma once
 
 #include "support/SimulatedClock.h"
@@ -17,7 +17,7 @@ using InterfacePtr = std::shared_ptr<IOUSBInterfaceInterface>;
 
 class BusBench {
   public:
-    /// Each description is one printer; the bus is started with them.
+    /// Each description is one printer; the bus starts with them attached.
     explicit BusBench(const std::vector<std::string>& descriptions = {"VK14"}) {
         watch(ServiceNotification::matched, "arrived");
         watch(ServiceNotification::terminated, "left");
@@ -40,7 +40,7 @@ class BusBench {
         return std::chrono::duration_cast<std::chrono::milliseconds>(clock.elapsed());
     }
 
-    /// The services that are on the bus, in the order of their arrival.
+    /// The services on the bus, in the order of their arrival.
     std::vector<ServiceToken> tokens() const { return registry.services(); }
     std::shared_ptr<USBService> service(std::size_t index = 0) const { return registry.service(tokens().at(index)); }
     InterfacePtr handle(std::size_t index = 0) const {
@@ -53,7 +53,7 @@ class BusBench {
         REQUIRE(made->USBInterfaceOpenSeize() == kIOReturnSuccess);
         return made;
     }
-    /// On the queue; the block runs with the next settle(), drain() or advance().
+    /// Queues the block; it runs during the next settle(), drain() or advance().
     void onQueue(Block block) { queue->async(std::move(block)); }
 
     static IOReturn write(IOUSBInterfaceInterface& handle, const Data& bytes) {
@@ -65,7 +65,7 @@ class BusBench {
         text.assign(buffer.begin(), buffer.begin() + size);
         return code;
     }
-    /// Header and body of the answer to a command, or the name of what went wrong.
+    /// Header and body of the reply to a command, or the name of the failure.
     static std::string ask(IOUSBInterfaceInterface& handle, const std::string& command) {
         std::string text;
         std::string answer;

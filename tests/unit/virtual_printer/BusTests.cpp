@@ -1,4 +1,4 @@
-// The embedded bus: what is on it, what its descriptors say, how printers come and go.
+// The embedded bus: its services, their descriptors, arrivals and departures.
 #include "unit/virtual_printer/BusBench.h"
 
 namespace zul {
@@ -100,7 +100,7 @@ TEST_CASE("the device descriptor shows whether there is a serial number string")
     CHECK(stringAt(*bench.handle(1), 3) == "(refused)");
 }
 
-TEST_CASE("strings are answered whatever the language that is asked for") {
+TEST_CASE("strings are returned for any requested language") {
     BusBench bench({"VK14,serial=AB12"});
     const auto handle = bench.handle();
     CHECK(control(*handle, 0x80, 6, 0x0300, 0, 255).bytes == Data{4, 3, 0x09, 0x04});
@@ -117,7 +117,7 @@ TEST_CASE("a string descriptor is cut where its length byte ends") {
     CHECK(stringAt(*bench.handle(), 3) == std::string(126, '7'));
 }
 
-TEST_CASE("the device ID has a big-endian length in front that includes itself") {
+TEST_CASE("the device ID is preceded by a big-endian length that includes itself") {
     BusBench bench;
     const std::string text = "MFG:Zul Imaging Company;MDL:VK14;SERN:000001;";
     const auto answer = control(*bench.handle(), 0xA1, 0, 0, 0);
@@ -139,7 +139,7 @@ TEST_CASE("a loader has the same device ID and location as the printer") {
     CHECK(locationOf(*bench.service()) == 0x01100000);
 }
 
-// ---- coming and going -----------------------------------------------------------------------------------------------
+// ---- arrivals and departures ----------------------------------------------------------------------------------------
 
 TEST_CASE("a printer that is added to a running bus arrives") {
     BusBench bench;
@@ -156,7 +156,7 @@ TEST_CASE("unplugging and plugging twice is the same as once") {
     CHECK(bench.events == Texts{"arrived 0x101", "left 0x101", "arrived 0x102"});
 }
 
-TEST_CASE("handles of before a departure find no device, also when the printer is back") {
+TEST_CASE("handles from before a departure find no device, also when the printer is back") {
     BusBench bench;
     const auto handle = bench.openHandle();
     std::shared_ptr<IOUSBDeviceInterface> device;
@@ -227,7 +227,7 @@ TEST_CASE("a restart can end on another port or never") {
     CHECK(bench.tokens().size() == 2);
 }
 
-TEST_CASE("a printer that is pulled during its restart is away until it is plugged in") {
+TEST_CASE("a printer that is unplugged during its restart is detached until it is plugged in") {
     BusBench bench({"VK14,restart=1000"});
     CHECK(BusBench::write(*bench.openHandle(), frame("FW_UPDFLASH_REWRITE")) == kIOReturnSuccess);
     bench.advance(milliseconds(500));
@@ -239,7 +239,7 @@ TEST_CASE("a printer that is pulled during its restart is away until it is plugg
     CHECK(BusBench::ask(*bench.openHandle(), "STATUS") == "00000008 FU00001\r");
 }
 
-TEST_CASE("a return that a plug has overtaken does not cut a later restart short") {
+TEST_CASE("a return that a plug has overtaken does not shorten a later restart") {
     BusBench bench({"VK14,restart=1000"});
     std::shared_ptr<IOUSBDeviceInterface> device;
     REQUIRE(bench.handle()->GetDevice(device) == kIOReturnSuccess);
@@ -266,7 +266,7 @@ TEST_CASE("a stopped bus posts no more blocks") {
     CHECK(bench.events == Texts{"arrived 0x101", "left 0x101"});
 }
 
-TEST_CASE("a printer that is unplugged by what is announced of it leaves nothing on the bus") {
+TEST_CASE("a printer that is unplugged by its own announcement leaves no service on the bus") {
     BusBench bench(std::vector<std::string>{});
     const auto iterator = bench.port.addMatchingNotification(ServiceNotification::matched, {"IOUSBInterface", 7, 1},
                                                              [&](ServiceIterator& arrived) {

@@ -1,4 +1,4 @@
-// Who may use an embedded printer's interface, and how a program learns that another one has released it.
+// Which handle may use an embedded printer's interface, and how another program's release is reported.
 #include "unit/virtual_printer/BusBench.h"
 
 namespace zul {
@@ -51,7 +51,7 @@ TEST_CASE("a watch is called each time that the other program releases the print
     CHECK(calls == 2);
 }
 
-TEST_CASE("own closes are not reported to a watch, and a watch ends with its handle or its attachment") {
+TEST_CASE("closes by this process are not reported to a watch, and a watch ends with its handle or its attachment") {
     BusBench bench;
     int calls = 0;
     auto handle = bench.openHandle();
@@ -71,7 +71,7 @@ TEST_CASE("own closes are not reported to a watch, and a watch ends with its han
     CHECK(calls == 0);
 }
 
-TEST_CASE("what a watch holds may be the handle itself and is released with the attachment") {
+TEST_CASE("a watch may own the handle itself and is released with the attachment") {
     BusBench bench;
     std::weak_ptr<IOUSBInterfaceInterface> weak;
     {
@@ -84,7 +84,7 @@ TEST_CASE("what a watch holds may be the handle itself and is released with the 
     CHECK(weak.expired());
 }
 
-TEST_CASE("a holder at the n-th open releases it after its time, which is reported on the main queue") {
+TEST_CASE("a holder at the n-th open releases the printer after its time, which is reported on the main queue") {
     BusBench bench({"VK14,fault=holder#2:800"});
     const auto handle = bench.openHandle();
     CHECK(handle->USBInterfaceClose() == kIOReturnSuccess);
@@ -114,7 +114,7 @@ TEST_CASE("the other holder is reported by its name while it holds the printer")
     CHECK(handle->holder() == InterfaceHolder{});
 }
 
-TEST_CASE("a holder that has gone when the watch begins is reported by that watch") {
+TEST_CASE("a holder that has released the printer when the watch begins is reported by that watch") {
     BusBench bench;
     const auto handle = bench.handle();
     int calls = 0;

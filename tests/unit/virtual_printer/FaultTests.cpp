@@ -1,4 +1,4 @@
-// Misbehaviour on demand: when a fault happens, and what it does to the answer or the restart.
+// Simulated faults: when a fault happens, and its effect on the reply or the restart.
 #include "unit/virtual_printer/Wire.h"
 
 namespace zul {
@@ -15,7 +15,7 @@ const Texts kIdle = {"00000006", "00000\r"};
 
 } // namespace
 
-TEST_CASE("a fault happens at the named occurrence of its command and only there") {
+TEST_CASE("a fault happens at the given occurrence of its command and only there") {
     VirtualPrinter printer = faulty("fault=silence@STATUS#2");
     CHECK(answers(printer, "STATUS") == kIdle);
     CHECK(body(printer, "INFO  FVER") == "VK14 01.60");
@@ -30,13 +30,13 @@ TEST_CASE("a fault without a word applies to all commands") {
     CHECK(answers(printer, "STATUS") == kIdle);
 }
 
-TEST_CASE("a silent question takes no status away from the next one") {
+TEST_CASE("a query without a reply does not consume a status") {
     VirtualPrinter printer = faulty("status=00900:00000,fault=stall@FVER#1");
     CHECK(answers(printer, "INFO  FVER") == Texts{"(stall)"});
     CHECK(body(printer, "STATUS") == "00900");
 }
 
-TEST_CASE("a stall of a question stalls the answer") {
+TEST_CASE("a stall of a query stalls the reply") {
     VirtualPrinter printer = faulty("fault=stall@STATUS");
     const VirtualEffects effects = printer.receive(frame("STATUS"));
     CHECK(textsOf(effects) == Texts{"(stall)"});
@@ -44,13 +44,13 @@ TEST_CASE("a stall of a question stalls the answer") {
     CHECK(answers(printer, "STATUS") == kIdle);
 }
 
-TEST_CASE("a stall of a command without an answer stalls the command, which then has no effect") {
+TEST_CASE("a stall of a command without a reply stalls the command, which then has no effect") {
     VirtualPrinter printer = faulty("fault=stall@TBL_CL");
     CHECK(printer.receive(frame("TBL_CL")).stallsOut);
     CHECK(body(printer, "TBL_RDVersion") == "0160");
 }
 
-TEST_CASE("answers can be cut, overstated, unended or senseless") {
+TEST_CASE("replies can be truncated, overstated, unterminated or invalid") {
     const auto statusWith = [](const std::string& fault) {
         VirtualPrinter printer = faulty("fault=" + fault + "@STATUS");
         return answers(printer, "STATUS");
@@ -61,7 +61,7 @@ TEST_CASE("answers can be cut, overstated, unended or senseless") {
     CHECK(statusWith("garbage") == Texts{"????????", "00000\r"});
 }
 
-TEST_CASE("a late answer has the delay that was set") {
+TEST_CASE("a late reply has the configured delay") {
     VirtualPrinter printer = faulty("fault=late@STATUS#1:1500,fault=late@STATUS#2");
     VirtualEffects effects = printer.receive(frame("STATUS"));
     REQUIRE(effects.transfers.size() == 2);
@@ -72,7 +72,7 @@ TEST_CASE("a late answer has the delay that was set") {
     CHECK(effects.transfers[0].delay == milliseconds(7000));
 }
 
-TEST_CASE("a printer is unplugged in the middle of a payload and has not seen its command") {
+TEST_CASE("a printer that is unplugged during a payload has not received its command") {
     std::vector<std::string> seen;
     VirtualPrinter printer(described("VK14,fault=unplug@CTRLD_UPDATE"),
                            [&](const VirtualCommand& command) { seen.push_back(command.text); });
@@ -87,21 +87,21 @@ TEST_CASE("a printer is unplugged in the middle of a payload and has not seen it
     CHECK(body(printer, "STATUS") == "00000");
 }
 
-TEST_CASE("a printer is unplugged after the bytes that the fault names") {
+TEST_CASE("a printer is unplugged after the number of bytes of the fault") {
     VirtualPrinter printer = faulty("fault=unplug@CTRLD_UPDATE#1:100");
     const Data bytes = frame("TBL_WTCTRLD_UPDATE_CW", Data(1000, 'x'));
     CHECK(!printer.receive({bytes.data(), 99}).departure);
     CHECK(printer.receive({bytes.data() + 99, 1}).departure);
 }
 
-TEST_CASE("faults of one command come together") {
+TEST_CASE("several faults of one command are combined") {
     VirtualPrinter printer = faulty("fault=unplug@CTRLD_UPDATE,fault=never-back@CTRLD_UPDATE");
     const VirtualEffects effects = printer.receive(frame("TBL_WTCTRLD_UPDATE_CW", Data(1000, 'x')));
     REQUIRE(effects.departure);
     CHECK(!effects.departure->comesBack);
 }
 
-TEST_CASE("a restart can have no end or end elsewhere") {
+TEST_CASE("a restart can have no end or end on another port") {
     VirtualPrinter gone = faulty("fault=never-back@REWRITE");
     VirtualEffects effects = gone.receive(frame("FW_UPDFLASH_REWRITE"));
     REQUIRE(effects.departure);
@@ -114,7 +114,7 @@ TEST_CASE("a restart can have no end or end elsewhere") {
     CHECK(effects.departure->elsewhere);
 }
 
-TEST_CASE("a loader can refuse a sound image") {
+TEST_CASE("a loader can refuse a valid image") {
     VirtualPrinter printer = faulty("mode=loader,fault=stay-in-loader@PROGRAM#1");
     CHECK(printer.receive(frame("FW_UPDFLASH_PROGRAM", image("VK14 01.61"))).departure);
     printer.attach();
@@ -124,11 +124,11 @@ TEST_CASE("a loader can refuse a sound image") {
     CHECK(!printer.isLoader());
 }
 
-TEST_CASE("a printer can come back from one restart without its device ID") {
+TEST_CASE("a printer can return from one restart without its device ID") {
     VirtualPrinter printer = faulty("fault=no-id@REWRITE");
     CHECK(printer.answersDeviceID());
     printer.receive(frame("FW_UPDFLASH_REWRITE"));
-    CHECK(printer.answersDeviceID()); // it has not left yet
+    CHECK(printer.answersDeviceID()); // it has not restarted yet
     printer.attach();
     CHECK_FALSE(printer.answersDeviceID());
     printer.receive(frame("FW_UPDFLASH_PROGRAM", image("VK14 01.61")));
@@ -137,11 +137,11 @@ TEST_CASE("a printer can come back from one restart without its device ID") {
     CHECK_FALSE(faulty("id1284=off").answersDeviceID());
 }
 
-TEST_CASE("another program holds the interface at the named open only") {
+TEST_CASE("another program holds the interface only at the given open") {
     VirtualPrinter printer = faulty("fault=holder#2:400,fault=holder#3");
     CHECK(!printer.holderAtOpen());
     CHECK(printer.holderAtOpen() == milliseconds(400));
-    CHECK(answers(printer, "STATUS") == kIdle); // commands do not count as opens
+    CHECK(answers(printer, "STATUS") == kIdle); // commands are not counted as opens
     CHECK(printer.holderAtOpen() == milliseconds(3000));
     CHECK(!printer.holderAtOpen());
 }

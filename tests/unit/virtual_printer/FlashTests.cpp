@@ -1,4 +1,4 @@
-// The loader: what it takes for a firmware image, and the restarts that lead into it and out of it.
+// The loader: which images it accepts, and the restarts into it and out of it.
 #include "unit/virtual_printer/Wire.h"
 
 #include "virtual_printer/FirmwareImage.h"
@@ -45,11 +45,11 @@ TEST_CASE("an image may be padded with zero bytes and have any line ends") {
     CHECK(versionOfFirmwareImage(dataFromText(text)) == "A 1");
 }
 
-TEST_CASE("an image in which any one character is another one is refused") {
+TEST_CASE("an image with any one character changed is refused") {
     const std::string text = imageText("A 1");
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (text[at] == '\r' || text[at] == '\n') continue;
-        if (at > 0 && text[at - 1] == 'S') continue; // the kind of a record is not in its checksum
+        if (at > 0 && text[at - 1] == 'S') continue; // the type of a record is not part of its checksum
         CAPTURE(at);
         std::string damaged = text;
         damaged[at] = damaged[at] == '7' ? '8' : '7';
@@ -57,7 +57,7 @@ TEST_CASE("an image in which any one character is another one is refused") {
     }
 }
 
-TEST_CASE("an image that ends early is refused") {
+TEST_CASE("a truncated image is refused") {
     const std::string text = imageText("A 1");
     const std::size_t lastRecord = text.rfind('S');
     for (std::size_t length = 0; length <= lastRecord + 9; ++length) {
@@ -94,7 +94,7 @@ TEST_CASE("the command for the loader ends with a restart into it") {
     CHECK(printer.isLoader());
 }
 
-TEST_CASE("a loader answers STATUS and no other command") {
+TEST_CASE("a loader replies only to STATUS") {
     VirtualPrinter printer = loader();
     CHECK(answers(printer, "STATUS") == Texts{"00000008", "FU00001\r"});
     for (const char* command : {"INFO  FVER", "INFO  SERIAL_NUMBER", "TBL_RDVersion", "MNT_RDCOUNTER_LIFE", "TBL_CL",
@@ -106,13 +106,13 @@ TEST_CASE("a loader answers STATUS and no other command") {
     }
 }
 
-TEST_CASE("a loader takes a frame with a large payload and answers the one after it") {
+TEST_CASE("a loader accepts a frame with a large payload and replies to the one after it") {
     VirtualPrinter printer = loader();
     const Data bytes = joined(frame("TBL_WTCTRLD_UPDATE_CW", Data(50000, 0x1B)), frame("STATUS"));
     CHECK(textsOf(printer.receive(bytes)) == Texts{"00000008", "FU00001\r"});
 }
 
-TEST_CASE("a loader that got a sound image restarts into its version") {
+TEST_CASE("a loader that received a valid image restarts into its version") {
     VirtualPrinter printer = loader(",program=700,restart=900");
     const VirtualEffects effects = sendImage(printer, image("VK14 01.61"));
     REQUIRE(effects.departure);
@@ -124,7 +124,7 @@ TEST_CASE("a loader that got a sound image restarts into its version") {
     CHECK(!printer.departureAfterAttach());
 }
 
-TEST_CASE("a STATUS after the image is still answered by the loader") {
+TEST_CASE("the loader still replies to a STATUS after the image") {
     VirtualPrinter printer = loader();
     sendImage(printer, image("VK14 01.61"));
     CHECK(answers(printer, "STATUS") == Texts{"00000008", "FU00001\r"});
@@ -132,7 +132,7 @@ TEST_CASE("a STATUS after the image is still answered by the loader") {
     CHECK(printer.firmware() == "VK14 01.61");
 }
 
-TEST_CASE("a loader that got a damaged image restarts and is still the loader") {
+TEST_CASE("a loader that received a damaged image restarts and is still the loader") {
     CHECK(runs(image("VK14 01.61")));
     Data damaged = image("VK14 01.61");
     damaged[20] ^= 1;
@@ -140,7 +140,7 @@ TEST_CASE("a loader that got a damaged image restarts and is still the loader") 
     CHECK(!runs({}));
 }
 
-TEST_CASE("a loader never leaves in the middle of the write that completes its image") {
+TEST_CASE("a loader never restarts during the write that completes its image") {
     VirtualPrinter printer = loader(",program=0");
     const VirtualEffects effects = sendImage(printer, image("VK14 01.61"));
     REQUIRE(effects.departure);
@@ -164,7 +164,7 @@ TEST_CASE("new firmware can begin with statuses of its own") {
     CHECK(body(printer, "STATUS") == "00000");
 }
 
-TEST_CASE("a VK-RZ7 comes back with its intermediate version and restarts by itself into the final one") {
+TEST_CASE("a VK-RZ7 returns with its intermediate version and restarts by itself into the final one") {
     VirtualPrinter printer(described("VK-RZ7,mode=loader"));
     sendImage(printer, image("VK-RZ7 02.06"));
     printer.attach();

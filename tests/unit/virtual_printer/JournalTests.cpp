@@ -1,4 +1,4 @@
-// The one list of everything that embedded printers saw.
+// The ordered list of all events of embedded printers.
 #include "unit/virtual_printer/BusBench.h"
 
 #include "support/TemporaryFolder.h"
@@ -21,7 +21,7 @@ Texts linesOf(const VirtualJournal& journal) {
 
 } // namespace
 
-TEST_CASE("the journal has everything that a printer saw in one order") {
+TEST_CASE("the journal has all events of a printer in one order") {
     BusBench bench({"VK14,fault=stall@FVER"});
     {
         const auto handle = bench.openHandle();
@@ -39,7 +39,7 @@ TEST_CASE("the journal has everything that a printer saw in one order") {
                                            "read stall", "read timeout", "close", "refuse", "leave"});
 }
 
-TEST_CASE("a write that fails is in the journal with what was taken of it") {
+TEST_CASE("a failed write is in the journal with the accepted bytes") {
     BusBench bench({"VK14,fault=stall@TBL_CL,speed=100000"});
     const auto handle = bench.openHandle();
     bench.journal->clear();
@@ -66,7 +66,7 @@ TEST_CASE("a command is in the journal with its time, printer, length and hash")
     CHECK(bench.journal->commands("A").empty());
 }
 
-TEST_CASE("a journal file has one JSON object per line as soon as it happens") {
+TEST_CASE("a journal file has one JSON object per line, written at once") {
     TemporaryFolder folder;
     SimulatedClock clock;
     VirtualJournal journal(clock);
@@ -94,7 +94,7 @@ TEST_CASE("a journal file has one JSON object per line as soon as it happens") {
           "{\"event\":\"read\",\"length\":0,\"printer\":\"7\",\"result\":\"timeout\",\"time\":0.25}\n");
 }
 
-TEST_CASE("a command text that is not text does not keep the journal from being written") {
+TEST_CASE("a command text that is not text does not prevent the journal from being written") {
     TemporaryFolder folder;
     SimulatedClock clock;
     VirtualJournal journal(clock);

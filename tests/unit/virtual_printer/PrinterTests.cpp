@@ -1,4 +1,4 @@
-// The protocol engine: frames in, answers out, and what commands change.
+// The protocol engine: frames in, replies out, and the effects of commands.
 #include "unit/virtual_printer/Wire.h"
 
 #include "archive/ProductTable.h"
@@ -6,20 +6,20 @@
 
 namespace zul {
 
-// ---- answers --------------------------------------------------------------------------------------------------------
+// ---- replies --------------------------------------------------------------------------------------------------------
 
-TEST_CASE("an idle printer answers STATUS with a header and a body as two transfers") {
+TEST_CASE("an idle printer replies to STATUS with a header and a body as two transfers") {
     VirtualPrinter printer(described("VK14"));
     CHECK(answers(printer, "STATUS") == Texts{"00000006", "00000\r"});
 }
 
-TEST_CASE("an answer's header includes the carriage return of its body") {
+TEST_CASE("a reply's header includes the carriage return of its body") {
     VirtualPrinter printer(described("VK14"));
     CHECK(answers(printer, "INFO  FVER") == Texts{"00000011", "VK14 01.60\r"});
     CHECK(answers(printer, "MNT_RDCOUNTER_LIFE") == Texts{"00000010", "CL0000042\r"});
 }
 
-TEST_CASE("every question that a program can ask of a VK14 is answered") {
+TEST_CASE("a VK14 replies to every query of the program") {
     VirtualPrinter printer(described("VK14,serial=AB12,lifetime=7"));
     CHECK(body(printer, "INFO  SERIAL_NUMBER") == "AB12");
     CHECK(body(printer, "MNT_RDCOUNTER_LIFE") == "CL0000007");
@@ -32,7 +32,7 @@ TEST_CASE("every question that a program can ask of a VK14 is answered") {
     }
 }
 
-TEST_CASE("commands that write, control or print are taken without an answer") {
+TEST_CASE("commands that write, control or print are accepted without a reply") {
     VirtualPrinter printer(described("VK14"));
     const Data eight(8, '0');
     for (const char* command :
@@ -53,9 +53,9 @@ TEST_CASE("statuses follow one another and the last one is repeated") {
     CHECK(statuses == Texts{"01000", "00900", "00000", "00000", "00000"});
 }
 
-// ---- gathering ------------------------------------------------------------------------------------------------------
+// ---- frames ---------------------------------------------------------------------------------------------------------
 
-TEST_CASE("a frame is understood however its bytes are split") {
+TEST_CASE("a frame is recognised however its bytes are split") {
     const Data bytes = frame("MNT_WTCOUNTER_CLR", dataFromText(std::string("CA\r\0", 4)));
     for (std::size_t at = 1; at < bytes.size(); ++at) {
         CAPTURE(at);
@@ -69,13 +69,13 @@ TEST_CASE("a frame is understood however its bytes are split") {
     }
 }
 
-TEST_CASE("frames that arrive joined are answered one after another") {
+TEST_CASE("joined frames are answered one after another") {
     VirtualPrinter printer(described("VK14"));
     const Data bytes = joined(frame("TBL_WTVersion", Data(4, 'x')), joined(frame("STATUS"), frame("INFO  FVER")));
     CHECK(textsOf(printer.receive(bytes)) == Texts{"00000006", "00000\r", "00000011", "VK14 01.60\r"});
 }
 
-TEST_CASE("the printer knows how many bytes the frame under way still needs") {
+TEST_CASE("the printer knows how many bytes the current frame still needs") {
     VirtualPrinter printer(described("VK14"));
     CHECK(printer.bytesWanted() == 32);
     const Data bytes = frame("TBL_WTVersion", Data(20, 'x'));
@@ -97,7 +97,7 @@ TEST_CASE("a command is reported with its text, its payload and the bytes of its
     CHECK(seen[0].header == header("TBL_WTVersion", "00000004"));
 }
 
-TEST_CASE("garbage before a frame is passed over, with escapes in it, too") {
+TEST_CASE("garbage before a frame is skipped, including escapes") {
     for (const char* garbage : {"hello", "\x1B", "\x1B\x1B\x1B", "\x1BX\x1B", "P\x1BQ"}) {
         VirtualPrinter printer(described("VK14"));
         const std::string text = garbage;
@@ -116,7 +116,7 @@ TEST_CASE("a frame whose size is not a number is dropped and the next one is ans
     }
 }
 
-TEST_CASE("an unknown command is taken with its payload and without an answer") {
+TEST_CASE("an unknown command is accepted with its payload and without a reply") {
     VirtualPrinter printer(described("VK14"));
     for (const char* command : {"", "NOTHING", "INFO  NOTHING", "MNT_RDCOUNTER_", "MNT_RDCOUNTER_Z", "TBL_RDCWD"}) {
         CAPTURE(command);
@@ -125,14 +125,14 @@ TEST_CASE("an unknown command is taken with its payload and without an answer") 
     CHECK(body(printer, "STATUS") == "00000");
 }
 
-TEST_CASE("a reset forgets the frame under way") {
+TEST_CASE("a reset drops an incomplete frame") {
     VirtualPrinter printer(described("VK14"));
     printer.receive(header("TBL_WTCTRLD_UPDATE_CW", "00001000"));
     printer.reset();
     CHECK(body(printer, "STATUS") == "00000");
 }
 
-TEST_CASE("bytes without any sense do no harm") {
+TEST_CASE("random bytes do no harm") {
     VirtualPrinter printer(described("VK14"));
     std::uint32_t state = 1;
     Data noise(100000);
@@ -168,7 +168,7 @@ TEST_CASE("counter P can be set") {
     CHECK(body(printer, "MNT_RDCOUNTER_P") == "CP0000123");
 }
 
-TEST_CASE("the USB serial number setting is read back at once and takes effect with the next attach") {
+TEST_CASE("the USB serial number setting is read back at once and takes effect with the next attachment") {
     VirtualPrinter printer(described("VK26,serial=777"));
     CHECK(body(printer, "MNT_RDUSB_ISERI_SET") == "0001");
     answers(printer, "MNT_WTUSB_ISERI_SET", dataFromText(std::string("00\r\0", 4)));
@@ -183,7 +183,7 @@ TEST_CASE("the USB serial number setting is read back at once and takes effect w
 
 // ---- tables ---------------------------------------------------------------------------------------------------------
 
-TEST_CASE("tables are answered as cleared, and then as they were written") {
+TEST_CASE("tables are reported as cleared, and then as they were written") {
     VirtualPrinter printer(described("VK14"));
     answers(printer, "TBL_CL");
     CHECK(body(printer, "TBL_RDVersion") == "0000");
@@ -195,7 +195,7 @@ TEST_CASE("tables are answered as cleared, and then as they were written") {
     CHECK(printer.tables().writtenNames() == Texts{"VK14_300_0161.CWD"});
 }
 
-TEST_CASE("a table whose name is not one has no effect") {
+TEST_CASE("a table with an invalid name has no effect") {
     VirtualPrinter printer(described("VK14"));
     answers(printer, "TBL_WTVersion", dataFromText("NOTHING"));
     answers(printer, "TBL_WTCTRLD_UPDATE_CW", {1, 2, 3});
@@ -203,7 +203,7 @@ TEST_CASE("a table whose name is not one has no effect") {
     CHECK(printer.tables().writtenNames().empty());
 }
 
-TEST_CASE("a VK26 answers for its tables by number") {
+TEST_CASE("a VK26 replies for its tables by number") {
     VirtualPrinter printer(described("VK26"));
     answers(printer, "TBL_WTVersion", dataFromText("VK26_610_0111.CWD"));
     answers(printer, "TBL_WTCTRLD_UPDATE_CW", {5});

@@ -1,4 +1,4 @@
-// The sample archive: complete, sound, and the same bytes wherever it is made.
+// The sample archive: complete, valid, and the same bytes wherever it is generated.
 #include "unit/virtual_printer/Wire.h"
 
 #include "archive/ProductTable.h"
@@ -41,7 +41,7 @@ TEST_CASE("the sample archive has exactly the files that the products need") {
     CHECK(made.size() == files().size());
 }
 
-TEST_CASE("sample firmware is sound to the program and to the loader, and carries its file's version") {
+TEST_CASE("sample firmware is valid for the program and for the loader, and contains its file's version") {
     int count = 0;
     for (const SampleFile& file : files()) {
         if (!file.name.ends_with(".fw")) continue;
@@ -55,7 +55,7 @@ TEST_CASE("sample firmware is sound to the program and to the loader, and carrie
     CHECK(count == 6);
 }
 
-TEST_CASE("sample firmware has a header, data of one kind, a count and the end that belongs to its data") {
+TEST_CASE("sample firmware has a header, data of one record type, a count and the matching end record") {
     std::set<char> all;
     for (const SampleFile& file : files()) {
         if (!file.name.ends_with(".fw")) continue;
@@ -94,7 +94,7 @@ TEST_CASE("sample files are the same bytes every time and everywhere") {
         CHECK(again[index].name == files()[index].name);
         CHECK(again[index].contents == files()[index].contents);
     }
-    // Known from the first machine that made them; a change here changes everybody's digests.
+    // From the first machine that generated them; a change here changes all digests.
     const std::map<std::string, std::string> known = {
         {"VK14 01.61.fw", "2f11e4a6f6c4803ac2aa6d6915115c935c1e3e8915d193324ec1b39a6e8a631c"},
         {"VK28_PP_620_0101.cwd", "f96d737d3acc30e3fa82d2b61c0736705b043702fc46845e99cc8b14ee05e62d"},
@@ -106,7 +106,7 @@ TEST_CASE("sample files are the same bytes every time and everywhere") {
 }
 
 TEST_CASE("a digest is a keyed hash in lower-case digits with two zeroes after it") {
-    // Made with: printf abc | openssl dgst -sha256 -hmac TBUSBPrinterZUL
+    // Created with: printf abc | openssl dgst -sha256 -hmac TBUSBPrinterZUL
     CHECK(sampleDigest(dataFromText("abc")) == "501abc86e3974fb5670b607ecbe4c90ccfc903c75e94521e7299b998284827ca00");
 }
 

@@ -38,7 +38,7 @@ TEST_CASE("models are known by name in any case") {
     CHECK(described("vk-rz7").model->productID == 5);
 }
 
-TEST_CASE("every setting is taken") {
+TEST_CASE("every setting is accepted") {
     const VirtualPrinterSettings settings = described(
         "VK26,firmware=VK26 01.40,serial=S9,usb-serial=off,status=01000:00000,after-update=00500,"
         "lifetime=7,tables=0199,restart=10,program=20,speed=30,location=2-3,mode=loader,id1284=off,interfaces=2");
@@ -60,7 +60,7 @@ TEST_CASE("every setting is taken") {
     CHECK(settings.interfaces == 2);
 }
 
-TEST_CASE("a fault has a kind, and perhaps a word, an occurrence and a value") {
+TEST_CASE("a fault has a kind, and optionally a word, an occurrence and a value") {
     const auto faults = described("VK14,fault=silence,fault=late@STATUS#3:250,fault=holder#2").faults;
     REQUIRE(faults.size() == 3);
     CHECK(faults[0].kind == VirtualFaultKind::silence);
@@ -75,14 +75,14 @@ TEST_CASE("a fault has a kind, and perhaps a word, an occurrence and a value") {
     CHECK(faults[2].occurrence == 2);
 }
 
-TEST_CASE("an unknown model is named together with the known ones") {
+TEST_CASE("an unknown model is reported together with the known ones") {
     const std::string problem = problemOf("VK99");
     CHECK(has(problem, "\"VK99\""));
     for (const VirtualModel& model : virtualModels()) CHECK(has(problem, std::string(model.name)));
     CHECK(has(problemOf(""), "VK14"));
 }
 
-TEST_CASE("an unknown setting is named together with the known ones") {
+TEST_CASE("an unknown setting is reported together with the known ones") {
     const std::string problem = problemOf("VK14,colour=red");
     CHECK(has(problem, "\"colour\""));
     for (const char* key : {"after-update", "fault", "firmware", "id1284", "interfaces", "lifetime", "location", "mode",
@@ -94,7 +94,7 @@ TEST_CASE("an unknown setting is named together with the known ones") {
     CHECK(has(problemOf("VK14,"), "\"\" is not a setting"));
 }
 
-TEST_CASE("a value that makes no sense is named together with its setting") {
+TEST_CASE("an invalid value is reported together with its setting") {
     for (const char* setting : {"firmware=",      "serial=",       "usb-serial=yes", "status=",
                                 "status=00000:",  "lifetime=many", "lifetime=-1",    "lifetime=4294967296",
                                 "restart=1s",     "program=",      "speed=0",        "speed",
@@ -107,7 +107,7 @@ TEST_CASE("a value that makes no sense is named together with its setting") {
     }
 }
 
-TEST_CASE("a wrong value is answered with the form of a right one, as the help shows it") {
+TEST_CASE("a wrong value is reported with the form of a right one, as the help shows it") {
     CHECK(has(problemOf("VK14,usb-serial=yes"), "(usb-serial=on|off)"));
     CHECK(has(problemOf("VK14,location=1"), "(location=BUS-PORT)"));
     CHECK(has(virtualPrinterHelp(), "  usb-serial=on|off      whether it has a USB serial number\n"));
@@ -116,7 +116,7 @@ TEST_CASE("a wrong value is answered with the form of a right one, as the help s
     CHECK(has(virtualPrinterHelp(), "      stay-in-loader "));
 }
 
-TEST_CASE("a fault that makes no sense is named together with the kinds") {
+TEST_CASE("an invalid fault is reported together with the kinds") {
     for (const char* fault : {"", "explode", "stall#0", "stall#x", "late:soon", "stall#4294967296", "@STATUS"}) {
         CAPTURE(fault);
         const std::string problem = problemOf(std::string("VK14,fault=") + fault);
@@ -125,7 +125,7 @@ TEST_CASE("a fault that makes no sense is named together with the kinds") {
     }
 }
 
-TEST_CASE("a fault of an answer is refused for a command that has none") {
+TEST_CASE("a fault of a reply is refused for a command without one") {
     for (const char* kind : {"silence", "short", "long-header", "no-cr", "garbage", "late"}) {
         CAPTURE(kind);
         for (const char* word : {"FLASH_REWRITE", "FW_UPDFLASH_PROGRAM", "TBL_CL", "TBL_WT", "COUNTER_CLR", "START"}) {
@@ -135,7 +135,7 @@ TEST_CASE("a fault of an answer is refused for a command that has none") {
             CHECK(has(problem, word));
             CHECK(has(problem, "has no answer"));
         }
-        // Some commands that hold the word have an answer.
+        // Some commands that contain the word have a reply.
         for (const char* word : {"STATUS", "FVER", "COUNTER", "CTRLD", "TBL_RDVersion", "Version", "ISERI_SET", ""}) {
             CAPTURE(word);
             const std::string at = *word == 0 ? "" : std::string("@") + word;

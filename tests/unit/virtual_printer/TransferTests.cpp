@@ -1,11 +1,11 @@
-// Bulk transfers of embedded printers: what they return, how long they take, and what a departure does to them.
+// Bulk transfers of embedded printers: their results, their duration, and the effect of a departure.
 #include "unit/virtual_printer/BusBench.h"
 
 namespace zul {
 
 using std::chrono::milliseconds;
 
-TEST_CASE("an answer is read as its header and its body, and what was not asked for is kept for the next read") {
+TEST_CASE("a reply is read as its header and its body, and unrequested bytes are kept for the next read") {
     BusBench bench;
     const auto handle = bench.openHandle();
     std::string text;
@@ -18,7 +18,7 @@ TEST_CASE("an answer is read as its header and its body, and what was not asked 
     CHECK(text == " 01.60\r");
 }
 
-TEST_CASE("a read without an answer ends at its completion time-out") {
+TEST_CASE("a read without a reply ends at its completion time-out") {
     BusBench bench;
     const auto handle = bench.openHandle();
     std::string text;
@@ -42,7 +42,7 @@ TEST_CASE("transfers need the claim and the right pipe") {
     CHECK(handle->ControlRequestTO(1, request) == kIOUSBUnknownPipeErr);
 }
 
-TEST_CASE("a stalled answer and a stalled command return the stall, and the next command is answered") {
+TEST_CASE("a stalled reply and a stalled command return the stall, and the next command is answered") {
     BusBench bench({"VK14,fault=stall@STATUS#1,fault=stall@TBL_CL#1"});
     const auto handle = bench.openHandle();
     std::string text;
@@ -52,14 +52,14 @@ TEST_CASE("a stalled answer and a stalled command return the stall, and the next
     CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
 }
 
-TEST_CASE("a late answer wakes a read that waits for it") {
+TEST_CASE("a late reply wakes a read that waits for it") {
     BusBench bench({"VK14,fault=late@STATUS#1:1200"});
     const auto handle = bench.openHandle();
     CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
     CHECK(bench.elapsed() == milliseconds(1200));
 }
 
-TEST_CASE("an answer that is later than the read is found by the next one") {
+TEST_CASE("a reply that comes after the read's time-out is found by the next read") {
     BusBench bench({"VK14,fault=late@FVER#1:6000"});
     const auto handle = bench.openHandle();
     CHECK(BusBench::ask(*handle, "INFO  FVER") == "(no header)");
@@ -67,17 +67,17 @@ TEST_CASE("an answer that is later than the read is found by the next one") {
     CHECK(BusBench::ask(*handle, "STATUS") == "00000011 VK14 01.60\r");
 }
 
-TEST_CASE("a pipe that is brought back in step has dropped what waited, and what came until it was quiet") {
+TEST_CASE("resynchronizing a pipe drops pending data and data that arrives until the pipe is idle") {
     BusBench bench({"VK14,fault=late@FVER#1:6050"});
     const auto handle = bench.openHandle();
-    REQUIRE(BusBench::write(*handle, frame("STATUS")) == kIOReturnSuccess); // nobody reads its answer
-    REQUIRE(BusBench::ask(*handle, "INFO  FVER") == "00000006 00000\r");    // that of the question before
+    REQUIRE(BusBench::write(*handle, frame("STATUS")) == kIOReturnSuccess); // its reply is not read
+    REQUIRE(BusBench::ask(*handle, "INFO  FVER") == "00000006 00000\r");    // the reply to the query before
     bench.advance(milliseconds(6000));
     CHECK(handle->resynchronize(2) == kIOReturnSuccess);
     CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
 }
 
-TEST_CASE("a pipe that stalls is brought back in step") {
+TEST_CASE("a stalled pipe can be resynchronized") {
     BusBench bench({"VK14,fault=stall@STATUS#1"});
     const auto handle = bench.openHandle();
     REQUIRE(BusBench::write(*handle, frame("STATUS")) == kIOReturnSuccess);
@@ -85,7 +85,7 @@ TEST_CASE("a pipe that stalls is brought back in step") {
     CHECK(BusBench::ask(*handle, "STATUS") == "00000006 00000\r");
 }
 
-TEST_CASE("only the pipe of the answers of a claimed printer that is there can be brought back in step") {
+TEST_CASE("only the IN pipe of a claimed, attached printer can be resynchronized") {
     BusBench bench;
     const auto handle = bench.handle();
     CHECK(handle->resynchronize(2) == kIOReturnError);
@@ -96,7 +96,7 @@ TEST_CASE("only the pipe of the answers of a claimed printer that is there can b
     CHECK(handle->resynchronize(2) == kIOReturnNoDevice);
 }
 
-TEST_CASE("a reset of the printer drops answers that nobody read") {
+TEST_CASE("a reset of the printer drops unread replies") {
     BusBench bench;
     const auto handle = bench.openHandle();
     std::shared_ptr<IOUSBDeviceInterface> device;
@@ -127,7 +127,7 @@ TEST_CASE("a departure wakes a read that waits on the printer's queue") {
     CHECK(bench.elapsed() == milliseconds(1000));
 }
 
-TEST_CASE("a large write takes the time that the flash speed gives and reports its progress") {
+TEST_CASE("a large write takes the time of the flash speed and reports its progress") {
     BusBench bench({"VK14,speed=1000000"});
     const auto handle = bench.openHandle();
     std::vector<std::uint32_t> steps;
@@ -154,14 +154,14 @@ TEST_CASE("a departure ends a slow write at once") {
     IOReturn code = kIOReturnSuccess;
     bench.onQueue([&] { code = BusBench::write(*handle, frame("TBL_WTCTRLD_UPDATE_CW", Data(1000000, 'x'))); });
     bench.advance(milliseconds(700));
-    CHECK(code == kIOReturnSuccess); // still under way
+    CHECK(code == kIOReturnSuccess); // still running
     bench.bus.unplug(0);
     bench.settle();
     CHECK(code == kIOReturnNoDevice);
     CHECK(bench.elapsed() == milliseconds(700));
 }
 
-TEST_CASE("a write of which the printer took all succeeds, also when the printer leaves before it returns") {
+TEST_CASE("a write that the printer accepted whole succeeds, also if the printer departs before it returns") {
     BusBench bench;
     const auto handle = bench.openHandle();
     handle->setWriteProgress([&](std::uint32_t done, std::uint32_t total) {
@@ -171,7 +171,7 @@ TEST_CASE("a write of which the printer took all succeeds, also when the printer
     CHECK(bench.events == Texts{"arrived 0x101", "left 0x101"});
 }
 
-TEST_CASE("an unplug in the middle of a payload fails the write, and the printer comes back without the command") {
+TEST_CASE("an unplug during a payload fails the write, and the printer returns without the command") {
     BusBench bench({"VK14,fault=unplug@CTRLD_UPDATE#1"});
     const auto handle = bench.openHandle();
     CHECK(BusBench::write(*handle, frame("TBL_WTCTRLD_UPDATE_CW", Data(3000, 'x'))) == kIOReturnNoDevice);
@@ -181,7 +181,7 @@ TEST_CASE("an unplug in the middle of a payload fails the write, and the printer
     CHECK(BusBench::ask(*bench.openHandle(), "STATUS") == "00000006 00000\r");
 }
 
-TEST_CASE("the interfaces of one printer are claimed apart and get their own answers") {
+TEST_CASE("the interfaces of one printer are claimed separately and get their own replies") {
     BusBench bench({"VK14,interfaces=2"});
     REQUIRE(bench.tokens().size() == 2);
     const auto one = bench.openHandle(0);

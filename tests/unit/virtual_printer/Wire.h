@@ -1,5 +1,4 @@
-// The vocabulary of the tests of the virtual printers: frames as a program sends them, answers as it reads them, images
-// as it gets them from a folder.
+// Helpers of the virtual printer tests: frames as a program sends them, replies as it reads them, and images.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -12,7 +11,7 @@
 
 namespace zul {
 
-/// The 32 bytes of a frame's header with these fields as they are; they are padded with blanks.
+/// The 32 bytes of a frame header with these fields, padded with blanks.
 inline Data header(const std::string& text, const std::string& size) {
     std::string bytes = "\x1BP" + text;
     bytes.resize(24, ' ');
@@ -51,7 +50,7 @@ inline std::string record(char type, const Data& contents) {
     return line + digits;
 }
 
-/// A sound image of two data records that carries the version.
+/// A valid image of two data records with this version.
 inline std::string imageText(const std::string& version) {
     Data name = joined({0, 0}, dataFromText(version));
     return record('0', name) + "\r\n" + record('1', {0, 0, 1, 2, 3}) + "\r\n" + record('1', {0, 3, 4, 5, 6}) + "\r\n" +
@@ -68,7 +67,7 @@ inline VirtualPrinterSettings described(const std::string& description) {
     return *parse.settings;
 }
 
-/// What the printer sends, transfer by transfer.
+/// The data that the printer sends, transfer by transfer.
 inline std::vector<std::string> textsOf(const VirtualEffects& effects) {
     std::vector<std::string> texts;
     for (const VirtualTransfer& transfer : effects.transfers) {
@@ -79,12 +78,12 @@ inline std::vector<std::string> textsOf(const VirtualEffects& effects) {
 
 using Texts = std::vector<std::string>;
 
-/// What the printer answers to one command, transfer by transfer.
+/// The reply to one command, transfer by transfer.
 inline Texts answers(VirtualPrinter& printer, const std::string& command, const Data& payload = {}) {
     return textsOf(printer.receive(frame(command, payload)));
 }
 
-/// The body of its answer; empty when there is none.
+/// The body of the reply; empty if there is none.
 inline std::string body(VirtualPrinter& printer, const std::string& command, const std::string& payload = {}) {
     const Texts texts = answers(printer, command, dataFromText(payload));
     if (texts.size() != 2 || !texts[1].ends_with('\r')) return {};
