@@ -181,14 +181,10 @@ void MainWindow::showIcons() {
                                      .pixmap(QSize(kEmptyPictureSize, kEmptyPictureSize), devicePixelRatioF()));
 }
 
-void MainWindow::changeEvent(QEvent* event) {
-    QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) showIcons();
-}
-
 bool MainWindow::event(QEvent* event) {
-    if (event->type() == QEvent::ScreenChangeInternal) showIcons(); // it may be sharper
-    return QMainWindow::event(event);
+    const bool isHandled = QMainWindow::event(event);
+    if (changesLook(*event)) showIcons();
+    return isHandled;
 }
 
 // ---- what is shown --------------------------------------------------------------------------------------------------

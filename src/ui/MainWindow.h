@@ -60,7 +60,6 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
 
   protected:
     void closeEvent(QCloseEvent* event) override;
-    void changeEvent(QEvent* event) override;
     bool event(QEvent* event) override;
 
   private:

@@ -6,7 +6,6 @@
 #include "update/UpdateStep.h"
 #include "update/UpdateTexts.h"
 
-#include <QEvent>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -224,8 +223,7 @@ void UpdateCard::showPicture() {
 }
 
 bool UpdateCard::event(QEvent* event) {
-    const bool isOtherLook = event->type() == QEvent::PaletteChange || event->type() == QEvent::ScreenChangeInternal;
-    if (isOtherLook) showPicture();
+    if (changesLook(*event)) showPicture();
     return QFrame::event(event);
 }
 
