@@ -24,8 +24,8 @@ namespace {
 constexpr int kPictureSize = 64;
 constexpr int kTextWidth = 50; // in letters: a line length that reads well
 constexpr int kTitleMargin = 5;
-// A title wraps where it is wider than the smaller of these two: the toolkit limits a box to 1000 pixels, and to less on
-// small screens.
+// A title wraps where it is wider than the smaller of these two: the toolkit limits a box to 1000 pixels, and to less
+// on small screens.
 constexpr int kShareOfScreen = 45; // per cent of its width
 constexpr int kWidestTitle = 800;  // pixels
 
@@ -51,8 +51,8 @@ class ButtonLayout final : public QObject, public AlertLayout {
     std::vector<std::unique_ptr<ChangeRelay>> _relays;
 };
 
-// Styles draw the outline of a check box a little darker than the window: hardly visible on a light window, and invisible
-// on a dark one.
+// Styles draw the outline of a check box a little darker than the window: hardly visible on a light window, and
+// invisible on a dark one.
 QPalette paletteForCheckBox(QPalette palette) {
     constexpr int kStronger = 160; // per cent
     palette.setColor(QPalette::Window, isDark(palette) ? palette.color(QPalette::WindowText)
@@ -72,7 +72,8 @@ AlertBox::AlertBox(const AlertDescription& alert, QWidget& window, MainQueue& ma
     setText(qtext(alert.messageText));
     setInformativeText(qtext(alert.informativeText));
     styleTexts();
-    // The window's own shortcuts do not work while an alert is shown, but it must always be possible to end the program.
+    // The window's own shortcuts do not work while an alert is shown, but it must always be possible to end the
+    // program.
     connect(new QShortcut(QKeySequence("Ctrl+Q"), this), &QShortcut::activated, this, &AlertBox::quitAsked);
     addButtons(alert, mainQueue);
     if (alert.accessory) addCheckBox(alert.accessory);

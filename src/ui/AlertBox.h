@@ -1,5 +1,5 @@
-// The box of one alert on the screen: its title bar, picture, texts, check box and buttons. GUI thread, which is the main
-// queue's. AlertPresenter makes the boxes and decides when each is shown.
+// The box of one alert on the screen: its title bar, picture, texts, check box and buttons. GUI thread, which is the
+// main queue's. AlertPresenter makes the boxes and decides when each is shown.
 #pragma once
 
 #include "Classes/Outlets.h"
@@ -14,14 +14,15 @@ class QLabel;
 
 namespace zul::ui {
 
-/// A box without the desktop's frame: every alert is answered by one of its buttons, and some desktops put a close button
-/// into each frame even where they are asked not to. Its own title bar names the printer, as several may be updated at once.
+/// A box without the desktop's frame: every alert is answered by one of its buttons, and some desktops put a close
+/// button into each frame even where they are asked not to. Its own title bar names the printer, as several may be
+/// updated at once.
 class AlertBox final : public QMessageBox {
     Q_OBJECT
 
   public:
-    /// Builds the box on this window without showing it, and calls alert.layout once the buttons exist. mainQueue: where
-    /// changes of an observed object are handled; must outlive the box.
+    /// Builds the box on this window without showing it, and calls alert.layout once the buttons exist. mainQueue:
+    /// where changes of an observed object are handled; must outlive the box.
     AlertBox(const AlertDescription& alert, QWidget& window, MainQueue& mainQueue);
 
     /// Draws again what depends on the window's colours and on the resolution of its screen.

@@ -1,5 +1,5 @@
-// The queue of alerts: which one is shown when, and what happens with its answer. Runs on the GUI thread; the engine and
-// the window raise alerts through beginAlert.
+// The queue of alerts: which one is shown when, and what happens with its answer. Runs on the GUI thread; the engine
+// and the window raise alerts through beginAlert.
 #include "ui/AlertPresenter.h"
 
 #include "ui/AlertBox.h"

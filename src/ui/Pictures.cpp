@@ -8,8 +8,8 @@
 #include <QPainter>
 #include <QStyle>
 
-// The pictures are in a static library: without this call the linker would leave them out. Q_INIT_RESOURCE does not work
-// inside a namespace.
+// The pictures are in a static library: without this call the linker would leave them out. Q_INIT_RESOURCE does not
+// work inside a namespace.
 static void keepPictures() {
     Q_INIT_RESOURCE(pictures);
 }

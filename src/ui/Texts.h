@@ -10,8 +10,8 @@
 
 namespace zul::ui {
 
-/// A text for a widget. Parts of most texts come from printers, so characters that would change the writing direction of
-/// the rest, and invalid ones, are shown as "?".
+/// A text for a widget. Parts of most texts come from printers, so characters that would change the writing direction
+/// of the rest, and invalid ones, are shown as "?".
 inline QString qtext(const std::string& text) {
     return QString::fromStdString(printable(text));
 }
@@ -30,8 +30,8 @@ inline QString asSentence(const std::string& text) {
     return sentence.isEmpty() ? sentence : sentence.replace(0, 1, sentence.at(0).toUpper());
 }
 
-/// The text with invisible places after each of these separators where a line may break: a long path has no blanks. Only
-/// for drawing; what is copied or read aloud must not contain them.
+/// The text with invisible places after each of these separators where a line may break: a long path has no blanks.
+/// Only for drawing; what is copied or read aloud must not contain them.
 inline QString breakable(QString text, QLatin1StringView separators = QLatin1StringView("/")) {
     for (const QChar separator : separators) text.replace(separator, QString(separator) + QChar(0x200B));
     return text;

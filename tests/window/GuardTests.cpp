@@ -5,6 +5,7 @@
 #include "holven_log/HOLVEN_Log.h"
 #include "support/ChangedArchive.h"
 #include "ui/LogWindow.h"
+#include "ui/ReportSaver.h"
 #include "ui/TaskbarProgress.h"
 #include "ui/WindowApplication.h"
 #include "virtual_printer/VirtualBus.h"
@@ -153,7 +154,7 @@ TEST_CASE("a report holds all facts of all printers as text and as JSON") {
     Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
     stage.waitForFacts();
     const auto file = stage.folder() / "report";
-    CHECK(stage.window().saveReport(QString::fromStdString(file.string() + ".txt")) == "");
+    CHECK(stage.window().report().save(QString::fromStdString(file.string() + ".txt")) == "");
     const std::string text = TemporaryFolder::read(file.string() + ".txt");
     CHECK(text.find("ZUL Printer Utility 2.06") == 0);
     CHECK(text.find("Serial Number: 111111") != std::string::npos);
@@ -162,7 +163,7 @@ TEST_CASE("a report holds all facts of all printers as text and as JSON") {
     REQUIRE(json.size() == 2);
     CHECK(json[0]["printerSerialNumber"] == "111111");
     CHECK(json[1]["deviceInfo"]["colorTableVersion"] == "0160");
-    const QString problem = stage.window().saveReport("/nowhere/at/all");
+    const QString problem = stage.window().report().save("/nowhere/at/all");
     CHECK(problem.contains("/nowhere/at/all.txt"));
     CHECK(problem.contains("Choose a folder that can be written to."));
 }
@@ -175,7 +176,7 @@ TEST_CASE("details and report show an available version whose file is damaged as
     const auto* const details = stage.window().findChild<QTextEdit*>("details");
     CHECK(details->toPlainText().contains("VK14 01.61, file damaged"));
     const auto file = stage.folder() / "report";
-    CHECK(stage.window().saveReport(QString::fromStdString(file.string() + ".txt")) == "");
+    CHECK(stage.window().report().save(QString::fromStdString(file.string() + ".txt")) == "");
     const std::string text = TemporaryFolder::read(file.string() + ".txt");
     CHECK(text.find("Available Firmware: VK14 01.61, file damaged\n") != std::string::npos);
 }
