@@ -160,7 +160,7 @@ void MainWindow::showContent() {
 }
 
 void MainWindow::showSelection() {
-    _ui->details->show(selection());
+    _ui->details->showPrinter(selection());
     showActions();
 }
 

@@ -3,7 +3,7 @@
 #include "ui/Report.h"
 
 #include "session/PrinterFacts.h"
-#include "ui/DetailsPane.h"
+#include "ui/Details.h"
 #include "ui/Texts.h"
 
 #include <QByteArray>

@@ -19,7 +19,6 @@
 #include <QPlainTextEdit>
 #include <QScrollBar>
 #include <QTest>
-#include <QTextEdit>
 #include <doctest/doctest.h>
 #include <filesystem>
 #include <fstream>
@@ -173,8 +172,7 @@ TEST_CASE("details and report show an available version whose file is damaged as
     archive.damage("VK14 01.61.fw");
     Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
     stage.waitForFacts();
-    const auto* const details = stage.window().findChild<QTextEdit*>("details");
-    CHECK(details->toPlainText().contains("VK14 01.61, file damaged"));
+    CHECK(stage.detailsText().contains("VK14 01.61, file damaged"));
     const auto file = stage.folder() / "report";
     CHECK(stage.window().report().save(QString::fromStdString(file.string() + ".txt")) == "");
     const std::string text = TemporaryFolder::read(file.string() + ".txt");

@@ -2,6 +2,7 @@
 
 #include "platform/dispatch/Queue.h"
 #include "ui/Catalogue.h"
+#include "ui/DetailsPane.h"
 #include "virtual_printer/VirtualBus.h"
 #include "window/Display.h"
 
@@ -20,7 +21,6 @@
 #include <QScreen>
 #include <QTableView>
 #include <QTest>
-#include <QTextEdit>
 #include <algorithm>
 #include <doctest/doctest.h>
 
@@ -230,6 +230,17 @@ int Stage::rows() {
     return tableIn(window()).model()->rowCount();
 }
 
+QString Stage::detailsText() const {
+    const auto& model = *_program->window().findChild<ui::DetailsPane*>("details")->model();
+    QString text;
+    for (int row = 0; row < model.rowCount(); ++row) {
+        for (int column = 0; column < model.columnCount(); ++column) {
+            text += model.data(model.index(row, column), Qt::AccessibleTextRole).toString() + "\n";
+        }
+    }
+    return text;
+}
+
 int Stage::highlightedRow() {
     const auto rows = tableIn(window()).selectionModel()->selectedRows();
     return rows.isEmpty() ? -1 : rows.first().row();
@@ -309,7 +320,7 @@ QString Stage::visibleText() const {
         if (const auto* label = qobject_cast<QLabel*>(widget)) texts << label->text();
         if (const auto* button = qobject_cast<QAbstractButton*>(widget)) texts << withoutMark(button->text());
         if (const auto* bar = qobject_cast<QProgressBar*>(widget)) texts << bar->text();
-        if (const auto* text = qobject_cast<QTextEdit*>(widget)) texts << text->toPlainText();
+        if (qobject_cast<ui::DetailsPane*>(widget) != nullptr) texts << detailsText();
     }
     return texts.join('\n');
 }

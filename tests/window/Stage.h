@@ -100,6 +100,8 @@ class Stage {
     QString cell(int row, int column);
     QString accessibleCell(int row, int column);
     int rows();
+    /// The details of the selected printer as a screen reader reads them: label and value in turn, a line each.
+    QString detailsText() const;
     int highlightedRow();
     std::optional<ShownAlert> alert() const;
     /// How many stand at the same time.

@@ -1,10 +1,10 @@
 // Updates that stall, wait or are refused: what the window says, what may be started again, and what may be put away.
 #include "window/Updates.h"
 
+#include "ui/DetailsPane.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QScrollArea>
-#include <QTextEdit>
 #include <algorithm>
 #include <chrono>
 #include <doctest/doctest.h>
@@ -18,9 +18,9 @@ using std::chrono::milliseconds;
 const char* const kDetails = "Details of the selected printer";
 
 void waitForDetailsOfHeight(Stage& stage, int height) {
-    INFO("now " << stage.findA<QTextEdit>(kDetails).height() << ", before " << height);
+    INFO("now " << stage.findA<ui::DetailsPane>(kDetails).height() << ", before " << height);
     stage.waitFor("the details as large as before",
-                  [&] { return stage.findA<QTextEdit>(kDetails).height() == height; });
+                  [&] { return stage.findA<ui::DetailsPane>(kDetails).height() == height; });
 }
 
 } // namespace
@@ -28,7 +28,7 @@ void waitForDetailsOfHeight(Stage& stage, int height) {
 TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
     stage.waitForFacts();
-    const int before = stage.findA<QTextEdit>(kDetails).height();
+    const int before = stage.findA<ui::DetailsPane>(kDetails).height();
     stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
@@ -52,7 +52,7 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
         CAPTURE(command);
         Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
         stage.waitForFacts();
-        const int before = stage.findA<QTextEdit>(kDetails).height();
+        const int before = stage.findA<ui::DetailsPane>(kDetails).height();
         stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");

@@ -7,12 +7,10 @@
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAccessible>
-#include <QClipboard>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QTableView>
-#include <QTextEdit>
 #include <doctest/doctest.h>
 
 namespace zul::test {
@@ -20,10 +18,6 @@ namespace zul::test {
 namespace {
 
 using Model = ui::PrinterTableModel;
-
-QString detailsText(Stage& stage) {
-    return stage.findA<QTextEdit>("Details of the selected printer").toPlainText();
-}
 
 } // namespace
 
@@ -50,8 +44,8 @@ TEST_CASE("two attached printers are two rows with all their facts") {
 TEST_CASE("the details of a printer with many color tables name every table and checksum") {
     Stage stage({.printers = {quick("VK28")}, .admittedProducts = {0x9001}});
     stage.waitForFacts();
-    stage.waitFor("the last checksum", [&] { return detailsText(stage).contains("Checksum of color table 620 HD"); });
-    const QString details = detailsText(stage);
+    stage.waitFor("the last checksum", [&] { return stage.detailsText().contains("Checksum of color table 620 HD"); });
+    const QString details = stage.detailsText();
     for (const char* table : {"Color table\n", "Color table 600\n", "Color table 610\n", "Color table 620\n",
                               "Color table 300 HD\n", "Color table 600 HD\n", "Color table 610 HD\n",
                               "Color table 620 HD\n", "1284 device ID\n", "Location\n1-1", "USB vendor\n"}) {
@@ -59,27 +53,6 @@ TEST_CASE("the details of a printer with many color tables name every table and 
     }
     CHECK(stage.cell(0, Model::colorTables).contains("620HD:\u00A00100"));
     stage.screenshot("many-tables");
-}
-
-TEST_CASE("the details can be copied with the keyboard, and keep what is marked while facts above it change") {
-    Stage stage({.printers = {quick("VK14", "serial=111111,status=00000:01100")}});
-    stage.waitForFacts();
-    auto& details = stage.findA<QTextEdit>("Details of the selected printer");
-    const auto copied = [&] {
-        QApplication::clipboard()->clear();
-        stage.press(Qt::Key_C, Qt::ControlModifier);
-        return QApplication::clipboard()->text();
-    };
-    stage.tabTo("Details of the selected printer");
-    stage.press(Qt::Key_A, Qt::ControlModifier);
-    CHECK(copied().toStdString() == detailsText(stage).toStdString());
-    CHECK(copied().contains("Serial Number\n111111"));
-    const QString id = "MFG:Zul Imaging Company;MDL:VK14;SERN:111111;";
-    details.setTextCursor(details.document()->find(id));
-    stage.triggerMenu("Printer", "Refresh");
-    stage.waitFor("the other status", [&] { return detailsText(stage).contains("Status\nPaper End"); });
-    stage.settle();
-    CHECK(copied() == id);
 }
 
 TEST_CASE("a window without printers says what to do") {

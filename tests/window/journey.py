@@ -30,7 +30,7 @@ def expect_equal(got, wanted, what):
 def read_facts(screen, firmware, table, offered=NEW):
     """A row shows what the printer answered; a column that is empty would hide a question that was never asked."""
     def row():
-        cells = screen.names("table cell")
+        cells = screen.cells("Printers")
         return cells if firmware in cells and table in cells and "Idle" in cells else None
     cells = screen.wait(f"a row with {firmware} and {table}", row)
     expect_equal(len(cells), 9, "cells of the one row")

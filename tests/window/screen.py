@@ -67,6 +67,12 @@ class Screen:
     def names(self, role):
         return [node.get_name() for node in self.nodes() if node.get_role_name() == role]
 
+    def cells(self, table):
+        """The names of the cells of the table with this name; empty while there is no such table."""
+        node, found = self.find("table", table), []
+        _collect(node, found)
+        return [cell.get_name() for cell in found if cell.get_role_name() == "table cell"]
+
     def find(self, role, name):
         for node in self.nodes():
             if node.get_role_name() == role and node.get_name() == name:
