@@ -56,8 +56,8 @@ DetailsPane::DetailsPane(QWidget* parent) : QTableView(parent), _model(this) {
     horizontalHeader()->hide();
     horizontalHeader()->setStretchLastSection(true);
     horizontalHeader()->setSectionResizeMode(DetailsModel::label, QHeaderView::ResizeToContents);
-    // The height of a row depends on the width of its value. Queued, because the header emits this before it has set the
-    // width.
+    // The height of a row depends on the width of its value. Queued, because the header emits this before it has set
+    // the width.
     connect(horizontalHeader(), &QHeaderView::sectionResized, this, &QTableView::resizeRowsToContents,
             Qt::QueuedConnection);
 

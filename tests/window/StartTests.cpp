@@ -31,7 +31,7 @@ TEST_CASE("two attached printers are two rows with all their facts") {
     CHECK(stage.cell(1, Model::serialNumber) == "222222");
     CHECK(stage.cell(0, Model::status) == "Idle");
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.60");
-    CHECK(stage.cell(0, Model::offeredFirmware) == "VK14 01.61");
+    CHECK(stage.cell(0, Model::availableFirmware) == "VK14 01.61");
     CHECK(stage.cell(0, Model::colorTables) == "0160");
     CHECK(stage.cell(1, Model::lifetimeCounter) == "1234");
     CHECK(stage.cell(0, Model::usbSerialNumber) == "Unavailable");
@@ -165,7 +165,7 @@ TEST_CASE("firmware that is newer than the installed one is marked without colou
     Stage stage({.printers = {quick("VK14"), quick("VK14", "firmware=VK14 01.61")}});
     stage.waitForFacts();
     const auto& model = *stage.window().findChild<QTableView*>("table")->model();
-    const auto at = [&](int row, int role) { return model.data(model.index(row, Model::offeredFirmware), role); };
+    const auto at = [&](int row, int role) { return model.data(model.index(row, Model::availableFirmware), role); };
     CHECK(at(0, Qt::FontRole).value<QFont>().bold());
     CHECK(at(0, Qt::ToolTipRole).toString() == "Newer than the installed firmware");
     CHECK(at(0, Qt::AccessibleDescriptionRole).toString() == "Newer than the installed firmware");
