@@ -1,4 +1,4 @@
-// The details pane: its model without a printer, and the view as an operator or a screen reader uses it.
+// The details pane: its model without a printer, and the view as an operator or a screen reader uses it. GUI thread.
 #include "window/Stage.h"
 
 #include "ui/DetailsModel.h"
@@ -104,7 +104,7 @@ TEST_CASE("a changed value is one change of the details model, and equal lines a
     CHECK(removals.isEmpty());
 }
 
-TEST_CASE("a line that stays in the details keeps its row index while lines are added and removed around it") {
+TEST_CASE("a remaining line of the details keeps its model index while lines are added and removed around it") {
     DetailsModel model;
     const QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
     model.replace(kLines);
@@ -139,7 +139,7 @@ TEST_CASE("the details model shows lines with the same label, and lines in anoth
 
 TEST_CASE("a screen reader finds labels and values of the details in a table") {
     Stage stage({.printers = {quick("VK14", "serial=111111")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& table = accessibleTable(stage.findA<ui::DetailsPane>("Details of the selected printer"));
     CHECK(table.columnCount() == 2);
     REQUIRE(table.rowCount() > 10);
@@ -151,7 +151,7 @@ TEST_CASE("a screen reader finds labels and values of the details in a table") {
 
 TEST_CASE("all details can be copied with the keyboard, one line each") {
     Stage stage({.printers = {quick("VK14", "serial=111111")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.tabTo("Details of the selected printer");
     stage.press(Qt::Key_A, Qt::ControlModifier);
     const QString text = copied(stage).value_or("");
@@ -163,7 +163,7 @@ TEST_CASE("all details can be copied with the keyboard, one line each") {
 
 TEST_CASE("selected values of the details are copied without labels, from top to bottom") {
     Stage stage({.printers = {quick("VK14", "serial=111111")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& pane = stage.findA<ui::DetailsPane>("Details of the selected printer");
     clickCell(pane, valueOf(pane, "Serial Number"));
     clickCell(pane, valueOf(pane, "Model"), Qt::ControlModifier);
@@ -174,7 +174,7 @@ TEST_CASE("selected values of the details are copied without labels, from top to
 
 TEST_CASE("a value in the details stays selected while values above it change, until another printer is shown") {
     Stage stage({.printers = {quick("VK14", "serial=111111,status=00000:01100"), quick("VK14", "serial=222222")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.clickRow(0);
     stage.settle();
     auto& pane = stage.findA<ui::DetailsPane>("Details of the selected printer");
@@ -184,6 +184,7 @@ TEST_CASE("a value in the details stays selected while values above it change, u
     stage.waitFor("the other status", [&] { return stage.detailsText().contains("Status\nPaper End"); });
     stage.settle();
     CHECK(pane.verticalScrollBar()->value() == place);
+    stage.screenshot("selected-detail");
     CHECK(copied(stage) == "MFG:Zul Imaging Company;MDL:VK14;SERN:111111;");
     stage.printers().at(1)->getPrinterFirmwareVersion(); // it becomes the selected printer
     stage.waitFor("the second row", [&] { return stage.highlightedRow() == 1; });
@@ -194,7 +195,7 @@ TEST_CASE("a value in the details stays selected while values above it change, u
 
 TEST_CASE("a long value in the details wraps in a narrow pane, where its row is as high as its text") {
     Stage stage({.printers = {quick("VK14", "serial=111111")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     ui::DetailsPane pane;
     pane.resize(900, 300);
     pane.showPrinter(stage.printers().front());
@@ -214,7 +215,7 @@ TEST_CASE(
     QApplication::setLayoutDirection(Qt::RightToLeft);
     {
         Stage stage({.printers = {quick("VK14", "serial=111111")}});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         auto& pane = stage.findA<ui::DetailsPane>("Details of the selected printer");
         const QModelIndex value = valueOf(pane, "Model");
         CHECK(pane.visualRect(value.siblingAtColumn(DetailsModel::label)).left() > pane.visualRect(value).left());
