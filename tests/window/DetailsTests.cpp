@@ -5,6 +5,7 @@
 #include "ui/DetailsPane.h"
 #include "ui/Texts.h"
 
+#include <QAbstractItemDelegate>
 #include <QAbstractItemModelTester>
 #include <QAccessible>
 #include <QApplication>
@@ -13,6 +14,7 @@
 #include <QPersistentModelIndex>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QStyleOptionViewItem>
 #include <QTest>
 #include <doctest/doctest.h>
 #include <optional>
@@ -204,6 +206,11 @@ TEST_CASE("a long value in the details wraps in a narrow pane, where its row is 
     stage.waitFor("one line", [&] { return pane.rowHeight(id.row()) == pane.rowHeight(0); });
     pane.resize(360, 300);
     stage.waitFor("more than one line", [&] { return pane.rowHeight(id.row()) > pane.rowHeight(0) * 3 / 2; });
+    QStyleOptionViewItem option;
+    option.rect = pane.visualRect(id);
+    option.features = QStyleOptionViewItem::WrapText;
+    const int longestLine = pane.itemDelegate()->sizeHint(option, id).width();
+    CHECK(longestLine <= pane.columnWidth(DetailsModel::value)); // it also breaks where it has no blanks
     CHECK_FALSE(pane.horizontalScrollBar()->isVisible());
     const QAbstractItemView& view = pane;
     CHECK(view.sizeHintForColumn(DetailsModel::label) <= pane.columnWidth(DetailsModel::label));
