@@ -1,6 +1,7 @@
 // How the window looks: the main states in light and dark, with enough contrast. The screenshots are for people to look
 // at.
 #include "window/Stage.h"
+#include "window/Updates.h"
 
 #include "ui/Pictures.h"
 
@@ -71,7 +72,7 @@ TEST_CASE("the main states in light and in dark") {
             return stage.supervisor().updates().begin()->second.state.phase >= UpdatePhase::loaderAway;
         });
         stage.screenshot("under-way" + suffix);
-        stage.waitForAlert("Firmware update was successful!");
+        stage.waitForAlert(kSuccessTitle);
         stage.screenshot("success" + suffix);
         stage.answer("Finish");
         stage.screenshot("updated" + suffix);

@@ -1,6 +1,7 @@
 // What accompanies updates: the lock against sleep, the task bar, the log window, the report, and claimed printers. GUI
 // thread.
 #include "window/Stage.h"
+#include "window/Updates.h"
 
 #include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
@@ -72,10 +73,10 @@ TEST_CASE("an update is under way from its first command to its report") {
     CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("I Agree");
     stage.answer("Continue");
-    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    stage.waitForAlert(kConfirmTitle);
     stage.answer("Update Firmware to VK14 01.61");
     stage.waitFor("the update", [&] { return stage.supervisor().isAnyUnderWay(); });
-    stage.waitForAlert("Firmware update was successful!");
+    stage.waitForAlert(kSuccessTitle);
     stage.waitFor("its end", [&] { return !stage.supervisor().isAnyUnderWay(); });
     stage.answer("Finish");
 }
@@ -92,11 +93,11 @@ TEST_CASE("during an update the machine stays awake and the task bar shows how f
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
     stage.answer("Continue");
-    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    stage.waitForAlert(kConfirmTitle);
     CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
     stage.answer("Update Firmware to VK14 01.61");
     stage.waitFor("the lock", [&] { return stage.program().session().sleepInhibitor.isWanted(); });
-    stage.waitForAlert("Firmware update was successful!");
+    stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
     stage.waitFor("the end of the lock", [&] { return !stage.program().session().sleepInhibitor.isWanted(); });
     stage.waitFor("the last signal to the task bar",

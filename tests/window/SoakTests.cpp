@@ -1,5 +1,6 @@
 // Long runs: at the end the program holds no more threads, descriptors and printers than at the beginning.
 #include "window/Stage.h"
+#include "window/Updates.h"
 
 #include "virtual_printer/VirtualBus.h"
 
@@ -31,12 +32,8 @@ void updateOnce(Stage& stage, Version installed) {
         stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
         stage.answer("Install Again");
     }
-    stage.waitForAlert("Attention:");
-    stage.click("I Agree");
-    stage.answer("Continue");
-    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
-    stage.answer(stage.alert()->buttons.last());
-    stage.waitForAlert("Firmware update was successful!");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
     stage.waitForDeviceInfo();
 }
