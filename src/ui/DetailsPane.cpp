@@ -16,7 +16,7 @@ namespace zul::ui {
 
 namespace {
 
-constexpr int kRowSpacing = 4; // pixels between the texts of two rows
+constexpr int kRowSpacing = 6; // pixels between the texts of two rows
 
 // Draws values so that long ones wrap, and so that identifiers read from left to right in every language.
 class DetailsDelegate final : public QStyledItemDelegate {
