@@ -17,7 +17,7 @@ namespace {
 
 std::string ownerText(Ownership ownership) {
     if (ownership == Ownership::otherProgram) return Bundle::localized("another program");
-    return ownership == Ownership::thisProgram ? Bundle::localized("this program") : Bundle::localized("nobody");
+    return ownership == Ownership::thisProgram ? Bundle::localized("this program") : Bundle::localized("no program");
 }
 
 void add(std::vector<Detail>& details, const char* label, const std::optional<std::string>& value) {

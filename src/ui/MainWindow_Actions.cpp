@@ -122,18 +122,19 @@ void MainWindow::askBeforeEqualVersion(const Session::Printer& printer) {
 }
 
 void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
-    AlertDescription question = questionAlert(
-        {.title = localizedFormat("Start the update of %s again?", nameOf(*printer)),
-         .message = adviceFor(_supervisor.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
-                    Bundle::localized("To start again now sends the firmware once more, which may damage a "
-                                      "printer that is still at work."),
-         .decline = Bundle::localized("Cancel"),
-         .accept = Bundle::localized("Start Again")},
-        [this, key = printer->keyUSBdevice()] {
-            const auto attached = _session.printerWithKey(key); // another object if it was attached again meanwhile
-            if (!attached || !_supervisor.mayGetSecondImage(key)) return;
-            _supervisor.begin(attached, UpdateSupervisor::Equal::install);
-        });
+    AlertDescription question =
+        questionAlert({.title = localizedFormat("Start the update of %s again?", nameOf(*printer)),
+                       .message = adviceFor(_supervisor.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
+                                  Bundle::localized("Starting again now sends the firmware a second time, which may "
+                                                    "damage a printer that is still working."),
+                       .decline = Bundle::localized("Cancel"),
+                       .accept = Bundle::localized("Start Again")},
+                      [this, key = printer->keyUSBdevice()] {
+                          const auto attached =
+                              _session.printerWithKey(key); // another object if it was attached again meanwhile
+                          if (!attached || !_supervisor.mayGetSecondImage(key)) return;
+                          _supervisor.begin(attached, UpdateSupervisor::Equal::install);
+                      });
     question.style = AlertStyle::critical;
     question.iconName = printer->image().value_or("");
     _alerts.beginAlert(std::move(question));
@@ -144,7 +145,7 @@ void MainWindow::resetCounter(char letter) {
     if (!printer) return;
     AlertDescription question =
         questionAlert({.title = localizedFormat("Reset counter %c of %s?", letter, nameOf(*printer)),
-                       .message = Bundle::localized("The counter is set to 0. Its old value cannot be brought back."),
+                       .message = Bundle::localized("The counter is set to 0. The old value cannot be restored."),
                        .decline = Bundle::localized("Cancel"),
                        .accept = Bundle::localized("Reset Counter")},
                       [this, printer, letter] {
@@ -216,13 +217,13 @@ void MainWindow::quitAsked() {
         return;
     }
     if (std::exchange(_isAskingToQuit, true)) return;
-    AlertDescription question = questionAlert(
-        {.title = Bundle::localized("A printer is being updated. Quit all the same?"),
-         .message = Bundle::localized("Its update stops where it is, and the printer may be unusable until "
-                                      "the update is repeated."),
-         .decline = Bundle::localized("Keep Updating"),
-         .accept = Bundle::localized("Quit")},
-        [this] { _application.endNow(); });
+    AlertDescription question =
+        questionAlert({.title = Bundle::localized("A printer is being updated. Quit anyway?"),
+                       .message = Bundle::localized("The update stops now, and the printer may be unusable until "
+                                                    "the update is repeated."),
+                       .decline = Bundle::localized("Keep Updating"),
+                       .accept = Bundle::localized("Quit")},
+                      [this] { _application.endNow(); });
     question.style = AlertStyle::critical;
     question.isModal = true; // before any sheet, because the operator waits for it
     question.completion = [this, answered = question.completion](int answer) {
@@ -238,7 +239,7 @@ void MainWindow::endAsked() {
         return;
     }
     _isEndAsked = true;
-    _ui->statusbar->showMessage(localized("The program ends as soon as the printers in an update can be left."));
+    _ui->statusbar->showMessage(localized("The program ends as soon as the updates can be interrupted safely."));
     _supervisor.requestStop();
 }
 

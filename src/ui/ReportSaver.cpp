@@ -46,7 +46,7 @@ void ReportSaver::saveNamed(const QString& file) {
         return;
     }
     _alerts.beginAlert(questionAlert({.title = localizedFormat("%s exists already.", others.join(", ").toStdString()),
-                                      .message = Bundle::localized("What it holds would be lost."),
+                                      .message = Bundle::localized("Its contents would be lost."),
                                       .decline = Bundle::localized("Cancel"),
                                       .accept = Bundle::localized("Replace")},
                                      [this, file] { saveAndReport(file); }));

@@ -144,7 +144,7 @@ void UpdateCard::showSteps(const Update& update) {
         const bool isPast = i < current || isDone;
         const bool isNow = i == current && !isPast;
         const char* sign = "○";
-        QString spoken = qtext(localizedFormat("%s: to come", title.toStdString()));
+        QString spoken = qtext(localizedFormat("%s: not started", title.toStdString()));
         if (isPast) {
             sign = "✓";
             spoken = qtext(localizedFormat("%s: done", title.toStdString()));

@@ -159,7 +159,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& upd
     const UpdateState& state = update.state;
     if (state.phase == UpdatePhase::backInLoader) return UpdateResult::imageNotTaken;
     if (state.phase == UpdatePhase::restarted && state.isIdentityMissing) return UpdateResult::identityLost;
-    // The loader did not take the image. The questions that follow it show whether it waits for another one. One that
+    // The loader did not accept the image. The questions that follow it show whether it waits for another one. One that
     // was sent whole may have been taken although its end was not confirmed: the printer then leaves.
     const bool isLoaderWaiting = state.rawStatus == kLoaderStatus && state.isRefusalAnswered;
     const bool isRefused = state.phase == UpdatePhase::writing && state.refused && !state.refused->isByDeparture();
@@ -263,7 +263,7 @@ void UpdateSupervisor::explain(Update& update) const {
     }
     if (result == UpdateResult::notBack && !update.replacedBy.empty()) {
         update.verdict.reason =
-            localizedFormat("another printer (serial number %s) is attached at its place", update.replacedBy);
+            localizedFormat("another printer (serial number %s) is attached at its location", update.replacedBy);
         update.advice = Bundle::localized(operatorText("Attach the printer whose update was begun, and start its "
                                                        "update again."));
     }
@@ -280,8 +280,9 @@ void UpdateSupervisor::explain(Update& update) const {
     const std::string& last = earlier->phases.back().name;
     if (last != phaseRow(UpdatePhase::writing).name && last != phaseRow(UpdatePhase::cutOff).name) return;
     // What waits for the rest of a payload takes every question for that rest.
-    update.verdict.reason = localizedFormat("the firmware was cut off at %s, and the printer waits for the rest of it",
-                                            localTimeText(earlier->begun));
+    update.verdict.reason =
+        localizedFormat("the transfer of the firmware was interrupted at %s, and the printer waits for the rest of it",
+                        localTimeText(earlier->begun));
     update.advice = Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
                                                    "completes it."));
 }

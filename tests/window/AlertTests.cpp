@@ -227,11 +227,11 @@ TEST_CASE("a printer that was detached while its agreement was shown is an error
     checkAlert(stage.waitForAlert("Printer Error"),
                "The printer is not responding properly. Please power-cycle the printer and try again.",
                {"Proceed", "Cancel"});
-    CHECK(stage.visibleText().contains("Not updated: the printer left before its update began."));
+    CHECK(stage.visibleText().contains("Not updated: the printer was disconnected before its update began."));
     stage.answer("Proceed");
     stage.waitForAlert("Printer Error");
     stage.answer("Cancel");
-    CHECK(stage.visibleText().contains("Not updated: the printer left before its update began."));
+    CHECK(stage.visibleText().contains("Not updated: the printer was disconnected before its update began."));
 }
 
 TEST_CASE("a known printer found in its loader raises a question, and \"Ignore\" the advice to power-cycle it") {
@@ -446,7 +446,7 @@ TEST_CASE("a counter is reset only after a question, and \"Cancel\" sends no com
     stage.waitForDeviceInfo();
     stage.triggerMenu("Printer", "Reset Counter A…");
     checkAlert(stage.waitForAlert("Reset counter A of VK14 111111 (1-1)?"),
-               "The counter is set to 0. Its old value cannot be brought back.", {"Cancel", "Reset Counter"});
+               "The counter is set to 0. The old value cannot be restored.", {"Cancel", "Reset Counter"});
     stage.answer("Cancel");
     stage.triggerMenu("Printer", "Reset Counter M…");
     stage.waitForAlert("Reset counter M of VK14 111111 (1-1)?");

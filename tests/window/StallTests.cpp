@@ -34,7 +34,7 @@ TEST_CASE("a printer that does not return from its restart gets advice, and a la
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("advice", [&] {
-        return stage.visibleText().contains("The printer has not come back as its loader. Leave it switched on");
+        return stage.visibleText().contains("The printer has not restarted into its loader. Leave it switched on");
     });
     CHECK(stage.visibleText().contains("A printer is restarting. Leave it switched on and connected."));
     stage.screenshot("stalled");
@@ -152,7 +152,7 @@ TEST_CASE("a printer that replies but is not ready gets advice, and its update c
         supervisor.dismiss(onlyUpdate(stage).state.key);
         CHECK(onlyUpdate(stage).isDismissed);
         stage.waitFor("the card again", [&] {
-            return stage.visibleText().contains("✗ Not updated: the printer did not take the command to restart.");
+            return stage.visibleText().contains("✗ Not updated: the printer did not accept the command to restart.");
         });
     }
 }
@@ -209,7 +209,7 @@ TEST_CASE("a printer that does not leave after its image gets a second one only 
     stage.click("Update Firmware…");
     const auto question = stage.waitForAlert("Start the update of VK14 000001 (1-1) again?");
     CHECK(question.message.startsWith("The printer has the firmware and has not restarted yet."));
-    CHECK(question.message.endsWith("which may damage a printer that is still at work."));
+    CHECK(question.message.endsWith("which may damage a printer that is still working."));
     CHECK(question.buttons == QStringList{"Cancel", "Start Again"});
     CHECK(question.defaultButton == "Cancel");
     SUBCASE("and none after \"Cancel\"") {
@@ -274,7 +274,7 @@ TEST_CASE("the report on a printer that refuses to restart says why it is unchan
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the end", [&] { return !onlyUpdate(stage).isOpen(); });
     CHECK(onlyUpdate(stage).verdict.isUntouched());
-    CHECK(stage.visibleText().contains("✗ Not updated: the printer did not take the command to restart."));
+    CHECK(stage.visibleText().contains("✗ Not updated: the printer did not accept the command to restart."));
     CHECK(stage.visibleText().contains("⚠ Nothing has been changed in the printer. Start the update again."));
     CHECK(updateAction(stage).isEnabled());
 }

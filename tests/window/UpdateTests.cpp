@@ -184,7 +184,7 @@ TEST_CASE("a failed update marks the step that failed, and marks no later step a
     CHECK(text.contains("✗ Color table 2 of 2"));
     CHECK(text.contains("○ Done"));
     CHECK(stage.find("Color table 2 of 2: not done") != nullptr);
-    CHECK(stage.find("Done: to come") != nullptr);
+    CHECK(stage.find("Done: not started") != nullptr);
     CHECK_FALSE(stage.window().findChild<QProgressBar*>()->isVisible());
     stage.screenshot("failed");
 }
@@ -269,7 +269,7 @@ TEST_CASE("quitting during an update asks first, and the update continues by def
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
-    const QString question = "A printer is being updated. Quit all the same?";
+    const QString question = "A printer is being updated. Quit anyway?";
     SUBCASE("from the menu") {
         stage.triggerMenu("File", "Quit");
     }
@@ -304,7 +304,7 @@ TEST_CASE("\"Quit\" in the agreement of one printer does not end the update of a
     stage.supervisor().begin(all[1], UpdateSupervisor::Equal::install);
     stage.waitForAlert("Attention:");
     stage.answer("Quit");
-    stage.waitForAlert("A printer is being updated. Quit all the same?");
+    stage.waitForAlert("A printer is being updated. Quit anyway?");
     CHECK_FALSE(stage.hasEnded());
     stage.answer("Quit");
     CHECK(stage.hasEnded());

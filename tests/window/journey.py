@@ -18,7 +18,7 @@ OLD, NEW = "VK14 01.60", "VK14 01.61"
 AGREEMENT = "Attention:"
 CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
 SAMPLES = "The firmware files in use are samples for virtual printers."
-QUIT = "A printer is being updated. Quit all the same?"
+QUIT = "A printer is being updated. Quit anyway?"
 REPORT = "Firmware update was successful!"
 WRITING = 3  # in STEPS
 STEPS = ["Checking", "Entering the loader", "Restarting", "Writing firmware", "Restarting", "Color table", "Done"]
@@ -56,7 +56,7 @@ def agree_and_confirm(screen):
 def steps_of(screen):
     def labels():
         found = [node for node in screen.nodes() if node.get_role_name() == "label" and
-                 node.get_name().endswith((": to come", ": current step", ": done"))]
+                 node.get_name().endswith((": not started", ": current step", ": done"))]
         return found if len(found) == len(STEPS) else None
     return screen.wait("the steps of the update", labels)
 
