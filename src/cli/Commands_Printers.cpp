@@ -210,7 +210,7 @@ void runUSBSerial(Program& program) {
         program, printer, [printer, enabled] { printer->setUSB_ISerial(enabled); },
         [&program, printer, enabled] {
             if (printer->usbISerial() != enabled) {
-                program.output.problem("the printer did not take the setting.", kFailed);
+                program.output.problem("the printer did not accept the setting.", kFailed);
                 program.quit(kFailed);
                 return;
             }

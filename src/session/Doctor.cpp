@@ -145,7 +145,7 @@ Check Doctor::nodeRights(const ExaminedPrinter& printer) const {
         if (mayUse(node) || !std::filesystem::exists(node, error)) continue;
         return checkOf(printer, kName, CheckState::problem,
                        localizedFormat("no right to open %s, where the kernel's printer driver shows whether a job is "
-                                       "printed: the printer is left alone",
+                                       "being printed: the printer is not used",
                                        node),
                        kJoin);
     }
@@ -176,10 +176,10 @@ Check Doctor::printQueue(const ExaminedPrinter& printer) const {
         const std::string queue = queueOfLine(line, printer);
         if (queue.empty() || states.find("printer " + queue + " disabled") != std::string::npos) continue;
         return checkOf(printer, kName, CheckState::warning,
-                       localizedFormat("the print queue %s is active and may take the printer", queue),
+                       localizedFormat("the print queue %s is active and may claim the printer", queue),
                        "cupsdisable " + shellWord(queue));
     }
-    return checkOf(printer, kName, CheckState::ok, localizedFormat("no active print queue prints on it"));
+    return checkOf(printer, kName, CheckState::ok, localizedFormat("no active print queue uses it"));
 }
 
 Check Doctor::usblp(const ExaminedPrinter& printer) const {
@@ -189,10 +189,10 @@ Check Doctor::usblp(const ExaminedPrinter& printer) const {
         return checkOf(printer, kName, CheckState::ok,
                        localizedFormat("the kernel's printer driver is not bound to it"));
     }
-    return checkOf(printer, kName, CheckState::warning,
-                   localizedFormat("the kernel's printer driver is bound to it; the printer is taken from it while no "
-                                   "job is printed"),
-                   "sudo modprobe -r usblp");
+    return checkOf(
+        printer, kName, CheckState::warning,
+        localizedFormat("the kernel's printer driver is bound to it; it is detached while no job is printed"),
+        "sudo modprobe -r usblp");
 }
 
 Check Doctor::archive(const ExaminedPrinter& printer) const {

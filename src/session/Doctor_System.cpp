@@ -62,12 +62,12 @@ Check Doctor::udevRule() const {
     }
     if (found.empty()) {
         // Root can use every printer without the rule.
-        return {kName,
-                {},
-                _options.isRoot ? CheckState::warning : CheckState::problem,
-                localizedFormat("the udev rule %s is not installed: printers may be out of reach for their users",
-                                kRuleName),
-                installCommand()};
+        return {
+            kName,
+            {},
+            _options.isRoot ? CheckState::warning : CheckState::problem,
+            localizedFormat("the udev rule %s is not installed: users may have no access to the printers", kRuleName),
+            installCommand()};
     }
     if (coversOurPrinters(found.front())) {
         return {kName, {}, CheckState::ok, localizedFormat("the udev rule is %s", found.front().string()), {}};
@@ -140,7 +140,7 @@ Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
         const auto found = std::ranges::find(processes, kIppUsb, &FoundProcess::name);
         if (found == processes.end()) continue;
         return {kIppUsb, printer.key, CheckState::problem,
-                localizedFormat("ipp-usb has taken %s (process %d)", printer.name, found->pid),
+                localizedFormat("ipp-usb has claimed %s (process %d)", printer.name, found->pid),
                 "sudo systemctl stop ipp-usb"};
     }
     std::error_code error;
@@ -149,7 +149,7 @@ Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
         return {kIppUsb,
                 {},
                 CheckState::warning,
-                localizedFormat("ipp-usb runs and may take printers that arrive"),
+                localizedFormat("ipp-usb is running and may claim new printers"),
                 "sudo systemctl stop ipp-usb"};
     }
     return {kIppUsb, {}, CheckState::ok, localizedFormat("ipp-usb does not run"), {}};

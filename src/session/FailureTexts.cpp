@@ -24,7 +24,7 @@ std::string rightsRemedy() {
 
 std::string hiddenJobsText(const std::string& printer, const std::string& nodes) {
     return localizedFormat("%s may not be used: no right to open %s, where the kernel's printer driver shows whether a "
-                           "job is printed. %s",
+                           "job is being printed. %s",
                            printer, nodes, rightsRemedy());
 }
 
@@ -58,7 +58,7 @@ std::string missingRightText(const TBUSBPrinter& printer, const SystemFolders& f
 }
 
 std::string commandFailureText(const std::string& printer, IOReturn code) {
-    return localizedFormat("%s did not take the command: %s. Switch it off and on, then try again.", printer,
+    return localizedFormat("%s did not accept the command: %s. Switch it off and on, then try again.", printer,
                            describeFailure(code));
 }
 

@@ -159,7 +159,7 @@ LoginLock takeLoginLock(const LoginServiceOptions& options, const std::string& w
         if (result.lock || !isRefusal(answer.errorName)) break;
     }
     if (!result.lock && result.problem.empty()) {
-        result.problem = localizedFormat("the login service of the system gave no lock");
+        result.problem = localizedFormat("the login service of the system did not grant the lock");
     }
     return result;
 }

@@ -21,7 +21,7 @@ json orNull(const std::optional<std::string>& text) {
 
 const char* nameOfOwnership(Ownership ownership) {
     if (ownership == Ownership::otherProgram) return "another program";
-    return ownership == Ownership::thisProgram ? "this program" : "nobody";
+    return ownership == Ownership::thisProgram ? "this program" : "no program";
 }
 
 } // namespace
@@ -58,7 +58,7 @@ std::string conditionText(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& p
     const auto holder = supervisor.holder(printer.keyUSBdevice());
     std::string condition = holder ? describeHolder(*holder) : supervisor.interruptedText(printer);
     if (condition.empty() && supervisor.isNotAnswering(printer.keyUSBdevice())) {
-        condition = localizedFormat("does not answer as it should, switch it off and on");
+        condition = localizedFormat("gives no valid answers, switch it off and on");
     }
     return condition;
 }

@@ -58,7 +58,7 @@ std::vector<std::string> UnusablePrinters::notAdmitted() const {
         if (product == nullptr || !productVendorIDs().contains(vendor) || acceptedProductIDs().contains(productID) ||
             _admittedProducts.contains(productID))
             continue;
-        texts.push_back(localizedFormat("the %s at %s is left alone: its product ID is not admitted. Admit it for "
+        texts.push_back(localizedFormat("the %s at %s is not used: its product ID is not admitted. Admit it for "
                                         "this run with --admit-product 0x%.4X.",
                                         std::string(product->model), service->locationText(), productID));
     }

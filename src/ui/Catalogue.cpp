@@ -1,3 +1,5 @@
+// Connects Bundle, which looks up all texts, to gettext, and loads the toolkit's own translations. Main thread; main
+// calls it before the window is built.
 #include "ui/Catalogue.h"
 
 #include <QCoreApplication>
@@ -13,7 +15,7 @@ namespace zul::ui {
 namespace {
 
 std::string translated(const char* key) {
-    return *key == 0 ? "" : dgettext(kTextDomain, key); // the empty key is the catalogue's own header
+    return *key == 0 ? "" : dgettext(kTextDomain, key); // gettext returns the catalogue's header for an empty key
 }
 
 std::string translatedPlural(const char* singular, const char* plural, unsigned long number) {
@@ -24,7 +26,7 @@ std::string translatedPlural(const char* singular, const char* plural, unsigned 
 
 void useCatalogues(const std::filesystem::path& localeFolder) {
     std::setlocale(LC_ALL, "");
-    std::setlocale(LC_NUMERIC, "C"); // numbers on the wire and in files have a point
+    std::setlocale(LC_NUMERIC, "C"); // numbers on the wire and in files use a decimal point
     bindtextdomain(kTextDomain, localeFolder.c_str());
     bind_textdomain_codeset(kTextDomain, "UTF-8");
     Bundle::setTranslator(translated, translatedPlural);

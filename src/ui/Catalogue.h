@@ -1,4 +1,5 @@
-// The operator's language: gettext catalogues under the English texts. Before the first text is shown.
+// The operator's language: gettext catalogues, whose keys are the English texts. Main thread, before the first text is
+// shown.
 #pragma once
 
 #include "platform/foundation/Bundle.h"
@@ -10,15 +11,15 @@ namespace zul::ui {
 
 inline constexpr const char* kTextDomain = "zul-printer-utility";
 
-/// Looks texts up in the catalogues of this folder (LANGUAGE/LC_MESSAGES/zul-printer-utility.mo), in the language of
-/// the environment (LANGUAGE, LC_ALL, LC_MESSAGES, LANG). Main thread, before others are started.
+/// Makes Bundle translate with the catalogues of this folder (LANGUAGE/LC_MESSAGES/zul-printer-utility.mo), into the
+/// language of the environment (LANGUAGE, LC_ALL, LC_MESSAGES, LANG). Main thread, before other threads are started.
 void useCatalogues(const std::filesystem::path& localeFolder);
 
-/// The language whose catalogue is in use, as in "de"; "" for English.
+/// The language of the catalogue in use, such as "de"; empty for English.
 std::string catalogueLanguage();
 
-/// The toolkit's own few texts ("Copy", the file dialog) in the same language, where its catalogues are installed.
-/// After useCatalogues, with an application.
+/// Translates the toolkit's own texts (its file dialog) into the same language if its catalogue for that is installed.
+/// After useCatalogues, when the application object exists.
 void translateToolkit();
 
 } // namespace zul::ui

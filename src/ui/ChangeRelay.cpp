@@ -1,3 +1,4 @@
+// Decides on which thread a change notice has come. Called on the thread of the change, by the notice itself.
 #include "ui/ChangeRelay.h"
 
 #include "Classes/TBPrinters.h"

@@ -1,4 +1,5 @@
-// Change notices for widgets: notices come on any thread, widgets live on the GUI thread, which is the main queue's.
+// Brings change notices of engine objects, which may be sent on any thread, to widgets on the GUI thread, which is the
+// main queue's.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -11,12 +12,13 @@
 
 namespace zul::ui {
 
-/// Observes one key of one object for as long as it lives. A notice sent on the main queue is handed on at once, any
-/// other is posted there. Made and destroyed on the GUI thread; changed is never called afterwards.
+/// Observes one key of one object from construction to destruction, both on the GUI thread.
 class ChangeRelay {
   public:
     using Changed = std::function<void(const std::string& keyPath)>;
 
+    /// Calls changed with the key path on the GUI thread: at once for a change made on the main queue, later for any
+    /// other. Never after the destructor. keyPath may be KeyValueObservable::kEveryKey.
     ChangeRelay(MainQueue& mainQueue, std::shared_ptr<KeyValueObservable> object, std::string keyPath, Changed changed)
         : _object(std::move(object)), _keyPath(std::move(keyPath)),
           _observer(std::make_shared<Observer>(mainQueue, std::move(changed))) {

@@ -1,124 +1,101 @@
+// The view of the details: layout of its columns and rows, how values are drawn, and copying. GUI thread; MainWindow
+// calls showPrinter whenever the selection or the selected printer's device info changes.
 #include "ui/DetailsPane.h"
 
-#include "Classes/ColorTables.h"
-#include "archive/FirmwareArchive.h"
-#include "platform/foundation/Format.h"
-#include "session/PrinterFacts.h"
 #include "ui/Texts.h"
 
-#include <QScrollBar>
+#include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QEvent>
+#include <QHeaderView>
+#include <QStyledItemDelegate>
 #include <algorithm>
 
 namespace zul::ui {
 
 namespace {
 
-using Details = std::vector<std::pair<QString, QString>>;
+constexpr int kRowSpacing = 6; // pixels between the texts of two rows
 
-QString ownerText(Ownership ownership) {
-    if (ownership == Ownership::otherProgram) return localized("another program");
-    return ownership == Ownership::thisProgram ? localized("this program") : localized("nobody");
-}
+// Draws values so that long ones wrap, and so that identifiers read from left to right in every language.
+class DetailsDelegate final : public QStyledItemDelegate {
+  public:
+    using QStyledItemDelegate::QStyledItemDelegate;
 
-void add(Details& details, const char* label, const std::optional<std::string>& value) {
-    if (value && !value->empty()) details.emplace_back(localized(label), qtext(*value));
-}
-
-void addFirmware(Details& details, TBUSBPrinterZUL& printer) {
-    add(details, operatorText("Firmware"), printer.firmwareVersion());
-    // Called for its check, whose results addFirmwareFiles lists.
-    static_cast<void>(printer.newFirmwareVersion());
-    if (printer.firmwareOffer()) add(details, operatorText("Available Firmware"), offeredFirmware(printer));
-    add(details, operatorText("Previous firmware"), printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
-    for (const ColorTable& table : allColorTables()) add(details, table.versionLabel, printer.fact(table.versionKey));
-    for (const ColorTable& table : allColorTables()) add(details, table.checksumLabel, printer.fact(table.checksumKey));
-}
-
-// What came of the last look at the files; a file that is not there is not looked at.
-void addFirmwareFiles(Details& details, TBUSBPrinterZUL& printer) {
-    const DeviceInfo& known = *printer.deviceInfoDict();
-    for (const std::string& name : known.strings(cFirmwareFilenames).value_or(std::vector<std::string>{})) {
-        const auto isIntact = known.boolean(name);
-        if (!isIntact) continue;
-        details.emplace_back(localized("Firmware file"),
-                             qtext(name) + ": " + (*isIntact ? localized("intact") : localized("damaged")));
+    // Device IDs and paths have no blanks to wrap at.
+    QString displayText(const QVariant& value, const QLocale& /*locale*/) const override {
+        return breakable(value.toString(), QLatin1StringView(";/"));
     }
-}
 
-void addUSB(Details& details, const TBUSBPrinterZUL& printer) {
-    add(details, operatorText("Location"), printer.locationText());
-    add(details, operatorText("USB vendor and product ID"),
-        formatted("0x%.4X 0x%.4X", printer.vendorNumber(), printer.productNumber()));
-    add(details, operatorText("USB vendor"), printer.vendorUSB());
-    add(details, operatorText("USB product"), printer.productUSB());
-    add(details, operatorText("USB serial number"), printer.serialNumberUSB());
-    add(details, operatorText("USB serial number setting"), Bundle::localized(printer.usbISerialString().c_str()));
-    add(details, operatorText("1284 device ID"), printer.raw1284DeviceID());
-    add(details, operatorText("USB state"), printer.status());
-    details.emplace_back(localized("Held by"), ownerText(printer.ownership()));
-    add(details, operatorText("Key"), printer.keyUSBdevice());
-}
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+        return QStyledItemDelegate::sizeHint(option, index) + QSize(0, kRowSpacing);
+    }
+
+  protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
+        QStyledItemDelegate::initStyleOption(option, index);
+        if (index.column() != DetailsModel::value) return;
+        const Qt::Alignment side = QStyle::visualAlignment(option->direction, Qt::AlignLeft);
+        option->displayAlignment = side | Qt::AlignAbsolute | Qt::AlignVCenter;
+        option->direction = option->text.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight;
+    }
+};
 
 } // namespace
 
-Details detailsOf(TBUSBPrinterZUL& printer) {
-    Details details;
-    add(details, operatorText("Model"), printer.model());
-    add(details, operatorText("Manufacturer"), printer.manufacturer());
-    add(details, operatorText("Serial Number"), printer.printerSerialNumber());
-    add(details, operatorText("Status"), printer.printerStatus());
-    add(details, operatorText("Lifetime Counter"), printer.lifetimeCounter());
-    if (printer.inFirmwareUpdate()) details.emplace_back(localized("Firmware update"), localized("under way"));
-    addFirmware(details, printer);
-    addFirmwareFiles(details, printer);
-    addUSB(details, printer);
-    if (printer.isVirtual()) details.emplace_back(localized("Virtual printer"), localized("yes"));
-    return details;
+DetailsPane::DetailsPane(QWidget* parent) : QTableView(parent), _model(this) {
+    setModel(&_model);
+    setItemDelegate(new DetailsDelegate(this));
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setTabKeyNavigation(false); // Tab leaves the pane
+    setShowGrid(false);
+    setWordWrap(true);
+    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    verticalHeader()->hide();
+    horizontalHeader()->hide();
+    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setSectionResizeMode(DetailsModel::label, QHeaderView::ResizeToContents);
+    // The height of a row depends on the width of its value. Queued, because the header emits this before it has set
+    // the width.
+    connect(horizontalHeader(), &QHeaderView::sectionResized, this, &QTableView::resizeRowsToContents,
+            Qt::QueuedConnection);
+
+    auto* const copy = new QAction(localized(operatorText("Copy")), this);
+    copy->setShortcut(QKeySequence::Copy);
+    copy->setShortcutContext(Qt::WidgetShortcut);
+    connect(copy, &QAction::triggered, this, &DetailsPane::copySelection);
+    addAction(copy);
+    setContextMenuPolicy(Qt::ActionsContextMenu);
 }
 
-DetailsPane::DetailsPane(QWidget* parent) : QTextEdit(parent) {
-    setReadOnly(true);
-    setTabChangesFocus(true);
-    setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-}
-
-void DetailsPane::show(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
-    QString html = "<table cellspacing='3' cellpadding='2'>";
-    if (printer) {
-        for (const auto& [label, value] : detailsOf(*printer)) {
-            html += QString("<tr><td><b>%1</b></td><td>%2</td></tr>").arg(label.toHtmlEscaped(), value.toHtmlEscaped());
-        }
+void DetailsPane::showPrinter(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
+    const std::vector<Detail> details = printer ? detailsOf(*printer) : std::vector<Detail>();
+    if (printer && printer == _printer.lock()) {
+        _model.update(details);
+    } else {
+        _model.replace(details);
+        scrollToTop();
     }
-    html += "</table>";
-    if (html == _shown) return;
-    _shown = html;
-    const bool isSamePrinter = printer && printer == _printer.lock();
     _printer = printer;
-    const int place = verticalScrollBar()->value();
-    const QTextCursor marked = textCursor();
-    const QString text = marked.selectedText();
-    const int from = marked.anchor();
-    const int to = marked.position();
-    const int length = document()->characterCount();
-    setHtml(html);
-    if (!isSamePrinter) return;
-    // A fact has changed. What the operator has marked stays marked where it is still the same: in its place, or moved
-    // by a change above it.
-    for (const int moved : {0, document()->characterCount() - length}) {
-        if (const QTextCursor again = cursorBetween(from + moved, to + moved); again.selectedText() == text) {
-            setTextCursor(again);
-            break;
-        }
-    }
-    verticalScrollBar()->setValue(place);
+    resizeRowsToContents();
 }
 
-QTextCursor DetailsPane::cursorBetween(int anchor, int position) const {
-    const int end = document()->characterCount() - 1;
-    QTextCursor cursor(document());
-    cursor.setPosition(std::clamp(anchor, 0, end));
-    cursor.setPosition(std::clamp(position, 0, end), QTextCursor::KeepAnchor);
-    return cursor;
+void DetailsPane::copySelection() const {
+    QModelIndexList cells = selectionModel()->selectedIndexes(); // in the order in which they were selected
+    if (cells.isEmpty()) return;
+    std::sort(cells.begin(), cells.end());
+    QString text;
+    for (qsizetype i = 0; i < cells.size(); ++i) {
+        if (i > 0) text += cells[i].row() == cells[i - 1].row() ? u'\t' : u'\n';
+        text += cells[i].data().toString();
+    }
+    QApplication::clipboard()->setText(text);
+}
+
+void DetailsPane::changeEvent(QEvent* event) {
+    QTableView::changeEvent(event);
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) resizeRowsToContents();
 }
 
 } // namespace zul::ui

@@ -1,32 +1,34 @@
-// Everything that is known about one printer, as text that can be selected and copied. GUI thread.
+// The details of the selected printer: two columns, label and value, whose cells can be selected and copied. GUI
+// thread, which is the main queue's; MainWindow owns it.
 #pragma once
 
-#include "Classes/TBUSBPrinterZUL.h"
+#include "ui/DetailsModel.h"
 
-#include <QTextCursor>
-#include <QTextEdit>
+#include <QTableView>
 #include <memory>
-#include <utility>
-#include <vector>
 
 namespace zul::ui {
 
-/// Label and value, in reading order; what is not known is left out.
-std::vector<std::pair<QString, QString>> detailsOf(TBUSBPrinterZUL& printer);
-
-class DetailsPane final : public QTextEdit {
+class DetailsPane final : public QTableView {
     Q_OBJECT
 
   public:
+    /// Empty until showPrinter is called.
     explicit DetailsPane(QWidget* parent = nullptr);
-    /// Null: nothing is selected.
-    void show(const std::shared_ptr<TBUSBPrinterZUL>& printer);
+
+    /// Shows what is known about the printer now; null shows nothing. For the printer that is shown already, selection
+    /// and scroll position are kept.
+    void showPrinter(const std::shared_ptr<TBUSBPrinterZUL>& printer);
+    /// Copies the selected cells to the clipboard as shown: cells of a line separated by tabs, lines by line feeds.
+    /// Leaves the clipboard alone if no cell is selected.
+    void copySelection() const;
+
+  protected:
+    void changeEvent(QEvent* event) override;
 
   private:
-    QTextCursor cursorBetween(int anchor, int position) const;
-
-    QString _shown;
-    std::weak_ptr<TBUSBPrinterZUL> _printer; // whose facts are shown
+    DetailsModel _model;
+    std::weak_ptr<TBUSBPrinterZUL> _printer; // the one that is shown
 };
 
 } // namespace zul::ui

@@ -1,3 +1,4 @@
+// Draws the focus frames that the desktop's style leaves out. GUI thread; called by the toolkit whenever it paints.
 #include "ui/FocusStyle.h"
 
 #include <QAbstractScrollArea>

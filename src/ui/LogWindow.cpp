@@ -1,3 +1,5 @@
+// Collects the lines of the log and shows those that match the level and the search. GUI thread; the log facility calls
+// the observer on the thread that logs, which posts the text to the main queue.
 #include "ui/LogWindow.h"
 
 #include "holven_log/HOLVEN_Log.h"
@@ -26,25 +28,25 @@ namespace {
 
 constexpr std::size_t kMostLines = 20000;
 
-struct LevelFact {
-    const char* tag;
-    const char* title;
-    int weight; // what is shown from here on
+struct LevelRow {
+    LogLevel level;
+    const char* tag;   // at the beginning of a logged line
+    const char* title; // of the choice that shows this level and all more important ones
 };
-// In the order of the choices: each shows itself and everything that weighs more.
-constexpr std::array<LevelFact, 5> kLevels = {{
-    {"D2", operatorText("Everything"), 0},
-    {"D", operatorText("Debug and above"), 1},
-    {"I", operatorText("Information and above"), 2},
-    {"W", operatorText("Warnings and errors"), 3},
-    {"E", operatorText("Errors only"), 4},
+constexpr std::array<LevelRow, 5> kLevels = {{
+    {LogLevel::debug2, "D2", operatorText("Everything")},
+    {LogLevel::debug, "D", operatorText("Debug and above")},
+    {LogLevel::information, "I", operatorText("Information and above")},
+    {LogLevel::warning, "W", operatorText("Warnings and errors")},
+    {LogLevel::error, "E", operatorText("Errors only")},
 }};
 
-int levelOf(const QString& line, int otherwise) {
-    for (const LevelFact& level : kLevels) {
-        if (line.startsWith(QString(level.tag) + ' ')) return level.weight;
+// The level of the line's tag; levelWithoutTag for a line without one.
+LogLevel levelOf(const QString& line, LogLevel levelWithoutTag) {
+    for (const LevelRow& row : kLevels) {
+        if (line.startsWith(QString(row.tag) + ' ')) return row.level;
     }
-    return otherwise;
+    return levelWithoutTag;
 }
 
 } // namespace
@@ -70,7 +72,7 @@ LogWindow::~LogWindow() {
 
 void LogWindow::makeWidgets() {
     _levels = new QComboBox(this);
-    for (const LevelFact& level : kLevels) _levels->addItem(localized(level.title));
+    for (const LevelRow& row : kLevels) _levels->addItem(localized(row.title));
     _levels->setAccessibleName(localized(operatorText("Level")));
     _search = new QLineEdit(this);
     _search->setPlaceholderText(localized(operatorText("Search")));
@@ -108,12 +110,12 @@ void LogWindow::addText(const QString& text) {
         if (!isShown(_lines.back())) continue;
         const bool isFirst = _view->document()->isEmpty();
         _view->appendPlainText(line);
-        // The view follows its cursor sideways, too: at the end of a long line it would hide where lines begin.
+        // The view scrolls sideways to its cursor: after a long first line it would hide the beginning of all lines.
         if (isFirst) _view->moveCursor(QTextCursor::Start);
     }
 }
 
-// What was logged before it was opened has not been laid out until now.
+// Later, because lines that were logged before the window is shown are laid out only now.
 void LogWindow::showEvent(QShowEvent* event) {
     QDialog::showEvent(event);
     if (!event->spontaneous()) QTimer::singleShot(0, this, &LogWindow::showEnd);
@@ -124,7 +126,7 @@ void LogWindow::showEnd() {
 }
 
 bool LogWindow::isShown(const Line& line) const {
-    return line.level >= kLevels[static_cast<std::size_t>(_levels->currentIndex())].weight &&
+    return line.level >= kLevels[static_cast<std::size_t>(_levels->currentIndex())].level &&
            line.text.contains(_search->text(), Qt::CaseInsensitive);
 }
 

@@ -1,4 +1,5 @@
-// The log as it grows, with a level filter, a search and a way to copy. GUI thread; lines may be logged on any.
+// The window with the log: new lines as they come, a level filter, a search and a copy button. GUI thread; lines may be
+// logged on any thread.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -14,12 +15,15 @@ class QPlainTextEdit;
 
 namespace zul::ui {
 
+/// From the least to the most important, in the order of the window's choices.
+enum class LogLevel { debug2, debug, information, warning, error };
+
 class LogWindow final : public QDialog {
     Q_OBJECT
 
   public:
-    /// A window of its own: a sheet shadows the main window and all that belongs to it, and the log is what one reads
-    /// while a question is shown.
+    /// Collects lines from now on, also while it is not shown. It has no parent: a sheet on the main window blocks all
+    /// windows that belong to it, and the log must be readable while a question is shown.
     explicit LogWindow(MainQueue& mainQueue);
     ~LogWindow() override;
 
@@ -28,7 +32,7 @@ class LogWindow final : public QDialog {
 
   private:
     struct Line {
-        int level;
+        LogLevel level;
         QString text;
     };
     void makeWidgets();
@@ -40,7 +44,7 @@ class LogWindow final : public QDialog {
 
     std::uint32_t _observer = 0;
     std::deque<Line> _lines;
-    int _levelOfLast = 0; // a line without a tag belongs to the one before
+    LogLevel _levelOfLast = LogLevel::debug2; // a line without a tag continues the line before it
     QComboBox* _levels = nullptr;
     QLineEdit* _search = nullptr;
     QPlainTextEdit* _view = nullptr;

@@ -1,4 +1,4 @@
-// Hangs the main queue on the window system's event loop. GUI thread.
+// Runs the main queue from the toolkit's event loop. GUI thread; WindowProgram owns it.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -9,7 +9,7 @@ namespace zul::ui {
 
 class LoopBinding {
   public:
-    /// The queue's blocks run from the loop, also from the nested loops of dialogs, while this lives.
+    /// From now until the destructor the queue's blocks run from the loop, and from the nested loops of dialogs.
     explicit LoopBinding(MainQueue& mainQueue) : _notifier(mainQueue.eventDescriptor(), QSocketNotifier::Read) {
         QObject::connect(&_notifier, &QSocketNotifier::activated, [&mainQueue] { mainQueue.runPending(); });
     }

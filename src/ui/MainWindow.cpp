@@ -1,22 +1,25 @@
+// Builds the main window and keeps what it shows up to date. GUI thread, which is the main queue's: called by
+// WindowProgram and by the session, which reports changes of updates and of printers that cannot be used.
 #include "ui/MainWindow.h"
 
 #include "platform/foundation/LocalizedFormat.h"
-#include "platform/foundation/UserDefaults.h"
 #include "session/PrinterFacts.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"
+#include "ui/PaneRoom.h"
 #include "ui/Pictures.h"
+#include "ui/Questions.h"
+#include "ui/ReportSaver.h"
 #include "ui/Texts.h"
 #include "ui/WindowApplication.h"
+#include "ui/WindowLayout.h"
 #include "ui_MainWindow.h"
 
 #include <QCloseEvent>
 #include <QHeaderView>
 #include <QLabel>
-#include <QScreen>
 #include <QShortcut>
-#include <algorithm>
 
 namespace zul::ui {
 
@@ -25,16 +28,6 @@ namespace {
 constexpr int kRowHeight = 56;
 constexpr int kPictureSize = 44;
 constexpr int kEmptyPictureSize = 128;
-constexpr int kLeastHeight = 90;   // a row, or a few facts, with what is around them
-constexpr int kDesktopMargin = 40; // what a desktop may need at the sides of a window
-// What the window remembers, in the user defaults.
-constexpr const char* kColumnsKey = "windowColumns";
-constexpr const char* kGeometryKey = "windowGeometry";
-constexpr const char* kSplitterKey = "windowSplitter";
-
-QByteArray rememberedState(const UserDefaults& defaults, const char* key) {
-    return QByteArray::fromBase64(QByteArray::fromStdString(defaults.stringForKey(key).value_or("")));
-}
 
 std::unique_ptr<Ui::MainWindow> setUp(QMainWindow* window) {
     auto form = std::make_unique<Ui::MainWindow>();
@@ -47,9 +40,12 @@ std::unique_ptr<Ui::MainWindow> setUp(QMainWindow* window) {
 MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplication& application)
     : _session(session), _alerts(alerts), _application(application), _ui(setUp(this)), _menu(menuOf(*_ui->menubar)),
       _model(session.mainQueue), _table(std::make_unique<PrinterTable>(*_ui->table, _model)),
-      _controller(*_table, _model), _supervisor(session.supervisor) {
+      _controller(*_table, _model), _supervisor(session.supervisor),
+      _panes(std::make_unique<PaneRoom>(*_ui->splitter, *_ui->updates, *_ui->details)),
+      _layout(std::make_unique<WindowLayout>(*this, *_ui->table->horizontalHeader(), *_panes, session.defaults)),
+      _report(std::make_unique<ReportSaver>(*this, session, alerts, application.processName())),
+      _log(std::make_unique<LogWindow>(session.mainQueue)) { // collects the lines of the session's start, too
     setWindowIcon(applicationIcon());
-    _log = std::make_unique<LogWindow>(_session.mainQueue); // collects from now on: the session has not started yet
     connect(new QShortcut(QKeySequence("Ctrl+Q"), _log.get()), &QShortcut::activated, _ui->actionQuit,
             &QAction::trigger);
     setUpTable();
@@ -59,6 +55,7 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplicati
     _ui->statusbar->addPermanentWidget(_version);
     _ui->notice->hide();
     connectActions();
+    connectReport();
     connect(&_controller, &PrinterArrayController::contentChanged, this, &MainWindow::showContent);
     connect(&_controller, &PrinterArrayController::selectionChanged, this, &MainWindow::showSelection);
     connect(&_model, &PrinterTableModel::printerChanged, this, [this](int row) {
@@ -78,14 +75,9 @@ TBPrinters::Outlets MainWindow::outlets() {
 
 void MainWindow::begin() {
     localizeWidgets();
-    layOutColumns();
-    layOutWindow();
+    _layout->restore(_ui->toolbar->sizeHint().width());
     _alerts.setWindow(this, _session.mainQueue);
     _ui->updates->follow(_supervisor);
-    connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::noteSizes);
-    // Later: once they are laid out.
-    connect(_ui->updates, &UpdatePanel::roomChanged, this, &MainWindow::makeRoomForUpdates, Qt::QueuedConnection);
-    connect(_ui->splitter, &QSplitter::splitterMoved, this, [this] { _isSplitByHand = !_ui->updates->isHidden(); });
     _controller.bindTo(_session.mainQueue, _session.controller);
     _version->setText(qtext(_session.defaults.stringForKey("prefDisplayVersionString")));
     showIcons();
@@ -107,39 +99,8 @@ void MainWindow::setUpTable() {
     header.setAccessibleName(localized(operatorText("Columns")));
 }
 
-// As it was left; at first as large as its texts need in the operator's language and letters.
-void MainWindow::layOutWindow() {
-    for (QWidget* widget : std::initializer_list<QWidget*>{_ui->pages, _ui->details}) {
-        widget->setMinimumHeight(kLeastHeight);
-    }
-    if (!restoreGeometry(rememberedState(_session.defaults, kGeometryKey))) {
-        const int widest = screen()->availableGeometry().width() - kDesktopMargin;
-        resize(std::min(std::max(width(), _ui->toolbar->sizeHint().width()), widest), height());
-    }
-    if (!_ui->splitter->restoreState(rememberedState(_session.defaults, kSplitterKey))) {
-        _ui->splitter->setSizes({220, 220, 240});
-    }
-}
-
-// Once the titles are there in the operator's language.
-void MainWindow::layOutColumns() {
-    QHeaderView& header = *_ui->table->horizontalHeader();
-    if (header.restoreState(rememberedState(_session.defaults, kColumnsKey))) return;
-    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 160, 120, 130};
-    for (int column = 0; column < PrinterTableModel::columns; ++column) {
-        header.resizeSection(column,
-                             std::max(kWidths[static_cast<std::size_t>(column)], header.sectionSizeHint(column)));
-    }
-}
-
 void MainWindow::rememberLayout() {
-    giveRoomBack();
-    const auto remember = [this](const char* key, const QByteArray& state) {
-        _session.defaults.setString(key, state.toBase64().toStdString());
-    };
-    remember(kGeometryKey, saveGeometry());
-    remember(kColumnsKey, _ui->table->horizontalHeader()->saveState());
-    remember(kSplitterKey, _ui->splitter->saveState());
+    _layout->remember();
 }
 
 // ---- texts and pictures ---------------------------------------------------------------------------------------------
@@ -148,17 +109,17 @@ void MainWindow::setTitle(const std::string& title) {
     setWindowTitle(qtext(title));
 }
 
-// The controller localises menus, columns and the title; the form's other texts are looked up here.
+// The engine's controller translates menus, columns and the title; the form's other texts are translated here.
 void MainWindow::localizeWidgets() {
     applyMenu(*_menu, *_ui->menubar);
     _ui->emptyText->setText(localized(_ui->emptyText->text().toUtf8()));
-    // First here: a screen reader keeps the name that a tool bar had when it was asked for it.
+    // The tool bar has no name before this: a screen reader keeps the first name that it reads from a tool bar.
     _ui->toolbar->setWindowTitle(localized(operatorText("Tools")));
     _ui->toolbar->setAccessibleName(localized(operatorText("Tools")));
     for (QWidget* widget : std::initializer_list<QWidget*>{_ui->table, _ui->details}) {
         widget->setAccessibleName(localized(widget->accessibleName().toUtf8()));
     }
-    // Its name is its text.
+    // The accessible name of a label is its text.
     _ui->notice->setAccessibleDescription(localized(_ui->notice->accessibleDescription().toUtf8()));
     _ui->menuCounters->menuAction()->setToolTip(localized(operatorText("Set a counter of the selected printer to 0")));
     for (QMenu* menu : _ui->menubar->findChildren<QMenu*>()) menu->setToolTipsVisible(true);
@@ -181,14 +142,10 @@ void MainWindow::showIcons() {
                                      .pixmap(QSize(kEmptyPictureSize, kEmptyPictureSize), devicePixelRatioF()));
 }
 
-void MainWindow::changeEvent(QEvent* event) {
-    QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) showIcons();
-}
-
 bool MainWindow::event(QEvent* event) {
-    if (event->type() == QEvent::ScreenChangeInternal) showIcons(); // it may be sharper
-    return QMainWindow::event(event);
+    const bool isHandled = QMainWindow::event(event);
+    if (changesLook(*event)) showIcons();
+    return isHandled;
 }
 
 // ---- what is shown --------------------------------------------------------------------------------------------------
@@ -203,68 +160,26 @@ void MainWindow::showContent() {
 }
 
 void MainWindow::showSelection() {
-    _ui->details->show(selection());
+    _ui->details->showPrinter(selection());
     showActions();
 }
 
-// A printer that is seen and cannot be used must not look like one that is missing.
+// A printer that is attached and cannot be used must not look like a missing one.
 void MainWindow::showNotices() {
     QStringList notices;
     if (const std::string problem = _session.defaults.lastError(); !problem.empty()) notices << asSentence(problem);
     const auto unusable = _session.unusablePrinters();
     for (const std::string& message : unusable) notices << asSentence(message);
-    // Whoever is told of a printer that cannot be used must not read beside it that there is none.
-    const bool isNone = unusable.empty();
-    _ui->emptyText->setVisible(isNone);
-    _count->setVisible(isNone || _model.rowCount() > 0);
+    // With such a notice the window must not say at the same time that no printer is attached.
+    const bool areAllUsable = unusable.empty();
+    _ui->emptyText->setVisible(areAllUsable);
+    _count->setVisible(areAllUsable || _model.rowCount() > 0);
     if (_session.areSamplesWithheld() && _model.rowCount() > 0) {
-        notices << localized("The firmware files in use are samples for virtual printers.") + " " +
-                       localized("Start the program with --firmware-archive and the folder with the vendor's files.");
+        notices << samplesInUse() + " " + useVendorFiles();
     }
     notices.removeDuplicates();
     _ui->notice->setText(notices.join("\n\n"));
     _ui->notice->setVisible(!notices.isEmpty());
-}
-
-// Before the updates take their place: what the operator had made of the window. While the details are hidden, as no
-// printer is there, their size is not known, and there is room enough.
-void MainWindow::noteSizes() {
-    if (_isSplitByHand || !_sizesBefore.isEmpty() || _ui->updates->isHidden() || _ui->details->isHidden()) return;
-    _sizesBefore = _ui->splitter->sizes();
-}
-
-// As much as all updates need, as far as the table and the details can do without; all of it is given back when they
-// have gone. Who has moved the splitter knows better.
-void MainWindow::makeRoomForUpdates() {
-    QList<int> sizes = _ui->splitter->sizes();
-    const qsizetype panel = _ui->splitter->indexOf(_ui->updates);
-    if (_ui->updates->isHidden()) {
-        giveRoomBack();
-        return;
-    }
-    const int lacking = _ui->updates->wantedHeight() - sizes[panel];
-    if (_isSplitByHand || _sizesBefore.isEmpty() || lacking <= 0) return;
-    int spare = 0;
-    for (qsizetype i = 0; i < sizes.size(); ++i) {
-        if (i != panel) spare += std::max(sizes[i] - kLeastHeight, 0);
-    }
-    const int given = std::min(lacking, spare);
-    for (qsizetype i = 0; i < sizes.size() && spare > 0; ++i) {
-        if (i == panel) continue;
-        if (_ui->splitter->widget(static_cast<int>(i))->isHidden()) {
-            sizes[i] = _sizesBefore.value(i);
-        } else {
-            sizes[i] -= (given * std::max(sizes[i] - kLeastHeight, 0) + spare - 1) / spare;
-        }
-    }
-    sizes[panel] += given;
-    _ui->splitter->setSizes(sizes);
-}
-
-void MainWindow::giveRoomBack() {
-    if (!_sizesBefore.isEmpty() && !_isSplitByHand) _ui->splitter->setSizes(_sizesBefore);
-    _sizesBefore.clear();
-    _isSplitByHand = false;
 }
 
 // ---- updates --------------------------------------------------------------------------------------------------------
@@ -274,7 +189,7 @@ void MainWindow::updateDidChange(const std::string& /*key*/) {
 }
 
 void MainWindow::updateDidEnd(const std::string& /*key*/) {
-    _model.refreshAll(); // what was interrupted may be complete now
+    _model.refreshAll(); // an interrupted update may be complete now
     updatesChanged();
     if (_isEndAsked && !_supervisor.isAnyBetweenCommands()) _application.endNow();
 }
@@ -303,49 +218,10 @@ void MainWindow::updatesChanged() {
     const bool isUnderWay = _supervisor.isAnyUnderWay();
     _ui->updates->showUpdates();
     _taskbar.show(isUnderWay, _supervisor.progress());
-    // An empty table in the middle of an update must not look like a printer to be connected.
+    // While a printer restarts, an empty table must not ask the operator to connect one.
     _ui->emptyText->setText(isUnderWay ? localized("A printer is restarting. Leave it switched on and connected.")
                                        : localized("Connect a ZUL printer by USB and switch it on."));
     showActions();
-}
-
-// ---- the end --------------------------------------------------------------------------------------------------------
-
-// The close box is a person's request. The window stays until it is clear that the program ends.
-void MainWindow::closeEvent(QCloseEvent* event) {
-    event->ignore();
-    if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) quitAsked();
-}
-
-void MainWindow::quitAsked() {
-    if (!_supervisor.isAnyBetweenCommands()) {
-        _application.endNow();
-        return;
-    }
-    if (std::exchange(_isAskingToQuit, true)) return;
-    AlertDescription question;
-    question.messageText = Bundle::localized("A printer is being updated. Quit all the same?");
-    question.informativeText = Bundle::localized("Its update stops where it is, and the printer may be unusable until "
-                                                 "the update is repeated.");
-    question.buttons = {Bundle::localized("Keep Updating"), Bundle::localized("Quit")};
-    question.escapeButton = 0;
-    question.style = AlertStyle::critical;
-    question.isModal = true; // before any sheet: the person waits for it
-    question.completion = [this](int answer) {
-        _isAskingToQuit = false;
-        if (answer == kAlertSecondButton) _application.endNow();
-    };
-    _alerts.beginAlert(std::move(question));
-}
-
-void MainWindow::endAsked() {
-    if (!_supervisor.isAnyBetweenCommands()) {
-        _application.endNow();
-        return;
-    }
-    _isEndAsked = true;
-    _ui->statusbar->showMessage(localized("The program ends as soon as the printers in an update can be left."));
-    _supervisor.requestStop();
 }
 
 } // namespace zul::ui

@@ -1,9 +1,10 @@
-// The window: the table of printers, the details of the selected one, the updates that run, and the actions. GUI
-// thread, which is the main queue's.
+// The main window: the table of printers, the updates, the details of the selected printer, and the actions. GUI
+// thread, which is the main queue's; WindowProgram owns it.
 #pragma once
 
 #include "Classes/Outlets.h"
 #include "session/Session.h"
+#include "ui/PrinterArrayController.h"
 #include "ui/PrinterTable.h"
 #include "ui/TaskbarProgress.h"
 
@@ -18,20 +19,25 @@ class MainWindow;
 
 namespace zul::ui {
 
-class LogWindow;
 class AlertPresenter;
+class LogWindow;
+class PaneRoom;
+class ReportSaver;
 class WindowApplication;
+class WindowLayout;
 
 class MainWindow final : public QMainWindow, public WindowOutlet, public SessionObserver {
     Q_OBJECT
 
   public:
+    /// Builds the window without showing it, and observes the session. All of these must outlive the window.
     MainWindow(Session& session, AlertPresenter& alerts, WindowApplication& application);
     ~MainWindow() override;
 
-    /// What the controller connects to. Before the session starts.
+    /// What the engine's controller is connected to. Before the session starts.
     TBPrinters::Outlets outlets();
-    /// Binds the list, takes over the localised texts and shows itself. After the session has started.
+    /// Shows the session's printers, sets all texts in the operator's language, and shows the window. After the session
+    /// has started.
     void begin();
 
     // WindowOutlet
@@ -47,28 +53,26 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void unusablePrintersDidChange() override;
     void interruptedDidChange() override;
 
-    /// A person wants to end the program: asked once more while a printer must not be left. Nothing else asks.
+    /// Ends the program on the operator's request, after a question while an update must not be interrupted.
     void quitAsked();
-    /// The system wants the program to end: it ends at once, or as soon as the printers in an update can be left.
+    /// Ends the program on the system's request: at once, or as soon as no update would be interrupted. Never asks.
     void endAsked();
-    /// The printer that actions go to.
+    /// The printer that actions apply to; null if there is none.
     Session::Printer selection() const { return _controller.selection(); }
-    /// Keeps the places of the columns and the window for the next start.
+    /// Writes the layout of the window and of the columns to the user defaults, for the next start.
     void rememberLayout();
-    /// Writes the facts of all attached printers to file.txt and file.json; the problem, or nothing.
-    QString saveReport(const QString& file);
+    /// Saves the report on all attached printers.
+    ReportSaver& report() { return *_report; }
 
   protected:
     void closeEvent(QCloseEvent* event) override;
-    void changeEvent(QEvent* event) override;
     bool event(QEvent* event) override;
 
   private:
     void connectActions();
+    void connectReport();
     void localizeWidgets();
     void setUpTable();
-    void layOutWindow();
-    void layOutColumns();
     void openContextMenu(const QPoint& place);
     void showIcons();
     void showContent();
@@ -76,22 +80,15 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void showActions();
     void showNotices();
     void updatesChanged();
-    void noteSizes();
-    void makeRoomForUpdates();
-    void giveRoomBack();
     void updateFirmware();
     void askBeforeSecondImage(const Session::Printer& printer);
     void askBeforeEqualVersion(const Session::Printer& printer);
     void resetCounter(char letter);
-    void askForReport();
-    void saveReportAs(const QString& file);
-    void writeReport(const QString& file);
     void showLog();
     void showAbout();
     void whileReserved(const Session::Printer& printer, const std::string& activity,
                        const std::function<void()>& action);
     void showHolder(TBUSBPrinterZUL& printer, const InterfaceHolder& holder);
-    void tell(const QString& title, const QString& message);
 
     Session& _session;
     AlertPresenter& _alerts;
@@ -102,11 +99,12 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     std::unique_ptr<PrinterTable> _table;
     PrinterArrayController _controller;
     UpdateSupervisor& _supervisor;
-    TaskbarProgress _taskbar;
+    std::unique_ptr<PaneRoom> _panes;
+    std::unique_ptr<WindowLayout> _layout;
+    std::unique_ptr<ReportSaver> _report;
     std::unique_ptr<LogWindow> _log;
-    QList<int> _sizesBefore; // of the splitter's parts, before updates took their place
-    bool _isSplitByHand = false;
-    bool _isEndAsked = false; // by the system; ends when no printer is in the middle of its update
+    TaskbarProgress _taskbar;
+    bool _isEndAsked = false; // by the system; the program ends once no update would be interrupted
     bool _isAskingToQuit = false;
     QLabel* _count = nullptr;
     QLabel* _version = nullptr;

@@ -1,35 +1,28 @@
-// What the operator can do, and when. Actions go to the selected printer, which is the highlighted row.
+// The window's actions, when each of them is enabled, and the questions before them; and how the program ends. An
+// action applies to the selected printer, which is the highlighted row. GUI thread; called by menus, tool bar and
+// shortcuts.
+#include "ui/MainWindow.h"
+
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterFacts.h"
 #include "ui/AlertPresenter.h"
-#include "ui/DetailsPane.h"
 #include "ui/LogWindow.h"
-#include "ui/MainWindow.h"
+#include "ui/Questions.h"
+#include "ui/ReportSaver.h"
 #include "ui/Texts.h"
 #include "ui/WindowApplication.h"
 #include "ui_MainWindow.h"
 
-#include <QDateTime>
-#include <QFileDialog>
+#include <QCloseEvent>
 #include <QMenu>
-#include <QSaveFile>
-#include <QShortcut>
 #include <QToolButton>
-#include <nlohmann/json.hpp>
+#include <utility>
 
 namespace zul::ui {
 
 namespace {
 
-// A report is two files; either may be named.
-QString baseOf(QString file) {
-    for (const char* suffix : {".txt", ".json"}) {
-        if (!file.endsWith(suffix)) continue;
-        file.chop(static_cast<qsizetype>(qstrlen(suffix)));
-        break;
-    }
-    return file;
-}
+constexpr int kMessageTime = 10000; // ms in the status bar
 
 } // namespace
 
@@ -54,14 +47,20 @@ void MainWindow::connectActions() {
     connect(_ui->actionCounterA, &QAction::triggered, this, [this] { resetCounter('A'); });
     connect(_ui->actionCounterB, &QAction::triggered, this, [this] { resetCounter('B'); });
     connect(_ui->actionCounterM, &QAction::triggered, this, [this] { resetCounter('M'); });
-    connect(_ui->actionReport, &QAction::triggered, this, &MainWindow::askForReport);
+    connect(_ui->actionReport, &QAction::triggered, _report.get(), &ReportSaver::askForFile);
     connect(_ui->actionLog, &QAction::triggered, this, &MainWindow::showLog);
     connect(_ui->actionAbout, &QAction::triggered, this, &MainWindow::showAbout);
     connect(_ui->actionQuit, &QAction::triggered, this, [this] { quitAsked(); });
     connect(&_alerts, &AlertPresenter::quitAsked, _ui->actionQuit, &QAction::trigger);
-    // Its button opens the menu: there is nothing else that it could do.
+    // A click on the button opens its menu: there is no counter that it could reset by itself.
     auto* const counters = qobject_cast<QToolButton*>(_ui->toolbar->widgetForAction(_ui->menuCounters->menuAction()));
     if (counters != nullptr) counters->setPopupMode(QToolButton::InstantPopup);
+}
+
+void MainWindow::connectReport() {
+    connect(_report.get(), &ReportSaver::quitAsked, _ui->actionQuit, &QAction::trigger);
+    connect(_report.get(), &ReportSaver::saved, this,
+            [this] { _ui->statusbar->showMessage(localized("The report is saved."), kMessageTime); });
 }
 
 void MainWindow::showActions() {
@@ -93,9 +92,8 @@ void MainWindow::updateFirmware() {
     const auto printer = selection();
     if (!printer || !_supervisor.reasonAgainst(printer->keyUSBdevice()).empty()) return;
     if (_session.areSamplesWithheld()) {
-        tell(localized("The firmware files in use are samples for virtual printers."),
-             localized("Start the program with --firmware-archive and the folder with the vendor's files.") + " " +
-                 localized("Nothing was sent."));
+        _alerts.beginAlert(messageAlert(samplesInUse().toStdString(),
+                                        useVendorFiles().toStdString() + " " + Bundle::localized("Nothing was sent.")));
         return;
     }
     if (_supervisor.mayGetSecondImage(printer->keyUSBdevice())) {
@@ -108,55 +106,54 @@ void MainWindow::updateFirmware() {
 }
 
 void MainWindow::askBeforeEqualVersion(const Session::Printer& printer) {
-    AlertDescription question;
-    question.messageText =
-        localizedFormat("%s is already installed. Install it again?", textOrNull(printer->newFirmwareVersion()));
-    question.informativeText = localizedFormat("%s has this firmware and its color tables.", nameOf(*printer));
-    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Install Again")};
-    question.escapeButton = 0;
+    AlertDescription question = questionAlert(
+        {.title =
+             localizedFormat("%s is already installed. Install it again?", textOrNull(printer->newFirmwareVersion())),
+         .message = localizedFormat("%s has this firmware and its color tables.", nameOf(*printer)),
+         .decline = Bundle::localized("Cancel"),
+         .accept = Bundle::localized("Install Again")},
+        [this, key = printer->keyUSBdevice()] {
+            const auto attached = _session.printerWithKey(key); // another object if it was attached again meanwhile
+            if (attached) _supervisor.begin(attached, UpdateSupervisor::Equal::install);
+        });
     question.iconName = printer->image().value_or("");
     question.printerName = nameOf(*printer);
-    question.completion = [this, key = printer->keyUSBdevice()](int answer) {
-        const auto attached = _session.printerWithKey(key); // it may have left and come back meanwhile
-        if (answer == kAlertSecondButton && attached) _supervisor.begin(attached, UpdateSupervisor::Equal::install);
-    };
     _alerts.beginAlert(std::move(question));
 }
 
 void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
-    AlertDescription question;
-    question.messageText = localizedFormat("Start the update of %s again?", nameOf(*printer));
-    question.informativeText = adviceFor(_supervisor.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
-                               Bundle::localized("To start again now sends the firmware once more, which may damage a "
-                                                 "printer that is still at work.");
-    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Start Again")};
-    question.escapeButton = 0;
+    AlertDescription question =
+        questionAlert({.title = localizedFormat("Start the update of %s again?", nameOf(*printer)),
+                       .message = adviceFor(_supervisor.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
+                                  Bundle::localized("Starting again now sends the firmware a second time, which may "
+                                                    "damage a printer that is still working."),
+                       .decline = Bundle::localized("Cancel"),
+                       .accept = Bundle::localized("Start Again")},
+                      [this, key = printer->keyUSBdevice()] {
+                          const auto attached =
+                              _session.printerWithKey(key); // another object if it was attached again meanwhile
+                          if (!attached || !_supervisor.mayGetSecondImage(key)) return;
+                          _supervisor.begin(attached, UpdateSupervisor::Equal::install);
+                      });
     question.style = AlertStyle::critical;
     question.iconName = printer->image().value_or("");
-    question.completion = [this, key = printer->keyUSBdevice()](int answer) {
-        const auto attached = _session.printerWithKey(key); // it may have left and come back meanwhile
-        if (answer == kAlertSecondButton && attached && _supervisor.mayGetSecondImage(key)) {
-            _supervisor.begin(attached, UpdateSupervisor::Equal::install);
-        }
-    };
     _alerts.beginAlert(std::move(question));
 }
 
 void MainWindow::resetCounter(char letter) {
     const auto printer = selection();
     if (!printer) return;
-    AlertDescription question;
-    question.messageText = localizedFormat("Reset counter %c of %s?", letter, nameOf(*printer));
-    question.informativeText = Bundle::localized("The counter is set to 0. Its old value cannot be brought back.");
-    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Reset Counter")};
-    question.escapeButton = 0;
+    AlertDescription question =
+        questionAlert({.title = localizedFormat("Reset counter %c of %s?", letter, nameOf(*printer)),
+                       .message = Bundle::localized("The counter is set to 0. The old value cannot be restored."),
+                       .decline = Bundle::localized("Cancel"),
+                       .accept = Bundle::localized("Reset Counter")},
+                      [this, printer, letter] {
+                          // An update may have begun while the question was shown.
+                          if (!_supervisor.reasonAgainstActions(printer->keyUSBdevice()).empty()) return;
+                          whileReserved(printer, "counter reset", [printer, letter] { printer->resetCounter(letter); });
+                      });
     question.iconName = printer->image().value_or("");
-    question.completion = [this, printer, letter](int answer) {
-        // An update may have begun while the question stood.
-        const bool isFree = _supervisor.reasonAgainstActions(printer->keyUSBdevice()).empty();
-        if (answer != kAlertSecondButton || !isFree) return;
-        whileReserved(printer, "counter reset", [printer, letter] { printer->resetCounter(letter); });
-    };
     _alerts.beginAlert(std::move(question));
 }
 
@@ -166,20 +163,13 @@ void MainWindow::whileReserved(const Session::Printer& printer, const std::strin
 }
 
 void MainWindow::showHolder(TBUSBPrinterZUL& printer, const InterfaceHolder& holder) {
-    tell(qtext(nameOf(printer) + ": " + describeHolder(holder) + "."),
-         qtext(adviceForHolder(holder) + " " + Bundle::localized(operatorText("Then try again."))));
+    _alerts.beginAlert(
+        messageAlert(nameOf(printer) + ": " + describeHolder(holder) + ".",
+                     adviceForHolder(holder) + " " + Bundle::localized(operatorText("Then try again."))));
 }
 
-void MainWindow::tell(const QString& title, const QString& message) {
-    AlertDescription alert;
-    alert.messageText = title.toStdString();
-    alert.informativeText = message.toStdString();
-    alert.buttons = {Bundle::localized("OK")};
-    alert.escapeButton = 0;
-    _alerts.beginAlert(std::move(alert));
-}
-
-// A press on any row ends at the selected one: the menu says whose it is, and goes when that changes.
+// Wherever the operator clicks, the menu applies to the selected printer. Its first item names that printer, and it
+// closes when another one is selected.
 void MainWindow::openContextMenu(const QPoint& place) {
     const auto printer = selection();
     if (!printer) return;
@@ -196,76 +186,6 @@ void MainWindow::openContextMenu(const QPoint& place) {
     menu->popup(_ui->table->viewport()->mapToGlobal(place));
 }
 
-// ---- report ---------------------------------------------------------------------------------------------------------
-
-void MainWindow::askForReport() {
-    const QString name = "zul-printers-" + QDateTime::currentDateTime().toString("yyyyMMdd-HHmm");
-    auto* const dialog = new QFileDialog(this, localized("Save Report"), QDir::homePath());
-    dialog->setObjectName("saveReport");
-    dialog->setAcceptMode(QFileDialog::AcceptSave);
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setDefaultSuffix("txt"); // so that the dialog asks before it replaces one
-    dialog->selectFile(name);
-    connect(dialog, &QFileDialog::fileSelected, this, &MainWindow::saveReportAs);
-    connect(new QShortcut(QKeySequence("Ctrl+Q"), dialog), &QShortcut::activated, _ui->actionQuit, &QAction::trigger);
-    dialog->open();
-}
-
-// The dialog has asked about the file that was named. When that one is new, the other of the two is somebody else's.
-void MainWindow::saveReportAs(const QString& file) {
-    QStringList others;
-    for (const char* suffix : {".txt", ".json"}) {
-        const QString other = baseOf(file) + suffix;
-        if (other != file && QFile::exists(other)) others << other;
-    }
-    if (others.isEmpty() || QFile::exists(file)) {
-        writeReport(file);
-        return;
-    }
-    AlertDescription question;
-    question.messageText = localizedFormat("%s exists already.", others.join(", ").toStdString());
-    question.informativeText = Bundle::localized("What it holds would be lost.");
-    question.buttons = {Bundle::localized("Cancel"), Bundle::localized("Replace")};
-    question.escapeButton = 0;
-    question.completion = [this, file](int answer) {
-        if (answer == kAlertSecondButton) writeReport(file);
-    };
-    _alerts.beginAlert(std::move(question));
-}
-
-void MainWindow::writeReport(const QString& file) {
-    const QString problem = saveReport(file);
-    if (problem.isEmpty()) {
-        _ui->statusbar->showMessage(localized("The report is saved."), 10000);
-    } else {
-        tell(localized("The report could not be saved."), problem);
-    }
-}
-
-QString MainWindow::saveReport(const QString& file) {
-    nlohmann::json all = nlohmann::json::array();
-    QString text = qtext(localizedFormat("%s %s", _application.processName(),
-                                         _session.defaults.stringForKey("prefDisplayVersionString").value_or(""))) +
-                   "\n" + QDateTime::currentDateTime().toString(Qt::ISODate) + "\n";
-    for (const auto& printer : _session.printers()) {
-        all.push_back(factsOf(*printer));
-        text += "\n" + qtext(nameOf(*printer)) + "\n";
-        for (const auto& [label, value] : detailsOf(*printer)) text += "  " + label + ": " + value + "\n";
-    }
-    const QString base = baseOf(file);
-    const std::pair<QString, QByteArray> files[] = {
-        {base + ".txt", text.toUtf8()},
-        {base + ".json",
-         QByteArray::fromStdString(all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n")}};
-    for (const auto& [path, contents] : files) {
-        QSaveFile saved(path);
-        if (!saved.open(QIODevice::WriteOnly) || saved.write(contents) != contents.size() || !saved.commit()) {
-            return path + ": " + saved.errorString() + ". " + localized("Choose a folder that can be written to.");
-        }
-    }
-    return {};
-}
-
 // ---- other windows --------------------------------------------------------------------------------------------------
 
 void MainWindow::showLog() {
@@ -275,15 +195,52 @@ void MainWindow::showLog() {
 }
 
 void MainWindow::showAbout() {
-    AlertDescription about;
-    about.messageText = _application.processName();
-    about.informativeText =
-        localizedFormat("Version %s\n\nKeeps ZUL photo printers up to date: firmware and color tables.",
-                        _session.defaults.stringForKey("prefDisplayVersionString").value_or(""));
-    about.buttons = {Bundle::localized("OK")};
-    about.escapeButton = 0;
+    AlertDescription about =
+        messageAlert(_application.processName(),
+                     localizedFormat("Version %s\n\nKeeps ZUL photo printers up to date: firmware and color tables.",
+                                     _session.defaults.stringForKey("prefDisplayVersionString").value_or("")));
     about.iconName = "zul-printer-utility";
     _alerts.beginAlert(std::move(about));
+}
+
+// ---- the end --------------------------------------------------------------------------------------------------------
+
+// Closing the window is the operator's request to end the program. The window stays open until that is decided.
+void MainWindow::closeEvent(QCloseEvent* event) {
+    event->ignore();
+    if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) quitAsked();
+}
+
+void MainWindow::quitAsked() {
+    if (!_supervisor.isAnyBetweenCommands()) {
+        _application.endNow();
+        return;
+    }
+    if (std::exchange(_isAskingToQuit, true)) return;
+    AlertDescription question =
+        questionAlert({.title = Bundle::localized("A printer is being updated. Quit anyway?"),
+                       .message = Bundle::localized("The update stops now, and the printer may be unusable until "
+                                                    "the update is repeated."),
+                       .decline = Bundle::localized("Keep Updating"),
+                       .accept = Bundle::localized("Quit")},
+                      [this] { _application.endNow(); });
+    question.style = AlertStyle::critical;
+    question.isModal = true; // before any sheet, because the operator waits for it
+    question.completion = [this, answered = question.completion](int answer) {
+        _isAskingToQuit = false;
+        answered(answer);
+    };
+    _alerts.beginAlert(std::move(question));
+}
+
+void MainWindow::endAsked() {
+    if (!_supervisor.isAnyBetweenCommands()) {
+        _application.endNow();
+        return;
+    }
+    _isEndAsked = true;
+    _ui->statusbar->showMessage(localized("The program ends as soon as the updates can be interrupted safely."));
+    _supervisor.requestStop();
 }
 
 } // namespace zul::ui

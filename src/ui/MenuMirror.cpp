@@ -1,3 +1,5 @@
+// Copies texts between the actions of the menu bar and the engine's description of it, in the same order. GUI thread;
+// called by MainWindow when it is built and when its texts are translated.
 #include "ui/MenuMirror.h"
 
 #include "ui/Texts.h"
@@ -11,7 +13,7 @@ namespace zul::ui {
 
 namespace {
 
-// Tool buttons have no access keys; some languages put the key after the text, in brackets.
+// For tool buttons, which have no access keys. Some languages put the key in brackets after the text.
 QString withoutAccessKey(QString text) {
     static const QRegularExpression key("\\(&[A-Z]\\)$");
     return text.remove(key).remove('&');

@@ -1,11 +1,15 @@
+// Looks up the SVG drawings that are built into the program, in their light or dark form. GUI thread; called by every
+// widget that shows a picture.
 #include "ui/Pictures.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QFile>
 #include <QPainter>
 #include <QStyle>
 
-// The pictures are in a library: without this the linker would leave them out. It must be outside every namespace.
+// The pictures are in a static library: without this call the linker would leave them out. Q_INIT_RESOURCE does not
+// work inside a namespace.
 static void keepPictures() {
     Q_INIT_RESOURCE(pictures);
 }
@@ -26,6 +30,10 @@ QIcon iconOfFile(const QString& name) {
 
 bool isDark(const QPalette& palette) {
     return palette.color(QPalette::Window).lightness() < palette.color(QPalette::WindowText).lightness();
+}
+
+bool changesLook(const QEvent& event) {
+    return event.type() == QEvent::PaletteChange || event.type() == QEvent::ScreenChangeInternal;
 }
 
 QIcon pictureNamed(const QString& name, const QPalette& palette) {

@@ -1,42 +1,48 @@
-// The table of printers as the controller sees it, around the view in the window; and the array controller, which holds
-// the one selection that the view mirrors. GUI thread.
+// The table of printers as the engine's controller sees it: the selection of the view in the window. GUI thread, which
+// is the main queue's.
 #pragma once
 
 #include "Classes/Outlets.h"
-#include "Classes/TBPrinters.h"
-#include "ui/ChangeRelay.h"
 #include "ui/PrinterTableModel.h"
 
 #include <QObject>
 #include <QTableView>
 #include <functional>
-#include <memory>
-#include <vector>
+#include <string>
 
 namespace zul::ui {
 
-/// The view's selection. Changes that the operator or the controller makes here are reported; those that only mirror
-/// the array controller are not.
+/// The view's selection. Changes made by the operator or by the engine's controller are reported with a signal; changes
+/// that only mirror the array controller are not.
 class PrinterTable final : public QObject, public TableOutlet {
     Q_OBJECT
 
   public:
+    /// Makes view show model. Both must outlive the table.
     PrinterTable(QTableView& view, PrinterTableModel& model);
 
+    /// How many printers are listed.
     int numberOfRows() const override;
+    /// The highlighted row; -1 if there is none.
     int selectedRow() const override;
+    /// Highlights the row and reports that, unless it is highlighted already. -1 removes the highlight.
     void selectRow(int row) override;
+    /// How many columns the table has, hidden ones included.
     std::size_t numberOfColumns() const override { return PrinterTableModel::columns; }
+    /// The title above the column.
     std::string columnTitle(std::size_t column) const override;
+    /// Sets the title above the column; it is in the operator's language already.
     void setColumnTitle(std::size_t column, const std::string& title) override;
+    /// Draws the table again.
     void setNeedsDisplay() override;
 
-    /// Shows the row as selected without telling anybody; -1 shows none.
+    /// Highlights the row without a signal; -1 removes the highlight.
     void mirrorRow(int row);
-    /// Runs change, during which the selection may move by itself, without telling anybody.
+    /// Runs change, during which the view may change its selection by itself, without a signal.
     void changeQuietly(const std::function<void()>& change);
 
   Q_SIGNALS:
+    /// Another row is highlighted, or none.
     void selectionDidChange();
 
   protected:
@@ -47,44 +53,7 @@ class PrinterTable final : public QObject, public TableOutlet {
 
     QTableView& _view;
     PrinterTableModel& _model;
-    int _quiet = 0;
-};
-
-class PrinterArrayController final : public QObject, public ArrayControllerOutlet {
-    Q_OBJECT
-
-  public:
-    using Printer = std::shared_ptr<TBUSBPrinterZUL>;
-
-    PrinterArrayController(PrinterTable& table, PrinterTableModel& model);
-    /// Follows the controller's list from now on.
-    void bindTo(MainQueue& mainQueue, const std::shared_ptr<TBPrinters>& printers);
-
-    // Either way: the selection is a printer, not a row, so one that stays attached stays selected.
-    void setPreservesSelection(bool) override {}
-    void setAvoidsEmptySelection(bool avoids) override { _avoidsEmptySelection = avoids; }
-    // Either way: printers come and go in the list that this follows; nothing is ever inserted through here.
-    void setSelectsInsertedObjects(bool) override {}
-    void setSelectedObjects(const std::vector<Printer>& objects) override;
-
-    /// The selected printer: what the highlighted row shows and what actions go to; null when there is none.
-    Printer selection() const { return _selection; }
-
-  Q_SIGNALS:
-    void selectionChanged();
-    void contentChanged();
-
-  private:
-    void contentDidChange(const std::vector<Printer>& content);
-    void tableDidChange();
-    void select(Printer printer);
-
-    PrinterTable& _table;
-    PrinterTableModel& _model;
-    std::shared_ptr<TBPrinters> _printers;
-    std::unique_ptr<ChangeRelay> _relay;
-    Printer _selection;
-    bool _avoidsEmptySelection = false;
+    int _quiet = 0; // depth of nested changeQuietly calls
 };
 
 } // namespace zul::ui

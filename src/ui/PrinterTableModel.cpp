@@ -1,3 +1,5 @@
+// Reads the texts of the table from the printers and answers the view. GUI thread, which is the main queue's: called by
+// the array controller when the list changes, by change notices of the printers, and by the view.
 #include "ui/PrinterTableModel.h"
 
 #include "Classes/ColorTables.h"
@@ -13,7 +15,7 @@ namespace zul::ui {
 
 namespace {
 
-// Keys of the catalogues; the controller replaces them by their localised form at the start.
+// Keys of the catalogues; the engine's controller replaces them by their translations at the start.
 constexpr std::array<const char*, PrinterTableModel::columns> kTitles = {
     operatorText("Picture"),          operatorText("Model"),
     operatorText("Serial Number"),    operatorText("Status"),
@@ -29,7 +31,7 @@ QString colorTableText(const TBUSBPrinterZUL& printer) {
         const auto version = printer.fact(table.versionKey);
         if (version) parts << QString("%1:\u00A0%2").arg(table.name, qtext(*version)); // lines break between tables
     }
-    // A model with one table needs no names of tables.
+    // With one table its name is left out.
     return parts.size() == 1 ? parts.first().section(u':', 1).mid(1) : parts.join(", ");
 }
 
@@ -62,11 +64,12 @@ std::unique_ptr<PrinterTableModel::Row> PrinterTableModel::makeRow(const Printer
     row->relay =
         std::make_unique<ChangeRelay>(_mainQueue, printer, KeyValueObservable::kEveryKey,
                                       [this, made = row.get()](const std::string&) { scheduleRefresh(*made); });
-    readFacts(*row);
+    readTexts(*row);
     return row;
 }
 
-// Several facts of one answer make one refresh. Always later: reading the offered version may itself send a notice.
+// One reply may change several values: they make one refresh. Always later, because reading the available version may
+// itself send a change notice.
 void PrinterTableModel::scheduleRefresh(Row& row) {
     if (std::exchange(row.isStale, true)) return;
     _mainQueue.async([model = QPointer(this), printer = row.printer] {
@@ -74,7 +77,7 @@ void PrinterTableModel::scheduleRefresh(Row& row) {
         const int number = model->rowOf(printer.get());
         if (number < 0) return;
         Row& stale = *model->_rows[static_cast<std::size_t>(number)];
-        model->readFacts(stale);
+        model->readTexts(stale);
         stale.isStale = false;
         Q_EMIT model->dataChanged(model->index(number, 0), model->index(number, columns - 1));
         Q_EMIT model->printerChanged(number);
@@ -85,21 +88,21 @@ void PrinterTableModel::refreshAll() {
     for (const auto& row : _rows) scheduleRefresh(*row);
 }
 
-void PrinterTableModel::readFacts(Row& row) const {
-    TBUSBPrinterZUL& facts = *row.printer;
-    row.picture = pictureNamed(qtext(facts.image()), _palette);
-    row.texts[model] = qtext(facts.manufacturer().value_or("") + " " + facts.model().value_or("")).trimmed();
-    row.texts[serialNumber] = qtext(facts.printerSerialNumber());
-    row.texts[status] = _statusText ? _statusText(facts) : qtext(facts.printerStatus());
-    row.texts[installedFirmware] = qtext(facts.firmwareVersion());
-    static_cast<void>(facts.newFirmwareVersion()); // its check puts the results of the files among the facts
-    const auto offer = facts.firmwareOffer();
-    row.texts[offeredFirmware] = offer ? qtext(offerText(*offer)) : QString("-"); // there is no archive
-    row.texts[colorTables] = colorTableText(facts);
-    row.texts[lifetimeCounter] = qtext(facts.lifetimeCounter());
-    row.texts[usbSerialNumber] = localized(facts.usbISerialString().c_str());
-    row.isNewer = offer && offer->isReady() && facts.firmwareVersion() &&
-                  facts.availableFirmwareVersion() > facts.installedFirmwareVersion();
+void PrinterTableModel::readTexts(Row& row) const {
+    TBUSBPrinterZUL& printer = *row.printer;
+    row.picture = pictureNamed(qtext(printer.image()), _palette);
+    row.texts[model] = qtext(printer.manufacturer().value_or("") + " " + printer.model().value_or("")).trimmed();
+    row.texts[serialNumber] = qtext(printer.printerSerialNumber());
+    row.texts[status] = _statusText ? _statusText(printer) : qtext(printer.printerStatus());
+    row.texts[installedFirmware] = qtext(printer.firmwareVersion());
+    static_cast<void>(printer.newFirmwareVersion()); // it checks the files and keeps the results in the device info
+    const auto offer = printer.firmwareOffer();
+    row.texts[availableFirmware] = offer ? qtext(offerText(*offer)) : QString("-"); // the model has no firmware files
+    row.texts[colorTables] = colorTableText(printer);
+    row.texts[lifetimeCounter] = qtext(printer.lifetimeCounter());
+    row.texts[usbSerialNumber] = localized(printer.usbISerialString().c_str());
+    row.isNewer = offer && offer->isReady() && printer.firmwareVersion() &&
+                  printer.availableFirmwareVersion() > printer.installedFirmwareVersion();
 }
 
 PrinterTableModel::Printer PrinterTableModel::printer(int row) const {
@@ -118,7 +121,8 @@ void PrinterTableModel::setPalette(const QPalette& palette) {
     if (!_rows.empty()) Q_EMIT dataChanged(index(0, picture), index(rowCount() - 1, picture));
 }
 
-// ---- what views ask -------------------------------------------------------------------------------------------------
+// ---- queries of the view
+// -------------------------------------------------------------------------------------------------
 
 void PrinterTableModel::setTitle(int column, const QString& title) {
     _titles[static_cast<std::size_t>(column)] = title;
@@ -143,18 +147,18 @@ QVariant PrinterTableModel::data(const QModelIndex& index, int role) const {
     case Qt::DecorationRole:
         return index.column() == picture ? QVariant(row.picture) : QVariant();
     case Qt::FontRole:
-        if (index.column() == offeredFirmware && row.isNewer) {
+        if (index.column() == availableFirmware && row.isNewer) {
             QFont bold;
             bold.setBold(true);
             return bold;
         }
         return {};
     case Qt::ToolTipRole:
-        if (index.column() == offeredFirmware && row.isNewer) return localized("Newer than the installed firmware");
+        if (index.column() == availableFirmware && row.isNewer) return localized("Newer than the installed firmware");
         return index.column() == picture ? row.texts[model] : row.texts[column];
     case Qt::AccessibleDescriptionRole:
-        return index.column() == offeredFirmware && row.isNewer ? localized("Newer than the installed firmware")
-                                                                : QString();
+        return index.column() == availableFirmware && row.isNewer ? localized("Newer than the installed firmware")
+                                                                  : QString();
     case Qt::AccessibleTextRole:
         return index.column() == picture ? row.texts[model] : row.texts[column];
     default:

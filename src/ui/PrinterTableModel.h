@@ -1,4 +1,5 @@
-// The rows of the printer table: one snapshot of the shown facts per printer, in the order of the list. GUI thread.
+// The rows of the table of printers: one snapshot of the shown texts for each printer, in the order of the list. GUI
+// thread, which is the main queue's.
 #pragma once
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -25,36 +26,46 @@ class PrinterTableModel final : public QAbstractTableModel {
         serialNumber,
         status,
         installedFirmware,
-        offeredFirmware,
+        availableFirmware,
         colorTables,
         lifetimeCounter,
         usbSerialNumber,
         columns
     };
 
+    /// Without printers. mainQueue: where changes of printers are handled; must outlive the model.
     explicit PrinterTableModel(MainQueue& mainQueue, QObject* parent = nullptr);
 
-    /// Rows leave and come one at a time; a printer that stays keeps its row.
+    /// Shows these printers. Rows are removed and added one at a time; a printer that is still in the list keeps its
+    /// row.
     void setPrinters(const std::vector<Printer>& printers);
-    /// What the column with the status shows; the printer's own text without one. Before the first row.
+    /// Sets what the status column shows; otherwise it is the text of the printer's status. Before setPrinters.
     void setStatusText(std::function<QString(TBUSBPrinterZUL&)> text) { _statusText = std::move(text); }
-    /// Reads the facts of all printers again, later.
+    /// Posts a block to the main queue for each printer that reads its texts again.
     void refreshAll();
+    /// The printer in this row; null if there is no such row.
     Printer printer(int row) const;
-    int rowOf(const TBUSBPrinterZUL* printer) const; // -1: none
-    /// The pictures follow the window's colours.
+    /// The row of this printer; -1 if it is not listed.
+    int rowOf(const TBUSBPrinterZUL* printer) const;
+    /// Replaces the pictures by those for a window with this palette.
     void setPalette(const QPalette& palette);
 
+    /// The title above the column.
     QString title(int column) const { return _titles[static_cast<std::size_t>(column)]; }
+    /// Sets the title above the column; it is in the operator's language already.
     void setTitle(int column, const QString& title);
 
+    /// How many printers are listed; 0 for a valid parent, because a cell has no children.
     int rowCount(const QModelIndex& parent = {}) const override;
+    /// How many columns there are; 0 for a valid parent.
     int columnCount(const QModelIndex& parent = {}) const override;
+    /// What a view draws and what a screen reader reads.
     QVariant data(const QModelIndex& index, int role) const override;
+    /// The titles of the columns.
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
   Q_SIGNALS:
-    /// A fact of the printer in this row has changed.
+    /// Device info of the printer in this row has changed, and its texts have been read again.
     void printerChanged(int row);
 
   private:
@@ -63,12 +74,12 @@ class PrinterTableModel final : public QAbstractTableModel {
         std::unique_ptr<ChangeRelay> relay;
         std::array<QString, columns> texts;
         QIcon picture;
-        bool isNewer = false; // the offered firmware, than the installed one
-        bool isStale = false; // a refresh is on its way
+        bool isNewer = false; // the available firmware is newer than the installed one
+        bool isStale = false; // a block that reads the texts again is posted
     };
 
     std::unique_ptr<Row> makeRow(const Printer& printer);
-    void readFacts(Row& row) const;
+    void readTexts(Row& row) const;
     void scheduleRefresh(Row& row);
 
     MainQueue& _mainQueue;

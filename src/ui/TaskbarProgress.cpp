@@ -1,3 +1,5 @@
+// Sends the progress as a signal on the session bus; there is no reply. GUI thread; MainWindow calls it on each change
+// of an update.
 #include "ui/TaskbarProgress.h"
 
 #include <QDBusMessage>

@@ -1,4 +1,5 @@
-// Shows the progress of updates on the program's entry in the task bar, on desktops that listen for it. GUI thread.
+// Shows the progress of updates on the program's entry in the task bar, on desktops that support it. GUI thread;
+// MainWindow owns it.
 #pragma once
 
 #include <QDBusConnection>
@@ -7,8 +8,9 @@ namespace zul::ui {
 
 class TaskbarProgress {
   public:
+    /// bus: where desktops listen.
     explicit TaskbarProgress(QDBusConnection bus = QDBusConnection::sessionBus()) : _bus(std::move(bus)) {}
-    /// progress: 0 to 1. Reports to the desktop only changes of a per cent or more.
+    /// Shows or hides the progress bar. progress: 0 to 1; only changes of whole per cents are sent to the desktop.
     void show(bool isVisible, double progress);
 
   private:

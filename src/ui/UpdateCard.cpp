@@ -1,3 +1,5 @@
+// Turns the state of one update into widgets. GUI thread; UpdatePanel calls show on each change of the update and twice
+// a second while it runs.
 #include "ui/UpdateCard.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -6,7 +8,6 @@
 #include "update/UpdateStep.h"
 #include "update/UpdateTexts.h"
 
-#include <QEvent>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -65,7 +66,7 @@ UpdateCard::UpdateCard(QWidget* parent) : QFrame(parent) {
     _bar = new QProgressBar(this);
     _bar->setRange(0, kBarSteps);
     QSizePolicy room = _bar->sizePolicy();
-    room.setRetainSizeWhenHidden(true); // what is below stays in its place
+    room.setRetainSizeWhenHidden(true); // so that the lines below keep their place
     _bar->setSizePolicy(room);
     _bar->setAccessibleName(localized(operatorText("Progress of the update")));
     _stateLine = makeLabel(this, operatorText("State of the update"));
@@ -108,7 +109,7 @@ void UpdateCard::makeSteps(QBoxLayout& layout) {
         step->setTextFormat(Qt::PlainText);
         step->setWordWrap(true);
         step->setAlignment(Qt::AlignTop | Qt::AlignLeft);
-        layout.addWidget(step, 1); // all as wide
+        layout.addWidget(step, 1); // all have the same width
     }
 }
 
@@ -130,7 +131,7 @@ void UpdateCard::show(const Update& update, Clock::TimePoint now) {
     QWidget::show();
 }
 
-// A sign and a weight for each step, not a colour: not everybody sees colours.
+// Each step has a sign and a font weight instead of a color, which not all people can see.
 void UpdateCard::showSteps(const Update& update) {
     const auto current = static_cast<std::size_t>(stepOf(update.state, update.verdict));
     const bool isDone = update.verdict.isSuccess();
@@ -143,7 +144,7 @@ void UpdateCard::showSteps(const Update& update) {
         const bool isPast = i < current || isDone;
         const bool isNow = i == current && !isPast;
         const char* sign = "○";
-        QString spoken = qtext(localizedFormat("%s: to come", title.toStdString()));
+        QString spoken = qtext(localizedFormat("%s: not started", title.toStdString()));
         if (isPast) {
             sign = "✓";
             spoken = qtext(localizedFormat("%s: done", title.toStdString()));
@@ -161,8 +162,8 @@ void UpdateCard::showSteps(const Update& update) {
     }
 }
 
-// The bytes of the image or the table while they are written, and nothing that would look like them in between: how
-// long a restart takes nobody knows.
+// Shows the bytes of the image or the table while they are written, and no bar in between: how long a restart takes is
+// not known.
 void UpdateCard::showProgress(const Update& update) {
     const auto& state = update.state;
     const bool isWriting =
@@ -178,7 +179,7 @@ void UpdateCard::showProgress(const Update& update) {
                                        kilobytes(state.bytesTotal).toStdString()));
     }
     _bar->setFormat(format);
-    _bar->setValue(value); // once: each value is painted and read by screen readers at once
+    _bar->setValue(value); // only once per call: each value is painted and read aloud at once
     _bar->setVisible(isWriting || update.verdict.isSuccess());
 }
 
@@ -189,10 +190,10 @@ void UpdateCard::showTimes(const Update& update, Clock::TimePoint now) {
         _times->setText(elapsed);
         return;
     }
-    const long long silent = duration_cast<seconds>(now - update.state.lastSign).count();
+    const long long secondsAgo = duration_cast<seconds>(now - update.state.lastSign).count();
     const QString sign =
         qtext(localizedPluralFormat("last sign of life %d second ago", "last sign of life %d seconds ago",
-                                    static_cast<unsigned long>(std::max(silent, 0LL))));
+                                    static_cast<unsigned long>(std::max(secondsAgo, 0LL))));
     _times->setText(elapsed + " · " + sign);
     _stateLine->setText(asSentence(describeState(update.state, now, update.usual)));
 }
@@ -224,8 +225,7 @@ void UpdateCard::showPicture() {
 }
 
 bool UpdateCard::event(QEvent* event) {
-    const bool isOtherLook = event->type() == QEvent::PaletteChange || event->type() == QEvent::ScreenChangeInternal;
-    if (isOtherLook) showPicture();
+    if (changesLook(*event)) showPicture();
     return QFrame::event(event);
 }
 

@@ -1,5 +1,5 @@
 // One update on the screen: its steps with the current one marked, a progress bar, the time, the last sign of life, and
-// what to do when it stalls. Stays with its result until it is closed. GUI thread.
+// advice when it stalls; in the end its result, until the operator closes it. GUI thread; UpdatePanel owns it.
 #pragma once
 
 #include "update/UpdateSupervisor.h"
@@ -18,12 +18,15 @@ class UpdateCard final : public QFrame {
     Q_OBJECT
 
   public:
+    /// Empty and not shown until show is called.
     explicit UpdateCard(QWidget* parent = nullptr);
+    /// Shows the update as it is at this time of the supervisor's clock.
     void show(const Update& update, Clock::TimePoint now);
-    /// For the order of the tab key.
+    /// The button that closes the card; UpdatePanel sets its place in the tab order.
     QWidget& closeButton() const;
 
   Q_SIGNALS:
+    /// The operator has pressed the close button; the card is still shown.
     void closed();
 
   protected:

@@ -1,3 +1,5 @@
+// Adds, refreshes and removes the cards of updates. GUI thread; MainWindow calls showUpdates when the supervisor
+// reports a change.
 #include "ui/UpdatePanel.h"
 
 #include "ui/Texts.h"
@@ -9,7 +11,7 @@ namespace zul::ui {
 
 UpdatePanel::UpdatePanel(QWidget* parent) : QScrollArea(parent) {
     setWidgetResizable(true);
-    setFrameShape(QFrame::StyledPanel); // it shows the focus: the keyboard scrolls it
+    setFrameShape(QFrame::StyledPanel); // visible focus: the keyboard scrolls the panel
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Preferred);
     auto* const content = new QWidget(this);
     _cards = new QVBoxLayout(content);
@@ -30,7 +32,7 @@ int UpdatePanel::wantedHeight() const {
     return cards + 2 * frameWidth();
 }
 
-// The tab key goes from here to a card that comes at the end.
+// A card that is added at the end comes after this control in the tab order.
 QWidget* UpdatePanel::lastControl() {
     for (int place = _cards->count() - 1; place >= 0; --place) {
         if (auto* const card = qobject_cast<UpdateCard*>(_cards->itemAt(place)->widget())) return &card->closeButton();
@@ -59,7 +61,7 @@ void UpdatePanel::showUpdates() {
             card = new UpdateCard(widget());
             QWidget* const before = lastControl();
             _cards->insertWidget(_cards->count() - 1, card);
-            setTabOrder(before, &card->closeButton()); // before the details, as it is seen
+            setTabOrder(before, &card->closeButton()); // before the details, as on the screen
             // Later: the card must not be deleted while it handles its own click.
             connect(
                 card, &UpdateCard::closed, this, [this, dismissed = key] { _supervisor->dismiss(dismissed); },

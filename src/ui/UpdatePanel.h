@@ -1,4 +1,4 @@
-// The updates of all printers, one card each, newest state. Not to be seen while there is none. GUI thread.
+// The updates of all printers, one card each. Hidden while there are none. GUI thread; a part of the main window.
 #pragma once
 
 #include "ui/UpdateCard.h"
@@ -15,17 +15,19 @@ class UpdatePanel final : public QScrollArea {
     Q_OBJECT
 
   public:
+    /// Empty and hidden until follow and showUpdates are called.
     explicit UpdatePanel(QWidget* parent = nullptr);
+    /// Sets the supervisor whose updates are shown; it must outlive the panel.
     void follow(UpdateSupervisor& supervisor);
 
-    /// What all cards need, at the width that there is.
+    /// The height in pixels that all cards need at the present width.
     int wantedHeight() const;
 
-    /// Shows the updates as they are now.
+    /// Shows the updates as they are now, except those that the operator has dismissed.
     void showUpdates();
 
   Q_SIGNALS:
-    /// There is more to be seen than before, or less: another update, or what to do about one.
+    /// wantedHeight() has changed: an update was added or removed, or an advice.
     void roomChanged();
 
   private:

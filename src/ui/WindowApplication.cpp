@@ -1,4 +1,4 @@
-// How the window's program ends. GUI thread.
+// How the window's program ends. GUI thread; called by the engine's alerts and by MainWindow.
 #include "ui/WindowApplication.h"
 
 #include "Classes/TBPrinters.h"
@@ -14,7 +14,7 @@ void WindowApplication::terminate() {
 }
 
 void WindowApplication::endNow() {
-    // The controller always answers "now": a printer in the middle of an update is not waited for here.
+    // The delegate always answers "now": this does not wait for updates.
     if (_delegate != nullptr) static_cast<void>(_delegate->applicationShouldTerminate());
     _end();
 }

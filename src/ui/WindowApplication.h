@@ -1,4 +1,4 @@
-// The application as the engine sees it: who decides about its end, and how it ends. GUI thread.
+// The application as the engine sees it: its name, and how it ends. GUI thread, which is the main queue's.
 #pragma once
 
 #include "Classes/Outlets.h"
@@ -10,18 +10,21 @@ namespace zul::ui {
 
 class WindowApplication final : public ApplicationOutlet {
   public:
-    /// end leaves the event loop, and all loops inside it; dialogs have no say.
+    /// end: leaves the event loop and all nested loops; open dialogs cannot prevent that.
     explicit WindowApplication(std::function<void()> end) : _end(std::move(end)) {}
 
+    /// Sets the object that is asked before the end; null for none.
     void setDelegate(TBPrinters* delegate) override { _delegate = delegate; }
-    /// A person has pressed "Quit" in one of the engine's alerts.
+    /// Ends the program on the operator's request in one of the engine's alerts: calls what setQuitAsked has set.
     void terminate() override;
+    /// The name of the program for menus and titles.
     std::string processName() const override { return "ZUL Printer Utility"; }
 
-    /// What a person's request leads to; without it the program ends at once.
+    /// Sets what is called on the operator's request to end the program; without it the program ends at once.
     void setQuitAsked(std::function<void()> quitAsked) { _quitAsked = std::move(quitAsked); }
-    /// Asks the controller, which always agrees, and ends the program.
+    /// Ends the program at once, after asking the delegate, which always agrees.
     void endNow();
+    /// The object that is asked before the end; null for none.
     TBPrinters* delegate() const { return _delegate; }
 
   private:

@@ -1,3 +1,5 @@
+// Defines and checks the options of the window program, most of which it shares with zulctl. Main thread; main calls
+// it.
 #include "ui/WindowOptions.h"
 
 #include <CLI/CLI.hpp>

@@ -1,17 +1,18 @@
+// Connects session, main window and event loop, and takes them down in the right order. GUI thread; called by main.
 #include "ui/WindowProgram.h"
 
 namespace zul::ui {
 
 WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock)
     : _application([this, end = std::move(end)] {
-          if (_window) _window->rememberLayout(); // whoever ended it: an alert, too
+          if (_window) _window->rememberLayout(); // here, because an alert may end the program, too
           end();
       }),
       _session(std::make_unique<Session>(std::move(options), _alerts, _application, clock)),
       _loop(std::make_unique<LoopBinding>(_session->mainQueue)),
       _window(std::make_unique<MainWindow>(*_session, _alerts, _application)) {}
 
-// Alerts hold printers, and those use the session.
+// Alerts hold printers, which use the session.
 WindowProgram::~WindowProgram() {
     _alerts.dismissAll();
 }

@@ -1,4 +1,5 @@
-// One run of the window: its outlets, its session, its main window. GUI thread.
+// One run of the window program: the alerts, the session, the binding of the main queue to the loop, and the main
+// window. GUI thread, which is the main queue's; main owns it.
 #pragma once
 
 #include "ui/AlertPresenter.h"
@@ -13,15 +14,18 @@ namespace zul::ui {
 
 class WindowProgram {
   public:
-    /// end leaves the event loop. clock: the machine's own when null.
+    /// end: leaves the event loop. clock: the machine's own if null; a given one must outlive the program.
     WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock = nullptr);
     ~WindowProgram();
 
-    /// Finds the printers and shows the window; the problem that prevents it, or nothing.
+    /// Finds the printers and shows the window. Returns the problem that prevents it, or nullopt.
     std::optional<SessionProblem> start();
 
+    /// The presenter of all alerts of this run.
     AlertPresenter& alerts() { return _alerts; }
+    /// The session of this run.
     Session& session() { return *_session; }
+    /// The main window, also before start.
     MainWindow& window() { return *_window; }
 
   private:

@@ -171,8 +171,8 @@ fs::path UpdateHistory::file() const {
 std::string UpdateHistory::problemOf(Access access, const HistoryFailure& failure) const {
     const std::string name = file().string();
     if (failure.kind == HistoryFailure::Kind::newer) {
-        return localizedFormat("The history of updates %s was written by a newer version of this program and was left "
-                               "alone. Install that version to use it.",
+        return localizedFormat("The history of updates %s was written by a newer version of this program and was not "
+                               "changed. Install that version to use it.",
                                name);
     }
     if (failure.kind == HistoryFailure::Kind::noRecord) {
@@ -228,14 +228,15 @@ std::string UpdateHistory::beginAfresh(Access access, const Operation& operation
         // kept is empty if another process has renamed the file already; that process reports it.
         if (const fs::path kept = putDamagedHistoryAside(file(), damagedFile, now, _options.longestWait);
             !kept.empty()) {
-            report = localizedFormat("The history of updates %s is damaged. It was kept as %s; the history starts "
-                                     "afresh. Repair it and put it back, or delete it.",
+            report = localizedFormat("The history of updates %s is damaged. It was kept as %s; a new one was begun. "
+                                     "Repair it and restore it, or delete it.",
                                      file().string(), kept.string());
         }
     } catch (const HistoryFailure& failure) {
-        return localizedFormat("The history of updates %s is damaged. It could not be renamed (%s) and was left alone. "
-                               "Repair or delete it.",
-                               file().string(), failure.reason);
+        return localizedFormat(
+            "The history of updates %s is damaged. It could not be renamed (%s) and was not changed. "
+            "Repair or delete it.",
+            file().string(), failure.reason);
     }
     try {
         attempt(access, operation);

@@ -13,7 +13,7 @@ namespace zul {
 namespace {
 
 constexpr const char* kLoaderAdvice =
-    operatorText("The printer is in firmware update mode and does not take the firmware. Leave it switched on. If "
+    operatorText("The printer is in firmware update mode and does not accept the firmware. Leave it switched on. If "
                  "nothing happens, switch it off and on and start the update again.");
 constexpr const char* kTablesAdvice =
     operatorText("The printer has new firmware and does not answer. Its color tables are not complete yet. Leave it "
@@ -27,21 +27,20 @@ constexpr auto kRows = std::to_array<PhaseRow>({
     {UpdatePhase::checking, UpdateStep::checking, "checking", operatorText("checking"), 0, 15, 2, false,
      operatorText("The printer does not answer. Nothing has been changed in it. Switch it off and on, then start "
                   "again.")},
-    {UpdatePhase::enteringLoader, UpdateStep::enteringLoader, "entering loader", operatorText("sent to the loader"),
+    {UpdatePhase::enteringLoader, UpdateStep::enteringLoader, "entering loader", operatorText("entering the loader"),
      10, 20, 4, true,
      operatorText("The printer was ordered to restart and has not left yet. Leave it switched on. If nothing happens, "
                   "switch it off and on, then start the update again.")},
     {UpdatePhase::loaderAway, UpdateStep::restartingIntoLoader, "restarting into loader", operatorText("restarting into the loader"),
      30, 60, 8, true,
-     operatorText("The printer has not come back as its loader. Leave it switched on and check the USB cable. If it "
-                  "stays away, switch it off and on: the update continues when it appears.")},
+     operatorText("The printer has not restarted into its loader. Leave it switched on and check the USB cable. If it does not come back, switch it off and on: the update continues when it appears.")},
     {UpdatePhase::loaderBack, UpdateStep::restartingIntoLoader, "in the loader", operatorText("in the loader"),
      30, 60, 4, true, kLoaderAdvice},
     {UpdatePhase::writing, UpdateStep::writingFirmware, "writing", operatorText("writing the firmware"),
      10, 20, 30, true, kLoaderAdvice},
-    {UpdatePhase::cutOff, UpdateStep::writingFirmware, "cut off", operatorText("it left in the middle of the firmware"),
+    {UpdatePhase::cutOff, UpdateStep::writingFirmware, "cut off", operatorText("it was disconnected in the middle of the firmware"),
      0, 30, 0, true,
-     operatorText("The printer left while the firmware was written to it. Check the USB cable and the power, switch "
+     operatorText("The printer was disconnected while the firmware was written to it. Check the USB cable and the power, switch "
                   "the printer off and on, then start the update again: that completes it.")},
     {UpdatePhase::programming, UpdateStep::writingFirmware, "programming", operatorText("programming its flash"),
      90, 180, 20, true,
@@ -49,7 +48,7 @@ constexpr auto kRows = std::to_array<PhaseRow>({
     {UpdatePhase::restarting, UpdateStep::restartingIntoFirmware, "restarting",
      operatorText("restarting into the new firmware"), 60, 120, 10, true,
      operatorText("The printer has not come back with the new firmware. Leave it switched on and check the USB cable. "
-                  "If it stays away, switch it off and on: the update continues when it appears.")},
+                  "If it does not come back, switch it off and on: the update continues when it appears.")},
     {UpdatePhase::restarted, UpdateStep::restartingIntoFirmware, "restarted",
      operatorText("back, waiting until it is idle"), 30, 60, 4, true, kTablesAdvice},
     {UpdatePhase::backInLoader, UpdateStep::writingFirmware, "back in the loader",

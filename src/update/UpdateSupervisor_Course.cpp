@@ -268,7 +268,7 @@ void UpdateSupervisor::explain(Update& update) const {
     }
     if (result == UpdateResult::notBack && !update.replacedBy.empty()) {
         update.verdict.reason =
-            localizedFormat("another printer (serial number %s) is attached at its place", update.replacedBy);
+            localizedFormat("another printer (serial number %s) is attached at its location", update.replacedBy);
         update.advice = Bundle::localized(operatorText("Attach the printer whose update was begun, and start its "
                                                        "update again."));
     }
@@ -285,8 +285,9 @@ void UpdateSupervisor::explain(Update& update) const {
     const std::string& last = earlier->phases.back().name;
     if (last != phaseRow(UpdatePhase::writing).name && last != phaseRow(UpdatePhase::cutOff).name) return;
     // A printer that waits for the rest of a payload takes every query for that rest.
-    update.verdict.reason = localizedFormat("the firmware was cut off at %s, and the printer waits for the rest of it",
-                                            localTimeText(earlier->begun));
+    update.verdict.reason =
+        localizedFormat("the transfer of the firmware was interrupted at %s, and the printer waits for the rest of it",
+                        localTimeText(earlier->begun));
     update.advice = Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
                                                    "completes it."));
 }

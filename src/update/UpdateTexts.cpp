@@ -27,8 +27,8 @@ std::string phaseText(const UpdateState& state) {
     const std::string text = Bundle::localized(row.text);
     if (state.refused) {
         return Bundle::localized(state.refused->command == kCommandEnterLoader
-                                     ? operatorText("the printer did not take the command to restart")
-                                     : operatorText("the printer did not take the firmware"));
+                                     ? operatorText("the printer did not accept the command to restart")
+                                     : operatorText("the printer did not accept the firmware"));
     }
     if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
         const unsigned percent = static_cast<unsigned>(100ULL * state.bytesDone / state.bytesTotal);
@@ -143,9 +143,9 @@ std::string describeFailure(IOReturn code) {
     switch (code) {
     case kIOReturnNoDevice:
     case kIOReturnNotResponding:
-        return Bundle::localized(operatorText("the printer left"));
+        return Bundle::localized(operatorText("the printer was disconnected"));
     case kIOUSBTransactionTimeout:
-        return Bundle::localized(operatorText("the printer did not take the data in time"));
+        return Bundle::localized(operatorText("the printer did not accept the data in time"));
     case kIOUSBPipeStalled:
         return Bundle::localized(operatorText("the printer refused the data"));
     case kIOReturnExclusiveAccess:
@@ -173,7 +173,7 @@ std::string adviceFor(const UpdateState& state) {
     }
     if (state.isNotInLoader()) {
         return localizedFormat(
-            "The printer that is attached at its place is not in its loader (%s). Check that this is "
+            "The printer that is attached at its location is not in its loader (%s). Check that this is "
             "the printer whose update was begun. If it is, switch it off and on, then start the "
             "update again.",
             textForStatus(state.rawStatus));

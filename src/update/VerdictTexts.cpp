@@ -14,11 +14,12 @@ std::string withCause(std::string text, const std::optional<IOReturn>& code) {
 
 std::string imageReason(const UpdateState& state) {
     if (state.phase == UpdatePhase::backInLoader || state.rawStatus == kLoaderStatus) {
-        return Bundle::localized(operatorText("the printer is still in firmware update mode: it did not take the "
+        return Bundle::localized(operatorText("the printer is still in firmware update mode: it did not accept the "
                                               "firmware"));
     }
     if (state.isAnswerMissing && state.isAttached) {
-        return Bundle::localized(operatorText("the firmware was cut off, and the printer waits for the rest of it"));
+        return Bundle::localized(
+            operatorText("the transfer of the firmware was interrupted, and the printer waits for the rest of it"));
     }
     return withCause(Bundle::localized(operatorText("the firmware was not written")), state.writeFailure);
 }
@@ -38,7 +39,7 @@ std::optional<std::string> reportedTable(const UpdateState& state, const UpdateE
 
 std::string notBackReason(const UpdateState& state) {
     if (state.isNotInLoader()) {
-        return localizedFormat("the printer that is attached at its place is not in its loader (%s)",
+        return localizedFormat("the printer that is attached at its location is not in its loader (%s)",
                                textForStatus(state.rawStatus));
     }
     if (state.isWaitingUntilReady()) {
@@ -52,7 +53,7 @@ std::string notBackReason(const UpdateState& state) {
 std::string reasonAfterSending(UpdateResult result, const UpdateState& state, const UpdateExpectation& expectation) {
     switch (result) {
     case UpdateResult::commandRefused:
-        return Bundle::localized(operatorText("the printer did not take the command to restart"));
+        return Bundle::localized(operatorText("the printer did not accept the command to restart"));
     case UpdateResult::imageNotTaken:
         return imageReason(state);
     case UpdateResult::identityLost:
@@ -69,7 +70,7 @@ std::string reasonAfterSending(UpdateResult result, const UpdateState& state, co
         return localizedFormat("the printer reports another color table than the one that was sent (%s)",
                                textOrNull(reportedTable(state, expectation)));
     case UpdateResult::clearRefused:
-        return Bundle::localized(operatorText("the printer did not take the command to clear its color tables"));
+        return Bundle::localized(operatorText("the printer did not accept the command to clear its color tables"));
     case UpdateResult::notBack:
         return notBackReason(state);
     case UpdateResult::stopped:
@@ -123,9 +124,9 @@ std::string reasonFor(UpdateResult result, const UpdateState& state, const Updat
     case UpdateResult::cannotFollow:
         return Bundle::localized(operatorText("this machine does not report when printers leave and return"));
     case UpdateResult::left:
-        return Bundle::localized(operatorText("the printer left before its update began"));
+        return Bundle::localized(operatorText("the printer was disconnected before its update began"));
     case UpdateResult::reconnected:
-        return Bundle::localized(operatorText("the printer's version was not known, so it was made to reconnect"));
+        return Bundle::localized(operatorText("the printer's version was not known, so it was reconnected"));
     default:
         return reasonAfterSending(result, state, expectation);
     }
@@ -176,9 +177,10 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
             return Bundle::localized(operatorText("Leave the printer switched on, correct that and start the update "
                                                   "again."));
         }
-        return Bundle::localized(operatorText("Leave the printer switched on and check the USB cable. If it stays away "
-                                              "or does not answer, switch it off and on. Then start the update "
-                                              "again."));
+        return Bundle::localized(
+            operatorText("Leave the printer switched on and check the USB cable. If it does not come back or does not "
+                         "answer, switch it off and on. Then start the update "
+                         "again."));
     case UpdateResult::versionUnread:
     case UpdateResult::otherVersion:
     case UpdateResult::tablesMissing:

@@ -79,7 +79,8 @@ TEST_CASE("an unresponsive printer that was cut off during its image has not tak
     CHECK(lab.update().state.isImageInDoubt());
     lab.rest(5min);
     CHECK(lab.ends == Results{UpdateResult::imageNotTaken});
-    CHECK(lab.update().verdict.reason == "the firmware was cut off, and the printer waits for the rest of it");
+    CHECK(lab.update().verdict.reason ==
+          "the transfer of the firmware was interrupted, and the printer waits for the rest of it");
     CHECK(lab.update().advice.starts_with("Switch the printer off and on"));
 }
 

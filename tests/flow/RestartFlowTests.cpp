@@ -121,7 +121,7 @@ TEST_CASE("another printer at the same location after the order gets no image un
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 3min});
     startUpTo(lab, UpdatePhase::loaderAway);
-    std::string reason = "the printer that is attached at its place is not in its loader (Idle)";
+    std::string reason = "the printer that is attached at its location is not in its loader (Idle)";
     std::string advice = "Check that this is the printer whose update was begun, then start the update again.";
     std::ptrdiff_t images = 0;
     SUBCASE("it is in normal mode") {
@@ -129,14 +129,14 @@ TEST_CASE("another printer at the same location after the order gets no image un
     }
     SUBCASE("it is in its loader: it gets the image that it waits for, and the first printer is not back") {
         lab.attach("VK14,serial=999999,location=1-1,mode=loader");
-        reason = "another printer (serial number 999999) is attached at its place";
+        reason = "another printer (serial number 999999) is attached at its location";
         advice = "Attach the printer whose update was begun, and start its update again.";
         images = 1;
     }
     lab.advance(2min);
     if (images == 0) {
         CHECK(lab.update().advice ==
-              "The printer that is attached at its place is not in its loader (Idle). Check that "
+              "The printer that is attached at its location is not in its loader (Idle). Check that "
               "this is the printer whose update was begun. If it is, switch it off and on, then "
               "start the update again.");
     }
@@ -158,7 +158,7 @@ TEST_CASE("another printer at the same location after the image does not make it
     }
     lab.rest();
     CHECK(lab.ends == Results{UpdateResult::notBack});
-    CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its place");
+    CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its location");
     CHECK(lab.timesSeen(kImage) == 1);
     CHECK(lab.operatorDesk.title() == "The update is not complete.");
 }

@@ -84,7 +84,7 @@ TEST_CASE("a printer whose questions were cut short before its serial number is 
     reports(lab, events::QuestionsEnded{.isComplete = false});
     lab.rest();
     CHECK(lab.ends == Results{UpdateResult::notBack});
-    CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its place");
+    CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its location");
 }
 
 TEST_CASE("a loader that was left for damaged files is judged once per return, and completed when they are mended") {

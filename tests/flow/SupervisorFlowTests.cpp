@@ -236,7 +236,8 @@ TEST_CASE("a refused image ends the update once the loader has shown that it wai
     lab.beginUpdate();
     lab.rest(1min);
     CHECK(lab.result() == UpdateResult::imageNotTaken);
-    CHECK(lab.update().verdict.reason == "the printer is still in firmware update mode: it did not take the firmware");
+    CHECK(lab.update().verdict.reason ==
+          "the printer is still in firmware update mode: it did not accept the firmware");
 }
 
 TEST_CASE("a printer that is back in its loader after the image ends the update, and a second start completes it") {

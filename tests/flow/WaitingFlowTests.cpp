@@ -21,7 +21,7 @@ TEST_CASE("advice is due when a phase has reached its limit, and a late return i
     CHECK(lab.update().advice.empty());
     lab.rest(2min);
     CHECK(lab.update().isStalled);
-    CHECK(lab.update().advice.starts_with("The printer has not come back as its loader."));
+    CHECK(lab.update().advice.starts_with("The printer has not restarted into its loader."));
     lab.bus.plug(0);
     lab.rest();
     CHECK(lab.result() == UpdateResult::succeeded);

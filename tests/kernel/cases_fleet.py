@@ -16,7 +16,7 @@ PRINTERS, FEWER_PRINTERS = 16, 4
 # transfers are slow: up to the first factor all images of sixteen printers succeed, above the second too few do.
 ALL_ARRIVE, CARRIES_ALL = 1.5, 3.0
 MISSED = ("image not taken", "kIOUSBTransactionTimeout",
-          "the update is not complete: the printer is still in firmware update mode: it did not take the firmware. "
+          "the update is not complete: the printer is still in firmware update mode: it did not accept the firmware. "
           "Switch the printer off and on, then start the update again: that completes it.")
 PROGRAM_SLOWLY = 15_000  # ms; long enough for a second update to start while the first one programs the flash
 OLD, NEW = "VK14 01.60", "VK14 01.61"

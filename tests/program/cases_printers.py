@@ -115,7 +115,7 @@ def _(bench):
     printers = ("VK14,fault=stall@MNT_WTCOUNTER_CLR",)
     result = bench.run("reset-counter", "A", "1", printers=printers)
     expect_equal(result.status, 1, "exit status")
-    expect_equal(result.err, "zulctl: VK14 000001 (1-1) did not take the command: the printer refused the data. "
+    expect_equal(result.err, "zulctl: VK14 000001 (1-1) did not accept the command: the printer refused the data. "
                              "Switch it off and on, then try again.\n", "the problem")
     log = bench.run("-v", "reset-counter", "A", "1", printers=printers).err
     expect("Switch it off and on, then try again. (kIOUSBPipeStalled)" in log, log)
@@ -226,7 +226,7 @@ def _(bench):
 @case("a printer with bad replies is listed with a remedy, and one that replies to the second query is not")
 def _(bench):
     mute = ("VK14,fault=silence@FVER#1,fault=silence@FVER#2",)
-    expect("Idle: does not answer as it should, switch it off and on" in bench.run("list", printers=mute).out, "list")
+    expect("Idle: gives no valid answers, switch it off and on" in bench.run("list", printers=mute).out, "list")
     expect_equal(bench.run("--json", "list", printers=mute).json[0]["notAnswering"], True, "in JSON")
     slow = ("VK14,fault=silence@FVER#1",)
     expect("does not answer" not in bench.run("list", printers=slow).out, "list")

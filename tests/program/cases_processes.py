@@ -1,4 +1,5 @@
 """Two processes of this product and one printer: the output and the effect of the second one."""
+import json
 import os
 import subprocess
 
@@ -45,6 +46,12 @@ class Other:
         return self.zulctl.returncode, out, err
 
 
+def events(file):
+    """What the printer saw: its arrivals and departures, and commands."""
+    with open(file, encoding="utf-8") as lines:
+        return [event.get("command", event["event"]) for event in map(json.loads, lines)]
+
+
 def flashed(file):
     with open(file, encoding="utf-8") as lines:
         return any("FW_UPDFLASH" in line for line in lines)
@@ -62,11 +69,14 @@ def _(bench):
 
 @case("commands that change a printer are refused while another process updates it, and that process is named")
 def _(bench):
-    for words in (("reset-counter", "A", "1"), ("soft-reset", "1"), ("reset", "1"), ("reenumerate", "1")):
-        with Other(bench, *words) as other:
+    for words in (("reset-counter", "A", "1"), ("soft-reset", "1"), ("reset", "1"), ("reenumerate", "1"),
+                  ("usb-serial", "off", "1")):
+        file = bench.path("journal")
+        with Other(bench, "--virtual-journal", file, *words, printers=("VK14,usb-serial=on",)) as other:
             status, out, err = other.outcome()
             expect_equal(status, 5, f"exit status of {words}: {out}{err}")
             expect(f"{other.name}. It updates the printer: do not close it" in err, err)
+        expect_equal(events(file), ["arrive"], f"what the printer saw of {words}")
 
 
 @case("the diagnosis names the process that updates a printer")
@@ -76,3 +86,30 @@ def _(bench):
         status, out, err = other.outcome()
         expect_equal(status, 1, out + err)
         expect(other.name in out and f"ps -fp {other.holder.pid}" in out, out)
+
+
+@case("a printer that another process updates is listed with that process and its phase, and is not asked anything")
+def _(bench):
+    for words in (("list",), ("info", "1"), ("status", "1")):
+        file = bench.path("journal")
+        with Other(bench, "--virtual-journal", file, *words) as other:
+            _status, out, err = other.outcome()
+            expect(other.name in out + err, f"{words}: {out}{err}")
+        expect_equal(events(file), ["arrive"], f"what the printer saw of {words}")
+
+
+@case("a watch shows the process that updates a printer, and the printer's answers when that process has ended")
+def _(bench):
+    with Other(bench, "watch") as other:
+        other.zulctl.stdin.write("go\n")
+        other.zulctl.stdin.flush()
+        seen = []
+        while not seen or other.name not in seen[-1]:
+            line = other.zulctl.stdout.readline()
+            expect(line, f"the watch goes on: {seen}")
+            seen.append(line)
+        other.holder.kill()
+        while "VK14 01.60" not in seen[-1]:
+            line = other.zulctl.stdout.readline()
+            expect(line, f"the watch goes on: {seen}")
+            seen.append(line)

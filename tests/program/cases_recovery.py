@@ -65,14 +65,14 @@ def _(bench):
     expect_equal(result.status, 1, result.out)
     last = result.lines[-1]
     expect_equal((last["result"], last["code"]), ("image not taken", "kIOUSBPipeStalled"), "result")
-    expect("it did not take the firmware" in last["message"] and "kIO" not in last["message"], last["message"])
+    expect("it did not accept the firmware" in last["message"] and "kIO" not in last["message"], last["message"])
 
 
 @case("a failed command to restart leaves the printer unchanged, and this is reported")
 def _(bench):
     result = bench.run("--json", *UPDATE, printers=("VK14,fault=stall@FLASH_REWRITE",))
     expect_equal(result.status, 1, result.out)
-    expect("did not take the command to restart. Nothing has been changed" in result.lines[-1]["message"], result.out)
+    expect("did not accept the command to restart. Nothing has been changed" in result.lines[-1]["message"], result.out)
 
 
 @case("a printer unplugged during the image is reported, and the next run updates it")

@@ -63,7 +63,7 @@ def _(bench):
 
 @case("the window queries a printer, keeps a log, and ends when the system requests it")
 def _(bench):
-    for number in (signal.SIGTERM, signal.SIGINT):
+    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
         journal = bench.path(f"journal-{number}")
         process = window(bench, "--virtual", f"VK14,{FAST}", "--virtual-journal", journal)
         wait_for_command(journal, "SERIAL_NUMBER")

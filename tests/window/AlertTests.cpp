@@ -1,4 +1,5 @@
-// Every alert on the screen: its texts, its buttons in their order, the default button, Escape, the agreement box.
+// Every alert on the screen: its texts, the order of its buttons, the default button, Escape, and the check box of the
+// agreement. Run on the GUI thread with embedded printers.
 #include "window/Stage.h"
 #include "window/Updates.h"
 
@@ -55,7 +56,7 @@ bool isContinueEnabled(Stage& stage) {
 
 TEST_CASE("the agreement follows its box, and \"Quit\" is its default") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     const auto shown = stage.waitForAlert("Attention:");
     checkAlert(
@@ -75,13 +76,13 @@ TEST_CASE("the agreement follows its box, and \"Quit\" is its default") {
     stage.press(Qt::Key_Escape);
     CHECK_FALSE(shown.box->close()); // what a desktop's own keys ask for
     stage.settle();
-    CHECK(stage.alert().has_value()); // there is no "Cancel" that Escape could stand for
+    CHECK(stage.alert().has_value()); // there is no "Cancel" for Escape to press
     CHECK_FALSE(stage.hasEnded());
 }
 
 TEST_CASE("Return in the agreement presses \"Quit\"") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.click("I Agree"); // the focus is on the box now
@@ -89,9 +90,9 @@ TEST_CASE("Return in the agreement presses \"Quit\"") {
     stage.waitFor("the end", [&] { return stage.hasEnded(); });
 }
 
-TEST_CASE("a VK-RZ7 with old firmware is told to use up its media, naming the program's version") {
+TEST_CASE("the agreement for a VK-RZ7 with old firmware asks to use up its media and names the program's version") {
     Stage stage({.printers = {quick("VK-RZ7", "firmware=VK-RZ7 02.03")}, .admittedProducts = {5}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     checkAlert(stage.waitForAlert("Attention:"),
                "This update tool is for the ZUL RZ7 printer. It will upgrade the printer to 2.06.\n\nOnce updated, the "
@@ -101,11 +102,11 @@ TEST_CASE("a VK-RZ7 with old firmware is told to use up its media, naming the pr
     stage.screenshot("agreement-rz7");
 }
 
-TEST_CASE("damaged firmware files are named with what helps before the first question, and nothing is sent") {
+TEST_CASE("a damaged firmware file is reported with advice before the first question, and no command is sent") {
     const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
     archive.damage(kFirmwareFile);
     Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitFor("the reason", [&] { return stage.visibleText().contains("Not updated: VK14 01.61.fw in "); });
     CHECK(stage.visibleText().contains("is damaged: it does not match its digest."));
@@ -114,20 +115,20 @@ TEST_CASE("damaged firmware files are named with what helps before the first que
     CHECK(std::ranges::count(changesOnTheWire(stage), "FW_UPDFLASH_REWRITE") == 0);
 }
 
-TEST_CASE("whether to install an equal version again is not asked when its files are damaged") {
+TEST_CASE("with damaged files there is no question whether to install an equal version again") {
     const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
     archive.damage(kFirmwareFile);
     Stage stage({.printers = {quick("VK14", "firmware=VK14 01.61,tables=0161")}, .firmwareArchive = archive.folder()});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitFor("the reason", [&] { return stage.visibleText().contains("Not updated: VK14 01.61.fw in "); });
     CHECK_FALSE(stage.alert());
 }
 
-TEST_CASE("files that are damaged behind the agreement end in an alert that leads nowhere") {
+TEST_CASE("files that are damaged after the agreement end the update with an alert that has only OK") {
     const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
     Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     agree(stage);
     stage.waitForAlert(kConfirmTitle);
     archive.damage(kFirmwareFile);
@@ -140,7 +141,7 @@ TEST_CASE("files that are damaged behind the agreement end in an alert that lead
 TEST_CASE("files that are damaged while the printer restarts leave it in its loader with an alert") {
     const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
     Stage stage({.printers = {"VK14,restart=1000,speed=100000000"}, .firmwareArchive = archive.folder()});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     agree(stage);
     stage.waitForAlert(kConfirmTitle);
     stage.answer("Update Firmware to VK14 01.61");
@@ -150,14 +151,14 @@ TEST_CASE("files that are damaged while the printer restarts leave it in its loa
                "This application may be damaged. Please download a new copy.", {"OK"});
     CHECK(stage.visibleText().contains(
         "The firmware files are damaged. The printer is in firmware update mode: leave it switched on"));
-    CHECK(stage.window().findChild<QAction*>("actionUpdate")->isEnabled()); // for when they are mended
+    CHECK(stage.window().findChild<QAction*>("actionUpdate")->isEnabled()); // to try again once the files are replaced
     stage.answer("OK");
 }
 
 // No printer that can be updated is without tables, so the stored list is cut short on the way.
 TEST_CASE("an update without tables is reported as a problem, with both versions") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const auto printer = stage.printers()[0];
     printer->deviceInfoDict()->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, "VK14 01.50");
     std::promise<void> listIsCut;
@@ -172,7 +173,7 @@ TEST_CASE("an update without tables is reported as a problem, with both versions
 
 TEST_CASE("a printer with newer firmware needs no update") {
     Stage stage({.printers = {quick("VK14", "firmware=VK14 01.70")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     agree(stage);
     checkAlert(stage.waitForAlert("Firmware update not needed"), "This printer has firmware version 1.70 installed.",
                {"OK"});
@@ -182,9 +183,9 @@ TEST_CASE("a printer with newer firmware needs no update") {
     });
 }
 
-TEST_CASE("a printer that is not ready may be mended and tried again, or cancelled with Escape") {
+TEST_CASE("a printer that is not ready can be made ready and tried again, and Escape cancels") {
     Stage stage({.printers = {quick("VK14", "status=00000:01000:01000:00000")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     agree(stage);
     checkAlert(stage.waitForAlert("Printer Not Ready"), "Please correct the following issue: Cover Open",
                {"Proceed", "Cancel"});
@@ -194,12 +195,12 @@ TEST_CASE("a printer that is not ready may be mended and tried again, or cancell
     if (stage.alert()->title == "Printer Not Ready") stage.answer("Proceed");
     stage.waitForAlert(kConfirmTitle);
     stage.press(Qt::Key_Escape);
-    stage.waitFor("the alert to go", [&] { return !stage.alert(); });
+    stage.waitFor("the alert to close", [&] { return !stage.alert(); });
 }
 
-TEST_CASE("a printer that another program holds may be tried again") {
+TEST_CASE("a printer that another program holds can be tried again") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.bus().setHeldByOther(0, true);
     agree(stage);
     checkAlert(stage.waitForAlert("Printer Busy"),
@@ -214,9 +215,9 @@ TEST_CASE("a printer that another program holds may be tried again") {
     stage.waitFor("the result", [&] { return stage.visibleText().contains("Not updated: it was declined."); });
 }
 
-TEST_CASE("a printer that has left while its agreement stood is an error that may be tried again") {
+TEST_CASE("a printer that was detached while its agreement was shown is an error, and can be tried again") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.bus().unplug(0);
@@ -226,11 +227,11 @@ TEST_CASE("a printer that has left while its agreement stood is an error that ma
     checkAlert(stage.waitForAlert("Printer Error"),
                "The printer is not responding properly. Please power-cycle the printer and try again.",
                {"Proceed", "Cancel"});
-    CHECK(stage.visibleText().contains("Not updated: the printer left before its update began."));
+    CHECK(stage.visibleText().contains("Not updated: the printer was disconnected before its update began."));
     stage.answer("Proceed");
     stage.waitForAlert("Printer Error");
     stage.answer("Cancel");
-    CHECK(stage.visibleText().contains("Not updated: the printer left before its update began."));
+    CHECK(stage.visibleText().contains("Not updated: the printer was disconnected before its update began."));
 }
 
 TEST_CASE("a known printer found in its loader raises a question, and \"Ignore\" the advice to power-cycle it") {
@@ -254,12 +255,12 @@ TEST_CASE("a known printer found in its loader raises a question, and \"Ignore\"
 
 TEST_CASE("changing the USB serial number asks for a power cycle in an application-modal alert") {
     Stage stage({.printers = {quick("VK26", "usb-serial=off")}, .admittedProducts = {0x8B01}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("USB Serial Number");
     const auto shown = stage.waitForAlert("Please power-cycle the selected printer now to complete the process!");
     CHECK(shown.isModal);
-    CHECK(shown.box->windowTitle() == "VK26 000001 (1-1)"); // it tells no USB serial number
-    CHECK(shown.checkBox == "");                            // the setting that suppresses it is not offered
+    CHECK(shown.box->windowTitle() == "VK26 000001 (1-1)"); // the printer has no USB serial number
+    CHECK(shown.checkBox == "");                            // the alert has no setting that suppresses it
     CHECK(shown.message == "");
     CHECK(shown.buttons == QStringList{"OK"});
     CHECK(shown.defaultButton == "OK");
@@ -269,9 +270,9 @@ TEST_CASE("changing the USB serial number asks for a power cycle in an applicati
     stage.waitFor("the setting", [&] { return stage.cell(0, 8) == "Enabled"; });
 }
 
-TEST_CASE("a USB serial number that cannot be changed because the printer is busy is told in a modal alert") {
+TEST_CASE("a USB serial number that cannot be changed because the printer is busy is reported in a modal alert") {
     Stage stage({.printers = {quick("VK26")}, .admittedProducts = {0x8B01}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.bus().setHeldByOther(0, true);
     stage.click("USB Serial Number");
     const auto shown = stage.waitForAlert("The Selected Printer is Unavailable. (Busy)");
@@ -283,7 +284,7 @@ TEST_CASE("a USB serial number that cannot be changed because the printer is bus
 
 TEST_CASE("alerts of several printers are shown one after another, each under its printer's name") {
     Stage stage({.printers = {quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     for (const auto& printer : stage.printers()) {
         printer->showAlertWithTitle("Alert of " + printer->printerSerialNumber().value_or(""), "Message", {}, {});
     }
@@ -291,17 +292,17 @@ TEST_CASE("alerts of several printers are shown one after another, each under it
     CHECK(first.buttons == QStringList{"OK"});
     CHECK(first.box->windowTitle() == "VK14 000001 (1-1)");
     CHECK(stage.visibleText().contains("VK14 000001 (1-1)"));
-    CHECK(stage.alertsStanding() == 1);
+    CHECK(stage.shownAlerts() == 1);
     stage.answer("OK");
     CHECK(stage.waitForAlert("Alert of 000002").box->windowTitle() == "VK14 000002 (1-2)");
-    CHECK(stage.alertsStanding() == 1);
+    CHECK(stage.shownAlerts() == 1);
     stage.answer("OK");
     CHECK_FALSE(stage.alert());
 }
 
 namespace {
 
-// answered: counts its answers.
+// answered: incremented by each answer.
 AlertDescription alertOf(const std::string& title, bool isModal, int* answered = nullptr) {
     AlertDescription alert;
     alert.messageText = title;
@@ -317,14 +318,14 @@ AlertDescription alertOf(const std::string& title, bool isModal, int* answered =
 
 TEST_CASE("a sheet waits until an application-modal alert is answered") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& alerts = stage.program().alerts();
     int answered = 0;
     alerts.beginAlert(alertOf("Modal", true));
     stage.waitForAlert("Modal");
     alerts.beginAlert(alertOf("Sheet", false, &answered));
     stage.settle();
-    CHECK(stage.alertsStanding() == 1);
+    CHECK(stage.shownAlerts() == 1);
     CHECK(stage.alert()->title == "Modal");
     stage.answer("OK");
     stage.waitForAlert("Sheet");
@@ -335,7 +336,7 @@ TEST_CASE("a sheet waits until an application-modal alert is answered") {
 
 TEST_CASE("of two application-modal alerts the one that is answered is the one that ends") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& alerts = stage.program().alerts();
     int firstAnswers = 0;
     int secondAnswers = 0;
@@ -343,12 +344,12 @@ TEST_CASE("of two application-modal alerts the one that is answered is the one t
     stage.waitForAlert("First");
     QMessageBox* const first = stage.alert()->box;
     alerts.beginAlert(alertOf("Second", true, &secondAnswers));
-    stage.waitFor("both", [&] { return stage.alertsStanding() == 2; });
+    stage.waitFor("both", [&] { return stage.shownAlerts() == 2; });
     for (QWidget* widget : QApplication::topLevelWidgets()) {
         auto* const box = qobject_cast<QMessageBox*>(widget);
         if (box != nullptr && box != first && box->isVisible()) box->buttons().first()->click();
     }
-    stage.waitFor("the second to go", [&] { return stage.alertsStanding() == 1; });
+    stage.waitFor("the second to close", [&] { return stage.shownAlerts() == 1; });
     CHECK(firstAnswers == 0);
     CHECK(secondAnswers == 1);
     stage.waitForAlert("First");
@@ -358,7 +359,7 @@ TEST_CASE("of two application-modal alerts the one that is answered is the one t
 
 TEST_CASE("a sheet has the keyboard again when an application-modal alert before it is answered") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& alerts = stage.program().alerts();
     alerts.beginAlert(alertOf("Sheet", false));
     QMessageBox* const sheet = stage.waitForAlert("Sheet").box;
@@ -368,12 +369,12 @@ TEST_CASE("a sheet has the keyboard again when an application-modal alert before
     stage.window().activateWindow(); // as some desktops do
     stage.waitFor("the sheet in front", [&] { return QApplication::activeWindow() == sheet; });
     stage.press(Qt::Key_Return);
-    stage.waitFor("it to go", [&] { return !stage.alert(); });
+    stage.waitFor("its end", [&] { return !stage.alert(); });
 }
 
-TEST_CASE("the log can be read and searched while a question stands") {
+TEST_CASE("the log can be read and searched while a question is shown") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.triggerMenu("Window", "Log");
     stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
     stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
@@ -392,7 +393,7 @@ TEST_CASE("the log can be read and searched while a question stands") {
 
 TEST_CASE("an alert shows its printer's picture, with a warning sign where it is critical, in light and in dark") {
     Stage stage({.printers = {quick("VK-RZ7")}, .admittedProducts = {5}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     const auto shown = stage.waitForAlert("Attention:"); // critical
     const auto picture = [&] { return ui::pictureNamed("ZUL_RZ_Series", QApplication::palette()); };
@@ -412,9 +413,10 @@ TEST_CASE("an alert shows its printer's picture, with a warning sign where it is
           picture().pixmap(QSize(64, 64), stage.window().devicePixelRatioF()).toImage());
 }
 
-TEST_CASE("what a printer tells is shown as it is, even where it looks like markup, and never beyond the screen") {
+TEST_CASE("a text from a printer is shown literally even if it looks like markup, and an alert is never larger than "
+          "the screen") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     QString path;
     while (path.size() < 250) path += "/a folder with a long name";
     stage.printers()[0]->showAlertWithTitle(path.toStdString() + " exists already.", "<b>VK14</b> 01.60", {}, {});
@@ -427,9 +429,9 @@ TEST_CASE("what a printer tells is shown as it is, even where it looks like mark
     stage.answer("OK");
 }
 
-TEST_CASE("a printer's text does not turn the direction of what stands around it") {
+TEST_CASE("a printer's text does not change the writing direction of the text around it") {
     Stage stage({.printers = {quick("VK14", "serial=1\u202E2\u2066\u200F\u0085\x1B")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     CHECK(stage.cell(0, ui::PrinterTableModel::serialNumber) == "1?2????");
     stage.printers()[0]->showAlertWithTitle("VK14 \u202E00.10", "\u061C\nline", {}, {});
     const auto shown = stage.waitForAlert("VK14 ?00.10");
@@ -439,12 +441,12 @@ TEST_CASE("a printer's text does not turn the direction of what stands around it
     stage.answer("OK");
 }
 
-TEST_CASE("resetting a counter asks first, and \"Cancel\" sends nothing") {
+TEST_CASE("a counter is reset only after a question, and \"Cancel\" sends no command") {
     Stage stage({.printers = {quick("VK14", "serial=111111")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.triggerMenu("Printer", "Reset Counter A…");
     checkAlert(stage.waitForAlert("Reset counter A of VK14 111111 (1-1)?"),
-               "The counter is set to 0. Its old value cannot be brought back.", {"Cancel", "Reset Counter"});
+               "The counter is set to 0. The old value cannot be restored.", {"Cancel", "Reset Counter"});
     stage.answer("Cancel");
     stage.triggerMenu("Printer", "Reset Counter M…");
     stage.waitForAlert("Reset counter M of VK14 111111 (1-1)?");

@@ -1,5 +1,7 @@
-// How the window looks: the main states in light and dark, with enough contrast. The screenshots are for people.
+// How the window looks: the main states in light and dark, with enough contrast. The screenshots are for people to look
+// at.
 #include "window/Stage.h"
+#include "window/Updates.h"
 
 #include "ui/Pictures.h"
 
@@ -29,7 +31,7 @@ double contrast(const QColor& one, const QColor& other) {
     return (lighter + 0.05) / (darker + 0.05);
 }
 
-// The strongest contrast of any solid point of the picture: its outline must stand out from the window.
+// The strongest contrast of any opaque point of the picture: its outline must be visible on the window.
 double strongestContrast(const QIcon& icon, const QColor& background) {
     const QImage image = icon.pixmap(QSize(64, 64)).toImage().convertToFormat(QImage::Format_ARGB32);
     double strongest = 0;
@@ -51,7 +53,7 @@ TEST_CASE("the main states in light and in dark") {
                      .admittedProducts = {4, 5, 8, 0x8B01, 0x9001},
                      .isDark = isDark,
                      .speed = 10});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         CHECK(stage.rows() == 5);
         stage.screenshot("all-models" + suffix);
         stage.click("Update Firmware…");
@@ -70,7 +72,7 @@ TEST_CASE("the main states in light and in dark") {
             return stage.supervisor().updates().begin()->second.state.phase >= UpdatePhase::loaderAway;
         });
         stage.screenshot("under-way" + suffix);
-        stage.waitForAlert("Firmware update was successful!");
+        stage.waitForAlert(kSuccessTitle);
         stage.screenshot("success" + suffix);
         stage.answer("Finish");
         stage.screenshot("updated" + suffix);
@@ -89,19 +91,19 @@ TEST_CASE("the empty window, its notice and the log in light and in dark") {
     }
 }
 
-TEST_CASE("whatever has the focus shows it, in light and in dark") {
+TEST_CASE("every control shows that it has the focus, in light and in dark") {
     for (const bool isDark : {false, true}) {
         CAPTURE(isDark);
         Stage stage({.printers = {quick("VK14")}, .isDark = isDark});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         const auto look = [&](const QWidget& widget) {
             const QPoint place = widget.mapTo(widget.window(), QPoint());
             return widget.window()->grab(QRect(place, widget.size()).adjusted(-3, -3, 3, 3)).toImage();
         };
-        // Each in turn: how it looks with the focus, and once the focus has gone on.
+        // Compares each control with the focus and after the focus has moved on.
         const auto checkRound = [&](int controls) {
             QSet<QWidget*> seen;
-            // The focus comes with the window, which the window manager activates in its own time.
+            // There is no focus before the window manager has activated the window.
             stage.waitFor("a focus", [] { return QApplication::focusWidget() != nullptr; });
             for (QWidget* focus = QApplication::focusWidget(); !seen.contains(focus);) {
                 seen.insert(focus);
@@ -126,11 +128,11 @@ TEST_CASE("whatever has the focus shows it, in light and in dark") {
         stage.answer("Cancel");
         stage.waitFor("the result", [&] { return stage.find("Close this report") != nullptr; });
         stage.window().findChild<QWidget*>("updates")->setFocus(Qt::TabFocusReason);
-        checkRound(4); // the updates, the report's own button, the details and the table
+        checkRound(4); // the updates, the close button of the report, the details and the table
     }
 }
 
-TEST_CASE("every picture stands out from its window, light and dark, and is sharp at twice the resolution") {
+TEST_CASE("every picture is clearly visible on its window, light and dark, and sharp at twice the resolution") {
     for (const bool isDark : {false, true}) {
         useColors(isDark);
         const QPalette palette = QApplication::palette();

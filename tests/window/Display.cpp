@@ -49,7 +49,7 @@ xcb_atom_t atomNamed(std::string_view name) {
     return atom ? atom->atom : xcb_atom_t{XCB_ATOM_NONE};
 }
 
-// A window that is never shown, which the window manager is asked about. Sees the answer when the toolkit comes to it.
+// A hidden window that the window manager is asked about. Notes the answer when the toolkit handles that event.
 class Probe final : public QAbstractNativeEventFilter {
   public:
     Probe() {

@@ -1,5 +1,4 @@
-// The display as its X server knows it. What the toolkit knows of a window's place is a copy, which may stay wrong. GUI
-// thread; for Stage.
+// Asks the X server about windows: the toolkit's own copy of a window's position may stay wrong. GUI thread; for Stage.
 #pragma once
 
 #include <chrono>
@@ -12,8 +11,8 @@ namespace zul::test {
 /// still be at work. window: one without a frame of the window manager, that has been shown.
 bool isWholeOnScreen(const QWidget& window);
 
-/// Waits for the window manager to have done what it was asked for until now, and lets the toolkit handle every event
-/// that came of it, such as requests to paint. False when that takes longer than limit.
+/// Waits until the window manager has handled all requests so far and the toolkit all events that result from them,
+/// such as requests to paint. False if that takes longer than limit.
 [[nodiscard]] bool catchUpWithManager(std::chrono::milliseconds limit);
 
 } // namespace zul::test

@@ -1,10 +1,12 @@
-// What goes on around updates: the lock against sleep, the log window, the report, the machine that is left as it was.
+// What accompanies updates: the lock against sleep, the task bar, the log window and the report. GUI thread.
 #include "window/Stage.h"
+#include "window/Updates.h"
 
 #include "archive/FirmwareDigests.h"
 #include "holven_log/HOLVEN_Log.h"
 #include "support/ChangedArchive.h"
 #include "ui/LogWindow.h"
+#include "ui/ReportSaver.h"
 #include "ui/TaskbarProgress.h"
 #include "ui/WindowApplication.h"
 #include "virtual_printer/VirtualBus.h"
@@ -18,7 +20,6 @@
 #include <QPlainTextEdit>
 #include <QScrollBar>
 #include <QTest>
-#include <QTextEdit>
 #include <doctest/doctest.h>
 #include <filesystem>
 #include <fstream>
@@ -44,7 +45,7 @@ class TaskBar final : public QObject {
 
 } // namespace
 
-TEST_CASE("the task bar is told of progress, of its changes only, and of its end") {
+TEST_CASE("the task bar gets each change of the progress once, and its end") {
     const QDBusConnection listener = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "task-bar");
     TaskBar bar;
     REQUIRE(QDBusConnection(listener).connect({}, {}, "com.canonical.Unity.LauncherEntry", "Update", &bar,
@@ -62,19 +63,19 @@ TEST_CASE("the task bar is told of progress, of its changes only, and of its end
     CHECK_FALSE(bar.seen[2]["progress-visible"].toBool());
 }
 
-TEST_CASE("an update is under way for the guards from the first command to the report, and no longer") {
+TEST_CASE("an update is under way from its first command to its report") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     CHECK_FALSE(stage.supervisor().isAnyUnderWay());
     stage.click("I Agree");
     stage.answer("Continue");
-    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    stage.waitForAlert(kConfirmTitle);
     stage.answer("Update Firmware to VK14 01.61");
     stage.waitFor("the update", [&] { return stage.supervisor().isAnyUnderWay(); });
-    stage.waitForAlert("Firmware update was successful!");
+    stage.waitForAlert(kSuccessTitle);
     stage.waitFor("its end", [&] { return !stage.supervisor().isAnyUnderWay(); });
     stage.answer("Finish");
 }
@@ -85,20 +86,20 @@ TEST_CASE("during an update the machine stays awake and the task bar shows how f
     REQUIRE(QDBusConnection(listener).connect({}, {}, "com.canonical.Unity.LauncherEntry", "Update", &bar,
                                               SLOT(update(QString, QVariantMap))));
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
     stage.answer("Continue");
-    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
+    stage.waitForAlert(kConfirmTitle);
     CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
     stage.answer("Update Firmware to VK14 01.61");
     stage.waitFor("the lock", [&] { return stage.program().session().sleepInhibitor.isWanted(); });
-    stage.waitForAlert("Firmware update was successful!");
+    stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
-    stage.waitFor("the lock to go", [&] { return !stage.program().session().sleepInhibitor.isWanted(); });
-    stage.waitFor("the last word to the task bar",
+    stage.waitFor("the end of the lock", [&] { return !stage.program().session().sleepInhibitor.isWanted(); });
+    stage.waitFor("the last signal to the task bar",
                   [&] { return !bar.seen.isEmpty() && !bar.seen.last()["progress-visible"].toBool(); });
     double furthest = 0;
     for (const QVariantMap& seen : bar.seen.mid(0, bar.seen.size() - 1)) {
@@ -109,7 +110,7 @@ TEST_CASE("during an update the machine stays awake and the task bar shows how f
     CHECK(furthest > 0.5);
 }
 
-TEST_CASE("the samples are for virtual printers: beside real ones there are no firmware files unless they are named") {
+TEST_CASE("the sample firmware is for virtual printers only: for real ones a folder must be named") {
     ui::WindowApplication application([] {});
     ui::AlertPresenter alerts;
     const Session real({}, alerts, application);
@@ -117,7 +118,7 @@ TEST_CASE("the samples are for virtual printers: beside real ones there are no f
     CHECK_FALSE(real.bundle.pathForResource("VK14 01.61", "fw"));
     CHECK_FALSE(readFirmwareDigests(real.bundle.archiveFolder()).problem.empty());
     SessionOptions named;
-    named.firmwareArchive = ZUL_SAMPLE_ARCHIVE; // a test bench that says so
+    named.firmwareArchive = ZUL_SAMPLE_ARCHIVE; // as a test bench does on purpose
     CHECK_FALSE(Session(named, alerts, application).areSamplesWithheld());
     SessionOptions embedded;
     embedded.virtualPrinters = {quick("VK14")};
@@ -149,11 +150,11 @@ TEST_CASE("the log window shows what is logged, by level and by search, and copi
     HOLVEN_Log::reset();
 }
 
-TEST_CASE("a report holds all facts of all printers as text and as JSON") {
+TEST_CASE("a report contains all device info of all printers as text and as JSON") {
     Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const auto file = stage.folder() / "report";
-    CHECK(stage.window().saveReport(QString::fromStdString(file.string() + ".txt")) == "");
+    CHECK(stage.window().report().save(QString::fromStdString(file.string() + ".txt")) == "");
     const std::string text = TemporaryFolder::read(file.string() + ".txt");
     CHECK(text.find("ZUL Printer Utility 2.06") == 0);
     CHECK(text.find("Serial Number: 111111") != std::string::npos);
@@ -162,36 +163,35 @@ TEST_CASE("a report holds all facts of all printers as text and as JSON") {
     REQUIRE(json.size() == 2);
     CHECK(json[0]["printerSerialNumber"] == "111111");
     CHECK(json[1]["deviceInfo"]["colorTableVersion"] == "0160");
-    const QString problem = stage.window().saveReport("/nowhere/at/all");
+    const QString problem = stage.window().report().save("/nowhere/at/all");
     CHECK(problem.contains("/nowhere/at/all.txt"));
     CHECK(problem.contains("Choose a folder that can be written to."));
 }
 
-TEST_CASE("details and report show an available version whose file is damaged as such") {
+TEST_CASE("details and report mark an available version whose file is damaged") {
     const ChangedArchive archive(ZUL_SAMPLE_ARCHIVE);
     archive.damage("VK14 01.61.fw");
     Stage stage({.printers = {quick("VK14")}, .firmwareArchive = archive.folder()});
-    stage.waitForFacts();
-    const auto* const details = stage.window().findChild<QTextEdit*>("details");
-    CHECK(details->toPlainText().contains("VK14 01.61, file damaged"));
+    stage.waitForDeviceInfo();
+    CHECK(stage.detailsText().contains("VK14 01.61, file damaged"));
     const auto file = stage.folder() / "report";
-    CHECK(stage.window().saveReport(QString::fromStdString(file.string() + ".txt")) == "");
+    CHECK(stage.window().report().save(QString::fromStdString(file.string() + ".txt")) == "");
     const std::string text = TemporaryFolder::read(file.string() + ".txt");
     CHECK(text.find("Available Firmware: VK14 01.61, file damaged\n") != std::string::npos);
 }
 
 TEST_CASE("the file dialog of the report opens and can be cancelled") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.triggerMenu("File", "Save Report…");
     stage.waitFor("the dialog", [&] { return stage.window().findChild<QFileDialog*>("saveReport") != nullptr; });
     stage.window().findChild<QFileDialog*>("saveReport")->reject();
-    stage.waitFor("it to go", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
+    stage.waitFor("its end", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
 }
 
-TEST_CASE("a report that is named in the dialog is saved as two files, and replaces nobody else's without asking") {
+TEST_CASE("a report is saved as two files and replaces no other file without a question") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const auto save = [&](const std::string& name) {
         stage.triggerMenu("File", "Save Report…");
         stage.waitFor("the dialog", [&] { return stage.window().findChild<QFileDialog*>("saveReport") != nullptr; });
@@ -199,7 +199,7 @@ TEST_CASE("a report that is named in the dialog is saved as two files, and repla
         CHECK(dialog->defaultSuffix() == "txt");
         Q_EMIT dialog->fileSelected(QString::fromStdString((stage.folder() / name).string()));
         dialog->reject();
-        stage.waitFor("it to go", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
+        stage.waitFor("its end", [&] { return stage.window().findChild<QFileDialog*>("saveReport") == nullptr; });
     };
     save("first.txt");
     CHECK(std::filesystem::exists(stage.folder() / "first.txt"));
@@ -214,7 +214,7 @@ TEST_CASE("a report that is named in the dialog is saved as two files, and repla
     stage.waitForAlert(question);
     stage.answer("Replace");
     CHECK(TemporaryFolder::read(stage.folder() / "other.json") != "precious");
-    // The same the other way round: whoever names the JSON file has not been asked about the text.
+    // The same the other way round: for a JSON file the dialog has not asked about the text file.
     std::ofstream(stage.folder() / "notes.txt") << "precious";
     save("notes.json");
     stage.waitForAlert(QString::fromStdString((stage.folder() / "notes.txt").string()) + " exists already.");
@@ -247,7 +247,7 @@ TEST_CASE("the log shows its last lines from their beginning, however long they 
     HOLVEN_Log::reset();
 }
 
-TEST_CASE("the keys that end the program do so in the log window, too") {
+TEST_CASE("Ctrl+Q ends the program from the log window, too") {
     Stage stage({.printers = {}});
     stage.triggerMenu("Window", "Log");
     stage.waitFor("the log window", [&] { return stage.find("Lines of the log") != nullptr; });
@@ -259,28 +259,9 @@ TEST_CASE("the keys that end the program do so in the log window, too") {
 
 TEST_CASE("closing the window ends the program") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.window().close();
     CHECK(stage.hasEnded());
-}
-
-TEST_CASE("a claimed printer is reserved until the claim ends, and one that cannot be claimed is not") {
-    Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
-    Session& session = stage.program().session();
-    const auto printer = stage.printers().front();
-    const auto isReserved = [&] { return session.locks.ask(printer->keyUSBdevice()).has_value(); };
-    CHECK_FALSE(session.setClaimed(printer, true));
-    stage.waitFor("the claim", [&] { return printer->ownership() == Ownership::thisProgram; });
-    stage.settle();
-    CHECK(isReserved());
-    CHECK_FALSE(session.setClaimed(printer, false));
-    stage.waitFor("the end of the reservation", [&] { return !isReserved(); });
-
-    stage.bus().setHeldByOther(0, true);
-    CHECK_FALSE(session.setClaimed(printer, true));
-    stage.waitFor("the refusal", [&] { return printer->ownership() == Ownership::otherProgram; });
-    stage.waitFor("the end of the reservation", [&] { return !isReserved(); });
 }
 
 } // namespace zul::test

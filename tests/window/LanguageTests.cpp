@@ -1,4 +1,5 @@
-// The window in other languages: everything is translated, plural forms are right, and the longest texts fit.
+// The window in other languages: all texts are translated, plural forms are right, and the longest texts fit. GUI
+// thread.
 #include "window/Stage.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -32,7 +33,7 @@ struct Wanted {
     const char* status; // header of the column
 };
 
-// The titles and the short facts; what is long wraps, and is whole in the details.
+// Titles and short texts are shown whole; the long text of the color tables wraps, and the details show it whole.
 void checkColumns(Stage& stage) {
     using Model = ui::PrinterTableModel;
     const auto& table = *stage.window().findChild<QTableView*>("table");
@@ -51,17 +52,17 @@ void checkColumns(Stage& stage) {
 
 } // namespace
 
-TEST_CASE("menus, headers, alerts and the update speak the operator's language") {
+TEST_CASE("menus, headers, alerts and updates are in the operator's language") {
     const Wanted wanted[] = {{"de", "Achtung:", "Ich stimme zu", "Beenden", "Firmware aktualisieren…", "Status"},
                              {"ja", "注意：", "同意する", "終了", "ファームウェアを更新…", "ステータス"}};
     for (const Wanted& one : wanted) {
         CAPTURE(one.language);
         Stage stage({.printers = {quick("VK14")}, .language = one.language, .speed = 10});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         const auto& table = *stage.window().findChild<QTableView*>("table");
         CHECK(table.model()->headerData(ui::PrinterTableModel::status, Qt::Horizontal).toString() == one.status);
         CHECK(stage.window().windowTitle() == "ZUL Printer Utility");
-        CHECK(stage.cell(0, ui::PrinterTableModel::status) == "Idle"); // as the printers' manuals have it
+        CHECK(stage.cell(0, ui::PrinterTableModel::status) == "Idle"); // as in the printers' manuals
         stage.click(one.update);
         const auto shown = stage.waitForAlert(one.agreement);
         CHECK(shown.checkBox == one.agree);
@@ -80,16 +81,16 @@ TEST_CASE("menus, headers, alerts and the update speak the operator's language")
     }
 }
 
-TEST_CASE("every word of menus, tool bar and file dialog is in the operator's language, and no two share a key") {
-    QStringList words; // in English
+TEST_CASE("menus, tool bar and file dialog are translated, and no two items of a menu have the same access key") {
+    QStringList texts; // in English
     for (const char* language : {"en", "de", "ja"}) {
         CAPTURE(language);
         Stage stage({.printers = {quick("VK14")}, .language = language});
         const bool isEnglish = std::string(language) == "en";
         int position = 0;
         for (const QAction* action : stage.window().findChildren<QAction*>()) {
-            if (isEnglish) words << action->text();
-            const QString before = words.value(position++);
+            if (isEnglish) texts << action->text();
+            const QString before = texts.value(position++);
             if (isEnglish || before.isEmpty()) continue;
             CHECK_MESSAGE(action->text() != before, before.toStdString());
             CHECK_MESSAGE(!action->iconText().contains("(&"), action->iconText().toStdString());
@@ -143,7 +144,7 @@ TEST_CASE("no text of the window is cut off in any language") {
     for (const char* language : {"en", "de", "ja"}) {
         CAPTURE(language);
         Stage stage({.printers = {quick("VK14")}, .language = language});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         const auto* bar = stage.window().findChild<QToolBar*>("toolbar");
         for (const QToolButton* button : bar->findChildren<QToolButton*>()) {
             if (button->objectName() == "qt_toolbar_ext_button") {
@@ -178,7 +179,7 @@ TEST_CASE("the longest language has room in larger letters") {
     QApplication::setFont(larger);
     {
         Stage stage({.printers = {quick("VK26", "usb-serial=off")}, .admittedProducts = {0x8B01}, .language = "de"});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         checkColumns(stage);
         CHECK_FALSE(stage.window().findChild<QWidget*>("qt_toolbar_ext_button")->isVisible());
         stage.screenshot("larger-letters");
@@ -190,13 +191,13 @@ TEST_CASE("the longest language has room in larger letters") {
     QApplication::setFont(usual);
 }
 
-TEST_CASE("titles and facts of the table have room in any language") {
+TEST_CASE("titles and texts of the table have room in any language") {
     for (const char* language : {"en", "de", "ja"}) {
         CAPTURE(language);
         Stage stage({.printers = {quick("VK14"), quick("VK18"), quick("VK-RZ7"), quick("VK26"), quick("VK28")},
                      .admittedProducts = {4, 5, 8, 0x8B01, 0x9001},
                      .language = language});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         checkColumns(stage);
         stage.screenshot(QString("columns-") + language);
     }

@@ -1,4 +1,4 @@
-// Which printer is highlighted, and that actions go to just that one.
+// Which printer is highlighted, and that actions apply to that one. GUI thread.
 #include "window/Stage.h"
 
 #include "platform/foundation/SystemLog.h"
@@ -27,9 +27,9 @@ void checkHighlightIsTarget(Stage& stage) {
 
 } // namespace
 
-TEST_CASE("clicking the second row ends with the first one selected") {
+TEST_CASE("a click on the second row ends with the first one selected") {
     Stage stage({.printers = {quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.clickRow(0);
     LogCapture log;
     stage.clickRow(1);
@@ -43,7 +43,7 @@ TEST_CASE("clicking the second row ends with the first one selected") {
 
 TEST_CASE("the arrow keys end with the first row selected, too") {
     Stage stage({.printers = {quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.clickRow(0);
     stage.press(Qt::Key_Down);
     stage.settle();
@@ -53,7 +53,7 @@ TEST_CASE("the arrow keys end with the first row selected, too") {
 
 TEST_CASE("a printer whose firmware version is read becomes the selected one") {
     Stage stage({.printers = {quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.clickRow(0);
     stage.settle();
     REQUIRE(stage.highlightedRow() == 0);
@@ -64,7 +64,7 @@ TEST_CASE("a printer whose firmware version is read becomes the selected one") {
 
 TEST_CASE("when the selected printer leaves the first one is selected") {
     Stage stage({.printers = {quick("VK14"), quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.printers().at(2)->getPrinterFirmwareVersion();
     stage.waitFor("the third row", [&] { return stage.highlightedRow() == 2; });
     stage.bus().unplug(2);
@@ -76,7 +76,7 @@ TEST_CASE("when the selected printer leaves the first one is selected") {
 
 TEST_CASE("when another printer leaves the selected one stays selected") {
     Stage stage({.printers = {quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.printers().at(1)->getPrinterFirmwareVersion();
     stage.waitFor("the second row", [&] { return stage.highlightedRow() == 1; });
     const auto selected = stage.window().selection();
@@ -86,9 +86,9 @@ TEST_CASE("when another printer leaves the selected one stays selected") {
     checkHighlightIsTarget(stage);
 }
 
-TEST_CASE("the menu of a row says whose it is and goes to the highlighted printer") {
+TEST_CASE("the context menu names the highlighted printer and applies to it, wherever it is opened") {
     Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.clickRow(0);
     REQUIRE(stage.highlightedRow() == 0);
     QTableView& table = *stage.window().findChild<QTableView*>("table");
@@ -106,15 +106,16 @@ TEST_CASE("the menu of a row says whose it is and goes to the highlighted printe
                              "actionReport", "actionLog", "actionAbout", "actionQuit"}) {
         CHECK_MESSAGE(items.contains(name), name);
     }
-    stage.printers()[1]->getPrinterFirmwareVersion(); // the other one becomes the selected one: the menu is wrong now
-    stage.waitFor("the menu to go", [&] { return menu() == nullptr || !menu()->isVisible(); });
+    stage.printers()[1]->getPrinterFirmwareVersion(); // the other printer becomes the selected one: the menu would
+                                                      // apply to the wrong one
+    stage.waitFor("the menu to close", [&] { return menu() == nullptr || !menu()->isVisible(); });
     CHECK(stage.highlightedRow() == 1);
 }
 
 TEST_CASE(
     "refresh asks again, hot plug lets the printer leave and return, and claiming holds it until it is released") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const auto times = [&](const std::string& part) {
         const std::string journal = TemporaryFolder::read(stage.journalFile());
         int found = 0;
@@ -133,29 +134,29 @@ TEST_CASE(
     stage.waitFor("no mark", [&] { return !stage.window().findChild<QAction*>("actionClaim")->isChecked(); });
     stage.click("Hot Plug");
     stage.waitFor("the printer to leave and return", [&] { return times("\"arrive\"") == 2 && stage.rows() == 1; });
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
 }
 
-TEST_CASE("the selected row stays in sight when an update takes its place from the table") {
+TEST_CASE("the selected row stays visible when an update takes height from the table") {
     Stage stage({.printers = {quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.printers().back()->getPrinterFirmwareVersion(); // it becomes the selected one
     stage.waitFor("the row", [&] { return stage.highlightedRow() == 4; });
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     const auto& table = *stage.window().findChild<QTableView*>("table");
-    stage.waitFor("the row in sight",
+    stage.waitFor("the visible row",
                   [&] { return table.viewport()->rect().contains(table.visualRect(table.model()->index(4, 1))); });
     CHECK(stage.highlightedRow() == 4);
 }
 
-TEST_CASE("About tells the version") {
+TEST_CASE("About shows the version") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("About");
     CHECK(stage.waitForAlert("ZUL Printer Utility").message.contains("2.06 (build 1)"));
     stage.press(Qt::Key_Escape);
-    stage.waitFor("it to go", [&] { return !stage.alert(); });
+    stage.waitFor("its end", [&] { return !stage.alert(); });
 }
 
 } // namespace zul::test

@@ -1,5 +1,6 @@
-// Long runs: what the program holds at their end is what it held at their beginning.
+// Long runs: at the end the program holds no more threads, descriptors and printers than at the beginning.
 #include "window/Stage.h"
+#include "window/Updates.h"
 
 #include "virtual_printer/VirtualBus.h"
 
@@ -31,22 +32,18 @@ void updateOnce(Stage& stage, Version installed) {
         stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
         stage.answer("Install Again");
     }
-    stage.waitForAlert("Attention:");
-    stage.click("I Agree");
-    stage.answer("Continue");
-    stage.waitForAlert("-- Warning --\n\nAre you certain you want to update the firmware?");
-    stage.answer(stage.alert()->buttons.last());
-    stage.waitForAlert("Firmware update was successful!");
+    agreeAndConfirm(stage, "VK14 01.61");
+    stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
 }
 
 } // namespace
 
-TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descriptor or printer behind") {
+TEST_CASE("200 attachments and 20 updates leak no thread, descriptor or printer") {
     Stage stage({.printers = {"VK14,restart=20,program=20,speed=1000000000"}, .speed = 20});
-    stage.waitForFacts();
-    updateOnce(stage, Version::older); // what is made once stands from here on
+    stage.waitForDeviceInfo();
+    updateOnce(stage, Version::older); // the program makes some objects once, at the first update
     stage.bus().unplug(0);
     stage.waitFor("no rows", [&] { return stage.rows() == 0; });
     stage.waitFor("no queue", [&] { return stage.printerQueues() == 0; });
@@ -60,14 +57,14 @@ TEST_CASE("200 arrivals and departures and 20 updates leave no thread, descripto
         stage.waitFor("no rows", [&] { return stage.rows() == 0; });
     }
     stage.bus().plug(0);
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     for (int update = 0; update < 20; ++update) {
         seen.push_back(stage.printers().front());
         updateOnce(stage, Version::equal);
     }
     stage.bus().unplug(0);
     stage.waitFor("no rows", [&] { return stage.rows() == 0; });
-    // The last queue ends when its last block has run, and the system counts an ended thread for a moment.
+    // The last queue ends after its last block, and the system lists an ended thread for a moment.
     stage.waitFor("no queue", [&] { return stage.printerQueues() == 0; });
     stage.waitFor("no more threads than before", [&] { return holdings().threads <= before.threads; });
     // The history is opened for each record, and the last one may still be written.

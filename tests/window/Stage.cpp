@@ -2,6 +2,7 @@
 
 #include "platform/dispatch/Queue.h"
 #include "ui/Catalogue.h"
+#include "ui/DetailsPane.h"
 #include "virtual_printer/VirtualBus.h"
 #include "window/Display.h"
 
@@ -20,29 +21,28 @@
 #include <QScreen>
 #include <QTableView>
 #include <QTest>
-#include <QTextEdit>
 #include <algorithm>
 #include <doctest/doctest.h>
 
-// Tells gettext that the language has changed; it looks again at the next text.
+// Incremented to make gettext read the language again at the next text.
 extern "C" int _nl_msg_cat_cntr;
 
 namespace zul::test {
 
 namespace {
 
-// As it is read: places where a long path may be broken are not seen.
+// The text as it is seen: without the invisible places where a long path may break.
 QString readable(QString text) {
     return text.remove(QChar(0x200B));
 }
 
-// The mark of an access key; some languages put the key behind the text, in brackets.
+// Without the mark of an access key; some languages put the key in brackets after the text.
 QString withoutMark(QString text) {
     static const QRegularExpression key("\\(&?[A-Z]\\)$");
     return text.remove(key).remove('&');
 }
 
-QString nameOf(const QWidget* widget) {
+QString accessibleNameOf(const QWidget* widget) {
     QAccessibleInterface* const accessible = QAccessible::queryAccessibleInterface(const_cast<QWidget*>(widget));
     return accessible == nullptr ? QString() : withoutMark(accessible->text(QAccessible::Name));
 }
@@ -51,7 +51,7 @@ bool isOperated(const QWidget* widget) {
     return widget->focusPolicy() != Qt::NoFocus && widget->isEnabled();
 }
 
-constexpr int kSessionQueues = 1; // the one that writes the history, as long as the session is there
+constexpr int kSessionQueues = 1; // the one that writes the history, as long as the session exists
 
 } // namespace
 
@@ -93,13 +93,13 @@ Stage::Stage(const StageOptions& options, Started) {
     useColors(options.isDark);
     TBUSBPrinter::forgetDeviceInfo();
     qputenv("XDG_CONFIG_HOME", (_folder / "config").c_str());
-    qputenv("XDG_STATE_HOME", (_folder / "state").c_str()); // no stage knows of another one's updates
+    qputenv("XDG_STATE_HOME", (_folder / "state").c_str()); // so that no stage reads the history of another one
     SessionOptions session;
     session.virtualPrinters = options.printers;
     session.admittedProducts = options.admittedProducts;
     session.firmwareArchive = options.firmwareArchive;
     session.journalFile = journalFile();
-    // Without printers the embedded bus would give way to the real one: one that is pulled out at once keeps it.
+    // Without embedded printers the session would use the real bus, so one is attached and detached at once.
     const bool isEmpty = options.printers.empty();
     if (isEmpty) session.virtualPrinters = {quick("VK14")};
     if (options.speed > 1) _clock = std::make_unique<QuickClock>(options.speed);
@@ -111,7 +111,8 @@ Stage::Stage(const StageOptions& options, Started) {
     if (isEmpty) bus().unplug(0);
 }
 
-// From here on the queues run: a wait in vain must find a destructor that brings them to rest.
+// From here on the queues run. The other constructor has finished, so a failing wait calls the destructor, which ends
+// them.
 Stage::Stage(StageOptions options) : Stage(options, Started()) {
     waitFor("the window in front", [this] {
         window().activateWindow();
@@ -119,7 +120,7 @@ Stage::Stage(StageOptions options) : Stage(options, Started()) {
     });
 }
 
-// The engine outlives nothing that its queues still use: they come to rest first.
+// The queues still use the engine, so they must end before it is destroyed.
 Stage::~Stage() {
     Session& session = _program->session();
     for (const auto& printer : printers()) printer->prepareForRelease();
@@ -127,21 +128,21 @@ Stage::~Stage() {
     const bool isAtRest = isTrueInTime([&] {
         for (const auto& printer : printers()) printer->prepareForRelease();
         session.controller->prepareForTermination();
-        _program->alerts().dismissAll(); // they hold printers; one may have been on its way until now
+        _program->alerts().dismissAll(); // they hold printers; another one may have been raised just now
         return printerQueues() <= 0;
     });
     CHECK_MESSAGE(isAtRest, "queues that still run: " << printerQueues());
     if (isAtRest) {
-        session.mainQueue.runPending(); // what waits there holds parts of the program
+        session.mainQueue.runPending(); // its blocks hold parts of the program
     } else {
-        // As at the end of a program, nothing that a queue still uses is taken away; and nothing more comes of it.
+        // As at the end of the program: objects that a queue still uses are not destroyed, and its results are ignored.
         session.mainQueue.close();
         window().hide();
         static_cast<void>(_program.release());
         static_cast<void>(_clock.release());
     }
     _program.reset();
-    // The next stage counts from what is left, and the session's queue takes a moment to end.
+    // The next stage takes the number of threads at its start as given, and the session's queue takes a moment to end.
     if (isAtRest) CHECK(isTrueInTime([&] { return SerialQueue::liveThreads() <= _threadsBefore; }));
     useColors(false);
     useLanguage("en");
@@ -161,8 +162,8 @@ void Stage::waitFor(const std::string& what, const std::function<bool()>& condit
     REQUIRE_MESSAGE(isTrueInTime(condition), "waited for: " << what << "; shown: " << visibleText().toStdString());
 }
 
-void Stage::waitForFacts() {
-    waitFor("the printers' facts", [this] {
+void Stage::waitForDeviceInfo() {
+    waitFor("the printers' device info", [this] {
         const auto all = printers();
         return !all.empty() && std::ranges::all_of(all, [](const auto& printer) {
             return printer->firmwareVersion() && printer->lifetimeCounter() && printer->printerStatus();
@@ -176,7 +177,7 @@ void Stage::settle() {
 }
 
 bool Stage::hasSettled() {
-    // Shared with the blocks: they may still come after a wait in vain.
+    // Shared with the blocks, which may run after the wait has failed.
     const auto isDone = std::make_shared<bool>(false);
     Session& session = _program->session();
     session.afterQueues(session.printers(), [&session, isDone] {
@@ -192,10 +193,10 @@ bool Stage::hasSettled() {
 
 QWidget* Stage::find(const QString& accessibleName) const {
     for (QWidget* widget : QApplication::allWidgets()) {
-        if (widget->isVisible() && nameOf(widget) == accessibleName && isOperated(widget)) return widget;
+        if (widget->isVisible() && accessibleNameOf(widget) == accessibleName && isOperated(widget)) return widget;
     }
     for (QWidget* widget : QApplication::allWidgets()) {
-        if (widget->isVisible() && nameOf(widget) == accessibleName) return widget;
+        if (widget->isVisible() && accessibleNameOf(widget) == accessibleName) return widget;
     }
     return nullptr;
 }
@@ -205,7 +206,8 @@ QStringList Stage::namelessControls() const {
     for (QWidget* widget : QApplication::allWidgets()) {
         if (!widget->isVisible() || !isOperated(widget) || widget->isWindow()) continue;
         if (widget->inherits("QScrollBar") || widget->inherits("QHeaderView") || widget->inherits("QLabel")) continue;
-        if (nameOf(widget).isEmpty()) found << widget->metaObject()->className() + QString(" ") + widget->objectName();
+        if (accessibleNameOf(widget).isEmpty())
+            found << widget->metaObject()->className() + QString(" ") + widget->objectName();
     }
     return found;
 }
@@ -228,6 +230,17 @@ QString Stage::accessibleCell(int row, int column) {
 
 int Stage::rows() {
     return tableIn(window()).model()->rowCount();
+}
+
+QString Stage::detailsText() const {
+    const auto& model = *_program->window().findChild<ui::DetailsPane*>("details")->model();
+    QString text;
+    for (int row = 0; row < model.rowCount(); ++row) {
+        for (int column = 0; column < model.columnCount(); ++column) {
+            text += model.data(model.index(row, column), Qt::AccessibleTextRole).toString() + "\n";
+        }
+    }
+    return text;
 }
 
 int Stage::highlightedRow() {
@@ -257,7 +270,7 @@ std::optional<ShownAlert> Stage::alert() const {
     return shown;
 }
 
-int Stage::alertsStanding() const {
+int Stage::shownAlerts() const {
     return static_cast<int>(std::ranges::count_if(QApplication::topLevelWidgets(), [](const QWidget* widget) {
         return widget->isVisible() && widget->inherits("QMessageBox");
     }));
@@ -273,8 +286,8 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     shown.box->activateWindow();
     waitFor("the alert in front", [&] { return shown.box->isActiveWindow(); });
     waitForButtons(*shown.box);
-    // The toolkit may have read place and frame while the window manager was still about to make the frame, and it
-    // hears of no change afterwards.
+    // The toolkit may have read position and frame before the window manager made the frame, and gets no event
+    // afterwards.
     waitFor("the alert on the screen", [&] { return isWholeOnScreen(*shown.box); });
     for (const QLabel* label : shown.box->findChildren<QLabel*>()) {
         if (label->text().isEmpty()) continue;
@@ -292,7 +305,7 @@ ShownAlert Stage::waitForAlert(const QString& title) {
     return shown;
 }
 
-// Nobody clicks before the buttons have their places.
+// A click before the layout would miss the button.
 void Stage::waitForButtons(QMessageBox& box) {
     waitFor("the buttons", [&] {
         return std::ranges::all_of(box.buttons(), [&](const QAbstractButton* button) {
@@ -309,13 +322,13 @@ QString Stage::visibleText() const {
         if (const auto* label = qobject_cast<QLabel*>(widget)) texts << label->text();
         if (const auto* button = qobject_cast<QAbstractButton*>(widget)) texts << withoutMark(button->text());
         if (const auto* bar = qobject_cast<QProgressBar*>(widget)) texts << bar->text();
-        if (const auto* text = qobject_cast<QTextEdit*>(widget)) texts << text->toPlainText();
+        if (qobject_cast<ui::DetailsPane*>(widget) != nullptr) texts << detailsText();
     }
     return texts.join('\n');
 }
 
 void Stage::screenshot(const QString& name) {
-    QApplication::processEvents(); // sizes are settled, and what has been answered goes
+    QApplication::processEvents(); // layouts are done, and answered alerts are removed
     REQUIRE(catchUpWithManager(_longestWait));
     QApplication::processEvents(); // paints
     QDir().mkpath(ZUL_SCREENSHOTS);
@@ -356,7 +369,8 @@ void Stage::press(Qt::Key key, Qt::KeyboardModifiers modifiers) {
 
 void Stage::tabTo(const QString& accessibleName) {
     for (int i = 0; i < 50; ++i) {
-        if (QApplication::focusWidget() != nullptr && nameOf(QApplication::focusWidget()) == accessibleName) return;
+        if (QApplication::focusWidget() != nullptr && accessibleNameOf(QApplication::focusWidget()) == accessibleName)
+            return;
         press(Qt::Key_Tab);
     }
     FAIL("the keyboard does not reach " << accessibleName.toStdString());
@@ -371,7 +385,7 @@ void Stage::answer(const QString& button) {
         REQUIRE(one->isEnabled());
         const QPointer box(shown->box);
         QTest::mouseClick(one, Qt::LeftButton);
-        waitFor("the alert to go", [&] { return !box || !box->isVisible(); });
+        waitFor("the alert to close", [&] { return !box || !box->isVisible(); });
         return;
     }
     FAIL("the alert has no button " << button.toStdString());

@@ -1,4 +1,5 @@
-// The window on a real display with embedded printers, and an operator who finds everything by its accessible name.
+// The window on a real display with embedded printers, and the operator of a test, who finds widgets by their
+// accessible names. GUI thread.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -39,7 +40,7 @@ struct StageOptions {
     int speed = 1; // how many times as fast as the machine's the clock runs
 };
 
-/// An alert as it stands on the screen.
+/// An alert as it is shown on the screen.
 struct ShownAlert {
     QMessageBox* box = nullptr;
     QString title;
@@ -47,67 +48,70 @@ struct ShownAlert {
     QStringList buttons; // from left to right
     QString defaultButton;
     QString checkBox;        // its title; empty when there is none
-    bool isModal = false;    // the whole application waits for it
-    bool hasPicture = false; // a printer's; not the toolkit's own
+    bool isModal = false;    // it blocks the whole application
+    bool hasPicture = false; // a printer's picture; not the toolkit's own sign
 };
 
 class Stage {
   public:
-    /// Starts the program and waits until its window is the active one.
+    /// Starts the program and waits until its window is active.
     explicit Stage(StageOptions options);
-    /// Waits until no queue runs any more. Queues that do not come to rest are a failure of the test.
+    /// Waits until all queues have ended; the test fails if they do not.
     ~Stage();
 
     ui::WindowProgram& program() { return *_program; }
     ui::MainWindow& window() { return _program->window(); }
     UpdateSupervisor& supervisor() { return _program->session().supervisor; }
     VirtualBus& bus() { return *_program->session().virtualBus(); }
-    /// How many queues of printers still run, also of those that have left.
+    /// How many queues of printers still run, including printers that are detached.
     int printerQueues() const;
     std::vector<Session::Printer> printers() { return _program->session().printers(); }
-    /// The program has asked its loop to end.
+    /// True once the program has ended its loop.
     bool hasEnded() const { return *_hasEnded; }
     const TemporaryFolder& folder() const { return _folder; }
-    /// What the embedded printers saw, one JSON object per line.
+    /// What the embedded printers received, one JSON object per line.
     std::filesystem::path journalFile() const { return _folder / "journal"; }
 
-    /// Lets the window live until condition holds; fails with what it waited for when that takes too long.
+    /// Runs the event loop until condition is true; fails with "what" if that takes too long.
     void waitFor(const std::string& what, const std::function<bool()>& condition);
-    /// Until every printer's facts are there and nothing is asked any more.
-    void waitForFacts();
-    /// Lets everything that is queued run; fails when that takes too long, as it does while a printer's queue waits for
-    /// its printer to become ready.
+    /// Waits until the device info of every printer is complete and no query is pending.
+    void waitForDeviceInfo();
+    /// Lets all queued blocks run; fails if that takes too long, for example because a queue waits for its printer to
+    /// become ready.
     void settle();
-    /// The same, but the caller judges: false when it has taken too long.
+    /// The same without a failure: false if it has taken too long.
     [[nodiscard]] bool hasSettled();
-    /// For tests of what cannot come.
+    /// For tests that wait for something that cannot happen.
     void setLongestWait(std::chrono::milliseconds longestWait) { _longestWait = longestWait; }
 
     // ---- the operator's eyes ----------------------------------------------------------------------------------------
-    /// The visible widget with this accessible name; null when there is none.
+    /// The visible widget with this accessible name; null if there is none.
     QWidget* find(const QString& accessibleName) const;
-    /// The same of this class; fails when there is none.
+    /// The same of this class; fails if there is none.
     template <class Widget> Widget& findA(const QString& accessibleName) const {
         for (QWidget* widget : QApplication::allWidgets()) {
             auto* const found = qobject_cast<Widget*>(widget);
             if (found != nullptr && found->isVisible() && found->accessibleName() == accessibleName) return *found;
         }
-        FAIL("nothing is called " << accessibleName.toStdString());
+        FAIL("no visible widget has the accessible name " << accessibleName.toStdString());
         std::abort();
     }
-    /// Accessible names of the visible widgets that can be operated and have none.
+    /// Class and object names of the visible controls that have no accessible name.
     QStringList namelessControls() const;
     QString cell(int row, int column);
     QString accessibleCell(int row, int column);
     int rows();
+    /// The details of the selected printer as a screen reader reads them: label and value in turn, a line each.
+    QString detailsText() const;
     int highlightedRow();
     std::optional<ShownAlert> alert() const;
-    /// How many stand at the same time.
-    int alertsStanding() const;
+    /// How many alerts are shown at the same time.
+    int shownAlerts() const;
     ShownAlert waitForAlert(const QString& title);
     /// Everything that the window shows, joined.
     QString visibleText() const;
-    /// Keeps a picture of the screen, for people. What the toolkit and the window manager were asked to draw is in it.
+    /// Saves a picture of the screen for people to look at, once toolkit and window manager have drawn all that they
+    /// were asked for.
     void screenshot(const QString& name);
 
     // ---- the operator's hands ---------------------------------------------------------------------------------------
@@ -131,14 +135,14 @@ class Stage {
     const int _threadsBefore = SerialQueue::liveThreads(); // of queues that others have left
     TemporaryFolder _folder;
     std::unique_ptr<QuickClock> _clock; // null: the machine's own
-    // Shared with the program, which outlives a stage whose queues do not come to rest.
+    // Shared with the program, which is not destroyed if its queues do not end.
     const std::shared_ptr<bool> _hasEnded = std::make_shared<bool>(false);
     std::unique_ptr<ui::WindowProgram> _program;
 };
 
-/// Texts from now on in this language ("en": as in the code).
+/// Sets the language of all texts from now on ("en": as in the code).
 void useLanguage(const std::string& language);
-/// The colours of a dark or a light desktop.
+/// Sets the colors of a dark or a light desktop.
 void useColors(bool isDark);
 
 } // namespace zul::test

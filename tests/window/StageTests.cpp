@@ -1,4 +1,4 @@
-// The stage itself: a wait that ends in vain fails its test, whatever the test looks at afterwards.
+// The stage itself: a failing wait fails its test, whatever the test checks afterwards.
 #include "window/Stage.h"
 
 #include "platform/dispatch/Queue.h"
@@ -12,9 +12,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kInVain{50}; // for what cannot come
+constexpr milliseconds kShortWait{50}; // for conditions that cannot become true
 
-// Holds a printer's queue up until it goes out of scope.
+// Blocks a printer's queue until it is destroyed.
 class HeldQueue {
   public:
     explicit HeldQueue(TBUSBPrinterZUL& printer) {
@@ -30,26 +30,26 @@ class HeldQueue {
 
 } // namespace
 
-TEST_CASE("a condition that never holds fails the test that waits for it" * doctest::should_fail()) {
+TEST_CASE("a condition that never becomes true fails the test that waits for it" * doctest::should_fail()) {
     Stage stage({.printers = {}});
-    stage.setLongestWait(kInVain);
-    stage.waitFor("what never comes", [] { return false; });
+    stage.setLongestWait(kShortWait);
+    stage.waitFor("a condition that never becomes true", [] { return false; });
 }
 
-TEST_CASE("queues that do not come to rest fail the test that waits for them" * doctest::should_fail()) {
+TEST_CASE("queues that do not become idle fail the test that waits for them" * doctest::should_fail()) {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const HeldQueue held(*stage.printers().front());
-    stage.setLongestWait(kInVain);
+    stage.setLongestWait(kShortWait);
     stage.settle();
 }
 
-TEST_CASE("what a wait in vain has queued runs later without harm") {
+TEST_CASE("blocks that a failed wait has queued run later without harm") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     {
         const HeldQueue held(*stage.printers().front());
-        stage.setLongestWait(kInVain);
+        stage.setLongestWait(kShortWait);
         CHECK_FALSE(stage.hasSettled());
     }
     stage.setLongestWait(kLongestWait);
@@ -59,9 +59,9 @@ TEST_CASE("what a wait in vain has queued runs later without harm") {
 TEST_CASE("a queue that runs on after the stage's end fails the test" * doctest::should_fail()) {
     std::optional<HeldQueue> held;
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     held.emplace(*stage.printers().front());
-    stage.setLongestWait(kInVain);
+    stage.setLongestWait(kShortWait);
 }
 
 } // namespace zul::test

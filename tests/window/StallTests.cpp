@@ -1,10 +1,11 @@
-// Updates that stall, wait or are refused: what the window says, what may be started again, and what may be put away.
+// Updates that stall, wait or are refused: what the window shows, what can be started again, and what can be dismissed.
+// GUI thread.
 #include "window/Updates.h"
 
+#include "ui/DetailsPane.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QScrollArea>
-#include <QTextEdit>
 #include <algorithm>
 #include <chrono>
 #include <doctest/doctest.h>
@@ -18,22 +19,22 @@ using std::chrono::milliseconds;
 const char* const kDetails = "Details of the selected printer";
 
 void waitForDetailsOfHeight(Stage& stage, int height) {
-    INFO("now " << stage.findA<QTextEdit>(kDetails).height() << ", before " << height);
+    INFO("now " << stage.findA<ui::DetailsPane>(kDetails).height() << ", before " << height);
     stage.waitFor("the details as large as before",
-                  [&] { return stage.findA<QTextEdit>(kDetails).height() == height; });
+                  [&] { return stage.findA<ui::DetailsPane>(kDetails).height() == height; });
 }
 
 } // namespace
 
-TEST_CASE("a printer that stays away gets advice, and its late return still ends in success") {
+TEST_CASE("a printer that does not return from its restart gets advice, and a late return still ends in success") {
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
-    stage.waitForFacts();
-    const int before = stage.findA<QTextEdit>(kDetails).height();
+    stage.waitForDeviceInfo();
+    const int before = stage.findA<ui::DetailsPane>(kDetails).height();
     stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("advice", [&] {
-        return stage.visibleText().contains("The printer has not come back as its loader. Leave it switched on");
+        return stage.visibleText().contains("The printer has not restarted into its loader. Leave it switched on");
     });
     CHECK(stage.visibleText().contains("A printer is restarting. Leave it switched on and connected."));
     stage.screenshot("stalled");
@@ -43,23 +44,23 @@ TEST_CASE("a printer that stays away gets advice, and its late return still ends
     CHECK(onlyUpdate(stage).verdict.isSuccess());
     CHECK_FALSE(onlyUpdate(stage).isStalled);
     stage.click("Close this report");
-    stage.waitFor("the report to go", [&] { return stage.supervisor().updates().empty(); });
+    stage.waitFor("the report to close", [&] { return stage.supervisor().updates().empty(); });
     waitForDetailsOfHeight(stage, before);
 }
 
-TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and is shown again when it returns") {
+TEST_CASE("a dismissed update lets the machine sleep, and is shown again when its printer returns") {
     for (const char* command : {"FLASH_REWRITE", "FLASH_PROGRAM"}) {
         CAPTURE(command);
         Stage stage({.printers = {quick("VK14", std::string("fault=never-back@") + command)}});
-        stage.waitForFacts();
-        const int before = stage.findA<QTextEdit>(kDetails).height();
+        stage.waitForDeviceInfo();
+        const int before = stage.findA<ui::DetailsPane>(kDetails).height();
         stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer has not come back"); });
         CHECK(stage.supervisor().isAnyUnderWay());
         stage.click("Close this report");
-        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
+        stage.waitFor("the card to close", [&] { return stage.find("Close this report") == nullptr; });
         CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
         CHECK_FALSE(stage.supervisor().isAnyUnderWay());
         CHECK(stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."));
@@ -73,9 +74,9 @@ TEST_CASE("a printer that nobody waits for any more lets the machine sleep, and 
     }
 }
 
-TEST_CASE("a printer that is silent may be updated again when the wait has been long enough") {
+TEST_CASE("an unresponsive printer can be updated again once its update has stalled") {
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const std::string key = stage.printers()[0]->keyUSBdevice();
     stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
     stage.click("Update Firmware…");
@@ -86,9 +87,9 @@ TEST_CASE("a printer that is silent may be updated again when the wait has been 
     CHECK(stage.supervisor().reasonAgainst(key) == "");
 }
 
-TEST_CASE("an image that does not go through is not called a success, and a second start ends in one") {
+TEST_CASE("an image that the printer does not take is no success, and a second start ends in one") {
     Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the verdict", [&] { return !onlyUpdate(stage).isOpen(); });
@@ -99,38 +100,38 @@ TEST_CASE("an image that does not go through is not called a success, and a seco
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
-    stage.answer("Continue"); // it is in its loader already: there is nothing more to ask
+    stage.answer("Continue"); // no confirmation, because the printer is in its loader already
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
     CHECK(onlyUpdate(stage).verdict.isSuccess());
 }
 
-TEST_CASE("a printer that answers but is not ready gets advice and can be put away until it gets on") {
+TEST_CASE("a printer that replies but is not ready gets advice, and its update can be dismissed until it continues") {
     SUBCASE("after its restart") {
         Stage stage({.printers = {quick("VK14", "after-update=01000")}, .speed = 20});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] {
             return stage.visibleText().contains("The printer reports: Cover Open. Leave it switched on");
         });
         CHECK(stage.visibleText().contains("Back, waiting until it is idle: Cover Open ("));
-        CHECK_FALSE(updateAction(stage).isEnabled()); // it answers: nothing has stalled
+        CHECK_FALSE(updateAction(stage).isEnabled()); // it replies, so its update has not stalled
         CHECK(stage.program().session().sleepInhibitor.isWanted());
         stage.screenshot("waiting");
-        stage.click("Close this report"); // once it may be closed
-        stage.waitFor("the card to go", [&] { return stage.find("Close this report") == nullptr; });
+        stage.click("Close this report"); // waits until the button is there
+        stage.waitFor("the card to close", [&] { return stage.find("Close this report") == nullptr; });
         CHECK_FALSE(stage.program().session().sleepInhibitor.isWanted());
         const auto lastSign = [&] { return onlyUpdate(stage).state.lastSign; };
-        for (int answer = 0; answer < 2; ++answer) { // once the second has come all is done about the first
-            const auto heard = lastSign();
-            stage.waitFor("another answer", [&] { return lastSign() > heard; });
+        for (int answer = 0; answer < 2; ++answer) { // the second one comes after the first is handled
+            const auto before = lastSign();
+            stage.waitFor("another answer", [&] { return lastSign() > before; });
         }
-        CHECK(stage.find("Close this report") == nullptr); // the same answer once more is no news
+        CHECK(stage.find("Close this report") == nullptr); // an equal reply does not show the card again
     }
     SUBCASE("before its first restart") {
         Stage stage({.printers = {quick("VK14", "status=00000:00000:01000")}, .speed = 20});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("advice", [&] { return stage.visibleText().contains("The printer reports: Cover Open."); });
@@ -139,34 +140,34 @@ TEST_CASE("a printer that answers but is not ready gets advice and can be put aw
     }
     SUBCASE("and is shown again when it refuses to restart") {
         std::string statuses = "00000:00000";
-        for (int answer = 0; answer < 40; ++answer) statuses += ":01000"; // two of them a second
+        for (int answer = 0; answer < 40; ++answer) statuses += ":01000"; // two replies per second
         Stage stage(
             {.printers = {quick("VK14", "status=" + statuses + ":00000,fault=stall@FLASH_REWRITE")}, .speed = 4});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         auto& supervisor = stage.supervisor();
         supervisor.setSettings({.stallAfter = std::chrono::seconds(3)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBeDismissed; });
+        stage.waitFor("an update that can be dismissed", [&] { return onlyUpdate(stage).mayBeDismissed; });
         supervisor.dismiss(onlyUpdate(stage).state.key);
         CHECK(onlyUpdate(stage).isDismissed);
         stage.waitFor("the card again", [&] {
-            return stage.visibleText().contains("✗ Not updated: the printer did not take the command to restart.");
+            return stage.visibleText().contains("✗ Not updated: the printer did not accept the command to restart.");
         });
     }
 }
 
-TEST_CASE("a printer that is put away and falls silent may be updated again") {
+TEST_CASE("a printer that becomes unresponsive after its update was dismissed can be updated again") {
     std::string settings = "after-update=01000";
     for (int question = 40; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
     Stage stage({.printers = {quick("VK14", settings)}, .speed = 4});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& supervisor = stage.supervisor();
-    supervisor.setSettings({.stallAfter = std::chrono::seconds(8)}); // a loader is silent for five by design
+    supervisor.setSettings({.stallAfter = std::chrono::seconds(8)}); // a loader does not reply for 5 s by design
     const std::string key = stage.printers()[0]->keyUSBdevice();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitFor("a printer that may be put away", [&] { return onlyUpdate(stage).mayBeDismissed; });
+    stage.waitFor("an update that can be dismissed", [&] { return onlyUpdate(stage).mayBeDismissed; });
     CHECK_FALSE(onlyUpdate(stage).isStalled);
     supervisor.dismiss(key);
     CHECK(supervisor.reasonAgainst(key) == "This printer is being updated.");
@@ -175,11 +176,11 @@ TEST_CASE("a printer that is put away and falls silent may be updated again") {
     CHECK(supervisor.reasonAgainst(key) == "");
 }
 
-TEST_CASE("a printer that is mute after its restart gets no second image") {
+TEST_CASE("a printer that is unresponsive after its restart gets no second image") {
     std::string settings;
     for (int question = 5; question < 60; ++question) settings += ",fault=silence@STATUS#" + std::to_string(question);
     Stage stage({.printers = {quick("VK14", settings.substr(1))}, .speed = 20});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the stall", [&] { return onlyUpdate(stage).isStalled; });
@@ -198,7 +199,7 @@ TEST_CASE("a printer that is mute after its restart gets no second image") {
 
 TEST_CASE("a printer that does not leave after its image gets a second one only after a question") {
     Stage stage({.printers = {"VK14,restart=150,program=60000,speed=100000000"}, .speed = 20});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.supervisor().setSettings({.stallAfter = std::chrono::seconds(8)});
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
@@ -208,14 +209,14 @@ TEST_CASE("a printer that does not leave after its image gets a second one only 
     stage.click("Update Firmware…");
     const auto question = stage.waitForAlert("Start the update of VK14 000001 (1-1) again?");
     CHECK(question.message.startsWith("The printer has the firmware and has not restarted yet."));
-    CHECK(question.message.endsWith("which may damage a printer that is still at work."));
+    CHECK(question.message.endsWith("which may damage a printer that is still working."));
     CHECK(question.buttons == QStringList{"Cancel", "Start Again"});
     CHECK(question.defaultButton == "Cancel");
-    SUBCASE("and none when the operator thinks better of it") {
+    SUBCASE("and none after \"Cancel\"") {
         stage.answer("Cancel");
-        CHECK(stage.alertsStanding() == 0);
+        CHECK(stage.shownAlerts() == 0);
     }
-    SUBCASE("and its first start is followed further when the operator starts again") {
+    SUBCASE("and its first update is still followed after \"Start Again\"") {
         stage.answer("Start Again");
         stage.waitForAlert("Attention:");
         CHECK(onlyUpdate(stage).state.phase == UpdatePhase::programming);
@@ -225,15 +226,15 @@ TEST_CASE("a printer that does not leave after its image gets a second one only 
     CHECK(onlyUpdate(stage).isOpen());
     const auto changes = changesOnTheWire(stage);
     CHECK(std::ranges::count(changes, "FW_UPDFLASH_PROGRAM") == 1);
-    // It restarts after all: the first start comes to its end, and is called what it is.
+    // It restarts after all: the first update ends and is reported as a success.
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
     CHECK(onlyUpdate(stage).verdict.isSuccess());
 }
 
-TEST_CASE("a printer that programs its flash is not called silent before its time, nor told to be switched off") {
+TEST_CASE("the update of a printer that programs its flash stalls only after 90 s, and the advice is to leave it on") {
     Stage stage({.printers = {"VK14,restart=150,program=200000,speed=100000000"}, .speed = 20});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the programming", [&] { return onlyUpdate(stage).state.phase == UpdatePhase::programming; });
@@ -250,30 +251,30 @@ TEST_CASE("a printer that programs its flash is not called silent before its tim
     stage.answer("Finish");
 }
 
-TEST_CASE("a silent printer is told as such while others are heard of all the time") {
+TEST_CASE("the stall of one printer is reported while other printers keep replying") {
     Stage stage({.printers = {quick("VK14", "after-update=01000"), quick("VK14", "after-update=01000"),
                               quick("VK14", "fault=never-back@FLASH_REWRITE")},
                  .speed = 10});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& supervisor = stage.supervisor();
-    const std::string silent = stage.printers()[2]->keyUSBdevice();
+    const std::string stalled = stage.printers()[2]->keyUSBdevice();
     const auto all = stage.printers();
     for (const auto& printer : all) {
         supervisor.begin(printer, UpdateSupervisor::Equal::install);
         agreeAndConfirm(stage, "VK14 01.61");
     }
-    stage.waitFor("the stall", [&] { return supervisor.updates().at(silent).isStalled; });
+    stage.waitFor("the stall", [&] { return supervisor.updates().at(stalled).isStalled; });
     CHECK_FALSE(supervisor.updates().at(all[0]->keyUSBdevice()).isStalled);
 }
 
-TEST_CASE("a printer that refuses to restart is not called unchanged without saying why") {
+TEST_CASE("the report on a printer that refuses to restart says why it is unchanged") {
     Stage stage({.printers = {quick("VK14", "fault=stall@FLASH_REWRITE")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the end", [&] { return !onlyUpdate(stage).isOpen(); });
     CHECK(onlyUpdate(stage).verdict.isUntouched());
-    CHECK(stage.visibleText().contains("✗ Not updated: the printer did not take the command to restart."));
+    CHECK(stage.visibleText().contains("✗ Not updated: the printer did not accept the command to restart."));
     CHECK(stage.visibleText().contains("⚠ Nothing has been changed in the printer. Start the update again."));
     CHECK(updateAction(stage).isEnabled());
 }

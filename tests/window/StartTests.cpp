@@ -1,4 +1,5 @@
-// What an operator sees without doing anything: the table, the details, the empty window, printers that come and go.
+// What the operator sees without doing anything: the table, the details, the empty window, and printers that are
+// attached and detached. GUI thread.
 #include "window/Stage.h"
 
 #include "platform/foundation/UserDefaults.h"
@@ -7,12 +8,10 @@
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAccessible>
-#include <QClipboard>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QTableView>
-#include <QTextEdit>
 #include <doctest/doctest.h>
 
 namespace zul::test {
@@ -21,15 +20,11 @@ namespace {
 
 using Model = ui::PrinterTableModel;
 
-QString detailsText(Stage& stage) {
-    return stage.findA<QTextEdit>("Details of the selected printer").toPlainText();
-}
-
 } // namespace
 
-TEST_CASE("two attached printers are two rows with all their facts") {
+TEST_CASE("two attached printers are two rows with all their device info") {
     Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222,lifetime=1234")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     REQUIRE(stage.rows() == 2);
     CHECK(stage.cell(0, Model::model) == "ZUL VK14");
     CHECK(stage.accessibleCell(0, Model::picture) == "ZUL VK14");
@@ -37,7 +32,7 @@ TEST_CASE("two attached printers are two rows with all their facts") {
     CHECK(stage.cell(1, Model::serialNumber) == "222222");
     CHECK(stage.cell(0, Model::status) == "Idle");
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.60");
-    CHECK(stage.cell(0, Model::offeredFirmware) == "VK14 01.61");
+    CHECK(stage.cell(0, Model::availableFirmware) == "VK14 01.61");
     CHECK(stage.cell(0, Model::colorTables) == "0160");
     CHECK(stage.cell(1, Model::lifetimeCounter) == "1234");
     CHECK(stage.cell(0, Model::usbSerialNumber) == "Unavailable");
@@ -49,9 +44,9 @@ TEST_CASE("two attached printers are two rows with all their facts") {
 
 TEST_CASE("the details of a printer with many color tables name every table and checksum") {
     Stage stage({.printers = {quick("VK28")}, .admittedProducts = {0x9001}});
-    stage.waitForFacts();
-    stage.waitFor("the last checksum", [&] { return detailsText(stage).contains("Checksum of color table 620 HD"); });
-    const QString details = detailsText(stage);
+    stage.waitForDeviceInfo();
+    stage.waitFor("the last checksum", [&] { return stage.detailsText().contains("Checksum of color table 620 HD"); });
+    const QString details = stage.detailsText();
     for (const char* table : {"Color table\n", "Color table 600\n", "Color table 610\n", "Color table 620\n",
                               "Color table 300 HD\n", "Color table 600 HD\n", "Color table 610 HD\n",
                               "Color table 620 HD\n", "1284 device ID\n", "Location\n1-1", "USB vendor\n"}) {
@@ -61,28 +56,7 @@ TEST_CASE("the details of a printer with many color tables name every table and 
     stage.screenshot("many-tables");
 }
 
-TEST_CASE("the details can be copied with the keyboard, and keep what is marked while facts above it change") {
-    Stage stage({.printers = {quick("VK14", "serial=111111,status=00000:01100")}});
-    stage.waitForFacts();
-    auto& details = stage.findA<QTextEdit>("Details of the selected printer");
-    const auto copied = [&] {
-        QApplication::clipboard()->clear();
-        stage.press(Qt::Key_C, Qt::ControlModifier);
-        return QApplication::clipboard()->text();
-    };
-    stage.tabTo("Details of the selected printer");
-    stage.press(Qt::Key_A, Qt::ControlModifier);
-    CHECK(copied().toStdString() == detailsText(stage).toStdString());
-    CHECK(copied().contains("Serial Number\n111111"));
-    const QString id = "MFG:Zul Imaging Company;MDL:VK14;SERN:111111;";
-    details.setTextCursor(details.document()->find(id));
-    stage.triggerMenu("Printer", "Refresh");
-    stage.waitFor("the other status", [&] { return detailsText(stage).contains("Status\nPaper End"); });
-    stage.settle();
-    CHECK(copied() == id);
-}
-
-TEST_CASE("a window without printers says what to do") {
+TEST_CASE("a window without printers asks to connect one") {
     Stage stage({.printers = {}});
     stage.waitFor("the empty page",
                   [&] { return stage.visibleText().contains("Connect a ZUL printer by USB and switch it on."); });
@@ -90,16 +64,16 @@ TEST_CASE("a window without printers says what to do") {
     stage.screenshot("empty");
 }
 
-TEST_CASE("a printer that is pulled out leaves the table and comes back with its facts") {
+TEST_CASE("a detached printer is removed from the table and returns with its device info") {
     Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.bus().unplug(0);
     stage.waitFor("one row", [&] { return stage.rows() == 1; });
     CHECK(stage.cell(0, Model::serialNumber) == "222222");
     CHECK(stage.highlightedRow() == 0);
     stage.bus().plug(0);
     stage.waitFor("two rows", [&] { return stage.rows() == 2; });
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     CHECK(stage.cell(1, Model::serialNumber) == "111111");
     stage.bus().unplug(0);
     stage.bus().unplug(1);
@@ -107,7 +81,7 @@ TEST_CASE("a printer that is pulled out leaves the table and comes back with its
     CHECK(stage.window().selection() == nullptr);
 }
 
-TEST_CASE("a printer that may not be opened is told with its node and what to do") {
+TEST_CASE("a printer that may not be opened is reported with its device node and advice") {
     Stage stage({.printers = {}});
     const auto service = std::make_shared<ScriptedService>(std::make_shared<ScriptedInterface>());
     service->createCode = kIOReturnNotPrivileged;
@@ -127,25 +101,25 @@ TEST_CASE("a printer that may not be opened is told with its node and what to do
     CHECK(stage.rows() == 0);
     stage.screenshot("no-right");
     registry.serviceTerminated(token);
-    stage.waitFor("the notice to go", [&] { return !stage.visibleText().contains("/dev/bus/usb/001/009"); });
+    stage.waitFor("the notice to disappear", [&] { return !stage.visibleText().contains("/dev/bus/usb/001/009"); });
     CHECK(stage.visibleText().contains("Connect a ZUL printer"));
     CHECK(stage.visibleText().contains("0 printers attached"));
 }
 
-TEST_CASE("a model that is not admitted is told with the option that admits it, for as long as it is attached") {
+TEST_CASE("a model that is not admitted is reported with the option that admits it while it is attached") {
     Stage stage({.printers = {quick("VK28")}});
-    const auto isTold = [&] { return stage.visibleText().contains("--admit-product 0x9001"); };
-    stage.waitFor("the notice", isTold);
+    const auto isReported = [&] { return stage.visibleText().contains("--admit-product 0x9001"); };
+    stage.waitFor("the notice", isReported);
     CHECK(stage.rows() == 0);
     stage.bus().unplug(0);
-    stage.waitFor("the notice to go", [&] { return !isTold(); });
+    stage.waitFor("the notice to disappear", [&] { return !isReported(); });
     stage.bus().plug(0);
-    stage.waitFor("the notice again", isTold);
+    stage.waitFor("the notice again", isReported);
 }
 
 TEST_CASE("the widths and the order of the columns are remembered") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     auto& header = *stage.window().findChild<QTableView*>("table")->horizontalHeader();
     header.resizeSection(Model::status, 222);
     header.moveSection(header.visualIndex(Model::serialNumber), 1);
@@ -168,11 +142,11 @@ TEST_CASE("the widths and the order of the columns are remembered") {
     CHECK(again.visualIndex(Model::serialNumber) == 1);
 }
 
-TEST_CASE("the switch of the USB serial number shows the setting, and says so where a model has none") {
+TEST_CASE("the action for the USB serial number shows the setting, and that a model has none") {
     const auto actionOf = [](Stage& stage) { return stage.window().findChild<QAction*>("actionSerial"); };
     {
         Stage stage({.printers = {quick("VK14")}});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         CHECK_FALSE(actionOf(stage)->isEnabled());
         CHECK_FALSE(actionOf(stage)->isChecked());
         CHECK(actionOf(stage)->toolTip() == "This model has no such setting.");
@@ -180,7 +154,7 @@ TEST_CASE("the switch of the USB serial number shows the setting, and says so wh
     for (const bool isOn : {true, false}) {
         Stage stage(
             {.printers = {quick("VK26", isOn ? "usb-serial=on" : "usb-serial=off")}, .admittedProducts = {0x8B01}});
-        stage.waitForFacts();
+        stage.waitForDeviceInfo();
         stage.waitFor("the setting",
                       [&] { return stage.cell(0, Model::usbSerialNumber) == (isOn ? "Enabled" : "Disabled"); });
         CHECK(actionOf(stage)->isEnabled());
@@ -188,11 +162,11 @@ TEST_CASE("the switch of the USB serial number shows the setting, and says so wh
     }
 }
 
-TEST_CASE("firmware that is newer than the installed one is marked without colour, and equal firmware is not") {
+TEST_CASE("firmware that is newer than the installed one is marked without color, and equal firmware is not") {
     Stage stage({.printers = {quick("VK14"), quick("VK14", "firmware=VK14 01.61")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const auto& model = *stage.window().findChild<QTableView*>("table")->model();
-    const auto at = [&](int row, int role) { return model.data(model.index(row, Model::offeredFirmware), role); };
+    const auto at = [&](int row, int role) { return model.data(model.index(row, Model::availableFirmware), role); };
     CHECK(at(0, Qt::FontRole).value<QFont>().bold());
     CHECK(at(0, Qt::ToolTipRole).toString() == "Newer than the installed firmware");
     CHECK(at(0, Qt::AccessibleDescriptionRole).toString() == "Newer than the installed firmware");
@@ -203,7 +177,7 @@ TEST_CASE("firmware that is newer than the installed one is marked without colou
 
 TEST_CASE("every control has a name for a screen reader and can be reached with the keyboard") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     CHECK(stage.namelessControls().join(", ").toStdString() == "");
     stage.window().findChild<QTableView*>("table")->setFocus();
     stage.tabTo("Details of the selected printer");
@@ -218,7 +192,7 @@ TEST_CASE("every control has a name for a screen reader and can be reached with 
     stage.answer("Cancel");
     stage.waitFor("the result", [&] { return stage.find("Close this report") != nullptr; });
     CHECK(stage.namelessControls().join(", ").toStdString() == "");
-    // In the order in which they are seen.
+    // In the order on the screen.
     stage.window().findChild<QTableView*>("table")->setFocus();
     for (const char* name : {"Updates", "Close this report", "Details of the selected printer"}) {
         stage.press(Qt::Key_Tab);

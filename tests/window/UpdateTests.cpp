@@ -1,4 +1,4 @@
-// The whole update as the operator does it, and what the window shows while it runs.
+// The whole update as the operator does it, and what the window shows meanwhile. GUI thread.
 #include "window/Updates.h"
 
 #include "ui/PrinterTableModel.h"
@@ -21,9 +21,9 @@ using Model = ui::PrinterTableModel;
 
 } // namespace
 
-TEST_CASE("an update with the mouse goes from the button to the report and leaves the new version in the table") {
+TEST_CASE("with the mouse an update goes from the button to the report, and the table shows the new version") {
     Stage stage({.printers = {quick("VK14", "serial=111111")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     const auto agreement = stage.waitForAlert("Attention:");
     CHECK(agreement.message ==
@@ -52,13 +52,13 @@ TEST_CASE("an update with the mouse goes from the button to the report and leave
     CHECK(stage.visibleText().contains("Updated from VK14 01.60 to VK14 01.61. 2 color tables written."));
     CHECK(stage.supervisor().now() >= onlyUpdate(stage).endedAt);
     stage.click("Close this report");
-    stage.waitFor("the report to go", [&] { return stage.supervisor().updates().empty(); });
+    stage.waitFor("the report to close", [&] { return stage.supervisor().updates().empty(); });
     CHECK_FALSE(stage.window().findChild<QScrollArea*>("updates")->isVisible());
 }
 
-TEST_CASE("an update needs nothing but the keyboard") {
+TEST_CASE("an update can be done with the keyboard alone") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.window().findChild<QWidget*>("table")->setFocus();
     stage.press(Qt::Key_U, Qt::ControlModifier);
     stage.waitForAlert("Attention:");
@@ -71,13 +71,13 @@ TEST_CASE("an update needs nothing but the keyboard") {
     stage.press(Qt::Key_Space);
     stage.waitForAlert(kSuccessTitle);
     stage.press(Qt::Key_Return);
-    stage.waitFor("the alert to go", [&] { return !stage.alert(); });
+    stage.waitFor("the alert to close", [&] { return !stage.alert(); });
     CHECK(stage.cell(0, Model::installedFirmware) == "VK14 01.61");
 }
 
 TEST_CASE("the window follows an update through its steps and both restarts") {
     Stage stage({.printers = {"VK14,restart=600,program=600,speed=1500000"}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     std::vector<std::string> steps;
@@ -114,7 +114,7 @@ TEST_CASE("the window follows an update through its steps and both restarts") {
 
 TEST_CASE("two printers are updated at the same time, each with a report of its own") {
     Stage stage({.printers = {quick("VK14", "serial=111111"), quick("VK14", "serial=222222,program=600")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     for (const int row : {1, 0}) {
         stage.printers().at(static_cast<std::size_t>(row))->getPrinterFirmwareVersion(); // it becomes the selected one
         stage.waitFor("the row", [&] { return stage.highlightedRow() == row; });
@@ -123,7 +123,7 @@ TEST_CASE("two printers are updated at the same time, each with a report of its 
     }
     for (int report = 0; report < 2; ++report) {
         stage.waitForAlert(kSuccessTitle);
-        stage.waitFor("both cards in sight", [&] {
+        stage.waitFor("both cards visible", [&] {
             return std::ranges::all_of(stage.window().findChildren<ui::UpdateCard*>(), [](const auto* card) {
                 return card->visibleRegion().boundingRect().height() == card->height();
             });
@@ -140,9 +140,9 @@ TEST_CASE("two printers are updated at the same time, each with a report of its 
     CHECK(stage.cell(1, Model::installedFirmware) == "VK14 01.61");
 }
 
-TEST_CASE("a cancelled update says that nothing was changed") {
+TEST_CASE("a cancelled update is reported as declined, and changes nothing in the printer") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
@@ -157,7 +157,7 @@ TEST_CASE("a cancelled update says that nothing was changed") {
 
 TEST_CASE("a window that was made larger during updates can be made smaller again") {
     Stage stage({.printers = {quick("VK14"), quick("VK14"), quick("VK14"), quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     for (const auto& printer : stage.printers()) stage.supervisor().begin(printer, UpdateSupervisor::Equal::install);
     stage.waitFor("all cards", [&] { return stage.window().findChildren<ui::UpdateCard*>().size() == 4; });
     const QSize before = stage.window().size();
@@ -167,14 +167,14 @@ TEST_CASE("a window that was made larger during updates can be made smaller agai
     stage.waitFor("the window as before", [&] { return stage.window().size() == before; });
 }
 
-TEST_CASE("a failed update marks the step that failed, and calls none behind it done") {
+TEST_CASE("a failed update marks the step that failed, and marks no later step as done") {
     Stage stage({.printers = {quick("VK14", "fault=stall@CTRLD_UPDATE_CW#2")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
-    stage.waitForAlert("The update is not complete."); // the facts, in front of the engine's report
+    stage.waitForAlert("The update is not complete."); // the supervisor's correction, before the engine's report
     stage.answer("OK");
-    stage.waitForAlert(kSuccessTitle); // so the engine's report has it: one table was sent
+    stage.waitForAlert(kSuccessTitle); // the engine reports a success after one sent table
     stage.answer("Finish");
     CHECK(onlyUpdate(stage).verdict.result == UpdateResult::tablesMissing);
     const QString text = stage.visibleText();
@@ -184,14 +184,14 @@ TEST_CASE("a failed update marks the step that failed, and calls none behind it 
     CHECK(text.contains("✗ Color table 2 of 2"));
     CHECK(text.contains("○ Done"));
     CHECK(stage.find("Color table 2 of 2: not done") != nullptr);
-    CHECK(stage.find("Done: to come") != nullptr);
+    CHECK(stage.find("Done: not started") != nullptr);
     CHECK_FALSE(stage.window().findChild<QProgressBar*>()->isVisible());
     stage.screenshot("failed");
 }
 
-TEST_CASE("an update tells its time and the printer's last sign of life") {
+TEST_CASE("an update shows its elapsed time and the printer's last sign of life") {
     Stage stage({.printers = {quick("VK14", "fault=never-back@FLASH_REWRITE")}, .speed = 20});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     const QRegularExpression times("Elapsed: (\\d+):(\\d\\d) · last sign of life (\\d+) seconds? ago");
@@ -204,7 +204,7 @@ TEST_CASE("an update tells its time and the printer's last sign of life") {
 
 TEST_CASE("during an update every action of its printer is disabled and says why") {
     Stage stage({.printers = {"VK26,restart=3000,program=3000"}, .admittedProducts = {0x8B01}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const char* const names[] = {"actionUpdate", "actionRefresh",  "actionHotPlug",  "actionSerial",
                                  "actionClaim",  "actionCounterA", "actionCounterB", "actionCounterM"};
     for (const char* name : names) {
@@ -212,7 +212,7 @@ TEST_CASE("during an update every action of its printer is disabled and says why
         CHECK_MESSAGE(action->isEnabled(), name);
         CHECK_MESSAGE(action->toolTip() != "This printer is being updated.", name);
     }
-    stage.triggerMenu("Printer", "Reset Counter A…"); // a question that still stands when the update begins
+    stage.triggerMenu("Printer", "Reset Counter A…"); // this question is still shown when the update begins
     stage.waitFor("the question", [&] { return stage.alert().has_value(); });
     stage.supervisor().begin(stage.printers().front(), UpdateSupervisor::Equal::install);
     for (const char* name : names) {
@@ -226,7 +226,7 @@ TEST_CASE("during an update every action of its printer is disabled and says why
     CHECK(TemporaryFolder::read(stage.journalFile()).find("MNT_WTCOUNTER_CLR") == std::string::npos);
 }
 
-TEST_CASE("a printer found in its loader is updated from its own alert and followed like any other") {
+TEST_CASE("a printer found in its loader is updated from its alert, and the window follows that update, too") {
     Stage stage({.printers = {quick("VK14", "mode=loader")}});
     stage.waitFor("its status", [&] {
         return !stage.printers().empty() && stage.printers()[0]->printerStatus() == "Firmware Update Mode";
@@ -244,16 +244,16 @@ TEST_CASE("a printer found in its loader is updated from its own alert and follo
 
 TEST_CASE("\"Quit\" in the agreement ends the program") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.answer("Quit");
     CHECK(stage.hasEnded());
 }
 
-TEST_CASE("the keys that end the program do so while an alert stands, too") {
+TEST_CASE("Ctrl+Q ends the program while an alert is shown, too") {
     Stage stage({.printers = {quick("VK14", "firmware=VK14 01.70")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
@@ -263,13 +263,13 @@ TEST_CASE("the keys that end the program do so while an alert stands, too") {
     CHECK(stage.hasEnded());
 }
 
-TEST_CASE("a person who quits in the middle of an update is asked once more, and keeps updating by default") {
+TEST_CASE("quitting during an update asks first, and the update continues by default") {
     Stage stage({.printers = {"VK14,restart=3000,program=3000"}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
-    const QString question = "A printer is being updated. Quit all the same?";
+    const QString question = "A printer is being updated. Quit anyway?";
     SUBCASE("from the menu") {
         stage.triggerMenu("File", "Quit");
     }
@@ -285,7 +285,7 @@ TEST_CASE("a person who quits in the middle of an update is asked once more, and
     CHECK(asked.isModal);
     CHECK_FALSE(stage.hasEnded());
     stage.press(Qt::Key_Escape);
-    stage.waitFor("the question to go", [&] { return !stage.alert(); });
+    stage.waitFor("the question to close", [&] { return !stage.alert(); });
     CHECK_FALSE(stage.hasEnded());
     CHECK(stage.window().isVisible());
     stage.triggerMenu("File", "Quit");
@@ -296,7 +296,7 @@ TEST_CASE("a person who quits in the middle of an update is asked once more, and
 
 TEST_CASE("\"Quit\" in the agreement of one printer does not end the update of another without a question") {
     Stage stage({.printers = {"VK14,restart=3000,program=3000", quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     const auto all = stage.printers();
     stage.supervisor().begin(all[0], UpdateSupervisor::Equal::install);
     agreeAndConfirm(stage, "VK14 01.61");
@@ -304,21 +304,21 @@ TEST_CASE("\"Quit\" in the agreement of one printer does not end the update of a
     stage.supervisor().begin(all[1], UpdateSupervisor::Equal::install);
     stage.waitForAlert("Attention:");
     stage.answer("Quit");
-    stage.waitForAlert("A printer is being updated. Quit all the same?");
+    stage.waitForAlert("A printer is being updated. Quit anyway?");
     CHECK_FALSE(stage.hasEnded());
     stage.answer("Quit");
     CHECK(stage.hasEnded());
 }
 
-TEST_CASE("the system's request to end is not asked about, and is met when the whole image is sent") {
+TEST_CASE("the system's request to end raises no question and is met once the whole image is sent") {
     Stage stage({.printers = {"VK14,restart=500,program=30000,speed=100000000"}, .speed = 4});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the first restart", [&] { return onlyUpdate(stage).state.phase >= UpdatePhase::enteringLoader; });
     stage.window().endAsked();
     CHECK_FALSE(stage.hasEnded());
-    CHECK(stage.alertsStanding() == 0);
+    CHECK(stage.shownAlerts() == 0);
     stage.waitFor("the end", [&] { return stage.hasEnded(); });
     CHECK(onlyUpdate(stage).verdict.result == UpdateResult::stopped);
     CHECK(changesOnTheWire(stage).back() == "FW_UPDFLASH_PROGRAM");
@@ -326,7 +326,7 @@ TEST_CASE("the system's request to end is not asked about, and is met when the w
 
 TEST_CASE("the system's request to end is met at once while no printer is in the middle of its update") {
     Stage stage({.printers = {quick("VK14")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     stage.waitForAlert("Attention:");
     stage.window().endAsked();
@@ -335,7 +335,7 @@ TEST_CASE("the system's request to end is met at once while no printer is in the
 
 TEST_CASE("a printer with the same firmware and tables is updated again only after a question") {
     Stage stage({.printers = {quick("VK14", "firmware=VK14 01.61,tables=0161")}});
-    stage.waitForFacts();
+    stage.waitForDeviceInfo();
     stage.click("Update Firmware…");
     const auto question = stage.waitForAlert("VK14 01.61 is already installed. Install it again?");
     CHECK(question.buttons == QStringList{"Cancel", "Install Again"});

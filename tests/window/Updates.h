@@ -1,4 +1,5 @@
-// What the tests of updates share: the way to the first command, the state that the window shows, and the wire.
+// What the tests of updates share: the steps to the first command, the shown state, and the journal of the printers.
+// GUI thread.
 #pragma once
 
 #include "window/Stage.h"
@@ -31,7 +32,8 @@ inline void agreeAndConfirm(Stage& stage, const QString& offered) {
     stage.answer("Update Firmware to " + offered);
 }
 
-// What the printer saw of the update, in order: what is written, and that it left and came back.
+// What the printers received of the update, in order: written commands, and each time a printer was detached and
+// attached.
 inline std::vector<std::string> changesOnTheWire(Stage& stage) {
     std::vector<std::string> changes;
     std::istringstream lines(TemporaryFolder::read(stage.journalFile()));

@@ -1,15 +1,16 @@
 #!/usr/bin/python3
-"""An operator who cannot see and has no mouse brings the one attached VK14 from 01.60 to 01.61.
+"""An operator with a screen reader and a keyboard updates the one attached VK14 from 01.60 to 01.61.
 
     journey.py [--quit-in-the-middle | --with-samples] PROGRAM [ARGUMENT...]
 
-With the first option the program is ended while the printer restarts. With the second one nobody has named firmware files
-and the printer is a real one, so there is nothing to bring it up to date with. The program is the real one, as a process of
-its own. Its exit status is 0 when the whole way went as it must.
+With the first option the operator ends the program while the printer restarts. With the second one the printer is a real
+one and no folder with firmware files is named, so the update is refused. PROGRAM runs as a process of its own. The exit
+status is 0 if every step was as expected.
 """
+import signal
 import sys
 
-sys.dont_write_bytecode = True  # the source tree stays as it is
+sys.dont_write_bytecode = True  # leaves no files in the source tree
 
 from screen import Screen  # noqa: E402  (after the switch above)
 
@@ -17,8 +18,9 @@ OLD, NEW = "VK14 01.60", "VK14 01.61"
 AGREEMENT = "Attention:"
 CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
 SAMPLES = "The firmware files in use are samples for virtual printers."
-QUIT = "A printer is being updated. Quit all the same?"
+QUIT = "A printer is being updated. Quit anyway?"
 REPORT = "Firmware update was successful!"
+WRITING = 3  # in STEPS
 STEPS = ["Checking", "Entering the loader", "Restarting", "Writing firmware", "Restarting", "Color table", "Done"]
 
 
@@ -27,15 +29,15 @@ def expect_equal(got, wanted, what):
         raise AssertionError(f"{what}: got {got!r}, wanted {wanted!r}")
 
 
-def read_facts(screen, firmware, table, offered=NEW):
-    """A row shows what the printer answered; a column that is empty would hide a question that was never asked."""
+def read_row(screen, firmware, table, available=NEW):
+    """Checks the row of the printer: an empty column would hide a query that was never sent."""
     def row():
-        cells = screen.names("table cell")
+        cells = screen.cells("Printers")
         return cells if firmware in cells and table in cells and "Idle" in cells else None
     cells = screen.wait(f"a row with {firmware} and {table}", row)
     expect_equal(len(cells), 9, "cells of the one row")
     expect_equal([cell for cell in cells if not cell], [], "cells without a text")
-    expect_equal(offered in cells, True, f"the offered firmware is shown as {offered}")
+    expect_equal(available in cells, True, f"the available firmware is shown as {available}")
 
 
 def agree_and_confirm(screen):
@@ -54,7 +56,7 @@ def agree_and_confirm(screen):
 def steps_of(screen):
     def labels():
         found = [node for node in screen.nodes() if node.get_role_name() == "label" and
-                 node.get_name().endswith((": to come", ": current step", ": done"))]
+                 node.get_name().endswith((": not started", ": current step", ": done"))]
         return found if len(found) == len(STEPS) else None
     return screen.wait("the steps of the update", labels)
 
@@ -82,29 +84,31 @@ def be_refused(screen):
 
 
 def watch(screen):
-    """The steps that were told as the current one, by their places in STEPS, until the report is there."""
+    """The steps that were read as the current one, as indexes of STEPS, until the last step is done."""
     steps = steps_of(screen)
-    told = []
+    current = []
 
     def is_over():
         for place, step in enumerate(steps):
             step.clear_cache()
             name = step.get_name()
-            if name.endswith(": current step") and place not in told:
+            if name.endswith(": current step") and place not in current:
                 expect_equal(name.startswith(STEPS[place]), True, f"{name} is step {place}")
-                told.append(place)
+                current.append(place)
+                if place == WRITING:  # a terminal that is closed is no reason to stop
+                    screen.process.send_signal(signal.SIGHUP)
         return name.endswith(": done")  # the last one
-    # Only these labels are looked at meanwhile: a look at everything takes long enough to miss a step.
+    # Reads only these labels: reading the whole screen takes long enough to miss a step.
     screen.wait("the last step", is_over)
-    return told
+    return current
 
 
 def main(command):
     quits = command[:1] == ["--quit-in-the-middle"]
     has_samples = command[:1] == ["--with-samples"]
     with Screen(*command[quits or has_samples:]) as screen:
-        # Samples are not offered to a printer on the bus.
-        read_facts(screen, OLD, "0160", "-" if has_samples else NEW)
+        # The sample firmware is not available for a real printer.
+        read_row(screen, OLD, "0160", "-" if has_samples else NEW)
         if has_samples:
             be_refused(screen)
             return
@@ -112,14 +116,14 @@ def main(command):
         if quits:
             quit_in_the_middle(screen)
             return
-        told = watch(screen)
-        print("journey: steps told:", ", ".join(STEPS[place] for place in told), flush=True)
-        expect_equal(told, sorted(told), "the steps come in their order")
+        current = watch(screen)
+        print("journey: current steps:", ", ".join(STEPS[place] for place in current), flush=True)
+        expect_equal(current, sorted(current), "order of the steps")
         for place in (2, 3, 4):  # both restarts and the image between them
-            expect_equal(place in told, True, f"{STEPS[place]} (step {place}) was told")
+            expect_equal(place in current, True, f"{STEPS[place]} (step {place}) was current")
         expect_equal(screen.wait_for_alert(REPORT), ["Finish"], "buttons of the report")
         screen.answer(REPORT, "Finish")
-        read_facts(screen, NEW, "0161")
+        read_row(screen, NEW, "0161")
         screen.wait("the result on the card", lambda: any(
             f"Updated from {OLD} to {NEW}." in name and "2 color tables written." in name
             for name in screen.names("label")))

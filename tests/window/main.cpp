@@ -1,4 +1,4 @@
-// The window's tests: real widgets on a real display, embedded printers on the real clock.
+// The main program of the window's tests: real widgets on a real display, embedded printers on the real clock.
 #define DOCTEST_CONFIG_IMPLEMENT
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/SystemLog.h"
@@ -10,11 +10,11 @@
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-    // Nothing of the user's is read or written.
+    // The tests neither read nor write the user's files.
     auto* const home = new zul::TemporaryFolder;
     qputenv("HOME", home->path.c_str());
     qputenv("XDG_CONFIG_HOME", home->path.c_str());
-    qputenv("XDG_STATE_HOME", home->path.c_str()); // root's would be the machine's
+    qputenv("XDG_STATE_HOME", home->path.c_str()); // otherwise root would use the machine's folder
     qputenv("LC_ALL", "C.UTF-8");                  // a locale in which the language can be chosen
     zul::setStandardErrorSink([](const std::string&) {});
     zul::HOLVEN_Log::setShouldLogToStdErr(false);
@@ -26,5 +26,5 @@ int main(int argc, char** argv) {
     static_cast<void>(application);
     const int status = context.run();
     delete home;
-    _exit(status); // as the program itself: nothing that queues may use is taken down
+    _exit(status); // as the program itself: objects that queues may still use are not destroyed
 }

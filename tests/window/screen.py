@@ -1,4 +1,4 @@
-"""A program as a screen reader and a keyboard see it: names, states and keys, from another process."""
+"""Reads and operates a program from another process, as a screen reader and a keyboard do: names, states and keys."""
 import os
 import subprocess
 import tempfile
@@ -10,7 +10,7 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402  (the version comes first)
 
 LONGEST_WAIT = 120  # s; generous, for emulated machines
-LONGEST_PAUSE = 500  # ms; between two looks, as not every change is announced, nor the end of the program
+LONGEST_PAUSE = 500  # ms between two reads, because not every change is announced, and the end of the program is not
 CHANGES = ("object:state-changed", "object:children-changed", "object:property-change", "object:text-changed", "window")
 MOST_TABS = 40
 WINDOWS = ("frame", "alert", "dialog")
@@ -18,11 +18,11 @@ CONTAINERS = ("panel", "table")
 
 
 class Screen:
-    """Runs one program and operates it. Nothing is known of its inside."""
+    """Runs one program and operates it."""
 
     def __init__(self, *command):
         self._home = tempfile.TemporaryDirectory(prefix="zul-screen-")
-        # Without a screen reader the toolkit tells nobody what it shows.
+        # Without a screen reader the toolkit does not publish what it shows.
         env = dict(os.environ, QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1", XDG_CONFIG_HOME=self._home.name,
                    XDG_STATE_HOME=self._home.name)
         self._has_changed = True
@@ -67,6 +67,12 @@ class Screen:
     def names(self, role):
         return [node.get_name() for node in self.nodes() if node.get_role_name() == role]
 
+    def cells(self, table):
+        """The names of the cells of the table with this name; empty while there is no such table."""
+        node, found = self.find("table", table), []
+        _collect(node, found)
+        return [cell.get_name() for cell in found if cell.get_role_name() == "table cell"]
+
     def find(self, role, name):
         for node in self.nodes():
             if node.get_role_name() == role and node.get_name() == name:
@@ -78,7 +84,7 @@ class Screen:
         return node is not None and node.get_state_set().contains(Atspi.StateType.ENABLED)
 
     def focused(self):
-        """The name of what the next key goes to. A window behind another still tells where its own focus would be."""
+        """The name of the control that gets the next key. Windows that are not active report a focus, too."""
         focus, is_active = None, False
         for node in self.nodes():
             role, states = node.get_role_name(), node.get_state_set()
@@ -89,7 +95,7 @@ class Screen:
         return focus
 
     def wait(self, what, condition):
-        """Looks again whenever something has changed on the screen, until condition holds."""
+        """Reads the screen again after each change until condition is true; returns its value."""
         end = time.monotonic() + LONGEST_WAIT
         while time.monotonic() < end:
             if self.process.poll() is not None:
@@ -97,11 +103,11 @@ class Screen:
             self._has_changed = False
             try:
                 value = condition()
-            except GLib.Error:  # it went away while it was looked at
+            except GLib.Error:  # a widget was removed while it was read
                 value = None
             if value:
                 return value
-            while not self._has_changed:  # also during the look
+            while not self._has_changed:  # or during the read
                 GLib.MainContext.default().iteration(True)
         shown = "\n".join(f"{node.get_role_name()}: {node.get_name()}" for node in self.nodes())
         raise AssertionError(f"waited for: {what}; shown:\n{shown}")
@@ -110,7 +116,7 @@ class Screen:
         return self.wait(f"{role} {name!r}", lambda: self.find(role, name))
 
     def wait_for_alert(self, title):
-        """The names of its buttons, once it takes keys."""
+        """Waits until the alert has the keyboard; returns the names of its buttons."""
         alert = self.wait_for("alert", title)
         self.wait("the alert is in front", lambda: alert.get_state_set().contains(Atspi.StateType.ACTIVE))
         inside = []
@@ -136,7 +142,7 @@ class Screen:
         self.press("space")  # Return would press the default button, wherever the focus is
 
     def answer(self, title, button):
-        """Not for a button that ends the program, which may be gone before its alert is seen to go: choose() is."""
+        """Presses a button and waits until the alert is closed. For a button that ends the program use choose()."""
         self.choose(button)
         self.wait(f"the alert {title!r} is gone", lambda: self.find("alert", title) is None)
 

@@ -67,11 +67,11 @@ void UserDefaults::read() {
     const fs::path kept = freePathLike(_file.string() + ".damaged");
     fs::rename(_file, kept, error);
     _mayWrite = !error;
-    _readError = _mayWrite ? localizedFormat("The settings file %s is damaged. It was kept as %s; the settings start "
-                                             "afresh. Repair it and put it back, or delete it.",
+    _readError = _mayWrite ? localizedFormat("The settings file %s is damaged. It was kept as %s; new settings were "
+                                             "begun. Repair it and restore it, or delete it.",
                                              _file.string(), kept.string())
                            : localizedFormat("The settings file %s is damaged. It could not be renamed (%s) and was "
-                                             "left alone; changes last for this run only. Repair or delete it.",
+                                             "not changed; changes last for this run only. Repair or delete it.",
                                              _file.string(), error.message());
 }
 

@@ -39,7 +39,7 @@ TEST_CASE("a detached printer and one that refuses have different texts, and a l
     CHECK(openFailureText("VK14", kIOReturnNoDevice, {}) ==
           "VK14 cannot be opened: the printer left. Plug it in again.");
     CHECK(commandFailureText("VK14", kIOUSBPipeStalled) ==
-          "VK14 did not take the command: the printer refused the data. Switch it off and on, then try again.");
+          "VK14 did not accept the command: the printer refused the data. Switch it off and on, then try again.");
     CHECK(resetFailureText("VK14", "soft-reset", kIOReturnError) ==
           "VK14: soft-reset failed: the USB transfer failed. Plug the printer in again.");
     CHECK(has(openFailureText("VK14", kIOReturnNoResources, {}), "Close other programs"));

@@ -11,7 +11,7 @@ using namespace zul::test;
 
 namespace {
 
-const std::string kCutOffAdvice = "The printer left while the firmware was written to it.";
+const std::string kCutOffAdvice = "The printer was disconnected while the firmware was written to it.";
 const std::string kTablesAdvice = "The printer has new firmware and does not answer.";
 
 // It was detached during the image and is back.

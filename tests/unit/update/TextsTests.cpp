@@ -94,12 +94,12 @@ TEST_CASE("the holder of a printer is named as far as it is known") {
 TEST_CASE("a refused command has its own text, not that of the phase before it") {
     Followed restart;
     restart.command(kCommandEnterLoader, kIOUSBPipeStalled);
-    CHECK(shown(restart) == "the printer did not take the command to restart (0 s)");
+    CHECK(shown(restart) == "the printer did not accept the command to restart (0 s)");
     CHECK(adviceFor(restart.state()).starts_with("Nothing has been changed in the printer."));
     Followed image;
     image.upToImage();
     image.image(kIOUSBPipeStalled);
-    CHECK(shown(image) == "the printer did not take the firmware (0 s)");
+    CHECK(shown(image) == "the printer did not accept the firmware (0 s)");
 }
 
 TEST_CASE("every phase in which a printer can stall has advice") {
@@ -187,13 +187,13 @@ TEST_CASE("the advice for a printer that waits for the rest of its image is a po
     waits.image(kIOUSBTransactionTimeout);
     waits.report(events::ReplyMissing{kIOUSBTransactionTimeout});
     CHECK(reasonFor(UpdateResult::imageNotTaken, waits.state(), expected()) ==
-          "the firmware was cut off, and the printer waits for the rest of it");
+          "the transfer of the firmware was interrupted, and the printer waits for the rest of it");
     CHECK(adviceAfter(UpdateResult::imageNotTaken, waits.state()).starts_with("Switch the printer off and on"));
     Followed back;
     back.upToTables();
     back.status(kLoaderStatus);
     CHECK(reasonFor(UpdateResult::imageNotTaken, back.state(), expected()) ==
-          "the printer is still in firmware update mode: it did not take the firmware");
+          "the printer is still in firmware update mode: it did not accept the firmware");
     CHECK(adviceAfter(UpdateResult::imageNotTaken, back.state()).starts_with("Leave the printer switched on"));
 }
 

@@ -11,9 +11,10 @@ using namespace zul::test;
 
 namespace {
 
-constexpr const char* kInLoader = "the printer is still in firmware update mode: it did not take the firmware";
-constexpr const char* kWaitsForRest = "the firmware was cut off, and the printer waits for the rest of it";
-constexpr const char* kNotWritten = "the firmware was not written (the printer did not take the data in time)";
+constexpr const char* kInLoader = "the printer is still in firmware update mode: it did not accept the firmware";
+constexpr const char* kWaitsForRest =
+    "the transfer of the firmware was interrupted, and the printer waits for the rest of it";
+constexpr const char* kNotWritten = "the firmware was not written (the printer did not accept the data in time)";
 
 std::string reason(UpdateResult result, const Followed& update) {
     return reasonFor(result, update.state(), expectationFor(kProductVK14));
