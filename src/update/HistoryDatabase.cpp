@@ -1,5 +1,5 @@
-// The SQLite file of the history, opened for one call at a time: nothing is kept open in between, so a file that was
-// deleted or replaced is noticed by the next call, and an idle program holds nothing. On UpdateHistory's callers'
+// The SQLite file of the history. It is opened for each call and closed again: so the next call notices that the file
+// was deleted or replaced, and an idle program keeps neither file nor lock. Called by UpdateHistory on its callers'
 // threads.
 #include "update/HistoryDatabase.h"
 
@@ -27,8 +27,8 @@ namespace {
 
 constexpr milliseconds kHoldPause{10};
 
-// What each version of the tables adds to the one before. A step that has been released is never changed: files that
-// were made with it are about.
+// What each version of the tables adds to the one before. Never change a step that has been released: files that were
+// made with it exist.
 constexpr auto kSchemaSteps = std::to_array<const char*>({
     R"(CREATE TABLE updates (
            id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -81,11 +81,13 @@ std::string reasonOf(int systemError) {
     return std::generic_category().message(systemError);
 }
 
+// The inode; 0 if there is no such file.
 std::uint64_t numberOfFile(const fs::path& file) {
     struct stat entry {};
     return ::stat(file.c_str(), &entry) == 0 ? entry.st_ino : 0;
 }
 
+// For a file name, in UTC. time: milliseconds since 1970.
 std::string stampOf(std::int64_t time) {
     const auto seconds = static_cast<std::time_t>(time / 1000);
     std::tm parts{};
@@ -124,7 +126,7 @@ HistoryDatabase::HistoryDatabase(const fs::path& file, Missing missing, millisec
     open(missing);
     if (!_isThere) return;
     if (schemaVersion() < kSchemaVersion) {
-        // Again from the start, as another process may do the same.
+        // Open it again under the exclusive lock: another process may have made the tables meanwhile.
         _connection.reset();
         _hold.change(FolderHold::Kind::alone);
         open(missing);
@@ -140,14 +142,14 @@ void HistoryDatabase::open(Missing missing) {
                       (missing == Missing::isCreated ? SQLITE_OPEN_CREATE : 0);
     sqlite3* connection = nullptr;
     const int code = sqlite3_open_v2(_file.c_str(), &connection, flags, nullptr);
-    _connection.reset(connection); // there also when the file could not be opened
+    _connection.reset(connection); // must be closed even if the file could not be opened
     check(code);
     sqlite3_busy_timeout(connection, static_cast<int>(_longestWait.count()));
     _number = numberOfFile(_file);
     const std::int64_t version = schemaVersion();
     if (version > kSchemaVersion) throw HistoryFailure{.kind = HistoryFailure::Kind::newer};
     _isThere = version > 0 || missing == Missing::isCreated;
-    // What is committed survives a power cut: it is what tells of an update that was cut off by it.
+    // A commit must survive a power cut: the record shows that the cut interrupted an update.
     execute("PRAGMA synchronous = FULL");
 }
 
@@ -166,6 +168,7 @@ void HistoryDatabase::makeTables() {
     transaction.commit();
 }
 
+// Throws what an SQLite result code means, with the system's reason where there is one.
 void HistoryDatabase::fail(int code) const {
     const int kind = code & 0xFF;
     if (kind == SQLITE_NOTADB || kind == SQLITE_CORRUPT) {
@@ -228,7 +231,7 @@ bool HistoryDatabase::Statement::step() {
 }
 
 void HistoryDatabase::Statement::reset() {
-    sqlite3_reset(_statement.get()); // repeats the last step's failure, which was thrown then
+    sqlite3_reset(_statement.get()); // returns the last step's error, which step() has thrown already
 }
 
 void HistoryDatabase::Statement::run() {
@@ -245,7 +248,7 @@ std::int64_t HistoryDatabase::Statement::integer(int column) const {
     return sqlite3_column_int64(_statement.get(), column);
 }
 
-// A file may have been changed by other programs: what is read is repaired like what is written.
+// Other programs may have changed the file: text that is read is repaired like text that is written.
 std::string HistoryDatabase::Statement::text(int column) const {
     const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(_statement.get(), column));
     if (bytes == nullptr) return {};
@@ -257,7 +260,7 @@ std::optional<std::string> HistoryDatabase::Statement::optionalText(int column) 
 }
 
 HistoryDatabase::Transaction::Transaction(HistoryDatabase& database) : _database(database) {
-    // Takes the right to write at once: a transaction that begins by reading could not get it later.
+    // Takes the write lock at once: a transaction that begins by reading may not get it later.
     database.execute("BEGIN IMMEDIATE");
 }
 
@@ -276,7 +279,7 @@ fs::path putDamagedHistoryAside(const fs::path& file, std::uint64_t number, std:
     if (!hold.isHeld()) throw HistoryFailure{.reason = localizedFormat("another program may be using it")};
     if (numberOfFile(file) != number) return {};
     const fs::path kept = freePathLike(file.string() + ".damaged" + (time != 0 ? stampOf(time) : ""));
-    // The journal goes first: found beside a new file, it would be taken for that file's.
+    // Rename the journal first: SQLite would use a journal that it finds beside a new file.
     std::error_code error;
     fs::rename(file.string() + "-wal", kept.string() + "-wal", error);
     if (!error || error == std::errc::no_such_file_or_directory) {

@@ -1,5 +1,5 @@
-// The SQLite file of the history: opened for one call, with its tables, under a lock of its folder. Used by
-// UpdateHistory only. What fails is thrown as HistoryFailure and caught there. The calling thread, one at a time.
+// The SQLite file of the history and its tables, opened for one call under a lock of the folder. Used by UpdateHistory
+// only, which catches the HistoryFailure that every function here may throw. Each object belongs to one thread.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -16,28 +16,31 @@ struct sqlite3_stmt;
 
 namespace zul {
 
+/// Why a call failed.
 struct HistoryFailure {
     enum class Kind {
-        unusable, // reason says why
+        unusable, // reason has the cause
         damaged,
-        newer, // written by a later version of this program
-        noRecord
+        newer,   // written by a later version of this program
+        noRecord // the file has no record with the given id
     };
     Kind kind = Kind::unusable;
-    std::string reason{};
-    std::uint64_t file = 0; // damaged: the number of the file that was opened (its inode)
+    std::string reason{};   // in the operator's language
+    std::uint64_t file = 0; // damaged: inode of the file that was opened
 };
 
-/// Processes that use the file hold its folder together; one that makes tables or renames the file holds it alone:
-/// SQLite does not survive a rename by somebody else. A process that ends releases it.
+/// A lock of the history's folder. Processes that use the file share it. A process that makes tables or renames the
+/// file has it exclusively, because SQLite does not survive a rename by another process. The kernel releases it when
+/// the process ends.
 class FolderHold {
   public:
-    enum class Kind { together, alone };
-    /// Waits at most so long for other processes. Throws.
+    enum class Kind { together, alone }; // shared, exclusive
+    /// Takes the lock; waits at most longestWait for other processes. Throws if the folder cannot be opened or the lock
+    /// is not free in time.
     FolderHold(const std::filesystem::path& folder, Kind kind, std::chrono::milliseconds longestWait);
-    /// Throws like the constructor, and then nothing is held.
+    /// Changes between shared and exclusive. Waits and throws like the constructor; the lock is lost if it throws.
     void change(Kind kind);
-    /// Some network file systems know no such holds; there it is false, and other processes are not kept away.
+    /// False on file systems without such locks (some network ones): other processes are not kept away there.
     bool isHeld() const { return _isHeld; }
 
   private:
@@ -46,29 +49,37 @@ class FolderHold {
     bool _isHeld = false;
 };
 
+/// The open file.
 class HistoryDatabase {
   public:
+    /// What to do about a missing file: create it, or report it in isThere().
     enum class Missing { isCreated, isNothing };
-    /// Opens the file and brings its tables up to date. Throws. Where there is no file, or an empty one, and it is not
-    /// to be created, isThere() is false and nothing else may be called.
+    /// Opens the file and brings its tables up to date. Waits at most longestWait for each lock of another process.
+    /// Throws. If there is no file with tables and Missing::isNothing is given, isThere() is false afterwards, and no
+    /// other function may be called.
     HistoryDatabase(const std::filesystem::path& file, Missing missing, std::chrono::milliseconds longestWait);
     ~HistoryDatabase();
+    /// The file has tables and can be used.
     bool isThere() const { return _isThere; }
 
-    /// One statement; parameters count from 1, columns from 0. Each call throws when SQLite refuses it.
+    /// One SQL statement. Parameters are numbered from 1, columns from 0. Each call throws if SQLite refuses it.
     class Statement {
       public:
+        /// Prepares the statement; the database must outlive it.
         Statement(HistoryDatabase& database, const char* sql);
+        /// Set a parameter, and return this statement. Invalid UTF-8 in a text is replaced; nullopt is stored as NULL.
         Statement& bind(int parameter, std::int64_t value);
         Statement& bind(int parameter, const std::string& text);
         template <class Value> Statement& bind(int parameter, const std::optional<Value>& value) {
             return value ? bind(parameter, *value) : bindNull(parameter);
         }
-        /// True when there is a row.
+        /// Goes to the next row; false if there is none.
         bool step();
-        /// For the next use; parameters keep their values.
+        /// Prepares the statement for the next use; parameters keep their values. Never throws.
         void reset();
+        /// Runs a statement whose rows are not needed, then resets it.
         void run();
+        /// The columns of the current row. NULL is read as 0, as an empty text, or as nullopt.
         bool isNull(int column) const;
         std::int64_t integer(int column) const;
         std::string text(int column) const;
@@ -86,8 +97,11 @@ class HistoryDatabase {
     /// Changes that are stored together at commit(), or not at all.
     class Transaction {
       public:
+        /// Takes the write lock. Throws if another process keeps it for longer than the longest wait.
         explicit Transaction(HistoryDatabase& database);
+        /// Undoes all changes unless they were committed.
         ~Transaction();
+        /// Stores the changes on the disk.
         void commit();
 
       private:
@@ -95,9 +109,11 @@ class HistoryDatabase {
         bool _isOpen = true;
     };
 
+    /// Runs one or more statements without parameters and results.
     void execute(const char* sql);
+    /// The id of the row that was inserted last.
     std::int64_t lastInsertedId() const;
-    /// How many rows the last change concerned.
+    /// The number of rows that the last INSERT, UPDATE or DELETE changed.
     std::int64_t changedRows() const;
 
   private:
@@ -118,9 +134,9 @@ class HistoryDatabase {
     bool _isThere = false;
 };
 
-/// Renames a damaged file, so that a new one can be begun, unless the file is no longer the one with that number
-/// (another process was faster). Returns the new name, empty when nothing was renamed. time: milliseconds since 1970,
-/// for the name; 0: none. Throws.
+/// Renames a damaged file, so that a new one can be begun. Does not rename it if number is no longer its inode: then
+/// another process has replaced it already. Returns the new name; empty if the file was not renamed. time: milliseconds
+/// since 1970, for the new name; 0 leaves it out. Waits at most longestWait for other processes. Throws.
 std::filesystem::path putDamagedHistoryAside(const std::filesystem::path& file, std::uint64_t number, std::int64_t time,
                                              std::chrono::milliseconds longestWait);
 

@@ -1,5 +1,5 @@
-// What the holder of a printer's lock answers, to and from JSON. PrinterLocks sends it on its private thread and reads
-// it on the thread that asks.
+// The reply of the process that holds a printer's lock, to and from JSON. LockService writes it on its private thread;
+// LockSocket reads it on the thread that asks.
 #include "update/LockAnswer.h"
 
 #include "platform/foundation/Data.h"
@@ -20,10 +20,10 @@ struct CharacterRow {
     char32_t first, last;
 };
 
-// What moves the cursor or changes colors, and what makes a terminal show the rest of a line in reverse.
+// Characters that move a terminal's cursor, change its colors or make it show the rest of a line in reverse.
 constexpr auto kHiddenCharacters = std::to_array<CharacterRow>({
     {0x0000, 0x001F}, // control characters
-    {0x007F, 0x009F}, // the others of them
+    {0x007F, 0x009F}, // delete and further control characters
     {0x061C, 0x061C}, // direction mark
     {0x200E, 0x200F}, // direction marks
     {0x2028, 0x202E}, // line and paragraph end, direction overrides
@@ -37,7 +37,7 @@ bool isHidden(char32_t character) {
     return false;
 }
 
-// Of valid UTF-8.
+// In bytes, from the first byte of a character; the text must be valid UTF-8.
 std::size_t lengthOfCharacter(char first) {
     const auto byte = static_cast<unsigned char>(first);
     return byte < 0x80 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
@@ -50,6 +50,7 @@ char32_t characterOf(std::string_view bytes) {
     return character;
 }
 
+// Cuts between characters, never inside one. longest: bytes.
 std::string shownText(const std::string& given, std::size_t longest) {
     const std::string text = repairedUTF8(given);
     std::string shown;
@@ -69,7 +70,7 @@ std::string textOfMember(const json& object, const char* name) {
     return displayableName(found->get_ref<const std::string&>());
 }
 
-// 0 for what is not a whole number from 1 to largest.
+// 0 if the member is absent or is not a whole number from 1 to largest.
 std::int64_t numberOfMember(const json& object, const char* name, std::int64_t largest) {
     const auto found = object.find(name);
     if (found == object.end() || !found->is_number_unsigned()) return 0;

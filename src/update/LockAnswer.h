@@ -1,4 +1,4 @@
-// What the holder of a printer's lock answers to other processes: one line of JSON. Pure functions over text, any
+// The reply of the process that holds a printer's lock to another process: one line of JSON. Pure functions, any
 // thread.
 #pragma once
 
@@ -10,30 +10,31 @@
 
 namespace zul {
 
-/// No answer is longer, its line end included, in bytes.
+/// The longest reply in bytes, including its line end.
 inline constexpr std::size_t kLongestLockAnswer = 4096;
 
+/// Who holds a lock and for what. It comes from another process: display it, but do not trust it.
 struct LockAnswer {
     std::string program{}; // "zulctl", "zul-printer-utility"
     int pid = 0;           // 0 if not known
     std::string user{};
-    std::int64_t since = 0; // when the lock was taken, in seconds since 1970; 0 if not known
+    std::int64_t since = 0; // when the activity began, in seconds since 1970; 0 if not known
     std::string activity{}; // "update", "claim", "counter reset" and the like
-    std::string phase{};    // of an update, by its name in the phase table
+    std::string phase{};    // of an update, by its name in the phase table; else empty
 
     bool operator==(const LockAnswer&) const = default;
 };
 
-/// The text as it can be displayed anywhere, at most 128 bytes of it: without control characters and marks that change
-/// the direction of writing, invalid UTF-8 replaced.
+/// The text in a form that any terminal or window can display: without control characters, line separators and marks
+/// that change the direction of writing, with invalid UTF-8 replaced, and cut to at most 128 bytes.
 std::string displayableName(const std::string& text);
 
-/// The line that is sent, with its line end. All texts are made displayable.
+/// The line to send, with its line end. All texts go through displayableName().
 std::string lockAnswerLine(const LockAnswer& answer);
 
-/// Reads such a line, with or without its line end; it comes from another process, so it may be anything. nullopt for
-/// what is too long or not an object in valid UTF-8. A member that is absent or of a wrong type keeps its default;
-/// texts are treated as for sending. Never throws.
+/// Reads such a line, with or without its line end. It comes from another process, so it may contain anything. nullopt
+/// if it is longer than kLongestLockAnswer or not a JSON object in valid UTF-8. A member that is absent or of a wrong
+/// type keeps its default. All texts go through displayableName(). Never throws.
 std::optional<LockAnswer> parseLockAnswer(std::string_view line);
 
 } // namespace zul

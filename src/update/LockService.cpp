@@ -1,6 +1,7 @@
-// The private thread of the locks. It waits for all sockets at once, never for one of them, so that no other process
-// can keep it busy. Sockets are closed by whoever ends a lock or watch, on any thread: the thread therefore looks up
-// what an event is about by an id, under the mutex, and ignores events of what is gone.
+// The private thread of the locks, and what PrinterLocks calls to use it. The thread waits for all sockets at once,
+// never for one of them, so that no other process can block it. A lock or watch may be ended on any thread, and that
+// closes its socket. The private thread therefore identifies events by ids, looks an id up under the mutex, and ignores
+// ids that no longer exist.
 #include "update/LockService.h"
 
 #include <algorithm>
@@ -21,13 +22,14 @@ namespace zul {
 
 namespace {
 
-// Connections are kept open so that the other side sees when the lock ends. More processes than this never watch.
+// Connections are kept open so that the other side sees when the lock ends. More than this are not expected.
 constexpr std::size_t kMostConnections = 64;
 constexpr int kReconnectPause = 1000; // ms; for a watch whose holder could not be reached
-constexpr int kRefusedPause = 50;     // ms; while the system has no descriptors left
+constexpr int kRefusedPause = 50;     // ms; while the system has no descriptors or memory for a connection
 constexpr std::uint64_t kWakeId = 0;
 
-// No signal is meant for this thread: a program may wait for its signals on another one.
+// Blocks all signals on the current thread. A thread that is started meanwhile inherits that, so that the program's
+// signals reach the thread that waits for them.
 class AllSignalsBlocked {
   public:
     AllSignalsBlocked() {
@@ -86,7 +88,7 @@ struct LockService::Core {
     bool connectWatches(Callbacks& released);
 };
 
-// With the mutex.
+// Starts the thread unless it runs already. False with errno if the system refuses. The caller holds the mutex.
 bool LockService::Core::start(const std::shared_ptr<Core>& core) {
     if (core->isRunning) return true;
     if (!core->epoll) core->epoll = ScopedFd(::epoll_create1(EPOLL_CLOEXEC));
@@ -114,7 +116,7 @@ void LockService::Core::run(const std::shared_ptr<Core>& core) {
         const int count = ::epoll_wait(core->epoll.get(), events.data(), static_cast<int>(events.size()),
                                        mustReconnect ? kReconnectPause : -1);
         bool isExhausted = false;
-        Callbacks released; // called and destroyed without the mutex: they may come back here
+        Callbacks released; // called and destroyed without the mutex: they may use this service
         {
             const std::scoped_lock lock(core->mutex);
             if (core->isEnded) return;
@@ -128,7 +130,7 @@ void LockService::Core::run(const std::shared_ptr<Core>& core) {
     }
 }
 
-// False when the system has no resources for a connection.
+// Handles one event. False if the system has no resources for a connection. The caller holds the mutex.
 bool LockService::Core::handle(std::uint64_t id, Callbacks& released) {
     if (id == kWakeId) {
         eventfd_t value = 0;
@@ -144,6 +146,7 @@ bool LockService::Core::handle(std::uint64_t id, Callbacks& released) {
     return true;
 }
 
+// Sends the reply to one new connection. False as for handle().
 bool LockService::Core::accept(std::uint64_t id, const Lock& lock) {
     ScopedFd socket(::accept4(lock.listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) {
@@ -157,7 +160,7 @@ bool LockService::Core::accept(std::uint64_t id, const Lock& lock) {
     socklen_t length = sizeof peer;
     static_cast<void>(::getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length));
     const std::string line = lockAnswerLine(lock.answer);
-    // A new connection's buffer has room for the line; nothing else is ever sent or read.
+    // A new connection's buffer has room for the line. No more is sent, and no bytes are read.
     if (::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) return true;
     const std::uint64_t connection = nextId++;
     if (listen(socket.get(), EPOLLRDHUP, connection)) {
@@ -166,7 +169,7 @@ bool LockService::Core::accept(std::uint64_t id, const Lock& lock) {
     return true;
 }
 
-// Closes the oldest connection of the process that has most of them, so that a process that opens many loses its own.
+// Closes the oldest connection of the process that has the most, so that a process that opens many loses its own.
 void LockService::Core::makeRoom() {
     std::map<int, std::size_t> counts;
     for (const auto& [id, connection] : connections) ++counts[connection.pid];
@@ -176,7 +179,7 @@ void LockService::Core::makeRoom() {
         std::ranges::find_if(connections, [&](const auto& entry) { return entry.second.pid == most->first; }));
 }
 
-// True when a holder could not be reached and is to be tried again later.
+// Connects the watches that have no connection yet. True if a holder could not be reached and must be tried again.
 bool LockService::Core::connectWatches(Callbacks& released) {
     bool mustReconnect = false;
     for (auto entry = watches.begin(); entry != watches.end();) {
@@ -236,7 +239,7 @@ void LockService::setActivity(std::uint64_t lock, const std::string& activity, s
 
 void LockService::endLock(std::uint64_t lock) {
     const std::scoped_lock guard(_core->mutex);
-    _core->locks.erase(lock); // first: whoever sees a connection end may take the lock at once
+    _core->locks.erase(lock); // first: a process whose connection ends may take the lock at once
     std::erase_if(_core->connections, [lock](const auto& entry) { return entry.second.lock == lock; });
 }
 
@@ -250,7 +253,7 @@ std::uint64_t LockService::addWatch(const LockAddress& address, std::function<vo
 }
 
 void LockService::endWatch(std::uint64_t watch) {
-    std::function<void()> dropped; // destroyed after the mutex: what it holds may come back here
+    std::function<void()> dropped; // destroyed after the mutex is released: its captures may use this service
     const std::scoped_lock lock(_core->mutex);
     const auto found = _core->watches.find(watch);
     if (found == _core->watches.end()) return;

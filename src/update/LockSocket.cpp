@@ -1,5 +1,5 @@
-// The sockets below the locks. Questions run on the thread that asks; the rest on any thread. Every wait here is a wait
-// for another process and has a limit.
+// The sockets of which the locks are made. Called by PrinterLocks on its caller's thread, and by LockService on its
+// private thread. The only function that waits is askHolder(), for another process and for a limited time.
 #include "update/LockSocket.h"
 
 #include "platform/files/Files.h"
@@ -21,7 +21,7 @@ using SteadyClock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kRetryPause{10};
-// Close on exec: a program that is started by the holder must not keep the lock.
+// Close on exec: a program that the holder starts must not keep the lock.
 constexpr int kSocketType = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
 
 const sockaddr* generic(const LockAddress& address) {
@@ -34,7 +34,7 @@ milliseconds remaining(SteadyClock::time_point deadline) {
 
 enum class Reading { line, ended, late };
 
-// Appends to line what arrives, up to a line end or the size limit.
+// Appends the received bytes to line, up to a line end or the size limit.
 Reading readLine(int socket, SteadyClock::time_point deadline, std::string& line) {
     for (;;) {
         std::array<char, kLongestLockAnswer + 1> buffer{}; // one more than allowed, so that a longer line is noticed
@@ -66,7 +66,7 @@ LockAnswer answerOf(const HolderConnection& holder, const std::string& line) {
 std::optional<LockAddress> lockAddress(const std::string& nameSpace, const std::string& deviceKey) {
     const std::string name = nameSpace + '/' + deviceKey;
     LockAddress address;
-    // The first byte is 0, so that the name is not a file's.
+    // The first byte is 0: such a name belongs to no file.
     if (name.size() > sizeof address.name.sun_path - 1) return std::nullopt;
     address.name.sun_family = AF_UNIX;
     std::memcpy(address.name.sun_path + 1, name.data(), name.size());
@@ -94,7 +94,7 @@ HolderConnection connectToHolder(const LockAddress& address) {
         return connection;
     }
     connection.contact = Contact::connected;
-    // Who listens, not who has accepted: known even of a stopped process.
+    // These are of the process that called listen(), so they are known even if that process is stopped.
     ucred peer{};
     socklen_t length = sizeof peer;
     if (::getsockopt(connection.socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0) {
@@ -116,7 +116,8 @@ std::optional<LockAnswer> askHolder(const LockAddress& address, milliseconds tim
             if (reading == Reading::line) return answerOf(holder, line);
             known = answerOf(holder, {});
             if (reading == Reading::late) return known;
-            // The lock has just ended, or its holder answers nobody: the next attempt shows which.
+            // The lock was just released, or its holder closes connections without a reply: the next attempt shows
+            // which.
         }
         if (remaining(deadline) == milliseconds{0}) return known;
         if (!isFirst) ::poll(nullptr, 0, static_cast<int>(std::min(kRetryPause, remaining(deadline)).count()));
@@ -127,10 +128,10 @@ std::string programOfProcess(int pid) {
     if (pid <= 0) return {};
     const std::string folder = "/proc/" + std::to_string(pid);
     std::string name = firstLineOfFile(folder + "/comm");
-    // The kernel keeps 15 bytes of the name; the rest is in what the program was started with.
+    // The kernel keeps 15 bytes of the name; the command line has the rest.
     if (name.size() == 15) {
         std::string started = textOfFile(folder + "/cmdline");
-        started.resize(std::min(started.find('\0'), started.size())); // without its arguments
+        started.resize(std::min(started.find('\0'), started.size())); // without the arguments
         started.erase(0, started.rfind('/') + 1);
         if (started.starts_with(name)) name = started;
     }

@@ -1,5 +1,5 @@
-// The sockets below the locks: how one is named, taken and asked. Used by PrinterLocks and its service only. Any
-// thread; nothing here keeps state.
+// The sockets of which the locks are made: how to name, take and query one. Used by PrinterLocks and LockService; the
+// history's recorder uses nameOfUser(), too. Any thread; these functions keep no state.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -13,23 +13,24 @@
 
 namespace zul {
 
-/// The name of a printer's lock at the kernel.
+/// The socket name of a printer's lock.
 struct LockAddress {
     sockaddr_un name{};
     socklen_t length = 0;
 };
 
-/// nullopt for a name space and key that are too long together (more than 106 bytes).
+/// The address of the lock of the printer with this key. nullopt if name space and key together have more than 106
+/// bytes.
 std::optional<LockAddress> lockAddress(const std::string& nameSpace, const std::string& deviceKey);
 
 struct LockListener {
-    ScopedFd socket{}; // not blocking
+    ScopedFd socket{}; // not blocking; empty if the lock was not taken
     int error = 0;     // errno; EADDRINUSE: a process has the lock
 };
-/// Takes the name. The lock lasts as long as the socket.
+/// Takes the lock, which lasts until the socket is closed. Never waits.
 LockListener listenAt(const LockAddress& address);
 
-/// What came of an attempt to reach the holder.
+/// Result of an attempt to connect to the holder.
 enum class Contact {
     connected,
     noHolder,
@@ -42,16 +43,17 @@ struct HolderConnection {
     int pid = 0;       // of the holder; 0 if it is outside this process's view
     uid_t user = 0;
 };
-/// Never waits.
+/// Connects to the process that holds the lock. Never waits.
 HolderConnection connectToHolder(const LockAddress& address);
 
-/// The holder's answer; only pid, user and program when it does not come in time or is not readable, and all empty when
-/// the holder cannot be reached. nullopt: there is no holder. Waits at most timeout.
+/// The holder's reply. Only pid, user and program are filled if it does not come in time or cannot be parsed, and none
+/// if too many processes already wait for the holder. nullopt if there is no holder or the system does not admit the
+/// attempt. Waits at most timeout.
 std::optional<LockAnswer> askHolder(const LockAddress& address, std::chrono::milliseconds timeout);
 
-/// The name of a process, from the kernel; empty if there is none.
+/// The program name of a process, from the kernel; empty if there is no such process.
 std::string programOfProcess(int pid);
-/// The name of a user, its number where there is no name.
+/// The name of a user; its number if it has no name.
 std::string nameOfUser(uid_t user);
 
 } // namespace zul

@@ -1,5 +1,6 @@
-// One lock per printer across processes: taking, asking and watching, on the caller's thread. What has to happen
-// without the caller is done by LockService.
+// One lock per printer across processes: takes, queries and watches locks on the caller's thread. LockService does what
+// must happen between the calls. Called by the supervisor and the session on the main queue, and by the bus before it
+// claims an interface.
 #include "update/PrinterLocks.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -88,7 +89,7 @@ PrinterLocks::Result PrinterLocks::tryLock(const std::string& deviceKey, const s
         }
         if (listener.error != EADDRINUSE) return {.problem = problemOf(listener.error)};
         if (const auto answer = askHolder(*address, _options.answerTimeout)) return {.holder = holderOf(*answer)};
-        // Released meanwhile; or just being taken, and for some microseconds its holder cannot be asked.
+        // The lock was released meanwhile; or a process is taking it, and cannot be asked before it listens.
         if (std::chrono::steady_clock::now() >= deadline) return {.holder = holderOf({})};
         ::poll(nullptr, 0, kRetryPause);
     }

@@ -1,9 +1,8 @@
 // One lock per printer across all processes of the machine, so that two of our own programs never work on one printer.
 //
-// A lock is a listening socket whose name is the printer's key. The kernel admits one listener per name, whoever the
-// users are; it ends the lock when the process ends, however it ends; and nothing is left in the file system. Whoever
-// connects is answered by the holder with one line (LockAnswer.h). Even when the holder is stopped, the kernel reports
-// its process id.
+// A lock is a listening socket whose name is the printer's key. The kernel admits one listener per name, for all users.
+// It releases the lock when the process ends, even by a crash, and no file is left over. The holder replies to each
+// connection with one line (LockAnswer.h). The kernel reports the holder's process id even if the holder is stopped.
 //
 // The lock is advisory and protects our own programs from each other, not the printer from an attacker: any user of the
 // machine may take or ask any lock, so an answer is displayed, never trusted. Processes in another network namespace
@@ -25,26 +24,26 @@ namespace zul {
 class LockService;
 
 struct PrinterLocksOptions {
-    /// How this program is called in answers: "zulctl".
+    /// The name of this program in replies: "zulctl".
     std::string program{};
-    /// Seconds since 1970, for the time at which a lock begins; null: the answers do not report it. Any thread.
+    /// Seconds since 1970, for the time at which an activity begins; null: replies do not report it. Any thread.
     std::function<std::int64_t()> unixTime{};
-    /// Locks of different name spaces never meet. Programs keep the default, each test has its own.
+    /// Locks of different name spaces are independent. Programs keep the default; each test has its own.
     std::string nameSpace = "zul-printer-utility";
-    /// How long a question waits for the holder's answer in all.
+    /// How long a query waits for the holder's reply in all.
     std::chrono::milliseconds answerTimeout{300};
 };
 
-/// A lock that is held; dropping it releases it. Any thread, one at a time.
+/// A lock that is held until this is destroyed. Any thread, one at a time.
 class PrinterLock {
   public:
     PrinterLock(PrinterLock&& other) noexcept = default;
     PrinterLock& operator=(PrinterLock&& other) noexcept;
     ~PrinterLock() { release(); }
 
-    /// The name of the phase that is answered from now on. Cheap, never waits.
+    /// Sets the phase in replies from now on, by its name in the phase table. Cheap; does not wait for other processes.
     void setPhase(const std::string& phase);
-    /// What the printer is reserved for from now on; it is in no phase yet. Cheap, never waits.
+    /// Sets the activity in replies from now on and clears the phase. Cheap; does not wait for other processes.
     void setActivity(const std::string& activity);
 
   private:
@@ -59,31 +58,34 @@ class PrinterLock {
 
 class PrinterLocks final : public PrinterReservations {
   public:
-    /// Costs nothing until a lock is taken or watched: a private thread begins then. Locks and watches may outlive this
-    /// object; the thread ends, without being waited for, when all of them are gone.
+    /// Starts no thread until the first lock is taken or watched. Locks and watches may outlive this object. The thread
+    /// ends when all of them are gone, and is not joined.
     explicit PrinterLocks(PrinterLocksOptions options);
     ~PrinterLocks() override;
 
-    /// One of the three: the lock; the process that has it; a problem, in plain words, when the system refuses sockets.
+    /// Exactly one of these is set: the lock, the process that has it, or the operator's text of a problem if the
+    /// system refuses sockets or a thread.
     struct Result {
         std::optional<PrinterLock> lock{};
         std::optional<InterfaceHolder> holder{};
         std::string problem{};
-        /// Another process has the lock. A holder may also be this process, which has claimed the printer, for example.
+        /// Another process has the lock. The holder may also be this process, for example if it has claimed the
+        /// printer.
         bool isRefused() const;
     };
-    /// Takes the printer's lock. A process has a printer once: a second attempt, also through another PrinterLocks, is
-    /// refused with this process as the holder (pid is getpid()). Returns at once unless another process has the lock;
-    /// then waits for its answer like heldElsewhere(). Any thread.
+    /// Takes the printer's lock. activity is in the replies to other processes. A process can have a lock only once: a
+    /// second attempt, also through another PrinterLocks, returns this process as the holder (pid is getpid()). Returns
+    /// at once unless another process has the lock; then waits for its reply like heldElsewhere(). Any thread.
     [[nodiscard]] Result tryLock(const std::string& deviceKey, const std::string& activity);
 
-    /// The answer of the process that has the lock, which may be this one; nullopt if there is none. pid and user are
-    /// the kernel's. Of a process that does not answer in time only they and the program's name are filled. Waits at
-    /// most answerTimeout. Any thread.
+    /// The reply of the process that has the lock, which may be this one. nullopt if no process has it, or if the
+    /// system does not admit the query. The kernel reports pid and user. Only these and the program's name are filled
+    /// if the process does not reply in time. Waits at most answerTimeout. Any thread.
     std::optional<LockAnswer> ask(const std::string& deviceKey) const;
 
+    /// Waits at most answerTimeout. nullopt as in ask(), and if this process has the lock. Any thread.
     std::optional<InterfaceHolder> heldElsewhere(const std::string& deviceKey) override;
-    /// released runs on the private thread, never inside this call.
+    /// released runs on the private thread, never inside this call. Any thread.
     [[nodiscard]] std::shared_ptr<void> watch(const std::string& deviceKey, std::function<void()> released) override;
 
   private:

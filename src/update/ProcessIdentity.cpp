@@ -1,4 +1,5 @@
-// Which process it was, from the kernel's own files. Called by the history of updates, on its callers' threads.
+// The identity of a process, read from the kernel's files below /proc. Called by the history of updates on its callers'
+// threads, and by the command line when it lists records.
 #include "update/ProcessIdentity.h"
 
 #include "platform/files/Files.h"
@@ -14,10 +15,10 @@ std::string bootId() {
     return firstLineOfFile("/proc/sys/kernel/random/boot_id");
 }
 
-// 0 if there is no such process, or if it has ended already.
+// The start time in clock ticks since the boot; 0 if there is no such process, or if it has ended already.
 std::uint64_t beginOfProcess(int pid) {
     const std::string text = textOfFile("/proc/" + std::to_string(pid) + "/stat");
-    // The name, in parentheses, may hold anything, parentheses too.
+    // The name, in parentheses, may contain any character, also parentheses.
     const auto end = text.rfind(')');
     if (end == std::string::npos) return 0;
     std::istringstream fields(text.substr(end + 1));

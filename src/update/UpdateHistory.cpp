@@ -1,5 +1,5 @@
-// The history of updates: what is stored and asked, in SQL. Each operation opens the file, does its work in one
-// transaction and closes it again, on its caller's thread.
+// The SQL of the history of updates. Each operation opens the file, makes its changes in one transaction and closes the
+// file again, on its caller's thread: the recorder's queue, or the main queue of a command line that lists records.
 #include "update/UpdateHistory.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -20,10 +20,9 @@ namespace {
 
 constexpr const char* kFileName = "history.sqlite";
 
-constexpr std::size_t kRecordsToLookAt = 1000; // of the newest
-// How many updates say what is usual, and the fewest that do.
-constexpr std::int64_t kUsualUpdates = 20;
-constexpr std::size_t kFewestUpdates = 3;
+constexpr std::size_t kRecordsToLookAt = 1000; // by lastFailures(), the newest ones
+constexpr std::int64_t kUsualUpdates = 20;     // a usual duration is the median of at most so many updates
+constexpr std::size_t kFewestUpdates = 3;      // and of at least so many
 
 constexpr const char* kUpdateColumns =
     "SELECT id, begun, device_key, place, model, serial, program, program_version, user_name, archive_folder, "
@@ -48,6 +47,7 @@ UpdateRecord recordOf(const Statement& row) {
     return record;
 }
 
+// Adds digests, phases and verdicts.
 void readDetails(HistoryDatabase& database, std::vector<UpdateRecord>& records) {
     Statement digests(database, "SELECT file, digest FROM digests WHERE update_id = ?");
     Statement phases(database, "SELECT name, begun, duration FROM phases WHERE update_id = ? ORDER BY id");
@@ -83,7 +83,7 @@ std::vector<UpdateRecord> recordsWithoutEnd(HistoryDatabase& database) {
     return recordsOf(database, rows);
 }
 
-// Those of them whose processes have ended.
+// Those of the records without end whose processes have ended.
 std::vector<UpdateRecord> interruptedRecords(HistoryDatabase& database) {
     std::vector<UpdateRecord> records = recordsWithoutEnd(database);
     std::erase_if(records, [](const UpdateRecord& record) { return isRunning(record.process); });
@@ -131,16 +131,18 @@ void insertVerdict(HistoryDatabase& database, std::int64_t id, const RecordedVer
         .run();
 }
 
+// Closes the earlier records without end of the same printer.
 void closeInterrupted(HistoryDatabase& database, const UpdateRecord& success) {
     Statement close(database, "UPDATE updates SET closed_by = ? WHERE id = ?");
     for (const UpdateRecord& earlier : recordsWithoutEnd(database)) {
         if (earlier.id >= success.id || !isSamePrinter(earlier, success)) continue;
-        // An update that was started again in the same process has left its first record without an end.
+        // An update that the same process started again has a first record without an end.
         const bool isOver = earlier.process == success.process || !isRunning(earlier.process);
         if (isOver) close.bind(1, success.id).bind(2, earlier.id).run();
     }
 }
 
+// All but the time is equal.
 bool saysTheSame(RecordedVerdict one, const RecordedVerdict& other) {
     one.given = other.given;
     return one == other;
@@ -223,7 +225,7 @@ std::string UpdateHistory::beginAfresh(Access access, const Operation& operation
     std::string report;
     try {
         const std::int64_t now = _options.wallTime != nullptr ? _options.wallTime() : 0;
-        // Empty when another process was faster; that one reports it.
+        // kept is empty if another process has renamed the file already; that process reports it.
         if (const fs::path kept = putDamagedHistoryAside(file(), damagedFile, now, _options.longestWait);
             !kept.empty()) {
             report = localizedFormat("The history of updates %s is damaged. It was kept as %s; a new one was begun. "
@@ -239,7 +241,7 @@ std::string UpdateHistory::beginAfresh(Access access, const Operation& operation
     try {
         attempt(access, operation);
     } catch (const HistoryFailure& failure) {
-        // The record was in the damaged file: that is reported already.
+        // The record was in the damaged file, which is reported already.
         if (failure.kind == HistoryFailure::Kind::noRecord && !report.empty()) return report;
         return (report.empty() ? "" : report + ' ') + problemOf(access, failure);
     }
@@ -336,8 +338,8 @@ UpdateHistory::Records UpdateHistory::lastFailures() {
     Records found = records({.limit = kRecordsToLookAt});
     std::erase_if(found.records,
                   [](const UpdateRecord& record) { return !record.hasSentCommands() || record.wasRefused(); });
-    // Each is compared with all newer ones: one without a serial number may be the same printer as two others that are
-    // not the same as each other.
+    // Each record is compared with all newer ones: a record without a serial number may match two records that do not
+    // match each other.
     std::vector<UpdateRecord> last;
     for (auto record = found.records.begin(); record != found.records.end(); ++record) {
         const auto isSame = [&](const UpdateRecord& newer) { return isSamePrinter(newer, *record); };

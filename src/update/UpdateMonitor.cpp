@@ -1,4 +1,5 @@
-// From the engine's events to the state of each update. Events come on the printers' queues and on the main queue.
+// Turns the engine's events into the state of each update. Events come on the printers' command queues and on the main
+// queue. The supervisor owns the monitor, passes the events on to it and reads the states on the main queue.
 #include "update/UpdateMonitor.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -29,7 +30,7 @@ struct UpdateMonitor::Visitor {
         state.attachment = event.attachment;
         state.isAttached = true;
         if (state.phase == UpdatePhase::loaderAway) enter(UpdatePhase::loaderBack);
-        // Whether an image that was cut off has been taken all the same, the version shows.
+        // The version shows whether the printer has taken an image that was cut off.
         if (state.phase == UpdatePhase::restarting || state.phase == UpdatePhase::cutOff) enter(UpdatePhase::restarted);
         return sign();
     }
@@ -45,7 +46,7 @@ struct UpdateMonitor::Visitor {
         case UpdatePhase::done:
             break;
         case UpdatePhase::checking:
-            // It may leave before the end of the command's write was reported.
+            // The printer may leave before the bus reports the end of the command's write.
             if (state.isLoaderOrdered) enter(UpdatePhase::loaderAway);
             break;
         case UpdatePhase::enteringLoader:
@@ -68,7 +69,7 @@ struct UpdateMonitor::Visitor {
         const auto before = state.holder;
         state.holder.reset();
         if (opened.code == kIOReturnExclusiveAccess) state.holder = opened.holder.value_or(InterfaceHolder{});
-        return state.holder != before; // no sign of life: the printer was not asked
+        return state.holder != before; // not a sign of life: an open sends no query
     }
 
     bool operator()(const events::IdentityMissing&) { return state.isIdentityMissing = true; }
@@ -95,13 +96,13 @@ struct UpdateMonitor::Visitor {
             nameWritten = isTaken;
             break;
         case kCommandTableWrite:
-            // Counted if its contents went out after its name: the name's failure spoils both.
+            // Count it only if its name was written before its contents: without the name the contents are lost.
             if (isTaken && sent.payloadLength > 0 && nameWritten) ++state.tablesWritten;
             break;
         default:
             break;
         }
-        // A query that is sent is no sign of life; a reply, a bus event or written image bytes are.
+        // A sent query is not a sign of life; a reply, a bus event or written bytes of the image or a table are.
         const bool bringsTheEndNearer =
             sent.command == kCommandEnterLoader || sent.payloadLength + kFrameHeaderSize > kLongestQuestion;
         return isTaken && bringsTheEndNearer ? sign() : true;
@@ -110,7 +111,7 @@ struct UpdateMonitor::Visitor {
     void applyImage(const events::CommandSent& sent) {
         const bool isTaken = sent.code == kIOReturnSuccess;
         state.image = isTaken ? ImageState::taken : ImageState::unconfirmed;
-        // It may have left before the end of the write was reported.
+        // The printer may have left before the bus reported the end of the write.
         if (isTaken && state.phase == UpdatePhase::cutOff) enter(UpdatePhase::restarting);
         if (state.phase != UpdatePhase::writing) return;
         setRefused(sent);
@@ -123,7 +124,7 @@ struct UpdateMonitor::Visitor {
         if (sent.code != kIOReturnSuccess) state.refused = RefusedCommand{sent.command, sent.code};
     }
 
-    // Questions are written, too; only the image and the tables bring the end nearer.
+    // A written query is not progress; written bytes of the image or a table are.
     bool operator()(const events::WriteProgress& progress) {
         if (progress.bytesTotal <= kLongestQuestion) return false;
         if (state.phase != UpdatePhase::writing && state.phase != UpdatePhase::colorTables) return false;
@@ -147,7 +148,7 @@ struct UpdateMonitor::Visitor {
         if (!status.rawStatus) return false;
         state.rawStatus = *status.rawStatus;
         const bool isLoader = state.rawStatus == kLoaderStatus;
-        // Before the image the loader is where it should be; after the restart it means that the image was not taken.
+        // Before the image the loader's status is expected. After the restart it means that the image was not taken.
         if (state.phase == UpdatePhase::restarted && isLoader) {
             state.image = ImageState::unconfirmed;
             enter(UpdatePhase::backInLoader);
@@ -167,8 +168,7 @@ struct UpdateMonitor::Visitor {
     bool operator()(const events::TableFactRead& read) {
         if (state.tablesWritten == 0) return true;
         std::optional<std::string>& known = state.tableFacts[read.key];
-        // After the report nothing is written any more: what was answered then stays true until there is another
-        // answer.
+        // After the report no table is written any more, so an earlier reply stays valid until the next one.
         const bool isAnswer = read.value && isTableVersion(*read.value);
         if (isAnswer || !known || !state.isReported) known = read.value;
         return true;
@@ -195,7 +195,7 @@ struct UpdateMonitor::Visitor {
         state.isWholeImageSent = false;
         ++state.imagesSent;
         state.isArchiveRefused = state.isClearRefused = state.isReported = false;
-        state.currentVersion.reset(); // the version that is asked for is one read after the image
+        state.currentVersion.reset(); // only a version that is read after the image is used
         state.tableFacts.clear();
         state.refused.reset();
         enter(UpdatePhase::writing);
@@ -204,13 +204,13 @@ struct UpdateMonitor::Visitor {
 
     bool operator()(const events::TableBegun& table) {
         enter(UpdatePhase::colorTables);
-        // Only a printer that was sent an image gets tables: it was sent before anybody followed this update. The
-        // version shows whether it was taken.
+        // Only a printer that was sent an image gets tables: it was sent before this update was followed. The version
+        // shows whether it was taken.
         if (state.image == ImageState::notSent) {
             state.image = ImageState::unconfirmed;
             state.isWholeImageSent = true;
         }
-        if (table.number == 1) { // they are all written anew
+        if (table.number == 1) { // all tables are written again
             state.tablesWritten = 0;
             state.tableFacts.clear();
         }
@@ -232,13 +232,14 @@ struct UpdateMonitor::Visitor {
         return sign();
     }
 
-    // Of printers that nobody can use, and of questions: others act on these.
+    // These do not change the state of an update. noteAttachment(), the supervisor and other observers handle them.
     bool operator()(const events::Resynchronized&) { return false; }
     bool operator()(const events::AnswersFailed&) { return false; }
     bool operator()(const events::Declined&) { return false; }
     bool operator()(const events::NotPermitted&) { return false; }
     bool operator()(const events::OpenFailed&) { return false; }
 
+    // Progress, also if the phase is the current one already.
     void enter(UpdatePhase phase) {
         state.lastProgress = now;
         state.refused.reset();
@@ -248,6 +249,7 @@ struct UpdateMonitor::Visitor {
         state.phaseBegun = now;
     }
 
+    // Notes a sign of life. Always true: it is a change.
     bool sign() {
         state.lastSign = now;
         return true;
@@ -352,9 +354,9 @@ void UpdateMonitor::noteAttachment(const PrinterEvent& event) {
     }
 }
 
-// A device may have two printer interfaces, which give two printer objects with one key: an update is that of one of
-// them. And the object of before a restart may still report the end of its last questions. Only the end of the image
-// counts from whichever object sent it.
+// A device may have two printer interfaces, which have two printer objects with one key; an update belongs to one of
+// them. And the object from before a restart may still report the end of its last queries. Only the end of the image is
+// used from any object: the one that sent it may have left meanwhile.
 bool UpdateMonitor::isOfAnotherAttachment(const UpdateState& state, const PrinterEvent& event) {
     if (event.attachment == 0 || state.attachment == 0 || event.attachment == state.attachment) return false;
     if (std::holds_alternative<events::Arrived>(event.what)) return state.isAttached;

@@ -1,5 +1,5 @@
-// Follows the updates of all printers from the events that the engine reports: the phase of each, for how long, the
-// bytes, the last sign of life. It judges nothing and never changes what the engine does. Any thread.
+// Follows the updates of all printers from the events that the engine reports: the phase of each and its duration, the
+// bytes, the last sign of life. It gives no verdicts and never influences the engine. Any thread.
 #pragma once
 
 #include "Classes/PrinterEvents.h"
@@ -14,46 +14,56 @@
 
 namespace zul {
 
-/// What an update begins with.
+/// What is known of a printer when its update begins.
 struct UpdateBeginning {
     std::string key;
     std::uint32_t attachment = 0; // token of the printer's service; 0: not known, events of all attachments are used
     std::optional<std::string> installedVersion = {};
     std::optional<std::string> offeredVersion = {};
-    std::int64_t tables = 0; // how many its archive has
+    std::int64_t tables = 0; // how many the archive has for it
 };
 
 class UpdateMonitor final : public PrinterEventsOutlet {
   public:
-    /// changed is called after every change of a followed printer, on the event's thread; it may only post.
+    /// changed is called after every change of a followed printer, on the event's thread; it may only post a block.
     UpdateMonitor(Clock& clock, std::function<void(const std::string& key)> changed);
 
-    /// Begins to follow a printer; an earlier update of it is forgotten.
+    /// Begins to follow a printer. The state of an earlier update of it is lost.
     void beginUpdate(const UpdateBeginning& beginning);
-    /// What the archive has, for an update that was begun without knowing it.
+    /// Sets what the archive has, for an update that was begun without it: the firmware version and the number of
+    /// tables. Ignored for a printer that is not followed.
     void setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables);
-    /// A person has answered a question: the time before it was theirs, not the printer's.
+    /// Restarts the times without progress and without a sign of life, because the operator has answered a question:
+    /// the printer had to wait until then. Ignored for a printer that is not followed.
     void touch(const std::string& key);
+    /// Stops following the printer and forgets its state.
     void endUpdate(const std::string& key);
+    /// A copy of the state; nullopt if the printer is not followed.
     std::optional<UpdateState> state(const std::string& key) const;
-    /// The attached printer has answered a question for its status since it was attached.
-    bool hasReportedStatus(const std::string& key) const;
-    /// The other program that holds the attached printer; nullopt if none does, as far as the last open showed.
-    std::optional<InterfaceHolder> holder(const std::string& key) const;
 
-    /// The attached printer did not answer its last questions as it should.
+    // The questions below are about any printer, in an update or not. They are false or empty for one that is not
+    // attached.
+
+    /// The attached printer has reported its status since it was attached.
+    bool hasReportedStatus(const std::string& key) const;
+    /// The other process that holds the attached printer, according to the last open; nullopt if none does.
+    std::optional<InterfaceHolder> holder(const std::string& key) const;
+    /// In the current or last round of queries the attached printer left a query without a reply, or gave none that can
+    /// belong to it, even after the pipe was emptied.
     bool isNotAnswering(const std::string& key) const;
     /// The attached printer did not report its device ID when it was attached.
     bool isIdentityMissing(const std::string& key) const;
-    /// The attached printer has been asked for everything since it was attached: what is stored of it is its own.
+    /// A whole round of queries has ended since the printer was attached: its stored device info is its own, and not
+    /// that of an earlier printer with this key.
     bool wasAskedForAll(const std::string& key) const;
-    /// The keys of all attached printers.
+    /// The keys of all attached printers. A late event may add the key of one that has left: look the printer up.
     std::vector<std::string> attachedKeys() const;
 
+    /// Applies the event, then calls changed if it was a change. Any thread.
     void printerEvent(const PrinterEvent& event) override;
 
   private:
-    /// One attachment of a printer that need not be in an update.
+    /// The current attachment of a printer, in an update or not.
     struct Attachment {
         std::uint32_t token = 0;
         bool hasReportedStatus = false;
@@ -61,20 +71,22 @@ class UpdateMonitor final : public PrinterEventsOutlet {
         bool isNotAnswering = false;
         bool isIdentityMissing = false;
         bool wasAskedForAll = false;
-        bool hasFailedInRound = false; // since the end of the last round of questions
+        bool hasFailedInRound = false; // a query without its reply since the end of the last round of queries
     };
     struct Visitor;
     /// Of the attached printer with this key; a default one if there is none.
     Attachment attachment(const std::string& key) const;
+    /// Keeps _attachments up to date. The caller holds the mutex.
     void noteAttachment(const PrinterEvent& event);
+    /// The event is not about the printer object that is being updated.
     static bool isOfAnotherAttachment(const UpdateState& state, const PrinterEvent& event);
 
     Clock& _clock;
     const std::function<void(const std::string&)> _changed;
-    mutable std::mutex _mutex;
+    mutable std::mutex _mutex; // for the three maps, all by key
     std::map<std::string, UpdateState> _states;
     std::map<std::string, Attachment> _attachments;
-    std::map<std::string, bool> _nameWritten; // whether the table's name, which is sent first, was taken
+    std::map<std::string, bool> _nameWritten; // the name of the current table, which is sent before it, was written
 };
 
 } // namespace zul

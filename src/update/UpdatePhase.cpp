@@ -1,5 +1,5 @@
-// The table of phases: what each is called, how long it takes and what to do if it takes longer. Everything that shows
-// an update, judges it or waits for it reads this table.
+// The table of phases: the name of each, how long it takes and what to do if it takes longer. All code that displays an
+// update, judges it or waits for it reads this table. Pure functions, any thread.
 #include "update/UpdatePhase.h"
 
 #include "platform/foundation/Bundle.h"

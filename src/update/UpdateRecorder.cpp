@@ -1,5 +1,5 @@
-// From the states of updates to records. What the disk takes long for happens on the recorder's queue; the results come
-// back on the main queue.
+// Turns the states of updates into records of the history. The supervisor and the session call it on the main queue.
+// All access to the disk is on the recorder's own queue; results are posted to the main queue.
 #include "update/UpdateRecorder.h"
 
 #include "update/LockSocket.h"
@@ -21,8 +21,8 @@ using std::chrono::milliseconds;
 struct UpdateRecorder::Storage {
     explicit Storage(UpdateHistoryOptions options) : history(std::move(options)) {}
     UpdateHistory history;
-    std::map<std::string, std::int64_t> ids; // of the newest record, by key
-    std::set<std::string> reported;          // problems
+    std::map<std::string, std::int64_t> ids; // of the newest record, by key; 0: it could not be stored
+    std::set<std::string> reported;          // texts of problems
 };
 
 UpdateRecorder::UpdateRecorder(MainQueue& mainQueue, Clock& clock, UpdateHistoryOptions options, std::string program,
@@ -64,7 +64,7 @@ void UpdateRecorder::report(const std::string& problem) {
     if (_problem) {
         _problem(problem);
     } else {
-        _unreported.push_back(problem); // the history is read before anybody shows it
+        _unreported.push_back(problem); // the history is read before the handler is set
     }
 }
 
@@ -107,7 +107,7 @@ void UpdateRecorder::noteState(const UpdateState& state) {
         begun += past.duration;
     }
     course.phases = state.pastPhases.size();
-    // Stored at its beginning, too: it shows where an update was cut off.
+    // A phase is stored when it begins, too: that shows in which one an update was interrupted.
     if (!course.phaseBegun && state.phase != UpdatePhase::done) {
         course.phaseBegun = wallTime(state.phaseBegun);
         news.push_back({.name = phaseRow(state.phase).name, .begun = *course.phaseBegun});

@@ -1,5 +1,5 @@
-// Writes the history of the updates that the supervisor follows, on a queue of its own: the disk may be slow. A history
-// that cannot be written never stops an update, and is reported once. Main queue.
+// Writes the history of the updates that the supervisor follows, on a queue of its own, because the disk may be slow. A
+// history that cannot be written never stops an update; the problem is reported once. Main queue.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -16,7 +16,7 @@ namespace zul {
 
 class UpdateRecorder {
   public:
-    /// program and version are those of the records.
+    /// program and version: name and version of this program, for the records.
     UpdateRecorder(MainQueue& mainQueue, Clock& clock, UpdateHistoryOptions options, std::string program,
                    std::string version);
     /// Waits until everything is stored.
@@ -24,24 +24,25 @@ class UpdateRecorder {
     UpdateRecorder(const UpdateRecorder&) = delete;
     UpdateRecorder& operator=(const UpdateRecorder&) = delete;
 
-    /// What happened to the history's file and what to do; each text comes once. Those that came before the handler are
-    /// given to it at once.
+    /// Sets the handler of problems. It is called with what happened to the history's file and what to do, once with
+    /// each text, on the main queue. Problems from before this call are passed to it at once.
     void setProblemHandler(std::function<void(const std::string& text)> handler);
 
-    /// Begins a record for the printer with this key, in place of an earlier one. stored runs on the main queue when it
-    /// is on the disk, or when it is clear that it will not be. Program, version, user and time are filled in.
+    /// Begins a new record for the printer with this key; later calls for the key are about it. Fills in program,
+    /// version, user and time. stored runs on the main queue when the record is on the disk, or could not be stored.
     void begin(const std::string& key, UpdateRecord record, Block stored);
-    /// Stores the phases that are new since the last call.
+    /// Stores the phases that are new since the last call. Ignored for a key without a record.
     void noteState(const UpdateState& state);
-    /// Stores the verdict, or a correction of it. serial: the printer's, if it is known now; empty keeps the record's.
+    /// Stores the verdict, or a correction of it. serial: the printer's serial number; empty leaves the record's as it
+    /// is. Ignored for a key without a record.
     void complete(const UpdateState& state, RecordedVerdict verdict, const std::string& serial = {});
 
-    /// What earlier runs have left, of each kind the newest first.
+    /// The updates of earlier runs that are not complete, each list with the newest first.
     struct Unfinished {
         std::vector<UpdateRecord> interrupted{}; // begun and not ended
         std::vector<UpdateRecord> failed{}; // each printer's last update that changed something in it, if it failed
     };
-    /// read runs on the main queue.
+    /// Reads these updates. read runs on the main queue.
     void readUnfinished(std::function<void(Unfinished unfinished)> read);
     /// How long the phases usually take on a model. read runs on the main queue.
     void readUsual(const std::string& model, std::function<void(UsualDurations durations)> read);
@@ -52,11 +53,13 @@ class UpdateRecorder {
   private:
     struct Storage;
     struct Course {
-        std::size_t phases = 0;                   // of the past ones that are stored
-        std::optional<std::int64_t> phaseBegun{}; // of the phase that was stored last without its duration, wall time
+        std::size_t phases = 0;                   // number of past phases that are stored
+        std::optional<std::int64_t> phaseBegun{}; // wall time of the phase that is stored without its duration
     };
 
+    /// Runs operation on the recorder's queue, then reports its problem and runs done on the main queue.
     void perform(std::function<std::string(Storage&)> operation, Block done = {});
+    /// In milliseconds since 1970.
     std::int64_t wallTime(Clock::TimePoint time) const;
     void report(const std::string& problem);
 

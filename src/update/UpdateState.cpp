@@ -1,4 +1,5 @@
-// What follows from the data of an update. Any thread.
+// What can be derived from the state of an update. Pure functions, any thread; called by the supervisor, the texts and
+// the displays.
 #include "update/UpdateState.h"
 
 #include "protocol/StatusTexts.h"
@@ -13,7 +14,7 @@ bool UpdateState::mayBeOrdered() const {
 bool UpdateState::isWaitingUntilReady() const {
     const bool isAsked =
         phase == UpdatePhase::checking || phase == UpdatePhase::restarted || phase == UpdatePhase::colorTables;
-    // The engine compares what is shown, too: several codes read "Idle".
+    // Compares texts, not codes, as the engine does: several codes have the text "Idle".
     return isAsked && !refused && !isAnswerMissing && !rawStatus.empty() && rawStatus != kLoaderStatus &&
            textForStatus(rawStatus) != textForStatus(kReadyStatus);
 }

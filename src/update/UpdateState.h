@@ -1,4 +1,5 @@
-// What one update has come to, as the printer's events report it: plain data and what follows from it. Any thread.
+// The state of one update, as the printer's events report it: plain data, and what can be derived from it.
+// UpdateMonitor fills it in; the supervisor and the displays read copies. Any thread.
 #pragma once
 
 #include "platform/dispatch/Clock.h"
@@ -14,87 +15,96 @@
 
 namespace zul {
 
-/// What became of the image.
+/// How far the firmware image has been sent.
 enum class ImageState {
     notSent,
-    sending,     // its bytes are on their way
-    taken,       // the bus took all of it
+    sending,     // its bytes are being written
+    taken,       // the bus reported the write of all bytes as successful
     unconfirmed, // the write failed or the printer left before the bus reported its end
 };
 
-/// A command that brings the end nearer and that the bus did not take.
+/// The command to enter the loader, or the image, if the bus reported its write as failed.
 struct RefusedCommand {
-    std::uint32_t command = 0; // command code
-    IOReturn code = kIOReturnSuccess;
+    std::uint32_t command = 0;        // command code
+    IOReturn code = kIOReturnSuccess; // of the write
 
-    /// The bus reported the end of the command's write only after the printer had left: it may have taken the command.
-    /// Its departure and return show what came of it.
+    /// The write failed because the printer had left: it may have taken the command before. Its departure and return
+    /// show whether it did.
     bool isByDeparture() const { return code == kIOReturnNoDevice || code == kIOReturnNotResponding; }
 };
 
+/// A phase that is over, and how long it took.
 struct PhaseTime {
     UpdatePhase phase = UpdatePhase::checking;
     Clock::Duration duration{0};
 };
 
+/// The state of one update.
 struct UpdateState {
-    std::string key;
+    std::string key;              // of the printer: keyUSBdevice
     std::uint32_t attachment = 0; // token of the printer's service; 0 if not known
     UpdatePhase phase = UpdatePhase::checking;
-    Clock::TimePoint begun;            // the update
-    Clock::TimePoint phaseBegun;       // this phase
-    Clock::TimePoint lastSign;         // last byte of the image or a table, answer or bus event
+    Clock::TimePoint begun;            // of the update
+    Clock::TimePoint phaseBegun;       // of this phase
+    Clock::TimePoint lastSign;         // last sign of life: a byte of the image or a table, a reply or a bus event
     Clock::TimePoint lastProgress;     // last byte of the image or a table, or change of phase
-    std::vector<PhaseTime> pastPhases; // in the order in which they were gone through
-    std::uint32_t bytesDone = 0;       // of the frame that is being written
+    std::vector<PhaseTime> pastPhases; // the first one first
+    std::uint32_t bytesDone = 0;       // of the frame with the image or a table that is being written
     std::uint32_t bytesTotal = 0;
-    std::int64_t table = 0; // n of m
-    std::int64_t tables = 0;
-    std::string tableName;
+    std::int64_t table = 0;  // number of the table that is being written, from 1; 0 before the first one
+    std::int64_t tables = 0; // how many tables there are
+    std::string tableName;   // its file name
 
-    std::optional<std::string> previousVersion;
-    std::optional<std::string> offeredVersion;
-    std::optional<std::string> currentVersion; // the last one read; after the image only one read after it
-    std::string rawStatus;                     // last status that came from this attachment
+    // Versions and status.
+    std::optional<std::string> previousVersion; // firmware, before the update
+    std::optional<std::string> offeredVersion;  // firmware, in the archive
+    std::optional<std::string> currentVersion;  // firmware, as read last; nullopt from the image to the next reading
+    std::string rawStatus;                      // the last status that this attachment reported
 
-    bool isLoaderOrdered = false; // the command to enter the loader is being sent, or was
+    // What was sent.
+    bool isLoaderOrdered = false; // the command to enter the loader is being sent, or was sent
     ImageState image = ImageState::notSent;
-    bool isWholeImageSent = false; // all its bytes were handed to the bus, whatever became of them
+    bool isWholeImageSent = false; // all its bytes were handed to the bus, also if the write failed
     int imagesSent = 0;
-    std::int64_t tablesWritten = 0; // whose name and contents the bus both took
-    bool isClearRefused = false;    // the bus did not take the command to clear the tables
-    std::map<std::string, std::optional<std::string>> tableFacts; // as read back after the tables; nullopt: no answer
+    std::int64_t tablesWritten = 0; // tables whose name and contents were both written
+    bool isClearRefused = false;    // the command to clear the tables was not written
+    // Versions and checksums of tables as read back after writing, by key of deviceInfoDict; nullopt: no reply.
+    std::map<std::string, std::optional<std::string>> tableFacts;
 
-    std::optional<RefusedCommand> refused; // the last command that brings the end nearer, if it failed
-    bool isRefusalAnswered = false;        // a round of questions has ended since
+    // What went wrong.
+    std::optional<RefusedCommand> refused; // set if the last loader command or image failed; reset by a new phase
+    bool isRefusalAnswered = false;        // a round of queries has ended since
     std::optional<IOReturn> writeFailure;  // of the last write that failed since the update began
-    std::optional<InterfaceHolder> holder; // another program holds the printer
+    std::optional<InterfaceHolder> holder; // the other process that holds the printer
     bool isAttached = true;
-    bool isAnswerMissing = false;       // the last question was not answered
-    bool isReadinessUnanswered = false; // the question whether the printer is ready was not answered
-    bool isArchiveRefused = false;      // the files did not serve when they were needed
+    bool isAnswerMissing = false;       // the last query got no reply
+    bool isReadinessUnanswered = false; // the query whether the printer is ready got no reply
+    bool isArchiveRefused = false;      // the firmware files could not be used when they were needed
     bool isIdentityMissing = false;     // it did not report its device ID after a restart
-    bool isReconnecting = false;        // this program made it leave and return
-    bool isReported = false;            // the engine has come to the end and reports it
-    bool anyTable = false;              // as the engine reported
-    int roundsSinceReport = 0;          // rounds of questions that have ended after the report
+    bool isReconnecting = false;        // this program makes it leave and return: its version was not known
+
+    // The end.
+    bool isReported = false;   // the engine has reported the end
+    bool anyTable = false;     // the engine reported that at least one table was sent
+    int roundsSinceReport = 0; // rounds of queries that have ended after the report
 
     /// A program that ended now would leave the printer without working firmware or tables.
     bool mustNotBeStopped() const { return phaseRow(phase).mustNotBeStopped; }
-    /// The printer has taken the order to enter its loader, or may have: the order is being sent, or was sent.
+    /// The printer has taken the command to enter its loader, or may have: it is being sent, or was sent. False if its
+    /// write failed while the printer stayed attached.
     bool mayBeOrdered() const;
-    /// It answers, and something keeps it from being ready: an open cover, no paper, a head that cools down.
+    /// It replies, and its status keeps it from being ready: an open cover, no paper, a head that cools down.
     bool isWaitingUntilReady() const;
-    /// It answers where its loader was expected, with the status of a printer that works: its restart never happened,
-    /// or another printer has taken its place.
+    /// It replies where its loader was expected, with the status of working firmware: it did not restart into its
+    /// loader, or another printer is attached at its place.
     bool isNotInLoader() const;
-    /// It takes no questions: another program holds it.
+    /// It cannot be queried, because another process holds it.
     bool isHeldElsewhere() const { return holder.has_value(); }
-    /// It was cut off in the middle of the image and is back; its version will show whether it has taken the image.
+    /// The image was cut off and the printer is back; its version will show whether it has taken the image.
     bool isImageInDoubt() const {
         return phase == UpdatePhase::restarted && image != ImageState::taken && !currentVersion;
     }
-    /// The part of its way that the update has gone, from 0 to 1.
+    /// The completed share of the whole update, from 0 to 1.
     double share() const;
 };
 

@@ -1,4 +1,5 @@
-// Which step of an update is marked. Called by the window on the main queue.
+// Which step of an update is marked as the current or the failed one. Pure function. Called by the window's update card
+// on the main queue.
 #include "update/UpdateStep.h"
 
 namespace zul {

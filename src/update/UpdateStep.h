@@ -5,7 +5,7 @@
 
 namespace zul {
 
-/// The step that the update is at or, once it is judged, the step that it did not get through.
+/// The current step of an update; once it is judged, the step that it did not complete.
 UpdateStep stepOf(const UpdateState& state, const UpdateVerdict& verdict);
 
 } // namespace zul

@@ -1,4 +1,6 @@
-// How updates begin, and the engine's alerts and events on their way through. Main queue; events come on any thread.
+// How updates begin, and how the engine's alerts and events pass through the supervisor. Main queue; only
+// printerEvent() runs on any thread. Called by the window and the commands to begin updates, and by the engine with
+// alerts and events.
 #include "update/UpdateSupervisor.h"
 
 #include "platform/foundation/LocalizedFormat.h"
@@ -55,7 +57,7 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
     if (!askFirst(key, printer, equal)) continueBegin(key, equal);
 }
 
-// The first start may still come to its end by itself, and is followed as before.
+// Starts the engine again for an open update. The first start may still complete, and is followed as before.
 void UpdateSupervisor::startOnceMore(const Printer& printer) {
     const std::string key = printer->keyUSBdevice();
     if (const auto result = whatForbids(key, *printer)) {
@@ -80,8 +82,8 @@ bool UpdateSupervisor::areFilesFit(const std::string& key, TBUSBPrinterZUL& prin
     return _courses[key].fileProblems.empty();
 }
 
-// What every start needs that leads to an image, however the operator asks for it. The lock is the last: it is kept
-// only for an update that begins.
+// What must be right before every start that leads to an image, however the operator asks for it. The lock is taken
+// last, so that it is kept only for an update that begins.
 std::optional<UpdateResult> UpdateSupervisor::whatForbids(const std::string& key, TBUSBPrinterZUL& printer) {
     if (!areArrivalsSeen()) return UpdateResult::cannotFollow;
     if (!areFilesFit(key, printer)) return UpdateResult::badFiles;
@@ -95,7 +97,7 @@ void UpdateSupervisor::note(const std::string& text) const {
 
 Update& UpdateSupervisor::makeUpdate(const std::string& key, const Printer& printer) {
     Course course;
-    course.pendingAlerts = _courses[key].pendingAlerts; // of an earlier update, perhaps
+    course.pendingAlerts = _courses[key].pendingAlerts; // they may be of an earlier update
     course.locationID = printer->locationNumber();
     course.vendorID = printer->vendorNumber();
     course.productID = printer->productNumber();
@@ -122,9 +124,10 @@ void UpdateSupervisor::beginMonitor(const std::string& key, TBUSBPrinterZUL& pri
     refresh(key);
 }
 
-// The engine goes by the printer's last status text, which may be that of before its restart. An update begins only
-// when this attachment has reported a status of its own. The version may be missing because an earlier program was cut
-// off in the middle of a payload, whose rest the questions have been taken for since. False if nothing was asked.
+// Queries the printer where that is necessary before its update, then calls continueBegin(). False if no query is
+// needed. The engine uses the printer's last status text, which may be from before its restart: an update must not
+// begin before this attachment has reported a status of its own. The version may be missing because an earlier program
+// ended in the middle of a payload: since then the printer has taken the queries for the rest of that payload.
 bool UpdateSupervisor::askFirst(const std::string& key, const Printer& printer, Equal equal) {
     if (!printer->printerCommandQueue()) return false;
     if (!_monitor.hasReportedStatus(key)) {
@@ -164,7 +167,7 @@ void UpdateSupervisor::continueBegin(const std::string& key, Equal equal) {
     }
 }
 
-// The record is on the disk before the first command: an end of the program after it is found by the next start.
+// The record is on the disk before the first command, so that the next start of a program finds an interrupted update.
 void UpdateSupervisor::start(const std::string& key) {
     record(key, [weak = std::weak_ptr(_self), key] {
         if (const auto self = weak.lock()) (*self)->startEngine(key);
@@ -194,7 +197,7 @@ bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
     });
 }
 
-// A printer that was found in its loader is updated without begin(): its own alert leads there.
+// Makes an update of a printer that was found in its loader: its alert, not begin(), starts the engine.
 void UpdateSupervisor::adopt(const std::string& key) {
     const Printer printer = _services.printerWithKey(key);
     if (!printer) return;
@@ -239,7 +242,7 @@ void UpdateSupervisor::beginAlert(AlertDescription alert) {
 void UpdateSupervisor::answered(const AlertDescription& alert, int answer) {
     const std::string& key = alert.printerKey;
     --_courses[key].pendingAlerts;
-    // While a person thinks about it the printer is not silent.
+    // The time until the operator answered is not a delay of the printer.
     if (const auto update = _updates.find(key); update != _updates.end() && update->second.isOpen())
         _monitor.touch(key);
     if (alert.kind == AlertKind::loaderFound && answer == kAlertSecondButton) {
@@ -253,23 +256,23 @@ void UpdateSupervisor::answered(const AlertDescription& alert, int answer) {
     refresh(key);
 }
 
-// The operator wants a printer updated that was found in its loader. The engine gets the answer when the update may
-// begin: by then it is reserved and recorded. Where it may not begin, the engine gets none: its own advice, to switch
-// the printer off and on, would not help.
+// The operator has agreed to update a printer that was found in its loader. The engine gets the answer after the
+// printer is reserved and the update recorded. If the update may not begin, the engine gets no answer: its advice would
+// be to switch the printer off and on, which does not help.
 void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
     const std::string key = alert.printerKey;
     if (const std::string reason = reasonAgainst(key); !reason.empty()) {
-        note(reason); // begun in another way while the question waited
+        note(reason); // an update was begun while the question waited
         return;
     }
     const Printer printer = _services.printerWithKey(key);
     if (!printer) {
-        if (alert.completion) alert.completion(answer); // it has left meanwhile, which the engine knows
+        if (alert.completion) alert.completion(answer); // the engine knows that the printer has left
         return;
     }
-    // It has left and come back since: its new object asks the same question, and only that answer can start it.
+    // The printer has left and come back: its new object asks the same question, and only that answer can start it.
     if (alert.attachment != printer->creationToken()) return;
-    _monitor.endUpdate(key); // what an earlier update came to says nothing about this one
+    _monitor.endUpdate(key); // the state of an earlier update must not be used for this one
     adopt(key);
     if (const auto result = whatForbids(key, *printer)) {
         end(key, *result);
@@ -279,11 +282,11 @@ void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
         const auto self = weak.lock();
         if (!self || !completion) return;
         const auto found = (*self)->_updates.find(key);
-        if (found != (*self)->_updates.end() && found->second.isOpen()) completion(answer); // stopped meanwhile if not
+        if (found != (*self)->_updates.end() && found->second.isOpen()) completion(answer); // else it was stopped
     });
 }
 
-// The engine's report goes by the tables alone. Where the facts differ, they are shown first.
+// The engine's report depends on the tables alone. If the verdict differs from it, the verdict is shown first.
 void UpdateSupervisor::showReports(const std::string& key) {
     for (AlertDescription& report : std::exchange(_courses[key].reports, {})) {
         const bool saysSuccess = report.kind == AlertKind::success;
@@ -319,10 +322,10 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     const auto* const stored = std::get_if<events::ProgressStored>(&event.what);
     const bool isUnderWay =
         stored != nullptr && stored->value > 0 && stored->value < static_cast<std::int64_t>(UpdateProgress::finished);
-    // The rest of an update that was dismissed may begin with its tables.
+    // A dismissed update may continue, with its tables as the first event.
     const bool hasTables = std::holds_alternative<events::TableBegun>(event.what);
     const bool isNew = (isUnderWay || hasTables) && !_monitor.state(event.key);
-    // Followed from this very event on; the rest is filled in on the main queue.
+    // Follow it from this event on; adopt() fills in the rest on the main queue.
     if (isNew) _monitor.beginUpdate({.key = event.key, .attachment = event.attachment});
     const auto holder = _monitor.holder(event.key);
     _monitor.printerEvent(event);
@@ -340,8 +343,8 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
     });
 }
 
-// What another process of ours changes in a printer while it has it is no news of an update that has ended here. This
-// process learns of the change only when it may open the printer again.
+// Another process of this product that updates the printer may change its versions. This process reads them only when
+// it can open the printer again, and must not correct the verdict of its own ended update by them.
 void UpdateSupervisor::handleHolder(const std::string& key) {
     const auto holder = _monitor.holder(key);
     const auto found = _updates.find(key);
@@ -367,8 +370,8 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
         }
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);
-        if (!_updates.contains(event.key)) return; // it has left already
-        takeLock(event.key);                       // it is under way already, whoever else has the printer
+        if (!_updates.contains(event.key)) return; // the printer has left already
+        takeLock(event.key);                       // the update runs already, even if another process has the lock
         record(event.key, {});
     }
 }
@@ -376,7 +379,7 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
 void UpdateSupervisor::handleDeclined(const std::string& key, AlertKind question) {
     const auto found = _updates.find(key);
     if (found == _updates.end() || !found->second.isOpen()) return;
-    if (found->second.state.phase != UpdatePhase::checking) return; // a later start; the earlier one is still followed
+    if (found->second.state.phase != UpdatePhase::checking) return; // of a second start; the first one continues
     switch (question) {
     case AlertKind::notReady:
         end(key, UpdateResult::notReady);

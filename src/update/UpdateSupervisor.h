@@ -1,6 +1,7 @@
-// The supervisor of updates: begins them, follows them through the printer's restarts, says when advice is due, judges
-// them by facts, and ends them. The window and the command line only show what it says and pass answers on. It sends
-// nothing to a printer itself. Main queue, unless a comment says otherwise.
+// The supervisor of updates: begins them, follows them through the printer's restarts, decides when advice is due,
+// judges them by what the printer and the bus reported, and ends them. The window and the command line only display its
+// state and pass the operator's answers on. It sends no commands to a printer itself: the engine does. Main queue,
+// unless a comment names another one.
 #pragma once
 
 #include "Classes/Outlets.h"
@@ -23,22 +24,23 @@
 
 namespace zul {
 
-/// Who shows updates. Called on the main queue.
+/// Displays updates: the window, or a command. Called on the main queue.
 class UpdateObserver {
   public:
     virtual ~UpdateObserver() = default;
-    /// Something about this printer's update has changed, or half a second has passed while it is under way. Also the
-    /// first notice of an update that began without begin(): a printer's own alert may lead to one.
+    /// This printer's update has changed, or half a second has passed while it is open. It is also the first notice of
+    /// an update that began without begin(), for example by the operator's answer to a printer's alert.
     virtual void updateDidChange(const std::string& key) = 0;
-    /// The verdict is there, or it has been corrected.
+    /// The update has its verdict, or a corrected one.
     virtual void updateDidEnd(const std::string& key) = 0;
-    /// What holder(), interruptedText() and isNotAnswering() return may have changed for a printer that is not updated.
+    /// The results of holder(), interruptedText() and isNotAnswering() may have changed for a printer that is not being
+    /// updated.
     virtual void conditionsMayHaveChanged() {}
-    /// Something that the operator should know and that changes no update.
+    /// The operator should read this text. It is not a change of an update.
     virtual void noteDidArise(const std::string& /*text*/) {}
 };
 
-/// One update, under way or ended.
+/// One update, open or ended.
 struct Update {
     UpdateState state;
     UpdateVerdict verdict;
@@ -46,20 +48,22 @@ struct Update {
     UsualDurations usual;
     std::string name; // of the printer
     std::string model;
-    std::string picture;
+    std::string picture;         // file name of the model's picture
     std::string location;        // where the printer is attached
-    std::string cameBackAt;      // the other place at which it came back; empty if it did not
-    std::string replacedBy;      // serial number of another printer that is at its place now; empty if none is
-    std::string advice;          // what to do now; empty if nothing needs to be done
-    bool isAsking = false;       // a question about this printer waits for the operator
-    bool isStalled = false;      // no sign of life for longer than the phase takes
-    bool isLate = false;         // it gives signs of life, and the phase takes longer than it ever should
-    bool isWaiting = false;      // it is attached and the update cannot continue: not ready, or held by another program
-    bool mayBeDismissed = false; // nothing has come nearer to the end for long
+    std::string cameBackAt;      // another place at which it came back; empty if it did not
+    std::string replacedBy;      // serial number of another printer that is attached at its place now; else empty
+    std::string advice;          // what to do now; empty if no action is needed
+    bool isAsking = false;       // a question about this printer waits for the operator's answer
+    bool isStalled = false;      // no sign of life for the longest time of the phase
+    bool isLate = false;         // it gives signs of life, without progress for the longest time of the phase
+    bool isWaiting = false;      // it is attached and the update cannot continue: not ready, or held by another process
+    bool mayBeDismissed = false; // no progress for the longest time of the phase
     bool isDismissed = false;    // hidden by the operator, until the update makes progress
-    bool isStopRequested = false; // ends at the next point at which the printer can be left
+    bool isStopRequested = false; // it ends as soon as the program may leave the printer
     Clock::TimePoint endedAt;
-    std::weak_ptr<TBUSBPrinterZUL> printer; // whose action it was; its alerts stay its own when it leaves
+    // The object that the update was begun with. A printer that returns is another object; the wait for readiness and
+    // the alerts stay with this one.
+    std::weak_ptr<TBUSBPrinterZUL> printer;
 
     bool isOpen() const { return verdict.isOpen(); }
 };
@@ -70,34 +74,37 @@ struct UpdateServices {
     Clock& clock;
     /// Shows alerts to the operator.
     AlertOutlet& alerts;
-    /// The attached printer with a key; null if there is none.
+    /// Returns the attached printer with a key; null if there is none.
     std::function<std::shared_ptr<TBUSBPrinterZUL>(const std::string& key)> printerWithKey;
-    /// While true the bus keeps the interface of the printer at this location over closes and restarts; may be empty.
+    /// While isKept is true, the bus keeps the interface of the printer at this location for this process, through
+    /// closes and restarts. May be empty.
     std::function<void(std::uint32_t locationID, bool isKept)> setKept = {};
-    /// Whether the arrival of a printer will be seen; empty: it will.
+    /// Whether arrivals of printers are reported on this machine; empty: they are.
     std::function<bool()> seesArrivals = {};
-    /// Reserves printers for the updates of this process; null: nobody else is there.
+    /// Reserves printers for the updates of this process; null: other processes are not considered.
     PrinterLocks* locks = nullptr;
-    /// Hands over the lock with which the operator has claimed this printer, so that its update has it; nullopt if it
-    /// is not claimed. May be empty.
+    /// Returns the lock with which the operator has claimed this printer, and the update owns it from then on; nullopt
+    /// if the printer is not claimed. May be empty.
     std::function<std::optional<PrinterLock>(const std::string& key)> takeClaim = {};
-    /// Hands that lock back if the printer is still claimed after its update. May be empty.
+    /// Takes that lock back after the update, for a printer that is still claimed. May be empty.
     std::function<void(const std::string& key, PrinterLock lock)> returnClaim = {};
-    /// Keeps the records of updates; null: there are none.
+    /// Writes the history of updates; null: there is no history.
     UpdateRecorder* recorder = nullptr;
-    /// Whose folder and digests the records name; null: none.
+    /// The archive whose folder and file digests are recorded; null: they are not recorded.
     FirmwareArchive* archive = nullptr;
-    /// Keeps the machine awake while an update is under way; may be empty. Often called with the same value.
+    /// Keeps the machine awake while isUnderWay is true. It is often called again with the same value. May be empty.
     std::function<void(bool isUnderWay)> keepAwake = {};
 };
 
+/// How long the supervisor waits.
 struct UpdateSettings {
-    /// Advice after this time without progress, instead of the longest time of each phase.
+    /// Advice is due after this time without progress, instead of the longest time of each phase.
     std::optional<Clock::Duration> stallAfter = {};
-    /// An update without progress for this long ends; nullopt: it is waited for as long as the program runs.
+    /// An update ends after this time without progress; nullopt: it stays open as long as the program runs.
     std::optional<Clock::Duration> giveUpAfter = {};
 };
 
+/// The engine's alerts and events pass through it.
 class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
@@ -105,95 +112,114 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     UpdateSupervisor(UpdateServices services, UpdateSettings settings);
     ~UpdateSupervisor() override;
 
+    /// Sets the display; null: there is none. It must exist until it is replaced.
     void setObserver(UpdateObserver* observer) { _observer = observer; }
+    /// Replaces the settings, also for open updates.
     void setSettings(const UpdateSettings& settings) { _settings = settings; }
+    /// The time of the clock that all times of updates are from.
     Clock::TimePoint now() const { return _services.clock.now(); }
 
     // ---- actions ----------------------------------------------------------------------------------------------------
 
     enum class Equal { skip, install };
-    /// Begins the update of an attached printer, or explains in its verdict why it cannot begin. With Equal::skip a
-    /// printer that has the available versions already is left alone. A printer whose update is under way is only
-    /// started again if that update has stalled.
+    /// Begins the update of an attached printer. If it cannot begin, it ends with a verdict that has the reason. A
+    /// printer that has the available versions is not changed with Equal::skip; its update ends as up to date. An open
+    /// update is started again only if it has stalled: the call is ignored while reasonAgainst() has a text.
     void begin(const Printer& printer, Equal equal);
-    /// Ends all updates as soon as their printers can be left: at once, or when the whole image is sent or the tables
-    /// are written, and after 60 s in any case.
+    /// Ends all open updates as soon as a program may end without harm to the printer: at once, or when the whole image
+    /// is sent or the tables are written, and after 60 s in any case.
     void requestStop();
-    /// Forgets an update that has ended, and hides one that has stalled until it gets on.
+    /// Forgets an update that has ended. Hides an open one that has Update::mayBeDismissed until it makes progress, and
+    /// releases its lock. Ignored in other cases.
     void dismiss(const std::string& key);
 
     // ---- questions --------------------------------------------------------------------------------------------------
 
+    /// All updates that are open, or have ended and were not dismissed, by key of the printer.
     const std::map<std::string, Update>& updates() const { return _updates; }
-    /// The printer's firmware and all color tables that it reports are those of the archive.
+    /// The printer's last update is complete, and its firmware and all color tables that it reports are those of the
+    /// archive.
     bool isUpToDate(TBUSBPrinterZUL& printer) const;
-    /// Why no update of this printer may be begun now; empty if one may.
+    /// Operator's text of why no update of this printer may be begun now; empty if one may.
     std::string reasonAgainst(const std::string& key) const;
-    /// Why nothing but its update may be started on this printer now: no question, claim, reset or reconnection. Empty
-    /// if all of that may. An update that has stalled may be started again; a reset in its middle may break the
-    /// printer.
+    /// Operator's text of why no other action than its update may be started on this printer now: no query, claim,
+    /// reset or reconnection. Empty if all of these may. An update that has stalled may be started again, but a reset
+    /// in the middle of it may break the printer.
     std::string reasonAgainstActions(const std::string& key) const;
-    /// It has taken the image and gives no sign of life: another start would send a second image to a printer that may
-    /// still be at work.
+    /// The printer has the image, or may have it, and its update has stalled: another start would send a second image
+    /// to a printer that may still be programming its flash, restarting or receiving tables.
     bool mayGetSecondImage(const std::string& key) const;
-    /// Why an update of this printer should be started, for its row: "update was interrupted at 2026-11-22 03:10:27,
-    /// start it to complete". There is a reason if the last update that changed something in the printer was cut off or
-    /// failed, or if the printer is in its loader. Empty if there is none, while the printer is being updated, and
-    /// while another program uses it.
+    /// Operator's text of why an update of this printer should be started: "update was interrupted at 2026-11-22
+    /// 03:10:27, start it to complete". There is a reason if the last update that changed something in the printer was
+    /// interrupted or failed, or if the printer is in its loader. Empty if there is no reason, while the printer is
+    /// being updated, and while another process uses it.
     std::string interruptedText(TBUSBPrinterZUL& printer) const;
-    /// The other program that holds the attached printer; nullopt if none does.
+    /// The other process that holds the attached printer; nullopt if none does.
     std::optional<InterfaceHolder> holder(const std::string& key) const { return _monitor.holder(key); }
-    /// The attached printer did not answer its last questions as it should: it needs to be switched off and on.
+    /// The attached printer did not reply to its last queries as it should: it must be switched off and on.
     bool isNotAnswering(const std::string& key) const { return _monitor.isNotAnswering(key); }
-    /// Finds the updates that earlier runs did not end; then done runs on the main queue.
+    /// Reads from the history the updates that were interrupted or failed, for interruptedText(). Then done runs on the
+    /// main queue; without a history it runs inside this call.
     void readInterrupted(Block done);
-    /// A printer must not lose its power now.
+    /// An update that is not hidden is past its checks: the machine must stay awake and the printer must not lose
+    /// power.
     bool isAnyUnderWay() const;
-    /// A printer is between the command to enter its loader and its last table.
+    /// A printer is between the command to enter its loader and its last table, hidden updates included.
     bool isAnyBetweenCommands() const;
-    /// Of all updates under way, from 0 to 1.
+    /// Mean share of all open updates that are not hidden, from 0 to 1; 1 if there are none.
     double progress() const;
 
     // ---- for the engine ---------------------------------------------------------------------------------------------
 
-    /// The engine's alerts come through here on their way to the operator.
+    /// Passes an alert of the engine on to the operator. Keeps the report of an open update back until it is judged.
     void beginAlert(AlertDescription alert) override;
-    /// Any thread.
+    /// Applies an event of the engine to the update, and posts what follows from it to the main queue. Any thread.
     void printerEvent(const PrinterEvent& event) override;
 
   private:
-    /// What is kept beside an update.
+    /// Private bookkeeping of an update, which observers do not see.
     struct Course {
         bool isBegun = false;    // the engine works on it
         bool isRecorded = false; // the history has a record of it
+
+        // The lock between processes.
         std::optional<PrinterLock> lock = {};
-        std::optional<UpdatePhase> lockedPhase = {}; // that the lock answers
+        std::optional<UpdatePhase> lockedPhase = {}; // the phase in the lock's replies
         std::optional<InterfaceHolder> holder = {};  // another process that has the lock
-        std::string lockProblem = {};                // why there is no lock, as the operator has read it
+        std::string lockProblem = {};                // why there is no lock; reported to the operator once
+
+        // Checks, queries and alerts.
         std::vector<ArchiveProblem> fileProblems = {};
         bool isIdentityReported = false; // the operator knows that the loader does not report its device ID
-        bool isAskedOnceMore = false;    // after the report, for answers that are missing
-        int roundsNeeded = 1;            // rounds of questions after the report before it is judged
-        int pendingAlerts = 0;           // shown or waiting for their turn
+        bool isAskedOnceMore = false;    // another round of queries was begun after the report, for missing replies
+        int roundsNeeded = 1;            // rounds of queries after the report before the update is judged
+        int pendingAlerts = 0;           // alerts that are shown or wait for their turn
         bool wasClaimed = false;         // by the operator, before the update
-        bool isClaimLock = false;        // the lock was that of the claim
-        std::uint32_t locationID = 0;    // of the printer, for the bus
+        bool isClaimLock = false;        // the lock is that of the claim
+
+        // The printer, as it is recognised when it comes back.
+        std::uint32_t locationID = 0; // for the bus
         std::uint16_t vendorID = 0;
         std::uint16_t productID = 0;
-        std::vector<std::string> serialNumbers; // by which it is recognised when it comes back
-        std::string ownSerialNumber;            // as it answered before the update; empty if it did not
-        std::optional<UpdateState> judged = {}; // what the last verdict went by; nullopt: it has not ended yet
-        std::uint32_t judgedAttachment = 0;     // whose answers may correct the verdict
-        bool isSurelyItsPrinter = true;         // whose answers they are: attached since, or known by its serial number
-        bool isSettled = false; // by now another program or another printer makes the answers: they correct nothing
-        Clock::TimePoint stopDeadline;         // with isStopRequested
-        Clock::TimePoint dismissedAt;          // with isDismissed
-        std::vector<AlertDescription> reports; // of the engine, kept back until the verdict is there
+        std::vector<std::string> serialNumbers; // any of them identifies it
+        std::string ownSerialNumber;            // as it reported before the update; empty if it did not
+
+        // The verdict and its corrections.
+        std::optional<UpdateState> judged = {}; // the state that the last verdict is based on; nullopt: not ended yet
+        std::uint32_t judgedAttachment = 0;     // the attachment whose replies may correct the verdict
+        bool isSurelyItsPrinter = true; // that is the printer: attached all the time, or known by its serial number
+        bool isSettled = false; // another process or another printer causes the replies now: no more corrections
+
+        Clock::TimePoint stopDeadline;         // used if isStopRequested
+        Clock::TimePoint dismissedAt;          // used if isDismissed
+        std::vector<AlertDescription> reports; // of the engine, kept back until there is a verdict
     };
 
+    // Begin of an update.
     Update& makeUpdate(const std::string& key, const Printer& printer);
     void start(const std::string& key);
     void startEngine(const std::string& key);
+    // Lock and history.
     bool takeLock(const std::string& key);
     void releaseLock(const std::string& key);
     void showPhaseToOthers(const Update& update);
@@ -205,9 +231,11 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     const UpdateRecord* incompleteRecord(TBUSBPrinterZUL& printer) const;
     std::string startText(TBUSBPrinterZUL& printer) const;
     bool isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const;
+    // Verdict.
     void judge(Update& update, UpdateResult result) const;
     void explain(Update& update) const;
     void endWait(const Update& update);
+    // Checks before the engine starts.
     void continueBegin(const std::string& key, Equal equal);
     void startOnceMore(const Printer& printer);
     bool areArrivalsSeen() const;
@@ -217,12 +245,15 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     bool askFirst(const std::string& key, const Printer& printer, Equal equal);
     void adopt(const std::string& key);
     void beginMonitor(const std::string& key, TBUSBPrinterZUL& printer);
+    // The printer's USB interface.
     void keepInterface(const std::string& key, bool isKept);
     void releaseInterface(const std::string& key);
 
+    // Events.
     void handleHolder(const std::string& key);
     void handleEvent(const PrinterEvent& event);
     void handleDeclined(const std::string& key, AlertKind question);
+    // Recognising printers.
     std::vector<std::string> serialNumbersOf(const TBUSBPrinterZUL& printer) const;
     bool isItsPrinter(const Course& course, const TBUSBPrinterZUL& printer) const;
     bool hasItsNumber(const Course& course, const TBUSBPrinterZUL& printer) const;
@@ -232,19 +263,23 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void recogniseReturn(const PrinterEvent& event);
     bool isUnrecognised(const Update& update) const;
     bool isReplaced(Update& update);
+    // Alerts.
     void answered(const AlertDescription& alert, int answer);
     void adoptThen(const AlertDescription& alert, int answer);
     void showReports(const std::string& key);
     void showVerdictFirst(const Update& update, const AlertDescription& report);
 
+    // State of an update.
     void refresh(const std::string& key);
     void refreshOpen(Update& update);
     void reportMissingIdentity(const Update& update);
+    // Corrections of an ended update.
     void reviewEnded(Update& update);
     void correct(Update& update);
     static bool mayUpdate(const InterfaceHolder& holder);
     bool isUpdatedElsewhere(const std::string& key);
     void reopen(Update& update);
+    // Advice and result of an open update.
     void showFlags(Update& update);
     std::optional<UpdateResult> resultOf(Update& update);
     std::optional<UpdateResult> resultWhileChecking(const Update& update) const;
@@ -253,6 +288,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     UpdateResult resultByFacts(Update& update);
     std::optional<UpdateResult> resultOfPatience(const Update& update) const;
     void end(const std::string& key, UpdateResult result);
+    // Timer and notices.
     void startTicking();
     void tick();
     void notifyChange(const std::string& key);
@@ -261,12 +297,19 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     UpdateSettings _settings;
     UpdateObserver* _observer = nullptr;
     UpdateMonitor _monitor;
+
+    // Two maps by key of the printer: observers read all of _updates, and _courses is private bookkeeping. Each update
+    // has its course. A course is never removed, because its alerts may still be pending after the update was
+    // dismissed; and a printer that is not updated has one for its alerts.
     std::map<std::string, Update> _updates;
     std::map<std::string, Course> _courses;
-    std::vector<UpdateRecord> _interrupted; // by earlier ends of programs, the newest first
-    std::vector<UpdateRecord> _failed;      // the last updates of printers in earlier runs
-    std::uint64_t _timer = 0;
-    /// Blocks that are still queued when this is destroyed find it expired.
+
+    // Incomplete updates from the history, the newest first.
+    std::vector<UpdateRecord> _interrupted; // their processes ended before them
+    std::vector<UpdateRecord> _failed;      // each printer's last update, if it failed
+
+    std::uint64_t _timer = 0; // of the next tick; 0: none is set
+    /// Queued blocks hold it weakly: it has expired if this object was destroyed before they run.
     std::shared_ptr<UpdateSupervisor*> _self;
 };
 

@@ -1,4 +1,6 @@
-// The course of updates: when advice is due, when an update has come to an end, and what it came to. Main queue.
+// The course of updates: when advice is due, when an update has ended, and with which result. Also the operator's stop
+// and dismissal, and what may be started on a printer. Main queue. Called after each change that the monitor reports,
+// by the timer twice a second, and by the window and the commands.
 #include "update/UpdateSupervisor.h"
 
 #include "archive/ArchiveTexts.h"
@@ -17,12 +19,12 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr auto kTick = std::chrono::milliseconds(500); // half of what is shown, so that no second is skipped
+constexpr auto kTick = std::chrono::milliseconds(500); // half of the displayed unit, so that no second is skipped
 constexpr auto kPassingDelay = seconds(10);            // a head cools down, a cover is closed: no advice needed
 constexpr auto kLongestStop = seconds(60);             // a program that is asked to end does so within this time
-constexpr auto kLongestQuestions = seconds(60);        // after the report; a printer that answers needs none of it
+constexpr auto kLongestQuestions = seconds(60);        // after the report; a printer that replies needs much less
 
-// Each text once: several files may lack the same thing.
+// Each text once: several files may have the same problem.
 template <typename TextOf>
 std::string textOfProblems(const std::vector<ArchiveProblem>& problems, TextOf textOf, const char* separator) {
     std::vector<std::string> texts;
@@ -38,7 +40,7 @@ std::string adviceForReturnElsewhere(const Update& update) {
                            update.cameBackAt);
 }
 
-// Points at which a program may end: nothing has been sent, or the printer needs it no more until the next update.
+// A program may end now: no command has been sent, or the printer does not need it before the next update.
 bool canBeLeft(const UpdateState& state) {
     if (!state.mustNotBeStopped()) return state.phase != UpdatePhase::checking || !state.mayBeOrdered();
     return state.image == ImageState::taken && state.phase != UpdatePhase::colorTables;
@@ -48,6 +50,7 @@ bool canBeLeft(const UpdateState& state) {
 
 // ---- refreshing -----------------------------------------------------------------------------------------------------
 
+// Copies the monitor's state to the update, and acts on it.
 void UpdateSupervisor::refresh(const std::string& key) {
     const auto found = _updates.find(key);
     const auto state = _monitor.state(key);
@@ -81,7 +84,7 @@ void UpdateSupervisor::refreshOpen(Update& update) {
     takeLock(key);
 }
 
-// A loader without its device ID takes its image all the same, and may not be able to take a second one.
+// A loader that does not report its device ID takes its image nevertheless, and may not be able to take a second one.
 void UpdateSupervisor::reportMissingIdentity(const Update& update) {
     const UpdatePhase phase = update.state.phase;
     const bool isLoader =
@@ -91,8 +94,8 @@ void UpdateSupervisor::reportMissingIdentity(const Update& update) {
     note(localizedFormat("%s does not report its device ID in its loader; its update continues", update.name));
 }
 
-// Advice is due when a phase has taken its longest time, whether the printer is silent or not. Only a silent one may be
-// started again.
+// Advice is due when a phase has taken its longest time, with or without signs of life. An update may be started again
+// only if there are none.
 void UpdateSupervisor::showFlags(Update& update) {
     const UpdateState& state = update.state;
     const auto patience = _settings.stallAfter ? _settings.stallAfter : longestDuration(state.phase, update.usual);
@@ -100,7 +103,7 @@ void UpdateSupervisor::showFlags(Update& update) {
     const bool isOverdue = patience && delay >= *patience;
     const bool isQuiet = patience && now() - state.lastSign >= *patience;
     const bool isForPeople = state.isHeldElsewhere() || (state.phase == UpdatePhase::checking && update.isAsking);
-    // A refused image that was sent as a whole may have been taken; the printer gets the time to show it.
+    // Also for a failed image: one that was sent whole may have been taken, and the printer gets the time to show it.
     update.isStalled = isQuiet && !isForPeople;
     const auto passing = std::min<Clock::Duration>(kPassingDelay, patience.value_or(kPassingDelay));
     update.isWaiting = !update.isAsking && ((state.isWaitingUntilReady() && delay >= passing) ||
@@ -122,9 +125,9 @@ void UpdateSupervisor::notifyChange(const std::string& key) {
     if (_observer != nullptr) _observer->updateDidChange(key);
 }
 
-// ---- what an update comes to ----------------------------------------------------------------------------------------
+// ---- the result -----------------------------------------------------------------------------------------------------
 
-// Only what can still come is waited for.
+// The result of an update that the engine works on; nullopt while an event that may still come can decide it.
 std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     const UpdateState& state = update.state;
     if (state.isArchiveRefused) return UpdateResult::badFiles;
@@ -138,7 +141,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     }
     if (result) return result;
     if (update.isStopRequested && (canBeLeft(state) || now() >= _courses[state.key].stopDeadline)) {
-        // Where all answers are there already, only the end of the questions is left out.
+        // If all replies are there already, it need not wait for the end of the queries.
         const bool isDone = state.isReported && resultByFacts(update) == UpdateResult::succeeded &&
                             !lacksAnswersOnly(state, update.expectation) && !isUnrecognised(update);
         return isDone ? UpdateResult::succeeded : UpdateResult::stopped;
@@ -159,8 +162,8 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& upd
     const UpdateState& state = update.state;
     if (state.phase == UpdatePhase::backInLoader) return UpdateResult::imageNotTaken;
     if (state.phase == UpdatePhase::restarted && state.isIdentityMissing) return UpdateResult::identityLost;
-    // The loader did not accept the image. The questions that follow it show whether it waits for another one. One that
-    // was sent whole may have been taken although its end was not confirmed: the printer then leaves.
+    // The write of the image failed. The queries after it show whether the loader waits for another image. An image
+    // that was sent whole may have been taken although the end of the write was not confirmed: then the printer leaves.
     const bool isLoaderWaiting = state.rawStatus == kLoaderStatus && state.isRefusalAnswered;
     const bool isRefused = state.phase == UpdatePhase::writing && state.refused && !state.refused->isByDeparture();
     if (isRefused && (isLoaderWaiting || (state.isRefusalAnswered && !state.isWholeImageSent))) {
@@ -169,7 +172,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterImage(const Update& upd
     return std::nullopt;
 }
 
-// After the engine's report the printer is asked for everything once more. It is judged when that is over.
+// After the engine's report the printer is queried once more. The update is judged when these queries have ended.
 std::optional<UpdateResult> UpdateSupervisor::resultAfterReport(Update& update) {
     const UpdateState& state = update.state;
     Course& course = _courses[state.key];
@@ -191,6 +194,7 @@ UpdateResult UpdateSupervisor::resultByFacts(Update& update) {
     return isReplaced(update) ? UpdateResult::notBack : judgeByFacts(update.state, update.expectation);
 }
 
+// The result of an update that has made no progress for the time after which the operator wants it to end.
 std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& update) const {
     const UpdateState& state = update.state;
     if (!_settings.giveUpAfter || update.isAsking) return std::nullopt;
@@ -201,9 +205,10 @@ std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& upd
     return state.isWaitingUntilReady() ? UpdateResult::notReady : UpdateResult::unanswered;
 }
 
+// Judges the update, also once more to correct its verdict, and releases what it has used.
 void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     Update& update = _updates[key];
-    update.endedAt = now(); // first: what happens from now on is news of an ended update
+    update.endedAt = now(); // first: later progress belongs to an ended update
     if (const auto state = _monitor.state(key)) update.state = *state;
     if (result == UpdateResult::busy && !update.state.holder) update.state.holder = _courses[key].holder;
     Course& course = _courses[key];
@@ -223,8 +228,8 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     if (_observer != nullptr) _observer->updateDidEnd(key);
 }
 
-// The engine leaves the interface open where its questions were cut short, or where an update was declined: other
-// programs could not use the printer.
+// Closes the interface of a printer that is not being updated. The engine leaves it open after a round of queries that
+// was cut short or an update that was declined, and then other processes could not use the printer.
 void UpdateSupervisor::releaseInterface(const std::string& key) {
     const auto found = _updates.find(key);
     if (found != _updates.end() && found->second.isOpen()) return;
@@ -248,7 +253,7 @@ void UpdateSupervisor::judge(Update& update, UpdateResult result) const {
     explain(update);
 }
 
-// Reasons that the state of the update alone does not show.
+// Reasons and advice that need more than the state of the update.
 void UpdateSupervisor::explain(Update& update) const {
     const Course& course = _courses.at(update.state.key);
     const UpdateResult result = update.verdict.result;
@@ -279,7 +284,7 @@ void UpdateSupervisor::explain(Update& update) const {
     if (earlier == nullptr) return;
     const std::string& last = earlier->phases.back().name;
     if (last != phaseRow(UpdatePhase::writing).name && last != phaseRow(UpdatePhase::cutOff).name) return;
-    // What waits for the rest of a payload takes every question for that rest.
+    // A printer that waits for the rest of a payload takes every query for that rest.
     update.verdict.reason =
         localizedFormat("the transfer of the firmware was interrupted at %s, and the printer waits for the rest of it",
                         localTimeText(earlier->begun));
@@ -303,7 +308,7 @@ void UpdateSupervisor::tick() {
     _timer = 0;
     std::vector<std::string> open;
     for (const auto& [key, update] : _updates) {
-        if (update.isOpen()) open.push_back(key); // a dismissed one, too: it may stall yet
+        if (update.isOpen()) open.push_back(key); // a dismissed one, too: its limits apply as before
     }
     for (const std::string& key : open) refresh(key);
     if (!open.empty()) startTicking();
@@ -332,8 +337,8 @@ void UpdateSupervisor::dismiss(const std::string& key) {
     if (found == _updates.end()) return;
     if (found->second.isOpen()) {
         if (!found->second.mayBeDismissed) return;
-        found->second.isDismissed = true; // a printer that gets on after all is shown again
-        releaseLock(key);                 // until then other programs may help it
+        found->second.isDismissed = true; // it is shown again when it makes progress
+        releaseLock(key);                 // until then another process may update the printer
         _courses[key].dismissedAt = now();
     } else {
         _updates.erase(found);
@@ -348,7 +353,7 @@ std::string UpdateSupervisor::reasonAgainst(const std::string& key) const {
     const auto found = _updates.find(key);
     if (found == _updates.end() || !found->second.isOpen()) return {};
     if (!found->second.isStalled) return Bundle::localized(operatorText("This printer is being updated."));
-    // The engine still has the status text of the loader before the restart, and would send it another image.
+    // The engine still has the status text of the loader from before the restart, and would send another image.
     const bool isSilent = found->second.state.phase == UpdatePhase::restarted && !_monitor.hasReportedStatus(key);
     if (!isSilent) return {};
     return Bundle::localized(operatorText("This printer does not answer. Switch it off and on: its update continues."));

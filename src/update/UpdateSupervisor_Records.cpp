@@ -1,5 +1,6 @@
-// What updates mean to other processes and to later runs: the printer's lock, the history, and the updates that earlier
-// runs did not end. Main queue.
+// What other processes and later runs read of an update: the printer's lock and the history. And the updates that
+// earlier runs did not complete. Main queue. Called by the other sources of the supervisor; interruptedText() and
+// readInterrupted() also by the window and the commands.
 #include "update/UpdateSupervisor.h"
 
 #include "archive/ProductTable.h"
@@ -14,6 +15,7 @@ namespace zul {
 
 namespace {
 
+// The first of the records that is about this printer; null if there is none.
 const UpdateRecord* recordOfPrinter(const std::vector<UpdateRecord>& records, const TBUSBPrinterZUL& printer) {
     UpdateRecord attached;
     attached.key = printer.keyUSBdevice();
@@ -28,8 +30,9 @@ const UpdateRecord* recordOfPrinter(const std::vector<UpdateRecord>& records, co
 
 // ---- the lock -------------------------------------------------------------------------------------------------------
 
-// False if another process has reserved the printer; if this one has claimed it, the claim's lock becomes the update's.
-// Where the system refuses locks the update begins without one, and the operator reads why.
+// Reserves the printer for its update. False if another process has reserved it. If the operator has claimed the
+// printer in this process, the update gets the lock of the claim. If the system refuses locks, the update begins
+// without one, and the operator is notified of the reason.
 bool UpdateSupervisor::takeLock(const std::string& key) {
     Course& course = _courses[key];
     if (_services.locks == nullptr || course.lock) return true;
@@ -41,7 +44,7 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
         return true;
     }
     auto result = _services.locks->tryLock(key, kUpdateActivity);
-    // The lock is asked for again in each phase; the operator reads the same sentence once.
+    // Each phase tries to take a missing lock again, but the same problem is reported only once.
     const bool isNews = std::exchange(course.lockProblem, result.problem) != result.problem;
     if (isNews && !result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     course.lock = std::move(result.lock);
@@ -56,12 +59,14 @@ void UpdateSupervisor::releaseLock(const std::string& key) {
     if (lock && course.isClaimLock && _services.returnClaim) _services.returnClaim(key, std::move(*lock));
 }
 
+// Puts the phase into the lock's replies to other processes.
 void UpdateSupervisor::showPhaseToOthers(const Update& update) {
     Course& course = _courses[update.state.key];
     if (course.lockedPhase == update.state.phase) return;
-    // The system may have refused the lock when the update began. Before that, begin() has just asked.
+    // The system may have refused the lock when the update began: try again. Not while isBegun is false: begin() has
+    // just tried.
     if (!course.lock && update.isOpen() && course.isBegun) takeLock(update.state.key);
-    // Also without the lock: another process may take its time to answer, and is asked once per phase only.
+    // Set it also without the lock: another process may be slow to reply, and is asked only once per phase.
     course.lockedPhase = update.state.phase;
     if (course.lock) course.lock->setPhase(phaseRow(update.state.phase).name);
 }
@@ -77,7 +82,7 @@ UpdateRecord UpdateSupervisor::recordOf(const Update& update) const {
     record.versionOffered = update.expectation.version;
     const Printer printer = update.printer.lock();
     if (!printer) return record;
-    // The number of the USB descriptors is not kept: a printer in its loader has another one.
+    // Not the serial number of the USB descriptors: a printer in its loader has another one.
     record.serial = serialNumberOf(*printer);
     const Product* const product = productWithID(printer->productNumber());
     if (_services.archive == nullptr || product == nullptr) return record;
@@ -88,6 +93,8 @@ UpdateRecord UpdateSupervisor::recordOf(const Update& update) const {
     return record;
 }
 
+// Begins the record of the update. stored runs when it is on the disk or could not be stored; at once without a
+// history.
 void UpdateSupervisor::record(const std::string& key, Block stored) {
     if (_services.recorder == nullptr) {
         if (stored) stored();
@@ -98,17 +105,18 @@ void UpdateSupervisor::record(const std::string& key, Block stored) {
     _services.recorder->noteState(_updates[key].state);
 }
 
-// A printer that was updated from its loader could not report its serial number when its record was begun.
+// The serial number for the record of a successful update; empty if it is not known. A printer that was updated from
+// its loader could not report its number when the record was begun.
 std::string UpdateSupervisor::serialAfterSuccess(const Update& update) const {
-    // Until it was asked for everything, its number may be that of an earlier printer at this place.
+    // Before a whole round of queries, the stored number may be that of an earlier printer at this place.
     const bool isKnown = update.replacedBy.empty() && _monitor.wasAskedForAll(update.state.key);
     if (!update.verdict.isSuccess() || !isKnown) return {};
     const Printer printer = _services.printerWithKey(update.state.key);
     return printer ? serialNumberOf(*printer) : "";
 }
 
-// An update that never began has a record, too, so that the administrator of many machines reads why. A printer that
-// is up to date has none: it was not updated.
+// An update that never began has a record, too, so that the administrator of many machines can read the reason. A
+// printer that is up to date has no record, because it was not updated.
 void UpdateSupervisor::completeRecord(Update& update) {
     const std::string& key = update.state.key;
     const UpdateResult result = update.verdict.result;
@@ -166,7 +174,7 @@ const UpdateRecord* UpdateSupervisor::incompleteRecord(TBUSBPrinterZUL& printer)
     return interrupted != nullptr ? interrupted : recordOfPrinter(_failed, printer);
 }
 
-// After such an update the versions do not show whether all tables are written.
+// After an incomplete update the versions do not show whether all tables were written.
 bool UpdateSupervisor::isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const {
     const auto found = _updates.find(printer.keyUSBdevice());
     if (found != _updates.end() && !found->second.isOpen() && !found->second.verdict.isUntouched()) {
@@ -178,7 +186,7 @@ bool UpdateSupervisor::isLastUpdateIncomplete(TBUSBPrinterZUL& printer) const {
 std::string UpdateSupervisor::interruptedText(TBUSBPrinterZUL& printer) const {
     const std::string text = startText(printer);
     if (text.empty() || !_monitor.isIdentityMissing(printer.keyUSBdevice())) return text;
-    // Without a restart it could not be updated.
+    // It cannot be updated before a restart.
     return localizedFormat("%s; it does not report its device ID: switch it off and on first", text);
 }
 
@@ -186,7 +194,7 @@ std::string UpdateSupervisor::startText(TBUSBPrinterZUL& printer) const {
     const auto found = _updates.find(printer.keyUSBdevice());
     const bool isUnderWay = found != _updates.end() && found->second.isOpen() && !found->second.isDismissed;
     if (isUnderWay || printer.ownership() == Ownership::otherProgram) return {};
-    if (!reasonAgainst(printer.keyUSBdevice()).empty()) return {}; // a hidden one whose printer still answers
+    if (!reasonAgainst(printer.keyUSBdevice()).empty()) return {}; // a hidden update whose printer still replies
     const UpdateRecord* const record = incompleteRecord(printer);
     if (record != nullptr && record->verdicts.empty()) {
         return localizedFormat("update was interrupted at %s, start it to complete", localTimeText(record->begun));

@@ -1,4 +1,6 @@
-// Printers that come back late, elsewhere or as others, and verdicts that later answers correct. Main queue.
+// Printers that come back late or at another place, other printers at the place of an updated one, and verdicts that
+// are corrected by later replies. Main queue. Called by the supervisor's other sources when a printer has arrived, left
+// or completed a round of queries, and after each change of an ended update.
 #include "update/UpdateSupervisor.h"
 
 #include "protocol/StatusTexts.h"
@@ -14,8 +16,8 @@ bool isSending(UpdatePhase phase) {
     return phase == UpdatePhase::writing || phase == UpdatePhase::colorTables;
 }
 
-// This process has sent the printer something since the verdict was given. The phase in which it did so may be over
-// when the main queue gets to it.
+// This process has sent an image or tables to the printer since the verdict was given. The phase in which it did so may
+// be over when this runs on the main queue.
 bool hasSentSince(const UpdateState& state, const UpdateState& judged) {
     const auto& past = state.pastPhases;
     const std::size_t known = judged.pastPhases.size() + 1; // and the phase in which it was judged
@@ -28,7 +30,8 @@ bool hasSentSince(const UpdateState& state, const UpdateState& judged) {
 
 // ---- recognising printers -------------------------------------------------------------------------------------------
 
-// What is stored under a printer's key may be that of an earlier printer at its place, until it has answered itself.
+// Device info is stored by key: before this printer has replied itself, it may be that of an earlier printer at its
+// place.
 std::vector<std::string> UpdateSupervisor::serialNumbersOf(const TBUSBPrinterZUL& printer) const {
     std::vector<std::string> numbers;
     if (const auto number = printer.serialNumberUSB(); number && !number->empty()) numbers.push_back(*number);
@@ -37,7 +40,7 @@ std::vector<std::string> UpdateSupervisor::serialNumbersOf(const TBUSBPrinterZUL
     return numbers;
 }
 
-// Where one of them has no serial number that is known, the place decides.
+// Compares serial numbers. If those of one side are not known, the printer at the place is taken for the right one.
 bool UpdateSupervisor::isItsPrinter(const Course& course, const TBUSBPrinterZUL& printer) const {
     return serialNumbersOf(printer).empty() || course.serialNumbers.empty() || hasItsNumber(course, printer);
 }
@@ -47,8 +50,8 @@ bool UpdateSupervisor::hasItsNumber(const Course& course, const TBUSBPrinterZUL&
     return std::ranges::find_first_of(numbers, course.serialNumbers) != numbers.end();
 }
 
-// The attached printer that was waited for at another place; null if there is none. One without a serial number is
-// taken for it only while it is a loader, and while no other printer can be meant.
+// The missing printer of this update if it is attached at another place; null if it is not. A printer without a known
+// serial number is accepted only if it is in its loader, and if no other printer or update can be meant.
 UpdateSupervisor::Printer UpdateSupervisor::returnedPrinter(const std::string& key) const {
     const Course& course = _courses.at(key);
     std::vector<Printer> possible;
@@ -72,8 +75,8 @@ bool UpdateSupervisor::isOnlyOneAway(const std::string& key) const {
     });
 }
 
-// A printer that is waited for may come back at another port. The engine takes it for another printer, and so no
-// update continues there; but the operator should read where it is.
+// A missing printer may come back at another port. For the engine it is another printer, so no update continues there;
+// but the operator should read where it is.
 void UpdateSupervisor::lookForReturns() {
     std::vector<std::string> changed;
     for (auto& [key, update] : _updates) {
@@ -85,7 +88,7 @@ void UpdateSupervisor::lookForReturns() {
     for (const std::string& key : changed) refresh(key);
 }
 
-// The printer that is attached now has not been asked for its serial number yet: it may be another one.
+// The attached printer has not reported its serial number yet: it may be another one.
 bool UpdateSupervisor::isUnrecognised(const Update& update) const {
     const Course& course = _courses.at(update.state.key);
     if (course.ownSerialNumber.empty() || _monitor.wasAskedForAll(update.state.key)) return false;
@@ -93,7 +96,8 @@ bool UpdateSupervisor::isUnrecognised(const Update& update) const {
     return !printer || !hasItsNumber(course, *printer);
 }
 
-// The engine follows a printer by its place. What another one at that place reports is not about this update.
+// Another printer is attached at the place of the updated one. The engine identifies printers by place, but replies of
+// the other printer must not decide this update.
 bool UpdateSupervisor::isReplaced(Update& update) {
     const Course& course = _courses[update.state.key];
     const Printer printer = _services.printerWithKey(update.state.key);
@@ -105,7 +109,8 @@ bool UpdateSupervisor::isReplaced(Update& update) {
 
 // ---- corrections ----------------------------------------------------------------------------------------------------
 
-// A printer that has left since its verdict was given is recognised when it has answered for its serial number.
+// Decides after a round of queries whether an attached printer is the one whose update has ended: only its replies may
+// correct the verdict.
 void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
     const auto found = _updates.find(event.key);
     if (found == _updates.end() || found->second.isOpen() || _courses[event.key].isSettled) return;
@@ -113,7 +118,7 @@ void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
     const Printer printer = _services.printerWithKey(event.key);
     if (!printer || printer->creationToken() != event.attachment) return;
     if (course.judgedAttachment != event.attachment) course.isSurelyItsPrinter = hasItsNumber(course, *printer);
-    // A loader may have had another serial number.
+    // Add its numbers: a loader may have had another one.
     if (course.judgedAttachment == event.attachment || isItsPrinter(course, *printer)) {
         course.judgedAttachment = event.attachment;
         for (std::string& number : serialNumbersOf(*printer)) {
@@ -125,11 +130,11 @@ void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
     refresh(event.key);
 }
 
-// A verdict is not the last word while the printer may still bring other facts: a late answer, or a late return.
+// After the verdict a late reply may correct it, and an update that continues is opened again.
 void UpdateSupervisor::reviewEnded(Update& update) {
     const UpdateState& state = update.state;
     const bool hasMoved = state.lastProgress > update.endedAt;
-    // What this process sends belongs to its own update, whoever else was there.
+    // What this process sends belongs to its own update, even if another process has used the printer meanwhile.
     const bool isOurs = hasMoved && hasSentSince(state, *_courses[state.key].judged);
     if (isOurs || (hasMoved && state.mustNotBeStopped() && !isUpdatedElsewhere(state.key))) {
         reopen(update);
@@ -138,14 +143,14 @@ void UpdateSupervisor::reviewEnded(Update& update) {
     }
 }
 
-// In every direction, but only by an answer of the same printer that was not there before.
+// A success may become a failure and the other way round, but only by a new reply of the same printer.
 void UpdateSupervisor::correct(Update& update) {
     const UpdateState& state = update.state;
     const Course& course = _courses[state.key];
     if (!state.isReported || state.attachment != course.judgedAttachment) return;
     if (!hasOtherFacts(state, *course.judged)) return;
-    // A success is taken back only when nothing else can explain the answer: one that belongs to another question is
-    // asked for again before the round ends, and another printer may be at the place.
+    // Take a success back only at the end of a round and for the same printer: a reply that belongs to another query is
+    // asked for again before the round ends, and another printer may be attached at the place.
     const bool isRoundOver = state.roundsSinceReport > course.judged->roundsSinceReport;
     if (update.verdict.isSuccess() && (!isRoundOver || !course.isSurelyItsPrinter)) return;
     const UpdateResult result = judgeByFacts(state, update.expectation);
@@ -155,12 +160,12 @@ void UpdateSupervisor::correct(Update& update) {
 }
 
 bool UpdateSupervisor::mayUpdate(const InterfaceHolder& holder) {
-    // One that does not answer may be in the middle of it.
+    // A process that does not reply may be in the middle of an update.
     return holder.activity.empty() || holder.activity == kUpdateActivity;
 }
 
-// Another process of ours updates the printer, or has done so since the verdict was given. What it changes is no news
-// of this update.
+// Another process of this product updates the printer, or has done so since the verdict was given. What it changes must
+// not correct this verdict.
 bool UpdateSupervisor::isUpdatedElsewhere(const std::string& key) {
     Course& course = _courses[key];
     if (course.isSettled || _services.locks == nullptr) return course.isSettled;
@@ -168,12 +173,13 @@ bool UpdateSupervisor::isUpdatedElsewhere(const std::string& key) {
     return course.isSettled = holder && mayUpdate(*holder);
 }
 
+// The engine works on an update that was judged already: it is open again.
 void UpdateSupervisor::reopen(Update& update) {
     update.verdict = UpdateVerdict{};
     update.advice.clear();
     update.replacedBy.clear();
     _courses[update.state.key].isSettled = false;
-    takeLock(update.state.key); // the printer is at work for this process, whoever else has reserved it meanwhile
+    takeLock(update.state.key); // the engine works on the printer, even if another process has reserved it meanwhile
     keepInterface(update.state.key, true);
     startTicking();
 }

@@ -1,4 +1,5 @@
-// The texts of an update while it runs. Any thread.
+// The texts of an update while it runs; those of an ended one are in VerdictTexts.cpp. Called by the supervisor, the
+// window and the command line. Any thread.
 #include "update/UpdateTexts.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
@@ -15,7 +16,7 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr int kLongestOfUsual = 2; // a phase may take so many times what it usually takes
+constexpr int kLongestOfUsual = 2; // advice is due after this many times the learned duration
 
 long long wholeSeconds(Clock::Duration span) {
     return std::chrono::duration_cast<seconds>(span).count();
@@ -39,7 +40,8 @@ std::string phaseText(const UpdateState& state) {
     return text;
 }
 
-// Another process names its activity and its phase in English; another version of the program may have further ones.
+// Another process reports its activity and its phase in English. Names that only another version of the program knows
+// are displayed as they are.
 std::string activityText(const std::string& name) {
     for (const char* const known : {operatorText("update"), operatorText("claim"), operatorText("counter reset"),
                                     operatorText("setting"), operatorText("reset")}) {
@@ -53,7 +55,7 @@ std::string phaseText(const std::string& name) {
     return row == nullptr ? name : Bundle::localized(row->text);
 }
 
-// What keeps the printer from going on, if anything does.
+// What the printer or the update waits for; empty if there is no such thing.
 std::string obstacle(const UpdateState& state) {
     if (state.isHeldElsewhere()) return describeHolder(*state.holder);
     if (state.isWaitingUntilReady()) return textForStatus(state.rawStatus);
@@ -78,7 +80,7 @@ std::string textOfHolder(const InterfaceHolder& holder) {
         return localizedFormat("%s uses the printer (process %d): %s, %s", holder.program, holder.pid,
                                activityText(holder.activity), phaseText(holder.phase));
     case InterfaceHolder::Kind::process:
-        if (holder.pid == 0) break; // the other holder of an embedded printer
+        if (holder.pid == 0) break; // the simulated other holder of a virtual printer
         return localizedFormat("another program uses the printer (%s, process %d)", holder.program, holder.pid);
     case InterfaceHolder::Kind::unknown:
         break;
@@ -103,7 +105,7 @@ std::optional<Clock::Duration> longestDuration(UpdatePhase phase, const UsualDur
     const int longest = phaseRow(phase).longestSeconds;
     if (longest == 0) return std::nullopt;
     Clock::Duration result = seconds(longest);
-    // A printer that is known to be slower than most gets its time.
+    // A model that is known to be slow gets more time.
     if (const auto known = learned.find(phase); known != learned.end()) {
         result = std::max<Clock::Duration>(result, kLongestOfUsual * known->second);
     }
@@ -129,7 +131,7 @@ std::string adviceForHolder(const InterfaceHolder& holder) {
     if (holder.kind == InterfaceHolder::Kind::printing) {
         return Bundle::localized(operatorText("Wait until the job is printed."));
     }
-    // Closing it would leave the printer in the middle of its update.
+    // To close that program would leave the printer in the middle of its update.
     if (holder.kind == InterfaceHolder::Kind::ownProgram && holder.activity == kUpdateActivity) {
         return Bundle::localized(
             operatorText("It updates the printer: do not close it, and wait until it has finished."));
@@ -187,7 +189,7 @@ std::string adviceFor(const UpdateState& state) {
 
 std::string adviceForDelay(const UpdateState& state) {
     if (state.isNotInLoader()) return adviceFor(state);
-    // The advice of these phases says that the printer does not answer.
+    // The advice in the table says for these phases that the printer does not answer.
     const bool isForSilence = state.phase == UpdatePhase::checking || state.phase == UpdatePhase::restarted ||
                               state.phase == UpdatePhase::colorTables;
     if (isForSilence && !state.isImageInDoubt()) {

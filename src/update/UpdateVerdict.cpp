@@ -1,4 +1,5 @@
-// From the facts of an update to its verdict. No text of the engine's own report is read here. Any thread.
+// Judges an update by what the printer and the bus reported. The text of the engine's own report is not used. Called by
+// the supervisor on the main queue; the monitor uses isTableVersion() on any thread.
 #include "update/UpdateVerdict.h"
 
 #include "Classes/ColorTables.h"
@@ -68,7 +69,7 @@ UpdateExpectation expectationFor(std::uint16_t productID) {
         const TableFile table = parseTableFile(file);
         ++expectation.tables;
         if (!isTableVersion(table.version)) continue;
-        // Models with one answer for all tables report that of any of them.
+        // A model that reports one version for all tables may report that of any of them.
         const ColorTable* const row = colorTableOfFile(table.number, table.isForPP);
         if (!hasOneTableAnswer(productID) && row == nullptr) continue;
         const char* const key = hasOneTableAnswer(productID) ? HOLVEN_TBPrinterColorTableVersion : row->versionKey;
@@ -80,7 +81,7 @@ UpdateExpectation expectationFor(std::uint16_t productID) {
 std::string differingTable(const UpdateState& state, const UpdateExpectation& expectation) {
     for (const auto& [key, versions] : expectation.tableVersions) {
         const auto read = state.tableFacts.find(key);
-        // What is not a version says nothing about the table.
+        // A text that is not a version does not show which table is installed.
         if (read == state.tableFacts.end() || !read->second || !isTableVersion(*read->second)) continue;
         if (!versions.contains(*read->second)) return key;
     }

@@ -1,4 +1,4 @@
-// What an update came to, judged by facts. Any thread.
+// The verdict on an update, from what the printer and the bus reported. Pure functions over plain data, any thread.
 #pragma once
 
 #include "update/UpdateState.h"
@@ -10,7 +10,7 @@
 
 namespace zul {
 
-/// What an update came to.
+/// The result of an update.
 enum class UpdateResult {
     open, // not known yet
     succeeded,
@@ -25,7 +25,7 @@ enum class UpdateResult {
     badFiles,       // firmware files are missing or damaged
     cannotFollow,   // arrivals and departures of printers are not reported on this machine
     left,           // the printer left before its update began
-    reconnected,    // its version was not known: it was made to leave and return
+    reconnected,    // its version was not known, so this program made it leave and return
     // Usually after something was sent.
     commandRefused, // the printer did not take the command to enter its loader
     imageNotTaken,  // the printer is in its loader and does not have the image
@@ -41,48 +41,51 @@ enum class UpdateResult {
 
 /// What the printer should report after the update.
 struct UpdateExpectation {
-    std::optional<std::string> version;
-    std::int64_t tables = 0;
-    /// By key of deviceInfoDict: the versions that are right for this table.
+    std::optional<std::string> version; // of the firmware; nullopt for an unknown product
+    std::int64_t tables = 0;            // number of color tables
+    /// The correct versions of each table, by key of deviceInfoDict.
     std::map<std::string, std::set<std::string>> tableVersions = {};
 };
 
+/// The result of an update with its reason.
 struct UpdateVerdict {
     UpdateResult result = UpdateResult::open;
-    std::string reason;                         // for the operator; empty if there is nothing to explain
-    std::optional<RefusedCommand> refused = {}; // the command that the bus did not take, for logs and JSON
-    std::optional<InterfaceHolder> holder = {}; // busy: who uses the printer
-    bool isCorrected = false;                   // an earlier verdict on the same update was another one
-    bool isAfterOrder = false;                  // the printer had taken the order to enter its loader, or may have
+    std::string reason;                         // for the operator; empty if no reason is needed
+    std::optional<RefusedCommand> refused = {}; // the command whose write failed, for logs and JSON
+    std::optional<InterfaceHolder> holder = {}; // for busy: the process that uses the printer
+    bool isCorrected = false;                   // replaces an earlier verdict on the same update
+    bool isAfterOrder = false;                  // the printer has taken the command to enter its loader, or may have
 
     bool isOpen() const { return result == UpdateResult::open; }
     bool isSuccess() const { return result == UpdateResult::succeeded || result == UpdateResult::upToDate; }
-    /// The printer is as it was before.
+    /// The update has ended without a change in the printer.
     bool isUntouched() const { return !isOpen() && result != UpdateResult::succeeded && !isAfterOrder; }
 };
 
-/// The printer has the whole image. A write that failed may have been taken all the same, if the printer left before
-/// the end of it was reported; the version is a proof of that only where it has changed.
+/// The printer has the whole image. It may have it although the write was reported as failed, if it left before the end
+/// of the write was reported. That is proved by the available version if the printer had another version before, or if
+/// all bytes were handed to the bus.
 bool isImageTaken(const UpdateState& state);
 
 /// Judges an update that the engine has reported: the version read afterwards, the tables that were sent and what the
 /// printer reports of them, whether the tables were cleared, and whether the image was taken, in this order.
 UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& expectation);
 
-/// Only answers are missing: the printer should be asked once more before it is judged.
+/// Only replies are missing for a success: the printer should be queried once more before the update is judged.
 bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expectation);
 
-/// Whether something is known now that was not when the update was judged: an answer, or what became of a command. An
-/// answer that is missing is none.
+/// Whether something is known now that was not known when the update was judged: a reply, or the result of a command. A
+/// table without a valid reply is not compared.
 bool hasOtherFacts(const UpdateState& state, const UpdateState& judged);
 
 /// Key of the first table whose reported version is not the one that was sent; empty if there is none.
 std::string differingTable(const UpdateState& state, const UpdateExpectation& expectation);
 
-/// Expectations for a product: file is the list of its archive row, firmware file first.
+/// What a printer with this USB product ID should report, from the file names in the product table. An unknown product
+/// has an empty expectation.
 UpdateExpectation expectationFor(std::uint16_t productID);
 
-/// Whether a text has the form of a table's version: four digits.
+/// Whether a text has the form of a table version: four digits.
 bool isTableVersion(const std::string& text);
 
 /// The name of a result in JSON and in the history; never translated.

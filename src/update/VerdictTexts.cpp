@@ -1,4 +1,5 @@
-// The texts of an update that has ended: why it ended so, and what to do. Any thread.
+// The texts of an update that has ended: the reason and what to do. Declared in UpdateTexts.h. Called by the supervisor
+// when it judges an update. Any thread.
 #include "platform/foundation/LocalizedFormat.h"
 #include "protocol/StatusTexts.h"
 #include "update/UpdateTexts.h"
@@ -88,7 +89,7 @@ std::string adviceAfterStop(const UpdateState& state) {
                                               "are not written yet. Leave it switched on and start the update again: "
                                               "that completes it."));
     }
-    // What waits for the rest of a payload takes everything for that rest.
+    // A printer that waits for the rest of a payload takes every query for that rest.
     const bool isWriting = state.phase == UpdatePhase::writing && state.bytesDone > 0;
     const bool isCut = isWriting || state.phase == UpdatePhase::cutOff;
     if (isCut || state.isImageInDoubt()) {
@@ -157,7 +158,7 @@ std::string adviceAfter(UpdateResult result, const UpdateState& state) {
     case UpdateResult::reconnected:
         return Bundle::localized(operatorText("Start the update again."));
     case UpdateResult::imageNotTaken:
-        // What waits for the rest of a payload takes everything for that rest.
+        // A printer that waits for the rest of a payload takes every query for that rest.
         if (state.isAnswerMissing && state.isAttached && state.phase != UpdatePhase::backInLoader) {
             return Bundle::localized(operatorText("Switch the printer off and on, then start the update again: that "
                                                   "completes it."));
