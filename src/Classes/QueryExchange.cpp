@@ -2,7 +2,6 @@
 // its command queue; a printer without a queue calls it on main.
 #include "Classes/QueryExchange.h"
 
-#include "Classes/DeviceObjects.h"
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Format.h"
@@ -166,7 +165,7 @@ void QueryExchange::reportUnusable() const {
 // its other interface.
 bool QueryExchange::isLeaving() const {
     return isRestartExpected() || _status.read == kIOReturnNoDevice || _printer.isReleased() ||
-           DeviceObjects::isUpdatedElsewhere(_printer.keyUSBdevice(), _printer.creationToken());
+           _printer.environment().deviceObjects->isUpdatedElsewhere(_printer.keyUSBdevice(), _printer.creationToken());
 }
 
 bool QueryExchange::isRestartExpected() const {

@@ -40,7 +40,7 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     ~TBPrinters() override;
     void init();
 
-    /// The port of the process, made on first use.
+    /// The environment's port, made on first use.
     static std::shared_ptr<NotificationPort> sharedNotificationPort(Environment& environment);
 
     // ---- start ----------------------------------------------------------------------------------------------------
@@ -92,7 +92,6 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     void handleMatchedService(ServiceToken token);
     bool isSupported(USBService& service) const;
     void reportUnusable(USBService& service, IOReturn code);
-    static std::shared_ptr<NotificationPort>& sharedPort();
     void makePrinter(USBService& service, ServiceToken token);
     void insertOnMain(const Printer& printer);
     void removeOnMain(const Printer& printer);

@@ -163,13 +163,11 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const;
     virtual std::set<std::uint16_t> supportedProductIDsOfClass() const;
 
-    /// What is known about a device, by keyUSBdevice, for the life of the process. Main queue. The same object at every
-    /// call; an empty one is made and kept when there is none.
+    /// What is known about a device, by keyUSBdevice, for the length of the current environment's run. Main queue. The
+    /// same object at every call; an empty one is made and kept when there is none.
     static DeviceInfoPtr deviceInfoForKey(const std::string& key);
     /// setDeviceInfo:forKey:  Keeps this very object; an immutable one is ignored. Main queue.
     static void setDeviceInfo(DeviceInfoPtr info, const std::string& key);
-    /// Forgets every device; for tests that begin afresh.
-    static void forgetDeviceInfo();
 
     // ---- life cycle -----------------------------------------------------------------------------------------------
 
@@ -233,6 +231,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     // Set once, before another queue knows the object.
     std::shared_ptr<SerialQueue> _printerCommandQueue;
     std::weak_ptr<InterestTable> _interests; // the program may end first
+    const std::shared_ptr<DeviceObjects> _deviceObjects;
     ServiceToken _creationToken = 0;
 
     // Of the command queue.

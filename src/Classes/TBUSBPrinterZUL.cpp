@@ -44,7 +44,7 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
     logText("initing device for key %s", keyUSBdevice());
 
     // An empty dictionary is one that was just made: this device was never seen before, and is not probed here.
-    const DeviceInfoPtr saved = deviceInfoForKey(keyUSBdevice());
+    const DeviceInfoPtr saved = _environment.deviceInfo.infoForKey(keyUSBdevice());
     if (saved->count() == 0) return;
     logText("infoDict here is %s", saved->description());
     _deviceInfoDict->addEntries(*saved);

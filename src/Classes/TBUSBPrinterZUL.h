@@ -122,9 +122,6 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::string usbISerialString() const;
     void setEnabledUSBSerial(bool enabled);
     void deleteExistingPrinterQueues();
-    /// Replaces the shell that runs the queue clean-up; for tests.
-    using Shell = std::function<int(const std::string& commandLine)>;
-    static void setShell(Shell shell);
 
     // ---- firmware archive -----------------------------------------------------------------------------------------
 

@@ -23,16 +23,7 @@ int runShellQuietly(const std::string& commandLine) {
     return std::system(("{ " + commandLine + "; } >/dev/null 2>&1").c_str());
 }
 
-TBUSBPrinterZUL::Shell& shell() {
-    static auto* const current = new TBUSBPrinterZUL::Shell(runShellQuietly);
-    return *current;
-}
-
 } // namespace
-
-void TBUSBPrinterZUL::setShell(Shell replacement) {
-    shell() = replacement ? std::move(replacement) : Shell(runShellQuietly);
-}
 
 bool TBUSBPrinterZUL::hasISerialSupport() const {
     switch (productNumber()) {
@@ -107,7 +98,8 @@ void TBUSBPrinterZUL::setEnabledUSBSerial(bool enabled) {
 }
 
 void TBUSBPrinterZUL::deleteExistingPrinterQueues() {
-    static_cast<void>(shell()(kDeleteQueuesCommand));
+    static_cast<void>(_environment.shell ? _environment.shell(kDeleteQueuesCommand)
+                                         : runShellQuietly(kDeleteQueuesCommand));
 }
 
 } // namespace zul

@@ -1,6 +1,5 @@
 // The halves of an update and the restarts between them. Actions and answers arrive on the main queue; everything that
 // talks to the printer runs on its command queue.
-#include "Classes/DeviceObjects.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
@@ -64,13 +63,13 @@ void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
 
 // A device with two printer interfaces has two objects, and its update is that of one of them.
 bool TBUSBPrinterZUL::isUpdatedElsewhere() const {
-    const bool isUpdated = DeviceObjects::isUpdatedElsewhere(keyUSBdevice(), creationToken());
+    const bool isUpdated = _deviceObjects->isUpdatedElsewhere(keyUSBdevice(), creationToken());
     if (isUpdated) logText(kUpdatedElsewhere, descriptionUTF8());
     return isUpdated;
 }
 
 bool TBUSBPrinterZUL::beginUpdate() {
-    const bool isBegun = DeviceObjects::beginUpdate(keyUSBdevice(), creationToken());
+    const bool isBegun = _deviceObjects->beginUpdate(keyUSBdevice(), creationToken());
     if (!isBegun) logText(kUpdatedElsewhere, descriptionUTF8());
     return isBegun;
 }
@@ -280,7 +279,7 @@ void TBUSBPrinterZUL::setFirmwareUpdateStatus(int progress) {
         const std::string key = self->keyUSBdevice();
         self->_deviceInfoDict->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{progress});
         logText("writing key:%s for dict:%s", key, self->_deviceInfoDict->description());
-        setDeviceInfo(self->_deviceInfoDict, key);
+        self->_environment.deviceInfo.setInfo(self->_deviceInfoDict, key);
     });
 }
 

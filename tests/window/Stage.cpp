@@ -91,7 +91,6 @@ void useColors(bool isDark) {
 Stage::Stage(const StageOptions& options, Started) {
     useLanguage(options.language);
     useColors(options.isDark);
-    TBUSBPrinter::forgetDeviceInfo();
     qputenv("XDG_CONFIG_HOME", (_folder / "config").c_str());
     qputenv("XDG_STATE_HOME", (_folder / "state").c_str()); // no stage knows of another one's updates
     SessionOptions session;

@@ -1,7 +1,6 @@
 // Answers that are missing or cannot be the ones to their questions: what is asked once more, what is not, and what is
 // taken in the end.
 #include "Bench.h"
-#include "Classes/DeviceObjects.h"
 #include "RecordedEvents.h"
 
 using namespace zul;
@@ -161,12 +160,12 @@ TEST_CASE("a printer that is updated through its other interface is not asked tw
     Asked bench;
     constexpr ServiceToken kOther = 8;
     const std::string key = bench.printer->keyUSBdevice();
-    DeviceObjects::add(key, kOther);
-    REQUIRE(DeviceObjects::beginUpdate(key, kOther));
+    bench.environment.deviceObjects->add(key, kOther);
+    REQUIRE(bench.environment.deviceObjects->beginUpdate(key, kOther));
     CHECK(bench.version() == std::nullopt);
     CHECK(bench.commands().size() == 1);
     CHECK(bench.resynchronizations() == 0);
-    DeviceObjects::remove(key, kOther);
+    bench.environment.deviceObjects->remove(key, kOther);
 }
 
 TEST_CASE("a pipe that does not become quiet ends the question without an answer") {
