@@ -105,24 +105,15 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 }
 
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
-    showCustomAlertWithTitle(
-        {.kind = AlertKind::loaderFound,
-         .messageText = localized("Attention:"),
-         .informativeText = localized(
-             "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? "),
-         .buttons = {localized("Ignore"), localized("Update Firmware")},
-         .style = AlertStyle::critical,
-         .completion = [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
-             if (answer == kAlertSecondButton) {
-                 logText("device is in firmware update mode ... uploading firmware");
-                 self->uploadFirmware();
-                 return;
-             }
-             self->emit(events::Declined{.question = AlertKind::loaderFound});
-             self->showAlert(AlertKind::loaderLeft, self->localized("Please power-cycle this printer"),
-                             self->localized("Contact customer support if power-cycling does not resolve the issue."),
-                             {self->localized("OK")});
-         }});
+    showCustomAlertWithTitle(_alertFactory.loaderFound([self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
+        if (answer == kAlertSecondButton) {
+            logText("device is in firmware update mode ... uploading firmware");
+            self->uploadFirmware();
+            return;
+        }
+        self->emit(events::Declined{.question = AlertKind::loaderFound});
+        self->showCustomAlertWithTitle(self->_alertFactory.loaderLeft());
+    }));
 }
 
 void TBUSBPrinterZUL::probeUpdatedPrinter(std::int64_t progress) {

@@ -6,6 +6,7 @@
 // the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
 #pragma once
 
+#include "Classes/AlertFactory.h"
 #include "Classes/DeviceInfoKeys.h"
 #include "Classes/Outlets.h"
 #include "Classes/QueryExchange.h"
@@ -231,10 +232,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     bool isUpdatedElsewhere() const;
     [[nodiscard]] bool beginUpdate();
     void checkReadiness(IOReturn openResult);
-    void showAlert(AlertKind kind, const std::string& title, const std::string& message,
-                   std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});
-    void showRetryAlert(AlertKind kind, const std::string& title, const std::string& message);
     void showPrinterError();
+    std::function<void(int answer)> proceedOrDecline(AlertKind question);
     void showDamagedFileAlert();
     bool isNewerThanOffered();
     void enterFirmwareUpdateMode() ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -248,11 +247,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     SharedData firmwareBlobOf(const std::shared_ptr<const FirmwareFile>& file) const;
     SharedData verifiedColorData(const std::string& name) const;
     std::string localized(const char* key) const;
-    AlertDescription completed(AlertDescription alert) const;
     void postAlert(AlertDescription alert);
-    void postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
-                        std::function<void(int answer)> completion);
 
+    const AlertFactory _alertFactory{*this};
     std::atomic<bool> _customerDidAgree{false}; // changed on main only
     std::atomic<int> _waitGeneration{0};
     QueryExchange _exchange ZUL_GUARDED_BY_ROLE(commandQueueRole){*this, _channel, _transferStatus};

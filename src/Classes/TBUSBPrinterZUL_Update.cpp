@@ -5,9 +5,7 @@
 #include "protocol/StatusTexts.h"
 
 #include "platform/dispatch/Queue.h"
-#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
-#include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/UserDefaults.h"
 
 namespace zul {
@@ -15,10 +13,7 @@ namespace zul {
 namespace {
 
 constexpr auto kStatusPollPause = std::chrono::milliseconds(500);
-constexpr const char* kCorruptionTitle =
-    operatorText("-- File corruption --\n\nThere is a problem with the firmware files.");
 constexpr const char* kUpdatedElsewhere = "%s is being updated through its other interface";
-constexpr const char* kContactSupport = operatorText("Contact customer support.");
 
 } // namespace
 
@@ -34,8 +29,8 @@ void TBUSBPrinterZUL::updateFirmware() {
         ShowRZ7Warning();
         return;
     }
-    showAlert(AlertKind::corruption, localized(kCorruptionTitle), localized(kContactSupport), {localized("Quit")},
-              [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) { self->_environment.application.terminate(); });
+    showCustomAlertWithTitle(_alertFactory.corruptionWithQuit(
+        [self = sharedSelf<TBUSBPrinterZUL>()](int /*answer*/) { self->_environment.application.terminate(); }));
     emit(events::ArchiveRefused{});
 }
 
@@ -52,10 +47,7 @@ void TBUSBPrinterZUL::proceedWithUpdateWhenReady() {
         return;
     }
     if (isNewerThanOffered() && !_environment.userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
-        showAlert(AlertKind::notNeeded, localized("Firmware update not needed"),
-                  localizedFormat(_environment.mainBundle, "This printer has firmware version %.2f installed.",
-                                  installedFirmwareVersion()),
-                  {localized("OK")});
+        showCustomAlertWithTitle(_alertFactory.notNeeded(installedFirmwareVersion()));
         return;
     }
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) { self->checkReadiness(code); });
@@ -81,9 +73,7 @@ bool TBUSBPrinterZUL::isNewerThanOffered() {
 
 void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
     if (openResult == kIOReturnExclusiveAccess) {
-        showRetryAlert(
-            AlertKind::busy, localized("Printer Busy"),
-            localized("Another application is using the printer. Please proceed when the printer becomes available."));
+        showCustomAlertWithTitle(_alertFactory.busy(proceedOrDecline(AlertKind::busy)));
         return;
     }
     if (openResult != kIOReturnSuccess) {
@@ -97,54 +87,36 @@ void TBUSBPrinterZUL::checkReadiness(IOReturn openResult) {
             updateFirmwareReady();
             return;
         }
-        showRetryAlert(AlertKind::notReady, localized("Printer Not Ready"),
-                       localizedFormat(_environment.mainBundle, "Please correct the following issue: %@",
-                                       stringForVKStatusString(rawStatus)));
+        showCustomAlertWithTitle(
+            _alertFactory.notReady(stringForVKStatusString(rawStatus), proceedOrDecline(AlertKind::notReady)));
     });
     if (!isAnswered) emit(events::CheckFailed{});
 }
 
 void TBUSBPrinterZUL::showPrinterError() {
-    showRetryAlert(AlertKind::printerError, localized("Printer Error"),
-                   localized("The printer is not responding properly. Please power-cycle the printer and try again."));
+    showCustomAlertWithTitle(_alertFactory.printerError(proceedOrDecline(AlertKind::printerError)));
 }
 
-void TBUSBPrinterZUL::showRetryAlert(AlertKind kind, const std::string& title, const std::string& message) {
-    constexpr std::size_t kCancel = 1;
-    showCustomAlertWithTitle({.kind = kind,
-                              .messageText = title,
-                              .informativeText = message,
-                              .buttons = {localized("Proceed"), localized("Cancel")},
-                              .harmlessButton = kCancel,
-                              .escapeButton = kCancel,
-                              .completion = [self = sharedSelf<TBUSBPrinterZUL>(), kind](int answer) {
-                                  if (answer == kAlertFirstButton) {
-                                      self->proceedWithUpdateWhenReady();
-                                  } else {
-                                      self->emit(events::Declined{.question = kind});
-                                  }
-                              }});
+// The answer to an alert that offers to try again.
+std::function<void(int answer)> TBUSBPrinterZUL::proceedOrDecline(AlertKind question) {
+    return [self = sharedSelf<TBUSBPrinterZUL>(), question](int answer) {
+        if (answer == kAlertFirstButton) {
+            self->proceedWithUpdateWhenReady();
+        } else {
+            self->emit(events::Declined{.question = question});
+        }
+    };
 }
 
 void TBUSBPrinterZUL::updateFirmwareReady() {
-    const std::string update =
-        localizedFormat(_environment.mainBundle, "Update Firmware to %@", textOrNull(newFirmwareVersion()));
-    constexpr std::size_t kCancel = 0; // first: Return must not start what cannot be undone
     showCustomAlertWithTitle(
-        {.kind = AlertKind::confirmation,
-         .messageText = localized("-- Warning --\n\nAre you certain you want to update the firmware?"),
-         .informativeText = localized(
-             "The printer may be permanently damaged if it is unplugged or loses power during the update process."),
-         .buttons = {localized("Cancel"), update},
-         .harmlessButton = kCancel,
-         .escapeButton = kCancel,
-         .completion = [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
-             if (answer == kAlertSecondButton) {
-                 self->updateFirmwareAndColorTables();
-             } else {
-                 self->emit(events::Declined{.question = AlertKind::confirmation});
-             }
-         }});
+        _alertFactory.confirmation(newFirmwareVersion(), [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
+            if (answer == kAlertSecondButton) {
+                self->updateFirmwareAndColorTables();
+            } else {
+                self->emit(events::Declined{.question = AlertKind::confirmation});
+            }
+        }));
 }
 
 // ---- first half -----------------------------------------------------------------------------------------------------
@@ -161,7 +133,7 @@ void TBUSBPrinterZUL::updateFirmwareAndColorTables() {
         return;
     }
     if (!verifyFirmwareArchive() || !firmwareBlob()) {
-        showAlert(AlertKind::corruption, localized(kCorruptionTitle), localized(kContactSupport), {localized("OK")});
+        showCustomAlertWithTitle(_alertFactory.corruption());
         emit(events::ArchiveRefused{});
         return;
     }
@@ -187,8 +159,7 @@ void TBUSBPrinterZUL::enterFirmwareUpdateMode() {
 // ---- second half ----------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::showDamagedFileAlert() {
-    showAlert(AlertKind::damagedFile, localized("There was a problem with the firmware file!"),
-              localized("This application may be damaged. Please download a new copy."), {localized("OK")});
+    showCustomAlertWithTitle(_alertFactory.damagedFile());
     emit(events::ArchiveRefused{}); // after the alert: whoever follows may end the update at once
 }
 
@@ -231,18 +202,9 @@ void TBUSBPrinterZUL::finishFirmwareUpdate() {
 
 // The tables alone decide which report the operator gets; comparing versions is left to whoever watches the update.
 void TBUSBPrinterZUL::reportUpdate(bool anyTable) {
-    const std::string previous = textOrNull(fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
-    const std::string current = textOrNull(firmwareVersion());
-    if (anyTable) {
-        showAlert(AlertKind::success, localized("Firmware update was successful!"),
-                  localizedFormat(_environment.mainBundle, "Firmware version updated from %@ to %@", previous, current),
-                  {localized("Finish")});
-    } else {
-        showAlert(AlertKind::problem, localized("There was a problem with the firmware update!"),
-                  localizedFormat(_environment.mainBundle, "Previous firmware version: %@ current version: %@",
-                                  previous, current),
-                  {localized("OK")});
-    }
+    const Text previous = fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    showCustomAlertWithTitle(anyTable ? _alertFactory.success(previous, firmwareVersion())
+                                      : _alertFactory.problem(previous, firmwareVersion()));
     emit(events::UpdateReported{.anyTable = anyTable, .version = firmwareVersion()});
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(false); });
     updatePrinterStatus();
