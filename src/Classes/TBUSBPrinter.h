@@ -125,6 +125,11 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     std::optional<std::string> firmwareVersion() const;
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
+    /// Stores a text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on the
+    /// calling thread; nullopt removes the key.
+    void storeFact(const std::string& key, const Text& value);
+    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
+
     bool inFirmwareUpdate() const { return _isBusy; }
     /// Main queue.
     void setInFirmwareUpdate(bool inUpdate);
@@ -211,9 +216,6 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     bool isSecondOfDevice() const { return _isSecondOfDevice; }
 
   protected:
-    /// Stores a fact with change notices around it, on the calling thread; nothing removes the key.
-    void storeFact(const std::string& key, const Text& value);
-    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
     /// Runs block on the command queue after what is queued there; on the main queue while there is none. Any thread.
     void postToCommandQueue(Block block);
     /// An open was refused and one has succeeded since: does what could not be done at the arrival. Command queue.

@@ -1,7 +1,6 @@
-// Showing alerts, and the agreement before every update. An alert is made on any thread; it is shown on the main queue,
-// and no thread waits for the answer. Called by the operator's actions and by the update.
+// Showing alerts. An alert is made on any thread; it is shown on the main queue, and no thread waits for the answer.
+// Called by the printer, by its update and by the programs.
 #include "Classes/TBUSBPrinterZUL.h"
-#include "archive/ProductTable.h"
 
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
@@ -14,7 +13,6 @@ namespace {
 
 constexpr const char* kShowCustomAlert = "-[TBUSBPrinterZUL showCustomAlertWithTitle:message:buttonTitles:"
                                          "accessoryView:alertStyle:customLayout:completion:]";
-constexpr const char* kAgreedKey = "customerDidAgree";
 constexpr double kFirstRZ7VersionForAnyMedia = 2.04;
 
 } // namespace
@@ -56,36 +54,8 @@ void TBUSBPrinterZUL::postAlert(AlertDescription alert) {
 
 // ---- agreement ------------------------------------------------------------------------------------------------------
 
-void TBUSBPrinterZUL::ShowRZ7Warning() {
-    const auto self = sharedSelf<TBUSBPrinterZUL>();
-    _customerDidAgree = false;
-    AlertDescription alert =
-        _alertFactory.agreement(productNumber() == kProductVKRZ7 ? RZ7UpdateWarningText() : genericUpdateWarningText(),
-                                [self](CheckBox& sender) { self->setToggleAgreed(&sender); });
-    alert.layout = [self](AlertLayout& layout) {
-        self->setCustomerDidAgree(false); // it may have waited while an earlier one was ticked
-        if (layout.buttonCount() <= AlertFactory::kContinueButton) return;
-        layout.bindButtonEnabled(AlertFactory::kContinueButton, self, kAgreedKey,
-                                 [self] { return self->customerDidAgree(); });
-    };
-    alert.completion = [self, agree = alert.accessory](int answer) {
-        if (answer == kAlertSecondButton && agree->state == 1) {
-            self->proceedWithUpdateWhenReady();
-            return;
-        }
-        self->emit(events::Declined{.question = AlertKind::agreement});
-        if (answer == kAlertFirstButton) self->_environment.application.terminate();
-    };
-    showCustomAlertWithTitle(std::move(alert));
-}
-
 void TBUSBPrinterZUL::setToggleAgreed(const CheckBox* sender) {
-    if (sender != nullptr) setCustomerDidAgree(sender->state == 1);
-}
-
-void TBUSBPrinterZUL::setCustomerDidAgree(bool agreed) {
-    const KeyChange change(*this, kAgreedKey);
-    _customerDidAgree = agreed;
+    if (sender != nullptr) _update.setAgreed(sender->state == 1);
 }
 
 std::string TBUSBPrinterZUL::RZ7UpdateWarningText() const {
