@@ -1,4 +1,5 @@
-// The texts and buttons of every alert that the engine shows. Any thread; called by the printer and its update.
+// The texts and buttons of every alert that the engine shows. No alert is shown here. Any thread; called by the printer
+// and its update where the need for an alert arises.
 #include "Classes/AlertFactory.h"
 
 #include "Classes/TBUSBPrinterZUL.h"

@@ -1,4 +1,5 @@
-// Keeps the dictionaries of the devices. Main queue; the printers call this when they are made and when they leave.
+// Keeps the dictionaries of the devices of a run. Main queue; the printers call this when they are made and when they
+// leave, the static operations of TBUSBPrinter for everybody else.
 #include "Classes/DeviceInfoStore.h"
 
 #include "Classes/TBUSBPrinter.h"

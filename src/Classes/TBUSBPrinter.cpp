@@ -1,5 +1,6 @@
-// The printer object's life and its queues: creation, what runs where, release. The members that touch the device live
-// in the files beside this one.
+// The printer object's life and its queues: creation, which block runs where, release. Called by the controller on main
+// and by everything that hands the printer work, on any thread. What touches the device is in the files beside this
+// one.
 #include "Classes/TBUSBPrinter.h"
 
 #include "platform/foundation/Format.h"

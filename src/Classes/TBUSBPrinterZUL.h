@@ -1,9 +1,8 @@
-// One attached ZUL printer: the vendor's commands, the facts it can be asked for, and the update of its firmware and
-// colour tables. The update runs in halves separated by restarts of the printer; each restart gives a new object, and
-// the progress value in the device-info dictionary is how the new one knows what is left to do.
+// One attached ZUL printer: the vendor's commands, what it can be asked for, and the given operations of an update,
+// which forward to FirmwareUpdate (the update), ModelFiles (the firmware files) and AlertFactory (the alerts).
 //
 // Unless a comment says otherwise the operations may be called from any thread, return at once, and do their work on
-// the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
+// the printer's command queue. Failures are not thrown: they show as missing values, log lines and alerts.
 #pragma once
 
 #include "Classes/AlertFactory.h"
@@ -33,6 +32,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     // ---- creation and probe ---------------------------------------------------------------------------------------
 
+    /// The USB vendor IDs of the product table.
     static std::set<std::uint16_t> supportedVendorIDs();
     /// What this build accepts; a run may admit more (Environment::admittedProductIDs).
     static std::set<std::uint16_t> supportedProductIDs();
@@ -62,37 +62,46 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Reports an internal error to that sink by its number. Command queue.
     void reportInternalError(int number);
 
-    // ---- status and facts -----------------------------------------------------------------------------------------
+    // ---- status and device info ------------------------------------------------------------------------------------
 
+    /// The operator's text of a raw status, in English.
     static std::string stringForVKStatusString(const Text& rawStatus);
     /// Asks for the status; completion gets the raw text on the command queue, and is not called when the interface
     /// cannot be opened or no reply came, not even to the question once more.
     void getPrinterStatus(StatusCompletion completion);
+    /// getPrinterStatus without a completion.
     void updatePrinterStatus();
     /// getPrinterStatus with a choice of what a missing answer leads to.
     void askForStatus(IfMissing ifMissing, StatusCompletion completion);
 
+    /// Asks for the version and stores it; an answer that is not valid text leaves the earlier one.
     void getPrinterFirmwareVersion();
     /// Command queue with the interface open: the version at once, nullopt if the printer does not answer.
     Text inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The same with a choice of what a missing answer leads to. Command queue with the interface open.
     VersionAnswer askVersionInline(IfMissing ifMissing) ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// Asks for the serial number and stores it; "NULL" where the printer does not answer.
     void updatePrinterSerialNumber();
-    /// The completion (may be empty) gets all values of the model's tables, in the order asked.
+    /// Both ask for all tables of the model and store the answers. The completion (may be empty) gets all values on the
+    /// command queue, in the order asked. The interface must be open.
     void getPrinterColorTableVersion(TableCompletion completion);
     void getPrinterColorTableChecksum(TableCompletion completion);
     /// Asks for both while tables are being written. Command queue with the interface open.
     void refreshTables();
+    /// Asks for the number of prints and stores it as text.
     void getPrinterLifetimeCounter();
-    /// 'A', 'B' or 'M'; any other letter sends nothing.
+    /// Clears one counter: 'A', 'B' or 'M'; any other letter sends nothing.
     void resetCounter(char letter);
     void resetCounterA() { resetCounter('A'); }
     void resetCounterB() { resetCounter('B'); }
     void resetCounterM() { resetCounter('M'); }
+    /// The payloads of four bytes that name the media in questions for a table.
     static Data commandPayloadForMediaSD();
     static Data commandPayloadForMediaPP();
+    /// Asks for everything; the interface is closed at the end. Reports events::QuestionsEnded. Command queue.
     void getDeviceCustomInfo() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
+    /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
     Text fact(const char* key) const { return _deviceInfoDict->string(key); }
     Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
     Text colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
@@ -114,15 +123,22 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     // ---- USB serial-number setting --------------------------------------------------------------------------------
 
+    /// Whether the model and its firmware have the setting; the others are sent nothing about it.
     bool hasISerialSupport() const;
+    /// Asks the printer for the setting and stores the answer, with change notices of "usbISerialString".
     void getUSB_ISerial();
+    /// Writes the setting to the printer, without a comparison, and asks for it again. Raises no alert.
     void setUSB_ISerial(bool enabled);
-    /// Asks for the setting to be applied when it differs from the stored one.
+    /// Compares with the stored setting: setEnabledUSBSerial if it differs, no effect if not. What the menus call.
     void setUsbISerial(bool enabled);
+    /// The stored setting; false while it is not known.
     bool usbISerial() const;
     /// "Unavailable", "Enabled" or "Disabled".
     std::string usbISerialString() const;
+    /// Writes the setting to the printer, without a comparison, then raises the power-cycle alert and deletes the
+    /// model's print queues. If the interface cannot be opened it raises the busy alert instead.
     void setEnabledUSBSerial(bool enabled);
+    /// Runs the shell command that deletes the model's print queues, and waits for it.
     void deleteExistingPrinterQueues();
 
     // ---- firmware archive -----------------------------------------------------------------------------------------
@@ -134,12 +150,14 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     Text verifyBlob(const Data& data) const;
     /// The same with the product's own name as key, for programs that make digest files.
     static Text digestOfBlob(const Data& data);
+    /// Two lower-case hexadecimal digits per byte.
     static std::string asciiHexForData(const Data& data);
     /// Stores the list; at once when on the main queue, else at once as well and once more with notices from there.
     void setFilenames(const std::vector<std::string>& filenames) { _files.setNames(filenames); }
     /// The firmware file, padded: the bytes that were verified last, or the file as it is now where no check of this
     /// run has matched. Null when it cannot be read. Any thread.
     SharedData firmwareBlob() { return _files.image(); }
+    /// A text of deviceInfoDict as padded bytes; nullopt if there is none.
     std::optional<Data> firmwareBlobForKey(const std::string& key);
     /// The version in the archive ("VK18DUP 1.40PRN"); nullopt for an unknown product.
     Text newFirmwareVersion() { return _files.offeredVersion(); }
@@ -190,7 +208,8 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     // ---- alerts ---------------------------------------------------------------------------------------------------
 
-    /// showAlertWithTitle:message:buttonTitles:completion:
+    /// showAlertWithTitle:message:buttonTitles:completion:  An alert of no kind that this program knows; without a
+    /// title or buttons they are "Alert" and "OK". completion gets the answer on the main queue. Any thread.
     void showAlertWithTitle(const Text& title, const Text& message,
                             const std::optional<std::vector<std::string>>& buttonTitles,
                             std::function<void(int answer)> completion);
@@ -201,14 +220,18 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void old_showAlertWithTitle(const Text& title, const Text& message,
                                 const std::optional<std::vector<std::string>>& buttonTitles,
                                 std::function<void(int answer)> completion);
+    /// Shows the warning before every update, with its check box. Any thread.
     void ShowRZ7Warning() { _update.askForAgreement(); }
+    /// The texts of that warning: for the model VK-RZ7, and for all others.
     std::string RZ7UpdateWarningText() const;
     std::string genericUpdateWarningText();
     /// Only a check box counts as sender.
     void setToggleAgreed(const CheckBox* sender);
     /// The state of the check box "I Agree", with change notices. Any thread.
     bool customerDidAgree() const { return _update.isAgreed(); }
+    /// Asks for a power cycle, unless the device already shows what was set. Application-modal.
     void showPowerCycleAlert();
+    /// Reports that the USB serial-number setting could not be changed. Application-modal.
     void showPrinterBusyAlert();
 
   protected:

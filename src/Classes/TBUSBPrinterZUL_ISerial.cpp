@@ -1,4 +1,5 @@
-// Whether the printer reports a USB serial number: reading and writing that setting, and what follows a change.
+// Whether the printer reports a USB serial number: reading and writing that setting, and what follows a change. Called
+// from the menus and by the probe; what talks to the printer runs on its command queue.
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
 #include "protocol/CommandFrame.h"

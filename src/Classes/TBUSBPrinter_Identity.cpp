@@ -41,23 +41,6 @@ void TBUSBPrinter::decodeDeviceID(const std::string& deviceID, const DecodedBloc
             values.description);
 }
 
-TBUSBPrinter::Text TBUSBPrinter::normalizedVendorString(const Text& vendor) {
-    return normalizedVendor(vendor);
-}
-
-std::optional<std::string> TBUSBPrinter::substringFromString(const std::string& text, const Text& prefix,
-                                                             const Text& terminator, CompareOptions options,
-                                                             Marks marks) {
-    if (text.empty()) return std::nullopt;
-    return TBCFStringCreateSubstringFromPrefixToTerminatorWithOptions(text, prefix, terminator, options, marks);
-}
-
-std::optional<std::string> TBUSBPrinter::noninclusiveCaseInsensitiveSubstringFromString(const std::string& text,
-                                                                                        const Text& prefix,
-                                                                                        const Text& terminator) {
-    return substringFromString(text, prefix, terminator, CompareOptions::caseInsensitive, Marks::excluded);
-}
-
 // ---- USB strings ----------------------------------------------------------------------------------------------------
 
 // At an arrival all this runs on the main queue. A device that does not answer costs it one time-out, not one for each
@@ -142,13 +125,6 @@ DeviceInfoPtr TBUSBPrinter::deviceInfoForKey(const std::string& key) {
 
 void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
     Environment::current().deviceInfo.setInfo(std::move(info), key);
-}
-
-std::set<std::uint16_t> TBUSBPrinter::supportedVendorIDsOfClass() const {
-    return {};
-}
-std::set<std::uint16_t> TBUSBPrinter::supportedProductIDsOfClass() const {
-    return {};
 }
 
 } // namespace zul

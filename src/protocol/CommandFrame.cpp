@@ -1,4 +1,5 @@
-// The table of commands and the layout of a frame.
+// The table of commands and the layout of a frame. Pure functions, any thread; called by the printer's channel for each
+// command that it sends, and by the virtual printer for each that it receives.
 #include "protocol/CommandFrame.h"
 
 #include <algorithm>
