@@ -49,8 +49,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// object. Main queue; blocks it for at most a few control requests. Never fails: a printer that does not report
     /// its ID has no queue. deviceObject is the token of the interface's service.
     virtual void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject);
-    /// initWithDeviceObject:
-    /// The device object alone, without an identity or a queue. Main queue.
+    /// initWithDeviceObject:  Takes the device object alone, without an identity or a queue. Main queue.
     void initWithDeviceObject(ServiceToken deviceObject);
 
     // ---- queues ---------------------------------------------------------------------------------------------------
@@ -94,7 +93,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// close closes for all. Completion gets the close's code, 0 when nothing was open. A close that was asked for
     /// before another program took the interface does not end the wait for that program. Any thread.
     void closeInterface(CodeCompletion completion);
-    /// Finds the bulk pipes. Command queue.
+    /// Finds the bulk pipes, on the command queue. Any thread.
     void getPipes();
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
@@ -113,8 +112,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     IOReturn writeStatus() const { return _transferStatus.write; }
     /// Result of the last open of the interface; success before the first. Any thread.
     IOReturn openStatus() const { return _transferStatus.open; }
-    /// The steps of an open as state and interfaceStatus show them: open; under way; opened, but not reported yet. Any
-    /// thread.
+    /// The steps of an open as state and interfaceStatus show them: open; under way; opened, but not reported yet.
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;
@@ -182,6 +180,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// Takes the handle over, or releases the one that it has (null), and reads its numbers. Any thread; the change is
     /// made on the command queue.
     void setInterfaceInterface(InterfacePtr interfaceInterface);
+    /// Takes the handle of the device over; null releases it. Any thread; the change is made on the command queue.
     void setDeviceInterface(DevicePtr device);
     /// The service that messages are taken from; 0: none. Any thread.
     ServiceToken deviceObject() const { return _deviceObject; }
@@ -192,14 +191,14 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// Obtained when first asked for; null when there is none. Command queue.
     DevicePtr deviceInterface() ZUL_REQUIRES_ROLE(commandQueueRole);
 
-    /// Handles one message about the service: departure, or another program's open or close. argument is only logged.
-    /// Main queue.
+    /// Handles a message about the service: departure, or another program's open or close. Main queue.
     static void usbInterfaceInterestCallback(const std::shared_ptr<TBUSBPrinter>& printer, ServiceToken service,
                                              IOMessage message, void* argument);
-    /// Asks the printer for its facts. Called on the main queue; the work is posted and not waited for.
+    /// Calls getDeviceCustomInfo on the command queue, without waiting for it. Called on the main queue.
     void probe();
     /// Asks for everything that only the vendor's commands show; no effect in this class. Command queue.
     virtual void getDeviceCustomInfo() ZUL_REQUIRES_ROLE(commandQueueRole) {}
+    /// The same as probe; reEnumerateUSBDevice. Both on the command queue. Any thread.
     void updateInfo();
     void hotPlug();
     /// Printer-class soft reset. Command queue.

@@ -98,7 +98,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// The payloads of four bytes that name the media in questions for a table.
     static Data commandPayloadForMediaSD();
     static Data commandPayloadForMediaPP();
-    /// Asks for everything; the interface is closed at the end. Reports events::QuestionsEnded. Command queue.
+    /// Asks for everything that the model can be asked for. Reports events::QuestionsEnded. Command queue.
     void getDeviceCustomInfo() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
     /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
@@ -216,7 +216,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Shows an alert of alertFactory(), unless it has neither title nor message. Any thread.
     void showCustomAlertWithTitle(AlertDescription alert);
     const AlertFactory& alertFactory() const { return _alertFactory; }
-    /// An earlier form of showAlertWithTitle that nothing calls: builds the alert on the main queue.
+    /// An earlier form of showAlertWithTitle that nothing calls: completes the alert on the main queue.
     void old_showAlertWithTitle(const Text& title, const Text& message,
                                 const std::optional<std::vector<std::string>>& buttonTitles,
                                 std::function<void(int answer)> completion);

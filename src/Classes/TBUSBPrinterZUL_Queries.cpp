@@ -122,7 +122,7 @@ void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const 
     if (completion) completion(rawStatus);
 }
 
-// ---- single facts ---------------------------------------------------------------------------------------------------
+// ---- single values --------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
     queryAtOpenInterface({.command = kCommandFirmwareVersion},

@@ -149,8 +149,8 @@ void TBUSBPrinter::otherHolderClosed() {
     openInterface([self = shared_from_this()](IOReturn code) {
         self->assertOnCommandQueue();
         if (code != kIOReturnSuccess) return;
-        // First the update that waited for the printer, then the facts: the printer could not be asked while the other
-        // program held it, so its row is still empty.
+        // First the update that waited for the printer, then the questions: the printer could not be asked while the
+        // other program held it, so its row is still empty.
         self->continueProbe();
         self->updateInfo();
         self->closeInterface(nullptr);

@@ -1,5 +1,5 @@
-// The table of commands and the layout of a frame. Pure functions, any thread; called by the printer's channel for each
-// command that it sends, and by the virtual printer for each that it receives.
+// The table of commands and the layout of a frame. Pure functions, any thread; called by the printer and its channel
+// for each command that they send.
 #include "protocol/CommandFrame.h"
 
 #include <algorithm>
