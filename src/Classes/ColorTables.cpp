@@ -1,4 +1,5 @@
-// The table of colour tables. Read by the printer's questions, the verdicts and the windows.
+// The table of colour tables, and the look-ups in it. Constants, any thread; read by the printer's questions, the
+// verdicts and the windows.
 #include "Classes/ColorTables.h"
 
 #include "Classes/DeviceInfoKeys.h"

@@ -1,4 +1,5 @@
-// Bulk transfers, frames and replies of one printer. Called by the printer and its query exchange on the command queue.
+// Bulk transfers, frames and replies of one printer, and the events that report them. Called by the printer and its
+// query exchange on the command queue.
 #include "Classes/CommandChannel.h"
 
 #include "Classes/PrinterReporter.h"

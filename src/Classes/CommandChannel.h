@@ -41,6 +41,7 @@ class CommandChannel {
 
     /// Null: there is no interface (any more), and every transfer ends with kIOReturnNoDevice.
     void setInterface(InterfacePtr interface) { _interface = std::move(interface); }
+    /// Null after the release.
     const InterfacePtr& interface() const { return _interface; }
     /// Finds the bulk pipes; a pipe that is not found keeps its number.
     void findPipes();

@@ -1,5 +1,5 @@
-// Reading the device ID and taking it apart. Called by the printer while its object is made, and when the ID is read
-// again.
+// Reading and decoding the IEEE 1284 device ID. The printer reads it on its command queue, or on main while it has
+// none; decoding needs no printer and runs on any thread.
 #include "Classes/DeviceID1284.h"
 
 #include "Classes/StatusCodeNames.h"

@@ -19,9 +19,10 @@ struct DecodedDeviceID {
     std::optional<std::string> serialNumber;
     std::optional<std::string> description;
 };
+/// Takes a device ID apart. Any thread.
 DecodedDeviceID decodedDeviceID(const std::string& deviceID);
 
-/// Shorter names of known vendors; others unchanged.
+/// Shorter names of known vendors; others unchanged. Any thread.
 std::optional<std::string> normalizedVendor(const std::optional<std::string>& vendor);
 
 } // namespace zul

@@ -1,4 +1,5 @@
-// The values that identify a printer. The printer sets them on main and reads them on every queue.
+// The values that identify a printer, behind one lock that is held for each access only. The printer sets them on main;
+// every queue reads them.
 #include "Classes/DeviceIdentity.h"
 
 #include "platform/foundation/Format.h"

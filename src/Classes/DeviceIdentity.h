@@ -31,7 +31,9 @@ class DeviceIdentity {
     /// The key path under which observers are notified of a change of this text.
     static const char* keyPathOf(IdentityText which);
 
+    /// nullopt while the text is not known.
     std::optional<std::string> text(IdentityText which) const;
+    /// Stores a text without notices; nullopt: not known.
     void setText(IdentityText which, const std::optional<std::string>& value);
 
     /// Numbers of the USB device. Set once, before any other queue knows the printer.

@@ -23,6 +23,7 @@ class DeviceInfo {
     explicit DeviceInfo(Entries entries = {}, Mutability mutability = Mutability::isMutable)
         : _entries(std::move(entries)), _mutability(mutability) {}
 
+    /// Whether it takes changes. Fixed when it is made.
     bool isMutable() const { return _mutability == Mutability::isMutable; }
     std::size_t count() const;                   // of all keys
     bool contains(const std::string& key) const; // whatever the kind of its value
@@ -36,6 +37,7 @@ class DeviceInfo {
     void set(const std::string& key, Value value);
     /// nullopt removes the key.
     void setString(const std::string& key, const std::optional<std::string>& value);
+    /// No effect for a key that is absent.
     void remove(const std::string& key);
     /// Takes over all entries of the other one; existing keys are overwritten.
     void addEntries(const DeviceInfo& other);

@@ -1,9 +1,13 @@
-// The printer objects of each device. A device with several printer interfaces has one object for each of them, all
-// with one key; only one of them may carry an update. Printers call this, on whatever queue they are. Any thread.
+// The printer objects of each device of a run. A device with several printer interfaces has one object for each of
+// them, all with one key; only one of them may carry an update. Printers call this, on whatever queue they are: one
+// lock, any thread.
 #pragma once
 
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <map>
+#include <mutex>
+#include <set>
 #include <string>
 
 namespace zul {
@@ -12,19 +16,32 @@ class DeviceObjects {
   public:
     /// An object was made for a service (token) of the device with this key. True if no other object of the device is
     /// attached: then it is the leader, which continues the device's update and whose dictionary is kept for it.
-    static bool add(const std::string& key, ServiceToken token);
+    bool add(const std::string& key, ServiceToken token);
     /// The object's service has left. It remains the leader until another object is.
-    static void remove(const std::string& key, ServiceToken token);
+    void remove(const std::string& key, ServiceToken token);
     /// True for the leader, and for an object that was never added.
-    static bool isLeader(const std::string& key, ServiceToken token);
+    bool isLeader(const std::string& key, ServiceToken token) const;
     /// Whether another attached object of the device carries an update.
-    static bool isUpdatedElsewhere(const std::string& key, ServiceToken token);
+    bool isUpdatedElsewhere(const std::string& key, ServiceToken token) const;
     /// The object begins to carry the device's update and becomes the leader. False, and without effect, while another
     /// attached object carries one.
-    [[nodiscard]] static bool beginUpdate(const std::string& key, ServiceToken token);
-    static void endUpdate(const std::string& key, ServiceToken token);
-    /// Forgets every device; for tests that begin afresh.
-    static void forget();
+    [[nodiscard]] bool beginUpdate(const std::string& key, ServiceToken token);
+    /// The object no longer carries the device's update; no effect if it does not.
+    void endUpdate(const std::string& key, ServiceToken token);
+
+  private:
+    struct Device {
+        std::set<ServiceToken> attached;
+        ServiceToken leader = 0;
+        ServiceToken updating = 0; // 0: none
+
+        bool isUpdatedByOtherThan(ServiceToken token) const {
+            return updating != 0 && updating != token && attached.contains(updating);
+        }
+    };
+
+    mutable std::mutex _mutex;
+    std::map<std::string, Device> _devices; // by key
 };
 
 } // namespace zul

@@ -1,8 +1,15 @@
-// What the engine is given to live in. One per program (or per test); everything in it outlives the printers.
+// What the engine is given to live in, and what it keeps for the length of a run. One per program (or per test);
+// everything that it refers to outlives the printers. Made and destroyed on the main queue.
 #pragma once
 
+#include "Classes/DeviceInfoStore.h"
+#include "Classes/DeviceObjects.h"
+
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <set>
+#include <string>
 
 namespace zul {
 
@@ -12,11 +19,31 @@ class Bundle;
 class Clock;
 class FirmwareArchive;
 class MainQueue;
+class NotificationPort;
 class PrinterEventsOutlet;
 class ServiceRegistry;
 class UserDefaults;
+struct Environment;
+
+/// Makes an environment the current one for as long as it exists.
+class EnvironmentRegistration {
+  public:
+    explicit EnvironmentRegistration(Environment& environment);
+    ~EnvironmentRegistration();
+    EnvironmentRegistration(const EnvironmentRegistration&) = delete;
+    EnvironmentRegistration& operator=(const EnvironmentRegistration&) = delete;
+
+  private:
+    Environment& _environment;
+};
 
 struct Environment {
+    /// For operations of a class, which no object hands an environment: the one that was made last. Ends the program
+    /// if there is none. Main queue.
+    static Environment& current();
+    /// The port that service notifications come through, made on first use. Main queue.
+    std::shared_ptr<NotificationPort> sharedNotificationPort();
+
     MainQueue& mainQueue;
     Clock& clock;
     ServiceRegistry& registry;
@@ -28,6 +55,19 @@ struct Environment {
     PrinterEventsOutlet* events = nullptr;
     /// Admitted for this run beside the product ID that every run accepts.
     std::set<std::uint16_t> admittedProductIDs = {};
+    /// Runs a command line and returns its exit status; on printers' command queues. Empty: the system's shell, with
+    /// its output discarded.
+    std::function<int(const std::string& commandLine)> shell = {};
+
+    // ---- kept by the engine ---------------------------------------------------------------------------------------
+
+    DeviceInfoStore deviceInfo = {};
+    /// Shared with the printers: the last of them may end on its queue after the environment.
+    std::shared_ptr<DeviceObjects> deviceObjects = std::make_shared<DeviceObjects>();
+    /// Null before its first use and after the controller's end. Main queue.
+    std::shared_ptr<NotificationPort> notificationPort = {};
+
+    EnvironmentRegistration registration{*this};
 };
 
 } // namespace zul

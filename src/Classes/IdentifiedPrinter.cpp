@@ -1,6 +1,8 @@
-// The texts of a printer that others observe. Set on main by the printer itself, read everywhere.
+// The texts of a printer that others observe, and the numbers as text. The printer itself sets them on main; every
+// queue reads them.
 #include "Classes/IdentifiedPrinter.h"
 
+#include "Classes/DeviceID1284.h"
 #include "platform/foundation/Format.h"
 
 namespace zul {
@@ -20,6 +22,23 @@ std::string IdentifiedPrinter::idVendor() const {
 
 std::string IdentifiedPrinter::idProduct() const {
     return formatted("%d", _identity.product);
+}
+
+IdentifiedPrinter::Text IdentifiedPrinter::normalizedVendorString(const Text& vendor) {
+    return normalizedVendor(vendor);
+}
+
+std::optional<std::string> IdentifiedPrinter::substringFromString(const std::string& text, const Text& prefix,
+                                                                  const Text& terminator, CompareOptions options,
+                                                                  Marks marks) {
+    if (text.empty()) return std::nullopt;
+    return TBCFStringCreateSubstringFromPrefixToTerminatorWithOptions(text, prefix, terminator, options, marks);
+}
+
+std::optional<std::string> IdentifiedPrinter::noninclusiveCaseInsensitiveSubstringFromString(const std::string& text,
+                                                                                             const Text& prefix,
+                                                                                             const Text& terminator) {
+    return substringFromString(text, prefix, terminator, CompareOptions::caseInsensitive, Marks::excluded);
 }
 
 } // namespace zul

@@ -4,10 +4,12 @@
 
 #include "Classes/DeviceIdentity.h"
 #include "Classes/PrinterReporter.h"
+#include "Classes/USBInterfaceHelpers.h"
 #include "platform/foundation/KeyValueObserving.h"
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace zul {
@@ -15,6 +17,8 @@ namespace zul {
 class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
   public:
     using Text = std::optional<std::string>;
+
+    // Observed texts: nullopt while one is not known; each setter notifies the observers of the key of its name.
     Text statusString() const { return _identity.text(IdentityText::statusString); }
     void setStatusString(const Text& value) { setText(IdentityText::statusString, value); }
     Text raw1284DeviceID() const { return _identity.text(IdentityText::raw1284DeviceID); }
@@ -50,6 +54,21 @@ class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
     std::uint16_t productNumber() const { return _identity.product; }
     std::uint32_t locationNumber() const { return _identity.location; }
     std::string descriptionUTF8() const override { return _identity.description(); }
+
+    /// substringFromString:fromPrefix:toTerminator:options:inclusive:  nullopt for an empty text, a missing prefix or a
+    /// missing terminator.
+    static Text substringFromString(const std::string& text, const Text& prefix, const Text& terminator,
+                                    CompareOptions options, Marks inclusive);
+    /// The same, ignoring case, without the marks.
+    static Text noninclusiveCaseInsensitiveSubstringFromString(const std::string& text, const Text& prefix,
+                                                               const Text& terminator);
+    /// Shorter names of known vendors; others unchanged.
+    static Text normalizedVendorString(const Text& vendor);
+
+    /// The USB identifiers of the printers that the object's class is for; none in this class. (The subclass has class
+    /// operations of the plain names.)
+    virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const { return {}; }
+    virtual std::set<std::uint16_t> supportedProductIDsOfClass() const { return {}; }
 
   protected:
     /// Stores a text and notifies its observers, on the calling thread.

@@ -2,7 +2,6 @@
 // its command queue; a printer without a queue calls it on main.
 #include "Classes/QueryExchange.h"
 
-#include "Classes/DeviceObjects.h"
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Format.h"
@@ -28,7 +27,7 @@ constexpr auto kLongestRestart = std::chrono::minutes(5);
 // The number of the internal error that support staff know.
 constexpr int kReplyTooLong = 2112;
 
-std::optional<std::string> textOf(const std::optional<Data>& reply) {
+std::optional<std::string> replyText(const std::optional<Data>& reply) {
     return reply ? stringFromNulTerminatedUTF8(*reply) : std::nullopt;
 }
 
@@ -109,7 +108,7 @@ bool QueryExchange::setInRound(bool isInRound) {
 
 ReplyFault QueryExchange::faultOf(const Question& question, const std::optional<Data>& reply) const {
     if (_fault != ReplyFault::none) return _fault;
-    return fitsShape(textOf(reply), replyShapeFor(question.command)) ? ReplyFault::none : ReplyFault::wrongShape;
+    return fitsShape(replyText(reply), replyShapeFor(question.command)) ? ReplyFault::none : ReplyFault::wrongShape;
 }
 
 std::optional<Data> QueryExchange::accept(const Question& question, const std::optional<Data>& reply) {
@@ -144,7 +143,7 @@ std::optional<Data> QueryExchange::askAgain(const Question& question, ReplyFault
     } else {
         if (fault != ReplyFault::wrongShape) resynchronize(); // the rest of it is still to come
         // The pipe was empty: this is what the printer answers.
-        if (fault == firstFault && textOf(first) == textOf(second)) return second;
+        if (fault == firstFault && replyText(first) == replyText(second)) return second;
     }
     reportUnusable();
     return std::nullopt;
@@ -166,7 +165,7 @@ void QueryExchange::reportUnusable() const {
 // its other interface.
 bool QueryExchange::isLeaving() const {
     return isRestartExpected() || _status.read == kIOReturnNoDevice || _printer.isReleased() ||
-           DeviceObjects::isUpdatedElsewhere(_printer.keyUSBdevice(), _printer.creationToken());
+           _printer.environment().deviceObjects->isUpdatedElsewhere(_printer.keyUSBdevice(), _printer.creationToken());
 }
 
 bool QueryExchange::isRestartExpected() const {

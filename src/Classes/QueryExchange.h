@@ -54,6 +54,7 @@ class QueryExchange {
     /// The initialiser's probe and the controller's are one round, which ends with the block of the main queue in which
     /// both run.
     void beginArrivalOnMain();
+    /// Begins a round, unless it is part of one that is under way.
     void beginRound();
     /// Marks that the printer is being asked for everything, or probed. Returns the earlier value.
     bool setInRound(bool isInRound);

@@ -1,4 +1,5 @@
-// Names of status and event codes, for log lines. Every table is sorted by code and checked by the compiler.
+// Names of status and event codes. Every table is sorted by code, which the compiler checks. Any thread; called where a
+// code is logged or shown.
 #include "Classes/StatusCodeNames.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ template <class Table> constexpr bool isSortedAndUnique(const Table& table) {
            table.end();
 }
 
-template <class Table, class Code> const char* nameOf(const Table& table, Code code, const char* fallback) {
+template <class Table, class Code> const char* nameForCode(const Table& table, Code code, const char* fallback) {
     const auto found = std::ranges::lower_bound(table, code, {}, [](const auto& entry) { return entry.code; });
     return found != table.end() && found->code == code ? found->name : fallback;
 }
@@ -201,19 +202,19 @@ static_assert(kSignalNames.size() == 30 && isSortedAndUnique(kSignalNames));
 } // namespace
 
 const char* strForCFStreamStatus(int status) {
-    return nameOf(kStreamStatusNames, status, "kCFStreamStatusUnknown");
+    return nameForCode(kStreamStatusNames, status, "kCFStreamStatusUnknown");
 }
 
 const char* strForCFEventType(unsigned eventType) {
-    return nameOf(kStreamEventNames, eventType, "kCFStreamEventUnknown");
+    return nameForCode(kStreamEventNames, eventType, "kCFStreamEventUnknown");
 }
 
 const char* strForIOMessage(std::uint32_t message) {
-    return nameOf(kMessageNames, message, "kIOMessageUnknown");
+    return nameForCode(kMessageNames, message, "kIOMessageUnknown");
 }
 
 const char* strForIOReturn(IOReturn code) {
-    return nameOf(kReturnNames, code, "kIOReturnError");
+    return nameForCode(kReturnNames, code, "kIOReturnError");
 }
 
 const char* strForErrno(int number) {
@@ -222,7 +223,7 @@ const char* strForErrno(int number) {
 }
 
 const char* strForSignal(int signal) {
-    return nameOf(kSignalNames, signal, "unknown");
+    return nameForCode(kSignalNames, signal, "unknown");
 }
 
 } // namespace zul

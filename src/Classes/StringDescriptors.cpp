@@ -1,4 +1,5 @@
-// Reading string descriptors and choosing their language. Called by the printer that owns this object.
+// Reading string descriptors and choosing their language. Called by the printer that owns this object, on its command
+// queue; at an arrival on main.
 #include "Classes/StringDescriptors.h"
 
 #include "Classes/CommandChannel.h"

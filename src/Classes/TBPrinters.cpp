@@ -191,7 +191,7 @@ void TBPrinters::prepareForTermination() {
             });
         }
     }
-    if (sharedPort()) sharedPort().reset();
+    _environment.notificationPort.reset();
     _notifyPort.reset();
     _printerIterator.reset(); // the removal iterator stays: it goes with the port
 }

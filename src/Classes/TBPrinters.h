@@ -32,7 +32,9 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
 
     /// Marks the main queue. Once per main queue, before the first controller.
     static void initialize(MainQueue& mainQueue);
+    /// The marker by which the main queue is recognised: an address, never read. Any thread.
     static const void* mainQueueSpecificKey();
+    /// True on the main queue. Any thread.
     static bool isMainQueue();
 
     /// init: becomes the application's delegate and takes the shared port. Call init() on the new object.
@@ -40,7 +42,7 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     ~TBPrinters() override;
     void init();
 
-    /// The port of the process, made on first use.
+    /// The environment's port, made on first use.
     static std::shared_ptr<NotificationPort> sharedNotificationPort(Environment& environment);
 
     // ---- start ----------------------------------------------------------------------------------------------------
@@ -48,8 +50,9 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     /// Records the display version, finds the printers that are attached, configures the array controller. Outlets
     /// must be connected.
     void awakeFromNib();
+    /// Translates menu, window and table, and records the version.
     void applicationDidFinishLaunching();
-    /// localizeItemsInMenu:
+    /// localizeItemsInMenu:  Translates the titles and tool tips of the menu and its submenus in place.
     void localizeItemsInMenu(Menu& menu);
 
     // ---- the list -------------------------------------------------------------------------------------------------
@@ -58,33 +61,45 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     PrinterList printers() const;
     /// Changes nothing: the list is changed by discovery and by termination only.
     void setPrinters(const PrinterList& printers);
+    /// Always false: whether an update is under way is a question to each printer.
     bool updateInProgress() const { return false; }
     ArrayControllerOutlet* controller() const { return _outlets.controller; }
     void setController(ArrayControllerOutlet* controller) { _outlets.controller = controller; }
 
     // ---- discovery ------------------------------------------------------------------------------------------------
 
+    /// Registers for arrivals and departures of printer interfaces and handles what is attached now. No effect without
+    /// a port.
     void getPrintingDevices();
+    /// Makes a printer object for each accepted interface of the iterator.
     void newPrinterCallback(ServiceIterator& iterator);
+    /// Retires the printer object of each interface of the iterator.
     void deviceRemovedCallback(ServiceIterator& iterator);
+    /// Probes the printer and puts it into the list with the next block of the main queue.
     void addPrinter(const Printer& printer);
+    /// Retires the printer that was made for this service; its row leaves after everything that is queued for it.
     void removedDeviceObject(ServiceToken service);
 
     // ---- table and observing --------------------------------------------------------------------------------------
 
     /// A change of selection that comes from the table. Null: some other object sent it.
     void tableViewSelectionDidChange(TableOutlet* sender);
+    /// A printer's firmware version has changed: selects that printer. context: the printer.
     void observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& object, void* context) override;
 
     // ---- termination ----------------------------------------------------------------------------------------------
 
+    /// True for the environment's application.
     bool applicationShouldTerminateAfterLastWindowClosed(const ApplicationOutlet* sender) const;
+    /// Always now: a printer in the middle of an update is not waited for.
     TerminateReply applicationShouldTerminate();
+    /// Releases the port and, with a later block, the list. May be called more than once.
     void prepareForTermination();
 
     /// Turns on the log of changes made off the main queue; once per process, called by nothing.
     static void swapImpsforPrivateAPI();
 
+    /// The iterators of the registrations; null before them and, the first, after the termination.
     std::shared_ptr<ServiceIterator> printerIterator() const { return _printerIterator; }
     std::shared_ptr<ServiceIterator> removedIterator() const { return _removedIterator; }
 
@@ -92,7 +107,6 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     void handleMatchedService(ServiceToken token);
     bool isSupported(USBService& service) const;
     void reportUnusable(USBService& service, IOReturn code);
-    static std::shared_ptr<NotificationPort>& sharedPort();
     void makePrinter(USBService& service, ServiceToken token);
     void insertOnMain(const Printer& printer);
     void removeOnMain(const Printer& printer);

@@ -21,19 +21,8 @@ void logFailedRead(const char* what, IOReturn code) {
 
 } // namespace
 
-std::shared_ptr<NotificationPort>& TBPrinters::sharedPort() {
-    static auto* const port = new std::shared_ptr<NotificationPort>; // outlives main(): queues may still ask
-    return *port;
-}
-
 std::shared_ptr<NotificationPort> TBPrinters::sharedNotificationPort(Environment& environment) {
-    auto& port = sharedPort();
-    if (port) return port;
-    port = std::make_shared<NotificationPort>(environment.registry);
-    if (environment.mainQueue.eventDescriptor() < 0) {
-        logText("failed to add a runloop source for device notifications\n");
-    }
-    return port;
+    return environment.sharedNotificationPort();
 }
 
 void TBPrinters::getPrintingDevices() {

@@ -1,9 +1,8 @@
-// The printer object's life and its queues: creation, what runs where, release. The members that touch the device live
-// in the files beside this one.
+// The printer object's life and its queues: creation, which block runs where, release. Called by the controller on main
+// and by everything that hands the printer work, on any thread. What touches the device is in the files beside this
+// one.
 #include "Classes/TBUSBPrinter.h"
 
-#include "Classes/DeviceObjects.h"
-#include "Classes/TBPrinters.h"
 #include "platform/foundation/Format.h"
 
 #include <cstdio>
@@ -28,12 +27,12 @@ void requireCommandBlock(const Block& block, const char* file, int line) {
 
 } // namespace
 
-TBUSBPrinter::TBUSBPrinter(Environment& environment) : _environment(environment) {
-    _interests = TBPrinters::sharedNotificationPort(environment)->interests();
-}
+TBUSBPrinter::TBUSBPrinter(Environment& environment)
+    : _environment(environment), _interests(environment.sharedNotificationPort()->interests()),
+      _deviceObjects(environment.deviceObjects) {}
 
 TBUSBPrinter::~TBUSBPrinter() {
-    DeviceObjects::remove(keyUSBdevice(), _creationToken);
+    _deviceObjects->remove(keyUSBdevice(), _creationToken);
 }
 
 void TBUSBPrinter::initialize(MainQueue& mainQueue) {
@@ -57,7 +56,7 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
             });
     }
     setInterfaceInterface(std::move(interfaceInterface));
-    _isSecondOfDevice = !DeviceObjects::add(keyUSBdevice(), deviceObject);
+    _isSecondOfDevice = !_deviceObjects->add(keyUSBdevice(), deviceObject);
     emit(events::Arrived{});
     update1284DeviceID([&](bool found, const Text& deviceID) {
         if (!found || !deviceID) {
@@ -187,7 +186,7 @@ void TBUSBPrinter::setState(std::int64_t state) {
 }
 
 void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
-    if (!inUpdate) DeviceObjects::endUpdate(keyUSBdevice(), _creationToken);
+    if (!inUpdate) _deviceObjects->endUpdate(keyUSBdevice(), _creationToken);
     const KeyChange change(*this, "inFirmwareUpdate");
     _isBusy = inUpdate;
 }

@@ -2,8 +2,8 @@
 // with it runs. It knows nothing of the vendor's command language; the vendor subclass does.
 //
 // Queues: an object is made on the main queue. Its command queue exists once its IEEE 1284 device ID has been read and
-// decoded; until then every queue operation runs inline on the caller. Observed facts that describe the object's state
-// change on the main queue; the facts in deviceInfoDict change on the command queue, bracketed by change notices.
+// decoded; until then every queue operation runs inline on the caller. Observed properties change on the main queue;
+// the values in deviceInfoDict change on the command queue. Change notices bracket both.
 #pragma once
 
 #include "Classes/CommandChannel.h"
@@ -12,7 +12,6 @@
 #include "Classes/IdentifiedPrinter.h"
 #include "Classes/PrinterTypes.h"
 #include "Classes/StringDescriptors.h"
-#include "Classes/USBInterfaceHelpers.h"
 #include "Classes/UnusedRecord.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/QueueRole.h"
@@ -50,7 +49,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// object. Main queue; blocks it for at most a few control requests. Never fails: a printer that does not report
     /// its ID has no queue. deviceObject is the token of the interface's service.
     virtual void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject);
-    /// initWithDeviceObject:
+    /// initWithDeviceObject:  Takes the device object alone, without an identity or a queue. Main queue.
     void initWithDeviceObject(ServiceToken deviceObject);
 
     // ---- queues ---------------------------------------------------------------------------------------------------
@@ -60,11 +59,14 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// The first statement of every block that is handed to the command queue. On another queue it ends a program with
     /// sanitizers; any other logs that once and continues, as ending in the middle of a flash is worse.
     void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);
+    /// Null for a printer that did not report its device ID. Any thread, once the object is initialised.
     std::shared_ptr<SerialQueue> printerCommandQueue() const { return _printerCommandQueue; }
+    /// The markers by which a queue is recognised: addresses, never read. Any thread.
     static const void* printerCommandQueueKey();
     static const void* mainQueueSpecificKey();
     /// True on this printer's command queue, and everywhere while there is none. Any thread.
     bool isPrinterCommandQueue() const;
+    /// True on the main queue. Any thread.
     static bool isMainQueue();
     /// Runs block at once on the command queue, else posts it there. Never waits, despite its name. Any thread.
     void performInlineOnCommandQueue(Block block);
@@ -91,10 +93,11 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// close closes for all. Completion gets the close's code, 0 when nothing was open. A close that was asked for
     /// before another program took the interface does not end the wait for that program. Any thread.
     void closeInterface(CodeCompletion completion);
-    /// Finds the bulk pipes. Command queue.
+    /// Finds the bulk pipes, on the command queue. Any thread.
     void getPipes();
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
+    /// Who has the interface open. Any thread.
     Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
     /// Opens the interface if value is not 0 and no program has it open; otherwise closes it. If value is 1 and another
     /// program holds the interface, the message "attempting to open" is sent after the close, and the interface is
@@ -109,24 +112,34 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     IOReturn writeStatus() const { return _transferStatus.write; }
     /// Result of the last open of the interface; success before the first. Any thread.
     IOReturn openStatus() const { return _transferStatus.open; }
+    /// The steps of an open as state and interfaceStatus show them: open; under way; opened, but not reported yet.
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;
     std::int32_t interfaceStatus() const { return _interfaceStatus; }
+    /// One of TBPrinterState. Read on any thread; set on the thread that reports it, with change notices.
     std::int64_t state() const { return _state; }
     void setState(std::int64_t state);
 
-    // ---- facts ----------------------------------------------------------------------------------------------------
+    // ---- device info -----------------------------------------------------------------------------------------------
 
     /// Stores the text under "printerStatus", on the main queue, with notices; waits for that.
     void setPrinterStatus(const std::string& status);
+    /// Three texts of deviceInfoDict, nullopt while one is not known. Any thread.
     std::optional<std::string> printerStatus() const;
     std::optional<std::string> printerSerialNumber() const;
     std::optional<std::string> firmwareVersion() const;
+    /// Everything that was learned about the printer. Any thread.
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
+    /// Stores a text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on the
+    /// calling thread; nullopt removes the key.
+    void storeFact(const std::string& key, const Text& value);
+    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
+
+    /// An update of this printer is under way. Any thread.
     bool inFirmwareUpdate() const { return _isBusy; }
-    /// Main queue.
+    /// The same with change notices; false also ends this object's claim on the device's update. Main queue.
     void setInFirmwareUpdate(bool inUpdate);
 
     // ---- identity -------------------------------------------------------------------------------------------------
@@ -134,88 +147,80 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     using DeviceIDCompletion = std::function<void(bool found, const Text& deviceID)>;
     using DecodedBlock =
         std::function<void(const Text& manufacturer, const Text& model, const Text& serialNumber, const Text& des)>;
-    /// Reads the IEEE 1284 device ID. Command queue.
+    /// Reads the IEEE 1284 device ID (time-outs 100 ms each) and stores it; completion is called before this returns.
+    /// Command queue.
     void update1284DeviceID(DeviceIDCompletion completion);
-    /// decodeDeviceID:decoded:
+    /// decodeDeviceID:decoded:  Calls decoded at once with the values of the ID: "unknown" for a missing manufacturer
+    /// or model, the USB serial number for a missing one, nullopt for the rest. Any thread.
     void decodeDeviceID(const std::string& deviceID, const DecodedBlock& decoded) const;
-    /// substringFromString:fromPrefix:toTerminator:options:inclusive:  nullopt for an empty text, a missing prefix or a
-    /// missing terminator.
-    static Text substringFromString(const std::string& text, const Text& prefix, const Text& terminator,
-                                    CompareOptions options, Marks inclusive);
-    static Text noninclusiveCaseInsensitiveSubstringFromString(const std::string& text, const Text& prefix,
-                                                               const Text& terminator);
-    /// Shorter names of known vendors; others unchanged.
-    static Text normalizedVendorString(const Text& vendor);
     /// Languages of the string descriptors, read once; nullopt while they cannot be read. Command queue.
     std::optional<std::set<std::uint16_t>> langIds() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The chosen language; 0 while the table cannot be read. Command queue.
     std::uint16_t langId() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Ignored unless langIds contains it. Command queue.
     void setLangId(std::uint16_t langId) ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// Command queue; time-outs 500 ms / 1000 ms.
+    /// The string descriptor in the chosen language; nullopt if there is none or the device does not answer. Command
+    /// queue; time-outs 500 ms / 1000 ms.
     Text descriptorStringAtIndex(std::uint8_t index) ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// The three read a string descriptor on the command queue and store it on main, with change notices. Any thread.
     void getUSBVendorString();
     void getUSBProductString();
     void getUSBSerialNumberString();
 
-    /// The USB identifiers of the printers that the object's class is for; none in this class. (The subclass has class
-    /// operations of the plain names.)
-    virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const;
-    virtual std::set<std::uint16_t> supportedProductIDsOfClass() const;
-
-    /// What is known about a device, by keyUSBdevice, for the life of the process. Main queue. The same object at every
-    /// call; an empty one is made and kept when there is none.
+    /// What is known about a device, by keyUSBdevice, for the length of the current environment's run. Main queue. The
+    /// same object at every call; an empty one is made and kept when there is none.
     static DeviceInfoPtr deviceInfoForKey(const std::string& key);
     /// setDeviceInfo:forKey:  Keeps this very object; an immutable one is ignored. Main queue.
     static void setDeviceInfo(DeviceInfoPtr info, const std::string& key);
-    /// Forgets every device; for tests that begin afresh.
-    static void forgetDeviceInfo();
 
     // ---- life cycle -----------------------------------------------------------------------------------------------
 
     /// The service that messages are taken from; 0 releases. Posted to the command queue.
     void setDeviceObject(ServiceToken deviceObject);
+    /// Takes the handle over, or releases the one that it has (null), and reads its numbers. Any thread; the change is
+    /// made on the command queue.
     void setInterfaceInterface(InterfacePtr interfaceInterface);
+    /// Takes the handle of the device over; null releases it. Any thread; the change is made on the command queue.
     void setDeviceInterface(DevicePtr device);
+    /// The service that messages are taken from; 0: none. Any thread.
     ServiceToken deviceObject() const { return _deviceObject; }
     /// The service the object was made for: known from the first moment and never changed.
     ServiceToken creationToken() const { return _creationToken; }
-    /// Command queue.
+    /// The handle of the interface; null after the release. Command queue.
     InterfacePtr interfaceInterface() const ZUL_REQUIRES_ROLE(commandQueueRole) { return _channel.interface(); }
     /// Obtained when first asked for; null when there is none. Command queue.
     DevicePtr deviceInterface() ZUL_REQUIRES_ROLE(commandQueueRole);
 
-    /// Messages about the service. Main queue.
+    /// Handles a message about the service: departure, or another program's open or close. Main queue.
     static void usbInterfaceInterestCallback(const std::shared_ptr<TBUSBPrinter>& printer, ServiceToken service,
                                              IOMessage message, void* argument);
-    /// Asks the printer for its facts. Called on the main queue; the work is posted and not waited for.
+    /// Calls getDeviceCustomInfo on the command queue, without waiting for it. Called on the main queue.
     void probe();
-    /// Command queue. Does nothing in this class.
+    /// Asks for everything that only the vendor's commands show; no effect in this class. Command queue.
     virtual void getDeviceCustomInfo() ZUL_REQUIRES_ROLE(commandQueueRole) {}
+    /// The same as probe; reEnumerateUSBDevice. Both on the command queue. Any thread.
     void updateInfo();
     void hotPlug();
     /// Printer-class soft reset. Command queue.
     IOReturn resetUSBPrinter(Recipient recipient = Recipient::interface) ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// Command queue; kIOReturnError without a device handle.
+    /// Resets the port; the device keeps its address. Command queue; kIOReturnError without a device handle.
     IOReturn resetUSBDevice() ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// Makes the device leave the bus and return, which ends this object. The same queue and codes.
     IOReturn reEnumerateUSBDevice() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Main queue: posts the release of all handles, ends waits, and waits for nothing.
     void prepareForRelease();
 
     Environment& environment() const { return _environment; }
     void emit(PrinterEvent::What what) const override;
+    /// An embedded printer. Any thread; set before another queue knows the object.
     bool isVirtual() const { return _isVirtual; }
     void setIsVirtual(bool isVirtual) { _isVirtual = isVirtual; }
     /// Retired: its service has left and prepareForRelease was called.
     bool isReleased() const { return _released; }
-    /// Another object of the same device was attached when this one was made. A device with two printer interfaces has
-    /// two objects with one key, and the first one continues its update. Any thread.
+    /// An object of the device's other printer interface was attached when this one was made. Any thread.
     bool isSecondOfDevice() const { return _isSecondOfDevice; }
 
   protected:
-    /// Stores a fact with change notices around it, on the calling thread; nothing removes the key.
-    void storeFact(const std::string& key, const Text& value);
-    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
     /// Runs block on the command queue after what is queued there; on the main queue while there is none. Any thread.
     void postToCommandQueue(Block block);
     /// An open was refused and one has succeeded since: does what could not be done at the arrival. Command queue.
@@ -233,6 +238,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     // Set once, before another queue knows the object.
     std::shared_ptr<SerialQueue> _printerCommandQueue;
     std::weak_ptr<InterestTable> _interests; // the program may end first
+    const std::shared_ptr<DeviceObjects> _deviceObjects;
     ServiceToken _creationToken = 0;
 
     // Of the command queue.

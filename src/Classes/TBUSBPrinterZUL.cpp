@@ -1,8 +1,11 @@
-// How a ZUL printer comes into being, and how one that comes back is recognised and carried on with: the probe is the
-// part of an update that survives the printer's own restarts.
+// How a ZUL printer comes into being and is probed, its frames and replies, and its short operations on the archive.
+// The controller makes the object on the main queue; the probe, frames and replies are of the command queue.
 #include "Classes/TBUSBPrinterZUL.h"
 
+#include "archive/FirmwareArchive.h"
+#include "archive/KeyedDigest.h"
 #include "archive/ProductTable.h"
+#include "archive/SRecord.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "protocol/CommandFrame.h"
@@ -13,10 +16,6 @@
 namespace zul {
 
 namespace {
-
-// A version that the VK-RZ7 shows between two of its own restarts; the update is not over yet.
-constexpr const char* kIntermediateVersion = "RZ7_ALLFWU_2.05";
-constexpr auto kIntermediatePause = std::chrono::seconds(1);
 
 const std::string kSeparator(64, '+');
 
@@ -44,7 +43,7 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
     logText("initing device for key %s", keyUSBdevice());
 
     // An empty dictionary is one that was just made: this device was never seen before, and is not probed here.
-    const DeviceInfoPtr saved = deviceInfoForKey(keyUSBdevice());
+    const DeviceInfoPtr saved = _environment.deviceInfo.infoForKey(keyUSBdevice());
     if (saved->count() == 0) return;
     logText("infoDict here is %s", saved->description());
     _deviceInfoDict->addEntries(*saved);
@@ -56,30 +55,26 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
             if (const Text known = saved->string(HOLVEN_TBPrinterModel)) self->setModel(known);
         }
     });
-    if (!isPendingUpdate()) {
+    if (!_update.progress()) {
         probeAtInit();
     } else if (isSecondOfDevice()) {
         logText("the update of %s continues through its other interface", descriptionUTF8());
-    } else if (beginUpdate()) {
+    } else if (_update.claim()) {
         probeAtInit();
     }
-}
-
-bool TBUSBPrinterZUL::isPendingUpdate() const {
-    return _deviceInfoDict->integer(HOLVEN_TBPrinterDeviceFirmwareStatus).has_value();
 }
 
 void TBUSBPrinterZUL::probeAtInit() {
     openInterface([self = sharedSelf<TBUSBPrinterZUL>()](IOReturn code) {
         self->assertOnCommandQueue();
-        const auto progress = self->_deviceInfoDict->integer(HOLVEN_TBPrinterDeviceFirmwareStatus);
+        const auto progress = self->_update.progress();
         if (code != kIOReturnSuccess) {
             self->_isProbeOwed = code == kIOReturnExclusiveAccess && progress;
             return;
         }
         self->_exchange.setInRound(true);
         if (progress) {
-            self->probeUpdatedPrinter(*progress);
+            self->_update.resume(*progress);
         } else {
             self->probeKnownPrinter();
         }
@@ -105,91 +100,15 @@ void TBUSBPrinterZUL::probeKnownPrinter() {
 }
 
 void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
-    showCustomAlertWithTitle(
-        {.kind = AlertKind::loaderFound,
-         .messageText = localized("Attention:"),
-         .informativeText = localized(
-             "A printer was unexpectedly found in firmware update mode. Would you like to update the firmware? "),
-         .buttons = {localized("Ignore"), localized("Update Firmware")},
-         .style = AlertStyle::critical,
-         .completion = [self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
-             if (answer == kAlertSecondButton) {
-                 logText("device is in firmware update mode ... uploading firmware");
-                 self->uploadFirmware();
-                 return;
-             }
-             self->emit(events::Declined{.question = AlertKind::loaderFound});
-             self->showAlert(AlertKind::loaderLeft, self->localized("Please power-cycle this printer"),
-                             self->localized("Contact customer support if power-cycling does not resolve the issue."),
-                             {self->localized("OK")});
-         }});
-}
-
-void TBUSBPrinterZUL::probeUpdatedPrinter(std::int64_t progress) {
-    _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(true); });
-    const bool isLoaderExpected = progress == static_cast<std::int64_t>(UpdateProgress::waitingForLoader);
-    VersionAnswer answer;
-    // A loader does not answer this. Without a queue the main queue would wait for it.
-    if (!isLoaderExpected || printerCommandQueue()) {
-        answer = askVersionInline(isLoaderExpected ? IfMissing::isExpected : IfMissing::askAgain);
-        storeVersionAnswer(answer);
-        logText("printer firmware is currently reported as \"%s\"", textOrNull(answer.version));
-    }
-
-    if (isLoaderExpected) {
-        probeWaitingForLoader();
-    } else if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) {
-        probeRestartedPrinter(answer);
-    } else {
-        logText("found a device finished with firmware update");
-        _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>()] { self->setInFirmwareUpdate(false); });
-        clearProgress();
-        getDeviceCustomInfo();
-    }
-    closeInterface(nullptr);
-}
-
-void TBUSBPrinterZUL::probeWaitingForLoader() {
-    logText("found a device waiting for firmware update");
-    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
-        if (rawStatus == kLoaderStatus) {
+    showCustomAlertWithTitle(_alertFactory.loaderFound([self = sharedSelf<TBUSBPrinterZUL>()](int answer) {
+        if (answer == kAlertSecondButton) {
             logText("device is in firmware update mode ... uploading firmware");
             self->uploadFirmware();
-        } else {
-            logText("Bad Status (%s) while waiting for firmware update", textOrNull(rawStatus));
+            return;
         }
-    });
-}
-
-// A loader does not answer the question for its version: the version of the old firmware is then removed. An answer
-// that is not valid text is ignored, and the earlier version stays.
-void TBUSBPrinterZUL::storeVersionAnswer(const VersionAnswer& answer) {
-    if (answer.version || !answer.isAnswered) storeFact(HOLVEN_TBPrinterFirmwareVersion, answer.version);
-}
-
-void TBUSBPrinterZUL::probeRestartedPrinter(const VersionAnswer& answer) {
-    const Text& version = answer.version;
-    logText("found a device rebooting after firmware update");
-    if (version == kIntermediateVersion) {
-        // It will restart once more by itself; the progress value stays for the next object.
-        if (printerCommandQueue()) _environment.clock.sleepFor(kIntermediatePause);
-        return;
-    }
-    const Text previous = _deviceInfoDict->string(HOLVEN_TBPrinterFirmwareVersionPrevious);
-    if (previous && version && *previous != *version) {
-        logText("firmware version changed from %s to %s", *previous, *version);
-    } else {
-        logText("firmware version unchanged at %s", textOrNull(version));
-    }
-    storeVersionAnswer(answer);
-    if (printerCommandQueue()) {
-        finishFirmwareUpdate();
-    } else {
-        // The tables begin with a wait until the printer is idle, and the main queue cannot wait. The progress value
-        // stays: with its ID the printer gets its tables when it is attached again.
-        logText("the color tables of the printer at %s are not written: it did not report its device ID",
-                locationText());
-    }
+        self->emit(events::Declined{.question = AlertKind::loaderFound});
+        self->showCustomAlertWithTitle(self->_alertFactory.loaderLeft());
+    }));
 }
 
 // ---- frames and replies ---------------------------------------------------------------------------------------------
@@ -222,16 +141,33 @@ void TBUSBPrinterZUL::reportInternalError(int number) {
 // Does nothing on purpose: failures are reported by missing replies and log lines.
 void TBUSBPrinterZUL::errorWithString(const std::string& /*message*/, int /*code*/) {}
 
-// ---- progress -------------------------------------------------------------------------------------------------------
+// ---- firmware archive -----------------------------------------------------------------------------------------------
 
-void TBUSBPrinterZUL::setProgress(UpdateProgress progress) {
-    _deviceInfoDict->set(HOLVEN_TBPrinterDeviceFirmwareStatus, static_cast<std::int64_t>(progress));
-    emit(events::ProgressStored{.value = static_cast<std::int64_t>(progress)});
+std::string TBUSBPrinterZUL::asciiHexForData(const Data& data) {
+    return hexText(data);
 }
 
-void TBUSBPrinterZUL::clearProgress() {
-    _deviceInfoDict->remove(HOLVEN_TBPrinterDeviceFirmwareStatus);
-    emit(events::ProgressStored{});
+TBUSBPrinter::Text TBUSBPrinterZUL::verifyBlob(const Data& data) const {
+    if (data.empty()) return std::nullopt;
+    logText("keyed on %s", className());
+    return keyedDigest(className(), data);
+}
+
+TBUSBPrinter::Text TBUSBPrinterZUL::digestOfBlob(const Data& data) {
+    return data.empty() ? std::nullopt : Text(keyedDigest(kProductClassName, data));
+}
+
+std::optional<Data> TBUSBPrinterZUL::firmwareBlobForKey(const std::string& key) {
+    const Text value = _deviceInfoDict->string(key);
+    return value ? std::optional(paddedData(dataFromText(*value))) : std::nullopt;
+}
+
+std::optional<FirmwareOffer> TBUSBPrinterZUL::firmwareOffer() const {
+    return _files.offer();
+}
+
+std::vector<ArchiveProblem> TBUSBPrinterZUL::archiveProblems() const {
+    return _files.problems();
 }
 
 } // namespace zul

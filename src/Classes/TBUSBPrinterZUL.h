@@ -1,12 +1,14 @@
-// One attached ZUL printer: the vendor's commands, the facts it can be asked for, and the update of its firmware and
-// colour tables. The update runs in halves separated by restarts of the printer; each restart gives a new object, and
-// the progress value in the device-info dictionary is how the new one knows what is left to do.
+// One attached ZUL printer: the vendor's commands, what it can be asked for, and the given operations of an update,
+// which forward to FirmwareUpdate (the update), ModelFiles (the firmware files) and AlertFactory (the alerts).
 //
 // Unless a comment says otherwise the operations may be called from any thread, return at once, and do their work on
-// the printer's command queue. Failures are not thrown: they show as missing facts, log lines and alerts.
+// the printer's command queue. Failures are not thrown: they show as missing values, log lines and alerts.
 #pragma once
 
+#include "Classes/AlertFactory.h"
 #include "Classes/DeviceInfoKeys.h"
+#include "Classes/FirmwareUpdate.h"
+#include "Classes/ModelFiles.h"
 #include "Classes/Outlets.h"
 #include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinter.h"
@@ -16,16 +18,9 @@
 
 namespace zul {
 
-class FirmwareFile;
-struct ArchiveProblem;
-struct FirmwareOffer;
-
 // User defaults.
 inline constexpr const char* kInstallOlderFirmwareVersion = "installOlderFirmwareVersion";
 inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZUL_USB_SuppressPowerCycleAlert";
-
-/// Values of "deviceFirmwareStatus".
-enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
 
 class TBUSBPrinterZUL : public TBUSBPrinter {
   public:
@@ -37,6 +32,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     // ---- creation and probe ---------------------------------------------------------------------------------------
 
+    /// The USB vendor IDs of the product table.
     static std::set<std::uint16_t> supportedVendorIDs();
     /// What this build accepts; a run may admit more (Environment::admittedProductIDs).
     static std::set<std::uint16_t> supportedProductIDs();
@@ -66,31 +62,46 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Reports an internal error to that sink by its number. Command queue.
     void reportInternalError(int number);
 
-    // ---- status and facts -----------------------------------------------------------------------------------------
+    // ---- status and device info ------------------------------------------------------------------------------------
 
+    /// The operator's text of a raw status, in English.
     static std::string stringForVKStatusString(const Text& rawStatus);
     /// Asks for the status; completion gets the raw text on the command queue, and is not called when the interface
     /// cannot be opened or no reply came, not even to the question once more.
     void getPrinterStatus(StatusCompletion completion);
+    /// getPrinterStatus without a completion.
     void updatePrinterStatus();
+    /// getPrinterStatus with a choice of what a missing answer leads to.
+    void askForStatus(IfMissing ifMissing, StatusCompletion completion);
 
+    /// Asks for the version and stores it; an answer that is not valid text leaves the earlier one.
     void getPrinterFirmwareVersion();
     /// Command queue with the interface open: the version at once, nullopt if the printer does not answer.
     Text inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// The same with a choice of what a missing answer leads to. Command queue with the interface open.
+    VersionAnswer askVersionInline(IfMissing ifMissing) ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// Asks for the serial number and stores it; "NULL" where the printer does not answer.
     void updatePrinterSerialNumber();
-    /// The completion (may be empty) gets all values of the model's tables, in the order asked.
+    /// Both ask for all tables of the model and store the answers. The completion (may be empty) gets all values on the
+    /// command queue, in the order asked. The interface must be open.
     void getPrinterColorTableVersion(TableCompletion completion);
     void getPrinterColorTableChecksum(TableCompletion completion);
+    /// Asks for both while tables are being written. Command queue with the interface open.
+    void refreshTables();
+    /// Asks for the number of prints and stores it as text.
     void getPrinterLifetimeCounter();
-    /// 'A', 'B' or 'M'; any other letter sends nothing.
+    /// Clears one counter: 'A', 'B' or 'M'; any other letter sends nothing.
     void resetCounter(char letter);
     void resetCounterA() { resetCounter('A'); }
     void resetCounterB() { resetCounter('B'); }
     void resetCounterM() { resetCounter('M'); }
+    /// The payloads of four bytes that name the media in questions for a table.
     static Data commandPayloadForMediaSD();
     static Data commandPayloadForMediaPP();
+    /// Asks for everything that the model can be asked for. Reports events::QuestionsEnded. Command queue.
     void getDeviceCustomInfo() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
+    /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
     Text fact(const char* key) const { return _deviceInfoDict->string(key); }
     Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
     Text colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
@@ -112,42 +123,51 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     // ---- USB serial-number setting --------------------------------------------------------------------------------
 
+    /// Whether the model and its firmware have the setting; the others are sent nothing about it.
     bool hasISerialSupport() const;
+    /// Asks the printer for the setting and stores the answer, with change notices of "usbISerialString".
     void getUSB_ISerial();
+    /// Writes the setting to the printer, without a comparison, and asks for it again. Raises no alert.
     void setUSB_ISerial(bool enabled);
-    /// Asks for the setting to be applied when it differs from the stored one.
+    /// Compares with the stored setting: setEnabledUSBSerial if it differs, no effect if not. What the menus call.
     void setUsbISerial(bool enabled);
+    /// The stored setting; false while it is not known.
     bool usbISerial() const;
     /// "Unavailable", "Enabled" or "Disabled".
     std::string usbISerialString() const;
+    /// Writes the setting to the printer, without a comparison, then raises the power-cycle alert and deletes the
+    /// model's print queues. If the interface cannot be opened it raises the busy alert instead.
     void setEnabledUSBSerial(bool enabled);
+    /// Runs the shell command that deletes the model's print queues, and waits for it.
     void deleteExistingPrinterQueues();
-    /// Replaces the shell that runs the queue clean-up; for tests.
-    using Shell = std::function<int(const std::string& commandLine)>;
-    static void setShell(Shell shell);
 
     // ---- firmware archive -----------------------------------------------------------------------------------------
 
     /// Checks the model's files against their digests. Any thread; reads the files there. True when the last file that
     /// could be read matched.
-    bool verifyFirmwareArchive();
+    bool verifyFirmwareArchive() { return _files.verify(); }
     /// verifyBlob:  The 66-character keyed digest; nullopt for empty data.
     Text verifyBlob(const Data& data) const;
     /// The same with the product's own name as key, for programs that make digest files.
     static Text digestOfBlob(const Data& data);
+    /// Two lower-case hexadecimal digits per byte.
     static std::string asciiHexForData(const Data& data);
     /// Stores the list; at once when on the main queue, else at once as well and once more with notices from there.
-    void setFilenames(const std::vector<std::string>& filenames);
+    void setFilenames(const std::vector<std::string>& filenames) { _files.setNames(filenames); }
     /// The firmware file, padded: the bytes that were verified last, or the file as it is now where no check of this
     /// run has matched. Null when it cannot be read. Any thread.
-    SharedData firmwareBlob();
+    SharedData firmwareBlob() { return _files.image(); }
+    /// A text of deviceInfoDict as padded bytes; nullopt if there is none.
     std::optional<Data> firmwareBlobForKey(const std::string& key);
-    Text newFirmwareVersion();
-    double availableFirmwareVersion();
-    double installedFirmwareVersion() const;
-    std::vector<std::string> colorTableNames() const;
+    /// The version in the archive ("VK18DUP 1.40PRN"); nullopt for an unknown product.
+    Text newFirmwareVersion() { return _files.offeredVersion(); }
+    /// The numbers in the version in the archive and in the printer's (1.40); 0 without one.
+    double availableFirmwareVersion() { return _files.offeredVersionNumber(); }
+    double installedFirmwareVersion() const { return _files.installedVersionNumber(); }
+    /// The names of the model's colour tables, in the order in which they are written.
+    std::vector<std::string> colorTableNames() const { return _files.tableNames(); }
     /// The table's bytes, from where firmwareBlob has its own; never padded. Null when it cannot be read. Any thread.
-    SharedData paddedColorDataForVersion(const std::string& name) const;
+    SharedData paddedColorDataForVersion(const std::string& name) const { return _files.table(name); }
     /// The version that the archive has for this model and whether its file can be used; nullopt for an unknown
     /// product. Reads the firmware file unless it is known already. Any thread.
     std::optional<FirmwareOffer> firmwareOffer() const;
@@ -155,48 +175,63 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// unless they are known already. Any thread.
     std::vector<ArchiveProblem> archiveProblems() const;
     /// Ends the wait for "Idle" if there is one; the commands that would follow it are not sent. Any thread.
-    void supersedeWait() { ++_waitGeneration; }
+    void supersedeWait() { _update.supersedeWait(); }
 
     // ---- update ---------------------------------------------------------------------------------------------------
 
     /// The operator's action. Main queue.
-    void updateFirmware();
-    /// Version and readiness checks. Main queue.
-    void proceedWithUpdateWhenReady();
-    void updateFirmwareReady();
+    void updateFirmware() { _update.start(); }
+    /// Version and readiness checks, then the last question. Main queue.
+    void proceedWithUpdateWhenReady() { _update.proceedWhenReady(); }
+    /// The last question. Any thread.
+    void updateFirmwareReady() { _update.confirm(); }
     /// First half: into the loader. Main queue.
-    void updateFirmwareAndColorTables();
+    void updateFirmwareAndColorTables() { _update.enterLoader(); }
     /// Second half: the image.
-    void uploadFirmware();
+    void uploadFirmware() { _update.uploadImage(); }
     /// After the second restart: the colour tables and the report.
-    void finishFirmwareUpdate();
+    void finishFirmwareUpdate() { _update.finish(); }
     /// updateColorTables:  The completion gets whether at least one table was sent; not called when the archive is
     /// damaged, the interface cannot be opened or the wait was given up.
-    void updateColorTables(std::function<void(bool anyTable)> completion);
+    void updateColorTables(std::function<void(bool anyTable)> completion) {
+        _update.updateTables(std::move(completion));
+    }
     /// Polls every 0.5 s until the printer shows the status; no limit. Command queue. False only when the wait was
     /// superseded (the printer has left, or the operator started an upload): the caller then sends nothing more.
-    [[nodiscard]] bool waitForPrinterStatusCode(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void setOverridePrinterStatus(const std::string& text);
-    void setFirmwareUpdateStatus(int progress);
+    [[nodiscard]] bool waitForPrinterStatusCode(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole) {
+        return _update.waitForStatus(code);
+    }
+    /// Shows text in place of the printer's status.
+    void setOverridePrinterStatus(const std::string& text) { _update.overrideStatus(text); }
+    /// Stores the progress on the main queue and saves the device information.
+    void setFirmwareUpdateStatus(int progress) { _update.saveProgress(progress); }
 
     // ---- alerts ---------------------------------------------------------------------------------------------------
 
-    /// showAlertWithTitle:message:buttonTitles:completion:
+    /// showAlertWithTitle:message:buttonTitles:completion:  An alert of no kind that this program knows; without a
+    /// title or buttons they are "Alert" and "OK". completion gets the answer on the main queue. Any thread.
     void showAlertWithTitle(const Text& title, const Text& message,
                             const std::optional<std::vector<std::string>>& buttonTitles,
                             std::function<void(int answer)> completion);
+    /// Shows an alert of alertFactory(), unless it has neither title nor message. Any thread.
     void showCustomAlertWithTitle(AlertDescription alert);
-    /// An earlier form of showAlertWithTitle that nothing calls: builds the alert on the main queue.
+    const AlertFactory& alertFactory() const { return _alertFactory; }
+    /// An earlier form of showAlertWithTitle that nothing calls: completes the alert on the main queue.
     void old_showAlertWithTitle(const Text& title, const Text& message,
                                 const std::optional<std::vector<std::string>>& buttonTitles,
                                 std::function<void(int answer)> completion);
-    void ShowRZ7Warning();
+    /// Shows the warning before every update, with its check box. Any thread.
+    void ShowRZ7Warning() { _update.askForAgreement(); }
+    /// The texts of that warning: for the model VK-RZ7, and for all others.
     std::string RZ7UpdateWarningText() const;
     std::string genericUpdateWarningText();
     /// Only a check box counts as sender.
     void setToggleAgreed(const CheckBox* sender);
-    bool customerDidAgree() const { return _customerDidAgree; }
+    /// The state of the check box "I Agree", with change notices. Any thread.
+    bool customerDidAgree() const { return _update.isAgreed(); }
+    /// Asks for a power cycle, unless the device already shows what was set. Application-modal.
     void showPowerCycleAlert();
+    /// Reports that the USB serial-number setting could not be changed. Application-modal.
     void showPrinterBusyAlert();
 
   protected:
@@ -205,60 +240,24 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
   private:
     enum class TableFact { version, checksum };
     void queueQuery(Question question, ReplyBlock reply);
-    /// What the question for the version brought: no answer, an answer that is no text, or a version.
-    struct VersionAnswer {
-        bool isAnswered = false;
-        Text version;
-    };
-    VersionAnswer askVersionInline(IfMissing ifMissing) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void storeVersionAnswer(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
     Text versionFromReply(const Data& reply) const;
-    void setCustomerDidAgree(bool agreed);
     void queryAtOpenInterface(Question question, ReplyBlock reply);
     bool mayAsk() const;
     bool askEverything() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void askForStatus(IfMissing ifMissing, StatusCompletion completion);
-    void refreshTables();
     void queryTables(TableFact which, TableCompletion completion, IfMissing ifMissing);
     Text storeTableReply(const char* key, const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleISerialReply(const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
     void probeKnownPrinter() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void probeUpdatedPrinter(std::int64_t progress) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void clearProgress();
     void loaderFoundUnexpectedly();
-    void probeWaitingForLoader() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void probeRestartedPrinter(const VersionAnswer& answer) ZUL_REQUIRES_ROLE(commandQueueRole);
-    bool isPendingUpdate() const;
-    bool isUpdatedElsewhere() const;
-    [[nodiscard]] bool beginUpdate();
-    void checkReadiness(IOReturn openResult);
-    void showAlert(AlertKind kind, const std::string& title, const std::string& message,
-                   std::vector<std::string> buttonTitles, std::function<void(int answer)> completion = {});
-    void showRetryAlert(AlertKind kind, const std::string& title, const std::string& message);
-    void showPrinterError();
-    void showDamagedFileAlert();
-    bool isNewerThanOffered();
-    void enterFirmwareUpdateMode() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void writeFirmwareImage() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void writeColorTables(const std::function<void(bool)>& completion) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void writeColorTable(const std::string& name) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void reportUpdate(bool anyTable);
-    void setProgress(UpdateProgress progress);
-    bool statusEquals(const std::string& code) ZUL_REQUIRES_ROLE(commandQueueRole);
-    SharedData verifiedFirmwareBlob();
-    SharedData firmwareBlobOf(const std::shared_ptr<const FirmwareFile>& file) const;
-    SharedData verifiedColorData(const std::string& name) const;
     std::string localized(const char* key) const;
-    AlertDescription completed(AlertDescription alert) const;
     void postAlert(AlertDescription alert);
-    void postModalAlert(AlertKind kind, const char* messageKey, std::shared_ptr<CheckBox> suppression,
-                        std::function<void(int answer)> completion);
 
-    std::atomic<bool> _customerDidAgree{false}; // changed on main only
-    std::atomic<int> _waitGeneration{0};
+    const AlertFactory _alertFactory{*this};
     QueryExchange _exchange ZUL_GUARDED_BY_ROLE(commandQueueRole){*this, _channel, _transferStatus};
+    ModelFiles _files{*this};
+    FirmwareUpdate _update{*this, _exchange, _files};
     bool _isProbeOwed ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it found another program on the printer
 };
 

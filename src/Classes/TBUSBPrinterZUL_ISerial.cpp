@@ -1,4 +1,5 @@
-// Whether the printer reports a USB serial number: reading and writing that setting, and what follows a change.
+// Whether the printer reports a USB serial number: reading and writing that setting, and what follows a change. Called
+// from the menus and by the probe; what talks to the printer runs on its command queue.
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
 #include "protocol/CommandFrame.h"
@@ -23,16 +24,7 @@ int runShellQuietly(const std::string& commandLine) {
     return std::system(("{ " + commandLine + "; } >/dev/null 2>&1").c_str());
 }
 
-TBUSBPrinterZUL::Shell& shell() {
-    static auto* const current = new TBUSBPrinterZUL::Shell(runShellQuietly);
-    return *current;
-}
-
 } // namespace
-
-void TBUSBPrinterZUL::setShell(Shell replacement) {
-    shell() = replacement ? std::move(replacement) : Shell(runShellQuietly);
-}
 
 bool TBUSBPrinterZUL::hasISerialSupport() const {
     switch (productNumber()) {
@@ -107,7 +99,8 @@ void TBUSBPrinterZUL::setEnabledUSBSerial(bool enabled) {
 }
 
 void TBUSBPrinterZUL::deleteExistingPrinterQueues() {
-    static_cast<void>(shell()(kDeleteQueuesCommand));
+    static_cast<void>(_environment.shell ? _environment.shell(kDeleteQueuesCommand)
+                                         : runShellQuietly(kDeleteQueuesCommand));
 }
 
 } // namespace zul

@@ -122,7 +122,7 @@ void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const 
     if (completion) completion(rawStatus);
 }
 
-// ---- single facts ---------------------------------------------------------------------------------------------------
+// ---- single values --------------------------------------------------------------------------------------------------
 
 void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
     queryAtOpenInterface({.command = kCommandFirmwareVersion},
@@ -139,7 +139,7 @@ TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
     return askVersionInline(IfMissing::askAgain).version;
 }
 
-TBUSBPrinterZUL::VersionAnswer TBUSBPrinterZUL::askVersionInline(IfMissing ifMissing) {
+VersionAnswer TBUSBPrinterZUL::askVersionInline(IfMissing ifMissing) {
     if (!mayAsk()) return {};
     const auto reply = _exchange.ask({.command = kCommandFirmwareVersion, .ifMissing = ifMissing});
     if (!reply || reply->empty()) return {};

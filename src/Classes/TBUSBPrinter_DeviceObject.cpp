@@ -2,9 +2,7 @@
 // and resets run on the command queue; messages arrive on the main queue.
 #include "Classes/TBUSBPrinter.h"
 
-#include "Classes/DeviceObjects.h"
 #include "Classes/StatusCodeNames.h"
-#include "Classes/TBPrinters.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 
@@ -123,8 +121,10 @@ void TBUSBPrinter::handleInterestMessage(ServiceToken service, IOMessage message
         // The very dictionary, not a copy: what the old object's queue still writes must not reach its successor,
         // which copies the entries once when it is made. Of two objects of one device only one has the progress of
         // its update.
-        if (DeviceObjects::isLeader(keyUSBdevice(), _creationToken)) setDeviceInfo(_deviceInfoDict, keyUSBdevice());
-        DeviceObjects::remove(keyUSBdevice(), _creationToken);
+        if (_deviceObjects->isLeader(keyUSBdevice(), _creationToken)) {
+            _environment.deviceInfo.setInfo(_deviceInfoDict, keyUSBdevice());
+        }
+        _deviceObjects->remove(keyUSBdevice(), _creationToken);
         emit(events::Departed{});
         return;
     }
@@ -149,8 +149,8 @@ void TBUSBPrinter::otherHolderClosed() {
     openInterface([self = shared_from_this()](IOReturn code) {
         self->assertOnCommandQueue();
         if (code != kIOReturnSuccess) return;
-        // First the update that waited for the printer, then the facts: the printer could not be asked while the other
-        // program held it, so its row is still empty.
+        // First the update that waited for the printer, then the questions: the printer could not be asked while the
+        // other program held it, so its row is still empty.
         self->continueProbe();
         self->updateInfo();
         self->closeInterface(nullptr);

@@ -1,31 +1,16 @@
-// Who the printer is: the IEEE 1284 device ID, the USB strings, the keys and labels made of them, and the store that
-// remembers what was learned about a device while it restarts. Device reads run on the command queue (inline while the
-// object is being made); the properties they fill are set on the main queue.
+// Who the printer is: the IEEE 1284 device ID, the USB strings, the keys and labels made of them. Device reads run on
+// the command queue (inline while the object is being made); the properties they fill are set on the main queue.
 #include "Classes/TBUSBPrinter.h"
 
 #include "Classes/DeviceID1284.h"
-#include "Classes/DeviceObjects.h"
 #include "Classes/StatusCodeNames.h"
-#include "Classes/TBPrinters.h"
 #include "Classes/USBInterfaceHelpers.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 
-#include <cassert>
-#include <map>
+#include <utility>
 
 namespace zul {
-
-namespace {
-
-// Learned facts by device key, for the life of the process. Main queue only, so it needs no lock; it is never
-// destroyed, because printers' queues may outlive the end of main().
-std::map<std::string, DeviceInfoPtr>& deviceInfoStore() {
-    static auto* const gPrivateInstanceRegistry = new std::map<std::string, DeviceInfoPtr>;
-    return *gPrivateInstanceRegistry;
-}
-
-} // namespace
 
 // ---- names and keys -------------------------------------------------------------------------------------------------
 
@@ -54,23 +39,6 @@ void TBUSBPrinter::decodeDeviceID(const std::string& deviceID, const DecodedBloc
     const DecodedDeviceID values = decodedDeviceID(deviceID);
     decoded(values.manufacturer, values.model, values.serialNumber ? values.serialNumber : serialNumberUSB(),
             values.description);
-}
-
-TBUSBPrinter::Text TBUSBPrinter::normalizedVendorString(const Text& vendor) {
-    return normalizedVendor(vendor);
-}
-
-std::optional<std::string> TBUSBPrinter::substringFromString(const std::string& text, const Text& prefix,
-                                                             const Text& terminator, CompareOptions options,
-                                                             Marks marks) {
-    if (text.empty()) return std::nullopt;
-    return TBCFStringCreateSubstringFromPrefixToTerminatorWithOptions(text, prefix, terminator, options, marks);
-}
-
-std::optional<std::string> TBUSBPrinter::noninclusiveCaseInsensitiveSubstringFromString(const std::string& text,
-                                                                                        const Text& prefix,
-                                                                                        const Text& terminator) {
-    return substringFromString(text, prefix, terminator, CompareOptions::caseInsensitive, Marks::excluded);
 }
 
 // ---- USB strings ----------------------------------------------------------------------------------------------------
@@ -152,29 +120,11 @@ void TBUSBPrinter::getUSBSerialNumberString() {
 // ---- what is remembered about devices -------------------------------------------------------------------------------
 
 DeviceInfoPtr TBUSBPrinter::deviceInfoForKey(const std::string& key) {
-    assert(isMainQueue());
-    DeviceInfoPtr& info = deviceInfoStore()[key];
-    if (!info) info = std::make_shared<DeviceInfo>();
-    return info;
+    return Environment::current().deviceInfo.infoForKey(key);
 }
 
 void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
-    assert(isMainQueue());
-    const auto description = info ? std::optional(info->description()) : std::nullopt;
-    logText("%s:[%s] : %s", "+[TBUSBPrinter setDeviceInfo:forKey:]", key, textOrNull(description));
-    if (info && info->isMutable()) deviceInfoStore()[key] = std::move(info);
-}
-
-void TBUSBPrinter::forgetDeviceInfo() {
-    deviceInfoStore().clear();
-    DeviceObjects::forget();
-}
-
-std::set<std::uint16_t> TBUSBPrinter::supportedVendorIDsOfClass() const {
-    return {};
-}
-std::set<std::uint16_t> TBUSBPrinter::supportedProductIDsOfClass() const {
-    return {};
+    Environment::current().deviceInfo.setInfo(std::move(info), key);
 }
 
 } // namespace zul

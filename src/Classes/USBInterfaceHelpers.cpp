@@ -1,3 +1,5 @@
+// Standard requests over an open interface, and cutting a value out of a text. Each request blocks its caller for at
+// most its time-outs: printers call this on their command queue, and on main at an arrival.
 #include "Classes/USBInterfaceHelpers.h"
 
 #include "Classes/StatusCodeNames.h"

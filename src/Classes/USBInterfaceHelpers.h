@@ -21,7 +21,7 @@ IOReturn usbInterfaceGetDeviceDescriptor(IOUSBInterfaceInterface* interfaceInter
 IOReturn usbInterfaceGetiDeviceIndices(IOUSBInterfaceInterface* interfaceInterface, std::uint8_t* manufacturer,
                                        std::uint8_t* product, std::uint8_t* serialNumber);
 
-/// The string under a descriptor index (not 0) in the device's first language. Nothing, with success, for a string
+/// The string under a descriptor index (not 0) in the device's first language. nullopt, with success, for a string
 /// without characters.
 IOReturn usbInterfaceGetDescriptorStringCopy(IOUSBInterfaceInterface* interfaceInterface, std::uint32_t index,
                                              std::optional<std::string>* string);
@@ -48,6 +48,7 @@ TBCFStringCreateSubstringFromPrefixToTerminator(const std::optional<std::string>
                                                 const std::optional<std::string>& prefix,
                                                 const std::optional<std::string>& terminator);
 
+/// The two bytes exchanged.
 constexpr std::uint16_t OSSwapInt16(std::uint16_t value) {
     return static_cast<std::uint16_t>(value << 8 | value >> 8);
 }

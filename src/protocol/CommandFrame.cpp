@@ -1,4 +1,5 @@
-// The table of commands and the layout of a frame.
+// The table of commands and the layout of a frame. Pure functions, any thread; called by the printer and its channel
+// for each command that they send.
 #include "protocol/CommandFrame.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The table of status codes and their texts. Pure functions, any thread; called by the engine for each status that was
+// read, and by the programs.
 #include "protocol/StatusTexts.h"
 
 #include "platform/foundation/Data.h"

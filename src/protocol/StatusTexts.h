@@ -1,4 +1,4 @@
-// What a printer's status code means, in the words that the operator reads. Any thread.
+// What a printer's status code means, as the operator reads it. Any thread.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,8 @@ inline constexpr const char* kLoaderStatus = "FU00001";
 /// The status of a printer that is ready.
 inline constexpr const char* kReadyStatus = "00000";
 
-/// The loader mark counts only when it is the whole text; everything else is read as a number by its leading digits.
+/// The operator's text of a status, in English. The loader's mark must be the whole text; everything else is read as a
+/// number by its leading digits. nullopt, and a code without a text, give the texts for those.
 std::string textForStatus(const std::optional<std::string>& rawStatus);
 
 } // namespace zul

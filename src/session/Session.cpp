@@ -64,6 +64,7 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
 
 Session::~Session() {
     endBus();
+    mainQueue.close(); // what waits there may hold the controller, which uses the environment until its end
 }
 
 PrinterLocksOptions Session::lockOptions(const std::string& program, bool areEmbedded) const {
@@ -128,7 +129,7 @@ std::optional<SessionProblem> Session::makeBus() {
     std::unique_ptr<VirtualBus> bus;
     if (auto problem = makeEmbeddedPrinters(_options, mainQueue, clock, bus)) return problem;
     // Embedded printers have no print queues: the user's own queues must not be changed with their settings.
-    TBUSBPrinterZUL::setShell([](const std::string&) { return 0; });
+    environment.shell = [](const std::string&) { return 0; };
     _virtualBus = bus.get();
     _bus = std::move(bus);
     return std::nullopt;

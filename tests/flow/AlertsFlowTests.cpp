@@ -168,17 +168,16 @@ TEST_CASE("switching the USB serial number asks for a power cycle and removes th
     Lab lab;
     lab.environment.admittedProductIDs = {0x8B01};
     std::vector<std::string> commandLines;
-    TBUSBPrinterZUL::setShell([&](const std::string& line) {
+    lab.environment.shell = [&](const std::string& line) {
         commandLines.push_back(line);
         return 0;
-    });
+    };
     lab.attach("VK26,usb-serial=off");
     lab.start();
     CHECK(lab.printer()->usbISerialString() == "Disabled");
     lab.forgetWire();
     lab.printer()->setUsbISerial(true);
     lab.rest();
-    TBUSBPrinterZUL::setShell({});
     CHECK(lab.wire() == Wire{"MNT_WTUSB_ISERI_SET", "MNT_RDUSB_ISERI_SET"});
     CHECK(lab.printer()->usbISerialString() == "Enabled");
     CHECK(lab.operatorDesk.title() == "Please power-cycle the selected printer now to complete the process!");

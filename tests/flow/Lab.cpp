@@ -104,7 +104,6 @@ Lab::Lab(const fs::path& archiveFolder, std::shared_ptr<const FileReader> reader
     });
     alertSwitch.to = &operatorDesk;
     HOLVEN_Log::setShouldLogToStdErr(false);
-    TBUSBPrinter::forgetDeviceInfo();
     TBPrinters::initialize(mainQueue);
     controller = std::make_shared<TBPrinters>(environment, TBPrinters::Outlets{});
     controller->init();

@@ -4,6 +4,7 @@ target_sources(unit_tests PRIVATE
   engine/CommandTests.cpp
   engine/ControllerTests.cpp
   engine/DeviceObjectsTests.cpp
+  engine/EnvironmentTests.cpp
   engine/ExchangeTests.cpp
   engine/HolderTests.cpp
   engine/IdentityTests.cpp

@@ -91,7 +91,6 @@ void useColors(bool isDark) {
 Stage::Stage(const StageOptions& options, Started) {
     useLanguage(options.language);
     useColors(options.isDark);
-    TBUSBPrinter::forgetDeviceInfo();
     qputenv("XDG_CONFIG_HOME", (_folder / "config").c_str());
     qputenv("XDG_STATE_HOME", (_folder / "state").c_str()); // so that no stage reads the history of another one
     SessionOptions session;

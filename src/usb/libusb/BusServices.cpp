@@ -1,4 +1,5 @@
-// Work apart from all queues, and the question who has reserved a printer. Called by devices and handles, any thread.
+// Blocks that run apart from all queues, on threads of their own, and the question who has reserved a printer. Called
+// by devices and handles, any thread.
 #include "usb/libusb/BusServices.h"
 
 namespace zul {

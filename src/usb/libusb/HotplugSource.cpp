@@ -1,4 +1,5 @@
-// The callback runs on whatever thread handles libusb's events; the event thread is ended without being joined.
+// Arrivals and departures as libusb reports them. The callback runs on whatever thread handles libusb's events and only
+// fills the inbox; the event thread is ended without being joined. The core starts and stops this on the main queue.
 #include "usb/libusb/HotplugSource.h"
 
 #include "platform/files/Files.h"

@@ -1,4 +1,5 @@
-// Beginning and ending libusb sessions, and counting the references to their devices. Any thread.
+// Beginning and ending libusb sessions, and counting the references to their devices. Any thread; called by the
+// sources, and by whatever keeps a device.
 #include "usb/libusb/LibusbContext.h"
 
 #include "usb/libusb/LibusbResult.h"

@@ -1,4 +1,5 @@
-// Claims, the device handle and the watch for another holder. Transfers are in LibusbInterface_Transfers.cpp.
+// Claims, the device handle and the watch for another holder. Called by the engine on the printer's command queue; main
+// ends the watch when the handle goes. Transfers are in LibusbInterface_Transfers.cpp.
 #include "usb/libusb/LibusbInterface.h"
 
 #include "usb/libusb/LibusbDevice.h"

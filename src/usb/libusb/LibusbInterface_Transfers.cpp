@@ -1,4 +1,5 @@
-// Bulk and control transfers of one interface. Everything here runs on the printer's command queue and blocks it.
+// Bulk and control transfers of one interface. Called by the engine's channel; everything here runs on the printer's
+// command queue and blocks it, for at most the given time-outs.
 #include "usb/libusb/BusLimits.h"
 #include "usb/libusb/LibusbInterface.h"
 #include "usb/libusb/LibusbResult.h"

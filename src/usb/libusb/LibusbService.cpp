@@ -1,4 +1,5 @@
-// Making the handle of a printer interface, which opens the device node. The engine calls it on the main queue.
+// Making the handle of a printer interface, which opens the device node. The engine calls it on the main queue when a
+// printer of ours was announced.
 #include "usb/libusb/LibusbService.h"
 
 #include "usb/libusb/LibusbInterface.h"

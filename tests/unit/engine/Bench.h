@@ -57,16 +57,13 @@ class Bench {
                       .events = nullptr,
                       .admittedProductIDs = {}} {
         HOLVEN_Log::setShouldLogToStdErr(false);
-        TBUSBPrinter::forgetDeviceInfo();
         TBPrinters::initialize(mainQueue);
-        TBPrinters::sharedNotificationPort(environment);
     }
     ~Bench() {
         settle();
         printer.reset();
         mainQueue.close();
         while (SerialQueue::liveThreads() > 0) std::this_thread::yield();
-        TBPrinters(environment, {}).prepareForTermination(); // the port belongs to this bench's registry
     }
 
     /// A printer of the product, without a queue.

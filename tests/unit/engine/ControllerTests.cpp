@@ -47,7 +47,6 @@ class Window final : public WindowOutlet {
 
 struct Shell : Bench {
     Shell() {
-        TBPrinters::sharedNotificationPort(environment);
         outlets.tableview = &table;
         outlets.window = &window;
         outlets.controller = &arrayController;

@@ -5,59 +5,54 @@
 
 using namespace zul;
 
-namespace {
-
-struct Afresh {
-    Afresh() { DeviceObjects::forget(); }
-    ~Afresh() { DeviceObjects::forget(); }
-};
-
-} // namespace
-
-TEST_CASE_FIXTURE(Afresh, "the first object of a device leads, and the others do not") {
-    CHECK(DeviceObjects::add("one", 1));
-    CHECK_FALSE(DeviceObjects::add("one", 2));
-    CHECK(DeviceObjects::add("other", 3));
-    CHECK(DeviceObjects::isLeader("one", 1));
-    CHECK_FALSE(DeviceObjects::isLeader("one", 2));
-    CHECK(DeviceObjects::isLeader("other", 3));
-    CHECK(DeviceObjects::isLeader("unknown", 9));
+TEST_CASE("the first object of a device leads, and the others do not") {
+    DeviceObjects devices;
+    CHECK(devices.add("one", 1));
+    CHECK_FALSE(devices.add("one", 2));
+    CHECK(devices.add("other", 3));
+    CHECK(devices.isLeader("one", 1));
+    CHECK_FALSE(devices.isLeader("one", 2));
+    CHECK(devices.isLeader("other", 3));
+    CHECK(devices.isLeader("unknown", 9));
 }
 
-TEST_CASE_FIXTURE(Afresh, "the leader from before a restart remains the leader until an object from after it exists") {
-    DeviceObjects::add("one", 1);
-    DeviceObjects::add("one", 2);
-    DeviceObjects::remove("one", 1);
-    CHECK_FALSE(DeviceObjects::isLeader("one", 2)); // detached second; the first one saved the right values
-    DeviceObjects::remove("one", 2);
-    CHECK(DeviceObjects::isLeader("one", 1));
-    CHECK(DeviceObjects::add("one", 4));
-    CHECK(DeviceObjects::isLeader("one", 4));
-    CHECK_FALSE(DeviceObjects::isLeader("one", 1));
+TEST_CASE("the leader from before a restart remains the leader until an object from after it exists") {
+    DeviceObjects devices;
+    devices.add("one", 1);
+    devices.add("one", 2);
+    devices.remove("one", 1);
+    CHECK_FALSE(devices.isLeader("one", 2)); // detached second; the first one saved the right values
+    devices.remove("one", 2);
+    CHECK(devices.isLeader("one", 1));
+    CHECK(devices.add("one", 4));
+    CHECK(devices.isLeader("one", 4));
+    CHECK_FALSE(devices.isLeader("one", 1));
 }
 
-TEST_CASE_FIXTURE(Afresh, "any one object of a device may run its update, and leads from then on") {
-    DeviceObjects::add("one", 1);
-    DeviceObjects::add("one", 2);
-    CHECK(DeviceObjects::beginUpdate("one", 2));
-    CHECK(DeviceObjects::isLeader("one", 2));
-    CHECK_FALSE(DeviceObjects::beginUpdate("one", 1));
-    CHECK(DeviceObjects::isUpdatedElsewhere("one", 1));
-    CHECK_FALSE(DeviceObjects::isUpdatedElsewhere("one", 2));
-    CHECK(DeviceObjects::beginUpdate("one", 2)); // again by the same object
-    CHECK_FALSE(DeviceObjects::isUpdatedElsewhere("other", 1));
+TEST_CASE("any one object of a device may run its update, and leads from then on") {
+    DeviceObjects devices;
+    devices.add("one", 1);
+    devices.add("one", 2);
+    CHECK(devices.beginUpdate("one", 2));
+    CHECK(devices.isLeader("one", 2));
+    CHECK_FALSE(devices.beginUpdate("one", 1));
+    CHECK(devices.isUpdatedElsewhere("one", 1));
+    CHECK_FALSE(devices.isUpdatedElsewhere("one", 2));
+    CHECK(devices.beginUpdate("one", 2)); // again by the same object
+    CHECK_FALSE(devices.isUpdatedElsewhere("other", 1));
 }
 
-TEST_CASE_FIXTURE(Afresh, "an update ends with its report, and with the object that runs it") {
-    DeviceObjects::add("one", 1);
-    DeviceObjects::add("one", 2);
-    CHECK(DeviceObjects::beginUpdate("one", 1));
-    DeviceObjects::endUpdate("one", 2); // the update of another object
-    CHECK(DeviceObjects::isUpdatedElsewhere("one", 2));
-    DeviceObjects::endUpdate("one", 1);
-    CHECK_FALSE(DeviceObjects::isUpdatedElsewhere("one", 2));
-    CHECK(DeviceObjects::beginUpdate("one", 2));
-    DeviceObjects::remove("one", 2);
-    CHECK_FALSE(DeviceObjects::isUpdatedElsewhere("one", 1));
-    CHECK(DeviceObjects::beginUpdate("one", 1));
+TEST_CASE("an update ends with its report, and with the object that runs it") {
+    DeviceObjects devices;
+    devices.add("one", 1);
+    devices.add("one", 2);
+    CHECK(devices.beginUpdate("one", 1));
+    devices.endUpdate("one", 2); // the update of another object
+    CHECK(devices.isUpdatedElsewhere("one", 2));
+    devices.endUpdate("one", 1);
+    CHECK_FALSE(devices.isUpdatedElsewhere("one", 2));
+    CHECK(devices.beginUpdate("one", 2));
+    devices.remove("one", 2);
+    CHECK_FALSE(devices.isUpdatedElsewhere("one", 1));
+    CHECK(devices.beginUpdate("one", 1));
 }

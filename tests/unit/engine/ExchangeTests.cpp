@@ -1,7 +1,6 @@
 // Missing replies, and replies that cannot belong to their queries: which queries are repeated, which are not, and
 // which reply is used in the end.
 #include "Bench.h"
-#include "Classes/DeviceObjects.h"
 #include "RecordedEvents.h"
 
 using namespace zul;
@@ -161,12 +160,12 @@ TEST_CASE("a printer that is updated through its other interface gets no second 
     Asked bench;
     constexpr ServiceToken kOther = 8;
     const std::string key = bench.printer->keyUSBdevice();
-    DeviceObjects::add(key, kOther);
-    REQUIRE(DeviceObjects::beginUpdate(key, kOther));
+    bench.environment.deviceObjects->add(key, kOther);
+    REQUIRE(bench.environment.deviceObjects->beginUpdate(key, kOther));
     CHECK(bench.version() == std::nullopt);
     CHECK(bench.commands().size() == 1);
     CHECK(bench.resynchronizations() == 0);
-    DeviceObjects::remove(key, kOther);
+    bench.environment.deviceObjects->remove(key, kOther);
 }
 
 TEST_CASE("a pipe that does not become idle ends the query without a reply") {

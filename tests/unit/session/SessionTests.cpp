@@ -40,7 +40,6 @@ class Watcher final : public SessionObserver {
 struct Lab {
     Lab() {
         ::setenv("XDG_STATE_HOME", folder.path.c_str(), 1);
-        TBUSBPrinter::forgetDeviceInfo();
         SessionOptions options;
         options.virtualPrinters = {"VK14"};
         session.emplace(options, alerts, application, &clock);

@@ -1,0 +1,28 @@
+// Keeps the dictionaries of the devices of a run. Main queue; the printers call this when they are made and when they
+// leave, the static operations of TBUSBPrinter for everybody else.
+#include "Classes/DeviceInfoStore.h"
+
+#include "Classes/TBUSBPrinter.h"
+#include "platform/foundation/Format.h"
+
+#include <cassert>
+#include <optional>
+#include <utility>
+
+namespace zul {
+
+DeviceInfoPtr DeviceInfoStore::infoForKey(const std::string& key) {
+    assert(TBUSBPrinter::isMainQueue());
+    DeviceInfoPtr& info = _gPrivateInstanceRegistry[key];
+    if (!info) info = std::make_shared<DeviceInfo>();
+    return info;
+}
+
+void DeviceInfoStore::setInfo(DeviceInfoPtr info, const std::string& key) {
+    assert(TBUSBPrinter::isMainQueue());
+    const auto description = info ? std::optional(info->description()) : std::nullopt;
+    logText("%s:[%s] : %s", "+[TBUSBPrinter setDeviceInfo:forKey:]", key, textOrNull(description));
+    if (info && info->isMutable()) _gPrivateInstanceRegistry[key] = std::move(info);
+}
+
+} // namespace zul
