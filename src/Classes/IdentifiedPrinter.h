@@ -65,11 +65,6 @@ class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
     /// Shorter names of known vendors; others unchanged.
     static Text normalizedVendorString(const Text& vendor);
 
-    /// The USB identifiers of the printers that the object's class is for; none in this class. (The subclass has class
-    /// operations of the plain names.)
-    virtual std::set<std::uint16_t> supportedVendorIDsOfClass() const { return {}; }
-    virtual std::set<std::uint16_t> supportedProductIDsOfClass() const { return {}; }
-
   protected:
     /// Stores a text and notifies its observers, on the calling thread.
     void setText(IdentityText which, const Text& value);

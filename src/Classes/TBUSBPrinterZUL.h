@@ -36,8 +36,6 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     static std::set<std::uint16_t> supportedVendorIDs();
     /// What this build accepts; a run may admit more (Environment::admittedProductIDs).
     static std::set<std::uint16_t> supportedProductIDs();
-    std::set<std::uint16_t> supportedVendorIDsOfClass() const override { return supportedVendorIDs(); }
-    std::set<std::uint16_t> supportedProductIDsOfClass() const override { return supportedProductIDs(); }
     void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) override;
     /// Continues what the saved dictionary says. Called by the initialiser, and once more after another program held
     /// the printer at its arrival. Returns at once; without a command queue it is done when it returns.

@@ -117,7 +117,7 @@ class UpdateRun final : public SessionObserver {
         if (!options.agree) missing = "--agree";
         if (!options.yes) missing += missing.empty() ? "--yes" : " and --yes";
         if (missing.empty()) return true;
-        return refuse("nobody can be asked here, so update needs its answers on the command line; missing: " + missing,
+        return refuse("this is not a terminal, so update needs its answers on the command line; missing: " + missing,
                       kWrongUsage);
     }
 

@@ -41,7 +41,7 @@ void addPrinterCommands(CLI::App& app, Options& options) {
     };
     optionalPrinter("info", "Everything that is known about a printer");
     optionalPrinter("status", "Ask a printer for its status now");
-    addCommand(app, options, "watch", "Arrivals, departures and every changed fact, until interrupted");
+    addCommand(app, options, "watch", "Arrivals, departures and every changed value, until interrupted");
     auto onePrinter = [&](const char* name, const char* help) {
         addCommand(app, options, name, help)
             ->add_option("PRINTER", options.arguments, "Which printer")
@@ -66,7 +66,7 @@ void addPrinterCommands(CLI::App& app, Options& options) {
             ->required();
     };
     twoWords("reset-counter", "Set a counter to 0", "COUNTER", {"A", "B", "M"});
-    twoWords("usb-serial", "Let the printer tell its USB serial number, or not", "SETTING", {"on", "off"});
+    twoWords("usb-serial", "Turn the printer's USB serial number on or off", "SETTING", {"on", "off"});
 }
 
 void addUpdateCommand(CLI::App& app, Options& options) {
@@ -107,7 +107,7 @@ void addHistoryCommand(CLI::App& app, Options& options) {
         ->type_name("TIME");
     history
         ->add_flag("--dismiss", options.dismiss,
-                   "Ask no more to complete the updates of --printer: it is gone for good, for example")
+                   "Stop offering to complete the updates of --printer, for example because it will not return")
         ->needs("--printer");
 }
 

@@ -105,8 +105,8 @@ Program::Printer Program::find(const std::string& name, int& exitStatus) {
     };
     if (std::ranges::count_if(all, isCalled) > 1) {
         exitStatus = kWrongUsage;
-        output.problem("\"" + name +
-                           "\" stands for several printers; use a key or a position in the list: " + listed() + ".",
+        output.problem("\"" + name + "\" matches several printers; use a key or a position in the list: " + listed() +
+                           ".",
                        exitStatus);
         return nullptr;
     }

@@ -211,7 +211,7 @@ Check Doctor::archive(const ExaminedPrinter& printer) const {
 Check Doctor::loader(const ExaminedPrinter& printer) const {
     constexpr const char* kName = "loader";
     if (!printer.isUsable || printer.isHeldElsewhere || !printer.status) {
-        return checkOf(printer, kName, CheckState::unknown, localizedFormat("it could not be asked"));
+        return checkOf(printer, kName, CheckState::unknown, localizedFormat("it could not be queried"));
     }
     if (!printer.isInLoader) {
         return checkOf(printer, kName, CheckState::ok, localizedFormat("it is not in its loader"));
@@ -224,7 +224,7 @@ Check Doctor::loader(const ExaminedPrinter& printer) const {
 Check Doctor::ready(const ExaminedPrinter& printer) const {
     constexpr const char* kName = "ready";
     if (!printer.isUsable)
-        return checkOf(printer, kName, CheckState::unknown, localizedFormat("it could not be asked"));
+        return checkOf(printer, kName, CheckState::unknown, localizedFormat("it could not be queried"));
     // The holder and the loader have checks of their own.
     if (printer.isHeldElsewhere || printer.isInLoader) {
         return checkOf(printer, kName, CheckState::unknown,

@@ -1,4 +1,5 @@
-// Decides on which thread a change notice has come. Called on the thread of the change, by the notice itself.
+// Passes change notices from the printers' queues to the GUI thread, and those of the GUI thread on directly.
+// Called on the thread of the change, by the notice itself.
 #include "ui/ChangeRelay.h"
 
 #include "Classes/TBPrinters.h"

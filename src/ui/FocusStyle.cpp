@@ -1,4 +1,5 @@
-// Draws the focus frames that the desktop's style leaves out. GUI thread; called by the toolkit whenever it paints.
+// Draws the focus frames that the desktop's style leaves out, so that the keyboard's position is always visible.
+// GUI thread; called by the toolkit whenever it paints.
 #include "ui/FocusStyle.h"
 
 #include <QAbstractScrollArea>

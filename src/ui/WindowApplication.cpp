@@ -1,4 +1,5 @@
-// How the window's program ends. GUI thread; called by the engine's alerts and by MainWindow.
+// How the window's program ends: the engine's alerts and the user's request come together here.
+// GUI thread; called by the engine's alerts and by MainWindow.
 #include "ui/WindowApplication.h"
 
 #include "Classes/TBPrinters.h"

@@ -1,4 +1,5 @@
-// Connects session, main window and event loop, and takes them down in the right order. GUI thread; called by main.
+// Connects session, main window and event loop, and ends them in the right order.
+// GUI thread; called by main.
 #include "ui/WindowProgram.h"
 
 namespace zul::ui {

@@ -320,8 +320,8 @@ TEST_CASE("a printer that waits for the rest of an image is not called unchanged
     if (lab.operatorDesk.title() == "Attention:") lab.agree();
     lab.rest();
     CHECK(lab.result() == UpdateResult::unanswered);
-    CHECK(lab.update().verdict.reason ==
-          "the firmware was cut off at " + localTimeText(1000) + ", and the printer waits for the rest of it");
+    CHECK(lab.update().verdict.reason == "the transfer of the firmware was interrupted at " + localTimeText(1000) +
+                                             ", and the printer waits for the rest of it");
     CHECK(lab.update().advice == "Switch the printer off and on, then start the update again: that completes it.");
 }
 
@@ -410,6 +410,6 @@ TEST_CASE("an unresponsive printer whose update was given up during its image is
     if (lab.operatorDesk.title() == "Attention:") lab.agree();
     lab.rest();
     CHECK(lab.result() == UpdateResult::unanswered);
-    CHECK(lab.update().verdict.reason.starts_with("the firmware was cut off at "));
+    CHECK(lab.update().verdict.reason.starts_with("the transfer of the firmware was interrupted at "));
     CHECK(lab.update().advice == "Switch the printer off and on, then start the update again: that completes it.");
 }

@@ -1,5 +1,5 @@
-// What the supervisor makes of printers that return: at another place, late, unrecognised, or to files that were mended
-// meanwhile.
+// What the supervisor makes of printers that return: at another place, late, unrecognised, or to files that were
+// replaced meanwhile.
 #include "SupervisedLab.h"
 
 #include <doctest/doctest.h>
@@ -38,7 +38,7 @@ void upToReportOfStranger(SupervisedLab& lab) {
 
 } // namespace
 
-TEST_CASE("the place where a printer had come back is forgotten when it is back at its own") {
+TEST_CASE("the recorded other location is dropped when the printer is back at its own") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
     lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE,fault=never-back@FLASH_PROGRAM");
@@ -57,7 +57,8 @@ TEST_CASE("the place where a printer had come back is forgotten when it is back 
     CHECK(lab.update().verdict.reason == "the printer did not come back");
 }
 
-TEST_CASE("a place is forgotten as soon as the printer itself appears, whatever is still attached there") {
+TEST_CASE("the recorded other location is dropped as soon as the printer itself appears, also if that one is still "
+          "occupied") {
     SupervisedLab lab;
     lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE");
     lab.beginUpdate();
@@ -87,7 +88,7 @@ TEST_CASE("a printer whose questions were cut short before its serial number is 
     CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its location");
 }
 
-TEST_CASE("a loader that was left for damaged files is judged once per return, and completed when they are mended") {
+TEST_CASE("a loader that was left for damaged files is judged once per return, and completed when they are replaced") {
     ChangedSamples archive;
     SupervisedLab lab(archive.folder());
     lab.startWithVK14("restart=5000");

@@ -2,6 +2,7 @@
 import contextlib
 import json
 import pathlib
+import re
 import shutil
 import time
 
@@ -93,6 +94,7 @@ def update_all(lab, gadgets):
                  "the slow printer has its image")
         second = lab.zulctl("--firmware-archive", lab.archive, "update", "--agree", "--yes", gadgets[0].device,
                             timeout=240)
+        listed = lab.zulctl("list", timeout=240)
         update.end(how=None, seconds=900)
         results = [event for event in map(json.loads, update.lines) if event["event"] == "result"]
     expect_equal(sorted(event["printer"] for event in results), sorted({event["printer"] for event in results}),
@@ -108,8 +110,9 @@ def update_all(lab, gadgets):
     if max(slowness, usbfs.slowness) <= ALL_ARRIVE:
         expect_equal(incomplete, [], "printers without the image on a quiet machine")
     expect_equal(second.returncode, BUSY, "exit status of the second update")
-    expect(f"zulctl uses the printer (process {update.process.pid})" in second.stdout + second.stderr,
-           "the second update names the first one")
+    holder = re.compile(rf"zulctl uses the printer \(process {update.process.pid}\): update, [a-z ]+, since 20")
+    for process, what in ((second, "the second update"), (listed, "the list")):
+        expect(holder.search(process.stdout + process.stderr), f"{what} names the first one: {process.stdout}")
     complete_all(lab, gadgets)
     lab.report(f"{len(gadgets)} printers were updated in {time.monotonic() - started:.0f} s, {len(incomplete)} of them "
                f"with a second update")

@@ -17,7 +17,7 @@ def _(bench):
     expect_equal(result.status, 4, "exit status of info")
     hint, problem = result.err.splitlines()
     expect("--admit-product 0x8B01" in hint, hint)
-    expect_equal(problem, "zulctl: no attached printer can be used.", "the problem behind the hint")
+    expect_equal(problem, "zulctl: no attached printer can be used.", "the problem after the hint")
 
 
 @case("with --json standard output contains one document, and hints are objects on standard error")

@@ -54,7 +54,7 @@ def _(bench):
         facts = bench.run("--json", "info", name, printers=("VK14", "VK14,serial=777,lifetime=9")).json
         expect_equal(facts["deviceInfo"]["TBPrinterLifetimeCounter"], "9", f"found by {name}")
     text = bench.run("info").out
-    for wanted in ("MFG:Zul Imaging Company;MDL:VK14;", "firmwareVersion", "nobody", "Unavailable"):
+    for wanted in ("MFG:Zul Imaging Company;MDL:VK14;", "firmwareVersion", "no program", "Unavailable"):
         expect(wanted in text, f"{wanted} is shown")
 
 

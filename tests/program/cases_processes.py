@@ -71,12 +71,14 @@ def _(bench):
 def _(bench):
     for words in (("reset-counter", "A", "1"), ("soft-reset", "1"), ("reset", "1"), ("reenumerate", "1"),
                   ("usb-serial", "off", "1")):
-        file = bench.path("journal")
-        with Other(bench, "--virtual-journal", file, *words, printers=("VK14,usb-serial=on",)) as other:
+        file, untouched = bench.path("journal"), bench.path("untouched")
+        printers = ("VK14,usb-serial=on",)
+        bench.run("--virtual-journal", untouched, "list", printers=printers)
+        with Other(bench, "--virtual-journal", file, *words, printers=printers) as other:
             status, out, err = other.outcome()
             expect_equal(status, 5, f"exit status of {words}: {out}{err}")
             expect(f"{other.name}. It updates the printer: do not close it" in err, err)
-        expect_equal(events(file), ["arrive"], f"what the printer saw of {words}")
+        expect_equal(events(file), events(untouched), f"events of {words}")
 
 
 @case("the diagnosis names the process that updates a printer")
@@ -86,30 +88,3 @@ def _(bench):
         status, out, err = other.outcome()
         expect_equal(status, 1, out + err)
         expect(other.name in out and f"ps -fp {other.holder.pid}" in out, out)
-
-
-@case("a printer that another process updates is listed with that process and its phase, and is not asked anything")
-def _(bench):
-    for words in (("list",), ("info", "1"), ("status", "1")):
-        file = bench.path("journal")
-        with Other(bench, "--virtual-journal", file, *words) as other:
-            _status, out, err = other.outcome()
-            expect(other.name in out + err, f"{words}: {out}{err}")
-        expect_equal(events(file), ["arrive"], f"what the printer saw of {words}")
-
-
-@case("a watch shows the process that updates a printer, and the printer's answers when that process has ended")
-def _(bench):
-    with Other(bench, "watch") as other:
-        other.zulctl.stdin.write("go\n")
-        other.zulctl.stdin.flush()
-        seen = []
-        while not seen or other.name not in seen[-1]:
-            line = other.zulctl.stdout.readline()
-            expect(line, f"the watch goes on: {seen}")
-            seen.append(line)
-        other.holder.kill()
-        while "VK14 01.60" not in seen[-1]:
-            line = other.zulctl.stdout.readline()
-            expect(line, f"the watch goes on: {seen}")
-            seen.append(line)

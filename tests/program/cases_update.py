@@ -24,7 +24,7 @@ def _(bench):
     rest = commands[len(wanted):]
     if rest[0] == "STATUS":
         rest = rest[1:]
-    expect_equal(rest, ["INFO  FVER", "STATUS"] + TABLES + ["STATUS"] + FACTS, "behind the image")
+    expect_equal(rest, ["INFO  FVER", "STATUS"] + TABLES + ["STATUS"] + FACTS, "after the image")
     for wanted in ("Firmware version updated from VK14 01.60 to VK14 01.61", "in the loader (",
                    "updated from VK14 01.60 to VK14 01.61, 2 color tables written"):
         expect(wanted in result.out, f"{wanted!r} is shown")

@@ -269,6 +269,25 @@ TEST_CASE("a new printer whose node may not be opened for two seconds is announc
     CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
+TEST_CASE("a printer that is expected back from its update is waited for longer until its node may be opened") {
+    TimedBench timed;
+    timed.bench.start();
+    timed.bench.bus.setKept(0x01200000, true);
+    timed.plug({.mode = 0});
+    SUBCASE("its rights come late") {
+        timed.advance(14s);
+        CHECK(timed.bench.events.empty());
+        timed.bench.setMode(4, 0644);
+        timed.advance(100ms);
+    }
+    SUBCASE("its rights never come") {
+        timed.advance(14'999ms);
+        CHECK(timed.bench.events.empty());
+        timed.advance(1ms);
+    }
+    CHECK(timed.bench.eventList() == "arrived 1-2");
+}
+
 TEST_CASE("a printer that leaves while its node may not be opened is never announced") {
     TimedBench timed;
     timed.bench.start();

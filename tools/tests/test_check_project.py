@@ -8,16 +8,21 @@ import unittest
 TOOL = pathlib.Path(__file__).resolve().parent.parent / "check-project"
 
 
+OPENING = "// What it contains.\n// Main queue.\n"
+
+
 class CheckProject(unittest.TestCase):
     def setUp(self):
         self._folder = tempfile.TemporaryDirectory()
         self.addCleanup(self._folder.cleanup)
         self.root = pathlib.Path(self._folder.name)
 
-    def check(self, files):
+    def check(self, files, opening=True):
         for name, content in files.items():
             path = self.root / name
             path.parent.mkdir(parents=True, exist_ok=True)
+            if opening and name.startswith("src/") and name.endswith(".cpp"):
+                content = OPENING + content
             path.write_bytes(content if isinstance(content, bytes) else content.encode())
         result = subprocess.run([sys.executable, TOOL, "--root", self.root], capture_output=True, text=True, check=False)
         self.assertEqual(result.stderr, "")
@@ -41,7 +46,7 @@ class CheckProject(unittest.TestCase):
                            "src/cli/List.cpp": '#include "usb/libusb/Bus.h"\n#include <CLI/CLI.hpp>\n'})
 
     def test_refuses_an_include_from_a_floor_above(self):
-        self.assert_finding({"src/platform/A.cpp": '\n#include "archive/SRecord.h"\n'}, "src/platform/A.cpp:2: includes")
+        self.assert_finding({"src/platform/A.cpp": '\n#include "archive/SRecord.h"\n'}, "src/platform/A.cpp:4: includes")
 
     def test_refuses_the_engine_in_the_virtual_printers(self):
         self.assert_finding({"src/virtual_printer/A.cpp": '#include "archive/SRecord.h"\n'}, "above it")
@@ -64,13 +69,25 @@ class CheckProject(unittest.TestCase):
     def test_refuses_a_folder_that_has_no_floor(self):
         self.assert_finding({"src/misc/A.cpp": "int a;\n"}, "no row in the table of floors")
 
+    # Openings
+
+    def test_refuses_a_source_without_an_opening(self):
+        for lines in ("", "// One line.\n", "// Too many.\n" * 7):
+            with self.subTest(lines):
+                output = self.check({"src/cli/A.cpp": lines + "int a;\n"}, opening=False)
+                self.assertIn("src/cli/A.cpp:1: opens with", output)
+
+    def test_lets_a_source_open_with_two_to_six_lines(self):
+        for count in (2, 6):
+            self.assertEqual(self.check({"src/cli/A.cpp": "// Why.\n" * count + "int a;\n"}, opening=False), "")
+
     # Lengths
 
     def test_refuses_a_long_file(self):
-        self.assert_finding({"tests/A.cpp": "int a;\n" * 601}, "601 lines")
+        self.assert_finding({"tests/A.cpp": "int a;\n" * 501}, "501 lines")
 
     def test_warns_of_a_file_that_grows_long(self):
-        self.assertIn("tests/A.cpp:501: warning: 501 lines", self.check({"tests/A.cpp": "int a;\n" * 501}))
+        self.assertIn("tests/A.cpp:451: warning: 451 lines", self.check({"tests/A.cpp": "int a;\n" * 451}))
 
     def function(self, lines, head="void Printer::send(int a)", statement="    if (a) { call(); }"):
         return f"namespace zul {{\n{head} {{\n" + f"{statement}\n" * (lines - 2) + "}\n}\n"

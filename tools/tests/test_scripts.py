@@ -63,11 +63,11 @@ class Scripts(unittest.TestCase):
 
     # ./run
 
-    def test_run_updates_an_embedded_printer_when_there_is_no_window(self):
+    def test_run_updates_an_embedded_printer_when_there_is_no_display(self):
         result = self.start("run")
         self.assertEqual(result.returncode, 0)
         self.assertEqual(result.stdout, f"zulctl in {self.base}: --virtual VK14 update --agree --yes\n")
-        self.assertIn("There is no window program yet", result.stderr)
+        self.assertIn("There is no display here", result.stderr)
         self.assertNotIn("noise", result.stderr)
         self.assertEqual(self.calls("apt-get"), [])
 

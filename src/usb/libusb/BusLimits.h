@@ -14,6 +14,9 @@ using namespace std::chrono_literals;
 /// device that is reported before the kernel has configured it. It serves the node of the kernel's printer driver, too,
 /// which is made again each time the driver gets a printer.
 inline constexpr std::chrono::milliseconds kAccessWait = 2000ms;
+/// The same for a printer that is expected back from a restart of its update. It has to be opened to get its image or
+/// its tables, and once it is announced without the right to open it, its update does not continue by itself.
+inline constexpr std::chrono::milliseconds kAccessWaitInUpdate = 15'000ms;
 /// How often the node is looked at meanwhile: short against what a person notices, long against the cost of a look.
 inline constexpr std::chrono::milliseconds kAccessRetryInterval = 100ms;
 

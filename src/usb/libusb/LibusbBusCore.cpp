@@ -125,7 +125,9 @@ void LibusbBus::Core::arrived(BusEvent& event) {
     const auto context = event.context != nullptr ? event.context : _source->context();
     const auto entry = std::make_shared<Entry>();
     entry->device = std::make_shared<AttachedDevice>(_services, context, event.device->get());
-    entry->announceBy = _port->clock().now() + bus_limits::kAccessWait;
+    entry->isConfigured = entry->device->readDescriptors(); // isKept() needs its place
+    entry->announceBy =
+        _port->clock().now() + (entry->device->isKept() ? bus_limits::kAccessWaitInUpdate : bus_limits::kAccessWait);
     entry->wasThereAtStart = _starting;
     // The permissions of what was attached before the start have long been set.
     if (!_starting) entry->device->rightsMayComeUntil(entry->announceBy);

@@ -221,7 +221,7 @@ TEST_CASE("ipp-usb is a warning while it runs, and a problem once it holds a pri
     machine.tree.addProcess(400, "ipp-usb", machine.printer.node);
     check = machine.doctor().ippUsb({machine.printer});
     CHECK(check.state == CheckState::problem);
-    CHECK(check.text == "ipp-usb has taken VK14 000001 (1-2.4) (process 400)");
+    CHECK(check.text == "ipp-usb has claimed VK14 000001 (1-2.4) (process 400)");
     CHECK(check.printer == machine.printer.key);
 }
 

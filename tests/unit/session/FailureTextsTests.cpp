@@ -37,7 +37,7 @@ TEST_CASE("no text for an operator contains the name of a return code, and each 
 TEST_CASE("a detached printer and one that refuses have different texts, and a lack of descriptors is not the "
           "printer's fault") {
     CHECK(openFailureText("VK14", kIOReturnNoDevice, {}) ==
-          "VK14 cannot be opened: the printer left. Plug it in again.");
+          "VK14 cannot be opened: the printer was disconnected. Plug it in again.");
     CHECK(commandFailureText("VK14", kIOUSBPipeStalled) ==
           "VK14 did not accept the command: the printer refused the data. Switch it off and on, then try again.");
     CHECK(resetFailureText("VK14", "soft-reset", kIOReturnError) ==

@@ -215,7 +215,7 @@ TEST_CASE("a printer that replies is not called unresponsive when it takes longe
     cut.upToImage();
     cut.restart();
     REQUIRE(cut.state().isImageInDoubt());
-    CHECK(adviceForDelay(cut.state()).starts_with("This takes longer than usual. The printer left while"));
+    CHECK(adviceForDelay(cut.state()).starts_with("This takes longer than usual. The printer was disconnected while"));
 }
 
 TEST_CASE("a printer that does not report its device ID is shown so until it is detached") {
