@@ -53,10 +53,12 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
     return !result.isRefused();
 }
 
+// A printer that has restarted is not claimed any more: its claim's lock ends with the update.
 void UpdateSupervisor::releaseLock(const std::string& key) {
     Course& course = _courses[key];
     auto lock = std::exchange(course.lock, std::nullopt);
-    if (lock && course.isClaimLock && _services.returnClaim) _services.returnClaim(key, std::move(*lock));
+    const bool isStillClaimed = course.isClaimLock && _updates[key].verdict.isUntouched();
+    if (lock && isStillClaimed && _services.returnClaim) _services.returnClaim(key, std::move(*lock));
 }
 
 // Puts the phase into the lock's replies to other processes.

@@ -117,7 +117,7 @@ TEST_CASE("a printer of a dismissed update is free for other programs until it c
     CHECK(lab.result() == UpdateResult::succeeded);
 }
 
-TEST_CASE("the lock of a claim becomes that of the update, and is handed back when the update ends") {
+TEST_CASE("the lock of a claim becomes that of the update, and is released with it") {
     SupervisedLab lab;
     lab.startWithVK14();
     const std::string key = lab.printer()->keyUSBdevice();
@@ -132,9 +132,22 @@ TEST_CASE("the lock of a claim becomes that of the update, and is handed back wh
     CHECK(answer->phase == "in the loader");
     lab.rest();
     CHECK(lab.result() == UpdateResult::succeeded);
-    CHECK(lab.claim);
-    lab.claim.reset();
+    CHECK_FALSE(lab.claim); // it ended with the restart
     CHECK_FALSE(lab.locks.ask(key));
+}
+
+TEST_CASE("the lock of a claim is handed back when nothing was sent") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    const std::string key = lab.printer()->keyUSBdevice();
+    lab.claim = lab.locks.tryLock(key, kClaimActivity).lock;
+    lab.supervisor.begin(lab.printer(), Equal::install);
+    lab.rest(1s);
+    CHECK_FALSE(lab.claim);
+    lab.supervisor.requestStop();
+    CHECK(lab.result() == UpdateResult::stopped);
+    CHECK(lab.claim);
+    CHECK(lab.locks.ask(key));
 }
 
 TEST_CASE("an update that is given up before it begins ends, whatever keeps it from its beginning") {

@@ -69,12 +69,10 @@ def _(bench):
 
 @case("commands that change a printer are refused while another process updates it, and that process is named")
 def _(bench):
-    for words in (("reset-counter", "A", "1"), ("soft-reset", "1"), ("reset", "1"), ("reenumerate", "1"),
-                  ("usb-serial", "off", "1")):
+    for words in (("reset-counter", "A", "1"), ("soft-reset", "1"), ("reset", "1"), ("reenumerate", "1")):
         file, untouched = bench.path("journal"), bench.path("untouched")
-        printers = ("VK14,usb-serial=on",)
-        bench.run("--virtual-journal", untouched, "list", printers=printers)
-        with Other(bench, "--virtual-journal", file, *words, printers=printers) as other:
+        bench.run("--virtual-journal", untouched, "list")
+        with Other(bench, "--virtual-journal", file, *words) as other:
             status, out, err = other.outcome()
             expect_equal(status, 5, f"exit status of {words}: {out}{err}")
             expect(f"{other.name}. It updates the printer: do not close it" in err, err)

@@ -63,14 +63,14 @@ TEST_CASE("the update of a claimed printer is reserved as an update, and the pri
 }
 
 TEST_CASE("nothing is changed in a printer that another process has reserved, and that process is named") {
-    Stage stage({.printers = {quick("VK14", "usb-serial=on")}});
+    Stage stage({.printers = {quick("VK14")}});
     stage.waitForDeviceInfo();
     const std::string key = stage.printers().front()->keyUSBdevice();
     // Embedded printers and their locks belong to one process: the lock's name contains its number.
     ChildProcess other({ZUL_LOCK_HOLDER, "zul-printer-utility-embedded-" + std::to_string(::getpid()), "0"});
     REQUIRE(other("lock " + key + " update") == "locked");
     const std::string before = TemporaryFolder::read(stage.journalFile());
-    for (const char* action : {"actionHotPlug", "actionSerial", "actionClaim", "actionCounterA"}) {
+    for (const char* action : {"actionHotPlug", "actionClaim", "actionCounterA"}) {
         CAPTURE(action);
         stage.window().findChild<QAction*>(action)->trigger();
         if (std::string(action) == "actionCounterA") stage.answer("Reset Counter");
@@ -86,25 +86,28 @@ TEST_CASE("nothing is changed in a printer that another process has reserved, an
 TEST_CASE("the row of a printer shows what keeps it from being used or what is to be done with it") {
     Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM"), quick("VK14")}});
     stage.waitForDeviceInfo();
-    const auto row = [&](int number) {
+    // A printer that returns from a restart is the last row.
+    const auto isShown = [&](const QString& part) {
         QStringList texts;
-        for (int column = 0; column < 9; ++column) texts << stage.cell(number, column);
-        return texts.join(" | ");
+        for (int row = 0; row < stage.rows(); ++row) {
+            for (int column = 0; column < 9; ++column) texts << stage.cell(row, column);
+        }
+        return texts.join("\n").contains(part);
     };
     SUBCASE("another program that uses it") {
         stage.clickRow(1);
         stage.bus().setHeldByOther(1, true);
         stage.click("Refresh");
-        stage.waitFor("the holder", [&] { return row(1).contains("another program uses the printer"); });
+        stage.waitFor("the holder", [&] { return isShown("another program uses the printer"); });
         stage.bus().setHeldByOther(1, false);
-        stage.waitFor("its end", [&] { return !row(1).contains("another program uses the printer"); });
+        stage.waitFor("its end", [&] { return !isShown("another program uses the printer"); });
     }
     SUBCASE("an update that has to be completed") {
         stage.clickRow(0);
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
         stage.waitFor("the result", [&] { return !onlyUpdate(stage).isOpen(); });
-        stage.waitFor("the advice", [&] { return row(0).contains("is not complete, start it again"); });
+        stage.waitFor("the advice", [&] { return isShown("is not complete, start it again"); });
     }
 }
 
