@@ -28,6 +28,7 @@ inline constexpr const char* HOLVEN_TBPrinterColorTableChecksum620HD = "colorTab
 inline constexpr const char* HOLVEN_TBPrinterLifetimeCounter = "TBPrinterLifetimeCounter";
 inline constexpr const char* HOLVEN_ZUL_USB_ISerialisSet = "HOLVEN_ZUL_USB_ISerialisSet";
 inline constexpr const char* HOLVEN_TBPrinterDeviceFirmwareStatus = "deviceFirmwareStatus";
+inline constexpr const char* kUpdatedSerialNumber = "updatedSerialNumber"; // by its device ID, when its update began
 inline constexpr const char* cFirmwareFilenames = "firmwareFilenames";
 inline constexpr const char* cFirmwareFileHashes = "firmwareFileHash"; // singular in the text, plural in the name
 

@@ -192,6 +192,7 @@ void FirmwareUpdate::sendEnterLoader() {
     // Both before the command: the printer may leave before the next line runs, and what is stored then is what its
     // successor finds.
     _printer.deviceInfoDict()->setString(HOLVEN_TBPrinterFirmwareVersionPrevious, _printer.firmwareVersion());
+    _printer.deviceInfoDict()->setString(kUpdatedSerialNumber, _printer.idSerialNumber());
     setProgress(UpdateProgress::waitingForLoader);
     _exchange.orderRestart(kCommandEnterLoader, /*payload=*/nullptr);
     _printer.closeInterface(nullptr);

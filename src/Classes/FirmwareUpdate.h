@@ -108,6 +108,8 @@ class FirmwareUpdate {
     void setProgress(UpdateProgress progress);
     void clearProgress();
     void resumeAtLoader();
+    bool isAnotherPrinter() const;
+    void askAboutAnotherPrinter();
     void resumeAtFirmware(const VersionAnswer& answer);
     void storeVersion(const VersionAnswer& answer);
 

@@ -48,13 +48,33 @@ void FirmwareUpdate::resume(std::int64_t progress) {
 void FirmwareUpdate::resumeAtLoader() {
     logText("found a device waiting for firmware update");
     _printer.getPrinterStatus([self = shared()](const Text& rawStatus) {
-        if (rawStatus == kLoaderStatus) {
+        if (rawStatus == kLoaderStatus && self->isAnotherPrinter()) {
+            self->askAboutAnotherPrinter();
+        } else if (rawStatus == kLoaderStatus) {
             logText("device is in firmware update mode ... uploading firmware");
             self->uploadImage();
         } else {
             logText("Bad Status (%s) while waiting for firmware update", textOrNull(rawStatus));
         }
     });
+}
+
+// The printer that was ordered into its loader is recognised by its device ID, where both IDs have a serial number.
+bool FirmwareUpdate::isAnotherPrinter() const {
+    const Text updated = _printer.fact(kUpdatedSerialNumber);
+    const Text& own = _printer.idSerialNumber();
+    return updated && own && !updated->empty() && !own->empty() && *updated != *own;
+}
+
+// The engine goes by the place; the image is for the printer whose update the operator has confirmed. Another one, or a
+// loader that reports another number than its firmware did, gets it only after a question.
+void FirmwareUpdate::askAboutAnotherPrinter() {
+    const Text& own = _printer.idSerialNumber();
+    logText("the loader at %s has the serial number %s, and the update was begun with %s", _printer.locationText(),
+            textOrNull(own), textOrNull(_printer.fact(kUpdatedSerialNumber)));
+    setInUpdateOnMain(false);
+    _printer.emit(events::AnotherPrinterFound{.serialNumber = own.value_or("")});
+    _printer.loaderFoundUnexpectedly();
 }
 
 // A loader does not answer the question for its version: the version of the old firmware is then removed. An answer

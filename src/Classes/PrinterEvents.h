@@ -86,6 +86,10 @@ struct CheckFailed {
 struct Declined {
     AlertKind question = AlertKind::other;
 };
+/// Another printer than the one whose update was begun is in its loader at that place: it gets no image by itself.
+struct AnotherPrinterFound {
+    std::string serialNumber; // of its device ID
+};
 /// The printer's version is not known: the engine makes it leave and return, and the update is over.
 struct ReenumerationBegun {};
 /// The printer did not report its IEEE 1284 device ID. It has no command queue.
@@ -112,8 +116,8 @@ struct PrinterEvent {
                      events::ReplyRead, events::ReplyMissing, events::StatusRead, events::FirmwareVersionRead,
                      events::TableFactRead, events::ProgressStored, events::TableBegun, events::ArchiveRefused,
                      events::UpdateReported, events::QuestionsEnded, events::CheckFailed, events::Declined,
-                     events::ReenumerationBegun, events::IdentityMissing, events::Resynchronized, events::AnswersFailed,
-                     events::NotPermitted, events::OpenFailed>;
+                     events::AnotherPrinterFound, events::ReenumerationBegun, events::IdentityMissing,
+                     events::Resynchronized, events::AnswersFailed, events::NotPermitted, events::OpenFailed>;
 
     std::string key;      // keyUSBdevice; empty if not known
     std::string location; // for example "1-2"; may be empty

@@ -79,6 +79,7 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
 }
 
 void TBUSBPrinter::makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber) {
+    _idSerialNumber = serialNumber;
     const Text serial = serialNumber ? serialNumber : serialNumberUSB();
     const std::string label = kQueueLabelPrefix + formatted("printer.%s.%s.%s", textOrNull(manufacturer),
                                                             textOrNull(model), textOrNull(serial));

@@ -130,6 +130,8 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     std::optional<std::string> printerSerialNumber() const;
     std::optional<std::string> firmwareVersion() const;
     /// Everything that was learned about the printer. Any thread.
+    /// Serial number of the 1284 device ID; nullopt if the ID has none. Any thread.
+    const Text& idSerialNumber() const { return _idSerialNumber; }
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
     /// Stores a text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on the
@@ -237,6 +239,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
 
     // Set once, before another queue knows the object.
     std::shared_ptr<SerialQueue> _printerCommandQueue;
+    Text _idSerialNumber;                    // of the 1284 device ID
     std::weak_ptr<InterestTable> _interests; // the program may end first
     const std::shared_ptr<DeviceObjects> _deviceObjects;
     ServiceToken _creationToken = 0;

@@ -78,6 +78,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     Text inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The same with a choice of what a missing answer leads to. Command queue with the interface open.
     VersionAnswer askVersionInline(IfMissing ifMissing) ZUL_REQUIRES_ROLE(commandQueueRole);
+    /// Asks the operator about a loader that no update of this run has ordered, and uploads the image if it is wanted.
+    /// Any queue.
+    void loaderFoundUnexpectedly();
     /// Asks for the serial number and stores it; "NULL" where the printer does not answer.
     void updatePrinterSerialNumber();
     /// Both ask for all tables of the model and store the answers. The completion (may be empty) gets all values on the
@@ -248,7 +251,6 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
         ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleISerialReply(const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
     void probeKnownPrinter() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void loaderFoundUnexpectedly();
     std::string localized(const char* key) const;
     void postAlert(AlertDescription alert);
 

@@ -41,6 +41,7 @@ struct UpdateMonitor::Visitor {
         state.refused.reset();
         state.holder.reset();
         state.isAnswerMissing = state.isIdentityMissing = false;
+        state.otherSerialNumber.clear();
         state.isArchiveRefused = false; // the files are read again when it is back
         switch (state.phase) {
         case UpdatePhase::done:
@@ -70,6 +71,11 @@ struct UpdateMonitor::Visitor {
         state.holder.reset();
         if (opened.code == kIOReturnExclusiveAccess) state.holder = opened.holder.value_or(InterfaceHolder{});
         return state.holder != before; // not a sign of life: an open sends no query
+    }
+
+    bool operator()(const events::AnotherPrinterFound& found) {
+        state.otherSerialNumber = found.serialNumber;
+        return true;
     }
 
     bool operator()(const events::IdentityMissing&) { return state.isIdentityMissing = true; }

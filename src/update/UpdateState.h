@@ -81,6 +81,7 @@ struct UpdateState {
     bool isReadinessUnanswered = false; // the query whether the printer is ready got no reply
     bool isArchiveRefused = false;      // the firmware files could not be used when they were needed
     bool isIdentityMissing = false;     // it did not report its device ID after a restart
+    std::string otherSerialNumber;      // of another printer that is in its loader at the place; empty if none is
     bool isReconnecting = false;        // this program makes it leave and return: its version was not known
 
     // The end.

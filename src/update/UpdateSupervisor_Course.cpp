@@ -131,6 +131,10 @@ void UpdateSupervisor::notifyChange(const std::string& key) {
 std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     const UpdateState& state = update.state;
     if (state.isArchiveRefused) return UpdateResult::badFiles;
+    if (!state.otherSerialNumber.empty()) {
+        update.replacedBy = state.otherSerialNumber;
+        return UpdateResult::notBack;
+    }
     std::optional<UpdateResult> result;
     if (state.isReported) {
         result = resultAfterReport(update);

@@ -117,34 +117,58 @@ TEST_CASE("a printer that returns in its loader after the image gets no second o
 
 // ---- another printer ------------------------------------------------------------------------------------------------
 
-TEST_CASE("another printer at the same location after the order gets no image unless it waits for one") {
+TEST_CASE("another printer at the same location after the order gets no image by itself") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 3min});
     startUpTo(lab, UpdatePhase::loaderAway);
-    std::string reason = "the printer that is attached at its location is not in its loader (Idle)";
-    std::string advice = "Check that this is the printer whose update was begun, then start the update again.";
-    std::ptrdiff_t images = 0;
     SUBCASE("it is in normal mode") {
         lab.attach("VK14,serial=999999,location=1-1");
-    }
-    SUBCASE("it is in its loader: it gets the image that it waits for, and the first printer is not back") {
-        lab.attach("VK14,serial=999999,location=1-1,mode=loader");
-        reason = "another printer (serial number 999999) is attached at its location";
-        advice = "Attach the printer whose update was begun, and start its update again.";
-        images = 1;
-    }
-    lab.advance(2min);
-    if (images == 0) {
+        lab.advance(2min);
         CHECK(lab.update().advice ==
               "The printer that is attached at its location is not in its loader (Idle). Check that "
               "this is the printer whose update was begun. If it is, switch it off and on, then "
               "start the update again.");
+        lab.rest(10min);
+        CHECK(lab.update().verdict.reason ==
+              "the printer that is attached at its location is not in its loader (Idle)");
+        CHECK(lab.update().advice ==
+              "Check that this is the printer whose update was begun, then start the update again.");
     }
-    lab.rest(10min);
+    SUBCASE("it is in its loader, and its device ID has another serial number: its operator is asked") {
+        lab.attach("VK14,serial=999999,location=1-1,mode=loader");
+        lab.advance(1s); // at once, and not when the patience is over
+        CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its location");
+        CHECK(lab.update().advice == "Attach the printer whose update was begun, and start its update again.");
+        CHECK(lab.operatorDesk.title() == "Attention:");
+        CHECK(lab.operatorDesk.buttons() == std::vector<std::string>{"Ignore", "Update Firmware"});
+    }
     CHECK(lab.ends == Results{UpdateResult::notBack});
-    CHECK(lab.update().verdict.reason == reason);
-    CHECK(lab.update().advice == advice);
-    CHECK(lab.timesSeen(kImage) == images);
+    CHECK(lab.timesSeen(kImage) == 0);
+}
+
+TEST_CASE("another printer's loader is updated when its operator wants that, and the first update stays a failure") {
+    SupervisedLab lab;
+    startUpTo(lab, UpdatePhase::loaderAway);
+    lab.attach("VK14,serial=999999,location=1-1,mode=loader");
+    lab.rest(1s);
+    REQUIRE(lab.operatorDesk.press("Update Firmware"));
+    lab.rest();
+    CHECK(lab.timesSeen(kImage) == 1);
+    CHECK(lab.ends == Results{UpdateResult::notBack, UpdateResult::succeeded});
+}
+
+TEST_CASE("the printer that was replaced for a while continues its update when it is attached again") {
+    SupervisedLab lab;
+    startUpTo(lab, UpdatePhase::loaderAway);
+    const std::size_t other = lab.attach("VK14,serial=999999,location=1-1,mode=loader");
+    lab.rest(1s);
+    REQUIRE(lab.ends == Results{UpdateResult::notBack});
+    lab.bus.unplug(other);
+    lab.rest(1s);
+    lab.bus.plug(0);
+    lab.rest();
+    CHECK(lab.timesSeen(kImage) == 1);
+    CHECK(lab.ends == Results{UpdateResult::notBack, UpdateResult::succeeded});
 }
 
 TEST_CASE("another printer at the same location after the image does not make its update a success") {
