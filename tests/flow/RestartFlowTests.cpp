@@ -136,7 +136,7 @@ TEST_CASE("another printer at the same location after the order gets no image by
     }
     SUBCASE("it is in its loader, and its device ID has another serial number: its operator is asked") {
         lab.attach("VK14,serial=999999,location=1-1,mode=loader");
-        lab.advance(1s); // at once, and not when the patience is over
+        lab.advance(10s); // a loader does not answer for its version
         CHECK(lab.update().verdict.reason == "another printer (serial number 999999) is attached at its location");
         CHECK(lab.update().advice == "Attach the printer whose update was begun, and start its update again.");
         CHECK(lab.operatorDesk.title() == "Attention:");
@@ -150,7 +150,7 @@ TEST_CASE("another printer's loader is updated when its operator wants that, and
     SupervisedLab lab;
     startUpTo(lab, UpdatePhase::loaderAway);
     lab.attach("VK14,serial=999999,location=1-1,mode=loader");
-    lab.rest(1s);
+    lab.rest(10s);
     REQUIRE(lab.operatorDesk.press("Update Firmware"));
     lab.rest();
     CHECK(lab.timesSeen(kImage) == 1);
@@ -161,7 +161,7 @@ TEST_CASE("the printer that was replaced for a while continues its update when i
     SupervisedLab lab;
     startUpTo(lab, UpdatePhase::loaderAway);
     const std::size_t other = lab.attach("VK14,serial=999999,location=1-1,mode=loader");
-    lab.rest(1s);
+    lab.rest(10s);
     REQUIRE(lab.ends == Results{UpdateResult::notBack});
     lab.bus.unplug(other);
     lab.rest(1s);
