@@ -48,6 +48,12 @@ TEST_CASE("the update of a claimed printer is reserved as an update, and the pri
         stage.answer("Finish");
         stage.waitFor("the end of the reservation", [&] { return activity().empty(); });
     }
+    SUBCASE("when it was unplugged before the update began") {
+        stage.waitForAlert("Attention:");
+        stage.bus().unplug(0);
+        stage.waitFor("the end of the reservation", [&] { return activity().empty(); });
+        stage.program().alerts().dismissAll();
+    }
     SUBCASE("and it is still claimed when it was declined") {
         stage.waitForAlert("Attention:");
         CHECK(activity() == "update");
