@@ -29,7 +29,8 @@ constexpr int kFailed = 1;
 constexpr const char* kName = "zul-printer-utility";
 constexpr const char* kLogName = "ZUL Printer Utility";
 
-// Printers' queues may be in the middle of a transfer: nobody waits for them, and nothing that they use is taken down.
+// Ends the process without joining the printers' queues, which may be in a transfer, and without destroying what they
+// use.
 [[noreturn]] void leave(int status) {
     std::cout << std::flush;
     std::cerr << std::flush;

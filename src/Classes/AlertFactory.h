@@ -54,7 +54,7 @@ class AlertFactory {
 
     // ---- during and after an update -------------------------------------------------------------------------------
 
-    /// Found in its loader although nobody asked for it: Ignore, and Update Firmware.
+    /// The printer is in its loader, and no update of this program has sent it there: Ignore, and Update Firmware.
     AlertDescription loaderFound(Completion completion) const;
     /// Advice after "Ignore".
     AlertDescription loaderLeft() const;

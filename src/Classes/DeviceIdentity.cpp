@@ -1,5 +1,5 @@
-// The values that identify a printer, behind one lock that is held for each access only. The printer sets them on main;
-// every queue reads them.
+// The values that identify a printer. One lock guards them, and is held only during each access. The printer sets them
+// on the main queue; every queue reads them.
 #include "Classes/DeviceIdentity.h"
 
 #include "platform/foundation/Format.h"

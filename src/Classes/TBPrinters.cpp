@@ -181,8 +181,8 @@ TerminateReply TBPrinters::applicationShouldTerminate() {
 void TBPrinters::prepareForTermination() {
     logText("inside %s\n", "-[TBPrinters prepareForTermination]");
     if (_printers) {
-        // May never run, because the program ends at once; nothing depends on it. From the destructor nobody is left
-        // to run it for.
+        // The program may end before this runs; nothing depends on it. In the destructor the object has no owner any
+        // more, and the call is left out.
         if (const auto self = weak_from_this().lock()) {
             _environment.mainQueue.async([self] {
                 if (!self->_printers) return;

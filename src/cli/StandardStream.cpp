@@ -60,7 +60,7 @@ bool StandardStream::isLost() const {
     return _error != 0;
 }
 
-// The other end was closed: nobody is left to report a failure to.
+// The reader has closed its end of the stream, so a failure cannot be reported there.
 bool StandardStream::isReaderGone() const {
     return _error == EPIPE || _error == ECONNRESET || (_isTerminal && _error == EIO);
 }

@@ -31,17 +31,20 @@ constexpr auto kRows = std::to_array<PhaseRow>({
      10, 20, 4, true,
      operatorText("The printer was ordered to restart and has not left yet. Leave it switched on. If nothing happens, "
                   "switch it off and on, then start the update again.")},
-    {UpdatePhase::loaderAway, UpdateStep::restartingIntoLoader, "restarting into loader", operatorText("restarting into the loader"),
+    {UpdatePhase::loaderAway, UpdateStep::restartingIntoLoader, "restarting into loader",
+     operatorText("restarting into the loader"),
      30, 60, 8, true,
-     operatorText("The printer has not restarted into its loader. Leave it switched on and check the USB cable. If it does not come back, switch it off and on: the update continues when it appears.")},
+     operatorText("The printer has not restarted into its loader. Leave it switched on and check the USB cable. If "
+                  "it does not come back, switch it off and on: the update continues when it appears.")},
     {UpdatePhase::loaderBack, UpdateStep::restartingIntoLoader, "in the loader", operatorText("in the loader"),
      30, 60, 4, true, kLoaderAdvice},
     {UpdatePhase::writing, UpdateStep::writingFirmware, "writing", operatorText("writing the firmware"),
      10, 20, 30, true, kLoaderAdvice},
-    {UpdatePhase::cutOff, UpdateStep::writingFirmware, "cut off", operatorText("it was disconnected in the middle of the firmware"),
+    {UpdatePhase::cutOff, UpdateStep::writingFirmware, "cut off",
+     operatorText("it was disconnected in the middle of the firmware"),
      0, 30, 0, true,
-     operatorText("The printer was disconnected while the firmware was written to it. Check the USB cable and the power, switch "
-                  "the printer off and on, then start the update again: that completes it.")},
+     operatorText("The printer was disconnected while the firmware was written to it. Check the USB cable and the "
+                  "power, switch the printer off and on, then start the update again: that completes it.")},
     {UpdatePhase::programming, UpdateStep::writingFirmware, "programming", operatorText("programming its flash"),
      90, 180, 20, true,
      operatorText("The printer has the firmware and has not restarted yet. Leave it switched on.")},

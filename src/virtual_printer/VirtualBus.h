@@ -1,4 +1,4 @@
-// A bus of embedded printers: in this process, without hardware, behind the same interfaces as the real bus. Printers
+// A bus of virtual printers in this process, without hardware. It implements the interfaces of the real bus. Printers
 // are added, plugged and unplugged on the main queue; their handles are used on the printers' command queues. Restarts,
 // late replies and slow flash memory take their time on the injected clock.
 #pragma once

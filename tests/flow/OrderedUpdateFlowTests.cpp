@@ -96,6 +96,18 @@ TEST_CASE("an unresponsive printer that has its image is not back, whatever its 
     CHECK(lab.ends.front() == UpdateResult::notBack);
 }
 
+TEST_CASE("a printer that is back and unresponsive is not offered as a loader because of its last status") {
+    SupervisedLab lab(Lab::sampleArchive(), /*hasHistory=*/false);
+    lab.supervisor.setSettings({.giveUpAfter = 1min});
+    lab.startWithVK14(silences("STATUS", 6, 60).substr(1) + silences("FVER", 3, 20));
+    lab.beginUpdate();
+    lab.advanceTo(UpdatePhase::restarted);
+    lab.advance(2min);
+    REQUIRE_FALSE(lab.ends.empty());
+    REQUIRE(lab.printer()->printerStatus() == "Firmware Update Mode");
+    CHECK(lab.supervisor.interruptedText(*lab.printer()) == "");
+}
+
 TEST_CASE("a second image may be sent only to a stalled printer that has taken its image") {
     std::string faults;
     UpdatePhase phase = UpdatePhase::checking;

@@ -55,11 +55,7 @@ TEST_CASE("the advice about a stalled update disappears when its printer continu
 
 TEST_CASE("the advice about another location disappears when the printer is back at its own") {
     SupervisedLab lab;
-    lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE,fault=never-back@FLASH_PROGRAM");
-    lab.beginUpdate();
-    lab.rest(10s);
-    const std::size_t other = lab.attach("VK14,location=1-2,serial=000001");
-    lab.rest(20s);
+    const std::size_t other = lab.comeBackElsewhere(",fault=never-back@FLASH_PROGRAM");
     REQUIRE(lab.update().advice.starts_with("The printer came back at 1-2 instead of 1-1."));
     lab.bus.unplug(other);
     lab.bus.plug(0);

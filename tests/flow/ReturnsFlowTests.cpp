@@ -41,12 +41,7 @@ void upToReportOfStranger(SupervisedLab& lab) {
 TEST_CASE("the recorded other location is dropped when the printer is back at its own") {
     SupervisedLab lab;
     lab.supervisor.setSettings({.giveUpAfter = 5min});
-    lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE,fault=never-back@FLASH_PROGRAM");
-    lab.beginUpdate();
-    lab.rest(10s);
-    const std::size_t other = lab.attach("VK14,location=1-2,serial=000001");
-    lab.rest(20s);
-    REQUIRE(lab.update().cameBackAt == "1-2");
+    const std::size_t other = lab.comeBackElsewhere(",fault=never-back@FLASH_PROGRAM");
     lab.bus.unplug(other);
     lab.rest(1s);
     CHECK(lab.update().cameBackAt == "");
@@ -60,12 +55,7 @@ TEST_CASE("the recorded other location is dropped when the printer is back at it
 TEST_CASE("the recorded other location is dropped as soon as the printer itself appears, also if that one is still "
           "occupied") {
     SupervisedLab lab;
-    lab.startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE");
-    lab.beginUpdate();
-    lab.rest(10s);
-    lab.attach("VK14,location=1-2,serial=000001");
-    lab.rest(20s);
-    REQUIRE(lab.update().cameBackAt == "1-2");
+    lab.comeBackElsewhere();
     lab.bus.plug(0);
     lab.advance(1ms);
     CHECK(lab.update().state.isAttached);

@@ -88,6 +88,17 @@ class SupervisedLab : public Lab, public UpdateObserver {
             REQUIRE(operatorDesk.press(operatorDesk.buttons().at(1)));
         }
     }
+    /// A VK14 at 1-1 does not come back from its loader's restart, and one with its serial number is attached at 1-2.
+    /// Returns the second one's number on the bus.
+    std::size_t comeBackElsewhere(const std::string& moreFaults = {}) {
+        startWithVK14("location=1-1,fault=never-back@FLASH_REWRITE" + moreFaults);
+        beginUpdate();
+        rest(std::chrono::seconds(10));
+        const std::size_t other = attach("VK14,location=1-2,serial=000001");
+        rest(std::chrono::seconds(20));
+        REQUIRE(update().cameBackAt == "1-2");
+        return other;
+    }
     void advanceTo(UpdatePhase phase) {
         for (int step = 0; step < 3000 && update().state.phase != phase; ++step) advance(std::chrono::milliseconds(50));
         REQUIRE(update().state.phase == phase);

@@ -1,4 +1,4 @@
-// A printer behind a mocked usbfs node: responds to the kernel's calls from a script and records the calls.
+// A scripted printer on a mocked usbfs node. It replies to usbfs requests from the script and records them.
 #pragma once
 
 #include "MockUrbs.h"

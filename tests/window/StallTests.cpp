@@ -57,7 +57,8 @@ TEST_CASE("a dismissed update lets the machine sleep, and is shown again when it
         stage.supervisor().setSettings({.stallAfter = milliseconds(700)});
         stage.click("Update Firmware…");
         agreeAndConfirm(stage, "VK14 01.61");
-        stage.waitFor("advice", [&] { return stage.visibleText().contains("If it does not come back, switch it off and on"); });
+        stage.waitFor("advice",
+                      [&] { return stage.visibleText().contains("If it does not come back, switch it off and on"); });
         CHECK(stage.supervisor().isAnyUnderWay());
         stage.click("Close this report");
         stage.waitFor("the card to close", [&] { return stage.find("Close this report") == nullptr; });

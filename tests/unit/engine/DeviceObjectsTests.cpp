@@ -5,6 +5,19 @@
 
 using namespace zul;
 
+namespace {
+
+// A device with two printer interfaces.
+struct TwoObjects {
+    TwoObjects() {
+        devices.add("one", 1);
+        devices.add("one", 2);
+    }
+    DeviceObjects devices;
+};
+
+} // namespace
+
 TEST_CASE("the first object of a device leads, and the others do not") {
     DeviceObjects devices;
     CHECK(devices.add("one", 1));
@@ -16,10 +29,8 @@ TEST_CASE("the first object of a device leads, and the others do not") {
     CHECK(devices.isLeader("unknown", 9));
 }
 
-TEST_CASE("the leader from before a restart remains the leader until an object from after it exists") {
-    DeviceObjects devices;
-    devices.add("one", 1);
-    devices.add("one", 2);
+TEST_CASE_FIXTURE(TwoObjects,
+                  "the leader from before a restart remains the leader until an object from after it exists") {
     devices.remove("one", 1);
     CHECK_FALSE(devices.isLeader("one", 2)); // detached second; the first one saved the right values
     devices.remove("one", 2);
@@ -29,10 +40,7 @@ TEST_CASE("the leader from before a restart remains the leader until an object f
     CHECK_FALSE(devices.isLeader("one", 1));
 }
 
-TEST_CASE("any one object of a device may run its update, and leads from then on") {
-    DeviceObjects devices;
-    devices.add("one", 1);
-    devices.add("one", 2);
+TEST_CASE_FIXTURE(TwoObjects, "any one object of a device may run its update, and leads from then on") {
     CHECK(devices.beginUpdate("one", 2));
     CHECK(devices.isLeader("one", 2));
     CHECK_FALSE(devices.beginUpdate("one", 1));
@@ -42,10 +50,7 @@ TEST_CASE("any one object of a device may run its update, and leads from then on
     CHECK_FALSE(devices.isUpdatedElsewhere("other", 1));
 }
 
-TEST_CASE("an update ends with its report, and with the object that runs it") {
-    DeviceObjects devices;
-    devices.add("one", 1);
-    devices.add("one", 2);
+TEST_CASE_FIXTURE(TwoObjects, "an update ends with its report, and with the object that runs it") {
     CHECK(devices.beginUpdate("one", 1));
     devices.endUpdate("one", 2); // the update of another object
     CHECK(devices.isUpdatedElsewhere("one", 2));
