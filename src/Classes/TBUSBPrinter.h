@@ -129,9 +129,9 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     std::optional<std::string> printerStatus() const;
     std::optional<std::string> printerSerialNumber() const;
     std::optional<std::string> firmwareVersion() const;
-    /// Everything that was learned about the printer. Any thread.
     /// Serial number of the 1284 device ID; nullopt if the ID has none. Any thread.
     const Text& idSerialNumber() const { return _idSerialNumber; }
+    /// Everything that was learned about the printer. Any thread.
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
     /// Stores a text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on the
