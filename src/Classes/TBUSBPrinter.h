@@ -287,9 +287,8 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     StringDescriptors _descriptors ZUL_GUARDED_BY_ROLE(commandQueueRole){_channel};
     DevicePtr _dInterface ZUL_GUARDED_BY_ROLE(commandQueueRole);
     std::uint32_t _interestNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;
-    std::uint32_t
-        _busyNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0;  // released with the first; never registered
-    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // "was closed" is on its way
+    std::uint32_t _busyNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // never registered
+    bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false;          // "was closed" is on its way
 
     std::uint32_t _creationInterest = 0; // main queue
     UnusedRecord _unused;
