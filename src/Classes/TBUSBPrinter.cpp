@@ -3,6 +3,7 @@
 // one.
 #include "Classes/TBUSBPrinter.h"
 
+#include "Classes/DeviceID1284.h"
 #include "platform/foundation/Format.h"
 
 #include <cstdio>
@@ -64,6 +65,7 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
             emit(events::IdentityMissing{});
             return;
         }
+        _idSerialNumber = decodedDeviceID(*deviceID).serialNumber;
         decodeDeviceID(*deviceID, [&](const Text& manufacturer, const Text& model, const Text& serialNumber,
                                       const Text& /*description*/) {
             _deviceInfoDict->setString("manufacturer", manufacturer);
@@ -79,7 +81,6 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
 }
 
 void TBUSBPrinter::makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber) {
-    _idSerialNumber = serialNumber;
     const Text serial = serialNumber ? serialNumber : serialNumberUSB();
     const std::string label = kQueueLabelPrefix + formatted("printer.%s.%s.%s", textOrNull(manufacturer),
                                                             textOrNull(model), textOrNull(serial));
