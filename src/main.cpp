@@ -3,6 +3,7 @@
 #include "AppDelegate.h"
 #include "platform/dispatch/Signals.h"
 #include "platform/files/Folders.h"
+#include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/StandardStreams.h"
 #include "session/Logs.h"
 #include "ui/Catalogue.h"
@@ -106,6 +107,22 @@ QApplication& makeApplication(int& argc, char** argv) {
     return *application;
 }
 
+// The window is closed and cannot show any more what to do about a printer whose update is not complete. A terminal, or
+// the log of the login session, can.
+void reportIncomplete(const zul::UpdateSupervisor& supervisor) {
+    for (const auto& [key, update] : supervisor.updates()) {
+        const bool isOpen = update.isOpen();
+        const bool isChanged = isOpen ? update.state.mayBeOrdered() : !update.verdict.isUntouched();
+        if (!isChanged || update.verdict.isSuccess()) continue;
+        const auto result = isOpen ? zul::UpdateResult::stopped : update.verdict.result;
+        const std::string reason =
+            isOpen ? zul::reasonFor(result, update.state, update.expectation) : update.verdict.reason;
+        const std::string advice = isOpen ? zul::adviceAfter(result, update.state) : update.advice;
+        std::cerr << update.name << ": " << zul::localizedFormat("The update is not complete: %s.", reason) << ' '
+                  << advice << '\n';
+    }
+}
+
 // The window with its printers, and its loop.
 int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
     QApplication& application = makeApplication(argc, argv);
@@ -127,6 +144,7 @@ int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
         program->window().endAsked();
     });
     const int status = application.exec();
+    reportIncomplete(program->session().supervisor);
     program->session().mainQueue.close(); // whoever waits for it learns that it has ended
     program->session().endBus();
     return status;

@@ -181,7 +181,12 @@ void FirmwareUpdate::enterLoader() {
     if (!claim()) return;
     setInUpdateOnMain(true);
     _printer.openInterface([self = shared()](IOReturn code) {
-        if (code == kIOReturnSuccess) self->sendEnterLoader();
+        if (code == kIOReturnSuccess) {
+            self->sendEnterLoader();
+            return;
+        }
+        self->setInUpdateOnMain(false);
+        self->_printer.emit(events::OrderFailed{});
     });
 }
 

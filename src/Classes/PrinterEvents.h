@@ -90,6 +90,8 @@ struct Declined {
 struct AnotherPrinterFound {
     std::string serialNumber; // of its device ID
 };
+/// The interface could not be opened for the command that begins the update: nothing was sent, and the update is over.
+struct OrderFailed {};
 /// The printer's version is not known: the engine makes it leave and return, and the update is over.
 struct ReenumerationBegun {};
 /// The printer did not report its IEEE 1284 device ID. It has no command queue.
@@ -116,8 +118,9 @@ struct PrinterEvent {
                      events::ReplyRead, events::ReplyMissing, events::StatusRead, events::FirmwareVersionRead,
                      events::TableFactRead, events::ProgressStored, events::TableBegun, events::ArchiveRefused,
                      events::UpdateReported, events::QuestionsEnded, events::CheckFailed, events::Declined,
-                     events::AnotherPrinterFound, events::ReenumerationBegun, events::IdentityMissing,
-                     events::Resynchronized, events::AnswersFailed, events::NotPermitted, events::OpenFailed>;
+                     events::AnotherPrinterFound, events::OrderFailed, events::ReenumerationBegun,
+                     events::IdentityMissing, events::Resynchronized, events::AnswersFailed, events::NotPermitted,
+                     events::OpenFailed>;
 
     std::string key;      // keyUSBdevice; empty if not known
     std::string location; // for example "1-2"; may be empty

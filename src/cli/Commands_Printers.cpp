@@ -46,7 +46,8 @@ void reportOpenFailure(Program& program, const Program::Printer& printer, IORetu
 // process ends. Returns false after reporting the process that holds it.
 bool reserve(Program& program, const Program::Printer& printer, const std::string& activity) {
     static std::optional<PrinterLock> lock;
-    auto result = program.session.locks.tryLock(printer->keyUSBdevice(), activity);
+    auto result =
+        program.session.locks.tryLock(printer->keyUSBdevice(), activity, printer->raw1284DeviceID().value_or(""));
     if (!result.problem.empty()) program.output.note(result.problem);
     lock = std::move(result.lock);
     if (result.isRefused()) reportBusy(program, printer, *result.holder);

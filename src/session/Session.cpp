@@ -80,7 +80,7 @@ UpdateServices Session::servicesFor(AlertOutlet& alerts) {
     return {.mainQueue = mainQueue,
             .clock = clock,
             .alerts = alerts,
-            .printerWithKey = [this](const std::string& key) { return printerWithKey(key); },
+            .printersWithKey = [this](const std::string& key) { return printersWithKey(key); },
             .setKept =
                 [this](std::uint32_t location, bool isKept) {
                     if (_realBus != nullptr) _realBus->setKept(location, isKept);
@@ -169,17 +169,21 @@ void Session::whenEnumerated(Block block) {
 
 // ---- printers -------------------------------------------------------------------------------------------------------
 
+std::vector<Session::Printer> Session::printersWithKey(const std::string& key) const {
+    if (!controller) return {};
+    auto printers = controller->printers();
+    std::erase_if(printers, [&](const Printer& one) { return one->keyUSBdevice() != key || one->isReleased(); });
+    return printers;
+}
+
 Session::Printer Session::printerWithKey(const std::string& key) const {
-    if (!controller) return nullptr;
-    for (Printer& printer : controller->printers()) {
-        if (printer->keyUSBdevice() == key && !printer->isReleased()) return printer;
-    }
-    return nullptr;
+    const auto printers = printersWithKey(key);
+    return printers.empty() ? nullptr : printers.front();
 }
 
 std::optional<InterfaceHolder> Session::whileReserved(const Printer& printer, const std::string& activity,
                                                       const std::function<void()>& action) {
-    auto result = locks.tryLock(printer->keyUSBdevice(), activity);
+    auto result = locks.tryLock(printer->keyUSBdevice(), activity, printer->raw1284DeviceID().value_or(""));
     if (result.isRefused()) return result.holder;
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     action();
@@ -195,7 +199,7 @@ std::optional<InterfaceHolder> Session::setClaimed(const Printer& printer, bool 
         afterQueues({printer}, [this, key] { _claims.erase(key); });
         return std::nullopt;
     }
-    auto result = locks.tryLock(key, kClaimActivity);
+    auto result = locks.tryLock(key, kClaimActivity, printer->raw1284DeviceID().value_or(""));
     if (result.isRefused()) return result.holder;
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     if (result.lock) _claims.insert_or_assign(key, std::move(*result.lock));

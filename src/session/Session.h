@@ -63,7 +63,9 @@ class Session {
     void endBus();
 
     std::vector<Printer> printers() const { return controller->printers(); }
-    /// The attached printer with this key; null if there is none.
+    /// The objects of the attached printer with this key: one for each of its printer interfaces.
+    std::vector<Printer> printersWithKey(const std::string& key) const;
+    /// The first of them; null if the printer is not attached.
     Printer printerWithKey(const std::string& key) const;
     /// Runs block on the main queue after all work now queued for the printers.
     void afterQueues(const std::vector<Printer>& all, Block block);

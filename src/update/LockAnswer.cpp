@@ -14,7 +14,8 @@ using nlohmann::json;
 
 namespace {
 
-constexpr std::size_t kLongestName = 128; // bytes
+constexpr std::size_t kLongestName = 128;      // bytes
+constexpr std::size_t kLongestDeviceID = 1024; // bytes; the printers' own have less than 200
 
 struct CharacterRow {
     char32_t first, last;
@@ -64,10 +65,10 @@ std::string shownText(const std::string& given, std::size_t longest) {
     return shown;
 }
 
-std::string textOfMember(const json& object, const char* name) {
+std::string textOfMember(const json& object, const char* name, std::size_t longest = kLongestName) {
     const auto found = object.find(name);
     if (found == object.end() || !found->is_string()) return {};
-    return displayableName(found->get_ref<const std::string&>());
+    return shownText(found->get_ref<const std::string&>(), longest);
 }
 
 // 0 if the member is absent or is not a whole number from 1 to largest.
@@ -85,10 +86,13 @@ std::string displayableName(const std::string& text) {
 }
 
 std::string lockAnswerLine(const LockAnswer& answer) {
-    const json object = {
-        {"program", shownText(answer.program, kLongestName)},   {"pid", answer.pid},
-        {"user", shownText(answer.user, kLongestName)},         {"since", answer.since},
-        {"activity", shownText(answer.activity, kLongestName)}, {"phase", shownText(answer.phase, kLongestName)}};
+    const json object = {{"program", shownText(answer.program, kLongestName)},
+                         {"pid", answer.pid},
+                         {"user", shownText(answer.user, kLongestName)},
+                         {"since", answer.since},
+                         {"activity", shownText(answer.activity, kLongestName)},
+                         {"phase", shownText(answer.phase, kLongestName)},
+                         {"deviceID", shownText(answer.deviceID, kLongestDeviceID)}};
     return object.dump() + '\n';
 }
 
@@ -103,6 +107,7 @@ std::optional<LockAnswer> parseLockAnswer(std::string_view line) {
     answer.since = numberOfMember(object, "since", std::numeric_limits<std::int64_t>::max());
     answer.activity = textOfMember(object, "activity");
     answer.phase = textOfMember(object, "phase");
+    answer.deviceID = textOfMember(object, "deviceID", kLongestDeviceID);
     return answer;
 }
 

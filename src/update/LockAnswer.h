@@ -21,6 +21,7 @@ struct LockAnswer {
     std::int64_t since = 0; // when the activity began, in seconds since 1970; 0 if not known
     std::string activity{}; // "update", "claim", "counter reset" and the like
     std::string phase{};    // of an update, by its name in the phase table; else empty
+    std::string deviceID{}; // the printer's IEEE 1284 device ID, as the holder has read it; empty if not known
 
     bool operator==(const LockAnswer&) const = default;
 };
@@ -29,12 +30,12 @@ struct LockAnswer {
 /// that change the direction of writing, with invalid UTF-8 replaced, and cut to at most 128 bytes.
 std::string displayableName(const std::string& text);
 
-/// The line to send, with its line end. All texts go through displayableName().
+/// The line to send, with its line end. All texts go through displayableName(); the device ID may have 1024 bytes.
 std::string lockAnswerLine(const LockAnswer& answer);
 
 /// Reads such a line, with or without its line end. It comes from another process, so it may contain anything. nullopt
 /// if it is longer than kLongestLockAnswer or not a JSON object in valid UTF-8. A member that is absent or of a wrong
-/// type keeps its default. All texts go through displayableName(). Never throws.
+/// type keeps its default. The texts are limited as in lockAnswerLine(). Never throws.
 std::optional<LockAnswer> parseLockAnswer(std::string_view line);
 
 } // namespace zul

@@ -25,7 +25,8 @@ InterfaceHolder holderOf(const LockAnswer& answer) {
             .pid = answer.pid,
             .activity = answer.activity,
             .phase = answer.phase,
-            .since = answer.since};
+            .since = answer.since,
+            .deviceID = answer.deviceID};
 }
 
 std::string problemOf(int error) {
@@ -71,7 +72,8 @@ PrinterLocks::PrinterLocks(PrinterLocksOptions options)
 
 PrinterLocks::~PrinterLocks() = default;
 
-PrinterLocks::Result PrinterLocks::tryLock(const std::string& deviceKey, const std::string& activity) {
+PrinterLocks::Result PrinterLocks::tryLock(const std::string& deviceKey, const std::string& activity,
+                                           const std::string& deviceID) {
     const auto address = lockAddress(_options.nameSpace, deviceKey);
     if (!address) return {.problem = problemOf(ENAMETOOLONG)};
     const auto deadline = std::chrono::steady_clock::now() + _options.answerTimeout;
@@ -83,7 +85,8 @@ PrinterLocks::Result PrinterLocks::tryLock(const std::string& deviceKey, const s
                                                                            .pid = ::getpid(),
                                                                            .user = nameOfUser(::geteuid()),
                                                                            .since = now,
-                                                                           .activity = activity});
+                                                                           .activity = activity,
+                                                                           .deviceID = deviceID});
             if (id == 0) return {.problem = problemOf(errno)};
             return {.lock = PrinterLock(_service, id, _options.unixTime)};
         }

@@ -73,10 +73,12 @@ class PrinterLocks final : public PrinterReservations {
         /// printer.
         bool isRefused() const;
     };
-    /// Takes the printer's lock. activity is in the replies to other processes. A process can have a lock only once: a
-    /// second attempt, also through another PrinterLocks, returns this process as the holder (pid is getpid()). Returns
-    /// at once unless another process has the lock; then waits for its reply like heldElsewhere(). Any thread.
-    [[nodiscard]] Result tryLock(const std::string& deviceKey, const std::string& activity);
+    /// Takes the printer's lock. activity and the printer's device ID are in the replies to other processes, which need
+    /// not ask the printer for it. A process can have a lock only once: a second attempt, also through another
+    /// PrinterLocks, returns this process as the holder (pid is getpid()). Returns at once unless another process has
+    /// the lock; then waits for its reply like heldElsewhere(). Any thread.
+    [[nodiscard]] Result tryLock(const std::string& deviceKey, const std::string& activity,
+                                 const std::string& deviceID = {});
 
     /// The reply of the process that has the lock, which may be this one. nullopt if no process has it, or if the
     /// system does not admit the query. The kernel reports pid and user. Only these and the program's name are filled

@@ -186,6 +186,7 @@ struct UpdateMonitor::Visitor {
         return true;
     }
 
+    bool operator()(const events::OrderFailed&) { return state.isOrderFailed = true; }
     bool operator()(const events::CheckFailed&) { return state.isReadinessUnanswered = true; }
 
     // ---- the course -------------------------------------------------------------------------------------------------

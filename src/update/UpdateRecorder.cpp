@@ -2,6 +2,7 @@
 // All access to the disk is on the recorder's own queue; results are posted to the main queue.
 #include "update/UpdateRecorder.h"
 
+#include "platform/foundation/LocalizedFormat.h"
 #include "update/LockSocket.h"
 
 #include <algorithm>
@@ -26,8 +27,9 @@ struct UpdateRecorder::Storage {
 };
 
 UpdateRecorder::UpdateRecorder(MainQueue& mainQueue, Clock& clock, UpdateHistoryOptions options, std::string program,
-                               std::string version)
+                               std::string version, Clock::Duration longestBegin)
     : _mainQueue(mainQueue), _clock(clock), _program(std::move(program)), _version(std::move(version)),
+      _longestBegin(longestBegin), _file((options.folder / "history.sqlite").string()),
       _storage(std::make_shared<Storage>(std::move(options))),
       _queue(std::make_unique<SerialQueue>("update history", clock)), _self(std::make_shared<UpdateRecorder*>(this)) {}
 
@@ -88,7 +90,30 @@ void UpdateRecorder::begin(const std::string& key, UpdateRecord record, Block st
             storage.ids[record.key] = begun.id;
             return begun.problem;
         },
-        std::move(stored));
+        stored ? afterLongestBegin(std::move(stored)) : stored);
+}
+
+// A history on a network drive may block for minutes when its server is gone. Its record is written when it is back.
+Block UpdateRecorder::afterLongestBegin(Block stored) {
+    struct Waiting {
+        Block stored;
+        Clock::TimerId timer = 0;
+    };
+    const auto waiting = std::make_shared<Waiting>(Waiting{std::move(stored)});
+    const auto late = [weak = std::weak_ptr(_self), waiting] {
+        const auto self = weak.lock();
+        if (!self || !waiting->stored) return;
+        (*self)->report(localizedFormat("The history of updates %s is not written in time. The update begins without "
+                                        "its record. Check the disk of that file.",
+                                        (*self)->_file));
+        std::exchange(waiting->stored, {})();
+    };
+    waiting->timer =
+        _clock.callAt(_clock.now() + _longestBegin, [&mainQueue = _mainQueue, late] { mainQueue.async(late); });
+    return [waiting, &clock = _clock] {
+        clock.cancel(waiting->timer);
+        if (waiting->stored) std::exchange(waiting->stored, {})();
+    };
 }
 
 void UpdateRecorder::noteState(const UpdateState& state) {

@@ -16,9 +16,10 @@ namespace zul {
 
 class UpdateRecorder {
   public:
-    /// program and version: name and version of this program, for the records.
+    /// program and version: name and version of this program, for the records. longestBegin: how long an update waits
+    /// for its record.
     UpdateRecorder(MainQueue& mainQueue, Clock& clock, UpdateHistoryOptions options, std::string program,
-                   std::string version);
+                   std::string version, Clock::Duration longestBegin = std::chrono::seconds(5));
     /// Waits until everything is stored.
     ~UpdateRecorder();
     UpdateRecorder(const UpdateRecorder&) = delete;
@@ -29,7 +30,8 @@ class UpdateRecorder {
     void setProblemHandler(std::function<void(const std::string& text)> handler);
 
     /// Begins a new record for the printer with this key; later calls for the key are about it. Fills in program,
-    /// version, user and time. stored runs on the main queue when the record is on the disk, or could not be stored.
+    /// version, user and time. stored runs on the main queue when the record is on the disk, or could not be stored. A
+    /// disk that does not answer is reported as a problem after longestBegin, and stored runs then.
     void begin(const std::string& key, UpdateRecord record, Block stored);
     /// Stores the phases that are new since the last call. Ignored for a key without a record.
     void noteState(const UpdateState& state);
@@ -62,11 +64,15 @@ class UpdateRecorder {
     /// In milliseconds since 1970.
     std::int64_t wallTime(Clock::TimePoint time) const;
     void report(const std::string& problem);
+    /// Returns a block that runs stored, once. It also runs after longestBegin, with a report of the problem.
+    Block afterLongestBegin(Block stored);
 
     MainQueue& _mainQueue;
     Clock& _clock;
     const std::string _program;
     const std::string _version;
+    const Clock::Duration _longestBegin;
+    const std::string _file; // of the history
     std::function<void(const std::string&)> _problem;
     std::vector<std::string> _unreported;   // problems that came before the handler
     std::map<std::string, Course> _courses; // by key

@@ -79,6 +79,7 @@ struct UpdateState {
     bool isAttached = true;
     bool isAnswerMissing = false;       // the last query got no reply
     bool isReadinessUnanswered = false; // the query whether the printer is ready got no reply
+    bool isOrderFailed = false;         // it could not be opened for the first command
     bool isArchiveRefused = false;      // the firmware files could not be used when they were needed
     bool isIdentityMissing = false;     // it did not report its device ID after a restart
     std::string otherSerialNumber;      // of another printer that is in its loader at the place; empty if none is

@@ -199,7 +199,7 @@ bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
 
 // Makes an update of a printer that was found in its loader: its alert, not begin(), starts the engine.
 void UpdateSupervisor::adopt(const std::string& key) {
-    const Printer printer = _services.printerWithKey(key);
+    const Printer printer = attached(key);
     if (!printer) return;
     makeUpdate(key, printer);
     if (_monitor.state(key)) {
@@ -265,7 +265,7 @@ void UpdateSupervisor::adoptThen(const AlertDescription& alert, int answer) {
         note(reason); // an update was begun while the question waited
         return;
     }
-    const Printer printer = _services.printerWithKey(key);
+    const Printer printer = attached(key);
     if (!printer) {
         if (alert.completion) alert.completion(answer); // the engine knows that the printer has left
         return;
@@ -366,7 +366,7 @@ void UpdateSupervisor::handleEvent(const PrinterEvent& event) {
         if (std::get<events::QuestionsEnded>(event.what).isComplete) {
             recogniseReturn(event);
         } else {
-            releaseInterface(event.key);
+            releaseInterfaces(event.key, event.attachment);
         }
     } else if (!_updates.contains(event.key)) {
         adopt(event.key);

@@ -6,16 +6,10 @@
 
 #include "Classes/Outlets.h"
 #include "Classes/PrinterEvents.h"
-#include "Classes/TBUSBPrinterZUL.h"
-#include "archive/FirmwareArchive.h"
-#include "platform/dispatch/Queue.h"
-#include "update/PrinterLocks.h"
+#include "update/Update.h"
 #include "update/UpdateMonitor.h"
-#include "update/UpdateRecorder.h"
-#include "update/UpdateTexts.h"
-#include "update/UpdateVerdict.h"
+#include "update/UpdateServices.h"
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -23,86 +17,6 @@
 #include <vector>
 
 namespace zul {
-
-/// Displays updates: the window, or a command. Called on the main queue.
-class UpdateObserver {
-  public:
-    virtual ~UpdateObserver() = default;
-    /// This printer's update has changed, or half a second has passed while it is open. It is also the first notice of
-    /// an update that began without begin(), for example by the operator's answer to a printer's alert.
-    virtual void updateDidChange(const std::string& key) = 0;
-    /// The update has its verdict, or a corrected one.
-    virtual void updateDidEnd(const std::string& key) = 0;
-    /// The results of holder(), interruptedText() and isNotAnswering() may have changed for a printer that is not being
-    /// updated.
-    virtual void conditionsMayHaveChanged() {}
-    /// The operator should read this text. It is not a change of an update.
-    virtual void noteDidArise(const std::string& /*text*/) {}
-};
-
-/// One update, open or ended.
-struct Update {
-    UpdateState state;
-    UpdateVerdict verdict;
-    UpdateExpectation expectation;
-    UsualDurations usual;
-    std::string name; // of the printer
-    std::string model;
-    std::string picture;         // file name of the model's picture
-    std::string location;        // where the printer is attached
-    std::string cameBackAt;      // another place at which it came back; empty if it did not
-    std::string replacedBy;      // serial number of another printer that is attached at its place now; else empty
-    std::string advice;          // what to do now; empty if no action is needed
-    bool isAsking = false;       // a question about this printer waits for the operator's answer
-    bool isStalled = false;      // no sign of life for the longest time of the phase
-    bool isLate = false;         // it gives signs of life, without progress for the longest time of the phase
-    bool isWaiting = false;      // it is attached and the update cannot continue: not ready, or held by another process
-    bool mayBeDismissed = false; // no progress for the longest time of the phase
-    bool isDismissed = false;    // hidden by the operator, until the update makes progress
-    bool isStopRequested = false; // it ends as soon as the program may leave the printer
-    Clock::TimePoint endedAt;
-    // The object that the update was begun with. A printer that returns is another object; the wait for readiness and
-    // the alerts stay with this one.
-    std::weak_ptr<TBUSBPrinterZUL> printer;
-
-    bool isOpen() const { return verdict.isOpen(); }
-};
-
-/// What the supervisor works with.
-struct UpdateServices {
-    MainQueue& mainQueue;
-    Clock& clock;
-    /// Shows alerts to the operator.
-    AlertOutlet& alerts;
-    /// Returns the attached printer with a key; null if there is none.
-    std::function<std::shared_ptr<TBUSBPrinterZUL>(const std::string& key)> printerWithKey;
-    /// While isKept is true, the bus keeps the interface of the printer at this location for this process, through
-    /// closes and restarts. May be empty.
-    std::function<void(std::uint32_t locationID, bool isKept)> setKept = {};
-    /// Whether arrivals of printers are reported on this machine; empty: they are.
-    std::function<bool()> seesArrivals = {};
-    /// Reserves printers for the updates of this process; null: other processes are not considered.
-    PrinterLocks* locks = nullptr;
-    /// Returns the lock with which the operator has claimed this printer, and the update owns it from then on; nullopt
-    /// if the printer is not claimed. May be empty.
-    std::function<std::optional<PrinterLock>(const std::string& key)> takeClaim = {};
-    /// Takes that lock back after the update, for a printer that is still claimed. May be empty.
-    std::function<void(const std::string& key, PrinterLock lock)> returnClaim = {};
-    /// Writes the history of updates; null: there is no history.
-    UpdateRecorder* recorder = nullptr;
-    /// The archive whose folder and file digests are recorded; null: they are not recorded.
-    FirmwareArchive* archive = nullptr;
-    /// Keeps the machine awake while isUnderWay is true. It is often called again with the same value. May be empty.
-    std::function<void(bool isUnderWay)> keepAwake = {};
-};
-
-/// How long the supervisor waits.
-struct UpdateSettings {
-    /// Advice is due after this time without progress, instead of the longest time of each phase.
-    std::optional<Clock::Duration> stallAfter = {};
-    /// An update ends after this time without progress; nullopt: it stays open as long as the program runs.
-    std::optional<Clock::Duration> giveUpAfter = {};
-};
 
 /// The engine's alerts and events pass through it.
 class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
@@ -247,7 +161,8 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     void beginMonitor(const std::string& key, TBUSBPrinterZUL& printer);
     // The printer's USB interface.
     void keepInterface(const std::string& key, bool isKept);
-    void releaseInterface(const std::string& key);
+    Printer attached(const std::string& key) const;
+    void releaseInterfaces(const std::string& key, std::uint32_t attachment = 0);
 
     // Events.
     void handleHolder(const std::string& key);

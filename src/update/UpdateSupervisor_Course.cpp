@@ -159,6 +159,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultWhileChecking(const Update& 
     if (state.isReconnecting) return UpdateResult::reconnected;
     if (!state.isAttached) return UpdateResult::left;
     if (state.isReadinessUnanswered) return UpdateResult::unanswered;
+    if (state.isOrderFailed) return state.isHeldElsewhere() ? UpdateResult::busy : UpdateResult::notOpened;
     return std::nullopt;
 }
 
@@ -183,7 +184,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterReport(Update& update) 
     const bool areQuestionsOver = state.roundsSinceReport >= course.roundsNeeded || !state.isAttached ||
                                   now() - state.phaseBegun >= kLongestQuestions;
     if (!areQuestionsOver) return std::nullopt;
-    const Printer printer = _services.printerWithKey(state.key);
+    const Printer printer = attached(state.key);
     const bool isAnswerMissing = lacksAnswersOnly(state, update.expectation) || isUnrecognised(update);
     if (isAnswerMissing && !course.isAskedOnceMore && printer && state.isAttached) {
         course.isAskedOnceMore = true;
@@ -226,19 +227,28 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     completeRecord(update);
     releaseLock(key);
     keepInterface(key, false);
-    if (update.verdict.isUntouched() && !course.wasClaimed) releaseInterface(key);
+    if (update.verdict.isUntouched() && !course.wasClaimed) releaseInterfaces(key);
     if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     showReports(key);
     if (_observer != nullptr) _observer->updateDidEnd(key);
 }
 
-// Closes the interface of a printer that is not being updated. The engine leaves it open after a round of queries that
-// was cut short or an update that was declined, and then other processes could not use the printer.
-void UpdateSupervisor::releaseInterface(const std::string& key) {
+// Closes the interfaces of a printer that is not being updated. The engine leaves them open after a round of queries
+// that was cut short or an update that was declined, and then other processes could not use the printer. attachment:
+// only the object of that service; 0: all objects of the printer.
+void UpdateSupervisor::releaseInterfaces(const std::string& key, std::uint32_t attachment) {
     const auto found = _updates.find(key);
     if (found != _updates.end() && found->second.isOpen()) return;
-    const Printer printer = _services.printerWithKey(key);
-    if (printer && printer->ownership() == Ownership::thisProgram) printer->closeInterface(nullptr);
+    for (const Printer& printer : _services.printersWithKey(key)) {
+        const bool isMeant = attachment == 0 || printer->creationToken() == attachment;
+        if (isMeant && printer->ownership() == Ownership::thisProgram) printer->closeInterface(nullptr);
+    }
+}
+
+// The first object of the attached printer with this key; null if it is not attached.
+UpdateSupervisor::Printer UpdateSupervisor::attached(const std::string& key) const {
+    const auto printers = _services.printersWithKey(key);
+    return printers.empty() ? nullptr : printers.front();
 }
 
 // The engine may still wait until the printer is ready. An update that has been judged must not begin afterwards.

@@ -43,7 +43,9 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
         course.lockedPhase.reset();
         return true;
     }
-    auto result = _services.locks->tryLock(key, kUpdateActivity);
+    const Printer printer = attached(key);
+    auto result = _services.locks->tryLock(key, kUpdateActivity,
+                                           printer ? printer->raw1284DeviceID().value_or("") : std::string());
     // Each phase tries to take a missing lock again, but the same problem is reported only once.
     const bool isNews = std::exchange(course.lockProblem, result.problem) != result.problem;
     if (isNews && !result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
@@ -113,7 +115,7 @@ std::string UpdateSupervisor::serialAfterSuccess(const Update& update) const {
     // Before a whole round of queries, the stored number may be that of an earlier printer at this place.
     const bool isKnown = update.replacedBy.empty() && _monitor.wasAskedForAll(update.state.key);
     if (!update.verdict.isSuccess() || !isKnown) return {};
-    const Printer printer = _services.printerWithKey(update.state.key);
+    const Printer printer = attached(update.state.key);
     return printer ? serialNumberOf(*printer) : "";
 }
 

@@ -56,7 +56,7 @@ UpdateSupervisor::Printer UpdateSupervisor::returnedPrinter(const std::string& k
     const Course& course = _courses.at(key);
     std::vector<Printer> possible;
     for (const std::string& place : _monitor.attachedKeys()) {
-        const Printer other = place == key ? nullptr : _services.printerWithKey(place);
+        const Printer other = place == key ? nullptr : attached(place);
         if (!other || other->vendorNumber() != course.vendorID || other->productNumber() != course.productID) continue;
         if (!isItsPrinter(course, *other)) continue;
         if (!serialNumbersOf(*other).empty() && !course.serialNumbers.empty()) return other;
@@ -92,7 +92,7 @@ void UpdateSupervisor::lookForReturns() {
 bool UpdateSupervisor::isUnrecognised(const Update& update) const {
     const Course& course = _courses.at(update.state.key);
     if (course.ownSerialNumber.empty() || _monitor.wasAskedForAll(update.state.key)) return false;
-    const Printer printer = _services.printerWithKey(update.state.key);
+    const Printer printer = attached(update.state.key);
     return !printer || !hasItsNumber(course, *printer);
 }
 
@@ -100,7 +100,7 @@ bool UpdateSupervisor::isUnrecognised(const Update& update) const {
 // the other printer must not decide this update.
 bool UpdateSupervisor::isReplaced(Update& update) {
     const Course& course = _courses[update.state.key];
-    const Printer printer = _services.printerWithKey(update.state.key);
+    const Printer printer = attached(update.state.key);
     if (!printer || course.ownSerialNumber.empty() || !_monitor.wasAskedForAll(update.state.key)) return false;
     const std::string number = serialNumberOf(*printer);
     update.replacedBy = number == course.ownSerialNumber ? "" : number;
@@ -115,7 +115,7 @@ void UpdateSupervisor::recogniseReturn(const PrinterEvent& event) {
     const auto found = _updates.find(event.key);
     if (found == _updates.end() || found->second.isOpen() || _courses[event.key].isSettled) return;
     Course& course = _courses[event.key];
-    const Printer printer = _services.printerWithKey(event.key);
+    const Printer printer = attached(event.key);
     if (!printer || printer->creationToken() != event.attachment) return;
     if (course.judgedAttachment != event.attachment) course.isSurelyItsPrinter = hasItsNumber(course, *printer);
     // Add its numbers: a loader may have had another one.

@@ -86,6 +86,31 @@ TEST_CASE("a printer without a device ID cannot be queried, and is reported as o
     CHECK(lab.update().verdict.isUntouched());
 }
 
+TEST_CASE("a printer that another program takes before the confirmation is answered is reported as busy at once") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    lab.beginUpToQuestion();
+    lab.printer()->closeInterface(nullptr);
+    lab.rest(1s);
+    lab.bus.setHeldByOther(0, true);
+    lab.forgetWire();
+    REQUIRE(lab.operatorDesk.press(lab.operatorDesk.buttons().at(1)));
+    lab.rest(1s);
+    CHECK(lab.ends == Results{UpdateResult::busy});
+    CHECK(lab.update().verdict.isUntouched());
+    CHECK_FALSE(lab.printer()->inFirmwareUpdate());
+    CHECK(lab.wire() == Wire{});
+}
+
+TEST_CASE("a printer that cannot be opened for the first command is reported at once") {
+    SupervisedLab lab;
+    lab.startWithVK14();
+    lab.beginUpToQuestion();
+    lab.happens(events::OrderFailed{});
+    CHECK(lab.ends == Results{UpdateResult::notOpened});
+    CHECK(lab.update().verdict.reason == "the printer could not be opened");
+}
+
 // ---- while the record is stored -------------------------------------------------------------------------------------
 
 TEST_CASE("an update stopped before its record is stored does not begin afterwards") {

@@ -29,7 +29,7 @@ class SupervisedLab : public Lab, public UpdateObserver {
           supervisor({.mainQueue = mainQueue,
                       .clock = clock,
                       .alerts = operatorDesk,
-                      .printerWithKey = [this](const std::string& key) { return attached(key); },
+                      .printersWithKey = [this](const std::string& key) { return attached(key); },
                       .setKept = [this](std::uint32_t location, bool isKept) { kept[location] = isKept; },
                       .seesArrivals = [this] { return areArrivalsSeen; },
                       .locks = &locks,
@@ -50,11 +50,10 @@ class SupervisedLab : public Lab, public UpdateObserver {
         environment.events = nullptr;
     }
 
-    std::shared_ptr<TBUSBPrinterZUL> attached(const std::string& key) const {
-        for (const auto& one : controller->printers()) {
-            if (one->keyUSBdevice() == key && !one->isReleased()) return one;
-        }
-        return nullptr;
+    std::vector<std::shared_ptr<TBUSBPrinterZUL>> attached(const std::string& key) const {
+        auto printers = controller->printers();
+        std::erase_if(printers, [&](const auto& one) { return one->keyUSBdevice() != key || one->isReleased(); });
+        return printers;
     }
     /// The operator agrees to an update and confirms it.
     void beginUpdate(UpdateSupervisor::Equal equal = UpdateSupervisor::Equal::install) {

@@ -138,3 +138,15 @@ TEST_CASE("the supervisor makes one update of both rows") {
         CHECK(lab.operatorDesk.waiting() == 1);
     }
 }
+
+TEST_CASE("an interface whose query was not answered is released like the other one") {
+    for (const int query : {1, 2}) {
+        CAPTURE(query);
+        SupervisedLab lab;
+        lab.attach("VK14,interfaces=2,fault=silence@STATUS#" + std::to_string(query));
+        lab.start();
+        lab.rest();
+        REQUIRE(lab.rows() == 2);
+        for (const std::size_t row : {0U, 1U}) CHECK(lab.printer(row)->ownership() == Ownership::none);
+    }
+}

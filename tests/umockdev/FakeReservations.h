@@ -11,9 +11,11 @@ namespace zul {
 
 class FakeReservations final : public PrinterReservations {
   public:
-    void reserve(const std::string& key) {
+    void reserve(const std::string& key, const std::string& deviceID = {}) {
         const std::scoped_lock lock(_mutex);
-        _held.insert_or_assign(key, holder());
+        InterfaceHolder reserved = holder();
+        reserved.deviceID = deviceID;
+        _held.insert_or_assign(key, reserved);
     }
     void release(const std::string& key) {
         std::vector<std::function<void()>> released;

@@ -296,6 +296,19 @@ TEST_CASE("a printer reserved by another process of this product is announced wi
     CHECK(reader.bench.nodeOpens() == 0);
 }
 
+TEST_CASE("the device ID of a reserved printer is the one in the reply of the process that has reserved it") {
+    Reader reader;
+    MockPrinter& printer = reader.bench.plug();
+    reader.reservations.reserve(kKey, kDeviceID.substr(2));
+    reader.bench.start();
+    reader.clock.settle(reader.bench.mainQueue);
+    CHECK(reader.bench.eventList() == "arrived 1-2");
+    const Asked asked = askDeviceID(*reader.bench.handle());
+    CHECK(asked.code == kIOReturnSuccess);
+    CHECK(asked.reply == kDeviceID);
+    CHECK(Reader::requests(printer) == 0);
+}
+
 TEST_CASE("a printer whose node may not be opened is announced without its device ID") {
     Reader reader;
     reader.bench.plug({.mode = 0});

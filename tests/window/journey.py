@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """An operator with a screen reader and a keyboard updates the one attached VK14 from 01.60 to 01.61.
 
-    journey.py [--quit-in-the-middle | --with-samples] PROGRAM [ARGUMENT...]
+    journey.py [--quit-in-the-middle | --end-while-writing | --with-samples | --complete] PROGRAM [ARGUMENT...]
 
-With the first option the operator ends the program while the printer restarts. With the second one the printer is a real
-one and no folder with firmware files is named, so the update is refused. PROGRAM runs as a process of its own. The exit
-status is 0 if every step was as expected.
+With the first option the operator ends the program while the printer restarts. With the second one the system ends it
+while the firmware is written. With the third one the printer is a real one and no folder with firmware files is named,
+so the update is refused. With the fourth one the printer is in its loader, and its update is completed. PROGRAM runs as
+a process of its own. The exit status is 0 if every step was as expected.
 """
 import signal
 import sys
@@ -18,6 +19,8 @@ OLD, NEW = "VK14 01.60", "VK14 01.61"
 AGREEMENT = "Attention:"
 CONFIRMATION = "-- Warning --\n\nAre you certain you want to update the firmware?"
 SAMPLES = "The firmware files in use are samples for virtual printers."
+ADVICE = "The printer restarts into its loader or waits in it. Leave it switched on and start the update again: that " \
+         "completes it."
 QUIT = "A printer is being updated. Quit anyway?"
 REPORT = "Firmware update was successful!"
 WRITING = 3  # in STEPS
@@ -40,7 +43,7 @@ def read_row(screen, firmware, table, available=NEW):
     expect_equal(available in cells, True, f"the available firmware is shown as {available}")
 
 
-def agree_and_confirm(screen):
+def agree(screen):
     screen.press("ctrl+u")
     expect_equal(screen.wait_for_alert(AGREEMENT), ["Quit", "Continue"], "buttons of the agreement")
     expect_equal(screen.is_enabled("push button", "Continue"), False, "Continue before the agreement")
@@ -48,6 +51,9 @@ def agree_and_confirm(screen):
     screen.press("space")
     screen.wait("Continue can be chosen", lambda: screen.is_enabled("push button", "Continue"))
     screen.answer(AGREEMENT, "Continue")
+
+
+def confirm(screen):
     choice = f"Update Firmware to {NEW}"
     expect_equal(screen.wait_for_alert(CONFIRMATION), ["Cancel", choice], "buttons of the confirmation")
     screen.answer(CONFIRMATION, choice)
@@ -72,6 +78,34 @@ def quit_in_the_middle(screen):
     expect_equal(screen.wait_for_alert(QUIT), ["Keep Updating", "Quit"], "buttons of the question")
     screen.choose("Quit")
     expect_equal(screen.wait_for_end(), 0, "exit status")
+    expect_equal("VK14 000001 (1-1): The update is not complete: the program was asked to end. " + ADVICE in
+                 screen.errors(), True, "the printer's state is printed: " + screen.errors())
+
+
+def end_while_writing(screen):
+    """The system asks the program to end: it ends when the whole image is sent."""
+    steps = steps_of(screen)
+
+    def is_writing():
+        steps[WRITING].clear_cache()
+        return steps[WRITING].get_name() == "Writing firmware: current step"
+    screen.wait("the image", is_writing)
+    screen.process.send_signal(signal.SIGTERM)
+    expect_equal(screen.wait_for_end(), 0, "exit status")
+    expect_equal("The update is not complete: the program was asked to end. The printer" in screen.errors(), True,
+                 "the printer's state is printed: " + screen.errors())
+
+
+def complete(screen):
+    """A printer that an earlier run left in its loader: its row offers the completion, and one action completes it."""
+    screen.wait("the offer", lambda: any("to complete" in cell for cell in screen.cells("Printers")))
+    agree(screen)  # a loader gets its image without a further question
+    expect_equal(screen.wait_for_alert(REPORT), ["Finish"], "buttons of the report")
+    screen.answer(REPORT, "Finish")
+    read_row(screen, NEW, "0161")
+    screen.press("ctrl+q")
+    expect_equal(screen.wait_for_end(), 0, "exit status")
+    print("journey: completed", flush=True)
 
 
 def be_refused(screen):
@@ -104,17 +138,24 @@ def watch(screen):
 
 
 def main(command):
-    quits = command[:1] == ["--quit-in-the-middle"]
-    has_samples = command[:1] == ["--with-samples"]
-    with Screen(*command[quits or has_samples:]) as screen:
+    option = command[0] if command[0].startswith("--") else ""
+    has_samples = option == "--with-samples"
+    with Screen(*command[bool(option):]) as screen:
+        if option == "--complete":
+            complete(screen)
+            return
         # The sample firmware is not available for a real printer.
         read_row(screen, OLD, "0160", "-" if has_samples else NEW)
         if has_samples:
             be_refused(screen)
             return
-        agree_and_confirm(screen)
-        if quits:
+        agree(screen)
+        confirm(screen)
+        if option == "--quit-in-the-middle":
             quit_in_the_middle(screen)
+            return
+        if option == "--end-while-writing":
+            end_while_writing(screen)
             return
         current = watch(screen)
         print("journey: current steps:", ", ".join(STEPS[place] for place in current), flush=True)

@@ -1,6 +1,7 @@
 """Reads and operates a program from another process, as a screen reader and a keyboard do: names, states and keys."""
 import os
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -30,7 +31,8 @@ class Screen:
         for change in CHANGES:
             self._listener.register(change)
         self._timer = GLib.timeout_add(LONGEST_PAUSE, self._note_change)
-        self.process = subprocess.Popen(command, env=env)
+        self._errors = tempfile.TemporaryFile("w+", dir=self._home.name)
+        self.process = subprocess.Popen(command, env=env, stderr=self._errors)
 
     def __enter__(self):
         return self
@@ -42,6 +44,8 @@ class Screen:
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
+        print(self.errors(), end="", file=sys.stderr)
+        self._errors.close()
         self._home.cleanup()
 
     def _note_change(self, *_):
@@ -145,6 +149,11 @@ class Screen:
         """Presses a button and waits until the alert is closed. For a button that ends the program use choose()."""
         self.choose(button)
         self.wait(f"the alert {title!r} is gone", lambda: self.find("alert", title) is None)
+
+    def errors(self):
+        """What the program has printed to its standard error stream so far."""
+        self._errors.seek(0)
+        return self._errors.read()
 
     def wait_for_end(self):
         return self.process.wait(LONGEST_WAIT)

@@ -28,6 +28,7 @@ struct InterfaceHolder {
     std::string activity = {}; // ownProgram: "update", "claim", "counter reset" and the like
     std::string phase = {};    // ownProgram, during an update: the name of its phase
     std::int64_t since = 0;    // ownProgram: when the reservation began, in seconds since 1970; 0 if not known
+    std::string deviceID = {}; // ownProgram: the printer's IEEE 1284 device ID; empty if not known
 
     bool operator==(const InterfaceHolder&) const = default;
 };

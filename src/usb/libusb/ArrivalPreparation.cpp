@@ -62,6 +62,20 @@ void readIdentities(Attachment& attachment, DeviceConnection& connection) {
             attachment.device->descriptors().locationText());
 }
 
+// What the process that has reserved the printer knows of it. A printer that is being updated gets no requests from
+// others. Where that process does not know the device ID, the engine's own request is sent.
+std::vector<DeviceIdentity> identitiesFrom(const AttachedDevice& device, const InterfaceHolder& holder) {
+    if (holder.deviceID.empty()) return {};
+    std::vector<DeviceIdentity> identities = unreadIdentities(device);
+    const std::size_t length = holder.deviceID.size() + kLengthBytes;
+    for (DeviceIdentity& identity : identities) {
+        identity.isMissing = false;
+        identity.reply = {static_cast<unsigned char>(length >> 8U), static_cast<unsigned char>(length & 0xFFU)};
+        identity.reply.insert(identity.reply.end(), holder.deviceID.begin(), holder.deviceID.end());
+    }
+    return identities;
+}
+
 } // namespace
 
 bool wantsPreparation(const AttachedDevice& device) {
@@ -72,7 +86,11 @@ bool wantsPreparation(const AttachedDevice& device) {
 
 void prepareArrival(Attachment& attachment) {
     AttachedDevice& device = *attachment.device;
-    if (device.hasLeft() || reservationElsewhere(device.services(), device.descriptors().key())) return;
+    if (device.hasLeft()) return;
+    if (const auto holder = reservationElsewhere(device.services(), device.descriptors().key())) {
+        attachment.identities = identitiesFrom(device, *holder);
+        return;
+    }
     std::shared_ptr<DeviceConnection> connection;
     if (device.connect(connection) != kIOReturnSuccess) return;
     if (device.isKept()) {

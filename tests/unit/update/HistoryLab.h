@@ -25,6 +25,21 @@ inline RecordedVerdict failure() {
     return {.given = 2000, .verdict = "failed", .reason = "It does not answer."};
 }
 
+/// Another program's lock on a history: no other program can write to it until this is destroyed.
+class WriteLock {
+  public:
+    explicit WriteLock(const std::filesystem::path& file) {
+        REQUIRE(sqlite3_open(file.c_str(), &_connection) == SQLITE_OK);
+        REQUIRE(sqlite3_exec(_connection, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK);
+    }
+    ~WriteLock() { sqlite3_close(_connection); }
+    WriteLock(const WriteLock&) = delete;
+    WriteLock& operator=(const WriteLock&) = delete;
+
+  private:
+    sqlite3* _connection = nullptr;
+};
+
 struct HistoryLab {
     TemporaryFolder folder;
     UpdateHistory history{options()};

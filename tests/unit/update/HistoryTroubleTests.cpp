@@ -356,14 +356,13 @@ TEST_CASE("a history that another program keeps locked is reported") {
     UpdateHistoryOptions options = lab.options();
     options.longestWait = std::chrono::milliseconds(1);
     UpdateHistory history(options);
-    sqlite3* other = nullptr;
-    REQUIRE(sqlite3_open(lab.file().c_str(), &other) == SQLITE_OK);
-    REQUIRE(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK);
-    const std::string problem = history.complete(id, success());
-    CHECK(names(problem, lab.file()));
-    CHECK(problem.find("another program is using it") != std::string::npos);
-    CHECK(history.records({}).records.size() == 1); // reading is still possible
-    sqlite3_close(other);
+    {
+        const WriteLock lock(lab.file());
+        const std::string problem = history.complete(id, success());
+        CHECK(names(problem, lab.file()));
+        CHECK(problem.find("another program is using it") != std::string::npos);
+        CHECK(history.records({}).records.size() == 1); // reading is still possible
+    }
     CHECK(history.complete(id, success()) == "");
 }
 

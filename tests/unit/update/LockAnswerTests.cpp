@@ -6,8 +6,13 @@ using namespace zul;
 
 namespace {
 
-const LockAnswer kAnswer{
-    .program = "zulctl", .pid = 4711, .user = "kiosk", .since = 1700000000, .activity = "update", .phase = "writing"};
+const LockAnswer kAnswer{.program = "zulctl",
+                         .pid = 4711,
+                         .user = "kiosk",
+                         .since = 1700000000,
+                         .activity = "update",
+                         .phase = "writing",
+                         .deviceID = "MFG:Z;MDL:VK;SERN:1;"};
 
 } // namespace
 
@@ -20,7 +25,7 @@ TEST_CASE("the reply of a lock's holder is read back as it was sent") {
 
 TEST_CASE("a reply has the names that other programs search for") {
     CHECK(lockAnswerLine({.program = "zulctl", .pid = 3, .user = "u", .since = 5, .activity = "claim"}) ==
-          R"({"activity":"claim","phase":"","pid":3,"program":"zulctl","since":5,"user":"u"})"
+          R"({"activity":"claim","deviceID":"","phase":"","pid":3,"program":"zulctl","since":5,"user":"u"})"
           "\n");
 }
 
@@ -78,4 +83,13 @@ TEST_CASE("bytes that are not text do not prevent a reply from being sent") {
     const auto answer = parseLockAnswer(lockAnswerLine({.user = "caf\xE9"}));
     REQUIRE(answer);
     CHECK(answer->user == "caf\xEF\xBF\xBD");
+}
+
+TEST_CASE("a device ID of a reply may be longer than a name, and is cut at 1024 bytes") {
+    LockAnswer answer = kAnswer;
+    answer.deviceID = std::string(1024, '"'); // the longest line: each of these is escaped
+    CHECK(parseLockAnswer(lockAnswerLine(answer)) == answer);
+    answer.deviceID += 'x';
+    CHECK(parseLockAnswer(lockAnswerLine(answer))->deviceID == std::string(1024, '"'));
+    CHECK(parseLockAnswer(R"({"deviceID": 7})") == LockAnswer{});
 }

@@ -1,11 +1,13 @@
 // The recorder's handling of states and of an unusable history. The disk is real, the clock is simulated.
 #include "support/SimulatedClock.h"
 #include "support/TemporaryFolder.h"
+#include "unit/update/HistoryLab.h"
 #include "update/UpdateRecorder.h"
 
 #include <doctest/doctest.h>
 
 using namespace zul;
+using namespace zul::test;
 using namespace std::chrono_literals;
 
 namespace {
@@ -100,4 +102,32 @@ TEST_CASE("the last update of a printer is reported as failed until a later one 
     CHECK(readFailed() == 1);
     record(UpdatePhase::colorTables, true);
     CHECK(readFailed() == 0);
+}
+
+TEST_CASE("an update does not wait for a history that takes too long, and its record is written later") {
+    HistoryLab lab;
+    lab.begin(printerAt(kKey));
+    RealClock clock;
+    MainQueue mainQueue{clock};
+    UpdateHistoryOptions options = lab.options();
+    options.longestWait = std::chrono::minutes(1); // longer than the test takes
+    UpdateRecorder recorder(mainQueue, clock, options, "unit_tests", "1.0", 0ms);
+    std::vector<std::string> shown;
+    recorder.setProblemHandler([&](const std::string& text) { shown.push_back(text); });
+    int begins = 0;
+    {
+        const WriteLock lock(lab.file());
+        recorder.begin(kOtherKey, {}, [&] { ++begins; });
+        mainQueue.waitForWork();
+        mainQueue.runPending();
+        CHECK(begins == 1);
+    }
+    recorder.flush();
+    mainQueue.runPending();
+    CHECK(begins == 1);
+    REQUIRE(shown.size() == 1);
+    CHECK(shown.front() == "The history of updates " + lab.file().string() +
+                               " is not written in time. The update begins without its record. Check the disk of that "
+                               "file.");
+    CHECK(lab.count() == 2);
 }
