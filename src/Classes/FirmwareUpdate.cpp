@@ -183,10 +183,9 @@ void FirmwareUpdate::enterLoader() {
     _printer.openInterface([self = shared()](IOReturn code) {
         if (code == kIOReturnSuccess) {
             self->sendEnterLoader();
-            return;
+        } else {
+            self->_printer.emit(events::OrderFailed{});
         }
-        self->setInUpdateOnMain(false);
-        self->_printer.emit(events::OrderFailed{});
     });
 }
 
