@@ -35,6 +35,7 @@ std::string DeviceIdentity::key() const {
 
 std::string DeviceIdentity::description() const {
     const std::scoped_lock lock(_mutex);
+    // Under one lock, not through text(), so that the three belong to one moment.
     const auto of = [this](IdentityText which) { return _texts.at(static_cast<std::size_t>(which)); };
     const auto manufacturer = of(IdentityText::manufacturer);
     const auto model = of(IdentityText::model);

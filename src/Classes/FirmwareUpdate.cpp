@@ -35,6 +35,7 @@ void FirmwareUpdate::start() {
         showPrinterError(); // it did not report its ID: it has no queue for the update
         return;
     }
+    // The check also passes when the firmware file could not be read, so its bytes are asked for as well.
     if (_printer.verifyFirmwareArchive() && _files.image()) {
         askForAgreement();
         return;
@@ -51,6 +52,7 @@ void FirmwareUpdate::askForAgreement() {
         _printer.productNumber() == kProductVKRZ7 ? _printer.RZ7UpdateWarningText()
                                                   : _printer.genericUpdateWarningText(),
         [self](CheckBox& sender) { self->_printer.setToggleAgreed(&sender); });
+    // The operator has to tick the box before "Continue" can be pressed.
     alert.layout = [self](AlertLayout& layout) {
         self->setAgreed(false); // it may have waited while an earlier one was ticked
         if (layout.buttonCount() <= AlertFactory::kContinueButton) return;
@@ -58,6 +60,8 @@ void FirmwareUpdate::askForAgreement() {
                                  [self] { return self->isAgreed(); });
     };
     alert.completion = [self, agree = alert.accessory](int answer) {
+        // The box is checked again, because a presenter need not bind the button: the command line asks for the tick
+        // itself.
         if (answer == kAlertSecondButton && agree->state == 1) {
             self->proceedWhenReady();
             return;
@@ -80,11 +84,12 @@ void FirmwareUpdate::proceedWhenReady() {
         return;
     }
     if (_printer.printerStatus() == textForStatus(kLoaderStatus)) {
-        // A wait for "Idle" may hold the queue: the operator's request is what counts now.
+        // A wait for "Idle" may hold the queue: the operator's request has precedence.
         supersedeWait();
         uploadImage();
         return;
     }
+    // An older version is installed only where the user's settings allow it.
     if (isNewerThanOffered() && !_printer.environment().userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
         _printer.showCustomAlertWithTitle(_printer.alertFactory().notNeeded(_files.installedVersionNumber()));
         return;
@@ -131,6 +136,7 @@ void FirmwareUpdate::checkReadiness(IOReturn openResult) {
         _printer.showCustomAlertWithTitle(
             _printer.alertFactory().notReady(textForStatus(rawStatus), proceedOrDecline(AlertKind::notReady)));
     });
+    // Without a reply there is no call back and no alert: observers would wait for the operator's answer.
     if (!isAnswered) _printer.emit(events::CheckFailed{});
 }
 
@@ -187,6 +193,7 @@ void FirmwareUpdate::enterLoader() {
 
 void FirmwareUpdate::sendEnterLoader() {
     _printer.assertOnCommandQueue();
+    // Asked again: the printer may have begun to print or to cool down since the operator was asked.
     if (!waitForStatus(kReadyStatus)) return;
     overrideStatus("Updating firmware ...");
     // Both before the command: the printer may leave before the next line runs, and what is stored then is what its
@@ -202,7 +209,7 @@ void FirmwareUpdate::sendEnterLoader() {
 
 void FirmwareUpdate::showDamagedFileAlert() {
     _printer.showCustomAlertWithTitle(_printer.alertFactory().damagedFile());
-    _printer.emit(events::ArchiveRefused{}); // after the alert: whoever follows may end the update at once
+    _printer.emit(events::ArchiveRefused{}); // after the alert: an observer may end the update at once
 }
 
 void FirmwareUpdate::uploadImage() {
@@ -223,6 +230,8 @@ void FirmwareUpdate::writeImage() {
     logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
     if (const SharedData image = _files.verifiedImage()) {
         logText("Uploading firmware to printer");
+        // Before the command: the printer may leave as soon as it has the last byte, and its next object reads the
+        // progress.
         setProgress(UpdateProgress::waitingForFirmware);
         _exchange.orderRestart(kCommandProgramFlash, image.get());
     } else {
@@ -242,7 +251,7 @@ void FirmwareUpdate::finish() {
     });
 }
 
-// The tables alone decide which report the operator gets; comparing versions is left to whoever watches the update.
+// The tables alone decide which report the operator gets; the supervisor of updates compares the versions.
 void FirmwareUpdate::report(bool anyTable) {
     const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
     const Text version = _printer.firmwareVersion();
@@ -259,6 +268,8 @@ bool FirmwareUpdate::waitForStatus(const std::string& code) {
     _printer.assertOnCommandQueue();
     const int generation = _waitGeneration;
     for (;;) {
+        // Opened in every round, because another program may have taken the printer meanwhile; no effect while it is
+        // open.
         if (_printer.openInterface() == kIOReturnSuccess && statusEquals(code)) return true;
         if (_printer.isReleased() || _waitGeneration != generation) return false;
         _printer.environment().clock.sleepFor(kStatusPollPause);

@@ -25,7 +25,7 @@ double versionNumber(const std::optional<std::string>& version) {
     return doubleValue(blank == std::string::npos ? *version : version->substr(blank + 1));
 }
 
-// As it is: the printers take tables of any length.
+// Never padded: the printers take tables of any length.
 SharedData loggedContents(const std::string& name, const std::shared_ptr<const FirmwareFile>& file) {
     logText("got data of length %lu for file at path %s", file ? file->contents()->size() : 0, name);
     return file ? file->contents() : nullptr;
@@ -42,6 +42,8 @@ bool ModelFiles::verify() {
     if (product == nullptr) return false;
 
     const std::vector<std::string> names(product->files.begin(), product->files.end());
+    // Before the check: the file names are valid even when the files are not, and the offered version is read from
+    // them.
     _printer.setFilenames(names);
     const ArchiveCheck check = _printer.environment().archive.check(*product, _printer.className());
     if (!check.digests->problem.empty()) logText("%s", check.digests->problem);
@@ -95,7 +97,7 @@ SharedData ModelFiles::verifiedImage() const {
 
 SharedData ModelFiles::paddedImage(const std::shared_ptr<const FirmwareFile>& file) const {
     if (!file) return nullptr;
-    // Only logged: whoever comes here has had the archive verified, and the printer checks the image itself.
+    // Only logged: every caller has had the archive verified, and the printer checks the image itself.
     if (!file->isSRecordText()) logText("Bad firmware file! Verification failed!");
     logPadding(file->contents()->size(), file->padded()->size());
     return file->padded();

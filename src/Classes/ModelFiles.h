@@ -1,6 +1,7 @@
-// The firmware files of one printer's model: which they are, whether they are what was shipped, what they contain and
-// offer. The run's FirmwareArchive reads and keeps them; the list of their names and the result of the last check are
-// in the printer's device information. Any thread; files that are not known yet are read where the call is made.
+// The firmware files of one printer's model: their names, whether they match their digests, their contents and the
+// version that they offer. The run's FirmwareArchive reads and keeps them; the list of their names and the result of
+// the last check are in the printer's device information. Any thread; files that are not known yet are read where the
+// call is made.
 #pragma once
 
 #include "platform/foundation/Data.h"

@@ -103,6 +103,7 @@ void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
         return;
     }
     auto printer = std::make_shared<TBUSBPrinterZUL>(_environment);
+    // Before the initialiser, whose events and log lines name the location.
     printer->setLocationText(service.locationText());
     printer->setIsVirtual(service.isVirtual());
     printer->initWithInterfaceInterface(std::move(handle), token);
@@ -112,6 +113,7 @@ void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
 void TBPrinters::reportUnusable(USBService& service, IOReturn code) {
     if (_environment.events == nullptr) return;
     PrinterEvent event{.key = {}, .location = service.locationText(), .attachment = 0, .what = {}};
+    // Distinguished, because the operator has to do something else about each.
     if (code == kIOReturnNotPrivileged) {
         event.what = events::NotPermitted{.node = service.nodePath()};
     } else {
