@@ -71,11 +71,13 @@ void MainQueue::async(Block block) {
     if (_state->closed) return;
     _state->clock.workAdded();
     _state->blocks.push_back(std::move(block));
+    // One wake-up for any number of blocks: the descriptor stays readable until the last of them is taken.
     if (_state->blocks.size() == 1) _state->blocksWait.raise();
 }
 
 bool MainQueue::sync(Block block) {
     const auto state = _state;
+    // Shared with the block: this call returns when the queue is closed, and the block may still exist then.
     const auto done = std::make_shared<bool>(false);
     async([state, done, block = std::move(block)] {
         block();
@@ -112,6 +114,7 @@ bool MainQueue::runPending() {
             if (state->blocks.empty()) return ran;
             block = std::move(state->blocks.front());
             state->blocks.pop_front();
+            // Lowered before the last block runs, so that a block which that one queues wakes the loop again.
             if (state->blocks.empty()) static_cast<void>(state->blocksWait.lower());
         }
         block();

@@ -77,6 +77,7 @@ fs::path stateFolder(const FolderUser& user) {
 
 std::error_code createStateFolder(const fs::path& folder) {
     const mode_t mode = isRoot() ? 0755 : 0700;
+    // Step by step, because the mode has to apply to each folder that is made.
     fs::path upTo;
     for (const fs::path& name : folder) {
         upTo /= name;

@@ -46,6 +46,7 @@ void KeyValueObservable::willChangeValueForKey(const std::string& key) {
     std::vector<Registration> interested;
     {
         const std::scoped_lock lock(_observingMutex);
+        // A setter that calls another one of the same key causes one notice, not two.
         if (_openChanges[key]++ > 0) return;
         interested = registrationsFor(key);
     }

@@ -107,6 +107,7 @@ template <class Value> bool UserDefaults::set(const std::string& key, const Valu
     const std::scoped_lock lock(_mutex);
     const json stored(value);
     const auto found = _values->root.find(key);
+    // After a failed write the file may lack the value although it is known here: it is written again.
     const bool isInFile = _mayWrite && _writeError.empty();
     if (isInFile && found != _values->root.end() && *found == stored) return true;
     _values->root[key] = stored;

@@ -68,6 +68,7 @@ void InterestTable::deliver(ServiceToken service, IOMessage message, void* argum
         const std::scoped_lock lock(_mutex);
         interests = _interests;
     }
+    // A printer registers when it is made and again on its command queue; it must handle each message once.
     std::vector<const void*> notified;
     for (const Interest& interest : interests) {
         if (interest.service != service || std::ranges::count(notified, interest.context) > 0) continue;
@@ -116,6 +117,8 @@ void ServiceRegistry::serviceTerminated(ServiceToken token) {
     if (found == _services.end()) return;
     const std::shared_ptr<USBService> service = found->second.service;
     if (found->second.isAnnounced) {
+        // Before the removal notifications: a printer keeps its device info for its successor, then the controller
+        // retires it.
         serviceMessage(token, kIOMessageServiceIsTerminated, nullptr);
         const auto ports = _ports;
         for (NotificationPort* port : ports) {

@@ -85,6 +85,7 @@ class NotificationPort {
   public:
     using MatchCallback = std::function<void(ServiceIterator& iterator)>;
 
+    /// Registers with the registry, which must outlive the port.
     explicit NotificationPort(ServiceRegistry& registry);
     ~NotificationPort();
     NotificationPort(const NotificationPort&) = delete;
@@ -99,6 +100,7 @@ class NotificationPort {
     /// messages.
     const std::shared_ptr<InterestTable>& interests() const { return _interests; }
 
+    /// The registry whose services it announces.
     ServiceRegistry& registry() { return _registry; }
 
   private:
