@@ -46,6 +46,7 @@ enum class CompareOptions : unsigned { none = 0, caseInsensitive = 1, backwards 
 constexpr CompareOptions operator|(CompareOptions one, CompareOptions other) {
     return static_cast<CompareOptions>(static_cast<unsigned>(one) | static_cast<unsigned>(other));
 }
+/// Whether option is one of the combined options.
 constexpr bool contains(CompareOptions options, CompareOptions option) {
     return (static_cast<unsigned>(options) & static_cast<unsigned>(option)) != 0;
 }
@@ -54,7 +55,7 @@ constexpr bool contains(CompareOptions options, CompareOptions option) {
 struct TextRange {
     std::size_t location = 0;
     std::size_t length = 0;
-    std::size_t end() const { return location + length; }
+    std::size_t end() const { return location + length; } // of the first byte after the range
     friend bool operator==(const TextRange&, const TextRange&) = default;
 };
 
