@@ -39,6 +39,7 @@ enum class ArrivalSight {
 /// outlive the bus; the clock every handle, and what is still under way after stop() for a few seconds.
 class LibusbBus final : public USBBus {
   public:
+    /// Opens nothing; start() does.
     LibusbBus(MainQueue& mainQueue, Clock& clock, LibusbBusOptions options = {});
     ~LibusbBus() override;
 

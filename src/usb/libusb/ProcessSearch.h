@@ -1,4 +1,4 @@
-// Which processes have a file open, as the system reports it.
+// The processes that have a file open, as the system reports it.
 #pragma once
 
 #include "platform/usb/PrinterReservations.h"
