@@ -129,6 +129,7 @@ void VirtualPort::depart(std::shared_ptr<VirtualAttachment> attachment, const Vi
     if (departure.comesBack) {
         if (departure.elsewhere) _port = static_cast<std::uint8_t>(_port % 15 + 1);
         _clock.callAt(_clock.now() + departure.away, [self = shared_from_this(), attachCount = _attachCount] {
+            // A return that was scheduled before the printer was unplugged or plugged by hand must not happen.
             self->post([self, attachCount] {
                 if (!self->_isPulled && self->_attachCount == attachCount) self->attach();
             });
@@ -157,6 +158,7 @@ IOReturn VirtualPort::claim(VirtualAttachment& attachment, std::uint8_t number, 
         const std::scoped_lock lock(_mutex);
         if (attachment.isGone) return kIOReturnNoDevice;
         if (endpoints.owner == owner) return kIOReturnSuccess;
+        // Asked under the lock, because it counts the opens of both interfaces.
         hold = _printer.holderAtOpen();
         if (hold) ++_heldByOther;
         refused = _heldByOther > 0 || endpoints.owner != nullptr;

@@ -113,6 +113,7 @@ void VirtualPrinter::finishFrame(VirtualEffects& effects) {
     _frame.clear();
     _payloadSize = 0;
     _unplugAt = 0;
+    // Before it is executed, so that the journal has the command before its effects.
     if (_sawCommand) _sawCommand(command);
     handle(command, effects);
     _dueFaults.clear();
