@@ -17,6 +17,7 @@ FirmwareArchive::FirmwareArchive(const Bundle& bundle, std::shared_ptr<const Fil
 std::shared_ptr<FirmwareArchive::Entry> FirmwareArchive::entryOf(const std::string& name, const std::string& key) {
     const std::scoped_lock lock(_entriesMutex);
     auto& entry = _entries[{name, key}];
+    // Shared, so that a file can be read without the lock of the map: reading takes long.
     if (!entry) entry = std::make_shared<Entry>();
     return entry;
 }
@@ -120,7 +121,7 @@ ArchiveCheck FirmwareArchive::survey(const Product& product, const std::string& 
     return result;
 }
 
-// ---- what is handed out ---------------------------------------------------------------------------------------------
+// ---- contents -------------------------------------------------------------------------------------------------------
 
 std::shared_ptr<const FirmwareFile> FirmwareArchive::verifiedFile(const std::string& name, const std::string& key) {
     const auto entry = entryOf(name, key);
@@ -132,6 +133,7 @@ std::shared_ptr<const FirmwareFile> FirmwareArchive::fileForReading(const std::s
     const auto entry = entryOf(name, key);
     {
         const std::scoped_lock lock(entry->mutex);
+        // Even if the file differs by now: these are the bytes that an update would send.
         if (entry->verified && !entry->isGone) return entry->verified;
     }
     const fs::path path = pathOf(name);

@@ -75,7 +75,7 @@ struct FirmwareOffer {
     std::string version; // the firmware file's name without its extension: "VK14 01.61"
     State state = State::missing;
 
-    bool isReady() const { return state == State::ready; }
+    bool isReady() const { return state == State::ready; } // verified, and an image
 };
 
 class FirmwareArchive {

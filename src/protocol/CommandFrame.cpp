@@ -104,6 +104,7 @@ std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize) {
 }
 
 std::string payloadSizeField(std::size_t size) {
+    // Blanks for a size that does not fit: cut digits would announce a shorter payload than the one that follows.
     if (size == 0 || size > kLargestSize) return std::string(kSizeDigits, ' ');
     const std::string digits = std::to_string(size);
     return std::string(kSizeDigits - digits.size(), '0') + digits;
