@@ -116,7 +116,7 @@ int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
     if (const auto problem = program->start()) {
         std::cerr << kName << ": " << problem->message << '\n';
         if (problem->isWrongUsage) return 2;
-        // Who starts the program from a menu sees no terminal.
+        // A user who starts the program from a menu sees no terminal.
         QMessageBox::critical(nullptr, QApplication::applicationName(), QString::fromStdString(problem->message));
         return kFailed;
     }
@@ -127,7 +127,7 @@ int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
         program->window().endAsked();
     });
     const int status = application.exec();
-    program->session().mainQueue.close(); // whoever waits for it learns that it has ended
+    program->session().mainQueue.close(); // threads that wait for it are released
     program->session().endBus();
     return status;
 }

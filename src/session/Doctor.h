@@ -90,6 +90,7 @@ struct DoctorOptions {
 /// For one examination, on one thread that may block.
 class Doctor {
   public:
+    /// Examines nothing yet.
     explicit Doctor(DoctorOptions options);
 
     /// Runs every check in its fixed order. Checks of the machine yield one entry (one per interrupted update), checks

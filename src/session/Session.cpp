@@ -56,7 +56,7 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
                                                        .events = &_events,
                                                        .admittedProductIDs = options.admittedProducts},
       _options(std::move(options)), _unusable(registry, _options.admittedProducts) {
-    // Whoever names the sample archive explicitly knows what it is: a test bench.
+    // A user who names the sample archive explicitly knows what it is: this is a test bench.
     _areSamplesWithheld = _options.virtualPrinters.empty() && _options.firmwareArchive.empty() &&
                           readFirmwareDigests(bundle.archiveFolder()).isSample;
     if (_areSamplesWithheld) bundle.withholdArchive();

@@ -65,6 +65,7 @@ struct Update {
     // the alerts stay with this one.
     std::weak_ptr<TBUSBPrinterZUL> printer;
 
+    /// It has no verdict yet, or was opened again.
     bool isOpen() const { return verdict.isOpen(); }
 };
 
@@ -109,6 +110,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
 
+    /// The objects that services refer to must outlive it.
     UpdateSupervisor(UpdateServices services, UpdateSettings settings);
     ~UpdateSupervisor() override;
 
