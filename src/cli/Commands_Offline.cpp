@@ -166,6 +166,7 @@ int writeDigests(const Options& options, const Output& output) {
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {
             const auto contents = contentsOfFile(folder / name);
+            // An empty file has no digest: it would never match.
             if (!contents || contents->empty()) continue;
             digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(*contents);
         }
@@ -227,6 +228,7 @@ int runSRecord(const Options& options, const Output& output) {
 
 int runDefaults(const Options& options, const Output& output) {
     UserDefaults defaults(UserDefaults::standardFile());
+    // A note, not a failure: settings that cannot be read are shown as absent.
     if (!defaults.lastError().empty()) output.note(defaults.lastError());
     if (options.command == "defaults write") {
         if (defaults.setString(options.arguments[0], options.arguments[1])) return kDone;

@@ -58,9 +58,11 @@ class UpdateRun final : public SessionObserver {
         const Options& options = _program.options;
         UpdateSettings settings;
         if (options.stallTimeout > 0) settings.stallAfter = seconds(options.stallTimeout);
+        // Unlike the window, a script must end: the printer may never come back.
         settings.giveUpAfter = seconds(options.giveUp);
         supervisor().setSettings(settings);
         _program.session.setObserver(this);
+        // Connected before the first update begins, because its alerts may come at once.
         _program.alerts.handler = [this](AlertDescription alert) { route(std::move(alert)); };
         _program.onInterrupt([this](Program::Interrupt interrupt) { interrupted(interrupt); });
         const auto equal = options.reinstall ? UpdateSupervisor::Equal::install : UpdateSupervisor::Equal::skip;

@@ -27,6 +27,8 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
     explicit Watcher(Program& program) : _program(program) {}
 
     void begin() {
+        // Registered before the list is read, so that no arrival in between is missed. Without a context: the list, not
+        // a printer.
         _program.session.controller->addObserver(weak_from_this(), "printers", nullptr);
         compareList();
     }
@@ -41,6 +43,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
             return;
         }
         const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
+        // Copied now: on the main queue it may have changed again.
         const auto value = static_cast<TBUSBPrinterZUL*>(context)->deviceInfoDict()->entries();
         const std::string key = factOfNotice(keyPath);
         const auto fact = value.find(key);

@@ -42,6 +42,7 @@ void Questions::show(const AlertDescription& alert) {
 void Questions::ask(AlertDescription alert) {
     _waiting.push_back(std::move(alert));
     if (_waiting.size() == 1) showFirst();
+    // Not at once: the caller must not get its answer inside this call.
     if (_isOver) {
         _mainQueue.async([this] { close(); });
     } else {
@@ -106,6 +107,7 @@ void Questions::handleLine(const std::string& line) {
 }
 
 void Questions::answer(std::size_t button) {
+    // Taken out first, because the completion may ask the next question.
     const AlertDescription alert = std::move(_waiting.front());
     _waiting.pop_front();
     if (alert.completion) alert.completion(kAlertFirstButton + static_cast<int>(button));

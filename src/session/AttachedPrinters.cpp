@@ -43,6 +43,7 @@ std::vector<std::string> driversOf(const fs::path& devices, const std::string& l
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(devices, error)) {
         if (!entry.path().filename().string().starts_with(location + ":")) continue;
+        // Interfaces without a driver have no such link.
         const fs::path driver = fs::read_symlink(entry.path() / "driver", error);
         if (!error) drivers.push_back(driver.filename().string());
     }

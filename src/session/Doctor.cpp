@@ -170,6 +170,7 @@ Check Doctor::printQueue(const ExaminedPrinter& printer) const {
     if (devices.status == 127) {
         return checkOf(printer, kName, CheckState::ok, localizedFormat("there is no print service"));
     }
+    // A disabled queue sends no job, so it cannot take the printer.
     const std::string states = run(lpstat("-p")).output;
     std::istringstream lines(devices.output);
     for (std::string line; std::getline(lines, line);) {

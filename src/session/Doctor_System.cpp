@@ -72,6 +72,7 @@ Check Doctor::udevRule() const {
     if (coversOurPrinters(found.front())) {
         return {kName, {}, CheckState::ok, localizedFormat("the udev rule is %s", found.front().string()), {}};
     }
+    // udev reads only the first file of a name; a good one in a later folder has no effect.
     const auto good = std::find_if(found.begin(), found.end(), coversOurPrinters);
     if (good != found.end()) {
         return {kName,

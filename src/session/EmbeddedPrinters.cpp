@@ -46,6 +46,7 @@ std::optional<SessionProblem> makeEmbeddedPrinters(const SessionOptions& options
     if (auto problem = parsePrinters(options, taken, printers)) return problem;
     bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
     for (VirtualPrinterSettings& printer : printers) {
+        // After all explicit locations are known, whatever the order of the options.
         if (!printer.location) printer.location = VirtualBus::firstFreeLocation(taken);
         taken.insert(*printer.location);
         bus->add(printer);
