@@ -147,7 +147,7 @@ const VirtualFault* VirtualPrinter::fault(VirtualFaultKind kind) const {
 
 std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {
     std::optional<std::chrono::milliseconds> hold;
-    // Every holder fault counts every open, also one at which another fault happens.
+    // An open is counted for every holder fault, also when another fault happens at it.
     for (auto fault = _faults.begin(); fault != _faults.end();) {
         if (fault->kind != VirtualFaultKind::holder || --fault->occurrence > 0) {
             ++fault;
