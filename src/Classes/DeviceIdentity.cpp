@@ -30,6 +30,7 @@ void DeviceIdentity::setText(IdentityText which, const std::optional<std::string
 }
 
 std::string DeviceIdentity::key() const {
+    // Without the lock: the numbers are set once, before another queue knows the printer.
     return formatted("%.4X%.4X%.8X", vendor, product, location);
 }
 

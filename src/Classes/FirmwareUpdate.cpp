@@ -24,6 +24,7 @@ constexpr const char* kUpdatedElsewhere = "%s is being updated through its other
 
 // Keeps the printer, and with it the update, for a block that runs later.
 FirmwareUpdate::Self FirmwareUpdate::shared() {
+    // An alias of the printer's owner: the update is a member of the printer and lives as long.
     return {_printer.shared_from_this(), this};
 }
 
@@ -73,6 +74,7 @@ void FirmwareUpdate::askForAgreement() {
 }
 
 void FirmwareUpdate::setAgreed(bool isAgreed) {
+    // The presenter's binding of "Continue" listens to this notice.
     const KeyChange change(_printer, kAgreedKey);
     _isAgreed = isAgreed;
 }
@@ -94,6 +96,7 @@ void FirmwareUpdate::proceedWhenReady() {
         _printer.showCustomAlertWithTitle(_printer.alertFactory().notNeeded(_files.installedVersionNumber()));
         return;
     }
+    // The code decides which alert follows, so a refused open is passed on as well.
     _printer.openInterface([self = shared()](IOReturn code) { self->checkReadiness(code); });
 }
 
@@ -278,6 +281,7 @@ bool FirmwareUpdate::waitForStatus(const std::string& code) {
 
 // The shown texts are compared: two codes that read the same are the same to the operator. No answer is not equal.
 bool FirmwareUpdate::statusEquals(const std::string& code) {
+    // The completion runs before askForStatus() returns, because this is the command queue; not at all without a reply.
     bool equal = false;
     // The loop asks again by itself.
     _printer.askForStatus(IfMissing::dropLateReplies, [&equal, &code](const Text& rawStatus) { // inline
@@ -295,6 +299,7 @@ void FirmwareUpdate::saveProgress(int progress) {
     _printer.environment().mainQueue.async([self = shared(), progress] {
         const std::string key = self->_printer.keyUSBdevice();
         const DeviceInfoPtr info = self->_printer.deviceInfoDict();
+        // Into the shared dictionary, which the store keeps: the next object of the device finds the value.
         info->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{progress});
         logText("writing key:%s for dict:%s", key, info->description());
         self->_printer.environment().deviceInfo.setInfo(info, key);

@@ -50,6 +50,7 @@ void FirmwareUpdate::writeTables(const std::function<void(bool)>& completion) {
         _printer.refreshTables();
     }
     setProgress(UpdateProgress::finished);
+    // Without table names the operator gets the report of a problem: the archive has no tables for this model.
     if (completion) completion(!names.empty());
 }
 

@@ -54,6 +54,7 @@ bool ModelFiles::verify() {
     const DeviceInfoPtr info = _printer.deviceInfoDict();
     info->set(cFirmwareFileHashes, digests);
     for (const ArchiveFile& file : check.files) {
+        // A missing file has no result of its own: the earlier one, if any, stays.
         if (!file.wasRead()) continue;
         // One line for each file of each check, as verifyBlob has it, also where the digest is known from an earlier
         // one.

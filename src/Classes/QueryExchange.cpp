@@ -83,6 +83,7 @@ void QueryExchange::orderRestart(std::uint32_t command, const Data* payload) {
 
 bool QueryExchange::mayAsk() const {
     if (hasQueue() || !_isInRound) return true;
+    // The limit also ends a round of late but valid replies.
     return !_isRoundOver && now() - _roundBegan < kLongestRoundOnMain;
 }
 

@@ -73,6 +73,7 @@ void TBPrinters::awakeFromNib() {
         formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
                   textOrNull(bundle.objectForInfoDictionaryKey(kVersionKey)));
     logText("display string is %s", display);
+    // The window and its reports show the version from there.
     _environment.userDefaults.setString(kDisplayVersionKey, display);
     logText("%s", "-[TBPrinters awakeFromNib]");
     getPrintingDevices();
@@ -140,6 +141,7 @@ void TBPrinters::insertOnMain(const Printer& printer) {
 
 void TBPrinters::removeOnMain(const Printer& printer) {
     const KeyChange change(*this, kPrintersKey);
+    // The list is gone when the termination came first.
     if (_printers) std::erase(*_printers, printer);
 }
 

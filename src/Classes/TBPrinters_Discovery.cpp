@@ -42,6 +42,7 @@ void TBPrinters::getPrintingDevices() {
                                                                 if (const auto self = weak.lock())
                                                                     self->deviceRemovedCallback(iterator);
                                                             });
+    // Drained once to arm it, like the other; nothing has departed yet.
     if (_removedIterator) deviceRemovedCallback(*_removedIterator);
 }
 

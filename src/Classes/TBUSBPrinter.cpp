@@ -21,6 +21,7 @@ constexpr const char* kQueueLabelPrefix = "de.zul-imaging.printer-utility.";
 // A command without a block is a mistake in this program, never in its input.
 void requireCommandBlock(const Block& block, const char* file, int line) {
     if (block) return;
+    // Not through the log, whose text might not be written before the end.
     std::fprintf(stderr, "%s:%d: you must supply a commandBlock\n", file, line);
     std::abort();
 }

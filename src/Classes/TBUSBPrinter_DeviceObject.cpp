@@ -90,6 +90,7 @@ void TBUSBPrinter::setDeviceInterface(DevicePtr device) {
 }
 
 TBUSBPrinter::DevicePtr TBUSBPrinter::deviceInterface() {
+    // Obtained only when it is needed: resets and string indices are rare.
     if (_dInterface || !_channel.interface()) return _dInterface;
     DevicePtr device;
     if (const IOReturn code = _channel.interface()->GetDevice(device); code != kIOReturnSuccess) {

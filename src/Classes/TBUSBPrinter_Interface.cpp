@@ -23,6 +23,7 @@ bool TBUSBPrinter::didOpenInterface() const {
 IOReturn TBUSBPrinter::openInterface() {
     // A retired printer has given its handle back, perhaps while it was open; an alert of it may still be answered.
     if (_state == kTBPrinterOpen && _channel.interface()) return kIOReturnSuccess;
+    // Both first: a close or a message that comes during the open finds it under way.
     _interfaceStatus = kTBPrinterOpening;
     setState(kTBPrinterOpening);
     const IOReturn code = _channel.interface() ? _channel.interface()->USBInterfaceOpenSeize() : kIOReturnNoDevice;

@@ -35,6 +35,7 @@ fs::path FirmwareArchive::pathOf(const std::string& name) const {
 std::shared_ptr<const FirmwareDigests> FirmwareArchive::digests() {
     const std::scoped_lock lock(_digestsMutex);
     const fs::path& folder = _bundle.archiveFolder();
+    // The digest file is read again only when it was replaced or written to, like the firmware files.
     const bool isKnown =
         _digestsIdentity && !folder.empty() && _reader->identityOf(folder / kDigestFileName) == _digestsIdentity;
     if (!isKnown) {
@@ -51,6 +52,7 @@ ArchiveFile FirmwareArchive::lookAt(const std::string& name, const std::string& 
     const auto entry = entryOf(name, key);
     const std::scoped_lock lock(entry->mutex);
     judge(file, *entry, key, expectedDigest);
+    // From then on fileForReading() reads again instead of returning bytes of a file that was removed.
     entry->isGone = !file.wasRead();
     return file;
 }

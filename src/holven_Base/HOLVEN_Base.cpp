@@ -114,6 +114,7 @@ std::string HOLVEN_Base::safeTempFile(std::int32_t* descriptor) {
     const std::filesystem::path folder = named && !named->empty() ? *named : "/tmp";
     const std::string unfilled = (folder / "XXXXXXXXXXXXXXXX").string();
     std::string path = unfilled;
+    // Makes the file, so that no other process can take the name first.
     const int file = ::mkostemp(path.data(), O_CLOEXEC);
     if (file < 0) {
         const int error = errno;

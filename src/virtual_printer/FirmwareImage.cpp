@@ -48,6 +48,7 @@ std::size_t numberOf(const Data& bigEndian) {
 
 std::optional<std::string> versionOfFirmwareImage(const Data& image) {
     std::string text(image.begin(), image.end());
+    // The host pads the image with zeros.
     text.resize(text.find_last_not_of('\0') + 1);
     std::istringstream lines(text);
     std::optional<std::string> version;

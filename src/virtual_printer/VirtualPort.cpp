@@ -101,8 +101,10 @@ void VirtualPort::unplug() {
 
 // Call with the lock held.
 void VirtualPort::endForHandles(VirtualAttachment& attachment) {
+    // A departure may be noticed twice: by the write that causes it, and on the main queue.
     if (attachment.isGone.exchange(true)) return;
     _printer.reset();
+    // A read that waits for a reply must end now.
     for (const VirtualEndpointPair& endpoints : attachment.endpointPairs) endpoints.changed->signal();
 }
 

@@ -108,6 +108,7 @@ void VirtualPrinter::takeHeader(VirtualEffects& effects) {
 }
 
 void VirtualPrinter::finishFrame(VirtualEffects& effects) {
+    // Taken out before it is executed, because the command may restart the printer and reset the frame.
     VirtualCommand command{_text, Data(_frame.begin() + kHeaderSize, _frame.end()),
                            Data(_frame.begin(), _frame.begin() + kHeaderSize)};
     _frame.clear();

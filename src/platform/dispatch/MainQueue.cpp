@@ -34,6 +34,7 @@ struct MainQueue::State {
     void add(int added) const {
         epoll_event event{};
         event.events = EPOLLIN;
+        // Level-triggered: a watch that does not read everything is served again.
         event.data.fd = added;
         ::epoll_ctl(descriptor.get(), EPOLL_CTL_ADD, added, &event);
     }
@@ -43,6 +44,7 @@ struct MainQueue::State {
 
 // Main thread. Returns true if a watched descriptor was readable.
 bool MainQueue::State::serveWatches() {
+    // Spares programs without watches a system call per round.
     if (watches.empty()) return false;
     std::array<epoll_event, 8> events{};
     const int count = ::epoll_wait(descriptor.get(), events.data(), static_cast<int>(events.size()), /*timeout=*/0);

@@ -28,6 +28,7 @@ ScopedFd makeTemporary(const fs::path& file, mode_t mode, fs::path& temporary) {
     for (int number = 1;; ++number) {
         temporary = file.string() + '.' + std::to_string(::getpid()) + '-' + std::to_string(number);
         ScopedFd made(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        // O_EXCL: a file that another user has put there is never opened.
         if (made || errno != EEXIST) return made;
     }
 }

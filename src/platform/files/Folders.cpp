@@ -33,6 +33,7 @@ fs::path belowHome(const FolderUser& user, const char* usualPlace) {
 // For a folder that does not exist yet, its nearest existing parent decides.
 bool belongsToRoot(fs::path folder) {
     struct stat entry {};
+    // Ends at the root folder, which always exists.
     while (::stat(folder.c_str(), &entry) != 0) {
         if (errno != ENOENT || !folder.has_relative_path()) return false;
         folder = folder.parent_path();

@@ -37,6 +37,7 @@ void KeyValueObservable::removeObserver(const std::weak_ptr<KeyValueObserver>& o
 
 std::vector<KeyValueObservable::Registration> KeyValueObservable::registrationsFor(const std::string& key) {
     std::vector<Registration> interested;
+    // A copy, because an observer may add or remove registrations while the notices are sent.
     std::ranges::copy_if(_registrations, std::back_inserter(interested),
                          [&](const Registration& entry) { return entry.keyPath == key || entry.keyPath == kEveryKey; });
     return interested;

@@ -83,6 +83,7 @@ bool UserDefaults::write() {
     fs::path target = _file;
     if (fs::is_symlink(_file, error)) target = fs::weakly_canonical(_file, error); // keep the link, replace the file
     if (error || target.empty()) target = _file;
+    // Bytes that are not UTF-8 are replaced: dump() would throw for them.
     const std::string text = _values->root.dump(4, ' ', false, json::error_handler_t::replace) + '\n';
     const std::error_code failure = replaceFile(target, text, FileAccess::owner);
     _writeError = !failure ? std::string{}
