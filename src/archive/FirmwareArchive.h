@@ -38,6 +38,7 @@ struct ArchiveFile {
     bool wasRead() const { return state == State::matches || state == State::differs || state == State::noDigest; }
 };
 
+/// The result of checking a product's row.
 struct ArchiveCheck {
     std::vector<ArchiveFile> files; // of the row, up to the first file that was read and does not match
     std::shared_ptr<const FirmwareDigests> digests;

@@ -13,6 +13,7 @@ const SharedData& FirmwareFile::padded() const {
     std::call_once(_paddedOnce, [this] {
         const std::size_t length = paddedLength(_contents->size());
         if (length == _contents->size()) {
+            // Shared, because a copy would double the memory of an image.
             _padded = _contents;
             return;
         }

@@ -165,6 +165,7 @@ int writeDigests(const Options& options, const Output& output) {
     digests.isSample = readFirmwareDigests(folder).isSample;
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {
+            // A file that is missing is left out: a folder may be for some models only.
             const auto contents = contentsOfFile(folder / name);
             // An empty file has no digest: it would never match.
             if (!contents || contents->empty()) continue;

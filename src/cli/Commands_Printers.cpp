@@ -139,6 +139,7 @@ void runInfo(Program& program) {
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& [key, value] : facts.items()) {
+        // Its entries follow below, one per line.
         if (key == "deviceInfo") continue;
         rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : textOf(value)});
     }

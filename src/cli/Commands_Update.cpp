@@ -72,6 +72,7 @@ class UpdateRun final : public SessionObserver {
     // ---- SessionObserver --------------------------------------------------------------------------------------------
 
     void updateDidChange(const std::string& key) override {
+        // Changes of printers that were not chosen, and those after the result, are not shown.
         if (!isOurs(key) || _isEnding) return;
         const Update& update = supervisor().updates().at(key);
         if (!update.isOpen()) return;

@@ -65,6 +65,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         const auto now = _program.session.printers();
         for (auto shown = _shown.begin(); shown != _shown.end();) {
             if (std::find(now.begin(), now.end(), *shown) == now.end()) {
+                // With the same three values as at the registration.
                 (*shown)->removeObserver(weak_from_this(), KeyValueObservable::kEveryKey, shown->get());
                 show(**shown, "departed", "", nullptr);
                 shown = _shown.erase(shown);

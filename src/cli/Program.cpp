@@ -105,6 +105,7 @@ Program::Printer Program::find(const std::string& name, int& exitStatus) {
         return name == printer->keyUSBdevice() || name == printer->printerSerialNumber() ||
                name == printer->locationText() || name == printer->serialNumberUSB();
     };
+    // Two printers may have the same serial number, for example when it was never set.
     if (std::ranges::count_if(all, isCalled) > 1) {
         exitStatus = kWrongUsage;
         output.problem("\"" + name + "\" matches several printers; use a key or a position in the list: " + listed() +

@@ -22,6 +22,7 @@ std::string lowerCase(std::string text) {
 
 // The button named by line: by number or whole title, the default for an empty line; the button count if none matches.
 std::size_t buttonNamed(const AlertDescription& alert, const std::string& line) {
+    // Return presses the default button, as in the window.
     if (line.empty()) return 0;
     for (std::size_t index = 0; index < alert.buttons.size(); ++index) {
         if (line == std::to_string(index + 1) || lowerCase(line) == lowerCase(alert.buttons[index])) return index;

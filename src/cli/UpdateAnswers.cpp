@@ -44,6 +44,7 @@ void UpdateAnswers::answer(AlertDescription alert) {
         }
         return;
     default:
+        // All other kinds have one button.
         showAndPress(alert, kFirst);
         return;
     }

@@ -21,6 +21,7 @@ constexpr auto kPlainRepeat = std::chrono::seconds(15); // between plain lines o
 
 std::size_t terminalWidth() {
     winsize size{};
+    // Asked for each line, because a terminal can be resized.
     return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 10 ? size.ws_col : 80;
 }
 

@@ -42,6 +42,7 @@ std::optional<std::string> stringWithCString(const void* bytes, std::size_t maxL
 /// lone surrogate becomes the replacement character.
 std::string stringFromUTF16WithByteOrderMark(std::span<const std::uint8_t> bytes);
 
+/// May be combined.
 enum class CompareOptions : unsigned { none = 0, caseInsensitive = 1, backwards = 4, anchored = 8 };
 constexpr CompareOptions operator|(CompareOptions one, CompareOptions other) {
     return static_cast<CompareOptions>(static_cast<unsigned>(one) | static_cast<unsigned>(other));

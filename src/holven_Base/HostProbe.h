@@ -14,6 +14,7 @@ namespace zul {
 
 enum class HostByteOrder { unknown, littleEndian, bigEndian };
 
+/// Each function must be set. Called on the thread that asks.
 struct HostProbe {
     std::function<std::optional<std::uint64_t>()> pageSize; // bytes
     /// Memory counters in pages, the free ones first; empty if the host refuses.

@@ -123,6 +123,7 @@ Data commandFrame(std::uint32_t code, const Data* payload) {
     if (payload == nullptr) return frame;
     // These commands take eight bytes or none: a payload of another length is not sent in part.
     if (command->payload == Payload::eightExactly && payload->size() != size) return frame;
+    // A payload that is too short leaves blanks, which the frame is filled with.
     std::copy_n(payload->begin(), std::min(size, payload->size()), frame.begin() + kFrameHeaderSize);
     return frame;
 }

@@ -102,6 +102,7 @@ bool fitsShape(const std::optional<std::string>& text, ReplyShape shape) {
     if (!text) return false;
     if (shape == ReplyShape::anyText) return true;
     const std::string trimmed = trimmedWhitespaceAndNewlines(*text);
+    // A printer may have nothing to report, for example no serial number.
     if (trimmed.empty()) return true;
     // No answer is as long, and none has control characters: that is the rest of another reply.
     if (trimmed.size() > kLongestText || std::ranges::any_of(trimmed, isControl)) return false;

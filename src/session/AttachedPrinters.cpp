@@ -79,6 +79,7 @@ std::vector<AttachedPrinter> attachedPrinters(const SystemFolders& folders) {
         const auto address = numberIn(entry.path() / "devnum", 10);
         if (!vendor || !product || !bus || !address) continue; // an interface, or a device that is being detached
         if (!productVendorIDs().contains(static_cast<std::uint16_t>(*vendor))) continue;
+        // For its key, which must be built like that of the bus.
         DeviceDescriptors device;
         device.busNumber = static_cast<std::uint8_t>(*bus);
         device.vendor = static_cast<std::uint16_t>(*vendor);

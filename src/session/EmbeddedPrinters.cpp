@@ -37,6 +37,7 @@ std::optional<SessionProblem> parsePrinters(const SessionOptions& options, Locat
 std::optional<SessionProblem> makeEmbeddedPrinters(const SessionOptions& options, MainQueue& mainQueue, Clock& clock,
                                                    std::unique_ptr<VirtualBus>& bus) {
     auto journal = std::make_shared<VirtualJournal>(clock);
+    // Before the printers: a test that names a journal must not run without it.
     if (!options.journalFile.empty() && !journal->writeTo(options.journalFile)) {
         return SessionProblem{
             localizedFormat("cannot write the journal %s. Name a file that can be written.", options.journalFile)};

@@ -158,6 +158,7 @@ LoginLock takeLoginLock(const LoginServiceOptions& options, const std::string& w
         result.lock = std::move(answer.descriptor);
         result.problem = conversation.problem();
         if (result.problem.empty()) result.problem = problemOfAnswer(answer);
+        // Only a refusal is tried again with less; a service that is missing is missing for both.
         if (result.lock || !isRefusal(answer.errorName)) break;
     }
     if (!result.lock && result.problem.empty()) {

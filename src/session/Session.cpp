@@ -59,6 +59,7 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
     // A user who names the sample archive explicitly knows what it is: this is a test bench.
     _areSamplesWithheld = _options.virtualPrinters.empty() && _options.firmwareArchive.empty() &&
                           readFirmwareDigests(bundle.archiveFolder()).isSample;
+    // Withheld from the whole run, not only from the action: a printer found in its loader could be updated otherwise.
     if (_areSamplesWithheld) bundle.withholdArchive();
 }
 
@@ -110,6 +111,7 @@ void Session::endBus() {
         for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
     if (_bus) _bus->stop();
+    // The process may end right after this call.
     recorder.flush();
 }
 
@@ -284,6 +286,7 @@ void Session::afterQueues(const std::vector<Printer>& all, Block block) {
         const auto queue = printer->printerCommandQueue();
         if (!queue) continue; // already queried, inline
         ++*left;
+        // Counted down on the main queue only, so the counter needs no lock.
         queue->async([this, countDown] { mainQueue.async(countDown); });
     }
     mainQueue.async(countDown);

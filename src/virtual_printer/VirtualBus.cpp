@@ -25,6 +25,7 @@ std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
     for (const auto& port : _ports) taken.insert(port->location());
     const auto [bus, port] = settings.location ? *settings.location : firstFreeLocation(taken);
     _ports.push_back(std::make_shared<VirtualPort>(_mainQueue, _clock, _journal, settings, bus, port));
+    // On a running bus a new printer arrives at once.
     if (_registry != nullptr) {
         _ports.back()->setRegistry(_registry);
         _ports.back()->attach();

@@ -78,6 +78,7 @@ void VirtualPort::attach() {
         }
     }
     _attachment = attachment;
+    // Plugged in by hand or back from a restart: from here on restarts bring it back again.
     _isPulled = false;
     journal("arrive");
     // Registers all interfaces before announcing the first, because a callback may unplug the printer.

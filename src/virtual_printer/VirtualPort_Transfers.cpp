@@ -48,6 +48,7 @@ IOReturn VirtualPort::read(VirtualAttachment& attachment, std::uint8_t number, s
                 return kIOReturnSuccess;
             }
         }
+        // Outside the lock, because the transfer comes from another thread.
         if (!endpoints.changed->waitUntil(deadline)) return failed(kIOUSBTransactionTimeout);
     }
 }

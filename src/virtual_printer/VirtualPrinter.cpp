@@ -67,6 +67,7 @@ VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
         if (skipsGarbage(_frame, bytes)) continue;
         // Reads an escape alone, so that the byte after it can be checked.
         std::size_t count = _frame.empty() ? 1 : std::min(bytes.size(), bytesWanted());
+        // Stops exactly at the byte at which the fault unplugs the printer.
         if (_unplugAt > _frame.size()) count = std::min(count, _unplugAt - _frame.size());
         _frame.insert(_frame.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
         bytes = bytes.subspan(count);
@@ -96,6 +97,7 @@ void VirtualPrinter::takeHeader(VirtualEffects& effects) {
     _text = textOf(_frame, kTextOffset, kTextSize);
     _payloadSize = *size;
     _dueFaults = faultsFor(_text);
+    // A command with an answer stalls later, when its answer is read.
     if (hasFault(VirtualFaultKind::stall) && !virtualCommandHasAnswer(_text)) {
         effects.stallsOut = true;
         reset();

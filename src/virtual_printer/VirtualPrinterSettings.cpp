@@ -91,6 +91,7 @@ bool parseLocation(const std::string& text, VirtualPrinterSettings& settings) {
 bool parseFault(std::string text, VirtualPrinterSettings& settings) {
     VirtualFault fault;
     std::uint32_t number = 0;
+    // From the end: each part is cut off, so that the kind remains.
     if (const auto colon = text.find(':'); colon != std::string::npos) {
         if (!parseNumber(std::string_view(text).substr(colon + 1), number)) return false;
         fault.value = number;

@@ -31,9 +31,11 @@ struct IOUSBDevRequestTO {
     std::uint32_t completionTimeout = 0; // ms; 0 = the bus's default
 };
 
+/// As seen from the host.
 enum class PipeDirection : std::uint8_t { out = 0, in = 1 };
 constexpr std::uint8_t kUSBBulk = 2; // transfer type of a bulk pipe
 
+/// One endpoint of an interface, as its descriptor reports it.
 struct PipeProperties {
     PipeDirection direction = PipeDirection::out;
     std::uint8_t number = 0; // endpoint number without the direction bit

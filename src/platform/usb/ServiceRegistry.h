@@ -29,6 +29,7 @@ class USBService : public IOUSBInterfaceDescription {
     virtual bool isVirtual() const = 0;
 };
 
+/// Arrivals, or departures.
 enum class ServiceNotification { matched, terminated };
 
 /// The services that a notification has not returned yet, in bus order. The notification is armed when next() has

@@ -13,6 +13,7 @@ using DeviceKey = std::pair<std::uint8_t, std::uint8_t>;
 /// Answered from libusb's memory, also after the device has left. Any thread.
 DeviceKey keyOf(libusb_device* device);
 
+/// One event; only the members named for its kind are set.
 struct BusEvent {
     enum class Kind { arrived, left, prepared, reenumerated };
     Kind kind;

@@ -12,6 +12,7 @@
 
 namespace zul {
 
+/// Fixed for the life of the bus.
 struct LibusbBusOptions {
     /// Which printers other processes of ours use: those are left alone. Must outlive the bus and its handles. May be
     /// null.

@@ -9,6 +9,7 @@
 
 namespace zul {
 
+/// One process that has the file open.
 struct FoundProcess {
     int pid = 0;
     std::string name; // as the kernel keeps it: 15 characters at most
