@@ -48,7 +48,7 @@ class AlertFactory {
     /// The installed firmware, shown with two decimals, is newer than that of the archive. No question: the update
     /// ends.
     AlertDescription notNeeded(double installedVersion) const;
-    /// The three that offer to try again: Proceed, and Cancel, which Escape presses.
+    /// The three after which the operator may try again: Proceed, and Cancel, which Escape presses.
     AlertDescription busy(Completion completion) const;
     AlertDescription printerError(Completion completion) const;
     AlertDescription notReady(const std::string& status, Completion completion) const;

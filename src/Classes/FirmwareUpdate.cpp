@@ -147,7 +147,7 @@ void FirmwareUpdate::showPrinterError() {
     _printer.showCustomAlertWithTitle(_printer.alertFactory().printerError(proceedOrDecline(AlertKind::printerError)));
 }
 
-// The answer to an alert that offers to try again.
+// For the answer to an alert with the button "Proceed".
 std::function<void(int answer)> FirmwareUpdate::proceedOrDecline(AlertKind question) {
     return [self = shared(), question](int answer) {
         if (answer == kAlertFirstButton) {

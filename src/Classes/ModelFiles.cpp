@@ -18,7 +18,7 @@ namespace {
 constexpr const char* kNewFirmwareVersionKey = "newFirmwareVersion";
 constexpr std::size_t kShortestList = 3; // a model has a firmware file and at least two tables
 
-// The number after the last blank: "VK18DUP 1.40PRN" offers 1.40.
+// The number after the last blank: 1.40 in "VK18DUP 1.40PRN".
 double versionNumber(const std::optional<std::string>& version) {
     if (!version) return 0.0;
     const auto blank = version->rfind(' ');
@@ -42,7 +42,7 @@ bool ModelFiles::verify() {
     if (product == nullptr) return false;
 
     const std::vector<std::string> names(product->files.begin(), product->files.end());
-    // Before the check: the file names are valid even when the files are not, and the offered version is read from
+    // Before the check: the file names are valid even when the files are not, and the available version is read from
     // them.
     _printer.setFilenames(names);
     const ArchiveCheck check = _printer.environment().archive.check(*product, _printer.className());
@@ -120,7 +120,7 @@ SharedData ModelFiles::verifiedTable(const std::string& name) const {
     return loggedContents(name, _printer.environment().archive.verifiedFile(name, _printer.className()));
 }
 
-// ---- what the archive offers ----------------------------------------------------------------------------------------
+// ---- what is available ----------------------------------------------------------------------------------------------
 
 ModelFiles::Text ModelFiles::offeredVersion() {
     if (!_printer.deviceInfoDict()->strings(cFirmwareFilenames)) {
@@ -140,7 +140,7 @@ double ModelFiles::installedVersionNumber() const {
 
 std::optional<FirmwareOffer> ModelFiles::offer() const {
     const Product* product = productWithID(_printer.productNumber());
-    // Without an archive nothing is offered, and nothing is missing in it either.
+    // Without an archive there is no available version, and no file of it is missing either.
     if (product == nullptr || _printer.environment().mainBundle.archiveFolder().empty()) return std::nullopt;
     return _printer.environment().archive.offer(*product, _printer.className());
 }

@@ -130,8 +130,8 @@ class ServiceRegistry {
     /// add() and announce(), for a device with one interface.
     ServiceToken serviceArrived(std::shared_ptr<USBService> service);
     /// For the bus: the interface was detached. Interested contexts receive "terminated" first, then the removal
-    /// notifications run, then the token is unknown. A service that was not announced is removed silently. Unknown
-    /// tokens are ignored.
+    /// notifications run, then the token is unknown. A service that was not announced is removed without notice.
+    /// Unknown tokens are ignored.
     void serviceTerminated(ServiceToken token);
     /// For the bus: delivers any other message about a service.
     void serviceMessage(ServiceToken token, IOMessage message, void* argument);
