@@ -133,7 +133,7 @@ int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
     if (const auto problem = program->start()) {
         std::cerr << kName << ": " << problem->message << '\n';
         if (problem->isWrongUsage) return 2;
-        // Who starts the program from a menu sees no terminal.
+        // A user who starts the program from a menu sees no terminal.
         QMessageBox::critical(nullptr, QApplication::applicationName(), QString::fromStdString(problem->message));
         return kFailed;
     }
@@ -145,7 +145,7 @@ int applicationMain(int argc, char** argv, const zul::SessionOptions& options) {
     });
     const int status = application.exec();
     reportIncomplete(program->session().supervisor);
-    program->session().mainQueue.close(); // whoever waits for it learns that it has ended
+    program->session().mainQueue.close(); // threads that wait for it are released
     program->session().endBus();
     return status;
 }

@@ -32,6 +32,7 @@ std::string AlertFactory::localized(const char* key) const {
 AlertDescription AlertFactory::completed(AlertDescription alert) const {
     if (alert.messageText.empty()) alert.messageText = localized("Alert");
     if (alert.buttons.empty()) alert.buttons = {localized("OK")};
+    // Of several buttons only the maker of the alert knows which one is without consequence.
     if (alert.buttons.size() == 1) alert.escapeButton = 0;
     alert.iconName = _printer.image().value_or("");
     alert.printerKey = _printer.keyUSBdevice();
@@ -63,6 +64,7 @@ AlertDescription AlertFactory::notice(AlertKind kind, std::string title, std::st
 
 AlertDescription AlertFactory::retry(AlertKind kind, std::string title, std::string message,
                                      Completion completion) const {
+    // Cancel sends nothing, so Escape may press it. Proceed is the default: the operator has removed the obstacle.
     constexpr std::size_t kCancel = 1;
     return {.kind = kind,
             .messageText = std::move(title),
@@ -77,11 +79,13 @@ AlertDescription AlertFactory::retry(AlertKind kind, std::string title, std::str
 
 AlertDescription AlertFactory::agreement(const std::string& warning,
                                          std::function<void(CheckBox& sender)> whenTicked) const {
+    // Shared between the alert's description and its completion, which reads the state at the answer.
     const auto agree = std::make_shared<CheckBox>();
     agree->width = kAgreeBoxWidth;
     agree->height = kAgreeBoxHeight;
     agree->title = localized("I Agree");
     agree->action = std::move(whenTicked);
+    // Without a button for Escape: Quit ends the application, and Continue starts the update.
     return {.kind = AlertKind::agreement,
             .messageText = localized("Attention:"),
             .informativeText = warning,
@@ -160,6 +164,7 @@ AlertDescription AlertFactory::confirmation(const Text& offeredVersion, Completi
 // ---- during and after an update -------------------------------------------------------------------------------------
 
 AlertDescription AlertFactory::loaderFound(Completion completion) const {
+    // Without a button for Escape: after "Ignore" the printer stays in its loader and cannot print.
     return {.kind = AlertKind::loaderFound,
             .messageText = localized("Attention:"),
             .informativeText = localized(

@@ -41,11 +41,14 @@ class AlertFactory {
     std::string warningForRZ7(bool hasOldMedia) const;
     /// The warning of all other models, with the version in the archive.
     std::string warning(const Text& offeredVersion) const;
-    /// The firmware files are damaged; the button is "Quit" or "OK".
+    /// The firmware files are damaged. At the start of an update the button is "Quit", whose completion ends the
+    /// application; later it is "OK".
     AlertDescription corruptionWithQuit(Completion completion) const;
     AlertDescription corruption() const;
+    /// The installed firmware, shown with two decimals, is newer than that of the archive. No question: the update
+    /// ends.
     AlertDescription notNeeded(double installedVersion) const;
-    /// The three that offer to try again: Proceed, and Cancel, which Escape presses.
+    /// The three after which the operator may try again: Proceed, and Cancel, which Escape presses.
     AlertDescription busy(Completion completion) const;
     AlertDescription printerError(Completion completion) const;
     AlertDescription notReady(const std::string& status, Completion completion) const;
@@ -60,13 +63,15 @@ class AlertFactory {
     AlertDescription loaderLeft() const;
     /// The firmware files are damaged while the printer is in its loader.
     AlertDescription damagedFile() const;
-    /// The two reports at the end of an update, with the versions before and now.
+    /// The two reports at the end of an update, with the versions before and now; "(null)" for one that is not known.
     AlertDescription success(const Text& previousVersion, const Text& version) const;
     AlertDescription problem(const Text& previousVersion, const Text& version) const;
 
     // ---- the USB serial-number setting: application-modal ---------------------------------------------------------
 
+    /// The setting takes effect at the next power-up. suppression: a "do not ask again" box, which is not shown.
     AlertDescription powerCycle(std::shared_ptr<CheckBox> suppression, Completion completion) const;
+    /// The interface could not be opened, so the setting is unchanged.
     AlertDescription printerBusy() const;
 
   private:

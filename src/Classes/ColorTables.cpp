@@ -35,7 +35,8 @@ constexpr auto kTables = std::to_array<ColorTable>({
 });
 // clang-format on
 
-// Of the models that have one answer for all tables.
+// Of the models that have one answer for all tables. Without a number, because no file is looked up by it; its answers
+// are kept under the keys of table 300.
 constexpr ColorTable kOnlyTable = {"",
                                    Media::any,
                                    "300",
@@ -46,7 +47,7 @@ constexpr ColorTable kOnlyTable = {"",
                                    kCommandTableVersion,
                                    kCommandTableChecksum};
 
-// The largest print first.
+// The largest print first: the order in which a printer is queried.
 void addTables(std::vector<const ColorTable*>& tables, Media media) {
     for (auto table = kTables.rbegin(); table != kTables.rend(); ++table) {
         if (table->media == media) tables.push_back(&*table);

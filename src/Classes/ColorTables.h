@@ -1,5 +1,5 @@
-// The colour tables that printers can have: how each is asked for, where its answers are kept and what it is called.
-// One table, which the questions, the verdicts and the windows read. Constants, any thread.
+// The colour tables that printers can have: the commands that query each, the keys under which its answers are kept,
+// and its names. One table, which the queries, the verdicts and the windows read. Constants, any thread.
 #pragma once
 
 #include <cstdint>

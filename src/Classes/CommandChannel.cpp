@@ -17,9 +17,12 @@ namespace zul {
 namespace {
 
 constexpr std::uint32_t kBulkTimeout = 5000; // ms, both time-outs of every bulk transfer
+// Of a frame in the log: its header of 32 bytes and the beginning of its payload; an image would fill the log.
 constexpr std::size_t kDumpedBytes = 64;
+// At first; the buffer grows for a reply that announces more.
 constexpr std::size_t kReplyBufferSize = 256;
 constexpr std::uint32_t kReplyHeaderSize = 8;
+// A larger number is taken for a broken header: a read of so much would block the queue until its time-out.
 constexpr long kLargestReply = 4096;
 
 } // namespace
@@ -38,6 +41,7 @@ void CommandChannel::findPipes() {
         const auto index = static_cast<std::uint8_t>(pipe);
         if (_interface->GetPipeProperties(index, properties) != kIOReturnSuccess) continue;
         if (properties.transferType != kUSBBulk) continue;
+        // The printers have one bulk pipe for each direction; of several the last one is used.
         (properties.direction == PipeDirection::out ? _bulkOUT : _bulkIN) = index;
     }
 }
@@ -95,10 +99,12 @@ CommandChannel::Reply CommandChannel::readReply() {
         logText("bad read (%s) on backchannel of %s", strForIOReturn(_status.read), _printer.descriptionUTF8());
         return {.fault = ReplyFault::missing};
     }
-    buffer[kReplyHeaderSize] = 0;
+    buffer[kReplyHeaderSize] = 0; // strtol() stops there
+    // Also after a faulty header the body is read by the number at its start: left in the pipe, the body would be taken
+    // for the next reply.
     const ReplyFault fault = isReplyHeader({buffer.data(), count}) ? ReplyFault::none : ReplyFault::brokenHeader;
     const long announced = std::strtol(reinterpret_cast<const char*>(buffer.data()), nullptr, 10);
-    // The body stays unread.
+    // The body is not read; the pipe is emptied by the caller's resynchronization.
     if (announced < 0 || announced > kLargestReply) return {.fault = ReplyFault::brokenHeader, .isTooLong = true};
     const auto length = static_cast<std::uint32_t>(announced);
     if (buffer.size() < length + 1) buffer.resize(length + 1, 0);
@@ -114,6 +120,7 @@ CommandChannel::Reply CommandChannel::readBody(Data buffer, std::uint32_t length
         logText("bad read (%s) on backchannel of %s", strForIOReturn(_status.read), _printer.descriptionUTF8());
         return {.fault = ReplyFault::missing};
     }
+    // The fault of the header is kept: it is the earlier one.
     if (count < length && fault == ReplyFault::none) fault = ReplyFault::tooShort;
     buffer[count] = 0;
     const auto end = buffer.begin() + count;

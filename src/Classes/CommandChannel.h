@@ -16,7 +16,7 @@ namespace zul {
 
 class PrinterReporter;
 
-/// Results of the last transfers and of the last open, for whoever watches. Any thread.
+/// Results of the last transfers and of the last open. Written on the command queue, read on any thread.
 struct TransferStatus {
     std::atomic<IOReturn> read{kIOReturnSuccess};
     std::atomic<IOReturn> write{kIOReturnSuccess};
@@ -43,7 +43,8 @@ class CommandChannel {
     void setInterface(InterfacePtr interface) { _interface = std::move(interface); }
     /// Null after the release.
     const InterfacePtr& interface() const { return _interface; }
-    /// Finds the bulk pipes; a pipe that is not found keeps its number.
+    /// Finds the bulk pipes from the descriptors; a pipe that is not found keeps its number. An error is only logged:
+    /// the transfers report it.
     void findPipes();
 
     /// One bulk write of the whole data (time-outs 5000 ms). True exactly when TransferStatus::write is success.
@@ -60,7 +61,7 @@ class CommandChannel {
         std::optional<Data> body = {}; // with the carriage return replaced by NUL; nullopt if nothing could be read
         bool isTooLong = false;        // its header announces more than any reply has; its body was not read
     };
-    /// Reads one reply, a header of eight bytes and a body, and reports that.
+    /// Reads one reply, a header of eight bytes and a body, and reports that. Blocks for up to two time-outs.
     Reply readReply();
     /// Empties the pipe of the replies. Codes: those of the bus; kIOReturnNoDevice without an interface.
     IOReturn resynchronize();

@@ -15,19 +15,19 @@ namespace zul {
 
 namespace {
 
-constexpr std::uint16_t kBufferSize = 65535;
-constexpr std::uint32_t kTimeout = 100; // ms
+constexpr std::uint16_t kBufferSize = 65535; // the longest ID that its two bytes of length can announce
+constexpr std::uint32_t kTimeout = 100;      // ms; at an arrival the main queue waits for it
 
 std::optional<std::string> valueInDeviceID(const std::string& deviceID, const char* prefix) {
     return TBCFStringCreateSubstringFromPrefixToTerminator(deviceID, prefix, ";");
 }
 
-// The first two bytes are the length, big-endian, and count themselves.
+// The first two bytes are the length, big-endian, which includes them.
 std::optional<std::string> textOfDeviceID(Data& buffer, std::uint32_t received) {
     const std::size_t length = static_cast<std::size_t>(buffer[0]) << 8 | buffer[1];
     logText("Found a %u character device ID ... \n", length);
     if (length == 0) return std::nullopt;
-    // A device may announce more than it sends; what it sent is what counts.
+    // A device may announce more than it sends; only what it has sent is used.
     const std::size_t end = std::min({length, std::size_t{kBufferSize} - 1, std::size_t{received}});
     if (end < 2) return std::nullopt;
     buffer[end] = 0;
@@ -70,6 +70,7 @@ std::optional<std::string> readDeviceID(IOUSBInterfaceInterface& interface) {
 }
 
 DecodedDeviceID decodedDeviceID(const std::string& deviceID) {
+    // Devices use the long or the short form of a key.
     const auto firstOf = [&](const char* one, const char* other) {
         const auto value = valueInDeviceID(deviceID, one);
         return value ? value : valueInDeviceID(deviceID, other);
@@ -87,6 +88,7 @@ std::optional<std::string> normalizedVendor(const std::optional<std::string>& ve
     };
     constexpr Normalized kNames[] = {
         {"Zul Imaging Company", "ZUL"}, {"Zul Imaging Company ", "ZUL"}, {"HEWLETT-PACKARD", "HP"}};
+    // A name of two characters is short already ("HP").
     if (!vendor || vendor->size() <= 2) return vendor;
     for (const Normalized& entry : kNames) {
         if (strcasecmp(vendor->c_str(), entry.vendor) == 0) return entry.name;

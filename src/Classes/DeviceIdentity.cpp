@@ -30,11 +30,13 @@ void DeviceIdentity::setText(IdentityText which, const std::optional<std::string
 }
 
 std::string DeviceIdentity::key() const {
+    // Without the lock: the numbers are set once, before another queue knows the printer.
     return formatted("%.4X%.4X%.8X", vendor, product, location);
 }
 
 std::string DeviceIdentity::description() const {
     const std::scoped_lock lock(_mutex);
+    // Under one lock, not through text(), so that the three belong to one moment.
     const auto of = [this](IdentityText which) { return _texts.at(static_cast<std::size_t>(which)); };
     const auto manufacturer = of(IdentityText::manufacturer);
     const auto model = of(IdentityText::model);

@@ -1,5 +1,5 @@
-// What a printer is called: the numbers and strings that identify it, and the keys and names that are made of them.
-// Values only; reading them from the device is up to others. Any thread.
+// The numbers and strings that identify a printer, and the keys and names that are made of them. Holds values only; the
+// printer reads them from the device. Any thread.
 #pragma once
 
 #include <array>
@@ -24,7 +24,7 @@ enum class IdentityText {
     image,
     locationText, // where it is attached ("1-2")
 };
-inline constexpr std::size_t kIdentityTexts = static_cast<std::size_t>(IdentityText::locationText) + 1;
+inline constexpr std::size_t kIdentityTexts = static_cast<std::size_t>(IdentityText::locationText) + 1; // the last
 
 class DeviceIdentity {
   public:

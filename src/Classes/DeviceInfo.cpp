@@ -90,6 +90,7 @@ DeviceInfo::Entries DeviceInfo::entries() const {
 
 std::string DeviceInfo::description() const {
     std::string text = "{";
+    // Over a copy, so that the lock is not held while the text is made.
     for (const auto& [key, value] : entries()) text += " " + key + " = " + std::visit(Describe{}, value) + ";";
     return text + " }";
 }

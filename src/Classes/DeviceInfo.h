@@ -1,6 +1,6 @@
 // The device information of one printer: values under string keys. Shared between the printer's command queue, which
-// fills it, and the main queue, which shows and saves it: every operation takes an inner lock, and none calls out while
-// holding it.
+// fills it, and the main queue, which shows and saves it: every operation takes an inner lock, and calls no other code
+// while holding it.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +20,7 @@ class DeviceInfo {
     using Entries = std::map<std::string, Value>;
     enum class Mutability { isMutable, isImmutable };
 
+    /// An immutable one keeps these entries for good.
     explicit DeviceInfo(Entries entries = {}, Mutability mutability = Mutability::isMutable)
         : _entries(std::move(entries)), _mutability(mutability) {}
 

@@ -9,6 +9,8 @@ bool DeviceObjects::add(const std::string& key, ServiceToken token) {
     Device& device = _devices[key];
     device.attached.insert(token);
     if (device.attached.size() > 1) return false;
+    // The first object after a departure. An update that an earlier object carried is not continued by itself: the new
+    // object has to claim it.
     device.leader = token;
     device.updating = 0;
     return true;

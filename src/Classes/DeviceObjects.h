@@ -35,6 +35,7 @@ class DeviceObjects {
         ServiceToken leader = 0;
         ServiceToken updating = 0; // 0: none
 
+        // The update of an object that has left blocks no other one: its successor has to continue it.
         bool isUpdatedByOtherThan(ServiceToken token) const {
             return updating != 0 && updating != token && attached.contains(updating);
         }

@@ -16,6 +16,7 @@ namespace {
 
 // In the order in which they were made. Programs have one; a test may make one while another ends.
 std::vector<Environment*>& environments() {
+    // Never destroyed: an environment with static lifetime may end after it.
     static auto* const all = new std::vector<Environment*>;
     return *all;
 }

@@ -1,5 +1,5 @@
-// What the engine is given to live in, and what it keeps for the length of a run. One per program (or per test);
-// everything that it refers to outlives the printers. Made and destroyed on the main queue.
+// The services that the engine uses, and the state that it keeps for the length of a run. One per program (or per
+// test); everything that it refers to outlives the printers. Made and destroyed on the main queue.
 #pragma once
 
 #include "Classes/DeviceInfoStore.h"
@@ -25,9 +25,11 @@ class ServiceRegistry;
 class UserDefaults;
 struct Environment;
 
-/// Makes an environment the current one for as long as it exists.
+/// Makes an environment the current one for as long as it exists. Each environment has one as its last member, so that
+/// it is registered when all other members exist.
 class EnvironmentRegistration {
   public:
+    /// Keeps a reference only; see Environment::current().
     explicit EnvironmentRegistration(Environment& environment);
     ~EnvironmentRegistration();
     EnvironmentRegistration(const EnvironmentRegistration&) = delete;

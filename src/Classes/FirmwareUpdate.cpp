@@ -24,6 +24,7 @@ constexpr const char* kUpdatedElsewhere = "%s is being updated through its other
 
 // Keeps the printer, and with it the update, for a block that runs later.
 FirmwareUpdate::Self FirmwareUpdate::shared() {
+    // An alias of the printer's owner: the update is a member of the printer and lives as long.
     return {_printer.shared_from_this(), this};
 }
 
@@ -35,6 +36,7 @@ void FirmwareUpdate::start() {
         showPrinterError(); // it did not report its ID: it has no queue for the update
         return;
     }
+    // The check also passes when the firmware file could not be read, so its bytes are asked for as well.
     if (_printer.verifyFirmwareArchive() && _files.image()) {
         askForAgreement();
         return;
@@ -51,6 +53,7 @@ void FirmwareUpdate::askForAgreement() {
         _printer.productNumber() == kProductVKRZ7 ? _printer.RZ7UpdateWarningText()
                                                   : _printer.genericUpdateWarningText(),
         [self](CheckBox& sender) { self->_printer.setToggleAgreed(&sender); });
+    // The operator has to tick the box before "Continue" can be pressed.
     alert.layout = [self](AlertLayout& layout) {
         self->setAgreed(false); // it may have waited while an earlier one was ticked
         if (layout.buttonCount() <= AlertFactory::kContinueButton) return;
@@ -58,6 +61,8 @@ void FirmwareUpdate::askForAgreement() {
                                  [self] { return self->isAgreed(); });
     };
     alert.completion = [self, agree = alert.accessory](int answer) {
+        // The box is checked again, because a presenter need not bind the button: the command line asks for the tick
+        // itself.
         if (answer == kAlertSecondButton && agree->state == 1) {
             self->proceedWhenReady();
             return;
@@ -69,6 +74,7 @@ void FirmwareUpdate::askForAgreement() {
 }
 
 void FirmwareUpdate::setAgreed(bool isAgreed) {
+    // The presenter's binding of "Continue" listens to this notice.
     const KeyChange change(_printer, kAgreedKey);
     _isAgreed = isAgreed;
 }
@@ -80,15 +86,17 @@ void FirmwareUpdate::proceedWhenReady() {
         return;
     }
     if (_printer.printerStatus() == textForStatus(kLoaderStatus)) {
-        // A wait for "Idle" may hold the queue: the operator's request is what counts now.
+        // A wait for "Idle" may hold the queue: the operator's request has precedence.
         supersedeWait();
         uploadImage();
         return;
     }
+    // An older version is installed only where the user's settings allow it.
     if (isNewerThanOffered() && !_printer.environment().userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
         _printer.showCustomAlertWithTitle(_printer.alertFactory().notNeeded(_files.installedVersionNumber()));
         return;
     }
+    // The code decides which alert follows, so a refused open is passed on as well.
     _printer.openInterface([self = shared()](IOReturn code) { self->checkReadiness(code); });
 }
 
@@ -131,6 +139,7 @@ void FirmwareUpdate::checkReadiness(IOReturn openResult) {
         _printer.showCustomAlertWithTitle(
             _printer.alertFactory().notReady(textForStatus(rawStatus), proceedOrDecline(AlertKind::notReady)));
     });
+    // Without a reply there is no call back and no alert: observers would wait for the operator's answer.
     if (!isAnswered) _printer.emit(events::CheckFailed{});
 }
 
@@ -138,7 +147,7 @@ void FirmwareUpdate::showPrinterError() {
     _printer.showCustomAlertWithTitle(_printer.alertFactory().printerError(proceedOrDecline(AlertKind::printerError)));
 }
 
-// The answer to an alert that offers to try again.
+// For the answer to an alert with the button "Proceed".
 std::function<void(int answer)> FirmwareUpdate::proceedOrDecline(AlertKind question) {
     return [self = shared(), question](int answer) {
         if (answer == kAlertFirstButton) {
@@ -191,6 +200,7 @@ void FirmwareUpdate::enterLoader() {
 
 void FirmwareUpdate::sendEnterLoader() {
     _printer.assertOnCommandQueue();
+    // Asked again: the printer may have begun to print or to cool down since the operator was asked.
     if (!waitForStatus(kReadyStatus)) return;
     overrideStatus("Updating firmware ...");
     // Both before the command: the printer may leave before the next line runs, and what is stored then is what its
@@ -206,7 +216,7 @@ void FirmwareUpdate::sendEnterLoader() {
 
 void FirmwareUpdate::showDamagedFileAlert() {
     _printer.showCustomAlertWithTitle(_printer.alertFactory().damagedFile());
-    _printer.emit(events::ArchiveRefused{}); // after the alert: whoever follows may end the update at once
+    _printer.emit(events::ArchiveRefused{}); // after the alert: an observer may end the update at once
 }
 
 void FirmwareUpdate::uploadImage() {
@@ -227,6 +237,8 @@ void FirmwareUpdate::writeImage() {
     logText("failed to verify firmware archive"); // at every upload, though nothing failed: log readers know it here
     if (const SharedData image = _files.verifiedImage()) {
         logText("Uploading firmware to printer");
+        // Before the command: the printer may leave as soon as it has the last byte, and its next object reads the
+        // progress.
         setProgress(UpdateProgress::waitingForFirmware);
         _exchange.orderRestart(kCommandProgramFlash, image.get());
     } else {
@@ -246,7 +258,7 @@ void FirmwareUpdate::finish() {
     });
 }
 
-// The tables alone decide which report the operator gets; comparing versions is left to whoever watches the update.
+// The tables alone decide which report the operator gets; the supervisor of updates compares the versions.
 void FirmwareUpdate::report(bool anyTable) {
     const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
     const Text version = _printer.firmwareVersion();
@@ -263,6 +275,8 @@ bool FirmwareUpdate::waitForStatus(const std::string& code) {
     _printer.assertOnCommandQueue();
     const int generation = _waitGeneration;
     for (;;) {
+        // Opened in every round, because another program may have taken the printer meanwhile; no effect while it is
+        // open.
         if (_printer.openInterface() == kIOReturnSuccess && statusEquals(code)) return true;
         if (_printer.isReleased() || _waitGeneration != generation) return false;
         _printer.environment().clock.sleepFor(kStatusPollPause);
@@ -271,6 +285,7 @@ bool FirmwareUpdate::waitForStatus(const std::string& code) {
 
 // The shown texts are compared: two codes that read the same are the same to the operator. No answer is not equal.
 bool FirmwareUpdate::statusEquals(const std::string& code) {
+    // The completion runs before askForStatus() returns, because this is the command queue; not at all without a reply.
     bool equal = false;
     // The loop asks again by itself.
     _printer.askForStatus(IfMissing::dropLateReplies, [&equal, &code](const Text& rawStatus) { // inline
@@ -288,6 +303,7 @@ void FirmwareUpdate::saveProgress(int progress) {
     _printer.environment().mainQueue.async([self = shared(), progress] {
         const std::string key = self->_printer.keyUSBdevice();
         const DeviceInfoPtr info = self->_printer.deviceInfoDict();
+        // Into the shared dictionary, which the store keeps: the next object of the device finds the value.
         info->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{progress});
         logText("writing key:%s for dict:%s", key, info->description());
         self->_printer.environment().deviceInfo.setInfo(info, key);

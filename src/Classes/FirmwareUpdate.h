@@ -26,7 +26,7 @@ struct CheckBox;
 /// Values of "deviceFirmwareStatus".
 enum class UpdateProgress : std::int64_t { waitingForLoader = 1, waitingForFirmware = 2, finished = 3 };
 
-/// What the question for the version brought: no answer, an answer that is not valid text, or a version.
+/// The result of a query for the version: no answer, an answer that is not valid text, or a version.
 struct VersionAnswer {
     bool isAnswered = false;
     std::optional<std::string> version = {};

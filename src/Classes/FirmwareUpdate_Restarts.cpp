@@ -32,6 +32,7 @@ void FirmwareUpdate::resume(std::int64_t progress) {
         logText("printer firmware is currently reported as \"%s\"", textOrNull(answer.version));
     }
 
+    // One of three steps remains: the image, the tables, or nothing but the removal of the progress value.
     if (isLoaderExpected) {
         resumeAtLoader();
     } else if (progress == static_cast<std::int64_t>(UpdateProgress::waitingForFirmware)) {

@@ -38,6 +38,7 @@ void FirmwareUpdate::writeTables(const std::function<void(bool)>& completion) {
     _printer.assertOnCommandQueue();
     if (!waitForStatus(kReadyStatus)) return;
     overrideStatus("Updating color tables ...");
+    // All tables first: a printer whose update ends here has none, and not a mixture of old and new ones.
     _printer.sendPrinterCommand(kCommandTableClear, /*payload=*/nullptr);
     _printer.refreshTables();
     const std::vector<std::string> names = _files.tableNames();
@@ -49,10 +50,12 @@ void FirmwareUpdate::writeTables(const std::function<void(bool)>& completion) {
         _printer.refreshTables();
     }
     setProgress(UpdateProgress::finished);
+    // Without table names the operator gets the report of a problem: the archive has no tables for this model.
     if (completion) completion(!names.empty());
 }
 
-// Counted as written once both commands are sent: what became of them is shown by whoever watches the update.
+// A table is taken as written once both commands are sent; the supervisor of updates checks what the printer reports of
+// it.
 void FirmwareUpdate::writeTable(const std::string& name) {
     _printer.assertOnCommandQueue();
     const Data nameRecord = paddedData(dataFromText(uppercase(name)));

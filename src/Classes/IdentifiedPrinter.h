@@ -40,7 +40,7 @@ class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
     /// Name of the picture; the subclass has one for each model.
     virtual Text image() const { return _identity.text(IdentityText::image); }
     void setImage(const Text& value) { setText(IdentityText::image, value); }
-    /// Where the printer is attached ("1-2"), for messages; set by whoever makes the object.
+    /// Where the printer is attached ("1-2"), for messages. The controller sets it before the initialiser runs.
     std::string locationText() const { return _identity.text(IdentityText::locationText).value_or(""); }
     void setLocationText(const std::string& location) { setText(IdentityText::locationText, location); }
 
@@ -50,9 +50,11 @@ class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
     std::string idLocation() const;
     std::string idVendor() const;
     std::string idProduct() const;
+    /// Numbers of the USB device; 0 before the interface's handle is set.
     std::uint16_t vendorNumber() const { return _identity.vendor; }
     std::uint16_t productNumber() const { return _identity.product; }
     std::uint32_t locationNumber() const { return _identity.location; }
+    /// Manufacturer, model and USB serial number for log lines; "(null)" for one that is not known.
     std::string descriptionUTF8() const override { return _identity.description(); }
 
     /// substringFromString:fromPrefix:toTerminator:options:inclusive:  nullopt for an empty text, a missing prefix or a

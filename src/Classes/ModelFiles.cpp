@@ -18,14 +18,14 @@ namespace {
 constexpr const char* kNewFirmwareVersionKey = "newFirmwareVersion";
 constexpr std::size_t kShortestList = 3; // a model has a firmware file and at least two tables
 
-// The number after the last blank: "VK18DUP 1.40PRN" offers 1.40.
+// The number after the last blank: 1.40 in "VK18DUP 1.40PRN".
 double versionNumber(const std::optional<std::string>& version) {
     if (!version) return 0.0;
     const auto blank = version->rfind(' ');
     return doubleValue(blank == std::string::npos ? *version : version->substr(blank + 1));
 }
 
-// As it is: the printers take tables of any length.
+// Never padded: the printers take tables of any length.
 SharedData loggedContents(const std::string& name, const std::shared_ptr<const FirmwareFile>& file) {
     logText("got data of length %lu for file at path %s", file ? file->contents()->size() : 0, name);
     return file ? file->contents() : nullptr;
@@ -42,6 +42,8 @@ bool ModelFiles::verify() {
     if (product == nullptr) return false;
 
     const std::vector<std::string> names(product->files.begin(), product->files.end());
+    // Before the check: the file names are valid even when the files are not, and the available version is read from
+    // them.
     _printer.setFilenames(names);
     const ArchiveCheck check = _printer.environment().archive.check(*product, _printer.className());
     if (!check.digests->problem.empty()) logText("%s", check.digests->problem);
@@ -52,6 +54,7 @@ bool ModelFiles::verify() {
     const DeviceInfoPtr info = _printer.deviceInfoDict();
     info->set(cFirmwareFileHashes, digests);
     for (const ArchiveFile& file : check.files) {
+        // A missing file has no result of its own: the earlier one, if any, stays.
         if (!file.wasRead()) continue;
         // One line for each file of each check, as verifyBlob has it, also where the digest is known from an earlier
         // one.
@@ -95,7 +98,7 @@ SharedData ModelFiles::verifiedImage() const {
 
 SharedData ModelFiles::paddedImage(const std::shared_ptr<const FirmwareFile>& file) const {
     if (!file) return nullptr;
-    // Only logged: whoever comes here has had the archive verified, and the printer checks the image itself.
+    // Only logged: every caller has had the archive verified, and the printer checks the image itself.
     if (!file->isSRecordText()) logText("Bad firmware file! Verification failed!");
     logPadding(file->contents()->size(), file->padded()->size());
     return file->padded();
@@ -117,7 +120,7 @@ SharedData ModelFiles::verifiedTable(const std::string& name) const {
     return loggedContents(name, _printer.environment().archive.verifiedFile(name, _printer.className()));
 }
 
-// ---- what the archive offers ----------------------------------------------------------------------------------------
+// ---- what is available ----------------------------------------------------------------------------------------------
 
 ModelFiles::Text ModelFiles::offeredVersion() {
     if (!_printer.deviceInfoDict()->strings(cFirmwareFilenames)) {
@@ -137,7 +140,7 @@ double ModelFiles::installedVersionNumber() const {
 
 std::optional<FirmwareOffer> ModelFiles::offer() const {
     const Product* product = productWithID(_printer.productNumber());
-    // Without an archive nothing is offered, and nothing is missing in it either.
+    // Without an archive there is no available version, and no file of it is missing either.
     if (product == nullptr || _printer.environment().mainBundle.archiveFolder().empty()) return std::nullopt;
     return _printer.environment().archive.offer(*product, _printer.className());
 }

@@ -1,6 +1,7 @@
-// The firmware files of one printer's model: which they are, whether they are what was shipped, what they contain and
-// offer. The run's FirmwareArchive reads and keeps them; the list of their names and the result of the last check are
-// in the printer's device information. Any thread; files that are not known yet are read where the call is made.
+// The firmware files of one printer's model: their names, whether they match their digests, their contents, and the
+// version that is available. The run's FirmwareArchive reads and keeps them; the list of their names and the result of
+// the last check are in the printer's device information. Any thread; files that are not known yet are read where the
+// call is made.
 #pragma once
 
 #include "platform/foundation/Data.h"
@@ -48,7 +49,7 @@ class ModelFiles {
     double offeredVersionNumber();
     /// The number in the version that the printer reported; 0 without one.
     double installedVersionNumber() const;
-    /// The offered version and whether its file can be used; nullopt for an unknown product, and without an archive.
+    /// The available version and whether its file can be used; nullopt for an unknown product, and without an archive.
     std::optional<FirmwareOffer> offer() const;
     /// What keeps an update from ending well; empty when all is well.
     std::vector<ArchiveProblem> problems() const;

@@ -31,13 +31,14 @@ struct CheckBox {
     std::string title;
     ButtonType type = ButtonType::switchButton;
     int state = 0;
-    std::function<void(CheckBox& sender)> action;
+    std::function<void(CheckBox& sender)> action; // may be empty
 };
 
 /// The alert as it is on the screen, for the layout step.
 class AlertLayout {
   public:
     virtual ~AlertLayout() = default;
+    /// How many of the alert's buttons the presenter has made; indices below are those of AlertDescription::buttons.
     virtual std::size_t buttonCount() const = 0;
     /// Enables the button exactly while isEnabled answers true; asked again at each change of keyPath on object.
     virtual void bindButtonEnabled(std::size_t button, const std::shared_ptr<KeyValueObservable>& object,
@@ -109,12 +110,15 @@ class WindowOutlet {
 class TableOutlet {
   public:
     virtual ~TableOutlet() = default;
+    /// Rows and columns are numbered from 0, in the order in which they are shown.
     virtual int numberOfRows() const = 0;
     virtual int selectedRow() const = 0; // -1: none
     virtual void selectRow(int row) = 0; // not extending
     virtual std::size_t numberOfColumns() const = 0;
+    /// The controller reads each title, translates it and sets it; column is below numberOfColumns().
     virtual std::string columnTitle(std::size_t column) const = 0;
     virtual void setColumnTitle(std::size_t column, const std::string& title) = 0;
+    /// Redraws the table after the titles have changed.
     virtual void setNeedsDisplay() = 0;
 };
 

@@ -1,5 +1,5 @@
-// What happens to printers, reported as it happens, for whoever follows updates. Reporting changes nothing: the engine
-// never asks whether anybody listens.
+// What happens to printers, reported as it happens, for code that follows updates. Reporting changes nothing: the
+// engine does not depend on whether there is a listener.
 #pragma once
 
 #include "Classes/AlertKind.h"
@@ -22,7 +22,7 @@ struct Departed {};
 /// An open of the interface has ended.
 struct Opened {
     IOReturn code = kIOReturnSuccess;
-    std::optional<InterfaceHolder> holder = {}; // for kIOReturnExclusiveAccess: who has it, as far as that is known
+    std::optional<InterfaceHolder> holder = {}; // for kIOReturnExclusiveAccess: the other process, if known
 };
 /// A frame was handed to the bus.
 struct CommandSent {
@@ -39,7 +39,7 @@ struct WriteProgress {
 struct ReplyRead {
     std::optional<std::string> text; // nullopt if it is not UTF-8
 };
-/// An answer did not come.
+/// A reply was not read before the time-out, or the read failed.
 struct ReplyMissing {
     IOReturn code = kIOReturnSuccess;
 };
@@ -66,7 +66,7 @@ struct TableBegun {
     std::int64_t total = 0;
     std::string name; // the file's
 };
-/// The firmware files did not serve when they were needed; nothing was sent.
+/// The firmware files could not be used when they were needed; no command was sent.
 struct ArchiveRefused {};
 /// The engine has come to the end of an update and reports it.
 struct UpdateReported {
@@ -86,7 +86,8 @@ struct CheckFailed {
 struct Declined {
     AlertKind question = AlertKind::other;
 };
-/// Another printer than the one whose update was begun is in its loader at that place: it gets no image by itself.
+/// At that place another printer than the one whose update was begun is in its loader. It gets no image without a
+/// question to the operator.
 struct AnotherPrinterFound {
     std::string serialNumber; // of its device ID
 };
@@ -96,9 +97,9 @@ struct OrderFailed {};
 struct ReenumerationBegun {};
 /// The printer did not report its IEEE 1284 device ID. It has no command queue.
 struct IdentityMissing {};
-/// An answer was missing or could not be the one to its question, and the pipe of the answers was emptied.
+/// A reply was missing or could not belong to its query, and the pipe of the replies was emptied.
 struct Resynchronized {};
-/// A question got no answer, or none that could be its own, also after the pipe was emptied.
+/// A query got no reply, or none that can belong to it, also after the pipe was emptied.
 struct AnswersFailed {};
 /// A printer was found whose device node may not be opened.
 struct NotPermitted {

@@ -1,4 +1,4 @@
-// A printer as the parts that it is made of see it: what they report goes through it. Any thread.
+// The printer as its collaborators see it: their events and log lines go through this interface. Any thread.
 #pragma once
 
 #include "Classes/PrinterEvents.h"
@@ -10,7 +10,7 @@ namespace zul {
 class PrinterReporter {
   public:
     virtual ~PrinterReporter() = default;
-    /// Reports what has happened to whoever follows the printers. Any thread.
+    /// Passes an event of this printer to the environment's listener; no effect without one. Any thread.
     virtual void emit(PrinterEvent::What what) const = 0;
     /// Manufacturer, model and USB serial number, for every log line that names the printer. Any thread.
     virtual std::string descriptionUTF8() const = 0;

@@ -1,4 +1,4 @@
-// Values and small types that printers share with those who use them.
+// Values and small types of the printers' public operations. Constants and plain values, any thread.
 #pragma once
 
 #include "platform/dispatch/Queue.h"
@@ -17,7 +17,7 @@ enum TBPrinterState : std::int64_t {
     kTBPrinterProbed = 8,  // the device object was set, opened and closed once without being refused
 };
 
-/// Values of isOwned: who has the interface open.
+/// Values of isOwned: the process that has the interface open.
 enum class Ownership : std::int64_t { otherProgram = -1, none = 0, thisProgram = 1 };
 
 /// Where a reply is delivered.
@@ -27,6 +27,7 @@ class ReplyQueue {
     static ReplyQueue mainQueue() { return ReplyQueue(Kind::main, nullptr); }
     /// The printer's own command queue: delivered inline. Can be named while no queue object exists yet.
     static ReplyQueue commandQueue() { return ReplyQueue(Kind::command, nullptr); }
+    /// Any other queue, not null; delivered with a later block, inline only if it is the printer's own.
     static ReplyQueue on(std::shared_ptr<Queue> queue) { return ReplyQueue(Kind::other, std::move(queue)); }
 
   private:

@@ -1,5 +1,5 @@
-// Asking, judging answers, and keeping questions and answers in step. Called by the printer that owns the exchange, on
-// its command queue; a printer without a queue calls it on main.
+// Sends queries, judges the replies, and makes sure that each reply belongs to its query. Called by the printer that
+// owns the exchange, on its command queue; a printer without a queue calls it on main.
 #include "Classes/QueryExchange.h"
 
 #include "Classes/StatusCodeNames.h"
@@ -15,13 +15,13 @@ namespace {
 
 using std::chrono::seconds;
 
-// A reply may come after the pipe was emptied. For so long the pipe is emptied again before a question, as often as a
-// second has passed since the last time.
+// A reply may come after the pipe was emptied. For kLatestReply after a missing one the pipe is emptied again before a
+// query, if kSettledFor has passed since the last time.
 constexpr auto kLatestReply = seconds(30);
 constexpr auto kSettledFor = seconds(1);
-// Without a queue the main queue waits for the answers: no longer than for one.
+// Without a queue the main queue waits for the replies: no longer than for one, whose time-out this is.
 constexpr auto kLongestRoundOnMain = seconds(5);
-// A printer that is still there so long after the order to restart did not take it.
+// A printer that is still attached after this time did not take the order to restart.
 constexpr auto kLongestRestart = std::chrono::minutes(5);
 
 // The number of the internal error that support staff know.
@@ -83,12 +83,15 @@ void QueryExchange::orderRestart(std::uint32_t command, const Data* payload) {
 
 bool QueryExchange::mayAsk() const {
     if (hasQueue() || !_isInRound) return true;
+    // The limit also ends a round of late but valid replies.
     return !_isRoundOver && now() - _roundBegan < kLongestRoundOnMain;
 }
 
 void QueryExchange::beginArrivalOnMain() {
     beginRound();
     _isAttaching = true;
+    // this belongs to the printer, which the lock keeps alive. The controller's probe runs in the same block of the
+    // main queue as the initialiser, and so before this one.
     _printer.environment().mainQueue.async([this, weak = _printer.weak_from_this()] {
         if (const auto printer = weak.lock()) _isAttaching = false;
     });
@@ -135,6 +138,7 @@ std::optional<Data> QueryExchange::askAgain(const Question& question, ReplyFault
     const std::optional<Data> second = _printer.printerReply();
     const ReplyFault fault = faultOf(question, second);
     if (fault == ReplyFault::none) {
+        // The first reply was that to an earlier query: earlier values of this round may be wrong, too.
         if (firstFault != ReplyFault::missing) ++_slips;
         return second;
     }
@@ -172,7 +176,7 @@ bool QueryExchange::isRestartExpected() const {
     return _restartOrderedAt && now() - *_restartOrderedAt < kLongestRestart;
 }
 
-// ---- keeping answers in step ----------------------------------------------------------------------------------------
+// ---- emptying the pipe ----------------------------------------------------------------------------------------------
 
 bool QueryExchange::resynchronize() {
     const IOReturn code = _channel.resynchronize();

@@ -1,7 +1,6 @@
-// Questions to one printer and their answers. Replies carry no mark of their question, so an answer that is missing or
-// cannot be the one to its question is followed by an empty pipe and the same question once more: without that one late
-// reply would shift all later ones, for this program and for the next. Printer's command queue, with the interface
-// open.
+// Queries to one printer and their replies. Replies carry no mark of their query, so after a reply that is missing or
+// cannot belong to its query the pipe is emptied and the query is sent once more: otherwise one late reply would shift
+// all later ones, for this program and for the next. Printer's command queue, with the interface open.
 #pragma once
 
 #include "Classes/CommandChannel.h"
@@ -14,10 +13,10 @@ namespace zul {
 
 class TBUSBPrinterZUL;
 
-/// What a missing answer leads to. Answers that are still on their way are dropped in any case but the last.
+/// What a missing reply leads to. Late replies are dropped in any case but the last.
 enum class IfMissing {
     askAgain,
-    dropLateReplies, // whoever asks asks again by itself, or can do without
+    dropLateReplies, // the caller asks again by itself, or can do without
     isExpected,      // a printer in its loader answers next to nothing
 };
 
@@ -35,8 +34,8 @@ class QueryExchange {
 
     /// Sends the question, after replies that came too late are dropped.
     void begin(const Question& question);
-    /// The answer to the question that was sent, given the reply to it: that reply, or the one to the question asked
-    /// once more; nullopt if there is none, or none that could be its own.
+    /// The valid reply to the query that was sent: the given reply, or the one to the same query sent once more;
+    /// nullopt if there is none, or none that can belong to it.
     std::optional<Data> accept(const Question& question, const std::optional<Data>& reply);
     /// begin(), one reply, accept().
     std::optional<Data> ask(const Question& question);
@@ -58,9 +57,9 @@ class QueryExchange {
     void beginRound();
     /// Marks that the printer is being asked for everything, or probed. Returns the earlier value.
     bool setInRound(bool isInRound);
-    /// How many answers did not come.
+    /// How many replies were missing since the printer object was made.
     unsigned misses() const { return _misses; }
-    /// How many answers were those to other questions.
+    /// How many replies belonged to other queries, as far as that was recognised.
     unsigned slips() const { return _slips; }
 
   private:

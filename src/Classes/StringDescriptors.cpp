@@ -58,7 +58,7 @@ std::optional<std::set<std::uint16_t>> StringDescriptors::languages() {
     Data table;
     _arrival.isTableUnreadable = true; // until it is read
     if (read(0x0300, 0, kLanguageTableTimeout, table) != kIOReturnSuccess) return std::nullopt;
-    if (_received < 4) return std::nullopt;
+    if (_received < 4) return std::nullopt; // the header and one language
     _arrival.isTableUnreadable = false;
     std::set<std::uint16_t> found;
     std::optional<std::uint16_t> choice;
@@ -74,6 +74,7 @@ std::optional<std::set<std::uint16_t>> StringDescriptors::languages() {
 }
 
 std::uint16_t StringDescriptors::language() {
+    // Also after a failure: a device that could not answer at its arrival may do so now.
     if (_language == 0) static_cast<void>(languages());
     return _language;
 }
@@ -103,6 +104,7 @@ std::optional<std::string> StringDescriptors::stringAtIndex(std::uint8_t index) 
     }
     buffer[0] = 0xFF; // a little-endian byte-order mark in place of the descriptor's header
     buffer[1] = 0xFE;
+    // Some devices pad their strings with NULs or report an odd length.
     if (length % 2 != 0) --length;
     while (length >= 2 && buffer[length - 2] == 0) length -= 2;
     if (length < 4) return std::nullopt;

@@ -21,6 +21,7 @@ class StringDescriptors {
 
     /// From here to endArrival() a device that does not answer costs one time-out in all, not one for each string.
     void beginArrival() { _arrival = {.isUnderWay = true}; }
+    /// From here on each string is read again, with its own time-out.
     void endArrival() { _arrival = {}; }
 
     /// Languages of the descriptors, read once; nullopt while they cannot be read (time-outs 500 ms / 2000 ms).

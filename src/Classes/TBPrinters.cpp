@@ -23,7 +23,8 @@ constexpr const char* kPrintersKey = "printers";
 constexpr const char* kFirmwareVersionKey = "firmwareVersion";
 constexpr const char* kDiagnosticName = "newPrivateAPI_Imp";
 
-// Facts change on the printers' queues by design; this shows which do, while one looks for the cause of a flicker.
+// Values of the device info change on the printers' queues by design; this log shows which ones, while a developer
+// looks for the cause of a flicker.
 void logChange(const std::string& key) {
     const std::string none = textOrNull({}); // a change here is always of one key; the line has room for three
     if (TBPrinters::isMainQueue()) {
@@ -72,6 +73,7 @@ void TBPrinters::awakeFromNib() {
         formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
                   textOrNull(bundle.objectForInfoDictionaryKey(kVersionKey)));
     logText("display string is %s", display);
+    // The window and its reports show the version from there.
     _environment.userDefaults.setString(kDisplayVersionKey, display);
     logText("%s", "-[TBPrinters awakeFromNib]");
     getPrintingDevices();
@@ -93,7 +95,7 @@ void TBPrinters::localizeWindow() {
     const Bundle& bundle = _environment.mainBundle;
     if (_outlets.window != nullptr) {
         _outlets.window->setTitle(bundle.localizedString(_outlets.window->title()));
-        // The process name is what stays: the same window carries several product names.
+        // The process name replaces the translated title: the same window carries several product names.
         _outlets.window->setTitle(_environment.application.processName());
     }
     if (_outlets.tableview == nullptr) return;
@@ -139,6 +141,7 @@ void TBPrinters::insertOnMain(const Printer& printer) {
 
 void TBPrinters::removeOnMain(const Printer& printer) {
     const KeyChange change(*this, kPrintersKey);
+    // The list is gone when the termination came first.
     if (_printers) std::erase(*_printers, printer);
 }
 
@@ -159,6 +162,8 @@ void TBPrinters::tableViewSelectionDidChange(TableOutlet* sender) {
 void TBPrinters::observeValueForKeyPath(const std::string& keyPath, KeyValueObservable& /*object*/, void* context) {
     logText("%s %s", "-[TBPrinters observeValueForKeyPath:ofObject:change:context:]", keyPath);
     if (keyPath != kFirmwareVersionKey) return;
+    // context is valid: retire() removes the observer while the list still has the printer. Posted, because the notice
+    // comes on the printer's queue and the outlets belong to main.
     const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
     _environment.mainQueue.async([self = shared_from_this(), printer] {
         if (self->_outlets.controller == nullptr) return;
@@ -191,6 +196,7 @@ void TBPrinters::prepareForTermination() {
             });
         }
     }
+    // Without the port no arrival or departure is delivered any more.
     _environment.notificationPort.reset();
     _notifyPort.reset();
     _printerIterator.reset(); // the removal iterator stays: it goes with the port

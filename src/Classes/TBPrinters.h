@@ -1,4 +1,4 @@
-// The controller: finds the attached printers, keeps the list of them, and keeps the table in step with the list.
+// The controller: finds the attached printers, keeps the list of them, and keeps the selection of the table valid.
 // Everything here runs on the main queue.
 #pragma once
 
@@ -39,6 +39,7 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
 
     /// init: becomes the application's delegate and takes the shared port. Call init() on the new object.
     TBPrinters(Environment& environment, Outlets outlets);
+    /// Releases the port as prepareForTermination() does.
     ~TBPrinters() override;
     void init();
 
@@ -63,6 +64,7 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     void setPrinters(const PrinterList& printers);
     /// Always false: whether an update is under way is a question to each printer.
     bool updateInProgress() const { return false; }
+    /// The outlet for the selection; null if there is no window.
     ArrayControllerOutlet* controller() const { return _outlets.controller; }
     void setController(ArrayControllerOutlet* controller) { _outlets.controller = controller; }
 

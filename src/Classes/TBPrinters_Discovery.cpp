@@ -42,6 +42,7 @@ void TBPrinters::getPrintingDevices() {
                                                                 if (const auto self = weak.lock())
                                                                     self->deviceRemovedCallback(iterator);
                                                             });
+    // Drained once to arm it, like the other; nothing has departed yet.
     if (_removedIterator) deviceRemovedCallback(*_removedIterator);
 }
 
@@ -103,6 +104,7 @@ void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
         return;
     }
     auto printer = std::make_shared<TBUSBPrinterZUL>(_environment);
+    // Before the initialiser, whose events and log lines name the location.
     printer->setLocationText(service.locationText());
     printer->setIsVirtual(service.isVirtual());
     printer->initWithInterfaceInterface(std::move(handle), token);
@@ -112,6 +114,7 @@ void TBPrinters::makePrinter(USBService& service, ServiceToken token) {
 void TBPrinters::reportUnusable(USBService& service, IOReturn code) {
     if (_environment.events == nullptr) return;
     PrinterEvent event{.key = {}, .location = service.locationText(), .attachment = 0, .what = {}};
+    // Distinguished, because the operator has to do something else about each.
     if (code == kIOReturnNotPrivileged) {
         event.what = events::NotPermitted{.node = service.nodePath()};
     } else {

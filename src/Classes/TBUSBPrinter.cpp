@@ -13,7 +13,7 @@ namespace zul {
 
 namespace {
 
-// Only the addresses count: they are the keys of the queues' specific data.
+// Only the addresses are used: they are the keys of the queues' specific data.
 const char commandQueueKey = 0;
 const char mainQueueKey = 0;
 
@@ -22,6 +22,7 @@ constexpr const char* kQueueLabelPrefix = "de.zul-imaging.printer-utility.";
 // A command without a block is a mistake in this program, never in its input.
 void requireCommandBlock(const Block& block, const char* file, int line) {
     if (block) return;
+    // Not through the log, whose text might not be written before the end.
     std::fprintf(stderr, "%s:%d: you must supply a commandBlock\n", file, line);
     std::abort();
 }
@@ -74,6 +75,8 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
                 if (!this->manufacturer()) setManufacturer(manufacturer);
                 if (!this->model()) setModel(model);
             });
+            // From here on the command queue exists: the last step opens the interface there, and main does not wait
+            // for it.
             makeCommandQueue(manufacturer, model, serialNumber);
             setDeviceObject(deviceObject);
         });
@@ -85,6 +88,7 @@ void TBUSBPrinter::makeCommandQueue(const Text& manufacturer, const Text& model,
     const std::string label = kQueueLabelPrefix + formatted("printer.%s.%s.%s", textOrNull(manufacturer),
                                                             textOrNull(model), textOrNull(serial));
     auto queue = std::make_shared<SerialQueue>(label, _environment.clock);
+    // Marked before it is published: from then on any thread may ask whether it runs on this queue.
     queue->setSpecific(&commandQueueKey, queue.get());
     _printerCommandQueue = std::move(queue);
     logText("printer command queue:%s", label);
@@ -144,6 +148,7 @@ void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue repl
         [self = shared_from_this(), commandBlock = std::move(commandBlock), replyQueue, reply = std::move(reply)] {
             self->assertOnCommandQueue();
             commandBlock();
+            // Read even if there is no receiver: a reply that stays in the pipe would be taken for the next one.
             std::optional<Data> answer = self->printerReply();
             if (!reply) return;
             switch (replyQueue._kind) {
@@ -188,6 +193,7 @@ void TBUSBPrinter::setState(std::int64_t state) {
 }
 
 void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
+    // Before the notices, so that an observer of the end finds the device free for another update.
     if (!inUpdate) _deviceObjects->endUpdate(keyUSBdevice(), _creationToken);
     const KeyChange change(*this, "inFirmwareUpdate");
     _isBusy = inUpdate;

@@ -54,7 +54,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
 
     // ---- queues ---------------------------------------------------------------------------------------------------
 
-    /// Everybody plays this role while there is no queue.
+    /// Every thread has this role while there is no queue.
     QueueRole commandQueueRole;
     /// The first statement of every block that is handed to the command queue. On another queue it ends a program with
     /// sanitizers; any other logs that once and continues, as ending in the middle of a flash is worse.
@@ -97,7 +97,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     void getPipes();
     /// True for "open by this program" and for "held by another".
     bool isOwned() const { return _isOwned != 0; }
-    /// Who has the interface open. Any thread.
+    /// The process that has the interface open. Any thread.
     Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
     /// Opens the interface if value is not 0 and no program has it open; otherwise closes it. If value is 1 and another
     /// program holds the interface, the message "attempting to open" is sent after the close, and the interface is
@@ -108,7 +108,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// One bulk read (time-outs 5000 ms). Command queue. Always size bytes, zero-padded; nullopt on failure: the code
     /// is in _readStatus.
     std::optional<Data> interfaceReadDataOfSize(std::uint32_t size) ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// Result of the last bulk write, for whoever watches. Any thread.
+    /// Result of the last bulk write; success before the first. Any thread.
     IOReturn writeStatus() const { return _transferStatus.write; }
     /// Result of the last open of the interface; success before the first. Any thread.
     IOReturn openStatus() const { return _transferStatus.open; }
@@ -116,7 +116,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;
-    std::int32_t interfaceStatus() const { return _interfaceStatus; }
+    std::int32_t interfaceStatus() const { return _interfaceStatus; } // 1, 2 or 4 of TBPrinterState. Any thread
     /// One of TBPrinterState. Read on any thread; set on the thread that reports it, with change notices.
     std::int64_t state() const { return _state; }
     void setState(std::int64_t state);
@@ -209,11 +209,11 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     IOReturn resetUSBDevice() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Makes the device leave the bus and return, which ends this object. The same queue and codes.
     IOReturn reEnumerateUSBDevice() ZUL_REQUIRES_ROLE(commandQueueRole);
-    /// Main queue: posts the release of all handles, ends waits, and waits for nothing.
+    /// Main queue: posts the release of all handles and ends waits. Does not block.
     void prepareForRelease();
 
-    Environment& environment() const { return _environment; }
-    void emit(PrinterEvent::What what) const override;
+    Environment& environment() const { return _environment; } // as given; outlives the printer. Any thread
+    void emit(PrinterEvent::What what) const override;        // any thread
     /// An embedded printer. Any thread; set before another queue knows the object.
     bool isVirtual() const { return _isVirtual; }
     void setIsVirtual(bool isVirtual) { _isVirtual = isVirtual; }

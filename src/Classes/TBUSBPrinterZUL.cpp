@@ -69,6 +69,8 @@ void TBUSBPrinterZUL::probeAtInit() {
         self->assertOnCommandQueue();
         const auto progress = self->_update.progress();
         if (code != kIOReturnSuccess) {
+            // Only an update has to be continued later. Without one, the questions that follow the other program's
+            // close are enough.
             self->_isProbeOwed = code == kIOReturnExclusiveAccess && progress;
             return;
         }

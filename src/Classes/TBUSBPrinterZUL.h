@@ -36,6 +36,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     static std::set<std::uint16_t> supportedVendorIDs();
     /// What this build accepts; a run may admit more (Environment::admittedProductIDs).
     static std::set<std::uint16_t> supportedProductIDs();
+    /// As in the base; then takes over what an earlier object of this device stored, and continues its update.
     void initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) override;
     /// Continues what the saved dictionary says. Called by the initialiser, and once more after another program held
     /// the printer at its arrival. Returns at once; without a command queue it is done when it returns.
@@ -216,7 +217,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
                             std::function<void(int answer)> completion);
     /// Shows an alert of alertFactory(), unless it has neither title nor message. Any thread.
     void showCustomAlertWithTitle(AlertDescription alert);
-    const AlertFactory& alertFactory() const { return _alertFactory; }
+    const AlertFactory& alertFactory() const { return _alertFactory; } // lives as long as the printer
     /// An earlier form of showAlertWithTitle that nothing calls: completes the alert on the main queue.
     void old_showAlertWithTitle(const Text& title, const Text& message,
                                 const std::optional<std::vector<std::string>>& buttonTitles,
@@ -226,7 +227,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// The texts of that warning: for the model VK-RZ7, and for all others.
     std::string RZ7UpdateWarningText() const;
     std::string genericUpdateWarningText();
-    /// Only a check box counts as sender.
+    /// Takes the state of the check box "I Agree" over; null has no effect. Main queue.
     void setToggleAgreed(const CheckBox* sender);
     /// The state of the check box "I Agree", with change notices. Any thread.
     bool customerDidAgree() const { return _update.isAgreed(); }

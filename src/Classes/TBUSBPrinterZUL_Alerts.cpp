@@ -45,6 +45,8 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
     });
 }
 
+// The alert is completed on the calling thread, where its texts were made. Posted and not waited for, because the
+// answer may take minutes.
 void TBUSBPrinterZUL::postAlert(AlertDescription alert) {
     _environment.mainQueue.async(
         [self = sharedSelf<TBUSBPrinterZUL>(), alert = _alertFactory.completed(std::move(alert))] {

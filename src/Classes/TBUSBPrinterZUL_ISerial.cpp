@@ -76,6 +76,7 @@ void TBUSBPrinterZUL::setUSB_ISerial(bool enabled) {
         if (code != kIOReturnSuccess) return;
         const Data payload = {'0', static_cast<std::uint8_t>(enabled ? '1' : '0'), '\r', 0};
         self->sendPrinterCommand(kCommandSetISerial, &payload);
+        // The printer confirms no change: only its next answer shows whether it took the setting.
         self->getUSB_ISerial();
     });
 }
@@ -91,6 +92,7 @@ void TBUSBPrinterZUL::setEnabledUSBSerial(bool enabled) {
             return;
         }
         self->setUSB_ISerial(enabled);
+        // After the close, which follows the commands above on the queue.
         self->closeInterface([self](IOReturn /*code*/) {
             self->showPowerCycleAlert();
             self->deleteExistingPrinterQueues();

@@ -16,7 +16,7 @@ namespace zul {
 namespace {
 constexpr const char* kMissingText = "NULL"; // shown where a printer did not answer
 
-// The question for one fact of one table, where the answer is kept, and how it is logged.
+// The query for one value of one table, the key under which the answer is kept, and how it is logged.
 struct TableQuestion {
     Question question;
     const char* key;
@@ -188,13 +188,13 @@ void TBUSBPrinterZUL::getPrinterColorTableChecksum(TableCompletion completion) {
     queryTables(TableFact::checksum, std::move(completion), IfMissing::askAgain);
 }
 
-// Between tables the answers only refresh what is shown, and a printer that is at work may leave them out.
+// Between tables the answers only refresh what is shown, and a busy printer may leave them out.
 void TBUSBPrinterZUL::refreshTables() {
     queryTables(TableFact::version, {}, IfMissing::dropLateReplies);
     queryTables(TableFact::checksum, {}, IfMissing::dropLateReplies);
 }
 
-// The interface is not opened here: whoever asks for tables has it open already.
+// The interface is not opened here: every caller has it open already.
 void TBUSBPrinterZUL::queryTables(TableFact which, TableCompletion completion, IfMissing ifMissing) {
     const auto results = std::make_shared<std::vector<std::string>>();
     const auto tables = colorTablesOf(productNumber());
@@ -245,7 +245,7 @@ void TBUSBPrinterZUL::getDeviceCustomInfo() {
     const unsigned slips = _exchange.slips();
     bool isComplete = askEverything();
     // Not every answer that belongs to another question is recognised. After a missing one the status, which is, shows
-    // whether they are in step; where one was recognised, those before it are in doubt.
+    // whether later answers belong to their questions; where a wrong one was recognised, those before it are in doubt.
     if (isComplete && _exchange.misses() != misses && _exchange.slips() == slips) updatePrinterStatus();
     if (isComplete && _exchange.slips() != slips) isComplete = askEverything();
     _exchange.setInRound(isPartOfProbe);
@@ -265,6 +265,8 @@ bool TBUSBPrinterZUL::askEverything() {
             updatePrinterSerialNumber();
             getUSB_ISerial();
             closeInterface(nullptr);
+            // All of them have run inline, on this queue. False only for a printer without a queue whose round was cut
+            // short.
             isComplete = mayAsk();
         });
     });

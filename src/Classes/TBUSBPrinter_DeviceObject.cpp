@@ -90,6 +90,7 @@ void TBUSBPrinter::setDeviceInterface(DevicePtr device) {
 }
 
 TBUSBPrinter::DevicePtr TBUSBPrinter::deviceInterface() {
+    // Obtained only when it is needed: resets and string indices are rare.
     if (_dInterface || !_channel.interface()) return _dInterface;
     DevicePtr device;
     if (const IOReturn code = _channel.interface()->GetDevice(device); code != kIOReturnSuccess) {
@@ -193,6 +194,7 @@ void TBUSBPrinter::updateInfo() {
 void TBUSBPrinter::hotPlug() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
+        // After a failure the printer stays attached, and its row stays as it is.
         static_cast<void>(self->reEnumerateUSBDevice());
     });
 }
@@ -233,7 +235,7 @@ IOReturn TBUSBPrinter::withOpenDevice(const std::function<IOReturn(IOUSBDeviceIn
     if (!device) return kIOReturnError;
     if (const IOReturn code = device->USBDeviceOpen(); code != kIOReturnSuccess) return code;
     const IOReturn code = action(*device);
-    static_cast<void>(device->USBDeviceClose()); // the action's result is the one that counts
+    static_cast<void>(device->USBDeviceClose()); // the result of the action is reported
     return code;
 }
 

@@ -1,5 +1,5 @@
-// Who the printer is: the IEEE 1284 device ID, the USB strings, the keys and labels made of them. Device reads run on
-// the command queue (inline while the object is being made); the properties they fill are set on the main queue.
+// The printer's identity: the IEEE 1284 device ID, the USB strings, the keys and labels made of them. Device reads run
+// on the command queue (inline while the object is being made); the properties they fill are set on the main queue.
 #include "Classes/TBUSBPrinter.h"
 
 #include "Classes/DeviceID1284.h"
@@ -44,7 +44,7 @@ void TBUSBPrinter::decodeDeviceID(const std::string& deviceID, const DecodedBloc
 // ---- USB strings ----------------------------------------------------------------------------------------------------
 
 // At an arrival all this runs on the main queue. A device that does not answer costs it one time-out, not one for each
-// string; who asks for a string later asks the device again.
+// string; later requests read from the device again.
 void TBUSBPrinter::readUSBStrings() {
     _descriptors.beginArrival();
     getUSBProductString();

@@ -23,12 +23,14 @@ bool TBUSBPrinter::didOpenInterface() const {
 IOReturn TBUSBPrinter::openInterface() {
     // A retired printer has given its handle back, perhaps while it was open; an alert of it may still be answered.
     if (_state == kTBPrinterOpen && _channel.interface()) return kIOReturnSuccess;
+    // Both first: a close or a message that comes during the open finds it under way.
     _interfaceStatus = kTBPrinterOpening;
     setState(kTBPrinterOpening);
     const IOReturn code = _channel.interface() ? _channel.interface()->USBInterfaceOpenSeize() : kIOReturnNoDevice;
-    _transferStatus.open.store(code); // before anybody learns of the end of the open
+    _transferStatus.open.store(code); // before observers are notified of the end of the open
     finishOpen(code);
     events::Opened opened{.code = code};
+    // Looked for only after a refusal: that reads the open files of all processes.
     if (code == kIOReturnExclusiveAccess) opened.holder = _channel.interface()->holder();
     emit(std::move(opened));
     return code;
@@ -59,8 +61,8 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
     getPipes();
     if (!_awaitsHolder) return;
     endWaitForHolder();
-    // Whoever opens it first may close it again before the holder's close is delivered, so what is owed is done in any
-    // case.
+    // The caller that opened it may close it again before the holder's close is delivered, so what is owed is done in
+    // any case.
     postToCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         self->continueProbe();
@@ -87,7 +89,7 @@ void TBUSBPrinter::openInterface(CodeCompletion completion) {
 void TBUSBPrinter::closeInterface(CodeCompletion completion) {
     queueClose([self = shared_from_this(), completion = std::move(completion), refusals = _refusals.load()] {
         self->assertOnCommandQueue();
-        // It was asked for by somebody who had the interface open. Since then another program has taken it, and the
+        // The caller asked for it while it had the interface open. Since then another program has taken it, and the
         // wait for that program must not end here.
         const bool isOvertaken = self->_awaitsHolder && self->_refusals != refusals;
         const IOReturn code = isOvertaken ? kIOReturnSuccess : self->closeNow();
@@ -114,6 +116,7 @@ IOReturn TBUSBPrinter::closeNow() {
             logText("close interface returned error %s\n", strForIOReturn(code));
         }
     }
+    // Also after an error: the next open then begins anew.
     _interfaceStatus = kTBPrinterClosed;
     setState(kTBPrinterClosed);
     performSyncOnMainQueue([this] {
@@ -157,8 +160,8 @@ void TBUSBPrinter::closeAndReplayAttempt() {
 }
 
 // No event reports that another program has released the interface: the bus watches the device node, and each hint is
-// checked with a silent claim on the command queue. Only a claim that succeeds is taken for "was closed". The wait ends
-// with an open that succeeds and with a close that somebody asks for.
+// checked on the command queue by claiming and releasing the interface without any notice. Only a claim that succeeds
+// is reported as "was closed". The wait ends with an open that succeeds and with a close that a caller asks for.
 void TBUSBPrinter::watchForHolder() {
     _awaitsHolder = true;
     _isHolderGone = false;

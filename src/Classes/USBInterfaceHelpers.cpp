@@ -83,6 +83,7 @@ void readSerialNumber(IOUSBInterfaceInterface& interfaceInterface, std::uint8_t 
                       std::optional<std::string>& string) {
     code = usbInterfaceGetDescriptorStringCopy(&interfaceInterface, index, &string);
     if (code == kIOReturnSuccess) return;
+    // The cut text is kept: it still identifies the device.
     if (code == kIOReturnOverrun) {
         standardErrorLog(formatted("ERROR: usbInterfaceGetDescriptorStringCopy returned a truncated string[%d]\n"
                                    "This USB device may be out of spec -- proceed with caution.\n",
@@ -98,6 +99,7 @@ IOReturn syntheticSerialNumber(IOUSBInterfaceInterface& interfaceInterface, std:
     std::uint16_t product = 0;
     std::uint32_t location = 0;
     std::uint16_t release = 0;
+    // The four are read one after the other until one fails; called names that one in the log.
     const char* called = "GetDeviceVendor";
     IOReturn code = interfaceInterface.GetDeviceVendor(vendor);
     if (code == kIOReturnSuccess) {

@@ -22,15 +22,17 @@ IOReturn usbInterfaceGetiDeviceIndices(IOUSBInterfaceInterface* interfaceInterfa
                                        std::uint8_t* product, std::uint8_t* serialNumber);
 
 /// The string under a descriptor index (not 0) in the device's first language. nullopt, with success, for a string
-/// without characters.
+/// without characters. kIOReturnOverrun for one that was cut, kIOReturnBadArgument for a null or index 0, otherwise the
+/// code of the last request.
 IOReturn usbInterfaceGetDescriptorStringCopy(IOUSBInterfaceInterface* interfaceInterface, std::uint32_t index,
                                              std::optional<std::string>* string);
 
-/// The device's serial number; for one without, a text made of vendor, product, release and location.
+/// The device's serial number; for a device without one, a text made of vendor, product, release and location.
+/// kIOReturnBadArgument for a null; otherwise the code of the last request that was needed.
 IOReturn usbInterfaceCreateSerialNumberString(IOUSBInterfaceInterface* interfaceInterface,
                                               std::optional<std::string>* string);
 
-/// Makes the device leave and return: a re-enumeration, whatever the name says.
+/// Makes the device leave and return: a re-enumeration, whatever the name says. kIOReturnBadArgument for a null.
 IOReturn usbInterfaceResetUSBDevice(IOUSBInterfaceInterface* interfaceInterface);
 
 /// Whether a cut-out text keeps the marks around it.

@@ -61,6 +61,7 @@ std::string messageOf(const ArchiveProblem& problem) {
                    ? Bundle::localized(operatorText("There is no folder with firmware files"))
                    : localizedFormat("The folder %s with the firmware files is missing", problem.path.string());
     }
+    // All of these have the file's name and its folder, in this order.
     const char* sentence = sentenceOf(problem.kind);
     return localizedFormat(sentence, problem.path.filename().string(), problem.path.parent_path().string());
 }

@@ -17,6 +17,7 @@ FirmwareArchive::FirmwareArchive(const Bundle& bundle, std::shared_ptr<const Fil
 std::shared_ptr<FirmwareArchive::Entry> FirmwareArchive::entryOf(const std::string& name, const std::string& key) {
     const std::scoped_lock lock(_entriesMutex);
     auto& entry = _entries[{name, key}];
+    // Shared, so that a file can be read without the lock of the map: reading takes long.
     if (!entry) entry = std::make_shared<Entry>();
     return entry;
 }
@@ -34,6 +35,7 @@ fs::path FirmwareArchive::pathOf(const std::string& name) const {
 std::shared_ptr<const FirmwareDigests> FirmwareArchive::digests() {
     const std::scoped_lock lock(_digestsMutex);
     const fs::path& folder = _bundle.archiveFolder();
+    // The digest file is read again only when it was replaced or written to, like the firmware files.
     const bool isKnown =
         _digestsIdentity && !folder.empty() && _reader->identityOf(folder / kDigestFileName) == _digestsIdentity;
     if (!isKnown) {
@@ -50,6 +52,7 @@ ArchiveFile FirmwareArchive::lookAt(const std::string& name, const std::string& 
     const auto entry = entryOf(name, key);
     const std::scoped_lock lock(entry->mutex);
     judge(file, *entry, key, expectedDigest);
+    // From then on fileForReading() reads again instead of returning bytes of a file that was removed.
     entry->isGone = !file.wasRead();
     return file;
 }
@@ -120,7 +123,7 @@ ArchiveCheck FirmwareArchive::survey(const Product& product, const std::string& 
     return result;
 }
 
-// ---- what is handed out ---------------------------------------------------------------------------------------------
+// ---- contents -------------------------------------------------------------------------------------------------------
 
 std::shared_ptr<const FirmwareFile> FirmwareArchive::verifiedFile(const std::string& name, const std::string& key) {
     const auto entry = entryOf(name, key);
@@ -132,6 +135,7 @@ std::shared_ptr<const FirmwareFile> FirmwareArchive::fileForReading(const std::s
     const auto entry = entryOf(name, key);
     {
         const std::scoped_lock lock(entry->mutex);
+        // Even if the file differs by now: these are the bytes that an update would send.
         if (entry->verified && !entry->isGone) return entry->verified;
     }
     const fs::path path = pathOf(name);

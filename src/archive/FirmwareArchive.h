@@ -38,6 +38,7 @@ struct ArchiveFile {
     bool wasRead() const { return state == State::matches || state == State::differs || state == State::noDigest; }
 };
 
+/// The result of checking a product's row.
 struct ArchiveCheck {
     std::vector<ArchiveFile> files; // of the row, up to the first file that was read and does not match
     std::shared_ptr<const FirmwareDigests> digests;
@@ -75,7 +76,7 @@ struct FirmwareOffer {
     std::string version; // the firmware file's name without its extension: "VK14 01.61"
     State state = State::missing;
 
-    bool isReady() const { return state == State::ready; }
+    bool isReady() const { return state == State::ready; } // verified, and an image
 };
 
 class FirmwareArchive {

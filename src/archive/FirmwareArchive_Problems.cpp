@@ -70,6 +70,7 @@ std::vector<ArchiveProblem> FirmwareArchive::problems(const Product* product, co
     if (product == nullptr) return {{.kind = Kind::noFilesForModel, .folder = folder}};
     const ArchiveCheck survey = this->survey(*product, key);
     std::vector<ArchiveProblem> problems = problemsOfArchive(*survey.digests);
+    // Without the folder every file is missing, which says no more.
     if (!problems.empty() && problems.front().kind == Kind::noFolder) return problems;
     const bool hasDigests = survey.digests->state == FirmwareDigests::State::read;
     for (const ArchiveFile& file : survey.files) {

@@ -47,6 +47,7 @@ FirmwareDigests readFirmwareDigests(const std::filesystem::path& archiveFolder, 
         if (const auto* digest = std::get_if<std::string>(&value)) result.digests[name] = *digest;
         if (name == kSampleKey && std::holds_alternative<bool>(value)) result.isSample = std::get<bool>(value);
     }
+    // Only for contents that could be parsed: a damaged file is read again at the next check.
     identity = reading.identity;
     return result;
 }

@@ -14,6 +14,7 @@ struct FileIdentity;
 /// Name of the digest file in an archive folder.
 inline constexpr const char* kDigestFileName = "digests.json";
 
+/// The contents of the digest file, or the reason why there are none.
 struct FirmwareDigests {
     enum class State { read, noFolder, missing, unreadable, damaged };
 

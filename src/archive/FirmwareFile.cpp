@@ -9,9 +9,11 @@ namespace zul {
 FirmwareFile::FirmwareFile(Data contents) : _contents(std::make_shared<const Data>(std::move(contents))) {}
 
 const SharedData& FirmwareFile::padded() const {
+    // On the first use and not in the constructor: tables are never padded, and most files are only verified.
     std::call_once(_paddedOnce, [this] {
         const std::size_t length = paddedLength(_contents->size());
         if (length == _contents->size()) {
+            // Shared, because a copy would double the memory of an image.
             _padded = _contents;
             return;
         }

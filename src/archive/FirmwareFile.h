@@ -9,6 +9,7 @@ namespace zul {
 
 class FirmwareFile {
   public:
+    /// Takes the bytes over; computes nothing yet.
     explicit FirmwareFile(Data contents);
     FirmwareFile(const FirmwareFile&) = delete;
     FirmwareFile& operator=(const FirmwareFile&) = delete;

@@ -30,6 +30,7 @@ constexpr auto kProducts = std::to_array<Product>({
     {kProductVK26, "VK26", "V26A_LSide", kVK26Files},
     {kProductVK28, "VK28", "VK28", kVK28Files},
 });
+// The look-up halves the table.
 static_assert(std::ranges::is_sorted(kProducts, {}, &Product::productID));
 
 } // namespace

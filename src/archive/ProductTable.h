@@ -8,6 +8,7 @@
 
 namespace zul {
 
+/// One model. All texts live as long as the process.
 struct Product {
     std::uint16_t productID;
     std::string_view model;

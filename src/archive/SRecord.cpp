@@ -87,9 +87,11 @@ void logOrdinary(const std::string& text) {
 
 std::optional<SRecordFault> findSRecordFault(const Data& data) {
     if (data.empty()) return SRecordFault{0, "the file is empty"};
+    // A padded image has zeros after its text; they are not part of a line.
     const auto end = std::ranges::find(data, std::uint8_t{0});
     const std::string_view text(reinterpret_cast<const char*>(data.data()),
                                 static_cast<std::size_t>(end - data.begin()));
+    // Checked for the whole text, because separators of several bytes are searched for below.
     if (!stringFromUTF8(text)) return SRecordFault{0, "the file is not text (not valid UTF-8)"};
 
     std::size_t lineNumber = 1;

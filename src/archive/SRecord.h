@@ -11,6 +11,7 @@
 
 namespace zul {
 
+/// The first fault of a file.
 struct SRecordFault {
     std::size_t line = 0; // from 1, every separator ends a line; 0: the file as a whole
     std::string reason;   // for people

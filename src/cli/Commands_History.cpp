@@ -149,6 +149,7 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
     for (const UpdateRecord& record : records) rows.push_back(rowOf(record));
     output.table(rows);
     for (const UpdateRecord& record : records) {
+        // Below the table, so that each command is on a line that can be copied.
         if (courseOf(record) != Course::interrupted) continue;
         output.line(formatted("The update of %s of %s was interrupted. Start it again to complete it: zulctl update %s",
                               orDash(nameOf(record)), localTimeText(record.begun), nameOf(record)));
@@ -158,6 +159,7 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
 // Without this, an update of a printer that was scrapped would be reported for ever.
 int dismiss(UpdateHistory& history, const std::vector<UpdateRecord>& records, const Options& options,
             const Output& output) {
+    // Failed updates wait to be completed, too, like interrupted ones.
     const UpdateHistory::Records failed = history.lastFailures();
     if (!failed.problem.empty()) {
         output.problem(failed.problem, kFailed);

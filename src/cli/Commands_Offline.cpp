@@ -165,7 +165,9 @@ int writeDigests(const Options& options, const Output& output) {
     digests.isSample = readFirmwareDigests(folder).isSample;
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {
+            // A file that is missing is left out: a folder may be for some models only.
             const auto contents = contentsOfFile(folder / name);
+            // An empty file has no digest: it would never match.
             if (!contents || contents->empty()) continue;
             digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(*contents);
         }
@@ -227,6 +229,7 @@ int runSRecord(const Options& options, const Output& output) {
 
 int runDefaults(const Options& options, const Output& output) {
     UserDefaults defaults(UserDefaults::standardFile());
+    // A note, not a failure: settings that cannot be read are shown as absent.
     if (!defaults.lastError().empty()) output.note(defaults.lastError());
     if (options.command == "defaults write") {
         if (defaults.setString(options.arguments[0], options.arguments[1])) return kDone;

@@ -58,6 +58,8 @@ bool reserve(Program& program, const Program::Printer& printer, const std::strin
 void withOpenPrinter(Program& program, const Program::Printer& printer, std::function<void()> work, Block done) {
     printer->openInterface([&program, printer, work = std::move(work), done = std::move(done)](IOReturn code) {
         if (code == kIOReturnSuccess) work();
+        // Also after a refused open, which would otherwise stay pending. The close follows everything that work has
+        // queued.
         printer->closeInterface([&program, printer, code, done](IOReturn) {
             program.session.mainQueue.async([&program, printer, code, done] {
                 if (code == kIOReturnSuccess) {
@@ -138,6 +140,7 @@ void runInfo(Program& program) {
     }
     std::vector<std::vector<std::string>> rows;
     for (const auto& [key, value] : facts.items()) {
+        // Its entries follow below, one per line.
         if (key == "deviceInfo") continue;
         rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : textOf(value)});
     }
@@ -179,6 +182,7 @@ void runResetCounter(Program& program) {
     withOpenPrinter(
         program, printer, [printer, letter] { printer->resetCounter(letter); },
         [&program, printer, letter] {
+            // The command has no reply: that it was written is all that is known.
             const IOReturn code = printer->writeStatus();
             if (code != kIOReturnSuccess) {
                 reportFailure(program, commandFailureText(nameOf(*printer), code), code);
@@ -210,6 +214,7 @@ void runUSBSerial(Program& program) {
     withOpenPrinter(
         program, printer, [printer, enabled] { printer->setUSB_ISerial(enabled); },
         [&program, printer, enabled] {
+            // The setting was read back after it was written.
             if (printer->usbISerial() != enabled) {
                 program.output.problem("the printer did not accept the setting.", kFailed);
                 program.quit(kFailed);
@@ -224,6 +229,7 @@ void runUSBSerial(Program& program) {
             if (enabled != printer->serialNumberUSB().has_value()) {
                 program.output.note("Please power-cycle the printer now to complete the process!");
             }
+            // The engine does this in setEnabledUSBSerial(), which would also raise its alert.
             printer->deleteExistingPrinterQueues();
             program.quit(kDone);
         });

@@ -58,9 +58,11 @@ class UpdateRun final : public SessionObserver {
         const Options& options = _program.options;
         UpdateSettings settings;
         if (options.stallTimeout > 0) settings.stallAfter = seconds(options.stallTimeout);
+        // Unlike the window, a script must end: the printer may never come back.
         settings.giveUpAfter = seconds(options.giveUp);
         supervisor().setSettings(settings);
         _program.session.setObserver(this);
+        // Connected before the first update begins, because its alerts may come at once.
         _program.alerts.handler = [this](AlertDescription alert) { route(std::move(alert)); };
         _program.onInterrupt([this](Program::Interrupt interrupt) { interrupted(interrupt); });
         const auto equal = options.reinstall ? UpdateSupervisor::Equal::install : UpdateSupervisor::Equal::skip;
@@ -70,6 +72,7 @@ class UpdateRun final : public SessionObserver {
     // ---- SessionObserver --------------------------------------------------------------------------------------------
 
     void updateDidChange(const std::string& key) override {
+        // Changes of printers that were not chosen, and those after the result, are not shown.
         if (!isOurs(key) || _isEnding) return;
         const Update& update = supervisor().updates().at(key);
         if (!update.isOpen()) return;

@@ -27,6 +27,8 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
     explicit Watcher(Program& program) : _program(program) {}
 
     void begin() {
+        // Registered before the list is read, so that no arrival in between is missed. Without a context: the list, not
+        // a printer.
         _program.session.controller->addObserver(weak_from_this(), "printers", nullptr);
         compareList();
     }
@@ -41,6 +43,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
             return;
         }
         const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
+        // Copied now: on the main queue it may have changed again.
         const auto value = static_cast<TBUSBPrinterZUL*>(context)->deviceInfoDict()->entries();
         const std::string key = factOfNotice(keyPath);
         const auto fact = value.find(key);
@@ -62,6 +65,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         const auto now = _program.session.printers();
         for (auto shown = _shown.begin(); shown != _shown.end();) {
             if (std::find(now.begin(), now.end(), *shown) == now.end()) {
+                // With the same three values as at the registration.
                 (*shown)->removeObserver(weak_from_this(), KeyValueObservable::kEveryKey, shown->get());
                 show(**shown, "departed", "", nullptr);
                 shown = _shown.erase(shown);

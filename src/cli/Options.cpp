@@ -28,6 +28,7 @@ void addGlobalOptions(CLI::App& app, Options& options) {
 
 CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const char* help) {
     CLI::App* command = app.add_subcommand(name, help);
+    // The callback of a subcommand runs before that of its parent, so the names are joined from the end.
     command->final_callback([&options, name] {
         options.command = options.command.empty() ? name : std::string(name) + ' ' + options.command;
     });

@@ -79,6 +79,7 @@ int Output::finish(int exitStatus) const {
     }
     const std::string text = "cannot write to standard output (" + std::generic_category().message(error) +
                              "). What it shows is not complete.";
+    // An earlier failure keeps its status: it is the more useful one.
     const int status = exitStatus == kDone ? static_cast<int>(kFailed) : exitStatus;
     const nlohmann::json problem = {{"error", {{"message", text}, {"exit", status}}}};
     std::cerr << (_json ? dumped(problem, -1) : "zulctl: " + text) << std::endl;

@@ -12,7 +12,9 @@ namespace zul::cli {
 
 class Output {
   public:
+    /// json: the option --json of the run.
     explicit Output(bool json) : _json(json) {}
+    /// Commands that print both forms ask this.
     bool isJson() const { return _json; }
 
     /// One line of text on standard output.

@@ -12,6 +12,7 @@ namespace zul::cli {
 
 namespace {
 
+// How long a query of another process usually takes at most, and how often its end is checked.
 constexpr auto kBriefUse = std::chrono::seconds(3);
 constexpr auto kBriefPause = std::chrono::milliseconds(200);
 
@@ -30,6 +31,7 @@ Program::Program(Options runOptions)
                [this](int signal) { _interrupted(interruptOf(signal)); }) {}
 
 int Program::start(std::function<void()> ready) {
+    // Before the session opens printers: that changes their drivers and holders.
     if (options.command == "doctor" && options.virtualPrinters.empty()) attachedAtStart = attachedPrinters({});
     if (const auto problem = session.start(TBPrinters::Outlets{})) {
         const int status = problem->isWrongUsage ? kWrongUsage : kFailed;
@@ -103,6 +105,7 @@ Program::Printer Program::find(const std::string& name, int& exitStatus) {
         return name == printer->keyUSBdevice() || name == printer->printerSerialNumber() ||
                name == printer->locationText() || name == printer->serialNumberUSB();
     };
+    // Two printers may have the same serial number, for example when it was never set.
     if (std::ranges::count_if(all, isCalled) > 1) {
         exitStatus = kWrongUsage;
         output.problem("\"" + name + "\" matches several printers; use a key or a position in the list: " + listed() +

@@ -16,6 +16,7 @@ namespace zul::cli {
 /// "Quit" in an alert ends only the update that showed it, never the process: terminate() does nothing.
 class ApplicationEnd final : public ApplicationOutlet {
   public:
+    /// No delegate: a command line ends by itself.
     void setDelegate(TBPrinters*) override {}
     void terminate() override {}
     std::string processName() const override { return "zulctl"; }
@@ -34,6 +35,7 @@ class Program {
   public:
     using Printer = Session::Printer;
 
+    /// Builds the session and catches the signals; starts nothing.
     explicit Program(Options options);
 
     /// Starts the bus and the controller, waits for the first queries of every attached printer, then runs ready.
@@ -41,6 +43,7 @@ class Program {
     int start(std::function<void()> ready);
     /// Runs the main queue until quit(); returns the exit status.
     int run() { return session.mainQueue.run(); }
+    /// Ends run() with this status; the first call decides. Any thread.
     void quit(int status) { session.mainQueue.quit(status); }
 
     /// Finds a printer by key, serial number, location or position from 1. Null after reporting the problem: no such

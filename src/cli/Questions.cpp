@@ -22,6 +22,7 @@ std::string lowerCase(std::string text) {
 
 // The button named by line: by number or whole title, the default for an empty line; the button count if none matches.
 std::size_t buttonNamed(const AlertDescription& alert, const std::string& line) {
+    // Return presses the default button, as in the window.
     if (line.empty()) return 0;
     for (std::size_t index = 0; index < alert.buttons.size(); ++index) {
         if (line == std::to_string(index + 1) || lowerCase(line) == lowerCase(alert.buttons[index])) return index;
@@ -42,6 +43,7 @@ void Questions::show(const AlertDescription& alert) {
 void Questions::ask(AlertDescription alert) {
     _waiting.push_back(std::move(alert));
     if (_waiting.size() == 1) showFirst();
+    // Not at once: the caller must not get its answer inside this call.
     if (_isOver) {
         _mainQueue.async([this] { close(); });
     } else {
@@ -106,6 +108,7 @@ void Questions::handleLine(const std::string& line) {
 }
 
 void Questions::answer(std::size_t button) {
+    // Taken out first, because the completion may ask the next question.
     const AlertDescription alert = std::move(_waiting.front());
     _waiting.pop_front();
     if (alert.completion) alert.completion(kAlertFirstButton + static_cast<int>(button));

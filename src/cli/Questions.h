@@ -12,6 +12,8 @@ namespace zul::cli {
 
 class Questions {
   public:
+    /// Reads nothing until the first question. The queue must never be destroyed: the thread that reads uses it until
+    /// the process ends.
     explicit Questions(MainQueue& mainQueue) : _mainQueue(mainQueue) {}
 
     /// Shows the alert (title, message, buttons in order; the first is the default) and calls its completion with the
@@ -19,6 +21,7 @@ class Questions {
     void ask(AlertDescription alert);
     /// Prints an alert that needs no answer, headed by the name of its printer.
     static void show(const AlertDescription& alert);
+    /// While it is true, nothing else should be written to the terminal.
     bool isAsking() const { return !_waiting.empty(); }
     /// The terminal is gone: every question, pending or later, gets the answer that starts nothing.
     void close();

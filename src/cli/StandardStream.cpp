@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::size_t kMostGathered = 64 * 1024;     // bytes
 constexpr std::size_t kMostHandedOver = 1024 * 1024; // bytes; more than the updates of a whole fleet write
+// How long a flush waits for the reader. After one wait that was too short, flushes do not wait until the reader has
+// caught up.
 constexpr std::chrono::seconds kPatience{1};
 
 // Returns errno, 0 for success.

@@ -28,6 +28,7 @@ void UpdateAnswers::answer(AlertDescription alert) {
     case AlertKind::agreement:
         agree(std::move(alert));
         return;
+    // Both lead to a command that cannot be undone, so both need --yes.
     case AlertKind::confirmation:
     case AlertKind::loaderFound:
         confirm(std::move(alert));
@@ -43,6 +44,7 @@ void UpdateAnswers::answer(AlertDescription alert) {
         }
         return;
     default:
+        // All other kinds have one button.
         showAndPress(alert, kFirst);
         return;
     }

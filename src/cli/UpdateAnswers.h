@@ -11,6 +11,7 @@ namespace zul::cli {
 
 class UpdateAnswers {
   public:
+    /// All of these must outlive it.
     UpdateAnswers(const Options& options, const Output& output, UpdateDisplay& display, Questions& questions)
         : _options(options), _output(output), _display(display), _questions(questions) {}
 

@@ -21,6 +21,7 @@ constexpr auto kPlainRepeat = std::chrono::seconds(15); // between plain lines o
 
 std::size_t terminalWidth() {
     winsize size{};
+    // Asked for each line, because a terminal can be resized.
     return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 10 ? size.ws_col : 80;
 }
 
@@ -61,6 +62,7 @@ void UpdateDisplay::breakLine() {
 
 // Repeats a wait from time to time, so that the program does not look as if it hangs.
 bool UpdateDisplay::isNews(const UpdateState& state, Clock::TimePoint now) {
+    // A line is new when one of these parts differs from those of the last line.
     std::string shown = std::to_string(static_cast<int>(state.phase)) + '/' + std::to_string(state.table);
     if (state.phase == UpdatePhase::writing && state.bytesTotal > 0) {
         shown += '/' + std::to_string(100ULL * state.bytesDone / state.bytesTotal / kPlainStep);

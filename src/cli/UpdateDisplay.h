@@ -12,6 +12,7 @@ namespace zul::cli {
 
 class UpdateDisplay {
   public:
+    /// Writes a live line only where standard output is a terminal and --json is not given.
     explicit UpdateDisplay(const Output& output);
 
     /// Called at every change and every half second.

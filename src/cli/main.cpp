@@ -29,6 +29,7 @@ namespace {
 }
 
 bool wantsJson(int argc, char** argv) {
+    // Before the options are parsed: wrong usage has to be reported in the right form, too.
     return std::any_of(argv, argv + argc, [](const char* word) { return std::strcmp(word, "--json") == 0; });
 }
 

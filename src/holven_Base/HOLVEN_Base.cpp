@@ -114,6 +114,7 @@ std::string HOLVEN_Base::safeTempFile(std::int32_t* descriptor) {
     const std::filesystem::path folder = named && !named->empty() ? *named : "/tmp";
     const std::string unfilled = (folder / "XXXXXXXXXXXXXXXX").string();
     std::string path = unfilled;
+    // Makes the file, so that no other process can take the name first.
     const int file = ::mkostemp(path.data(), O_CLOEXEC);
     if (file < 0) {
         const int error = errno;
@@ -131,6 +132,7 @@ std::string HOLVEN_Base::safeTempFile(std::int32_t* descriptor) {
 }
 
 std::optional<std::string> HOLVEN_Base::firstFoundDirectoryType(StandardFolder kind, unsigned domainMask) {
+    // No bit means every domain, as callers without a preference pass 0.
     const unsigned domains = domainMask == 0 ? kAllDomains : domainMask;
     const auto found = std::ranges::find_if(
         kFolders, [&](const FolderRow& row) { return row.kind == kind && (row.domain & domains) != 0; });

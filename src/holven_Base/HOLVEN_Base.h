@@ -8,6 +8,7 @@
 
 namespace zul {
 
+/// The kinds of folders that firstFoundDirectoryType() finds.
 enum class StandardFolder {
     application,
     library,

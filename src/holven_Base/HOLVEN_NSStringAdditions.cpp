@@ -73,6 +73,7 @@ std::optional<std::string> decoded(const char* converterName, const std::uint8_t
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<UConverter, decltype(&ucnv_close)> converter(ucnv_open(converterName, &status), &ucnv_close);
     if (U_FAILURE(status)) return std::nullopt;
+    // Without this ICU would replace invalid bytes, and the text would look valid.
     ucnv_setToUCallBack(converter.get(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
     const icu::UnicodeString text(reinterpret_cast<const char*>(bytes), static_cast<std::int32_t>(length),
                                   converter.get(), status);

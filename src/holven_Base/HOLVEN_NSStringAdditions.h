@@ -42,10 +42,12 @@ std::optional<std::string> stringWithCString(const void* bytes, std::size_t maxL
 /// lone surrogate becomes the replacement character.
 std::string stringFromUTF16WithByteOrderMark(std::span<const std::uint8_t> bytes);
 
+/// May be combined.
 enum class CompareOptions : unsigned { none = 0, caseInsensitive = 1, backwards = 4, anchored = 8 };
 constexpr CompareOptions operator|(CompareOptions one, CompareOptions other) {
     return static_cast<CompareOptions>(static_cast<unsigned>(one) | static_cast<unsigned>(other));
 }
+/// Whether option is one of the combined options.
 constexpr bool contains(CompareOptions options, CompareOptions option) {
     return (static_cast<unsigned>(options) & static_cast<unsigned>(option)) != 0;
 }
@@ -54,7 +56,7 @@ constexpr bool contains(CompareOptions options, CompareOptions option) {
 struct TextRange {
     std::size_t location = 0;
     std::size_t length = 0;
-    std::size_t end() const { return location + length; }
+    std::size_t end() const { return location + length; } // of the first byte after the range
     friend bool operator==(const TextRange&, const TextRange&) = default;
 };
 

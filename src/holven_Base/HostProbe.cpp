@@ -47,6 +47,7 @@ std::optional<std::uint64_t> systemPageSize() {
 std::vector<std::uint32_t> memoryCounters() {
     const std::uint64_t page = systemPageSize().value_or(4096);
     std::vector<std::uint32_t> counters;
+    // The free pages first; callers refuse a list that is not complete.
     for (const char* name : {"MemFree", "Active", "Inactive", "Unevictable"}) {
         const auto kibibytes = valueInFile("/proc/meminfo", name, ':');
         if (!kibibytes) break;

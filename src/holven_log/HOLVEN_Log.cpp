@@ -18,6 +18,7 @@ namespace zul {
 namespace {
 
 constexpr const char* kDateFormat = "[YYYY/MM/dd HH:mm:ss.SSS Z]"; // YYYY is the week-based year; the format is fixed
+// Lines are kept until a file is set. Beyond this limit the oldest characters are dropped, some at a time.
 constexpr std::size_t kMostPendingCharacters = 1'000'000;
 constexpr std::size_t kTrimmedCharacters = 10'000;
 constexpr std::size_t kRowLength = 16;
@@ -82,6 +83,7 @@ void HOLVEN_Log::logLevel(int level, const std::string& message) {
         }
         if (!log.notifiesForUpdates) return;
         notification = {HOLVEN_LogFileDidUpdate, log.logFilePath, {{HOLVEN_LogFileAddedString, line}}};
+        // Copied, so that they are called without the lock: an observer may log.
         for (const auto& [id, observer] : log.observers) observers.push_back(observer);
     }
     for (const Observer& observer : observers) observer(notification);

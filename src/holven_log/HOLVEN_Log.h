@@ -52,9 +52,14 @@ class HOLVEN_Log : public HOLVEN_Base {
     /// rollLogFile() with 1 MiB.
     static void rollLogFileIfNecessary(const std::string& path);
 
+    /// Whether observers are called for each line that is written or kept; off at first.
     static void setShouldNotifyForLogUpdates(bool notify);
+    /// Whether messages go to standard error, too; on at first. Turn it off before setLogFile() to send the process's
+    /// standard error to the log file as well.
     static void setShouldLogToStdErr(bool log);
+    /// Whether lines of the file contain the application's name; off at first.
     static void setShouldLogAppName(bool log);
+    /// The name for those lines and for debug messages on standard error; the process's name at first.
     static void setApplicationName(const std::string& name);
 
     /// Whether the whole lower-cased text is an e-mail address.
@@ -64,12 +69,14 @@ class HOLVEN_Log : public HOLVEN_Base {
     /// never 0.
     using Observer = std::function<void(const LogNotification& notification)>;
     static std::uint32_t addObserver(Observer observer);
+    /// A call that is under way on another thread is not waited for. Unknown ids are ignored.
     static void removeObserver(std::uint32_t observer);
     /// For observers that need a receiver; does nothing.
     void logFileDidUpdate(const LogNotification& notification);
 
     /// The log's system calls, replaceable for tests.
     struct Outside {
+        /// Each must be set. They are called with the log's lock held, except sleepForEver and exit.
         std::function<std::chrono::system_clock::time_point()> now;
         std::function<void(const std::string& text)> standardError;
         std::function<void(const std::string& path)> reopenStandardError;

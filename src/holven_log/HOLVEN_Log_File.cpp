@@ -114,6 +114,7 @@ void HOLVEN_Log::rollLogFile(const std::string& path, const std::optional<std::s
     if (!lines) return; // a file that cannot be read is not truncated
     Data kept = contentsOfFile(old).value_or(Data{});
     kept.insert(kept.end(), lines->begin(), lines->end());
+    // The old file gets the lines of several rolls, so it needs a limit of its own.
     keepNewestLines(kept);
     if (writeSharedFile(old, kept)) {
         logText("Rolled previous log file into %s", old);

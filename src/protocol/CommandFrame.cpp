@@ -104,6 +104,7 @@ std::size_t payloadSizeForCommand(std::uint32_t code, std::size_t givenSize) {
 }
 
 std::string payloadSizeField(std::size_t size) {
+    // Blanks for a size that does not fit: cut digits would announce a shorter payload than the one that follows.
     if (size == 0 || size > kLargestSize) return std::string(kSizeDigits, ' ');
     const std::string digits = std::to_string(size);
     return std::string(kSizeDigits - digits.size(), '0') + digits;
@@ -122,6 +123,7 @@ Data commandFrame(std::uint32_t code, const Data* payload) {
     if (payload == nullptr) return frame;
     // These commands take eight bytes or none: a payload of another length is not sent in part.
     if (command->payload == Payload::eightExactly && payload->size() != size) return frame;
+    // A payload that is too short leaves blanks, which the frame is filled with.
     std::copy_n(payload->begin(), std::min(size, payload->size()), frame.begin() + kFrameHeaderSize);
     return frame;
 }

@@ -1,5 +1,5 @@
-// The shapes of replies: what each kind of answer may consist of. Called by the exchange of questions and answers, on
-// the command queue; pure functions over text.
+// The shapes of replies: the texts that each kind of answer may have. Called by QueryExchange on the command queue;
+// pure functions over text.
 #include "protocol/ReplyShapes.h"
 
 #include "platform/foundation/Data.h"
@@ -63,6 +63,7 @@ bool fitsStatus(std::string_view text) {
 }
 
 bool fitsFirmwareVersion(std::string_view text) {
+    // A checksum has letters and digits, too: it is the late answer to another query.
     const bool isChecksum = text.size() == kChecksumDigits && std::ranges::all_of(text, isHexadecimal);
     return std::ranges::any_of(text, isLetter) && std::ranges::any_of(text, isDigit) && !isChecksum;
 }
@@ -101,7 +102,9 @@ bool fitsShape(const std::optional<std::string>& text, ReplyShape shape) {
     if (!text) return false;
     if (shape == ReplyShape::anyText) return true;
     const std::string trimmed = trimmedWhitespaceAndNewlines(*text);
+    // A printer may have nothing to report, for example no serial number.
     if (trimmed.empty()) return true;
+    // No answer is as long, and none has control characters: that is the rest of another reply.
     if (trimmed.size() > kLongestText || std::ranges::any_of(trimmed, isControl)) return false;
     const bool hasBlank = trimmed.find(' ') != std::string::npos;
     switch (shape) {

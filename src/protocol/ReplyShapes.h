@@ -1,7 +1,7 @@
-// What a reply can look like as the answer to its question. Replies carry no mark of their question, so one that came
-// too late is read as the answer to the next; most of those are recognised by their shape. When in doubt a shape fits:
-// a reply that does not fit costs one repeated question, and what is repeated word for word is the printer's answer.
-// Pure functions, no printer needed. Any thread.
+// The form that a reply to a query can have. Replies carry no mark of their query, so one that came too late is read as
+// the reply to the next; most of those are recognised by their form. When in doubt a form fits: a reply that does not
+// fit costs one repeated query, and a reply that is repeated word for word is taken for the printer's answer. Pure
+// functions, no printer needed. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -53,6 +53,7 @@ static_assert(kStatusTexts.size() == 24 && std::ranges::is_sorted(kStatusTexts, 
 std::string textForStatus(const std::optional<std::string>& rawStatus) {
     if (rawStatus == kLoaderStatus) return "Firmware Update Mode";
     if (!rawStatus) return "<NULL>";
+    // The number alone decides: some printers add text after it ("01000 now").
     const std::int64_t code = integerValue(*rawStatus);
     const auto found = std::ranges::lower_bound(kStatusTexts, code, {}, &StatusText::code);
     return found == kStatusTexts.end() || found->code != code ? "Unknown Status" : std::string(found->text);

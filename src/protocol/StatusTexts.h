@@ -1,4 +1,4 @@
-// What a printer's status code means, as the operator reads it. Any thread.
+// The operator's texts of a printer's status codes. Any thread.
 #pragma once
 
 #include <optional>

@@ -43,6 +43,7 @@ std::vector<std::string> driversOf(const fs::path& devices, const std::string& l
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(devices, error)) {
         if (!entry.path().filename().string().starts_with(location + ":")) continue;
+        // Interfaces without a driver have no such link.
         const fs::path driver = fs::read_symlink(entry.path() / "driver", error);
         if (!error) drivers.push_back(driver.filename().string());
     }
@@ -78,6 +79,7 @@ std::vector<AttachedPrinter> attachedPrinters(const SystemFolders& folders) {
         const auto address = numberIn(entry.path() / "devnum", 10);
         if (!vendor || !product || !bus || !address) continue; // an interface, or a device that is being detached
         if (!productVendorIDs().contains(static_cast<std::uint16_t>(*vendor))) continue;
+        // For its key, which must be built like that of the bus.
         DeviceDescriptors device;
         device.busNumber = static_cast<std::uint8_t>(*bus);
         device.vendor = static_cast<std::uint16_t>(*vendor);

@@ -10,6 +10,7 @@
 
 namespace zul {
 
+/// One device, as the kernel reports it.
 struct AttachedPrinter {
     std::string key{};      // keyUSBdevice
     std::string location{}; // "1-2.4"

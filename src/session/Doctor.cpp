@@ -37,6 +37,7 @@ std::string queueOfLine(const std::string& line, const ExaminedPrinter& printer)
     if (!line.starts_with(kBegin) || colon == std::string::npos) return {};
     const std::string device = line.substr(colon + 2);
     const std::size_t serial = device.find("serial=");
+    // A queue without a serial number serves every printer of its model.
     const bool isModel = !printer.model.empty() && device.find(printer.model + "?") != std::string::npos;
     const bool isSerial = !printer.serial.empty() && serial != std::string::npos &&
                           device.compare(serial + 7, std::string::npos, printer.serial) == 0;
@@ -156,6 +157,7 @@ Check Doctor::holder(const ExaminedPrinter& printer) const {
     constexpr const char* kName = "holder";
     std::optional<InterfaceHolder> found;
     if (_options.reservation) found = _options.reservation(printer.key);
+    // The session was refused: look for the process now, because the earlier one may have ended.
     if (!found && printer.isHeldElsewhere) {
         found = probableHolder(processesWithOpen(_options.folders, printer.node), InterfaceHolder::Kind::process);
     }
@@ -170,6 +172,7 @@ Check Doctor::printQueue(const ExaminedPrinter& printer) const {
     if (devices.status == 127) {
         return checkOf(printer, kName, CheckState::ok, localizedFormat("there is no print service"));
     }
+    // A disabled queue sends no job, so it cannot take the printer.
     const std::string states = run(lpstat("-p")).output;
     std::istringstream lines(devices.output);
     for (std::string line; std::getline(lines, line);) {

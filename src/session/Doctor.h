@@ -21,6 +21,7 @@ namespace zul {
 class FirmwareArchive;
 class UpdateHistory;
 
+/// The result of one check.
 enum class CheckState {
     ok,
     warning, // works, but may disturb updates or printing
@@ -31,6 +32,7 @@ enum class CheckState {
 /// "ok", "warning", "problem", "unknown": the names in JSON, never translated.
 const char* nameOfCheckState(CheckState state);
 
+/// One line of the diagnosis.
 struct Check {
     std::string name{};    // from the fixed list, never translated: "udev-rule"
     std::string printer{}; // the key of the examined printer; empty: the machine
@@ -57,6 +59,7 @@ struct ExaminedPrinter {
     bool isHeldElsewhere = false; // the session found it in use
 };
 
+/// The end of a command that a check has run.
 struct CommandResult {
     int status = 0; // 127: no such program
     std::string output{};
@@ -90,6 +93,7 @@ struct DoctorOptions {
 /// For one examination, on one thread that may block.
 class Doctor {
   public:
+    /// Examines nothing yet.
     explicit Doctor(DoctorOptions options);
 
     /// Runs every check in its fixed order. Checks of the machine yield one entry (one per interrupted update), checks

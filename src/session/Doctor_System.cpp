@@ -72,6 +72,7 @@ Check Doctor::udevRule() const {
     if (coversOurPrinters(found.front())) {
         return {kName, {}, CheckState::ok, localizedFormat("the udev rule is %s", found.front().string()), {}};
     }
+    // udev reads only the first file of a name; a good one in a later folder has no effect.
     const auto good = std::find_if(found.begin(), found.end(), coversOurPrinters);
     if (good != found.end()) {
         return {kName,
@@ -108,6 +109,7 @@ Check Doctor::stateFolder() const {
                 localizedFormat("%s is not a folder", folder.string()),
                 "mv " + shellWord(folder.string()) + " " + shellWord(folder.string() + ".old")};
     }
+    // Both are checked: the folder may be writable, and a history that root has made not.
     for (const fs::path& file : {folder, _options.stateFolder / "history.sqlite"}) {
         if (!fs::exists(file, error) || mayUse(file.string())) continue;
         return {kName,
@@ -135,6 +137,7 @@ Check Doctor::loginService() const {
 Check Doctor::ippUsb(const std::vector<ExaminedPrinter>& printers) const {
     if (_options.areEmbedded) return notApplicable(kIppUsb);
     for (const ExaminedPrinter& printer : printers) {
+        // An embedded printer has no node that another process could open.
         if (printer.node.empty()) continue;
         const auto processes = processesWithOpen(_options.folders, printer.node);
         const auto found = std::ranges::find(processes, kIppUsb, &FoundProcess::name);
@@ -185,6 +188,7 @@ std::vector<Check> Doctor::interruptedUpdates(const std::vector<ExaminedPrinter>
         const auto isThis = [&](const ExaminedPrinter& one) {
             return isSamePrinter({.key = one.key, .model = one.model, .serial = one.serial}, record);
         };
+        // An update cannot be recommended for a printer that is not there.
         if (std::ranges::none_of(printers, isThis)) {
             check.text = localizedFormat("%s. The printer is not attached: attach it and start its update again. If it "
                                          "is gone for good, run this command.",

@@ -37,6 +37,7 @@ std::optional<SessionProblem> parsePrinters(const SessionOptions& options, Locat
 std::optional<SessionProblem> makeEmbeddedPrinters(const SessionOptions& options, MainQueue& mainQueue, Clock& clock,
                                                    std::unique_ptr<VirtualBus>& bus) {
     auto journal = std::make_shared<VirtualJournal>(clock);
+    // Before the printers: a test that names a journal must not run without it.
     if (!options.journalFile.empty() && !journal->writeTo(options.journalFile)) {
         return SessionProblem{
             localizedFormat("cannot write the journal %s. Name a file that can be written.", options.journalFile)};
@@ -46,6 +47,7 @@ std::optional<SessionProblem> makeEmbeddedPrinters(const SessionOptions& options
     if (auto problem = parsePrinters(options, taken, printers)) return problem;
     bus = std::make_unique<VirtualBus>(mainQueue, clock, journal);
     for (VirtualPrinterSettings& printer : printers) {
+        // After all explicit locations are known, whatever the order of the options.
         if (!printer.location) printer.location = VirtualBus::firstFreeLocation(taken);
         taken.insert(*printer.location);
         bus->add(printer);

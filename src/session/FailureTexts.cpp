@@ -44,6 +44,7 @@ std::string openFailureText(const std::string& printer, IOReturn code, const std
 
 std::string openFailureText(const TBUSBPrinter& printer, IOReturn code, const SystemFolders& folders) {
     if (code != kIOReturnNotPrivileged) return openFailureText(nameOf(printer), code, {});
+    // The printer's own node is open, so only a node of the kernel's driver can have been refused.
     std::string nodes;
     for (const std::string& node : printerDriverNodes(folders, printer.locationText())) {
         nodes += (nodes.empty() ? "" : ", ") + node;

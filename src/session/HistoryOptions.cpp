@@ -10,6 +10,7 @@ UpdateHistoryOptions historyOptions(const SessionOptions& options) {
     UpdateHistoryOptions history;
     // Without a state folder there is no history; never use the working directory instead.
     if (!options.virtualPrinters.empty() && !history.folder.empty()) history.folder /= "embedded";
+    // The machine's clock, not the session's: commands read the history without a session.
     history.wallTime = [] {
         using namespace std::chrono;
         return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();

@@ -50,6 +50,7 @@ int keepAnswer(sd_bus_message* message, void* context, sd_bus_error* /*error*/) 
     }
     int descriptor = -1; // owned by the message
     if (sd_bus_message_has_signature(message, "h") > 0 && sd_bus_message_read(message, "h", &descriptor) > 0) {
+        // Its own copy, above the standard streams and closed in child processes: an inherited one would keep the lock.
         answer.descriptor = ScopedFd(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
     }
     return 0;
@@ -72,6 +73,7 @@ int openBus(const std::string& address, Bus& bus) {
 // Processes the connection until the reply has arrived or the deadline has passed. Returns a code of the library.
 int waitForAnswer(sd_bus* bus, const Answer& answer, steady_clock::time_point deadline) {
     while (!answer.isThere) {
+        // Without a limit of its own: it returns 0 when it would have to wait.
         if (const int code = sd_bus_process(bus, nullptr); code != 0) {
             if (code < 0) return code;
             continue;
@@ -156,6 +158,7 @@ LoginLock takeLoginLock(const LoginServiceOptions& options, const std::string& w
         result.lock = std::move(answer.descriptor);
         result.problem = conversation.problem();
         if (result.problem.empty()) result.problem = problemOfAnswer(answer);
+        // Only a refusal is tried again with less; a service that is missing is missing for both.
         if (result.lock || !isRefusal(answer.errorName)) break;
     }
     if (!result.lock && result.problem.empty()) {
@@ -166,6 +169,7 @@ LoginLock takeLoginLock(const LoginServiceOptions& options, const std::string& w
 
 std::string loginServiceProblem(const LoginServiceOptions& options) {
     Conversation conversation(options);
+    // Every service answers this without a permission, and it starts a service that is not running.
     const Answer answer = conversation.ask("org.freedesktop.DBus.Peer", "Ping", [](sd_bus_message*) { return 0; });
     const std::string problem = conversation.problem();
     return problem.empty() ? problemOfAnswer(answer) : problem;

@@ -56,6 +56,7 @@ json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
 
 std::string conditionText(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
     const auto holder = supervisor.holder(printer.keyUSBdevice());
+    // The holder first: while another process uses the printer, the other conditions cannot be acted on.
     std::string condition = holder ? describeHolder(*holder) : supervisor.interruptedText(printer);
     if (condition.empty() && supervisor.isNotAnswering(printer.keyUSBdevice())) {
         condition = localizedFormat("gives no valid answers, switch it off and on");

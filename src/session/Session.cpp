@@ -56,9 +56,10 @@ Session::Session(SessionOptions options, AlertOutlet& alerts, ApplicationOutlet&
                                                        .events = &_events,
                                                        .admittedProductIDs = options.admittedProducts},
       _options(std::move(options)), _unusable(registry, _options.admittedProducts) {
-    // Whoever names the sample archive explicitly knows what it is: a test bench.
+    // A user who names the sample archive explicitly knows what it is: this is a test bench.
     _areSamplesWithheld = _options.virtualPrinters.empty() && _options.firmwareArchive.empty() &&
                           readFirmwareDigests(bundle.archiveFolder()).isSample;
+    // Withheld from the whole run, not only from the action: a printer found in its loader could be updated otherwise.
     if (_areSamplesWithheld) bundle.withholdArchive();
 }
 
@@ -110,6 +111,7 @@ void Session::endBus() {
         for (const Printer& printer : printers()) _realBus->setKept(printer->locationNumber(), false);
     }
     if (_bus) _bus->stop();
+    // The process may end right after this call.
     recorder.flush();
 }
 
@@ -117,6 +119,7 @@ std::optional<SessionProblem> Session::makeBus() {
     if (_options.virtualPrinters.empty()) {
         LibusbBusOptions busOptions;
         busOptions.reservations = &locks;
+        // Only the printers that this run uses: the nodes of all others stay closed.
         busOptions.readsIdentityAhead = [this](std::uint16_t vendor, std::uint16_t product) {
             return productVendorIDs().contains(vendor) &&
                    (acceptedProductIDs().contains(product) || _options.admittedProducts.contains(product));
@@ -141,10 +144,12 @@ std::optional<SessionProblem> Session::start(TBPrinters::Outlets outlets) {
     controller = std::make_shared<TBPrinters>(environment, std::move(outlets));
     controller->init();
     watchServices();
+    // After watchServices(), because the start announces what is attached.
     if (const IOReturn code = _bus->start(registry); code != kIOReturnSuccess) {
         logText("the USB bus cannot be watched: %s\n", strForIOReturn(code));
         return SessionProblem{.message = busFailureText(code), .code = strForIOReturn(code)};
     }
+    // Read in parallel with the first queries; whenEnumerated() waits for both.
     supervisor.readInterrupted([this] { historyIsRead(); });
     controller->awakeFromNib();
     controller->applicationDidFinishLaunching();
@@ -187,6 +192,7 @@ std::optional<InterfaceHolder> Session::whileReserved(const Printer& printer, co
     if (result.isRefused()) return result.holder;
     if (!result.problem.empty() && _observer != nullptr) _observer->noteDidArise(result.problem);
     action();
+    // Held until the commands that action has queued are done.
     auto lock = std::make_shared<std::optional<PrinterLock>>(std::move(result.lock));
     afterQueues({printer}, [lock] { lock->reset(); });
     return std::nullopt;
@@ -221,7 +227,7 @@ std::optional<PrinterLock> Session::takeClaim(const std::string& key) {
     return claim ? std::optional(std::move(claim.mapped())) : std::nullopt;
 }
 
-// Nor is one that has restarted for its update; its lock ends here.
+// A printer that has restarted for its update is not claimed any more: its lock ends here.
 void Session::returnClaim(const std::string& key, PrinterLock lock) {
     const Printer printer = printerWithKey(key);
     if (!printer || printer->ownership() != Ownership::thisProgram) return;
@@ -274,6 +280,7 @@ std::vector<std::string> Session::unusablePrinters() const {
 }
 
 void Session::afterQueues(const std::vector<Printer>& all, Block block) {
+    // One more than the queues, so that the block runs also without any, and never inside this call.
     auto left = std::make_shared<std::size_t>(1);
     auto done = std::make_shared<Block>(std::move(block));
     const auto countDown = [left, done] {
@@ -283,6 +290,7 @@ void Session::afterQueues(const std::vector<Printer>& all, Block block) {
         const auto queue = printer->printerCommandQueue();
         if (!queue) continue; // already queried, inline
         ++*left;
+        // Counted down on the main queue only, so the counter needs no lock.
         queue->async([this, countDown] { mainQueue.async(countDown); });
     }
     mainQueue.async(countDown);

@@ -62,6 +62,7 @@ class Session {
     /// Returns the printers to the kernel's driver, except those that must not be interrupted.
     void endBus();
 
+    /// The attached printers, in the order of their rows; empty before start().
     std::vector<Printer> printers() const { return controller->printers(); }
     /// The objects of the attached printer with this key: one for each of its printer interfaces.
     std::vector<Printer> printersWithKey(const std::string& key) const;
@@ -93,6 +94,7 @@ class Session {
     /// Passes events of printers that cannot be used to the hints, all others to the supervisor.
     class EventRouter final : public PrinterEventsOutlet {
       public:
+        /// Part of the session, which outlives it.
         explicit EventRouter(Session& session) : _session(session) {}
         void printerEvent(const PrinterEvent& event) override;
 

@@ -25,6 +25,7 @@ std::optional<std::uint16_t> productNumber(const std::string& text) {
 } // namespace
 
 bool SessionOptions::asksForVirtualHelp() const {
+    // In any place among several --virtual.
     return std::ranges::find(virtualPrinters, "help") != virtualPrinters.end();
 }
 

@@ -12,6 +12,7 @@ class App;
 
 namespace zul {
 
+/// Empty texts: the option was not given.
 struct SessionOptions {
     std::vector<std::string> virtualPrinters;
     std::string firmwareArchive;

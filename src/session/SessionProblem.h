@@ -5,6 +5,7 @@
 
 namespace zul {
 
+/// Shown to the user before the program ends with an exit status.
 struct SessionProblem {
     std::string message; // what is wrong, and what to do
     bool isWrongUsage = false;

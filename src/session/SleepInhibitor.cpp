@@ -37,6 +37,7 @@ SleepInhibitor::SleepInhibitor(LoginServiceOptions options, std::function<void()
 SleepInhibitor::~SleepInhibitor() {
     setHeld(false);
     const std::scoped_lock lock(_shared->mutex);
+    // Under the mutex: after this line no request on its thread calls it any more.
     _shared->changed = nullptr;
 }
 

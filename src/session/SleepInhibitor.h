@@ -10,6 +10,7 @@
 
 namespace zul {
 
+/// What has become of the request for the lock.
 enum class InhibitorState {
     idle,       // not requested
     asking,     // requested, no reply yet
@@ -32,6 +33,7 @@ class SleepInhibitor {
     void setHeld(bool isHeld);
     /// True while the lock is requested, even if the system has no service for it.
     bool isWanted() const;
+    /// For displays and tests; the update does not depend on it.
     InhibitorState state() const;
     /// Why the lock is unavailable, without a full stop; otherwise empty.
     std::string problem() const;

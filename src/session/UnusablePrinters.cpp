@@ -24,6 +24,7 @@ std::string UnusablePrinters::add(const PrinterEvent& event) {
     return one.hint;
 }
 
+// Called after each arrival and departure; a printer that is plugged in again gets a new event.
 void UnusablePrinters::forgetDeparted() {
     std::erase_if(_printers, [this](const Unusable& one) { return !isAttached(one); });
 }

@@ -13,6 +13,7 @@ namespace zul {
 
 class UnusablePrinters {
   public:
+    /// registry: shows which of them are still attached; must outlive this object.
     UnusablePrinters(ServiceRegistry& registry, std::set<std::uint16_t> admittedProducts)
         : _registry(registry), _admittedProducts(std::move(admittedProducts)) {}
 

@@ -44,6 +44,7 @@ void AlertPresenter::beginAlert(AlertDescription alert) {
 void AlertPresenter::dismissAll() {
     _waiting.clear();
     for (const Shown& one : std::exchange(_shown, {})) {
+        // Otherwise its end would be taken for an answer.
         one.box->disconnect(this);
         delete one.box;
     }
@@ -74,6 +75,7 @@ void AlertPresenter::show(const AlertDescription& alert) {
 void AlertPresenter::finish(AlertBox* box) {
     const auto found = std::ranges::find(_shown, box, &Shown::box);
     if (found == _shown.end()) return;
+    // Out of the list first, because the completion may raise the next alert.
     const auto completion = std::move(found->completion);
     _shown.erase(found);
     const int answer = box->answer();

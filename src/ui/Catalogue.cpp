@@ -34,6 +34,7 @@ void useCatalogues(const std::filesystem::path& localeFolder) {
 
 std::string catalogueLanguage() {
     static constexpr std::string_view kField = "Language: ";
+    // The header of the catalogue that gettext has chosen names its language.
     const std::string header = dgettext(kTextDomain, "");
     const auto at = header.find(kField);
     if (at == std::string::npos) return "";

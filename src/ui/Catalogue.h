@@ -9,6 +9,7 @@
 
 namespace zul::ui {
 
+/// The name of the catalogues' files.
 inline constexpr const char* kTextDomain = "zul-printer-utility";
 
 /// Makes Bundle translate with the catalogues of this folder (LANGUAGE/LC_MESSAGES/zul-printer-utility.mo), into the

@@ -84,6 +84,7 @@ void DetailsPane::showPrinter(const std::shared_ptr<TBUSBPrinterZUL>& printer) {
 void DetailsPane::copySelection() const {
     QModelIndexList cells = selectionModel()->selectedIndexes(); // in the order in which they were selected
     if (cells.isEmpty()) return;
+    // By row, then by column, as they are on the screen.
     std::sort(cells.begin(), cells.end());
     QString text;
     for (qsizetype i = 0; i < cells.size(); ++i) {

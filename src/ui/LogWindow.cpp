@@ -26,6 +26,7 @@ namespace zul::ui {
 
 namespace {
 
+// Without a limit a program that runs for weeks would fill the memory.
 constexpr std::size_t kMostLines = 20000;
 
 struct LevelRow {
@@ -56,6 +57,7 @@ LogWindow::LogWindow(MainQueue& mainQueue) {
     setWindowTitle(localized(operatorText("Log")));
     setAccessibleName(windowTitle());
     makeWidgets();
+    // Off by default, because a program without a log window needs no notices.
     HOLVEN_Log::setShouldNotifyForLogUpdates(true);
     _observer = HOLVEN_Log::addObserver([&mainQueue, window = QPointer(this)](const LogNotification& notification) {
         const auto added = notification.userInfo.find(HOLVEN_LogFileAddedString);

@@ -25,6 +25,7 @@ class LogWindow final : public QDialog {
     /// Collects lines from now on, also while it is not shown. It has no parent: a sheet on the main window blocks all
     /// windows that belong to it, and the log must be readable while a question is shown.
     explicit LogWindow(MainQueue& mainQueue);
+    /// Ends the observation; texts that are posted already are dropped.
     ~LogWindow() override;
 
   protected:

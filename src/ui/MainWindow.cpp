@@ -75,6 +75,7 @@ TBPrinters::Outlets MainWindow::outlets() {
 
 void MainWindow::begin() {
     localizeWidgets();
+    // After the texts are translated, whose lengths decide the widths.
     _layout->restore(_ui->toolbar->sizeHint().width());
     _alerts.setWindow(this, _session.mainQueue);
     _ui->updates->follow(_supervisor);
@@ -191,6 +192,7 @@ void MainWindow::updateDidChange(const std::string& /*key*/) {
 void MainWindow::updateDidEnd(const std::string& /*key*/) {
     _model.refreshAll(); // an interrupted update may be complete now
     updatesChanged();
+    // The system has asked for the end while this update could not be interrupted.
     if (_isEndAsked && !_supervisor.isAnyBetweenCommands()) _application.endNow();
 }
 

@@ -42,9 +42,11 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
 
     // WindowOutlet
     std::string title() const override { return windowTitle().toStdString(); }
+    /// Called by the engine's controller with the program's name.
     void setTitle(const std::string& title) override;
 
     // SessionObserver
+    /// Each refreshes the part of the window that shows it; they may come many times a second.
     void updateDidChange(const std::string& key) override;
     void updateDidEnd(const std::string& key) override;
     void conditionsMayHaveChanged() override;

@@ -132,6 +132,7 @@ void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
                       [this, key = printer->keyUSBdevice()] {
                           const auto attached =
                               _session.printerWithKey(key); // another object if it was attached again meanwhile
+                          // The update may have continued or ended while the question was shown.
                           if (!attached || !_supervisor.mayGetSecondImage(key)) return;
                           _supervisor.begin(attached, UpdateSupervisor::Equal::install);
                       });
@@ -207,6 +208,7 @@ void MainWindow::showAbout() {
 
 // Closing the window is the operator's request to end the program. The window stays open until that is decided.
 void MainWindow::closeEvent(QCloseEvent* event) {
+    // The toolkit would hide the window at once.
     event->ignore();
     if (_session.controller->applicationShouldTerminateAfterLastWindowClosed(&_application)) quitAsked();
 }

@@ -50,6 +50,7 @@ void applyItems(const std::vector<MenuItem>& items, const QList<QAction*>& actio
             action->setText(qtext(item.title));
             action->setIconText(withoutAccessKey(qtext(item.title)));
             action->setToolTip(qtext(item.toolTip));
+            // Kept a second time, because the tool tip of a disabled action is replaced by the reason.
             action->setStatusTip(qtext(item.toolTip));
         }
     }

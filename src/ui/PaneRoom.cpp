@@ -31,6 +31,7 @@ void PaneRoom::restore(const QByteArray& state) {
 
 QByteArray PaneRoom::state() {
     giveBack();
+    // Without the room of the updates, which are not there at the next start.
     return _splitter.saveState();
 }
 

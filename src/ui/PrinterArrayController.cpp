@@ -19,6 +19,7 @@ void PrinterArrayController::bindTo(MainQueue& mainQueue, const std::shared_ptr<
 }
 
 void PrinterArrayController::contentDidChange(const std::vector<Printer>& content) {
+    // The view selects another row by itself when the selected one is removed; the selection is decided below.
     _table.changeQuietly([&] { _model.setPrinters(content); });
     Q_EMIT contentChanged();
     if (_selection && _model.rowOf(_selection.get()) >= 0) {

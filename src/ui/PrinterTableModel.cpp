@@ -43,6 +43,7 @@ PrinterTableModel::PrinterTableModel(MainQueue& mainQueue, QObject* parent)
 // ---- rows -----------------------------------------------------------------------------------------------------------
 
 void PrinterTableModel::setPrinters(const std::vector<Printer>& printers) {
+    // From the end, so that the numbers of the remaining rows stay valid.
     for (int row = static_cast<int>(_rows.size()) - 1; row >= 0; --row) {
         if (std::ranges::find(printers, printer(row)) != printers.end()) continue;
         beginRemoveRows({}, row, row);
@@ -121,8 +122,7 @@ void PrinterTableModel::setPalette(const QPalette& palette) {
     if (!_rows.empty()) Q_EMIT dataChanged(index(0, picture), index(rowCount() - 1, picture));
 }
 
-// ---- queries of the view
-// -------------------------------------------------------------------------------------------------
+// ---- queries of the view --------------------------------------------------------------------------------------------
 
 void PrinterTableModel::setTitle(int column, const QString& title) {
     _titles[static_cast<std::size_t>(column)] = title;

@@ -20,6 +20,7 @@ class PrinterTableModel final : public QAbstractTableModel {
 
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
+    /// In the order of the table's columns before the operator moves them.
     enum Column {
         picture,
         model,

@@ -36,6 +36,7 @@ QString writeReport(const std::vector<std::shared_ptr<TBUSBPrinterZUL>>& printer
     const std::pair<QString, QByteArray> contents[] = {{files.text, text.toUtf8()},
                                                        {files.json, QByteArray::fromStdString(json)}};
     for (const auto& [path, bytes] : contents) {
+        // Replaces an earlier report only when the new one is complete.
         QSaveFile saved(path);
         if (!saved.open(QIODevice::WriteOnly) || saved.write(bytes) != bytes.size() || !saved.commit()) {
             return path + ": " + saved.errorString() + ". " + localized("Choose a folder that can be written to.");

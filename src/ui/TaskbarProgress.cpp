@@ -9,6 +9,7 @@ namespace zul::ui {
 
 void TaskbarProgress::show(bool isVisible, double progress) {
     const int percent = static_cast<int>(progress * 100);
+    // Updates change several times a second; the desktop is notified of visible changes only.
     if (isVisible == _isVisible && (!isVisible || percent == _percent)) return;
     _isVisible = isVisible;
     _percent = percent;

@@ -51,6 +51,7 @@ void UpdatePanel::showUpdates() {
         }
         _cards->removeWidget(card->second);
         card->second->hide();
+        // Not at once: the card may be handling an event.
         card->second->deleteLater();
         card = _cardOfKey.erase(card);
     }
@@ -71,6 +72,7 @@ void UpdatePanel::showUpdates() {
     }
     setVisible(!_cardOfKey.empty());
     const int wanted = wantedHeight();
+    // Only when it differs: making room moves the other panes.
     if (std::exchange(_wanted, wanted) != wanted) Q_EMIT roomChanged();
 }
 

@@ -20,6 +20,7 @@ WindowProgram::~WindowProgram() {
 
 std::optional<SessionProblem> WindowProgram::start() {
     if (auto problem = _session->start(_window->outlets())) return problem;
+    // After the session's start, which records the version that the window shows.
     _window->begin();
     _application.setQuitAsked([this] { _window->quitAsked(); });
     return std::nullopt;

@@ -16,6 +16,7 @@ class WindowProgram {
   public:
     /// end: leaves the event loop. clock: the machine's own if null; a given one must outlive the program.
     WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock = nullptr);
+    /// For tests: a program's process ends without it.
     ~WindowProgram();
 
     /// Finds the printers and shows the window. Returns the problem that prevents it, or nullopt.

@@ -25,6 +25,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
+// flock() cannot wait with a limit, so the lock is tried again after this pause: short against the longest wait.
 constexpr milliseconds kHoldPause{10};
 
 // What each version of the tables adds to the one before. Never change a step that has been released: files that were
@@ -108,6 +109,7 @@ void FolderHold::change(Kind kind) {
     const auto deadline = std::chrono::steady_clock::now() + _longestWait;
     while (::flock(_folder.get(), (kind == Kind::alone ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0) {
         _isHeld = false;
+        // The file system has no such locks: the history is used without one.
         if (errno != EWOULDBLOCK && errno != EINTR) return;
         if (std::chrono::steady_clock::now() >= deadline) {
             throw HistoryFailure{.reason = localizedFormat("another program is using it")};
@@ -132,6 +134,7 @@ HistoryDatabase::HistoryDatabase(const fs::path& file, Missing missing, millisec
         open(missing);
         makeTables();
     }
+    // Off by default in SQLite: with it the details of a removed record are removed, too.
     execute("PRAGMA foreign_keys = ON");
 }
 
@@ -144,9 +147,11 @@ void HistoryDatabase::open(Missing missing) {
     const int code = sqlite3_open_v2(_file.c_str(), &connection, flags, nullptr);
     _connection.reset(connection); // must be closed even if the file could not be opened
     check(code);
+    // For locks of processes that use the file at the same time under the shared lock of the folder.
     sqlite3_busy_timeout(connection, static_cast<int>(_longestWait.count()));
     _number = numberOfFile(_file);
     const std::int64_t version = schemaVersion();
+    // A newer file is not changed: this program would not fill what the newer one expects.
     if (version > kSchemaVersion) throw HistoryFailure{.kind = HistoryFailure::Kind::newer};
     _isThere = version > 0 || missing == Missing::isCreated;
     // A commit must survive a power cut: the record shows that the cut interrupted an update.
@@ -159,6 +164,7 @@ std::int64_t HistoryDatabase::schemaVersion() {
 }
 
 void HistoryDatabase::makeTables() {
+    // Readers then never wait for a writer. The mode is kept in the file; it cannot be changed inside a transaction.
     execute("PRAGMA journal_mode = WAL");
     Transaction transaction(*this);
     for (std::int64_t version = schemaVersion(); version < kSchemaVersion; ++version) {
@@ -170,6 +176,7 @@ void HistoryDatabase::makeTables() {
 
 // Throws what an SQLite result code means, with the system's reason where there is one.
 void HistoryDatabase::fail(int code) const {
+    // The low byte is the error; the bits above it distinguish SQLite's own reasons.
     const int kind = code & 0xFF;
     if (kind == SQLITE_NOTADB || kind == SQLITE_CORRUPT) {
         throw HistoryFailure{HistoryFailure::Kind::damaged, localizedFormat("it is damaged"), _number};
@@ -213,6 +220,7 @@ HistoryDatabase::Statement& HistoryDatabase::Statement::bind(int parameter, std:
 }
 
 HistoryDatabase::Statement& HistoryDatabase::Statement::bind(int parameter, const std::string& text) {
+    // A serial number comes from a printer and may contain any bytes.
     const std::string repaired = repairedUTF8(text);
     _database.check(sqlite3_bind_text64(_statement.get(), parameter, repaired.data(), repaired.size(), SQLITE_TRANSIENT,
                                         SQLITE_UTF8));
@@ -265,6 +273,7 @@ HistoryDatabase::Transaction::Transaction(HistoryDatabase& database) : _database
 }
 
 HistoryDatabase::Transaction::~Transaction() {
+    // A failure needs no answer: closing the connection ends the transaction as well.
     if (_isOpen) sqlite3_exec(_database._connection.get(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
@@ -277,6 +286,7 @@ fs::path putDamagedHistoryAside(const fs::path& file, std::uint64_t number, std:
                                 milliseconds longestWait) {
     const FolderHold hold(file.parent_path(), FolderHold::Kind::alone, longestWait);
     if (!hold.isHeld()) throw HistoryFailure{.reason = localizedFormat("another program may be using it")};
+    // Under the exclusive lock: only now it is certain which file has the name.
     if (numberOfFile(file) != number) return {};
     const fs::path kept = freePathLike(file.string() + ".damaged" + (time != 0 ? stampOf(time) : ""));
     // Rename the journal first: SQLite would use a journal that it finds beside a new file.

@@ -87,6 +87,7 @@ class HistoryDatabase {
 
       private:
         struct Finalize {
+            /// Ends the statement, also in the middle of its rows.
             void operator()(sqlite3_stmt* statement) const;
         };
         Statement& bindNull(int parameter);
@@ -118,6 +119,7 @@ class HistoryDatabase {
 
   private:
     struct Close {
+        /// Closes the connection after its last statement.
         void operator()(sqlite3* connection) const;
     };
     void open(Missing missing);

@@ -13,7 +13,7 @@ namespace zul {
 /// The longest reply in bytes, including its line end.
 inline constexpr std::size_t kLongestLockAnswer = 4096;
 
-/// Who holds a lock and for what. It comes from another process: display it, but do not trust it.
+/// The holder of a lock and its activity. It comes from another process: display it, but do not trust it.
 struct LockAnswer {
     std::string program{}; // "zulctl", "zul-printer-utility"
     int pid = 0;           // 0 if not known

@@ -95,6 +95,7 @@ bool LockService::Core::start(const std::shared_ptr<Core>& core) {
     if (!core->epoll) return false;
     if (!core->wakeEvent) {
         ScopedFd event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        // Kept only when both steps have succeeded, so that a later call can try again.
         if (!event || !core->listen(event.get(), EPOLLIN, kWakeId)) return false;
         core->wakeEvent = std::move(event);
     }
@@ -113,6 +114,7 @@ void LockService::Core::run(const std::shared_ptr<Core>& core) {
     bool mustReconnect = false;
     for (;;) {
         std::array<epoll_event, 16> events{};
+        // An interrupted wait returns -1: then no event is handled, and the wait begins again.
         const int count = ::epoll_wait(core->epoll.get(), events.data(), static_cast<int>(events.size()),
                                        mustReconnect ? kReconnectPause : -1);
         bool isExhausted = false;
@@ -126,6 +128,7 @@ void LockService::Core::run(const std::shared_ptr<Core>& core) {
             mustReconnect = core->connectWatches(released);
         }
         for (const auto& callback : released) callback();
+        // The connection is still waiting at the listener: without a pause this loop would run without end.
         if (isExhausted) ::poll(nullptr, 0, kRefusedPause);
     }
 }
@@ -183,6 +186,7 @@ void LockService::Core::makeRoom() {
 bool LockService::Core::connectWatches(Callbacks& released) {
     bool mustReconnect = false;
     for (auto entry = watches.begin(); entry != watches.end();) {
+        // Advanced first, because the current watch may be erased below.
         const auto current = entry++;
         Watch& watch = current->second;
         if (watch.socket) continue;

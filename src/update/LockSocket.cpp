@@ -20,6 +20,7 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+// Between two attempts to reach a holder whose queue is full or whose lock has just ended.
 constexpr milliseconds kRetryPause{10};
 // Close on exec: a program that the holder starts must not keep the lock.
 constexpr int kSocketType = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
@@ -129,6 +130,7 @@ std::string programOfProcess(int pid) {
     const std::string folder = "/proc/" + std::to_string(pid);
     std::string name = firstLineOfFile(folder + "/comm");
     // The kernel keeps 15 bytes of the name; the command line has the rest.
+    // "zul-printer-utility" is longer.
     if (name.size() == 15) {
         std::string started = textOfFile(folder + "/cmdline");
         started.resize(std::min(started.find('\0'), started.size())); // without the arguments

@@ -17,6 +17,7 @@ namespace zul {
 
 namespace {
 
+// Between two attempts to take a lock that another process is just taking or releasing.
 constexpr int kRetryPause = 5; // ms
 
 InterfaceHolder holderOf(const LockAnswer& answer) {
@@ -42,6 +43,7 @@ PrinterLock::PrinterLock(std::shared_ptr<LockService> service, std::uint64_t id,
     : _service(std::move(service)), _id(id), _unixTime(std::move(unixTime)) {}
 
 PrinterLock& PrinterLock::operator=(PrinterLock&& other) noexcept {
+    // Otherwise the lock would be released before it is moved.
     if (this == &other) return *this;
     release();
     _service = std::move(other._service);
@@ -91,6 +93,7 @@ PrinterLocks::Result PrinterLocks::tryLock(const std::string& deviceKey, const s
             return {.lock = PrinterLock(_service, id, _options.unixTime)};
         }
         if (listener.error != EADDRINUSE) return {.problem = problemOf(listener.error)};
+        // The operator has to read which process it is, so its reply is waited for.
         if (const auto answer = askHolder(*address, _options.answerTimeout)) return {.holder = holderOf(*answer)};
         // The lock was released meanwhile; or a process is taking it, and cannot be asked before it listens.
         if (std::chrono::steady_clock::now() >= deadline) return {.holder = holderOf({})};

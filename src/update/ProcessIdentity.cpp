@@ -25,6 +25,7 @@ std::uint64_t beginOfProcess(int pid) {
     std::string state, skipped;
     fields >> state;
     if (state == "Z" || state == "X") return 0;
+    // The start time is field 22; the state, which was read above, is field 3.
     for (int field = 4; field < 22; ++field) fields >> skipped;
     std::uint64_t begun = 0;
     fields >> begun;

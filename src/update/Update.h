@@ -38,6 +38,7 @@ struct Update {
     // the alerts stay with this one.
     std::weak_ptr<TBUSBPrinterZUL> printer;
 
+    /// It has no verdict yet, or was opened again.
     bool isOpen() const { return verdict.isOpen(); }
 };
 

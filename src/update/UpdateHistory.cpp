@@ -64,6 +64,7 @@ void readDetails(HistoryDatabase& database, std::vector<UpdateRecord>& records) 
                                        verdicts.text(3), verdicts.optionalText(4), verdicts.integer(5),
                                        verdicts.integer(6), verdicts.integer(7)});
         }
+        // Kept prepared for the next record: preparing takes longer than reading one.
         for (Statement* statement : {&digests, &phases, &verdicts}) statement->reset();
     }
 }
@@ -86,6 +87,7 @@ std::vector<UpdateRecord> recordsWithoutEnd(HistoryDatabase& database) {
 // Those of the records without end whose processes have ended.
 std::vector<UpdateRecord> interruptedRecords(HistoryDatabase& database) {
     std::vector<UpdateRecord> records = recordsWithoutEnd(database);
+    // Those of running processes are under way, also in another program.
     std::erase_if(records, [](const UpdateRecord& record) { return isRunning(record.process); });
     return records;
 }
@@ -325,6 +327,7 @@ UpdateHistory::Records UpdateHistory::records(const UpdateFilter& filter) {
                         "WHERE (?1 = '' OR device_key = ?1 COLLATE NOCASE OR serial = ?1 COLLATE NOCASE OR "
                         "place = ?1 COLLATE NOCASE) AND (?2 IS NULL OR begun >= ?2) ORDER BY id DESC LIMIT ?3")
                            .c_str());
+        // SQLite reads a negative limit as none.
         constexpr std::size_t kMost = std::numeric_limits<std::int32_t>::max();
         rows.bind(1, filter.printer)
             .bind(2, filter.since)
@@ -336,6 +339,7 @@ UpdateHistory::Records UpdateHistory::records(const UpdateFilter& filter) {
 
 UpdateHistory::Records UpdateHistory::lastFailures() {
     Records found = records({.limit = kRecordsToLookAt});
+    // An update that sent no command, or whose command was refused, left the printer as it was.
     std::erase_if(found.records,
                   [](const UpdateRecord& record) { return !record.hasSentCommands() || record.wasRefused(); });
     // Each record is compared with all newer ones: a record without a serial number may match two records that do not

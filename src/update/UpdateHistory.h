@@ -54,6 +54,7 @@ struct UpdateFilter {
 /// problem, too: when a damaged file was renamed and a new one begun.
 class UpdateHistory {
   public:
+    /// Opens no file; each call opens it and closes it again.
     explicit UpdateHistory(UpdateHistoryOptions options);
 
     struct Begun {

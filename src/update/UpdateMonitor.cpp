@@ -29,6 +29,7 @@ struct UpdateMonitor::Visitor {
     bool operator()(const events::Arrived&) {
         state.attachment = event.attachment;
         state.isAttached = true;
+        // A return in any other phase is no step of the update, for example a reconnection before it.
         if (state.phase == UpdatePhase::loaderAway) enter(UpdatePhase::loaderBack);
         // The version shows whether the printer has taken an image that was cut off.
         if (state.phase == UpdatePhase::restarting || state.phase == UpdatePhase::cutOff) enter(UpdatePhase::restarted);
@@ -151,6 +152,7 @@ struct UpdateMonitor::Visitor {
     bool operator()(const events::ReplyMissing&) { return state.isAnswerMissing = true; }
 
     bool operator()(const events::StatusRead& status) {
+        // A status that is not text shows neither the loader nor an obstacle.
         if (!status.rawStatus) return false;
         state.rawStatus = *status.rawStatus;
         const bool isLoader = state.rawStatus == kLoaderStatus;
@@ -166,6 +168,7 @@ struct UpdateMonitor::Visitor {
     bool operator()(const events::FirmwareVersionRead& read) {
         if (!read.version) return false;
         state.currentVersion = read.version;
+        // Only a version that is read before the first command is the previous one.
         const bool isBefore = state.phase == UpdatePhase::checking;
         if (isBefore && !state.previousVersion) state.previousVersion = read.version;
         return sign();
@@ -376,9 +379,11 @@ void UpdateMonitor::printerEvent(const PrinterEvent& event) {
         const std::scoped_lock lock(_mutex);
         noteAttachment(event);
         const auto found = _states.find(event.key);
+        // Attachments are followed for all printers, phases only for those in an update.
         if (found == _states.end() || isOfAnotherAttachment(found->second, event)) return;
         if (!std::visit(Visitor{found->second, _nameWritten[event.key], event, _clock.now()}, event.what)) return;
     }
+    // Without the lock: the receiver may ask for the state at once.
     if (_changed) _changed(event.key);
 }
 

@@ -80,6 +80,7 @@ const PhaseRow* phaseRowNamed(std::string_view name) {
 }
 
 double shareBefore(UpdatePhase phase) {
+    // The weights need not add up to 100: the sum of all rows is the whole.
     return 1.0 * weightUpTo(static_cast<std::size_t>(phase)) / weightUpTo(kRows.size());
 }
 

@@ -52,6 +52,7 @@ const PhaseRow& phaseRow(UpdatePhase phase);
 /// The row with this name; null if there is none: names also come from other processes and from the history.
 const PhaseRow* phaseRowNamed(std::string_view name);
 
+// How many there are; done is the last of both.
 inline constexpr int kUpdatePhases = static_cast<int>(UpdatePhase::done) + 1;
 inline constexpr int kUpdateSteps = static_cast<int>(UpdateStep::done) + 1;
 

@@ -45,6 +45,7 @@ void UpdateRecorder::perform(std::function<std::string(Storage&)> operation, Blo
     _queue->async([storage = _storage, operation = std::move(operation), done = std::move(done),
                    weak = std::weak_ptr(_self), &mainQueue = _mainQueue] {
         std::string problem = operation(*storage);
+        // A history on a full disk fails at every phase; the operator reads it once.
         if (!problem.empty() && !storage->reported.insert(problem).second) problem.clear();
         if (problem.empty() && !done) return;
         mainQueue.async([weak, done, problem] {
@@ -71,6 +72,7 @@ void UpdateRecorder::report(const std::string& problem) {
 }
 
 std::int64_t UpdateRecorder::wallTime(Clock::TimePoint time) const {
+    // States have times of the monotonic clock, which does not jump; records need calendar time.
     const auto wall = duration_cast<milliseconds>(_clock.wallTime().time_since_epoch());
     return (wall - duration_cast<milliseconds>(_clock.now() - time)).count();
 }
@@ -160,6 +162,7 @@ void UpdateRecorder::complete(const UpdateState& state, RecordedVerdict verdict,
     if (!serial.empty()) changes.serial = serial;
     perform([key = state.key, verdict = std::move(verdict), changes = std::move(changes)](Storage& storage) {
         const std::int64_t id = storage.ids[key];
+        // Before the verdict: a success closes the earlier records of the printer that has this serial number.
         const std::string problem = storage.history.update(id, changes);
         const std::string other = storage.history.complete(id, verdict);
         return other.empty() ? problem : other;

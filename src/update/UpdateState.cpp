@@ -25,6 +25,7 @@ bool UpdateState::isNotInLoader() const {
 }
 
 double UpdateState::share() const {
+    // Only the phases that write have a measure of their own; in the others the bar does not move.
     const double bytes = bytesTotal > 0 ? static_cast<double>(bytesDone) / bytesTotal : 0;
     double ofPhase = 0;
     if (phase == UpdatePhase::writing) ofPhase = bytes;

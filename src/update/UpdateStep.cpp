@@ -5,6 +5,7 @@
 namespace zul {
 
 UpdateStep stepOf(const UpdateState& state, const UpdateVerdict& verdict) {
+    // These results are known only afterwards, in a later phase than the one that failed.
     switch (verdict.result) {
     case UpdateResult::badFiles:
     case UpdateResult::imageNotTaken:

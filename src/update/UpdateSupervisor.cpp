@@ -38,6 +38,7 @@ UpdateSupervisor::~UpdateSupervisor() {
 void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
     const std::string key = printer->keyUSBdevice();
     if (!reasonAgainst(key).empty()) return;
+    // The open update is kept, because its first image may still succeed.
     if (mayGetSecondImage(key)) {
         startOnceMore(printer);
         return;
@@ -45,6 +46,7 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
     makeUpdate(key, printer);
     beginMonitor(key, *printer);
     startTicking();
+    // Without reports of arrivals the restarts of the update would never be noticed.
     if (!areArrivalsSeen()) {
         end(key, UpdateResult::cannotFollow);
         return;
@@ -54,6 +56,7 @@ void UpdateSupervisor::begin(const Printer& printer, Equal equal) {
         return;
     }
     learnUsual(key);
+    // The printer is queried before the operator is asked, so that an update which cannot begin asks nothing.
     if (!askFirst(key, printer, equal)) continueBegin(key, equal);
 }
 
@@ -101,6 +104,7 @@ Update& UpdateSupervisor::makeUpdate(const std::string& key, const Printer& prin
     course.locationID = printer->locationNumber();
     course.vendorID = printer->vendorNumber();
     course.productID = printer->productNumber();
+    // A claimed printer keeps its interface open after an update that has changed nothing.
     course.wasClaimed = printer->ownership() == Ownership::thisProgram;
     course.serialNumbers = serialNumbersOf(*printer);
     if (_monitor.wasAskedForAll(key)) course.ownSerialNumber = serialNumberOf(*printer);
@@ -193,6 +197,7 @@ bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
     if (!expectation.version || printer.firmwareVersion() != expectation.version) return false;
     return std::ranges::all_of(expectation.tableVersions, [&](const auto& table) {
         const auto installed = printer.fact(table.first.c_str());
+        // A table that the printer does not report cannot be compared; it is no reason to write all tables again.
         return !installed || !isTableVersion(*installed) || table.second.contains(*installed);
     });
 }
@@ -223,6 +228,7 @@ void UpdateSupervisor::keepInterface(const std::string& key, bool isKept) {
 void UpdateSupervisor::beginAlert(AlertDescription alert) {
     const std::string key = alert.printerKey;
     const auto found = _updates.find(key);
+    // The report is shown with the verdict, which needs the replies that come after it.
     const bool isReport = alert.kind == AlertKind::success || alert.kind == AlertKind::problem;
     if (isReport && found != _updates.end() && found->second.isOpen()) {
         _courses[key].reports.push_back(std::move(alert));
@@ -334,6 +340,7 @@ void UpdateSupervisor::printerEvent(const PrinterEvent& event) {
             if (const auto self = weak.lock()) (*self)->handleHolder(key);
         });
     }
+    // All other events change only the state, whose changes the monitor reports itself.
     const bool isForMain = isNew || std::holds_alternative<events::Declined>(event.what) ||
                            std::holds_alternative<events::AnswersFailed>(event.what) || changesPlaces(event) ||
                            std::holds_alternative<events::QuestionsEnded>(event.what);

@@ -23,6 +23,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
   public:
     using Printer = std::shared_ptr<TBUSBPrinterZUL>;
 
+    /// The objects that services refer to must outlive it.
     UpdateSupervisor(UpdateServices services, UpdateSettings settings);
     ~UpdateSupervisor() override;
 

@@ -214,6 +214,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOfPatience(const Update& upd
 void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     Update& update = _updates[key];
     update.endedAt = now(); // first: later progress belongs to an ended update
+    // The newest state: the block that copies the last change may still wait on the main queue.
     if (const auto state = _monitor.state(key)) update.state = *state;
     if (result == UpdateResult::busy && !update.state.holder) update.state.holder = _courses[key].holder;
     Course& course = _courses[key];
@@ -227,6 +228,7 @@ void UpdateSupervisor::end(const std::string& key, UpdateResult result) {
     completeRecord(update);
     releaseLock(key);
     keepInterface(key, false);
+    // The engine leaves the interface open after a check that led to no update.
     if (update.verdict.isUntouched() && !course.wasClaimed) releaseInterfaces(key);
     if (_services.keepAwake) _services.keepAwake(isAnyUnderWay());
     showReports(key);
@@ -296,6 +298,7 @@ void UpdateSupervisor::explain(Update& update) const {
     if (result != UpdateResult::unanswered || !printer) return;
     const UpdateRecord* const earlier = incompleteRecord(*printer);
     if (earlier == nullptr) return;
+    // The phase in which the earlier update was interrupted or has failed.
     const std::string& last = earlier->phases.back().name;
     if (last != phaseRow(UpdatePhase::writing).name && last != phaseRow(UpdatePhase::cutOff).name) return;
     // A printer that waits for the rest of a payload takes every query for that rest.
@@ -325,6 +328,7 @@ void UpdateSupervisor::tick() {
         if (update.isOpen()) open.push_back(key); // a dismissed one, too: its limits apply as before
     }
     for (const std::string& key : open) refresh(key);
+    // The timer ends with the last open update: an idle program is not woken.
     if (!open.empty()) startTicking();
 }
 
@@ -338,6 +342,7 @@ void UpdateSupervisor::requestStop() {
         open.push_back(key);
     }
     for (const std::string& key : open) {
+        // An update that has not begun yet has sent nothing and can end at once.
         if (_courses[key].isBegun) {
             refresh(key);
         } else {

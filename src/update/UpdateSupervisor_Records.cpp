@@ -58,6 +58,7 @@ bool UpdateSupervisor::takeLock(const std::string& key) {
 // A printer that has restarted is not claimed any more: its claim's lock ends with the update.
 void UpdateSupervisor::releaseLock(const std::string& key) {
     Course& course = _courses[key];
+    // Released by the end of this function unless it goes back to the claim.
     auto lock = std::exchange(course.lock, std::nullopt);
     const bool isStillClaimed = course.isClaimLock && _updates[key].verdict.isUntouched();
     if (lock && isStillClaimed && _services.returnClaim) _services.returnClaim(key, std::move(*lock));
@@ -125,6 +126,7 @@ void UpdateSupervisor::completeRecord(Update& update) {
     const std::string& key = update.state.key;
     const UpdateResult result = update.verdict.result;
     if (_services.recorder == nullptr || result == UpdateResult::upToDate) return;
+    // Recorded as begun and ended at once.
     if (!_courses[key].isRecorded) record(key, {});
     const std::string serial = serialAfterSuccess(update);
     _services.recorder->complete(
@@ -138,6 +140,7 @@ void UpdateSupervisor::completeRecord(Update& update) {
         });
         return;
     }
+    // The lists in memory follow the file, without reading it again.
     UpdateRecord completed = recordOf(update);
     if (!serial.empty()) completed.serial = serial;
     for (auto* const records : {&_interrupted, &_failed}) {

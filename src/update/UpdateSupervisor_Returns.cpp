@@ -85,6 +85,7 @@ void UpdateSupervisor::lookForReturns() {
         const std::string place = returned ? returned->locationText() : "";
         if (std::exchange(update.cameBackAt, place) != place) changed.push_back(key);
     }
+    // After the loop: an observer that is notified may dismiss an update, which changes the map.
     for (const std::string& key : changed) refresh(key);
 }
 
@@ -170,6 +171,7 @@ bool UpdateSupervisor::isUpdatedElsewhere(const std::string& key) {
     Course& course = _courses[key];
     if (course.isSettled || _services.locks == nullptr) return course.isSettled;
     const auto holder = _services.locks->heldElsewhere(key);
+    // Kept once it is true: what that process has changed stays, also when its lock has ended.
     return course.isSettled = holder && mayUpdate(*holder);
 }
 

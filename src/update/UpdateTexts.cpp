@@ -92,6 +92,7 @@ std::string textOfHolder(const InterfaceHolder& holder) {
 
 std::string serialNumberOf(const TBUSBPrinterZUL& printer) {
     const auto number = printer.printerSerialNumber();
+    // The engine shows "NULL" for a printer that did not answer.
     return number && *number != "NULL" ? *number : "";
 }
 
@@ -102,6 +103,7 @@ std::optional<Clock::Duration> usualDuration(UpdatePhase phase, const UsualDurat
 }
 
 std::optional<Clock::Duration> longestDuration(UpdatePhase phase, const UsualDurations& learned) {
+    // From the table, whatever was learned: a model that was always quick is not taken for stalled early.
     const int longest = phaseRow(phase).longestSeconds;
     if (longest == 0) return std::nullopt;
     Clock::Duration result = seconds(longest);
@@ -117,6 +119,7 @@ std::string describeState(const UpdateState& state, Clock::TimePoint now, const 
     if (const std::string reason = obstacle(state); !reason.empty()) text = localizedFormat("%s: %s", text, reason);
     const long long elapsed = wholeSeconds(now - state.phaseBegun);
     const auto usual = usualDuration(state.phase, learned);
+    // A refused command is not in progress, so no duration can be expected.
     if (!usual || state.refused) return localizedFormat("%s (%d s)", text, elapsed);
     return localizedFormat("%s (%d s, usually done within %d s)", text, elapsed,
                            std::max<long long>(wholeSeconds(*usual), 1));

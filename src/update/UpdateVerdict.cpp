@@ -29,6 +29,7 @@ TableFile parseTableFile(std::string_view file) {
     const std::string stem = std::filesystem::path(file).stem().string();
     TableFile table;
     const auto last = stem.rfind('_');
+    // Not the name of a table file: without a version it is counted, but not compared.
     if (last == std::string::npos || last < 4) return table;
     table.version = stem.substr(last + 1);
     table.number = stem.substr(last - 3, 3);
@@ -89,6 +90,7 @@ std::string differingTable(const UpdateState& state, const UpdateExpectation& ex
 }
 
 UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& expectation) {
+    // In order of weight: with the wrong version no table matters.
     if (!state.currentVersion) return UpdateResult::versionUnread;
     if (state.currentVersion != expectation.version) return UpdateResult::otherVersion;
     if (state.tablesWritten < expectation.tables || !state.anyTable) return UpdateResult::tablesMissing;

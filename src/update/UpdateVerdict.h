@@ -56,7 +56,9 @@ struct UpdateVerdict {
     bool isCorrected = false;                   // replaces an earlier verdict on the same update
     bool isAfterOrder = false;                  // the printer has taken the command to enter its loader, or may have
 
+    /// The update has not ended.
     bool isOpen() const { return result == UpdateResult::open; }
+    /// The printer has the available versions, whether this update wrote them or not.
     bool isSuccess() const { return result == UpdateResult::succeeded || result == UpdateResult::upToDate; }
     /// The update has ended without a change in the printer.
     bool isUntouched() const { return !isOpen() && result != UpdateResult::succeeded && !isAfterOrder; }

@@ -17,6 +17,7 @@ std::string imageReason(const UpdateState& state) {
         return Bundle::localized(operatorText("the printer is still in firmware update mode: it did not accept the "
                                               "firmware"));
     }
+    // A printer in the middle of a payload takes queries for a part of it and does not reply.
     if (state.isAnswerMissing && state.isAttached) {
         return Bundle::localized(
             operatorText("the transfer of the firmware was interrupted, and the printer waits for the rest of it"));

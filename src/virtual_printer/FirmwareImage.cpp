@@ -48,6 +48,7 @@ std::size_t numberOf(const Data& bigEndian) {
 
 std::optional<std::string> versionOfFirmwareImage(const Data& image) {
     std::string text(image.begin(), image.end());
+    // The host pads the image with zeros.
     text.resize(text.find_last_not_of('\0') + 1);
     std::istringstream lines(text);
     std::optional<std::string> version;
@@ -57,7 +58,9 @@ std::optional<std::string> versionOfFirmwareImage(const Data& image) {
         if (line.ends_with('\r')) line.pop_back();
         if (line.empty()) continue;
         const auto contents = contentsOfRecord(line);
+        // One bad record, or a record after the end, makes the whole image invalid.
         if (!contents || ended) return std::nullopt;
+        // Types 1 to 3 carry data, 5 and 6 their number, 0 the version, 7 to 9 end the image.
         if (line[1] >= '1' && line[1] <= '3') ++dataRecords;
         if ((line[1] == '5' || line[1] == '6') && numberOf(*contents) != dataRecords) return std::nullopt;
         if (line[1] == '0' && contents->size() > 2) version = std::string(contents->begin() + 2, contents->end());

@@ -21,9 +21,11 @@ VirtualBus::~VirtualBus() {
 
 std::size_t VirtualBus::add(const VirtualPrinterSettings& settings) {
     std::set<Location> taken;
+    // Also of detached printers: they return to their own ports.
     for (const auto& port : _ports) taken.insert(port->location());
     const auto [bus, port] = settings.location ? *settings.location : firstFreeLocation(taken);
     _ports.push_back(std::make_shared<VirtualPort>(_mainQueue, _clock, _journal, settings, bus, port));
+    // On a running bus a new printer arrives at once.
     if (_registry != nullptr) {
         _ports.back()->setRegistry(_registry);
         _ports.back()->attach();

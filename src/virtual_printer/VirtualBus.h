@@ -20,6 +20,8 @@ class VirtualPort;
 
 class VirtualBus final : public USBBus {
   public:
+    /// Without printers, and not started. Queue and clock must outlive the bus; the journal is shared with its
+    /// printers.
     VirtualBus(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal);
     ~VirtualBus() override;
 
@@ -39,7 +41,9 @@ class VirtualBus final : public USBBus {
     /// Calls inspect with the printer while no other thread uses it. inspect must be short. Any thread.
     void inspect(std::size_t printer, const std::function<void(const VirtualPrinter&)>& inspect);
 
+    /// Attaches all printers that were added; always succeeds. Main queue.
     IOReturn start(ServiceRegistry& registry) override;
+    /// Announces no departures: the registry is not used afterwards. Main queue.
     void stop() override;
 
   private:

@@ -31,6 +31,7 @@ std::span<const std::string_view> virtualCommandTexts() {
     return kTexts;
 }
 
+// The printers answer what reads; what writes or prints has no answer.
 bool virtualCommandHasAnswer(std::string_view text) {
     return text == "STATUS" || text.starts_with("INFO") || text.starts_with("TBL_RD") || text.starts_with("MNT_RD");
 }

@@ -77,6 +77,7 @@ std::optional<Data> stringAnswer(const VirtualPrinter& printer, std::uint8_t ind
 DescriptorValues descriptorValues(const VirtualPrinter& printer, std::uint32_t locationID, std::uint8_t number) {
     const auto pipe = [number](PipeDirection direction, unsigned endpoint) {
         return PipeProperties{.direction = direction,
+                              // Endpoint numbers are those of the whole device: a second interface has the next two.
                               .number = static_cast<std::uint8_t>(endpoint + 2U * number),
                               .transferType = kUSBBulk,
                               .maxPacketSize = kPacketSize};

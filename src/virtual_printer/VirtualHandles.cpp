@@ -83,6 +83,7 @@ IOReturn VirtualInterface::ControlRequestTO(std::uint8_t pipe, IOUSBDevRequestTO
     }
     std::optional<Data> answer;
     _port->inspect([&](const VirtualPrinter& printer) { answer = answerControlRequest(printer, request); });
+    // As a device answers a request that it does not know.
     if (!answer) return kIOUSBPipeStalled;
     request.wLenDone = static_cast<std::uint32_t>(std::min<std::size_t>(answer->size(), request.wLength));
     std::copy_n(answer->begin(), request.wLenDone, static_cast<std::uint8_t*>(request.pData));
@@ -101,6 +102,7 @@ IOReturn VirtualInterface::resynchronize(std::uint8_t pipe) {
         const IOReturn code =
             _port->read(*_attachment, number(), dropped.data(), size, deadlineAfter(*_port, kResynchronizeQuiet));
         if (code == kIOUSBTransactionTimeout) return kIOReturnSuccess;
+        // Stalls and data are dropped, as on the real bus; each is removed from the pipe by its read.
         if (code == kIOReturnNoDevice) return code;
     }
     return kIOReturnOverrun;

@@ -11,6 +11,7 @@ namespace zul {
 
 class VirtualService final : public DescribedInterface<USBService> {
   public:
+    /// Stays usable after the attachment has ended; its handles then answer kIOReturnNoDevice.
     VirtualService(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment,
                    DescriptorValues descriptors)
         : DescribedInterface(std::move(descriptors)), _port(std::move(port)), _attachment(std::move(attachment)) {}
@@ -29,9 +30,11 @@ class VirtualService final : public DescribedInterface<USBService> {
 /// ignored.
 class VirtualInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
+    /// Claims nothing yet.
     VirtualInterface(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment,
                      DescriptorValues descriptors)
         : DescribedInterface(std::move(descriptors)), _port(std::move(port)), _attachment(std::move(attachment)) {}
+    /// Ends the watch and releases the claim.
     ~VirtualInterface() override;
     IOReturn USBInterfaceOpenSeize() override;
     IOReturn USBInterfaceClose() override;
@@ -60,6 +63,7 @@ class VirtualInterface final : public DescribedInterface<IOUSBInterfaceInterface
 
 class VirtualDeviceHandle final : public IOUSBDeviceInterface {
   public:
+    /// Needs no claim of an interface.
     VirtualDeviceHandle(std::shared_ptr<VirtualPort> port, std::shared_ptr<VirtualAttachment> attachment)
         : _port(std::move(port)), _attachment(std::move(attachment)) {}
     IOReturn USBDeviceOpen() override { return present(); }

@@ -38,6 +38,7 @@ void VirtualJournal::add(VirtualJournalEntry entry) {
         if (!entry.sha256.empty()) line["sha256"] = entry.sha256;
         if (!entry.result.empty()) line["result"] = entry.result;
         // A printer's texts may contain any bytes: invalid UTF-8 is replaced, because dump() would throw.
+        // Flushed by the line end: tests and people read the file while the program runs.
         _file << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
     }
     _entries.push_back(std::move(entry));

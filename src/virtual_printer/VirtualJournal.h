@@ -29,6 +29,7 @@ struct VirtualJournalEntry {
 
 class VirtualJournal {
   public:
+    /// The times of entries are relative to this moment. The clock must outlive the journal.
     explicit VirtualJournal(Clock& clock) : _clock(clock), _begin(clock.now()) {}
 
     /// Also writes each entry to the file, flushed line by line. Returns false if the file cannot be opened.

@@ -11,6 +11,7 @@ namespace zul {
 /// How a model replies to queries about its colour tables.
 enum class VirtualTables { single, byNumber, byNumberAndMedia };
 
+/// One row of the table.
 struct VirtualModel {
     std::string_view name;
     std::uint16_t productID;

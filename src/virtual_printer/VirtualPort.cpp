@@ -78,6 +78,7 @@ void VirtualPort::attach() {
         }
     }
     _attachment = attachment;
+    // Plugged in by hand or back from a restart: from here on restarts bring it back again.
     _isPulled = false;
     journal("arrive");
     // Registers all interfaces before announcing the first, because a callback may unplug the printer.
@@ -101,8 +102,10 @@ void VirtualPort::unplug() {
 
 // Call with the lock held.
 void VirtualPort::endForHandles(VirtualAttachment& attachment) {
+    // A departure may be noticed twice: by the write that causes it, and on the main queue.
     if (attachment.isGone.exchange(true)) return;
     _printer.reset();
+    // A read that waits for a reply must end now.
     for (const VirtualEndpointPair& endpoints : attachment.endpointPairs) endpoints.changed->signal();
 }
 
@@ -129,6 +132,7 @@ void VirtualPort::depart(std::shared_ptr<VirtualAttachment> attachment, const Vi
     if (departure.comesBack) {
         if (departure.elsewhere) _port = static_cast<std::uint8_t>(_port % 15 + 1);
         _clock.callAt(_clock.now() + departure.away, [self = shared_from_this(), attachCount = _attachCount] {
+            // A return that was scheduled before the printer was unplugged or plugged by hand must not happen.
             self->post([self, attachCount] {
                 if (!self->_isPulled && self->_attachCount == attachCount) self->attach();
             });
@@ -157,6 +161,7 @@ IOReturn VirtualPort::claim(VirtualAttachment& attachment, std::uint8_t number, 
         const std::scoped_lock lock(_mutex);
         if (attachment.isGone) return kIOReturnNoDevice;
         if (endpoints.owner == owner) return kIOReturnSuccess;
+        // Asked under the lock, because it counts the opens of both interfaces.
         hold = _printer.holderAtOpen();
         if (hold) ++_heldByOther;
         refused = _heldByOther > 0 || endpoints.owner != nullptr;

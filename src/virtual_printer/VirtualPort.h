@@ -37,6 +37,7 @@ struct VirtualAttachment {
 
 class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
   public:
+    /// The printer is detached at first. bus and port: its location, from 1; a port is at most 15.
     VirtualPort(MainQueue& mainQueue, Clock& clock, std::shared_ptr<VirtualJournal> journal,
                 VirtualPrinterSettings settings, std::uint8_t bus, std::uint8_t port);
 
@@ -60,6 +61,7 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
     /// Adds an entry of this printer to the journal.
     void journal(const char* event, const std::string& command = {}, std::uint32_t length = 0,
                  const std::string& result = {});
+    /// The injected clock, for the deadlines of the handles.
     Clock& clock() { return _clock; }
     /// The printer's location: bus in the top byte, port in the nibble below; as a pair; as text ("1-3").
     std::uint32_t locationID() const;
@@ -74,6 +76,7 @@ class VirtualPort : public std::enable_shared_from_this<VirtualPort> {
     IOReturn release(VirtualAttachment& attachment, std::uint8_t number, const void* owner);
     /// True if no other handle claims the interface, and no other program claims the printer.
     bool isFree(const VirtualAttachment& attachment, std::uint8_t number, const void* owner);
+    /// True while setHeldByOther() or a fault of the printer simulates another program.
     bool isHeldByOther();
     /// Calls mayBeFree on the main queue when the other program releases the printer, and once at the start if the
     /// interface is already free. Null ends the watch.

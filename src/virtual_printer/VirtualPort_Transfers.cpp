@@ -48,6 +48,7 @@ IOReturn VirtualPort::read(VirtualAttachment& attachment, std::uint8_t number, s
                 return kIOReturnSuccess;
             }
         }
+        // Outside the lock, because the transfer comes from another thread.
         if (!endpoints.changed->waitUntil(deadline)) return failed(kIOUSBTransactionTimeout);
     }
 }
@@ -122,6 +123,7 @@ IOReturn VirtualPort::writePieces(const std::shared_ptr<VirtualAttachment>& atta
         const bool isCutOff = effects.departure && effects.departure->after.count() == 0;
         if (effects.departure) schedule(*effects.departure, attachment);
         if (progress && !isCutOff) progress(done, total);
+        // Also an unplugging by hand in the meantime ends the write.
         if (attachment->isGone && (isCutOff || done < total)) return failed(kIOReturnNoDevice);
     }
     return kIOReturnSuccess;
@@ -144,6 +146,7 @@ void VirtualPort::deliver(const std::shared_ptr<VirtualAttachment>& attachment, 
     }
     if (late.empty()) return;
     const auto delay = late.front().delay;
+    // They are ready when the timer calls this again.
     for (VirtualTransfer& transfer : late) transfer.delay = {};
     _clock.callAt(_clock.now() + delay, [weak = weak_from_this(), attachment, number, late = std::move(late)] {
         if (const auto self = weak.lock()) self->deliver(attachment, number, late);

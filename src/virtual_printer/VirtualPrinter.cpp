@@ -67,6 +67,7 @@ VirtualEffects VirtualPrinter::receive(std::span<const std::uint8_t> bytes) {
         if (skipsGarbage(_frame, bytes)) continue;
         // Reads an escape alone, so that the byte after it can be checked.
         std::size_t count = _frame.empty() ? 1 : std::min(bytes.size(), bytesWanted());
+        // Stops exactly at the byte at which the fault unplugs the printer.
         if (_unplugAt > _frame.size()) count = std::min(count, _unplugAt - _frame.size());
         _frame.insert(_frame.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
         bytes = bytes.subspan(count);
@@ -96,6 +97,7 @@ void VirtualPrinter::takeHeader(VirtualEffects& effects) {
     _text = textOf(_frame, kTextOffset, kTextSize);
     _payloadSize = *size;
     _dueFaults = faultsFor(_text);
+    // A command with an answer stalls later, when its answer is read.
     if (hasFault(VirtualFaultKind::stall) && !virtualCommandHasAnswer(_text)) {
         effects.stallsOut = true;
         reset();
@@ -108,11 +110,13 @@ void VirtualPrinter::takeHeader(VirtualEffects& effects) {
 }
 
 void VirtualPrinter::finishFrame(VirtualEffects& effects) {
+    // Taken out before it is executed, because the command may restart the printer and reset the frame.
     VirtualCommand command{_text, Data(_frame.begin() + kHeaderSize, _frame.end()),
                            Data(_frame.begin(), _frame.begin() + kHeaderSize)};
     _frame.clear();
     _payloadSize = 0;
     _unplugAt = 0;
+    // Before it is executed, so that the journal has the command before its effects.
     if (_sawCommand) _sawCommand(command);
     handle(command, effects);
     _dueFaults.clear();
@@ -146,7 +150,7 @@ const VirtualFault* VirtualPrinter::fault(VirtualFaultKind kind) const {
 
 std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {
     std::optional<std::chrono::milliseconds> hold;
-    // Every holder fault counts every open, also one at which another fault happens.
+    // An open is counted for every holder fault, also when another fault happens at it.
     for (auto fault = _faults.begin(); fault != _faults.end();) {
         if (fault->kind != VirtualFaultKind::holder || --fault->occurrence > 0) {
             ++fault;

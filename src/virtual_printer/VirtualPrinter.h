@@ -66,11 +66,14 @@ class VirtualPrinter {
     /// Counts an open of the interface. Returns how long another program holds it from now on; nullopt if none does.
     std::optional<std::chrono::milliseconds> holderAtOpen();
 
+    /// Mode and firmware of the current attachment.
     bool isLoader() const { return _isLoader; }
     const std::string& firmware() const { return _firmware; }
     /// Whether it replies to the request for its IEEE 1284 device ID.
     bool answersDeviceID() const { return _answersDeviceID; }
+    /// As given; what commands have changed is not in them.
     const VirtualPrinterSettings& settings() const { return _settings; }
+    /// The tables as they are now.
     const VirtualTableMemory& tables() const { return _tables; }
     /// Counters by letter: A, B, M, P and T (matte), and L (lifetime).
     std::uint32_t counter(char letter) const;
@@ -79,6 +82,7 @@ class VirtualPrinter {
     /// The IEEE 1284 device ID without its two bytes of length.
     std::string deviceID() const;
     std::string manufacturerText() const { return "Zul Imaging Company"; }
+    /// The model's name.
     std::string productText() const;
     /// nullopt while the USB serial setting is off; a change takes effect at the next attachment.
     std::optional<std::string> serialText() const;

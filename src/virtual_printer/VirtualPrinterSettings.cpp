@@ -91,6 +91,7 @@ bool parseLocation(const std::string& text, VirtualPrinterSettings& settings) {
 bool parseFault(std::string text, VirtualPrinterSettings& settings) {
     VirtualFault fault;
     std::uint32_t number = 0;
+    // From the end: each part is cut off, so that the kind remains.
     if (const auto colon = text.find(':'); colon != std::string::npos) {
         if (!parseNumber(std::string_view(text).substr(colon + 1), number)) return false;
         fault.value = number;
@@ -228,6 +229,7 @@ std::string apply(const std::string& text, VirtualPrinterSettings& settings) {
 } // namespace
 
 VirtualPrinterParse parseVirtualPrinter(const std::string& text) {
+    // The model is first; the settings follow in any order, and a later one replaces an earlier one of its key.
     const auto parts = split(text, ',');
     VirtualPrinterSettings settings;
     settings.model = virtualModelNamed(parts.front());
@@ -235,6 +237,7 @@ VirtualPrinterParse parseVirtualPrinter(const std::string& text) {
         return {std::nullopt, fmt::format("\"{}\" is not a model; the models are {}", parts.front(),
                                           listOf(virtualModels(), &VirtualModel::name))};
     }
+    // Before the settings are applied, so that one of them may replace it.
     settings.firmware = settings.model->firmware;
     for (auto part = std::next(parts.begin()); part != parts.end(); ++part) {
         if (std::string problem = apply(*part, settings); !problem.empty()) return {std::nullopt, std::move(problem)};

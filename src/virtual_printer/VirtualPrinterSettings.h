@@ -12,6 +12,7 @@ namespace zul {
 
 struct VirtualModel;
 
+/// How the printer misbehaves; VALUE is the fault's own number.
 enum class VirtualFaultKind {
     stall,        // the reply (or, without a reply, the command) stalls its pipe
     silence,      // no reply
@@ -28,6 +29,7 @@ enum class VirtualFaultKind {
     withoutID,    // after the restart it has no IEEE 1284 device ID
 };
 
+/// One misbehaviour, which happens once.
 struct VirtualFault {
     VirtualFaultKind kind = VirtualFaultKind::silence;
     std::string word;   // part of the command's text; empty: any command
@@ -35,6 +37,7 @@ struct VirtualFault {
     std::optional<std::uint32_t> value;
 };
 
+/// A printer as it is when it is first attached. Speed in bytes per second.
 struct VirtualPrinterSettings {
     const VirtualModel* model = nullptr;
     std::uint16_t vendorID = 0x2A71;
@@ -55,6 +58,7 @@ struct VirtualPrinterSettings {
     std::vector<VirtualFault> faults;
 };
 
+/// Either settings or a problem.
 struct VirtualPrinterParse {
     std::optional<VirtualPrinterSettings> settings;
     std::string problem; // what is wrong and what would be right; empty without a problem

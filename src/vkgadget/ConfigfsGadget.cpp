@@ -44,6 +44,7 @@ void ConfigfsGadget::write(const fs::path& file, const std::string& text) const 
 }
 
 void ConfigfsGadget::create() {
+    // Left by a process that was killed. The lock of the name shows that it is not in use.
     if (fs::exists(_folder)) removeFolders();
     _created = true;
     makeFolder(_folder);

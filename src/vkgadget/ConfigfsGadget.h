@@ -36,6 +36,7 @@ class ConfigfsGadget {
     /// Unplugs the gadget and removes it from configfs. Never throws; failures are reported on standard error.
     void remove();
 
+    /// As far as this object knows: the kernel may have unbound the gadget by itself.
     bool isPlugged() const { return _plugged; }
 
   private:

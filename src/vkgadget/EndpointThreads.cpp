@@ -92,6 +92,7 @@ void EndpointThreads::controlLoop() {
         if (!event) continue;
         switch (event->kind) {
         case FunctionEventKind::enable:
+            // Known only now: it depends on the speed that host and controller have agreed on.
             _packetSize = _function.packetSize();
             _handlers.configured(true);
             break;

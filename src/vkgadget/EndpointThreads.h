@@ -35,6 +35,7 @@ std::size_t readSize(std::size_t bytesWanted, std::size_t packetSize);
 /// The function must outlive this object. Handlers may call send(), stallIn() and dropTransfers().
 class EndpointThreads {
   public:
+    /// Starts no thread yet. interfaces: as in the function's descriptors.
     EndpointThreads(FunctionFs& function, int interfaces, EndpointHandlers handlers);
     ~EndpointThreads() { stop(); }
     EndpointThreads(const EndpointThreads&) = delete;

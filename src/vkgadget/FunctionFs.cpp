@@ -134,6 +134,7 @@ int FunctionFs::readOut(std::size_t interface, Data& buffer) {
 int FunctionFs::writeIn(std::size_t interface, const Data& data, std::size_t packetSize) {
     const int fd = _pairs[interface].in.get();
     if (::write(fd, data.data(), data.size()) < 0) return -errno;
+    // A transfer that fills its last packet is ended by an empty one, which the kernel does not add.
     if (data.empty() || data.size() % packetSize != 0) return 0;
     return ::write(fd, data.data(), 0) < 0 ? -errno : 0;
 }

@@ -20,6 +20,7 @@ struct SetupRequest {
     std::uint16_t value = 0;
     std::uint16_t index = 0;
     std::uint16_t length = 0;
+    /// The top bit of bmRequestType.
     bool isDeviceToHost() const { return (requestType & 0x80) != 0; }
 };
 

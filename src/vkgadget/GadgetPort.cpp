@@ -27,6 +27,7 @@ GadgetPort::GadgetPort(std::string name, const GadgetIdentity& identity, int int
       _function(_name, interfaces) {}
 
 void GadgetPort::open() {
+    // First: everything below would disturb another process with this gadget.
     _nameLock = lockName(_name);
     _gadget.create();
     _function.open();

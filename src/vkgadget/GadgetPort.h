@@ -28,6 +28,7 @@ struct PortHandlers {
 /// open(), close() and setSerialNumber() on one thread; the others on any. Failures throw GadgetError.
 class GadgetPort {
   public:
+    /// name: of the gadget in configfs; only one process can use a name. interfaces: 1 or 2.
     GadgetPort(std::string name, const GadgetIdentity& identity, int interfaces, PortHandlers handlers);
     ~GadgetPort() { close(); }
     GadgetPort(const GadgetPort&) = delete;
@@ -47,6 +48,7 @@ class GadgetPort {
     void plugInto(const std::string& udc);
     /// Disconnects from the controller. Transfers that the host has not fetched are lost.
     void unplug();
+    /// Between plugInto() and unplug(). Any thread.
     bool isPlugged() const;
 
     /// Queues one transfer to the host, ended by a short packet.

@@ -181,6 +181,7 @@ void GadgetPrinter::attach() {
     }
     _port.setDeviceID(deviceID);
     _port.setSerialNumber(serialNumber);
+    // Identity and serial number are set by now: the host reads them as soon as the gadget is plugged in.
     journal("arrive");
     _port.plugInto(_udc);
     report("on " + _udc + " " + what);

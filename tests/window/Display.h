@@ -8,7 +8,7 @@ class QWidget;
 namespace zul::test {
 
 /// The server shows the whole window, and no part of it is beyond the screen. Asks the server; the window manager may
-/// still be at work. window: one without a frame of the window manager, that has been shown.
+/// still be busy. window: one without a frame of the window manager, that has been shown.
 bool isWholeOnScreen(const QWidget& window);
 
 /// Waits until the window manager has handled all requests so far and the toolkit all events that result from them,

@@ -95,8 +95,10 @@ Clock::TimerId RealClock::callAt(TimePoint time, Block block) {
     _timers->pending.emplace(time, std::pair{id, std::move(block)});
     if (!_timers->running) {
         _timers->running = true;
+        // Detached: the thread shares the timers, and a block of it may be what destroys the clock.
         std::thread([timers = _timers] { Timers::run(timers); }).detach();
     }
+    // Each time, because the new timer may be due before the one that the thread waits for.
     _timers->changed.notify_all();
     return id;
 }

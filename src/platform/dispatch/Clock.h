@@ -54,7 +54,9 @@ class Clock {
 /// The machine's clock. Timers run on one thread, which is started when first needed and never joined.
 class RealClock final : public Clock {
   public:
+    /// Starts no thread; the first timer does.
     RealClock();
+    /// Drops the timers that have not run. A block that is running is not waited for.
     ~RealClock() override;
     TimePoint now() override;
     std::chrono::system_clock::time_point wallTime() override;

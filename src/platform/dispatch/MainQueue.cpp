@@ -34,6 +34,7 @@ struct MainQueue::State {
     void add(int added) const {
         epoll_event event{};
         event.events = EPOLLIN;
+        // Level-triggered: a watch that does not read everything is served again.
         event.data.fd = added;
         ::epoll_ctl(descriptor.get(), EPOLL_CTL_ADD, added, &event);
     }
@@ -43,6 +44,7 @@ struct MainQueue::State {
 
 // Main thread. Returns true if a watched descriptor was readable.
 bool MainQueue::State::serveWatches() {
+    // Spares programs without watches a system call per round.
     if (watches.empty()) return false;
     std::array<epoll_event, 8> events{};
     const int count = ::epoll_wait(descriptor.get(), events.data(), static_cast<int>(events.size()), /*timeout=*/0);
@@ -71,11 +73,13 @@ void MainQueue::async(Block block) {
     if (_state->closed) return;
     _state->clock.workAdded();
     _state->blocks.push_back(std::move(block));
+    // One wake-up for any number of blocks: the descriptor stays readable until the last of them is taken.
     if (_state->blocks.size() == 1) _state->blocksWait.raise();
 }
 
 bool MainQueue::sync(Block block) {
     const auto state = _state;
+    // Shared with the block: this call returns when the queue is closed, and the block may still exist then.
     const auto done = std::make_shared<bool>(false);
     async([state, done, block = std::move(block)] {
         block();
@@ -112,6 +116,7 @@ bool MainQueue::runPending() {
             if (state->blocks.empty()) return ran;
             block = std::move(state->blocks.front());
             state->blocks.pop_front();
+            // Lowered before the last block runs, so that a block which that one queues wakes the loop again.
             if (state->blocks.empty()) static_cast<void>(state->blocksWait.lower());
         }
         block();

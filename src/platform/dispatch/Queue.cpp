@@ -67,6 +67,8 @@ struct SerialQueue::State {
             block = nullptr; // may release the queue itself: this thread keeps the state alive
             lock.lock();
             if (state->blocks.empty()) {
+                // Only now, not after each block: the clock must not take the pause between two queued blocks for
+                // idleness.
                 state->busy = false;
                 state->clock.workDone();
                 state->changed.notify_all();

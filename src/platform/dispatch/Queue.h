@@ -23,8 +23,10 @@ class Queue {
     static const void* currentSpecific(const void* key);
 
   protected:
+    /// Makes the object that holds the queue-specific data; the thread of the queue shares it.
     Queue();
     struct Specifics;
+    /// Makes currentSpecific() answer for this queue on the calling thread from now on; null: for none.
     static void setCurrent(const Specifics* specifics);
     std::shared_ptr<Specifics> _specifics;
 };
@@ -33,6 +35,7 @@ class Queue {
 /// descriptor is readable, so a window can serve it from its own event loop.
 class MainQueue final : public Queue {
   public:
+    /// Makes the calling thread the main thread. The clock must outlive the queue.
     explicit MainQueue(Clock& clock);
     ~MainQueue() override;
     MainQueue(const MainQueue&) = delete;
@@ -75,6 +78,7 @@ class MainQueue final : public Queue {
 /// after the last reference is released and the last block has run. The queue may be destroyed on its own thread.
 class SerialQueue final : public Queue {
   public:
+    /// label: for debugging, "…printer.ZUL.VK14.000001". The clock must outlive the last block.
     SerialQueue(std::string label, Clock& clock);
     ~SerialQueue() override;
     SerialQueue(const SerialQueue&) = delete;

@@ -22,6 +22,7 @@
 
 namespace zul {
 
+/// Carries no data: the compiler's analysis needs an object to name the role by.
 class ZUL_ROLE_ATTRIBUTE(capability("queue")) QueueRole {};
 
 } // namespace zul

@@ -32,6 +32,7 @@ const Pipe& signalPipe() {
 std::atomic<int> writeEnd{-1}; // set before the first handler is installed
 
 void noteSignal(int number) {
+    // The interrupted code may be about to read errno.
     const int kept = errno;
     const auto byte = static_cast<unsigned char>(number);
     [[maybe_unused]] const auto written = ::write(writeEnd, &byte, 1);
@@ -59,6 +60,7 @@ Signals::Signals(MainQueue& mainQueue, std::vector<int> numbers, std::function<v
     while (::read(pipe.readEnd, &unserved, 1) == 1) {
     }
     _mainQueue.watch(pipe.readEnd, [this] { postReceived(); });
+    // Last, when the pipe is watched. Interrupted system calls continue: libraries do not expect EINTR.
     for (const int number : _numbers) install(number, noteSignal, SA_RESTART);
 }
 

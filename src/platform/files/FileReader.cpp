@@ -49,6 +49,7 @@ FileReading FileReader::read(const std::filesystem::path& path) const {
     if (!S_ISREG(before.st_mode)) return {FileResult::notAFile};
     // Without blocking: a pipe may have replaced the file since.
     const ScopedFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    // Again for the open file: the path may lead to another one by now.
     if (!file || ::fstat(file.get(), &before) != 0) return failure(errno);
     if (!S_ISREG(before.st_mode)) return {FileResult::notAFile};
 

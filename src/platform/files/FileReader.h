@@ -21,6 +21,7 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
+/// The contents were read, or why not.
 enum class FileResult {
     contents,
     missing,
@@ -29,6 +30,7 @@ enum class FileResult {
     unreadable
 };
 
+/// The result of one read.
 struct FileReading {
     FileResult result = FileResult::missing;
     Data contents = {};

@@ -28,6 +28,7 @@ ScopedFd makeTemporary(const fs::path& file, mode_t mode, fs::path& temporary) {
     for (int number = 1;; ++number) {
         temporary = file.string() + '.' + std::to_string(::getpid()) + '-' + std::to_string(number);
         ScopedFd made(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        // O_EXCL: a file that another user has put there is never opened.
         if (made || errno != EEXIST) return made;
     }
 }
@@ -72,7 +73,9 @@ std::error_code replaceFile(const fs::path& file, std::string_view contents, Fil
     ScopedFd made = makeTemporary(file, access == FileAccess::owner ? 0600 : 0666, temporary);
     if (!made) return lastError();
     std::error_code error;
+    // Synced before it is renamed: otherwise a power loss could leave the new name with no contents.
     if (!writeAll(made.get(), contents) || ::fsync(made.get()) != 0) error = lastError();
+    // Some network file systems report a failed write only at the close.
     if (::close(made.release()) != 0 && !error) error = lastError();
     if (!error && ::rename(temporary.c_str(), file.c_str()) != 0) error = lastError();
     if (error) {

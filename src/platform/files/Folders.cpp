@@ -33,6 +33,7 @@ fs::path belowHome(const FolderUser& user, const char* usualPlace) {
 // For a folder that does not exist yet, its nearest existing parent decides.
 bool belongsToRoot(fs::path folder) {
     struct stat entry {};
+    // Ends at the root folder, which always exists.
     while (::stat(folder.c_str(), &entry) != 0) {
         if (errno != ENOENT || !folder.has_relative_path()) return false;
         folder = folder.parent_path();
@@ -77,6 +78,7 @@ fs::path stateFolder(const FolderUser& user) {
 
 std::error_code createStateFolder(const fs::path& folder) {
     const mode_t mode = isRoot() ? 0755 : 0700;
+    // Step by step, because the mode has to apply to each folder that is made.
     fs::path upTo;
     for (const fs::path& name : folder) {
         upTo /= name;

@@ -10,14 +10,17 @@ namespace zul {
 class ScopedFd {
   public:
     ScopedFd() = default;
+    /// Owns the descriptor from now on; a negative one, as a failed open() returns it, is allowed.
     explicit ScopedFd(int fd) : _fd(fd) {}
     ScopedFd(ScopedFd&& other) noexcept : _fd(std::exchange(other._fd, -1)) {}
+    /// Exchanges the descriptors: the earlier one is closed when other is destroyed.
     ScopedFd& operator=(ScopedFd&& other) noexcept {
         std::swap(_fd, other._fd);
         return *this;
     }
     ~ScopedFd() { reset(); }
 
+    /// The descriptor, which stays owned; -1 if there is none.
     int get() const { return _fd; }
     explicit operator bool() const { return _fd >= 0; }
     /// Closes the descriptor now.

@@ -12,6 +12,7 @@ namespace zul {
 /// Any thread. If the system had no descriptor left, raise() wakes no thread.
 class WakeEvent {
   public:
+    /// Lowered at first.
     WakeEvent() : _event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
     /// Readable between raise() and lower(); -1 if there is none.

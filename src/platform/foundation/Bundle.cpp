@@ -29,6 +29,7 @@ Bundle::Bundle(fs::path resources, fs::path archive) : _resources(std::move(reso
 
 Bundle Bundle::mainBundle(const fs::path& namedArchive) {
     std::error_code error;
+    // Not the name on the command line, which may be relative, a link or free text.
     const fs::path program = fs::read_symlink("/proc/self/exe", error);
     const fs::path resources = (program.parent_path() / "../share/zul-printer-utility").lexically_normal();
     return Bundle(resources, namedArchive.empty() ? resources / "firmware" : namedArchive);

@@ -48,6 +48,7 @@ class Bundle {
     const std::filesystem::path& archiveFolder() const { return _archive; }
     /// From now on no firmware file is found.
     void withholdArchive() { _archive.clear(); }
+    /// The folder that was passed to the constructor.
     const std::filesystem::path& resourcesFolder() const { return _resources; }
 
   private:

@@ -75,6 +75,7 @@ std::int64_t integerValue(const std::string& text) {
     const std::string_view digits = withoutBlanksAndPlus(text);
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    // A number that is too large becomes the nearest one that can be stored.
     if (error != std::errc::result_out_of_range) return value;
     return digits.starts_with('-') ? std::numeric_limits<std::int64_t>::min()
                                    : std::numeric_limits<std::int64_t>::max();

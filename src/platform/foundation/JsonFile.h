@@ -10,6 +10,7 @@
 
 namespace zul {
 
+/// The readable part of the file.
 struct JsonFile {
     std::map<std::string, std::variant<std::string, bool>> values; // values of other types are skipped
     /// Why the contents are not such a file, for people; empty if they are.

@@ -37,6 +37,7 @@ void KeyValueObservable::removeObserver(const std::weak_ptr<KeyValueObserver>& o
 
 std::vector<KeyValueObservable::Registration> KeyValueObservable::registrationsFor(const std::string& key) {
     std::vector<Registration> interested;
+    // A copy, because an observer may add or remove registrations while the notices are sent.
     std::ranges::copy_if(_registrations, std::back_inserter(interested),
                          [&](const Registration& entry) { return entry.keyPath == key || entry.keyPath == kEveryKey; });
     return interested;
@@ -46,6 +47,7 @@ void KeyValueObservable::willChangeValueForKey(const std::string& key) {
     std::vector<Registration> interested;
     {
         const std::scoped_lock lock(_observingMutex);
+        // A setter that calls another one of the same key causes one notice, not two.
         if (_openChanges[key]++ > 0) return;
         interested = registrationsFor(key);
     }

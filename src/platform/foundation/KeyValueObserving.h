@@ -45,6 +45,7 @@ class KeyValueObservable {
     /// Off by default; for development. Reports changes of observed values outside the main queue (see
     /// TBPrinters::swapImpsforPrivateAPI): called with the key at every did-change.
     using ChangeDiagnostic = void (*)(const std::string& key);
+    /// Process-wide; null turns it off. Any thread.
     static void setChangeDiagnostic(ChangeDiagnostic diagnostic);
 
   private:
@@ -63,6 +64,7 @@ class KeyValueObservable {
 /// Sends will-change in the constructor and did-change in the destructor.
 class KeyChange {
   public:
+    /// The object must outlive the change.
     KeyChange(KeyValueObservable& object, std::string key) : _object(object), _key(std::move(key)) {
         _object.willChangeValueForKey(_key);
     }

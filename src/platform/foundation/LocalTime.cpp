@@ -48,6 +48,7 @@ bool isSame(const std::tm& one, const std::tm& other) {
 // exist.
 std::optional<std::int64_t> momentOfParts(const std::tm& parts, bool isUniversal) {
     std::tm normal = parts;
+    // The C library finds out whether daylight saving time applies at that moment.
     normal.tm_isdst = -1;
     const std::time_t seconds = isUniversal ? ::timegm(&normal) : ::mktime(&normal);
     if (!isSame(normal, parts)) return std::nullopt;
@@ -107,6 +108,7 @@ std::optional<std::int64_t> momentBefore(std::string_view text, std::int64_t now
     std::int64_t count = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size() - 1, count);
     if (unit == 0 || error != std::errc() || end != text.data() + text.size() - 1 || count < 0) return std::nullopt;
+    // Half, so that the subtraction below cannot overflow either.
     if (count > std::numeric_limits<std::int64_t>::max() / 2 / unit) return std::nullopt;
     return now - count * unit;
 }

@@ -29,6 +29,7 @@ template <class... Arguments>
 std::string localizedFormat(const Bundle& bundle, const char* key, const Arguments&... arguments) {
     return filledText(bundle.localizedString(key), key, arguments...);
 }
+/// The same for code without a bundle.
 template <class... Arguments> std::string localizedFormat(const char* key, const Arguments&... arguments) {
     return filledText(Bundle::localized(key), key, arguments...);
 }

@@ -43,6 +43,7 @@ void toStandardError(Outlets& shared, const std::string& text) {
     if (const SystemLogSink sink = shared.standardError) {
         sink(text);
     } else {
+        // A printer's texts are part of many lines and must not control the terminal.
         const std::string line = printable(withoutLineEnd(text)) + '\n';
         std::cerr.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
     }

@@ -14,6 +14,7 @@ void systemLog(const std::string& text);
 /// sink.
 void standardErrorLog(const std::string& text);
 
+/// Called with one text at a time, under the log's lock; it may log itself.
 using SystemLogSink = std::function<void(const std::string& text)>;
 
 /// Replaces the destination of system log texts (tests collect them); null restores syslog.

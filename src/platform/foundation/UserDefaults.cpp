@@ -83,6 +83,7 @@ bool UserDefaults::write() {
     fs::path target = _file;
     if (fs::is_symlink(_file, error)) target = fs::weakly_canonical(_file, error); // keep the link, replace the file
     if (error || target.empty()) target = _file;
+    // Bytes that are not UTF-8 are replaced: dump() would throw for them.
     const std::string text = _values->root.dump(4, ' ', false, json::error_handler_t::replace) + '\n';
     const std::error_code failure = replaceFile(target, text, FileAccess::owner);
     _writeError = !failure ? std::string{}
@@ -107,6 +108,7 @@ template <class Value> bool UserDefaults::set(const std::string& key, const Valu
     const std::scoped_lock lock(_mutex);
     const json stored(value);
     const auto found = _values->root.find(key);
+    // After a failed write the file may lack the value although it is known here: it is written again.
     const bool isInFile = _mayWrite && _writeError.empty();
     if (isInFile && found != _values->root.end() && *found == stored) return true;
     _values->root[key] = stored;

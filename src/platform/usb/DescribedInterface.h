@@ -26,6 +26,7 @@ struct DescriptorValues {
 /// the code of present(). Any thread.
 template <class Base> class DescribedInterface : public Base {
   public:
+    /// Takes the descriptors, which do not change while the object exists.
     explicit DescribedInterface(DescriptorValues descriptors) : _descriptors(std::move(descriptors)) {}
 
     IOReturn GetInterfaceClass(std::uint8_t& interfaceClass) override {

@@ -6,6 +6,8 @@
 
 namespace zul {
 
+/// Not ignored by accident: a caller that does not need a code casts it to void. Any other 32-bit value is a valid
+/// code, too.
 enum class [[nodiscard]] IOReturn : std::uint32_t{
     kIOReturnSuccess = 0,
     kIOReturnInvalid = 0xE0000001,

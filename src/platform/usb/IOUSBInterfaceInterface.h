@@ -31,9 +31,11 @@ struct IOUSBDevRequestTO {
     std::uint32_t completionTimeout = 0; // ms; 0 = the bus's default
 };
 
+/// As seen from the host.
 enum class PipeDirection : std::uint8_t { out = 0, in = 1 };
 constexpr std::uint8_t kUSBBulk = 2; // transfer type of a bulk pipe
 
+/// One endpoint of an interface, as its descriptor reports it.
 struct PipeProperties {
     PipeDirection direction = PipeDirection::out;
     std::uint8_t number = 0; // endpoint number without the direction bit
@@ -48,13 +50,17 @@ class IOUSBInterfaceDescription {
   public:
     virtual ~IOUSBInterfaceDescription() = default;
 
+    /// bInterfaceClass and bInterfaceSubClass: 7 and 1 for printers.
     virtual IOReturn GetInterfaceClass(std::uint8_t& interfaceClass) = 0;
     virtual IOReturn GetInterfaceSubClass(std::uint8_t& interfaceSubClass) = 0;
+    /// idVendor, idProduct and bcdDevice of the device.
     virtual IOReturn GetDeviceVendor(std::uint16_t& vendor) = 0;
     virtual IOReturn GetDeviceProduct(std::uint16_t& product) = 0;
     virtual IOReturn GetDeviceReleaseNumber(std::uint16_t& releaseNumber) = 0;
     /// Bus number in the top byte, port path in the nibbles below; unchanged by a restart on the same port.
     virtual IOReturn GetLocationID(std::uint32_t& locationID) = 0;
+    /// bInterfaceNumber, bAlternateSetting and bConfigurationValue: a request for the device ID is addressed with the
+    /// three.
     virtual IOReturn GetInterfaceNumber(std::uint8_t& number) = 0;
     virtual IOReturn GetAlternateSetting(std::uint8_t& alternate) = 0;
     virtual IOReturn GetConfigurationValue(std::uint8_t& configuration) = 0;

@@ -66,8 +66,10 @@ void InterestTable::deliver(ServiceToken service, IOMessage message, void* argum
     std::vector<Interest> interests;
     {
         const std::scoped_lock lock(_mutex);
+        // A copy: a callback may register or unregister, on this thread or another one.
         interests = _interests;
     }
+    // A printer registers when it is made and again on its command queue; it must handle each message once.
     std::vector<const void*> notified;
     for (const Interest& interest : interests) {
         if (interest.service != service || std::ranges::count(notified, interest.context) > 0) continue;
@@ -81,6 +83,7 @@ void NotificationPort::announce(ServiceNotification kind, ServiceToken token, US
     for (const auto& match : registered) {
         if (match->kind != kind || !matches(match->matching, service)) continue;
         match->iterator->_pending.push_back(token);
+        // Not armed: the receiver is still reading the iterator and will find the token there.
         if (!match->iterator->_armed) continue;
         match->iterator->_armed = false;
         match->callback(*match->iterator);
@@ -88,6 +91,7 @@ void NotificationPort::announce(ServiceNotification kind, ServiceToken token, US
 }
 
 ServiceToken ServiceRegistry::add(std::shared_ptr<USBService> service) {
+    // Never reused, so that a late event of a departed service cannot concern its successor.
     const ServiceToken token = _nextToken++;
     _services.emplace(token, Entry{std::move(service)});
     return token;
@@ -116,12 +120,15 @@ void ServiceRegistry::serviceTerminated(ServiceToken token) {
     if (found == _services.end()) return;
     const std::shared_ptr<USBService> service = found->second.service;
     if (found->second.isAnnounced) {
+        // Before the removal notifications: a printer keeps its device info for its successor, then the controller
+        // retires it.
         serviceMessage(token, kIOMessageServiceIsTerminated, nullptr);
         const auto ports = _ports;
         for (NotificationPort* port : ports) {
             if (std::ranges::count(_ports, port) > 0) port->announce(ServiceNotification::terminated, token, *service);
         }
     }
+    // By token, because a callback may have changed the map.
     _services.erase(token);
 }
 

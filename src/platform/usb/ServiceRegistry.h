@@ -29,6 +29,7 @@ class USBService : public IOUSBInterfaceDescription {
     virtual bool isVirtual() const = 0;
 };
 
+/// Arrivals, or departures.
 enum class ServiceNotification { matched, terminated };
 
 /// The services that a notification has not returned yet, in bus order. The notification is armed when next() has
@@ -85,6 +86,7 @@ class NotificationPort {
   public:
     using MatchCallback = std::function<void(ServiceIterator& iterator)>;
 
+    /// Registers with the registry, which must outlive the port.
     explicit NotificationPort(ServiceRegistry& registry);
     ~NotificationPort();
     NotificationPort(const NotificationPort&) = delete;
@@ -99,6 +101,7 @@ class NotificationPort {
     /// messages.
     const std::shared_ptr<InterestTable>& interests() const { return _interests; }
 
+    /// The registry whose services it announces.
     ServiceRegistry& registry() { return _registry; }
 
   private:
@@ -127,8 +130,8 @@ class ServiceRegistry {
     /// add() and announce(), for a device with one interface.
     ServiceToken serviceArrived(std::shared_ptr<USBService> service);
     /// For the bus: the interface was detached. Interested contexts receive "terminated" first, then the removal
-    /// notifications run, then the token is unknown. A service that was not announced is removed silently. Unknown
-    /// tokens are ignored.
+    /// notifications run, then the token is unknown. A service that was not announced is removed without notice.
+    /// Unknown tokens are ignored.
     void serviceTerminated(ServiceToken token);
     /// For the bus: delivers any other message about a service.
     void serviceMessage(ServiceToken token, IOMessage message, void* argument);

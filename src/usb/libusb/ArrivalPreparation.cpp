@@ -38,6 +38,7 @@ void readIdentity(DeviceConnection& connection, DeviceIdentity& identity) {
     const int result =
         libusb_control_transfer(connection.handle(), 0xA1, 0, identity.value, identity.index, buffer.data(),
                                 buffer.size(), static_cast<unsigned>(bus_limits::kIdentityTimeout.count()));
+    // Asked again by the caller: a printer that is starting may stall the request or leave it unanswered.
     if (result < 0) return;
     identity.isMissing = false;
     identity.reply.assign(buffer.begin(), buffer.begin() + result);
@@ -100,7 +101,7 @@ void prepareArrival(Attachment& attachment) {
         }
     }
     readIdentities(attachment, *connection);
-    attachment.preparedConnection = std::move(connection);
+    attachment.preparedConnection = std::move(connection); // the handle that the engine makes finds the node open
 }
 
 } // namespace zul

@@ -1,5 +1,5 @@
-// What is done with one of our printers before it is announced: it is claimed where an update is under way, and its
-// device IDs are read, because the engine asks for each only once.
+// Prepares one of our printers before it is announced: claims it where an update is under way, and reads its device
+// IDs, because the engine requests each only once.
 #pragma once
 
 #include "usb/libusb/Attachment.h"

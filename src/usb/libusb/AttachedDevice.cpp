@@ -31,6 +31,7 @@ IOReturn AttachedDevice::connect(std::shared_ptr<DeviceConnection>& connection) 
     const std::scoped_lock lock(_mutex);
     connection = _connection.lock();
     if (connection != nullptr) return kIOReturnSuccess;
+    // Still under the lock: two callers at once must not open the node twice.
     libusb_device_handle* handle = nullptr;
     if (const int result = libusb_open(_device.get(), &handle); result != 0) return ioReturnFromLibusb(result);
     connection = std::make_shared<DeviceConnection>(shared_from_this(), handle);
@@ -51,6 +52,8 @@ void AttachedDevice::keptEnded() {
                 const std::scoped_lock lock(self->_mutex);
                 if (self->_driverless.empty()) return;
             }
+            // No handle is left, but the kernel's driver is still missing: only an open node can give it the
+            // interfaces.
             if (self->hasLeft() || self->connect(connection) != kIOReturnSuccess) return;
         }
         connection->releaseUnused();

@@ -15,14 +15,17 @@ class DeviceConnection;
 
 class AttachedDevice : public std::enable_shared_from_this<AttachedDevice> {
   public:
+    /// Takes a reference of its own to the device; opens nothing. context: the session that device belongs to.
     AttachedDevice(std::shared_ptr<BusServices> services, std::shared_ptr<LibusbContext> context,
                    libusb_device* device);
 
     /// Reads the descriptors; false while the device is not configured. Main queue, until it has once been true.
     bool readDescriptors();
+    /// Empty before readDescriptors(); not changed after it has been true. Any thread.
     const DeviceDescriptors& descriptors() const { return _descriptors; }
     /// The printer interfaces; none before the descriptors were read.
     const std::vector<InterfaceDescriptors>& interfaces() const { return _interfaces; }
+    /// Of the bus that found the device; they outlive it. Any thread.
     BusServices& services() const { return *_services; }
     /// The node of the kernel's printer driver; nullopt while that is not bound. Any thread.
     std::optional<std::string> driverNode(std::uint8_t interface) const;
@@ -45,8 +48,10 @@ class AttachedDevice : public std::enable_shared_from_this<AttachedDevice> {
     /// Whether end() was called. Any thread.
     bool hasLeft() const { return _left; }
 
-    /// Until then missing rights may be no more than udev's delay. Any thread.
+    /// Until time a refused open may succeed later, because udev grants permissions a moment after the node appears.
+    /// Any thread.
     void rightsMayComeUntil(Clock::TimePoint time) { _rightsBy = time; }
+    /// Whether that time has not passed yet. Any thread.
     bool mayRightsCome() const { return _services->clock().now() < _rightsBy.load(); }
 
   private:

@@ -1,4 +1,4 @@
-// What happened on the bus and was not handled yet: comes in on any thread and is put in order for the main queue.
+// The events of the bus that are not handled yet: added on any thread, taken one by one on the main queue.
 #pragma once
 
 #include "usb/libusb/Attachment.h"
@@ -8,10 +8,12 @@
 
 namespace zul {
 
-/// Bus number and address: different for any two devices that are there at the same time.
+/// Bus number and address: different for any two devices that are attached at the same time.
 using DeviceKey = std::pair<std::uint8_t, std::uint8_t>;
+/// Answered from libusb's memory, also after the device has left. Any thread.
 DeviceKey keyOf(libusb_device* device);
 
+/// One event; only the members named for its kind are set.
 struct BusEvent {
     enum class Kind { arrived, left, prepared, reenumerated };
     Kind kind;
@@ -24,6 +26,7 @@ struct BusEvent {
 /// Outlives the bus inside the libusb session, because a hot-plug callback may run at any time until the session ends.
 class BusInbox {
   public:
+    /// port: the way to the main queue; its closing ends the inbox.
     explicit BusInbox(std::shared_ptr<MainPort> port) : _port(std::move(port)) {}
     /// What runs on main whenever events wait. Before the first event.
     void setReader(Block reader) { _reader = std::move(reader); }

@@ -17,7 +17,8 @@ inline constexpr std::chrono::milliseconds kAccessWait = 2000ms;
 /// The same for a printer that is expected back from a restart of its update. It has to be opened to get its image or
 /// its tables, and once it is announced without the right to open it, its update does not continue by itself.
 inline constexpr std::chrono::milliseconds kAccessWaitInUpdate = 15'000ms;
-/// How often the node is looked at meanwhile: short against what a person notices, long against the cost of a look.
+/// How often the node is checked meanwhile: too short a delay for a person to notice, and rare against the cost of a
+/// check.
 inline constexpr std::chrono::milliseconds kAccessRetryInterval = 100ms;
 
 /// The kernel takes control transfers of at most one page; more is refused before anything is sent.
@@ -35,8 +36,8 @@ inline constexpr std::size_t kWritePiece = 256 * 1024;
 inline constexpr std::chrono::milliseconds kHolderPollInterval = 5000ms;
 
 /// After the last use of an interface the kernel's printer driver gets it back this much later. Long enough that the
-/// questions of one round, which open and close the interface each, do not make the driver come and go between them;
-/// short enough that a print service finds the printer when somebody prints.
+/// questions of one round, which open and close the interface each, do not attach and detach the driver between them;
+/// short enough that a print service finds the printer for its next job.
 inline constexpr std::chrono::milliseconds kIdleBeforeReturn = 1000ms;
 
 /// How long a printer's device ID is asked for before it is taken to be missing. A printer that has just restarted may
@@ -50,7 +51,7 @@ inline constexpr std::chrono::milliseconds kIdentityPause = 250ms;
 /// answer are known when start returns, and one that does not delays no other.
 inline constexpr std::chrono::milliseconds kStartWait = kIdentityTimeout;
 
-/// A pipe is in step again when no data has come for this long. A reply that is late by more is late by seconds.
+/// A pipe is empty when no data has come for this long. A reply that is later than this is late by seconds.
 inline constexpr std::chrono::milliseconds kResynchronizeQuiet = 100ms;
 /// A device that sends for longer, or more, than this sends without end: the longest reply has some kilobytes.
 inline constexpr std::chrono::milliseconds kResynchronizeTime = 2000ms;
@@ -58,7 +59,7 @@ inline constexpr std::size_t kResynchronizeBytes = 1024 * 1024;
 /// One read of it: a few transfers for what a printer can have buffered.
 inline constexpr std::uint32_t kResynchronizePiece = 16 * 1024;
 
-/// Where neither udev nor the kernel reports arrivals: how often to look at what is on the bus. A printer that
+/// Where neither udev nor the kernel reports arrivals: how often the devices on the bus are listed. A printer that
 /// restarts is away for seconds.
 inline constexpr std::chrono::milliseconds kRescanInterval = 2000ms;
 

@@ -1,11 +1,11 @@
-// Blocks that run apart from all queues, on threads of their own, and the question who has reserved a printer. Called
-// by devices and handles, any thread.
+// Runs blocks apart from all queues, on threads of their own, and asks which process has reserved a printer. Called by
+// devices and handles, any thread.
 #include "usb/libusb/BusServices.h"
 
 namespace zul {
 
 void BusServices::runApart(Block block) const {
-    // The queue's thread outlives the queue object by what it has to do.
+    // The queue object is destroyed here; its thread ends by itself after the block.
     SerialQueue("usb", clock()).async(std::move(block));
 }
 

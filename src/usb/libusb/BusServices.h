@@ -1,4 +1,4 @@
-// What all devices of one running bus share.
+// The services and settings that all devices of one running bus share. Any thread.
 #pragma once
 
 #include "usb/libusb/LibusbBus.h"
@@ -14,6 +14,7 @@ namespace zul {
 /// The locations at which an update is under way. Any thread.
 class KeptLocations {
   public:
+    /// Setting a location twice has no effect.
     void set(std::uint32_t locationID, bool kept) {
         const std::scoped_lock lock(_mutex);
         if (kept) {
@@ -22,10 +23,12 @@ class KeptLocations {
             _locations.erase(locationID);
         }
     }
+    /// Asked by devices on the printers' queues, set by the bus on main.
     bool contains(std::uint32_t locationID) const {
         const std::scoped_lock lock(_mutex);
         return _locations.contains(locationID);
     }
+    /// At the end of the bus, so that handles which outlive it keep no claim.
     void clear() {
         const std::scoped_lock lock(_mutex);
         _locations.clear();
@@ -42,6 +45,7 @@ struct BusServices {
     LibusbBusOptions options;
     KeptLocations kept;
 
+    /// The clock of the bus; it outlives every handle.
     Clock& clock() const { return port->clock(); }
     /// Runs block soon on a thread of its own, for what may block longer than the main queue can wait. Any thread.
     void runApart(Block block) const;

@@ -34,14 +34,15 @@ IOReturn DeviceConnection::seizeLocked(std::uint8_t interface, const void* owner
         return kIOReturnSuccess;
     }
     int result = libusb_claim_interface(_handle, interface);
-    // Busy may be the kernel's own driver, which is detached, or another program, which is not asked.
+    // Busy: detach the kernel's driver if that holds the interface; if another process does, give up.
     if (result == LIBUSB_ERROR_BUSY && isDriverBound(interface)) {
         if (const IOReturn code = seizeFromDriver(interface, result); code != kIOReturnSuccess) return code;
     }
     if (result != 0) {
-        scheduleReturn(interface);
+        scheduleReturn(interface); // the driver was perhaps detached for this claim
         return ioReturnFromLibusb(result);
     }
+    // In use again: the driver must not get it back now.
     cancelReturn(interface);
     _owners[interface] = owner;
     if (owner == nullptr) {
@@ -71,7 +72,7 @@ bool DeviceConnection::isDriverBound(std::uint8_t interface) const {
 
 IOReturn DeviceConnection::detachDriver(std::uint8_t interface) {
     const int result = libusb_detach_kernel_driver(_handle, interface);
-    if (result == LIBUSB_ERROR_NOT_FOUND) return kIOReturnSuccess; // somebody else was quicker
+    if (result == LIBUSB_ERROR_NOT_FOUND) return kIOReturnSuccess; // another process has detached it meanwhile
     if (result != 0) return ioReturnFromLibusb(result);
     setDriverless(interface);
     return kIOReturnSuccess;

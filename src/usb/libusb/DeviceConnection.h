@@ -1,5 +1,5 @@
 // The one open node through which all interfaces of a device and both kinds of handles talk to it. One node per device
-// and process: a second one would find the claims of the first and report them as somebody else's.
+// and process: a second one would find the claims of the first and report them as those of another process.
 #pragma once
 
 #include "usb/libusb/AttachedDevice.h"
@@ -16,13 +16,15 @@ namespace zul {
 /// command queues of several interfaces.
 class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
   public:
+    /// Owns the handle and closes it. Only AttachedDevice::connect() makes connections.
     DeviceConnection(std::shared_ptr<AttachedDevice> device, libusb_device_handle* handle);
-    /// Releases everything and closes the node. What the kernel's driver would have is given back by then, or here if
-    /// the bus has stopped.
+    /// Releases everything and closes the node. Interfaces that belong to the kernel's driver are attached to it by
+    /// then, or here if the bus has stopped.
     ~DeviceConnection();
     DeviceConnection(const DeviceConnection&) = delete;
     DeviceConnection& operator=(const DeviceConnection&) = delete;
 
+    /// Valid as long as this object; for transfers, which Transfer marks.
     libusb_device_handle* handle() const { return _handle; }
     const std::shared_ptr<AttachedDevice>& device() const { return _device; }
 
@@ -64,6 +66,7 @@ class DeviceConnection : public std::enable_shared_from_this<DeviceConnection> {
     /// Marks a transfer for as long as it lives.
     class Transfer {
       public:
+        /// While a transfer is marked the interface does not go back to the kernel's driver.
         explicit Transfer(DeviceConnection& connection) : _count(connection._transfers) { ++_count; }
         ~Transfer() { --_count; }
         Transfer(const Transfer&) = delete;

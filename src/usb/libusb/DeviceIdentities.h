@@ -1,4 +1,4 @@
-// What was read of a device before it was announced: its device IDs, one per printer interface.
+// The device IDs that were read before a device was announced, one per printer interface.
 #pragma once
 
 #include "platform/usb/IOUSBInterfaceInterface.h"

@@ -1,4 +1,4 @@
-// Where the bus learns of arrivals and departures from.
+// The source of a bus's arrivals and departures. Used by the core on the main queue.
 #pragma once
 
 #include "usb/libusb/BusInbox.h"
@@ -8,12 +8,12 @@ namespace zul {
 class DeviceSource {
   public:
     virtual ~DeviceSource() = default;
-    /// What is attached is in the inbox when this returns; what happens later comes in on a thread of the source's.
-    /// Main queue.
+    /// The attached devices are in the inbox when this returns; later events are added on a thread of the source.
+    /// kIOReturnError or the library's code if the source cannot run. Main queue.
     virtual IOReturn start() = 0;
     /// No event is added to the inbox afterwards but one that is being added now. Does not wait. Main queue.
     virtual void stop() = 0;
-    /// How well it sees, once it has started.
+    /// How it detects arrivals, once it has started.
     virtual ArrivalSight sight() const = 0;
     /// The session of the devices whose events name none; null if there is none.
     virtual std::shared_ptr<LibusbContext> context() const { return nullptr; }

@@ -52,7 +52,9 @@ bool isUdevRunning(const SystemFolders& folders) {
 IOReturn HotplugSource::start() {
     if (libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG) == 0) return kIOReturnError;
     if (const IOReturn code = LibusbContext::create(_context); code != kIOReturnSuccess) return code;
+    // Before the registration, whose callback may run at once and gets the inbox as a plain pointer.
     _context->keep(_inbox);
+    // The attached devices are reported inside this call, so start() finds them all in the inbox.
     const int result = libusb_hotplug_register_callback(
         _context->get(), LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,
         LIBUSB_HOTPLUG_ENUMERATE, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY,
@@ -66,6 +68,7 @@ void HotplugSource::stop() {
     *_ended = true;
     if (_context == nullptr) return;
     if (_callback != 0) libusb_hotplug_deregister_callback(_context->get(), _callback);
+    // Wakes the event thread, which then sees that it has ended and drops its reference to the session.
     libusb_interrupt_event_handler(_context->get());
     _context = nullptr;
 }

@@ -1,17 +1,18 @@
-// Arrivals and departures as libusb reports them, which has them from udevd. Without udevd it reports none.
+// Arrivals and departures as libusb reports them; libusb gets them from udevd, and without udevd it reports none.
 #pragma once
 
 #include "usb/libusb/DeviceSource.h"
 
 namespace zul {
 
-/// Whether udevd reports to this process: somebody listens at its control socket in the folder of running services. The
-/// file alone says little: it remains after an udevd that was killed, and in a container it may be that of the machine,
-/// whose reports do not come in. The kernel's list of sockets has neither. Any thread.
+/// Whether udevd reports to this process: a process listens at its control socket in the folder of running services.
+/// The file alone says little: it remains after an udevd that was killed, and in a container it may be that of the
+/// machine, whose reports do not come in. The kernel's list of sockets has neither. Any thread.
 bool isUdevRunning(const SystemFolders& folders);
 
 class HotplugSource final : public DeviceSource {
   public:
+    /// inbox: receives the events, and is kept until the libusb session has ended.
     explicit HotplugSource(std::shared_ptr<BusInbox> inbox) : _inbox(std::move(inbox)) {}
     ~HotplugSource() override { stop(); }
     IOReturn start() override;

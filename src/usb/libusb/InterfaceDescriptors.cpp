@@ -25,8 +25,8 @@ PipeProperties pipeProperties(const libusb_endpoint_descriptor& endpoint) {
     return pipe;
 }
 
-// The alternate setting that is active once we hold the interface: the kernel goes back to number 0 when it takes its
-// own driver off, so a setting that this driver chose is not used.
+// The alternate setting that is active once we hold the interface: the kernel selects number 0 when it detaches its
+// own driver, so a setting that this driver chose is not used.
 const libusb_interface_descriptor* activeSetting(const libusb_interface& interface) {
     const auto* begin = interface.altsetting;
     const auto* end = begin + interface.num_altsetting;

@@ -11,6 +11,7 @@ struct libusb_device;
 
 namespace zul {
 
+/// Of the whole device.
 struct DeviceDescriptors {
     std::uint8_t busNumber = 0;
     std::uint8_t address = 0;
@@ -33,6 +34,7 @@ struct DeviceDescriptors {
     std::string nodePath() const;
 };
 
+/// Of one printer interface, in the alternate setting that is used.
 struct InterfaceDescriptors {
     std::uint8_t number = 0;
     std::uint8_t alternate = 0;

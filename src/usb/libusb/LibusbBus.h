@@ -12,6 +12,7 @@
 
 namespace zul {
 
+/// Fixed for the life of the bus.
 struct LibusbBusOptions {
     /// Which printers other processes of ours use: those are left alone. Must outlive the bus and its handles. May be
     /// null.
@@ -39,6 +40,7 @@ enum class ArrivalSight {
 /// outlive the bus; the clock every handle, and what is still under way after stop() for a few seconds.
 class LibusbBus final : public USBBus {
   public:
+    /// Opens nothing; start() does.
     LibusbBus(MainQueue& mainQueue, Clock& clock, LibusbBusOptions options = {});
     ~LibusbBus() override;
 

@@ -75,6 +75,7 @@ void LibusbBus::Core::waitForPreparations() {
 
 void LibusbBus::Core::stop() {
     _port->close();
+    // The port is closed first: from here on no event of a source, timer or preparation is handled.
     if (_source != nullptr) _source->stop();
     _services->kept.clear();
     for (const auto& [key, entry] : _entries) {

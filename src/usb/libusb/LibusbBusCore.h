@@ -14,6 +14,7 @@ namespace zul {
 /// Main queue only.
 class LibusbBus::Core : public std::enable_shared_from_this<Core> {
   public:
+    /// The registry must outlive stop(); a core is started once and not again after stop().
     Core(MainQueue& mainQueue, Clock& clock, ServiceRegistry& registry, const LibusbBusOptions& options);
     /// Announces what is attached and begins to listen. After a failure call stop() all the same.
     IOReturn start();

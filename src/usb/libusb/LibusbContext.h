@@ -37,10 +37,13 @@ class LibusbContext {
 /// A counted reference to a device of a session, taken when made. The session must outlive it; owners hold both.
 class DeviceReference {
   public:
+    /// Adds a reference; the caller keeps its own.
     explicit DeviceReference(libusb_device* device);
+    /// Takes the reference over; other is empty then.
     DeviceReference(DeviceReference&& other) noexcept : _device(other._device) { other._device = nullptr; }
     DeviceReference& operator=(DeviceReference&&) = delete;
     ~DeviceReference();
+    /// Null after a move.
     libusb_device* get() const { return _device; }
 
   private:

@@ -7,6 +7,7 @@ namespace zul {
 
 class LibusbDevice final : public IOUSBDeviceInterface {
   public:
+    /// Keeps the node open through the connection.
     LibusbDevice(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection)
         : _attachment(std::move(attachment)), _connection(std::move(connection)) {}
 

@@ -22,6 +22,7 @@ LibusbInterface::~LibusbInterface() {
 IOReturn LibusbInterface::USBInterfaceOpenSeize() {
     if (const IOReturn code = present(); code != kIOReturnSuccess) return code;
     if (_connection->isClaimed(_descriptors.interfaceNumber, this)) return kIOReturnSuccess;
+    // Also where the interface is free: the process that updates the printer does not hold it during restarts.
     if (reservationElsewhere(device().services(), device().descriptors().key())) return kIOReturnExclusiveAccess;
     return _connection->seize(_descriptors.interfaceNumber, this);
 }

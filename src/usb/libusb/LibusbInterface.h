@@ -13,6 +13,7 @@ std::chrono::milliseconds controlTimeout(const IOUSBDevRequestTO& request);
 
 class LibusbInterface final : public DescribedInterface<IOUSBInterfaceInterface> {
   public:
+    /// Keeps the node open through the connection; claims nothing yet.
     LibusbInterface(std::shared_ptr<Attachment> attachment, std::shared_ptr<DeviceConnection> connection,
                     DescriptorValues descriptors);
     /// Ends the watch and drops the claim. The node closes with the device's last handle, or when the kernel's driver

@@ -8,6 +8,7 @@ namespace zul {
 
 class LibusbService final : public DescribedInterface<USBService> {
   public:
+    /// Copies the descriptors; opens nothing.
     LibusbService(std::shared_ptr<Attachment> attachment, const InterfaceDescriptors& interface)
         : DescribedInterface(descriptorValues(attachment->device->descriptors(), interface)),
           _attachment(std::move(attachment)) {}

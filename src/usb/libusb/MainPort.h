@@ -1,4 +1,4 @@
-// The way from the bus's private threads to the main queue. It can be closed; after that no block of the bus runs
+// Posts blocks from the bus's private threads to the main queue until it is closed; after that no block of the bus runs
 // there, whatever is still under way.
 #pragma once
 
@@ -11,6 +11,7 @@ namespace zul {
 /// Any thread. The queue must outlive the port or its close(); the clock every handle of the bus.
 class MainPort {
   public:
+    /// Open at first.
     MainPort(MainQueue& mainQueue, Clock& clock) : _mainQueue(mainQueue), _clock(clock) {}
 
     /// Runs block later on the main queue, unless the port is closed by then. False when it is closed already.
@@ -19,6 +20,7 @@ class MainPort {
     void close();
     /// Any thread.
     bool isClosed() const;
+    /// Usable also after close().
     Clock& clock() const { return _clock; }
 
   private:

@@ -1,4 +1,4 @@
-// Reports when somebody closes a device node: the only sign that the system gives of another program releasing a
+// Reports when a process closes a device node: the only sign that the system gives of another program releasing a
 // printer.
 #pragma once
 
@@ -13,6 +13,7 @@ namespace zul {
 /// Watches files on a private thread, made with the first watch, ended without joining when the watcher goes.
 class NodeWatcher {
   public:
+    /// Without inotify on this system each add() returns 0.
     NodeWatcher();
     ~NodeWatcher();
     NodeWatcher(const NodeWatcher&) = delete;
@@ -24,7 +25,7 @@ class NodeWatcher {
     std::uint64_t add(const std::string& path, Callback closed);
     /// A callback that already runs is not waited for. Any thread.
     void remove(std::uint64_t watch);
-    /// Closes the file, which was opened at path, without a report to the file's watches. A close by somebody else at
+    /// Closes the file, which was opened at path, without a report to the file's watches. A close by another process at
     /// the same moment goes unreported, too: the caller has just seen that no other process has the file open. Any
     /// thread.
     void closeUnseen(const std::string& path, ScopedFd file);

@@ -1,4 +1,4 @@
-// Which processes have a file open, as the system reports it.
+// The processes that have a file open, as the system reports it.
 #pragma once
 
 #include "platform/usb/PrinterReservations.h"
@@ -9,6 +9,7 @@
 
 namespace zul {
 
+/// One process that has the file open.
 struct FoundProcess {
     int pid = 0;
     std::string name; // as the kernel keeps it: 15 characters at most

@@ -81,6 +81,7 @@ void ScanSource::State::run() {
     while (!ended) {
         std::array<pollfd, 2> entries{{{wake.descriptor(), POLLIN, 0}, {uevents.descriptor(), POLLIN, 0}}};
         if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) return;
+        // Both are read before the look: what is reported during it leads to another one.
         const bool isWoken = wake.lower();
         const bool isReported = uevents.isOpen() && uevents.readReports();
         if (ended || (!isWoken && !isReported)) continue;

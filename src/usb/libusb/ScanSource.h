@@ -1,5 +1,5 @@
-// Arrivals and departures found by looking at the whole bus, whenever the kernel reports something about USB, or else
-// every 2 s. For systems on which udevd does not run.
+// Arrivals and departures found by listing all devices on the bus, whenever the kernel reports something about USB, or
+// else every 2 s. For systems on which udevd does not run.
 #pragma once
 
 #include "usb/libusb/DeviceSource.h"
@@ -8,6 +8,7 @@ namespace zul {
 
 class ScanSource final : public DeviceSource {
   public:
+    /// Opens the socket of the kernel's reports, unless the options refuse it; starts no thread.
     ScanSource(std::shared_ptr<BusInbox> inbox, std::shared_ptr<BusServices> services);
     ~ScanSource() override { stop(); }
     IOReturn start() override;

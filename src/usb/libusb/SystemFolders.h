@@ -1,4 +1,5 @@
-// Where the kernel and the system's services show themselves as files. Tests put folders of their own in their place.
+// The folders in which the kernel and the system's services publish their state. Tests replace them with folders of
+// their own.
 #pragma once
 
 #include <string>

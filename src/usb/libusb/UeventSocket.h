@@ -1,4 +1,4 @@
-// The kernel's own reports of devices that come and go. They need no daemon and no rights.
+// The kernel's own reports of arrivals and departures. They need no daemon and no permissions.
 #pragma once
 
 #include "platform/files/ScopedFd.h"
@@ -11,6 +11,7 @@ class UeventSocket {
     /// Not open when the system refuses it, or when it is not wanted.
     explicit UeventSocket(bool isWanted);
 
+    /// False: the bus has to be listed at intervals.
     bool isOpen() const { return bool(_socket); }
     /// Readable when reports wait; -1 when not open.
     int descriptor() const { return _socket.get(); }
