@@ -34,6 +34,7 @@ TBUSBPrinter::Text TBUSBPrinterZUL::image() const {
 }
 
 void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
+    assertOnMainQueue();
     TBUSBPrinter::initWithInterfaceInterface(std::move(interfaceInterface), deviceObject);
     if (!printerCommandQueue()) {
         assertOnCommandQueue();
@@ -48,6 +49,7 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
     logText("infoDict here is %s", saved->description());
     _deviceInfoDict->addEntries(*saved);
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), saved] {
+        assertOnMainQueue();
         if (!self->manufacturer()) {
             if (const Text known = saved->string(HOLVEN_TBPrinterManufacturer)) self->setManufacturer(known);
         }
@@ -119,14 +121,15 @@ TBUSBPrinter::Text TBUSBPrinterZUL::stringForCommandCode(std::uint32_t code) {
 }
 
 void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload) {
-    for (const int number : commandFrameErrors(code, payload == nullptr ? 0 : payload->size())) {
-        reportInternalError(number);
-    }
-    if (!_channel.sendFrame(code, payload)) errorWithString(localized("Communication error"), 0);
+    static_cast<void>(_channel.sendFrame(code, payload)); // reported there
 }
 
 std::optional<Data> TBUSBPrinterZUL::printerReply() {
-    return _exchange.readReply();
+    return _channel.readReply().body;
+}
+
+void TBUSBPrinterZUL::reportCommunicationError() {
+    errorWithString(localized("Communication error"), 0);
 }
 
 void TBUSBPrinterZUL::reportInternalError(int number) {

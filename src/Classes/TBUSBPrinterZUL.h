@@ -57,8 +57,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// errorWithString:code:  The protocol's one error sink: deliberately without effect. Tests listen here. Command
     /// queue.
     virtual void errorWithString(const std::string& message, int code);
-    /// Reports an internal error to that sink by its number. Command queue.
-    void reportInternalError(int number);
+    /// Both report to that sink. Command queue.
+    void reportInternalError(int number) override;
+    void reportCommunicationError() override;
 
     // ---- status and device info ------------------------------------------------------------------------------------
 
@@ -102,6 +103,10 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Asks for everything that the model can be asked for. Reports events::QuestionsEnded. Command queue.
     void getDeviceCustomInfo() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
+    /// Stores an answer's text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on
+    /// the calling thread; nullopt removes the key.
+    void storeFact(const std::string& key, const Text& value);
+    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
     /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
     Text fact(const char* key) const { return _deviceInfoDict->string(key); }
     Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
@@ -128,16 +133,19 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     bool hasISerialSupport() const;
     /// Asks the printer for the setting and stores the answer, with change notices of "usbISerialString".
     void getUSB_ISerial();
-    /// Writes the setting to the printer, without a comparison, and asks for it again. Raises no alert.
+    /// Writes the setting to the printer, compares with nothing, raises no alert; then asks for it again. Without an
+    /// open interface it writes nothing.
     void setUSB_ISerial(bool enabled);
-    /// Compares with the stored setting: setEnabledUSBSerial if it differs, no effect if not. What the menus call.
+    /// Compares with the stored setting: writes and raises what setEnabledUSBSerial does if it differs, and nothing if
+    /// it does not. What the menus call.
     void setUsbISerial(bool enabled);
     /// The stored setting; false while it is not known.
     bool usbISerial() const;
     /// "Unavailable", "Enabled" or "Disabled".
     std::string usbISerialString() const;
-    /// Writes the setting to the printer, without a comparison, then raises the power-cycle alert and deletes the
-    /// model's print queues. If the interface cannot be opened it raises the busy alert instead.
+    /// Writes the setting to the printer with setUSB_ISerial and does not compare it first; then raises the power-cycle
+    /// alert, unless the device already shows what was set, and deletes the model's print queues. If the interface
+    /// cannot be opened it writes nothing and raises the busy alert.
     void setEnabledUSBSerial(bool enabled);
     /// Runs the shell command that deletes the model's print queues, and waits for it.
     void deleteExistingPrinterQueues();
@@ -254,11 +262,14 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     std::string localized(const char* key) const;
     void postAlert(AlertDescription alert);
 
-    const AlertFactory _alertFactory{*this};
+    // Of the command queue.
     QueryExchange _exchange ZUL_GUARDED_BY_ROLE(commandQueueRole){*this, _channel, _transferStatus};
+    bool _isProbeOwed ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it found another program on the printer
+
+    // Any thread.
+    const AlertFactory _alertFactory{*this};
     ModelFiles _files{*this};
     FirmwareUpdate _update{*this, _exchange, _files};
-    bool _isProbeOwed ZUL_GUARDED_BY_ROLE(commandQueueRole) = false; // it found another program on the printer
 };
 
 } // namespace zul

@@ -41,6 +41,7 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
     const AlertDescription alert = _alertFactory.plain(title, message, buttonTitles, std::move(completion));
     if (alert.messageText.empty() && alert.informativeText.empty()) return;
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), alert] {
+        assertOnMainQueue();
         self->_environment.alerts.beginAlert(self->_alertFactory.completed(alert));
     });
 }
@@ -48,6 +49,7 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
 void TBUSBPrinterZUL::postAlert(AlertDescription alert) {
     _environment.mainQueue.async(
         [self = sharedSelf<TBUSBPrinterZUL>(), alert = _alertFactory.completed(std::move(alert))] {
+            assertOnMainQueue();
             self->_environment.alerts.beginAlert(alert);
         });
 }

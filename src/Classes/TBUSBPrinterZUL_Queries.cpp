@@ -68,16 +68,10 @@ bool TBUSBPrinterZUL::mayAsk() const {
 
 void TBUSBPrinterZUL::queueQuery(Question question, ReplyBlock reply) {
     if (!mayAsk()) return;
-    const auto self = sharedSelf<TBUSBPrinterZUL>();
-    sendPrinterCommand(
-        [self, question] {
+    performInlineOnCommandQueue(
+        [self = sharedSelf<TBUSBPrinterZUL>(), question = std::move(question), reply = std::move(reply)] {
             self->assertOnCommandQueue();
-            self->_exchange.begin(question);
-        },
-        ReplyQueue::commandQueue(),
-        [self, question, reply = std::move(reply)](const std::optional<Data>& answer) {
-            self->assertOnCommandQueue();
-            reply(self->_exchange.accept(question, answer));
+            reply(self->_exchange.ask(question));
         });
 }
 
@@ -86,6 +80,15 @@ void TBUSBPrinterZUL::queryAtOpenInterface(Question question, ReplyBlock reply) 
                    reply = std::move(reply)](IOReturn code) {
         if (code == kIOReturnSuccess) self->queueQuery(question, reply);
     });
+}
+
+void TBUSBPrinterZUL::storeFact(const std::string& key, const Text& value) {
+    storeFact(key, value, key);
+}
+
+void TBUSBPrinterZUL::storeFact(const std::string& key, const Text& value, const std::string& noticeKey) {
+    const KeyChange change(*this, noticeKey);
+    _deviceInfoDict->setString(key, value);
 }
 
 // ---- status ---------------------------------------------------------------------------------------------------------
@@ -118,7 +121,11 @@ void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const 
     }
     const Text rawStatus = stringFromNulTerminatedUTF8(*reply);
     emit(events::StatusRead{.rawStatus = rawStatus});
-    setPrinterStatus(stringForVKStatusString(rawStatus));
+    // On main like every other status, so that those that are stored there are not overtaken.
+    performSyncOnMainQueue([&] {
+        assertOnMainQueue();
+        storeFact("printerStatus", stringForVKStatusString(rawStatus));
+    });
     if (completion) completion(rawStatus);
 }
 

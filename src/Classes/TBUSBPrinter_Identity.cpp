@@ -29,7 +29,12 @@ void TBUSBPrinter::update1284DeviceID(DeviceIDCompletion completion) {
         self->assertOnCommandQueue();
         const InterfacePtr& interface = self->_channel.interface();
         const Text deviceID = interface ? readDeviceID(*interface) : std::nullopt;
-        if (deviceID) self->performSyncOnMainQueue([&] { self->setRaw1284DeviceID(deviceID); });
+        if (deviceID) {
+            self->performSyncOnMainQueue([&] {
+                assertOnMainQueue();
+                self->setRaw1284DeviceID(deviceID);
+            });
+        }
         if (completion) completion(deviceID.has_value(), deviceID);
     });
 }
@@ -88,7 +93,10 @@ void TBUSBPrinter::getUSBVendorString() {
         const Text vendor = normalizedVendorString(self->readUSBString(
             &IOUSBDeviceInterface::USBGetManufacturerStringIndex, "USBGetManufacturerStringIndex", asked));
         if (!asked) return;
-        self->performSyncOnMainQueue([&] { self->setVendorUSB(vendor); });
+        self->performSyncOnMainQueue([&] {
+            assertOnMainQueue();
+            self->setVendorUSB(vendor);
+        });
         logText("got USB vendor:%s", textOrNull(vendor));
     });
 }
@@ -100,7 +108,10 @@ void TBUSBPrinter::getUSBProductString() {
         const Text product =
             self->readUSBString(&IOUSBDeviceInterface::USBGetProductStringIndex, "USBGetProductStringIndex", asked);
         if (!asked) return;
-        self->performSyncOnMainQueue([&] { self->setProductUSB(product); });
+        self->performSyncOnMainQueue([&] {
+            assertOnMainQueue();
+            self->setProductUSB(product);
+        });
         logText("got USB product:%s", textOrNull(product));
     });
 }
@@ -112,7 +123,10 @@ void TBUSBPrinter::getUSBSerialNumberString() {
         const Text serialNumber = self->readUSBString(&IOUSBDeviceInterface::USBGetSerialNumberStringIndex,
                                                       "USBGetSerialNumberStringIndex", asked);
         if (!asked) return;
-        self->performSyncOnMainQueue([&] { self->setSerialNumberUSB(serialNumber); });
+        self->performSyncOnMainQueue([&] {
+            assertOnMainQueue();
+            self->setSerialNumberUSB(serialNumber);
+        });
         logText("got USB Serial Number:%s", textOrNull(serialNumber));
     });
 }
@@ -120,10 +134,12 @@ void TBUSBPrinter::getUSBSerialNumberString() {
 // ---- what is remembered about devices -------------------------------------------------------------------------------
 
 DeviceInfoPtr TBUSBPrinter::deviceInfoForKey(const std::string& key) {
+    assertOnMainQueue();
     return Environment::current().deviceInfo.infoForKey(key);
 }
 
 void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
+    assertOnMainQueue();
     Environment::current().deviceInfo.setInfo(std::move(info), key);
 }
 
