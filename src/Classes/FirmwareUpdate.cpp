@@ -277,11 +277,15 @@ bool FirmwareUpdate::statusEquals(const std::string& code) {
 
 void FirmwareUpdate::overrideStatus(const std::string& text) {
     logText("forcing printer status string to \"%s\"", text);
-    _printer.environment().mainQueue.async([self = shared(), text] { self->_printer.setPrinterStatus(text); });
+    _printer.environment().mainQueue.async([self = shared(), text] {
+        assertOnMainQueue();
+        self->_printer.setPrinterStatus(text);
+    });
 }
 
 void FirmwareUpdate::saveProgress(int progress) {
     _printer.environment().mainQueue.async([self = shared(), progress] {
+        assertOnMainQueue();
         const std::string key = self->_printer.keyUSBdevice();
         const DeviceInfoPtr info = self->_printer.deviceInfoDict();
         info->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{progress});
@@ -291,8 +295,10 @@ void FirmwareUpdate::saveProgress(int progress) {
 }
 
 void FirmwareUpdate::setInUpdateOnMain(bool isInUpdate) {
-    _printer.environment().mainQueue.async(
-        [self = shared(), isInUpdate] { self->_printer.setInFirmwareUpdate(isInUpdate); });
+    _printer.environment().mainQueue.async([self = shared(), isInUpdate] {
+        assertOnMainQueue();
+        self->_printer.setInFirmwareUpdate(isInUpdate);
+    });
 }
 
 void FirmwareUpdate::setProgress(UpdateProgress progress) {

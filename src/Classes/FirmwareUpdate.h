@@ -116,6 +116,8 @@ class FirmwareUpdate {
     TBUSBPrinterZUL& _printer;
     QueryExchange& _exchange; // command queue
     ModelFiles& _files;       // any thread
+
+    // Atomics.
     std::atomic<bool> _isAgreed{false};
     std::atomic<int> _waitGeneration{0};
 };

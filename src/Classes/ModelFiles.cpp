@@ -63,6 +63,7 @@ bool ModelFiles::verify() {
 
 void ModelFiles::setNames(const std::vector<std::string>& names) {
     const auto store = [printer = _printer.shared_from_this(), names] {
+        assertOnMainQueue();
         const KeyChange change(*printer, kNewFirmwareVersionKey);
         printer->deviceInfoDict()->set(cFirmwareFilenames, names);
     };

@@ -58,6 +58,7 @@ TBPrinters::~TBPrinters() {
 }
 
 void TBPrinters::init() {
+    assertOnMainQueue();
     _environment.application.setDelegate(this);
     _printers.reset();
     _notifyPort = sharedNotificationPort(_environment);
@@ -67,6 +68,7 @@ void TBPrinters::init() {
 // ---- start ----------------------------------------------------------------------------------------------------------
 
 void TBPrinters::awakeFromNib() {
+    assertOnMainQueue();
     const Bundle& bundle = _environment.mainBundle;
     const std::string display =
         formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
@@ -82,6 +84,7 @@ void TBPrinters::awakeFromNib() {
 }
 
 void TBPrinters::applicationDidFinishLaunching() {
+    assertOnMainQueue();
     if (_outlets.mainMenu) localizeItemsInMenu(*_outlets.mainMenu);
     if (const auto version = _environment.mainBundle.objectForInfoDictionaryKey(kShortVersionKey)) {
         _environment.userDefaults.setString(kShortVersionKey, *version);
@@ -117,9 +120,20 @@ void TBPrinters::localizeItemsInMenu(Menu& menu) {
     localize(menu.title);
 }
 
+ArrayControllerOutlet* TBPrinters::controller() const {
+    assertOnMainQueue();
+    return _outlets.controller;
+}
+
+void TBPrinters::setController(ArrayControllerOutlet* controller) {
+    assertOnMainQueue();
+    _outlets.controller = controller;
+}
+
 // ---- the list -------------------------------------------------------------------------------------------------------
 
 TBPrinters::PrinterList TBPrinters::printers() const {
+    assertOnMainQueue();
     return _printers.value_or(PrinterList{});
 }
 
@@ -161,6 +175,7 @@ void TBPrinters::observeValueForKeyPath(const std::string& keyPath, KeyValueObse
     if (keyPath != kFirmwareVersionKey) return;
     const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
     _environment.mainQueue.async([self = shared_from_this(), printer] {
+        assertOnMainQueue();
         if (self->_outlets.controller == nullptr) return;
         self->_outlets.controller->setSelectedObjects({std::static_pointer_cast<TBUSBPrinterZUL>(printer)});
     });
@@ -179,12 +194,14 @@ TerminateReply TBPrinters::applicationShouldTerminate() {
 }
 
 void TBPrinters::prepareForTermination() {
+    assertOnMainQueue();
     logText("inside %s\n", "-[TBPrinters prepareForTermination]");
     if (_printers) {
         // The program may end before this runs; nothing depends on it. In the destructor the object has no owner any
         // more, and the call is left out.
         if (const auto self = weak_from_this().lock()) {
             _environment.mainQueue.async([self] {
+                assertOnMainQueue();
                 if (!self->_printers) return;
                 const KeyChange change(*self, kPrintersKey);
                 self->_printers.reset();
