@@ -36,7 +36,7 @@ AlertDescription AlertFactory::completed(AlertDescription alert) const {
     alert.iconName = _printer.image().value_or("");
     alert.printerKey = _printer.keyUSBdevice();
     alert.attachment = _printer.creationToken();
-    alert.printerName = nameOf(_printer);
+    alert.printerName = displayNameOf(_printer);
     return alert;
 }
 

@@ -268,6 +268,6 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
 };
 
 /// How a printer is called in messages to people: model, serial number where one is known, location. Any thread.
-std::string nameOf(const TBUSBPrinter& printer);
+std::string displayNameOf(const TBUSBPrinter& printer);
 
 } // namespace zul

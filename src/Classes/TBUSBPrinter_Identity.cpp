@@ -14,7 +14,7 @@ namespace zul {
 
 // ---- names and keys -------------------------------------------------------------------------------------------------
 
-std::string nameOf(const TBUSBPrinter& printer) {
+std::string displayNameOf(const TBUSBPrinter& printer) {
     std::string name =
         printer.model().value_or(printer.productUSB().value_or(Bundle::localized(operatorText("printer"))));
     const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();

@@ -138,7 +138,7 @@ std::vector<std::string> rowOf(const UpdateRecord& record) {
     return row;
 }
 
-std::string nameOf(const UpdateRecord& record) {
+std::string recordedName(const UpdateRecord& record) {
     if (!record.serial.empty()) return record.serial;
     return record.key.empty() ? "PRINTER" : record.key;
 }
@@ -151,7 +151,7 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
     for (const UpdateRecord& record : records) {
         if (courseOf(record) != Course::interrupted) continue;
         output.line(formatted("The update of %s of %s was interrupted. Start it again to complete it: zulctl update %s",
-                              orDash(nameOf(record)), localTimeText(record.begun), nameOf(record)));
+                              orDash(recordedName(record)), localTimeText(record.begun), recordedName(record)));
     }
 }
 
