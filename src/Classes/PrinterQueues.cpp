@@ -1,4 +1,5 @@
-// Which block runs where. Called by the printer and its collaborators on any thread; nothing here touches the device.
+// Which block runs where: on the printer's command queue or on main, at once or posted. Called by the printer and its
+// collaborators on any thread; nothing here touches the device.
 #include "Classes/PrinterQueues.h"
 
 #include <mutex>
