@@ -24,6 +24,8 @@ constexpr std::size_t kReplyBufferSize = 256;
 constexpr std::uint32_t kReplyHeaderSize = 8;
 // A larger number is taken for a broken header: a read of so much would block the queue until its time-out.
 constexpr long kLargestReply = 4096;
+// The number of the internal error that support staff know.
+constexpr int kReplyTooLong = 2112;
 
 } // namespace
 
@@ -73,6 +75,9 @@ IOReturn CommandChannel::resynchronize() {
 // ---- frames ---------------------------------------------------------------------------------------------------------
 
 bool CommandChannel::sendFrame(std::uint32_t code, const Data* payload) {
+    for (const int number : commandFrameErrors(code, payload == nullptr ? 0 : payload->size())) {
+        _printer.reportInternalError(number);
+    }
     const Data frame = commandFrame(code, payload);
     const auto text = commandText(code);
     const std::size_t payloadSize = frame.size() - kFrameHeaderSize;
@@ -84,7 +89,10 @@ bool CommandChannel::sendFrame(std::uint32_t code, const Data* payload) {
     const IOReturn status = _status.write;
     _printer.emit(
         events::CommandSent{.command = code, .payloadLength = static_cast<std::uint32_t>(payloadSize), .code = status});
-    if (!isWritten) logText("ERROR: writeToInterfaceWithData: [%x] (%s)", asHex(status), strForIOReturn(status));
+    if (!isWritten) {
+        logText("ERROR: writeToInterfaceWithData: [%x] (%s)", asHex(status), strForIOReturn(status));
+        _printer.reportCommunicationError();
+    }
     return isWritten;
 }
 
@@ -105,7 +113,10 @@ CommandChannel::Reply CommandChannel::readReply() {
     const ReplyFault fault = isReplyHeader({buffer.data(), count}) ? ReplyFault::none : ReplyFault::brokenHeader;
     const long announced = std::strtol(reinterpret_cast<const char*>(buffer.data()), nullptr, 10);
     // The body is not read; the pipe is emptied by the caller's resynchronization.
-    if (announced < 0 || announced > kLargestReply) return {.fault = ReplyFault::brokenHeader, .isTooLong = true};
+    if (announced < 0 || announced > kLargestReply) {
+        _printer.reportInternalError(kReplyTooLong);
+        return {.fault = ReplyFault::brokenHeader};
+    }
     const auto length = static_cast<std::uint32_t>(announced);
     if (buffer.size() < length + 1) buffer.resize(length + 1, 0);
     return readBody(std::move(buffer), length, fault);
@@ -131,6 +142,12 @@ CommandChannel::Reply CommandChannel::readBody(Data buffer, std::uint32_t length
     }
     _printer.emit(events::ReplyRead{.text = stringFromNulTerminatedUTF8(buffer)});
     return {.fault = fault, .body = std::move(buffer)};
+}
+
+CommandChannel::Reply CommandChannel::query(std::uint32_t code, const Data* payload, IfNotSent ifNotSent) {
+    if (sendFrame(code, payload) || ifNotSent == IfNotSent::readReply) return readReply();
+    _printer.emit(events::ReplyMissing{.code = _status.write});
+    return {.fault = ReplyFault::missing};
 }
 
 bool CommandChannel::readReported(void* buffer, std::uint32_t& size) {

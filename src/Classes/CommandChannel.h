@@ -32,12 +32,15 @@ enum class ReplyFault {
     wrongShape,   // it cannot be the answer to its question
 };
 
+/// Whether a reply is read after a frame that the bus did not take.
+enum class IfNotSent { readReply, giveUp };
+
 class CommandChannel {
   public:
     using InterfacePtr = std::shared_ptr<IOUSBInterfaceInterface>;
 
     /// Both outlive the channel.
-    CommandChannel(const PrinterReporter& printer, TransferStatus& status) : _printer(printer), _status(status) {}
+    CommandChannel(PrinterReporter& printer, TransferStatus& status) : _printer(printer), _status(status) {}
 
     /// Null: there is no interface (any more), and every transfer ends with kIOReturnNoDevice.
     void setInterface(InterfacePtr interface) { _interface = std::move(interface); }
@@ -53,16 +56,20 @@ class CommandChannel {
     /// TransferStatus::read is success.
     bool read(void* buffer, std::uint32_t& size);
 
-    /// Writes the frame of a command and reports that. False if the bus did not take it.
+    /// Writes the frame of a command and reports that, with the parts that do not fit into the frame. False, also
+    /// reported, if the bus did not take it.
     bool sendFrame(std::uint32_t code, const Data* payload);
 
     struct Reply {
         ReplyFault fault = ReplyFault::none;
         std::optional<Data> body = {}; // with the carriage return replaced by NUL; nullopt if nothing could be read
-        bool isTooLong = false;        // its header announces more than any reply has; its body was not read
     };
-    /// Reads one reply, a header of eight bytes and a body, and reports that. Blocks for up to two time-outs.
+    /// Reads one reply, a header of eight bytes and a body, and reports that. The body of a reply that is announced
+    /// with more than 4096 bytes is not read. Blocks for up to two time-outs.
     Reply readReply();
+    /// sendFrame(), then readReply(). A frame that the bus did not take is followed by a read all the same, unless the
+    /// caller cannot wait for one: then the reply is reported as missing.
+    Reply query(std::uint32_t code, const Data* payload, IfNotSent ifNotSent);
     /// Empties the pipe of the replies. Codes: those of the bus; kIOReturnNoDevice without an interface.
     IOReturn resynchronize();
 
@@ -70,7 +77,7 @@ class CommandChannel {
     Reply readBody(Data buffer, std::uint32_t length, ReplyFault fault);
     bool readReported(void* buffer, std::uint32_t& size);
 
-    const PrinterReporter& _printer;
+    PrinterReporter& _printer;
     TransferStatus& _status;
     InterfacePtr _interface;
     std::uint8_t _bulkIN = 0;

@@ -4,6 +4,7 @@
 
 #include "Classes/DeviceInfoStore.h"
 #include "Classes/DeviceObjects.h"
+#include "platform/dispatch/QueueRole.h"
 
 #include <cstdint>
 #include <functional>
@@ -63,11 +64,13 @@ struct Environment {
 
     // ---- kept by the engine ---------------------------------------------------------------------------------------
 
-    DeviceInfoStore deviceInfo = {};
     /// Shared with the printers: the last of them may end on its queue after the environment.
     std::shared_ptr<DeviceObjects> deviceObjects = std::make_shared<DeviceObjects>();
-    /// Null before its first use and after the controller's end. Main queue.
-    std::shared_ptr<NotificationPort> notificationPort = {};
+
+    // Of the main queue.
+    DeviceInfoStore deviceInfo ZUL_GUARDED_BY_ROLE(mainQueueRole) = {};
+    /// Null before its first use and after the controller's end.
+    std::shared_ptr<NotificationPort> notificationPort ZUL_GUARDED_BY_ROLE(mainQueueRole) = {};
 
     EnvironmentRegistration registration{*this};
 };

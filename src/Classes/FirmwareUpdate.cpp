@@ -130,7 +130,7 @@ void FirmwareUpdate::checkReadiness(IOReturn openResult) {
         return;
     }
     bool isAnswered = false;
-    _printer.getPrinterStatus([&isAnswered, this](const Text& rawStatus) { // inline: this is the command queue
+    _printer.getPrinterStatus([&isAnswered, this](const OptionalText& rawStatus) { // inline: this is the command queue
         isAnswered = true;
         if (rawStatus == kReadyStatus) {
             confirm();
@@ -260,8 +260,8 @@ void FirmwareUpdate::finish() {
 
 // The tables alone decide which report the operator gets; the supervisor of updates compares the versions.
 void FirmwareUpdate::report(bool anyTable) {
-    const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
-    const Text version = _printer.firmwareVersion();
+    const OptionalText previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const OptionalText version = _printer.firmwareVersion();
     _printer.showCustomAlertWithTitle(anyTable ? _printer.alertFactory().success(previous, version)
                                                : _printer.alertFactory().problem(previous, version));
     _printer.emit(events::UpdateReported{.anyTable = anyTable, .version = version});
@@ -288,7 +288,7 @@ bool FirmwareUpdate::statusEquals(const std::string& code) {
     // The completion runs before askForStatus() returns, because this is the command queue; not at all without a reply.
     bool equal = false;
     // The loop asks again by itself.
-    _printer.askForStatus(IfMissing::dropLateReplies, [&equal, &code](const Text& rawStatus) { // inline
+    _printer.askForStatus(IfMissing::dropLateReplies, [&equal, &code](const OptionalText& rawStatus) { // inline
         equal = textForStatus(rawStatus) == textForStatus(code);
     });
     return equal;
@@ -296,11 +296,15 @@ bool FirmwareUpdate::statusEquals(const std::string& code) {
 
 void FirmwareUpdate::overrideStatus(const std::string& text) {
     logText("forcing printer status string to \"%s\"", text);
-    _printer.environment().mainQueue.async([self = shared(), text] { self->_printer.setPrinterStatus(text); });
+    _printer.environment().mainQueue.async([self = shared(), text] {
+        assertOnMainQueue();
+        self->_printer.setPrinterStatus(text);
+    });
 }
 
 void FirmwareUpdate::saveProgress(int progress) {
     _printer.environment().mainQueue.async([self = shared(), progress] {
+        assertOnMainQueue();
         const std::string key = self->_printer.keyUSBdevice();
         const DeviceInfoPtr info = self->_printer.deviceInfoDict();
         // Into the shared dictionary, which the store keeps: the next object of the device finds the value.
@@ -311,8 +315,10 @@ void FirmwareUpdate::saveProgress(int progress) {
 }
 
 void FirmwareUpdate::setInUpdateOnMain(bool isInUpdate) {
-    _printer.environment().mainQueue.async(
-        [self = shared(), isInUpdate] { self->_printer.setInFirmwareUpdate(isInUpdate); });
+    _printer.environment().mainQueue.async([self = shared(), isInUpdate] {
+        assertOnMainQueue();
+        self->_printer.setInFirmwareUpdate(isInUpdate);
+    });
 }
 
 void FirmwareUpdate::setProgress(UpdateProgress progress) {

@@ -34,8 +34,6 @@ struct VersionAnswer {
 
 class FirmwareUpdate {
   public:
-    using Text = std::optional<std::string>;
-
     /// All are the printer's own and outlive the update. exchange is used on the command queue only.
     FirmwareUpdate(TBUSBPrinterZUL& printer, QueryExchange& exchange, ModelFiles& files)
         : _printer(printer), _exchange(exchange), _files(files) {}
@@ -116,6 +114,8 @@ class FirmwareUpdate {
     TBUSBPrinterZUL& _printer;
     QueryExchange& _exchange; // command queue
     ModelFiles& _files;       // any thread
+
+    // Atomics.
     std::atomic<bool> _isAgreed{false};
     std::atomic<int> _waitGeneration{0};
 };

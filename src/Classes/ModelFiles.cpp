@@ -66,6 +66,7 @@ bool ModelFiles::verify() {
 
 void ModelFiles::setNames(const std::vector<std::string>& names) {
     const auto store = [printer = _printer.shared_from_this(), names] {
+        assertOnMainQueue();
         const KeyChange change(*printer, kNewFirmwareVersionKey);
         printer->deviceInfoDict()->set(cFirmwareFilenames, names);
     };
@@ -122,12 +123,12 @@ SharedData ModelFiles::verifiedTable(const std::string& name) const {
 
 // ---- what is available ----------------------------------------------------------------------------------------------
 
-ModelFiles::Text ModelFiles::offeredVersion() {
+OptionalText ModelFiles::offeredVersion() {
     if (!_printer.deviceInfoDict()->strings(cFirmwareFilenames)) {
         static_cast<void>(_printer.verifyFirmwareArchive()); // for the list alone
     }
     const auto name = imageName();
-    return name ? Text(std::filesystem::path(*name).stem().string()) : std::nullopt;
+    return name ? OptionalText(std::filesystem::path(*name).stem().string()) : std::nullopt;
 }
 
 double ModelFiles::offeredVersionNumber() {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "platform/foundation/Data.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <memory>
 #include <optional>
@@ -20,8 +21,6 @@ struct FirmwareOffer;
 
 class ModelFiles {
   public:
-    using Text = std::optional<std::string>;
-
     /// The printer outlives it.
     explicit ModelFiles(TBUSBPrinterZUL& printer) : _printer(printer) {}
 
@@ -44,7 +43,7 @@ class ModelFiles {
     SharedData verifiedTable(const std::string& name) const;
 
     /// The version that the firmware file's name says ("VK18DUP 1.40PRN"); nullopt for an unknown product.
-    Text offeredVersion();
+    OptionalText offeredVersion();
     /// The number in it (1.40); 0 without one.
     double offeredVersionNumber();
     /// The number in the version that the printer reported; 0 without one.

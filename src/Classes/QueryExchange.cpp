@@ -24,9 +24,6 @@ constexpr auto kLongestRoundOnMain = seconds(5);
 // A printer that is still attached after this time did not take the order to restart.
 constexpr auto kLongestRestart = std::chrono::minutes(5);
 
-// The number of the internal error that support staff know.
-constexpr int kReplyTooLong = 2112;
-
 std::optional<std::string> replyText(const std::optional<Data>& reply) {
     return reply ? stringFromNulTerminatedUTF8(*reply) : std::nullopt;
 }
@@ -43,40 +40,23 @@ Clock::TimePoint QueryExchange::now() const {
 
 // ---- asking ---------------------------------------------------------------------------------------------------------
 
-void QueryExchange::begin(const Question& question) {
-    dropLateReplies();
-    send(question);
-}
-
 std::optional<Data> QueryExchange::ask(const Question& question) {
-    _printer.assertOnCommandQueue();
-    begin(question);
-    return accept(question, _printer.printerReply());
+    dropLateReplies();
+    return accept(question, sendAndRead(question));
 }
 
-void QueryExchange::send(const Question& question) {
-    _printer.assertOnCommandQueue();
-    _printer.sendPrinterCommand(question.command, question.payload ? &*question.payload : nullptr);
+QueryExchange::Reply QueryExchange::sendAndRead(const Question& question) {
     // The main queue does not wait for an answer to what was not taken.
-    _isUnsent = !hasQueue() && _status.write != kIOReturnSuccess;
-}
-
-std::optional<Data> QueryExchange::readReply() {
-    _fault = ReplyFault::missing;
-    if (std::exchange(_isUnsent, false)) {
-        _printer.emit(events::ReplyMissing{.code = _status.write});
-        return std::nullopt;
+    Reply reply = _channel.query(question.command, question.payload ? &*question.payload : nullptr,
+                                 hasQueue() ? IfNotSent::readReply : IfNotSent::giveUp);
+    if (reply.fault == ReplyFault::none && !fitsShape(replyText(reply.body), replyShapeFor(question.command))) {
+        reply.fault = ReplyFault::wrongShape;
     }
-    CommandChannel::Reply reply = _channel.readReply();
-    _fault = reply.fault;
-    if (reply.isTooLong) _printer.reportInternalError(kReplyTooLong);
-    return std::move(reply.body);
+    return reply;
 }
 
 void QueryExchange::orderRestart(std::uint32_t command, const Data* payload) {
-    _printer.assertOnCommandQueue();
-    _printer.sendPrinterCommand(command, payload);
-    if (_status.write == kIOReturnSuccess) _restartOrderedAt = now();
+    if (_channel.sendFrame(command, payload)) _restartOrderedAt = now();
 }
 
 // ---- rounds on the main queue ---------------------------------------------------------------------------------------
@@ -88,11 +68,13 @@ bool QueryExchange::mayAsk() const {
 }
 
 void QueryExchange::beginArrivalOnMain() {
+    assertOnMainQueue();
     beginRound();
     _isAttaching = true;
     // this belongs to the printer, which the lock keeps alive. The controller's probe runs in the same block of the
     // main queue as the initialiser, and so before this one.
     _printer.environment().mainQueue.async([this, weak = _printer.weak_from_this()] {
+        assertOnMainQueue();
         if (const auto printer = weak.lock()) _isAttaching = false;
     });
 }
@@ -109,45 +91,37 @@ bool QueryExchange::setInRound(bool isInRound) {
 
 // ---- judging answers ------------------------------------------------------------------------------------------------
 
-ReplyFault QueryExchange::faultOf(const Question& question, const std::optional<Data>& reply) const {
-    if (_fault != ReplyFault::none) return _fault;
-    return fitsShape(replyText(reply), replyShapeFor(question.command)) ? ReplyFault::none : ReplyFault::wrongShape;
-}
-
-std::optional<Data> QueryExchange::accept(const Question& question, const std::optional<Data>& reply) {
-    const ReplyFault fault = faultOf(question, reply);
-    if (fault == ReplyFault::none || isLeaving()) return reply;
-    const bool isMissing = fault == ReplyFault::missing;
+std::optional<Data> QueryExchange::accept(const Question& question, Reply reply) {
+    if (reply.fault == ReplyFault::none || isLeaving()) return std::move(reply.body);
+    const bool isMissing = reply.fault == ReplyFault::missing;
     if (isMissing) {
-        if (question.ifMissing == IfMissing::isExpected) return reply;
+        if (question.ifMissing == IfMissing::isExpected) return std::nullopt;
         noteMissingAnswer();
-        if (!hasQueue()) return reply;
+        if (!hasQueue()) return std::nullopt;
     }
     if (!resynchronize()) {
         reportUnusable();
         return std::nullopt;
     }
-    if (isMissing && question.ifMissing == IfMissing::dropLateReplies) return reply;
-    return askAgain(question, fault, reply);
+    if (isMissing && question.ifMissing == IfMissing::dropLateReplies) return std::nullopt;
+    return askAgain(question, reply);
 }
 
-std::optional<Data> QueryExchange::askAgain(const Question& question, ReplyFault firstFault,
-                                            const std::optional<Data>& first) {
-    _printer.assertOnCommandQueue();
-    send(question);
-    const std::optional<Data> second = _printer.printerReply();
-    const ReplyFault fault = faultOf(question, second);
-    if (fault == ReplyFault::none) {
+std::optional<Data> QueryExchange::askAgain(const Question& question, const Reply& first) {
+    Reply second = sendAndRead(question);
+    if (second.fault == ReplyFault::none) {
         // The first reply was that to an earlier query: earlier values of this round may be wrong, too.
-        if (firstFault != ReplyFault::missing) ++_slips;
-        return second;
+        if (first.fault != ReplyFault::missing) ++_slips;
+        return std::move(second.body);
     }
-    if (fault == ReplyFault::missing) {
+    if (second.fault == ReplyFault::missing) {
         noteMissingAnswer();
     } else {
-        if (fault != ReplyFault::wrongShape) resynchronize(); // the rest of it is still to come
+        if (second.fault != ReplyFault::wrongShape) resynchronize(); // the rest of it is still to come
         // The pipe was empty: this is what the printer answers.
-        if (fault == firstFault && replyText(first) == replyText(second)) return second;
+        if (second.fault == first.fault && replyText(first.body) == replyText(second.body)) {
+            return std::move(second.body);
+        }
     }
     reportUnusable();
     return std::nullopt;

@@ -32,15 +32,9 @@ class QueryExchange {
     QueryExchange(TBUSBPrinterZUL& printer, CommandChannel& channel, const TransferStatus& status)
         : _printer(printer), _channel(channel), _status(status) {}
 
-    /// Sends the question, after replies that came too late are dropped.
-    void begin(const Question& question);
-    /// The valid reply to the query that was sent: the given reply, or the one to the same query sent once more;
-    /// nullopt if there is none, or none that can belong to it.
-    std::optional<Data> accept(const Question& question, const std::optional<Data>& reply);
-    /// begin(), one reply, accept().
+    /// Sends the query, after replies that came too late are dropped, and returns its valid reply: the first one, or
+    /// the one to the same query sent once more; nullopt if there is none, or none that can belong to it.
     std::optional<Data> ask(const Question& question);
-    /// Reads one reply and keeps what is wrong with it; nullopt if nothing could be read.
-    std::optional<Data> readReply();
     /// Sends a command that makes the printer leave. Until it has left, and for at most five minutes, no missing answer
     /// leads to anything.
     void orderRestart(std::uint32_t command, const Data* payload);
@@ -63,9 +57,10 @@ class QueryExchange {
     unsigned slips() const { return _slips; }
 
   private:
-    void send(const Question& question);
-    std::optional<Data> askAgain(const Question& question, ReplyFault firstFault, const std::optional<Data>& first);
-    ReplyFault faultOf(const Question& question, const std::optional<Data>& reply) const;
+    using Reply = CommandChannel::Reply;
+    Reply sendAndRead(const Question& question);
+    std::optional<Data> accept(const Question& question, Reply reply);
+    std::optional<Data> askAgain(const Question& question, const Reply& first);
     void noteMissingAnswer();
     void reportUnusable() const;
     bool isLeaving() const;
@@ -79,7 +74,6 @@ class QueryExchange {
     CommandChannel& _channel;
     const TransferStatus& _status;
 
-    ReplyFault _fault = ReplyFault::none; // of the last reply
     unsigned _misses = 0;
     unsigned _slips = 0;
     std::optional<Clock::TimePoint> _missedAt;         // of the last missing answer, while it may still come
@@ -89,7 +83,6 @@ class QueryExchange {
     bool _isAttaching = false; // its arrival is being handled: the rounds of questions are one
     bool _isInRound = false;   // it is being asked for everything, or probed
     bool _isRoundOver = false; // an answer was missing in this round
-    bool _isUnsent = false;    // the question was not taken: its answer is not waited for
     Clock::TimePoint _roundBegan;
 };
 

@@ -59,6 +59,7 @@ TBPrinters::~TBPrinters() {
 }
 
 void TBPrinters::init() {
+    assertOnMainQueue();
     _environment.application.setDelegate(this);
     _printers.reset();
     _notifyPort = sharedNotificationPort(_environment);
@@ -68,6 +69,7 @@ void TBPrinters::init() {
 // ---- start ----------------------------------------------------------------------------------------------------------
 
 void TBPrinters::awakeFromNib() {
+    assertOnMainQueue();
     const Bundle& bundle = _environment.mainBundle;
     const std::string display =
         formatted("%s (build %s)", textOrNull(bundle.objectForInfoDictionaryKey(kShortVersionKey)),
@@ -84,6 +86,7 @@ void TBPrinters::awakeFromNib() {
 }
 
 void TBPrinters::applicationDidFinishLaunching() {
+    assertOnMainQueue();
     if (_outlets.mainMenu) localizeItemsInMenu(*_outlets.mainMenu);
     if (const auto version = _environment.mainBundle.objectForInfoDictionaryKey(kShortVersionKey)) {
         _environment.userDefaults.setString(kShortVersionKey, *version);
@@ -119,9 +122,20 @@ void TBPrinters::localizeItemsInMenu(Menu& menu) {
     localize(menu.title);
 }
 
+ArrayControllerOutlet* TBPrinters::controller() const {
+    assertOnMainQueue();
+    return _outlets.controller;
+}
+
+void TBPrinters::setController(ArrayControllerOutlet* controller) {
+    assertOnMainQueue();
+    _outlets.controller = controller;
+}
+
 // ---- the list -------------------------------------------------------------------------------------------------------
 
 TBPrinters::PrinterList TBPrinters::printers() const {
+    assertOnMainQueue();
     return _printers.value_or(PrinterList{});
 }
 
@@ -166,6 +180,7 @@ void TBPrinters::observeValueForKeyPath(const std::string& keyPath, KeyValueObse
     // comes on the printer's queue and the outlets belong to main.
     const auto printer = static_cast<TBUSBPrinterZUL*>(context)->shared_from_this();
     _environment.mainQueue.async([self = shared_from_this(), printer] {
+        assertOnMainQueue();
         if (self->_outlets.controller == nullptr) return;
         self->_outlets.controller->setSelectedObjects({std::static_pointer_cast<TBUSBPrinterZUL>(printer)});
     });
@@ -184,12 +199,14 @@ TerminateReply TBPrinters::applicationShouldTerminate() {
 }
 
 void TBPrinters::prepareForTermination() {
+    assertOnMainQueue();
     logText("inside %s\n", "-[TBPrinters prepareForTermination]");
     if (_printers) {
         // The program may end before this runs; nothing depends on it. In the destructor the object has no owner any
         // more, and the call is left out.
         if (const auto self = weak_from_this().lock()) {
             _environment.mainQueue.async([self] {
+                assertOnMainQueue();
                 if (!self->_printers) return;
                 const KeyChange change(*self, kPrintersKey);
                 self->_printers.reset();

@@ -5,6 +5,7 @@
 #include "Classes/Environment.h"
 #include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/usb/ServiceRegistry.h"
 
@@ -65,8 +66,8 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     /// Always false: whether an update is under way is a question to each printer.
     bool updateInProgress() const { return false; }
     /// The outlet for the selection; null if there is no window.
-    ArrayControllerOutlet* controller() const { return _outlets.controller; }
-    void setController(ArrayControllerOutlet* controller) { _outlets.controller = controller; }
+    ArrayControllerOutlet* controller() const;
+    void setController(ArrayControllerOutlet* controller);
 
     // ---- discovery ------------------------------------------------------------------------------------------------
 
@@ -102,26 +103,28 @@ class TBPrinters : public KeyValueObservable, public KeyValueObserver, public st
     static void swapImpsforPrivateAPI();
 
     /// The iterators of the registrations; null before them and, the first, after the termination.
-    std::shared_ptr<ServiceIterator> printerIterator() const { return _printerIterator; }
-    std::shared_ptr<ServiceIterator> removedIterator() const { return _removedIterator; }
+    std::shared_ptr<ServiceIterator> printerIterator() const;
+    std::shared_ptr<ServiceIterator> removedIterator() const;
 
   private:
     void handleMatchedService(ServiceToken token);
     bool isSupported(USBService& service) const;
     void reportUnusable(USBService& service, IOReturn code);
     void makePrinter(USBService& service, ServiceToken token);
-    void insertOnMain(const Printer& printer);
-    void removeOnMain(const Printer& printer);
-    void retire(const Printer& printer);
-    void localizeWindow();
+    void insertOnMain(const Printer& printer) ZUL_REQUIRES_ROLE(mainQueueRole);
+    void removeOnMain(const Printer& printer) ZUL_REQUIRES_ROLE(mainQueueRole);
+    void retire(const Printer& printer) ZUL_REQUIRES_ROLE(mainQueueRole);
+    void localizeWindow() ZUL_REQUIRES_ROLE(mainQueueRole);
 
     Environment& _environment;
-    Outlets _outlets;
-    std::shared_ptr<NotificationPort> _notifyPort;
-    std::shared_ptr<ServiceIterator> _printerIterator;
-    std::shared_ptr<ServiceIterator> _removedIterator;
-    std::optional<PrinterList> _printers;
-    PrinterList _awaitingInsertion; // made, but their add block has not run yet
+
+    // Of the main queue.
+    Outlets _outlets ZUL_GUARDED_BY_ROLE(mainQueueRole);
+    std::shared_ptr<NotificationPort> _notifyPort ZUL_GUARDED_BY_ROLE(mainQueueRole);
+    std::shared_ptr<ServiceIterator> _printerIterator ZUL_GUARDED_BY_ROLE(mainQueueRole);
+    std::shared_ptr<ServiceIterator> _removedIterator ZUL_GUARDED_BY_ROLE(mainQueueRole);
+    std::optional<PrinterList> _printers ZUL_GUARDED_BY_ROLE(mainQueueRole);
+    PrinterList _awaitingInsertion ZUL_GUARDED_BY_ROLE(mainQueueRole); // made, but their add block has not run yet
 };
 
 } // namespace zul

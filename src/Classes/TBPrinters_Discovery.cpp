@@ -6,6 +6,7 @@
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zul {
 
@@ -26,6 +27,7 @@ std::shared_ptr<NotificationPort> TBPrinters::sharedNotificationPort(Environment
 }
 
 void TBPrinters::getPrintingDevices() {
+    assertOnMainQueue();
     if (!_notifyPort) return;
     ServiceMatching matching;
     matching.bInterfaceClass = kPrinterClass;
@@ -60,6 +62,16 @@ void TBPrinters::deviceRemovedCallback(ServiceIterator& iterator) {
         if (token == 0) return;
         removedDeviceObject(token);
     }
+}
+
+std::shared_ptr<ServiceIterator> TBPrinters::printerIterator() const {
+    assertOnMainQueue();
+    return _printerIterator;
+}
+
+std::shared_ptr<ServiceIterator> TBPrinters::removedIterator() const {
+    assertOnMainQueue();
+    return _removedIterator;
 }
 
 // ---- arrival --------------------------------------------------------------------------------------------------------
@@ -124,16 +136,21 @@ void TBPrinters::reportUnusable(USBService& service, IOReturn code) {
 }
 
 void TBPrinters::addPrinter(const Printer& printer) {
+    assertOnMainQueue();
     if (!_printers) _printers.emplace();
     printer->probe();
     printer->addObserver(weak_from_this(), kFirmwareVersionKey, printer.get());
     _awaitingInsertion.push_back(printer);
-    _environment.mainQueue.async([self = shared_from_this(), printer] { self->insertOnMain(printer); });
+    _environment.mainQueue.async([self = shared_from_this(), printer] {
+        assertOnMainQueue();
+        self->insertOnMain(printer);
+    });
 }
 
 // ---- departure ------------------------------------------------------------------------------------------------------
 
 void TBPrinters::removedDeviceObject(ServiceToken service) {
+    assertOnMainQueue();
     const auto madeForService = [service](const Printer& printer) { return printer->creationToken() == service; };
     const PrinterList waiting = _awaitingInsertion;
     const bool isListed = _printers && std::ranges::any_of(*_printers, madeForService);
@@ -156,9 +173,14 @@ void TBPrinters::retire(const Printer& printer) {
     logText("removing %s", printer->descriptionUTF8());
     printer->removeObserver(weak_from_this(), kFirmwareVersionKey, printer.get());
     printer->prepareForRelease();
-    // Through the printer's queue: the row leaves only after every command that is queued for it has finished.
-    Block removeFromMain = [self = shared_from_this(), printer] {
-        self->_environment.mainQueue.async([self, printer] { self->removeOnMain(printer); });
+    // Through the printer's queue: the row leaves only after every command that is queued for it has finished. The
+    // controller moves on with the block, because its end belongs to main.
+    Block removeFromMain = [self = shared_from_this(), printer]() mutable {
+        MainQueue& mainQueue = self->_environment.mainQueue;
+        mainQueue.async([self = std::move(self), printer] {
+            assertOnMainQueue();
+            self->removeOnMain(printer);
+        });
     };
     if (const auto queue = printer->printerCommandQueue()) {
         queue->async(std::move(removeFromMain));

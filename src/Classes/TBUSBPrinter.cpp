@@ -13,10 +13,6 @@ namespace zul {
 
 namespace {
 
-// Only the addresses are used: they are the keys of the queues' specific data.
-const char commandQueueKey = 0;
-const char mainQueueKey = 0;
-
 constexpr const char* kQueueLabelPrefix = "de.zul-imaging.printer-utility.";
 
 // A command without a block is a mistake in this program, never in its input.
@@ -30,25 +26,15 @@ void requireCommandBlock(const Block& block, const char* file, int line) {
 } // namespace
 
 TBUSBPrinter::TBUSBPrinter(Environment& environment)
-    : _environment(environment), _interests(environment.sharedNotificationPort()->interests()),
-      _deviceObjects(environment.deviceObjects) {}
+    : PrinterQueues(environment.mainQueue, environment.clock), _environment(environment),
+      _deviceObjects(environment.deviceObjects), _interests(environment.sharedNotificationPort()->interests()) {}
 
 TBUSBPrinter::~TBUSBPrinter() {
     _deviceObjects->remove(keyUSBdevice(), _creationToken);
 }
 
-void TBUSBPrinter::initialize(MainQueue& mainQueue) {
-    mainQueue.setSpecific(&mainQueueKey, &mainQueue);
-}
-
-const void* TBUSBPrinter::printerCommandQueueKey() {
-    return &commandQueueKey;
-}
-const void* TBUSBPrinter::mainQueueSpecificKey() {
-    return &mainQueueKey;
-}
-
 void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
+    assertOnMainQueue();
     _creationToken = deviceObject;
     // The departure must reach this object from its first moment, long before its queue gets to setDeviceObject.
     if (const auto interests = _interests.lock()) {
@@ -60,81 +46,42 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
     setInterfaceInterface(std::move(interfaceInterface));
     _isSecondOfDevice = !_deviceObjects->add(keyUSBdevice(), deviceObject);
     emit(events::Arrived{});
-    update1284DeviceID([&](bool found, const Text& deviceID) {
+    update1284DeviceID([&](bool found, const OptionalText& deviceID) {
         if (!found || !deviceID) {
             logText("the printer at %s did not report its device ID", locationText());
             emit(events::IdentityMissing{});
             return;
         }
         _idSerialNumber = decodedDeviceID(*deviceID).serialNumber;
-        decodeDeviceID(*deviceID, [&](const Text& manufacturer, const Text& model, const Text& serialNumber,
-                                      const Text& /*description*/) {
+        decodeDeviceID(*deviceID, [&](const OptionalText& manufacturer, const OptionalText& model,
+                                      const OptionalText& serialNumber, const OptionalText& /*description*/) {
             _deviceInfoDict->setString("manufacturer", manufacturer);
             _deviceInfoDict->setString("model", model);
             performSyncOnMainQueue([&] {
+                assertOnMainQueue();
                 if (!this->manufacturer()) setManufacturer(manufacturer);
                 if (!this->model()) setModel(model);
             });
             // From here on the command queue exists: the last step opens the interface there, and main does not wait
             // for it.
-            makeCommandQueue(manufacturer, model, serialNumber);
+            makeLabelledQueue(manufacturer, model, serialNumber);
             setDeviceObject(deviceObject);
         });
     });
 }
 
-void TBUSBPrinter::makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber) {
-    const Text serial = serialNumber ? serialNumber : serialNumberUSB();
+void TBUSBPrinter::makeLabelledQueue(const OptionalText& manufacturer, const OptionalText& model,
+                                     const OptionalText& serialNumber) {
+    const OptionalText serial = serialNumber ? serialNumber : serialNumberUSB();
     const std::string label = kQueueLabelPrefix + formatted("printer.%s.%s.%s", textOrNull(manufacturer),
                                                             textOrNull(model), textOrNull(serial));
-    auto queue = std::make_shared<SerialQueue>(label, _environment.clock);
-    // Marked before it is published: from then on any thread may ask whether it runs on this queue.
-    queue->setSpecific(&commandQueueKey, queue.get());
-    _printerCommandQueue = std::move(queue);
+    makeCommandQueue(label);
     logText("printer command queue:%s", label);
 }
 
 void TBUSBPrinter::initWithDeviceObject(ServiceToken deviceObject) {
     _creationToken = deviceObject;
     setDeviceObject(deviceObject);
-}
-
-bool TBUSBPrinter::isPrinterCommandQueue() const {
-    return _printerCommandQueue == nullptr || Queue::currentSpecific(&commandQueueKey) == _printerCommandQueue.get();
-}
-
-void TBUSBPrinter::assertOnCommandQueue() const {
-    if (isPrinterCommandQueue()) return;
-    static constexpr const char* kText = "a block of the command queue runs on another queue";
-#ifdef ZUL_SANITIZED
-    std::fprintf(stderr, "%s\n", kText);
-    std::abort();
-#else
-    static std::once_flag isLogged;
-    std::call_once(isLogged, [] { logText("%s", kText); });
-#endif
-}
-
-bool TBUSBPrinter::isMainQueue() {
-    // The marker's value is the main queue itself; no other queue carries the key.
-    return Queue::currentSpecific(&mainQueueKey) != nullptr;
-}
-
-void TBUSBPrinter::performInlineOnCommandQueue(Block block) {
-    if (!block) return;
-    if (isPrinterCommandQueue()) {
-        block();
-        return;
-    }
-    _printerCommandQueue->async(std::move(block));
-}
-
-bool TBUSBPrinter::performSyncOnMainQueue(Block block) {
-    if (isMainQueue()) {
-        block();
-        return true;
-    }
-    return _environment.mainQueue.sync(std::move(block));
 }
 
 void TBUSBPrinter::sendNoReplyPrinterCommand(CommandBlock commandBlock) {
@@ -159,7 +106,7 @@ void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue repl
                 self->_environment.mainQueue.async([reply, answer = std::move(answer)] { reply(answer); });
                 return;
             case ReplyQueue::Kind::other:
-                if (replyQueue._queue == self->_printerCommandQueue) {
+                if (replyQueue._queue == self->printerCommandQueue()) {
                     reply(answer);
                 } else {
                     replyQueue._queue->async([reply, answer = std::move(answer)] { reply(answer); });
@@ -170,42 +117,30 @@ void TBUSBPrinter::sendPrinterCommand(CommandBlock commandBlock, ReplyQueue repl
 }
 
 void TBUSBPrinter::prepareForRelease() {
+    assertOnMainQueue();
     _released = true; // at once: a wait that runs now must give up before the queue can get to the release
     if (const auto interests = _interests.lock(); interests && _creationInterest != 0) {
         interests->remove(_creationInterest);
     }
     _creationInterest = 0;
-    Block release = [self = shared_from_this()] {
+    runAfterQueuedCommands([self = shared_from_this()] {
         self->setInterfaceInterface(nullptr);
         self->setDeviceInterface(nullptr);
         self->setDeviceObject(0);
-    };
-    if (_printerCommandQueue) {
-        _printerCommandQueue->async(std::move(release));
-    } else {
-        release(); // nothing else could run it
-    }
+    });
 }
 
 void TBUSBPrinter::setState(std::int64_t state) {
     const KeyChange change(*this, "state");
-    _state = state;
+    _state = static_cast<TBPrinterState>(state);
 }
 
 void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
+    assertOnMainQueue();
     // Before the notices, so that an observer of the end finds the device free for another update.
     if (!inUpdate) _deviceObjects->endUpdate(keyUSBdevice(), _creationToken);
     const KeyChange change(*this, "inFirmwareUpdate");
     _isBusy = inUpdate;
-}
-
-void TBUSBPrinter::storeFact(const std::string& key, const Text& value) {
-    storeFact(key, value, key);
-}
-
-void TBUSBPrinter::storeFact(const std::string& key, const Text& value, const std::string& noticeKey) {
-    const KeyChange change(*this, noticeKey);
-    _deviceInfoDict->setString(key, value);
 }
 
 void TBUSBPrinter::emit(PrinterEvent::What what) const {

@@ -10,12 +10,12 @@
 #include "Classes/DeviceInfo.h"
 #include "Classes/Environment.h"
 #include "Classes/IdentifiedPrinter.h"
+#include "Classes/PrinterQueues.h"
 #include "Classes/PrinterTypes.h"
 #include "Classes/StringDescriptors.h"
 #include "Classes/UnusedRecord.h"
-#include "platform/dispatch/Queue.h"
-#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
+#include "platform/foundation/OptionalText.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 
@@ -28,7 +28,7 @@
 
 namespace zul {
 
-class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_this<TBUSBPrinter> {
+class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std::enable_shared_from_this<TBUSBPrinter> {
   public:
     using CommandBlock = Block;
     using ReplyBlock = std::function<void(const std::optional<Data>& reply)>;
@@ -42,9 +42,6 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     explicit TBUSBPrinter(Environment& environment);
     ~TBUSBPrinter() override;
 
-    /// Marks the main queue, so that isMainQueue recognises it. Once per main queue, before the first printer.
-    static void initialize(MainQueue& mainQueue);
-
     /// initWithInterfaceInterface:forDeviceObject:  Reads the identity, makes the command queue, sets the device
     /// object. Main queue; blocks it for at most a few control requests. Never fails: a printer that does not report
     /// its ID has no queue. deviceObject is the token of the interface's service.
@@ -52,27 +49,8 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// initWithDeviceObject:  Takes the device object alone, without an identity or a queue. Main queue.
     void initWithDeviceObject(ServiceToken deviceObject);
 
-    // ---- queues ---------------------------------------------------------------------------------------------------
+    // ---- commands -------------------------------------------------------------------------------------------------
 
-    /// Every thread has this role while there is no queue.
-    QueueRole commandQueueRole;
-    /// The first statement of every block that is handed to the command queue. On another queue it ends a program with
-    /// sanitizers; any other logs that once and continues, as ending in the middle of a flash is worse.
-    void assertOnCommandQueue() const ZUL_ASSERTS_ROLE(commandQueueRole);
-    /// Null for a printer that did not report its device ID. Any thread, once the object is initialised.
-    std::shared_ptr<SerialQueue> printerCommandQueue() const { return _printerCommandQueue; }
-    /// The markers by which a queue is recognised: addresses, never read. Any thread.
-    static const void* printerCommandQueueKey();
-    static const void* mainQueueSpecificKey();
-    /// True on this printer's command queue, and everywhere while there is none. Any thread.
-    bool isPrinterCommandQueue() const;
-    /// True on the main queue. Any thread.
-    static bool isMainQueue();
-    /// Runs block at once on the command queue, else posts it there. Never waits, despite its name. Any thread.
-    void performInlineOnCommandQueue(Block block);
-    /// Runs block at once on the main queue, else posts it there and waits. False when the program is ending and the
-    /// block has not run. Never while holding a lock.
-    bool performSyncOnMainQueue(Block block);
     /// Runs commandBlock on the command queue, inline when already there. A missing block is a programming error.
     void sendNoReplyPrinterCommand(CommandBlock commandBlock);
     /// sendPrinterCommand:replyQueue:reply:  Runs commandBlock on the command queue, then hands printerReply() to
@@ -96,9 +74,9 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     /// Finds the bulk pipes, on the command queue. Any thread.
     void getPipes();
     /// True for "open by this program" and for "held by another".
-    bool isOwned() const { return _isOwned != 0; }
+    bool isOwned() const { return _isOwned != Ownership::none; }
     /// The process that has the interface open. Any thread.
-    Ownership ownership() const { return static_cast<Ownership>(_isOwned.load()); }
+    Ownership ownership() const { return _isOwned; }
     /// Opens the interface if value is not 0 and no program has it open; otherwise closes it. If value is 1 and another
     /// program holds the interface, the message "attempting to open" is sent after the close, and the interface is
     /// still opened when that program releases it. Any thread.
@@ -116,7 +94,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     bool isInterfaceOpen() const;
     bool willOpenInterface() const;
     bool didOpenInterface() const;
-    std::int32_t interfaceStatus() const { return _interfaceStatus; } // 1, 2 or 4 of TBPrinterState. Any thread
+    std::int32_t interfaceStatus() const { return static_cast<std::int32_t>(_interfaceStatus.load()); }
     /// One of TBPrinterState. Read on any thread; set on the thread that reports it, with change notices.
     std::int64_t state() const { return _state; }
     void setState(std::int64_t state);
@@ -130,14 +108,9 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     std::optional<std::string> printerSerialNumber() const;
     std::optional<std::string> firmwareVersion() const;
     /// Serial number of the 1284 device ID; nullopt if the ID has none. Any thread.
-    const Text& idSerialNumber() const { return _idSerialNumber; }
+    const OptionalText& idSerialNumber() const { return _idSerialNumber; }
     /// Everything that was learned about the printer. Any thread.
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
-
-    /// Stores a text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on the
-    /// calling thread; nullopt removes the key.
-    void storeFact(const std::string& key, const Text& value);
-    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
 
     /// An update of this printer is under way. Any thread.
     bool inFirmwareUpdate() const { return _isBusy; }
@@ -146,9 +119,9 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
 
     // ---- identity -------------------------------------------------------------------------------------------------
 
-    using DeviceIDCompletion = std::function<void(bool found, const Text& deviceID)>;
-    using DecodedBlock =
-        std::function<void(const Text& manufacturer, const Text& model, const Text& serialNumber, const Text& des)>;
+    using DeviceIDCompletion = std::function<void(bool found, const OptionalText& deviceID)>;
+    using DecodedBlock = std::function<void(const OptionalText& manufacturer, const OptionalText& model,
+                                            const OptionalText& serialNumber, const OptionalText& des)>;
     /// Reads the IEEE 1284 device ID (time-outs 100 ms each) and stores it; completion is called before this returns.
     /// Command queue.
     void update1284DeviceID(DeviceIDCompletion completion);
@@ -163,7 +136,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     void setLangId(std::uint16_t langId) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The string descriptor in the chosen language; nullopt if there is none or the device does not answer. Command
     /// queue; time-outs 500 ms / 1000 ms.
-    Text descriptorStringAtIndex(std::uint8_t index) ZUL_REQUIRES_ROLE(commandQueueRole);
+    OptionalText descriptorStringAtIndex(std::uint8_t index) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The three read a string descriptor on the command queue and store it on main, with change notices. Any thread.
     void getUSBVendorString();
     void getUSBProductString();
@@ -223,8 +196,6 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     bool isSecondOfDevice() const { return _isSecondOfDevice; }
 
   protected:
-    /// Runs block on the command queue after what is queued there; on the main queue while there is none. Any thread.
-    void postToCommandQueue(Block block);
     /// An open was refused and one has succeeded since: does what could not be done at the arrival. Command queue.
     virtual void continueProbe() ZUL_REQUIRES_ROLE(commandQueueRole) {}
     template <class Self> std::shared_ptr<Self> sharedSelf() {
@@ -233,15 +204,16 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
 
     Environment& _environment;
 
-    // Have locks of their own. Any thread.
+    // Each guarded by a lock of its own.
     const DeviceInfoPtr _deviceInfoDict = std::make_shared<DeviceInfo>();
+    const std::shared_ptr<DeviceObjects> _deviceObjects;
+
+    // Atomics.
     TransferStatus _transferStatus;
 
     // Set once, before another queue knows the object.
-    std::shared_ptr<SerialQueue> _printerCommandQueue;
-    Text _idSerialNumber;                    // of the 1284 device ID
+    OptionalText _idSerialNumber;            // of the 1284 device ID
     std::weak_ptr<InterestTable> _interests; // the program may end first
-    const std::shared_ptr<DeviceObjects> _deviceObjects;
     ServiceToken _creationToken = 0;
 
     // Of the command queue.
@@ -249,32 +221,32 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
 
   private:
     void finishOpen(IOReturn code) ZUL_REQUIRES_ROLE(commandQueueRole);
-    void queueClose(Block close);
     IOReturn closeNow() ZUL_REQUIRES_ROLE(commandQueueRole);
     void closeAndReplayAttempt();
-    void setOwnershipOnMain(Ownership ownership);
+    void setOwnershipOnMain(Ownership ownership) ZUL_REQUIRES_ROLE(mainQueueRole);
     void watchForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
     void endWaitForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
     void holderMayHaveLetGo() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void makeCommandQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);
+    void makeLabelledQueue(const OptionalText& manufacturer, const OptionalText& model,
+                           const OptionalText& serialNumber);
     void releaseNotification(std::uint32_t notification, int line);
     void registerForMessages(ServiceToken deviceObject) ZUL_REQUIRES_ROLE(commandQueueRole);
     void readNumbers(IOUSBInterfaceInterface& handle);
-    void handleInterestMessage(ServiceToken service, IOMessage message);
-    void otherHolderClosed();
-    void attemptingOpen();
-    void showStatus(const char* key);
+    void handleInterestMessage(ServiceToken service, IOMessage message) ZUL_REQUIRES_ROLE(mainQueueRole);
+    void otherHolderClosed() ZUL_REQUIRES_ROLE(mainQueueRole);
+    void attemptingOpen() ZUL_REQUIRES_ROLE(mainQueueRole);
+    void showStatus(const char* key) ZUL_REQUIRES_ROLE(mainQueueRole);
     using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
     void readUSBStrings() ZUL_REQUIRES_ROLE(commandQueueRole);
-    Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
+    OptionalText readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action)
         ZUL_REQUIRES_ROLE(commandQueueRole);
 
-    // Set on main or on the command queue, read on any thread.
-    std::atomic<std::int64_t> _state{kTBPrinterClosed};
-    std::atomic<std::int64_t> _isOwned{0};
-    std::atomic<std::int32_t> _interfaceStatus{kTBPrinterClosed};
+    // Atomics: set on main or on the command queue, read on any thread.
+    std::atomic<TBPrinterState> _state{kTBPrinterClosed};
+    std::atomic<TBPrinterState> _interfaceStatus{kTBPrinterClosed};
+    std::atomic<Ownership> _isOwned{Ownership::none};
     std::atomic<ServiceToken> _deviceObject{0};
     std::atomic<bool> _isBusy{false};
     std::atomic<bool> _released{false};
@@ -290,11 +262,14 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
     std::uint32_t _busyNotification ZUL_GUARDED_BY_ROLE(commandQueueRole) = 0; // never registered
     bool _isHolderGone ZUL_GUARDED_BY_ROLE(commandQueueRole) = false;          // "was closed" is on its way
 
-    std::uint32_t _creationInterest = 0; // main queue
+    // Of the main queue.
+    std::uint32_t _creationInterest ZUL_GUARDED_BY_ROLE(mainQueueRole) = 0;
+
+    // Of no queue: no operation uses it.
     UnusedRecord _unused;
 };
 
 /// How a printer is called in messages to people: model, serial number where one is known, location. Any thread.
-std::string nameOf(const TBUSBPrinter& printer);
+std::string displayNameOf(const TBUSBPrinter& printer);
 
 } // namespace zul

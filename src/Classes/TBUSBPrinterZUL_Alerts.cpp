@@ -23,7 +23,7 @@ std::string TBUSBPrinterZUL::localized(const char* key) const {
 
 // ---- the alert routine ----------------------------------------------------------------------------------------------
 
-void TBUSBPrinterZUL::showAlertWithTitle(const Text& title, const Text& message,
+void TBUSBPrinterZUL::showAlertWithTitle(const OptionalText& title, const OptionalText& message,
                                          const std::optional<std::vector<std::string>>& buttonTitles,
                                          std::function<void(int answer)> completion) {
     showCustomAlertWithTitle(_alertFactory.plain(title, message, buttonTitles, std::move(completion)));
@@ -35,12 +35,13 @@ void TBUSBPrinterZUL::showCustomAlertWithTitle(AlertDescription alert) {
     postAlert(std::move(alert));
 }
 
-void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& message,
+void TBUSBPrinterZUL::old_showAlertWithTitle(const OptionalText& title, const OptionalText& message,
                                              const std::optional<std::vector<std::string>>& buttonTitles,
                                              std::function<void(int answer)> completion) {
     const AlertDescription alert = _alertFactory.plain(title, message, buttonTitles, std::move(completion));
     if (alert.messageText.empty() && alert.informativeText.empty()) return;
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), alert] {
+        assertOnMainQueue();
         self->_environment.alerts.beginAlert(self->_alertFactory.completed(alert));
     });
 }
@@ -50,6 +51,7 @@ void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& mess
 void TBUSBPrinterZUL::postAlert(AlertDescription alert) {
     _environment.mainQueue.async(
         [self = sharedSelf<TBUSBPrinterZUL>(), alert = _alertFactory.completed(std::move(alert))] {
+            assertOnMainQueue();
             self->_environment.alerts.beginAlert(alert);
         });
 }

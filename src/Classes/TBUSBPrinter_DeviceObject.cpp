@@ -110,6 +110,7 @@ TBUSBPrinter::DevicePtr TBUSBPrinter::deviceInterface() {
 
 void TBUSBPrinter::usbInterfaceInterestCallback(const std::shared_ptr<TBUSBPrinter>& printer, ServiceToken service,
                                                 IOMessage message, void* argument) {
+    assertOnMainQueue();
     const auto number = static_cast<std::uint32_t>(message);
     logText("%s %s(%x); arg = %p\n", printer->descriptionUTF8(), strForIOMessage(number), number, argument);
     printer->handleInterestMessage(service, message);

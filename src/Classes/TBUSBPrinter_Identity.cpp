@@ -14,7 +14,7 @@ namespace zul {
 
 // ---- names and keys -------------------------------------------------------------------------------------------------
 
-std::string nameOf(const TBUSBPrinter& printer) {
+std::string displayNameOf(const TBUSBPrinter& printer) {
     std::string name =
         printer.model().value_or(printer.productUSB().value_or(Bundle::localized(operatorText("printer"))));
     const auto serial = printer.printerSerialNumber() ? printer.printerSerialNumber() : printer.serialNumberUSB();
@@ -28,8 +28,13 @@ void TBUSBPrinter::update1284DeviceID(DeviceIDCompletion completion) {
     performInlineOnCommandQueue([self = shared_from_this(), completion = std::move(completion)] {
         self->assertOnCommandQueue();
         const InterfacePtr& interface = self->_channel.interface();
-        const Text deviceID = interface ? readDeviceID(*interface) : std::nullopt;
-        if (deviceID) self->performSyncOnMainQueue([&] { self->setRaw1284DeviceID(deviceID); });
+        const OptionalText deviceID = interface ? readDeviceID(*interface) : std::nullopt;
+        if (deviceID) {
+            self->performSyncOnMainQueue([&] {
+                assertOnMainQueue();
+                self->setRaw1284DeviceID(deviceID);
+            });
+        }
         if (completion) completion(deviceID.has_value(), deviceID);
     });
 }
@@ -62,12 +67,12 @@ std::uint16_t TBUSBPrinter::langId() {
 void TBUSBPrinter::setLangId(std::uint16_t langId) {
     _descriptors.setLanguage(langId);
 }
-TBUSBPrinter::Text TBUSBPrinter::descriptorStringAtIndex(std::uint8_t index) {
+OptionalText TBUSBPrinter::descriptorStringAtIndex(std::uint8_t index) {
     return _descriptors.stringAtIndex(index);
 }
 
 // nullopt if the device has no such string; asked is whether the device could be asked at all.
-TBUSBPrinter::Text TBUSBPrinter::readUSBString(StringIndexGetter getter, const char* getterName, bool& asked) {
+OptionalText TBUSBPrinter::readUSBString(StringIndexGetter getter, const char* getterName, bool& asked) {
     asked = false;
     const DevicePtr device = deviceInterface();
     if (!device) return std::nullopt;
@@ -85,10 +90,13 @@ void TBUSBPrinter::getUSBVendorString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         bool asked = false;
-        const Text vendor = normalizedVendorString(self->readUSBString(
+        const OptionalText vendor = normalizedVendorString(self->readUSBString(
             &IOUSBDeviceInterface::USBGetManufacturerStringIndex, "USBGetManufacturerStringIndex", asked));
         if (!asked) return;
-        self->performSyncOnMainQueue([&] { self->setVendorUSB(vendor); });
+        self->performSyncOnMainQueue([&] {
+            assertOnMainQueue();
+            self->setVendorUSB(vendor);
+        });
         logText("got USB vendor:%s", textOrNull(vendor));
     });
 }
@@ -97,10 +105,13 @@ void TBUSBPrinter::getUSBProductString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         bool asked = false;
-        const Text product =
+        const OptionalText product =
             self->readUSBString(&IOUSBDeviceInterface::USBGetProductStringIndex, "USBGetProductStringIndex", asked);
         if (!asked) return;
-        self->performSyncOnMainQueue([&] { self->setProductUSB(product); });
+        self->performSyncOnMainQueue([&] {
+            assertOnMainQueue();
+            self->setProductUSB(product);
+        });
         logText("got USB product:%s", textOrNull(product));
     });
 }
@@ -109,10 +120,13 @@ void TBUSBPrinter::getUSBSerialNumberString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         bool asked = false;
-        const Text serialNumber = self->readUSBString(&IOUSBDeviceInterface::USBGetSerialNumberStringIndex,
-                                                      "USBGetSerialNumberStringIndex", asked);
+        const OptionalText serialNumber = self->readUSBString(&IOUSBDeviceInterface::USBGetSerialNumberStringIndex,
+                                                              "USBGetSerialNumberStringIndex", asked);
         if (!asked) return;
-        self->performSyncOnMainQueue([&] { self->setSerialNumberUSB(serialNumber); });
+        self->performSyncOnMainQueue([&] {
+            assertOnMainQueue();
+            self->setSerialNumberUSB(serialNumber);
+        });
         logText("got USB Serial Number:%s", textOrNull(serialNumber));
     });
 }
@@ -120,10 +134,12 @@ void TBUSBPrinter::getUSBSerialNumberString() {
 // ---- what is remembered about devices -------------------------------------------------------------------------------
 
 DeviceInfoPtr TBUSBPrinter::deviceInfoForKey(const std::string& key) {
+    assertOnMainQueue();
     return Environment::current().deviceInfo.infoForKey(key);
 }
 
 void TBUSBPrinter::setDeviceInfo(DeviceInfoPtr info, const std::string& key) {
+    assertOnMainQueue();
     Environment::current().deviceInfo.setInfo(std::move(info), key);
 }
 

@@ -43,7 +43,10 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
         logText("The printer is busy.\n");
         ++_refusals;
         setPrinterStatus("In use by other application");
-        performSyncOnMainQueue([this] { setOwnershipOnMain(Ownership::otherProgram); });
+        performSyncOnMainQueue([this] {
+            assertOnMainQueue();
+            setOwnershipOnMain(Ownership::otherProgram);
+        });
         watchForHolder();
         return;
     }
@@ -53,6 +56,7 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
         return;
     }
     performSyncOnMainQueue([this] {
+        assertOnMainQueue();
         _interfaceStatus = kTBPrinterOpen;
         setState(kTBPrinterOpen);
         setOwnershipOnMain(Ownership::thisProgram);
@@ -69,15 +73,6 @@ void TBUSBPrinter::finishOpen(IOReturn code) {
     });
 }
 
-// A printer without a command queue uses the main queue: there, too, the block runs after the caller has finished.
-void TBUSBPrinter::postToCommandQueue(Block block) {
-    if (_printerCommandQueue) {
-        _printerCommandQueue->async(std::move(block));
-    } else {
-        _environment.mainQueue.async(std::move(block));
-    }
-}
-
 void TBUSBPrinter::openInterface(CodeCompletion completion) {
     performInlineOnCommandQueue([self = shared_from_this(), completion = std::move(completion)] {
         self->assertOnCommandQueue();
@@ -87,23 +82,16 @@ void TBUSBPrinter::openInterface(CodeCompletion completion) {
 }
 
 void TBUSBPrinter::closeInterface(CodeCompletion completion) {
-    queueClose([self = shared_from_this(), completion = std::move(completion), refusals = _refusals.load()] {
-        self->assertOnCommandQueue();
-        // The caller asked for it while it had the interface open. Since then another program has taken it, and the
-        // wait for that program must not end here.
-        const bool isOvertaken = self->_awaitsHolder && self->_refusals != refusals;
-        const IOReturn code = isOvertaken ? kIOReturnSuccess : self->closeNow();
-        if (!isOvertaken) self->endWaitForHolder();
-        if (completion) completion(code);
-    });
-}
-
-void TBUSBPrinter::queueClose(Block close) {
-    if (_printerCommandQueue) {
-        _printerCommandQueue->async(std::move(close)); // even from that queue: it runs after what is queued
-    } else {
-        close();
-    }
+    runAfterQueuedCommands(
+        [self = shared_from_this(), completion = std::move(completion), refusals = _refusals.load()] {
+            self->assertOnCommandQueue();
+            // The caller asked for it while it had the interface open. Since then another program has taken it, and
+            // the wait for that program must not end here.
+            const bool isOvertaken = self->_awaitsHolder && self->_refusals != refusals;
+            const IOReturn code = isOvertaken ? kIOReturnSuccess : self->closeNow();
+            if (!isOvertaken) self->endWaitForHolder();
+            if (completion) completion(code);
+        });
 }
 
 IOReturn TBUSBPrinter::closeNow() {
@@ -120,6 +108,7 @@ IOReturn TBUSBPrinter::closeNow() {
     _interfaceStatus = kTBPrinterClosed;
     setState(kTBPrinterClosed);
     performSyncOnMainQueue([this] {
+        assertOnMainQueue();
         if (ownership() != Ownership::none) setOwnershipOnMain(Ownership::none);
     });
     return code;
@@ -134,7 +123,7 @@ void TBUSBPrinter::getPipes() {
 
 void TBUSBPrinter::setOwnershipOnMain(Ownership ownership) {
     const KeyChange change(*this, "isOwned");
-    _isOwned = static_cast<std::int64_t>(ownership);
+    _isOwned = ownership;
 }
 
 void TBUSBPrinter::setIsOwned(int value) {
@@ -150,7 +139,7 @@ void TBUSBPrinter::setIsOwned(int value) {
 // The message follows the close before anything else can run on the command queue, so it always finds the printer
 // closed. The wait for the other program stays.
 void TBUSBPrinter::closeAndReplayAttempt() {
-    queueClose([self = shared_from_this()] {
+    runAfterQueuedCommands([self = shared_from_this()] {
         self->assertOnCommandQueue();
         static_cast<void>(self->closeNow()); // nothing was open
         self->performSyncOnMainQueue([self] {
@@ -205,16 +194,20 @@ std::optional<Data> TBUSBPrinter::interfaceReadDataOfSize(std::uint32_t size) {
 }
 
 void TBUSBPrinter::setPrinterStatus(const std::string& status) {
-    performSyncOnMainQueue([&] { storeFact("printerStatus", status); });
+    performSyncOnMainQueue([&] {
+        assertOnMainQueue();
+        const KeyChange change(*this, "printerStatus");
+        _deviceInfoDict->setString("printerStatus", status);
+    });
 }
 
-TBUSBPrinter::Text TBUSBPrinter::printerStatus() const {
+OptionalText TBUSBPrinter::printerStatus() const {
     return _deviceInfoDict->string("printerStatus");
 }
-TBUSBPrinter::Text TBUSBPrinter::printerSerialNumber() const {
+OptionalText TBUSBPrinter::printerSerialNumber() const {
     return _deviceInfoDict->string("printerSerialNumber");
 }
-TBUSBPrinter::Text TBUSBPrinter::firmwareVersion() const {
+OptionalText TBUSBPrinter::firmwareVersion() const {
     return _deviceInfoDict->string("firmwareVersion");
 }
 

@@ -38,7 +38,7 @@ ExaminedPrinter examinedOf(const AttachedPrinter& attached) {
 
 void addSessionsView(ExaminedPrinter& examined, TBUSBPrinterZUL& printer) {
     examined.key = printer.keyUSBdevice();
-    examined.name = nameOf(printer);
+    examined.name = displayNameOf(printer);
     examined.location = printer.locationText();
     examined.model = printer.model().value_or(examined.model);
     examined.serial = printer.printerSerialNumber().value_or("");

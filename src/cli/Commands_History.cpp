@@ -138,7 +138,7 @@ std::vector<std::string> rowOf(const UpdateRecord& record) {
     return row;
 }
 
-std::string nameOf(const UpdateRecord& record) {
+std::string recordedName(const UpdateRecord& record) {
     if (!record.serial.empty()) return record.serial;
     return record.key.empty() ? "PRINTER" : record.key;
 }
@@ -152,7 +152,7 @@ void showTable(const std::vector<UpdateRecord>& records, const Output& output) {
         // Below the table, so that each command is on a line that can be copied.
         if (courseOf(record) != Course::interrupted) continue;
         output.line(formatted("The update of %s of %s was interrupted. Start it again to complete it: zulctl update %s",
-                              orDash(nameOf(record)), localTimeText(record.begun), nameOf(record)));
+                              orDash(recordedName(record)), localTimeText(record.begun), recordedName(record)));
     }
 }
 

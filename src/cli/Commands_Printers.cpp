@@ -21,8 +21,9 @@ namespace {
 using nlohmann::json;
 
 void reportBusy(Program& program, const Program::Printer& printer, const InterfaceHolder& holder) {
-    program.output.problem(
-        nameOf(*printer) + ": " + describeHolder(holder) + ". " + adviceForHolder(holder) + " Then try again.", kBusy);
+    program.output.problem(displayNameOf(*printer) + ": " + describeHolder(holder) + ". " + adviceForHolder(holder) +
+                               " Then try again.",
+                           kBusy);
     program.quit(kBusy);
 }
 
@@ -74,7 +75,8 @@ void withOpenPrinter(Program& program, const Program::Printer& printer, std::fun
 
 void showStatus(Program& program, const Program::Printer& printer, const std::optional<std::string>& rawStatus) {
     if (!rawStatus) {
-        program.output.problem(nameOf(*printer) + " does not answer. Switch it off and on, then try again.", kNotBack);
+        program.output.problem(displayNameOf(*printer) + " does not answer. Switch it off and on, then try again.",
+                               kNotBack);
         program.quit(kNotBack);
         return;
     }
@@ -101,12 +103,12 @@ void runList(Program& program) {
         list.push_back(facts);
         std::vector<std::string> row = {std::to_string(rows.size())};
         for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"})
-            row.push_back(textOf(facts[key]));
+            row.push_back(oneLineText(facts[key]));
         const std::string status = printableInLine(statusLine(program.session.supervisor, *printer));
         row.push_back(status.empty() ? "-" : status);
-        row.push_back(textOf(facts["firmwareInstalled"]));
+        row.push_back(oneLineText(facts["firmwareInstalled"]));
         row.push_back(offeredFirmware(*printer));
-        row.push_back(textOf(facts["location"]));
+        row.push_back(oneLineText(facts["location"]));
         rows.push_back(row);
     }
     if (program.output.isJson()) {
@@ -142,9 +144,9 @@ void runInfo(Program& program) {
     for (const auto& [key, value] : facts.items()) {
         // Its entries follow below, one per line.
         if (key == "deviceInfo") continue;
-        rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : textOf(value)});
+        rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : oneLineText(value)});
     }
-    for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, textOf(value)});
+    for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, oneLineText(value)});
     program.output.table(rows);
     program.quit(kDone);
 }
@@ -160,7 +162,7 @@ void runStatus(Program& program) {
     withOpenPrinter(
         program, printer,
         [printer, answer] {
-            printer->getPrinterStatus([answer](const TBUSBPrinter::Text& rawStatus) { *answer = rawStatus; });
+            printer->getPrinterStatus([answer](const OptionalText& rawStatus) { *answer = rawStatus; });
         },
         [&program, printer, answer] { showStatus(program, printer, *answer); });
 }
@@ -173,7 +175,8 @@ void runResetCounter(Program& program) {
         return;
     }
     if (printer->printerStatus() == textForStatus(kLoaderStatus)) {
-        program.output.problem(nameOf(*printer) + " is not ready: " + textForStatus(kLoaderStatus) + ".", kNotReady);
+        program.output.problem(displayNameOf(*printer) + " is not ready: " + textForStatus(kLoaderStatus) + ".",
+                               kNotReady);
         program.quit(kNotReady);
         return;
     }
@@ -185,13 +188,13 @@ void runResetCounter(Program& program) {
             // The command has no reply: that it was written is all that is known.
             const IOReturn code = printer->writeStatus();
             if (code != kIOReturnSuccess) {
-                reportFailure(program, commandFailureText(nameOf(*printer), code), code);
+                reportFailure(program, commandFailureText(displayNameOf(*printer), code), code);
                 return;
             }
             if (program.output.isJson()) {
                 program.output.document({{"key", printer->keyUSBdevice()}, {"counterReset", std::string(1, letter)}});
             } else {
-                program.output.line(formatted("Counter %c of %s is reset.", letter, nameOf(*printer)));
+                program.output.line(formatted("Counter %c of %s is reset.", letter, displayNameOf(*printer)));
             }
             program.quit(kDone);
         });
@@ -205,7 +208,7 @@ void runUSBSerial(Program& program) {
         return;
     }
     if (!printer->hasISerialSupport()) {
-        program.output.problem(nameOf(*printer) + " has no such setting.", kFailed);
+        program.output.problem(displayNameOf(*printer) + " has no such setting.", kFailed);
         program.quit(kFailed);
         return;
     }
@@ -254,13 +257,13 @@ void runReset(Program& program) {
     withOpenPrinter(program, printer, work, [&program, printer, command, code] {
         const IOReturn result = *code;
         if (result != kIOReturnSuccess) {
-            reportFailure(program, resetFailureText(nameOf(*printer), command, result), result);
+            reportFailure(program, resetFailureText(displayNameOf(*printer), command, result), result);
             return;
         }
         if (program.output.isJson()) {
             program.output.document({{"key", printer->keyUSBdevice()}, {"done", command}});
         } else {
-            program.output.line(nameOf(*printer) + ": " + command + " done.");
+            program.output.line(displayNameOf(*printer) + ": " + command + " done.");
         }
         program.quit(kDone);
     });

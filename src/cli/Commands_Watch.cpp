@@ -127,7 +127,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         }
         std::string text = printer.keyUSBdevice() + "  " + event;
         text += key.empty() ? "  " + printer.descriptionUTF8() + " at " + printer.locationText()
-                            : "  " + key + " = " + textOf(value);
+                            : "  " + key + " = " + oneLineText(value);
         _program.output.line(printableInLine(text));
     }
 

@@ -81,7 +81,7 @@ void Program::whenNotBrieflyUsed(Clock::TimePoint deadline, Block ready) {
 std::string Program::listed() const {
     std::string text;
     for (const Printer& printer : session.printers()) {
-        text += (text.empty() ? "" : ", ") + printer->keyUSBdevice() + " = " + nameOf(*printer);
+        text += (text.empty() ? "" : ", ") + printer->keyUSBdevice() + " = " + displayNameOf(*printer);
     }
     return text;
 }

@@ -57,7 +57,7 @@ constexpr auto kFolders = std::to_array<FolderRow>({
     {StandardFolder::pictures, kUserDomain, "~/Pictures"},
 });
 
-const char* nameOf(HostByteOrder order) {
+const char* byteOrderName(HostByteOrder order) {
     switch (order) {
     case HostByteOrder::littleEndian:
         return "LittleEndian";
@@ -100,7 +100,8 @@ std::string HOLVEN_Base::systemVersionInfo() {
     // The wording is fixed, including the system's name at the front, because scripts and support search for it.
     return formatted("Mac OS X %s foundation (%.3f);\n%lluMB (%ldMB free); %lu CPU; %s (%ld-bit); %s",
                      host.operatingSystemVersion(), host.foundationVersion(), host.physicalMemory() >> 20, freeMB,
-                     host.activeProcessorCount(), nameOf(host.byteOrder()), bits, textOrNull(hostModelAndArch()));
+                     host.activeProcessorCount(), byteOrderName(host.byteOrder()), bits,
+                     textOrNull(hostModelAndArch()));
 }
 
 std::string HOLVEN_Base::startupInfo() {

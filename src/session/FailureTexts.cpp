@@ -43,14 +43,14 @@ std::string openFailureText(const std::string& printer, IOReturn code, const std
 }
 
 std::string openFailureText(const TBUSBPrinter& printer, IOReturn code, const SystemFolders& folders) {
-    if (code != kIOReturnNotPrivileged) return openFailureText(nameOf(printer), code, {});
+    if (code != kIOReturnNotPrivileged) return openFailureText(displayNameOf(printer), code, {});
     // The printer's own node is open, so only a node of the kernel's driver can have been refused.
     std::string nodes;
     for (const std::string& node : printerDriverNodes(folders, printer.locationText())) {
         nodes += (nodes.empty() ? "" : ", ") + node;
     }
     // The driver may have been unbound since.
-    return hiddenJobsText(nameOf(printer), nodes.empty() ? folders.dev + "/usb/lp*" : nodes);
+    return hiddenJobsText(displayNameOf(printer), nodes.empty() ? folders.dev + "/usb/lp*" : nodes);
 }
 
 std::string missingRightText(const TBUSBPrinter& printer, const SystemFolders& folders) {

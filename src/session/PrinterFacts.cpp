@@ -108,13 +108,13 @@ json factsOf(TBUSBPrinterZUL& printer) {
     return facts;
 }
 
-std::string textOf(const json& value) {
+std::string oneLineText(const json& value) {
     if (value.is_string()) return value.get<std::string>();
     if (value.is_null()) return "-";
     if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
     if (!value.is_array()) return value.dump();
     std::string text;
-    for (const json& item : value) text += (text.empty() ? "" : ", ") + textOf(item);
+    for (const json& item : value) text += (text.empty() ? "" : ", ") + oneLineText(item);
     return text;
 }
 

@@ -29,6 +29,6 @@ nlohmann::json factsOf(TBUSBPrinterZUL& printer);
 /// A value of the device-information dictionary as JSON.
 nlohmann::json jsonOf(const DeviceInfo::Value& value);
 /// Any JSON value as one line of text.
-std::string textOf(const nlohmann::json& value);
+std::string oneLineText(const nlohmann::json& value);
 
 } // namespace zul

@@ -109,7 +109,7 @@ void MainWindow::askBeforeEqualVersion(const Session::Printer& printer) {
     AlertDescription question = questionAlert(
         {.title =
              localizedFormat("%s is already installed. Install it again?", textOrNull(printer->newFirmwareVersion())),
-         .message = localizedFormat("%s has this firmware and its color tables.", nameOf(*printer)),
+         .message = localizedFormat("%s has this firmware and its color tables.", displayNameOf(*printer)),
          .decline = Bundle::localized("Cancel"),
          .accept = Bundle::localized("Install Again")},
         [this, key = printer->keyUSBdevice()] {
@@ -117,13 +117,13 @@ void MainWindow::askBeforeEqualVersion(const Session::Printer& printer) {
             if (attached) _supervisor.begin(attached, UpdateSupervisor::Equal::install);
         });
     question.iconName = printer->image().value_or("");
-    question.printerName = nameOf(*printer);
+    question.printerName = displayNameOf(*printer);
     _alerts.beginAlert(std::move(question));
 }
 
 void MainWindow::askBeforeSecondImage(const Session::Printer& printer) {
     AlertDescription question =
-        questionAlert({.title = localizedFormat("Start the update of %s again?", nameOf(*printer)),
+        questionAlert({.title = localizedFormat("Start the update of %s again?", displayNameOf(*printer)),
                        .message = adviceFor(_supervisor.updates().at(printer->keyUSBdevice()).state) + "\n\n" +
                                   Bundle::localized("Starting again now sends the firmware a second time, which may "
                                                     "damage a printer that is still working."),
@@ -145,7 +145,7 @@ void MainWindow::resetCounter(char letter) {
     const auto printer = selection();
     if (!printer) return;
     AlertDescription question =
-        questionAlert({.title = localizedFormat("Reset counter %c of %s?", letter, nameOf(*printer)),
+        questionAlert({.title = localizedFormat("Reset counter %c of %s?", letter, displayNameOf(*printer)),
                        .message = Bundle::localized("The counter is set to 0. The old value cannot be restored."),
                        .decline = Bundle::localized("Cancel"),
                        .accept = Bundle::localized("Reset Counter")},
@@ -165,7 +165,7 @@ void MainWindow::whileReserved(const Session::Printer& printer, const std::strin
 
 void MainWindow::showHolder(TBUSBPrinterZUL& printer, const InterfaceHolder& holder) {
     _alerts.beginAlert(
-        messageAlert(nameOf(printer) + ": " + describeHolder(holder) + ".",
+        messageAlert(displayNameOf(printer) + ": " + describeHolder(holder) + ".",
                      adviceForHolder(holder) + " " + Bundle::localized(operatorText("Then try again."))));
 }
 
@@ -178,7 +178,7 @@ void MainWindow::openContextMenu(const QPoint& place) {
     menu->setObjectName("contextMenu");
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->setToolTipsVisible(true);
-    menu->addAction(qtext(nameOf(*printer)))->setEnabled(false);
+    menu->addAction(qtext(displayNameOf(*printer)))->setEnabled(false);
     menu->addSeparator();
     menu->addActions(_ui->menuPrinter->actions());
     menu->addSeparator();

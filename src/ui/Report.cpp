@@ -29,7 +29,7 @@ QString writeReport(const std::vector<std::shared_ptr<TBUSBPrinterZUL>>& printer
     QString text = heading + "\n";
     for (const auto& printer : printers) {
         all.push_back(factsOf(*printer));
-        text += "\n" + qtext(nameOf(*printer)) + "\n";
+        text += "\n" + qtext(displayNameOf(*printer)) + "\n";
         for (const auto& [label, value] : detailsOf(*printer)) text += "  " + label + ": " + value + "\n";
     }
     const std::string json = all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";

@@ -110,7 +110,7 @@ Update& UpdateSupervisor::makeUpdate(const std::string& key, const Printer& prin
     if (_monitor.wasAskedForAll(key)) course.ownSerialNumber = serialNumberOf(*printer);
     _courses[key] = std::move(course);
     Update& update = _updates[key] = Update{};
-    update.name = nameOf(*printer);
+    update.name = displayNameOf(*printer);
     update.model = printer->model().value_or("");
     update.picture = printer->image().value_or("");
     update.location = printer->locationText();

@@ -25,11 +25,11 @@ constexpr auto kLongestStop = seconds(60);             // a program that is aske
 constexpr auto kLongestQuestions = seconds(60);        // after the report; a printer that replies needs much less
 
 // Each text once: several files may have the same problem.
-template <typename TextOf>
-std::string textOfProblems(const std::vector<ArchiveProblem>& problems, TextOf textOf, const char* separator) {
+template <typename ToText>
+std::string joinedTexts(const std::vector<ArchiveProblem>& problems, ToText toText, const char* separator) {
     std::vector<std::string> texts;
     for (const ArchiveProblem& problem : problems) {
-        std::string text = textOf(problem);
+        std::string text = toText(problem);
         if (std::ranges::count(texts, text) == 0) texts.push_back(std::move(text));
     }
     return fmt::format("{}", fmt::join(texts, separator));
@@ -274,8 +274,8 @@ void UpdateSupervisor::explain(Update& update) const {
     const Course& course = _courses.at(update.state.key);
     const UpdateResult result = update.verdict.result;
     if (result == UpdateResult::badFiles && !course.fileProblems.empty()) {
-        update.verdict.reason = textOfProblems(course.fileProblems, messageOf, "; ");
-        update.advice = textOfProblems(course.fileProblems, remedyOf, " ");
+        update.verdict.reason = joinedTexts(course.fileProblems, messageOf, "; ");
+        update.advice = joinedTexts(course.fileProblems, remedyOf, " ");
     }
     if (result == UpdateResult::notBack && !update.cameBackAt.empty() && !update.state.isAttached) {
         update.verdict.reason =

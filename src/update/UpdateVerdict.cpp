@@ -5,6 +5,7 @@
 #include "Classes/ColorTables.h"
 #include "Classes/DeviceInfoKeys.h"
 #include "archive/ProductTable.h"
+#include "protocol/TableFileName.h"
 #include "update/UpdateRecord.h"
 
 #include <algorithm>
@@ -17,25 +18,6 @@ namespace zul {
 namespace {
 
 constexpr std::size_t kVersionDigits = 4;
-
-// "VK28_PP_600_0101.cwd": number, version, and whether it is for the other media.
-struct TableFile {
-    std::string number;
-    std::string version;
-    bool isForPP = false;
-};
-
-TableFile parseTableFile(std::string_view file) {
-    const std::string stem = std::filesystem::path(file).stem().string();
-    TableFile table;
-    const auto last = stem.rfind('_');
-    // Not the name of a table file: without a version it is counted, but not compared.
-    if (last == std::string::npos || last < 4) return table;
-    table.version = stem.substr(last + 1);
-    table.number = stem.substr(last - 3, 3);
-    table.isForPP = stem.find("_PP_") != std::string::npos;
-    return table;
-}
 
 using TableVersions = std::map<std::string, std::string>;
 
@@ -67,14 +49,14 @@ UpdateExpectation expectationFor(std::uint16_t productID) {
     if (product == nullptr) return expectation;
     expectation.version = std::filesystem::path(product->files.front()).stem().string();
     for (const std::string_view file : product->files.subspan(1)) {
-        const TableFile table = parseTableFile(file);
         ++expectation.tables;
-        if (!isTableVersion(table.version)) continue;
+        const auto table = parsedTableFileName(file);
+        if (!table || !isTableVersion(std::string(table->version))) continue;
         // A model that reports one version for all tables may report that of any of them.
-        const ColorTable* const row = colorTableOfFile(table.number, table.isForPP);
+        const ColorTable* const row = colorTableOfFile(table->number, table->isForPP);
         if (!hasOneTableAnswer(productID) && row == nullptr) continue;
         const char* const key = hasOneTableAnswer(productID) ? HOLVEN_TBPrinterColorTableVersion : row->versionKey;
-        expectation.tableVersions[key].insert(table.version);
+        expectation.tableVersions[key].emplace(table->version);
     }
     return expectation;
 }

@@ -19,7 +19,7 @@ constexpr std::size_t kSizeSize = 8;
 constexpr std::uint8_t kEscape = 0x1B;
 constexpr auto kDefaultHold = std::chrono::milliseconds(3000);
 
-std::string textOf(const Data& frame, std::size_t offset, std::size_t size) {
+std::string fieldText(const Data& frame, std::size_t offset, std::size_t size) {
     std::string text(frame.begin() + static_cast<std::ptrdiff_t>(offset),
                      frame.begin() + static_cast<std::ptrdiff_t>(offset + size));
     text.resize(text.find_last_not_of(' ') + 1);
@@ -89,12 +89,12 @@ std::size_t VirtualPrinter::bytesWanted() const {
 }
 
 void VirtualPrinter::takeHeader(VirtualEffects& effects) {
-    const auto size = sizeOf(textOf(_frame, kSizeOffset, kSizeSize));
+    const auto size = sizeOf(fieldText(_frame, kSizeOffset, kSizeSize));
     if (!size) {
         reset(); // the end of this frame is unknown: wait for the next one
         return;
     }
-    _text = textOf(_frame, kTextOffset, kTextSize);
+    _text = fieldText(_frame, kTextOffset, kTextSize);
     _payloadSize = *size;
     _dueFaults = faultsFor(_text);
     // A command with an answer stalls later, when its answer is read.

@@ -3,6 +3,7 @@
 #include "virtual_printer/VirtualTableMemory.h"
 
 #include "platform/foundation/Format.h"
+#include "protocol/TableFileName.h"
 
 #include <algorithm>
 #include <numeric>
@@ -12,6 +13,7 @@ namespace zul {
 namespace {
 
 constexpr const char* kNumbers[] = {"300", "600", "610", "620"};
+constexpr std::size_t kVersionSize = 4;
 
 std::uint16_t checksumOf(const Data& contents) {
     return static_cast<std::uint16_t>(std::accumulate(contents.begin(), contents.end(), 0U));
@@ -34,25 +36,17 @@ void VirtualTableMemory::clear() {
     _writtenNames.clear();
 }
 
-// "VK28_PP_600_0101.CWD" is the table PP600; the media is part of the name only for models with both media.
-std::string VirtualTableMemory::keyOfName(const std::string& name) {
-    for (const char* number : kNumbers) {
-        if (name.find(std::string("_") + number + "_") == std::string::npos) continue;
-        return (name.find("_PP_") != std::string::npos ? "PP" : "") + std::string(number);
-    }
-    return {};
-}
-
 void VirtualTableMemory::setName(const Data& record) {
     _name.assign(record.begin(), std::ranges::find(record, std::uint8_t{0}));
 }
 
 void VirtualTableMemory::write(const Data& contents) {
-    const std::string key = keyOfName(_name);
-    if (key.empty()) return;
-    const auto underscore = _name.rfind('_');
-    _tables[key] = {_name.substr(underscore + 1, 4), checksumOf(contents)};
-    _last = key;
+    const auto name = parsedTableFileName(_name);
+    if (!name) return;
+    const auto table = _tables.find((name->isForPP ? "PP" : "") + std::string(name->number));
+    if (table == _tables.end()) return;
+    table->second = {std::string(name->version.substr(0, kVersionSize)), checksumOf(contents)};
+    _last = table->first;
     _writtenNames.push_back(_name);
 }
 

@@ -35,7 +35,6 @@ class VirtualTableMemory {
         std::string version = "0000";
         std::uint16_t checksum = 0;
     };
-    static std::string keyOfName(const std::string& name);
 
     const VirtualModel& _model;
     std::map<std::string, Table> _tables; // by "600" or "PP600"

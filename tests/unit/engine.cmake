@@ -14,4 +14,5 @@ target_sources(unit_tests PRIVATE
   engine/QueryTests.cpp
   engine/ReplyShapeTests.cpp
   engine/StatusCodeNamesTests.cpp
-  engine/StatusTests.cpp)
+  engine/StatusTests.cpp
+  engine/TableFileNameTests.cpp)

@@ -43,6 +43,7 @@ class CheckProject(unittest.TestCase):
     def test_lets_a_floor_include_the_floors_below(self):
         self.assert_clean({"src/archive/A.cpp": '#include "platform/usb/IOReturn.h"\n#include <openssl/hmac.h>\n'
                                                 '#include "holven_log/HOLVEN_Log.h"\n#include "archive/A.h"\n',
+                           "src/virtual_printer/A.cpp": '#include "protocol/TableFileName.h"\n',
                            "src/cli/List.cpp": '#include "usb/libusb/Bus.h"\n#include <CLI/CLI.hpp>\n'})
 
     def test_refuses_an_include_from_a_floor_above(self):

@@ -2,6 +2,7 @@
 // is readable. Blocks are queued on any thread; they and the watches run on the main thread.
 #include "platform/dispatch/Queue.h"
 
+#include "platform/dispatch/QueueRole.h"
 #include "platform/files/WakeEvent.h"
 
 #include <array>
@@ -14,6 +15,12 @@
 #include <sys/epoll.h>
 
 namespace zul {
+
+namespace {
+
+const char mainQueueMarker = 0; // its address marks the main queue
+
+} // namespace
 
 struct MainQueue::State {
     explicit State(Clock& queueClock) : clock(queueClock), descriptor(::epoll_create1(EPOLL_CLOEXEC)) {
@@ -60,6 +67,7 @@ bool MainQueue::State::serveWatches() {
 }
 
 MainQueue::MainQueue(Clock& clock) : _state(std::make_shared<State>(clock)) {
+    setSpecific(&mainQueueMarker, this);
     setCurrent(_specifics.get());
 }
 
@@ -90,6 +98,12 @@ bool MainQueue::sync(Block block) {
     std::unique_lock lock(state->mutex);
     state->finished.wait(lock, [&] { return *done || state->closed; });
     return *done;
+}
+
+void assertOnMainQueue() {
+    if (Queue::currentSpecific(&mainQueueMarker) != nullptr) return;
+    static std::once_flag isLogged;
+    reportWrongQueue(isLogged, "a block of the main queue runs on another queue");
 }
 
 int MainQueue::eventDescriptor() const {

@@ -2,8 +2,13 @@
 // Called on any thread; blocks run on the queue's own thread.
 #include "platform/dispatch/Queue.h"
 
+#include "platform/dispatch/QueueRole.h"
+#include "platform/foundation/SystemLog.h"
+
 #include <atomic>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -36,6 +41,16 @@ const void* Queue::currentSpecific(const void* key) {
 
 void Queue::setCurrent(const Specifics* specifics) {
     currentSpecifics = specifics;
+}
+
+void reportWrongQueue(std::once_flag& isLogged, const char* text) {
+#ifdef ZUL_SANITIZED
+    static_cast<void>(isLogged);
+    std::fprintf(stderr, "%s\n", text);
+    std::abort();
+#else
+    std::call_once(isLogged, [text] { systemLog(text); });
+#endif
 }
 
 // The thread and the queue object share the state, so either may end first.

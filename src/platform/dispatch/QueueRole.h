@@ -7,8 +7,12 @@
 //     void writeFrame() ZUL_REQUIRES_ROLE(commandQueueRole);
 //     Handle _handle ZUL_GUARDED_BY_ROLE(commandQueueRole);
 //
+// The main queue has one role for the whole process, mainQueueRole.
+//
 // The analysis treats each lambda separately, so the first statement of a block for a queue is the assertion.
 #pragma once
+
+#include <mutex>
 
 #if defined(__clang__) && !defined(ZUL_ANY_QUEUE) // tests take every role
 #define ZUL_ROLE_ATTRIBUTE(attribute) __attribute__((attribute))
@@ -24,5 +28,15 @@ namespace zul {
 
 /// Carries no data: the compiler's analysis needs an object to name the role by.
 class ZUL_ROLE_ATTRIBUTE(capability("queue")) QueueRole {};
+
+/// The role of the main queue; it has no state.
+inline constinit QueueRole mainQueueRole;
+/// The first statement of every block that is handed to the main queue, and of operations that use what belongs to it.
+/// On another queue it ends a program with sanitizers; any other logs that once and continues, as ending in the middle
+/// of a flash is worse. Any thread.
+void assertOnMainQueue() ZUL_ASSERTS_ROLE(mainQueueRole);
+
+/// What an assertion of a role does on a wrong queue; isLogged is the assertion's own. Any thread.
+void reportWrongQueue(std::once_flag& isLogged, const char* text);
 
 } // namespace zul

@@ -20,7 +20,7 @@ struct UserDefaults::Values {
 
 namespace {
 
-std::optional<std::string> textOf(const json& value) {
+std::optional<std::string> storedText(const json& value) {
     if (value.is_string()) return value.get<std::string>();
     if (value.is_boolean() || value.is_number()) return value.dump();
     return std::nullopt;
@@ -96,7 +96,7 @@ bool UserDefaults::write() {
 std::optional<std::string> UserDefaults::stringForKey(const std::string& key) const {
     const std::scoped_lock lock(_mutex);
     const auto found = _values->root.find(key);
-    return found == _values->root.end() ? std::nullopt : textOf(*found);
+    return found == _values->root.end() ? std::nullopt : storedText(*found);
 }
 
 bool UserDefaults::boolForKey(const std::string& key) const {
@@ -134,7 +134,7 @@ std::map<std::string, std::string> UserDefaults::all() const {
     const std::scoped_lock lock(_mutex);
     std::map<std::string, std::string> texts;
     for (const auto& [key, value] : _values->root.items()) {
-        if (const auto text = textOf(value)) texts[key] = *text;
+        if (const auto text = storedText(value)) texts[key] = *text;
     }
     return texts;
 }

@@ -66,7 +66,7 @@ const Row kRows[] = {
     {1000, nullptr, 0},
 };
 
-std::string textOf(const Data& data) {
+std::string asText(const Data& data) {
     return {data.begin(), data.end()};
 }
 
@@ -94,14 +94,14 @@ TEST_CASE("every command announces its own payload size") {
 }
 
 TEST_CASE("the status command is escape, P, its text and 24 blanks") {
-    CHECK(textOf(commandFrame(0, nullptr)) == "\x1BPSTATUS" + std::string(24, ' '));
+    CHECK(asText(commandFrame(0, nullptr)) == "\x1BPSTATUS" + std::string(24, ' '));
 }
 
 TEST_CASE("the USB serial command is 36 bytes with 00000004 at offset 24") {
     const Data payload = {'0', '1', '\r', 0};
     const Data frame = commandFrame(42, &payload);
     REQUIRE(frame.size() == 36);
-    CHECK(textOf(frame).substr(24, 8) == "00000004");
+    CHECK(asText(frame).substr(24, 8) == "00000004");
     CHECK(Data(frame.begin() + 32, frame.end()) == payload);
 }
 
@@ -109,18 +109,18 @@ TEST_CASE("a cutter command with seven bytes announces eight and contains none o
     const Data payload(7, 'x');
     const Data frame = commandFrame(16, &payload);
     REQUIRE(frame.size() == 40);
-    CHECK(textOf(frame).substr(24) == "00000008" + std::string(8, ' '));
+    CHECK(asText(frame).substr(24) == "00000008" + std::string(8, ' '));
     const Data exact(8, 'x');
-    CHECK(textOf(commandFrame(16, &exact)).substr(32) == "xxxxxxxx");
+    CHECK(asText(commandFrame(16, &exact)).substr(32) == "xxxxxxxx");
 }
 
 TEST_CASE("a fixed-size command never copies more than its size, and a short payload is filled with blanks") {
     const Data longer(20, 'x');
-    CHECK(textOf(commandFrame(35, &longer)).substr(32) == "xxxx");
-    CHECK(textOf(commandFrame(37, &longer)).substr(32) == "xxxxxxxx");
+    CHECK(asText(commandFrame(35, &longer)).substr(32) == "xxxx");
+    CHECK(asText(commandFrame(37, &longer)).substr(32) == "xxxxxxxx");
     const Data shorter(2, 'x');
-    CHECK(textOf(commandFrame(35, &shorter)).substr(32) == "xx  ");
-    CHECK(textOf(commandFrame(35, nullptr)).substr(32) == "    ");
+    CHECK(asText(commandFrame(35, &shorter)).substr(32) == "xx  ");
+    CHECK(asText(commandFrame(35, nullptr)).substr(32) == "    ");
 }
 
 TEST_CASE("a payload for a command without one is ignored") {
@@ -169,7 +169,7 @@ TEST_CASE("a reserved number is sent as an empty command and reported to no obse
     Bench bench;
     bench.openPrinter()->sendPrinterCommand(3, nullptr);
     REQUIRE(bench.frames().size() == 1);
-    CHECK(textOf(bench.frames()[0]) == "\x1BP" + std::string(30, ' '));
+    CHECK(asText(bench.frames()[0]) == "\x1BP" + std::string(30, ' '));
     CHECK(bench.alerts.shown.empty());
 }
 

@@ -52,7 +52,7 @@ TEST_CASE("a printer whose print jobs cannot be seen is reported with the refuse
     const std::string node = tree.addDriverNode("1-2.4:1.0", "lp3");
     const auto printer = bench.inlinePrinter();
     printer->setLocationText("1-2.4");
-    const std::string name = nameOf(*printer);
+    const std::string name = displayNameOf(*printer);
     CHECK(missingRightText(*printer, tree.folders()).empty());
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotPrivileged);
     CHECK(printer->openInterface() == kIOReturnNotPrivileged);
