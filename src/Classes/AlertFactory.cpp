@@ -106,11 +106,11 @@ std::string AlertFactory::warningForRZ7(bool hasOldMedia) const {
                            hasOldMedia ? localized(extra) : std::string());
 }
 
-std::string AlertFactory::warning(const OptionalText& offeredVersion) const {
+std::string AlertFactory::warning(const OptionalText& availableVersion) const {
     return localizedFormat(bundleOf(_printer),
                            "This update tool will upgrade the printer firmware to version %@. This process cannot be "
                            "undone",
-                           textOrNull(offeredVersion));
+                           textOrNull(availableVersion));
 }
 
 AlertDescription AlertFactory::corruptionWithQuit(Completion completion) const {
@@ -148,8 +148,9 @@ AlertDescription AlertFactory::notReady(const std::string& status, Completion co
                  std::move(completion));
 }
 
-AlertDescription AlertFactory::confirmation(const OptionalText& offeredVersion, Completion completion) const {
-    const std::string update = localizedFormat(bundleOf(_printer), "Update Firmware to %@", textOrNull(offeredVersion));
+AlertDescription AlertFactory::confirmation(const OptionalText& availableVersion, Completion completion) const {
+    const std::string update =
+        localizedFormat(bundleOf(_printer), "Update Firmware to %@", textOrNull(availableVersion));
     constexpr std::size_t kCancel = 0; // first: Return must not start what cannot be undone
     return {.kind = AlertKind::confirmation,
             .messageText = localized("-- Warning --\n\nAre you certain you want to update the firmware?"),

@@ -40,7 +40,7 @@ class AlertFactory {
     /// left.
     std::string warningForRZ7(bool hasOldMedia) const;
     /// The warning of all other models, with the version in the archive.
-    std::string warning(const OptionalText& offeredVersion) const;
+    std::string warning(const OptionalText& availableVersion) const;
     /// The firmware files are damaged. At the start of an update the button is "Quit", whose completion ends the
     /// application; later it is "OK".
     AlertDescription corruptionWithQuit(Completion completion) const;
@@ -53,7 +53,7 @@ class AlertFactory {
     AlertDescription printerError(Completion completion) const;
     AlertDescription notReady(const std::string& status, Completion completion) const;
     /// The last question. Cancel is the first button, so that Return starts nothing that cannot be undone.
-    AlertDescription confirmation(const OptionalText& offeredVersion, Completion completion) const;
+    AlertDescription confirmation(const OptionalText& availableVersion, Completion completion) const;
 
     // ---- during and after an update -------------------------------------------------------------------------------
 

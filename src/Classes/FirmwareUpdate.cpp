@@ -92,7 +92,7 @@ void FirmwareUpdate::proceedWhenReady() {
         return;
     }
     // An older version is installed only where the user's settings allow it.
-    if (isNewerThanOffered() && !_printer.environment().userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
+    if (isNewerThanAvailable() && !_printer.environment().userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
         _printer.showCustomAlertWithTitle(_printer.alertFactory().notNeeded(_files.installedVersionNumber()));
         return;
     }
@@ -116,8 +116,8 @@ bool FirmwareUpdate::claim() {
 }
 
 // Equal versions are not newer: the same version is installed again.
-bool FirmwareUpdate::isNewerThanOffered() {
-    return _files.installedVersionNumber() > _files.offeredVersionNumber();
+bool FirmwareUpdate::isNewerThanAvailable() {
+    return _files.installedVersionNumber() > _files.availableVersionNumber();
 }
 
 void FirmwareUpdate::checkReadiness(IOReturn openResult) {
@@ -160,7 +160,7 @@ std::function<void(int answer)> FirmwareUpdate::proceedOrDecline(AlertKind quest
 
 void FirmwareUpdate::confirm() {
     _printer.showCustomAlertWithTitle(
-        _printer.alertFactory().confirmation(_files.offeredVersion(), [self = shared()](int answer) {
+        _printer.alertFactory().confirmation(_files.availableVersion(), [self = shared()](int answer) {
             if (answer == kAlertSecondButton) {
                 self->enterLoader();
             } else {
@@ -260,7 +260,7 @@ void FirmwareUpdate::finish() {
 
 // The tables alone decide which report the operator gets; the supervisor of updates compares the versions.
 void FirmwareUpdate::report(bool anyTable) {
-    const OptionalText previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const OptionalText previous = _printer.infoText(HOLVEN_TBPrinterFirmwareVersionPrevious);
     const OptionalText version = _printer.firmwareVersion();
     _printer.showCustomAlertWithTitle(anyTable ? _printer.alertFactory().success(previous, version)
                                                : _printer.alertFactory().problem(previous, version));

@@ -62,7 +62,7 @@ void FirmwareUpdate::resumeAtLoader() {
 
 // The printer that was ordered into its loader is recognised by its device ID, where both IDs have a serial number.
 bool FirmwareUpdate::isAnotherPrinter() const {
-    const OptionalText updated = _printer.fact(kUpdatedSerialNumber);
+    const OptionalText updated = _printer.infoText(kUpdatedSerialNumber);
     const OptionalText& own = _printer.idSerialNumber();
     return updated && own && !updated->empty() && !own->empty() && *updated != *own;
 }
@@ -72,7 +72,7 @@ bool FirmwareUpdate::isAnotherPrinter() const {
 void FirmwareUpdate::askAboutAnotherPrinter() {
     const OptionalText& own = _printer.idSerialNumber();
     logText("the loader at %s has the serial number %s, and the update was begun with %s", _printer.locationText(),
-            textOrNull(own), textOrNull(_printer.fact(kUpdatedSerialNumber)));
+            textOrNull(own), textOrNull(_printer.infoText(kUpdatedSerialNumber)));
     setInUpdateOnMain(false);
     _printer.emit(events::AnotherPrinterFound{.serialNumber = own.value_or("")});
     _printer.loaderFoundUnexpectedly();
@@ -81,7 +81,7 @@ void FirmwareUpdate::askAboutAnotherPrinter() {
 // A loader does not answer the question for its version: the version of the old firmware is then removed. An answer
 // that is not valid text is ignored, and the earlier version stays.
 void FirmwareUpdate::storeVersion(const VersionAnswer& answer) {
-    if (answer.version || !answer.isAnswered) _printer.storeFact(HOLVEN_TBPrinterFirmwareVersion, answer.version);
+    if (answer.version || !answer.isAnswered) _printer.storeInfo(HOLVEN_TBPrinterFirmwareVersion, answer.version);
 }
 
 void FirmwareUpdate::resumeAtFirmware(const VersionAnswer& answer) {
@@ -92,7 +92,7 @@ void FirmwareUpdate::resumeAtFirmware(const VersionAnswer& answer) {
         if (_printer.printerCommandQueue()) _printer.environment().clock.sleepFor(kIntermediatePause);
         return;
     }
-    const OptionalText previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const OptionalText previous = _printer.infoText(HOLVEN_TBPrinterFirmwareVersionPrevious);
     if (previous && version && *previous != *version) {
         logText("firmware version changed from %s to %s", *previous, *version);
     } else {

@@ -123,7 +123,7 @@ SharedData ModelFiles::verifiedTable(const std::string& name) const {
 
 // ---- what is available ----------------------------------------------------------------------------------------------
 
-OptionalText ModelFiles::offeredVersion() {
+OptionalText ModelFiles::availableVersion() {
     if (!_printer.deviceInfoDict()->strings(cFirmwareFilenames)) {
         static_cast<void>(_printer.verifyFirmwareArchive()); // for the list alone
     }
@@ -131,7 +131,7 @@ OptionalText ModelFiles::offeredVersion() {
     return name ? OptionalText(std::filesystem::path(*name).stem().string()) : std::nullopt;
 }
 
-double ModelFiles::offeredVersionNumber() {
+double ModelFiles::availableVersionNumber() {
     return versionNumber(_printer.newFirmwareVersion());
 }
 
@@ -139,11 +139,11 @@ double ModelFiles::installedVersionNumber() const {
     return versionNumber(_printer.firmwareVersion());
 }
 
-std::optional<FirmwareOffer> ModelFiles::offer() const {
+std::optional<AvailableFirmware> ModelFiles::available() const {
     const Product* product = productWithID(_printer.productNumber());
     // Without an archive there is no available version, and no file of it is missing either.
     if (product == nullptr || _printer.environment().mainBundle.archiveFolder().empty()) return std::nullopt;
-    return _printer.environment().archive.offer(*product, _printer.className());
+    return _printer.environment().archive.available(*product, _printer.className());
 }
 
 std::vector<ArchiveProblem> ModelFiles::problems() const {

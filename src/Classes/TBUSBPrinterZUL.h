@@ -107,27 +107,27 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     /// Stores an answer's text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on
     /// the calling thread; nullopt removes the key.
-    void storeFact(const std::string& key, const OptionalText& value);
-    void storeFact(const std::string& key, const OptionalText& value, const std::string& noticeKey);
+    void storeInfo(const std::string& key, const OptionalText& value);
+    void storeInfo(const std::string& key, const OptionalText& value, const std::string& noticeKey);
     /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
-    OptionalText fact(const char* key) const { return _deviceInfoDict->string(key); }
-    OptionalText colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
-    OptionalText colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
-    OptionalText colorTableVersion610() const { return fact(HOLVEN_TBPrinterColorTableVersion610); }
-    OptionalText colorTableVersion620() const { return fact(HOLVEN_TBPrinterColorTableVersion620); }
-    OptionalText colorTableVersion300HD() const { return fact(HOLVEN_TBPrinterColorTableVersion300HD); }
-    OptionalText colorTableVersion600HD() const { return fact(HOLVEN_TBPrinterColorTableVersion600HD); }
-    OptionalText colorTableVersion610HD() const { return fact(HOLVEN_TBPrinterColorTableVersion610HD); }
-    OptionalText colorTableVersion620HD() const { return fact(HOLVEN_TBPrinterColorTableVersion620HD); }
-    OptionalText colorTableChecksum300() const { return fact(HOLVEN_TBPrinterColorTableChecksum300); }
-    OptionalText colorTableChecksum600() const { return fact(HOLVEN_TBPrinterColorTableChecksum600); }
-    OptionalText colorTableChecksum610() const { return fact(HOLVEN_TBPrinterColorTableChecksum610); }
-    OptionalText colorTableChecksum620() const { return fact(HOLVEN_TBPrinterColorTableChecksum620); }
-    OptionalText colorTableChecksum300HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum300HD); }
-    OptionalText colorTableChecksum600HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum600HD); }
-    OptionalText colorTableChecksum610HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum610HD); }
-    OptionalText colorTableChecksum620HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum620HD); }
-    OptionalText lifetimeCounter() const { return fact(HOLVEN_TBPrinterLifetimeCounter); }
+    OptionalText infoText(const char* key) const { return _deviceInfoDict->string(key); }
+    OptionalText colorTableVersion() const { return infoText(HOLVEN_TBPrinterColorTableVersion); }
+    OptionalText colorTableVersion600() const { return infoText(HOLVEN_TBPrinterColorTableVersion600); }
+    OptionalText colorTableVersion610() const { return infoText(HOLVEN_TBPrinterColorTableVersion610); }
+    OptionalText colorTableVersion620() const { return infoText(HOLVEN_TBPrinterColorTableVersion620); }
+    OptionalText colorTableVersion300HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion300HD); }
+    OptionalText colorTableVersion600HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion600HD); }
+    OptionalText colorTableVersion610HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion610HD); }
+    OptionalText colorTableVersion620HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion620HD); }
+    OptionalText colorTableChecksum300() const { return infoText(HOLVEN_TBPrinterColorTableChecksum300); }
+    OptionalText colorTableChecksum600() const { return infoText(HOLVEN_TBPrinterColorTableChecksum600); }
+    OptionalText colorTableChecksum610() const { return infoText(HOLVEN_TBPrinterColorTableChecksum610); }
+    OptionalText colorTableChecksum620() const { return infoText(HOLVEN_TBPrinterColorTableChecksum620); }
+    OptionalText colorTableChecksum300HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum300HD); }
+    OptionalText colorTableChecksum600HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum600HD); }
+    OptionalText colorTableChecksum610HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum610HD); }
+    OptionalText colorTableChecksum620HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum620HD); }
+    OptionalText lifetimeCounter() const { return infoText(HOLVEN_TBPrinterLifetimeCounter); }
 
     // ---- USB serial-number setting --------------------------------------------------------------------------------
 
@@ -171,9 +171,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// A text of deviceInfoDict as padded bytes; nullopt if there is none.
     std::optional<Data> firmwareBlobForKey(const std::string& key);
     /// The version in the archive ("VK18DUP 1.40PRN"); nullopt for an unknown product.
-    OptionalText newFirmwareVersion() { return _files.offeredVersion(); }
+    OptionalText newFirmwareVersion() { return _files.availableVersion(); }
     /// The numbers in the version in the archive and in the printer's (1.40); 0 without one.
-    double availableFirmwareVersion() { return _files.offeredVersionNumber(); }
+    double availableFirmwareVersion() { return _files.availableVersionNumber(); }
     double installedFirmwareVersion() const { return _files.installedVersionNumber(); }
     /// The names of the model's colour tables, in the order in which they are written.
     std::vector<std::string> colorTableNames() const { return _files.tableNames(); }
@@ -181,7 +181,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     SharedData paddedColorDataForVersion(const std::string& name) const { return _files.table(name); }
     /// The version that the archive has for this model and whether its file can be used; nullopt for an unknown
     /// product. Reads the firmware file unless it is known already. Any thread.
-    std::optional<FirmwareOffer> firmwareOffer() const;
+    std::optional<AvailableFirmware> availableFirmware() const;
     /// What keeps an update from ending well, before it is begun; empty when all is well. Reads the model's files
     /// unless they are known already. Any thread.
     std::vector<ArchiveProblem> archiveProblems() const;

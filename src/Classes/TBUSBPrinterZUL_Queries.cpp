@@ -82,11 +82,11 @@ void TBUSBPrinterZUL::queryAtOpenInterface(Question question, ReplyBlock reply) 
     });
 }
 
-void TBUSBPrinterZUL::storeFact(const std::string& key, const OptionalText& value) {
-    storeFact(key, value, key);
+void TBUSBPrinterZUL::storeInfo(const std::string& key, const OptionalText& value) {
+    storeInfo(key, value, key);
 }
 
-void TBUSBPrinterZUL::storeFact(const std::string& key, const OptionalText& value, const std::string& noticeKey) {
+void TBUSBPrinterZUL::storeInfo(const std::string& key, const OptionalText& value, const std::string& noticeKey) {
     const KeyChange change(*this, noticeKey);
     _deviceInfoDict->setString(key, value);
 }
@@ -124,7 +124,7 @@ void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const 
     // On main like every other status, so that those that are stored there are not overtaken.
     performSyncOnMainQueue([&] {
         assertOnMainQueue();
-        storeFact("printerStatus", stringForVKStatusString(rawStatus));
+        storeInfo("printerStatus", stringForVKStatusString(rawStatus));
     });
     if (completion) completion(rawStatus);
 }
@@ -137,7 +137,7 @@ void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
                              if (!reply || reply->empty()) return;
                              const OptionalText version = self->versionFromReply(*reply);
                              if (!version) return; // not text: the earlier value stays
-                             self->storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
+                             self->storeInfo(HOLVEN_TBPrinterFirmwareVersion, version);
                              logText("printer firmware version: %s", *version);
                          });
 }
@@ -167,7 +167,7 @@ void TBUSBPrinterZUL::updatePrinterSerialNumber() {
                                                                                   : OptionalText(kMissingText);
                              if (!serial) return;
                              logText("%s: %s", HOLVEN_TBPrinterSerialNumber, *serial);
-                             self->storeFact(HOLVEN_TBPrinterSerialNumber, serial);
+                             self->storeInfo(HOLVEN_TBPrinterSerialNumber, serial);
                          });
 }
 
@@ -181,7 +181,7 @@ void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
                              if (counter->starts_with(kPrefix)) {
                                  counter = std::to_string(integerValue(counter->substr(kPrefix.size())));
                              }
-                             self->storeFact(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
+                             self->storeInfo(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
                              logText("lifetime counter value: %s", *counter);
                          });
 }
@@ -227,11 +227,11 @@ OptionalText TBUSBPrinterZUL::storeTableReply(const char* key, const std::option
     if (reply && !reply->empty()) value = stringFromNulTerminatedUTF8(*reply);
     if (value) {
         value = trimmedWhitespaceAndNewlines(*value);
-        storeFact(key, value);
+        storeInfo(key, value);
     } else {
-        value = fact(key); // not text: the earlier value stays and is used
+        value = infoText(key); // not text: the earlier value stays and is used
     }
-    emit(events::TableFactRead{.key = key, .value = reply && !reply->empty() ? value : std::nullopt});
+    emit(events::TableInfoRead{.key = key, .value = reply && !reply->empty() ? value : std::nullopt});
     return value;
 }
 

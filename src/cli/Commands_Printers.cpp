@@ -10,7 +10,7 @@
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
 #include "session/FailureTexts.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 
 #include <nlohmann/json.hpp>
 
@@ -96,19 +96,19 @@ void runList(Program& program) {
     const auto printers = program.session.printers();
     json list = json::array();
     std::vector<std::vector<std::string>> rows = {
-        {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "OFFERED", "LOCATION"}};
+        {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "AVAILABLE", "LOCATION"}};
     for (const auto& printer : printers) {
-        json facts = summaryOf(*printer);
-        facts.update(conditionOf(program.session.supervisor, *printer));
-        list.push_back(facts);
+        json values = summaryOf(*printer);
+        values.update(conditionOf(program.session.supervisor, *printer));
+        list.push_back(values);
         std::vector<std::string> row = {std::to_string(rows.size())};
         for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"})
-            row.push_back(oneLineText(facts[key]));
+            row.push_back(oneLineText(values[key]));
         const std::string status = printableInLine(statusLine(program.session.supervisor, *printer));
         row.push_back(status.empty() ? "-" : status);
-        row.push_back(oneLineText(facts["firmwareInstalled"]));
-        row.push_back(offeredFirmware(*printer));
-        row.push_back(oneLineText(facts["location"]));
+        row.push_back(oneLineText(values["firmwareInstalled"]));
+        row.push_back(availableFirmwareText(*printer));
+        row.push_back(oneLineText(values["location"]));
         rows.push_back(row);
     }
     if (program.output.isJson()) {
@@ -133,20 +133,20 @@ void runInfo(Program& program) {
     }
     // Explains why so little is known about this printer.
     if (const std::string text = missingRightText(*printer); !text.empty()) program.output.note(text);
-    json facts = factsOf(*printer);
-    facts.update(conditionOf(program.session.supervisor, *printer));
+    json values = infoOf(*printer);
+    values.update(conditionOf(program.session.supervisor, *printer));
     if (program.output.isJson()) {
-        program.output.document(facts);
+        program.output.document(values);
         program.quit(kDone);
         return;
     }
     std::vector<std::vector<std::string>> rows;
-    for (const auto& [key, value] : facts.items()) {
+    for (const auto& [key, value] : values.items()) {
         // Its entries follow below, one per line.
         if (key == "deviceInfo") continue;
-        rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : oneLineText(value)});
+        rows.push_back({key, key == "firmwareOffered" ? availableFirmwareText(*printer) : oneLineText(value)});
     }
-    for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, oneLineText(value)});
+    for (const auto& [key, value] : values["deviceInfo"].items()) rows.push_back({key, oneLineText(value)});
     program.output.table(rows);
     program.quit(kDone);
 }

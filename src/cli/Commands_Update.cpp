@@ -9,7 +9,7 @@
 #include "cli/UpdateAnswers.h"
 #include "cli/UpdateDisplay.h"
 #include "platform/foundation/Format.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>

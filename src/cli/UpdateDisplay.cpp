@@ -4,7 +4,7 @@
 
 #include "platform/foundation/Format.h"
 #include "protocol/StatusTexts.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 
 #include <iostream>
 #include <nlohmann/json.hpp>

@@ -3,7 +3,7 @@
 #include "ui/MainWindow.h"
 
 #include "platform/foundation/LocalizedFormat.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"

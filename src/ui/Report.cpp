@@ -2,7 +2,7 @@
 // ReportSaver.
 #include "ui/Report.h"
 
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "ui/Details.h"
 #include "ui/Texts.h"
 
@@ -28,7 +28,7 @@ QString writeReport(const std::vector<std::shared_ptr<TBUSBPrinterZUL>>& printer
     nlohmann::json all = nlohmann::json::array();
     QString text = heading + "\n";
     for (const auto& printer : printers) {
-        all.push_back(factsOf(*printer));
+        all.push_back(infoOf(*printer));
         text += "\n" + qtext(displayNameOf(*printer)) + "\n";
         for (const auto& [label, value] : detailsOf(*printer)) text += "  " + label + ": " + value + "\n";
     }

@@ -4,8 +4,8 @@
 #include "platform/dispatch/Queue.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
+#include "vkgadget/GadgetConnection.h"
 #include "vkgadget/GadgetError.h"
-#include "vkgadget/GadgetPort.h"
 
 #include <condition_variable>
 #include <memory>
@@ -67,7 +67,7 @@ class GadgetPrinter {
     unsigned _attachCount = 0; // keeps a departure of one attachment from ending a later one
     bool _stopping = false;
 
-    GadgetPort _port; // last: its threads use all of the above
+    GadgetConnection _port; // last: its threads use all of the above
 };
 
 } // namespace zul

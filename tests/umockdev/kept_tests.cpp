@@ -1,6 +1,6 @@
 // Printers that are kept during an update: no other program can claim them between two steps.
-#include "Bench.h"
 #include "FakeReservations.h"
+#include "MockMachine.h"
 #include "support/SimulatedClock.h"
 
 using namespace zul;
@@ -17,7 +17,7 @@ const std::string kDeviceID{"\0\x10MFG:Z;MDL:VK;", 16};
 struct Kept {
     FakeReservations reservations;
     SimulatedClock clock;
-    Bench bench{&clock, options()};
+    MockMachine bench{&clock, options()};
     MockPrinter* printer = nullptr;
     std::shared_ptr<IOUSBInterfaceInterface> handle;
 

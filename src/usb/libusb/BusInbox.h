@@ -27,7 +27,7 @@ struct BusEvent {
 class BusInbox {
   public:
     /// port: the way to the main queue; its closing ends the inbox.
-    explicit BusInbox(std::shared_ptr<MainPort> port) : _port(std::move(port)) {}
+    explicit BusInbox(std::shared_ptr<MainQueuePoster> port) : _port(std::move(port)) {}
     /// What runs on main whenever events wait. Before the first event.
     void setReader(Block reader) { _reader = std::move(reader); }
     /// Any thread; the reader runs on the main queue afterwards. Dropped once the port is closed.
@@ -38,7 +38,7 @@ class BusInbox {
     void clear();
 
   private:
-    const std::shared_ptr<MainPort> _port;
+    const std::shared_ptr<MainQueuePoster> _port;
     Block _reader;
     std::mutex _mutex;
     std::deque<BusEvent> _events;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "usb/libusb/LibusbBus.h"
-#include "usb/libusb/MainPort.h"
+#include "usb/libusb/MainQueuePoster.h"
 #include "usb/libusb/NodeWatcher.h"
 
 #include <memory>
@@ -40,7 +40,7 @@ class KeptLocations {
 };
 
 struct BusServices {
-    std::shared_ptr<MainPort> port;
+    std::shared_ptr<MainQueuePoster> port;
     std::shared_ptr<NodeWatcher> nodeWatcher;
     LibusbBusOptions options;
     KeptLocations kept;
