@@ -11,6 +11,7 @@
 #include "platform/foundation/PrintableText.h"
 #include "session/FailureTexts.h"
 #include "session/PrinterInfo.h"
+#include "update/PrinterNeed.h"
 
 #include <nlohmann/json.hpp>
 
@@ -96,12 +97,12 @@ void runList(Program& program) {
     const auto printers = program.session.printers();
     json list = json::array();
     std::vector<std::vector<std::string>> rows = {
-        {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "AVAILABLE", "LOCATION"}};
+        {"#", "STATE", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "AVAILABLE", "LOCATION"}};
     for (const auto& printer : printers) {
         json values = summaryOf(*printer);
         values.update(conditionOf(program.session.supervisor, *printer));
         list.push_back(values);
-        std::vector<std::string> row = {std::to_string(rows.size())};
+        std::vector<std::string> row = {std::to_string(rows.size()), needOf(program.session.supervisor, *printer).word};
         for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"})
             row.push_back(oneLineText(values[key]));
         const std::string status = printableInLine(statusLine(program.session.supervisor, *printer));

@@ -5,6 +5,7 @@
 #include "archive/ArchiveTexts.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "update/PrinterNeed.h"
 #include "update/UpdateSupervisor.h"
 
 #include <nlohmann/json.hpp>
@@ -49,7 +50,8 @@ std::string availableFirmwareText(const TBUSBPrinterZUL& printer) {
 json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
     const auto holder = supervisor.holder(printer.keyUSBdevice());
     const std::string interrupted = supervisor.interruptedText(printer);
-    return {{"holder", holder ? jsonOf(*holder) : json(nullptr)},
+    return {{"updateState", nameOfNeed(needOf(supervisor, printer).need)},
+            {"holder", holder ? jsonOf(*holder) : json(nullptr)},
             {"interrupted", interrupted.empty() ? json(nullptr) : json(interrupted)},
             {"notAnswering", supervisor.isNotAnswering(printer.keyUSBdevice())}};
 }

@@ -73,6 +73,8 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     std::optional<InterfaceHolder> holder(const std::string& key) const { return _monitor.holder(key); }
     /// The attached printer did not reply to its last queries as it should: it must be switched off and on.
     bool isNotAnswering(const std::string& key) const { return _monitor.isNotAnswering(key); }
+    /// The attached printer has reported its status since it was attached.
+    bool hasReportedStatus(const std::string& key) const { return _monitor.hasReportedStatus(key); }
     /// Reads from the history the updates that were interrupted or failed, for interruptedText(). Then done runs on the
     /// main queue; without a history it runs inside this call.
     void readInterrupted(Block done);
