@@ -14,15 +14,9 @@ class UpdateSupervisor;
 nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
 /// The available version for people: "VK14 01.61", or with the reason if it cannot be installed: "VK14 01.61, file
 /// damaged". "-" for a model without firmware files.
-<<<<<<< HEAD:src/session/PrinterInfo.h
 std::string availableFirmwareText(const TBUSBPrinterZUL& printer);
-/// Conditions that keep the printer from being used or that need an action: "holder" and "interrupted", each null if
-/// absent, and "notAnswering".
-=======
-std::string offeredFirmware(const TBUSBPrinterZUL& printer);
 /// What the printer needs ("updateState", a name of PrinterNeed), and the conditions that keep it from being used or
 /// that need an action: "holder" and "interrupted", each null if absent, and "notAnswering".
->>>>>>> 13ecaed (update: what a printer needs is one state of a closed list, in list and its JSON):src/session/PrinterFacts.h
 nlohmann::json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
 /// The same for people, in one line; empty without such a condition.
 std::string conditionText(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);

@@ -11,6 +11,7 @@
 #include "ui/Pictures.h"
 #include "ui/Questions.h"
 #include "ui/ReportSaver.h"
+#include "ui/StateDelegate.h"
 #include "ui/Texts.h"
 #include "ui/WindowApplication.h"
 #include "ui/WindowLayout.h"
@@ -62,6 +63,7 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplicati
         if (_model.printer(row) == selection()) showSelection();
     });
     _model.setStatusText([this](TBUSBPrinterZUL& printer) { return qtext(statusLine(_supervisor, printer)); });
+    _model.setNeed([this](TBUSBPrinterZUL& printer) { return needOf(_supervisor, printer); });
     _session.setObserver(this);
 }
 
@@ -91,6 +93,7 @@ void MainWindow::begin() {
 void MainWindow::setUpTable() {
     _ui->table->setIconSize(QSize(kPictureSize, kPictureSize));
     _ui->table->verticalHeader()->setDefaultSectionSize(kRowHeight);
+    _ui->table->setItemDelegateForColumn(PrinterTableModel::state, new StateDelegate(_ui->table));
     _ui->table->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(_ui->table, &QWidget::customContextMenuRequested, this, &MainWindow::openContextMenu);
     QHeaderView& header = *_ui->table->horizontalHeader();
@@ -185,7 +188,8 @@ void MainWindow::showNotices() {
 
 // ---- updates --------------------------------------------------------------------------------------------------------
 
-void MainWindow::updateDidChange(const std::string& /*key*/) {
+void MainWindow::updateDidChange(const std::string& key) {
+    _model.refreshState(key);
     updatesChanged();
 }
 

@@ -5,6 +5,7 @@
 #include "Classes/ColorTables.h"
 #include "archive/ArchiveTexts.h"
 #include "ui/Pictures.h"
+#include "ui/StateDelegate.h"
 #include "ui/Texts.h"
 
 #include <QFont>
@@ -17,11 +18,17 @@ namespace {
 
 // Keys of the catalogues; the engine's controller replaces them by their translations at the start.
 constexpr std::array<const char*, PrinterTableModel::columns> kTitles = {
-    operatorText("Picture"),          operatorText("Model"),
-    operatorText("Serial Number"),    operatorText("Status"),
-    operatorText("Firmware"),         operatorText("Available Firmware"),
-    operatorText("Color Tables"),     operatorText("Lifetime Counter"),
-    operatorText("USB Serial Number")};
+    operatorText("Picture"),
+    operatorText("State"),
+    operatorText("Model"),
+    operatorText("Serial Number"),
+    operatorText("Status"),
+    operatorText("Firmware"),
+    operatorText("Available Firmware"),
+    operatorText("Color Tables"),
+    operatorText("Lifetime Counter"),
+    operatorText("USB Serial Number"),
+};
 
 } // namespace
 
@@ -89,6 +96,22 @@ void PrinterTableModel::refreshAll() {
     for (const auto& row : _rows) scheduleRefresh(*row);
 }
 
+void PrinterTableModel::refreshState(const std::string& key) {
+    for (std::size_t number = 0; number < _rows.size(); ++number) {
+        Row& row = *_rows[number];
+        if (row.printer->keyUSBdevice() != key) continue;
+        readState(row);
+        const QModelIndex cell = index(static_cast<int>(number), state);
+        Q_EMIT dataChanged(cell, cell);
+    }
+}
+
+void PrinterTableModel::readState(Row& row) const {
+    if (!_need) return;
+    row.need = _need(*row.printer);
+    row.texts[state] = qtext(row.need.detail.empty() ? row.need.word : row.need.word + ": " + row.need.detail);
+}
+
 void PrinterTableModel::readTexts(Row& row) const {
     TBUSBPrinterZUL& printer = *row.printer;
     row.picture = pictureNamed(qtext(printer.image()), _palette);
@@ -103,6 +126,7 @@ void PrinterTableModel::readTexts(Row& row) const {
     row.texts[colorTables] = colorTableText(printer);
     row.texts[lifetimeCounter] = qtext(printer.lifetimeCounter());
     row.texts[usbSerialNumber] = localized(printer.usbISerialString().c_str());
+    readState(row);
     row.isNewer = available && available->isReady() && printer.firmwareVersion() &&
                   printer.availableFirmwareVersion() > printer.installedFirmwareVersion();
 }
@@ -145,6 +169,8 @@ QVariant PrinterTableModel::data(const QModelIndex& index, int role) const {
     switch (role) {
     case Qt::DisplayRole:
         return row.texts[column];
+    case StateDelegate::kStateRole:
+        return QVariant::fromValue(row.need);
     case Qt::DecorationRole:
         return index.column() == picture ? QVariant(row.picture) : QVariant();
     case Qt::FontRole:

@@ -4,6 +4,7 @@
 
 #include "Classes/TBUSBPrinterZUL.h"
 #include "ui/ChangeRelay.h"
+#include "update/PrinterNeed.h"
 
 #include <QAbstractTableModel>
 #include <QIcon>
@@ -23,6 +24,7 @@ class PrinterTableModel final : public QAbstractTableModel {
     /// In the order of the table's columns before the operator moves them.
     enum Column {
         picture,
+        state,
         model,
         serialNumber,
         status,
@@ -42,8 +44,12 @@ class PrinterTableModel final : public QAbstractTableModel {
     void setPrinters(const std::vector<Printer>& printers);
     /// Sets what the status column shows; otherwise it is the text of the printer's status. Before setPrinters.
     void setStatusText(std::function<QString(TBUSBPrinterZUL&)> text) { _statusText = std::move(text); }
+    /// Sets where the state column gets the state of a printer from. Before setPrinters.
+    void setNeed(std::function<NeedState(TBUSBPrinterZUL&)> need) { _need = std::move(need); }
     /// Posts a block to the main queue for each printer that reads its texts again.
     void refreshAll();
+    /// Reads the state of the printers with this key again, at once.
+    void refreshState(const std::string& key);
     /// The printer in this row; null if there is no such row.
     Printer printer(int row) const;
     /// The row of this printer; -1 if it is not listed.
@@ -74,6 +80,7 @@ class PrinterTableModel final : public QAbstractTableModel {
         Printer printer;
         std::unique_ptr<ChangeRelay> relay;
         std::array<QString, columns> texts;
+        NeedState need;
         QIcon picture;
         bool isNewer = false; // the available firmware is newer than the installed one
         bool isStale = false; // a block that reads the texts again is posted
@@ -81,10 +88,12 @@ class PrinterTableModel final : public QAbstractTableModel {
 
     std::unique_ptr<Row> makeRow(const Printer& printer);
     void readTexts(Row& row) const;
+    void readState(Row& row) const;
     void scheduleRefresh(Row& row);
 
     MainQueue& _mainQueue;
     std::function<QString(TBUSBPrinterZUL&)> _statusText;
+    std::function<NeedState(TBUSBPrinterZUL&)> _need;
     QPalette _palette;
     std::array<QString, columns> _titles;
     std::vector<std::unique_ptr<Row>> _rows;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kDesktopMargin = 40; // pixels that a desktop may need at the sides of a window
 // Keys of the user defaults.
-constexpr const char* kColumnsKey = "windowColumns";
+constexpr const char* kColumnsKey = "windowPrinterColumns";
 constexpr const char* kGeometryKey = "windowGeometry";
 constexpr const char* kSplitterKey = "windowSplitter";
 
@@ -42,7 +42,7 @@ void WindowLayout::restore(int leastWidth) {
 
 void WindowLayout::restoreColumns() {
     if (_columns.restoreState(rememberedState(_defaults, kColumnsKey))) return;
-    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 100, 105, 150, 105, 135, 160, 120, 130};
+    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 230, 100, 105, 150, 105, 135, 160, 120, 130};
     for (int column = 0; column < PrinterTableModel::columns; ++column) {
         _columns.resizeSection(column,
                                std::max(kWidths[static_cast<std::size_t>(column)], _columns.sectionSizeHint(column)));

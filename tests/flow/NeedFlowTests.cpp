@@ -63,7 +63,7 @@ TEST_CASE("the versions decide for a printer that is ready") {
 TEST_CASE("a printer that cannot be updated now says why, whatever its versions are") {
     for (const std::string versions : {"", "firmware=VK14 01.61,tables=0161,"}) {
         CAPTURE(versions);
-        CHECK(shownFor(versions + "status=02701") ==
+        CHECK(shownFor(versions + "status=01100") ==
               NeedState{.need = PrinterNeed::notReady, .word = "Not ready", .detail = "Paper End"});
         CHECK(shownFor(versions + "id1284=off") ==
               NeedState{.need = PrinterNeed::notAnswering, .word = "Not answering", .detail = "Switch it off and on"});
@@ -75,7 +75,7 @@ TEST_CASE("a printer that cannot be updated now says why, whatever its versions 
 
 TEST_CASE("a printer that another process has shows which, before anything else") {
     SupervisedLab lab;
-    lab.attach("VK14,status=02701,fault=holder:600000");
+    lab.attach("VK14,status=01100,fault=holder:600000");
     lab.start();
     lab.rest(1s);
     CHECK(shownIn(lab) == NeedState{.need = PrinterNeed::inUse,
@@ -94,9 +94,9 @@ TEST_CASE("a printer is being read until its first status") {
 }
 
 TEST_CASE("a firmware file that cannot be installed is shown before the versions") {
-    CHECK(shownWithFiles([](const ChangedSamples& samples) { samples.remove("VK14 01.61.mot"); }) ==
+    CHECK(shownWithFiles([](const ChangedSamples& samples) { samples.remove("VK14 01.61.fw"); }) ==
           NeedState{.need = PrinterNeed::fileMissing, .word = "File missing", .detail = "VK14 01.61, file missing"});
-    CHECK(shownWithFiles([](const ChangedSamples& samples) { samples.damage("VK14 01.61.mot"); }) ==
+    CHECK(shownWithFiles([](const ChangedSamples& samples) { samples.damage("VK14 01.61.fw"); }) ==
           NeedState{.need = PrinterNeed::fileDamaged, .word = "File damaged", .detail = "VK14 01.61, file damaged"});
 }
 

@@ -117,4 +117,4 @@ def _(bench):
     process.send_signal(signal.SIGTERM)
     expect_equal(process.wait(30), 0, "exit status")
     result = bench.run("--json", "defaults", "read", printers=())
-    expect("windowColumns" in result.json, result.out)
+    expect("windowPrinterColumns" in result.json, result.out)
