@@ -55,10 +55,14 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplicati
     _ui->statusbar->addWidget(_count);
     _ui->statusbar->addPermanentWidget(_version);
     _ui->notice->hide();
+    QFont heading = _ui->summary->font();
+    heading.setBold(true);
+    _ui->summary->setFont(heading);
     connectActions();
     connectReport();
     connect(&_controller, &PrinterArrayController::contentChanged, this, &MainWindow::showContent);
     connect(&_controller, &PrinterArrayController::selectionChanged, this, &MainWindow::showSelection);
+    connect(&_model, &PrinterTableModel::dataChanged, this, &MainWindow::showSummary);
     connect(&_model, &PrinterTableModel::printerChanged, this, [this](int row) {
         if (_model.printer(row) == selection()) showSelection();
     });
@@ -160,7 +164,13 @@ void MainWindow::showContent() {
     _ui->details->setVisible(rows > 0);
     _count->setText(
         qtext(localizedPluralFormat("%d printer attached", "%d printers attached", static_cast<unsigned long>(rows))));
+    showSummary();
     showNotices();
+}
+
+void MainWindow::showSummary() {
+    const QString text = qtext(summaryOfNeeds(_model.needs()));
+    if (_ui->summary->text() != text) _ui->summary->setText(text);
 }
 
 void MainWindow::showSelection() {

@@ -78,6 +78,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void openContextMenu(const QPoint& place);
     void showIcons();
     void showContent();
+    void showSummary();
     void showSelection();
     void showActions();
     void showNotices();

@@ -106,6 +106,12 @@ void PrinterTableModel::refreshState(const std::string& key) {
     }
 }
 
+std::vector<PrinterNeed> PrinterTableModel::needs() const {
+    std::vector<PrinterNeed> needs;
+    for (const auto& row : _rows) needs.push_back(row->need.need);
+    return needs;
+}
+
 void PrinterTableModel::readState(Row& row) const {
     if (!_need) return;
     row.need = _need(*row.printer);

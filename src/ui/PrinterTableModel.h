@@ -50,6 +50,8 @@ class PrinterTableModel final : public QAbstractTableModel {
     void refreshAll();
     /// Reads the state of the printers with this key again, at once.
     void refreshState(const std::string& key);
+    /// What the listed printers need, row by row.
+    std::vector<PrinterNeed> needs() const;
     /// The printer in this row; null if there is no such row.
     Printer printer(int row) const;
     /// The row of this printer; -1 if it is not listed.

@@ -8,7 +8,10 @@
 #include "protocol/StatusTexts.h"
 #include "update/UpdateSupervisor.h"
 
+#include <algorithm>
 #include <array>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace zul {
 
@@ -117,6 +120,26 @@ std::string wordFor(PrinterNeed need) {
 
 NeedTone toneOf(PrinterNeed need) {
     return rowOf(need).tone;
+}
+
+std::string summaryOfNeeds(const std::vector<PrinterNeed>& needs) {
+    if (needs.empty()) return {};
+    const auto count = [&needs](auto isMeant) {
+        return static_cast<unsigned long>(std::ranges::count_if(needs, isMeant));
+    };
+    const auto available = count([](PrinterNeed need) { return need == PrinterNeed::updateAvailable; });
+    const auto open =
+        count([](PrinterNeed need) { return need == PrinterNeed::updating || need == PrinterNeed::restarting; });
+    const auto good = count([](PrinterNeed need) { return toneOf(need) == NeedTone::good; });
+    const auto attention =
+        count([](PrinterNeed need) { return toneOf(need) == NeedTone::attention || toneOf(need) == NeedTone::failed; });
+    std::vector<std::string> parts;
+    if (open > 0) parts.push_back(localizedPluralFormat("%d is being updated", "%d are being updated", open));
+    if (available > 0) parts.push_back(localizedPluralFormat("%d needs an update", "%d need an update", available));
+    if (attention > 0) parts.push_back(localizedPluralFormat("%d needs attention", "%d need attention", attention));
+    if (good > 0) parts.push_back(localizedPluralFormat("%d is up to date", "%d are up to date", good));
+    const std::string all = localizedPluralFormat("%d printer", "%d printers", needs.size());
+    return parts.empty() ? all : all + ": " + fmt::format("{}", fmt::join(parts, ", "));
 }
 
 NeedState needOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {

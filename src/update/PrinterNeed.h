@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zul {
 
@@ -56,5 +57,8 @@ NeedTone toneOf(PrinterNeed need);
 /// The state of an attached printer. It asks the printer nothing; the firmware files are checked as for its available
 /// version.
 NeedState needOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
+/// One line about many printers: "16 printers: 11 need an update, 3 are up to date, 2 need attention". Parts that would
+/// be 0 are left out; empty without a printer.
+std::string summaryOfNeeds(const std::vector<PrinterNeed>& needs);
 
 } // namespace zul

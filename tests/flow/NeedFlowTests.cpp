@@ -140,3 +140,14 @@ TEST_CASE("an update that an earlier run began and did not end is to be complete
     CHECK(shownIn(lab).need == PrinterNeed::interrupted);
     CHECK(shownIn(lab).detail.starts_with("update was interrupted at "));
 }
+
+TEST_CASE("one line counts the printers by what they need, and leaves out what none needs") {
+    using enum PrinterNeed;
+    CHECK(summaryOfNeeds({}).empty());
+    CHECK(summaryOfNeeds({unknown}) == "1 printer");
+    CHECK(summaryOfNeeds({upToDate}) == "1 printer: 1 is up to date");
+    CHECK(summaryOfNeeds({updateAvailable, updateAvailable, upToDate, updating, restarting, notReady, fileDamaged}) ==
+          "7 printers: 2 are being updated, 2 need an update, 2 need attention, 1 is up to date");
+    CHECK(summaryOfNeeds({updateAvailable, interrupted, newerInstalled}) ==
+          "3 printers: 1 needs an update, 1 needs attention");
+}
