@@ -67,6 +67,10 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplicati
         if (_model.printer(row) == selection()) showSelection();
     });
     _model.setStatusText([this](TBUSBPrinterZUL& printer) { return qtext(statusLine(_supervisor, printer)); });
+    _model.setIsAwaited([this](const std::string& key) {
+        const auto found = _supervisor.updates().find(key);
+        return found != _supervisor.updates().end() && found->second.isOpen() && !found->second.isDismissed;
+    });
     _model.setNeed([this](TBUSBPrinterZUL& printer) { return needOf(_supervisor, printer); });
     _session.setObserver(this);
 }
@@ -159,8 +163,9 @@ bool MainWindow::event(QEvent* event) {
 // ---- what is shown --------------------------------------------------------------------------------------------------
 
 void MainWindow::showContent() {
-    const int rows = _model.rowCount();
-    _ui->pages->setCurrentWidget(rows == 0 ? _ui->emptyPage : _ui->tablePage);
+    const int rows = _model.attachedCount();
+    const bool isEmpty = _model.rowCount() == 0;
+    _ui->pages->setCurrentWidget(isEmpty ? _ui->emptyPage : _ui->tablePage);
     _ui->details->setVisible(rows > 0);
     _count->setText(
         qtext(localizedPluralFormat("%d printer attached", "%d printers attached", static_cast<unsigned long>(rows))));
@@ -187,7 +192,8 @@ void MainWindow::showNotices() {
     // With such a notice the window must not say at the same time that no printer is attached.
     const bool areAllUsable = unusable.empty();
     _ui->emptyText->setVisible(areAllUsable);
-    _count->setVisible(areAllUsable || _model.rowCount() > 0);
+    const bool isRestarting = _model.attachedCount() == 0 && _model.rowCount() > 0;
+    _count->setVisible(!isRestarting && (areAllUsable || _model.rowCount() > 0));
     if (_session.areSamplesWithheld() && _model.rowCount() > 0) {
         notices << samplesInUse() + " " + useVendorFiles();
     }
@@ -200,11 +206,20 @@ void MainWindow::showNotices() {
 
 void MainWindow::updateDidChange(const std::string& key) {
     _model.refreshState(key);
+    forgetAway();
     updatesChanged();
+}
+
+// A printer that was given up, or whose update was dismissed, does not keep its row.
+void MainWindow::forgetAway() {
+    const int rows = _model.rowCount();
+    _table->changeQuietly([this] { _model.forgetAway(); });
+    if (_model.rowCount() != rows) showContent();
 }
 
 void MainWindow::updateDidEnd(const std::string& /*key*/) {
     _model.refreshAll(); // an interrupted update may be complete now
+    forgetAway();
     updatesChanged();
     // The system has asked for the end while this update could not be interrupted.
     if (_isEndAsked && !_supervisor.isAnyBetweenCommands()) _application.endNow();

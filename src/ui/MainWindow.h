@@ -79,6 +79,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void showIcons();
     void showContent();
     void showSummary();
+    void forgetAway();
     void showSelection();
     void showActions();
     void showNotices();

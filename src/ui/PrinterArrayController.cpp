@@ -27,7 +27,7 @@ void PrinterArrayController::contentDidChange(const std::vector<Printer>& conten
         return;
     }
     _table.mirrorRow(-1);
-    if (_avoidsEmptySelection && _model.rowCount() > 0) {
+    if (_avoidsEmptySelection && _model.attachedCount() > 0) {
         _table.selectRow(0); // as if by the operator: the engine's selection handler must run
     } else {
         select(nullptr);

@@ -35,7 +35,7 @@ bool PrinterTable::eventFilter(QObject* object, QEvent* event) {
 }
 
 int PrinterTable::numberOfRows() const {
-    return _model.rowCount();
+    return _model.attachedCount();
 }
 
 int PrinterTable::selectedRow() const {
@@ -44,8 +44,9 @@ int PrinterTable::selectedRow() const {
 }
 
 void PrinterTable::selectRow(int row) {
-    if (row == selectedRow()) return;
-    showRow(row);
+    // The row of a printer that restarts cannot be selected.
+    const int chosen = row >= 0 && !_model.printer(row) ? _model.firstAttachedRow() : row;
+    if (chosen != selectedRow()) showRow(chosen);
 }
 
 void PrinterTable::showRow(int row) {

@@ -21,11 +21,12 @@ class PrinterTable final : public QObject, public TableOutlet {
     /// Makes view show model. Both must outlive the table.
     PrinterTable(QTableView& view, PrinterTableModel& model);
 
-    /// How many printers are listed.
+    /// How many attached printers are listed.
     int numberOfRows() const override;
     /// The highlighted row; -1 if there is none.
     int selectedRow() const override;
-    /// Highlights the row and reports that, unless it is highlighted already. -1 removes the highlight.
+    /// Highlights the row and reports that, unless it is highlighted already. -1 removes the highlight. Instead of the
+    /// row of a printer that has left, the first one of an attached printer is highlighted.
     void selectRow(int row) override;
     /// How many columns the table has, hidden ones included.
     std::size_t numberOfColumns() const override { return PrinterTableModel::columns; }

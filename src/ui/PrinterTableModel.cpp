@@ -51,29 +51,68 @@ PrinterTableModel::PrinterTableModel(MainQueue& mainQueue, QObject* parent)
 
 void PrinterTableModel::setPrinters(const std::vector<Printer>& printers) {
     // From the end, so that the numbers of the remaining rows stay valid.
-    for (int row = static_cast<int>(_rows.size()) - 1; row >= 0; --row) {
-        if (std::ranges::find(printers, printer(row)) != printers.end()) continue;
-        beginRemoveRows({}, row, row);
-        _rows.erase(_rows.begin() + row);
-        endRemoveRows();
+    for (int number = rowCount() - 1; number >= 0; --number) {
+        Row& row = *_rows[static_cast<std::size_t>(number)];
+        if (row.isAway || std::ranges::find(printers, row.printer) != printers.end()) continue;
+        if (!_isAwaited || !_isAwaited(row.printer->keyUSBdevice())) {
+            removeRow(number);
+            continue;
+        }
+        row.isAway = true;
+        row.relay.reset();
+        readState(row);
+        changed(number);
     }
     for (const Printer& one : printers) {
-        if (rowOf(one.get()) >= 0) continue;
-        const int row = static_cast<int>(_rows.size()); // the list grows at its end
-        beginInsertRows({}, row, row);
+        if (rowOf(one.get()) >= 0 || putIntoItsRow(one)) continue;
+        const int number = rowCount(); // the list grows at its end
+        beginInsertRows({}, number, number);
         _rows.push_back(makeRow(one));
         endInsertRows();
     }
 }
 
+// A printer that returns is another object. It takes the row of the one that has left from its place.
+bool PrinterTableModel::putIntoItsRow(const Printer& printer) {
+    const auto isIts = [&](const auto& row) {
+        return row->isAway && row->printer->keyUSBdevice() == printer->keyUSBdevice();
+    };
+    const auto found = std::ranges::find_if(_rows, isIts);
+    if (found == _rows.end()) return false;
+    attach(**found, printer);
+    changed(static_cast<int>(found - _rows.begin()));
+    return true;
+}
+
+void PrinterTableModel::forgetAway() {
+    for (int number = rowCount() - 1; number >= 0; --number) {
+        const Row& row = *_rows[static_cast<std::size_t>(number)];
+        if (row.isAway && !_isAwaited(row.printer->keyUSBdevice())) removeRow(number);
+    }
+}
+
+void PrinterTableModel::removeRow(int row) {
+    beginRemoveRows({}, row, row);
+    _rows.erase(_rows.begin() + row);
+    endRemoveRows();
+}
+
 std::unique_ptr<PrinterTableModel::Row> PrinterTableModel::makeRow(const Printer& printer) {
     auto row = std::make_unique<Row>();
-    row->printer = printer;
-    row->relay =
-        std::make_unique<ChangeRelay>(_mainQueue, printer, KeyValueObservable::kEveryKey,
-                                      [this, made = row.get()](const std::string&) { scheduleRefresh(*made); });
-    readTexts(*row);
+    attach(*row, printer);
     return row;
+}
+
+void PrinterTableModel::attach(Row& row, const Printer& printer) {
+    row.printer = printer;
+    row.isAway = row.isStale = false;
+    row.relay = std::make_unique<ChangeRelay>(_mainQueue, printer, KeyValueObservable::kEveryKey,
+                                              [this, made = &row](const std::string&) { scheduleRefresh(*made); });
+    readTexts(row);
+}
+
+void PrinterTableModel::changed(int row) {
+    Q_EMIT dataChanged(index(row, 0), index(row, columns - 1));
 }
 
 // One reply may change several values: they make one refresh. Always later, because reading the available version may
@@ -87,13 +126,15 @@ void PrinterTableModel::scheduleRefresh(Row& row) {
         Row& stale = *model->_rows[static_cast<std::size_t>(number)];
         model->readTexts(stale);
         stale.isStale = false;
-        Q_EMIT model->dataChanged(model->index(number, 0), model->index(number, columns - 1));
+        model->changed(number);
         Q_EMIT model->printerChanged(number);
     });
 }
 
 void PrinterTableModel::refreshAll() {
-    for (const auto& row : _rows) scheduleRefresh(*row);
+    for (const auto& row : _rows) {
+        if (!row->isAway) scheduleRefresh(*row);
+    }
 }
 
 void PrinterTableModel::refreshState(const std::string& key) {
@@ -138,12 +179,23 @@ void PrinterTableModel::readTexts(Row& row) const {
 }
 
 PrinterTableModel::Printer PrinterTableModel::printer(int row) const {
-    return row >= 0 && row < static_cast<int>(_rows.size()) ? _rows[static_cast<std::size_t>(row)]->printer : nullptr;
+    if (row < 0 || row >= rowCount()) return nullptr;
+    const Row& chosen = *_rows[static_cast<std::size_t>(row)];
+    return chosen.isAway ? nullptr : chosen.printer;
 }
 
 int PrinterTableModel::rowOf(const TBUSBPrinterZUL* printer) const {
-    const auto found =
-        std::ranges::find_if(_rows, [printer](const auto& row) { return row->printer.get() == printer; });
+    const auto isIts = [printer](const auto& row) { return !row->isAway && row->printer.get() == printer; };
+    const auto found = std::ranges::find_if(_rows, isIts);
+    return found == _rows.end() ? -1 : static_cast<int>(found - _rows.begin());
+}
+
+int PrinterTableModel::attachedCount() const {
+    return static_cast<int>(std::ranges::count_if(_rows, [](const auto& row) { return !row->isAway; }));
+}
+
+int PrinterTableModel::firstAttachedRow() const {
+    const auto found = std::ranges::find_if(_rows, [](const auto& row) { return !row->isAway; });
     return found == _rows.end() ? -1 : static_cast<int>(found - _rows.begin());
 }
 
@@ -197,6 +249,10 @@ QVariant PrinterTableModel::data(const QModelIndex& index, int role) const {
     default:
         return {};
     }
+}
+
+Qt::ItemFlags PrinterTableModel::flags(const QModelIndex& index) const {
+    return printer(index.row()) != nullptr ? QAbstractTableModel::flags(index) : Qt::NoItemFlags;
 }
 
 QVariant PrinterTableModel::headerData(int section, Qt::Orientation orientation, int role) const {

@@ -40,21 +40,30 @@ class PrinterTableModel final : public QAbstractTableModel {
     explicit PrinterTableModel(MainQueue& mainQueue, QObject* parent = nullptr);
 
     /// Shows these printers. Rows are removed and added one at a time; a printer that is still in the list keeps its
-    /// row.
+    /// row. So does one that has left in the middle of its update: its row is disabled until a printer with its key is
+    /// in the list again, or until forgetAway().
     void setPrinters(const std::vector<Printer>& printers);
     /// Sets what the status column shows; otherwise it is the text of the printer's status. Before setPrinters.
     void setStatusText(std::function<QString(TBUSBPrinterZUL&)> text) { _statusText = std::move(text); }
     /// Sets where the state column gets the state of a printer from. Before setPrinters.
     void setNeed(std::function<NeedState(TBUSBPrinterZUL&)> need) { _need = std::move(need); }
+    /// Sets which printers, by key, keep their rows when they leave. Before setPrinters.
+    void setIsAwaited(std::function<bool(const std::string& key)> isAwaited) { _isAwaited = std::move(isAwaited); }
+    /// Removes the rows of printers that have left and are not awaited any more.
+    void forgetAway();
     /// Posts a block to the main queue for each printer that reads its texts again.
     void refreshAll();
     /// Reads the state of the printers with this key again, at once.
     void refreshState(const std::string& key);
     /// What the listed printers need, row by row.
     std::vector<PrinterNeed> needs() const;
-    /// The printer in this row; null if there is no such row.
+    /// How many of the listed printers are attached.
+    int attachedCount() const;
+    /// The first row of an attached printer; -1 if there is none.
+    int firstAttachedRow() const;
+    /// The printer in this row; null if there is no such row, and for a printer that has left.
     Printer printer(int row) const;
-    /// The row of this printer; -1 if it is not listed.
+    /// The row of this printer; -1 if it is not listed or has left.
     int rowOf(const TBUSBPrinterZUL* printer) const;
     /// Replaces the pictures by those for a window with this palette.
     void setPalette(const QPalette& palette);
@@ -70,6 +79,8 @@ class PrinterTableModel final : public QAbstractTableModel {
     int columnCount(const QModelIndex& parent = {}) const override;
     /// What a view draws and what a screen reader reads.
     QVariant data(const QModelIndex& index, int role) const override;
+    /// No flag for a printer that has left: its row cannot be selected.
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
     /// The titles of the columns.
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
@@ -85,10 +96,15 @@ class PrinterTableModel final : public QAbstractTableModel {
         NeedState need;
         QIcon picture;
         bool isNewer = false; // the available firmware is newer than the installed one
+        bool isAway = false;  // it has left and is awaited
         bool isStale = false; // a block that reads the texts again is posted
     };
 
     std::unique_ptr<Row> makeRow(const Printer& printer);
+    void attach(Row& row, const Printer& printer);
+    void removeRow(int row);
+    bool putIntoItsRow(const Printer& printer);
+    void changed(int row);
     void readTexts(Row& row) const;
     void readState(Row& row) const;
     void scheduleRefresh(Row& row);
@@ -96,6 +112,7 @@ class PrinterTableModel final : public QAbstractTableModel {
     MainQueue& _mainQueue;
     std::function<QString(TBUSBPrinterZUL&)> _statusText;
     std::function<NeedState(TBUSBPrinterZUL&)> _need;
+    std::function<bool(const std::string& key)> _isAwaited;
     QPalette _palette;
     std::array<QString, columns> _titles;
     std::vector<std::unique_ptr<Row>> _rows;

@@ -86,7 +86,7 @@ std::optional<NeedState> obstacle(const UpdateSupervisor& supervisor, TBUSBPrint
 }
 
 NeedState stateOfVersions(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
-    const auto availableVersion = printer.newFirmwareVersion(); // checks the files
+    static_cast<void>(printer.newFirmwareVersion()); // checks the files
     const auto available = printer.availableFirmware();
     if (!available) {
         return state(PrinterNeed::fileMissing,
