@@ -1,4 +1,5 @@
-// Paints the cells of the state column from the state that the model gives. GUI thread: called by the table's view.
+// Paints the cells of the state column from the state that the model gives: a symbol and a word, and under them the
+// reason or a bar. GUI thread: called by the table's view.
 #include "ui/StateDelegate.h"
 
 #include "ui/Look.h"
