@@ -15,7 +15,9 @@ def _(bench):
     expect_equal(result.status, 0, "exit status")
     for wanted in ("2A71000301100000", "VK14 01.60", "VK14 01.61", "777", "1-2", "Idle"):
         expect(wanted in result.out, f"{wanted} is shown")
+    expect("Update available" in result.out.splitlines()[1], "what the first one needs is shown")
     rows = bench.run("--json", "list", printers=("VK14", "VK14,serial=777")).json
+    expect_equal([row["updateState"] for row in rows], ["update available"] * 2, "states")
     expect_equal([row["printerSerialNumber"] for row in rows], ["000001", "777"], "serial numbers")
     expect_equal((rows[0]["firmwareOffered"], rows[0]["firmwareFile"]), ("VK14 01.61", "ready"), "offered")
 
