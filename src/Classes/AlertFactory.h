@@ -3,8 +3,10 @@
 // them may be empty.
 #pragma once
 
+#include "Classes/AlertKind.h"
 #include "Classes/Outlets.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>

@@ -5,11 +5,11 @@
 #include "Classes/DeviceIdentity.h"
 #include "Classes/PrinterReporter.h"
 #include "Classes/USBInterfaceHelpers.h"
+#include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/KeyValueObserving.h"
 
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 
 namespace zul {

@@ -6,6 +6,8 @@
 #include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 
 #include <memory>

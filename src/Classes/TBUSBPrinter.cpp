@@ -3,10 +3,24 @@
 // one.
 #include "Classes/TBUSBPrinter.h"
 
+#include "Classes/Environment.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterTypes.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
 
 namespace zul {
 

@@ -8,18 +8,23 @@
 
 #include "Classes/CommandChannel.h"
 #include "Classes/DeviceInfo.h"
+#include "Classes/DeviceObjects.h"
 #include "Classes/Environment.h"
 #include "Classes/IdentifiedPrinter.h"
+#include "Classes/PrinterEvents.h"
 #include "Classes/PrinterTypes.h"
 #include "Classes/StringDescriptors.h"
 #include "Classes/UnusedRecord.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>

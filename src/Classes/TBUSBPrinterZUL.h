@@ -12,8 +12,16 @@
 #include "Classes/Outlets.h"
 #include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinter.h"
+#include "platform/dispatch/QueueRole.h"
+#include "platform/foundation/Data.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
-#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace zul {

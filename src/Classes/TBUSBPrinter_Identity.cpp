@@ -1,13 +1,18 @@
 // Who the printer is: the IEEE 1284 device ID, the USB strings, the keys and labels made of them. Device reads run on
 // the command queue (inline while the object is being made); the properties they fill are set on the main queue.
-#include "Classes/TBUSBPrinter.h"
-
 #include "Classes/DeviceID1284.h"
+#include "Classes/DeviceInfo.h"
 #include "Classes/StatusCodeNames.h"
-#include "Classes/USBInterfaceHelpers.h"
+#include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace zul {

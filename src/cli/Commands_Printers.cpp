@@ -1,18 +1,29 @@
 // The commands that query, set or reset printers. Called by main() on the main queue.
 // Transfers block, so they run on the printer's own command queue.
-#include "cli/Commands.h"
-
-#include "protocol/StatusTexts.h"
-
 #include "Classes/StatusCodeNames.h"
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "cli/Commands.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
+#include "protocol/StatusTexts.h"
 #include "session/FailureTexts.h"
 #include "session/PrinterFacts.h"
+#include "update/PrinterLocks.h"
+#include "update/UpdateTexts.h"
 
+#include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul::cli {
 

@@ -2,13 +2,18 @@
 // WindowProgram and by the session, which reports changes of updates and of printers that cannot be used.
 #include "ui/MainWindow.h"
 
+#include "Classes/TBPrinters.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterFacts.h"
+#include "session/Session.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"
 #include "ui/PaneRoom.h"
 #include "ui/Pictures.h"
+#include "ui/PrinterTable.h"
 #include "ui/Questions.h"
 #include "ui/ReportSaver.h"
 #include "ui/Texts.h"
@@ -20,6 +25,9 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QShortcut>
+#include <initializer_list>
+#include <memory>
+#include <utility>
 
 namespace zul::ui {
 

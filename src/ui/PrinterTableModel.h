@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/dispatch/Queue.h"
 #include "ui/ChangeRelay.h"
 
 #include <QAbstractTableModel>
@@ -10,7 +11,10 @@
 #include <QPalette>
 #include <QStringList>
 #include <array>
+#include <cstddef>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace zul::ui {

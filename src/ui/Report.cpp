@@ -2,14 +2,19 @@
 // ReportSaver.
 #include "ui/Report.h"
 
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "session/PrinterFacts.h"
 #include "ui/Details.h"
 #include "ui/Texts.h"
 
 #include <QByteArray>
 #include <QSaveFile>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul::ui {
 

@@ -2,12 +2,28 @@
 // All access to the disk is on the recorder's own queue; results are posted to the main queue.
 #include "update/UpdateRecorder.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
 #include "update/LockSocket.h"
+#include "update/UpdateHistory.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
+#include "update/UpdateTexts.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -4,17 +4,24 @@
 // unless a comment names another one.
 #pragma once
 
+#include "Classes/AlertKind.h"
 #include "Classes/Outlets.h"
 #include "Classes/PrinterEvents.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/usb/PrinterReservations.h"
 #include "update/PrinterLocks.h"
 #include "update/UpdateMonitor.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateRecord.h"
 #include "update/UpdateRecorder.h"
+#include "update/UpdateState.h"
 #include "update/UpdateTexts.h"
 #include "update/UpdateVerdict.h"
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>

@@ -6,10 +6,15 @@
 #include "Classes/DeviceInfoKeys.h"
 #include "archive/ProductTable.h"
 #include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <map>
+#include <string>
 #include <string_view>
 
 namespace zul {

@@ -2,10 +2,15 @@
 // printer's owner held.
 #include "virtual_printer/VirtualTableMemory.h"
 
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
+#include <optional>
+#include <string>
 
 namespace zul {
 

@@ -1,13 +1,18 @@
 // A virtual printer on a USB device controller: carries out the effects of the protocol engine on the bus.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/foundation/Data.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+#include "vkgadget/FunctionFs.h"
 #include "vkgadget/GadgetError.h"
 #include "vkgadget/GadgetPort.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>

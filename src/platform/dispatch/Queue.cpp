@@ -2,12 +2,17 @@
 // Called on any thread; blocks run on the queue's own thread.
 #include "platform/dispatch/Queue.h"
 
+#include "platform/dispatch/Clock.h"
+
 #include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <utility>
 
 namespace zul {
 

@@ -2,6 +2,7 @@
 // device IDs are read, because the engine asks for each only once.
 #pragma once
 
+#include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/Attachment.h"
 
 namespace zul {

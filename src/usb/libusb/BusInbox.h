@@ -1,10 +1,18 @@
 // What happened on the bus and was not handled yet: comes in on any thread and is put in order for the main queue.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "usb/libusb/Attachment.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/LibusbContext.h"
+#include "usb/libusb/MainPort.h"
 
+#include <cstdint>
 #include <deque>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <utility>
 
 namespace zul {
 

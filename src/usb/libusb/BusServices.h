@@ -1,13 +1,18 @@
 // What all devices of one running bus share.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/PrinterReservations.h"
 #include "usb/libusb/LibusbBus.h"
 #include "usb/libusb/MainPort.h"
 #include "usb/libusb/NodeWatcher.h"
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
 
 namespace zul {
 

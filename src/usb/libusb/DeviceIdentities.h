@@ -1,6 +1,7 @@
 // What was read of a device before it was announced: its device IDs, one per printer interface.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <cstdint>

@@ -1,7 +1,11 @@
 // Where the bus learns of arrivals and departures from.
 #pragma once
 
-#include "usb/libusb/BusInbox.h"
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/LibusbBus.h"
+#include "usb/libusb/LibusbContext.h"
+
+#include <memory>
 
 namespace zul {
 
