@@ -174,8 +174,8 @@ int writeDigests(const Options& options, const Output& output) {
     for (const Product& product : allProducts()) {
         for (const std::string_view name : product.files) {
             const auto contents = contentsOfFile(folder / name);
-            if (!contents || contents->empty()) continue;
-            digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(*contents);
+            const auto digest = contents ? TBUSBPrinterZUL::digestOfBlob(*contents) : std::nullopt;
+            if (digest) digests.digests[std::string(name)] = *digest; // an empty file has none
         }
     }
     if (digests.digests.empty()) {

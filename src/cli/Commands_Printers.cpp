@@ -60,8 +60,9 @@ bool reserve(Program& program, const Program::Printer& printer, const std::strin
     auto result = program.session.locks.tryLock(printer->keyUSBdevice(), activity);
     if (!result.problem.empty()) program.output.note(result.problem);
     lock = std::move(result.lock);
-    if (result.isRefused()) reportBusy(program, printer, *result.holder);
-    return !result.isRefused();
+    if (!result.holder || !result.isRefused()) return true;
+    reportBusy(program, printer, *result.holder);
+    return false;
 }
 
 // Opens the interface, runs work on the printer's queue, closes the interface, then runs done on the main queue.

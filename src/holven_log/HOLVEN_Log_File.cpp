@@ -84,7 +84,7 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
         } else {
             shareIfRegular(::fileno(log.file));
             std::setvbuf(log.file, nullptr, _IONBF, 0); // unbuffered: every line is in the file at once
-            writeToFile(log, *log.pending);
+            if (log.pending) writeToFile(log, *log.pending);
             log.pending.reset();
             log.pendingCharacters = 0;
             if (!log.logsToStandardError) log.outside.reopenStandardError(*log.logFilePath);

@@ -144,7 +144,8 @@ void UpdateSupervisor::reviewEnded(Update& update) {
     const UpdateState& state = update.state;
     const bool hasMoved = state.lastProgress > update.endedAt;
     // What this process sends belongs to its own update, even if another process has used the printer meanwhile.
-    const bool isOurs = hasMoved && hasSentSince(state, *_courses[state.key].judged);
+    const std::optional<UpdateState>& judged = _courses[state.key].judged;
+    const bool isOurs = hasMoved && judged && hasSentSince(state, *judged);
     if (isOurs || (hasMoved && state.mustNotBeStopped() && !isUpdatedElsewhere(state.key))) {
         reopen(update);
     } else {
@@ -156,7 +157,7 @@ void UpdateSupervisor::reviewEnded(Update& update) {
 void UpdateSupervisor::correct(Update& update) {
     const UpdateState& state = update.state;
     const Course& course = _courses[state.key];
-    if (!state.isReported || state.attachment != course.judgedAttachment) return;
+    if (!course.judged || !state.isReported || state.attachment != course.judgedAttachment) return;
     if (!hasOtherFacts(state, *course.judged)) return;
     // Take a success back only at the end of a round and for the same printer: a reply that belongs to another query is
     // asked for again before the round ends, and another printer may be attached at the place.
