@@ -10,7 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fmt/core.h>
+#include <fmt/printf.h>
 #include <iostream>
 #include <string>
 #include <system_error>
