@@ -111,11 +111,11 @@ std::string AlertFactory::warningForRZ7(bool hasOldMedia) const {
                            hasOldMedia ? localized(extra) : std::string());
 }
 
-std::string AlertFactory::warning(const Text& offeredVersion) const {
+std::string AlertFactory::warning(const Text& availableVersion) const {
     return localizedFormat(bundleOf(_printer),
                            "This update tool will upgrade the printer firmware to version %@. This process cannot be "
                            "undone",
-                           textOrNull(offeredVersion));
+                           textOrNull(availableVersion));
 }
 
 AlertDescription AlertFactory::corruptionWithQuit(Completion completion) const {
@@ -153,8 +153,8 @@ AlertDescription AlertFactory::notReady(const std::string& status, Completion co
                  std::move(completion));
 }
 
-AlertDescription AlertFactory::confirmation(const Text& offeredVersion, Completion completion) const {
-    const std::string update = localizedFormat(bundleOf(_printer), "Update Firmware to %@", textOrNull(offeredVersion));
+AlertDescription AlertFactory::confirmation(const Text& availableVersion, Completion completion) const {
+    const std::string update = localizedFormat(bundleOf(_printer), "Update Firmware to %@", textOrNull(availableVersion));
     constexpr std::size_t kCancel = 0; // first: Return must not start what cannot be undone
     return {.kind = AlertKind::confirmation,
             .messageText = localized("-- Warning --\n\nAre you certain you want to update the firmware?"),

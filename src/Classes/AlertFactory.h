@@ -42,7 +42,7 @@ class AlertFactory {
     /// left.
     std::string warningForRZ7(bool hasOldMedia) const;
     /// The warning of all other models, with the version in the archive.
-    std::string warning(const Text& offeredVersion) const;
+    std::string warning(const Text& availableVersion) const;
     /// The firmware files are damaged; the button is "Quit" or "OK".
     AlertDescription corruptionWithQuit(Completion completion) const;
     AlertDescription corruption() const;
@@ -52,7 +52,7 @@ class AlertFactory {
     AlertDescription printerError(Completion completion) const;
     AlertDescription notReady(const std::string& status, Completion completion) const;
     /// The last question. Cancel is the first button, so that Return starts nothing that cannot be undone.
-    AlertDescription confirmation(const Text& offeredVersion, Completion completion) const;
+    AlertDescription confirmation(const Text& availableVersion, Completion completion) const;
 
     // ---- during and after an update -------------------------------------------------------------------------------
 

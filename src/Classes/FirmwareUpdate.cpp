@@ -97,7 +97,7 @@ void FirmwareUpdate::proceedWhenReady() {
         uploadImage();
         return;
     }
-    if (isNewerThanOffered() && !_printer.environment().userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
+    if (isNewerThanAvailable() && !_printer.environment().userDefaults.boolForKey(kInstallOlderFirmwareVersion)) {
         _printer.showCustomAlertWithTitle(_printer.alertFactory().notNeeded(_files.installedVersionNumber()));
         return;
     }
@@ -120,8 +120,8 @@ bool FirmwareUpdate::claim() {
 }
 
 // Equal versions are not newer: the same version is installed again.
-bool FirmwareUpdate::isNewerThanOffered() {
-    return _files.installedVersionNumber() > _files.offeredVersionNumber();
+bool FirmwareUpdate::isNewerThanAvailable() {
+    return _files.installedVersionNumber() > _files.availableVersionNumber();
 }
 
 void FirmwareUpdate::checkReadiness(IOReturn openResult) {
@@ -163,7 +163,7 @@ std::function<void(int answer)> FirmwareUpdate::proceedOrDecline(AlertKind quest
 
 void FirmwareUpdate::confirm() {
     _printer.showCustomAlertWithTitle(
-        _printer.alertFactory().confirmation(_files.offeredVersion(), [self = shared()](int answer) {
+        _printer.alertFactory().confirmation(_files.availableVersion(), [self = shared()](int answer) {
             if (answer == kAlertSecondButton) {
                 self->enterLoader();
             } else {
@@ -256,7 +256,7 @@ void FirmwareUpdate::finish() {
 
 // The tables alone decide which report the operator gets; comparing versions is left to whoever watches the update.
 void FirmwareUpdate::report(bool anyTable) {
-    const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const Text previous = _printer.infoText(HOLVEN_TBPrinterFirmwareVersionPrevious);
     const Text version = _printer.firmwareVersion();
     _printer.showCustomAlertWithTitle(anyTable ? _printer.alertFactory().success(previous, version)
                                                : _printer.alertFactory().problem(previous, version));

@@ -93,7 +93,7 @@ class FirmwareUpdate {
     using Self = std::shared_ptr<FirmwareUpdate>;
     Self shared();
     bool isCarriedElsewhere() const;
-    bool isNewerThanOffered();
+    bool isNewerThanAvailable();
     void checkReadiness(IOReturn openResult);
     void showPrinterError();
     void showDamagedFileAlert();

@@ -67,7 +67,7 @@ void FirmwareUpdate::resumeAtLoader() {
 
 // The printer that was ordered into its loader is recognised by its device ID, where both IDs have a serial number.
 bool FirmwareUpdate::isAnotherPrinter() const {
-    const Text updated = _printer.fact(kUpdatedSerialNumber);
+    const Text updated = _printer.infoText(kUpdatedSerialNumber);
     const Text& own = _printer.idSerialNumber();
     return updated && own && !updated->empty() && !own->empty() && *updated != *own;
 }
@@ -77,7 +77,7 @@ bool FirmwareUpdate::isAnotherPrinter() const {
 void FirmwareUpdate::askAboutAnotherPrinter() {
     const Text& own = _printer.idSerialNumber();
     logText("the loader at %s has the serial number %s, and the update was begun with %s", _printer.locationText(),
-            textOrNull(own), textOrNull(_printer.fact(kUpdatedSerialNumber)));
+            textOrNull(own), textOrNull(_printer.infoText(kUpdatedSerialNumber)));
     setInUpdateOnMain(false);
     _printer.emit(events::AnotherPrinterFound{.serialNumber = own.value_or("")});
     _printer.loaderFoundUnexpectedly();
@@ -86,7 +86,7 @@ void FirmwareUpdate::askAboutAnotherPrinter() {
 // A loader does not answer the question for its version: the version of the old firmware is then removed. An answer
 // that is not valid text is ignored, and the earlier version stays.
 void FirmwareUpdate::storeVersion(const VersionAnswer& answer) {
-    if (answer.version || !answer.isAnswered) _printer.storeFact(HOLVEN_TBPrinterFirmwareVersion, answer.version);
+    if (answer.version || !answer.isAnswered) _printer.storeInfo(HOLVEN_TBPrinterFirmwareVersion, answer.version);
 }
 
 void FirmwareUpdate::resumeAtFirmware(const VersionAnswer& answer) {
@@ -97,7 +97,7 @@ void FirmwareUpdate::resumeAtFirmware(const VersionAnswer& answer) {
         if (_printer.printerCommandQueue()) _printer.environment().clock.sleepFor(kIntermediatePause);
         return;
     }
-    const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const Text previous = _printer.infoText(HOLVEN_TBPrinterFirmwareVersionPrevious);
     if (previous && version && *previous != *version) {
         logText("firmware version changed from %s to %s", *previous, *version);
     } else {

@@ -129,7 +129,7 @@ SharedData ModelFiles::verifiedTable(const std::string& name) const {
 
 // ---- what the archive offers ----------------------------------------------------------------------------------------
 
-ModelFiles::Text ModelFiles::offeredVersion() {
+ModelFiles::Text ModelFiles::availableVersion() {
     if (!_printer.deviceInfoDict()->strings(cFirmwareFilenames)) {
         static_cast<void>(_printer.verifyFirmwareArchive()); // for the list alone
     }
@@ -137,7 +137,7 @@ ModelFiles::Text ModelFiles::offeredVersion() {
     return name ? Text(std::filesystem::path(*name).stem().string()) : std::nullopt;
 }
 
-double ModelFiles::offeredVersionNumber() {
+double ModelFiles::availableVersionNumber() {
     return versionNumber(_printer.newFirmwareVersion());
 }
 
@@ -145,11 +145,11 @@ double ModelFiles::installedVersionNumber() const {
     return versionNumber(_printer.firmwareVersion());
 }
 
-std::optional<FirmwareOffer> ModelFiles::offer() const {
+std::optional<AvailableFirmware> ModelFiles::available() const {
     const Product* product = productWithID(_printer.productNumber());
     // Without an archive nothing is offered, and nothing is missing in it either.
     if (product == nullptr || _printer.environment().mainBundle.archiveFolder().empty()) return std::nullopt;
-    return _printer.environment().archive.offer(*product, _printer.className());
+    return _printer.environment().archive.available(*product, _printer.className());
 }
 
 std::vector<ArchiveProblem> ModelFiles::problems() const {

@@ -15,7 +15,7 @@ namespace zul {
 class FirmwareFile;
 class TBUSBPrinterZUL;
 struct ArchiveProblem;
-struct FirmwareOffer;
+struct AvailableFirmware;
 
 class ModelFiles {
   public:
@@ -43,13 +43,13 @@ class ModelFiles {
     SharedData verifiedTable(const std::string& name) const;
 
     /// The version that the firmware file's name says ("VK18DUP 1.40PRN"); nullopt for an unknown product.
-    Text offeredVersion();
+    Text availableVersion();
     /// The number in it (1.40); 0 without one.
-    double offeredVersionNumber();
+    double availableVersionNumber();
     /// The number in the version that the printer reported; 0 without one.
     double installedVersionNumber() const;
     /// The offered version and whether its file can be used; nullopt for an unknown product, and without an archive.
-    std::optional<FirmwareOffer> offer() const;
+    std::optional<AvailableFirmware> available() const;
     /// What keeps an update from ending well; empty when all is well.
     std::vector<ArchiveProblem> problems() const;
 

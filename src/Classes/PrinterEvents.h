@@ -52,7 +52,7 @@ struct FirmwareVersionRead {
     std::optional<std::string> version; // nullopt if it is not UTF-8
 };
 /// The version or the checksum of a colour table was read.
-struct TableFactRead {
+struct TableInfoRead {
     std::string key;                  // of deviceInfoDict
     std::optional<std::string> value; // nullopt if the printer did not answer
 };
@@ -114,7 +114,7 @@ struct PrinterEvent {
     using What =
         std::variant<events::Arrived, events::Departed, events::Opened, events::CommandSent, events::WriteProgress,
                      events::ReplyRead, events::ReplyMissing, events::StatusRead, events::FirmwareVersionRead,
-                     events::TableFactRead, events::ProgressStored, events::TableBegun, events::ArchiveRefused,
+                     events::TableInfoRead, events::ProgressStored, events::TableBegun, events::ArchiveRefused,
                      events::UpdateReported, events::QuestionsEnded, events::CheckFailed, events::Declined,
                      events::AnotherPrinterFound, events::ReenumerationBegun, events::IdentityMissing,
                      events::Resynchronized, events::AnswersFailed, events::NotPermitted, events::OpenFailed>;

@@ -206,11 +206,11 @@ void TBUSBPrinter::setInFirmwareUpdate(bool inUpdate) {
     _isBusy = inUpdate;
 }
 
-void TBUSBPrinter::storeFact(const std::string& key, const Text& value) {
-    storeFact(key, value, key);
+void TBUSBPrinter::storeInfo(const std::string& key, const Text& value) {
+    storeInfo(key, value, key);
 }
 
-void TBUSBPrinter::storeFact(const std::string& key, const Text& value, const std::string& noticeKey) {
+void TBUSBPrinter::storeInfo(const std::string& key, const Text& value, const std::string& noticeKey) {
     const KeyChange change(*this, noticeKey);
     _deviceInfoDict->setString(key, value);
 }

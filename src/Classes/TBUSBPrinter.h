@@ -141,8 +141,8 @@ class TBUSBPrinter : public IdentifiedPrinter, public std::enable_shared_from_th
 
     /// Stores a text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on the
     /// calling thread; nullopt removes the key.
-    void storeFact(const std::string& key, const Text& value);
-    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
+    void storeInfo(const std::string& key, const Text& value);
+    void storeInfo(const std::string& key, const Text& value, const std::string& noticeKey);
 
     /// An update of this printer is under way. Any thread.
     bool inFirmwareUpdate() const { return _isBusy; }

@@ -175,8 +175,8 @@ std::optional<Data> TBUSBPrinterZUL::firmwareBlobForKey(const std::string& key) 
     return value ? std::optional(paddedData(dataFromText(*value))) : std::nullopt;
 }
 
-std::optional<FirmwareOffer> TBUSBPrinterZUL::firmwareOffer() const {
-    return _files.offer();
+std::optional<AvailableFirmware> TBUSBPrinterZUL::availableFirmware() const {
+    return _files.available();
 }
 
 std::vector<ArchiveProblem> TBUSBPrinterZUL::archiveProblems() const {

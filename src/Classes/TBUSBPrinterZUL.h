@@ -111,24 +111,24 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     void getDeviceCustomInfo() override ZUL_REQUIRES_ROLE(commandQueueRole);
 
     /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
-    Text fact(const char* key) const { return _deviceInfoDict->string(key); }
-    Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
-    Text colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
-    Text colorTableVersion610() const { return fact(HOLVEN_TBPrinterColorTableVersion610); }
-    Text colorTableVersion620() const { return fact(HOLVEN_TBPrinterColorTableVersion620); }
-    Text colorTableVersion300HD() const { return fact(HOLVEN_TBPrinterColorTableVersion300HD); }
-    Text colorTableVersion600HD() const { return fact(HOLVEN_TBPrinterColorTableVersion600HD); }
-    Text colorTableVersion610HD() const { return fact(HOLVEN_TBPrinterColorTableVersion610HD); }
-    Text colorTableVersion620HD() const { return fact(HOLVEN_TBPrinterColorTableVersion620HD); }
-    Text colorTableChecksum300() const { return fact(HOLVEN_TBPrinterColorTableChecksum300); }
-    Text colorTableChecksum600() const { return fact(HOLVEN_TBPrinterColorTableChecksum600); }
-    Text colorTableChecksum610() const { return fact(HOLVEN_TBPrinterColorTableChecksum610); }
-    Text colorTableChecksum620() const { return fact(HOLVEN_TBPrinterColorTableChecksum620); }
-    Text colorTableChecksum300HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum300HD); }
-    Text colorTableChecksum600HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum600HD); }
-    Text colorTableChecksum610HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum610HD); }
-    Text colorTableChecksum620HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum620HD); }
-    Text lifetimeCounter() const { return fact(HOLVEN_TBPrinterLifetimeCounter); }
+    Text infoText(const char* key) const { return _deviceInfoDict->string(key); }
+    Text colorTableVersion() const { return infoText(HOLVEN_TBPrinterColorTableVersion); }
+    Text colorTableVersion600() const { return infoText(HOLVEN_TBPrinterColorTableVersion600); }
+    Text colorTableVersion610() const { return infoText(HOLVEN_TBPrinterColorTableVersion610); }
+    Text colorTableVersion620() const { return infoText(HOLVEN_TBPrinterColorTableVersion620); }
+    Text colorTableVersion300HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion300HD); }
+    Text colorTableVersion600HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion600HD); }
+    Text colorTableVersion610HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion610HD); }
+    Text colorTableVersion620HD() const { return infoText(HOLVEN_TBPrinterColorTableVersion620HD); }
+    Text colorTableChecksum300() const { return infoText(HOLVEN_TBPrinterColorTableChecksum300); }
+    Text colorTableChecksum600() const { return infoText(HOLVEN_TBPrinterColorTableChecksum600); }
+    Text colorTableChecksum610() const { return infoText(HOLVEN_TBPrinterColorTableChecksum610); }
+    Text colorTableChecksum620() const { return infoText(HOLVEN_TBPrinterColorTableChecksum620); }
+    Text colorTableChecksum300HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum300HD); }
+    Text colorTableChecksum600HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum600HD); }
+    Text colorTableChecksum610HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum610HD); }
+    Text colorTableChecksum620HD() const { return infoText(HOLVEN_TBPrinterColorTableChecksum620HD); }
+    Text lifetimeCounter() const { return infoText(HOLVEN_TBPrinterLifetimeCounter); }
 
     // ---- USB serial-number setting --------------------------------------------------------------------------------
 
@@ -169,9 +169,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// A text of deviceInfoDict as padded bytes; nullopt if there is none.
     std::optional<Data> firmwareBlobForKey(const std::string& key);
     /// The version in the archive ("VK18DUP 1.40PRN"); nullopt for an unknown product.
-    Text newFirmwareVersion() { return _files.offeredVersion(); }
+    Text newFirmwareVersion() { return _files.availableVersion(); }
     /// The numbers in the version in the archive and in the printer's (1.40); 0 without one.
-    double availableFirmwareVersion() { return _files.offeredVersionNumber(); }
+    double availableFirmwareVersion() { return _files.availableVersionNumber(); }
     double installedFirmwareVersion() const { return _files.installedVersionNumber(); }
     /// The names of the model's colour tables, in the order in which they are written.
     std::vector<std::string> colorTableNames() const { return _files.tableNames(); }
@@ -179,7 +179,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     SharedData paddedColorDataForVersion(const std::string& name) const { return _files.table(name); }
     /// The version that the archive has for this model and whether its file can be used; nullopt for an unknown
     /// product. Reads the firmware file unless it is known already. Any thread.
-    std::optional<FirmwareOffer> firmwareOffer() const;
+    std::optional<AvailableFirmware> availableFirmware() const;
     /// What keeps an update from ending well, before it is begun; empty when all is well. Reads the model's files
     /// unless they are known already. Any thread.
     std::vector<ArchiveProblem> archiveProblems() const;

@@ -44,7 +44,7 @@ bool TBUSBPrinterZUL::hasISerialSupport() const {
 }
 
 bool TBUSBPrinterZUL::usbISerial() const {
-    return boolValue(fact(HOLVEN_ZUL_USB_ISerialisSet).value_or("0"));
+    return boolValue(infoText(HOLVEN_ZUL_USB_ISerialisSet).value_or("0"));
 }
 
 std::string TBUSBPrinterZUL::usbISerialString() const {
@@ -69,7 +69,7 @@ void TBUSBPrinterZUL::handleISerialReply(const std::optional<Data>& reply) {
     Text value = stringFromNulTerminatedUTF8(*reply);
     if (!value) return;
     if (!value->empty()) value = std::to_string(integerValue(*value));
-    storeFact(HOLVEN_ZUL_USB_ISerialisSet, value, "usbISerialString");
+    storeInfo(HOLVEN_ZUL_USB_ISerialisSet, value, "usbISerialString");
     setUsbISerial(boolValue(*value)); // stored before: a plain read never leads to a write
     logText("usbISerial value: %s", *value);
 }

@@ -141,7 +141,7 @@ void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
                              if (!reply || reply->empty()) return;
                              const Text version = self->versionFromReply(*reply);
                              if (!version) return; // not text: the earlier value stays
-                             self->storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
+                             self->storeInfo(HOLVEN_TBPrinterFirmwareVersion, version);
                              logText("printer firmware version: %s", *version);
                          });
 }
@@ -170,7 +170,7 @@ void TBUSBPrinterZUL::updatePrinterSerialNumber() {
             const Text serial = reply && !reply->empty() ? stringFromNulTerminatedUTF8(*reply) : Text(kMissingText);
             if (!serial) return;
             logText("%s: %s", HOLVEN_TBPrinterSerialNumber, *serial);
-            self->storeFact(HOLVEN_TBPrinterSerialNumber, serial);
+            self->storeInfo(HOLVEN_TBPrinterSerialNumber, serial);
         });
 }
 
@@ -184,7 +184,7 @@ void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
                              if (counter->starts_with(kPrefix)) {
                                  counter = std::to_string(integerValue(counter->substr(kPrefix.size())));
                              }
-                             self->storeFact(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
+                             self->storeInfo(HOLVEN_TBPrinterLifetimeCounter, counter, "lifetimeCounter");
                              logText("lifetime counter value: %s", *counter);
                          });
 }
@@ -230,11 +230,11 @@ TBUSBPrinter::Text TBUSBPrinterZUL::storeTableReply(const char* key, const std::
     if (reply && !reply->empty()) value = stringFromNulTerminatedUTF8(*reply);
     if (value) {
         value = trimmedWhitespaceAndNewlines(*value);
-        storeFact(key, value);
+        storeInfo(key, value);
     } else {
-        value = fact(key); // not text: the earlier value stays and is used
+        value = infoText(key); // not text: the earlier value stays and is used
     }
-    emit(events::TableFactRead{.key = key, .value = reply && !reply->empty() ? value : std::nullopt});
+    emit(events::TableInfoRead{.key = key, .value = reply && !reply->empty() ? value : std::nullopt});
     return value;
 }
 

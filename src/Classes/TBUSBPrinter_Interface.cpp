@@ -210,7 +210,7 @@ std::optional<Data> TBUSBPrinter::interfaceReadDataOfSize(std::uint32_t size) {
 }
 
 void TBUSBPrinter::setPrinterStatus(const std::string& status) {
-    performSyncOnMainQueue([&] { storeFact("printerStatus", status); });
+    performSyncOnMainQueue([&] { storeInfo("printerStatus", status); });
 }
 
 TBUSBPrinter::Text TBUSBPrinter::printerStatus() const {

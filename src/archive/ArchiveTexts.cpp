@@ -96,33 +96,33 @@ std::string describeProblem(const ArchiveProblem& problem) {
     return messageOf(problem) + "." + (remedy.empty() ? "" : " " + remedy);
 }
 
-std::string offerText(const FirmwareOffer& offer) {
-    switch (offer.state) {
-    case FirmwareOffer::State::ready:
+std::string availableText(const AvailableFirmware& available) {
+    switch (available.state) {
+    case AvailableFirmware::State::ready:
         break;
-    case FirmwareOffer::State::missing:
-        return localizedFormat("%s, file missing", offer.version);
-    case FirmwareOffer::State::unreadable:
-        return localizedFormat("%s, file cannot be read", offer.version);
-    case FirmwareOffer::State::damaged:
-        return localizedFormat("%s, file damaged", offer.version);
-    case FirmwareOffer::State::noDigest:
-        return localizedFormat("%s, file not verified", offer.version);
+    case AvailableFirmware::State::missing:
+        return localizedFormat("%s, file missing", available.version);
+    case AvailableFirmware::State::unreadable:
+        return localizedFormat("%s, file cannot be read", available.version);
+    case AvailableFirmware::State::damaged:
+        return localizedFormat("%s, file damaged", available.version);
+    case AvailableFirmware::State::noDigest:
+        return localizedFormat("%s, file not verified", available.version);
     }
-    return offer.version;
+    return available.version;
 }
 
-const char* nameOfOfferState(FirmwareOffer::State state) {
+const char* nameOfAvailability(AvailableFirmware::State state) {
     switch (state) {
-    case FirmwareOffer::State::ready:
+    case AvailableFirmware::State::ready:
         return "ready";
-    case FirmwareOffer::State::missing:
+    case AvailableFirmware::State::missing:
         return "missing";
-    case FirmwareOffer::State::unreadable:
+    case AvailableFirmware::State::unreadable:
         return "unreadable";
-    case FirmwareOffer::State::damaged:
+    case AvailableFirmware::State::damaged:
         return "damaged";
-    case FirmwareOffer::State::noDigest:
+    case AvailableFirmware::State::noDigest:
         return "no digest";
     }
     return "unreadable";

@@ -16,9 +16,9 @@ std::string remedyOf(const ArchiveProblem& problem);
 std::string describeProblem(const ArchiveProblem& problem);
 
 /// "VK14 01.61", or "VK14 01.61, file damaged" if it cannot be installed.
-std::string offerText(const FirmwareOffer& offer);
+std::string availableText(const AvailableFirmware& available);
 /// The name for JSON, never translated: "ready", "missing", "unreadable", "damaged", "no digest".
-const char* nameOfOfferState(FirmwareOffer::State state);
+const char* nameOfAvailability(AvailableFirmware::State state);
 /// The name of a file's state for JSON: "matches", "differs", "no digest", "missing", "not a file", "unreadable".
 const char* nameOfFileState(ArchiveFile::State state);
 

@@ -70,7 +70,7 @@ struct ArchiveProblem {
 };
 
 /// The firmware version that is available for a model.
-struct FirmwareOffer {
+struct AvailableFirmware {
     enum class State { ready, missing, unreadable, damaged, noDigest };
 
     std::string version; // the firmware file's name without its extension: "VK14 01.61"
@@ -103,7 +103,7 @@ class FirmwareArchive {
     /// row.
     std::vector<ArchiveProblem> problems(const Product* product, const std::string& key);
     /// Checks only the model's firmware file.
-    FirmwareOffer offer(const Product& product, const std::string& key);
+    AvailableFirmware available(const Product& product, const std::string& key);
 
   private:
     /// What is known about one file. Its mutex is locked while the file is read.

@@ -91,30 +91,30 @@ std::vector<ArchiveProblem> FirmwareArchive::problems(const Product* product, co
     return problems;
 }
 
-FirmwareOffer FirmwareArchive::offer(const Product& product, const std::string& key) {
-    using State = FirmwareOffer::State;
+AvailableFirmware FirmwareArchive::available(const Product& product, const std::string& key) {
+    using State = AvailableFirmware::State;
     const std::string name(product.files.front());
     const ArchiveFile file = lookAt(name, key, digests()->digestOf(name));
-    FirmwareOffer offer{.version = fs::path(name).stem().string()};
+    AvailableFirmware available{.version = fs::path(name).stem().string()};
     switch (file.state) {
     case ArchiveFile::State::matches:
-        offer.state = isImage(file, key) ? State::ready : State::damaged;
+        available.state = isImage(file, key) ? State::ready : State::damaged;
         break;
     case ArchiveFile::State::differs:
-        offer.state = State::damaged;
+        available.state = State::damaged;
         break;
     case ArchiveFile::State::noDigest:
-        offer.state = State::noDigest;
+        available.state = State::noDigest;
         break;
     case ArchiveFile::State::missing:
-        offer.state = State::missing;
+        available.state = State::missing;
         break;
     case ArchiveFile::State::notAFile:
     case ArchiveFile::State::unreadable:
-        offer.state = State::unreadable;
+        available.state = State::unreadable;
         break;
     }
-    return offer;
+    return available;
 }
 
 } // namespace zul

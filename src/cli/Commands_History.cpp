@@ -105,7 +105,7 @@ json jsonOf(const UpdateRecord& record) {
             {"firmwareArchive", record.archiveFolder},
             {"digests", record.digests},
             {"firmwareBefore", orNull(record.versionBefore)},
-            {"firmwareOffered", orNull(record.versionOffered)},
+            {"firmwareOffered", orNull(record.versionAvailable)},
             {"firmwareAfter", orNull(versionAfter(record))},
             {"course", nameOfCourse(courseOf(record))},
             {"result", resultOf(record)},

@@ -13,7 +13,7 @@
 #include "platform/usb/PrinterReservations.h"
 #include "protocol/StatusTexts.h"
 #include "session/FailureTexts.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "update/PrinterLocks.h"
 #include "update/UpdateTexts.h"
 
@@ -103,19 +103,19 @@ void runList(Program& program) {
     const auto printers = program.session.printers();
     json list = json::array();
     std::vector<std::vector<std::string>> rows = {
-        {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "OFFERED", "LOCATION"}};
+        {"#", "KEY", "MODEL", "MANUFACTURER", "SERIAL", "STATUS", "INSTALLED", "AVAILABLE", "LOCATION"}};
     for (const auto& printer : printers) {
-        json facts = summaryOf(*printer);
-        facts.update(conditionOf(program.session.supervisor, *printer));
-        list.push_back(facts);
+        json values = summaryOf(*printer);
+        values.update(conditionOf(program.session.supervisor, *printer));
+        list.push_back(values);
         std::vector<std::string> row = {std::to_string(rows.size())};
         for (const char* key : {"key", "model", "manufacturer", "printerSerialNumber"})
-            row.push_back(textOf(facts[key]));
+            row.push_back(textOf(values[key]));
         const std::string status = printableInLine(statusLine(program.session.supervisor, *printer));
         row.push_back(status.empty() ? "-" : status);
-        row.push_back(textOf(facts["firmwareInstalled"]));
-        row.push_back(offeredFirmware(*printer));
-        row.push_back(textOf(facts["location"]));
+        row.push_back(textOf(values["firmwareInstalled"]));
+        row.push_back(availableFirmwareText(*printer));
+        row.push_back(textOf(values["location"]));
         rows.push_back(row);
     }
     if (program.output.isJson()) {
@@ -140,19 +140,19 @@ void runInfo(Program& program) {
     }
     // Explains why so little is known about this printer.
     if (const std::string text = missingRightText(*printer); !text.empty()) program.output.note(text);
-    json facts = factsOf(*printer);
-    facts.update(conditionOf(program.session.supervisor, *printer));
+    json values = infoOf(*printer);
+    values.update(conditionOf(program.session.supervisor, *printer));
     if (program.output.isJson()) {
-        program.output.document(facts);
+        program.output.document(values);
         program.quit(kDone);
         return;
     }
     std::vector<std::vector<std::string>> rows;
-    for (const auto& [key, value] : facts.items()) {
+    for (const auto& [key, value] : values.items()) {
         if (key == "deviceInfo") continue;
-        rows.push_back({key, key == "firmwareOffered" ? offeredFirmware(*printer) : textOf(value)});
+        rows.push_back({key, key == "firmwareOffered" ? availableFirmwareText(*printer) : textOf(value)});
     }
-    for (const auto& [key, value] : facts["deviceInfo"].items()) rows.push_back({key, textOf(value)});
+    for (const auto& [key, value] : values["deviceInfo"].items()) rows.push_back({key, textOf(value)});
     program.output.table(rows);
     program.quit(kDone);
 }

@@ -10,7 +10,7 @@
 #include "cli/UpdateAnswers.h"
 #include "cli/UpdateDisplay.h"
 #include "platform/foundation/Format.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "session/Session.h"
 #include "update/UpdateSupervisor.h"
 #include "update/UpdateTexts.h"

@@ -7,7 +7,7 @@
 #include "cli/Program.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/PrintableText.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "session/Session.h"
 
 #include <algorithm>
@@ -53,7 +53,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         const auto fact = value.find(key);
         const json held = fact == value.end() ? json(nullptr) : jsonOf(fact->second);
         _program.session.mainQueue.async([weak, printer, key, held] {
-            if (const auto self = weak.lock()) self->showFact(*printer, key, held);
+            if (const auto self = weak.lock()) self->showValue(*printer, key, held);
         });
     }
 
@@ -80,7 +80,7 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
             if (!_shown.insert(printer).second) continue;
             show(*printer, "arrived", "", nullptr);
             for (const auto& [key, value] : printer->deviceInfoDict()->entries())
-                showFact(*printer, key, jsonOf(value));
+                showValue(*printer, key, jsonOf(value));
             printer->addObserver(weak_from_this(), KeyValueObservable::kEveryKey, printer.get());
         }
         compareConditions();
@@ -92,21 +92,21 @@ class Watcher final : public KeyValueObserver, public SessionObserver, public st
         for (const auto& printer : _shown) {
             if (!_program.output.isJson()) {
                 const std::string text = conditionText(_program.session.supervisor, *printer);
-                showFact(*printer, "condition", text.empty() ? json(nullptr) : json(text));
+                showValue(*printer, "condition", text.empty() ? json(nullptr) : json(text));
                 continue;
             }
             const json conditions = conditionOf(_program.session.supervisor, *printer);
             for (const auto& [key, value] : conditions.items()) {
                 // Reports a condition when it begins and when it ends, but not that it is absent at the start.
                 if (value != json(false) || _last[printer->keyUSBdevice()].contains(key)) {
-                    showFact(*printer, key, value);
+                    showValue(*printer, key, value);
                 }
             }
         }
     }
 
     // An entry that was read again with the same value is not a change.
-    void showFact(const TBUSBPrinter& printer, const std::string& key, const json& value) {
+    void showValue(const TBUSBPrinter& printer, const std::string& key, const json& value) {
         json& last = _last[printer.keyUSBdevice()][key];
         if (last == value) return; // also for keys that are states of the object, not entries of the device info
         last = value;

@@ -6,7 +6,7 @@
 #include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "update/UpdatePhase.h"
 #include "update/UpdateState.h"
 #include "update/UpdateSupervisor.h"

@@ -10,7 +10,7 @@
 #include "archive/FirmwareArchive.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "ui/Texts.h"
 
 #include <optional>
@@ -34,10 +34,10 @@ void addFirmware(std::vector<Detail>& details, TBUSBPrinterZUL& printer) {
     add(details, operatorText("Firmware"), printer.firmwareVersion());
     // Called because it checks the files: addFirmwareFiles lists the results.
     static_cast<void>(printer.newFirmwareVersion());
-    if (printer.firmwareOffer()) add(details, operatorText("Available Firmware"), offeredFirmware(printer));
-    add(details, operatorText("Previous firmware"), printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious));
-    for (const ColorTable& table : allColorTables()) add(details, table.versionLabel, printer.fact(table.versionKey));
-    for (const ColorTable& table : allColorTables()) add(details, table.checksumLabel, printer.fact(table.checksumKey));
+    if (printer.availableFirmware()) add(details, operatorText("Available Firmware"), availableFirmwareText(printer));
+    add(details, operatorText("Previous firmware"), printer.infoText(HOLVEN_TBPrinterFirmwareVersionPrevious));
+    for (const ColorTable& table : allColorTables()) add(details, table.versionLabel, printer.infoText(table.versionKey));
+    for (const ColorTable& table : allColorTables()) add(details, table.checksumLabel, printer.infoText(table.checksumKey));
 }
 
 // The result of the latest check of each file; a missing file has none.

@@ -6,7 +6,7 @@
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "session/Session.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"

@@ -9,7 +9,7 @@
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/usb/PrinterReservations.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MainWindow.h"

@@ -39,7 +39,7 @@ constexpr std::array<const char*, PrinterTableModel::columns> kTitles = {
 QString colorTableText(const TBUSBPrinterZUL& printer) {
     QStringList parts;
     for (const ColorTable& table : allColorTables()) {
-        const auto version = printer.fact(table.versionKey);
+        const auto version = printer.infoText(table.versionKey);
         if (version) parts << QString("%1:\u00A0%2").arg(table.name, qtext(*version)); // lines break between tables
     }
     // With one table its name is left out.
@@ -107,12 +107,12 @@ void PrinterTableModel::readTexts(Row& row) const {
     row.texts[status] = _statusText ? _statusText(printer) : qtext(printer.printerStatus());
     row.texts[installedFirmware] = qtext(printer.firmwareVersion());
     static_cast<void>(printer.newFirmwareVersion()); // it checks the files and keeps the results in the device info
-    const auto offer = printer.firmwareOffer();
-    row.texts[availableFirmware] = offer ? qtext(offerText(*offer)) : QString("-"); // the model has no firmware files
+    const auto available = printer.availableFirmware();
+    row.texts[availableFirmware] = available ? qtext(availableText(*available)) : QString("-"); // the model has no firmware files
     row.texts[colorTables] = colorTableText(printer);
     row.texts[lifetimeCounter] = qtext(printer.lifetimeCounter());
     row.texts[usbSerialNumber] = localized(printer.usbISerialString().c_str());
-    row.isNewer = offer && offer->isReady() && printer.firmwareVersion() &&
+    row.isNewer = available && available->isReady() && printer.firmwareVersion() &&
                   printer.availableFirmwareVersion() > printer.installedFirmwareVersion();
 }
 

@@ -4,7 +4,7 @@
 
 #include "Classes/TBUSBPrinter.h"
 #include "Classes/TBUSBPrinterZUL.h"
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "ui/Details.h"
 #include "ui/Texts.h"
 
@@ -33,7 +33,7 @@ QString writeReport(const std::vector<std::shared_ptr<TBUSBPrinterZUL>>& printer
     nlohmann::json all = nlohmann::json::array();
     QString text = heading + "\n";
     for (const auto& printer : printers) {
-        all.push_back(factsOf(*printer));
+        all.push_back(infoOf(*printer));
         text += "\n" + qtext(nameOf(*printer)) + "\n";
         for (const auto& [label, value] : detailsOf(*printer)) text += "  " + label + ": " + value + "\n";
     }

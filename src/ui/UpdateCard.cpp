@@ -133,7 +133,7 @@ void UpdateCard::show(const Update& update, Clock::TimePoint now) {
     _title->setText(accessibleName());
     const auto& state = update.state;
     _versions->setText(qtext(
-        localizedFormat("from %s to %s", state.previousVersion.value_or("?"), state.offeredVersion.value_or("?"))));
+        localizedFormat("from %s to %s", state.previousVersion.value_or("?"), state.availableVersion.value_or("?"))));
     showSteps(update);
     showProgress(update);
     showTimes(update, now);

@@ -52,7 +52,7 @@ UpdateRecord recordOf(const Statement& row) {
     record.user = row.text(8);
     record.archiveFolder = row.text(9);
     record.versionBefore = row.optionalText(10);
-    record.versionOffered = row.optionalText(11);
+    record.versionAvailable = row.optionalText(11);
     record.process = {static_cast<int>(row.integer(12)), row.text(13), static_cast<std::uint64_t>(row.integer(14))};
     if (!row.isNull(15)) record.closedBy = row.integer(15);
     return record;
@@ -115,7 +115,7 @@ std::int64_t storeBegin(HistoryDatabase& database, const UpdateRecord& record) {
                      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert.bind(1, record.begun).bind(2, record.key).bind(3, record.place).bind(4, record.model);
     insert.bind(5, record.serial).bind(6, record.program).bind(7, record.programVersion).bind(8, record.user);
-    insert.bind(9, record.archiveFolder).bind(10, record.versionBefore).bind(11, record.versionOffered);
+    insert.bind(9, record.archiveFolder).bind(10, record.versionBefore).bind(11, record.versionAvailable);
     insert.bind(12, process.pid).bind(13, process.boot).bind(14, static_cast<std::int64_t>(process.begun));
     insert.run();
     const std::int64_t id = database.lastInsertedId();
@@ -285,7 +285,7 @@ std::string UpdateHistory::update(std::int64_t id, const UpdateChanges& changes)
                          "version_before = COALESCE(?, version_before), "
                          "version_offered = COALESCE(?, version_offered) WHERE id = ?");
         update.bind(1, changes.key).bind(2, changes.place).bind(3, changes.model).bind(4, changes.serial);
-        update.bind(5, changes.archiveFolder).bind(6, changes.versionBefore).bind(7, changes.versionOffered);
+        update.bind(5, changes.archiveFolder).bind(6, changes.versionBefore).bind(7, changes.versionAvailable);
         update.bind(8, id).run();
         if (database.changedRows() == 0) throw HistoryFailure{.kind = HistoryFailure::Kind::noRecord};
         if (changes.digests) storeDigests(database, id, *changes.digests);

@@ -39,7 +39,7 @@ struct UpdateHistoryOptions {
 
 /// Values that became known after the record was begun; nullopt leaves a value as it is.
 struct UpdateChanges {
-    std::optional<std::string> key{}, place{}, model{}, serial{}, archiveFolder{}, versionBefore{}, versionOffered{};
+    std::optional<std::string> key{}, place{}, model{}, serial{}, archiveFolder{}, versionBefore{}, versionAvailable{};
     std::optional<std::map<std::string, std::string>> digests{};
 };
 

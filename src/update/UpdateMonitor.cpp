@@ -183,9 +183,9 @@ struct UpdateMonitor::Visitor {
         return sign();
     }
 
-    bool operator()(const events::TableFactRead& read) {
+    bool operator()(const events::TableInfoRead& read) {
         if (state.tablesWritten == 0) return true;
-        std::optional<std::string>& known = state.tableFacts[read.key];
+        std::optional<std::string>& known = state.tableReplies[read.key];
         // After the report no table is written any more, so an earlier reply stays valid until the next one.
         const bool isAnswer = read.value && isTableVersion(*read.value);
         if (isAnswer || !known || !state.isReported) known = read.value;
@@ -214,7 +214,7 @@ struct UpdateMonitor::Visitor {
         ++state.imagesSent;
         state.isArchiveRefused = state.isClearRefused = state.isReported = false;
         state.currentVersion.reset(); // only a version that is read after the image is used
-        state.tableFacts.clear();
+        state.tableReplies.clear();
         state.refused.reset();
         enter(UpdatePhase::writing);
         return sign();
@@ -230,7 +230,7 @@ struct UpdateMonitor::Visitor {
         }
         if (table.number == 1) { // all tables are written again
             state.tablesWritten = 0;
-            state.tableFacts.clear();
+            state.tableReplies.clear();
         }
         state.table = table.number;
         state.tables = table.total;
@@ -284,18 +284,18 @@ void UpdateMonitor::beginUpdate(const UpdateBeginning& beginning) {
     state.begun = state.phaseBegun = state.lastSign = state.lastProgress = _clock.now();
     state.previousVersion = beginning.installedVersion;
     state.currentVersion = beginning.installedVersion;
-    state.offeredVersion = beginning.offeredVersion;
+    state.availableVersion = beginning.availableVersion;
     state.tables = beginning.tables;
     state.isIdentityMissing = isIdentityMissing(beginning.key);
     const std::scoped_lock lock(_mutex);
     _states[beginning.key] = std::move(state);
 }
 
-void UpdateMonitor::setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables) {
+void UpdateMonitor::setAvailable(const std::string& key, std::optional<std::string> available, std::int64_t tables) {
     const std::scoped_lock lock(_mutex);
     const auto found = _states.find(key);
     if (found == _states.end()) return;
-    found->second.offeredVersion = std::move(offered);
+    found->second.availableVersion = std::move(available);
     found->second.tables = tables;
 }
 

@@ -22,7 +22,7 @@ struct UpdateBeginning {
     std::string key;
     std::uint32_t attachment = 0; // token of the printer's service; 0: not known, events of all attachments are used
     std::optional<std::string> installedVersion = {};
-    std::optional<std::string> offeredVersion = {};
+    std::optional<std::string> availableVersion = {};
     std::int64_t tables = 0; // how many the archive has for it
 };
 
@@ -35,7 +35,7 @@ class UpdateMonitor final : public PrinterEventsOutlet {
     void beginUpdate(const UpdateBeginning& beginning);
     /// Sets what the archive has, for an update that was begun without it: the firmware version and the number of
     /// tables. Ignored for a printer that is not followed.
-    void setOffer(const std::string& key, std::optional<std::string> offered, std::int64_t tables);
+    void setAvailable(const std::string& key, std::optional<std::string> available, std::int64_t tables);
     /// Restarts the times without progress and without a sign of life, because the operator has answered a question:
     /// the printer had to wait until then. Ignored for a printer that is not followed.
     void touch(const std::string& key);

@@ -49,7 +49,7 @@ struct UpdateRecord {
     std::string archiveFolder{};
     std::map<std::string, std::string> digests{}; // of the archive's files, by their names
     std::optional<std::string> versionBefore{};
-    std::optional<std::string> versionOffered{};
+    std::optional<std::string> versionAvailable{};
 
     // Filled by the history.
     std::int64_t id = 0;

@@ -57,7 +57,7 @@ struct UpdateState {
 
     // Versions and status.
     std::optional<std::string> previousVersion; // firmware, before the update
-    std::optional<std::string> offeredVersion;  // firmware, in the archive
+    std::optional<std::string> availableVersion;  // firmware, in the archive
     std::optional<std::string> currentVersion;  // firmware, as read last; nullopt from the image to the next reading
     std::string rawStatus;                      // the last status that this attachment reported
 
@@ -69,7 +69,7 @@ struct UpdateState {
     std::int64_t tablesWritten = 0; // tables whose name and contents were both written
     bool isClearRefused = false;    // the command to clear the tables was not written
     // Versions and checksums of tables as read back after writing, by key of deviceInfoDict; nullopt: no reply.
-    std::map<std::string, std::optional<std::string>> tableFacts;
+    std::map<std::string, std::optional<std::string>> tableReplies;
 
     // What went wrong.
     std::optional<RefusedCommand> refused; // set if the last loader command or image failed; reset by a new phase

@@ -137,7 +137,7 @@ void UpdateSupervisor::beginMonitor(const std::string& key, TBUSBPrinterZUL& pri
     _monitor.beginUpdate({.key = key,
                           .attachment = printer.creationToken(),
                           .installedVersion = printer.firmwareVersion(),
-                          .offeredVersion = _updates[key].expectation.version,
+                          .availableVersion = _updates[key].expectation.version,
                           .tables = _updates[key].expectation.tables});
     refresh(key);
 }
@@ -210,7 +210,7 @@ bool UpdateSupervisor::isUpToDate(TBUSBPrinterZUL& printer) const {
     const UpdateExpectation expectation = expectationFor(printer.productNumber());
     if (!expectation.version || printer.firmwareVersion() != expectation.version) return false;
     return std::ranges::all_of(expectation.tableVersions, [&](const auto& table) {
-        const auto installed = printer.fact(table.first.c_str());
+        const auto installed = printer.infoText(table.first.c_str());
         return !installed || !isTableVersion(*installed) || table.second.contains(*installed);
     });
 }
@@ -221,7 +221,7 @@ void UpdateSupervisor::adopt(const std::string& key) {
     if (!printer) return;
     makeUpdate(key, printer);
     if (_monitor.state(key)) {
-        _monitor.setOffer(key, _updates[key].expectation.version, _updates[key].expectation.tables);
+        _monitor.setAvailable(key, _updates[key].expectation.version, _updates[key].expectation.tables);
     } else {
         beginMonitor(key, *printer);
     }

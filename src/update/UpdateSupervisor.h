@@ -292,7 +292,7 @@ class UpdateSupervisor final : public AlertOutlet, public PrinterEventsOutlet {
     std::optional<UpdateResult> resultWhileChecking(const Update& update) const;
     std::optional<UpdateResult> resultAfterImage(const Update& update) const;
     std::optional<UpdateResult> resultAfterReport(Update& update);
-    UpdateResult resultByFacts(Update& update);
+    UpdateResult resultByReplies(Update& update);
     std::optional<UpdateResult> resultOfPatience(const Update& update) const;
     void end(const std::string& key, UpdateResult result);
     // Timer and notices.

@@ -158,7 +158,7 @@ std::optional<UpdateResult> UpdateSupervisor::resultOf(Update& update) {
     if (result) return result;
     if (update.isStopRequested && (canBeLeft(state) || now() >= _courses[state.key].stopDeadline)) {
         // If all replies are there already, it need not wait for the end of the queries.
-        const bool isDone = state.isReported && resultByFacts(update) == UpdateResult::succeeded &&
+        const bool isDone = state.isReported && resultByReplies(update) == UpdateResult::succeeded &&
                             !lacksAnswersOnly(state, update.expectation) && !isUnrecognised(update);
         return isDone ? UpdateResult::succeeded : UpdateResult::stopped;
     }
@@ -203,11 +203,11 @@ std::optional<UpdateResult> UpdateSupervisor::resultAfterReport(Update& update) 
         printer->updateInfo();
         return std::nullopt;
     }
-    return resultByFacts(update);
+    return resultByReplies(update);
 }
 
-UpdateResult UpdateSupervisor::resultByFacts(Update& update) {
-    return isReplaced(update) ? UpdateResult::notBack : judgeByFacts(update.state, update.expectation);
+UpdateResult UpdateSupervisor::resultByReplies(Update& update) {
+    return isReplaced(update) ? UpdateResult::notBack : judgeByReplies(update.state, update.expectation);
 }
 
 // The result of an update that has made no progress for the time after which the operator wants it to end.

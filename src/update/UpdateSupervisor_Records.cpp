@@ -92,7 +92,7 @@ UpdateRecord UpdateSupervisor::recordOf(const Update& update) const {
     record.place = update.location;
     record.model = update.model;
     record.versionBefore = update.state.previousVersion;
-    record.versionOffered = update.expectation.version;
+    record.versionAvailable = update.expectation.version;
     const Printer printer = update.printer.lock();
     if (!printer) return record;
     // Not the serial number of the USB descriptors: a printer in its loader has another one.

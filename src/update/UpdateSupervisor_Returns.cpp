@@ -158,12 +158,12 @@ void UpdateSupervisor::correct(Update& update) {
     const UpdateState& state = update.state;
     const Course& course = _courses[state.key];
     if (!course.judged || !state.isReported || state.attachment != course.judgedAttachment) return;
-    if (!hasOtherFacts(state, *course.judged)) return;
+    if (!hasOtherReplies(state, *course.judged)) return;
     // Take a success back only at the end of a round and for the same printer: a reply that belongs to another query is
     // asked for again before the round ends, and another printer may be attached at the place.
     const bool isRoundOver = state.roundsSinceReport > course.judged->roundsSinceReport;
     if (update.verdict.isSuccess() && (!isRoundOver || !course.isSurelyItsPrinter)) return;
-    const UpdateResult result = judgeByFacts(state, update.expectation);
+    const UpdateResult result = judgeByReplies(state, update.expectation);
     const bool isNews =
         result != update.verdict.result || reasonFor(result, state, update.expectation) != update.verdict.reason;
     if (isNews && !isUpdatedElsewhere(state.key)) end(state.key, result);

@@ -45,7 +45,7 @@ using TableVersions = std::map<std::string, std::string>;
 
 TableVersions tableVersionsOf(const UpdateState& state) {
     TableVersions versions;
-    for (const auto& [key, value] : state.tableFacts) {
+    for (const auto& [key, value] : state.tableReplies) {
         if (value && isTableVersion(*value)) versions[key] = *value;
     }
     return versions;
@@ -56,9 +56,9 @@ TableVersions tableVersionsOf(const UpdateState& state) {
 bool isImageTaken(const UpdateState& state) {
     if (state.image == ImageState::taken) return true;
     if (state.image == ImageState::notSent) return false;
-    const bool isOfferedNow = state.currentVersion && state.currentVersion == state.offeredVersion;
+    const bool isAvailableNow = state.currentVersion && state.currentVersion == state.availableVersion;
     const bool isChanged = state.previousVersion && state.previousVersion != state.currentVersion;
-    return isOfferedNow && (isChanged || state.isWholeImageSent);
+    return isAvailableNow && (isChanged || state.isWholeImageSent);
 }
 
 bool isTableVersion(const std::string& text) {
@@ -85,15 +85,15 @@ UpdateExpectation expectationFor(std::uint16_t productID) {
 
 std::string differingTable(const UpdateState& state, const UpdateExpectation& expectation) {
     for (const auto& [key, versions] : expectation.tableVersions) {
-        const auto read = state.tableFacts.find(key);
+        const auto read = state.tableReplies.find(key);
         // A text that is not a version does not show which table is installed.
-        if (read == state.tableFacts.end() || !read->second || !isTableVersion(*read->second)) continue;
+        if (read == state.tableReplies.end() || !read->second || !isTableVersion(*read->second)) continue;
         if (!versions.contains(*read->second)) return key;
     }
     return {};
 }
 
-UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& expectation) {
+UpdateResult judgeByReplies(const UpdateState& state, const UpdateExpectation& expectation) {
     if (!state.currentVersion) return UpdateResult::versionUnread;
     if (state.currentVersion != expectation.version) return UpdateResult::otherVersion;
     if (state.tablesWritten < expectation.tables || !state.anyTable) return UpdateResult::tablesMissing;
@@ -103,16 +103,16 @@ UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& exp
 }
 
 bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expectation) {
-    const UpdateResult result = judgeByFacts(state, expectation);
+    const UpdateResult result = judgeByReplies(state, expectation);
     if (result == UpdateResult::versionUnread) return true;
     if (result != UpdateResult::succeeded) return false;
     return std::ranges::any_of(expectation.tableVersions, [&](const auto& table) {
-        const auto read = state.tableFacts.find(table.first);
-        return read == state.tableFacts.end() || !read->second;
+        const auto read = state.tableReplies.find(table.first);
+        return read == state.tableReplies.end() || !read->second;
     });
 }
 
-bool hasOtherFacts(const UpdateState& state, const UpdateState& judged) {
+bool hasOtherReplies(const UpdateState& state, const UpdateState& judged) {
     return state.currentVersion != judged.currentVersion || tableVersionsOf(state) != tableVersionsOf(judged) ||
            state.image != judged.image || state.tablesWritten != judged.tablesWritten ||
            state.isClearRefused != judged.isClearRefused;

@@ -71,14 +71,14 @@ bool isImageTaken(const UpdateState& state);
 
 /// Judges an update that the engine has reported: the version read afterwards, the tables that were sent and what the
 /// printer reports of them, whether the tables were cleared, and whether the image was taken, in this order.
-UpdateResult judgeByFacts(const UpdateState& state, const UpdateExpectation& expectation);
+UpdateResult judgeByReplies(const UpdateState& state, const UpdateExpectation& expectation);
 
 /// Only replies are missing for a success: the printer should be queried once more before the update is judged.
 bool lacksAnswersOnly(const UpdateState& state, const UpdateExpectation& expectation);
 
 /// Whether something is known now that was not known when the update was judged: a reply, or the result of a command. A
 /// table without a valid reply is not compared.
-bool hasOtherFacts(const UpdateState& state, const UpdateState& judged);
+bool hasOtherReplies(const UpdateState& state, const UpdateState& judged);
 
 /// Key of the first table whose reported version is not the one that was sent; empty if there is none.
 std::string differingTable(const UpdateState& state, const UpdateExpectation& expectation);

@@ -43,8 +43,8 @@ std::string tablesReason(const UpdateState& state) {
 }
 
 std::optional<std::string> reportedTable(const UpdateState& state, const UpdateExpectation& expectation) {
-    const auto found = state.tableFacts.find(differingTable(state, expectation));
-    return found == state.tableFacts.end() ? std::nullopt : found->second;
+    const auto found = state.tableReplies.find(differingTable(state, expectation));
+    return found == state.tableReplies.end() ? std::nullopt : found->second;
 }
 
 std::string notBackReason(const UpdateState& state) {

@@ -1,5 +1,5 @@
 // Writes the gadget's attributes to configfs and removes the gadget again.
-// Called by GadgetPort under its lock, on any thread.
+// Called by GadgetConnection under its lock, on any thread.
 #include "vkgadget/ConfigfsGadget.h"
 
 #include "platform/files/ScopedFd.h"

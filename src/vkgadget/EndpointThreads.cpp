@@ -1,5 +1,5 @@
 // The loops of the endpoint threads, and their end: each blocks in a system call that only a signal interrupts. Started
-// and stopped by GadgetPort on the main queue.
+// and stopped by GadgetConnection on the main queue.
 #include "vkgadget/EndpointThreads.h"
 
 #include "platform/dispatch/Signals.h"

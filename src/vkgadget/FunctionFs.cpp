@@ -1,4 +1,4 @@
-// System calls on the files of a FunctionFS mount. Opened and closed by GadgetPort on the main queue; each endpoint's
+// System calls on the files of a FunctionFS mount. Opened and closed by GadgetConnection on the main queue; each endpoint's
 // file is used by that endpoint's thread.
 #include "vkgadget/FunctionFs.h"
 

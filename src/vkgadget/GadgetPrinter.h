@@ -9,7 +9,7 @@
 #include "virtual_printer/VirtualPrinterSettings.h"
 #include "vkgadget/FunctionFs.h"
 #include "vkgadget/GadgetError.h"
-#include "vkgadget/GadgetPort.h"
+#include "vkgadget/GadgetConnection.h"
 
 #include <condition_variable>
 #include <cstddef>
@@ -72,7 +72,7 @@ class GadgetPrinter {
     unsigned _attachCount = 0; // keeps a departure of one attachment from ending a later one
     bool _stopping = false;
 
-    GadgetPort _port; // last: its threads use all of the above
+    GadgetConnection _port; // last: its threads use all of the above
 };
 
 } // namespace zul

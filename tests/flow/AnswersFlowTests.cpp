@@ -28,14 +28,14 @@ std::string fault(std::string_view kind, std::string_view word, int occurrence =
 }
 
 // On one line, so that a failing test shows all values.
-std::string factsOf(const Lab& lab) {
-    std::string facts;
+std::string infoOf(const Lab& lab) {
+    std::string values;
     for (const char* key :
          {HOLVEN_TBPrinterStatus, HOLVEN_TBPrinterFirmwareVersion, HOLVEN_TBPrinterLifetimeCounter,
           HOLVEN_TBPrinterColorTableVersion, HOLVEN_TBPrinterColorTableChecksum300, HOLVEN_TBPrinterSerialNumber}) {
-        facts += (facts.empty() ? "" : ", ") + lab.fact(key);
+        values += (values.empty() ? "" : ", ") + lab.infoText(key);
     }
-    return facts;
+    return values;
 }
 
 const std::string kRight = "Idle, VK14 01.60, 42, 0160, 1203, 000001";
@@ -59,7 +59,7 @@ TEST_CASE("the device info of a printer without faults has these values") {
     Lab lab;
     lab.attach("VK14");
     lab.start();
-    CHECK(factsOf(lab) == kRight);
+    CHECK(infoOf(lab) == kRight);
 }
 
 TEST_CASE("one bad reply at an arrival leaves the device info correct, then and later") {
@@ -70,10 +70,10 @@ TEST_CASE("one bad reply at an arrival leaves the device info correct, then and 
             Lab lab;
             lab.attach("VK14," + fault(kind, question));
             lab.start();
-            CHECK(factsOf(lab) == kRight);
+            CHECK(infoOf(lab) == kRight);
             lab.printer()->updateInfo();
             lab.rest();
-            CHECK(factsOf(lab) == kRight);
+            CHECK(infoOf(lab) == kRight);
             CHECK(lab.printer()->ownership() == Ownership::none);
         }
     }
@@ -106,8 +106,8 @@ TEST_CASE("an update with one bad reply during its check or its run succeeds") {
             lab.rest();
             CHECK(lab.result() == UpdateResult::succeeded);
             CHECK(lab.timesSeen("FW_UPDFLASH_PROGRAM") == 1);
-            CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
-            CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber) == "000001");
+            CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Idle");
+            CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber) == "000001");
         }
     }
 }
@@ -123,8 +123,8 @@ TEST_CASE("an update with one bad reply of the new firmware succeeds, with corre
             lab.beginUpdate();
             lab.rest();
             CHECK(lab.result() == UpdateResult::succeeded);
-            CHECK(factsOf(lab).starts_with("Idle, VK14 01.61, 42, 0161, "));
-            CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber) == "000001");
+            CHECK(infoOf(lab).starts_with("Idle, VK14 01.61, 42, 0161, "));
+            CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber) == "000001");
         }
     }
 }
@@ -140,7 +140,7 @@ TEST_CASE("replies that another program left unread are not taken for replies to
             for (int answer = 0; answer < count; ++answer) leaveAnswerUnread(lab, command);
             lab.printer()->updateInfo();
             lab.rest();
-            CHECK(factsOf(lab) == kRight);
+            CHECK(infoOf(lab) == kRight);
         }
     }
 }

@@ -51,9 +51,9 @@ void begin(Lab& lab) {
 TEST_CASE("without an archive no version is available, not even a missing one") {
     Lab lab;
     lab.startWithVK14();
-    CHECK(lab.printer()->firmwareOffer());
+    CHECK(lab.printer()->availableFirmware());
     lab.bundle.withholdArchive();
-    CHECK_FALSE(lab.printer()->firmwareOffer());
+    CHECK_FALSE(lab.printer()->availableFirmware());
 }
 
 TEST_CASE("a damaged firmware file is reported as corruption, and leaving the alert ends the application") {
@@ -173,7 +173,7 @@ TEST_CASE("an update opens each file once, and the update of a second printer of
     lab.attach("VK14,serial=000002");
     lab.start();
     for (int printer = 0; printer < 2; ++printer) {
-        const bool isFirstRow = lab.fact(HOLVEN_TBPrinterFirmwareVersion, 0) == "VK14 01.60";
+        const bool isFirstRow = lab.infoText(HOLVEN_TBPrinterFirmwareVersion, 0) == "VK14 01.60";
         lab.update(isFirstRow ? 0 : 1);
         REQUIRE(lab.operatorDesk.title() == "Firmware update was successful!");
         REQUIRE(lab.operatorDesk.press("Finish"));

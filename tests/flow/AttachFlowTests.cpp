@@ -15,11 +15,11 @@ TEST_CASE("a printer that is attached at the start is listed with its complete d
     REQUIRE(lab.rows() == 1);
     CHECK(lab.printer()->manufacturer() == "ZUL");
     CHECK(lab.printer()->model() == "VK14");
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
-    CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber) == "123456");
-    CHECK(lab.fact(HOLVEN_TBPrinterLifetimeCounter) == "4711");
-    CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion) == "0160");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Idle");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber) == "123456");
+    CHECK(lab.infoText(HOLVEN_TBPrinterLifetimeCounter) == "4711");
+    CHECK(lab.infoText(HOLVEN_TBPrinterColorTableVersion) == "0160");
     CHECK(lab.printer()->newFirmwareVersion() == "VK14 01.61");
     CHECK(lab.printer()->keyUSBdevice() == "2A71000301100000");
     CHECK(lab.printer()->serialNumberUSB() == "123456");
@@ -84,7 +84,7 @@ TEST_CASE("a version reply that is not text keeps the earlier version, whatever 
         lab.bus.plug(0);
         lab.rest();
         CHECK(lab.logged("printer firmware is currently reported as \"(null)\""));
-        CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+        CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
     }
 }
 
@@ -111,8 +111,8 @@ TEST_CASE("two printers at the start are two rows in the order of the bus") {
     lab.attach("VK14,serial=B");
     lab.start();
     REQUIRE(lab.rows() == 2);
-    CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber, 0) == "A");
-    CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber, 1) == "B");
+    CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber, 0) == "A");
+    CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber, 1) == "B");
 }
 
 TEST_CASE("a device with two printer interfaces is two printer objects") {
@@ -162,7 +162,7 @@ TEST_CASE("a printer without a 1284 ID is listed without a queue, is not updated
     lab.start();
     REQUIRE(lab.rows() == 1);
     CHECK(lab.printer()->printerCommandQueue() == nullptr);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
 
     lab.forgetWire();
     lab.printer()->updateFirmware();
@@ -184,12 +184,12 @@ TEST_CASE("a printer held by another program is shown so, and is queried as soon
     REQUIRE(lab.rows() == 1);
     CHECK(lab.printer()->ownership() == Ownership::otherProgram);
     CHECK(lab.printer()->state() == kTBPrinterOpening);
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "In use by other application");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "In use by other application");
     CHECK(lab.wire() == Wire{"arrive"});
 
     lab.bus.setHeldByOther(0, false);
     lab.rest();
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
     CHECK(lab.printer()->ownership() == Ownership::none);
 }
 

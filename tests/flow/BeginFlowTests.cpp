@@ -113,7 +113,7 @@ TEST_CASE("an update ends without a question if the printer is unplugged before 
 TEST_CASE("the record of a printer without a serial number reply has no serial number") {
     SupervisedLab lab;
     lab.startWithVK14("fault=silence@SERIAL_NUMBER,fault=silence@SERIAL_NUMBER#2");
-    REQUIRE(lab.fact(HOLVEN_TBPrinterSerialNumber) == "NULL");
+    REQUIRE(lab.infoText(HOLVEN_TBPrinterSerialNumber) == "NULL");
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest(1s);
     CHECK(lab.newestRecord().model == "VK14");
@@ -131,7 +131,7 @@ TEST_CASE("a printer with the available tables and other firmware is not up to d
 TEST_CASE("different tables are detected only by a table's version") {
     SupervisedLab lab;
     lab.startWithVK14("firmware=VK14 01.61,tables=0161");
-    const auto facts = lab.printer()->deviceInfoDict();
+    const auto values = lab.printer()->deviceInfoDict();
     const std::string key = HOLVEN_TBPrinterColorTableVersion;
     for (const char* unclear : {"NULL", "", "01610"}) {
         CAPTURE(unclear);

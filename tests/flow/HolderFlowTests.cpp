@@ -114,7 +114,7 @@ TEST_CASE("a holder that releases the printer at once causes no endless wait") {
     lab.attach("VK14,fault=holder#1:0");
     lab.start();
     CHECK(lab.printer()->ownership() == Ownership::none);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
 }
 
 TEST_CASE("a printer that was claimed while it was held is queried once it is free") {
@@ -130,5 +130,5 @@ TEST_CASE("a printer that was claimed while it was held is queried once it is fr
     lab.bus.setHeldByOther(0, false);
     lab.rest();
     CHECK(lab.wire() == attachWire());
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Idle");
 }

@@ -62,7 +62,7 @@ TEST_CASE("an update whose new firmware does not report its device ID says so, a
     lab.beginUpdate();
     lab.rest();
     CHECK(lab.timesSeen("TBL_CL") == 0);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
     CHECK(lab.result() == UpdateResult::identityLost);
     CHECK(lab.update().verdict.reason.find("does not report its device ID") != std::string::npos);
     lab.bus.unplug(0);
@@ -76,15 +76,15 @@ TEST_CASE("an update whose new firmware does not report its device ID says so, a
 TEST_CASE("a loader without a device ID is offered for completion after a restart of the program") {
     SupervisedLab lab;
     std::string settings;
-    std::string offer = "start the update to complete it";
+    std::string available = "start the update to complete it";
     SUBCASE("it reports its device ID") {}
     SUBCASE("it does not report it") {
         settings = ",id1284=off";
-        offer += "; it does not report its device ID: switch it off and on first";
+        available += "; it does not report its device ID: switch it off and on first";
     }
     lab.attach("VK14,mode=loader" + settings);
     lab.start();
-    CHECK(lab.supervisor.interruptedText(*lab.printer()) == offer);
+    CHECK(lab.supervisor.interruptedText(*lab.printer()) == available);
 }
 
 TEST_CASE("a printer in normal mode without its device ID has no update to complete") {
@@ -132,7 +132,7 @@ TEST_CASE("an unresponsive printer without its device ID can be queried again, w
     lab.advance(10s); // the late reply has arrived
     lab.printer()->updateInfo();
     lab.rest();
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
-    CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber) == "000001");
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber) == "000001");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Idle");
 }

@@ -49,7 +49,7 @@ struct MadeUp : SupervisedLab {
             command(kCommandTableName);
             command(kCommandTableWrite);
         }
-        happens(events::TableFactRead{.key = HOLVEN_TBPrinterColorTableVersion, .value = "0161"});
+        happens(events::TableInfoRead{.key = HOLVEN_TBPrinterColorTableVersion, .value = "0161"});
         happens(events::UpdateReported{.anyTable = true, .version = "VK14 01.61"});
     }
     void answered(const char* rawStatus) {

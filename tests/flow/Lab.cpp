@@ -174,8 +174,8 @@ std::shared_ptr<TBUSBPrinterZUL> Lab::printer(std::size_t row) const {
     return printers[row];
 }
 
-std::string Lab::fact(const char* key, std::size_t row) const {
-    return printer(row)->fact(key).value_or("(none)");
+std::string Lab::infoText(const char* key, std::size_t row) const {
+    return printer(row)->infoText(key).value_or("(none)");
 }
 
 std::int64_t Lab::progress(std::size_t row) const {

@@ -96,7 +96,7 @@ class Lab {
 
     std::shared_ptr<TBUSBPrinterZUL> printer(std::size_t row = 0) const;
     std::size_t rows() const { return controller->printers().size(); }
-    std::string fact(const char* key, std::size_t row = 0) const;
+    std::string infoText(const char* key, std::size_t row = 0) const;
     /// The deviceFirmwareStatus of the row's printer; 0 if absent.
     std::int64_t progress(std::size_t row = 0) const;
 

@@ -13,7 +13,7 @@ struct ModelCase {
     const char* model;
     std::uint16_t productID;
     const char* previous;
-    const char* offered;
+    const char* available;
     std::vector<std::string> tables;
 };
 
@@ -45,8 +45,8 @@ TEST_CASE("each model is updated to the version of its own archive row, with its
         lab.update();
         CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
         CHECK(lab.operatorDesk.message() ==
-              std::string("Firmware version updated from ") + model.previous + " to " + model.offered);
-        CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == model.offered);
+              std::string("Firmware version updated from ") + model.previous + " to " + model.available);
+        CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == model.available);
         lab.bus.inspect(0,
                         [&](const VirtualPrinter& printer) { CHECK(printer.tables().writtenNames() == model.tables); });
     }
@@ -110,8 +110,8 @@ TEST_CASE("a VK28 is queried for its eight tables, first of one medium and then 
     const std::string sd = sha256Of(dataFromText("0001"));
     const std::string pp = sha256Of(dataFromText("0003"));
     CHECK(payloads == std::vector<std::string>{sd, sd, sd, sd, pp, pp, pp, pp});
-    CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion) == "0100");
-    CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion300HD) == "0100");
+    CHECK(lab.infoText(HOLVEN_TBPrinterColorTableVersion) == "0100");
+    CHECK(lab.infoText(HOLVEN_TBPrinterColorTableVersion300HD) == "0100");
 }
 
 TEST_CASE("a VK26 is queried for three tables without a payload") {

@@ -140,8 +140,8 @@ TEST_CASE("a second image may be sent only to a stalled printer that has taken i
     CHECK(lab.supervisor.reasonAgainst(key) == reason);
     CHECK(lab.supervisor.reasonAgainstActions(key) == "This printer is being updated.");
     lab.supervisor.dismiss(key);
-    const bool isOffered = !lab.supervisor.interruptedText(*lab.printer()).empty();
-    CHECK(isOffered == mayGetImage);
+    const bool isAvailable = !lab.supervisor.interruptedText(*lab.printer()).empty();
+    CHECK(isAvailable == mayGetImage);
     if (reason.empty()) return;
     const std::size_t questions = lab.operatorDesk.history().size();
     lab.supervisor.begin(lab.printer(), UpdateSupervisor::Equal::install);

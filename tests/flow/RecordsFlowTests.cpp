@@ -198,7 +198,7 @@ TEST_CASE("an update has its record before its first question to the operator") 
     CHECK(record.serial == "000001");
     CHECK(record.program == "flow_tests");
     CHECK(record.versionBefore == "VK14 01.60");
-    CHECK(record.versionOffered == "VK14 01.61");
+    CHECK(record.versionAvailable == "VK14 01.61");
     CHECK(record.archiveFolder == Lab::sampleArchive().string());
     CHECK(record.digests.size() == 3);
     CHECK(phasesOf(record) == std::vector<std::string>{"checking"});

@@ -43,7 +43,7 @@ TEST_CASE("a printer unplugged during the image is updated by starting again") {
     lab.rest(1min); // it returned as its loader and is waited for; it does not become idle by itself
     REQUIRE(lab.rows() == 1);
     CHECK(lab.progress() == 2);
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
     uploadAgain(lab);
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
     CHECK(lab.operatorDesk.message() == "Firmware version updated from VK14 01.60 to VK14 01.61");
@@ -55,10 +55,10 @@ TEST_CASE("a printer whose loader refuses the image remains in update mode until
     lab.startWithVK14("fault=stay-in-loader@FLASH_PROGRAM");
     lab.confirmUpdate();
     lab.rest(1min);
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
     CHECK(lab.operatorDesk.waiting() == 0);
     uploadAgain(lab);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
 }
 
 TEST_CASE("a printer unplugged while it is waited for loses its row, and its wait ends") {
@@ -121,7 +121,7 @@ TEST_CASE("a printer unplugged while its new firmware gets ready gets its tables
     Lab lab;
     lab.startWithVK14("after-update=00001:00001:00001:00001:00000");
     lab.confirmUpdate();
-    const auto isPrinting = [&] { return lab.rows() == 1 && lab.fact(HOLVEN_TBPrinterStatus) == "Printing"; };
+    const auto isPrinting = [&] { return lab.rows() == 1 && lab.infoText(HOLVEN_TBPrinterStatus) == "Printing"; };
     for (int step = 0; step < 1000 && !isPrinting(); ++step) lab.advance(100ms);
     REQUIRE(isPrinting());
     lab.bus.unplug(0);
@@ -158,7 +158,7 @@ TEST_CASE("a printer that returns on another port is a new printer in its loader
     lab.rest();
     REQUIRE(lab.rows() == 1);
     CHECK(lab.printer()->keyUSBdevice() == "2A71000301200000");
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
     CHECK(lab.operatorDesk.waiting() == 0);
     CHECK(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 0);
 }
@@ -228,7 +228,7 @@ TEST_CASE("a loader that twice does not reply is recovered by the operator") {
     CHECK(lab.logged("Received a null printer status reply ... will try again later"));
     CHECK(timesSeen(lab, "FW_UPDFLASH_PROGRAM") == 0);
     CHECK(lab.printer()->inFirmwareUpdate());
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode"); // from the probe after it
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Firmware Update Mode"); // from the probe after it
     uploadAgain(lab);
     CHECK(lab.operatorDesk.title() == "Firmware update was successful!");
 }
@@ -250,7 +250,7 @@ TEST_CASE("a wait for a printer with an open cover lasts as long as the cover is
     lab.confirmUpdate();
     lab.rest(3h);
     REQUIRE(lab.rows() == 1);
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Cover Open");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Cover Open");
     CHECK(lab.operatorDesk.waiting() == 0);
     CHECK(timesSeen(lab, "TBL_CL") == 0);
     CHECK(timesSeen(lab, "STATUS") > 10000); // every half second for hours
@@ -273,7 +273,7 @@ TEST_CASE("a reply longer than any printer sends is refused even if it is repeat
     lab.attach("VK14,fault=long-header@FVER,fault=long-header@FVER#2");
     lab.start();
     CHECK(lab.printer()->firmwareVersion() == std::nullopt);
-    CHECK(lab.fact(HOLVEN_TBPrinterLifetimeCounter) == "42"); // its body is not taken for the next reply
+    CHECK(lab.infoText(HOLVEN_TBPrinterLifetimeCounter) == "42"); // its body is not taken for the next reply
     CHECK(lab.rows() == 1);
 }
 
@@ -281,9 +281,9 @@ TEST_CASE("a reply that stalls twice loses only its own value") {
     Lab lab;
     lab.attach("VK14,fault=stall@LIFE,fault=stall@LIFE#2");
     lab.start();
-    CHECK(lab.fact(HOLVEN_TBPrinterLifetimeCounter) == "(none)");
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
-    CHECK(lab.fact(HOLVEN_TBPrinterSerialNumber) == "000001");
+    CHECK(lab.infoText(HOLVEN_TBPrinterLifetimeCounter) == "(none)");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterSerialNumber) == "000001");
     CHECK(lab.logged("bad read (kIOUSBPipeStalled) on backchannel of ZUL VK14 000001"));
 }
 
@@ -291,7 +291,7 @@ TEST_CASE("a reply without its carriage return is read to its end") {
     Lab lab;
     lab.attach("VK14,fault=no-cr@FVER");
     lab.start();
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
 }
 
 TEST_CASE("hot plug makes the printer leave and return as a known printer") {

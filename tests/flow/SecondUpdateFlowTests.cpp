@@ -130,7 +130,7 @@ TEST_CASE("an update that was given up and dismissed is judged by itself when it
     lab.rest();
     CHECK(lab.ends == Results{UpdateResult::succeeded, UpdateResult::notBack, expected});
     CHECK_FALSE(lab.update().verdict.isCorrected);
-    CHECK(lab.update().state.offeredVersion == "VK14 01.61");
+    CHECK(lab.update().state.availableVersion == "VK14 01.61");
 }
 
 // ---- records that earlier attempts left open ------------------------------------------------------------------------
@@ -172,13 +172,13 @@ TEST_CASE("an update that an earlier run did not end remains open until one succ
     SupervisedLab lab;
     lab.startWithVK14("fault=stall@WTCTRLD#2");
     lab.cutOffEarlierRun("color tables");
-    const std::string offer = lab.supervisor.interruptedText(*lab.printer());
-    CHECK(offer.starts_with("update was interrupted at "));
+    const std::string available = lab.supervisor.interruptedText(*lab.printer());
+    CHECK(available.starts_with("update was interrupted at "));
     lab.beginUpdate();
     lab.rest();
     CHECK(lab.result() == UpdateResult::tablesMissing);
     CHECK_FALSE(lab.records().at(1).closedBy);
-    CHECK(lab.supervisor.interruptedText(*lab.printer()) == offer);
+    CHECK(lab.supervisor.interruptedText(*lab.printer()) == available);
     dismissAlerts(lab);
     lab.beginUpdate();
     lab.rest();

@@ -30,7 +30,7 @@ void update(SupervisedLab& lab) {
 }
 
 bool isUpdated(SupervisedLab& lab) {
-    return lab.rows() == 1 && lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61";
+    return lab.rows() == 1 && lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61";
 }
 
 } // namespace

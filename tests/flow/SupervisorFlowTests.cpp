@@ -109,7 +109,7 @@ TEST_CASE("an update begins only after the attached printer has reported its own
     lab.rest();
     lab.bus.plug(0); // its first status query gets no reply, not even when it is repeated
     lab.rest(1s);
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle"); // the earlier value
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Idle"); // the earlier value
     lab.supervisor.begin(lab.printer(), Equal::install);
     lab.rest(1s);
     CHECK(lab.operatorDesk.waiting() == 0);

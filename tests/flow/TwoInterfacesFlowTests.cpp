@@ -39,7 +39,7 @@ TEST_CASE("the update of either row is one update of the printer, and both rows 
         CHECK(lab.operatorDesk.message() == "Firmware version updated from VK14 01.60 to VK14 01.61");
         CHECK(lab.operatorDesk.waiting() == 1);
         for (const std::size_t each : {0U, 1U}) {
-            CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion, each) == "VK14 01.61");
+            CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion, each) == "VK14 01.61");
             CHECK_FALSE(lab.printer(each)->inFirmwareUpdate());
         }
     }

@@ -59,9 +59,9 @@ TEST_CASE("an update ends with the new version, new tables and the report of bot
     CHECK(lab.operatorDesk.message() == "Firmware version updated from VK14 01.60 to VK14 01.61");
     CHECK(lab.operatorDesk.buttons() == std::vector<std::string>{"Finish"});
     REQUIRE(lab.rows() == 1);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
-    CHECK(lab.fact(HOLVEN_TBPrinterColorTableVersion) == "0161");
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Idle");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.61");
+    CHECK(lab.infoText(HOLVEN_TBPrinterColorTableVersion) == "0161");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Idle");
     CHECK(lab.printer()->inFirmwareUpdate() == false);
     CHECK(lab.printer()->ownership() == Ownership::none);
     lab.bus.inspect(0, [](const VirtualPrinter& printer) {
@@ -135,7 +135,7 @@ TEST_CASE("the texts of an update are shown in the status column until the next 
     lab.rest(30s);
     CHECK(lab.logged("forcing printer status string to \"Updating firmware ...\""));
     CHECK(lab.logged("forcing printer status string to \"Writing firmware ...\""));
-    CHECK(lab.fact(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
+    CHECK(lab.infoText(HOLVEN_TBPrinterStatus) == "Firmware Update Mode");
     lab.rest();
     CHECK(lab.logged("forcing printer status string to \"Updating color tables ...\""));
 }
@@ -203,8 +203,8 @@ TEST_CASE("two printers are updated at the same time and do not mix") {
     CHECK(lab.wire("B") == wholeUpdateWire());
     CHECK(lab.operatorDesk.waiting() == 2);
     REQUIRE(lab.rows() == 2);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion, 0) == "VK14 01.61");
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion, 1) == "VK14 01.61");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion, 0) == "VK14 01.61");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion, 1) == "VK14 01.61");
 }
 
 TEST_CASE("a printer whose version was never read is re-enumerated instead of updated") {
@@ -219,5 +219,5 @@ TEST_CASE("a printer whose version was never read is re-enumerated instead of up
     const Wire wire = lab.wire();
     CHECK(std::ranges::count(wire, std::string("FW_UPDFLASH_REWRITE")) == 0);
     CHECK(std::ranges::count(wire, std::string("leave")) == 1);
-    CHECK(lab.fact(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
+    CHECK(lab.infoText(HOLVEN_TBPrinterFirmwareVersion) == "VK14 01.60");
 }

@@ -26,7 +26,7 @@ PrinterEvent::What versionRead(const char* version) {
     return events::FirmwareVersionRead{.version = version};
 }
 PrinterEvent::What tableRead(std::optional<std::string> version) {
-    return events::TableFactRead{.key = HOLVEN_TBPrinterColorTableVersion, .value = std::move(version)};
+    return events::TableInfoRead{.key = HOLVEN_TBPrinterColorTableVersion, .value = std::move(version)};
 }
 
 // The reply, and the end of its round of queries.

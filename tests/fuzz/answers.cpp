@@ -36,7 +36,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     for (const char* key :
          {HOLVEN_TBPrinterFirmwareVersion, HOLVEN_TBPrinterSerialNumber, HOLVEN_TBPrinterColorTableVersion,
           HOLVEN_TBPrinterColorTableChecksum300, HOLVEN_TBPrinterLifetimeCounter}) {
-        const auto value = printer->fact(key);
+        const auto value = printer->infoText(key);
         require(!value || value->size() <= kLongestFact, "a fact is no longer than a reply");
     }
     return 0;

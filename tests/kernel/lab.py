@@ -175,7 +175,7 @@ class Background:
         return status
 
 
-class Lab:
+class Guest:
     def __init__(self, arguments):
         self.vkgadget, self.zulctl_path = arguments.vkgadget, arguments.zulctl
         self.window, self.journey, self.on_display = arguments.window, arguments.journey, arguments.on_display
@@ -250,7 +250,7 @@ def parsed_arguments():
 
 
 def main(arguments):
-    lab = Lab(arguments)
+    lab = Guest(arguments)
     results = [run_case(lab, number, *chosen) for number, chosen in enumerate(CASES, 1)
                if not arguments.only or any(one == str(number) or one in chosen[0] for one in arguments.only)]
     print(f"kernel: {sum(results)} passed, {len(results) - sum(results)} failed", flush=True)

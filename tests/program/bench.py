@@ -48,7 +48,7 @@ class Result:
         return [json.loads(line) for line in self.out.splitlines() if line.strip()]
 
 
-class Bench:
+class ProgramBench:
     """One case: a private home folder, and zulctl with virtual printers."""
 
     def __init__(self, options):

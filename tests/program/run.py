@@ -6,7 +6,7 @@ import sys
 import time
 import traceback
 
-from bench import CASES, Bench
+from bench import CASES, ProgramBench
 
 for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update", "cases_recovery", "cases_signals",
                "cases_terminal", "cases_output", "cases_window", "cases_history",
@@ -16,7 +16,7 @@ for module in ("cases_offline", "cases_printers", "cases_hints", "cases_update",
 
 def run(sentence, function, options):
     begun = time.monotonic()
-    bench = Bench(options)
+    bench = ProgramBench(options)
     try:
         function(bench)
         return True, sentence, time.monotonic() - begun, ""

@@ -1,5 +1,5 @@
 // The bus's reports of devices that arrive, leave, are reported twice, or may not be opened yet.
-#include "Bench.h"
+#include "MockMachine.h"
 
 #include "support/SimulatedClock.h"
 #include "usb/libusb/LibusbBusCore.h"
@@ -32,9 +32,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct TimedBench {
+struct TimedMachine {
     SimulatedClock clock;
-    Bench bench{&clock};
+    MockMachine bench{&clock};
     void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
     /// Plugs the device and waits until the event was handled on the main queue.
     MockPrinter& plug(const Plug& plug) {
@@ -48,14 +48,14 @@ struct TimedBench {
 } // namespace
 
 TEST_CASE("a bus that is started announces an attached printer before start returns") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     CHECK(bench.eventList() == "arrived 1-2");
 }
 
 TEST_CASE("a second start of a running bus announces no printer again") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     bench.start();
@@ -63,7 +63,7 @@ TEST_CASE("a second start of a running bus announces no printer again") {
 }
 
 TEST_CASE("a printer that is plugged in while the bus runs is announced") {
-    Bench bench;
+    MockMachine bench;
     bench.start();
     CHECK(bench.events.empty());
     bench.plug();
@@ -71,7 +71,7 @@ TEST_CASE("a printer that is plugged in while the bus runs is announced") {
 }
 
 TEST_CASE("a printer that is unplugged is terminated first and removed then") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     bench.unplug();
@@ -81,7 +81,7 @@ TEST_CASE("a printer that is unplugged is terminated first and removed then") {
 }
 
 TEST_CASE("a printer that returns on the same port has a new token and the same location") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     const ServiceToken before = bench.token();
@@ -99,7 +99,7 @@ TEST_CASE("a printer that returns on the same port has a new token and the same 
 }
 
 TEST_CASE("an arrival and a departure that are queued together are announced in their order") {
-    Bench bench;
+    MockMachine bench;
     if (!bench.hasUdevd()) return; // a device that left before the bus has examined it is never known
     bench.start();
     bench.plug();
@@ -111,7 +111,7 @@ TEST_CASE("an arrival and a departure that are queued together are announced in 
 }
 
 TEST_CASE("a printer that has left before its arrival was handled is never announced") {
-    Bench bench;
+    MockMachine bench;
     bench.start();
     bench.plug();
     bench.mainQueue.waitForWork();
@@ -121,7 +121,7 @@ TEST_CASE("a printer that has left before its arrival was handled is never annou
 }
 
 TEST_CASE("a device that the system reports twice is announced once") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     bench.announceAgain();
@@ -130,7 +130,7 @@ TEST_CASE("a device that the system reports twice is announced once") {
 }
 
 TEST_CASE("a device that is both in the list at the start and in an event is announced once") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::arrived);
@@ -139,7 +139,7 @@ TEST_CASE("a device that is both in the list at the start and in an event is ann
 }
 
 TEST_CASE("a departure that is reported twice is announced once") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     LibusbBusProbe::repeatEvent(bench.bus, BusEvent::Kind::left);
@@ -149,7 +149,7 @@ TEST_CASE("a departure that is reported twice is announced once") {
 }
 
 TEST_CASE("the departure of a device that was never announced is not reported") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.interfaceClass = 3});
     bench.start();
     bench.unplug();
@@ -158,14 +158,14 @@ TEST_CASE("the departure of a device that was never announced is not reported") 
 }
 
 TEST_CASE("a device without a printer interface is not a service") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.interfaceClass = 8});
     bench.start();
     CHECK(bench.registry.services().empty());
 }
 
 TEST_CASE("a printer interface of another subclass is a service that reports its subclass") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.interfaceSubClass = 2});
     bench.start();
     std::uint8_t subClass = 0;
@@ -174,7 +174,7 @@ TEST_CASE("a printer interface of another subclass is a service that reports its
 }
 
 TEST_CASE("every printer interface of a device is a separate service") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.interfaces = 2});
     bench.start();
     CHECK(bench.eventList() == "arrived 1-2, arrived 1-2/1");
@@ -185,7 +185,7 @@ TEST_CASE("every printer interface of a device is a separate service") {
 }
 
 TEST_CASE("alternate settings of one interface are one service") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.secondSetting = true});
     bench.start();
     CHECK(bench.eventList() == "arrived 1-2");
@@ -195,7 +195,7 @@ TEST_CASE("alternate settings of one interface are one service") {
 }
 
 TEST_CASE("a service returns descriptor values without opening the node") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.mode = 0});
     bench.start();
     const auto service = bench.service();
@@ -225,7 +225,7 @@ TEST_CASE("a service returns descriptor values without opening the node") {
 }
 
 TEST_CASE("a printer below a hub has one digit of its location for each port on the way") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.port = "1-2.4", .address = 7});
     bench.start();
     std::uint32_t location = 0;
@@ -235,7 +235,7 @@ TEST_CASE("a printer below a hub has one digit of its location for each port on 
 }
 
 TEST_CASE("two ports of a root hub with more than fifteen of them have two locations") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.port = "1-1", .address = 7});
     bench.plug({.port = "1-17", .address = 8});
     bench.start();
@@ -249,7 +249,7 @@ TEST_CASE("two ports of a root hub with more than fifteen of them have two locat
 }
 
 TEST_CASE("a new printer whose node may not be opened is announced as soon as it may be") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.plug({.mode = 0});
     timed.advance(500ms);
@@ -260,7 +260,7 @@ TEST_CASE("a new printer whose node may not be opened is announced as soon as it
 }
 
 TEST_CASE("a new printer whose node may not be opened for two seconds is announced then") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.plug({.mode = 0});
     timed.advance(1999ms);
@@ -270,7 +270,7 @@ TEST_CASE("a new printer whose node may not be opened for two seconds is announc
 }
 
 TEST_CASE("a printer that is expected back from its update is waited for longer until its node may be opened") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.bench.bus.setKept(0x01200000, true);
     timed.plug({.mode = 0});
@@ -289,7 +289,7 @@ TEST_CASE("a printer that is expected back from its update is waited for longer 
 }
 
 TEST_CASE("a printer that leaves while its node may not be opened is never announced") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.plug({.mode = 0});
     timed.bench.unplug();
@@ -300,14 +300,14 @@ TEST_CASE("a printer that leaves while its node may not be opened is never annou
 }
 
 TEST_CASE("a printer attached before the start is announced at once even when its node may not be opened") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.plug({.mode = 0});
     timed.bench.start();
     CHECK(timed.bench.eventList() == "arrived 1-2");
 }
 
 TEST_CASE("a printer that is reported before it is configured is announced when it is") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
     timed.advance(300ms);
@@ -318,7 +318,7 @@ TEST_CASE("a printer that is reported before it is configured is announced when 
 }
 
 TEST_CASE("a printer that is configured long after its arrival is announced then") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
     timed.advance(10s);
@@ -329,7 +329,7 @@ TEST_CASE("a printer that is configured long after its arrival is announced then
 }
 
 TEST_CASE("a device that is never configured is not a service") {
-    TimedBench timed;
+    TimedMachine timed;
     timed.bench.start();
     timed.plug({.configuration = ""});
     timed.advance(5s);
@@ -337,7 +337,7 @@ TEST_CASE("a device that is never configured is not a service") {
 }
 
 TEST_CASE("a stopped bus reports no more events, not even queued ones") {
-    Bench bench;
+    MockMachine bench;
     bench.start();
     bench.plug();
     bench.mainQueue.waitForWork();
@@ -348,7 +348,7 @@ TEST_CASE("a stopped bus reports no more events, not even queued ones") {
 }
 
 TEST_CASE("a stopped bus that is started again announces what is attached") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     bench.bus.stop();

@@ -1,5 +1,5 @@
 // Opening the node, claiming the interface, and the effect on the kernel's printer driver.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "support/SimulatedClock.h"
 
 #include <cerrno>
@@ -16,7 +16,7 @@ using Journal = std::vector<std::string>;
 // A printer that is bound to the kernel's driver.
 struct Bound {
     SimulatedClock clock;
-    Bench bench{&clock};
+    MockMachine bench{&clock};
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle;
 
@@ -31,7 +31,7 @@ struct Bound {
 } // namespace
 
 TEST_CASE("a node that may not be opened yields not privileged and no handle") {
-    Bench bench;
+    MockMachine bench;
     bench.plug({.mode = 0});
     bench.start();
     std::shared_ptr<IOUSBInterfaceInterface> handle;
@@ -40,7 +40,7 @@ TEST_CASE("a node that may not be opened yields not privileged and no handle") {
 }
 
 TEST_CASE("a handle opens the node without claiming the interface") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     const auto handle = bench.handle();
@@ -49,7 +49,7 @@ TEST_CASE("a handle opens the node without claiming the interface") {
 }
 
 TEST_CASE("the handles of two interfaces of a device share one open node") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug({.interfaces = 2});
     bench.start();
     const auto first = bench.openHandle(0);
@@ -59,7 +59,7 @@ TEST_CASE("the handles of two interfaces of a device share one open node") {
 }
 
 TEST_CASE("the node is closed with the last handle") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     auto handle = bench.openHandle();
@@ -70,7 +70,7 @@ TEST_CASE("the node is closed with the last handle") {
 }
 
 TEST_CASE("claiming an interface that this handle already holds succeeds without a system call") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     const auto handle = bench.openHandle();
@@ -79,7 +79,7 @@ TEST_CASE("claiming an interface that this handle already holds succeeds without
 }
 
 TEST_CASE("an interface that another program holds yields exclusive access and is not changed") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.holdByOther(true);
     bench.start();
@@ -89,7 +89,7 @@ TEST_CASE("an interface that another program holds yields exclusive access and i
 }
 
 TEST_CASE("a close releases the claim and can be followed by another open") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     const auto handle = bench.openHandle();
@@ -99,7 +99,7 @@ TEST_CASE("a close releases the claim and can be followed by another open") {
 }
 
 TEST_CASE("a close of an interface that is not claimed is an error and makes no system call") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     CHECK(bench.handle()->USBInterfaceClose() == kIOReturnError);
@@ -107,7 +107,7 @@ TEST_CASE("a close of an interface that is not claimed is an error and makes no 
 }
 
 TEST_CASE("the kernel's printer driver is detached at the open and remains detached over closes") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -199,7 +199,7 @@ TEST_CASE("an interface claimed by another program just after the driver was det
 }
 
 TEST_CASE("a driver that was never detached is not attached") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -208,7 +208,7 @@ TEST_CASE("a driver that was never detached is not attached") {
 }
 
 TEST_CASE("a bus that stops attaches the driver of open printers again") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -218,7 +218,7 @@ TEST_CASE("a bus that stops attaches the driver of open printers again") {
 }
 
 TEST_CASE("the driver of a detached printer is not attached again") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -230,7 +230,7 @@ TEST_CASE("the driver of a detached printer is not attached again") {
 }
 
 TEST_CASE("a silent claim of a free interface leaves it free") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     CHECK(bench.handle()->tryClaim() == kIOReturnSuccess);
@@ -238,7 +238,7 @@ TEST_CASE("a silent claim of a free interface leaves it free") {
 }
 
 TEST_CASE("a silent claim of an interface that this handle holds keeps it") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     CHECK(bench.openHandle()->tryClaim() == kIOReturnSuccess);
@@ -246,7 +246,7 @@ TEST_CASE("a silent claim of an interface that this handle holds keeps it") {
 }
 
 TEST_CASE("a silent claim of an interface that another program holds yields exclusive access") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.holdByOther(true);
     bench.start();
@@ -254,7 +254,7 @@ TEST_CASE("a silent claim of an interface that another program holds yields excl
 }
 
 TEST_CASE("a silent claim does not detach the kernel's printer driver") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -264,7 +264,7 @@ TEST_CASE("a silent claim does not detach the kernel's printer driver") {
 }
 
 TEST_CASE("a claim that the system refuses for another reason yields the code of that reason") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     const auto handle = bench.handle();
@@ -277,7 +277,7 @@ TEST_CASE("a claim that the system refuses for another reason yields the code of
 }
 
 TEST_CASE("an open whose kernel driver cannot be detached is refused with the reason") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -287,7 +287,7 @@ TEST_CASE("an open whose kernel driver cannot be detached is refused with the re
 }
 
 TEST_CASE("every call on a handle of a detached device yields no device") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     const auto service = bench.service();

@@ -1,5 +1,5 @@
 // Other processes that use a printer: the holder of the interface, and reservations by another process of this product.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "ExclusiveFile.h"
 #include "FakeReservations.h"
 #include "support/SimulatedClock.h"
@@ -37,7 +37,7 @@ struct Company {
     Processes processes;
     FakeReservations reservations;
     SimulatedClock clock;
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.handle());
     int hints = 0;

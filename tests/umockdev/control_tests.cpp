@@ -1,5 +1,5 @@
 // Control requests.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "usb/libusb/LibusbInterface.h"
 
 #include <cerrno>
@@ -24,7 +24,7 @@ IOUSBDevRequestTO deviceID(std::vector<char>& buffer, std::uint32_t completionTi
 } // namespace
 
 TEST_CASE("a control request works without a claim and returns the number of received bytes") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     printer.answersControl("abc");
@@ -37,7 +37,7 @@ TEST_CASE("a control request works without a claim and returns the number of rec
 }
 
 TEST_CASE("a control request for more than the kernel's limit is cut to it") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     printer.answersControl(std::string(5, 'x'));
@@ -50,7 +50,7 @@ TEST_CASE("a control request for more than the kernel's limit is cut to it") {
 }
 
 TEST_CASE("a control request that sends more than the kernel's limit is a bad argument") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     std::vector<char> buffer(4097);
@@ -61,7 +61,7 @@ TEST_CASE("a control request that sends more than the kernel's limit is a bad ar
 }
 
 TEST_CASE("a control request without data sends its fields as they are") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     printer.answersControl("");
@@ -72,7 +72,7 @@ TEST_CASE("a control request without data sends its fields as they are") {
 }
 
 TEST_CASE("a control request without a reply times out") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     std::vector<char> buffer(8);
@@ -82,7 +82,7 @@ TEST_CASE("a control request without a reply times out") {
 }
 
 TEST_CASE("a control request ends when no data has arrived within its shorter time-out") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     std::vector<char> buffer(8);
@@ -108,7 +108,7 @@ TEST_CASE("the shorter time-out of a control request is the one that applies") {
 }
 
 TEST_CASE("a control request without a time-out ends, too") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     std::vector<char> buffer(8);
@@ -118,7 +118,7 @@ TEST_CASE("a control request without a time-out ends, too") {
 }
 
 TEST_CASE("a control request that the device refuses yields pipe stalled and clears no halt") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     printer.answersControl("", -EPIPE);
@@ -129,7 +129,7 @@ TEST_CASE("a control request that the device refuses yields pipe stalled and cle
 }
 
 TEST_CASE("a control request on another pipe than 0 is refused before anything is sent") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     std::vector<char> buffer(8);
@@ -139,7 +139,7 @@ TEST_CASE("a control request on another pipe than 0 is refused before anything i
 }
 
 TEST_CASE("a control request with a length and no buffer is a bad argument") {
-    Bench bench;
+    MockMachine bench;
     bench.plug();
     bench.start();
     IOUSBDevRequestTO request{.bmRequestType = 0xA1, .wLength = 8};
@@ -149,7 +149,7 @@ TEST_CASE("a control request with a length and no buffer is a bad argument") {
 TEST_CASE("a control request during which the device is detached yields no device") {
     for (const int status : {-ESHUTDOWN, -ENODEV, -EPROTO}) {
         CAPTURE(status);
-        Bench bench;
+        MockMachine bench;
         MockPrinter& printer = bench.plug();
         bench.start();
         printer.vanishAtTransfer(0, status);

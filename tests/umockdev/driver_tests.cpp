@@ -1,5 +1,5 @@
 // Print jobs through the kernel's printer driver: they are never interrupted.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "ExclusiveFile.h"
 #include "support/LogCapture.h"
 #include "support/SimulatedClock.h"
@@ -28,7 +28,7 @@ int ownOpens(const std::string& file) {
 // A printer that is bound to the kernel's driver; its node is a file that can be opened only once.
 struct Driven {
     SimulatedClock clock;
-    Bench bench{&clock};
+    MockMachine bench{&clock};
     ExclusiveFile file;
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle;
@@ -52,7 +52,7 @@ struct Hidden {
     const std::filesystem::path node = folder.write("lp", "");
     LogCapture log;
     SimulatedClock clock;
-    Bench bench{&clock};
+    MockMachine bench{&clock};
 
     Hidden() { mode(0); }
     void mode(unsigned mode) { REQUIRE(::chmod(node.c_str(), mode) == 0); }

@@ -1,5 +1,5 @@
 // Waiting until another program releases a printer.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "support/SimulatedClock.h"
 
 using namespace zul;
@@ -9,7 +9,7 @@ namespace {
 
 struct Held {
     SimulatedClock clock;
-    Bench bench{&clock};
+    MockMachine bench{&clock};
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.handle());
     int reports = 0;

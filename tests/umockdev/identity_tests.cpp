@@ -1,5 +1,5 @@
 // Device IDs are read before a printer is announced.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "FakeReservations.h"
 #include "support/LogCapture.h"
 #include "support/SimulatedClock.h"
@@ -45,7 +45,7 @@ Asked askDeviceID(IOUSBInterfaceInterface& handle, std::uint16_t length = 65535,
 struct Reader {
     FakeReservations reservations;
     SimulatedClock clock;
-    Bench bench{&clock, ours(&reservations)};
+    MockMachine bench{&clock, ours(&reservations)};
 
     void advance(Clock::Duration span) { clock.advance(bench.mainQueue, span); }
     /// Waits until the arrival was handled.
@@ -84,7 +84,7 @@ class PatientClock final : public Clock {
 
 TEST_CASE("printers that return their device IDs are announced before start returns, sorted by location") {
     PatientClock clock;
-    Bench bench{&clock, ours()};
+    MockMachine bench{&clock, ours()};
     bench.plug({.port = "1-2", .address = 4}).answersControl(kDeviceID);
     bench.plug({.port = "1-3", .address = 5}).answersControl(kDeviceID);
     bench.plug({.port = "1-4", .address = 6}).answersControl(kDeviceID);

@@ -1,5 +1,5 @@
 // Printers that are kept during an update: no other program can claim them between two steps.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "FakeReservations.h"
 #include "support/SimulatedClock.h"
 
@@ -17,7 +17,7 @@ const std::string kDeviceID{"\0\x10MFG:Z;MDL:VK;", 16};
 struct Kept {
     FakeReservations reservations;
     SimulatedClock clock;
-    Bench bench{&clock, options()};
+    MockMachine bench{&clock, options()};
     MockPrinter* printer = nullptr;
     std::shared_ptr<IOUSBInterfaceInterface> handle;
 

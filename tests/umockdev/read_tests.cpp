@@ -1,5 +1,5 @@
 // Bulk reads: whole packets on the wire, the requested size for the caller.
-#include "Bench.h"
+#include "MockMachine.h"
 
 #include <cerrno>
 #include <linux/usbdevice_fs.h>
@@ -29,7 +29,7 @@ Read read(IOUSBInterfaceInterface& handle, std::uint32_t size, std::uint32_t tim
 
 /// A claimed handle; earlier calls are not in the journal.
 struct Reader {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.openHandle());
     Read get(std::uint32_t size, std::uint32_t timeout = 5000) { return read(*handle, size, timeout); }
@@ -189,7 +189,7 @@ TEST_CASE("a read of a device whose removal is not reported yet yields no device
 }
 
 TEST_CASE("a read without a claim is an error and makes no transfer") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     const auto handle = bench.handle();

@@ -1,5 +1,5 @@
 // The handle of the whole device: resets, re-enumeration, string indices.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "support/SimulatedClock.h"
 
 #include <cerrno>
@@ -13,7 +13,7 @@ namespace {
 using Journal = std::vector<std::string>;
 
 struct Resetter {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.openHandle());
     std::shared_ptr<IOUSBDeviceInterface> device = get();
@@ -59,7 +59,7 @@ TEST_CASE("a reset of a device that returns as another one yields not found") {
 
 TEST_CASE("a re-enumeration in place is reported as a departure and an arrival with a new token") {
     Resetter resetter;
-    Bench& bench = resetter.bench;
+    MockMachine& bench = resetter.bench;
     const ServiceToken before = bench.token();
     CHECK(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     CHECK(bench.eventList() == "arrived 1-2"); // no event before the main queue runs
@@ -71,7 +71,7 @@ TEST_CASE("a re-enumeration in place is reported as a departure and an arrival w
 
 TEST_CASE("after a re-enumeration in place the old handles yield no device and a new one works") {
     Resetter resetter;
-    Bench& bench = resetter.bench;
+    MockMachine& bench = resetter.bench;
     REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     CHECK(resetter.device->USBDeviceClose() == kIOReturnNoDevice);
     CHECK(resetter.handle->USBInterfaceOpenSeize() == kIOReturnNoDevice);
@@ -84,7 +84,7 @@ TEST_CASE("after a re-enumeration in place the old handles yield no device and a
 
 TEST_CASE("after a re-enumeration the kernel's driver is attached again a second after the new handle's end") {
     SimulatedClock clock;
-    Bench bench{&clock};
+    MockMachine bench{&clock};
     MockPrinter& printer = bench.plug();
     printer.bindKernelDriver("usblp");
     bench.start();
@@ -135,7 +135,7 @@ TEST_CASE("an open interface remains open when the system refuses a re-enumerati
 
 TEST_CASE("a device detached after a re-enumeration in place is reported as its new service") {
     Resetter resetter;
-    Bench& bench = resetter.bench;
+    MockMachine& bench = resetter.bench;
     REQUIRE(resetter.device->USBDeviceReEnumerate(0) == kIOReturnSuccess);
     REQUIRE(bench.until([&] { return bench.events.size() == 4; }));
     bench.unplug();
@@ -145,7 +145,7 @@ TEST_CASE("a device detached after a re-enumeration in place is reported as its 
 
 TEST_CASE("every call on a device handle of a detached device yields no device") {
     Resetter resetter;
-    Bench& bench = resetter.bench;
+    MockMachine& bench = resetter.bench;
     bench.unplug();
     REQUIRE(bench.until([&] { return bench.events.size() == 3; }));
     std::uint8_t index = 0;

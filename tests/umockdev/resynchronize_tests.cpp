@@ -1,5 +1,5 @@
 // Resynchronizing a pipe after a late, missing or malformed reply.
-#include "Bench.h"
+#include "MockMachine.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,7 +11,7 @@ namespace {
 using Journal = std::vector<std::string>;
 
 struct Slipped {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.openHandle());
 

@@ -1,5 +1,5 @@
 // Arrivals without udevd: the bus is scanned after kernel events or at intervals.
-#include "Bench.h"
+#include "MockMachine.h"
 #include "support/SimulatedClock.h"
 
 #include <dirent.h>
@@ -13,7 +13,7 @@ namespace {
 struct Bare {
     TemporaryFolder run;
     SimulatedClock clock;
-    Bench bench;
+    MockMachine bench;
 
     explicit Bare(bool takesKernelReports = true) : bench(&clock, options(takesKernelReports)) {}
     LibusbBusOptions options(bool takesKernelReports) const {
@@ -33,7 +33,7 @@ constexpr bool kRefused = false;
 } // namespace
 
 TEST_CASE("with udevd arrivals are reported by udevd") {
-    Bench bench;
+    MockMachine bench;
     if (!bench.hasUdevd()) return;
     CHECK(bench.bus.seesArrivals() == ArrivalSight::no);
     bench.start();

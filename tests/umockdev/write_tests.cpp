@@ -1,5 +1,5 @@
 // Bulk writes: pieces under one deadline.
-#include "Bench.h"
+#include "MockMachine.h"
 
 #include <cerrno>
 #include <linux/usbdevice_fs.h>
@@ -14,7 +14,7 @@ using Journal = std::vector<std::string>;
 constexpr std::uint32_t kPiece = 256 * 1024;
 
 struct Writer {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     std::shared_ptr<IOUSBInterfaceInterface> handle = (bench.start(), bench.openHandle());
 
@@ -126,7 +126,7 @@ TEST_CASE("a write during which the device is detached yields no device, whichev
 }
 
 TEST_CASE("a write without a claim is an error and makes no transfer") {
-    Bench bench;
+    MockMachine bench;
     MockPrinter& printer = bench.plug();
     bench.start();
     CHECK(bench.handle()->WritePipeTO(kPipeOut, "frame", 5, 100, 100) == kIOReturnError);

@@ -24,12 +24,12 @@ inline Update onlyUpdate(Stage& stage) {
     return updates.begin()->second;
 }
 
-inline void agreeAndConfirm(Stage& stage, const QString& offered) {
+inline void agreeAndConfirm(Stage& stage, const QString& available) {
     stage.waitForAlert("Attention:");
     stage.click("I Agree");
     stage.answer("Continue");
     stage.waitForAlert(kConfirmTitle);
-    stage.answer("Update Firmware to " + offered);
+    stage.answer("Update Firmware to " + available);
 }
 
 // What the printers received of the update, in order: written commands, and each time a printer was detached and

@@ -5,7 +5,7 @@
 #include "usb/libusb/Attachment.h"
 #include "usb/libusb/InterfaceDescriptors.h"
 #include "usb/libusb/LibusbContext.h"
-#include "usb/libusb/MainPort.h"
+#include "usb/libusb/MainQueuePoster.h"
 
 #include <cstdint>
 #include <deque>
@@ -32,7 +32,7 @@ struct BusEvent {
 /// Outlives the bus inside the libusb session, because a hot-plug callback may run at any time until the session ends.
 class BusInbox {
   public:
-    explicit BusInbox(std::shared_ptr<MainPort> port) : _port(std::move(port)) {}
+    explicit BusInbox(std::shared_ptr<MainQueuePoster> port) : _port(std::move(port)) {}
     /// What runs on main whenever events wait. Before the first event.
     void setReader(Block reader) { _reader = std::move(reader); }
     /// Any thread; the reader runs on the main queue afterwards. Dropped once the port is closed.
@@ -43,7 +43,7 @@ class BusInbox {
     void clear();
 
   private:
-    const std::shared_ptr<MainPort> _port;
+    const std::shared_ptr<MainQueuePoster> _port;
     Block _reader;
     std::mutex _mutex;
     std::deque<BusEvent> _events;

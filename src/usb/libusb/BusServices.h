@@ -4,7 +4,7 @@
 #include "platform/dispatch/Clock.h"
 #include "platform/usb/PrinterReservations.h"
 #include "usb/libusb/LibusbBus.h"
-#include "usb/libusb/MainPort.h"
+#include "usb/libusb/MainQueuePoster.h"
 #include "usb/libusb/NodeWatcher.h"
 
 #include <cstdint>
@@ -42,7 +42,7 @@ class KeptLocations {
 };
 
 struct BusServices {
-    std::shared_ptr<MainPort> port;
+    std::shared_ptr<MainQueuePoster> port;
     std::shared_ptr<NodeWatcher> nodeWatcher;
     LibusbBusOptions options;
     KeptLocations kept;

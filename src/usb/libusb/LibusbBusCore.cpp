@@ -17,7 +17,7 @@
 #include "usb/libusb/InterfaceDescriptors.h"
 #include "usb/libusb/LibusbBus.h"
 #include "usb/libusb/LibusbService.h"
-#include "usb/libusb/MainPort.h"
+#include "usb/libusb/MainQueuePoster.h"
 #include "usb/libusb/NodeWatcher.h"
 #include "usb/libusb/ScanSource.h"
 
@@ -40,7 +40,7 @@ bool mayBeOpened(const std::string& nodePath) {
     return ::access(nodePath.c_str(), R_OK | W_OK) == 0 || errno != EACCES;
 }
 
-std::shared_ptr<BusServices> makeServices(std::shared_ptr<MainPort> port, const LibusbBusOptions& options) {
+std::shared_ptr<BusServices> makeServices(std::shared_ptr<MainQueuePoster> port, const LibusbBusOptions& options) {
     auto services = std::make_shared<BusServices>();
     services->port = std::move(port);
     services->nodeWatcher = std::make_shared<NodeWatcher>();
@@ -51,7 +51,7 @@ std::shared_ptr<BusServices> makeServices(std::shared_ptr<MainPort> port, const 
 } // namespace
 
 LibusbBus::Core::Core(MainQueue& mainQueue, Clock& clock, ServiceRegistry& registry, const LibusbBusOptions& options)
-    : _registry(registry), _port(std::make_shared<MainPort>(mainQueue, clock)), _services(makeServices(_port, options)),
+    : _registry(registry), _port(std::make_shared<MainQueuePoster>(mainQueue, clock)), _services(makeServices(_port, options)),
       _inbox(std::make_shared<BusInbox>(_port)), _prepared(clock.makeEvent()) {}
 
 // ---- start and stop -------------------------------------------------------------------------------------------------

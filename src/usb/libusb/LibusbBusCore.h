@@ -13,7 +13,7 @@
 #include "usb/libusb/BusServices.h"
 #include "usb/libusb/DeviceSource.h"
 #include "usb/libusb/LibusbBus.h"
-#include "usb/libusb/MainPort.h"
+#include "usb/libusb/MainQueuePoster.h"
 
 #include <cstdint>
 #include <map>
@@ -72,7 +72,7 @@ class LibusbBus::Core : public std::enable_shared_from_this<Core> {
     std::shared_ptr<Entry> entryOf(const std::shared_ptr<Attachment>& attachment) const;
 
     ServiceRegistry& _registry;
-    const std::shared_ptr<MainPort> _port;
+    const std::shared_ptr<MainQueuePoster> _port;
     const std::shared_ptr<BusServices> _services;
     const std::shared_ptr<BusInbox> _inbox;
     const std::shared_ptr<ClockEvent> _prepared; // signalled after each preparation

@@ -39,7 +39,7 @@ struct Shelf {
         REQUIRE(all.size() == 1);
         return all.front();
     }
-    FirmwareOffer::State offered() { return archive.offer(product, kKey).state; }
+    AvailableFirmware::State available() { return archive.available(product, kKey).state; }
     std::string place() const { return folder.path.string(); }
 
     const TemporaryFolder folder;
@@ -54,10 +54,10 @@ struct Shelf {
 TEST_CASE("a complete and valid archive has no problem, and its version is ready") {
     Shelf shelf;
     CHECK(shelf.problems().empty());
-    const FirmwareOffer offer = shelf.archive.offer(shelf.product, kKey);
-    CHECK(offer.isReady());
-    CHECK(offerText(offer) == "VK14 01.61");
-    CHECK(nameOfOfferState(offer.state) == std::string("ready"));
+    const AvailableFirmware available = shelf.archive.available(shelf.product, kKey);
+    CHECK(available.isReady());
+    CHECK(availableText(available) == "VK14 01.61");
+    CHECK(nameOfAvailability(available.state) == std::string("ready"));
 }
 
 TEST_CASE("a missing table is reported with its folder and the commands that fix it") {
@@ -69,7 +69,7 @@ TEST_CASE("a missing table is reported with its folder and the commands that fix
     CHECK(messageOf(problem) == "VK14_300_0161.cwd is missing in " + shelf.place());
     CHECK(remedyOf(problem) == "Copy it from the vendor's download into " + shelf.place() +
                                    ", then run: zulctl archive verify " + shelf.place());
-    CHECK(shelf.offered() == FirmwareOffer::State::ready); // the firmware file itself is present
+    CHECK(shelf.available() == AvailableFirmware::State::ready); // the firmware file itself is present
 }
 
 TEST_CASE("the remedy for a missing file without a digest names the command that creates digests") {
@@ -84,8 +84,8 @@ TEST_CASE("without its firmware file a version cannot be installed") {
     Shelf shelf;
     std::filesystem::remove(shelf.folder / kFirmware);
     CHECK(shelf.onlyProblem().kind == Kind::fileMissing);
-    CHECK(shelf.offered() == FirmwareOffer::State::missing);
-    CHECK(offerText(shelf.archive.offer(shelf.product, kKey)) == "VK14 01.61, file missing");
+    CHECK(shelf.available() == AvailableFirmware::State::missing);
+    CHECK(availableText(shelf.archive.available(shelf.product, kKey)) == "VK14 01.61, file missing");
 }
 
 TEST_CASE("every damaged file is reported, not only the first") {
@@ -98,8 +98,8 @@ TEST_CASE("every damaged file is reported, not only the first") {
     CHECK(messageOf(problems[0]) == "VK14 01.61.fw in " + shelf.place() + " is damaged: it does not match its digest");
     CHECK(problems[1].kind == Kind::fileDiffers);
     CHECK(problems[1].path == shelf.folder / kTable600);
-    CHECK(shelf.offered() == FirmwareOffer::State::damaged);
-    CHECK(offerText(shelf.archive.offer(shelf.product, kKey)) == "VK14 01.61, file damaged");
+    CHECK(shelf.available() == AvailableFirmware::State::damaged);
+    CHECK(availableText(shelf.archive.available(shelf.product, kKey)) == "VK14 01.61, file damaged");
 }
 
 TEST_CASE("a firmware file that matches its digest but is not S-record text cannot be installed") {
@@ -107,7 +107,7 @@ TEST_CASE("a firmware file that matches its digest but is not S-record text cann
     shelf.folder.write(kFirmware, "not an image");
     shelf.supplyDigests({kFirmware, kTable300, kTable600});
     CHECK(shelf.onlyProblem().kind == Kind::firmwareNotSRecords);
-    CHECK(shelf.offered() == FirmwareOffer::State::damaged);
+    CHECK(shelf.available() == AvailableFirmware::State::damaged);
 }
 
 TEST_CASE("a file without a digest is a separate problem") {
@@ -117,8 +117,8 @@ TEST_CASE("a file without a digest is a separate problem") {
     CHECK(problem.kind == Kind::fileWithoutDigest);
     CHECK(messageOf(problem) == "VK14 01.61.fw in " + shelf.place() + " has no digest and cannot be verified");
     CHECK(remedyOf(problem).ends_with(" zulctl archive digest " + shelf.place()));
-    CHECK(shelf.offered() == FirmwareOffer::State::noDigest);
-    CHECK(nameOfOfferState(shelf.offered()) == std::string("no digest"));
+    CHECK(shelf.available() == AvailableFirmware::State::noDigest);
+    CHECK(nameOfAvailability(shelf.available()) == std::string("no digest"));
 }
 
 TEST_CASE("a digest file that is missing, damaged or not a file is one problem, in addition to missing files") {
@@ -131,7 +131,7 @@ TEST_CASE("a digest file that is missing, damaged or not a file is one problem, 
     CHECK(messageOf(problems[0]) ==
           "digests.json is missing in " + shelf.place() + ": the firmware files cannot be verified");
     CHECK(problems[1].kind == Kind::fileMissing);
-    CHECK(shelf.offered() == FirmwareOffer::State::noDigest);
+    CHECK(shelf.available() == AvailableFirmware::State::noDigest);
 
     shelf.folder.write(kTable600, "table 600");
     shelf.folder.write(kDigestFileName, "{ no json");
@@ -154,7 +154,7 @@ TEST_CASE("a folder or a pipe in place of a file is a problem and does not block
         const ArchiveProblem problem = shelf.onlyProblem();
         CHECK(problem.kind == Kind::fileNotRegular);
         CHECK(messageOf(problem) == "VK14 01.61.fw in " + shelf.place() + " is not a file");
-        CHECK(shelf.offered() == FirmwareOffer::State::unreadable);
+        CHECK(shelf.available() == AvailableFirmware::State::unreadable);
     }
 }
 
@@ -166,7 +166,7 @@ TEST_CASE("a file that cannot be read is reported with the command that makes it
     CHECK(messageOf(problems[1]) == "VK14_300_0161.cwd in " + shelf.place() + " cannot be read");
     CHECK(remedyOf(problems[1]).ends_with("chmod a+r " + shelf.place() + "/VK14_300_0161.cwd"));
     CHECK(remedyOf(problems[0]).ends_with("chmod a+r '" + shelf.place() + "/VK14 01.61.fw'"));
-    CHECK(offerText(shelf.archive.offer(shelf.product, kKey)) == "VK14 01.61, file cannot be read");
+    CHECK(availableText(shelf.archive.available(shelf.product, kKey)) == "VK14 01.61, file cannot be read");
 }
 
 TEST_CASE("a missing archive folder is the only problem, and its name is reported") {
@@ -187,7 +187,7 @@ TEST_CASE("without any folder no version is available, and the working directory
     const auto problems = archive.problems(productWithID(kProductVK14), kKey);
     REQUIRE(problems.size() == 1);
     CHECK(messageOf(problems[0]) == "There is no folder with firmware files");
-    CHECK(archive.offer(*productWithID(kProductVK14), kKey).state == FirmwareOffer::State::missing);
+    CHECK(archive.available(*productWithID(kProductVK14), kKey).state == AvailableFirmware::State::missing);
 }
 
 TEST_CASE("the remedy for the installed archive is to reinstall the program") {

@@ -77,7 +77,7 @@ TEST_CASE("a row is verified in order, and every file is opened once, however of
         CHECK(shelf.verified() == kImage);
         CHECK(shelf.forReading(kTable600) == "table 600");
         CHECK(shelf.archive.problems(&shelf.product, kKey).empty());
-        CHECK(shelf.archive.offer(shelf.product, kKey).isReady());
+        CHECK(shelf.archive.available(shelf.product, kKey).isReady());
     }
     CHECK(shelf.reader->opened() ==
           std::map<std::string, int>{{kFirmware, 1}, {kTable300, 1}, {kTable600, 1}, {kDigestFileName, 1}});

@@ -1,11 +1,11 @@
 // The alert routine and the waits, without a whole update.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 using namespace zul;
 using namespace zul::test;
 
 TEST_CASE("an alert with neither title nor message is not shown and calls no completion") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     int answers = 0;
     bench.printer->showCustomAlertWithTitle({.messageText = "", .completion = [&](int) { ++answers; }});
@@ -16,7 +16,7 @@ TEST_CASE("an alert with neither title nor message is not shown and calls no com
 }
 
 TEST_CASE("a missing title becomes Alert, and missing buttons one OK") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->showAlertWithTitle(std::nullopt, std::nullopt, std::nullopt, {});
     bench.printer->showCustomAlertWithTitle({.informativeText = "m"});
     bench.settle();
@@ -32,7 +32,7 @@ TEST_CASE("a missing title becomes Alert, and missing buttons one OK") {
 }
 
 TEST_CASE("an alert is posted, not shown synchronously") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->showAlertWithTitle("t", "m", std::vector<std::string>{"A", "B"}, {});
     CHECK(bench.alerts.shown.empty());
     bench.settle();
@@ -41,7 +41,7 @@ TEST_CASE("an alert is posted, not shown synchronously") {
 }
 
 TEST_CASE("the older form of the alert shows the same") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->old_showAlertWithTitle(std::nullopt, "m", std::nullopt, {});
     bench.settle();
     REQUIRE(bench.alerts.shown.size() == 1);
@@ -50,7 +50,7 @@ TEST_CASE("the older form of the alert shows the same") {
 }
 
 TEST_CASE("the agreement box is 72 by 18, off, and only a box can change the agreement") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->ShowRZ7Warning();
     bench.settle();
     REQUIRE(bench.alerts.shown.size() == 1);
@@ -82,7 +82,7 @@ TEST_CASE("a tick in an earlier agreement of the printer does not enable the nex
             isContinueEnabled = std::move(isEnabled);
         }
     };
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->ShowRZ7Warning();
     bench.printer->ShowRZ7Warning();
     bench.settle();
@@ -100,7 +100,7 @@ TEST_CASE("a tick in an earlier agreement of the printer does not enable the nex
 }
 
 TEST_CASE("Continue without the tick does not continue") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->ShowRZ7Warning();
     bench.settle();
     bench.alerts.shown[0].completion(kAlertSecondButton);
@@ -117,7 +117,7 @@ TEST_CASE("a power cycle is requested only while the device does not yet report 
     };
     for (const Row& row :
          {Row{"1", true, false}, Row{"0", false, false}, Row{"1", false, true}, Row{"0", true, true}}) {
-        Bench bench;
+        PrinterBench bench;
         bench.inlinePrinter(0x8B01)->deviceInfoDict()->set(HOLVEN_ZUL_USB_ISerialisSet, std::string(row.setting));
         bench.printer->setSerialNumberUSB(row.hasSerial ? std::optional<std::string>("S") : std::nullopt);
         bench.defaults.setBool(HOLVEN_ZUL_USB_SuppressPowerCycleAlert, true); // never suppresses it
@@ -128,7 +128,7 @@ TEST_CASE("a power cycle is requested only while the device does not yet report 
 }
 
 TEST_CASE("the power-cycle alert remembers a suppression if its box were ever shown") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(0x8B01)->setSerialNumberUSB("S");
     bench.printer->showPowerCycleAlert();
     bench.settle();
@@ -143,7 +143,7 @@ TEST_CASE("the power-cycle alert remembers a suppression if its box were ever sh
 }
 
 TEST_CASE("a wait queries every half second and ends when the texts are equal") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.reply("00001\r");
     bench.reply("00900\r");
@@ -155,7 +155,7 @@ TEST_CASE("a wait queries every half second and ends when the texts are equal") 
 }
 
 TEST_CASE("a wait continues after refused opens and missing replies") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setFault(1, kIOReturnExclusiveAccess);
     bench.handle->enqueueRead({}, kIOUSBTransactionTimeout);
@@ -166,7 +166,7 @@ TEST_CASE("a wait continues after refused opens and missing replies") {
 }
 
 TEST_CASE("the progress value is saved for the successor if requested") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setFirmwareUpdateStatus(2);
     bench.settle();
     const auto saved = TBUSBPrinter::deviceInfoForKey(bench.printer->keyUSBdevice());
@@ -176,7 +176,7 @@ TEST_CASE("the progress value is saved for the successor if requested") {
 }
 
 TEST_CASE("the text in place of the status is announced and shown") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setOverridePrinterStatus("Writing firmware ...");
     bench.settle();
     CHECK(bench.printer->printerStatus() == "Writing firmware ...");

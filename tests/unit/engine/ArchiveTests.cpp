@@ -1,5 +1,5 @@
 // The archive: files, digests, versions.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include "archive/FirmwareDigests.h"
 #include "archive/ProductTable.h"
@@ -10,7 +10,7 @@ using namespace zul::test;
 namespace {
 
 // Fills the archive with small files of the product and their digests.
-void fill(Bench& bench, std::uint16_t product, const std::string& image = "S00600004844521B\n") {
+void fill(PrinterBench& bench, std::uint16_t product, const std::string& image = "S00600004844521B\n") {
     FirmwareDigests digests;
     for (const std::string_view name : productWithID(product)->files) {
         const std::string contents = name.ends_with(".fw") ? image : "table " + std::string(name);
@@ -27,13 +27,13 @@ TEST_CASE("every model has its picture") {
                                                            {5, "ZUL_RZ_Series"},   {8, "ZUL_VK_Series"},
                                                            {0x8B01, "V26A_LSide"}, {0x9001, "VK28"}};
     for (const auto& [id, picture] : pictures) {
-        Bench bench;
+        PrinterBench bench;
         CHECK(bench.inlinePrinter(id)->image() == picture);
     }
 }
 
 TEST_CASE("a digest is the keyed hash of the contents with the class name, followed by two zeros") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     // Created with: printf hello | openssl dgst -sha256 -hmac TBUSBPrinterZUL
     const auto digest = bench.printer->verifyBlob(dataFromText("hello"));
@@ -51,13 +51,13 @@ TEST_CASE("another product's class name yields other digests") {
         using TBUSBPrinterZUL::TBUSBPrinterZUL;
         std::string className() const override { return "Other"; }
     };
-    Bench bench;
+    PrinterBench bench;
     const auto other = std::make_shared<Other>(bench.environment);
     CHECK(other->verifyBlob(dataFromText("hello")) != TBUSBPrinterZUL::digestOfBlob(dataFromText("hello")));
 }
 
 TEST_CASE("a whole archive is verified file by file, and the list, digests and results are stored") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     bench.inlinePrinter();
     CHECK(bench.printer->verifyFirmwareArchive());
@@ -71,7 +71,7 @@ TEST_CASE("a whole archive is verified file by file, and the list, digests and r
 }
 
 TEST_CASE("a product without a row verifies no file and stores no result") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(6);
     CHECK(bench.printer->verifyFirmwareArchive() == false);
     CHECK(bench.printer->deviceInfoDict()->contains("firmwareFilenames") == false);
@@ -80,7 +80,7 @@ TEST_CASE("a product without a row verifies no file and stores no result") {
 }
 
 TEST_CASE("a mismatch of the fifth of nine files stops there with four good results") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 0x9001);
     bench.archive.write("VK28_PP_600_0101.cwd", "damaged");
     bench.inlinePrinter(0x9001);
@@ -94,20 +94,20 @@ TEST_CASE("a mismatch of the fifth of nine files stops there with four good resu
 }
 
 TEST_CASE("an empty file never matches, whatever the digest file says") {
-    Bench bench;
+    PrinterBench bench;
     bench.archive.write("VK14 01.61.fw", "");
     bench.archive.write("digests.json", R"({"VK14 01.61.fw": ""})");
     CHECK(bench.inlinePrinter()->verifyFirmwareArchive() == false);
 }
 
 TEST_CASE("an archive without any file is not verified, and its list of digests is empty") {
-    Bench bench;
+    PrinterBench bench;
     CHECK(bench.inlinePrinter()->verifyFirmwareArchive() == false);
     CHECK(bench.printer->deviceInfoDict()->strings("firmwareFileHash") == std::vector<std::string>{});
 }
 
 TEST_CASE("no file of an archive with a damaged digest file matches") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     bench.archive.write("digests.json", "{ no json");
     CHECK(bench.inlinePrinter()->verifyFirmwareArchive() == false);
@@ -115,7 +115,7 @@ TEST_CASE("no file of an archive with a damaged digest file matches") {
 }
 
 TEST_CASE("without its firmware file an archive verifies by its tables, and there is no image") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     std::filesystem::remove(bench.archive / "VK14 01.61.fw");
     CHECK(bench.inlinePrinter()->verifyFirmwareArchive());
@@ -123,7 +123,7 @@ TEST_CASE("without its firmware file an archive verifies by its tables, and ther
 }
 
 TEST_CASE("the image is padded, and one that is not S-record text is only logged") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     bench.inlinePrinter();
     CHECK(bench.printer->firmwareBlob() == nullptr); // no list yet: it does not verify by itself
@@ -138,7 +138,7 @@ TEST_CASE("the image is padded, and one that is not S-record text is only logged
 }
 
 TEST_CASE("the image is the verified one, even if its file has changed since") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     bench.inlinePrinter();
     REQUIRE(bench.printer->verifyFirmwareArchive());
@@ -153,7 +153,7 @@ TEST_CASE("the image is the verified one, even if its file has changed since") {
 }
 
 TEST_CASE("each check writes its log lines and results, also for files that are already known") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     bench.inlinePrinter();
     CHECK(bench.printer->verifyFirmwareArchive());
@@ -165,20 +165,20 @@ TEST_CASE("each check writes its log lines and results, also for files that are 
 }
 
 TEST_CASE("a printer reports the available version and the problems of its archive") {
-    Bench bench;
+    PrinterBench bench;
     fill(bench, 3);
     bench.archive.write("VK14_300_0161.cwd", "damaged");
     bench.inlinePrinter();
-    CHECK(bench.printer->firmwareOffer()->isReady());
+    CHECK(bench.printer->availableFirmware()->isReady());
     CHECK(bench.printer->archiveProblems().size() == 1);
-    Bench other;
+    PrinterBench other;
     other.inlinePrinter(6);
-    CHECK_FALSE(other.printer->firmwareOffer().has_value());
+    CHECK_FALSE(other.printer->availableFirmware().has_value());
     CHECK(other.printer->archiveProblems().front().kind == ArchiveProblem::Kind::noFilesForModel);
 }
 
 TEST_CASE("versions are read from the last word of a name") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(8);
     CHECK(bench.printer->newFirmwareVersion() == "VK18DUP 1.40PRN");
     CHECK(bench.printer->availableFirmwareVersion() == doctest::Approx(1.40));
@@ -190,7 +190,7 @@ TEST_CASE("versions are read from the last word of a name") {
 }
 
 TEST_CASE("the list is stored at once on the main queue, with a notice") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
     bench.printer->addObserver(notices, "newFirmwareVersion", nullptr);
@@ -200,7 +200,7 @@ TEST_CASE("the list is stored at once on the main queue, with a notice") {
 }
 
 TEST_CASE("on a printer's queue the list is stored at once and announced from the main queue") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     auto notices = std::make_shared<Notices>();
     bench.printer->addObserver(notices, "newFirmwareVersion", nullptr);
@@ -215,7 +215,7 @@ TEST_CASE("on a printer's queue the list is stored at once and announced from th
 }
 
 TEST_CASE("a list of two names has no tables, and from a longer one the first is removed") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setFilenames({"a.fw", "b.cwd"});
     CHECK(bench.printer->colorTableNames().empty());
     bench.printer->setFilenames({"a.fw", "b.cwd", "c.cwd"});
@@ -223,7 +223,7 @@ TEST_CASE("a list of two names has no tables, and from a longer one the first is
 }
 
 TEST_CASE("a table is read unchanged, and its log line shows its name") {
-    Bench bench;
+    PrinterBench bench;
     bench.archive.write("x.cwd", "12345");
     bench.inlinePrinter();
     CHECK(*bench.printer->paddedColorDataForVersion("x.cwd") == dataFromText("12345"));
@@ -233,7 +233,7 @@ TEST_CASE("a table is read unchanged, and its log line shows its name") {
 }
 
 TEST_CASE("a stored value can be read as a padded blob") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->deviceInfoDict()->set("k", std::string("hello"));
     CHECK(bench.printer->firmwareBlobForKey("k")->size() == 8);
     CHECK(bench.printer->firmwareBlobForKey("none") == std::nullopt);

@@ -1,5 +1,5 @@
 // Frames out and replies in.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include "protocol/CommandFrame.h"
 
@@ -145,7 +145,7 @@ TEST_CASE("a part that does not fit into a frame goes to the error sink, and the
         }
         std::vector<std::string> errors;
     };
-    Bench bench;
+    PrinterBench bench;
     bench.handle->product = 3;
     bench.handle->answerByDefault();
     const auto printer = std::make_shared<Listener>(bench.environment);
@@ -166,7 +166,7 @@ TEST_CASE("a payload whose size takes nine digits is not announced with eight of
 }
 
 TEST_CASE("a reserved number is sent as an empty command and reported to no observer") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter()->sendPrinterCommand(3, nullptr);
     REQUIRE(bench.frames().size() == 1);
     CHECK(textOf(bench.frames()[0]) == "\x1BP" + std::string(30, ' '));
@@ -174,7 +174,7 @@ TEST_CASE("a reserved number is sent as an empty command and reported to no obse
 }
 
 TEST_CASE("a command is one write of the whole frame with both time-outs at five seconds") {
-    Bench bench;
+    PrinterBench bench;
     const Data image(100000, 'S');
     bench.openPrinter()->sendPrinterCommand(41, &image);
     const Journal journal = bench.handle->journal();
@@ -189,7 +189,7 @@ TEST_CASE("a command is one write of the whole frame with both time-outs at five
 }
 
 TEST_CASE("a write that fails is logged with its code and name, and not repeated") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.handle->setAnswer("WritePipeTO", kIOUSBPipeStalled);
     bench.printer->sendPrinterCommand(0, nullptr);
@@ -199,7 +199,7 @@ TEST_CASE("a write that fails is logged with its code and name, and not repeated
 }
 
 TEST_CASE("a reply is two reads, of eight bytes and of what they announce, cut at the carriage return") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.reply("VK14 01.60\rrest");
     const auto reply = bench.printer->printerReply();
@@ -216,7 +216,7 @@ TEST_CASE("a reply is two reads, of eight bytes and of what they announce, cut a
 }
 
 TEST_CASE("a reply without a carriage return keeps the buffer's length and ends with NUL after its bytes") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.reply("VK14");
     auto reply = bench.printer->printerReply();
@@ -231,7 +231,7 @@ TEST_CASE("a reply without a carriage return keeps the buffer's length and ends 
 }
 
 TEST_CASE("a reply of length 0 is a buffer whose first byte is NUL, without a second read") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.handle->enqueueRead(dataFromText("00000000"));
     const auto reply = bench.printer->printerReply();
@@ -242,7 +242,7 @@ TEST_CASE("a reply of length 0 is a buffer whose first byte is NUL, without a se
 }
 
 TEST_CASE("4096 announced bytes are read and 4097 are not") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.reply(std::string(4095, 'x') + '\r');
     CHECK(bench.printer->printerReply());
@@ -255,7 +255,7 @@ TEST_CASE("4096 announced bytes are read and 4097 are not") {
 }
 
 TEST_CASE("a failed read is logged and yields no reply, for the header and for the body") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.handle->enqueueRead({}, kIOUSBTransactionTimeout);
     CHECK(bench.printer->printerReply() == std::nullopt);

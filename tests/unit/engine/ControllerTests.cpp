@@ -1,5 +1,5 @@
 // The controller: start, discovery, list, table, end.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 using namespace zul;
 using namespace zul::test;
@@ -45,7 +45,7 @@ class Window final : public WindowOutlet {
     void setTitle(const std::string& title) override { titles.push_back(title); }
 };
 
-struct Shell : Bench {
+struct Shell : PrinterBench {
     Shell() {
         outlets.tableview = &table;
         outlets.window = &window;

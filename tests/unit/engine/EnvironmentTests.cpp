@@ -1,5 +1,5 @@
 // The environment of a run: what it keeps, and which one the operations of a class use.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include <optional>
 
@@ -7,7 +7,7 @@ using namespace zul;
 using namespace zul::test;
 
 TEST_CASE("a new run knows nothing of the devices and objects of the run before it") {
-    std::optional<Bench> bench(std::in_place);
+    std::optional<PrinterBench> bench(std::in_place);
     TBUSBPrinter::deviceInfoForKey("one")->set("fact", std::string("x"));
     CHECK(bench->environment.deviceObjects->add("one", 1));
     bench.reset();
@@ -17,7 +17,7 @@ TEST_CASE("a new run knows nothing of the devices and objects of the run before 
 }
 
 TEST_CASE("the operations of a class use the environment that was made last, and the earlier one after its end") {
-    Bench first;
+    PrinterBench first;
     CHECK(&Environment::current() == &first.environment);
     const auto known = TBUSBPrinter::deviceInfoForKey("one");
     {
@@ -36,7 +36,7 @@ TEST_CASE("the operations of a class use the environment that was made last, and
 }
 
 TEST_CASE("printers and the controller share one port, and after the controller's end the next use makes a new one") {
-    Bench bench;
+    PrinterBench bench;
     const auto port = TBPrinters::sharedNotificationPort(bench.environment);
     bench.inlinePrinter();
     CHECK(TBPrinters::sharedNotificationPort(bench.environment) == port);

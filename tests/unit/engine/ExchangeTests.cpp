@@ -1,6 +1,6 @@
 // Missing replies, and replies that cannot belong to their queries: which queries are repeated, which are not, and
 // which reply is used in the end.
-#include "Bench.h"
+#include "PrinterBench.h"
 #include "RecordedEvents.h"
 
 using namespace zul;
@@ -14,7 +14,7 @@ const std::string kUnusable = "does not answer as it should; switch it off and o
 
 using Calls = std::vector<std::string>;
 
-struct Asked : Bench {
+struct Asked : PrinterBench {
     explicit Asked(std::uint16_t product = 3) {
         environment.events = &events;
         handle->product = product;

@@ -1,5 +1,5 @@
 // Another program holds the printer: what keeps the wait for it going, what ends it, and what follows its release.
-#include "Bench.h"
+#include "PrinterBench.h"
 #include "RecordedEvents.h"
 
 using namespace zul;
@@ -9,7 +9,7 @@ namespace {
 
 const std::string kClosedMessage = "kIOMessageServiceWasClosed(e0000110)";
 
-struct Held : Bench {
+struct Held : PrinterBench {
     Held() {
         environment.events = &events;
         printerWithQueue();
@@ -38,7 +38,7 @@ struct Held : Bench {
 } // namespace
 
 TEST_CASE("a refused open reports the process that holds the printer, and other opens report none") {
-    Bench bench;
+    PrinterBench bench;
     RecordedEvents events;
     bench.environment.events = &events;
     bench.handle->interfaceHolder = {.kind = InterfaceHolder::Kind::process, .program = "cupsd", .pid = 42};
@@ -96,7 +96,7 @@ TEST_CASE("a hint during an open is handled after that open was refused") {
 }
 
 TEST_CASE("a close requested before another program claimed the printer does not end the wait for it") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     std::optional<IOReturn> closed;
     bench.printer->performInlineOnCommandQueue([&] {
@@ -170,7 +170,7 @@ TEST_CASE("any successful open ends the wait") {
 }
 
 TEST_CASE("an update that found its printer held continues after any successful open, and only once") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->locationID = 0x01100000;
     TBUSBPrinter::deviceInfoForKey("2A71000301100000")->set(HOLVEN_TBPrinterDeviceFirmwareStatus, std::int64_t{3});
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -192,7 +192,7 @@ TEST_CASE("an update that found its printer held continues after any successful 
 }
 
 TEST_CASE("a printer without a queue is waited for, too") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     bench.printer->openInterface(nullptr);

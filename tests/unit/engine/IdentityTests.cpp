@@ -1,5 +1,5 @@
 // The identity of a printer: device ID, strings, keys, and the store of device info.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include <algorithm>
 
@@ -22,14 +22,14 @@ Decoded decode(const TBUSBPrinter& printer, const std::string& deviceID) {
 }
 
 // Attaches a printer and records its calls.
-void arrive(Bench& bench) {
+void arrive(PrinterBench& bench) {
     bench.handle->answerByDefault();
     bench.printer = std::make_shared<TBUSBPrinterZUL>(bench.environment);
     bench.printer->initWithInterfaceInterface(bench.handle, 7);
 }
 
 // How often the device was asked for the descriptor.
-long timesAsked(const Bench& bench, std::uint16_t value) {
+long timesAsked(const PrinterBench& bench, std::uint16_t value) {
     const Journal journal = bench.handle->journal();
     const RequestMatcher isAsked = getDescriptor(value);
     return std::ranges::count_if(
@@ -39,7 +39,7 @@ long timesAsked(const Bench& bench, std::uint16_t value) {
 } // namespace
 
 TEST_CASE("a device ID with the long keys is decoded, and the USB serial number replaces a missing one") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setSerialNumberUSB("USB1");
     const Decoded decoded = decode(*bench.printer, "MANUFACTURER:Zul Imaging Company;MODEL:VK26;");
     CHECK(decoded.manufacturer == "ZUL");
@@ -49,7 +49,7 @@ TEST_CASE("a device ID with the long keys is decoded, and the USB serial number 
 }
 
 TEST_CASE("a device ID without manufacturer and model decodes to unknown") {
-    Bench bench;
+    PrinterBench bench;
     const Decoded decoded = decode(*bench.inlinePrinter(), "CLS:PRINTER;SERN:9;DES:A printer;");
     CHECK(decoded.manufacturer == "unknown");
     CHECK(decoded.model == "unknown");
@@ -58,7 +58,7 @@ TEST_CASE("a device ID without manufacturer and model decodes to unknown") {
 }
 
 TEST_CASE("keys of a device ID may have any case") {
-    Bench bench;
+    PrinterBench bench;
     const Decoded decoded = decode(*bench.inlinePrinter(), "mfg:hewlett-packard;mdl:X;description:D;");
     CHECK(decoded.manufacturer == "HP");
     CHECK(decoded.model == "X");
@@ -74,7 +74,7 @@ TEST_CASE("known vendor names are shortened and others are unchanged") {
 }
 
 TEST_CASE("the device ID is requested with the printer class's request and 65535 bytes") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->configurationValue = 2;
     bench.handle->interfaceNumber = 1;
     bench.inlinePrinter();
@@ -101,7 +101,7 @@ TEST_CASE("the device ID is requested with the printer class's request and 65535
 }
 
 TEST_CASE("a device ID of length 0 is treated as missing") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->expectControlRequestTO(getDeviceID()).returns(Data{0, 0});
     bool called = false;
@@ -114,7 +114,7 @@ TEST_CASE("a device ID of length 0 is treated as missing") {
 }
 
 TEST_CASE("a device ID that announces more bytes than it has is used as received") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     Data reply = {0x10, 0x00};
     for (const char character : std::string("MDL:X;")) reply.push_back(static_cast<std::uint8_t>(character));
@@ -123,14 +123,14 @@ TEST_CASE("a device ID that announces more bytes than it has is used as received
 }
 
 TEST_CASE("a device ID that is not UTF-8 is treated as missing") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->expectControlRequestTO(getDeviceID()).returns(Data{0, 4, 0xC3, 0x28});
     bench.printer->update1284DeviceID([&](bool found, const auto&) { CHECK(found == false); });
 }
 
 TEST_CASE("the first failed query of the interface ends reading the device ID with its own log line") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("GetConfigurationValue", kIOReturnNoDevice);
     bench.printer->update1284DeviceID({});
@@ -143,7 +143,7 @@ TEST_CASE("the first failed query of the interface ends reading the device ID wi
 }
 
 TEST_CASE("languages are read high byte first, English is preferred, and a smaller sub-language wins") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setDescriptor(0x0300, {10, 3, 0x04, 0x07, 0x10, 0x09, 0x08, 0x09, 0x04, 0x0C});
     bench.inlinePrinter();
     CHECK(bench.printer->langIds() == std::set<std::uint16_t>{0x0407, 0x1009, 0x0809, 0x040C});
@@ -151,7 +151,7 @@ TEST_CASE("languages are read high byte first, English is preferred, and a small
 }
 
 TEST_CASE("a language that the device does not have is not used") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setDescriptor(0x0300, {6, 3, 0x04, 0x07, 0x04, 0x09});
     bench.inlinePrinter()->setLangId(0x1234);
     CHECK(bench.printer->langId() == 0x0409);
@@ -160,7 +160,7 @@ TEST_CASE("a language that the device does not have is not used") {
 }
 
 TEST_CASE("a language table that cannot be read is requested again") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     CHECK(bench.printer->langIds() == std::nullopt);
     bench.handle->setDescriptor(0x0300, {4, 3, 0x04, 0x09});
@@ -168,7 +168,7 @@ TEST_CASE("a language table that cannot be read is requested again") {
 }
 
 TEST_CASE("an unresponsive device gets one descriptor request at its arrival, and another one on demand") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setAnswer("ControlRequestTO", kIOUSBTransactionTimeout);
     arrive(bench);
     CHECK(timesAsked(bench, 0x0300) == 1);
@@ -181,7 +181,7 @@ TEST_CASE("an unresponsive device gets one descriptor request at its arrival, an
 }
 
 TEST_CASE("a device without a language table gets one request for it at its arrival, and its strings are still read") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setString(1, u"ZUL");
     bench.handle->setString(2, u"VK14");
     bench.handle->setString(3, u"000042");
@@ -191,7 +191,7 @@ TEST_CASE("a device without a language table gets one request for it at its arri
 }
 
 TEST_CASE("a string that is not returned ends the string requests of that arrival") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setDescriptor(0x0300, {4, 3, 0x04, 0x09});
     bench.handle->expectControlRequestTO(getDescriptor(0x0300)).returns(Data{4, 3, 0x04, 0x09});
     bench.handle->expectControlRequestTO(getDescriptor(0x0302)).returns(kIOUSBTransactionTimeout);
@@ -202,7 +202,7 @@ TEST_CASE("a string that is not returned ends the string requests of that arriva
 }
 
 TEST_CASE("trailing zeros of a string descriptor are dropped, and one without characters yields no string") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setDescriptor(0x0305, {6, 3, 0x41, 0, 0, 0});
     CHECK(bench.printer->descriptorStringAtIndex(5) == "A");
@@ -213,7 +213,7 @@ TEST_CASE("trailing zeros of a string descriptor are dropped, and one without ch
 }
 
 TEST_CASE("a descriptor of the wrong type is logged, and text after a device qualifier is accepted") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     Data descriptor(20, 0);
     descriptor[0] = 4;
@@ -229,7 +229,7 @@ TEST_CASE("a descriptor of the wrong type is logged, and text after a device qua
 }
 
 TEST_CASE("the USB strings are read product first, then serial number, then vendor, and the vendor is shortened") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setString(1, u"Zul Imaging Company");
     bench.handle->setString(2, u"VK14");
     bench.handle->setString(3, u"000042");
@@ -247,7 +247,7 @@ TEST_CASE("the USB strings are read product first, then serial number, then vend
 }
 
 TEST_CASE("a string index of 0 means no string and causes no request") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->serialNumberStringIndex = 0;
     bench.inlinePrinter();
     CHECK(bench.printer->serialNumberUSB() == std::nullopt);
@@ -255,7 +255,7 @@ TEST_CASE("a string index of 0 means no string and causes no request") {
 }
 
 TEST_CASE("a string index that cannot be read is logged with the name of its call") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBGetProductStringIndex", kIOReturnNoDevice);
     bench.printer->getUSBProductString();
@@ -263,7 +263,7 @@ TEST_CASE("a string index that cannot be read is logged with the name of its cal
 }
 
 TEST_CASE("a printer's key is vendor, product and location in capitals") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->locationID = 0x1410ABCD;
     bench.inlinePrinter(0x8B01);
     CHECK(bench.printer->keyUSBdevice() == "2A718B011410ABCD");
@@ -273,7 +273,7 @@ TEST_CASE("a printer's key is vendor, product and location in capitals") {
 }
 
 TEST_CASE("stored device info is found by its device's key only") {
-    Bench bench;
+    PrinterBench bench;
     const auto info = TBUSBPrinter::deviceInfoForKey("one");
     info->set("fact", std::string("x"));
     CHECK(TBUSBPrinter::deviceInfoForKey("one") == info);
@@ -281,7 +281,7 @@ TEST_CASE("stored device info is found by its device's key only") {
 }
 
 TEST_CASE("an immutable dictionary is not stored") {
-    Bench bench;
+    PrinterBench bench;
     const auto kept = TBUSBPrinter::deviceInfoForKey("one");
     TBUSBPrinter::setDeviceInfo(
         std::make_shared<DeviceInfo>(DeviceInfo::Entries{}, DeviceInfo::Mutability::isImmutable), "one");

@@ -1,5 +1,5 @@
 // The printer object's queues and its interface: open, close, pipes, transfers, ownership.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -10,7 +10,7 @@ using namespace zul;
 using namespace zul::test;
 
 TEST_CASE("before the device ID is decoded there is no queue and everything runs inline") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     CHECK(bench.printer->printerCommandQueue() == nullptr);
     CHECK(bench.printer->isPrinterCommandQueue());
@@ -22,7 +22,7 @@ TEST_CASE("before the device ID is decoded there is no queue and everything runs
 }
 
 TEST_CASE("a printer with a decoded device ID has a queue, labelled with its identity") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue("MFG:Zul Imaging Company;MDL:VK14;SERN:42;");
     REQUIRE(bench.printer->printerCommandQueue());
     CHECK(bench.printer->printerCommandQueue()->label().ends_with("printer.ZUL.VK14.42"));
@@ -33,14 +33,14 @@ TEST_CASE("a printer with a decoded device ID has a queue, labelled with its ide
 }
 
 TEST_CASE("the label falls back to the USB serial number") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setString(3, u"USB7");
     bench.printerWithQueue("MFG:ZUL;MDL:VK14;");
     CHECK(bench.printer->printerCommandQueue()->label().ends_with("printer.ZUL.VK14.USB7"));
 }
 
 TEST_CASE("work for the command queue runs inline there and is queued from other threads") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     std::vector<int> order;
     bench.printer->performInlineOnCommandQueue([&] {
@@ -52,7 +52,7 @@ TEST_CASE("work for the command queue runs inline there and is queued from other
 }
 
 TEST_CASE("without a named queue a reply is delivered on the main queue, or inline on the command queue") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     bool onMain = false;
     bool onQueue = false;
@@ -66,7 +66,7 @@ TEST_CASE("without a named queue a reply is delivered on the main queue, or inli
 }
 
 TEST_CASE("a reply is delivered on the queue that the caller names, or inline if that is the command queue") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     auto others = std::make_shared<SerialQueue>("others", bench.clock);
     int key = 0;
@@ -94,7 +94,7 @@ TEST_CASE("a command without a block ends the program with a message that names 
         if (child == 0) {
             std::signal(SIGABRT, SIG_DFL); // without the test framework's report
             ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-            Bench bench;
+            PrinterBench bench;
             bench.inlinePrinter();
             if (wantsReply) bench.printer->TBUSBPrinter::sendPrinterCommand({}, ReplyQueue::mainQueue(), {});
             if (!wantsReply) bench.printer->sendNoReplyPrinterCommand({});
@@ -109,14 +109,14 @@ TEST_CASE("a command without a block ends the program with a message that names 
 }
 
 TEST_CASE("opening an open printer makes no call to the device") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     CHECK(bench.printer->openInterface() == kIOReturnSuccess);
     CHECK(bench.handle->count("USBInterfaceOpenSeize") == 0);
 }
 
 TEST_CASE("a successful open owns the interface, finds its pipes and is announced") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
     bench.printer->addObserver(notices, KeyValueObservable::kEveryKey, nullptr);
@@ -130,7 +130,7 @@ TEST_CASE("a successful open owns the interface, finds its pipes and is announce
 }
 
 TEST_CASE("after a refused open the printer is opening, owned by another program, and shown so") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     CHECK(bench.printer->openInterface() == kIOReturnExclusiveAccess);
@@ -146,7 +146,7 @@ TEST_CASE("after a refused open the printer is opening, owned by another program
 }
 
 TEST_CASE("after any other failed open the printer remains opening, and the code is returned") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
     CHECK(bench.printer->openInterface() == kIOReturnNotResponding);
@@ -155,7 +155,7 @@ TEST_CASE("after any other failed open the printer remains opening, and the code
 }
 
 TEST_CASE("a successful close is announced") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     IOReturn code = kIOReturnError;
     bench.printer->closeInterface([&](IOReturn result) { code = result; });
@@ -164,7 +164,7 @@ TEST_CASE("a successful close is announced") {
 }
 
 TEST_CASE("closing a printer that is not open still closes its states and returns 0") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     static_cast<void>(bench.printer->openInterface());
@@ -178,7 +178,7 @@ TEST_CASE("closing a printer that is not open still closes its states and return
 }
 
 TEST_CASE("a failed close is logged by name, and the states are closed nevertheless") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.handle->setAnswer("USBInterfaceClose", kIOReturnNoDevice);
     std::optional<IOReturn> result;
@@ -189,7 +189,7 @@ TEST_CASE("a failed close is logged by name, and the states are closed neverthel
 }
 
 TEST_CASE("a close runs after the work that is already queued, even if it is requested on the queue itself") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     std::vector<int> order;
     bench.printer->performInlineOnCommandQueue([&] {
@@ -201,7 +201,7 @@ TEST_CASE("a close runs after the work that is already queued, even if it is req
 }
 
 TEST_CASE("only bulk pipes are used, and a later one of the same direction replaces the earlier") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->endpoints = {{PipeDirection::in, 1, 3, 8, 1},
                                {PipeDirection::out, 2, 2, 512, 0},
                                {PipeDirection::in, 3, 2, 512, 0},
@@ -215,7 +215,7 @@ TEST_CASE("only bulk pipes are used, and a later one of the same direction repla
 }
 
 TEST_CASE("a failure to count the endpoints is logged") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("GetNumEndpoints", kIOReturnNoDevice);
     bench.printer->getPipes();
@@ -223,7 +223,7 @@ TEST_CASE("a failure to count the endpoints is logged") {
 }
 
 TEST_CASE("a short read keeps the requested size, padded with zeros") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.handle->enqueueRead(Data(10, 'x'));
     const auto data = bench.printer->interfaceReadDataOfSize(64);
@@ -234,14 +234,14 @@ TEST_CASE("a short read keeps the requested size, padded with zeros") {
 }
 
 TEST_CASE("a failed read returns no data") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.handle->enqueueRead({}, kIOReturnOverrun);
     CHECK(bench.printer->interfaceReadDataOfSize(8) == std::nullopt);
 }
 
 TEST_CASE("taking the ownership opens, and releasing it closes") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.printer->setIsOwned(1);
     CHECK(bench.printer->ownership() == Ownership::thisProgram);
@@ -252,7 +252,7 @@ TEST_CASE("taking the ownership opens, and releasing it closes") {
 }
 
 TEST_CASE("taking a printer that another program holds closes it and replays the attempt to open") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     static_cast<void>(bench.printer->openInterface());
@@ -263,7 +263,7 @@ TEST_CASE("taking a printer that another program holds closes it and replays the
 }
 
 TEST_CASE("several hints that the other holder has released the printer cause one retry") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     bench.settle();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
@@ -278,7 +278,7 @@ TEST_CASE("several hints that the other holder has released the printer cause on
 }
 
 TEST_CASE("the other holder's close is checked with a silent claim and causes one retry") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     static_cast<void>(bench.printer->openInterface());

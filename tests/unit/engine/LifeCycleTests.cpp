@@ -1,5 +1,5 @@
 // Messages about a printer's service, resets, probe and release.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include "Classes/StatusCodeNames.h"
 
@@ -8,14 +8,14 @@ using namespace zul::test;
 
 namespace {
 
-void send(const Bench& bench, IOMessage message) {
+void send(const PrinterBench& bench, IOMessage message) {
     TBUSBPrinter::usbInterfaceInterestCallback(bench.printer, 7, message, nullptr);
 }
 
 } // namespace
 
 TEST_CASE("taking a service registers for its messages, opens once and closes afterwards") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     CHECK(bench.printer->deviceObject() == 7);
     CHECK(bench.printer->creationToken() == 7);
@@ -28,7 +28,7 @@ TEST_CASE("taking a service registers for its messages, opens once and closes af
 }
 
 TEST_CASE("taking the same service twice is refused with a log line") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     bench.printer->setDeviceObject(7);
     bench.settle();
@@ -37,7 +37,7 @@ TEST_CASE("taking the same service twice is refused with a log line") {
 }
 
 TEST_CASE("a printer that is held at its first open keeps waiting for the holder") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     bench.printerWithQueue();
     CHECK(bench.printer->ownership() == Ownership::otherProgram);
@@ -46,7 +46,7 @@ TEST_CASE("a printer that is held at its first open keeps waiting for the holder
 }
 
 TEST_CASE("a terminated service saves its printer's dictionary, even an empty one") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     REQUIRE(bench.printer->deviceInfoDict()->count() == 0);
     send(bench, kIOMessageServiceIsTerminated);
@@ -55,7 +55,7 @@ TEST_CASE("a terminated service saves its printer's dictionary, even an empty on
 }
 
 TEST_CASE("a holder's close has no effect on a printer without device info") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     send(bench, kIOMessageServiceWasClosed);
     CHECK(bench.printer->status() == std::nullopt);
@@ -63,14 +63,14 @@ TEST_CASE("a holder's close has no effect on a printer without device info") {
 }
 
 TEST_CASE("a holder's close makes the printer available if nothing waits for it") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setPrinterStatus("Idle");
     send(bench, kIOMessageServiceWasClosed);
     CHECK(bench.printer->status() == "USB Available");
 }
 
 TEST_CASE("an attempt to open is shown according to the printer's state") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     send(bench, kIOMessageServiceIsAttemptingOpen);
     CHECK(bench.printer->status() == "USB Busy");
@@ -92,7 +92,7 @@ TEST_CASE("an attempt to open is shown according to the printer's state") {
 }
 
 TEST_CASE("an attempt to open in the probed state closes it without a text") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setState(kTBPrinterProbed);
     send(bench, kIOMessageServiceIsAttemptingOpen);
     CHECK(bench.printer->state() == kTBPrinterClosed);
@@ -100,7 +100,7 @@ TEST_CASE("an attempt to open in the probed state closes it without a text") {
 }
 
 TEST_CASE("any other message shows OK, except a change of the busy state, which shows no text") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     send(bench, kIOMessageServiceBusyStateChange);
     CHECK(bench.printer->status() == std::nullopt);
@@ -110,7 +110,7 @@ TEST_CASE("any other message shows OK, except a change of the busy state, which 
 }
 
 TEST_CASE("during an update no status text changes, but states do") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setPrinterStatus("Idle");
     bench.printer->setInFirmwareUpdate(true);
     bench.printer->setState(kTBPrinterProbed);
@@ -123,7 +123,7 @@ TEST_CASE("during an update no status text changes, but states do") {
 }
 
 TEST_CASE("a soft reset has the recipient interface, or other if requested") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->interfaceNumber = 2;
     bench.inlinePrinter();
     bench.handle->setAnswer("ControlRequestTO", kIOReturnSuccess);
@@ -146,7 +146,7 @@ TEST_CASE("a soft reset has the recipient interface, or other if requested") {
 }
 
 TEST_CASE("a device reset opens the device, resets and closes") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     CHECK(bench.printer->resetUSBDevice() == kIOReturnSuccess);
     CHECK(bench.handle->count("USBDeviceOpen") == 1);
@@ -158,7 +158,7 @@ TEST_CASE("a device reset opens the device, resets and closes") {
 }
 
 TEST_CASE("a missing device handle is reported with the code's name") {
-    Bench bench;
+    PrinterBench bench;
     bench.handle->setAnswer("GetDevice", kIOReturnNotPrivileged);
     bench.inlinePrinter();
     CHECK(bench.printer->deviceInterface() == nullptr);
@@ -167,7 +167,7 @@ TEST_CASE("a missing device handle is reported with the code's name") {
 }
 
 TEST_CASE("a re-enumeration without a device handle fails without a log line") {
-    Bench bench;
+    PrinterBench bench;
     const auto printer = std::make_shared<TBUSBPrinter>(bench.environment);
     const auto before = bench.log.systemLog.size();
     CHECK(printer->reEnumerateUSBDevice() == kIOReturnError);
@@ -175,7 +175,7 @@ TEST_CASE("a re-enumeration without a device handle fails without a log line") {
 }
 
 TEST_CASE("a re-enumeration is logged with its result") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     CHECK(bench.printer->reEnumerateUSBDevice() == kIOReturnSuccess);
     CHECK(bench.log.has("Successfully reenumerated "));
@@ -185,7 +185,7 @@ TEST_CASE("a re-enumeration is logged with its result") {
 }
 
 TEST_CASE("a released printer has released its handles and replies like a detached device") {
-    Bench bench;
+    PrinterBench bench;
     bench.printerWithQueue();
     bench.printer->prepareForRelease();
     bench.settle();
@@ -198,7 +198,7 @@ TEST_CASE("a released printer has released its handles and replies like a detach
 }
 
 TEST_CASE("a probe is announced and queries the device info") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->probe();
     CHECK(bench.log.has("running probe on "));
     CHECK(bench.commands() == std::vector<std::string>{"STATUS"});

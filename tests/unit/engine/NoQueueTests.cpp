@@ -1,5 +1,5 @@
 // A printer that did not report its device ID has no command queue, so every exchange with it blocks the main queue.
-#include "Bench.h"
+#include "PrinterBench.h"
 #include "RecordedEvents.h"
 
 using namespace zul;
@@ -10,7 +10,7 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-struct Attached : Bench {
+struct Attached : PrinterBench {
     Attached() {
         environment.events = &events;
         handle->locationID = 0x01100000;

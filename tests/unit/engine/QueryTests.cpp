@@ -1,5 +1,5 @@
 // The queries of a printer, and where their replies are stored.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 #include "archive/ProductTable.h"
 
@@ -7,7 +7,7 @@ using namespace zul;
 using namespace zul::test;
 
 TEST_CASE("the firmware version is trimmed, stored with its notices, and logged") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
     bench.printer->addObserver(notices, "firmwareVersion", nullptr);
@@ -20,14 +20,14 @@ TEST_CASE("the firmware version is trimmed, stored with its notices, and logged"
 }
 
 TEST_CASE("a version query without a reply keeps the earlier version") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->deviceInfoDict()->set("firmwareVersion", std::string("old"));
     bench.printer->getPrinterFirmwareVersion();
     CHECK(bench.printer->firmwareVersion() == "old");
 }
 
 TEST_CASE("the inline version is returned and neither stored nor logged") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter();
     bench.reply("VK14 01.61\r");
     CHECK(bench.printer->inlineGetFirmwareString() == "VK14 01.61");
@@ -36,7 +36,7 @@ TEST_CASE("the inline version is returned and neither stored nor logged") {
 }
 
 TEST_CASE("the serial number is stored unchanged, and a missing reply is shown as NULL") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.reply(" 42 \r");
     bench.printer->updatePrinterSerialNumber();
@@ -47,7 +47,7 @@ TEST_CASE("the serial number is stored unchanged, and a missing reply is shown a
 }
 
 TEST_CASE("the lifetime counter loses its prefix and its zeros, and is announced under its own name") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     auto notices = std::make_shared<Notices>();
     bench.printer->addObserver(notices, KeyValueObservable::kEveryKey, nullptr);
@@ -64,7 +64,7 @@ TEST_CASE("the lifetime counter loses its prefix and its zeros, and is announced
 }
 
 TEST_CASE("a single-table model keeps its version and its checksum under the keys of the older models") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter(3);
     bench.reply(" 0160 \r");
     std::vector<std::string> seen;
@@ -80,7 +80,7 @@ TEST_CASE("a single-table model keeps its version and its checksum under the key
 }
 
 TEST_CASE("a VK26 is queried for three tables in the order 610, 600, 300, and its last checksum line says version") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter(0x8B01);
     for (const char* version : {"A", "B", "C"}) bench.reply(std::string(version) + '\r');
     std::vector<std::string> seen;
@@ -98,7 +98,7 @@ TEST_CASE("a VK26 is queried for three tables in the order 610, 600, 300, and it
 }
 
 TEST_CASE("a VK28 is queried for four tables of one medium and four of the other") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter(0x9001);
     for (int table = 1; table <= 8; ++table) bench.reply(std::to_string(table) + '\r');
     int calls = 0;
@@ -120,7 +120,7 @@ TEST_CASE("a VK28 is queried for four tables of one medium and four of the other
 }
 
 TEST_CASE("a missing reply for a table is shown as NULL, and the table is still listed") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter(0x8B01);
     bench.reply("A\r");
     std::vector<std::string> seen;
@@ -129,7 +129,7 @@ TEST_CASE("a missing reply for a table is shown as NULL, and the table is still 
 }
 
 TEST_CASE("an unknown model is queried for no table") {
-    Bench bench;
+    PrinterBench bench;
     bench.openPrinter(0x1234);
     int calls = 0;
     bench.printer->getPrinterColorTableVersion([&](const auto&) { ++calls; });
@@ -139,7 +139,7 @@ TEST_CASE("an unknown model is queried for no table") {
 }
 
 TEST_CASE("a counter is reset by its letter, and another letter sends no command") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->resetCounterA();
     bench.printer->resetCounterB();
     bench.printer->resetCounterM();
@@ -153,7 +153,7 @@ TEST_CASE("a counter is reset by its letter, and another letter sends no command
 }
 
 TEST_CASE("a printer in its loader is queried only for its status") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.reply("FU00001\r");
     bench.printer->getDeviceCustomInfo();
@@ -162,7 +162,7 @@ TEST_CASE("a printer in its loader is queried only for its status") {
 }
 
 TEST_CASE("all values are queried in a fixed order, and the interface is closed afterwards") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(0x8B01);
     for (const char* body : {"00000\r", "VK26 01.51\r", "CL0000042\r", "0110\r", "0110\r", "0110\r", "1F2E\r", "1F2E\r",
                              "1F2E\r", "000001\r", "0001\r"}) {
@@ -183,7 +183,7 @@ TEST_CASE("the USB serial setting is supported by the models that have it") {
     const std::pair<std::uint16_t, bool> rows[] = {{3, false},     {4, false},     {8, false},
                                                    {0x8B01, true}, {0x9001, true}, {0x1234, false}};
     for (const auto& [product, supported] : rows) {
-        Bench bench;
+        PrinterBench bench;
         CHECK(bench.inlinePrinter(product)->hasISerialSupport() == supported);
         CHECK(bench.printer->usbISerialString() == (supported ? "Disabled" : "Unavailable"));
     }
@@ -192,7 +192,7 @@ TEST_CASE("the USB serial setting is supported by the models that have it") {
 TEST_CASE("a VK-RZ7 has the USB serial setting from version 2.04 on") {
     for (const auto& [version, supported] :
          {std::pair{"VK-RZ7 02.03", false}, std::pair{"VK-RZ7 02.04", true}, std::pair{"VK-RZ7 new", false}}) {
-        Bench bench;
+        PrinterBench bench;
         bench.inlinePrinter(5)->deviceInfoDict()->set("firmwareVersion", std::string(version));
         CHECK(bench.printer->hasISerialSupport() == supported);
         bench.printer->getUSB_ISerial();
@@ -201,13 +201,13 @@ TEST_CASE("a VK-RZ7 has the USB serial setting from version 2.04 on") {
 }
 
 TEST_CASE("the USB serial setting is read as a number and shown as text") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(0x8B01);
     auto notices = std::make_shared<Notices>();
     bench.printer->addObserver(notices, KeyValueObservable::kEveryKey, nullptr);
     bench.reply("0001\r");
     bench.printer->getUSB_ISerial();
-    CHECK(bench.printer->fact(HOLVEN_ZUL_USB_ISerialisSet) == "1");
+    CHECK(bench.printer->infoText(HOLVEN_ZUL_USB_ISerialisSet) == "1");
     CHECK(bench.printer->usbISerialString() == "Enabled");
     CHECK(notices->count["usbISerialString"] == 1);
     CHECK(bench.log.hasLogged("usbISerial value: 1"));
@@ -215,14 +215,14 @@ TEST_CASE("the USB serial setting is read as a number and shown as text") {
 }
 
 TEST_CASE("a missing reply keeps the USB serial setting") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(0x8B01)->deviceInfoDict()->set(HOLVEN_ZUL_USB_ISerialisSet, std::string("1"));
     bench.printer->getUSB_ISerial();
     CHECK(bench.printer->usbISerialString() == "Enabled");
 }
 
 TEST_CASE("the USB serial setting is written and read back, and not written to a VK14") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(0x9001);
     bench.reply("1\r");
     bench.printer->setUSB_ISerial(true);
@@ -232,7 +232,7 @@ TEST_CASE("the USB serial setting is written and read back, and not written to a
     REQUIRE(frames.size() == 4);
     CHECK(Data(frames[0].begin() + 32, frames[0].end()) == Data{'0', '1', '\r', 0});
     CHECK(Data(frames[2].begin() + 32, frames[2].end()) == Data{'0', '0', '\r', 0});
-    Bench other;
+    PrinterBench other;
     other.inlinePrinter(3)->setUSB_ISerial(true);
     CHECK(other.frames().empty());
 }
@@ -251,7 +251,7 @@ TEST_CASE("the queue clean-up removes the queues of the model whose name ends in
     script("lpadmin", "echo \"$@\" >> '" + (folder / "removed").string() + "'\n");
     const std::string path = std::getenv("PATH");
     ::setenv("PATH", (folder.path.string() + ":" + path).c_str(), /*overwrite=*/1);
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(kProductVK26)->deleteExistingPrinterQueues();
     bench.settle();
     ::setenv("PATH", path.c_str(), /*overwrite=*/1);
@@ -259,7 +259,7 @@ TEST_CASE("the queue clean-up removes the queues of the model whose name ends in
 }
 
 TEST_CASE("setting the current value sends no command") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter(0x8B01)->setUsbISerial(false);
     CHECK(bench.frames().empty());
 }

@@ -1,5 +1,5 @@
 // Status texts and the status query.
-#include "Bench.h"
+#include "PrinterBench.h"
 
 using namespace zul;
 using namespace zul::test;
@@ -53,7 +53,7 @@ TEST_CASE("a number between the known ones is an unknown status") {
 }
 
 TEST_CASE("a status query stores the text and passes the raw status to its completion") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.reply("02610\r");
     std::optional<std::string> raw;
@@ -64,7 +64,7 @@ TEST_CASE("a status query stores the text and passes the raw status to its compl
 }
 
 TEST_CASE("a status query without a reply keeps the earlier text and calls no completion") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter()->setPrinterStatus("Printing");
     int calls = 0;
     bench.printer->getPrinterStatus([&](const auto&) { ++calls; });
@@ -74,7 +74,7 @@ TEST_CASE("a status query without a reply keeps the earlier text and calls no co
 }
 
 TEST_CASE("a status query of a printer that cannot be opened writes no log line") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotResponding);
     int calls = 0;
@@ -84,7 +84,7 @@ TEST_CASE("a status query of a printer that cannot be opened writes no log line"
 }
 
 TEST_CASE("an empty status body is a status like any other and has the text Idle") {
-    Bench bench;
+    PrinterBench bench;
     bench.inlinePrinter();
     bench.handle->enqueueRead(dataFromText("00000000"));
     std::optional<std::string> raw;

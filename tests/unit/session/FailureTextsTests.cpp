@@ -1,7 +1,7 @@
 // The texts for operators when a printer or the bus cannot be used.
 #include "Classes/StatusCodeNames.h"
 #include "session/FailureTexts.h"
-#include "unit/engine/Bench.h"
+#include "unit/engine/PrinterBench.h"
 #include "unit/session/UsbTree.h"
 
 #include <doctest/doctest.h>
@@ -47,7 +47,7 @@ TEST_CASE("a detached printer and one that refuses have different texts, and a l
 }
 
 TEST_CASE("a printer whose print jobs cannot be seen is reported with the refused node and the remedy") {
-    Bench bench;
+    PrinterBench bench;
     UsbTree tree;
     const std::string node = tree.addDriverNode("1-2.4:1.0", "lp3");
     const auto printer = bench.inlinePrinter();

@@ -1,5 +1,5 @@
 // A session without a user interface: what it reports about printers that cannot be used.
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 #include "session/Session.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedInterface.h"
@@ -37,8 +37,8 @@ class Watcher final : public SessionObserver {
 };
 
 // A session with one embedded printer, and a bus to which a test adds printers.
-struct Lab {
-    Lab() {
+struct SessionLab {
+    SessionLab() {
         ::setenv("XDG_STATE_HOME", folder.path.c_str(), 1);
         SessionOptions options;
         options.virtualPrinters = {"VK14"};
@@ -47,7 +47,7 @@ struct Lab {
         REQUIRE_FALSE(session->start({}));
         settle();
     }
-    ~Lab() {
+    ~SessionLab() {
         settle();
         session->setObserver(nullptr);
         session->endBus();
@@ -86,9 +86,9 @@ struct Lab {
 
 TEST_CASE("a listed printer is among the hints while opening it is not permitted, and the observer is notified of "
           "both") {
-    Lab lab;
+    SessionLab lab;
     CHECK(lab.session->unusablePrinters().empty());
-    const auto handle = Lab::printer();
+    const auto handle = SessionLab::printer();
     handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotPrivileged);
     lab.attach(handle);
     REQUIRE(lab.session->printers().size() == 2);
@@ -106,8 +106,8 @@ TEST_CASE("a listed printer is among the hints while opening it is not permitted
 }
 
 TEST_CASE("an update of a printer that may not be opened ends with the missing right, not with a power cycle") {
-    Lab lab;
-    const auto handle = Lab::printer();
+    SessionLab lab;
+    const auto handle = SessionLab::printer();
     handle->setAnswer("USBInterfaceOpenSeize", kIOReturnNotPrivileged);
     lab.attach(handle);
     const auto printer = lab.session->printers().back();
@@ -124,8 +124,8 @@ TEST_CASE("an update of a printer that may not be opened ends with the missing r
 
 TEST_CASE("a printer that another process of this product updates is shown with that process, its activity and its "
           "phase") {
-    Lab lab;
-    const auto handle = Lab::printer();
+    SessionLab lab;
+    const auto handle = SessionLab::printer();
     handle->setAnswer("USBInterfaceOpenSeize", kIOReturnExclusiveAccess);
     handle->interfaceHolder = {.kind = InterfaceHolder::Kind::ownProgram,
                                .program = "zulctl",

@@ -11,7 +11,7 @@ namespace zul::test {
 struct Followed {
     Followed() {
         monitor.beginUpdate(
-            {.key = "key", .installedVersion = "VK14 01.60", .offeredVersion = "VK14 01.61", .tables = 2});
+            {.key = "key", .installedVersion = "VK14 01.60", .availableVersion = "VK14 01.61", .tables = 2});
     }
     void report(PrinterEvent::What what) {
         monitor.printerEvent({.key = "key", .location = "1-1", .attachment = attachment, .what = std::move(what)});

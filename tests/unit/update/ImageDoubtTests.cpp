@@ -90,13 +90,13 @@ TEST_CASE("an update that is followed from its tables on had its image before, a
     for (const char* version : {"VK14 01.61", "VK14 01.60"}) {
         CAPTURE(version);
         Followed update;
-        update.monitor.beginUpdate({.key = "key", .offeredVersion = "VK14 01.61", .tables = 2});
+        update.monitor.beginUpdate({.key = "key", .availableVersion = "VK14 01.61", .tables = 2});
         update.tables(2);
         update.finish();
-        CHECK(judgeByFacts(update.state(), expected) == UpdateResult::versionUnread);
+        CHECK(judgeByReplies(update.state(), expected) == UpdateResult::versionUnread);
         update.version(version);
-        const bool isOffered = version == expected.version;
-        CHECK(judgeByFacts(update.state(), expected) ==
-              (isOffered ? UpdateResult::succeeded : UpdateResult::otherVersion));
+        const bool isAvailable = version == expected.version;
+        CHECK(judgeByReplies(update.state(), expected) ==
+              (isAvailable ? UpdateResult::succeeded : UpdateResult::otherVersion));
     }
 }

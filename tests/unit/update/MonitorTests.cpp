@@ -94,13 +94,13 @@ TEST_CASE("tables of an interrupted pass are not counted for the next one") {
 TEST_CASE("values that are read back belong to the tables written last") {
     Followed update;
     update.upToTables();
-    update.report(events::TableFactRead{"colorTableVersion", "0160"}); // of the tables that are being replaced
-    CHECK(update.state().tableFacts.empty());
+    update.report(events::TableInfoRead{"colorTableVersion", "0160"}); // of the tables that are being replaced
+    CHECK(update.state().tableReplies.empty());
     update.tables(1);
-    update.report(events::TableFactRead{"colorTableVersion", "0161"});
-    CHECK(update.state().tableFacts.at("colorTableVersion") == "0161");
+    update.report(events::TableInfoRead{"colorTableVersion", "0161"});
+    CHECK(update.state().tableReplies.at("colorTableVersion") == "0161");
     update.table(1); // again from the beginning
-    CHECK(update.state().tableFacts.empty());
+    CHECK(update.state().tableReplies.empty());
 }
 
 TEST_CASE("a refused command to clear the tables is recorded") {

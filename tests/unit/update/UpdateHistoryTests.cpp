@@ -20,7 +20,7 @@ UpdateRecord fullRecord() {
             .archiveFolder = "/srv/firmware",
             .digests = {{"VK14 01.61.fw", "00ff"}, {"VK14_300_0161.CWD", "abcd"}},
             .versionBefore = "VK14 01.60",
-            .versionOffered = "VK14 01.61"};
+            .versionAvailable = "VK14 01.61"};
 }
 
 // Stores an update of the model with the given duration of one phase.
@@ -71,7 +71,7 @@ TEST_CASE("unknown values of an update are returned as unknown") {
     CHECK(lab.history.complete(id, success()) == "");
     const UpdateRecord record = lab.record(id);
     CHECK_FALSE(record.versionBefore);
-    CHECK_FALSE(record.versionOffered);
+    CHECK_FALSE(record.versionAvailable);
     CHECK_FALSE(record.verdicts.at(0).versionAfter);
     CHECK_FALSE(record.closedBy);
     CHECK(record.digests.empty());
@@ -94,13 +94,13 @@ TEST_CASE("a change of a record keeps the fields that it does not name") {
     record.model = "VK18";
     record.serial = "7";
     record.archiveFolder = "/a";
-    record.versionOffered = "VK18 01.00";
+    record.versionAvailable = "VK18 01.00";
     record.digests = {{"one", "two"}};
     CHECK(lab.history.update(record.id, {.key = kOtherKey,
                                          .model = "VK18",
                                          .serial = "7",
                                          .archiveFolder = "/a",
-                                         .versionOffered = "VK18 01.00",
+                                         .versionAvailable = "VK18 01.00",
                                          .digests = record.digests}) == "");
     CHECK(lab.record(record.id) == record);
 }

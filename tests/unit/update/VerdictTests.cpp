@@ -23,7 +23,7 @@ struct Finished : Followed {
     }
     UpdateResult result() {
         finish();
-        return judgeByFacts(state(), expected());
+        return judgeByReplies(state(), expected());
     }
 };
 
@@ -49,7 +49,7 @@ TEST_CASE("the values that a model should report after its update come from its 
 
 TEST_CASE("an update with the available version and every table is a success") {
     Finished update;
-    update.report(events::TableFactRead{"colorTableVersion", "0161"});
+    update.report(events::TableInfoRead{"colorTableVersion", "0161"});
     CHECK(update.result() == UpdateResult::succeeded);
 }
 
@@ -63,7 +63,7 @@ TEST_CASE("a version read afterwards has precedence") {
     unread.restart();
     unread.tables(2);
     unread.finish();
-    CHECK(judgeByFacts(unread.state(), expected()) == UpdateResult::versionUnread);
+    CHECK(judgeByReplies(unread.state(), expected()) == UpdateResult::versionUnread);
     CHECK(lacksAnswersOnly(unread.state(), expected()));
 }
 
@@ -75,12 +75,12 @@ TEST_CASE("a table that was not sent makes the update incomplete, whatever was r
     CHECK(update.result() == UpdateResult::tablesMissing);
     Finished none(0);
     none.finish(false);
-    CHECK(judgeByFacts(none.state(), expected()) == UpdateResult::tablesMissing);
+    CHECK(judgeByReplies(none.state(), expected()) == UpdateResult::tablesMissing);
 }
 
 TEST_CASE("a table that the printer reports with another version was not accepted") {
     Finished update;
-    update.report(events::TableFactRead{"colorTableVersion", "0160"});
+    update.report(events::TableInfoRead{"colorTableVersion", "0160"});
     CHECK(update.result() == UpdateResult::tablesDiffer);
     CHECK(differingTable(update.state(), expected()) == "colorTableVersion");
 }
@@ -89,17 +89,17 @@ TEST_CASE("a table's reply that is not a version proves nothing about the table"
     for (const char* answer : {"", "NULL", "16", "01610", "O161"}) {
         CAPTURE(answer);
         Finished update;
-        update.report(events::TableFactRead{"colorTableVersion", answer});
+        update.report(events::TableInfoRead{"colorTableVersion", answer});
         CHECK(update.result() == UpdateResult::succeeded);
     }
 }
 
 TEST_CASE("a missing reply about a table is queried again before the verdict") {
     Finished update;
-    update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
+    update.report(events::TableInfoRead{"colorTableVersion", std::nullopt});
     CHECK(update.result() == UpdateResult::succeeded);
     CHECK(lacksAnswersOnly(update.state(), expected()));
-    update.report(events::TableFactRead{"colorTableVersion", "0161"});
+    update.report(events::TableInfoRead{"colorTableVersion", "0161"});
     CHECK_FALSE(lacksAnswersOnly(update.state(), expected()));
 }
 
@@ -119,13 +119,13 @@ TEST_CASE("an image whose write failed was taken if the version has changed to t
     update.version("VK14 01.61");
     update.tables(2);
     update.finish();
-    CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
+    CHECK(judgeByReplies(update.state(), expected()) == UpdateResult::succeeded);
 }
 
 TEST_CASE("a version that was there before does not prove that an image whose write failed was taken") {
     Followed update;
     update.monitor.beginUpdate(
-        {.key = "key", .installedVersion = "VK14 01.61", .offeredVersion = "VK14 01.61", .tables = 2});
+        {.key = "key", .installedVersion = "VK14 01.61", .availableVersion = "VK14 01.61", .tables = 2});
     update.upToImage();
     update.bytes(1000, 2032);
     update.image(kIOUSBPipeStalled);
@@ -133,12 +133,12 @@ TEST_CASE("a version that was there before does not prove that an image whose wr
     update.version("VK14 01.61");
     update.tables(2);
     update.finish();
-    CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::imageNotTaken);
+    CHECK(judgeByReplies(update.state(), expected()) == UpdateResult::imageNotTaken);
 }
 
 TEST_CASE("an image that was sent whole and not confirmed was taken if the available version is read") {
     Followed update;
-    update.monitor.beginUpdate({.key = "key", .offeredVersion = "VK14 01.61", .tables = 2}); // it was in its loader
+    update.monitor.beginUpdate({.key = "key", .availableVersion = "VK14 01.61", .tables = 2}); // it was in its loader
     update.upToImage();
     update.bytes(2032, 2032);
     update.image(kIOReturnNotResponding);
@@ -146,7 +146,7 @@ TEST_CASE("an image that was sent whole and not confirmed was taken if the avail
     update.version("VK14 01.61");
     update.tables(2);
     update.finish();
-    CHECK(judgeByFacts(update.state(), expected()) == UpdateResult::succeeded);
+    CHECK(judgeByReplies(update.state(), expected()) == UpdateResult::succeeded);
 }
 
 TEST_CASE("every result has a unique name") {
@@ -190,22 +190,22 @@ TEST_CASE("a printer may have received the order from its sending on, unless it 
 TEST_CASE("after the report only a reply replaces a reply") {
     Finished update;
     update.finish();
-    update.report(events::TableFactRead{"colorTableVersion", "0160"});
+    update.report(events::TableInfoRead{"colorTableVersion", "0160"});
     for (const std::optional<std::string>& none : {std::optional<std::string>{}, {"NULL"}, {""}, {"01610"}}) {
-        update.report(events::TableFactRead{"colorTableVersion", none});
-        CHECK(update.state().tableFacts.at("colorTableVersion") == "0160");
+        update.report(events::TableInfoRead{"colorTableVersion", none});
+        CHECK(update.state().tableReplies.at("colorTableVersion") == "0160");
     }
-    update.report(events::TableFactRead{"colorTableVersion", "0161"});
-    CHECK(update.state().tableFacts.at("colorTableVersion") == "0161");
+    update.report(events::TableInfoRead{"colorTableVersion", "0161"});
+    CHECK(update.state().tableReplies.at("colorTableVersion") == "0161");
 }
 
 TEST_CASE("before the report a missing reply replaces the earlier value of the tables") {
     Followed update;
     update.upToTables();
     update.tables(1);
-    update.report(events::TableFactRead{"colorTableVersion", "0161"});
-    update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
-    CHECK_FALSE(update.state().tableFacts.at("colorTableVersion"));
+    update.report(events::TableInfoRead{"colorTableVersion", "0161"});
+    update.report(events::TableInfoRead{"colorTableVersion", std::nullopt});
+    CHECK_FALSE(update.state().tableReplies.at("colorTableVersion"));
 }
 
 TEST_CASE("a reply and the result of a command change the verdict's input, a missing reply and a round of queries do "
@@ -214,17 +214,17 @@ TEST_CASE("a reply and the result of a command change the verdict's input, a mis
     update.finish();
     const UpdateState judged = update.state();
     update.report(events::QuestionsEnded{true});
-    update.report(events::TableFactRead{"colorTableVersion", std::nullopt});
-    update.report(events::TableFactRead{"colorTableVersion", "NULL"});
+    update.report(events::TableInfoRead{"colorTableVersion", std::nullopt});
+    update.report(events::TableInfoRead{"colorTableVersion", "NULL"});
     update.report(events::FirmwareVersionRead{});
     update.status("01000");
-    CHECK_FALSE(hasOtherFacts(update.state(), judged));
+    CHECK_FALSE(hasOtherReplies(update.state(), judged));
     UpdateState other = judged;
     SUBCASE("a version") {
         other.currentVersion = "VK14 01.60";
     }
     SUBCASE("a table's version") {
-        other.tableFacts["colorTableVersion"] = "0161";
+        other.tableReplies["colorTableVersion"] = "0161";
     }
     SUBCASE("the end of the image's write") {
         other.image = ImageState::unconfirmed;
@@ -235,5 +235,5 @@ TEST_CASE("a reply and the result of a command change the verdict's input, a mis
     SUBCASE("a refused command to clear the tables") {
         other.isClearRefused = true;
     }
-    CHECK(hasOtherFacts(other, judged));
+    CHECK(hasOtherReplies(other, judged));
 }

@@ -164,7 +164,7 @@ TEST_CASE("an unconfirmed image that was not sent whole needs a version that is 
     const auto judged = [](std::optional<std::string> before, std::uint32_t bytesSent) {
         Followed update;
         update.monitor.beginUpdate(
-            {.key = "key", .installedVersion = std::move(before), .offeredVersion = "VK14 01.61", .tables = 2});
+            {.key = "key", .installedVersion = std::move(before), .availableVersion = "VK14 01.61", .tables = 2});
         update.upToImage();
         update.bytes(bytesSent, 2032);
         update.image(kIOReturnNoDevice);
@@ -172,7 +172,7 @@ TEST_CASE("an unconfirmed image that was not sent whole needs a version that is 
         update.version("VK14 01.61");
         update.tables(2);
         update.finish();
-        return judgeByFacts(update.state(), expectationFor(kProductVK14));
+        return judgeByReplies(update.state(), expectationFor(kProductVK14));
     };
     CHECK(judged("VK14 01.60", 1000) == UpdateResult::succeeded);
     CHECK(judged("VK14 01.61", 1000) == UpdateResult::imageNotTaken);
@@ -183,12 +183,12 @@ TEST_CASE("an unconfirmed image that was not sent whole needs a version that is 
 TEST_CASE("an image that the bus accepted whole needs no change of the version") {
     Followed update;
     update.monitor.beginUpdate(
-        {.key = "key", .installedVersion = "VK14 01.61", .offeredVersion = "VK14 01.61", .tables = 2});
+        {.key = "key", .installedVersion = "VK14 01.61", .availableVersion = "VK14 01.61", .tables = 2});
     update.upToTables(); // its bytes were not reported individually
     update.tables(2);
     update.finish();
     REQUIRE_FALSE(update.state().isWholeImageSent);
-    CHECK(judgeByFacts(update.state(), expectationFor(kProductVK14)) == UpdateResult::succeeded);
+    CHECK(judgeByReplies(update.state(), expectationFor(kProductVK14)) == UpdateResult::succeeded);
 }
 
 TEST_CASE("a failed update causes no further query that would not change the verdict") {
@@ -196,6 +196,6 @@ TEST_CASE("a failed update causes no further query that would not change the ver
     update.upToTables();
     update.tables(1);
     update.finish();
-    REQUIRE(judgeByFacts(update.state(), expectationFor(kProductVK14)) == UpdateResult::tablesMissing);
+    REQUIRE(judgeByReplies(update.state(), expectationFor(kProductVK14)) == UpdateResult::tablesMissing);
     CHECK_FALSE(lacksAnswersOnly(update.state(), expectationFor(kProductVK14)));
 }

@@ -1,6 +1,6 @@
 // Converts the device info and the conditions of a printer to JSON and to lines of text.
 // Called by the command line and the window on the main queue.
-#include "session/PrinterFacts.h"
+#include "session/PrinterInfo.h"
 
 #include "Classes/DeviceInfo.h"
 #include "Classes/PrinterTypes.h"
@@ -37,22 +37,22 @@ const char* nameOfOwnership(Ownership ownership) {
 
 json summaryOf(TBUSBPrinterZUL& printer) {
     static_cast<void>(printer.newFirmwareVersion()); // stores the version and the problems in the device info
-    const auto offer = printer.firmwareOffer();
-    const bool isReady = offer && offer->isReady();
+    const auto available = printer.availableFirmware();
+    const bool isReady = available && available->isReady();
     return {{"key", printer.keyUSBdevice()},
             {"model", orNull(printer.model())},
             {"manufacturer", orNull(printer.manufacturer())},
             {"printerSerialNumber", orNull(printer.printerSerialNumber())},
             {"status", orNull(printer.printerStatus())},
             {"firmwareInstalled", orNull(printer.firmwareVersion())},
-            {"firmwareOffered", isReady ? json(offer->version) : json(nullptr)},
-            {"firmwareFile", offer ? json(nameOfOfferState(offer->state)) : json(nullptr)},
+            {"firmwareOffered", isReady ? json(available->version) : json(nullptr)},
+            {"firmwareFile", available ? json(nameOfAvailability(available->state)) : json(nullptr)},
             {"location", printer.locationText()}};
 }
 
-std::string offeredFirmware(const TBUSBPrinterZUL& printer) {
-    const auto offer = printer.firmwareOffer();
-    return offer ? offerText(*offer) : "-";
+std::string availableFirmwareText(const TBUSBPrinterZUL& printer) {
+    const auto available = printer.availableFirmware();
+    return available ? availableText(*available) : "-";
 }
 
 json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
@@ -96,24 +96,24 @@ json jsonOf(const DeviceInfo::Value& value) {
     return std::visit([](const auto& held) { return json(held); }, value);
 }
 
-json factsOf(TBUSBPrinterZUL& printer) {
-    json facts = summaryOf(printer);
-    facts["vendorID"] = formatted("0x%.4X", printer.vendorNumber());
-    facts["productID"] = formatted("0x%.4X", printer.productNumber());
-    facts["locationID"] = formatted("0x%.8X", printer.locationNumber());
-    facts["usbVendor"] = orNull(printer.vendorUSB());
-    facts["usbProduct"] = orNull(printer.productUSB());
-    facts["usbSerialNumber"] = orNull(printer.serialNumberUSB());
-    facts["usbSerialNumberSetting"] = printer.usbISerialString();
-    facts["deviceID1284"] = orNull(printer.raw1284DeviceID());
-    facts["heldBy"] = nameOfOwnership(printer.ownership());
-    facts["state"] = printer.state();
-    facts["inFirmwareUpdate"] = printer.inFirmwareUpdate();
-    facts["isVirtual"] = printer.isVirtual();
+json infoOf(TBUSBPrinterZUL& printer) {
+    json values = summaryOf(printer);
+    values["vendorID"] = formatted("0x%.4X", printer.vendorNumber());
+    values["productID"] = formatted("0x%.4X", printer.productNumber());
+    values["locationID"] = formatted("0x%.8X", printer.locationNumber());
+    values["usbVendor"] = orNull(printer.vendorUSB());
+    values["usbProduct"] = orNull(printer.productUSB());
+    values["usbSerialNumber"] = orNull(printer.serialNumberUSB());
+    values["usbSerialNumberSetting"] = printer.usbISerialString();
+    values["deviceID1284"] = orNull(printer.raw1284DeviceID());
+    values["heldBy"] = nameOfOwnership(printer.ownership());
+    values["state"] = printer.state();
+    values["inFirmwareUpdate"] = printer.inFirmwareUpdate();
+    values["isVirtual"] = printer.isVirtual();
     json info = json::object();
     for (const auto& [key, value] : printer.deviceInfoDict()->entries()) info[key] = jsonOf(value);
-    facts["deviceInfo"] = std::move(info);
-    return facts;
+    values["deviceInfo"] = std::move(info);
+    return values;
 }
 
 std::string textOf(const json& value) {

@@ -18,7 +18,7 @@
 namespace zul {
 
 /// Each handler is called on a separate thread; received on one per interface.
-struct PortHandlers {
+struct ConnectionHandlers {
     /// Receives bytes of the host, in order for each interface. Returns how many more bytes the current command needs;
     /// the host waits until it returns.
     std::function<std::size_t(std::size_t interface, const Data& bytes)> received;
@@ -29,12 +29,12 @@ struct PortHandlers {
 };
 
 /// open(), close() and setSerialNumber() on one thread; the others on any. Failures throw GadgetError.
-class GadgetPort {
+class GadgetConnection {
   public:
-    GadgetPort(std::string name, const GadgetIdentity& identity, int interfaces, PortHandlers handlers);
-    ~GadgetPort() { close(); }
-    GadgetPort(const GadgetPort&) = delete;
-    GadgetPort& operator=(const GadgetPort&) = delete;
+    GadgetConnection(std::string name, const GadgetIdentity& identity, int interfaces, ConnectionHandlers handlers);
+    ~GadgetConnection() { close(); }
+    GadgetConnection(const GadgetConnection&) = delete;
+    GadgetConnection& operator=(const GadgetConnection&) = delete;
 
     /// Creates the gadget, not plugged in.
     void open();
@@ -64,7 +64,7 @@ class GadgetPort {
   private:
     std::optional<Data> answerTo(const SetupRequest& request);
 
-    PortHandlers _handlers;
+    ConnectionHandlers _handlers;
     ScopedFd _nameLock;
     std::string _name;
     const int _interfaces;

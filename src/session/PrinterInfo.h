@@ -16,7 +16,7 @@ class UpdateSupervisor;
 nlohmann::json summaryOf(TBUSBPrinterZUL& printer);
 /// The available version for people: "VK14 01.61", or with the reason if it cannot be installed: "VK14 01.61, file
 /// damaged". "-" for a model without firmware files.
-std::string offeredFirmware(const TBUSBPrinterZUL& printer);
+std::string availableFirmwareText(const TBUSBPrinterZUL& printer);
 /// Conditions that keep the printer from being used or that need an action: "holder" and "interrupted", each null if
 /// absent, and "notAnswering".
 nlohmann::json conditionOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
@@ -27,7 +27,7 @@ std::string statusLine(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& prin
 /// A holder as JSON.
 nlohmann::json jsonOf(const InterfaceHolder& holder);
 /// The whole device info.
-nlohmann::json factsOf(TBUSBPrinterZUL& printer);
+nlohmann::json infoOf(TBUSBPrinterZUL& printer);
 /// A value of the device-information dictionary as JSON.
 nlohmann::json jsonOf(const DeviceInfo::Value& value);
 /// Any JSON value as one line of text.

@@ -1,6 +1,6 @@
 // The bus with mocked /sys and /dev, with its printers and one list of events. Everything runs on the test's thread,
 // which serves the main queue until the awaited condition holds.
-#include "Bench.h"
+#include "MockMachine.h"
 
 #include <chrono>
 #include <cstdio>
@@ -82,12 +82,12 @@ ListeningUdevd::~ListeningUdevd() {
     ::close(_socket);
 }
 
-LibusbBusOptions Bench::completed(LibusbBusOptions options) const {
+LibusbBusOptions MockMachine::completed(LibusbBusOptions options) const {
     if (options.system.run == SystemFolders{}.run) options.system.run = _run.path;
     return options;
 }
 
-Bench::Bench(Clock* clock, LibusbBusOptions options)
+MockMachine::MockMachine(Clock* clock, LibusbBusOptions options)
     : _hasUdevd(options.system.run == SystemFolders{}.run && !isWithoutUdevd()),
       _udevd(_hasUdevd ? std::make_unique<ListeningUdevd>(_run.path) : nullptr),
       _ownClock(clock == nullptr ? std::make_unique<RealClock>() : nullptr), _testbed(umockdev_testbed_new()),
@@ -97,7 +97,7 @@ Bench::Bench(Clock* clock, LibusbBusOptions options)
     watch();
 }
 
-Bench::~Bench() {
+MockMachine::~MockMachine() {
     bus.stop();
     for (const ServiceToken left : registry.services()) registry.serviceTerminated(left); // they keep the session alive
     // The next bench has its own mocked system, so the session with this one must end first.
@@ -117,7 +117,7 @@ Bench::~Bench() {
     std::filesystem::remove_all(root(), ignored);
 }
 
-void Bench::watch() {
+void MockMachine::watch() {
     const ServiceMatching all{"IOUSBInterface", 7, 1};
     _matched = _port.addMatchingNotification(ServiceNotification::matched, all, [this](ServiceIterator& iterator) {
         while (const ServiceToken token = iterator.next()) {
@@ -140,18 +140,18 @@ void Bench::watch() {
     CHECK(_terminated->next() == 0);
 }
 
-std::filesystem::path Bench::root() const {
+std::filesystem::path MockMachine::root() const {
     gchar* folder = umockdev_testbed_get_root_dir(_testbed);
     std::filesystem::path path = folder;
     g_free(folder);
     return path;
 }
 
-std::string Bench::nodeFile(unsigned address) const {
+std::string MockMachine::nodeFile(unsigned address) const {
     return root() / text("dev/bus/usb/001/%03u", address);
 }
 
-void Bench::bindDriverNode(const std::filesystem::path& file, const Plug& plug) const {
+void MockMachine::bindDriverNode(const std::filesystem::path& file, const Plug& plug) const {
     const std::string interface = sysPath(plug.port) + "/" + plug.port + ":1.0";
     const std::string entry = "P: " + interface + "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_interface\n\n";
     REQUIRE(umockdev_testbed_add_from_string(_testbed, entry.c_str(), nullptr));
@@ -160,11 +160,11 @@ void Bench::bindDriverNode(const std::filesystem::path& file, const Plug& plug) 
     std::filesystem::create_symlink(file, root() / "dev/usb/lp0");
 }
 
-void Bench::removeDriverNode() const {
+void MockMachine::removeDriverNode() const {
     std::filesystem::remove(root() / "dev/usb/lp0");
 }
 
-void Bench::addDevice(const Plug& plug) {
+void MockMachine::addDevice(const Plug& plug) {
     const std::string path = sysPath(plug.port);
     std::string entry = text("P: %s\nN: bus/usb/001/%03u\n", path.c_str(), plug.address);
     entry += text("E: SUBSYSTEM=usb\nE: DRIVER=usb\nE: BUSNUM=001\nE: DEVNUM=%03u\n", plug.address);
@@ -177,7 +177,7 @@ void Bench::addDevice(const Plug& plug) {
     REQUIRE_MESSAGE(error == nullptr, (error != nullptr ? error->message : ""));
 }
 
-MockPrinter& Bench::plug(const Plug& plug) {
+MockPrinter& MockMachine::plug(const Plug& plug) {
     if (plug.port.find('.') != std::string::npos) {
         const std::string hubPath = "/devices/usb1/" + plug.port.substr(0, plug.port.find('.'));
         REQUIRE(umockdev_testbed_add_from_string(_testbed, hub(hubPath, 2).c_str(), nullptr));
@@ -192,11 +192,11 @@ MockPrinter& Bench::plug(const Plug& plug) {
     return *_printers[plug.address];
 }
 
-void Bench::announceAgain(const std::string& port) {
+void MockMachine::announceAgain(const std::string& port) {
     umockdev_testbed_uevent(_testbed, ("/sys" + sysPath(port)).c_str(), "add");
 }
 
-void Bench::leave(const std::string& port) {
+void MockMachine::leave(const std::string& port) {
     _printers[_addresses[port]]->vanish();
     const std::string device = "/sys" + sysPath(port);
     if (hasUdevd()) {
@@ -209,27 +209,27 @@ void Bench::leave(const std::string& port) {
     umockdev_testbed_uevent(_testbed, "/sys/devices/usb1", "change");
 }
 
-void Bench::unplug(const std::string& port) {
+void MockMachine::unplug(const std::string& port) {
     leave(port);
     if (hasUdevd()) umockdev_testbed_remove_device(_testbed, ("/sys" + sysPath(port)).c_str());
 }
 
-void Bench::configure(const std::string& port, const std::string& configuration) {
+void MockMachine::configure(const std::string& port, const std::string& configuration) {
     umockdev_testbed_set_attribute(_testbed, ("/sys" + sysPath(port)).c_str(), "bConfigurationValue",
                                    (configuration + "\n").c_str());
 }
 
-void Bench::setMode(unsigned address, unsigned mode) const {
+void MockMachine::setMode(unsigned address, unsigned mode) const {
     REQUIRE(::chmod(nodeFile(address).c_str(), mode) == 0);
 }
 
-void Bench::openAndCloseNode(unsigned address, bool readOnly) const {
+void MockMachine::openAndCloseNode(unsigned address, bool readOnly) const {
     const int descriptor = ::open(nodeFile(address).c_str(), (readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC);
     REQUIRE(descriptor >= 0);
     ::close(descriptor);
 }
 
-int Bench::nodeOpens(unsigned address) const {
+int MockMachine::nodeOpens(unsigned address) const {
     const std::filesystem::path node = std::filesystem::canonical(nodeFile(address));
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -239,12 +239,12 @@ int Bench::nodeOpens(unsigned address) const {
     return count;
 }
 
-void Bench::start() {
+void MockMachine::start() {
     REQUIRE(bus.start(registry) == kIOReturnSuccess);
     mainQueue.runPending(); // empties the queue, so that its next block is the next event
 }
 
-bool Bench::until(const std::function<bool()>& condition) {
+bool MockMachine::until(const std::function<bool()>& condition) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > limit) return false;
@@ -255,7 +255,7 @@ bool Bench::until(const std::function<bool()>& condition) {
     return true;
 }
 
-void Bench::settle() {
+void MockMachine::settle() {
     plug({.port = "1-9", .address = ++_settleAddress});
     REQUIRE(until([this] { return !events.empty() && events.back() == "arrived 1-9"; }));
     unplug("1-9");
@@ -263,26 +263,26 @@ void Bench::settle() {
     std::erase_if(events, [](const std::string& line) { return line.find("1-9") != std::string::npos; });
 }
 
-std::string Bench::eventList() const {
+std::string MockMachine::eventList() const {
     std::string line;
     for (const std::string& event : events) line += (line.empty() ? "" : ", ") + event;
     return line;
 }
 
-ServiceToken Bench::token(std::size_t index) const {
+ServiceToken MockMachine::token(std::size_t index) const {
     const auto tokens = registry.services();
     REQUIRE(index < tokens.size());
     return tokens[index];
 }
 
-std::shared_ptr<IOUSBInterfaceInterface> Bench::handle(std::size_t index) const {
+std::shared_ptr<IOUSBInterfaceInterface> MockMachine::handle(std::size_t index) const {
     std::shared_ptr<IOUSBInterfaceInterface> made;
     REQUIRE(service(index)->createInterfaceInterface(made) == kIOReturnSuccess);
     REQUIRE(made != nullptr);
     return made;
 }
 
-std::shared_ptr<IOUSBInterfaceInterface> Bench::openHandle(std::size_t index) const {
+std::shared_ptr<IOUSBInterfaceInterface> MockMachine::openHandle(std::size_t index) const {
     auto made = handle(index);
     REQUIRE(made->USBInterfaceOpenSeize() == kIOReturnSuccess);
     return made;

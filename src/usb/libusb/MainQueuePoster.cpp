@@ -1,6 +1,6 @@
 // Posting to the main queue until the port is closed. Called by sources, devices and handles on any thread; closed by
 // the core on the main queue.
-#include "usb/libusb/MainPort.h"
+#include "usb/libusb/MainQueuePoster.h"
 
 #include "platform/dispatch/Clock.h"
 
@@ -9,7 +9,7 @@
 
 namespace zul {
 
-bool MainPort::post(Block block) {
+bool MainQueuePoster::post(Block block) {
     // Posting under the lock: once close() has returned, the queue is not touched again and may be destroyed.
     const std::scoped_lock lock(_mutex);
     if (!*_open) return false;
@@ -19,12 +19,12 @@ bool MainPort::post(Block block) {
     return true;
 }
 
-void MainPort::close() {
+void MainQueuePoster::close() {
     const std::scoped_lock lock(_mutex);
     *_open = false;
 }
 
-bool MainPort::isClosed() const {
+bool MainQueuePoster::isClosed() const {
     const std::scoped_lock lock(_mutex);
     return !*_open;
 }

@@ -43,9 +43,9 @@ class Notices final : public KeyValueObserver {
     }
 };
 
-class Bench {
+class PrinterBench {
   public:
-    Bench()
+    PrinterBench()
         : environment{.mainQueue = mainQueue,
                       .clock = clock,
                       .registry = registry,
@@ -59,7 +59,7 @@ class Bench {
         HOLVEN_Log::setShouldLogToStdErr(false);
         TBPrinters::initialize(mainQueue);
     }
-    ~Bench() {
+    ~PrinterBench() {
         settle();
         printer.reset();
         mainQueue.close();

@@ -1,6 +1,6 @@
 // Combines the gadget with its function, and replies to the printer class's control requests. Opened, plugged and
 // closed on the main queue; requests arrive on endpoint 0's thread.
-#include "vkgadget/GadgetPort.h"
+#include "vkgadget/GadgetConnection.h"
 
 #include "platform/foundation/Data.h"
 #include "vkgadget/ConfigfsGadget.h"
@@ -32,11 +32,11 @@ constexpr std::uint8_t kSelectedNoError = 0x18;
 
 } // namespace
 
-GadgetPort::GadgetPort(std::string name, const GadgetIdentity& identity, int interfaces, PortHandlers handlers)
+GadgetConnection::GadgetConnection(std::string name, const GadgetIdentity& identity, int interfaces, ConnectionHandlers handlers)
     : _handlers(std::move(handlers)), _name(std::move(name)), _interfaces(interfaces), _gadget(_name, identity),
       _function(_name, interfaces) {}
 
-void GadgetPort::open() {
+void GadgetConnection::open() {
     _nameLock = lockName(_name);
     _gadget.create();
     _function.open();
@@ -55,7 +55,7 @@ void GadgetPort::open() {
     _threads->start();
 }
 
-void GadgetPort::close() {
+void GadgetConnection::close() {
     // The kernel releases the function's files only when no thread blocks in them, and the gadget only after the
     // function.
     if (_threads) _threads->stop();
@@ -69,7 +69,7 @@ void GadgetPort::close() {
     _gadget.remove();
 }
 
-void GadgetPort::setDeviceID(const std::string& text) {
+void GadgetConnection::setDeviceID(const std::string& text) {
     const std::size_t length = text.size() + 2;
     Data answer;
     if (!text.empty()) answer = {static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length)};
@@ -78,23 +78,23 @@ void GadgetPort::setDeviceID(const std::string& text) {
     _deviceID = std::move(answer);
 }
 
-void GadgetPort::plugInto(const std::string& udc) {
+void GadgetConnection::plugInto(const std::string& udc) {
     const std::lock_guard lock(_plugMutex);
     _gadget.plug(udc);
 }
 
-void GadgetPort::unplug() {
+void GadgetConnection::unplug() {
     const std::lock_guard lock(_plugMutex);
     _gadget.unplug();
     _threads->dropTransfers();
 }
 
-bool GadgetPort::isPlugged() const {
+bool GadgetConnection::isPlugged() const {
     const std::lock_guard lock(_plugMutex);
     return _gadget.isPlugged();
 }
 
-std::optional<Data> GadgetPort::answerTo(const SetupRequest& request) {
+std::optional<Data> GadgetConnection::answerTo(const SetupRequest& request) {
     if (request.requestType == kClassInterfaceIn && request.request == kGetDeviceID) {
         const std::lock_guard lock(_deviceIDMutex);
         if (_deviceID.empty()) return std::nullopt;

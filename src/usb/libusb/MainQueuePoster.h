@@ -11,9 +11,9 @@
 namespace zul {
 
 /// Any thread. The queue must outlive the port or its close(); the clock every handle of the bus.
-class MainPort {
+class MainQueuePoster {
   public:
-    MainPort(MainQueue& mainQueue, Clock& clock) : _mainQueue(mainQueue), _clock(clock) {}
+    MainQueuePoster(MainQueue& mainQueue, Clock& clock) : _mainQueue(mainQueue), _clock(clock) {}
 
     /// Runs block later on the main queue, unless the port is closed by then. False when it is closed already.
     bool post(Block block);

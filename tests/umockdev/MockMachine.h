@@ -44,14 +44,14 @@ struct Plug {
     unsigned product = 3;
 };
 
-class Bench {
+class MockMachine {
   public:
     /// clock: null for the machine's own. Of the options' folders only that of running services is the bench's; the
     /// others are redirected for the whole process.
-    explicit Bench(Clock* clock = nullptr, LibusbBusOptions options = {});
-    ~Bench();
-    Bench(const Bench&) = delete;
-    Bench& operator=(const Bench&) = delete;
+    explicit MockMachine(Clock* clock = nullptr, LibusbBusOptions options = {});
+    ~MockMachine();
+    MockMachine(const MockMachine&) = delete;
+    MockMachine& operator=(const MockMachine&) = delete;
 
     /// Attaches a device to the mocked bus and reports it to a running bus.
     MockPrinter& plug(const Plug& plug = {});
