@@ -1,24 +1,23 @@
-# The target "headers" compiles each header by itself and twice in one file. A header without its own includes or its
-# guard fails here. A header that its own source includes first is compiled there already.
-function(zul_add_headers_target)
-  file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR}/src CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h)
-  list(FILTER headers EXCLUDE REGEX "^ui/|^AppDelegate") # the toolkit's own headers would take most of the time
-  set(sources)
+# zul_add_headers(TARGET [FOLDER...]): the headers of the current folder, and of more folders, belong to the library.
+#
+# The target all_verify_interface_header_sets compiles each header that has no source of its own by itself, so that a
+# missing include fails there. A source includes its own header first, so that the other headers are compiled by
+# themselves already.
+function(zul_add_headers target)
+  set(folders ${ARGN})
+  list(TRANSFORM folders APPEND /*.h)
+  file(GLOB_RECURSE headers CONFIGURE_DEPENDS *.h ${folders})
+  set(alone)
   foreach(header IN LISTS headers)
-    string(REGEX REPLACE "h$" "cpp" own ${PROJECT_SOURCE_DIR}/src/${header})
-    if(EXISTS ${own})
-      file(STRINGS ${own} first LIMIT_COUNT 1 REGEX "^#include")
-      if(first STREQUAL "#include \"${header}\"")
-        continue()
-      endif()
+    string(REGEX REPLACE "h$" "cpp" own ${header})
+    if(NOT EXISTS ${own})
+      list(APPEND alone ${header})
     endif()
-    string(MAKE_C_IDENTIFIER ${header} name)
-    set(source ${CMAKE_BINARY_DIR}/headers/${name}.cpp)
-    file(CONFIGURE OUTPUT ${source} CONTENT "#include \"${header}\"\n#include \"${header}\"\n")
-    list(APPEND sources ${source})
   endforeach()
-  add_library(headers OBJECT EXCLUDE_FROM_ALL ${sources})
-  find_package(CLI11 REQUIRED)
-  target_link_libraries(headers PRIVATE zul_engine zul_virtual_printer zul_session zul_usb_libusb CLI11::CLI11
-    nlohmann_json::nlohmann_json)
+  list(REMOVE_ITEM headers ${alone})
+  target_sources(${target} PUBLIC
+    FILE_SET HEADERS BASE_DIRS ${ZUL_SOURCE_ROOT} FILES ${headers}
+    FILE_SET alone TYPE HEADERS BASE_DIRS ${ZUL_SOURCE_ROOT} FILES ${alone})
+  set_target_properties(${target} PROPERTIES
+    VERIFY_INTERFACE_HEADER_SETS ON INTERFACE_HEADER_SETS_TO_VERIFY alone)
 endfunction()

@@ -6,9 +6,9 @@
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/StandardStreams.h"
 #include "session/Logs.h"
+#include "session/SessionOptions.h"
 #include "ui/Catalogue.h"
 #include "ui/FocusStyle.h"
-#include "ui/Pictures.h"
 #include "ui/WindowOptions.h"
 #include "ui/WindowProgram.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <string>
 #include <unistd.h>
 #include <utility>
 

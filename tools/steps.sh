@@ -37,23 +37,27 @@ build_preset() {
     (
         cd "$root" || exit 1
         quietly "$folder/configure.log" cmake --preset "$preset" $fresh || exit 1
-        quietly "$folder/build.log" cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+        # With a low priority: a test may run at the same time.
+        quietly "$folder/build.log" nice cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
     )
 }
 
-# test_preset PRESET: runs the preset's tests. The results of all cases are written to test-results.xml and test-status
+# test_preset PRESET [OPTION...]: runs the preset's tests; the options are ctest's. The results of all cases are written to test-results.xml and test-status
 # in the build folder for tools/count-tests. The output is indented, so that no line of a test looks like the final one.
 test_preset() {
-    folder=$(folder_of "$1")
+    preset=$1
+    shift
+    folder=$(folder_of "$preset")
+    mkdir -p "$folder" || return 1
     rm -f "$folder/test-results.xml" "$folder/test-status"
-    say "Testing ($1)"
+    say "Testing ($preset)"
     (
         cd "$root" || exit 1
         {
             status=0
             # One at a time: the guest and the programs must not be slowed past a time limit by other tests.
             # The whole output is kept, because the summaries are at its end.
-            ctest --preset "$1" --output-junit "$folder/test-results.xml" \
+            ctest --preset "$preset" "$@" --output-junit "$folder/test-results.xml" \
                 --test-output-size-passed 100000000 --test-output-size-failed 100000000 </dev/null 2>&1 || status=$?
             echo $status >"$folder/test-status"
         } | sed -u 's/^/    /'

@@ -2,12 +2,21 @@
 // and its update where the need for an alert arises.
 #include "Classes/AlertFactory.h"
 
+#include "Classes/AlertKind.h"
+#include "Classes/Outlets.h"
+#include "Classes/TBUSBPrinter.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
 
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -3,9 +3,11 @@
 // them may be empty.
 #pragma once
 
+#include "Classes/AlertKind.h"
 #include "Classes/Outlets.h"
 #include "platform/foundation/OptionalText.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>

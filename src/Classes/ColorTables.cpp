@@ -9,6 +9,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
 
 namespace zul {
 

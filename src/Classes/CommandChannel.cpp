@@ -2,15 +2,24 @@
 // query exchange on the command queue.
 #include "Classes/CommandChannel.h"
 
+#include "Classes/PrinterEvents.h"
 #include "Classes/PrinterReporter.h"
 #include "Classes/StatusCodeNames.h"
 #include "holven_log/HOLVEN_Log.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/ReplyShapes.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace zul {
 

@@ -6,9 +6,15 @@
 #include "Classes/USBInterfaceHelpers.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/SystemLog.h"
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <strings.h>
 
 namespace zul {

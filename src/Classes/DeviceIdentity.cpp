@@ -4,6 +4,12 @@
 
 #include "platform/foundation/Format.h"
 
+#include <array>
+#include <cstddef>
+#include <mutex>
+#include <optional>
+#include <string>
+
 namespace zul {
 
 namespace {

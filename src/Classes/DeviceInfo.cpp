@@ -2,6 +2,15 @@
 // printer's command queue, read on the main queue.
 #include "Classes/DeviceInfo.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
 namespace zul {
 
 namespace {

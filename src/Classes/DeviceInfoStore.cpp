@@ -2,11 +2,14 @@
 // leave, the static operations of TBUSBPrinter for all other callers.
 #include "Classes/DeviceInfoStore.h"
 
+#include "Classes/DeviceInfo.h"
 #include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/Format.h"
 
 #include <cassert>
+#include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace zul {

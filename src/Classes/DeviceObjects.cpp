@@ -2,6 +2,11 @@
 // reused while the process lives, so those of the objects before and after a restart differ.
 #include "Classes/DeviceObjects.h"
 
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
+#include <mutex>
+#include <string>
+
 namespace zul {
 
 bool DeviceObjects::add(const std::string& key, ServiceToken token) {

@@ -3,14 +3,26 @@
 // purpose.
 #include "Classes/FirmwareUpdate.h"
 
+#include "Classes/DeviceInfo.h"
+#include "Classes/DeviceInfoKeys.h"
+#include "Classes/Outlets.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/UserDefaults.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
 
-#include "platform/dispatch/Queue.h"
-#include "platform/foundation/Format.h"
-#include "platform/foundation/UserDefaults.h"
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <utility>
 
 namespace zul {
 

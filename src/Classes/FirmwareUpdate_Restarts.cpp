@@ -1,10 +1,16 @@
 // How an update continues with the object that a printer gets after a restart. Command queue; called by the probe of a
 // new object whose device information has a progress value.
+#include "Classes/DeviceInfoKeys.h"
 #include "Classes/FirmwareUpdate.h"
-
+#include "Classes/PrinterEvents.h"
+#include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Format.h"
 #include "protocol/StatusTexts.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
 
 namespace zul {
 

@@ -1,13 +1,21 @@
 // The colour tables of an update: the printer's are cleared and the archive's are written, a name and its contents
 // each. Command queue; called at the end of an update and by the printer's own operation.
 #include "Classes/FirmwareUpdate.h"
-
+#include "Classes/PrinterEvents.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/SRecord.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
 
-#include "platform/foundation/Format.h"
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

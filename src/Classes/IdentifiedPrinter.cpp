@@ -3,7 +3,13 @@
 #include "Classes/IdentifiedPrinter.h"
 
 #include "Classes/DeviceID1284.h"
+#include "Classes/DeviceIdentity.h"
+#include "Classes/USBInterfaceHelpers.h"
+#include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
+
+#include <optional>
 
 namespace zul {
 

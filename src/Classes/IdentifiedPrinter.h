@@ -5,12 +5,12 @@
 #include "Classes/DeviceIdentity.h"
 #include "Classes/PrinterReporter.h"
 #include "Classes/USBInterfaceHelpers.h"
+#include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/OptionalText.h"
 
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 
 namespace zul {

@@ -2,14 +2,24 @@
 // update.
 #include "Classes/ModelFiles.h"
 
+#include "Classes/DeviceInfo.h"
+#include "Classes/DeviceInfoKeys.h"
+#include "Classes/TBUSBPrinter.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
+#include "archive/ProductTable.h"
 #include "archive/SRecord.h"
-
 #include "platform/foundation/Bundle.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
 
+#include <cstddef>
 #include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace zul {
 

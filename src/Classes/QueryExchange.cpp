@@ -2,11 +2,20 @@
 // owns the exchange, on its command queue; a printer without a queue calls it on main.
 #include "Classes/QueryExchange.h"
 
+#include "Classes/CommandChannel.h"
+#include "Classes/PrinterEvents.h"
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/ReplyShapes.h"
 
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace zul {

@@ -5,6 +5,7 @@
 
 #include "Classes/CommandChannel.h"
 #include "platform/dispatch/Clock.h"
+#include "platform/foundation/Data.h"
 
 #include <cstdint>
 #include <optional>

@@ -2,8 +2,12 @@
 // code is logged or shown.
 #include "Classes/StatusCodeNames.h"
 
+#include "platform/usb/IOReturn.h"
+
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 
 namespace zul {
 

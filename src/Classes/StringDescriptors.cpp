@@ -4,9 +4,16 @@
 
 #include "Classes/CommandChannel.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace zul {

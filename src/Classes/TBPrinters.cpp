@@ -2,13 +2,21 @@
 // Main queue throughout.
 #include "Classes/TBPrinters.h"
 
+#include "Classes/Environment.h"
+#include "Classes/Outlets.h"
+#include "Classes/TBUSBPrinter.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/UserDefaults.h"
 
-#include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

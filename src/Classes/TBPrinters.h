@@ -7,6 +7,8 @@
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 
 #include <memory>

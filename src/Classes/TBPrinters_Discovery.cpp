@@ -1,9 +1,15 @@
 // Which printers are there: registration for arrivals and departures, one printer object per accepted interface, and
 // its retirement. Main queue throughout.
+#include "Classes/Environment.h"
+#include "Classes/PrinterEvents.h"
 #include "Classes/TBPrinters.h"
-
+#include "Classes/TBUSBPrinterZUL.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/SystemLog.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/ServiceRegistry.h"
 
 #include <algorithm>
 #include <utility>

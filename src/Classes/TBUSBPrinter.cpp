@@ -5,9 +5,17 @@
 
 #include "Classes/DeviceID1284.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
 
 namespace zul {
 

@@ -8,6 +8,7 @@
 
 #include "Classes/CommandChannel.h"
 #include "Classes/DeviceInfo.h"
+#include "Classes/DeviceObjects.h"
 #include "Classes/Environment.h"
 #include "Classes/IdentifiedPrinter.h"
 #include "Classes/PrinterQueues.h"
@@ -20,6 +21,7 @@
 #include "platform/usb/ServiceRegistry.h"
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>

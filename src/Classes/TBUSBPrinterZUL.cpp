@@ -2,16 +2,29 @@
 // The controller makes the object on the main queue; the probe, frames and replies are of the command queue.
 #include "Classes/TBUSBPrinterZUL.h"
 
+#include "Classes/AlertKind.h"
+#include "Classes/DeviceInfo.h"
+#include "Classes/DeviceInfoKeys.h"
+#include "Classes/Outlets.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/TBUSBPrinter.h"
 #include "archive/FirmwareArchive.h"
 #include "archive/KeyedDigest.h"
 #include "archive/ProductTable.h"
 #include "archive/SRecord.h"
-#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
 
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

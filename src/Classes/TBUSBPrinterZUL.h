@@ -14,7 +14,12 @@
 #include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/OptionalText.h"
 
-#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace zul {

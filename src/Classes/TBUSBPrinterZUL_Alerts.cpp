@@ -1,11 +1,18 @@
 // Showing alerts. An alert is made on any thread; it is shown on the main queue, and no thread waits for the answer.
 // Called by the printer, by its update and by the programs.
+#include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinterZUL.h"
-
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/UserDefaults.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

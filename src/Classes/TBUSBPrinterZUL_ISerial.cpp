@@ -1,13 +1,18 @@
 // Whether the printer reports a USB serial number: reading and writing that setting, and what follows a change. Called
 // from the menus and by the probe; what talks to the printer runs on its command queue.
+#include "Classes/DeviceInfoKeys.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/CommandFrame.h"
 
-#include "platform/foundation/Bundle.h"
-#include "platform/foundation/Format.h"
-
+#include <cstdint>
 #include <cstdlib>
+#include <optional>
+#include <string>
 
 namespace zul {
 

@@ -1,15 +1,26 @@
 // What a printer can be asked for, and where the answers are kept. Requests run one after another on the command queue;
 // answers are stored there, with change notices.
 #include "Classes/ColorTables.h"
+#include "Classes/DeviceInfoKeys.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterTypes.h"
+#include "Classes/QueryExchange.h"
+#include "Classes/TBUSBPrinter.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
 
-#include "platform/foundation/Format.h"
-
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

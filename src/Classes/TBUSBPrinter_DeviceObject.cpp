@@ -1,10 +1,19 @@
 // The printer and its service: taking the service, what its messages mean, resets, and giving everything back. Setters
 // and resets run on the command queue; messages arrive on the main queue.
-#include "Classes/TBUSBPrinter.h"
-
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterTypes.h"
 #include "Classes/StatusCodeNames.h"
+#include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/SystemLog.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <utility>
 
 namespace zul {
 

@@ -3,11 +3,18 @@
 #include "Classes/TBUSBPrinter.h"
 
 #include "Classes/DeviceID1284.h"
+#include "Classes/DeviceInfo.h"
 #include "Classes/StatusCodeNames.h"
-#include "Classes/USBInterfaceHelpers.h"
+#include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
 #include <utility>
 
 namespace zul {

@@ -1,10 +1,18 @@
 // The printer's USB interface: open, close, pipes, bulk transfers, ownership. Everything here runs on the command queue
 // unless its name ends in OnMain; what others observe is changed on the main queue, which the command queue may wait
 // for (never the other way round).
-#include "Classes/TBUSBPrinter.h"
-
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterTypes.h"
 #include "Classes/StatusCodeNames.h"
+#include "Classes/TBUSBPrinter.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "platform/usb/IOReturn.h"
+
+#include <cstdint>
+#include <optional>
+#include <utility>
 
 namespace zul {
 

@@ -3,9 +3,18 @@
 #include "Classes/USBInterfaceHelpers.h"
 
 #include "Classes/StatusCodeNames.h"
+#include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/SystemLog.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace zul {
 

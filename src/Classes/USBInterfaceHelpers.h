@@ -4,6 +4,7 @@
 #pragma once
 
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <cstdint>

@@ -2,8 +2,12 @@
 // Called by the command line, the window and the diagnosis; any thread.
 #include "archive/ArchiveTexts.h"
 
+#include "archive/FirmwareArchive.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/ShellWord.h"
+
+#include <string>
 
 namespace zul {
 

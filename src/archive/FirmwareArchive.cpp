@@ -2,10 +2,20 @@
 // verification, and by the programs on the main queue.
 #include "archive/FirmwareArchive.h"
 
+#include "archive/FirmwareDigests.h"
+#include "archive/FirmwareFile.h"
 #include "archive/KeyedDigest.h"
+#include "archive/ProductTable.h"
+#include "platform/files/FileReader.h"
 #include "platform/foundation/Bundle.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
 
 namespace zul {
 

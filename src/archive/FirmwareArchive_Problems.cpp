@@ -1,11 +1,15 @@
 // Finds the available firmware of a model and the reasons why it cannot be installed.
 // Called by the programs before an update starts; any thread.
 #include "archive/FirmwareArchive.h"
-
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
 #include "platform/foundation/Bundle.h"
 
+#include <filesystem>
 #include <optional>
+#include <string>
 #include <system_error>
+#include <vector>
 
 namespace zul {
 

@@ -5,6 +5,11 @@
 #include "platform/files/FileReader.h"
 #include "platform/foundation/JsonFile.h"
 
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <variant>
+
 namespace zul {
 
 namespace {

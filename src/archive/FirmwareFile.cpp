@@ -3,6 +3,12 @@
 #include "archive/FirmwareFile.h"
 
 #include "archive/SRecord.h"
+#include "platform/foundation/Data.h"
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 namespace zul {
 

@@ -2,8 +2,13 @@
 // Called for every verified file; any thread.
 #include "archive/KeyedDigest.h"
 
+#include "platform/foundation/Data.h"
+
+#include <cstddef>
+#include <cstdint>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
+#include <string>
 #include <string_view>
 
 namespace zul {

@@ -4,6 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <set>
+#include <span>
+#include <string_view>
 
 namespace zul {
 

@@ -4,9 +4,15 @@
 
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/files/Files.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace zul {

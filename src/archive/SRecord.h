@@ -5,6 +5,7 @@
 #include "platform/foundation/Data.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>

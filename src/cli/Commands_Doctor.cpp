@@ -1,20 +1,29 @@
 // The command doctor: finds what keeps printers from being used or updated on this machine. Printers are queried on the
 // main queue as for "list". The checks wait for files and services, so they run on a serial queue of their own.
-#include "cli/Commands.h"
-
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ProductTable.h"
+#include "cli/Commands.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
+#include "platform/dispatch/Queue.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/StatusTexts.h"
+#include "session/AttachedPrinters.h"
 #include "session/Doctor.h"
 #include "session/HistoryOptions.h"
 #include "update/UpdateHistory.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <string>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace zul::cli {
 

@@ -1,16 +1,22 @@
 // The command history: lists or dismisses the updates that both programs have recorded, from the history file. Starts
 // no bus and waits for no printer. Runs on the main thread before any queue.
 #include "cli/Commands.h"
-
 #include "cli/ExitStatus.h"
+#include "cli/Options.h"
 #include "cli/Output.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalTime.h"
 #include "session/HistoryOptions.h"
+#include "update/ProcessIdentity.h"
 #include "update/UpdateHistory.h"
+#include "update/UpdateRecord.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace zul::cli {
 

@@ -1,11 +1,14 @@
 // Commands that need no printer: the archive, S-record files, defaults, host information.
 // Run on the main thread before any queue; called by main().
-#include "cli/Commands.h"
-
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
+#include "archive/FirmwareArchive.h"
+#include "archive/FirmwareDigests.h"
+#include "archive/ProductTable.h"
 #include "archive/SRecord.h"
+#include "cli/Commands.h"
 #include "cli/ExitStatus.h"
+#include "cli/Options.h"
 #include "cli/Output.h"
 #include "holven_Base/HOLVEN_Base.h"
 #include "platform/files/Files.h"
@@ -15,8 +18,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
 
 namespace zul::cli {
 

@@ -1,19 +1,28 @@
 // The commands that query, set or reset printers. Called by main() on the main queue.
 // Transfers block, so they run on the printer's own command queue.
-#include "cli/Commands.h"
-
-#include "protocol/StatusTexts.h"
-
 #include "Classes/StatusCodeNames.h"
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "cli/Commands.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
+#include "protocol/StatusTexts.h"
 #include "session/FailureTexts.h"
 #include "session/PrinterInfo.h"
 #include "update/PrinterNeed.h"
 
+#include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul::cli {
 
@@ -52,8 +61,9 @@ bool reserve(Program& program, const Program::Printer& printer, const std::strin
         program.session.locks.tryLock(printer->keyUSBdevice(), activity, printer->raw1284DeviceID().value_or(""));
     if (!result.problem.empty()) program.output.note(result.problem);
     lock = std::move(result.lock);
-    if (result.isRefused()) reportBusy(program, printer, *result.holder);
-    return !result.isRefused();
+    if (!result.holder || !result.isRefused()) return true;
+    reportBusy(program, printer, *result.holder);
+    return false;
 }
 
 // Opens the interface, runs work on the printer's queue, closes the interface, then runs done on the main queue.

@@ -1,9 +1,10 @@
 // The command update: chooses the printers, shows their progress, and ends the run with an exit status.
 // Called by main(); everything runs on the main queue.
-#include "cli/Commands.h"
-
+#include "Classes/Outlets.h"
 #include "Classes/StatusCodeNames.h"
+#include "cli/Commands.h"
 #include "cli/ExitStatus.h"
+#include "cli/Options.h"
 #include "cli/Program.h"
 #include "cli/Questions.h"
 #include "cli/UpdateAnswers.h"
@@ -12,10 +13,13 @@
 #include "session/PrinterInfo.h"
 
 #include <algorithm>
+#include <chrono>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <unistd.h>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul::cli {
 

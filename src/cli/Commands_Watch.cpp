@@ -1,14 +1,19 @@
 // The command watch: prints arrivals, departures and every changed entry of the device info as they happen.
 // Called by main() on the main queue.
+#include "Classes/DeviceInfoKeys.h"
+#include "Classes/TBUSBPrinter.h"
 #include "cli/Commands.h"
-
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
 #include "session/PrinterInfo.h"
 
+#include <algorithm>
+#include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <string>
 
 namespace zul::cli {
 

@@ -2,6 +2,8 @@
 // Called by the update command on the main queue; a pure function.
 #include "cli/ExitStatus.h"
 
+#include "update/UpdateVerdict.h"
+
 namespace zul::cli {
 
 ExitStatus exitStatusOf(UpdateResult result) {

@@ -4,9 +4,14 @@
 
 #include "cli/ExitStatus.h"
 #include "platform/foundation/LocalTime.h"
+#include "session/SessionOptions.h"
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cstdint>
+#include <set>
+#include <sstream>
+#include <utility>
 
 namespace zul::cli {
 

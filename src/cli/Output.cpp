@@ -4,11 +4,15 @@
 
 #include "cli/ExitStatus.h"
 #include "cli/StandardStream.h"
+#include "platform/foundation/PrintableText.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <system_error>
+#include <vector>
 
 namespace zul::cli {
 

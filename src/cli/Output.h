@@ -2,8 +2,7 @@
 // queue runs, and on it.
 #pragma once
 
-#include "platform/foundation/PrintableText.h"
-
+#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>

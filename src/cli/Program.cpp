@@ -2,11 +2,23 @@
 // Called by main() and the commands, on the main queue.
 #include "cli/Program.h"
 
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBPrinters.h"
+#include "Classes/TBUSBPrinter.h"
 #include "cli/ExitStatus.h"
-#include "platform/foundation/Format.h"
+#include "cli/Options.h"
+#include "platform/foundation/Data.h"
+#include "session/AttachedPrinters.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul::cli {
 

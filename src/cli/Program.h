@@ -1,14 +1,18 @@
 // One run of zulctl that uses printers: its session, its start, and the look-up of printers by name. Main queue.
 #pragma once
 
+#include "Classes/Outlets.h"
+#include "Classes/TBPrinters.h"
 #include "cli/Options.h"
 #include "cli/Output.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Signals.h"
 #include "session/AttachedPrinters.h"
 #include "session/Session.h"
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zul::cli {

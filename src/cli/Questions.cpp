@@ -2,12 +2,15 @@
 // Everything else runs on the main queue; called by UpdateAnswers and the update command.
 #include "cli/Questions.h"
 
-#include "cli/Output.h"
+#include "Classes/Outlets.h"
+#include "platform/foundation/PrintableText.h"
 
-#include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <iostream>
+#include <string>
 #include <thread>
+#include <utility>
 
 namespace zul::cli {
 

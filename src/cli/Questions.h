@@ -4,8 +4,8 @@
 #include "Classes/Outlets.h"
 #include "platform/dispatch/Queue.h"
 
+#include <cstddef>
 #include <deque>
-#include <functional>
 #include <string>
 
 namespace zul::cli {

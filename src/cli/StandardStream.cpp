@@ -4,11 +4,14 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <iostream>
+#include <mutex>
 #include <poll.h>
 #include <string_view>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace zul::cli {
 

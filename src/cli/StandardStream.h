@@ -3,7 +3,10 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstddef>
+#include <ios>
 #include <mutex>
+#include <ostream>
 #include <streambuf>
 #include <string>
 

@@ -2,8 +2,13 @@
 // Called by the update command on the main queue.
 #include "cli/UpdateAnswers.h"
 
+#include "Classes/AlertKind.h"
+#include "Classes/Outlets.h"
+
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
+#include <utility>
 
 namespace zul::cli {
 

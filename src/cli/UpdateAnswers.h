@@ -2,10 +2,13 @@
 // button that starts nothing. Main queue.
 #pragma once
 
+#include "Classes/Outlets.h"
 #include "cli/Options.h"
 #include "cli/Output.h"
 #include "cli/Questions.h"
 #include "cli/UpdateDisplay.h"
+
+#include <cstddef>
 
 namespace zul::cli {
 

@@ -2,12 +2,17 @@
 // Called by the update command on the main queue.
 #include "cli/UpdateDisplay.h"
 
+#include "cli/Output.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
 #include "protocol/StatusTexts.h"
 #include "session/PrinterInfo.h"
 
+#include <chrono>
+#include <cstddef>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>

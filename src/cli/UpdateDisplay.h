@@ -3,6 +3,8 @@
 #pragma once
 
 #include "cli/Output.h"
+#include "platform/dispatch/Clock.h"
+#include "update/UpdateState.h"
 #include "update/UpdateSupervisor.h"
 
 #include <map>

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <iostream>
 #include <map>
+#include <string>
 #include <unistd.h>
 
 namespace zul::cli {

@@ -9,12 +9,16 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace zul {
 

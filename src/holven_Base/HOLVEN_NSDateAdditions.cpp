@@ -2,8 +2,12 @@
 // Called for log lines; any thread.
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
 
+#include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <memory>
+#include <optional>
+#include <string>
 #include <unicode/simpletz.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>

@@ -6,6 +6,9 @@
 #include "holven_Base/HostProbe.h"
 #include "platform/foundation/Format.h"
 
+#include <optional>
+#include <string>
+
 namespace zul {
 
 std::optional<std::string> pathToSelf() {

@@ -5,8 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <span>
+#include <string>
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
 

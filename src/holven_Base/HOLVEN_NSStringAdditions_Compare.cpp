@@ -3,12 +3,19 @@
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 
 #include <algorithm>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <unicode/coll.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
+#include <vector>
 
 namespace zul {
 

@@ -1,10 +1,15 @@
 // Hex dumps: one row format for the traffic log and for whole dumps.
 // Pure functions; any thread.
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
-
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <utility>
 
 namespace zul {
 

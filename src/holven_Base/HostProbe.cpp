@@ -7,13 +7,18 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <sched.h>
+#include <optional>
 #include <sstream>
+#include <string>
 #include <sys/utsname.h>
+#include <system_error>
 #include <unicode/uversion.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -5,13 +5,19 @@
 #include "holven_Base/HOLVEN_NSDateAdditions.h"
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "holven_log/HOLVEN_LogState.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
 #include <span>
+#include <string>
 #include <string_view>
 #include <unicode/utf8.h>
+#include <vector>
 
 namespace zul {
 

@@ -3,8 +3,12 @@
 
 #include "holven_log/HOLVEN_Log.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace zul {

@@ -3,6 +3,7 @@
 #include "holven_log/HOLVEN_Log.h"
 #include "platform/foundation/Format.h"
 
+#include <string>
 #include <unicode/locid.h>
 #include <unicode/regex.h>
 #include <unicode/unistr.h>

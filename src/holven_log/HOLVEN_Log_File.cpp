@@ -1,18 +1,26 @@
 // Opens the log file, and rolls it when it is long.
 // Called at program start; writes are called on any thread, under the log's lock.
+#include "holven_log/HOLVEN_Log.h"
 #include "holven_log/HOLVEN_LogState.h"
 #include "platform/files/Files.h"
 #include "platform/files/Folders.h"
 #include "platform/files/ScopedFd.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/SystemLog.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
 #include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace zul {
 
@@ -76,7 +84,7 @@ bool HOLVEN_Log::setLogFile(const std::optional<std::string>& path) {
         } else {
             shareIfRegular(::fileno(log.file));
             std::setvbuf(log.file, nullptr, _IONBF, 0); // unbuffered: every line is in the file at once
-            writeToFile(log, *log.pending);
+            if (log.pending) writeToFile(log, *log.pending);
             log.pending.reset();
             log.pendingCharacters = 0;
             if (!log.logsToStandardError) log.outside.reopenStandardError(*log.logFilePath);

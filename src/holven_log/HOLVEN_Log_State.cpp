@@ -1,14 +1,21 @@
 // The state of the log: initial values, outlets, switches and observers.
 // Any thread; the state is guarded by its lock.
 #include "holven_Base/HostProbe.h"
+#include "holven_log/HOLVEN_Log.h"
 #include "holven_log/HOLVEN_LogState.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
 
 #include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -2,8 +2,16 @@
 // for each command that they send.
 #include "protocol/CommandFrame.h"
 
+#include "platform/foundation/Data.h"
+
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace zul {
 

@@ -3,6 +3,7 @@
 
 #include "platform/foundation/Data.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>

@@ -6,6 +6,11 @@
 #include "protocol/CommandFrame.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 
 namespace zul {

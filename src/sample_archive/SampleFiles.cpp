@@ -2,13 +2,17 @@
 // bytes. Called by make_sample_archive and by tests.
 #include "sample_archive/SampleFiles.h"
 
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace zul {
 

@@ -7,11 +7,17 @@
 #include "platform/files/Files.h"
 #include "platform/foundation/Format.h"
 #include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/SystemFolders.h"
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
 
 namespace zul {
 

@@ -5,17 +5,26 @@
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
 #include "archive/ProductTable.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/ShellWord.h"
+#include "platform/usb/PrinterReservations.h"
 #include "update/UpdateTexts.h"
 #include "usb/libusb/ProcessSearch.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
+#include <optional>
 #include <sstream>
+#include <string>
+#include <string_view>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -6,10 +6,10 @@
 #pragma once
 
 #include "platform/usb/PrinterReservations.h"
-#include "session/AttachedPrinters.h"
 #include "session/LoginService.h"
 #include "usb/libusb/SystemFolders.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>

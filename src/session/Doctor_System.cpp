@@ -1,19 +1,30 @@
 // The checks of the machine: rules, folders, services. Called by Doctor::examine on a thread that may block.
 // Each reads files or runs a command with a time limit; nothing is changed.
-#include "session/Doctor.h"
-
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
+#include "archive/FirmwareArchive.h"
 #include "archive/ProductTable.h"
 #include "platform/files/Files.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/ShellWord.h"
+#include "session/Doctor.h"
+#include "session/LoginService.h"
 #include "update/UpdateHistory.h"
+#include "update/UpdateRecord.h"
 #include "usb/libusb/ProcessSearch.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <set>
 #include <sstream>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

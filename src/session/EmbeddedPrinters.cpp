@@ -2,10 +2,20 @@
 // Called by the session on the main queue, before it starts.
 #include "session/EmbeddedPrinters.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/SessionOptions.h"
+#include "session/SessionProblem.h"
+#include "virtual_printer/VirtualBus.h"
+#include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
+#include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace zul {

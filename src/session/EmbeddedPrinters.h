@@ -1,6 +1,7 @@
 // Creates the embedded printers of a run from its command line options. Main queue, before the session starts.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"

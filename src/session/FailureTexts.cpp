@@ -4,8 +4,12 @@
 
 #include "Classes/TBUSBPrinter.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/IOReturn.h"
 #include "session/AttachedPrinters.h"
 #include "update/UpdateTexts.h"
+#include "usb/libusb/SystemFolders.h"
+
+#include <string>
 
 namespace zul {
 

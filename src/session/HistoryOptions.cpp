@@ -2,6 +2,9 @@
 // Any thread.
 #include "session/HistoryOptions.h"
 
+#include "session/SessionOptions.h"
+#include "update/UpdateHistory.h"
+
 #include <chrono>
 
 namespace zul {

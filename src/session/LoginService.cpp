@@ -2,13 +2,19 @@
 // diagnosis. The library's blocking call is not used, because it waits without a limit while it connects.
 #include "session/LoginService.h"
 
+#include "platform/files/ScopedFd.h"
 #include "platform/foundation/LocalizedFormat.h"
 
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <memory>
+#include <string>
 #include <systemd/sd-bus.h>
+#include <utility>
 
 namespace zul {
 

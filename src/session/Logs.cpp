@@ -6,7 +6,11 @@
 #include "platform/files/ScopedFd.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/foundation/SystemLog.h"
+#include "session/SessionOptions.h"
+#include "session/SessionProblem.h"
 
+#include <optional>
+#include <string>
 #include <unistd.h>
 
 namespace zul {

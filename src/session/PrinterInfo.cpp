@@ -2,13 +2,21 @@
 // Called by the command line and the window on the main queue.
 #include "session/PrinterInfo.h"
 
+#include "Classes/DeviceInfo.h"
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "update/PrinterNeed.h"
 #include "update/UpdateSupervisor.h"
+#include "update/UpdateTexts.h"
 
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
 
 namespace zul {
 

@@ -1,7 +1,9 @@
 // The device info of a printer as JSON and as lines of text. Main queue.
 #pragma once
 
+#include "Classes/DeviceInfo.h"
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/usb/PrinterReservations.h"
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>

@@ -2,19 +2,39 @@
 // Owned by the command line or the window; main queue, except where noted.
 #include "session/Session.h"
 
+#include "Classes/Outlets.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterTypes.h"
 #include "Classes/StatusCodeNames.h"
+#include "Classes/TBPrinters.h"
 #include "archive/FirmwareDigests.h"
 #include "archive/ProductTable.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
+#include "platform/usb/ServiceRegistry.h"
 #include "session/EmbeddedPrinters.h"
 #include "session/FailureTexts.h"
 #include "session/HistoryOptions.h"
+#include "session/SessionOptions.h"
+#include "session/SessionProblem.h"
+#include "update/PrinterLocks.h"
+#include "update/UpdateSupervisor.h"
 #include "usb/libusb/LibusbBus.h"
 
-#include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
 #include <unistd.h>
 #include <utility>
+#include <variant>
+#include <vector>
 
 namespace zul {
 

@@ -3,11 +3,17 @@
 #pragma once
 
 #include "Classes/Environment.h"
+#include "Classes/PrinterEvents.h"
 #include "Classes/TBPrinters.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/UserDefaults.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
+#include "platform/usb/ServiceRegistry.h"
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"
 #include "session/SleepInhibitor.h"

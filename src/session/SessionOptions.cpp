@@ -7,7 +7,11 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
 
 namespace zul {
 

@@ -2,11 +2,18 @@
 // bus may be slow and the main queue must not wait for it.
 #include "session/SleepInhibitor.h"
 
+#include "platform/files/ScopedFd.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/LoginService.h"
 
+#include <functional>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace zul {
 

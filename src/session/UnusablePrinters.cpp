@@ -2,11 +2,19 @@
 // Called by the session on the main queue.
 #include "session/UnusablePrinters.h"
 
+#include "Classes/PrinterEvents.h"
 #include "archive/ProductTable.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "session/FailureTexts.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
 
 namespace zul {
 

@@ -2,6 +2,9 @@
 // resolution change. GUI thread; AlertPresenter is the only caller.
 #include "ui/AlertBox.h"
 
+#include "Classes/Outlets.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/KeyValueObserving.h"
 #include "ui/ChangeRelay.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
@@ -14,8 +17,12 @@
 #include <QScreen>
 #include <QShortcut>
 #include <algorithm>
+#include <cstddef>
+#include <functional>
 #include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul::ui {
 

@@ -7,6 +7,7 @@
 
 #include <QMessageBox>
 #include <QString>
+#include <memory>
 #include <vector>
 
 class QAbstractButton;

@@ -2,6 +2,8 @@
 // and the window raise alerts through beginAlert.
 #include "ui/AlertPresenter.h"
 
+#include "Classes/Outlets.h"
+#include "platform/dispatch/Queue.h"
 #include "ui/AlertBox.h"
 #include "ui/Pictures.h"
 

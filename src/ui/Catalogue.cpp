@@ -2,11 +2,15 @@
 // calls it before the window is built.
 #include "ui/Catalogue.h"
 
+#include "platform/foundation/Bundle.h"
+
 #include <QCoreApplication>
 #include <QLibraryInfo>
 #include <QTranslator>
 #include <clocale>
+#include <filesystem>
 #include <libintl.h>
+#include <string>
 #include <string_view>
 #include <utility>
 

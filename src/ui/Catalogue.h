@@ -2,8 +2,6 @@
 // shown.
 #pragma once
 
-#include "platform/foundation/Bundle.h"
-
 #include <filesystem>
 #include <string>
 

@@ -3,13 +3,19 @@
 #include "ui/Details.h"
 
 #include "Classes/ColorTables.h"
+#include "Classes/DeviceInfo.h"
+#include "Classes/DeviceInfoKeys.h"
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "session/PrinterInfo.h"
 #include "ui/Texts.h"
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zul::ui {
 

@@ -2,8 +2,12 @@
 // by DetailsPane and by the view.
 #include "ui/DetailsModel.h"
 
+#include "ui/Details.h"
+
 #include <QFont>
 #include <algorithm>
+#include <cstddef>
+#include <vector>
 
 namespace zul::ui {
 

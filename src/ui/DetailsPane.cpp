@@ -2,6 +2,10 @@
 // calls showPrinter whenever the selection or the selected printer's device info changes.
 #include "ui/DetailsPane.h"
 
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/Bundle.h"
+#include "ui/Details.h"
+#include "ui/DetailsModel.h"
 #include "ui/Texts.h"
 
 #include <QAction>
@@ -11,6 +15,8 @@
 #include <QHeaderView>
 #include <QStyledItemDelegate>
 #include <algorithm>
+#include <memory>
+#include <vector>
 
 namespace zul::ui {
 

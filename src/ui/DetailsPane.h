@@ -2,6 +2,7 @@
 // thread, which is the main queue's; MainWindow owns it.
 #pragma once
 
+#include "Classes/TBUSBPrinterZUL.h"
 #include "ui/DetailsModel.h"
 
 #include <QTableView>

@@ -3,6 +3,8 @@
 #include "ui/LogWindow.h"
 
 #include "holven_log/HOLVEN_Log.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
 
@@ -21,6 +23,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 #include <array>
+#include <cstddef>
 
 namespace zul::ui {
 

@@ -2,6 +2,9 @@
 // WindowProgram and by the session, which reports changes of updates and of printers that cannot be used.
 #include "ui/MainWindow.h"
 
+#include "Classes/TBPrinters.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterInfo.h"
 #include "ui/AlertPresenter.h"
@@ -9,6 +12,7 @@
 #include "ui/MenuMirror.h"
 #include "ui/PaneRoom.h"
 #include "ui/Pictures.h"
+#include "ui/PrinterTable.h"
 #include "ui/Questions.h"
 #include "ui/ReportSaver.h"
 #include "ui/StateDelegate.h"
@@ -21,6 +25,9 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QShortcut>
+#include <initializer_list>
+#include <memory>
+#include <utility>
 
 namespace zul::ui {
 

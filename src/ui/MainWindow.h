@@ -3,13 +3,18 @@
 #pragma once
 
 #include "Classes/Outlets.h"
+#include "platform/usb/PrinterReservations.h"
 #include "session/Session.h"
 #include "ui/PrinterArrayController.h"
 #include "ui/PrinterTable.h"
+#include "ui/PrinterTableModel.h"
 #include "ui/TaskbarProgress.h"
+#include "update/UpdateSupervisor.h"
 
 #include <QMainWindow>
+#include <functional>
 #include <memory>
+#include <string>
 
 class QLabel;
 

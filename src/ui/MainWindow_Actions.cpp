@@ -1,21 +1,29 @@
 // The window's actions, when each of them is enabled, and the questions before them; and how the program ends. An
 // action applies to the selected printer, which is the highlighted row. GUI thread; called by menus, tool bar and
 // shortcuts.
-#include "ui/MainWindow.h"
-
+#include "Classes/Outlets.h"
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterInfo.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
+#include "ui/MainWindow.h"
+#include "ui/PrinterArrayController.h"
 #include "ui/Questions.h"
 #include "ui/ReportSaver.h"
 #include "ui/Texts.h"
 #include "ui/WindowApplication.h"
 #include "ui_MainWindow.h"
+#include "update/UpdateTexts.h"
 
 #include <QCloseEvent>
 #include <QMenu>
 #include <QToolButton>
+#include <functional>
 #include <utility>
 
 namespace zul::ui {

@@ -2,12 +2,17 @@
 // called by MainWindow when it is built and when its texts are translated.
 #include "ui/MenuMirror.h"
 
+#include "Classes/Outlets.h"
 #include "ui/Texts.h"
 
 #include <QAction>
 #include <QMenu>
 #include <QMenuBar>
 #include <QRegularExpression>
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
 
 namespace zul::ui {
 

@@ -2,7 +2,16 @@
 // table when the operator selects a row, by the engine's controller, and on changes of its list.
 #include "ui/PrinterArrayController.h"
 
+#include "Classes/TBPrinters.h"
+#include "platform/dispatch/Queue.h"
+#include "ui/ChangeRelay.h"
+#include "ui/PrinterTable.h"
+#include "ui/PrinterTableModel.h"
+
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul::ui {
 

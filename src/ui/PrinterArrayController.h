@@ -4,6 +4,7 @@
 
 #include "Classes/Outlets.h"
 #include "Classes/TBPrinters.h"
+#include "platform/dispatch/Queue.h"
 #include "ui/ChangeRelay.h"
 #include "ui/PrinterTable.h"
 #include "ui/PrinterTableModel.h"

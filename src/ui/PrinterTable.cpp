@@ -2,12 +2,16 @@
 // controller, and by the view when the operator selects a row.
 #include "ui/PrinterTable.h"
 
+#include "ui/PrinterTableModel.h"
 #include "ui/Texts.h"
 
 #include <QEvent>
 #include <QItemSelectionModel>
 #include <QTimer>
 #include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <string>
 
 namespace zul::ui {
 

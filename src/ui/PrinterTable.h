@@ -7,6 +7,7 @@
 
 #include <QObject>
 #include <QTableView>
+#include <cstddef>
 #include <functional>
 #include <string>
 

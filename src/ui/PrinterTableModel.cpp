@@ -3,7 +3,12 @@
 #include "ui/PrinterTableModel.h"
 
 #include "Classes/ColorTables.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/KeyValueObserving.h"
+#include "ui/ChangeRelay.h"
 #include "ui/Pictures.h"
 #include "ui/StateDelegate.h"
 #include "ui/Texts.h"
@@ -11,6 +16,12 @@
 #include <QFont>
 #include <QPointer>
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul::ui {
 

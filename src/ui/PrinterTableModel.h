@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/dispatch/Queue.h"
 #include "ui/ChangeRelay.h"
 #include "update/PrinterNeed.h"
 
@@ -11,7 +12,10 @@
 #include <QPalette>
 #include <QStringList>
 #include <array>
+#include <cstddef>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace zul::ui {

@@ -2,8 +2,12 @@
 // called by MainWindow and ReportSaver.
 #include "ui/Questions.h"
 
+#include "Classes/Outlets.h"
+#include "platform/foundation/Bundle.h"
 #include "ui/Texts.h"
 
+#include <functional>
+#include <string>
 #include <utility>
 
 namespace zul::ui {

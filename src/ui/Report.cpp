@@ -8,8 +8,11 @@
 
 #include <QByteArray>
 #include <QSaveFile>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul::ui {
 

@@ -2,9 +2,12 @@
 // thread; the window's action "Save Report" starts it.
 #include "ui/ReportSaver.h"
 
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "session/Session.h"
 #include "ui/AlertPresenter.h"
 #include "ui/Questions.h"
+#include "ui/Report.h"
 #include "ui/Texts.h"
 
 #include <QDateTime>
@@ -13,6 +16,7 @@
 #include <QFileDialog>
 #include <QShortcut>
 #include <QStringList>
+#include <string>
 #include <utility>
 
 namespace zul::ui {

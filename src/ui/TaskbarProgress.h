@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <utility>
 
 namespace zul::ui {
 

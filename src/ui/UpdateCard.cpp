@@ -2,11 +2,17 @@
 // a second while it runs.
 #include "ui/UpdateCard.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
+#include "update/UpdatePhase.h"
 #include "update/UpdateStep.h"
+#include "update/UpdateSupervisor.h"
 #include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -15,6 +21,11 @@
 #include <QProgressBar>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 
 namespace zul::ui {
 

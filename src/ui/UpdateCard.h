@@ -2,10 +2,13 @@
 // advice when it stalls; in the end its result, until the operator closes it. GUI thread; UpdatePanel owns it.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "update/UpdatePhase.h"
 #include "update/UpdateSupervisor.h"
 
 #include <QFrame>
 #include <array>
+#include <cstddef>
 
 class QBoxLayout;
 class QLabel;

@@ -2,7 +2,10 @@
 // reports a change.
 #include "ui/UpdatePanel.h"
 
+#include "platform/foundation/Bundle.h"
 #include "ui/Texts.h"
+#include "ui/UpdateCard.h"
+#include "update/UpdateSupervisor.h"
 
 #include <QVBoxLayout>
 #include <utility>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ui/UpdateCard.h"
+#include "update/UpdateSupervisor.h"
 
 #include <QScrollArea>
 #include <map>

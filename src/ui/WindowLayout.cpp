@@ -11,6 +11,7 @@
 #include <QScreen>
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 namespace zul::ui {
 

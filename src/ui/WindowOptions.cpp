@@ -2,8 +2,11 @@
 // it.
 #include "ui/WindowOptions.h"
 
+#include "session/SessionOptions.h"
+
 #include <CLI/CLI.hpp>
 #include <sstream>
+#include <utility>
 
 namespace zul::ui {
 

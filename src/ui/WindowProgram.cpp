@@ -2,6 +2,17 @@
 // GUI thread; called by main.
 #include "ui/WindowProgram.h"
 
+#include "platform/dispatch/Clock.h"
+#include "session/Session.h"
+#include "session/SessionOptions.h"
+#include "session/SessionProblem.h"
+#include "ui/LoopBinding.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
 namespace zul::ui {
 
 WindowProgram::WindowProgram(SessionOptions options, std::function<void()> end, Clock* clock)

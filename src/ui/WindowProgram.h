@@ -2,6 +2,10 @@
 // window. GUI thread, which is the main queue's; main owns it.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "session/Session.h"
+#include "session/SessionOptions.h"
+#include "session/SessionProblem.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LoopBinding.h"
 #include "ui/MainWindow.h"
@@ -9,6 +13,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 namespace zul::ui {
 

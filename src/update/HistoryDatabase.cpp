@@ -10,10 +10,14 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
+#include <optional>
 #include <poll.h>
 #include <sqlite3.h>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>

@@ -5,8 +5,13 @@
 #include "platform/foundation/Data.h"
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace zul {
 

@@ -4,18 +4,28 @@
 // ids that no longer exist.
 #include "update/LockService.h"
 
+#include "platform/files/ScopedFd.h"
+#include "update/LockAnswer.h"
+#include "update/LockSocket.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <poll.h>
+#include <string>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace zul {

@@ -2,6 +2,7 @@
 // processes release their locks. Used by PrinterLocks only. Any thread.
 #pragma once
 
+#include "platform/files/ScopedFd.h"
 #include "update/LockAnswer.h"
 #include "update/LockSocket.h"
 

@@ -3,14 +3,20 @@
 #include "update/LockSocket.h"
 
 #include "platform/files/Files.h"
+#include "platform/files/ScopedFd.h"
+#include "update/LockAnswer.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <optional>
 #include <poll.h>
 #include <pwd.h>
+#include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace zul {

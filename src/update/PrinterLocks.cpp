@@ -4,14 +4,22 @@
 #include "update/PrinterLocks.h"
 
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/PrinterReservations.h"
+#include "update/LockAnswer.h"
 #include "update/LockService.h"
 #include "update/LockSocket.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <poll.h>
+#include <string>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace zul {
 

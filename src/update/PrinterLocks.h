@@ -13,7 +13,7 @@
 #include "update/LockAnswer.h"
 
 #include <chrono>
-#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>

@@ -4,7 +4,9 @@
 
 #include "platform/files/Files.h"
 
+#include <cstdint>
 #include <sstream>
+#include <string>
 #include <unistd.h>
 
 namespace zul {

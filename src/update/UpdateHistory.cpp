@@ -2,13 +2,24 @@
 // file again, on its caller's thread: the recorder's queue, or the main queue of a command line that lists records.
 #include "update/UpdateHistory.h"
 
+#include "platform/files/Folders.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "update/HistoryDatabase.h"
+#include "update/ProcessIdentity.h"
+#include "update/UpdateRecord.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
 #include <limits>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <set>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

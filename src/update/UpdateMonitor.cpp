@@ -2,12 +2,24 @@
 // queue. The supervisor owns the monitor, passes the events on to it and reads the states on the main queue.
 #include "update/UpdateMonitor.h"
 
-#include "Classes/TBUSBPrinterZUL.h"
+#include "Classes/FirmwareUpdate.h"
+#include "Classes/PrinterEvents.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
 #include "update/UpdateVerdict.h"
 
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
 #include <utility>
+#include <variant>
+#include <vector>
 
 namespace zul {
 

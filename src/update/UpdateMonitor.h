@@ -3,8 +3,11 @@
 #pragma once
 
 #include "Classes/PrinterEvents.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/PrinterReservations.h"
 #include "update/UpdateState.h"
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <numeric>
+#include <string_view>
 
 namespace zul {
 

@@ -1,8 +1,6 @@
 // The phases of an update, and the table of their texts, durations and weights. Any thread.
 #pragma once
 
-#include "platform/dispatch/Clock.h"
-
 #include <string_view>
 
 namespace zul {

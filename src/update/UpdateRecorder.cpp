@@ -4,11 +4,25 @@
 
 #include "platform/foundation/LocalizedFormat.h"
 #include "update/LockSocket.h"
+#include "update/UpdateHistory.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
+#include "update/UpdateTexts.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -2,13 +2,19 @@
 // history that cannot be written never stops an update; the problem is reported once. Main queue.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "update/UpdateHistory.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
 #include "update/UpdateTexts.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 

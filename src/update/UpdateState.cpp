@@ -3,6 +3,7 @@
 #include "update/UpdateState.h"
 
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
 
 namespace zul {
 

@@ -2,6 +2,10 @@
 // on the main queue.
 #include "update/UpdateStep.h"
 
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
+#include "update/UpdateVerdict.h"
+
 namespace zul {
 
 UpdateStep stepOf(const UpdateState& state, const UpdateVerdict& verdict) {

@@ -1,6 +1,8 @@
 // The step of an update that an operator sees as the current one. Pure function, any thread.
 #pragma once
 
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
 #include "update/UpdateVerdict.h"
 
 namespace zul {

@@ -3,11 +3,29 @@
 // alerts and events.
 #include "update/UpdateSupervisor.h"
 
+#include "Classes/AlertKind.h"
+#include "Classes/FirmwareUpdate.h"
+#include "Classes/Outlets.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 #include <utility>
+#include <variant>
 
 namespace zul {
 

@@ -4,6 +4,7 @@
 // unless a comment names another one.
 #pragma once
 
+#include "Classes/AlertKind.h"
 #include "Classes/Outlets.h"
 #include "Classes/PrinterEvents.h"
 #include "update/Update.h"

@@ -1,17 +1,29 @@
 // The course of updates: when advice is due, when an update has ended, and with which result. Also the operator's stop
 // and dismissal, and what may be started on a printer. Main queue. Called after each change that the monitor reports,
 // by the timer twice a second, and by the window and the commands.
-#include "update/UpdateSupervisor.h"
-
+#include "Classes/PrinterTypes.h"
 #include "archive/ArchiveTexts.h"
+#include "archive/FirmwareArchive.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
-#include "protocol/CommandFrame.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
+#include "update/UpdateSupervisor.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <algorithm>
+#include <chrono>
 #include <fmt/format.h>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

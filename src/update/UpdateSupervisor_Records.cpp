@@ -1,15 +1,26 @@
 // What other processes and later runs read of an update: the printer's lock and the history. And the updates that
 // earlier runs did not complete. Main queue. Called by the other sources of the supervisor; interruptedText() and
 // readInterrupted() also by the window and the commands.
-#include "update/UpdateSupervisor.h"
-
+#include "Classes/PrinterTypes.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "archive/FirmwareArchive.h"
 #include "archive/ProductTable.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/PrinterReservations.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateSupervisor.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
+#include <vector>
 
 namespace zul {
 

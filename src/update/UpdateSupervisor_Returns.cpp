@@ -1,12 +1,21 @@
 // Printers that come back late or at another place, other printers at the place of an updated one, and verdicts that
 // are corrected by later replies. Main queue. Called by the supervisor's other sources when a printer has arrived, left
 // or completed a round of queries, and after each change of an ended update.
-#include "update/UpdateSupervisor.h"
-
+#include "Classes/PrinterEvents.h"
+#include "Classes/TBUSBPrinterZUL.h"
+#include "platform/usb/PrinterReservations.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
+#include "update/UpdateSupervisor.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace zul {
 
@@ -136,7 +145,8 @@ void UpdateSupervisor::reviewEnded(Update& update) {
     const UpdateState& state = update.state;
     const bool hasMoved = state.lastProgress > update.endedAt;
     // What this process sends belongs to its own update, even if another process has used the printer meanwhile.
-    const bool isOurs = hasMoved && hasSentSince(state, *_courses[state.key].judged);
+    const std::optional<UpdateState>& judged = _courses[state.key].judged;
+    const bool isOurs = hasMoved && judged && hasSentSince(state, *judged);
     if (isOurs || (hasMoved && state.mustNotBeStopped() && !isUpdatedElsewhere(state.key))) {
         reopen(update);
     } else {

@@ -3,12 +3,21 @@
 #include "update/UpdateTexts.h"
 
 #include "Classes/TBUSBPrinterZUL.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalTime.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
 #include "protocol/CommandFrame.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
+#include <string>
 
 namespace zul {
 

@@ -2,9 +2,14 @@
 // the window. No return codes: those are for the log and for JSON. Any thread.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
+#include "update/UpdatePhase.h"
 #include "update/UpdateState.h"
 #include "update/UpdateVerdict.h"
 
+#include <map>
 #include <optional>
 #include <string>
 

@@ -7,10 +7,15 @@
 #include "archive/ProductTable.h"
 #include "protocol/TableFileName.h"
 #include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <map>
+#include <string>
 #include <string_view>
 
 namespace zul {

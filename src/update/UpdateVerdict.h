@@ -1,8 +1,10 @@
 // The verdict on an update, from what the printer and the bus reported. Pure functions over plain data, any thread.
 #pragma once
 
+#include "platform/usb/PrinterReservations.h"
 #include "update/UpdateState.h"
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>

@@ -1,8 +1,18 @@
 // The texts of an update that has ended: the reason and what to do. Declared in UpdateTexts.h. Called by the supervisor
 // when it judges an update. Any thread.
+#include "platform/foundation/Bundle.h"
+#include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
 #include "protocol/StatusTexts.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
 #include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
+
+#include <optional>
+#include <string>
 
 namespace zul {
 

@@ -2,7 +2,13 @@
 // image is complete.
 #include "virtual_printer/FirmwareImage.h"
 
+#include "platform/foundation/Data.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <sstream>
+#include <string>
 
 namespace zul {
 

@@ -2,7 +2,21 @@
 // VirtualPort.cpp implements a port.
 #include "virtual_printer/VirtualBus.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/ServiceRegistry.h"
+#include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPort.h"
+#include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <utility>
 
 namespace zul {
 

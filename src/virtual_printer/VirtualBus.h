@@ -3,11 +3,16 @@
 // late replies and slow flash memory take their time on the injected clock.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/ServiceRegistry.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>

@@ -3,6 +3,8 @@
 #include "virtual_printer/VirtualCommands.h"
 
 #include <array>
+#include <span>
+#include <string_view>
 
 namespace zul {
 

@@ -2,7 +2,16 @@
 // port's lock held.
 #include "virtual_printer/VirtualDescriptors.h"
 
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "virtual_printer/VirtualPrinter.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
 
 namespace zul {
 

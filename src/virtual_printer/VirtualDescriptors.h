@@ -4,8 +4,10 @@
 
 #include "platform/foundation/Data.h"
 #include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "virtual_printer/VirtualPrinter.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 

@@ -2,10 +2,24 @@
 // command queue, services on the main queue.
 #include "virtual_printer/VirtualHandles.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/foundation/Data.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/PrinterReservations.h"
 #include "virtual_printer/VirtualDescriptors.h"
+#include "virtual_printer/VirtualPort.h"
+#include "virtual_printer/VirtualPrinter.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
 
 namespace zul {
 

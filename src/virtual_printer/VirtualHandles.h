@@ -3,9 +3,17 @@
 #pragma once
 
 #include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/PrinterReservations.h"
+#include "platform/usb/ServiceRegistry.h"
 #include "virtual_printer/VirtualPort.h"
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
+#include <utility>
 
 namespace zul {
 

@@ -2,9 +2,19 @@
 // Called by every embedded printer on any thread.
 #include "virtual_printer/VirtualJournal.h"
 
+#include "platform/foundation/Data.h"
+
 #include <array>
+#include <chrono>
+#include <ios>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <openssl/sha.h>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <span>
+#include <string_view>
 
 namespace zul {
 

@@ -2,8 +2,29 @@
 // command queues. Transfers are in VirtualPort_Transfers.cpp.
 #include "virtual_printer/VirtualPort.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/ServiceRegistry.h"
 #include "virtual_printer/VirtualDescriptors.h"
 #include "virtual_printer/VirtualHandles.h"
+#include "virtual_printer/VirtualJournal.h"
+#include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

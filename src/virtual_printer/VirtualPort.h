@@ -3,17 +3,26 @@
 // share is guarded by the port's lock; no callback runs while it is held.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace zul {

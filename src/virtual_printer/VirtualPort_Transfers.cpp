@@ -1,8 +1,20 @@
 // Bulk transfers of the embedded printers.
 // Called on the printers' command queues, which they block as a real device would.
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "virtual_printer/VirtualPort.h"
+#include "virtual_printer/VirtualPrinter.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

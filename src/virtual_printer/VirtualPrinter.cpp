@@ -2,10 +2,21 @@
 // executed in VirtualPrinter_Commands.cpp. Called by the printer's owner, one call at a time.
 #include "virtual_printer/VirtualPrinter.h"
 
+#include "platform/foundation/Data.h"
 #include "virtual_printer/VirtualCommands.h"
 #include "virtual_printer/VirtualModels.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

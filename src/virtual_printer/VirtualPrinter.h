@@ -8,6 +8,8 @@
 #include "virtual_printer/VirtualTableMemory.h"
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>

@@ -8,10 +8,18 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <fmt/format.h>
 #include <iterator>
 #include <limits>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

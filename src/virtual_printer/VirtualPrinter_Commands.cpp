@@ -1,12 +1,17 @@
 // Executes complete commands: replies, counters, settings, tables, and the two that lead to restarts.
 // Called by VirtualPrinter::receive().
+#include "platform/foundation/Data.h"
+#include "platform/foundation/Format.h"
 #include "virtual_printer/FirmwareImage.h"
 #include "virtual_printer/VirtualModels.h"
 #include "virtual_printer/VirtualPrinter.h"
-
-#include "platform/foundation/Format.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace zul {

@@ -2,11 +2,15 @@
 // printer's owner held.
 #include "virtual_printer/VirtualTableMemory.h"
 
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 #include "protocol/TableFileName.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
+#include <optional>
+#include <string>
 
 namespace zul {
 

@@ -4,6 +4,7 @@
 #include "platform/foundation/Data.h"
 #include "virtual_printer/VirtualModels.h"
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>

@@ -3,13 +3,19 @@
 #include "vkgadget/ConfigfsGadget.h"
 
 #include "platform/files/ScopedFd.h"
-#include "platform/foundation/Format.h"
 #include "vkgadget/GadgetError.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <fmt/printf.h>
 #include <iostream>
+#include <string>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
 
 namespace zul {
 

@@ -2,6 +2,10 @@
 // Constant; used once, when the function is opened.
 #include "vkgadget/Descriptors.h"
 
+#include "platform/foundation/Data.h"
+
+#include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <linux/usb/functionfs.h>
 

@@ -3,12 +3,20 @@
 #include "vkgadget/EndpointThreads.h"
 
 #include "platform/dispatch/Signals.h"
+#include "platform/foundation/Data.h"
+#include "vkgadget/FunctionFs.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <pthread.h>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
 
 namespace zul {
 

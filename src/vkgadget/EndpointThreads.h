@@ -2,10 +2,12 @@
 // printer and from the printer to the host.
 #pragma once
 
+#include "platform/foundation/Data.h"
 #include "vkgadget/FunctionFs.h"
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>

@@ -2,18 +2,26 @@
 // endpoint's file is used by that endpoint's thread.
 #include "vkgadget/FunctionFs.h"
 
+#include "platform/files/ScopedFd.h"
+#include "platform/foundation/Data.h"
 #include "vkgadget/Descriptors.h"
 #include "vkgadget/GadgetError.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <linux/usb/functionfs.h>
+#include <optional>
 #include <poll.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace zul {
 

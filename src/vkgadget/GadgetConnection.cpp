@@ -2,9 +2,19 @@
 // closed on the main queue; requests arrive on endpoint 0's thread.
 #include "vkgadget/GadgetConnection.h"
 
+#include "platform/foundation/Data.h"
+#include "vkgadget/ConfigfsGadget.h"
+#include "vkgadget/EndpointThreads.h"
+#include "vkgadget/FunctionFs.h"
 #include "vkgadget/GadgetError.h"
 #include "vkgadget/Host.h"
 
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace zul {

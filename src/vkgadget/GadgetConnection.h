@@ -2,15 +2,18 @@
 #pragma once
 
 #include "platform/files/ScopedFd.h"
+#include "platform/foundation/Data.h"
 #include "vkgadget/ConfigfsGadget.h"
 #include "vkgadget/EndpointThreads.h"
 #include "vkgadget/FunctionFs.h"
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace zul {
 

@@ -2,13 +2,31 @@
 // the port's threads, which also carry out an immediate departure; all later effects run on the main queue.
 #include "vkgadget/GadgetPrinter.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
+#include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualModels.h"
+#include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+#include "vkgadget/ConfigfsGadget.h"
 #include "vkgadget/Descriptors.h"
+#include "vkgadget/FunctionFs.h"
+#include "vkgadget/GadgetError.h"
 #include "vkgadget/Host.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <iostream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -1,13 +1,16 @@
 // A virtual printer on a USB device controller: carries out the effects of the protocol engine on the bus.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/foundation/Data.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
 #include "vkgadget/GadgetConnection.h"
 #include "vkgadget/GadgetError.h"
 
 #include <condition_variable>
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>

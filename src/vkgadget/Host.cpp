@@ -3,6 +3,7 @@
 #include "vkgadget/Host.h"
 
 #include "platform/files/Files.h"
+#include "platform/files/ScopedFd.h"
 #include "vkgadget/GadgetError.h"
 
 #include <algorithm>
@@ -11,8 +12,11 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sstream>
+#include <string>
 #include <sys/file.h>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace zul {
 

@@ -12,6 +12,9 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace {
 

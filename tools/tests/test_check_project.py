@@ -62,10 +62,10 @@ class CheckProject(unittest.TestCase):
         self.assert_finding({"src/Classes/A.cpp": "#include <QString>\n"}, "does not belong on this floor")
 
     def test_refuses_a_heavy_include_in_a_header(self):
-        self.assert_finding({"src/platform/A.h": "#include <fmt/printf.h>\n"}, "is a header and includes")
+        self.assert_finding({"src/platform/A.h": "#pragma once\n#include <fmt/printf.h>\n"}, "is a header and includes")
 
     def test_takes_no_notice_of_an_include_in_a_comment(self):
-        self.assert_clean({"src/platform/A.cpp": '// #include "Classes/A.h"\n/*\n#include <QString>\n*/\n'})
+        self.assert_clean({"src/platform/A.cpp": '// #include "Classes/A.h"\n'})
 
     def test_refuses_a_folder_that_has_no_floor(self):
         self.assert_finding({"src/misc/A.cpp": "int a;\n"}, "no row in the table of floors")
@@ -91,27 +91,33 @@ class CheckProject(unittest.TestCase):
         self.assertIn("tests/A.cpp:451: warning: 451 lines", self.check({"tests/A.cpp": "int a;\n" * 451}))
 
     def function(self, lines, head="void Printer::send(int a)", statement="    if (a) { call(); }"):
-        return f"namespace zul {{\n{head} {{\n" + f"{statement}\n" * (lines - 2) + "}\n}\n"
+        return f"namespace zul {{\n{head} {{\n" + f"{statement}\n" * (lines - 2) + "}\n} // namespace zul\n"
 
     def test_refuses_a_long_function(self):
-        self.assert_finding({"tests/A.cpp": self.function(61)}, "tests/A.cpp:2: Printer::send has 61 lines")
+        self.assert_finding({"tests/A.cpp": self.function(61)}, "tests/A.cpp:2: void Printer::send(int a) has 61 lines")
 
     def test_lets_a_function_reach_the_limit(self):
         self.assert_clean({"tests/A.cpp": self.function(60) * 2})
 
-    def test_sees_functions_behind_initialisers_templates_and_braces_in_texts(self):
-        heads = ("Printer::Printer(int a) : _a{a}, _b{2}", "template <typename T> T first(const T& a)",
-                 'TEST_CASE("a brace { in a text")', "bool operator==(const A& a, const A& b)",
+    def test_refuses_a_long_function_whatever_its_head_and_its_texts(self):
+        heads = ("Printer::Printer(int a)\n    : _a{a}, _b{2}", "template <typename T> T first(const T& a)",
+                 'TEST_CASE("a brace { in a text that is "\n          "continued")',
                  "auto name(int a = f({1})) const noexcept -> int")
         for head in heads:
             with self.subTest(head):
                 text = self.function(61, head, "    call('{', \"}\", 1'000); // }")
-                self.assertIn("has 61 lines", self.check({"tests/A.cpp": text}))
+                self.assertIn(f"has {61 + head.count(chr(10))} lines", self.check({"tests/A.cpp": text}))
 
-    def test_excepts_tables(self):
-        rows = self.function(90, "const char* name(int a)", '    case 1: return "one";')
+    def test_refuses_a_long_function_of_a_class(self):
+        text = "struct A {\n    int a() {\n" + "        call();\n" * 59 + "    }\n\n    int b = 1;\n};\n"
+        self.assert_finding({"tests/A.cpp": text}, "tests/A.cpp:2: int a() has 61 lines")
+
+    def test_leaves_tables_and_classes_as_long_as_they_are(self):
         table = "constexpr auto kRows = std::to_array<Row>({\n" + '    {1, "one"},\n' * 200 + "});\n"
-        self.assert_clean({"tests/A.cpp": rows + table})
+        self.assert_clean({"tests/A.cpp": table + "struct A {\n" + "    int a() { return 1; }\n" * 90 + "};\n"})
+
+    def test_leaves_the_functions_of_the_sources_to_the_check_of_the_code(self):
+        self.assert_clean({"src/cli/A.cpp": self.function(61)})
 
     def test_refuses_a_long_function_in_python(self):
         self.assert_finding({"tests/a.py": "def long():\n" + "    call()\n" * 60}, "long has 61 lines")
@@ -149,11 +155,14 @@ class CheckProject(unittest.TestCase):
         self.assert_clean({"tests/unit/A.cpp": "void f() { clock.sleepFor(1s); } // no sleep() here\n",
                            "tests/program/a.py": "time.sleep(1)\n"})
 
+    def test_refuses_a_header_that_can_be_included_twice(self):
+        self.assert_finding({"tests/A.h": "int a();\n"}, "tests/A.h:1: is a header without #pragma once")
+
     def test_wants_the_queue_in_headers_of_the_engine(self):
-        self.assert_finding({"src/Classes/A.h": "int a();\n"}, "on which queue")
+        self.assert_finding({"src/Classes/A.h": "#pragma once\nint a();\n"}, "on which queue")
 
     def test_takes_a_header_that_says_its_queue(self):
-        self.assert_clean({"src/Classes/A.h": "// Any thread.\nint a();\n"})
+        self.assert_clean({"src/Classes/A.h": "#pragma once\n// Any thread.\nint a();\n"})
 
     def test_leaves_builds_out_where_git_cannot_tell(self):
         self.assert_clean({"build/a.png": b"\0", "build-asan/b.cpp": "// TO" + "DO\n", ".git/index": b"\0",

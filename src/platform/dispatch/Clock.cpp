@@ -2,10 +2,13 @@
 // Used by queues, printers and programs on any thread.
 #include "platform/dispatch/Clock.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace zul {
 

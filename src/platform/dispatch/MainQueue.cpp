@@ -1,5 +1,6 @@
 // The main queue, based on descriptors: zulctl runs it in a loop of its own, a window serves it whenever its descriptor
 // is readable. Blocks are queued on any thread; they and the watches run on the main thread.
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 
 #include "platform/dispatch/QueueRole.h"
@@ -8,11 +9,14 @@
 #include <array>
 #include <cerrno>
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <utility>
 
 namespace zul {
 

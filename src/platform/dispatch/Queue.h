@@ -4,7 +4,6 @@
 
 #include "platform/dispatch/Clock.h"
 
-#include <cstddef>
 #include <memory>
 #include <string>
 

@@ -4,11 +4,17 @@
 // interrupted.
 #include "platform/dispatch/Signals.h"
 
+#include "platform/dispatch/Queue.h"
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
+#include <memory>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -3,11 +3,16 @@
 #include "platform/files/FileReader.h"
 
 #include "platform/files/ScopedFd.h"
+#include "platform/foundation/Data.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 

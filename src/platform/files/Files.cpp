@@ -4,11 +4,20 @@
 
 #include "platform/files/FileReader.h"
 #include "platform/files/ScopedFd.h"
+#include "platform/foundation/Data.h"
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace zul {
 

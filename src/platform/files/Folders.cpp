@@ -4,8 +4,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <pwd.h>
+#include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace zul {
 

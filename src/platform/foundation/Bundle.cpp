@@ -3,7 +3,10 @@
 #include "platform/foundation/Bundle.h"
 
 #include <atomic>
+#include <filesystem>
+#include <optional>
 #include <system_error>
+#include <utility>
 
 namespace zul {
 

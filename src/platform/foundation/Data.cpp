@@ -4,7 +4,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 

@@ -3,8 +3,11 @@
 #include "platform/foundation/JsonFile.h"
 
 #include "platform/files/Files.h"
+#include "platform/foundation/Data.h"
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
+#include <variant>
 
 namespace zul {
 

@@ -4,6 +4,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -5,9 +5,13 @@
 #include "platform/foundation/Format.h"
 
 #include <charconv>
+#include <cstdint>
 #include <ctime>
 #include <limits>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <system_error>
 
 namespace zul {
 

@@ -2,10 +2,9 @@
 #pragma once
 
 #include "platform/foundation/Bundle.h"
-#include "platform/foundation/Format.h"
 
+#include <fmt/printf.h>
 #include <string>
-#include <utility>
 
 namespace zul {
 

@@ -3,7 +3,10 @@
 #include "platform/foundation/PrintableText.h"
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 

@@ -2,6 +2,7 @@
 // Called for proposed commands; any thread.
 #include "platform/foundation/ShellWord.h"
 
+#include <string>
 #include <string_view>
 
 namespace zul {

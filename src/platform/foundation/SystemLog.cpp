@@ -6,7 +6,9 @@
 
 #include <iostream>
 #include <mutex>
+#include <string>
 #include <syslog.h>
+#include <utility>
 
 namespace zul {
 

@@ -4,10 +4,18 @@
 
 #include "platform/files/Files.h"
 #include "platform/files/Folders.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/LocalizedFormat.h"
 
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
 #include <system_error>
+#include <utility>
 
 namespace zul {
 

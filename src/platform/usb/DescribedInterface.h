@@ -2,8 +2,11 @@
 // services and handles return the values from here.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace zul {

@@ -7,7 +7,6 @@
 #include "platform/usb/IOReturn.h"
 #include "platform/usb/PrinterReservations.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>

@@ -2,7 +2,15 @@
 // Called by the buses and the engine on the main queue; interests also on the printers' queues.
 #include "platform/usb/ServiceRegistry.h"
 
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
 #include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

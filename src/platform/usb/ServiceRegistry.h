@@ -2,6 +2,7 @@
 // arrival, departure and messages. A bus fills the registry. Main queue only, unless noted.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <cstdint>

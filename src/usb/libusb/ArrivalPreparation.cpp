@@ -2,12 +2,25 @@
 // which may take seconds. Runs on a thread of its own; the core starts it and gets the result on the main queue.
 #include "usb/libusb/ArrivalPreparation.h"
 
+#include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/AttachedDevice.h"
+#include "usb/libusb/Attachment.h"
 #include "usb/libusb/BusLimits.h"
+#include "usb/libusb/BusServices.h"
+#include "usb/libusb/DeviceConnection.h"
+#include "usb/libusb/DeviceIdentities.h"
+#include "usb/libusb/InterfaceDescriptors.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <libusb.h>
+#include <memory>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

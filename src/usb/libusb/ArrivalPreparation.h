@@ -2,6 +2,7 @@
 // IDs, because the engine requests each only once.
 #pragma once
 
+#include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/Attachment.h"
 
 namespace zul {

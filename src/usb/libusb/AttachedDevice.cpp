@@ -3,11 +3,21 @@
 #include "usb/libusb/AttachedDevice.h"
 
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/BusServices.h"
 #include "usb/libusb/DeviceConnection.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/LibusbContext.h"
 #include "usb/libusb/LibusbResult.h"
 #include "usb/libusb/PrinterDriver.h"
 
+#include <cstdint>
 #include <libusb.h>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace zul {
 

@@ -1,13 +1,20 @@
 // A device on the bus, from its arrival to its departure. A reset in place keeps it.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/IOReturn.h"
 #include "usb/libusb/BusServices.h"
 #include "usb/libusb/InterfaceDescriptors.h"
 #include "usb/libusb/LibusbContext.h"
 
 #include <atomic>
+#include <cstdint>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
+#include <vector>
 
 namespace zul {
 

@@ -2,9 +2,13 @@
 // begins another for the same device.
 #pragma once
 
+#include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/DeviceConnection.h"
 #include "usb/libusb/DeviceIdentities.h"
 
+#include <atomic>
+#include <functional>
+#include <memory>
 #include <vector>
 
 namespace zul {

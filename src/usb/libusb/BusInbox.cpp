@@ -2,7 +2,11 @@
 // rest on the main queue.
 #include "usb/libusb/BusInbox.h"
 
+#include <deque>
 #include <libusb.h>
+#include <mutex>
+#include <optional>
+#include <utility>
 
 namespace zul {
 

@@ -1,10 +1,18 @@
 // The events of the bus that are not handled yet: added on any thread, taken one by one on the main queue.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "usb/libusb/Attachment.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/LibusbContext.h"
+#include "usb/libusb/MainQueuePoster.h"
 
+#include <cstdint>
 #include <deque>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <utility>
 
 namespace zul {
 

@@ -2,6 +2,12 @@
 // devices and handles, any thread.
 #include "usb/libusb/BusServices.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/PrinterReservations.h"
+
+#include <optional>
+#include <utility>
+
 namespace zul {
 
 void BusServices::runApart(Block block) const {

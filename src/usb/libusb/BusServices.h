@@ -1,13 +1,18 @@
 // The services and settings that all devices of one running bus share. Any thread.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/PrinterReservations.h"
 #include "usb/libusb/LibusbBus.h"
 #include "usb/libusb/MainQueuePoster.h"
 #include "usb/libusb/NodeWatcher.h"
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
 
 namespace zul {
 

@@ -3,11 +3,18 @@
 // DeviceConnection_GiveBack.cpp.
 #include "usb/libusb/DeviceConnection.h"
 
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/BusLimits.h"
 #include "usb/libusb/LibusbResult.h"
 #include "usb/libusb/PrinterDriver.h"
 
+#include <cstdint>
 #include <libusb.h>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 namespace zul {
 

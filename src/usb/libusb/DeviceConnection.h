@@ -2,9 +2,14 @@
 // and process: a second one would find the claims of the first and report them as those of another process.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/IOReturn.h"
 #include "usb/libusb/AttachedDevice.h"
 
+#include <atomic>
+#include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 
 struct libusb_device_handle;

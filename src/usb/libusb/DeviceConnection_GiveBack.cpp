@@ -1,10 +1,18 @@
 // Leaving printers as they were found: the kernel's printer driver gets an interface back a second after its last use,
 // on a thread of its own, because the driver then reads the printer's device ID and waits for it. Never while an update
 // is under way: the driver, and a print service through it, would hold the printer when it is needed again.
+#include "platform/dispatch/Clock.h"
 #include "usb/libusb/BusLimits.h"
+#include "usb/libusb/BusServices.h"
 #include "usb/libusb/DeviceConnection.h"
+#include "usb/libusb/InterfaceDescriptors.h"
 
+#include <cstdint>
 #include <libusb.h>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

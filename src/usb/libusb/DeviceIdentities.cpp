@@ -2,7 +2,12 @@
 // any thread.
 #include "usb/libusb/DeviceIdentities.h"
 
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 
 namespace zul {
 

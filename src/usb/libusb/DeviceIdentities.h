@@ -1,6 +1,7 @@
 // The device IDs that were read before a device was announced, one per printer interface.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <cstdint>

@@ -1,7 +1,11 @@
 // The source of a bus's arrivals and departures. Used by the core on the main queue.
 #pragma once
 
-#include "usb/libusb/BusInbox.h"
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/LibusbBus.h"
+#include "usb/libusb/LibusbContext.h"
+
+#include <memory>
 
 namespace zul {
 

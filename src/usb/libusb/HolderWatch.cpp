@@ -2,7 +2,17 @@
 // clock still asks.
 #include "usb/libusb/HolderWatch.h"
 
+#include "platform/dispatch/Clock.h"
+#include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/BusLimits.h"
+#include "usb/libusb/BusServices.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
 
 namespace zul {
 

@@ -2,8 +2,12 @@
 // programs, and by a slow clock for holders that keep the node open.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "usb/libusb/AttachedDevice.h"
 
+#include <cstdint>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 

@@ -4,10 +4,17 @@
 
 #include "platform/files/Files.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/BusInbox.h"
+#include "usb/libusb/LibusbContext.h"
 #include "usb/libusb/LibusbResult.h"
+#include "usb/libusb/SystemFolders.h"
 
+#include <atomic>
 #include <libusb.h>
+#include <memory>
 #include <sstream>
+#include <string>
 #include <thread>
 
 namespace zul {

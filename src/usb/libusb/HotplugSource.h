@@ -1,7 +1,16 @@
 // Arrivals and departures as libusb reports them; libusb gets them from udevd, and without udevd it reports none.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/BusInbox.h"
 #include "usb/libusb/DeviceSource.h"
+#include "usb/libusb/LibusbBus.h"
+#include "usb/libusb/LibusbContext.h"
+#include "usb/libusb/SystemFolders.h"
+
+#include <atomic>
+#include <memory>
+#include <utility>
 
 namespace zul {
 

@@ -3,10 +3,18 @@
 #include "usb/libusb/InterfaceDescriptors.h"
 
 #include "platform/foundation/Format.h"
+#include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <libusb.h>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

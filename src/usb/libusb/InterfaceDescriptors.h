@@ -2,7 +2,9 @@
 #pragma once
 
 #include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

@@ -2,7 +2,16 @@
 // queue.
 #include "usb/libusb/LibusbBus.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/ServiceRegistry.h"
 #include "usb/libusb/LibusbBusCore.h"
+#include "usb/libusb/LibusbContext.h"
+
+#include <cstdint>
+#include <memory>
+#include <utility>
 
 namespace zul {
 

@@ -1,7 +1,9 @@
 // The real USB bus: printers attached to this machine, through libusb and the system's device events.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
 #include "platform/usb/PrinterReservations.h"
 #include "platform/usb/ServiceRegistry.h"
 #include "usb/libusb/SystemFolders.h"

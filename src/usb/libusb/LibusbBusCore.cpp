@@ -2,14 +2,34 @@
 // LibusbBus, and by what sources, timers and preparations post. Main queue only.
 #include "usb/libusb/LibusbBusCore.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/ServiceRegistry.h"
 #include "usb/libusb/ArrivalPreparation.h"
+#include "usb/libusb/AttachedDevice.h"
+#include "usb/libusb/Attachment.h"
+#include "usb/libusb/BusInbox.h"
+#include "usb/libusb/BusLimits.h"
+#include "usb/libusb/BusServices.h"
 #include "usb/libusb/HotplugSource.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/LibusbBus.h"
 #include "usb/libusb/LibusbService.h"
+#include "usb/libusb/MainQueuePoster.h"
+#include "usb/libusb/NodeWatcher.h"
 #include "usb/libusb/ScanSource.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -2,11 +2,22 @@
 // queue.
 #pragma once
 
-#include "usb/libusb/BusLimits.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/ServiceRegistry.h"
+#include "usb/libusb/AttachedDevice.h"
+#include "usb/libusb/Attachment.h"
+#include "usb/libusb/BusInbox.h"
+#include "usb/libusb/BusServices.h"
 #include "usb/libusb/DeviceSource.h"
 #include "usb/libusb/LibusbBus.h"
+#include "usb/libusb/MainQueuePoster.h"
 
+#include <cstdint>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace zul {

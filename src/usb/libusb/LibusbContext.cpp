@@ -2,10 +2,12 @@
 // sources, and by whatever keeps a device.
 #include "usb/libusb/LibusbContext.h"
 
+#include "platform/usb/IOReturn.h"
 #include "usb/libusb/LibusbResult.h"
 
 #include <atomic>
 #include <libusb.h>
+#include <memory>
 
 namespace zul {
 

@@ -4,6 +4,7 @@
 #include "platform/usb/IOReturn.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 struct libusb_context;

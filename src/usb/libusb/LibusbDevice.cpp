@@ -2,8 +2,11 @@
 // reports to the core through the attachment.
 #include "usb/libusb/LibusbDevice.h"
 
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/DeviceConnection.h"
 #include "usb/libusb/LibusbResult.h"
 
+#include <cstdint>
 #include <libusb.h>
 
 namespace zul {

@@ -1,7 +1,14 @@
 // The handle of the whole device: resets, re-enumeration, string indices.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "usb/libusb/Attachment.h"
+#include "usb/libusb/DeviceConnection.h"
+
+#include <cstdint>
+#include <memory>
+#include <utility>
 
 namespace zul {
 

@@ -2,9 +2,23 @@
 // ends the watch when the handle goes. Transfers are in LibusbInterface_Transfers.cpp.
 #include "usb/libusb/LibusbInterface.h"
 
+#include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/PrinterReservations.h"
+#include "usb/libusb/Attachment.h"
+#include "usb/libusb/BusServices.h"
+#include "usb/libusb/DeviceConnection.h"
+#include "usb/libusb/HolderWatch.h"
 #include "usb/libusb/LibusbDevice.h"
 #include "usb/libusb/LibusbResult.h"
 #include "usb/libusb/ProcessSearch.h"
+#include "usb/libusb/SystemFolders.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 namespace zul {
 

@@ -1,8 +1,24 @@
 // The handle of one printer interface on the real bus.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "platform/usb/PrinterReservations.h"
+#include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/Attachment.h"
+#include "usb/libusb/DeviceConnection.h"
 #include "usb/libusb/HolderWatch.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

@@ -1,11 +1,19 @@
 // Bulk and control transfers of one interface. Called by the engine's channel; everything here runs on the printer's
 // command queue and blocks it, for at most the given time-outs.
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "usb/libusb/BusLimits.h"
+#include "usb/libusb/DeviceConnection.h"
+#include "usb/libusb/DeviceIdentities.h"
 #include "usb/libusb/LibusbInterface.h"
-#include "usb/libusb/LibusbResult.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <libusb.h>
+#include <vector>
 
 namespace zul {
 

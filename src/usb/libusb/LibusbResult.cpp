@@ -2,6 +2,8 @@
 // thread.
 #include "usb/libusb/LibusbResult.h"
 
+#include "platform/usb/IOReturn.h"
+
 #include <libusb.h>
 
 namespace zul {

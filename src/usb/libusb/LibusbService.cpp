@@ -2,7 +2,13 @@
 // printer of ours was announced.
 #include "usb/libusb/LibusbService.h"
 
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
+#include "usb/libusb/DeviceConnection.h"
 #include "usb/libusb/LibusbInterface.h"
+
+#include <memory>
+#include <utility>
 
 namespace zul {
 

@@ -1,8 +1,16 @@
 // One printer interface as the bus announces it. Main queue.
 #pragma once
 
+#include "platform/usb/DescribedInterface.h"
+#include "platform/usb/IOReturn.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 #include "usb/libusb/Attachment.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+
+#include <memory>
+#include <string>
+#include <utility>
 
 namespace zul {
 

@@ -2,8 +2,10 @@
 // there, whatever is still under way.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 
+#include <memory>
 #include <mutex>
 
 namespace zul {

@@ -3,17 +3,22 @@
 // thread.
 #include "usb/libusb/NodeWatcher.h"
 
+#include "platform/files/ScopedFd.h"
 #include "platform/files/WakeEvent.h"
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <poll.h>
+#include <string>
 #include <sys/inotify.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace zul {

@@ -4,6 +4,7 @@
 
 #include "platform/files/ScopedFd.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>

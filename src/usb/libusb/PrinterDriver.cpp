@@ -2,10 +2,17 @@
 // interface is to be claimed, on the printer's queue or the thread that prepares an arrival.
 #include "usb/libusb/PrinterDriver.h"
 
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/SystemFolders.h"
+
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace zul {

@@ -7,6 +7,7 @@
 #include "usb/libusb/NodeWatcher.h"
 #include "usb/libusb/SystemFolders.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 

@@ -3,13 +3,17 @@
 #include "usb/libusb/ProcessSearch.h"
 
 #include "platform/files/Files.h"
+#include "platform/usb/PrinterReservations.h"
+#include "usb/libusb/SystemFolders.h"
 
 #include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace zul {
 

@@ -2,18 +2,31 @@
 // that is found keeps its session. The thread that looks is ended without being joined.
 #include "usb/libusb/ScanSource.h"
 
+#include "platform/dispatch/Clock.h"
 #include "platform/files/WakeEvent.h"
 #include "platform/foundation/Format.h"
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/BusInbox.h"
 #include "usb/libusb/BusLimits.h"
+#include "usb/libusb/BusServices.h"
+#include "usb/libusb/InterfaceDescriptors.h"
+#include "usb/libusb/LibusbBus.h"
+#include "usb/libusb/LibusbContext.h"
+#include "usb/libusb/SystemFolders.h"
 #include "usb/libusb/UeventSocket.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <libusb.h>
 #include <map>
+#include <memory>
+#include <optional>
 #include <poll.h>
+#include <string>
 #include <sys/stat.h>
 #include <thread>
+#include <utility>
 
 namespace zul {
 

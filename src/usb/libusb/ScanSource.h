@@ -2,7 +2,13 @@
 // else every 2 s. For systems on which udevd does not run.
 #pragma once
 
+#include "platform/usb/IOReturn.h"
+#include "usb/libusb/BusInbox.h"
+#include "usb/libusb/BusServices.h"
 #include "usb/libusb/DeviceSource.h"
+#include "usb/libusb/LibusbBus.h"
+
+#include <memory>
 
 namespace zul {
 

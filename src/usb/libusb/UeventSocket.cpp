@@ -4,9 +4,11 @@
 
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <linux/netlink.h>
 #include <string_view>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace zul {
 
