@@ -11,6 +11,9 @@
 #include "ui/FocusStyle.h"
 #include "ui/WindowOptions.h"
 #include "ui/WindowProgram.h"
+#include "update/UpdateSupervisor.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 #include "virtual_printer/VirtualPrinterSettings.h"
 
 #include <QApplication>

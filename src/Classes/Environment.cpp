@@ -3,6 +3,7 @@
 #include "Classes/Environment.h"
 
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Format.h"
 #include "platform/usb/ServiceRegistry.h"
 

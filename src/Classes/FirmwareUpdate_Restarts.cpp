@@ -6,6 +6,7 @@
 #include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/OptionalText.h"
 #include "protocol/StatusTexts.h"
 
 #include <chrono>

@@ -8,6 +8,7 @@
 #include "holven_Base/HOLVEN_NSStringAdditions.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <optional>
 

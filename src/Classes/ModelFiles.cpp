@@ -9,10 +9,12 @@
 #include "archive/FirmwareArchive.h"
 #include "archive/ProductTable.h"
 #include "archive/SRecord.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <cstddef>
 #include <filesystem>

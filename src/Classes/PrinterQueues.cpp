@@ -2,7 +2,14 @@
 // collaborators on any thread; nothing here touches the device.
 #include "Classes/PrinterQueues.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
+
+#include <memory>
 #include <mutex>
+#include <string>
+#include <utility>
 
 namespace zul {
 

@@ -2,6 +2,7 @@
 // main queue. Until then every operation runs inline on the caller, in the role of the command queue.
 #pragma once
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "platform/dispatch/QueueRole.h"
 

@@ -7,6 +7,7 @@
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/dispatch/Clock.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 #include "platform/usb/IOReturn.h"

@@ -6,6 +6,7 @@
 #include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinter.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/KeyValueObserving.h"

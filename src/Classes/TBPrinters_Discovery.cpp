@@ -5,6 +5,7 @@
 #include "Classes/TBPrinters.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/SystemLog.h"
 #include "platform/usb/IOReturn.h"
@@ -12,6 +13,8 @@
 #include "platform/usb/ServiceRegistry.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <memory>
 #include <utility>
 
 namespace zul {

@@ -4,8 +4,16 @@
 #include "Classes/TBUSBPrinter.h"
 
 #include "Classes/DeviceID1284.h"
+#include "Classes/Environment.h"
+#include "Classes/PrinterEvents.h"
+#include "Classes/PrinterQueues.h"
+#include "Classes/PrinterTypes.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/QueueRole.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/OptionalText.h"
 #include "platform/usb/IOReturn.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 
@@ -13,7 +21,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 

@@ -12,7 +12,10 @@
 #include "Classes/Outlets.h"
 #include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinter.h"
+#include "platform/dispatch/QueueRole.h"
+#include "platform/foundation/Data.h"
 #include "platform/foundation/OptionalText.h"
+#include "platform/usb/IOUSBInterfaceInterface.h"
 
 #include <cstdint>
 #include <functional>

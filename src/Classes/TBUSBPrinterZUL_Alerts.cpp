@@ -3,8 +3,10 @@
 #include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/OptionalText.h"
 #include "platform/foundation/UserDefaults.h"
 
 #include <functional>

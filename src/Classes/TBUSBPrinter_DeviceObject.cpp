@@ -4,6 +4,7 @@
 #include "Classes/PrinterTypes.h"
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinter.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/SystemLog.h"

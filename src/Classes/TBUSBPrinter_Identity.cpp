@@ -1,11 +1,10 @@
 // The printer's identity: the IEEE 1284 device ID, the USB strings, the keys and labels made of them. Device reads run
 // on the command queue (inline while the object is being made); the properties they fill are set on the main queue.
-#include "Classes/TBUSBPrinter.h"
-
 #include "Classes/DeviceID1284.h"
 #include "Classes/DeviceInfo.h"
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinter.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/usb/IOReturn.h"

@@ -5,9 +5,11 @@
 #include "Classes/PrinterTypes.h"
 #include "Classes/StatusCodeNames.h"
 #include "Classes/TBUSBPrinter.h"
+#include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/OptionalText.h"
 #include "platform/usb/IOReturn.h"
 
 #include <cstdint>

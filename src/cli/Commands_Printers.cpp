@@ -14,7 +14,9 @@
 #include "protocol/StatusTexts.h"
 #include "session/FailureTexts.h"
 #include "session/PrinterInfo.h"
+#include "update/PrinterLocks.h"
 #include "update/PrinterNeed.h"
+#include "update/UpdateTexts.h"
 
 #include <functional>
 #include <memory>

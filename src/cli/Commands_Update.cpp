@@ -11,6 +11,11 @@
 #include "cli/UpdateDisplay.h"
 #include "platform/foundation/Format.h"
 #include "session/PrinterInfo.h"
+#include "session/Session.h"
+#include "update/Update.h"
+#include "update/UpdateServices.h"
+#include "update/UpdateTexts.h"
+#include "update/UpdateVerdict.h"
 
 #include <algorithm>
 #include <chrono>

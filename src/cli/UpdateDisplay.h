@@ -4,8 +4,8 @@
 
 #include "cli/Output.h"
 #include "platform/dispatch/Clock.h"
+#include "update/Update.h"
 #include "update/UpdateState.h"
-#include "update/UpdateSupervisor.h"
 
 #include <map>
 #include <string>

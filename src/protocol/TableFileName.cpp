@@ -3,6 +3,9 @@
 #include "protocol/TableFileName.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <string_view>
 
 namespace zul {
 

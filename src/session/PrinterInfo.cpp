@@ -8,6 +8,7 @@
 #include "archive/ArchiveTexts.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/PrinterReservations.h"
 #include "update/PrinterNeed.h"
 #include "update/UpdateSupervisor.h"
 #include "update/UpdateTexts.h"

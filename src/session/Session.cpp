@@ -21,6 +21,7 @@
 #include "session/SessionOptions.h"
 #include "session/SessionProblem.h"
 #include "update/PrinterLocks.h"
+#include "update/UpdateServices.h"
 #include "update/UpdateSupervisor.h"
 #include "usb/libusb/LibusbBus.h"
 

@@ -19,7 +19,9 @@
 #include "session/SleepInhibitor.h"
 #include "session/UnusablePrinters.h"
 #include "update/PrinterLocks.h"
+#include "update/Update.h"
 #include "update/UpdateRecorder.h"
+#include "update/UpdateServices.h"
 #include "update/UpdateSupervisor.h"
 
 #include <atomic>

@@ -3,6 +3,7 @@
 #include "ui/Look.h"
 
 #include "ui/Pictures.h"
+#include "update/PrinterNeed.h"
 
 #include <QPainter>
 #include <QPainterPath>

@@ -7,6 +7,7 @@
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "session/PrinterInfo.h"
+#include "session/Session.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"
 #include "ui/MenuMirror.h"
@@ -20,6 +21,7 @@
 #include "ui/WindowApplication.h"
 #include "ui/WindowLayout.h"
 #include "ui_MainWindow.h"
+#include "update/PrinterNeed.h"
 
 #include <QCloseEvent>
 #include <QHeaderView>
@@ -27,6 +29,7 @@
 #include <QShortcut>
 #include <initializer_list>
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace zul::ui {

@@ -8,6 +8,7 @@
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/PrinterReservations.h"
 #include "session/PrinterInfo.h"
 #include "ui/AlertPresenter.h"
 #include "ui/LogWindow.h"

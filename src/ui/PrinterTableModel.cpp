@@ -12,6 +12,7 @@
 #include "ui/Pictures.h"
 #include "ui/StateDelegate.h"
 #include "ui/Texts.h"
+#include "update/PrinterNeed.h"
 
 #include <QFont>
 #include <QPointer>

@@ -2,6 +2,8 @@
 // ReportSaver.
 #include "ui/Report.h"
 
+#include "Classes/TBUSBPrinter.h"
+#include "Classes/TBUSBPrinterZUL.h"
 #include "session/PrinterInfo.h"
 #include "ui/Details.h"
 #include "ui/Texts.h"

@@ -4,10 +4,12 @@
 
 #include "ui/Look.h"
 #include "ui/Texts.h"
+#include "update/PrinterNeed.h"
 
 #include <QApplication>
 #include <QPainter>
 #include <QStyle>
+#include <algorithm>
 
 namespace zul::ui {
 

@@ -8,9 +8,9 @@
 #include "platform/foundation/LocalizedFormat.h"
 #include "ui/Pictures.h"
 #include "ui/Texts.h"
+#include "update/Update.h"
 #include "update/UpdatePhase.h"
 #include "update/UpdateStep.h"
-#include "update/UpdateSupervisor.h"
 #include "update/UpdateTexts.h"
 #include "update/UpdateVerdict.h"
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "platform/dispatch/Clock.h"
+#include "update/Update.h"
 #include "update/UpdatePhase.h"
-#include "update/UpdateSupervisor.h"
 
 #include <QFrame>
 #include <array>

@@ -2,16 +2,27 @@
 // on the main queue by the table of the window and by the commands that list printers.
 #include "update/PrinterNeed.h"
 
+#include "Classes/TBUSBPrinterZUL.h"
 #include "archive/ArchiveTexts.h"
+#include "archive/FirmwareArchive.h"
 #include "platform/foundation/Bundle.h"
 #include "platform/foundation/LocalizedFormat.h"
+#include "platform/usb/IOReturn.h"
 #include "protocol/StatusTexts.h"
+#include "update/Update.h"
+#include "update/UpdatePhase.h"
 #include "update/UpdateSupervisor.h"
+#include "update/UpdateTexts.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace zul {
 

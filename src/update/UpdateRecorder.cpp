@@ -2,6 +2,8 @@
 // All access to the disk is on the recorder's own queue; results are posted to the main queue.
 #include "update/UpdateRecorder.h"
 
+#include "platform/dispatch/Clock.h"
+#include "platform/dispatch/Queue.h"
 #include "platform/foundation/LocalizedFormat.h"
 #include "update/LockSocket.h"
 #include "update/UpdateHistory.h"

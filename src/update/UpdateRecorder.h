@@ -9,6 +9,7 @@
 #include "update/UpdateState.h"
 #include "update/UpdateTexts.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>

@@ -5,6 +5,7 @@
 #include "Classes/Outlets.h"
 #include "Classes/TBUSBPrinterZUL.h"
 #include "archive/FirmwareArchive.h"
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
 #include "update/PrinterLocks.h"
 #include "update/UpdateRecorder.h"

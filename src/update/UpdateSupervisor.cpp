@@ -15,7 +15,9 @@
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/usb/IOReturn.h"
 #include "protocol/StatusTexts.h"
+#include "update/Update.h"
 #include "update/UpdatePhase.h"
+#include "update/UpdateServices.h"
 #include "update/UpdateTexts.h"
 #include "update/UpdateVerdict.h"
 

@@ -7,10 +7,19 @@
 #include "Classes/AlertKind.h"
 #include "Classes/Outlets.h"
 #include "Classes/PrinterEvents.h"
+#include "archive/FirmwareArchive.h"
+#include "platform/dispatch/Clock.h"
+#include "platform/usb/PrinterReservations.h"
+#include "update/PrinterLocks.h"
 #include "update/Update.h"
 #include "update/UpdateMonitor.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateRecord.h"
 #include "update/UpdateServices.h"
+#include "update/UpdateState.h"
+#include "update/UpdateVerdict.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>

@@ -10,6 +10,7 @@
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/usb/IOReturn.h"
 #include "protocol/StatusTexts.h"
+#include "update/Update.h"
 #include "update/UpdatePhase.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateState.h"
@@ -19,6 +20,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <fmt/format.h>
 #include <optional>
 #include <string>

@@ -11,6 +11,7 @@
 #include "platform/foundation/LocalizedFormat.h"
 #include "platform/usb/PrinterReservations.h"
 #include "protocol/StatusTexts.h"
+#include "update/Update.h"
 #include "update/UpdatePhase.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateSupervisor.h"

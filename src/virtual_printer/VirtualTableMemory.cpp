@@ -5,8 +5,10 @@
 #include "platform/foundation/Data.h"
 #include "platform/foundation/Format.h"
 #include "protocol/TableFileName.h"
+#include "virtual_printer/VirtualModels.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <numeric>
 #include <optional>

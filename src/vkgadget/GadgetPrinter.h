@@ -6,6 +6,8 @@
 #include "platform/foundation/Data.h"
 #include "virtual_printer/VirtualJournal.h"
 #include "virtual_printer/VirtualPrinter.h"
+#include "virtual_printer/VirtualPrinterSettings.h"
+#include "vkgadget/FunctionFs.h"
 #include "vkgadget/GadgetConnection.h"
 #include "vkgadget/GadgetError.h"
 

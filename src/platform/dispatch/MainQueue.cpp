@@ -2,7 +2,6 @@
 // is readable. Blocks are queued on any thread; they and the watches run on the main thread.
 #include "platform/dispatch/Clock.h"
 #include "platform/dispatch/Queue.h"
-
 #include "platform/dispatch/QueueRole.h"
 #include "platform/files/WakeEvent.h"
 

@@ -2,6 +2,7 @@
 // Called on any thread; blocks run on the queue's own thread.
 #include "platform/dispatch/Queue.h"
 
+#include "platform/dispatch/Clock.h"
 #include "platform/dispatch/QueueRole.h"
 #include "platform/foundation/SystemLog.h"
 

@@ -5,6 +5,7 @@
 #include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
 #include "platform/usb/IOReturn.h"
+#include "platform/usb/PrinterReservations.h"
 #include "usb/libusb/AttachedDevice.h"
 #include "usb/libusb/Attachment.h"
 #include "usb/libusb/BusLimits.h"

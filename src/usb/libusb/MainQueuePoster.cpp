@@ -2,6 +2,11 @@
 // the core on the main queue.
 #include "usb/libusb/MainQueuePoster.h"
 
+#include "platform/dispatch/Clock.h"
+
+#include <mutex>
+#include <utility>
+
 namespace zul {
 
 bool MainQueuePoster::post(Block block) {
