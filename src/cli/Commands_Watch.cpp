@@ -6,6 +6,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/PrintableText.h"
 #include "session/PrinterInfo.h"
 
 #include <algorithm>

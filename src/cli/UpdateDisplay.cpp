@@ -5,6 +5,7 @@
 #include "cli/Output.h"
 #include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
+#include "platform/foundation/PrintableText.h"
 #include "protocol/StatusTexts.h"
 #include "session/PrinterInfo.h"
 

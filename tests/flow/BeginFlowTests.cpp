@@ -164,10 +164,10 @@ TEST_CASE("different tables are detected only by a table's version") {
     const std::string key = HOLVEN_TBPrinterColorTableVersion;
     for (const char* unclear : {"NULL", "", "01610"}) {
         CAPTURE(unclear);
-        facts->setString(key, unclear);
+        values->setString(key, unclear);
         CHECK(lab.supervisor.isUpToDate(*lab.printer()));
     }
-    facts->setString(key, "0160");
+    values->setString(key, "0160");
     CHECK_FALSE(lab.supervisor.isUpToDate(*lab.printer()));
 }
 

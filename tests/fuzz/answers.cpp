@@ -2,7 +2,7 @@
 // short text or absent.
 #include "fuzz/FuzzInput.h"
 
-#include "unit/engine/Bench.h"
+#include "unit/engine/PrinterBench.h"
 
 using namespace zul;
 using namespace zul::test;
@@ -26,7 +26,7 @@ void ask(TBUSBPrinterZUL& printer) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     FuzzInput input(bytes, size);
-    Bench bench;
+    PrinterBench bench;
     const std::uint16_t product = kProducts[input.takeByte() % std::size(kProducts)];
     const auto printer = bench.inlinePrinter(product);
     static_cast<void>(printer->openInterface());

@@ -2,14 +2,14 @@
 #include "fuzz/FuzzInput.h"
 
 #include "Classes/USBInterfaceHelpers.h"
-#include "unit/engine/Bench.h"
+#include "unit/engine/PrinterBench.h"
 
 using namespace zul;
 using namespace zul::test;
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     FuzzInput input(bytes, size);
-    Bench bench;
+    PrinterBench bench;
     bench.handle->answerByDefault();
     bench.handle->setDescriptor(0x0100, input.takeBlock()); // device descriptor
     for (const std::uint16_t index : {0, 1, 2, 3}) {
