@@ -77,10 +77,7 @@ MainWindow::MainWindow(Session& session, AlertPresenter& alerts, WindowApplicati
         if (_model.printer(row) == selection()) showSelection();
     });
     _model.setStatusText([this](TBUSBPrinterZUL& printer) { return qtext(statusLine(_supervisor, printer)); });
-    _model.setIsAwaited([this](const std::string& key) {
-        const auto found = _supervisor.updates().find(key);
-        return found != _supervisor.updates().end() && found->second.isOpen() && !found->second.isDismissed;
-    });
+    _model.setNeedOfAwaited([this](const std::string& key) { return needOfAwaited(_supervisor, key); });
     _model.setNeed([this](TBUSBPrinterZUL& printer) { return needOf(_supervisor, printer); });
     _session.setObserver(this);
 }

@@ -65,13 +65,13 @@ void PrinterTableModel::setPrinters(const std::vector<Printer>& printers) {
     // From the end, so that the numbers of the remaining rows stay valid.
     for (int number = rowCount() - 1; number >= 0; --number) {
         Row& row = *_rows[static_cast<std::size_t>(number)];
-        if (row.isAway || std::ranges::find(printers, row.printer) != printers.end()) continue;
-        if (!_isAwaited || !_isAwaited(row.printer->keyUSBdevice())) {
+        if (row.printer == nullptr || std::ranges::find(printers, row.printer) != printers.end()) continue;
+        if (!_needOfAwaited || !_needOfAwaited(row.key)) {
             removeRow(number);
             continue;
         }
-        row.isAway = true;
         row.relay.reset();
+        row.printer.reset();
         readState(row);
         changed(number);
     }
@@ -86,9 +86,7 @@ void PrinterTableModel::setPrinters(const std::vector<Printer>& printers) {
 
 // A printer that returns is another object. It takes the row of the one that has left from its place.
 bool PrinterTableModel::putIntoItsRow(const Printer& printer) {
-    const auto isIts = [&](const auto& row) {
-        return row->isAway && row->printer->keyUSBdevice() == printer->keyUSBdevice();
-    };
+    const auto isIts = [&](const auto& row) { return row->printer == nullptr && row->key == printer->keyUSBdevice(); };
     const auto found = std::ranges::find_if(_rows, isIts);
     if (found == _rows.end()) return false;
     attach(**found, printer);
@@ -99,7 +97,7 @@ bool PrinterTableModel::putIntoItsRow(const Printer& printer) {
 void PrinterTableModel::forgetAway() {
     for (int number = rowCount() - 1; number >= 0; --number) {
         const Row& row = *_rows[static_cast<std::size_t>(number)];
-        if (row.isAway && !_isAwaited(row.printer->keyUSBdevice())) removeRow(number);
+        if (row.printer == nullptr && !_needOfAwaited(row.key)) removeRow(number);
     }
 }
 
@@ -117,7 +115,8 @@ std::unique_ptr<PrinterTableModel::Row> PrinterTableModel::makeRow(const Printer
 
 void PrinterTableModel::attach(Row& row, const Printer& printer) {
     row.printer = printer;
-    row.isAway = row.isStale = false;
+    row.key = printer->keyUSBdevice();
+    row.isStale = false;
     row.relay = std::make_unique<ChangeRelay>(_mainQueue, printer, KeyValueObservable::kEveryKey,
                                               [this, made = &row](const std::string&) { scheduleRefresh(*made); });
     readTexts(row);
@@ -145,14 +144,14 @@ void PrinterTableModel::scheduleRefresh(Row& row) {
 
 void PrinterTableModel::refreshAll() {
     for (const auto& row : _rows) {
-        if (!row->isAway) scheduleRefresh(*row);
+        if (row->printer != nullptr) scheduleRefresh(*row);
     }
 }
 
 void PrinterTableModel::refreshState(const std::string& key) {
     for (std::size_t number = 0; number < _rows.size(); ++number) {
         Row& row = *_rows[number];
-        if (row.printer->keyUSBdevice() != key) continue;
+        if (row.key != key) continue;
         readState(row);
         const QModelIndex cell = index(static_cast<int>(number), state);
         Q_EMIT dataChanged(cell, cell);
@@ -167,13 +166,14 @@ std::vector<PrinterNeed> PrinterTableModel::needs() const {
 
 void PrinterTableModel::readState(Row& row) const {
     if (!_need) return;
-    row.need = _need(*row.printer);
+    row.need = row.printer != nullptr ? _need(*row.printer) : _needOfAwaited(row.key).value_or(row.need);
     row.texts[state] = qtext(row.need.detail.empty() ? row.need.word : row.need.word + ": " + row.need.detail);
 }
 
 void PrinterTableModel::readTexts(Row& row) const {
     TBUSBPrinterZUL& printer = *row.printer;
-    row.picture = pictureNamed(qtext(printer.image()), _palette);
+    row.pictureName = qtext(printer.image());
+    row.picture = pictureNamed(row.pictureName, _palette);
     row.texts[model] = qtext(printer.manufacturer().value_or("") + " " + printer.model().value_or("")).trimmed();
     row.texts[serialNumber] = qtext(printer.printerSerialNumber());
     row.texts[status] = _statusText ? _statusText(printer) : qtext(printer.printerStatus());
@@ -191,29 +191,27 @@ void PrinterTableModel::readTexts(Row& row) const {
 }
 
 PrinterTableModel::Printer PrinterTableModel::printer(int row) const {
-    if (row < 0 || row >= rowCount()) return nullptr;
-    const Row& chosen = *_rows[static_cast<std::size_t>(row)];
-    return chosen.isAway ? nullptr : chosen.printer;
+    return row >= 0 && row < rowCount() ? _rows[static_cast<std::size_t>(row)]->printer : nullptr;
 }
 
 int PrinterTableModel::rowOf(const TBUSBPrinterZUL* printer) const {
-    const auto isIts = [printer](const auto& row) { return !row->isAway && row->printer.get() == printer; };
+    const auto isIts = [printer](const auto& row) { return printer != nullptr && row->printer.get() == printer; };
     const auto found = std::ranges::find_if(_rows, isIts);
     return found == _rows.end() ? -1 : static_cast<int>(found - _rows.begin());
 }
 
 int PrinterTableModel::attachedCount() const {
-    return static_cast<int>(std::ranges::count_if(_rows, [](const auto& row) { return !row->isAway; }));
+    return static_cast<int>(std::ranges::count_if(_rows, [](const auto& row) { return row->printer != nullptr; }));
 }
 
 int PrinterTableModel::firstAttachedRow() const {
-    const auto found = std::ranges::find_if(_rows, [](const auto& row) { return !row->isAway; });
+    const auto found = std::ranges::find_if(_rows, [](const auto& row) { return row->printer != nullptr; });
     return found == _rows.end() ? -1 : static_cast<int>(found - _rows.begin());
 }
 
 void PrinterTableModel::setPalette(const QPalette& palette) {
     _palette = palette;
-    for (const auto& row : _rows) row->picture = pictureNamed(qtext(row->printer->image()), _palette);
+    for (const auto& row : _rows) row->picture = pictureNamed(row->pictureName, _palette);
     if (!_rows.empty()) Q_EMIT dataChanged(index(0, picture), index(rowCount() - 1, picture));
 }
 

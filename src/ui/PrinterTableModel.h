@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -52,8 +53,11 @@ class PrinterTableModel final : public QAbstractTableModel {
     void setStatusText(std::function<QString(TBUSBPrinterZUL&)> text) { _statusText = std::move(text); }
     /// Sets where the state column gets the state of a printer from. Before setPrinters.
     void setNeed(std::function<NeedState(TBUSBPrinterZUL&)> need) { _need = std::move(need); }
-    /// Sets which printers, by key, keep their rows when they leave. Before setPrinters.
-    void setIsAwaited(std::function<bool(const std::string& key)> isAwaited) { _isAwaited = std::move(isAwaited); }
+    /// Sets where the state of a printer that has left comes from, by its key; nullopt: it does not keep its row.
+    /// Before setPrinters.
+    void setNeedOfAwaited(std::function<std::optional<NeedState>(const std::string& key)> need) {
+        _needOfAwaited = std::move(need);
+    }
     /// Removes the rows of printers that have left and are not awaited any more.
     void forgetAway();
     /// Posts a block to the main queue for each printer that reads its texts again.
@@ -95,13 +99,14 @@ class PrinterTableModel final : public QAbstractTableModel {
 
   private:
     struct Row {
-        Printer printer;
+        Printer printer; // null for one that has left and is awaited: its object and its queue must be able to end
+        std::string key;
         std::unique_ptr<ChangeRelay> relay;
         std::array<QString, columns> texts;
         NeedState need;
+        QString pictureName;
         QIcon picture;
         bool isNewer = false; // the available firmware is newer than the installed one
-        bool isAway = false;  // it has left and is awaited
         bool isStale = false; // a block that reads the texts again is posted
     };
 
@@ -117,7 +122,7 @@ class PrinterTableModel final : public QAbstractTableModel {
     MainQueue& _mainQueue;
     std::function<QString(TBUSBPrinterZUL&)> _statusText;
     std::function<NeedState(TBUSBPrinterZUL&)> _need;
-    std::function<bool(const std::string& key)> _isAwaited;
+    std::function<std::optional<NeedState>(const std::string& key)> _needOfAwaited;
     QPalette _palette;
     std::array<QString, columns> _titles;
     std::vector<std::unique_ptr<Row>> _rows;

@@ -153,10 +153,15 @@ std::string summaryOfNeeds(const std::vector<PrinterNeed>& needs) {
     return parts.empty() ? all : all + ": " + fmt::format("{}", fmt::join(parts, ", "));
 }
 
+std::optional<NeedState> needOfAwaited(const UpdateSupervisor& supervisor, const std::string& key) {
+    const auto found = supervisor.updates().find(key);
+    if (found == supervisor.updates().end() || !found->second.isOpen() || found->second.isDismissed)
+        return std::nullopt;
+    return stateOfUpdate(found->second);
+}
+
 NeedState needOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer) {
-    const auto found = supervisor.updates().find(printer.keyUSBdevice());
-    const bool isOpen = found != supervisor.updates().end() && found->second.isOpen() && !found->second.isDismissed;
-    if (isOpen) return stateOfUpdate(found->second);
+    if (const auto updating = needOfAwaited(supervisor, printer.keyUSBdevice())) return *updating;
     if (const auto hindered = obstacle(supervisor, printer)) return *hindered;
     return stateOfVersions(supervisor, printer);
 }

@@ -57,6 +57,9 @@ NeedTone toneOf(PrinterNeed need);
 /// The state of an attached printer. It asks the printer nothing; the firmware files are checked as for its available
 /// version.
 NeedState needOf(const UpdateSupervisor& supervisor, TBUSBPrinterZUL& printer);
+/// The same for a printer that has left in the middle of its update and is awaited; nullopt if it has no update that is
+/// open and shown.
+std::optional<NeedState> needOfAwaited(const UpdateSupervisor& supervisor, const std::string& key);
 /// One line about many printers: "16 printers: 11 need an update, 3 are up to date, 2 need attention". Parts that would
 /// be 0 are left out; empty without a printer.
 std::string summaryOfNeeds(const std::vector<PrinterNeed>& needs);

@@ -78,16 +78,16 @@ TEST_CASE("a printer that another process has shows which, before anything else"
     lab.attach("VK14,status=01100,fault=holder:600000");
     lab.start();
     lab.rest(1s);
-    CHECK(shownIn(lab) == NeedState{.need = PrinterNeed::inUse,
-                                    .word = "In use",
-                                    .detail = "another program uses the printer (another program)"});
+    CHECK(shownIn(lab) ==
+          NeedState{.need = PrinterNeed::inUse, .word = "In use", .detail = "another program uses the printer"});
 }
 
 TEST_CASE("a printer is being read until its first status") {
     SupervisedLab lab;
-    lab.attach("VK14,fault=late@STATUS:4000");
     lab.start();
+    lab.attach("VK14,fault=late@STATUS:4000");
     lab.advance(1s);
+    REQUIRE(lab.rows() == 1);
     CHECK(shownIn(lab).need == PrinterNeed::unknown);
     lab.rest();
     CHECK(shownIn(lab).need == PrinterNeed::updateAvailable);

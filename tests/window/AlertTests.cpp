@@ -145,7 +145,7 @@ TEST_CASE("files that are damaged while the printer restarts leave it in its loa
     agree(stage);
     stage.waitForAlert(kConfirmTitle);
     stage.answer("Update Firmware to VK14 01.61");
-    stage.waitFor("the printer to leave", [&] { return stage.rows() == 0; });
+    stage.waitFor("the printer to leave", [&] { return stage.printers().empty(); });
     archive.damage(kFirmwareFile);
     checkAlert(stage.waitForAlert("There was a problem with the firmware file!"),
                "This application may be damaged. Please download a new copy.", {"OK"});
@@ -267,7 +267,7 @@ TEST_CASE("changing the USB serial number asks for a power cycle in an applicati
     CHECK(shown.hasPicture);
     stage.screenshot("power-cycle");
     stage.answer("OK");
-    stage.waitFor("the setting", [&] { return stage.cell(0, 8) == "Enabled"; });
+    stage.waitFor("the setting", [&] { return stage.cell(0, ui::PrinterTableModel::usbSerialNumber) == "Enabled"; });
 }
 
 TEST_CASE("a USB serial number that cannot be changed because the printer is busy is reported in a modal alert") {

@@ -3,6 +3,7 @@
 #include "window/Stage.h"
 #include "window/Updates.h"
 
+#include "ui/PrinterTableModel.h"
 #include "unit/update/ChildProcess.h"
 #include "virtual_printer/VirtualBus.h"
 
@@ -92,7 +93,7 @@ TEST_CASE("nothing is changed in a printer that another process has reserved, an
 TEST_CASE("the row of a printer shows that another program uses it, until it does not any more") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForDeviceInfo();
-    const int kStatus = 3; // column
+    const int kStatus = ui::PrinterTableModel::status;
     stage.bus().setHeldByOther(0, true);
     stage.click("Refresh");
     stage.waitFor("the holder", [&] { return stage.cell(0, kStatus).contains("another program uses the printer"); });
@@ -103,7 +104,7 @@ TEST_CASE("the row of a printer shows that another program uses it, until it doe
 TEST_CASE("the row of a printer whose update is not complete shows what is to be done") {
     Stage stage({.printers = {quick("VK14", "fault=stay-in-loader@FLASH_PROGRAM")}});
     stage.waitForDeviceInfo();
-    const int kStatus = 3; // column
+    const int kStatus = ui::PrinterTableModel::status;
     stage.click("Update Firmware…");
     agreeAndConfirm(stage, "VK14 01.61");
     stage.waitFor("the result", [&] { return !onlyUpdate(stage).isOpen(); });

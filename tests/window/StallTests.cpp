@@ -3,9 +3,11 @@
 #include "window/Updates.h"
 
 #include "ui/DetailsPane.h"
+#include "ui/PrinterTableModel.h"
 #include "virtual_printer/VirtualBus.h"
 
 #include <QScrollArea>
+#include <QTableView>
 #include <algorithm>
 #include <chrono>
 #include <doctest/doctest.h>
@@ -36,11 +38,23 @@ TEST_CASE("a printer that does not return from its restart gets advice, and a la
     stage.waitFor("advice", [&] {
         return stage.visibleText().contains("The printer has not restarted into its loader. Leave it switched on");
     });
-    CHECK(stage.visibleText().contains("A printer is restarting. Leave it switched on and connected."));
+    // Its row stays, and cannot be selected.
+    const auto& model = *stage.findA<QTableView>("Printers").model();
+    const QModelIndex state = model.index(0, ui::PrinterTableModel::state);
+    REQUIRE(stage.rows() == 1);
+    CHECK(stage.printers().empty());
+    CHECK(state.data().toString().startsWith("Restarting: The printer has not restarted into its loader."));
+    CHECK(model.flags(state) == Qt::NoItemFlags);
+    CHECK(stage.visibleText().contains("1 printer: 1 is being updated"));
+    CHECK_FALSE(stage.visibleText().contains("0 printers attached"));
     stage.screenshot("stalled");
     stage.bus().plug(0);
     stage.waitForAlert(kSuccessTitle);
     stage.answer("Finish");
+    stage.waitFor("the state of the printer that is back", [&] { return state.data() == "Up to date"; });
+    CHECK(stage.rows() == 1);
+    CHECK(model.flags(state).testFlag(Qt::ItemIsSelectable));
+    CHECK(stage.visibleText().contains("1 printer: 1 is up to date"));
     CHECK(onlyUpdate(stage).verdict.isSuccess());
     CHECK_FALSE(onlyUpdate(stage).isStalled);
     stage.click("Close this report");
