@@ -40,7 +40,7 @@ AlertDescription AlertFactory::completed(AlertDescription alert) const {
     return alert;
 }
 
-AlertDescription AlertFactory::plain(const Text& title, const Text& message,
+AlertDescription AlertFactory::plain(const OptionalText& title, const OptionalText& message,
                                      const std::optional<std::vector<std::string>>& buttons,
                                      Completion completion) const {
     return {.kind = AlertKind::other,
@@ -102,7 +102,7 @@ std::string AlertFactory::warningForRZ7(bool hasOldMedia) const {
                            hasOldMedia ? localized(extra) : std::string());
 }
 
-std::string AlertFactory::warning(const Text& offeredVersion) const {
+std::string AlertFactory::warning(const OptionalText& offeredVersion) const {
     return localizedFormat(bundleOf(_printer),
                            "This update tool will upgrade the printer firmware to version %@. This process cannot be "
                            "undone",
@@ -144,7 +144,7 @@ AlertDescription AlertFactory::notReady(const std::string& status, Completion co
                  std::move(completion));
 }
 
-AlertDescription AlertFactory::confirmation(const Text& offeredVersion, Completion completion) const {
+AlertDescription AlertFactory::confirmation(const OptionalText& offeredVersion, Completion completion) const {
     const std::string update = localizedFormat(bundleOf(_printer), "Update Firmware to %@", textOrNull(offeredVersion));
     constexpr std::size_t kCancel = 0; // first: Return must not start what cannot be undone
     return {.kind = AlertKind::confirmation,
@@ -179,14 +179,14 @@ AlertDescription AlertFactory::damagedFile() const {
                   localized("This application may be damaged. Please download a new copy."), localized("OK"));
 }
 
-AlertDescription AlertFactory::success(const Text& previousVersion, const Text& version) const {
+AlertDescription AlertFactory::success(const OptionalText& previousVersion, const OptionalText& version) const {
     return notice(AlertKind::success, localized("Firmware update was successful!"),
                   localizedFormat(bundleOf(_printer), "Firmware version updated from %@ to %@",
                                   textOrNull(previousVersion), textOrNull(version)),
                   localized("Finish"));
 }
 
-AlertDescription AlertFactory::problem(const Text& previousVersion, const Text& version) const {
+AlertDescription AlertFactory::problem(const OptionalText& previousVersion, const OptionalText& version) const {
     return notice(AlertKind::problem, localized("There was a problem with the firmware update!"),
                   localizedFormat(bundleOf(_printer), "Previous firmware version: %@ current version: %@",
                                   textOrNull(previousVersion), textOrNull(version)),

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Classes/Outlets.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <functional>
 #include <memory>
@@ -18,7 +19,6 @@ class TBUSBPrinterZUL;
 class AlertFactory {
   public:
     using Completion = std::function<void(int answer)>;
-    using Text = std::optional<std::string>;
 
     /// The printer outlives the factory.
     explicit AlertFactory(const TBUSBPrinterZUL& printer) : _printer(printer) {}
@@ -27,7 +27,7 @@ class AlertFactory {
     /// at least one button; Escape presses the only button.
     AlertDescription completed(AlertDescription alert) const;
     /// Asks no question that this program knows. Without a title or buttons they are "Alert" and "OK".
-    AlertDescription plain(const Text& title, const Text& message,
+    AlertDescription plain(const OptionalText& title, const OptionalText& message,
                            const std::optional<std::vector<std::string>>& buttons, Completion completion) const;
 
     // ---- before an update -----------------------------------------------------------------------------------------
@@ -40,7 +40,7 @@ class AlertFactory {
     /// left.
     std::string warningForRZ7(bool hasOldMedia) const;
     /// The warning of all other models, with the version in the archive.
-    std::string warning(const Text& offeredVersion) const;
+    std::string warning(const OptionalText& offeredVersion) const;
     /// The firmware files are damaged; the button is "Quit" or "OK".
     AlertDescription corruptionWithQuit(Completion completion) const;
     AlertDescription corruption() const;
@@ -50,7 +50,7 @@ class AlertFactory {
     AlertDescription printerError(Completion completion) const;
     AlertDescription notReady(const std::string& status, Completion completion) const;
     /// The last question. Cancel is the first button, so that Return starts nothing that cannot be undone.
-    AlertDescription confirmation(const Text& offeredVersion, Completion completion) const;
+    AlertDescription confirmation(const OptionalText& offeredVersion, Completion completion) const;
 
     // ---- during and after an update -------------------------------------------------------------------------------
 
@@ -61,8 +61,8 @@ class AlertFactory {
     /// The firmware files are damaged while the printer is in its loader.
     AlertDescription damagedFile() const;
     /// The two reports at the end of an update, with the versions before and now.
-    AlertDescription success(const Text& previousVersion, const Text& version) const;
-    AlertDescription problem(const Text& previousVersion, const Text& version) const;
+    AlertDescription success(const OptionalText& previousVersion, const OptionalText& version) const;
+    AlertDescription problem(const OptionalText& previousVersion, const OptionalText& version) const;
 
     // ---- the USB serial-number setting: application-modal ---------------------------------------------------------
 

@@ -122,7 +122,7 @@ void FirmwareUpdate::checkReadiness(IOReturn openResult) {
         return;
     }
     bool isAnswered = false;
-    _printer.getPrinterStatus([&isAnswered, this](const Text& rawStatus) { // inline: this is the command queue
+    _printer.getPrinterStatus([&isAnswered, this](const OptionalText& rawStatus) { // inline: this is the command queue
         isAnswered = true;
         if (rawStatus == kReadyStatus) {
             confirm();
@@ -244,8 +244,8 @@ void FirmwareUpdate::finish() {
 
 // The tables alone decide which report the operator gets; comparing versions is left to whoever watches the update.
 void FirmwareUpdate::report(bool anyTable) {
-    const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
-    const Text version = _printer.firmwareVersion();
+    const OptionalText previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const OptionalText version = _printer.firmwareVersion();
     _printer.showCustomAlertWithTitle(anyTable ? _printer.alertFactory().success(previous, version)
                                                : _printer.alertFactory().problem(previous, version));
     _printer.emit(events::UpdateReported{.anyTable = anyTable, .version = version});
@@ -269,7 +269,7 @@ bool FirmwareUpdate::waitForStatus(const std::string& code) {
 bool FirmwareUpdate::statusEquals(const std::string& code) {
     bool equal = false;
     // The loop asks again by itself.
-    _printer.askForStatus(IfMissing::dropLateReplies, [&equal, &code](const Text& rawStatus) { // inline
+    _printer.askForStatus(IfMissing::dropLateReplies, [&equal, &code](const OptionalText& rawStatus) { // inline
         equal = textForStatus(rawStatus) == textForStatus(code);
     });
     return equal;

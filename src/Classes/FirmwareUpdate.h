@@ -34,8 +34,6 @@ struct VersionAnswer {
 
 class FirmwareUpdate {
   public:
-    using Text = std::optional<std::string>;
-
     /// All are the printer's own and outlive the update. exchange is used on the command queue only.
     FirmwareUpdate(TBUSBPrinterZUL& printer, QueryExchange& exchange, ModelFiles& files)
         : _printer(printer), _exchange(exchange), _files(files) {}

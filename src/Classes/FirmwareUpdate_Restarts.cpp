@@ -47,7 +47,7 @@ void FirmwareUpdate::resume(std::int64_t progress) {
 
 void FirmwareUpdate::resumeAtLoader() {
     logText("found a device waiting for firmware update");
-    _printer.getPrinterStatus([self = shared()](const Text& rawStatus) {
+    _printer.getPrinterStatus([self = shared()](const OptionalText& rawStatus) {
         if (rawStatus == kLoaderStatus && self->isAnotherPrinter()) {
             self->askAboutAnotherPrinter();
         } else if (rawStatus == kLoaderStatus) {
@@ -61,15 +61,15 @@ void FirmwareUpdate::resumeAtLoader() {
 
 // The printer that was ordered into its loader is recognised by its device ID, where both IDs have a serial number.
 bool FirmwareUpdate::isAnotherPrinter() const {
-    const Text updated = _printer.fact(kUpdatedSerialNumber);
-    const Text& own = _printer.idSerialNumber();
+    const OptionalText updated = _printer.fact(kUpdatedSerialNumber);
+    const OptionalText& own = _printer.idSerialNumber();
     return updated && own && !updated->empty() && !own->empty() && *updated != *own;
 }
 
 // The engine goes by the place; the image is for the printer whose update the operator has confirmed. Another one, or a
 // loader that reports another number than its firmware did, gets it only after a question.
 void FirmwareUpdate::askAboutAnotherPrinter() {
-    const Text& own = _printer.idSerialNumber();
+    const OptionalText& own = _printer.idSerialNumber();
     logText("the loader at %s has the serial number %s, and the update was begun with %s", _printer.locationText(),
             textOrNull(own), textOrNull(_printer.fact(kUpdatedSerialNumber)));
     setInUpdateOnMain(false);
@@ -84,14 +84,14 @@ void FirmwareUpdate::storeVersion(const VersionAnswer& answer) {
 }
 
 void FirmwareUpdate::resumeAtFirmware(const VersionAnswer& answer) {
-    const Text& version = answer.version;
+    const OptionalText& version = answer.version;
     logText("found a device rebooting after firmware update");
     if (version == kIntermediateVersion) {
         // It will restart once more by itself; the progress value stays for the next object.
         if (_printer.printerCommandQueue()) _printer.environment().clock.sleepFor(kIntermediatePause);
         return;
     }
-    const Text previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
+    const OptionalText previous = _printer.fact(HOLVEN_TBPrinterFirmwareVersionPrevious);
     if (previous && version && *previous != *version) {
         logText("firmware version changed from %s to %s", *previous, *version);
     } else {

@@ -7,7 +7,7 @@
 
 namespace zul {
 
-void IdentifiedPrinter::setText(IdentityText which, const Text& value) {
+void IdentifiedPrinter::setText(IdentityText which, const OptionalText& value) {
     const KeyChange change(*this, DeviceIdentity::keyPathOf(which));
     _identity.setText(which, value);
 }
@@ -24,20 +24,20 @@ std::string IdentifiedPrinter::idProduct() const {
     return formatted("%d", _identity.product);
 }
 
-IdentifiedPrinter::Text IdentifiedPrinter::normalizedVendorString(const Text& vendor) {
+OptionalText IdentifiedPrinter::normalizedVendorString(const OptionalText& vendor) {
     return normalizedVendor(vendor);
 }
 
-std::optional<std::string> IdentifiedPrinter::substringFromString(const std::string& text, const Text& prefix,
-                                                                  const Text& terminator, CompareOptions options,
-                                                                  Marks marks) {
+std::optional<std::string> IdentifiedPrinter::substringFromString(const std::string& text, const OptionalText& prefix,
+                                                                  const OptionalText& terminator,
+                                                                  CompareOptions options, Marks marks) {
     if (text.empty()) return std::nullopt;
     return TBCFStringCreateSubstringFromPrefixToTerminatorWithOptions(text, prefix, terminator, options, marks);
 }
 
-std::optional<std::string> IdentifiedPrinter::noninclusiveCaseInsensitiveSubstringFromString(const std::string& text,
-                                                                                             const Text& prefix,
-                                                                                             const Text& terminator) {
+std::optional<std::string>
+IdentifiedPrinter::noninclusiveCaseInsensitiveSubstringFromString(const std::string& text, const OptionalText& prefix,
+                                                                  const OptionalText& terminator) {
     return substringFromString(text, prefix, terminator, CompareOptions::caseInsensitive, Marks::excluded);
 }
 

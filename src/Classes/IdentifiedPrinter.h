@@ -6,6 +6,7 @@
 #include "Classes/PrinterReporter.h"
 #include "Classes/USBInterfaceHelpers.h"
 #include "platform/foundation/KeyValueObserving.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <cstdint>
 #include <optional>
@@ -16,30 +17,28 @@ namespace zul {
 
 class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
   public:
-    using Text = std::optional<std::string>;
-
     // Observed texts: nullopt while one is not known; each setter notifies the observers of the key of its name.
-    Text statusString() const { return _identity.text(IdentityText::statusString); }
-    void setStatusString(const Text& value) { setText(IdentityText::statusString, value); }
-    Text raw1284DeviceID() const { return _identity.text(IdentityText::raw1284DeviceID); }
-    void setRaw1284DeviceID(const Text& value) { setText(IdentityText::raw1284DeviceID, value); }
-    Text deviceID() const { return _identity.text(IdentityText::deviceID); }
-    void setDeviceID(const Text& value) { setText(IdentityText::deviceID, value); }
-    Text manufacturer() const { return _identity.text(IdentityText::manufacturer); }
-    void setManufacturer(const Text& value) { setText(IdentityText::manufacturer, value); }
-    Text model() const { return _identity.text(IdentityText::model); }
-    void setModel(const Text& value) { setText(IdentityText::model, value); }
-    Text vendorUSB() const { return _identity.text(IdentityText::vendorUSB); }
-    void setVendorUSB(const Text& value) { setText(IdentityText::vendorUSB, value); }
-    Text productUSB() const { return _identity.text(IdentityText::productUSB); }
-    void setProductUSB(const Text& value) { setText(IdentityText::productUSB, value); }
-    Text serialNumberUSB() const { return _identity.text(IdentityText::serialNumberUSB); }
-    void setSerialNumberUSB(const Text& value) { setText(IdentityText::serialNumberUSB, value); }
-    Text status() const { return _identity.text(IdentityText::status); }
-    void setStatus(const Text& value) { setText(IdentityText::status, value); }
+    OptionalText statusString() const { return _identity.text(IdentityText::statusString); }
+    void setStatusString(const OptionalText& value) { setText(IdentityText::statusString, value); }
+    OptionalText raw1284DeviceID() const { return _identity.text(IdentityText::raw1284DeviceID); }
+    void setRaw1284DeviceID(const OptionalText& value) { setText(IdentityText::raw1284DeviceID, value); }
+    OptionalText deviceID() const { return _identity.text(IdentityText::deviceID); }
+    void setDeviceID(const OptionalText& value) { setText(IdentityText::deviceID, value); }
+    OptionalText manufacturer() const { return _identity.text(IdentityText::manufacturer); }
+    void setManufacturer(const OptionalText& value) { setText(IdentityText::manufacturer, value); }
+    OptionalText model() const { return _identity.text(IdentityText::model); }
+    void setModel(const OptionalText& value) { setText(IdentityText::model, value); }
+    OptionalText vendorUSB() const { return _identity.text(IdentityText::vendorUSB); }
+    void setVendorUSB(const OptionalText& value) { setText(IdentityText::vendorUSB, value); }
+    OptionalText productUSB() const { return _identity.text(IdentityText::productUSB); }
+    void setProductUSB(const OptionalText& value) { setText(IdentityText::productUSB, value); }
+    OptionalText serialNumberUSB() const { return _identity.text(IdentityText::serialNumberUSB); }
+    void setSerialNumberUSB(const OptionalText& value) { setText(IdentityText::serialNumberUSB, value); }
+    OptionalText status() const { return _identity.text(IdentityText::status); }
+    void setStatus(const OptionalText& value) { setText(IdentityText::status, value); }
     /// Name of the picture; the subclass has one for each model.
-    virtual Text image() const { return _identity.text(IdentityText::image); }
-    void setImage(const Text& value) { setText(IdentityText::image, value); }
+    virtual OptionalText image() const { return _identity.text(IdentityText::image); }
+    void setImage(const OptionalText& value) { setText(IdentityText::image, value); }
     /// Where the printer is attached ("1-2"), for messages; set by whoever makes the object.
     std::string locationText() const { return _identity.text(IdentityText::locationText).value_or(""); }
     void setLocationText(const std::string& location) { setText(IdentityText::locationText, location); }
@@ -57,17 +56,18 @@ class IdentifiedPrinter : public KeyValueObservable, public PrinterReporter {
 
     /// substringFromString:fromPrefix:toTerminator:options:inclusive:  nullopt for an empty text, a missing prefix or a
     /// missing terminator.
-    static Text substringFromString(const std::string& text, const Text& prefix, const Text& terminator,
-                                    CompareOptions options, Marks inclusive);
+    static OptionalText substringFromString(const std::string& text, const OptionalText& prefix,
+                                            const OptionalText& terminator, CompareOptions options, Marks inclusive);
     /// The same, ignoring case, without the marks.
-    static Text noninclusiveCaseInsensitiveSubstringFromString(const std::string& text, const Text& prefix,
-                                                               const Text& terminator);
+    static OptionalText noninclusiveCaseInsensitiveSubstringFromString(const std::string& text,
+                                                                       const OptionalText& prefix,
+                                                                       const OptionalText& terminator);
     /// Shorter names of known vendors; others unchanged.
-    static Text normalizedVendorString(const Text& vendor);
+    static OptionalText normalizedVendorString(const OptionalText& vendor);
 
   protected:
     /// Stores a text and notifies its observers, on the calling thread.
-    void setText(IdentityText which, const Text& value);
+    void setText(IdentityText which, const OptionalText& value);
 
     DeviceIdentity _identity;
 };

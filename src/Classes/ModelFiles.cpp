@@ -120,12 +120,12 @@ SharedData ModelFiles::verifiedTable(const std::string& name) const {
 
 // ---- what the archive offers ----------------------------------------------------------------------------------------
 
-ModelFiles::Text ModelFiles::offeredVersion() {
+OptionalText ModelFiles::offeredVersion() {
     if (!_printer.deviceInfoDict()->strings(cFirmwareFilenames)) {
         static_cast<void>(_printer.verifyFirmwareArchive()); // for the list alone
     }
     const auto name = imageName();
-    return name ? Text(std::filesystem::path(*name).stem().string()) : std::nullopt;
+    return name ? OptionalText(std::filesystem::path(*name).stem().string()) : std::nullopt;
 }
 
 double ModelFiles::offeredVersionNumber() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/foundation/Data.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <memory>
 #include <optional>
@@ -19,8 +20,6 @@ struct FirmwareOffer;
 
 class ModelFiles {
   public:
-    using Text = std::optional<std::string>;
-
     /// The printer outlives it.
     explicit ModelFiles(TBUSBPrinterZUL& printer) : _printer(printer) {}
 
@@ -43,7 +42,7 @@ class ModelFiles {
     SharedData verifiedTable(const std::string& name) const;
 
     /// The version that the firmware file's name says ("VK18DUP 1.40PRN"); nullopt for an unknown product.
-    Text offeredVersion();
+    OptionalText offeredVersion();
     /// The number in it (1.40); 0 without one.
     double offeredVersionNumber();
     /// The number in the version that the printer reported; 0 without one.

@@ -44,14 +44,14 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
     setInterfaceInterface(std::move(interfaceInterface));
     _isSecondOfDevice = !_deviceObjects->add(keyUSBdevice(), deviceObject);
     emit(events::Arrived{});
-    update1284DeviceID([&](bool found, const Text& deviceID) {
+    update1284DeviceID([&](bool found, const OptionalText& deviceID) {
         if (!found || !deviceID) {
             logText("the printer at %s did not report its device ID", locationText());
             emit(events::IdentityMissing{});
             return;
         }
-        decodeDeviceID(*deviceID, [&](const Text& manufacturer, const Text& model, const Text& serialNumber,
-                                      const Text& /*description*/) {
+        decodeDeviceID(*deviceID, [&](const OptionalText& manufacturer, const OptionalText& model,
+                                      const OptionalText& serialNumber, const OptionalText& /*description*/) {
             _deviceInfoDict->setString("manufacturer", manufacturer);
             _deviceInfoDict->setString("model", model);
             performSyncOnMainQueue([&] {
@@ -65,9 +65,10 @@ void TBUSBPrinter::initWithInterfaceInterface(InterfacePtr interfaceInterface, S
     });
 }
 
-void TBUSBPrinter::makeLabelledQueue(const Text& manufacturer, const Text& model, const Text& serialNumber) {
+void TBUSBPrinter::makeLabelledQueue(const OptionalText& manufacturer, const OptionalText& model,
+                                     const OptionalText& serialNumber) {
     _idSerialNumber = serialNumber;
-    const Text serial = serialNumber ? serialNumber : serialNumberUSB();
+    const OptionalText serial = serialNumber ? serialNumber : serialNumberUSB();
     const std::string label = kQueueLabelPrefix + formatted("printer.%s.%s.%s", textOrNull(manufacturer),
                                                             textOrNull(model), textOrNull(serial));
     makeCommandQueue(label);

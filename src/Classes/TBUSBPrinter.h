@@ -15,6 +15,7 @@
 #include "Classes/StringDescriptors.h"
 #include "Classes/UnusedRecord.h"
 #include "platform/foundation/Data.h"
+#include "platform/foundation/OptionalText.h"
 #include "platform/usb/IOUSBInterfaceInterface.h"
 #include "platform/usb/ServiceRegistry.h"
 
@@ -107,7 +108,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
     std::optional<std::string> printerSerialNumber() const;
     std::optional<std::string> firmwareVersion() const;
     /// Serial number of the 1284 device ID; nullopt if the ID has none. Any thread.
-    const Text& idSerialNumber() const { return _idSerialNumber; }
+    const OptionalText& idSerialNumber() const { return _idSerialNumber; }
     /// Everything that was learned about the printer. Any thread.
     DeviceInfoPtr deviceInfoDict() const { return _deviceInfoDict; }
 
@@ -118,9 +119,9 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
 
     // ---- identity -------------------------------------------------------------------------------------------------
 
-    using DeviceIDCompletion = std::function<void(bool found, const Text& deviceID)>;
-    using DecodedBlock =
-        std::function<void(const Text& manufacturer, const Text& model, const Text& serialNumber, const Text& des)>;
+    using DeviceIDCompletion = std::function<void(bool found, const OptionalText& deviceID)>;
+    using DecodedBlock = std::function<void(const OptionalText& manufacturer, const OptionalText& model,
+                                            const OptionalText& serialNumber, const OptionalText& des)>;
     /// Reads the IEEE 1284 device ID (time-outs 100 ms each) and stores it; completion is called before this returns.
     /// Command queue.
     void update1284DeviceID(DeviceIDCompletion completion);
@@ -135,7 +136,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
     void setLangId(std::uint16_t langId) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The string descriptor in the chosen language; nullopt if there is none or the device does not answer. Command
     /// queue; time-outs 500 ms / 1000 ms.
-    Text descriptorStringAtIndex(std::uint8_t index) ZUL_REQUIRES_ROLE(commandQueueRole);
+    OptionalText descriptorStringAtIndex(std::uint8_t index) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The three read a string descriptor on the command queue and store it on main, with change notices. Any thread.
     void getUSBVendorString();
     void getUSBProductString();
@@ -211,7 +212,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
     TransferStatus _transferStatus;
 
     // Set once, before another queue knows the object.
-    Text _idSerialNumber;                    // of the 1284 device ID
+    OptionalText _idSerialNumber;            // of the 1284 device ID
     std::weak_ptr<InterestTable> _interests; // the program may end first
     ServiceToken _creationToken = 0;
 
@@ -226,7 +227,8 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
     void watchForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
     void endWaitForHolder() ZUL_REQUIRES_ROLE(commandQueueRole);
     void holderMayHaveLetGo() ZUL_REQUIRES_ROLE(commandQueueRole);
-    void makeLabelledQueue(const Text& manufacturer, const Text& model, const Text& serialNumber);
+    void makeLabelledQueue(const OptionalText& manufacturer, const OptionalText& model,
+                           const OptionalText& serialNumber);
     void releaseNotification(std::uint32_t notification, int line);
     void registerForMessages(ServiceToken deviceObject) ZUL_REQUIRES_ROLE(commandQueueRole);
     void readNumbers(IOUSBInterfaceInterface& handle);
@@ -236,7 +238,7 @@ class TBUSBPrinter : public IdentifiedPrinter, public PrinterQueues, public std:
     void showStatus(const char* key) ZUL_REQUIRES_ROLE(mainQueueRole);
     using StringIndexGetter = IOReturn (IOUSBDeviceInterface::*)(std::uint8_t&);
     void readUSBStrings() ZUL_REQUIRES_ROLE(commandQueueRole);
-    Text readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
+    OptionalText readUSBString(StringIndexGetter getter, const char* getterName, bool& asked)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     IOReturn withOpenDevice(const std::function<IOReturn(IOUSBDeviceInterface&)>& action)
         ZUL_REQUIRES_ROLE(commandQueueRole);

@@ -28,9 +28,9 @@ std::set<std::uint16_t> TBUSBPrinterZUL::supportedProductIDs() {
     return acceptedProductIDs();
 }
 
-TBUSBPrinter::Text TBUSBPrinterZUL::image() const {
+OptionalText TBUSBPrinterZUL::image() const {
     const Product* product = productWithID(productNumber());
-    return product == nullptr ? Text{} : Text(product->picture);
+    return product == nullptr ? OptionalText{} : OptionalText(product->picture);
 }
 
 void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface, ServiceToken deviceObject) {
@@ -51,10 +51,10 @@ void TBUSBPrinterZUL::initWithInterfaceInterface(InterfacePtr interfaceInterface
     _environment.mainQueue.async([self = sharedSelf<TBUSBPrinterZUL>(), saved] {
         assertOnMainQueue();
         if (!self->manufacturer()) {
-            if (const Text known = saved->string(HOLVEN_TBPrinterManufacturer)) self->setManufacturer(known);
+            if (const OptionalText known = saved->string(HOLVEN_TBPrinterManufacturer)) self->setManufacturer(known);
         }
         if (!self->model()) {
-            if (const Text known = saved->string(HOLVEN_TBPrinterModel)) self->setModel(known);
+            if (const OptionalText known = saved->string(HOLVEN_TBPrinterModel)) self->setModel(known);
         }
     });
     if (!_update.progress()) {
@@ -91,7 +91,7 @@ void TBUSBPrinterZUL::continueProbe() {
 
 // No update was running. The interface stays open on this path.
 void TBUSBPrinterZUL::probeKnownPrinter() {
-    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const Text& rawStatus) {
+    getPrinterStatus([self = sharedSelf<TBUSBPrinterZUL>()](const OptionalText& rawStatus) {
         self->assertOnCommandQueue();
         if (rawStatus != kLoaderStatus) {
             self->getDeviceCustomInfo();
@@ -115,9 +115,9 @@ void TBUSBPrinterZUL::loaderFoundUnexpectedly() {
 
 // ---- frames and replies ---------------------------------------------------------------------------------------------
 
-TBUSBPrinter::Text TBUSBPrinterZUL::stringForCommandCode(std::uint32_t code) {
+OptionalText TBUSBPrinterZUL::stringForCommandCode(std::uint32_t code) {
     const auto text = commandText(code);
-    return text ? Text(*text) : std::nullopt;
+    return text ? OptionalText(*text) : std::nullopt;
 }
 
 void TBUSBPrinterZUL::sendPrinterCommand(std::uint32_t code, const Data* payload) {
@@ -150,18 +150,18 @@ std::string TBUSBPrinterZUL::asciiHexForData(const Data& data) {
     return hexText(data);
 }
 
-TBUSBPrinter::Text TBUSBPrinterZUL::verifyBlob(const Data& data) const {
+OptionalText TBUSBPrinterZUL::verifyBlob(const Data& data) const {
     if (data.empty()) return std::nullopt;
     logText("keyed on %s", className());
     return keyedDigest(className(), data);
 }
 
-TBUSBPrinter::Text TBUSBPrinterZUL::digestOfBlob(const Data& data) {
-    return data.empty() ? std::nullopt : Text(keyedDigest(kProductClassName, data));
+OptionalText TBUSBPrinterZUL::digestOfBlob(const Data& data) {
+    return data.empty() ? std::nullopt : OptionalText(keyedDigest(kProductClassName, data));
 }
 
 std::optional<Data> TBUSBPrinterZUL::firmwareBlobForKey(const std::string& key) {
-    const Text value = _deviceInfoDict->string(key);
+    const OptionalText value = _deviceInfoDict->string(key);
     return value ? std::optional(paddedData(dataFromText(*value))) : std::nullopt;
 }
 

@@ -12,6 +12,7 @@
 #include "Classes/Outlets.h"
 #include "Classes/QueryExchange.h"
 #include "Classes/TBUSBPrinter.h"
+#include "platform/foundation/OptionalText.h"
 
 #include <array>
 #include <vector>
@@ -25,7 +26,7 @@ inline constexpr const char* HOLVEN_ZUL_USB_SuppressPowerCycleAlert = "HOLVEN_ZU
 class TBUSBPrinterZUL : public TBUSBPrinter {
   public:
     static constexpr const char* kProductClassName = "TBUSBPrinterZUL";
-    using StatusCompletion = std::function<void(const Text& rawStatus)>;
+    using StatusCompletion = std::function<void(const OptionalText& rawStatus)>;
     using TableCompletion = std::function<void(const std::vector<std::string>& values)>;
     using TBUSBPrinter::sendPrinterCommand;
     using TBUSBPrinter::TBUSBPrinter;
@@ -41,14 +42,14 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// the printer at its arrival. Returns at once; without a command queue it is done when it returns.
     void probeAtInit();
     /// Name of the model's picture; nullopt for an unknown product.
-    Text image() const override;
+    OptionalText image() const override;
     /// The name that keys the digests; a subclass that overrides it means to be another product.
     virtual std::string className() const { return kProductClassName; }
 
     // ---- frame and reply ------------------------------------------------------------------------------------------
 
     /// The command's text; nullopt for numbers that name no command.
-    static Text stringForCommandCode(std::uint32_t code);
+    static OptionalText stringForCommandCode(std::uint32_t code);
     /// sendPrinterCommand:withPayload:  Builds one frame and writes it. Command queue, interface open. The write's
     /// result is in _writeStatus.
     void sendPrinterCommand(std::uint32_t code, const Data* payload) ZUL_REQUIRES_ROLE(commandQueueRole);
@@ -64,7 +65,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     // ---- status and device info ------------------------------------------------------------------------------------
 
     /// The operator's text of a raw status, in English.
-    static std::string stringForVKStatusString(const Text& rawStatus);
+    static std::string stringForVKStatusString(const OptionalText& rawStatus);
     /// Asks for the status; completion gets the raw text on the command queue, and is not called when the interface
     /// cannot be opened or no reply came, not even to the question once more.
     void getPrinterStatus(StatusCompletion completion);
@@ -76,7 +77,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// Asks for the version and stores it; an answer that is not valid text leaves the earlier one.
     void getPrinterFirmwareVersion();
     /// Command queue with the interface open: the version at once, nullopt if the printer does not answer.
-    Text inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
+    OptionalText inlineGetFirmwareString() ZUL_REQUIRES_ROLE(commandQueueRole);
     /// The same with a choice of what a missing answer leads to. Command queue with the interface open.
     VersionAnswer askVersionInline(IfMissing ifMissing) ZUL_REQUIRES_ROLE(commandQueueRole);
     /// Asks the operator about a loader that no update of this run has ordered, and uploads the image if it is wanted.
@@ -105,27 +106,27 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     /// Stores an answer's text under key in deviceInfoDict, with change notices of key (or of noticeKey) around it, on
     /// the calling thread; nullopt removes the key.
-    void storeFact(const std::string& key, const Text& value);
-    void storeFact(const std::string& key, const Text& value, const std::string& noticeKey);
+    void storeFact(const std::string& key, const OptionalText& value);
+    void storeFact(const std::string& key, const OptionalText& value, const std::string& noticeKey);
     /// A text of deviceInfoDict, nullopt while it is not known; those below are named by their keys. Any thread.
-    Text fact(const char* key) const { return _deviceInfoDict->string(key); }
-    Text colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
-    Text colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
-    Text colorTableVersion610() const { return fact(HOLVEN_TBPrinterColorTableVersion610); }
-    Text colorTableVersion620() const { return fact(HOLVEN_TBPrinterColorTableVersion620); }
-    Text colorTableVersion300HD() const { return fact(HOLVEN_TBPrinterColorTableVersion300HD); }
-    Text colorTableVersion600HD() const { return fact(HOLVEN_TBPrinterColorTableVersion600HD); }
-    Text colorTableVersion610HD() const { return fact(HOLVEN_TBPrinterColorTableVersion610HD); }
-    Text colorTableVersion620HD() const { return fact(HOLVEN_TBPrinterColorTableVersion620HD); }
-    Text colorTableChecksum300() const { return fact(HOLVEN_TBPrinterColorTableChecksum300); }
-    Text colorTableChecksum600() const { return fact(HOLVEN_TBPrinterColorTableChecksum600); }
-    Text colorTableChecksum610() const { return fact(HOLVEN_TBPrinterColorTableChecksum610); }
-    Text colorTableChecksum620() const { return fact(HOLVEN_TBPrinterColorTableChecksum620); }
-    Text colorTableChecksum300HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum300HD); }
-    Text colorTableChecksum600HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum600HD); }
-    Text colorTableChecksum610HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum610HD); }
-    Text colorTableChecksum620HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum620HD); }
-    Text lifetimeCounter() const { return fact(HOLVEN_TBPrinterLifetimeCounter); }
+    OptionalText fact(const char* key) const { return _deviceInfoDict->string(key); }
+    OptionalText colorTableVersion() const { return fact(HOLVEN_TBPrinterColorTableVersion); }
+    OptionalText colorTableVersion600() const { return fact(HOLVEN_TBPrinterColorTableVersion600); }
+    OptionalText colorTableVersion610() const { return fact(HOLVEN_TBPrinterColorTableVersion610); }
+    OptionalText colorTableVersion620() const { return fact(HOLVEN_TBPrinterColorTableVersion620); }
+    OptionalText colorTableVersion300HD() const { return fact(HOLVEN_TBPrinterColorTableVersion300HD); }
+    OptionalText colorTableVersion600HD() const { return fact(HOLVEN_TBPrinterColorTableVersion600HD); }
+    OptionalText colorTableVersion610HD() const { return fact(HOLVEN_TBPrinterColorTableVersion610HD); }
+    OptionalText colorTableVersion620HD() const { return fact(HOLVEN_TBPrinterColorTableVersion620HD); }
+    OptionalText colorTableChecksum300() const { return fact(HOLVEN_TBPrinterColorTableChecksum300); }
+    OptionalText colorTableChecksum600() const { return fact(HOLVEN_TBPrinterColorTableChecksum600); }
+    OptionalText colorTableChecksum610() const { return fact(HOLVEN_TBPrinterColorTableChecksum610); }
+    OptionalText colorTableChecksum620() const { return fact(HOLVEN_TBPrinterColorTableChecksum620); }
+    OptionalText colorTableChecksum300HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum300HD); }
+    OptionalText colorTableChecksum600HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum600HD); }
+    OptionalText colorTableChecksum610HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum610HD); }
+    OptionalText colorTableChecksum620HD() const { return fact(HOLVEN_TBPrinterColorTableChecksum620HD); }
+    OptionalText lifetimeCounter() const { return fact(HOLVEN_TBPrinterLifetimeCounter); }
 
     // ---- USB serial-number setting --------------------------------------------------------------------------------
 
@@ -156,9 +157,9 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// could be read matched.
     bool verifyFirmwareArchive() { return _files.verify(); }
     /// verifyBlob:  The 66-character keyed digest; nullopt for empty data.
-    Text verifyBlob(const Data& data) const;
+    OptionalText verifyBlob(const Data& data) const;
     /// The same with the product's own name as key, for programs that make digest files.
-    static Text digestOfBlob(const Data& data);
+    static OptionalText digestOfBlob(const Data& data);
     /// Two lower-case hexadecimal digits per byte.
     static std::string asciiHexForData(const Data& data);
     /// Stores the list; at once when on the main queue, else at once as well and once more with notices from there.
@@ -169,7 +170,7 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
     /// A text of deviceInfoDict as padded bytes; nullopt if there is none.
     std::optional<Data> firmwareBlobForKey(const std::string& key);
     /// The version in the archive ("VK18DUP 1.40PRN"); nullopt for an unknown product.
-    Text newFirmwareVersion() { return _files.offeredVersion(); }
+    OptionalText newFirmwareVersion() { return _files.offeredVersion(); }
     /// The numbers in the version in the archive and in the printer's (1.40); 0 without one.
     double availableFirmwareVersion() { return _files.offeredVersionNumber(); }
     double installedFirmwareVersion() const { return _files.installedVersionNumber(); }
@@ -219,14 +220,14 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
 
     /// showAlertWithTitle:message:buttonTitles:completion:  An alert of no kind that this program knows; without a
     /// title or buttons they are "Alert" and "OK". completion gets the answer on the main queue. Any thread.
-    void showAlertWithTitle(const Text& title, const Text& message,
+    void showAlertWithTitle(const OptionalText& title, const OptionalText& message,
                             const std::optional<std::vector<std::string>>& buttonTitles,
                             std::function<void(int answer)> completion);
     /// Shows an alert of alertFactory(), unless it has neither title nor message. Any thread.
     void showCustomAlertWithTitle(AlertDescription alert);
     const AlertFactory& alertFactory() const { return _alertFactory; }
     /// An earlier form of showAlertWithTitle that nothing calls: completes the alert on the main queue.
-    void old_showAlertWithTitle(const Text& title, const Text& message,
+    void old_showAlertWithTitle(const OptionalText& title, const OptionalText& message,
                                 const std::optional<std::vector<std::string>>& buttonTitles,
                                 std::function<void(int answer)> completion);
     /// Shows the warning before every update, with its check box. Any thread.
@@ -249,12 +250,12 @@ class TBUSBPrinterZUL : public TBUSBPrinter {
   private:
     enum class TableFact { version, checksum };
     void queueQuery(Question question, ReplyBlock reply);
-    Text versionFromReply(const Data& reply) const;
+    OptionalText versionFromReply(const Data& reply) const;
     void queryAtOpenInterface(Question question, ReplyBlock reply);
     bool mayAsk() const;
     bool askEverything() ZUL_REQUIRES_ROLE(commandQueueRole);
     void queryTables(TableFact which, TableCompletion completion, IfMissing ifMissing);
-    Text storeTableReply(const char* key, const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
+    OptionalText storeTableReply(const char* key, const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleStatusReply(const std::optional<Data>& reply, const StatusCompletion& completion)
         ZUL_REQUIRES_ROLE(commandQueueRole);
     void handleISerialReply(const std::optional<Data>& reply) ZUL_REQUIRES_ROLE(commandQueueRole);

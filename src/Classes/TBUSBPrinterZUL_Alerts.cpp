@@ -23,7 +23,7 @@ std::string TBUSBPrinterZUL::localized(const char* key) const {
 
 // ---- the alert routine ----------------------------------------------------------------------------------------------
 
-void TBUSBPrinterZUL::showAlertWithTitle(const Text& title, const Text& message,
+void TBUSBPrinterZUL::showAlertWithTitle(const OptionalText& title, const OptionalText& message,
                                          const std::optional<std::vector<std::string>>& buttonTitles,
                                          std::function<void(int answer)> completion) {
     showCustomAlertWithTitle(_alertFactory.plain(title, message, buttonTitles, std::move(completion)));
@@ -35,7 +35,7 @@ void TBUSBPrinterZUL::showCustomAlertWithTitle(AlertDescription alert) {
     postAlert(std::move(alert));
 }
 
-void TBUSBPrinterZUL::old_showAlertWithTitle(const Text& title, const Text& message,
+void TBUSBPrinterZUL::old_showAlertWithTitle(const OptionalText& title, const OptionalText& message,
                                              const std::optional<std::vector<std::string>>& buttonTitles,
                                              std::function<void(int answer)> completion) {
     const AlertDescription alert = _alertFactory.plain(title, message, buttonTitles, std::move(completion));

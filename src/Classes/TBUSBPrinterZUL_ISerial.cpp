@@ -61,7 +61,7 @@ void TBUSBPrinterZUL::getUSB_ISerial() {
 
 void TBUSBPrinterZUL::handleISerialReply(const std::optional<Data>& reply) {
     if (!reply || reply->empty()) return;
-    Text value = stringFromNulTerminatedUTF8(*reply);
+    OptionalText value = stringFromNulTerminatedUTF8(*reply);
     if (!value) return;
     if (!value->empty()) value = std::to_string(integerValue(*value));
     storeFact(HOLVEN_ZUL_USB_ISerialisSet, value, "usbISerialString");

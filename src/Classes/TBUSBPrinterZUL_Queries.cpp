@@ -82,18 +82,18 @@ void TBUSBPrinterZUL::queryAtOpenInterface(Question question, ReplyBlock reply) 
     });
 }
 
-void TBUSBPrinterZUL::storeFact(const std::string& key, const Text& value) {
+void TBUSBPrinterZUL::storeFact(const std::string& key, const OptionalText& value) {
     storeFact(key, value, key);
 }
 
-void TBUSBPrinterZUL::storeFact(const std::string& key, const Text& value, const std::string& noticeKey) {
+void TBUSBPrinterZUL::storeFact(const std::string& key, const OptionalText& value, const std::string& noticeKey) {
     const KeyChange change(*this, noticeKey);
     _deviceInfoDict->setString(key, value);
 }
 
 // ---- status ---------------------------------------------------------------------------------------------------------
 
-std::string TBUSBPrinterZUL::stringForVKStatusString(const Text& rawStatus) {
+std::string TBUSBPrinterZUL::stringForVKStatusString(const OptionalText& rawStatus) {
     return textForStatus(rawStatus);
 }
 
@@ -119,7 +119,7 @@ void TBUSBPrinterZUL::handleStatusReply(const std::optional<Data>& reply, const 
         logText("Received a null printer status reply ... will try again later");
         return;
     }
-    const Text rawStatus = stringFromNulTerminatedUTF8(*reply);
+    const OptionalText rawStatus = stringFromNulTerminatedUTF8(*reply);
     emit(events::StatusRead{.rawStatus = rawStatus});
     // On main like every other status, so that those that are stored there are not overtaken.
     performSyncOnMainQueue([&] {
@@ -135,14 +135,14 @@ void TBUSBPrinterZUL::getPrinterFirmwareVersion() {
     queryAtOpenInterface({.command = kCommandFirmwareVersion},
                          [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
                              if (!reply || reply->empty()) return;
-                             const Text version = self->versionFromReply(*reply);
+                             const OptionalText version = self->versionFromReply(*reply);
                              if (!version) return; // not text: the earlier value stays
                              self->storeFact(HOLVEN_TBPrinterFirmwareVersion, version);
                              logText("printer firmware version: %s", *version);
                          });
 }
 
-TBUSBPrinter::Text TBUSBPrinterZUL::inlineGetFirmwareString() {
+OptionalText TBUSBPrinterZUL::inlineGetFirmwareString() {
     return askVersionInline(IfMissing::askAgain).version;
 }
 
@@ -153,21 +153,22 @@ VersionAnswer TBUSBPrinterZUL::askVersionInline(IfMissing ifMissing) {
     return {true, versionFromReply(*reply)};
 }
 
-TBUSBPrinter::Text TBUSBPrinterZUL::versionFromReply(const Data& reply) const {
-    const Text text = stringFromNulTerminatedUTF8(reply);
-    const Text version = text ? Text(trimmedWhitespaceAndNewlines(*text)) : std::nullopt;
+OptionalText TBUSBPrinterZUL::versionFromReply(const Data& reply) const {
+    const OptionalText text = stringFromNulTerminatedUTF8(reply);
+    const OptionalText version = text ? OptionalText(trimmedWhitespaceAndNewlines(*text)) : std::nullopt;
     emit(events::FirmwareVersionRead{.version = version});
     return version;
 }
 
 void TBUSBPrinterZUL::updatePrinterSerialNumber() {
-    queryAtOpenInterface(
-        {.command = kCommandSerialNumber}, [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
-            const Text serial = reply && !reply->empty() ? stringFromNulTerminatedUTF8(*reply) : Text(kMissingText);
-            if (!serial) return;
-            logText("%s: %s", HOLVEN_TBPrinterSerialNumber, *serial);
-            self->storeFact(HOLVEN_TBPrinterSerialNumber, serial);
-        });
+    queryAtOpenInterface({.command = kCommandSerialNumber},
+                         [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
+                             const OptionalText serial = reply && !reply->empty() ? stringFromNulTerminatedUTF8(*reply)
+                                                                                  : OptionalText(kMissingText);
+                             if (!serial) return;
+                             logText("%s: %s", HOLVEN_TBPrinterSerialNumber, *serial);
+                             self->storeFact(HOLVEN_TBPrinterSerialNumber, serial);
+                         });
 }
 
 void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
@@ -175,7 +176,7 @@ void TBUSBPrinterZUL::getPrinterLifetimeCounter() {
     queryAtOpenInterface({.command = kCommandLifetimeCounter},
                          [self = sharedSelf<TBUSBPrinterZUL>()](const std::optional<Data>& reply) {
                              if (!reply || reply->empty()) return;
-                             Text counter = stringFromNulTerminatedUTF8(*reply);
+                             OptionalText counter = stringFromNulTerminatedUTF8(*reply);
                              if (!counter) return;
                              if (counter->starts_with(kPrefix)) {
                                  counter = std::to_string(integerValue(counter->substr(kPrefix.size())));
@@ -213,7 +214,7 @@ void TBUSBPrinterZUL::queryTables(TableFact which, TableCompletion completion, I
                    [self = sharedSelf<TBUSBPrinterZUL>(), key = asked.key, logFormat = std::move(asked.logFormat),
                     results, count = tables.size(), completion](const std::optional<Data>& reply) {
                        self->assertOnCommandQueue();
-                       const Text value = self->storeTableReply(key, reply);
+                       const OptionalText value = self->storeTableReply(key, reply);
                        logText(logFormat.c_str(), textOrNull(value));
                        results->push_back(value.value_or(kMissingText));
                        if (results->size() == count && completion) completion(*results);
@@ -221,8 +222,8 @@ void TBUSBPrinterZUL::queryTables(TableFact which, TableCompletion completion, I
     }
 }
 
-TBUSBPrinter::Text TBUSBPrinterZUL::storeTableReply(const char* key, const std::optional<Data>& reply) {
-    Text value = kMissingText;
+OptionalText TBUSBPrinterZUL::storeTableReply(const char* key, const std::optional<Data>& reply) {
+    OptionalText value = kMissingText;
     if (reply && !reply->empty()) value = stringFromNulTerminatedUTF8(*reply);
     if (value) {
         value = trimmedWhitespaceAndNewlines(*value);
@@ -261,8 +262,8 @@ void TBUSBPrinterZUL::getDeviceCustomInfo() {
 
 bool TBUSBPrinterZUL::askEverything() {
     bool isComplete = false;
-    getPrinterStatus([this, &isComplete](const Text& rawStatus) { // inline: this is the command queue
-        if (rawStatus == kLoaderStatus) return;                   // a loader answers nothing else
+    getPrinterStatus([this, &isComplete](const OptionalText& rawStatus) { // inline: this is the command queue
+        if (rawStatus == kLoaderStatus) return;                           // a loader answers nothing else
         openInterface([this, &isComplete](IOReturn code) {
             if (code != kIOReturnSuccess) return;
             getPrinterFirmwareVersion();

@@ -28,7 +28,7 @@ void TBUSBPrinter::update1284DeviceID(DeviceIDCompletion completion) {
     performInlineOnCommandQueue([self = shared_from_this(), completion = std::move(completion)] {
         self->assertOnCommandQueue();
         const InterfacePtr& interface = self->_channel.interface();
-        const Text deviceID = interface ? readDeviceID(*interface) : std::nullopt;
+        const OptionalText deviceID = interface ? readDeviceID(*interface) : std::nullopt;
         if (deviceID) {
             self->performSyncOnMainQueue([&] {
                 assertOnMainQueue();
@@ -67,12 +67,12 @@ std::uint16_t TBUSBPrinter::langId() {
 void TBUSBPrinter::setLangId(std::uint16_t langId) {
     _descriptors.setLanguage(langId);
 }
-TBUSBPrinter::Text TBUSBPrinter::descriptorStringAtIndex(std::uint8_t index) {
+OptionalText TBUSBPrinter::descriptorStringAtIndex(std::uint8_t index) {
     return _descriptors.stringAtIndex(index);
 }
 
 // nullopt if the device has no such string; asked is whether the device could be asked at all.
-TBUSBPrinter::Text TBUSBPrinter::readUSBString(StringIndexGetter getter, const char* getterName, bool& asked) {
+OptionalText TBUSBPrinter::readUSBString(StringIndexGetter getter, const char* getterName, bool& asked) {
     asked = false;
     const DevicePtr device = deviceInterface();
     if (!device) return std::nullopt;
@@ -90,7 +90,7 @@ void TBUSBPrinter::getUSBVendorString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         bool asked = false;
-        const Text vendor = normalizedVendorString(self->readUSBString(
+        const OptionalText vendor = normalizedVendorString(self->readUSBString(
             &IOUSBDeviceInterface::USBGetManufacturerStringIndex, "USBGetManufacturerStringIndex", asked));
         if (!asked) return;
         self->performSyncOnMainQueue([&] {
@@ -105,7 +105,7 @@ void TBUSBPrinter::getUSBProductString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         bool asked = false;
-        const Text product =
+        const OptionalText product =
             self->readUSBString(&IOUSBDeviceInterface::USBGetProductStringIndex, "USBGetProductStringIndex", asked);
         if (!asked) return;
         self->performSyncOnMainQueue([&] {
@@ -120,8 +120,8 @@ void TBUSBPrinter::getUSBSerialNumberString() {
     performInlineOnCommandQueue([self = shared_from_this()] {
         self->assertOnCommandQueue();
         bool asked = false;
-        const Text serialNumber = self->readUSBString(&IOUSBDeviceInterface::USBGetSerialNumberStringIndex,
-                                                      "USBGetSerialNumberStringIndex", asked);
+        const OptionalText serialNumber = self->readUSBString(&IOUSBDeviceInterface::USBGetSerialNumberStringIndex,
+                                                              "USBGetSerialNumberStringIndex", asked);
         if (!asked) return;
         self->performSyncOnMainQueue([&] {
             assertOnMainQueue();

@@ -198,13 +198,13 @@ void TBUSBPrinter::setPrinterStatus(const std::string& status) {
     });
 }
 
-TBUSBPrinter::Text TBUSBPrinter::printerStatus() const {
+OptionalText TBUSBPrinter::printerStatus() const {
     return _deviceInfoDict->string("printerStatus");
 }
-TBUSBPrinter::Text TBUSBPrinter::printerSerialNumber() const {
+OptionalText TBUSBPrinter::printerSerialNumber() const {
     return _deviceInfoDict->string("printerSerialNumber");
 }
-TBUSBPrinter::Text TBUSBPrinter::firmwareVersion() const {
+OptionalText TBUSBPrinter::firmwareVersion() const {
     return _deviceInfoDict->string("firmwareVersion");
 }
 

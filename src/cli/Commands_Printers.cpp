@@ -158,7 +158,7 @@ void runStatus(Program& program) {
     withOpenPrinter(
         program, printer,
         [printer, answer] {
-            printer->getPrinterStatus([answer](const TBUSBPrinter::Text& rawStatus) { *answer = rawStatus; });
+            printer->getPrinterStatus([answer](const OptionalText& rawStatus) { *answer = rawStatus; });
         },
         [&program, printer, answer] { showStatus(program, printer, *answer); });
 }
