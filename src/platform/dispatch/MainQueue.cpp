@@ -124,6 +124,7 @@ void MainQueue::unwatch(int descriptor) {
 
 bool MainQueue::runPending() {
     const auto state = _state;
+    setCurrent(_specifics.get()); // the end of another main queue of this thread has left the thread without one
     bool ran = false;
     for (;;) {
         ran = state->serveWatches() || ran; // in every round, so that blocks which post others do not delay a signal

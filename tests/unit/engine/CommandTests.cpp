@@ -70,6 +70,26 @@ std::string asText(const Data& data) {
     return {data.begin(), data.end()};
 }
 
+// A printer that keeps what its error sink is given.
+struct Listener final : TBUSBPrinterZUL {
+    using TBUSBPrinterZUL::TBUSBPrinterZUL;
+    void errorWithString(const std::string& message, int code) override {
+        errors.push_back(message + " " + std::to_string(code));
+    }
+    std::vector<std::string> errors;
+};
+
+// With an open interface and without a queue.
+std::shared_ptr<Listener> openListener(Bench& bench) {
+    bench.handle->product = 3;
+    bench.handle->answerByDefault();
+    auto printer = std::make_shared<Listener>(bench.environment);
+    printer->initWithInterfaceInterface(bench.handle, 7);
+    REQUIRE(printer->openInterface() == kIOReturnSuccess);
+    bench.handle->clearJournal();
+    return printer;
+}
+
 } // namespace
 
 TEST_CASE("every command number has its text, and reserved ones have none") {
@@ -156,6 +176,22 @@ TEST_CASE("a part that does not fit into a frame goes to the error sink, and the
     printer->sendPrinterCommand(kCommandStatus, nullptr);
     CHECK(printer->errors == std::vector<std::string>{"Internal error L486 0"});
     CHECK(bench.frames().size() == 2);
+}
+
+TEST_CASE("a command that the bus does not take goes to the error sink") {
+    Bench bench;
+    const auto printer = openListener(bench);
+    bench.handle->setAnswer("WritePipeTO", kIOUSBPipeStalled);
+    printer->sendPrinterCommand(kCommandStatus, nullptr);
+    CHECK(printer->errors == std::vector<std::string>{"Communication error 0"});
+}
+
+TEST_CASE("a reply that is announced with more than 4096 bytes goes to the error sink") {
+    Bench bench;
+    const auto printer = openListener(bench);
+    bench.handle->enqueueRead(dataFromText("00004097"));
+    CHECK(printer->printerReply() == std::nullopt);
+    CHECK(printer->errors == std::vector<std::string>{"Internal error L2112 0"});
 }
 
 TEST_CASE("a payload whose size takes nine digits is not announced with eight of them") {

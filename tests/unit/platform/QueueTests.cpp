@@ -1,5 +1,7 @@
 // The main queue, serial queues and both clocks.
 #include "platform/dispatch/Queue.h"
+#include "platform/dispatch/QueueRole.h"
+#include "support/LogCapture.h"
 #include "support/SimulatedClock.h"
 
 #include <atomic>
@@ -347,3 +349,28 @@ TEST_CASE("the real clock wakes a signalled waiter and runs a due timer") {
     CHECK(event->waitUntil(clock.now() + 1h));
     CHECK_FALSE(event->waitUntil(clock.now())); // one signal ends one wait
 }
+
+TEST_CASE("a main queue is recognised by its blocks also after another one of its thread has ended") {
+    QueueLab lab;
+    lab.mainQueue.setSpecific(&kFirstKey, &lab);
+    { const QueueLab other; }
+    const void* found = nullptr;
+    lab.mainQueue.async([&] { found = Queue::currentSpecific(&kFirstKey); });
+    lab.mainQueue.runPending();
+    CHECK(found == &lab);
+}
+
+#ifndef ZUL_SANITIZED // there it ends the program
+TEST_CASE("what belongs to the main queue and runs on another one is logged, once in a process") {
+    QueueLab lab;
+    const LogCapture log;
+    assertOnMainQueue();
+    lab.mainQueue.async([] { assertOnMainQueue(); });
+    lab.mainQueue.runPending();
+    CHECK(log.systemLog.empty());
+    SerialQueue queue("test", lab.clock);
+    for (int block = 0; block < 2; ++block) queue.async([] { assertOnMainQueue(); });
+    queue.waitUntilIdle();
+    CHECK(log.systemLog == std::vector<std::string>{"a block of the main queue runs on another queue"});
+}
+#endif
