@@ -75,8 +75,9 @@ TEST_CASE("a printer that cannot be updated now says why, whatever its versions 
 
 TEST_CASE("a printer that another process has shows which, before anything else") {
     SupervisedLab lab;
-    lab.attach("VK14,status=01100,fault=holder:600000");
-    lab.start();
+    lab.startWithVK14("status=01100");
+    lab.bus.setHeldByOther(0, true);
+    lab.printer()->updateInfo();
     lab.rest(1s);
     CHECK(shownIn(lab) ==
           NeedState{.need = PrinterNeed::inUse, .word = "In use", .detail = "another program uses the printer"});

@@ -80,7 +80,7 @@ struct Listener final : TBUSBPrinterZUL {
 };
 
 // With an open interface and without a queue.
-std::shared_ptr<Listener> openListener(Bench& bench) {
+std::shared_ptr<Listener> openListener(PrinterBench& bench) {
     bench.handle->product = 3;
     bench.handle->answerByDefault();
     auto printer = std::make_shared<Listener>(bench.environment);
@@ -179,7 +179,7 @@ TEST_CASE("a part that does not fit into a frame goes to the error sink, and the
 }
 
 TEST_CASE("a command that the bus does not take goes to the error sink") {
-    Bench bench;
+    PrinterBench bench;
     const auto printer = openListener(bench);
     bench.handle->setAnswer("WritePipeTO", kIOUSBPipeStalled);
     printer->sendPrinterCommand(kCommandStatus, nullptr);
@@ -187,7 +187,7 @@ TEST_CASE("a command that the bus does not take goes to the error sink") {
 }
 
 TEST_CASE("a reply that is announced with more than 4096 bytes goes to the error sink") {
-    Bench bench;
+    PrinterBench bench;
     const auto printer = openListener(bench);
     bench.handle->enqueueRead(dataFromText("00004097"));
     CHECK(printer->printerReply() == std::nullopt);
