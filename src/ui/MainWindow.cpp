@@ -26,6 +26,7 @@
 #include <QCloseEvent>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QShortcut>
 #include <initializer_list>
 #include <memory>
@@ -116,6 +117,24 @@ void MainWindow::setUpTable() {
     header.setStretchLastSection(true);
     header.setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     header.setAccessibleName(localized(operatorText("Columns")));
+    header.setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(&header, &QWidget::customContextMenuRequested, this, &MainWindow::openColumnMenu);
+}
+
+// The columns to show. The state is always there.
+void MainWindow::openColumnMenu(const QPoint& place) {
+    QHeaderView& header = *_ui->table->horizontalHeader();
+    auto* const menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->setObjectName("columnMenu");
+    for (int column = PrinterTableModel::state + 1; column < PrinterTableModel::columns; ++column) {
+        QAction* const action = menu->addAction(_model.title(column));
+        action->setCheckable(true);
+        action->setChecked(!header.isSectionHidden(column));
+        connect(action, &QAction::toggled, &header,
+                [&header, column](bool isShown) { header.setSectionHidden(column, !isShown); });
+    }
+    menu->popup(header.mapToGlobal(place));
 }
 
 void MainWindow::rememberLayout() {

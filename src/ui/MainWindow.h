@@ -81,6 +81,7 @@ class MainWindow final : public QMainWindow, public WindowOutlet, public Session
     void localizeWidgets();
     void setUpTable();
     void openContextMenu(const QPoint& place);
+    void openColumnMenu(const QPoint& place);
     void showIcons();
     void showContent();
     void showSummary();

@@ -43,11 +43,12 @@ void WindowLayout::restore(int leastWidth) {
 
 void WindowLayout::restoreColumns() {
     if (_columns.restoreState(rememberedState(_defaults, kColumnsKey))) return;
-    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 230, 100, 105, 150, 105, 135, 160, 120, 130};
+    constexpr std::array<int, PrinterTableModel::columns> kWidths = {60, 200, 100, 105, 150, 105, 135, 160, 120, 130};
     for (int column = 0; column < PrinterTableModel::columns; ++column) {
         _columns.resizeSection(column,
                                std::max(kWidths[static_cast<std::size_t>(column)], _columns.sectionSizeHint(column)));
     }
+    _columns.hideSection(PrinterTableModel::status); // the state says what matters of it; the header's menu shows it
 }
 
 void WindowLayout::remember() {

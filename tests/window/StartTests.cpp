@@ -8,8 +8,10 @@
 #include "virtual_printer/VirtualBus.h"
 
 #include <QAccessible>
+#include <QAction>
 #include <QHeaderView>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QTableView>
 #include <doctest/doctest.h>
@@ -98,7 +100,7 @@ TEST_CASE("a printer that may not be opened is reported with its device node and
     CHECK_FALSE(stage.visibleText().contains("0 printers attached"));
     auto* const notice = stage.window().findChild<QLabel*>("notice");
     CHECK(QAccessible::queryAccessibleInterface(notice)->text(QAccessible::Name).contains("/dev/bus/usb/001/009"));
-    CHECK(stage.rows() == 0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
     stage.screenshot("no-right");
     registry.serviceTerminated(token);
     stage.waitFor("the notice to disappear", [&] { return !stage.visibleText().contains("/dev/bus/usb/001/009"); });
@@ -110,18 +112,36 @@ TEST_CASE("a model that is not admitted is reported with the option that admits 
     Stage stage({.printers = {quick("VK28")}});
     const auto isReported = [&] { return stage.visibleText().contains("--admit-product 0x9001"); };
     stage.waitFor("the notice", isReported);
-    CHECK(stage.rows() == 0);
+    stage.waitFor("no rows", [&] { return stage.rows() == 0; });
     stage.bus().unplug(0);
     stage.waitFor("the notice to disappear", [&] { return !isReported(); });
     stage.bus().plug(0);
     stage.waitFor("the notice again", isReported);
 }
 
+TEST_CASE("the status column is hidden at first, and the header's menu shows it") {
+    Stage stage({.printers = {quick("VK14")}});
+    stage.waitForDeviceInfo();
+    auto& header = *stage.findA<QTableView>("Printers").horizontalHeader();
+    CHECK(header.isSectionHidden(Model::status));
+    CHECK_FALSE(header.isSectionHidden(Model::state));
+    Q_EMIT header.customContextMenuRequested({});
+    auto* const menu = stage.window().findChild<QMenu*>("columnMenu");
+    REQUIRE(menu != nullptr);
+    for (QAction* action : menu->actions()) {
+        CHECK(action->text() != "State"); // always shown
+        if (action->text() == "Status") action->trigger();
+    }
+    CHECK_FALSE(header.isSectionHidden(Model::status));
+    CHECK(stage.cell(0, Model::status) == "Idle");
+    menu->close();
+}
+
 TEST_CASE("the widths and the order of the columns are remembered") {
     Stage stage({.printers = {quick("VK14")}});
     stage.waitForDeviceInfo();
     auto& header = *stage.window().findChild<QTableView*>("table")->horizontalHeader();
-    header.resizeSection(Model::status, 222);
+    header.resizeSection(Model::installedFirmware, 222);
     header.moveSection(header.visualIndex(Model::serialNumber), 1);
     SUBCASE("by closing the window") {
         stage.window().close();
@@ -138,7 +158,7 @@ TEST_CASE("the widths and the order of the columns are remembered") {
     ui::MainWindow second(session, alerts, application);
     second.begin();
     auto& again = *second.findChild<QTableView*>("table")->horizontalHeader();
-    CHECK(again.sectionSize(Model::status) == 222);
+    CHECK(again.sectionSize(Model::installedFirmware) == 222);
     CHECK(again.visualIndex(Model::serialNumber) == 1);
 }
 
