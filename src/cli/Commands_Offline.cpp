@@ -175,9 +175,8 @@ int writeDigests(const Options& options, const Output& output) {
         for (const std::string_view name : product.files) {
             // A file that is missing is left out: a folder may be for some models only.
             const auto contents = contentsOfFile(folder / name);
-            // An empty file has no digest: it would never match.
-            if (!contents || contents->empty()) continue;
-            digests.digests[std::string(name)] = *TBUSBPrinterZUL::digestOfBlob(*contents);
+            const auto digest = contents ? TBUSBPrinterZUL::digestOfBlob(*contents) : std::nullopt;
+            if (digest) digests.digests[std::string(name)] = *digest; // an empty file has none: it would never match
         }
     }
     if (digests.digests.empty()) {

@@ -5,9 +5,10 @@
 #include "cli/Commands.h"
 #include "cli/ExitStatus.h"
 #include "cli/Program.h"
-#include "platform/foundation/Format.h"
+#include "platform/foundation/KeyValueObserving.h"
 #include "platform/foundation/PrintableText.h"
 #include "session/PrinterInfo.h"
+#include "session/Session.h"
 
 #include <algorithm>
 #include <map>

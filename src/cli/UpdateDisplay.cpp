@@ -6,8 +6,11 @@
 #include "platform/dispatch/Clock.h"
 #include "platform/foundation/Format.h"
 #include "platform/foundation/PrintableText.h"
-#include "protocol/StatusTexts.h"
 #include "session/PrinterInfo.h"
+#include "update/Update.h"
+#include "update/UpdatePhase.h"
+#include "update/UpdateState.h"
+#include "update/UpdateTexts.h"
 
 #include <chrono>
 #include <cstddef>

@@ -159,7 +159,7 @@ void UpdateSupervisor::reviewEnded(Update& update) {
 void UpdateSupervisor::correct(Update& update) {
     const UpdateState& state = update.state;
     const Course& course = _courses[state.key];
-    if (!state.isReported || state.attachment != course.judgedAttachment) return;
+    if (!course.judged || !state.isReported || state.attachment != course.judgedAttachment) return;
     if (!hasOtherReplies(state, *course.judged)) return;
     // Take a success back only at the end of a round and for the same printer: a reply that belongs to another query is
     // asked for again before the round ends, and another printer may be attached at the place.

@@ -66,7 +66,7 @@ std::string phaseText(const std::string& name) {
 
 // What the printer or the update waits for; empty if there is no such thing.
 std::string obstacle(const UpdateState& state) {
-    if (state.isHeldElsewhere()) return describeHolder(*state.holder);
+    if (state.holder) return describeHolder(*state.holder);
     if (state.isWaitingUntilReady()) return textForStatus(state.rawStatus);
     if (state.isAnswerMissing) return Bundle::localized(operatorText("no answer"));
     if (state.isIdentityMissing) return Bundle::localized(operatorText("it does not report its device ID"));
@@ -176,7 +176,7 @@ std::string adviceFor(const UpdateState& state) {
         return Bundle::localized(operatorText("The firmware files are damaged. Leave the printer switched on, replace "
                                               "the files and start the update again."));
     }
-    if (state.isHeldElsewhere()) {
+    if (state.holder) {
         return adviceForHolder(*state.holder) + " " +
                Bundle::localized(operatorText("The update continues by itself. Leave the printer switched on."));
     }

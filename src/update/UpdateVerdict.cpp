@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -70,8 +71,9 @@ std::string differingTable(const UpdateState& state, const UpdateExpectation& ex
     for (const auto& [key, versions] : expectation.tableVersions) {
         const auto read = state.tableReplies.find(key);
         // A text that is not a version does not show which table is installed.
-        if (read == state.tableReplies.end() || !read->second || !isTableVersion(*read->second)) continue;
-        if (!versions.contains(*read->second)) return key;
+        if (read == state.tableReplies.end()) continue;
+        const std::optional<std::string>& reply = read->second;
+        if (reply && isTableVersion(*reply) && !versions.contains(*reply)) return key;
     }
     return {};
 }

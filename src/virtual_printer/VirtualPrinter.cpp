@@ -167,7 +167,8 @@ std::optional<std::chrono::milliseconds> VirtualPrinter::holderAtOpen() {
             ++fault;
             continue;
         }
-        hold = fault->value ? std::chrono::milliseconds(*fault->value) : kDefaultHold;
+        const auto value = fault->value;
+        hold = value ? std::chrono::milliseconds(*value) : kDefaultHold;
         fault = _faults.erase(fault);
     }
     return hold;

@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
     if (const auto status = parse(argc, argv, options)) return *status;
     const VirtualPrinterParse parsed = parseVirtualPrinter(options.printer);
     const std::string problem = parsed.settings ? problemOfGadget(*parsed.settings) : parsed.problem;
-    if (!problem.empty()) {
+    if (!parsed.settings || !problem.empty()) {
         std::cerr << "vkgadget: " << problem << '\n';
         return kWrongUsage;
     }

@@ -16,12 +16,19 @@
 #include <poll.h>
 #include <sys/epoll.h>
 #include <utility>
+#include <vector>
 
 namespace zul {
 
 namespace {
 
 const char mainQueueMarker = 0; // its address marks the main queue
+
+// The main queues of this thread, which the newest one marks. A program has one; tests have several.
+std::vector<const MainQueue*>& queuesOfThread() {
+    thread_local std::vector<const MainQueue*> queues;
+    return queues;
+}
 
 } // namespace
 
@@ -71,12 +78,15 @@ bool MainQueue::State::serveWatches() {
 
 MainQueue::MainQueue(Clock& clock) : _state(std::make_shared<State>(clock)) {
     setSpecific(&mainQueueMarker, this);
+    queuesOfThread().push_back(this);
     setCurrent(_specifics.get());
 }
 
 MainQueue::~MainQueue() {
     close();
-    setCurrent(nullptr);
+    auto& queues = queuesOfThread();
+    std::erase(queues, this);
+    setCurrent(queues.empty() ? nullptr : queues.back()->_specifics.get());
 }
 
 void MainQueue::async(Block block) {

@@ -118,7 +118,7 @@ void LibusbBus::Core::drain() {
     _draining = true;
     const auto self = shared_from_this(); // the bus may be stopped by what it announces
     std::optional<BusEvent> event;
-    while (!_port->isClosed() && _inbox->take(event)) handle(*event);
+    while (!_port->isClosed() && _inbox->take(event) && event) handle(*event);
     _draining = false;
 }
 
@@ -143,7 +143,7 @@ void LibusbBus::Core::handle(BusEvent& event) {
 
 void LibusbBus::Core::arrived(BusEvent& event) {
     // A device that is there while the callback is registered may be reported by both.
-    if (_entries.contains(event.key)) return;
+    if (_entries.contains(event.key) || !event.device) return;
     const auto context = event.context != nullptr ? event.context : _source->context();
     const auto entry = std::make_shared<Entry>();
     entry->device = std::make_shared<AttachedDevice>(_services, context, event.device->get());

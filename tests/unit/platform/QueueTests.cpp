@@ -354,6 +354,7 @@ TEST_CASE("a main queue is recognised by its blocks also after another one of it
     QueueLab lab;
     lab.mainQueue.setSpecific(&kFirstKey, &lab);
     { const QueueLab other; }
+    CHECK(Queue::currentSpecific(&kFirstKey) == &lab);
     const void* found = nullptr;
     lab.mainQueue.async([&] { found = Queue::currentSpecific(&kFirstKey); });
     lab.mainQueue.runPending();
