@@ -140,10 +140,11 @@ TEST_CASE("the supervisor makes one update of both rows") {
 }
 
 TEST_CASE("an interface whose query was not answered is released like the other one") {
-    for (const int query : {1, 2}) {
+    for (const int query : {1, 2, 3}) {
         CAPTURE(query);
         SupervisedLab lab;
-        lab.attach("VK14,interfaces=2,fault=silence@STATUS#" + std::to_string(query));
+        const auto silence = [](int number) { return ",fault=silence@STATUS#" + std::to_string(number); };
+        lab.attach("VK14,interfaces=2" + silence(query) + silence(query + 1)); // the query is repeated once
         lab.start();
         lab.rest();
         REQUIRE(lab.rows() == 2);
